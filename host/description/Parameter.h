@@ -1,0 +1,216 @@
+#pragma once
+// A parameter is written once: a constexpr row in its type's table. The object's defaults, the reader's fallback, the
+// checks of scene files, the rules for showing, the written reference and the editor schema all derive from the row.
+//
+//   constexpr Parameter kParameters[] = {
+//       FloatParameter(1002, "cell_size", 0.2, "m", "Cell edge of the preview").Above(0),
+//       BoolParameter(1006, "document_range", true, "Take the simulated range from the document"),
+//       IntParameter(1007, "start_frame", 0, "frames", "First frame").ShownWhen(1006, Relation::Is, 0),
+//   };
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+
+#include "host/description/CurveData.h"
+#include "host/description/Value.h"
+
+namespace orlix {
+
+enum class ParameterType {
+  Bool,
+  Int,
+  Choice,  // an integer with named values
+  Float,
+  Vector,
+  String,
+  File,       // a path, relative to the scene file
+  Link,       // one object
+  InExclude,  // a list of objects with flags
+  Spline,
+  Gradient,
+  Button,  // does something in an interface; holds nothing
+  Group    // a heading in an interface; holds nothing
+};
+
+const char* NameOf(ParameterType type);
+
+struct Choice {
+  std::int64_t value;
+  const char* key;   // what a scene file may write instead of the number
+  const char* text;  // one line
+};
+
+enum class Relation { Is, IsNot, Above };
+
+// Shown when the numeric value of parameter id stands in this relation to value.
+struct Condition {
+  int id;
+  Relation relation;
+  double value;
+};
+
+// What kind of object a link may point to: the number of the scene's node list as a bit, and finer kinds above it.
+enum LinkKind : std::uint32_t {
+  kLinkChannel = 1u << 1,
+  kLinkVolume = 1u << 2,
+  kLinkEmitter = 1u << 3,
+  kLinkOperator = 1u << 4,
+  kLinkSolver = 1u << 5,
+  kLinkParticles = 1u << 6,
+  kLinkForce = 1u << 7,
+  kLinkCache = 1u << 8,
+  kLinkSettings = 1u << 10,
+  kLinkHelper = 1u << 11,
+  kLinkDuration = 1u << 12,
+  kLinkConstraint = 1u << 13,
+  kLinkKernel = 1u << 14,
+  kLinkAlignment = 1u << 15,
+  kLinkChannelOperator = 1u << 16,
+  kLinkInstantOperator = 1u << 17,
+  kLinkRoot = 1u << 18,
+  kLinkGeometry = 1u << 19,  // a host object with polygons
+  kLinkLight = 1u << 20,
+  kLinkCamera = 1u << 21,
+  kLinkMaterial = 1u << 22,
+  kLinkTag = 1u << 23,
+  kLinkHostObject = 1u << 24,  // any object that is no node: nulls, cameras, geometry
+  kLinkAny = 0xffffffffu
+};
+
+struct Parameter {
+  int id = 0;
+  const char* key = "";  // snake_case, unique in its type
+  ParameterType type = ParameterType::Bool;
+  const char* unit = "";  // "m", "s", "frames", "K", "host units", ...; "" without a dimension
+  const char* text = "";  // one line, what it does
+
+  // The object's default.
+  double number = 0;
+  Vec3D vector{};
+  const char* string = "";
+  std::span<const SplineKnot> knots{};
+  std::span<const GradientKnot> colours{};
+
+  // What a reader takes when the container has no value, where that differs from the object's default.
+  std::optional<double> fallbackNumber{};
+  std::optional<Vec3D> fallbackVector{};
+
+  double min = -std::numeric_limits<double>::infinity();
+  double max = std::numeric_limits<double>::infinity();
+  bool minExclusive = false;
+  std::span<const Choice> choices{};
+  std::uint32_t linkKinds = kLinkAny;
+  std::array<Condition, 3> shownWhen{};  // all must hold
+  int shownCount = 0;
+  bool hidden = false;  // never shown in an interface; still read
+
+  constexpr double FallbackNumber() const { return fallbackNumber ? *fallbackNumber : number; }
+  constexpr Vec3D FallbackVector() const { return fallbackVector ? *fallbackVector : vector; }
+  constexpr bool HoldsValue() const { return type != ParameterType::Button && type != ParameterType::Group; }
+
+  constexpr Parameter Min(double v) const {
+    return With([&](Parameter& p) { p.min = v; });
+  }
+  constexpr Parameter Max(double v) const {
+    return With([&](Parameter& p) { p.max = v; });
+  }
+  constexpr Parameter Above(double v) const {
+    return With([&](Parameter& p) { p.min = v, p.minExclusive = true; });
+  }
+  constexpr Parameter Between(double low, double high) const { return Min(low).Max(high); }
+  constexpr Parameter Fallback(double v) const {
+    return With([&](Parameter& p) { p.fallbackNumber = v; });
+  }
+  constexpr Parameter Fallback(const Vec3D& v) const {
+    return With([&](Parameter& p) { p.fallbackVector = v; });
+  }
+  constexpr Parameter ShownWhen(int other, Relation relation, double v) const {
+    return With([&](Parameter& p) { p.shownWhen[p.shownCount++] = {other, relation, v}; });
+  }
+  constexpr Parameter Hidden() const {
+    return With([](Parameter& p) { p.hidden = true; });
+  }
+
+ private:
+  template <class F>
+  constexpr Parameter With(F change) const {
+    Parameter p = *this;
+    change(p);
+    return p;
+  }
+};
+
+constexpr Parameter MakeParameter(int id, const char* key, ParameterType type, const char* unit, const char* text) {
+  Parameter p;
+  p.id = id, p.key = key, p.type = type, p.unit = unit, p.text = text;
+  return p;
+}
+constexpr Parameter BoolParameter(int id, const char* key, bool value, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Bool, "", text);
+  p.number = value ? 1 : 0, p.min = 0, p.max = 1;
+  return p;
+}
+constexpr Parameter IntParameter(int id, const char* key, std::int64_t value, const char* unit, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Int, unit, text);
+  p.number = static_cast<double>(value), p.min = -2147483648.0, p.max = 2147483647.0;
+  return p;
+}
+constexpr Parameter ChoiceParameter(int id, const char* key, std::int64_t value, std::span<const Choice> choices,
+                                    const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Choice, "", text);
+  p.number = static_cast<double>(value), p.choices = choices;
+  return p;
+}
+constexpr Parameter FloatParameter(int id, const char* key, double value, const char* unit, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Float, unit, text);
+  p.number = value;
+  return p;
+}
+constexpr Parameter VectorParameter(int id, const char* key, const Vec3D& value, const char* unit, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Vector, unit, text);
+  p.vector = value;
+  return p;
+}
+constexpr Parameter StringParameter(int id, const char* key, const char* value, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::String, "", text);
+  p.string = value;
+  return p;
+}
+constexpr Parameter FileParameter(int id, const char* key, const char* text) {
+  return MakeParameter(id, key, ParameterType::File, "", text);
+}
+constexpr Parameter LinkParameter(int id, const char* key, std::uint32_t kinds, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Link, "", text);
+  p.linkKinds = kinds;
+  return p;
+}
+constexpr Parameter ListParameter(int id, const char* key, std::uint32_t kinds, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::InExclude, "", text);
+  p.linkKinds = kinds;
+  return p;
+}
+constexpr Parameter SplineParameter(int id, const char* key, std::span<const SplineKnot> knots, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Spline, "", text);
+  p.knots = knots;
+  return p;
+}
+constexpr Parameter GradientParameter(int id, const char* key, std::span<const GradientKnot> colours,
+                                      const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Gradient, "", text);
+  p.colours = colours;
+  return p;
+}
+constexpr Parameter ButtonParameter(int id, const char* key, const char* text) {
+  return MakeParameter(id, key, ParameterType::Button, "", text);
+}
+constexpr Parameter GroupParameter(int id, const char* key, const char* text) {
+  return MakeParameter(id, key, ParameterType::Group, "", text);
+}
+
+// The value that a new object's container gets for this row; empty for links, and for curves without knots.
+Value DefaultOf(const Parameter& parameter);
+
+}  // namespace orlix

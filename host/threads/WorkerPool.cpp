@@ -1,0 +1,96 @@
+#include "host/threads/WorkerPool.h"
+
+#include <algorithm>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace orlix {
+
+namespace {
+
+thread_local bool insideRun = false;
+
+void Pause() {
+#if defined(__x86_64__)
+  _mm_pause();
+#else
+  std::this_thread::yield();
+#endif
+}
+
+// A pass over a grid takes milliseconds and the next one follows at once: a short spin saves the wake-up.
+constexpr int kSpins = 2000;
+
+}  // namespace
+
+int HostWorkerCount() {
+  return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, WorkerPool::kMaxWorkers);
+}
+
+WorkerPool::WorkerPool(int count) : count_(std::clamp(count, 1, kMaxWorkers)) {
+  for (int i = 1; i < count_; ++i) threads_.emplace_back([this, i] { ThreadMain(i); });
+}
+
+WorkerPool::~WorkerPool() {
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+    published_.store(++generation_, std::memory_order_release);
+  }
+  wake_.notify_all();
+  for (std::thread& thread : threads_) thread.join();
+}
+
+void WorkerPool::RunErased(int workers, Function function, void* context) {
+  if (workers <= 0) return;
+  if (workers == 1 || count_ == 1 || insideRun) {
+    const bool outer = insideRun;
+    insideRun = true;
+    for (int worker = 0; worker < workers; ++worker) function(context, worker);
+    insideRun = outer;
+    return;
+  }
+  const std::lock_guard run(runMutex_);
+  {
+    const std::lock_guard lock(mutex_);
+    function_ = function;
+    context_ = context;
+    workers_ = workers;
+    unfinished_.store(count_ - 1, std::memory_order_relaxed);
+    published_.store(++generation_, std::memory_order_release);
+  }
+  wake_.notify_all();
+  insideRun = true;
+  for (int worker = 0; worker < workers; worker += count_) function(context, worker);
+  insideRun = false;
+  for (int spin = 0; spin < kSpins && unfinished_.load(std::memory_order_acquire) > 0; ++spin) Pause();
+  std::unique_lock lock(mutex_);
+  done_.wait(lock, [&] { return unfinished_.load(std::memory_order_acquire) == 0; });
+}
+
+void WorkerPool::ThreadMain(int index) {
+  insideRun = true;
+  std::uint64_t seen = 0;
+  for (;;) {
+    for (int spin = 0; spin < kSpins && published_.load(std::memory_order_acquire) == seen; ++spin) Pause();
+    Function function;
+    void* context;
+    int workers;
+    {
+      std::unique_lock lock(mutex_);
+      wake_.wait(lock, [&] { return generation_ != seen; });
+      seen = generation_;
+      if (ending_) return;
+      function = function_, context = context_, workers = workers_;
+    }
+    for (int worker = index; worker < workers; worker += count_) function(context, worker);
+    if (unfinished_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      const std::lock_guard lock(mutex_);
+      done_.notify_one();
+    }
+  }
+}
+
+}  // namespace orlix
