@@ -1,0 +1,44 @@
+#include "fluids/grids/GridMemory.h"
+
+#include <atomic>
+#include <new>
+
+namespace orlix {
+
+namespace {
+
+std::atomic<std::int64_t> current{0}, peak{0}, budget{0};
+constexpr std::align_val_t kAlignment{64};
+
+}  // namespace
+
+void* AllocateGridMemory(std::size_t bytes) {
+  if (bytes == 0) return nullptr;
+  const std::int64_t size = static_cast<std::int64_t>(bytes);
+  const std::int64_t now = current.fetch_add(size, std::memory_order_relaxed) + size;
+  const std::int64_t limit = budget.load(std::memory_order_relaxed);
+  void* memory = limit > 0 && now > limit ? nullptr : ::operator new(bytes, kAlignment, std::nothrow);
+  if (!memory) {
+    current.fetch_sub(size, std::memory_order_relaxed);
+    throw std::bad_alloc();
+  }
+  std::int64_t seen = peak.load(std::memory_order_relaxed);
+  while (now > seen && !peak.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
+  }
+  return memory;
+}
+
+void FreeGridMemory(void* memory, std::size_t bytes) noexcept {
+  if (!memory) return;
+  ::operator delete(memory, kAlignment);
+  current.fetch_sub(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
+}
+
+GridMemoryUse CurrentGridMemory() {
+  return {current.load(std::memory_order_relaxed), peak.load(std::memory_order_relaxed)};
+}
+void ResetGridMemoryPeak() { peak.store(current.load(std::memory_order_relaxed), std::memory_order_relaxed); }
+void SetGridMemoryBudget(std::int64_t bytes) { budget.store(bytes, std::memory_order_relaxed); }
+std::int64_t GridMemoryBudget() { return budget.load(std::memory_order_relaxed); }
+
+}  // namespace orlix
