@@ -1,0 +1,19 @@
+#pragma once
+// The host's memory compressor (Zstandard, RFC 8878).
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace orlix {
+
+class Compressor {
+ public:
+  // level 1 (fast) to 19 (small). False when memory is short; out is empty then.
+  static bool Compress(std::span<const std::byte> source, int level, std::vector<std::byte>& out);
+  // Exactly target.size() bytes, or false. Whatever the source claims, nothing beyond the target is written or taken.
+  static bool Uncompress(std::span<const std::byte> source, std::span<std::byte> target);
+};
+
+}  // namespace orlix
