@@ -10,11 +10,14 @@ namespace {
 
 constexpr int kRootTypeId = 1300000;
 
-constexpr Parameter kTransform[] = {
+constexpr Parameter kGeometry[] = {
     VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space"),
     VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes"),
     VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z"),
+    LinkParameter(kMaterialId, "material", kLinkMaterial, "What the surface looks like in pictures; grey without one"),
+    BoolParameter(kShownInPicturesId, "shown_in_pictures", true, "Whether pictures show the object and its shadow"),
 };
+constexpr std::size_t kTransformRows = 3;
 
 LMatrix RotationAbout(int axis, double degrees) {
   const double angle = degrees * (3.14159265358979323846 / 180.0), c = std::cos(angle), s = std::sin(angle);
@@ -27,7 +30,8 @@ LMatrix RotationAbout(int axis, double degrees) {
 
 }  // namespace
 
-std::span<const Parameter> TransformParameters() { return kTransform; }
+std::span<const Parameter> TransformParameters() { return std::span(kGeometry).first(kTransformRows); }
+std::span<const Parameter> GeometryParameters() { return kGeometry; }
 
 BaseObject::BaseObject(const TypeInfo& type, BaseDocument& document, std::uint64_t creationNumber)
     : name(type.ShortName()), type_(&type), document_(&document), creationNumber_(creationNumber) {

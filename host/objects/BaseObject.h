@@ -24,6 +24,12 @@ inline constexpr int kRotationId = 905;
 // its common rows.
 std::span<const Parameter> TransformParameters();
 
+inline constexpr int kMaterialId = 906;
+inline constexpr int kShownInPicturesId = 907;
+// The rows of TransformParameters, a link to the material, and whether pictures show the object: the common rows of a
+// type that has polygons.
+std::span<const Parameter> GeometryParameters();
+
 // Polygons in the object's local space: triangles and quads, as the host keeps them.
 struct PolygonObject {
   struct Polygon {
