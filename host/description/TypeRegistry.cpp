@@ -100,6 +100,7 @@ void TypeRegistry::Add(const TypeInfo& type) {
   [[maybe_unused]] const bool newId = types_.emplace(type.id, &type).second;
   [[maybe_unused]] const bool newName = names_.emplace(type.ShortName(), type.id).second;
   assert(newId && newName);
+  if (*type.alias) names_.emplace(type.alias, type.id);
   planned_.erase(std::string(type.ShortName()));
   planned_.erase(std::to_string(type.id));
 }

@@ -21,6 +21,7 @@ enum class TypeRole { Node, Root, Object, Tag, Light, Camera, Material, RenderSe
 struct TypeInfo {
   int id = 0;
   const char* resource = "";  // "zq_fluid"; the prefix "zq_" may be left out in a scene file
+  const char* alias = "";     // a second short name, or ""
   const char* className = "";
   const char* label = "";  // what an interface calls it
   const char* text = "";   // one paragraph for the reference
@@ -37,7 +38,9 @@ struct TypeInfo {
   template <class F>
   void ForEachParameter(F&& f) const {
     for (const Parameter& p : parameters) f(p);
-    for (const Parameter& p : common) f(p);
+    for (const Parameter& p : common) {
+      if (&p == Find(p.id)) f(p);  // a type's own row replaces the common one
+    }
   }
   // The resource name without its prefix: what a scene file writes.
   std::string_view ShortName() const;

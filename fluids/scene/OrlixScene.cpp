@@ -1,0 +1,421 @@
+#include "fluids/scene/OrlixScene.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
+#include "fluids/scene/RootObject.h"
+#include "fluids/scene/StageRunner.h"
+#include "fluids/scene/StateCheck.h"
+
+namespace orlix {
+
+namespace {
+
+// A host object that derives from a plug-in base type is built by that base type.
+constexpr std::int32_t kPluginBases[] = {1300139, 1300140, 1300141};
+constexpr std::int32_t kParticleGroupSubType = 66;
+constexpr std::int32_t kAnySubType = 2000;
+
+}  // namespace
+
+OrlixScene::OrlixScene(BaseObject& root, const SceneHost& sceneHost) : Scene(root), host_(sceneHost) {}
+OrlixScene::~OrlixScene() { DestroyNodes(); }
+
+bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
+  hostThread = thread;
+  gravity = handler.GetVector(kGravityId);
+  warned_.clear();
+  return Scene::Step(thread, renderingFrame);
+}
+
+double OrlixScene::ComputeTimeStep(double minSquaredSpeed) const {
+  for (const auto& [key, node] : lists_[NODE_SOLVER]) {
+    if (const auto* solver = dynamic_cast<const iSolver*>(node.get())) {
+      minSquaredSpeed = std::max(minSquaredSpeed, solver->SquaredSpeed());
+    }
+  }
+  return Scene::ComputeTimeStep(minSquaredSpeed);
+}
+
+void OrlixScene::CheckDirty() { settingsCopy = GetHostObject()->container(); }
+
+void OrlixScene::SetFrameParameters(std::int32_t frameOffset, float frameDuration, SubstepMode mode, double cflFactor,
+                                    double fixedTime, std::int32_t substeps, std::uint8_t minSubsteps, std::int32_t fps,
+                                    double sample, double samples) {
+  Scene::SetFrameParameters(frameOffset, frameDuration, mode, cflFactor, fixedTime, substeps, minSubsteps, fps, sample,
+                            samples);
+  substepMode = mode;
+  const double length = info.frameDuration;
+  const bool blurred = sample > 0 && samples > 0;
+  switch (mode) {
+    case SubstepMode::Adaptive:
+      info.substepDuration = length;
+      break;
+    case SubstepMode::FixedCount:
+      info.substepDuration = blurred ? length / samples * sample : length / substeps;
+      break;
+    case SubstepMode::FixedTime:
+      info.substepDuration = blurred ? fixedTime / substeps / samples * sample : fixedTime / substeps;
+      break;
+  }
+  rigidSubsteps = handler.GetInt(1301);
+}
+
+void OrlixScene::SetStage(std::int32_t newStage) {
+  stage = newStage;
+  ShowStatus(std::string("PipelineStage: ") + StageLabel(newStage));
+}
+
+bool OrlixScene::TestBreak(const BaseThread* extraThread) const {
+  return failure_ || (hostThread && hostThread->TestBreak()) || (extraThread && extraThread->TestBreak());
+}
+
+void OrlixScene::Warn(const iBase& node, const std::string& text) {
+  const std::string name = node.DisplayName();
+  if (warned_.insert(name + '\n' + text).second && host_.observer.onWarning) host_.observer.onWarning(name, text);
+}
+
+void OrlixScene::Fail(ErrorKind kind, std::string text) {
+  if (!failure_) failure_ = Error{kind, std::move(text)};
+}
+
+// --- the lists -------------------------------------------------------------------------------------------------------
+
+iBase* OrlixScene::FindNode(const BaseList2D* hostObject, std::int32_t list) const {
+  const auto found = lists_[list].find(hostObject->creationNumber());
+  return found == lists_[list].end() ? nullptr : found->second.get();
+}
+
+bool OrlixScene::AddNode(std::int32_t baseType, std::unique_ptr<iBase> node) {
+  if (!node || baseType < NODE_CHANNEL || baseType > NODE_HELPER || !node->handler.HasObject()) return false;
+  return lists_[baseType].emplace(node->handler.hostObject()->creationNumber(), std::move(node)).second;
+}
+
+bool OrlixScene::CreateNode(BaseObject* hostObject, std::int32_t id) {
+  if (!hostObject || Retrieve(hostObject, NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY)) return false;
+  std::unique_ptr<iBase> node = host_.factory.Create(id, *hostObject, *this);
+  if (!node) return false;
+  const std::int32_t list = node->GetNodeBaseType();
+  return AddNode(list, std::move(node));
+}
+
+void OrlixScene::DestroyNodes() {
+  for (auto& list : lists_) list.clear();
+}
+
+void OrlixScene::SyncNodes() {
+  const auto visit = [&](auto&& self, BaseObject& object) -> void {
+    if (object.IsInstanceOf(kRootTypeId)) {
+      std::int32_t id = object.typeId();
+      for (const std::int32_t base : kPluginBases) {
+        if (object.IsInstanceOf(base)) id = base;
+      }
+      CreateNode(&object, id);
+    }
+    for (const auto& child : object.children()) self(self, *child);
+  };
+  for (const auto& child : GetHostObject()->children()) visit(visit, *child);
+  DropOrphans();
+}
+
+void OrlixScene::DropOrphans() {
+  for (auto& list : lists_) {
+    std::erase_if(list, [&](const auto& entry) {
+      const C4D_InterfaceHandler& nodeHandler = entry.second->handler;
+      if (!nodeHandler.IsHostInDocument(0)) return true;
+      const BaseObject* up = nodeHandler.hostObject();
+      while (up && up != GetHostObject()) up = up->parent();
+      return up == nullptr;
+    });
+  }
+}
+
+iBase* OrlixScene::Retrieve(const BaseList2D* hostObject, std::int32_t baseType, std::int32_t typeA,
+                            std::int32_t typeB) const {
+  if (!hostObject) return nullptr;
+  const auto passes = [](const iBase& node, std::int32_t type) {
+    return type == RETRIEVE_ANY || node.HasRetrieveType(type);
+  };
+  const std::int32_t first = baseType > NODE_HELPER ? NODE_CHANNEL : baseType;
+  const std::int32_t last = baseType > NODE_HELPER ? NODE_HELPER : baseType;
+  for (std::int32_t list = std::max(first, 0); list <= last; ++list) {
+    iBase* node = FindNode(hostObject, list);
+    if (node && node->IsEnabled() && passes(*node, typeA) && passes(*node, typeB)) return node;
+  }
+  return nullptr;
+}
+
+void OrlixScene::RetrieveAll(const InExcludeData* filter, std::vector<iBase*>& out, std::int32_t baseType,
+                             std::uint32_t typeMask, std::int32_t subType, std::int32_t typeBit,
+                             bool filterIsInclude) const {
+  const auto passes = [&](const iBase& node) {
+    if (!node.IsEnabled() || (subType != kAnySubType && node.GetNodeSubType() != subType)) return false;
+    const std::uint32_t mask = node.RetrieveMask();
+    if (mask == typeMask) return true;
+    if (typeBit != RETRIEVE_ANY) return (mask & (1u << typeBit)) != 0;
+    return typeMask == RETRIEVE_ANY;
+  };
+  const std::int32_t first = baseType > NODE_HELPER ? NODE_CHANNEL : baseType;
+  const std::int32_t last = baseType > NODE_HELPER ? NODE_HELPER : baseType;
+  if (filter && filterIsInclude) {
+    for (const InExcludeData::Entry& entry : filter->entries) {
+      const BaseList2D* object = GetHostDocument()->FindObject(entry.target);
+      if (!object) continue;
+      for (std::int32_t list = first; list <= last; ++list) {
+        iBase* node = FindNode(object, list);
+        if (node && passes(*node)) out.push_back(node);
+      }
+    }
+    return;
+  }
+  ForEachNode(first, last, [&](iBase& node) {
+    if (passes(node) && !(filter && filter->Contains(node.handler.hostObject()->creationNumber())))
+      out.push_back(&node);
+  });
+}
+
+// --- passes over all nodes -------------------------------------------------------------------------------------------
+
+void OrlixScene::EvaluateStage() {
+  const auto forAll = [&](auto&& f) {
+    ForEachNode(NODE_CHANNEL, NODE_FORCE, f);
+    ForEachNode(NODE_SETTINGS, NODE_HELPER, f);
+  };
+  if (stage == kStageFinishVisual) return forAll([](iBase& node) { node.ReleaseLinks(); });
+  if (stage == kStageInitSubstep) return RunBeginSubstep();
+  if (stage != kStageStart && stage != kStageUpdate) return;
+  // A node that is passed over would never come back: what CheckDirty of a vanished counter disabled is gone anyway.
+  const auto forEnabled = [&](auto&& f) {
+    forAll([&](iBase& node) {
+      if (node.IsEnabled()) f(node);
+    });
+  };
+  forEnabled([](iBase& node) { node.ReadParameters(); });
+  forEnabled([](iBase& node) { node.ResolveLinks(); });
+  std::vector<iBase*> staged;
+  for (std::int32_t s = 0; s <= kStageVisualPost; ++s) {
+    forEnabled([&](iBase& node) {
+      if ((node.stageMask & StageBit(s)) != 0) staged.push_back(&node);
+    });
+  }
+  SortByComesBefore(staged);
+  staged.erase(std::unique(staged.begin(), staged.end()), staged.end());
+  for (iBase* node : staged) node->CheckDirty();
+  forAll([](iBase& node) {
+    if (!node.HasFlag(NodeDirtyChecked)) node.CheckDirty();
+  });
+}
+
+void OrlixScene::LoadCaches() {
+  SetStage(kStageLoadCache);
+  const auto forCaches = [&](auto&& f) { ForEachNode(NODE_CACHE, NODE_CACHE, f); };
+  forCaches([](iBase& node) {
+    if (node.IsEnabled()) node.ReadParameters();
+  });
+  forCaches([](iBase& node) {
+    if (node.IsEnabled()) node.ResolveLinks();
+  });
+  forCaches([](iBase& node) {
+    if (!node.HasFlag(NodeDirtyChecked)) node.CheckDirty();
+  });
+  forCaches([](iBase& node) {
+    if (auto* cache = dynamic_cast<iObject*>(&node); cache && cache->IsEnabled()) cache->Prepare();
+  });
+}
+
+void OrlixScene::SaveCaches() {
+  SetStage(kStageSaveCache);
+  std::vector<iObject*> caches;
+  ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
+    if (auto* cache = dynamic_cast<iObject*>(&node)) caches.push_back(cache);
+  });
+  // A frame that failed half way isn't a result.
+  if (!failure_) {
+    for (iObject* cache : caches) {
+      if (cache->IsEnabled()) cache->Prepare();
+    }
+    for (iObject* cache : caches) {
+      ProcessData data;
+      data.hostThread = hostThread;
+      if (cache->IsEnabled()) cache->Process(data);
+    }
+    for (iObject* cache : caches) cache->Finish();
+  }
+  for (iObject* cache : caches) cache->ReleaseLinks();
+}
+
+void OrlixScene::ResetNodes(bool hard) {
+  const auto reset = [&](iBase& node) {
+    if (hard || (node.IsDirty() && node.ResetWhenDirty())) node.ResetSimulation();
+  };
+  ForEachNode(NODE_CHANNEL, NODE_CACHE, reset);
+  ForEachNode(NODE_SETTINGS, NODE_HELPER, reset);
+  if (!hard) return;
+  info.time = 0;
+  failure_.reset();
+  scratch_.Trim();
+}
+
+bool OrlixScene::AnyDirty() {
+  bool dirty = false;
+  if (stage == kStageStart || stage == kStageUpdate) {
+    const auto look = [&](iBase& node) { dirty |= node.IsEnabled() && node.IsDirty(); };
+    ForEachNode(NODE_CHANNEL, NODE_CACHE, look);
+    ForEachNode(NODE_SETTINGS, NODE_HELPER, look);
+  }
+  return dirty;
+}
+
+// --- stages ----------------------------------------------------------------------------------------------------------
+
+void OrlixScene::RunBeginSubstep() {
+  ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
+    if (!node.IsEnabled() || !node.HasRetrieveType(RETRIEVE_LEVELSET)) return;
+    if (auto* volume = dynamic_cast<iSubstepBeginner*>(&node)) volume->BeginSubstep();
+  });
+}
+
+bool OrlixScene::UpdateBounds() {
+  Vec3D min(std::numeric_limits<double>::max()), max(-std::numeric_limits<double>::max());
+  const Vec3D untouchedMin = min, untouchedMax = max;
+  const auto forOthers = [&](auto&& f) {
+    ForEachNode(NODE_CHANNEL, NODE_OPERATOR, f);
+    ForEachNode(NODE_PARTICLES, NODE_CACHE, f);
+  };
+  forOthers([&](iBase& node) {
+    if (node.IsEnabled() && node.HasFlag(NodeHasBounds)) node.ExtendBounds(min, max);
+  });
+  const auto allDiffer = [](const Vec3D& a, const Vec3D& b) { return a.x != b.x || a.y != b.y || a.z != b.z; };
+  const bool touched = allDiffer(min, untouchedMin) && allDiffer(max, untouchedMax);
+  if (!touched || min.x > max.x || min.y > max.y || min.z > max.z) {
+    SetFlag(NoBounds, true);
+    const auto clear = [](iBase& node) {
+      if (node.HasFlag(NodeHasBounds)) node.ClearState(true);
+    };
+    ForEachNode(NODE_CHANNEL, NODE_CHANNEL, clear);
+    ForEachNode(NODE_SOLVER, NODE_SOLVER, clear);
+    return false;
+  }
+  SetFlag(NoBounds, false);
+  const iBase* lastSolver = nullptr;
+  ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+    if (!node.IsEnabled()) return;
+    node.ExtendBounds(min, max);
+    lastSolver = &node;
+  });
+  ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+    if (node.IsEnabled()) node.ApplyBounds(min, max);
+  });
+  const bool active = lastSolver && lastSolver->IsActive();
+  if (!lastSolver || active) {
+    forOthers([&](iBase& node) {
+      if (node.IsEnabled()) node.ApplyBounds(min, max);
+    });
+  }
+  return active;
+}
+
+void OrlixScene::RunFinishStage(bool boundsValid) {
+  bool broken = false;
+  ForEachNode(NODE_PARTICLES, NODE_PARTICLES, [&](iBase& node) {
+    if (broken || node.GetNodeSubType() != kParticleGroupSubType) return;
+    node.AfterStep();
+    broken = TestBreak();
+  });
+  if (broken || !boundsValid) return;
+  ForEachNode(NODE_CHANNEL, NODE_CHANNEL, [](iBase& node) {
+    if (node.IsEnabled() && node.IsDirty()) node.AfterStep();
+  });
+  ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+    if (node.IsEnabled() && node.IsDirty() && !TestBreak()) node.AfterStep();
+  });
+}
+
+bool OrlixScene::RunStageWork(bool updateOnly, bool& boundsValid) {
+  switch (stage) {
+    case kStageInitSubstep:
+      if (!updateOnly && info.time != 0) EvaluateStage();
+      return true;
+    case kStageBounds:
+      if (!updateOnly) boundsValid = UpdateBounds();
+      return true;
+    case kStageFinish:
+      if (!updateOnly) RunFinishStage(boundsValid);
+      return !TestBreak();
+    default:
+      return StageRunner(*this, updateOnly).Run();
+  }
+}
+
+bool OrlixScene::Simulate(bool updateOnly) {
+  StartReport();
+  const auto start = std::chrono::steady_clock::now();
+  bool whole = true, boundsValid = true;
+  for (std::int32_t s = kStageInitSubstep; s <= kStageFinish && whole; ++s) {
+    const auto stageStart = std::chrono::steady_clock::now();
+    SetStage(s);
+    try {
+      whole = RunStageWork(updateOnly, boundsValid);
+    } catch (const std::bad_alloc&) {
+      Fail(ErrorKind::Memory, "\"" + Name() + "\": memory doesn't suffice in stage \"" + StageLabel(stage) + "\"");
+      whole = false;
+    }
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - stageStart;
+    substepReport_.stageSeconds.emplace_back(s, seconds.count());
+  }
+  substepReport_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  FinishReport();
+  return whole;
+}
+
+void OrlixScene::VisualStage() {
+  for (std::int32_t s = kStageStartVisual; s <= kStageVisualPost; ++s) {
+    SetStage(s);
+    if (!StageRunner(*this, false).Run()) return;
+  }
+}
+
+// --- state and reports -----------------------------------------------------------------------------------------------
+
+void OrlixScene::VisitState(StateVisitor& visitor) {
+  visitor.Visit("time", info.time);
+  visitor.Visit("lastFrame", clock.lastFrame);
+  visitor.Visit("lastTime", clock.lastTime);
+  visitor.Visit("clockTime", clock.time);
+  const auto visit = [&](iBase& node) {
+    const std::string name = node.DisplayName() + ":" + std::to_string(node.handler.hostObject()->typeId());
+    visitor.Begin(name.c_str());
+    node.VisitState(visitor);
+    visitor.End();
+  };
+  ForEachNode(NODE_CHANNEL, NODE_CACHE, visit);
+  ForEachNode(NODE_SETTINGS, NODE_HELPER, visit);
+}
+
+std::uint64_t OrlixScene::HashState() {
+  StateHasher hasher;
+  VisitState(hasher);
+  return hasher.Value();
+}
+
+void OrlixScene::StartReport() {
+  substepReport_ = {};
+  substepReport_.scene = Name();
+  substepReport_.frame = info.frame;
+  substepReport_.substep = info.substep;
+  substepReport_.dt = info.substepDuration;
+  ResetGridMemoryPeak();
+}
+
+void OrlixScene::FinishReport() {
+  StateSize size;
+  VisitState(size);
+  substepReport_.gridBytes = size.bytes();
+  substepReport_.cells = size.cells();
+  substepReport_.peakBytes = CurrentGridMemory().peak;
+  if (host_.observer.wantsHash) substepReport_.hash = HashState();
+  if (host_.observer.onSubstep) host_.observer.onSubstep(substepReport_);
+}
+
+}  // namespace orlix

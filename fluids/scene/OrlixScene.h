@@ -1,0 +1,133 @@
+#pragma once
+// The engine's picture of one simulation: it mirrors the host objects beneath one root as typed nodes, keeps them in
+// lists, and runs them in a fixed sequence of stages.
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "fluids/grids/ScratchPool.h"
+#include "fluids/scene/NodeFactory.h"
+#include "fluids/scene/Scene.h"
+#include "fluids/scene/StepReport.h"
+#include "fluids/scene/iObject.h"
+#include "globals/Result.h"
+#include "host/threads/WorkerPool.h"
+#include "host/ui/StatusLine.h"
+
+namespace orlix {
+
+// What a scene needs of its host.
+struct SceneHost {
+  WorkerPool& pool;
+  const NodeFactory& factory;
+  StatusLine& status;
+  StepObserver& observer;
+};
+
+// A volume that is asked to begin each sub-step but a frame's first simulated one.
+class iSubstepBeginner {
+ public:
+  virtual ~iSubstepBeginner() = default;
+  virtual void BeginSubstep() = 0;
+};
+
+class OrlixScene final : public Scene {
+ public:
+  OrlixScene(BaseObject& root, const SceneHost& sceneHost);
+  ~OrlixScene() override;
+
+  bool Step(const BaseThread* thread, bool renderingFrame) override;
+  double ComputeTimeStep(double minSquaredSpeed) const override;
+  void CheckDirty() override;
+  void SetFrameParameters(std::int32_t frameOffset, float frameDuration, SubstepMode mode, double cflFactor,
+                          double fixedTime, std::int32_t substeps, std::uint8_t minSubsteps, std::int32_t fps,
+                          double sample, double samples) override;
+  void SyncNodes() override;
+  void DropOrphans();
+  void EvaluateStage() override;
+  void LoadCaches() override;
+  bool Simulate(bool updateOnly) override;
+  void VisualStage() override;
+  void SaveCaches() override;
+  void ResetNodes(bool hard) override;
+  bool AnyDirty() override;
+  bool TestBreak(const BaseThread* extraThread = nullptr) const override;
+  void SetStage(std::int32_t newStage) override;
+  void ShowStatus(const std::string& text) override { host_.status.Set(text); }
+  int HostWorkers() const override { return host_.pool.count(); }
+
+  // Enters a node under its host object; false when that object has a node in the list.
+  bool AddNode(std::int32_t baseType, std::unique_ptr<iBase> node);
+  // The factory. False for an unknown id, and when an enabled node of the object exists.
+  bool CreateNode(BaseObject* hostObject, std::int32_t id);
+  void DestroyNodes();
+
+  // The look-up of nearly every ResolveLinks: the node of a host object in a list (above 11: in all lists, in order)
+  // that offers typeA and typeB (RETRIEVE_ANY tests nothing). Only enabled nodes are found.
+  iBase* Retrieve(const BaseList2D* hostObject, std::int32_t baseType, std::int32_t typeA, std::int32_t typeB) const;
+  template <class Node>
+  Node* RetrieveAs(const BaseList2D* hostObject, std::int32_t baseType, std::int32_t typeA = RETRIEVE_ANY,
+                   std::int32_t typeB = RETRIEVE_ANY) const {
+    return dynamic_cast<Node*>(Retrieve(hostObject, baseType, typeA, typeB));
+  }
+  // Gathers enabled nodes. subType 2000 means any. A node passes when its mask equals typeMask, or typeBit isn't 31 and
+  // its mask has that bit, or both are 31. With a filter, filterIsInclude true takes the filter's objects in their
+  // order, false those that aren't in it.
+  void RetrieveAll(const InExcludeData* filter, std::vector<iBase*>& out, std::int32_t baseType, std::uint32_t typeMask,
+                   std::int32_t subType, std::int32_t typeBit, bool filterIsInclude) const;
+  // Calls f(iBase&) for each node of the lists first to last, in order; list 9 is left out.
+  template <class F>
+  void ForEachNode(std::int32_t first, std::int32_t last, F&& f) const {
+    for (std::int32_t list = first; list <= last; ++list) {
+      for (const auto& [key, node] : lists_[list]) f(*node);
+    }
+  }
+
+  BaseObject* GetHostObject() const { return handler.hostObject(); }
+  BaseDocument* GetHostDocument() const { return handler.GetDocument(); }
+  const Vec3D& GetGravity() const { return gravity; }
+  const GridSpace& GetSimulationSpace() const { return space; }
+  const SimulationInfo& GetSimulationInfo() const { return info; }
+  WorkerPool& pool() const { return host_.pool; }
+  ScratchPool& scratch() { return scratch_; }
+  std::string Name() const { return GetHostObject()->Path(); }
+
+  // A message for the user; each text of a node once a frame.
+  void Warn(const iBase& node, const std::string& text);
+  // The outcome of a solve, for the statistics of this sub-step.
+  void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
+  // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
+  const std::optional<Error>& failure() const { return failure_; }
+  void Fail(ErrorKind kind, std::string text);
+
+  // All simulated state: the clock, then each node in list order. Names are "path:type".
+  void VisitState(StateVisitor& visitor);
+  std::uint64_t HashState();
+
+  Vec3D gravity{0, -9.81, 0};
+  std::int32_t rigidSubsteps = 10;
+  const BaseThread* hostThread = nullptr;
+  BaseContainer settingsCopy;
+
+ private:
+  friend class StageRunner;
+  iBase* FindNode(const BaseList2D* hostObject, std::int32_t list) const;
+  void RunBeginSubstep();
+  bool UpdateBounds();
+  void RunFinishStage(bool boundsValid);
+  bool RunStageWork(bool updateOnly, bool& boundsValid);
+  void StartReport();
+  void FinishReport();
+
+  SceneHost host_;
+  ScratchPool scratch_;
+  std::map<std::uint64_t, std::unique_ptr<iBase>> lists_[NODE_HELPER + 1];
+  std::optional<Error> failure_;
+  std::set<std::string> warned_;
+  SubstepReport substepReport_;
+};
+
+}  // namespace orlix

@@ -1,0 +1,55 @@
+#pragma once
+// What a step tells: times, solver outcomes, messages. The program writes it as statistics; nodes only fill it.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orlix {
+
+struct SolverReport {
+  std::string node;
+  std::int32_t iterations = 0;
+  double residual = 0;  // relative
+  bool converged = true;
+  double divergenceBefore = 0, divergenceAfter = 0;  // the largest of all cells, 1/s
+};
+
+struct SubstepReport {
+  std::string scene;
+  std::int32_t frame = 0;
+  std::int32_t substep = 0;
+  double dt = 0;       // s of simulated time
+  double seconds = 0;  // of the clock on the wall
+  std::vector<std::pair<std::int32_t, double>> stageSeconds;
+  std::vector<std::pair<std::string, double>> nodeSeconds;
+  std::int64_t cells = 0;
+  std::int64_t particles = 0;
+  std::vector<SolverReport> solvers;
+  std::int64_t gridBytes = 0;  // kept by the scene at the end of the sub-step
+  std::int64_t peakBytes = 0;  // the most that all grids took at once since the sub-step began
+  std::uint64_t hash = 0;      // of all simulated state and the clock; 0 when not asked for
+};
+
+// A node made a value that is no number.
+struct Divergence {
+  std::string node;
+  std::string grid;
+  std::int32_t stage = 0, frame = 0, substep = 0;
+  std::int32_t i = 0, j = 0, k = 0;
+  double value = 0;
+  std::string Text() const;
+};
+
+// Where a scene's messages and statistics go. Functions may be empty.
+struct StepObserver {
+  bool wantsHash = false;
+  std::function<void(const SubstepReport&)> onSubstep;
+  // A message for the user that a node has; each text once a frame.
+  std::function<void(const std::string& node, const std::string& text)> onWarning;
+};
+
+}  // namespace orlix

@@ -1,0 +1,102 @@
+#include "fluids/scene/iBase.h"
+
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kLastStage = 22;  // of those that run nodes
+
+constexpr Parameter kCommon[] = {
+    VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space"),
+    VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes"),
+    VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z"),
+    ListParameter(kConstraintListId, "constraints", kLinkConstraint, "Constraints that confine where the node acts"),
+    ButtonParameter(2504, "add_constraint", "Adds a constraint beneath the object and enters it in the list"),
+    IntParameter(kIterationsId, "iterations", 0, "", "Extra rounds; only the particle mesh emitter reads it")
+        .Min(0)
+        .Hidden(),
+    LinkParameter(kDurationLinkId, "duration", kLinkDuration, "When the node acts; without one, always"),
+    GroupParameter(10000, "execution", "Where and when the node runs in the pipeline"),
+    IntParameter(kStageId, "stage", 0, "", "Stage in which the node runs; 0 keeps its own").Between(0, kLastStage),
+    IntParameter(kPriorityId, "priority", 0, "", "Added to the node's own priority; the smaller runs earlier"),
+    BoolParameter(kOwnBlockId, "own_block", true, "The node opens an execution block of its own").Fallback(0.0),
+};
+
+}  // namespace
+
+std::span<const Parameter> CommonNodeParameters() { return kCommon; }
+
+iBase::iBase(BaseList2D* hostObject, OrlixScene& owner)
+    : handler(hostObject), scene(&owner), simulationInfo(&owner.info) {}
+
+const GridSpace& iBase::GetSimulationSpace() const { return scene->space; }
+
+std::string iBase::DisplayName() const { return handler.HasObject() ? handler.hostObject()->Path() : "(no object)"; }
+
+bool iBase::NextIteration() {
+  ++iteration;
+  if (iteration == iterationRepeatAt && iterationRepeatCount > 0) {
+    if (++iterationRepeat < iterationRepeatCount)
+      iteration = 0;
+    else
+      iterationRepeat = 0;
+  }
+  if (iteration < iterationCount) return true;
+  iteration = -1;
+  return false;
+}
+
+bool iBase::RepeatIteration(std::int32_t restartAt) {
+  if (iteration != iterationRepeatAt || iterationRepeatCount < 1) return true;
+  if (++iterationRepeat == iterationRepeatCount) {
+    iterationRepeat = 0;
+    return false;
+  }
+  if (restartAt >= 0) iteration = static_cast<std::int16_t>(restartAt);
+  return true;
+}
+
+void iBase::ClearState(bool) { SetFlag(NodeActive, false); }
+
+bool iBase::ReadParameters() {
+  if (!handler.HasObject()) return false;
+  const std::int32_t stage = handler.GetInt(kStageId), userPriority = handler.GetInt(kPriorityId);
+  if (stage >= 1 && stage <= kLastStage) {
+    priority = userPriority;
+    stageMask = StageBit(stage);
+  } else {
+    priority += userPriority;
+  }
+  SetFlag(NodeOwnBlock, handler.GetBool(kOwnBlockId));
+  return true;
+}
+
+void iBase::CheckDirty() {
+  if (!handler.HasObject() || HasFlag(NodeDirtyChecked)) return;
+  SetFlag(NodeEnabled, true);
+  std::uint32_t counter = 0;
+  if (!handler.GetDirtyCount(counter)) {
+    SetFlag(NodeEnabled | NodeDirty | NodeHardDirty, false);
+    return;
+  }
+  if (counter != dirtyCount)
+    SetFlag(NodeDirty, true);
+  else
+    SetFlag(NodeDirty | NodeHardDirty, false);
+  dirtyCount = counter;
+  SetFlag(NodeDirtyChecked, true);
+}
+
+std::uint32_t iBase::MarkDirty(bool hard) {
+  SetFlag(NodeDirty, true);
+  if (hard) SetFlag(NodeHardDirty, true);
+  return --dirtyCount;
+}
+
+bool iBase::HasRetrieveType(std::int32_t type) const {
+  return type >= 0 && type < RETRIEVE_ANY && (RetrieveMask() & (1u << type)) != 0;
+}
+
+}  // namespace orlix

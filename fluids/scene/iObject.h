@@ -1,0 +1,37 @@
+#pragma once
+// A node that is evaluated in the stages of the pipeline.
+
+#include "fluids/scene/iBase.h"
+
+namespace orlix {
+
+class iObject : public iBase {
+ public:
+  using iBase::iBase;
+
+  // Hands a force or a channel operator the channel that it is to act on in this run.
+  virtual void AttachInput(iBase*) {}
+  // Decides whether the node has work to do in this stage and sets or clears Active. caller: the node that owns this
+  // one, where one does.
+  virtual void Prepare(iBase* /*caller*/ = nullptr) {}
+  // Once per run, on the calling thread: gathers the pointers and tables that Process needs.
+  virtual void Setup() {}
+  // The real work. Of a node that doesn't run serially it is called at the same time on each worker, and the node
+  // splits its work by the thread index.
+  virtual void Process(ProcessData&) {}
+  // Once per run, on the calling thread.
+  virtual void Finish() {}
+};
+
+// A fluid solver, as the scene and the nodes below the solvers' layer see it.
+class iSolver : public iObject {
+ public:
+  using iObject::iObject;
+  std::int32_t GetNodeBaseType() const override { return NODE_SOLVER; }
+  // The largest squared speed of the last sub-step, m^2/s^2.
+  virtual double SquaredSpeed() const = 0;
+  // The scalar channel that feeds the pressure solve, 1/s; null on a solver without one.
+  virtual iBase* DivergenceSource() = 0;
+};
+
+}  // namespace orlix
