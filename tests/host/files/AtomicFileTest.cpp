@@ -1,0 +1,218 @@
+#include "host/files/AtomicFile.h"
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "host/files/AtomicStream.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::NamesIn;
+using test::ReadText;
+using test::TemporaryFolder;
+using Names = std::set<std::string>;
+
+TEST(AtomicFile, HoldsWhatAStringWouldAfterRandomWritesAndSeeks) {
+  TemporaryFolder folder;
+  std::mt19937 random(7);
+  for (int round = 0; round < 8; round++) {
+    AtomicFile file;
+    ASSERT_TRUE(file.Open(folder / "a.bin").ok());
+    std::string model;
+    std::size_t position = 0;
+    for (int i = 0; i < 60; i++) {
+      if (i % 3 == 2) {
+        position = random() % (model.size() + 1);
+        ASSERT_TRUE(file.Seek(position));
+      }
+      std::string piece(i % 7 == 0 ? random() % 700000 : random() % 300, char('a' + random() % 26));
+      ASSERT_TRUE(file.Write(piece.data(), piece.size()));
+      if (model.size() < position + piece.size()) model.resize(position + piece.size());
+      model.replace(position, piece.size(), piece);
+      position += piece.size();
+    }
+    ASSERT_EQ(file.Size(), model.size());
+    ASSERT_TRUE(file.Commit().ok()) << file.status().error().text;
+    EXPECT_TRUE(ReadText(folder / "a.bin") == model) << "round " << round;
+    EXPECT_EQ(NamesIn(folder.path()), Names{"a.bin"});
+  }
+}
+
+TEST(AtomicFile, OldContentStaysUntilCommit) {
+  TemporaryFolder folder;
+  ASSERT_TRUE(WriteFileAtomically(folder / "a", "old").ok());
+  {
+    AtomicFile file;
+    ASSERT_TRUE(file.Open(folder / "a").ok());
+    file.Write("new", 3);
+    EXPECT_EQ(ReadText(folder / "a"), "old");
+  }
+  EXPECT_EQ(ReadText(folder / "a"), "old");
+  EXPECT_EQ(NamesIn(folder.path()), Names{"a"});
+  const auto refuse = [](const std::filesystem::path& written) {
+    EXPECT_EQ(ReadText(written), "new");
+    return Status::Fail(ErrorKind::InputFile, "not whole");
+  };
+  const Status refused = WriteFileAtomically(folder / "a", "new", refuse);
+  ASSERT_FALSE(refused.ok());
+  EXPECT_EQ(refused.error().kind, ErrorKind::Output);
+  EXPECT_EQ(ReadText(folder / "a"), "old");
+  ASSERT_TRUE(WriteFileAtomically(folder / "a", "new").ok());
+  EXPECT_EQ(ReadText(folder / "a"), "new");
+  ASSERT_TRUE(WriteFileAtomically(folder / "a", "").ok());
+  EXPECT_EQ(std::filesystem::file_size(folder / "a"), 0u);
+}
+
+TEST(AtomicFile, RefusesWhatIsNoPlainFileAndFollowsLinks) {
+  TemporaryFolder folder;
+  std::filesystem::create_directory(folder / "d");
+  for (const std::filesystem::path& path : {folder / "d", folder / "missing/a", std::filesystem::path("/dev/null")}) {
+    const Status status = WriteFileAtomically(path, "x");
+    ASSERT_FALSE(status.ok()) << path;
+    EXPECT_EQ(status.error().kind, ErrorKind::Output);
+    EXPECT_NE(status.error().text.find(path.string()), std::string::npos) << status.error().text;
+  }
+  test::WriteText(folder / "target", "old");
+  std::filesystem::create_symlink(folder / "target", folder / "link");
+  ASSERT_TRUE(WriteFileAtomically(folder / "link", "new").ok());
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_EQ(ReadText(folder / "target"), "new");
+}
+
+// Writes 1 MB through the file and through the stream, over old content. 0 when both were refused as they must be.
+int WriteIntoTheFull(const std::filesystem::path& folder) {
+  const std::string content(1 << 20, 'x');
+  const Status plain = WriteFileAtomically(folder / "plain", content);
+  if (plain.ok()) return 1;
+  if (plain.error().kind != ErrorKind::Output || plain.error().text.find("plain") == std::string::npos) return 2;
+  AtomicStream stream;
+  if (!stream.Open(folder / "stream").ok()) return 3;
+  stream << content << content;
+  stream.clear();  // a library that doesn't look, or throws its errors away
+  if (stream.Commit().ok()) return 4;
+  return NamesIn(folder) == Names{"plain"} && ReadText(folder / "plain") == "old" ? 0 : 5;
+}
+
+TEST(AtomicFile, FullDiskLeavesTheOldContentAndSaysThePath) {
+  for (std::size_t size : {4096u, 65536u, 262144u, 300000u, 1048575u}) {
+    TemporaryFolder folder;
+    test::WriteText(folder / "plain", "old");
+    EXPECT_EQ(test::RunInChild([&] { return test::LimitFileSize(size) ? WriteIntoTheFull(folder.path()) : 9; }), 0)
+        << size;
+    EXPECT_EQ(NamesIn(folder.path()), Names{"plain"});
+  }
+}
+
+TEST(AtomicFile, FullMemoryDiskOfTenSizes) {
+  constexpr int kNoMount = 77;
+  int tried = 0;
+  for (int pages = 4; pages <= 220; pages += 24) {
+    TemporaryFolder folder;
+    const int result = test::RunInChild([&] {
+      if (!test::MountSmallDisk(folder.path(), static_cast<std::size_t>(pages) * 4096)) return kNoMount;
+      test::WriteText(folder / "plain", "old");
+      if (const int failed = WriteIntoTheFull(folder.path())) return failed;
+      // Room is free again: nothing was left lying about.
+      return WriteFileAtomically(folder / "plain", "new").ok() ? 0 : 6;
+    });
+    if (result == kNoMount) GTEST_SKIP() << "no rights to mount";
+    EXPECT_EQ(result, 0) << pages << " pages";
+    tried++;
+  }
+  EXPECT_EQ(tried, 10);
+}
+
+TEST(AtomicFile, StaleTemporariesGoAndLiveOnesStay) {
+  TemporaryFolder folder;
+  ASSERT_EQ(test::RunInChild([&] {
+              AtomicFile file;
+              if (!file.Open(folder / "frame.0001.vdb").ok()) return 1;
+              file.Write("half", 4);
+              ::_exit(0);
+            }),
+            0);
+  ASSERT_EQ(NamesIn(folder.path()).size(), 1u);
+  AtomicFile alive;
+  ASSERT_TRUE(alive.Open(folder / "mine").ok());
+  test::WriteText(folder / "someone.part", "not ours");
+  EXPECT_EQ(RemoveStaleTemporaries(folder.path()), 1);
+  EXPECT_EQ(NamesIn(folder.path()).size(), 2u);
+  ASSERT_TRUE(alive.Commit().ok());
+  EXPECT_EQ(NamesIn(folder.path()), (Names{"mine", "someone.part"}));
+}
+
+TEST(AtomicFile, TemporaryNamesAreTold) {
+  EXPECT_EQ(TemporaryOwner("a.vdb.123-4.part"), 123);
+  for (const char* name : {"a.part", "a.123.part", "a.123-.part", "a.-1-2.part", "a.12x-2.part", "a.1-2", ".part"}) {
+    EXPECT_EQ(TemporaryOwner(name), 0) << name;
+  }
+}
+
+// One writer replaces a file again and again and is killed; the file is whole after each kill.
+void KillWhileWriting(int kills) {
+  TemporaryFolder folder;
+  std::mt19937 random(11);
+  const std::size_t size = 700000;
+  ASSERT_TRUE(WriteFileAtomically(folder / "a", std::string(size, 'a')).ok());
+  int changed = 0;
+  char before = 'a';
+  for (int i = 0; i < kills; i++) {
+    const pid_t child = test::StartChild([&] {
+      for (char c = 'a';; c = c == 'z' ? 'a' : char(c + 1)) {
+        if (!WriteFileAtomically(folder / "a", std::string(size, c)).ok()) return 1;
+      }
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    ::kill(child, SIGKILL);
+    ASSERT_EQ(test::WaitFor(child), 256 + SIGKILL);
+    const std::string now = ReadText(folder / "a");
+    ASSERT_EQ(now.size(), size);
+    ASSERT_EQ(now.find_first_not_of(now[0]), std::string::npos);
+    changed += now[0] != before;
+    before = now[0];
+    RemoveStaleTemporaries(folder.path());
+    ASSERT_EQ(NamesIn(folder.path()), Names{"a"});
+  }
+  EXPECT_GT(changed, 0);
+}
+TEST(AtomicFile, IsWholeAfterEachKill) { KillWhileWriting(20); }
+TEST(AtomicFileSlow, IsWholeAfterEachKill) { KillWhileWriting(400); }
+
+TEST(AtomicStream, SeeksAndPatches) {
+  TemporaryFolder folder;
+  AtomicStream stream;
+  ASSERT_TRUE(stream.Open(folder / "s").ok());
+  stream << "head----tail";
+  stream.seekp(4);
+  stream << 1234;
+  stream.put('!');
+  EXPECT_EQ(stream.tellp(), 9);
+  stream.seekp(0, std::ios::end);
+  stream << '.';
+  ASSERT_TRUE(stream.Commit().ok());
+  EXPECT_EQ(ReadText(folder / "s"), "head1234!ail.");
+}
+
+TEST(AtomicStream, AFailedStreamIsNotCommitted) {
+  TemporaryFolder folder;
+  AtomicStream stream;
+  ASSERT_TRUE(stream.Open(folder / "s").ok());
+  stream << "x";
+  stream.setstate(std::ios::failbit);
+  const Status status = stream.Commit();
+  ASSERT_FALSE(status.ok());
+  EXPECT_EQ(status.error().kind, ErrorKind::Output);
+  EXPECT_TRUE(NamesIn(folder.path()).empty());
+  ASSERT_FALSE(stream.Open(folder / "missing/s").ok());
+  EXPECT_FALSE(stream.good());
+}
+
+}  // namespace
+}  // namespace orlix
