@@ -1,0 +1,97 @@
+#pragma once
+// A channel owns a quantity that lives on the grid. Solvers, emitters and operators reach its grids through it; it
+// gives them the container's size, keeps them through a change of container, limits their values after each sub-step
+// and answers point samples.
+//
+//   iChannel<T>
+//   └ Channel_Dynamic<T>           keepPrevious
+//     ├ ChannelBase_Scalar         one grid
+//     │ └ ScalarGridChannel        and the previous one: fuel, fire, temperature
+//     └ ChannelBase_Vector         three grids, one a component
+//       └ VectorGridChannel        and the previous ones: velocity
+
+#include "fluids/grids/Interpolation.h"
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+template <class T>
+class iChannel : public iObject {
+ public:
+  using iObject::iObject;
+  std::int32_t GetNodeBaseType() const override { return NODE_CHANNEL; }
+  bool ResetWhenDirty() const override { return true; }
+
+  // p, in simulation space, lies in the box; the upper faces don't. False without a grid.
+  virtual bool ContainsPoint(const Vec3D&) const { return false; }
+  // p's cell lies in [0, dims), or with interiorOnly in [1, dims - 1).
+  virtual bool ContainsCell(const Vec3D&, bool /*interiorOnly*/) const { return false; }
+  // The current grid of a component; null when there is none.
+  virtual ScalarGrid* GetGrid(std::int32_t /*component*/) const { return nullptr; }
+  virtual ScalarGrid* GetReadGrid(std::int32_t component) const { return GetGrid(component); }
+  // Takes over the lattice of shape, fills with background. False, and inactive, when it can't.
+  virtual bool ResetToGrid(const ScalarGrid*, const T&) { return false; }
+  // Trilinear at a point in simulation space.
+  virtual T SamplePoint(const Vec3D&) const { return T{}; }
+  // Index coordinates of the lattice; the grid's sample offset is taken off here. 0 without a grid.
+  virtual T Sample(const Vec3D&, Interpolation) const { return T{}; }
+
+  // Filled with backgroundValue at each ApplyBounds: holds what is newly written in this sub-step and nothing else.
+  bool clearEachStep = false;
+  // The box of the data that a cache plays back.
+  bool cacheSpaceValid = false;
+  GridSpace cacheSpace;
+  std::int32_t baseChannelType = kGridCustom;
+};
+
+template <class T>
+class Channel_Dynamic : public iChannel<T> {
+ public:
+  using iChannel<T>::iChannel;
+  bool keepPrevious = false;
+
+ protected:
+  // The settings that all channels share.
+  bool ReadCommonParameters() {
+    const bool read = iBase::ReadParameters();
+    this->clearEachStep = this->handler.GetBool(1001);
+    this->SetFlag(NodeHasBounds, this->handler.GetBool(1021));
+    keepPrevious = this->handler.GetBool(1002);
+    return read;
+  }
+};
+
+// --- pieces that scalar and vector channels share --------------------------------------------------------------------
+
+// The array's dims, lattice and origin that a container (in simulation space) gives to a grid of a type.
+struct ContainerLattice {
+  VecInt3D cells;
+  GridSpace space;
+
+  // False when the container has no cell or more than an index can count.
+  static bool Of(const GridSpace& sceneSpace, const Vec3D& min, const Vec3D& max, ContainerLattice& lattice);
+  bool SameAs(const ScalarGrid& grid) const;
+};
+
+// Makes grid, when it is null, a one-cell grid at the origin; sets its value code. False when memory doesn't suffice.
+bool EnsureChannelGrid(std::unique_ptr<ScalarGrid>& grid, const GridSpace& sceneSpace, std::uint32_t type,
+                       double valueMin, double valueMax, double background);
+// Brings a channel's grid to the container: new cells hold background, the overlap keeps its content. The active box is
+// up to date after it.
+bool ApplyContainer(std::unique_ptr<ScalarGrid>& grid, const ContainerLattice& lattice, bool changed, bool clear,
+                    double valueMin, double valueMax, double background, WorkerPool& pool);
+// Keeps previous in step with grid: makes, resizes or leaves it.
+bool ApplyToPrevious(std::unique_ptr<ScalarGrid>& previous, const ScalarGrid& grid, double valueMin, double valueMax,
+                     double background, WorkerPool& pool);
+// Takes over shape's lattice. False when memory doesn't suffice or shape is missing.
+bool ResetChannelGrid(std::unique_ptr<ScalarGrid>& grid, const ScalarGrid* shape, std::uint32_t type,
+                      double background);
+void WidenByActiveBox(const ScalarGrid& grid, Vec3D& min, Vec3D& max);
+bool LatticeContainsPoint(const GridSpace& space, const Vec3D& p);
+bool LatticeContainsCell(const GridSpace& space, const Vec3D& p, bool interiorOnly);
+// Index coordinates of the lattice to those of the grid's array, then the kernel.
+double SampleChannelGrid(const ScalarGrid& grid, const Vec3D& voxel, Interpolation mode);
+// One message about a grid that memory has no room for.
+void WarnNoMemory(OrlixScene& scene, const iBase& node, const VecInt3D& cells);
+
+}  // namespace orlix

@@ -1,0 +1,99 @@
+#include "fluids/scene/Property.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr Parameter kPropertyId =
+    IntParameter(2001, "property_id", 75, "", "Property that the value is written to").Min(0);
+constexpr Parameter kScalar[] = {FloatParameter(1000, "value", 1.0, "", "Value; of property 0, in voxels"),
+                                 kPropertyId};
+constexpr Parameter kVector[] = {VectorParameter(1000, "value", {0, 0, 0}, "", "Value"), kPropertyId};
+constexpr Parameter kState[] = {BoolParameter(1000, "value", false, "Value"), kPropertyId};
+constexpr std::int32_t kRadius = 0;
+
+TypeInfo PropertyType(int id, const char* resource, const char* className, const char* label,
+                      std::span<const Parameter> rows) {
+  TypeInfo type;
+  type.id = id;
+  type.resource = resource;
+  type.className = className;
+  type.label = label;
+  type.text = "Gives particles one value under a property id.";
+  type.kinds = kLinkParticles;
+  type.parameters = rows;
+  type.common = CommonNodeParameters();
+  return type;
+}
+
+}  // namespace
+
+bool iProperty::ReadParameters() {
+  if (!iBase::ReadParameters()) return false;
+  propertyId = handler.GetInt(2001);
+  return true;
+}
+
+template <>
+const TypeInfo& Property<double>::Type() {
+  static const TypeInfo kType =
+      PropertyType(1300037, "zq_property_scalar", "C4D_ParticlePropertyScalar_Object", "Scalar Property", kScalar);
+  return kType;
+}
+template <>
+const TypeInfo& Property<std::int32_t>::Type() {
+  static const TypeInfo kType =
+      PropertyType(1300039, "property_int", "C4D_ParticlePropertyInt_Object", "Integer Property", kScalar);
+  return kType;
+}
+template <>
+const TypeInfo& Property<Vec3D>::Type() {
+  static const TypeInfo kType =
+      PropertyType(1300038, "zq_property_vector", "C4D_ParticlePropertyVector_Object", "Vector Property", kVector);
+  return kType;
+}
+template <>
+const TypeInfo& Property<bool>::Type() {
+  static const TypeInfo kType =
+      PropertyType(13000391, "zq_property_state", "C4D_ParticlePropertyState_Object", "State Property", kState);
+  return kType;
+}
+
+template <class T>
+void Property<T>::GetRetrieveTypes(std::uint32_t& mask) const {
+  mask |= RetrieveBit(RETRIEVE_PROPERTY);
+  if constexpr (std::is_same_v<T, Vec3D>)
+    mask |= RetrieveBit(RETRIEVE_VECTOR);
+  else if constexpr (std::is_same_v<T, bool>)
+    mask |= RetrieveBit(RETRIEVE_STATE);
+  else
+    mask |= RetrieveBit(RETRIEVE_SCALAR);
+}
+
+template <class T>
+bool Property<T>::ReadParameters() {
+  if (!iProperty::ReadParameters()) return false;
+  if constexpr (std::is_same_v<T, Vec3D>) {
+    value = handler.GetVector(1000);
+  } else if constexpr (std::is_same_v<T, bool>) {
+    value = handler.GetBool(1000);
+  } else {
+    double read = handler.GetDouble(1000);
+    // A radius is given in voxels; the integer form rounds by half a cell.
+    if (propertyId == kRadius) {
+      const GridSpace& space = GetSimulationSpace();
+      read *= space.simPerVoxel.x;
+      if (std::is_same_v<T, std::int32_t>) read += space.halfCell;
+    }
+    value = static_cast<T>(AsInt(Value(read), 0));
+    if constexpr (std::is_same_v<T, double>) value = read;
+  }
+  return true;
+}
+
+template class Property<double>;
+template class Property<std::int32_t>;
+template class Property<Vec3D>;
+template class Property<bool>;
+
+}  // namespace orlix

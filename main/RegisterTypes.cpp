@@ -1,0 +1,69 @@
+#include "main/RegisterTypes.h"
+
+#include "fluids/channels/ChannelTypes.h"
+#include "fluids/scene/NodeFactory.h"
+#include "fluids/scene/SceneTypes.h"
+
+namespace orlix {
+
+namespace {
+
+struct PlannedType {
+  int id;
+  const char* resource;
+};
+
+// Types that scenes may come to name. Each leaves the list by being registered.
+constexpr PlannedType kPlanned[] = {
+    {1300003, "zq_liquid"},
+    {1300004, "zq_liquid_viscous"},
+    {1300006, "zq_particlegridemitter"},
+    {1300007, "zq_particlemeshemitter"},
+    {1300008, "zq_properties_particles"},
+    {1300017, "zq_force_particleturbulence"},
+    {1300026, "zq_particlemesh_emission_setting"},
+    {1300032, "zq_surface_reconstruction"},
+    {1300033, "zq_mesher"},
+    {1300034, "zq_csg"},
+    {1300035, "zq_levelset_smoother"},
+    {1300036, "zq_particlegroup"},
+    {1300040, "zq_particle_converter"},
+    {1300054, "zq_pforce_correct"},
+    {1300055, "zq_pforce_acceleration"},
+    {1300057, "zq_constraint_coffee"},
+    {1300059, "zq_channelop_coffee"},
+    {1300060, "zq_pforce_coffee"},
+    {1300063, "zq_channelop_remap"},
+    {1300064, "zq_psheet"},
+    {1300065, "zq_pvaluetoproperty"},
+    {1300077, "zq_foamspraybubbles"},
+    {1300078, "zq_pforce_tension"},
+    {1300079, "zq_psurfaceproperty"},
+    {1300090, "zq_constraint_particledistance"},
+    {1300091, "zq_constraint_particlecount"},
+    {1300092, "zq_constraint_particle_collision"},
+    {1300093, "zq_constraint_particle_property"},
+    {1300099, "zq_cache_particle"},
+    {1300100, "zq_cache_mesh"},
+    {1300109, "zq_iop_spawn"},
+    {1300110, "zq_iop_repulsion"},
+    {1300123, "zq_rigid_forces"},
+    {1300126, "zq_particle_advection"},
+    {1300127, "zq_particle_forces"},
+    {1300133, "zq_volume_multi"},
+    {1300135, "zq_mop_curvature"},
+    {1300136, "zq_mop_smoothing"},
+    {1300137, "zq_fluid_pb"},
+    {1300138, "zq_particle_gridtoparticles"},
+    {13000141, "zq_force_coffee"},
+};
+
+}  // namespace
+
+void RegisterTypes(NodeFactory& factory) {
+  RegisterSceneTypes(factory);
+  RegisterChannelTypes(factory);
+  for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
+}
+
+}  // namespace orlix
