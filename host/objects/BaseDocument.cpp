@@ -80,8 +80,8 @@ BaseObject* BaseDocument::FindByPath(std::string_view path, int* count) const {
   ForEachObject([&](BaseObject& object) {
     if (object.name != path) {
       if (path.find('/') == std::string_view::npos) return;
-      const std::string own = object.Path();
-      if (own != path && !own.ends_with("/" + std::string(path))) return;
+      const std::string own = "/" + object.Path();
+      if (path.starts_with('/') ? own != path : !own.ends_with("/" + std::string(path))) return;
     }
     ++matches;
     found = &object;
@@ -96,6 +96,10 @@ std::vector<BaseObject*> BaseDocument::ObjectsOfType(int typeId) const {
     if (object.typeId() == typeId) found.push_back(&object);
   });
   return found;
+}
+
+void BaseDocument::RemoveTracks(std::uint64_t object, int parameter) {
+  std::erase_if(tracks_, [&](const KeyTrack& t) { return t.object == object && t.parameter == parameter; });
 }
 
 Value BaseDocument::ValueOfTrack(const KeyTrack& track, const BaseTime& time) const {

@@ -42,8 +42,8 @@ class BaseDocument {
   const std::vector<std::unique_ptr<BaseObject>>& objects() const { return objects_; }
   // By creation number; null when there is none (any more).
   BaseObject* FindObject(std::uint64_t creationNumber) const;
-  // By name where it is unique, otherwise by a path "Plume/smoke" that ends the object's own; null when none or several
-  // fit, and count tells which.
+  // By name where it is unique, otherwise by a path "Plume/smoke" that ends the object's own, or by its whole path with
+  // a slash before it; null when none or several fit, and count tells which.
   BaseObject* FindByPath(std::string_view path, int* count = nullptr) const;
   // Every object, depth first, in tree order; tags follow their object.
   void ForEachObject(const std::function<void(BaseObject&)>& visit) const;
@@ -53,6 +53,7 @@ class BaseDocument {
   // Moves the time, sets the keyframed parameters and brings generated geometry up to date.
   Status SetTime(const BaseTime& time);
   void AddTrack(KeyTrack track) { tracks_.push_back(std::move(track)); }
+  void RemoveTracks(std::uint64_t object, int parameter);
   const std::vector<KeyTrack>& tracks() const { return tracks_; }
   // The value of a tracked parameter at a time, without setting it.
   Value ValueOfTrack(const KeyTrack& track, const BaseTime& time) const;
