@@ -1,0 +1,140 @@
+#include "host/render/Camera.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace orlix {
+
+namespace {
+
+constexpr Choice kProjections[] = {
+    {static_cast<int>(Projection::Perspective), "perspective", "Far things look smaller"},
+    {static_cast<int>(Projection::Parallel), "parallel", "All depths look the same size"},
+};
+
+constexpr Parameter kRows[] = {
+    ChoiceParameter(kCameraProjectionId, "projection", 0, kProjections, "How depth is shown"),
+    FloatParameter(kCameraFocalLengthId, "focal_length", 36.0, "mm", "Focal length; longer sees less")
+        .Above(0)
+        .ShownWhen(kCameraProjectionId, Relation::Is, 0),
+    FloatParameter(kCameraSensorWidthId, "sensor_width", 36.0, "mm", "Width of what the lens draws on")
+        .Above(0)
+        .ShownWhen(kCameraProjectionId, Relation::Is, 0),
+    FloatParameter(kCameraWidthId, "width", 10.0, "host units", "Width of the picture in the scene")
+        .Above(0)
+        .ShownWhen(kCameraProjectionId, Relation::Is, 1),
+    FloatParameter(kCameraNearId, "near", 0.1, "host units", "Nothing nearer to the camera is shown").Above(0),
+    FloatParameter(kCameraFarId, "far", 100000.0, "host units", "Nothing farther from the camera is shown").Above(0),
+    BoolParameter(kCameraLookAtId, "look_at", true, "Turn to the target instead of by the rotation"),
+    VectorParameter(kCameraTargetId, "target", {0, 0, 0}, "host units", "Point in host space that is looked at")
+        .ShownWhen(kCameraLookAtId, Relation::Is, 1),
+    VectorParameter(kCameraUpId, "up", {0, 1, 0}, "", "What is upwards in the picture")
+        .ShownWhen(kCameraLookAtId, Relation::Is, 1),
+};
+
+// Some unit vector at a right angle to a unit vector.
+Vec3D AnyNormalTo(const Vec3D& v) {
+  return Normalized(Cross(v, std::abs(v.x) < 0.5 ? Vec3D{1, 0, 0} : Vec3D{0, 0, 1}));
+}
+
+}  // namespace
+
+const TypeInfo kCameraType = {kCameraId,
+                              "camera",
+                              "Camera",
+                              "Camera",
+                              "The eye of the picture. It looks at its target, or along its own -z with y upwards.",
+                              TypeRole::Camera,
+                              kLinkCamera | kLinkHostObject,
+                              kRows,
+                              TransformParameters()};
+
+CameraRay Camera::RayThrough(double x, double y, int pictureWidth, int pictureHeight) const {
+  const double scale = 2 * halfWidth / pictureWidth;
+  const double sideways = (x - 0.5 * pictureWidth) * scale, upwards = (0.5 * pictureHeight - y) * scale;
+  const Vec3D across = right * sideways + up * upwards;
+  CameraRay ray;
+  if (projection == Projection::Parallel) {
+    ray.direction = forward;
+    ray.origin = position + across + forward * near;
+    ray.length = far - near;
+    return ray;
+  }
+  const Vec3D toPlane = forward + across;  // at depth 1
+  const double length = Length(toPlane);
+  ray.direction = toPlane / length;
+  ray.cosine = 1 / length;
+  ray.origin = position + toPlane * near;
+  ray.length = (far - near) * length;
+  return ray;
+}
+
+ProjectedPoint Camera::Project(const Vec3D& point, int pictureWidth, int pictureHeight) const {
+  const Vec3D d = point - position;
+  ProjectedPoint result;
+  result.depth = Dot(d, forward);
+  const double scale = pictureWidth / (2 * halfWidth * (projection == Projection::Parallel ? 1.0 : result.depth));
+  result.x = 0.5 * pictureWidth + Dot(d, right) * scale;
+  result.y = 0.5 * pictureHeight - Dot(d, up) * scale;
+  return result;
+}
+
+void Camera::LookAt(const Vec3D& target, const Vec3D& upwards) {
+  const Vec3D direction = Normalized(target - position);
+  if (direction == Vec3D()) return;
+  forward = direction;
+  right = Normalized(Cross(forward, Normalized(upwards)));
+  if (right == Vec3D()) right = AnyNormalTo(forward);
+  up = Cross(right, forward);
+}
+
+Camera FramingCamera(const Vec3D& low, const Vec3D& high, int pictureWidth, int pictureHeight) {
+  Camera camera;
+  const Vec3D centre = (low + high) * 0.5;
+  const double radius = std::max(0.5 * Length(high - low), 1e-6);
+  camera.halfWidth = 0.5;
+  const double halfHeight = camera.halfWidth * pictureHeight / pictureWidth;
+  // A sphere of this radius touches the narrower pair of the picture's sides.
+  const double halfAngle = std::atan(std::min(camera.halfWidth, halfHeight));
+  const double distance = radius / std::sin(halfAngle);
+  camera.position = centre + Normalized(Vec3D{0.45, 0.3, 1}) * distance;
+  camera.near = std::max(distance - 2 * radius, 1e-3 * distance);
+  camera.far = std::max(100 * distance, 100000.0);
+  camera.LookAt(centre, {0, 1, 0});
+  return camera;
+}
+
+Result<Camera> ReadCamera(const BaseObject& object) {
+  const auto fail = [&](const char* what) {
+    return Result<Camera>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" " + what);
+  };
+  Camera camera;
+  const LMatrix matrix = object.GlobalMatrix();
+  camera.position = matrix.off;
+  camera.forward = -Normalized(matrix.v3);
+  camera.right = Normalized(Cross(camera.forward, matrix.v2));
+  camera.up = Cross(camera.right, camera.forward);
+  if (object.GetBool(kCameraLookAtId)) {
+    camera.LookAt(object.GetVector(kCameraTargetId), object.GetVector(kCameraUpId));
+  }
+  if (!IsFinite(camera.position) || !IsFinite(camera.right) || !IsFinite(camera.forward)) {
+    return fail("has a place or direction that is no number");
+  }
+  if (camera.right == Vec3D() || camera.forward == Vec3D()) return fail(".scale must not be zero");
+  camera.projection = static_cast<Projection>(object.GetInt(kCameraProjectionId));
+  camera.near = object.GetDouble(kCameraNearId);
+  camera.far = object.GetDouble(kCameraFarId);
+  if (!(camera.near > 0 && camera.near < camera.far) || !std::isfinite(camera.far)) {
+    return fail(".near must be above 0 and below far");
+  }
+  camera.halfWidth = camera.projection == Projection::Parallel
+                         ? 0.5 * object.GetDouble(kCameraWidthId)
+                         : 0.5 * object.GetDouble(kCameraSensorWidthId) / object.GetDouble(kCameraFocalLengthId);
+  if (!(camera.halfWidth > 0) || !std::isfinite(camera.halfWidth)) {
+    return fail(camera.projection == Projection::Parallel ? ".width must be above 0"
+                                                          : ".focal_length and sensor_width must be above 0");
+  }
+  return camera;
+}
+
+}  // namespace orlix

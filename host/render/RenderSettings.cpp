@@ -1,0 +1,83 @@
+#include "host/render/RenderSettings.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+
+namespace orlix {
+
+namespace {
+
+constexpr Parameter kRows[] = {
+    IntParameter(kRenderWidthId, "width", 960, "pixels", "Width of the picture").Between(1, kMaxPictureSide),
+    IntParameter(kRenderHeightId, "height", 540, "pixels", "Height of the picture").Between(1, kMaxPictureSide),
+    IntParameter(kRenderSamplesId, "samples", 4, "", "Rays of each pixel").Between(1, 4096),
+    VectorParameter(kRenderSkyColourId, "sky_colour", {0.12, 0.14, 0.18}, "", "Colour behind everything").Min(0),
+    FloatParameter(kRenderSkyLightId, "sky_light", 1.0, "", "Factor of the light that the sky gives to surfaces")
+        .Min(0),
+    IntParameter(kRenderSkySamplesId, "sky_samples", 4, "",
+                 "Rays of each sample that look for sky, fire and glowing surfaces around a surface; 0 for none")
+        .Between(0, 4096),
+    BoolParameter(kRenderSkyVisibleId, "sky_visible", true, "Show the sky; otherwise transparent black"),
+    IntParameter(kRenderSeedId, "seed", 0, "", "Another seed gives another grain"),
+    BoolParameter(kRenderLinearInputsId, "linear_inputs", true, "Colours in simulated channels are linear already"),
+    FloatParameter(kRenderExposureId, "exposure", 0.0, "stops", "Brightness of PNG pictures; 1 doubles it"),
+    BoolParameter(kRenderExrId, "exr", true, "Write an OpenEXR picture with colour, alpha and depth"),
+    BoolParameter(kRenderPngId, "png", true, "Write a PNG picture with an sRGB curve"),
+    BoolParameter(kRenderVelocityId, "velocity", false, "Add velocities to the OpenEXR picture"),
+    StringParameter(kRenderNameId, "name", "picture", "Name of the files, before the frame number"),
+    LinkParameter(kRenderCameraId, "camera", kLinkCamera, "The camera; the first one without a link"),
+};
+
+}  // namespace
+
+const TypeInfo kRenderSettingsType = {kRenderSettingsId,
+                                      "render",
+                                      "RenderSettings",
+                                      "Render Settings",
+                                      "Size, samples and sky of the pictures, and which files they leave.",
+                                      TypeRole::RenderSettings,
+                                      0,
+                                      kRows,
+                                      {}};
+
+Status CheckPictureSize(std::int64_t width, std::int64_t height) {
+  if (width >= 1 && height >= 1 && width <= kMaxPictureSide && height <= kMaxPictureSide &&
+      width * height <= kMaxPicturePixels) {
+    return {};
+  }
+  return Status::Fail(ErrorKind::Scene,
+                      fmt::format("a picture of {} x {} pixels can't be made: sides are 1 to {}, at most {} pixels",
+                                  width, height, kMaxPictureSide, kMaxPicturePixels));
+}
+
+Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
+  RenderSettings settings;
+  const std::int64_t width = object.GetInt(kRenderWidthId), height = object.GetInt(kRenderHeightId);
+  if (Status s = CheckPictureSize(width, height); !s) return s.error();
+  settings.width = static_cast<int>(width), settings.height = static_cast<int>(height);
+  settings.samples = static_cast<int>(object.GetInt(kRenderSamplesId));
+  settings.skySamples = static_cast<int>(object.GetInt(kRenderSkySamplesId));
+  if (settings.samples < 1 || settings.samples > 4096 || settings.skySamples < 0 || settings.skySamples > 4096) {
+    return Result<RenderSettings>::Fail(ErrorKind::Scene,
+                                        fmt::format("\"{}\" has {} samples and {} sky samples; at "
+                                                    "most 4096 each, at least 1 sample",
+                                                    object.Path(), settings.samples, settings.skySamples));
+  }
+  settings.skyColour = object.GetVector(kRenderSkyColourId);
+  settings.skyLight = object.GetDouble(kRenderSkyLightId);
+  settings.skyVisible = object.GetBool(kRenderSkyVisibleId);
+  settings.seed = static_cast<std::int32_t>(object.GetInt(kRenderSeedId));
+  settings.linearInputs = object.GetBool(kRenderLinearInputsId);
+  settings.exposure = object.GetDouble(kRenderExposureId);
+  settings.writeExr = object.GetBool(kRenderExrId);
+  settings.writePng = object.GetBool(kRenderPngId);
+  settings.writeVelocity = object.GetBool(kRenderVelocityId);
+  settings.name = object.GetString(kRenderNameId);
+  if (!IsFinite(settings.skyColour) || !std::isfinite(settings.skyLight) || !std::isfinite(settings.exposure)) {
+    return Result<RenderSettings>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
+  }
+  return settings;
+}
+
+}  // namespace orlix

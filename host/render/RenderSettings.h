@@ -1,0 +1,56 @@
+#pragma once
+// What the picture is like: size, samples, sky, and which files it leaves.
+
+#include <cstdint>
+#include <string>
+
+#include "globals/Result.h"
+#include "globals/Vec.h"
+#include "host/description/TypeRegistry.h"
+#include "host/objects/BaseObject.h"
+
+namespace orlix {
+
+inline constexpr int kRenderSettingsId = 920030;
+
+extern const TypeInfo kRenderSettingsType;
+
+inline constexpr int kRenderWidthId = 1000;
+inline constexpr int kRenderHeightId = 1001;
+inline constexpr int kRenderSamplesId = 1002;
+inline constexpr int kRenderSkyColourId = 1003;
+inline constexpr int kRenderSkyLightId = 1004;
+inline constexpr int kRenderSkySamplesId = 1005;
+inline constexpr int kRenderSkyVisibleId = 1006;
+inline constexpr int kRenderSeedId = 1007;
+inline constexpr int kRenderLinearInputsId = 1008;
+inline constexpr int kRenderExposureId = 1009;
+inline constexpr int kRenderExrId = 1010;
+inline constexpr int kRenderPngId = 1011;
+inline constexpr int kRenderVelocityId = 1012;
+inline constexpr int kRenderNameId = 1013;
+inline constexpr int kRenderCameraId = 1014;
+
+inline constexpr int kMaxPictureSide = 65536;
+inline constexpr std::int64_t kMaxPicturePixels = std::int64_t(1) << 28;
+
+struct RenderSettings {
+  int width = 960, height = 540;
+  int samples = 4;  // rays of each pixel
+  Vec3D skyColour{0.12, 0.14, 0.18};
+  double skyLight = 1;     // factor of the sky's light on surfaces
+  int skySamples = 4;      // rays of each sample that look for light around a surface
+  bool skyVisible = true;  // false: black and transparent behind everything
+  std::int32_t seed = 0;
+  bool linearInputs = true;  // colours of scenes are linear already
+  double exposure = 0;       // stops, for pictures of 8 bits
+  bool writeExr = true, writePng = true, writeVelocity = false;
+  std::string name = "picture";  // of the files, without number and ending
+};
+
+Result<RenderSettings> ReadRenderSettings(const BaseObject& object);
+
+// Sides of 1 to kMaxPictureSide, and no more than kMaxPicturePixels.
+Status CheckPictureSize(std::int64_t width, std::int64_t height);
+
+}  // namespace orlix

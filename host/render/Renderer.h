@@ -1,0 +1,44 @@
+#pragma once
+// Makes a picture of a RenderWorld. Tiles of the picture are worked off by all workers; each tile has random numbers of
+// its own, so that the picture has the same bits at any number of workers.
+
+#include <cstdint>
+#include <functional>
+
+#include "globals/Result.h"
+#include "host/render/Picture.h"
+#include "host/render/RenderWorld.h"
+
+namespace orlix {
+
+struct RenderProgress {
+  double fraction = 0;  // 0 to 1
+  double elapsedSeconds = 0;
+  double secondsLeft = 0;  // an estimate; negative until there is one
+};
+
+struct RenderOptions {
+  double time = 0;  // seconds, for what moves
+  bool preview = false;
+  // Called now and then on the calling thread, at least at the end.
+  std::function<void(const RenderProgress&)> onProgress;
+  const BaseThread* thread = nullptr;
+  StatusLine* status = nullptr;
+};
+
+struct RenderReport {
+  double startSeconds = 0;  // what volumes took before the first ray
+  double raySeconds = 0;
+  std::uint64_t cameraRays = 0, shadowRays = 0, gatherRays = 0, volumeCalls = 0;
+  std::uint64_t notFinite = 0;  // samples that were no number and count as black
+  bool broken = false;          // stopped half-way: missing tiles are transparent black
+};
+
+inline constexpr int kTileSize = 32;
+
+// The picture with the channels R, G, B, A, Z (depth along the view axis; far where there is nothing), and with
+// settings.writeVelocity velocity.X, .Y, .Z in host units a second.
+Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, const RenderOptions& options,
+                              RenderReport* report = nullptr);
+
+}  // namespace orlix

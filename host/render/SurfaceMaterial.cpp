@@ -1,0 +1,68 @@
+#include "host/render/SurfaceMaterial.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace orlix {
+
+namespace {
+
+constexpr Parameter kRows[] = {
+    VectorParameter(kMaterialColourId, "colour", {0.5, 0.5, 0.5}, "", "Share of light scattered, linear Rec. 709")
+        .Between(0, 1),
+    FloatParameter(kMaterialSpecularId, "specular", 0.04, "", "Share of light that the glossy layer reflects head-on")
+        .Between(0, 1),
+    FloatParameter(kMaterialRoughnessId, "roughness", 0.4, "", "0 gives sharp highlights, 1 hardly any").Between(0, 1),
+    VectorParameter(kMaterialEmissionId, "emission", {0, 0, 0}, "", "Colour of the surface's own light").Min(0),
+    FloatParameter(kMaterialEmissionStrengthId, "emission_strength", 1.0, "", "Factor of the emission").Min(0),
+    FloatParameter(kMaterialSmoothAngleId, "smooth_angle", 40.0, "degrees", "Edges below this angle look smooth")
+        .Between(0, 180),
+};
+
+}  // namespace
+
+const TypeInfo kSurfaceMaterialType = {kSurfaceMaterialId,
+                                       "material",
+                                       "SurfaceMaterial",
+                                       "Material",
+                                       "A surface with a diffuse colour, a glossy layer and a glow.",
+                                       TypeRole::Material,
+                                       kLinkMaterial,
+                                       kRows,
+                                       {}};
+
+Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
+  SurfaceMaterial material;
+  material.colour = object.GetVector(kMaterialColourId);
+  material.specular = object.GetDouble(kMaterialSpecularId);
+  material.roughness = object.GetDouble(kMaterialRoughnessId);
+  material.emission = object.GetVector(kMaterialEmissionId) * object.GetDouble(kMaterialEmissionStrengthId);
+  material.smoothAngle = object.GetDouble(kMaterialSmoothAngleId);
+  if (!IsFinite(material.colour) || !IsFinite(material.emission) || !std::isfinite(material.specular) ||
+      !std::isfinite(material.roughness) || !std::isfinite(material.smoothAngle)) {
+    return Result<SurfaceMaterial>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
+  }
+  return material;
+}
+
+// Lambert beneath a layer of microfacets: the distribution and masking of Walter et al. (2007, "GGX"), Schlick's
+// Fresnel term (1994).
+Vec3D ReflectedLight(const SurfaceMaterial& material, const Vec3D& n, const Vec3D& toEye, const Vec3D& toLight) {
+  const double cosLight = Dot(n, toLight), cosEye = Dot(n, toEye);
+  if (!(cosLight > 0) || !(cosEye > 0)) return {};
+  Vec3D reflected = material.colour * cosLight;
+  if (material.specular > 0) {
+    const Vec3D half = Normalized(toEye + toLight);
+    const double alpha = std::max(0.03, material.roughness) * std::max(0.03, material.roughness), a2 = alpha * alpha;
+    const double cosHalf = std::max(0.0, Dot(n, half)), base = cosHalf * cosHalf * (a2 - 1) + 1;
+    const double distribution = a2 / (base * base);  // times pi
+    const auto masking = [&](double cosine) { return 2 / (1 + std::sqrt(1 + a2 * (1 / (cosine * cosine) - 1))); };
+    const double grazing = 1 - std::clamp(Dot(toEye, half), 0.0, 1.0), squared = grazing * grazing;
+    const double fresnel = material.specular + (1 - material.specular) * squared * squared * grazing;
+    reflected =
+        reflected * (1 - fresnel) + Vec3D(fresnel * distribution * masking(cosLight) * masking(cosEye) / (4 * cosEye));
+  }
+  return reflected;
+}
+
+}  // namespace orlix

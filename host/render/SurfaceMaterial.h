@@ -1,0 +1,36 @@
+#pragma once
+// What a polygon surface looks like: a diffuse colour, a glossy layer, a glow.
+
+#include "globals/Result.h"
+#include "globals/Vec.h"
+#include "host/description/TypeRegistry.h"
+#include "host/objects/BaseObject.h"
+
+namespace orlix {
+
+inline constexpr int kSurfaceMaterialId = 920020;
+
+extern const TypeInfo kSurfaceMaterialType;
+
+inline constexpr int kMaterialColourId = 1000;
+inline constexpr int kMaterialSpecularId = 1001;
+inline constexpr int kMaterialRoughnessId = 1002;
+inline constexpr int kMaterialEmissionId = 1003;
+inline constexpr int kMaterialEmissionStrengthId = 1004;
+inline constexpr int kMaterialSmoothAngleId = 1005;
+
+struct SurfaceMaterial {
+  Vec3D colour{0.5, 0.5, 0.5};  // share of light that is scattered evenly
+  double specular = 0.04;       // share that the glossy layer reflects at right angles
+  double roughness = 0.4;       // 0 is a mirror; limited to 0.03 from below
+  Vec3D emission;               // times strength
+  double smoothAngle = 40;      // degrees; edges between faces at a smaller angle look smooth
+};
+
+Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object);
+
+// pi times the reflectance of the material from one direction to another, times the cosine of the light's angle: what
+// light of colour 1 shows. n, toEye and toLight are unit vectors; n lies on the eye's side. 0 for light from behind.
+Vec3D ReflectedLight(const SurfaceMaterial& material, const Vec3D& n, const Vec3D& toEye, const Vec3D& toLight);
+
+}  // namespace orlix

@@ -1,0 +1,239 @@
+#include "host/render/SurfaceScene.h"
+
+#include <embree3/rtcore.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "host/render/SmoothNormals.h"
+
+namespace orlix {
+
+namespace {
+
+// What 32 bits can number with two triangles a polygon and three corners a triangle.
+constexpr std::size_t kMaxPolygons = std::size_t(1) << 29;
+
+// The corners of one triangle in the points of its surface.
+struct Triangle {
+  std::int32_t corner[3];
+};
+
+struct SurfaceData {
+  std::vector<Triangle> triangles;
+  std::vector<Vec3F> normals;     // three a triangle, host space
+  std::vector<Vec3F> velocities;  // one a point, or none
+  SurfaceMaterial material;
+};
+
+// An open scene of Embree, released with its owner.
+struct Handles {
+  RTCDevice device = nullptr;
+  RTCScene scene = nullptr;
+  ~Handles() { Release(); }
+  void Release() {
+    if (scene) rtcReleaseScene(scene);
+    if (device) rtcReleaseDevice(device);
+    scene = nullptr, device = nullptr;
+  }
+};
+
+Vec3D ToHost(const Vec3F& v) { return Vec3D(v); }
+
+}  // namespace
+
+struct SurfaceScene::Impl {
+  Handles embree;
+  Vec3D centre, low, high;
+  std::vector<SurfaceData> surfaces;  // by geometry number
+  std::int64_t triangles = 0;
+
+  RTCRay RayOf(const Vec3D& origin, const Vec3D& direction, double length) const;
+  Status Add(const Surface& surface, const std::vector<Vec3D>& points, const std::vector<Triangle>& triangles);
+};
+
+namespace {
+
+// Host positions of the points; NaN where a point is no number.
+std::vector<Vec3D> HostPoints(const Surface& surface) {
+  std::vector<Vec3D> points;
+  points.reserve(surface.polygons->points.size());
+  for (const Vec3D& p : surface.polygons->points) points.push_back(surface.matrix * p);
+  return points;
+}
+
+// Quads are cut along a-c, as the host does.
+std::vector<Triangle> TrianglesOf(const PolygonObject& object, const std::vector<Vec3D>& points) {
+  const auto usable = [&](std::int32_t i) {
+    return i >= 0 && static_cast<std::size_t>(i) < points.size() && IsFinite(points[static_cast<std::size_t>(i)]);
+  };
+  std::vector<Triangle> triangles;
+  triangles.reserve(object.polygons.size() * 2);
+  for (const PolygonObject::Polygon& p : object.polygons) {
+    if (!usable(p.a) || !usable(p.b) || !usable(p.c) || !usable(p.d)) continue;
+    triangles.push_back({{p.a, p.b, p.c}});
+    if (!p.IsTriangle()) triangles.push_back({{p.a, p.c, p.d}});
+  }
+  return triangles;
+}
+
+}  // namespace
+
+SurfaceScene::SurfaceScene() : impl_(std::make_unique<Impl>()) {}
+SurfaceScene::~SurfaceScene() = default;
+
+bool SurfaceScene::empty() const { return impl_->triangles == 0; }
+std::int64_t SurfaceScene::triangleCount() const { return impl_->triangles; }
+
+bool SurfaceScene::Bounds(Vec3D& low, Vec3D& high) const {
+  low = impl_->low, high = impl_->high;
+  return !empty();
+}
+
+Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>& points,
+                               const std::vector<Triangle>& list) {
+  const auto failed = [] { return Status::Fail(ErrorKind::Memory, "no memory for the surfaces of the picture"); };
+  RTCGeometry geometry = rtcNewGeometry(embree.device, RTC_GEOMETRY_TYPE_TRIANGLE);
+  if (!geometry) return failed();
+  auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                                               3 * sizeof(float), points.size()));
+  auto* indices = static_cast<unsigned*>(
+      rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(unsigned), list.size()));
+  if (!vertices || !indices) {
+    rtcReleaseGeometry(geometry);
+    return failed();
+  }
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const Vec3D p = IsFinite(points[i]) ? points[i] - centre : Vec3D();
+    for (int axis = 0; axis < 3; ++axis) vertices[3 * i + static_cast<std::size_t>(axis)] = static_cast<float>(p[axis]);
+  }
+  for (std::size_t t = 0; t < list.size(); ++t) {
+    for (std::size_t c = 0; c < 3; ++c) indices[3 * t + c] = static_cast<unsigned>(list[t].corner[c]);
+  }
+  rtcCommitGeometry(geometry);
+  rtcAttachGeometryByID(embree.scene, geometry, static_cast<unsigned>(surfaces.size()));
+  rtcReleaseGeometry(geometry);
+
+  SurfaceData data;
+  data.triangles = list;
+  data.material = surface.material;
+  std::vector<std::int32_t> corners;
+  corners.reserve(list.size() * 3);
+  for (const Triangle& t : list) corners.insert(corners.end(), t.corner, t.corner + 3);
+  data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
+  if (surface.velocities && surface.velocities->size() == points.size()) {
+    for (const Vec3D& v : *surface.velocities) data.velocities.emplace_back(IsFinite(v) ? v : Vec3D());
+  }
+  surfaces.push_back(std::move(data));
+  triangles += static_cast<std::int64_t>(list.size());
+  return {};
+}
+
+Status SurfaceScene::Build(const std::vector<Surface>& surfaces) {
+  impl_ = std::make_unique<Impl>();
+  std::vector<std::vector<Vec3D>> points;
+  std::vector<std::vector<Triangle>> triangles;
+  constexpr double kFar = std::numeric_limits<double>::max();
+  Vec3D low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
+  for (const Surface& surface : surfaces) {
+    if (surface.polygons->polygons.size() > kMaxPolygons || surface.polygons->points.size() > kMaxPolygons) {
+      return Status::Fail(ErrorKind::Memory, fmt::format("a mesh of {} polygons is too large for a picture, at most {}",
+                                                         surface.polygons->polygons.size(), kMaxPolygons));
+    }
+    points.push_back(HostPoints(surface));
+    triangles.push_back(TrianglesOf(*surface.polygons, points.back()));
+    for (const Triangle& t : triangles.back()) {
+      for (const std::int32_t corner : t.corner) {
+        const Vec3D& p = points.back()[static_cast<std::size_t>(corner)];
+        low = Min(low, p), high = Max(high, p);
+      }
+    }
+  }
+  if (!(low.x <= high.x)) return {};
+  impl_->low = low, impl_->high = high;
+  impl_->centre = low * 0.5 + high * 0.5;
+  // One thread: the structure, and with it every bit of the picture, is the same each time.
+  impl_->embree.device = rtcNewDevice("threads=1,set_affinity=0");
+  if (!impl_->embree.device) return Status::Fail(ErrorKind::Internal, "the ray tracer for surfaces can't be started");
+  impl_->embree.scene = rtcNewScene(impl_->embree.device);
+  rtcSetSceneFlags(impl_->embree.scene, RTC_SCENE_FLAG_ROBUST);
+  rtcSetSceneBuildQuality(impl_->embree.scene, RTC_BUILD_QUALITY_MEDIUM);
+  for (std::size_t i = 0; i < surfaces.size(); ++i) {
+    if (triangles[i].empty()) continue;
+    if (Status s = impl_->Add(surfaces[i], points[i], triangles[i]); !s) {
+      impl_ = std::make_unique<Impl>();
+      return s;
+    }
+  }
+  rtcCommitScene(impl_->embree.scene);
+  if (rtcGetDeviceError(impl_->embree.device) != RTC_ERROR_NONE) {
+    impl_ = std::make_unique<Impl>();
+    return Status::Fail(ErrorKind::Memory, "no memory for the surfaces of the picture");
+  }
+  return {};
+}
+
+RTCRay SurfaceScene::Impl::RayOf(const Vec3D& origin, const Vec3D& direction, double length) const {
+  const Vec3F o(origin - centre), d(direction);
+  RTCRay ray{};
+  ray.org_x = o.x, ray.org_y = o.y, ray.org_z = o.z;
+  ray.dir_x = d.x, ray.dir_y = d.y, ray.dir_z = d.z;
+  ray.tnear = 0;
+  constexpr double kLongest = 1e30;
+  ray.tfar = static_cast<float>(std::min(length, kLongest));
+  ray.mask = 0xffffffffu;
+  return ray;
+}
+
+bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit) const {
+  if (empty()) return false;
+  RTCRayHit query{};
+  query.ray = impl_->RayOf(origin, direction, length);
+  query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  rtcIntersect1(impl_->embree.scene, &context, &query);
+  if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
+
+  const SurfaceData& surface = impl_->surfaces[query.hit.geomID];
+  const std::size_t triangle = query.hit.primID;
+  const double u = query.hit.u, v = query.hit.v, w = 1 - u - v;
+  hit.distance = query.ray.tfar;
+  hit.point = origin + direction * hit.distance;
+  hit.material = &surface.material;
+  hit.faceNormal = Normalized(Vec3D{query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
+  const Vec3F* normals = &surface.normals[3 * triangle];
+  hit.normal = Normalized(ToHost(normals[0]) * w + ToHost(normals[1]) * u + ToHost(normals[2]) * v);
+  if (Dot(hit.normal, hit.faceNormal) < 0) hit.normal = -hit.normal;
+  if (Dot(hit.faceNormal, direction) > 0) hit.faceNormal = -hit.faceNormal, hit.normal = -hit.normal;
+  // A smoothed normal may look away at the rim.
+  if (Dot(hit.normal, direction) > -1e-3) hit.normal = hit.faceNormal;
+  hit.velocity = {};
+  if (!surface.velocities.empty()) {
+    const std::int32_t* corner = surface.triangles[triangle].corner;
+    const auto at = [&](int c) { return ToHost(surface.velocities[static_cast<std::size_t>(corner[c])]); };
+    hit.velocity = at(0) * w + at(1) * u + at(2) * v;
+  }
+  return true;
+}
+
+bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double length) const {
+  if (empty()) return false;
+  RTCRay ray = impl_->RayOf(origin, direction, length);
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  rtcOccluded1(impl_->embree.scene, &context, &ray);
+  return ray.tfar < 0;
+}
+
+Vec3D SurfaceScene::OffSurface(const SurfaceHit& hit) const {
+  // A few units in the last place of the largest number that went into the hit.
+  const Vec3D p = hit.point - impl_->centre;
+  const double size = std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z), hit.distance});
+  return hit.point + hit.faceNormal * (size * 4e-6);
+}
+
+}  // namespace orlix

@@ -1,0 +1,60 @@
+#pragma once
+// All polygon surfaces of a picture, in an acceleration structure (Embree). Coordinates are held in single precision
+// around the centre of everything, so that a scene far from the origin keeps its detail.
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "globals/Result.h"
+#include "globals/Vec.h"
+#include "host/objects/BaseObject.h"
+#include "host/render/SurfaceMaterial.h"
+
+namespace orlix {
+
+// One object. The polygons must stay where they are while the scene lives.
+struct Surface {
+  const PolygonObject* polygons = nullptr;
+  LMatrix matrix;  // local to host space
+  SurfaceMaterial material;
+  const std::vector<Vec3D>* velocities = nullptr;  // of each point, host units a second; null for one at rest
+};
+
+struct SurfaceHit {
+  double distance = 0;
+  Vec3D point;       // host space
+  Vec3D normal;      // smoothed, unit, on the side that the ray comes from
+  Vec3D faceNormal;  // of the flat polygon, likewise
+  Vec3D velocity;    // host units a second
+  const SurfaceMaterial* material = nullptr;
+};
+
+class SurfaceScene {
+ public:
+  SurfaceScene();
+  ~SurfaceScene();
+  SurfaceScene(const SurfaceScene&) = delete;
+  SurfaceScene& operator=(const SurfaceScene&) = delete;
+
+  // Polygons with an index that isn't there or a point that is no number are left out. Replaces what was there.
+  Status Build(const std::vector<Surface>& surfaces);
+  bool empty() const;
+  std::int64_t triangleCount() const;
+  // The box of all triangles; false when there are none.
+  bool Bounds(Vec3D& low, Vec3D& high) const;
+
+  // The nearest surface within (0, length) along a unit direction.
+  bool Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit) const;
+  // Whether any surface lies within (0, length).
+  bool Occluded(const Vec3D& origin, const Vec3D& direction, double length) const;
+  // A point off the surface on the side that faceNormal points to, far enough that a ray from it doesn't meet the
+  // surface that it left.
+  Vec3D OffSurface(const SurfaceHit& hit) const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace orlix
