@@ -79,7 +79,7 @@ const Parameter* TypeInfo::Find(int parameterId) const {
 const Parameter* TypeInfo::FindKey(std::string_view key) const {
   for (const auto& table : {parameters, common}) {
     for (const Parameter& p : table) {
-      if (key == p.key) return &p;
+      if (key == p.key && Find(p.id) == &p) return &p;  // a type's own row replaces the common one
     }
   }
   return nullptr;
