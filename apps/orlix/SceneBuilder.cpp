@@ -26,7 +26,7 @@ constexpr std::uint32_t kTreeRoles =
     Bit(TypeRole::Node) | Bit(TypeRole::Root) | Bit(TypeRole::Object) | Bit(TypeRole::Light) | Bit(TypeRole::Camera);
 
 // Stands for an object whose type is wrong, so that what is beneath it is still checked. It fits every link.
-constexpr TypeInfo kUnknownType{0, "unknown", "", "", "", TypeRole::Object, kLinkAny, {}, {}, nullptr};
+constexpr TypeInfo kUnknownType{.resource = "unknown", .role = TypeRole::Object, .kinds = kLinkAny};
 
 std::string Identity(const std::string& path) {
   std::error_code error;

@@ -37,16 +37,26 @@ inline constexpr Parameter kForce[] = {
 inline constexpr Parameter kMesh[] = {FileParameter(1001, "file", "OBJ file")};
 inline constexpr Parameter kLight[] = {FloatParameter(1001, "intensity", 1, "", "Factor").Min(0)};
 
+constexpr TypeInfo MakeType(int id, const char* resource, TypeRole role, std::uint32_t kinds,
+                            std::span<const Parameter> rows = {}, std::span<const Parameter> common = {}) {
+  return {.id = id,
+          .resource = resource,
+          .text = "A type.",
+          .role = role,
+          .kinds = kinds,
+          .parameters = rows,
+          .common = common};
+}
+
 inline const TypeInfo kTypes[] = {
-    {1300000, "zq_scene", "Root", "Scene", "The root.", TypeRole::Root, kLinkRoot, kScene},
-    {1300002, "zq_fluid", "Fluid", "Fluid", "A gas.", TypeRole::Node, kLinkSolver, kFluid},
-    {1300027, "zq_channel_scalar", "Scalar", "Channel", "A field.", TypeRole::Node, kLinkChannel},
-    {1300015, "zq_force_buoyancy", "Buoyancy", "Buoyancy", "Lifts.", TypeRole::Node, kLinkForce, kForce},
-    {900, "mesh", "Mesh", "Mesh", "Polygons.", TypeRole::Object, kLinkGeometry | kLinkHostObject, kMesh,
-     TransformParameters()},
-    {901, "c4d_obstacle", "Obstacle", "Obstacle", "Marks.", TypeRole::Tag, kLinkTag},
-    {902, "light", "Light", "Light", "Shines.", TypeRole::Light, kLinkLight, kLight},
-    {903, "camera", "Camera", "Camera", "Looks.", TypeRole::Camera, kLinkCamera},
+    MakeType(1300000, "zq_scene", TypeRole::Root, kLinkRoot, kScene),
+    MakeType(1300002, "zq_fluid", TypeRole::Node, kLinkSolver, kFluid),
+    MakeType(1300027, "zq_channel_scalar", TypeRole::Node, kLinkChannel),
+    MakeType(1300015, "zq_force_buoyancy", TypeRole::Node, kLinkForce, kForce),
+    MakeType(900, "mesh", TypeRole::Object, kLinkGeometry | kLinkHostObject, kMesh, TransformParameters()),
+    MakeType(901, "c4d_obstacle", TypeRole::Tag, kLinkTag),
+    MakeType(902, "light", TypeRole::Light, kLinkLight, kLight),
+    MakeType(903, "camera", TypeRole::Camera, kLinkCamera),
 };
 
 inline const TypeRegistry& Types() {
