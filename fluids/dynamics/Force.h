@@ -1,0 +1,42 @@
+#pragma once
+// A force on the velocity of a solver. It is asked a row of cells at a time, so that nothing virtual happens per cell.
+
+#include "fluids/scene/iObject.h"
+
+namespace orlix {
+
+class GridBoundary;
+class VelocityGridChannel;
+
+// A run of cells along x. The pointers stand at cell i = 0 of the row: cell i's value is p[i].
+struct ForceRow {
+  std::int32_t begin = 0, end = 0;  // cells [begin, end) of the row
+  std::int32_t j = 0, k = 0;
+  std::int32_t threadIndex = 0;
+  const GridSpace* space = nullptr;                                // of the cells
+  double *forceX = nullptr, *forceY = nullptr, *forceZ = nullptr;  // m/s to be added in this sub-step; forces add to it
+
+  // Cell centre in simulation space.
+  Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
+};
+
+class Force : public iObject {
+ public:
+  using iObject::iObject;
+  std::int32_t GetNodeBaseType() const override { return NODE_FORCE; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
+
+  // The velocity that is to be changed, and the boundary of its solver. Before Prepare, in each sub-step.
+  virtual void AttachVelocity(VelocityGridChannel* velocity, GridBoundary* boundary) {
+    velocity_ = velocity;
+    boundary_ = boundary;
+  }
+  // Adds this force to the row. Called by all workers at once on different rows, after Prepare.
+  virtual void ProcessRow(const ForceRow& row) = 0;
+
+ protected:
+  VelocityGridChannel* velocity_ = nullptr;
+  GridBoundary* boundary_ = nullptr;
+};
+
+}  // namespace orlix
