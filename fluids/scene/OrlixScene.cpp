@@ -383,10 +383,21 @@ void OrlixScene::VisitState(StateVisitor& visitor) {
   visitor.Visit("lastFrame", clock.lastFrame);
   visitor.Visit("lastTime", clock.lastTime);
   visitor.Visit("clockTime", clock.time);
+  visitor.Keep("sceneFlags", flags);
+  visitor.Keep("frame", info.frame);
+  visitor.Keep("frameDuration", info.frameDuration);
+  visitor.Keep("substepDuration", info.substepDuration);
+  visitor.Keep("frameElapsed", info.frameElapsed);
+  visitor.Keep("fps", info.fps);
+  visitor.Keep("substepFraction", info.substepFraction);
+  visitor.Keep("frameRemaining", info.frameRemaining);
+  visitor.Keep("substep", info.substep);
+  visitor.Keep("substepCount", info.substepCount);
+  visitor.Keep("minSubsteps", info.minSubsteps);
   const auto visit = [&](iBase& node) {
     const std::string name = node.DisplayName() + ":" + std::to_string(node.handler.hostObject()->typeId());
     visitor.Begin(name.c_str());
-    node.VisitState(visitor);
+    node.VisitNode(visitor);
     visitor.End();
   };
   ForEachNode(NODE_CHANNEL, NODE_CACHE, visit);

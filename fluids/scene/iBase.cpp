@@ -89,6 +89,18 @@ void iBase::CheckDirty() {
   SetFlag(NodeDirtyChecked, true);
 }
 
+void iBase::VisitNode(StateVisitor& visitor) {
+  // The host's counters start anew with the program: what counts is whether this node has seen the last change.
+  std::uint32_t counter = 0;
+  std::uint8_t seen = handler.GetDirtyCount(counter) && counter == dirtyCount;
+  visitor.Keep("flags", flags);
+  visitor.Keep("seen", seen);
+  visitor.Keep("iteration", iteration);
+  visitor.Keep("iterationRepeat", iterationRepeat);
+  if (seen != 0) dirtyCount = counter;
+  VisitState(visitor);
+}
+
 std::uint32_t iBase::MarkDirty(bool hard) {
   SetFlag(NodeDirty, true);
   if (hard) SetFlag(NodeHardDirty, true);

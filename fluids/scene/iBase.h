@@ -119,6 +119,13 @@ class iBase {
 
   // Lists all simulated state: what the next sub-step reads that isn't read from settings or computed anew.
   virtual void VisitState(StateVisitor&) {}
+  // Flags and counters of the node, and its state. A node calls it, through VisitPart, on each node that it embeds.
+  void VisitNode(StateVisitor& visitor);
+  static void VisitPart(StateVisitor& visitor, const char* name, iBase& part) {
+    visitor.Begin(name);
+    part.VisitNode(visitor);
+    visitor.End();
+  }
   // Lists the grids that this node may have written in the run that just ended, to be tested for NaN. By default, its
   // own state.
   virtual void VisitOutputs(StateVisitor& visitor) { VisitState(visitor); }
