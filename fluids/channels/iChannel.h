@@ -10,13 +10,16 @@
 //     └ ChannelBase_Vector         three grids, one a component
 //       └ VectorGridChannel        and the previous ones: velocity
 
+#include <type_traits>
+
 #include "fluids/grids/Interpolation.h"
 #include "fluids/scene/OrlixScene.h"
+#include "fluids/scene/iCachedGrids.h"
 
 namespace orlix {
 
 template <class T>
-class iChannel : public iObject {
+class iChannel : public iObject, public iCachedGrids {
  public:
   using iObject::iObject;
   std::int32_t GetNodeBaseType() const override { return NODE_CHANNEL; }
@@ -35,6 +38,13 @@ class iChannel : public iObject {
   virtual T SamplePoint(const Vec3D&) const { return T{}; }
   // Index coordinates of the lattice; the grid's sample offset is taken off here. 0 without a grid.
   virtual T Sample(const Vec3D&, Interpolation) const { return T{}; }
+
+  int CachedGridCount() const override { return std::is_same_v<T, Vec3D> ? 3 : 1; }
+  ScalarGrid* CachedGrid(int index) override { return GetGrid(index); }
+  void TakeCacheHeader(const GridCacheHeader& header) override {
+    cacheSpaceValid = header.present;
+    cacheSpace = header.space;
+  }
 
   // Filled with backgroundValue at each ApplyBounds: holds what is newly written in this sub-step and nothing else.
   bool clearEachStep = false;
