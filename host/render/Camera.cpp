@@ -39,15 +39,16 @@ Vec3D AnyNormalTo(const Vec3D& v) {
 
 }  // namespace
 
-const TypeInfo kCameraType = {kCameraId,
-                              "camera",
-                              "Camera",
-                              "Camera",
-                              "The eye of the picture. It looks at its target, or along its own -z with y upwards.",
-                              TypeRole::Camera,
-                              kLinkCamera | kLinkHostObject,
-                              kRows,
-                              TransformParameters()};
+const TypeInfo kCameraType = {
+    .id = kCameraId,
+    .resource = "camera",
+    .className = "Camera",
+    .label = "Camera",
+    .text = "The eye of the picture. It looks at its target, or along its own -z with y upwards.",
+    .role = TypeRole::Camera,
+    .kinds = kLinkCamera | kLinkHostObject,
+    .parameters = kRows,
+    .common = TransformParameters()};
 
 CameraRay Camera::RayThrough(double x, double y, int pictureWidth, int pictureHeight) const {
   const double scale = 2 * halfWidth / pictureWidth;

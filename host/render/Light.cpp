@@ -86,27 +86,33 @@ double FalloffAt(const Light& light, double distance) {
 
 }  // namespace
 
-const TypeInfo kPointLightType = {
-    kPointLightId,   "light_point", "PointLight", "Point Light",        "Shines from its position in all directions.",
-    TypeRole::Light, kKinds,        kPointRows,   TransformParameters()};
-const TypeInfo kSpotLightType = {kSpotLightId,
-                                 "light_spot",
-                                 "SpotLight",
-                                 "Spot Light",
-                                 "Shines from its position in a cone towards its target.",
-                                 TypeRole::Light,
-                                 kKinds,
-                                 kSpotRows,
-                                 TransformParameters()};
-const TypeInfo kDistantLightType = {kDistantLightId,
-                                    "light_distant",
-                                    "DistantLight",
-                                    "Distant Light",
-                                    "Parallel light as from the sun. Its position has no effect.",
-                                    TypeRole::Light,
-                                    kKinds,
-                                    kDistantRows,
-                                    TransformParameters()};
+const TypeInfo kPointLightType = {.id = kPointLightId,
+                                  .resource = "light_point",
+                                  .className = "PointLight",
+                                  .label = "Point Light",
+                                  .text = "Shines from its position in all directions.",
+                                  .role = TypeRole::Light,
+                                  .kinds = kKinds,
+                                  .parameters = kPointRows,
+                                  .common = TransformParameters()};
+const TypeInfo kSpotLightType = {.id = kSpotLightId,
+                                 .resource = "light_spot",
+                                 .className = "SpotLight",
+                                 .label = "Spot Light",
+                                 .text = "Shines from its position in a cone towards its target.",
+                                 .role = TypeRole::Light,
+                                 .kinds = kKinds,
+                                 .parameters = kSpotRows,
+                                 .common = TransformParameters()};
+const TypeInfo kDistantLightType = {.id = kDistantLightId,
+                                    .resource = "light_distant",
+                                    .className = "DistantLight",
+                                    .label = "Distant Light",
+                                    .text = "Parallel light as from the sun. Its position has no effect.",
+                                    .role = TypeRole::Light,
+                                    .kinds = kKinds,
+                                    .parameters = kDistantRows,
+                                    .common = TransformParameters()};
 
 Illumination Light::Illuminate(const Vec3D& x) const {
   if (kind == LightKind::Distant) return {colour, -direction, kDistantDistance};

@@ -31,15 +31,13 @@ constexpr Parameter kRows[] = {
 
 }  // namespace
 
-const TypeInfo kRenderSettingsType = {kRenderSettingsId,
-                                      "render",
-                                      "RenderSettings",
-                                      "Render Settings",
-                                      "Size, samples and sky of the pictures, and which files they leave.",
-                                      TypeRole::RenderSettings,
-                                      0,
-                                      kRows,
-                                      {}};
+const TypeInfo kRenderSettingsType = {.id = kRenderSettingsId,
+                                      .resource = "render",
+                                      .className = "RenderSettings",
+                                      .label = "Render Settings",
+                                      .text = "Size, samples and sky of the pictures, and which files they leave.",
+                                      .role = TypeRole::RenderSettings,
+                                      .parameters = kRows};
 
 Status CheckPictureSize(std::int64_t width, std::int64_t height) {
   if (width >= 1 && height >= 1 && width <= kMaxPictureSide && height <= kMaxPictureSide &&

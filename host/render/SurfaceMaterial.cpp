@@ -21,15 +21,14 @@ constexpr Parameter kRows[] = {
 
 }  // namespace
 
-const TypeInfo kSurfaceMaterialType = {kSurfaceMaterialId,
-                                       "material",
-                                       "SurfaceMaterial",
-                                       "Material",
-                                       "A surface with a diffuse colour, a glossy layer and a glow.",
-                                       TypeRole::Material,
-                                       kLinkMaterial,
-                                       kRows,
-                                       {}};
+const TypeInfo kSurfaceMaterialType = {.id = kSurfaceMaterialId,
+                                       .resource = "material",
+                                       .className = "SurfaceMaterial",
+                                       .label = "Material",
+                                       .text = "A surface with a diffuse colour, a glossy layer and a glow.",
+                                       .role = TypeRole::Material,
+                                       .kinds = kLinkMaterial,
+                                       .parameters = kRows};
 
 Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
   SurfaceMaterial material;

@@ -1,0 +1,62 @@
+#pragma once
+// The light along a ray of the camera: surfaces, the lights on them, the sky, and volumes in front of it all. One
+// belongs to each worker.
+
+#include <cstdint>
+#include <vector>
+
+#include "globals/Random.h"
+#include "host/render/RenderWorld.h"
+
+namespace orlix {
+
+// A volume that has something to show, with its box.
+struct VolumeInBox {
+  const VolumeShader* volume = nullptr;
+  Vec3D low, high;
+};
+
+struct RayCounts {
+  std::uint64_t camera = 0, shadow = 0, gather = 0, volume = 0, notFinite = 0;
+};
+
+struct ShadedRay {
+  Vec3D colour;
+  double alpha = 0;     // 0 where the ray goes on unhindered to a hidden sky
+  bool found = false;   // whether there is anything at distance
+  double distance = 0;  // from the ray's origin
+  Vec3D velocity;       // host units a second
+};
+
+class RayShader {
+ public:
+  RayShader(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, int worker);
+
+  // The generator of the tile in hand: volumes draw from it.
+  void SetRandom(MersenneTwister& random) { random_ = &random; }
+
+  // Gather rays take their directions from points firstIndex, firstIndex + 1, ... of the pixel's sequence.
+  ShadedRay Shade(const CameraRay& ray, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+
+  const RayCounts& counts() const { return counts_; }
+
+ private:
+  struct Span {
+    double begin;
+    const VolumeInBox* volume;
+  };
+  VolumeSample VolumesAlong(VolumeRay& ray, double end);
+  Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
+  Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  Vec3D GatherAround(const SurfaceHit& hit, const Vec3D& origin, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end);
+
+  const RenderWorld& world_;
+  const std::vector<VolumeInBox>& volumes_;
+  const int worker_;
+  MersenneTwister* random_ = nullptr;
+  std::vector<Span> spans_;  // along the ray in hand
+  RayCounts counts_;
+};
+
+}  // namespace orlix
