@@ -1,0 +1,85 @@
+#include "fluids/constraints/Constraint.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kInvertId = 1100, kIntensityId = 1103;
+constexpr std::int32_t kAnySubType = 2000;
+
+constexpr Parameter kShared[] = {
+    BoolParameter(kInvertId, "invert", false, "Acts where it otherwise wouldn't"),
+    FloatParameter(kIntensityId, "intensity", 1.0, "", "Factor of the constraint's result"),
+};
+
+}  // namespace
+
+bool Constraint::ReadParameters() {
+  priority = 0;
+  if (!iBase::ReadParameters()) return false;
+  SetFlag(NodeInvert, handler.GetBool(kInvertId));
+  intensity = handler.GetDouble(kIntensityId);
+  return true;
+}
+
+bool Constraint::Evaluate(const Vec3D&, double& amount, const iBase*, std::int32_t) const {
+  amount *= intensity;
+  return true;
+}
+
+void Constraint::EvaluateRow(const ConstraintRow& row, const iBase* caller) const {
+  for (std::int32_t i = row.begin; i < row.end; ++i) {
+    if (!row.open[i]) continue;
+    if (!Evaluate(row.Position(i), row.amounts[i], caller, row.threadIndex)) row.open[i] = 0;
+  }
+}
+
+std::span<const Parameter> ConstraintParameters() {
+  static const std::vector<Parameter> kRows = [] {
+    std::vector<Parameter> rows(std::begin(kShared), std::end(kShared));
+    const auto common = CommonNodeParameters();
+    rows.insert(rows.end(), common.begin(), common.end());
+    return rows;
+  }();
+  return kRows;
+}
+
+TypeInfo ConstraintType(int id, const char* resource, const char* className, const char* label, const char* text,
+                        std::span<const Parameter> rows) {
+  TypeInfo type;
+  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
+  type.kinds = kLinkHelper | kLinkConstraint;
+  type.parameters = rows;
+  type.common = ConstraintParameters();
+  return type;
+}
+
+std::vector<Constraint*> RetrieveConstraints(const OrlixScene& scene, const C4D_InterfaceHandler& handler) {
+  std::vector<Constraint*> constraints;
+  const InExcludeData* list = handler.GetInExclude(kConstraintListId);
+  if (!list) return constraints;
+  std::vector<iBase*> found;
+  scene.RetrieveAll(list, found, NODE_HELPER, RetrieveBit(RETRIEVE_CONSTRAINT), kAnySubType, RETRIEVE_ANY, true);
+  for (iBase* node : found) {
+    if (auto* constraint = dynamic_cast<Constraint*>(node)) constraints.push_back(constraint);
+  }
+  return constraints;
+}
+
+void EvaluateChain(std::span<Constraint* const> chain, const Vec3D& position, double& amount, const iBase* caller,
+                   std::int32_t threadIndex) {
+  for (const Constraint* constraint : chain) {
+    if (!constraint->IsEnabled()) continue;
+    if (!constraint->Evaluate(position, amount, caller, threadIndex) || amount == 0) return;
+  }
+}
+
+void EvaluateChain(std::span<Constraint* const> chain, const ConstraintRow& row, const iBase* caller) {
+  for (const Constraint* constraint : chain) {
+    if (!constraint->IsEnabled()) continue;
+    constraint->EvaluateRow(row, caller);
+    for (std::int32_t i = row.begin; i < row.end; ++i) row.open[i] = row.open[i] && row.amounts[i] != 0;
+  }
+}
+
+}  // namespace orlix

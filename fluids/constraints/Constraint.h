@@ -1,0 +1,87 @@
+#pragma once
+// A constraint decides how strongly something acts at a place. Emitters, forces and operators hold lists of them and
+// run them in list order for each cell: each scales a running amount and may end the chain.
+//
+//   amount = dt
+//   for each enabled constraint, until one gives false or the amount is 0:  constraint.Evaluate(position, amount, ...)
+//   an amount of 0 drops the place
+//
+// A chain over a row of cells asks each constraint once a row. A class with a faster way than a loop over Evaluate
+// overrides EvaluateRow, with the same results.
+
+#include <memory>
+#include <span>
+
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+class OrlixParticle;
+
+// A run of cells along x. The pointers stand at cell i = 0 of the row: cell i's amount is amounts[i].
+struct ConstraintRow {
+  std::int32_t begin = 0, end = 0;  // cells [begin, end) of the row
+  std::int32_t j = 0, k = 0;
+  std::int32_t threadIndex = 0;
+  const GridSpace* space = nullptr;  // of the cells
+  double* amounts = nullptr;         // 0 at cells that aren't asked for
+  std::uint8_t* open = nullptr;      // 1 where the chain goes on, 0 where it ended or that isn't asked for
+
+  // Cell centre in simulation space.
+  Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
+};
+
+class Constraint : public iBase {
+ public:
+  using iBase::iBase;
+  std::int32_t GetNodeBaseType() const override { return NODE_HELPER; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_CONSTRAINT); }
+  bool ReadParameters() override;
+
+  // Before and after a pass of caller, on the stage's thread. Several callers may have prepared a constraint at once.
+  virtual void Prepare(const iBase* /*caller*/) {}
+  virtual void Finish() {}
+  // position in simulation space. False ends the chain; the caller then goes by the amount. A subclass ends with this
+  // base form, so that intensity enters once. Called by all workers at once, threadIndex in [0, 64).
+  virtual bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const;
+  virtual bool EvaluateParticle(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex,
+                                const OrlixParticle* /*particle*/) const {
+    return Evaluate(position, amount, caller, threadIndex);
+  }
+  // Evaluate at each open cell of the row; closes the cells where it gives false.
+  virtual void EvaluateRow(const ConstraintRow& row, const iBase* caller) const;
+  // A constraint of the same class, parameters and links, for a caller that keeps its own.
+  virtual std::unique_ptr<Constraint> Clone() const = 0;
+
+  bool Inverted() const { return HasFlag(NodeInvert); }
+
+  double intensity = 1;  // final factor
+
+ protected:
+  // What a subclass's Clone returns. Settings and links are read anew from the object that both stand for.
+  template <class Derived>
+  static std::unique_ptr<Constraint> CloneOf(const Derived& original) {
+    auto clone = std::make_unique<Derived>(original.handler.hostObject(), original.GetScene());
+    clone->ReadParameters();
+    clone->ResolveLinks();
+    clone->flags = original.flags;
+    return clone;
+  }
+};
+
+// The rows that every constraint has, the common ones of all nodes behind them.
+std::span<const Parameter> ConstraintParameters();
+// The type record of a constraint: its kinds and shared rows are set here.
+TypeInfo ConstraintType(int id, const char* resource, const char* className, const char* label, const char* text,
+                        std::span<const Parameter> rows);
+
+// The constraints of a node's list 2502, in list order; no list gives none.
+std::vector<Constraint*> RetrieveConstraints(const OrlixScene& scene, const C4D_InterfaceHandler& handler);
+
+// Runs the chain at one place.
+void EvaluateChain(std::span<Constraint* const> chain, const Vec3D& position, double& amount, const iBase* caller,
+                   std::int32_t threadIndex);
+// Runs the chain over a row. The caller fills amounts and open; a place where the chain came to 0 is one to leave out.
+void EvaluateChain(std::span<Constraint* const> chain, const ConstraintRow& row, const iBase* caller);
+
+}  // namespace orlix
