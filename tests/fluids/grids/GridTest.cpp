@@ -1,0 +1,329 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <random>
+
+#include "fluids/grids/GridProcessorRunner.h"
+#include "fluids/grids/GridResampler.h"
+#include "fluids/grids/ScratchPool.h"
+
+namespace orlix {
+namespace {
+
+void FillIndex(ScalarGrid& grid, double scale = 1) {
+  for (std::int64_t n = 0; n < grid.count; ++n) grid[n] = scale * static_cast<double>(n);
+}
+
+// --- lattice ---------------------------------------------------------------------------------------------------------
+
+TEST(GridSpace, RatiosAndCorners) {
+  GridSpace space;
+  space.Build({4, 5, 6}, {40, 50, 60}, 0.2f, {-10, 20, 0});
+  EXPECT_EQ(space.count, 120);
+  EXPECT_EQ(space.slab, 20);
+  EXPECT_DOUBLE_EQ(space.hostPerVoxel.x, 10);
+  EXPECT_NEAR(space.simPerVoxel.z, 0.2, 1e-8);
+  EXPECT_EQ(space.hostMax, Vec3D(30, 70, 60));
+  EXPECT_EQ(space.voxelMin, VecInt3D(-1, 2, 0));
+  EXPECT_EQ(space.voxelMax, VecInt3D(3, 7, 6));
+  GridSpace other = space;
+  EXPECT_TRUE(space.Equals(other));
+  other.cellSize = std::nextafter(other.cellSize, 1.0f);
+  EXPECT_FALSE(space.Equals(other)) << "one unit in the last place is a change";
+}
+
+TEST(GridSpace, SnappingToleratesARoundingError) {
+  EXPECT_EQ(SnappedCell({2.9999995, -2.9999995, 0.5}), VecInt3D(3, -3, 0));
+  EXPECT_EQ(SnappedCell({NAN, 1e300, -1e300}), VecInt3D(0, 2147483647, -2147483647 - 1));
+  Vec3D down(0.31, -0.31, 0.4), up = down;
+  GridSpace::SnapDown(down, 0.125f);
+  GridSpace::SnapUp(up, 0.125f);
+  EXPECT_EQ(down, Vec3D(0.25, -0.375, 0.375));
+  EXPECT_EQ(up, Vec3D(0.375, -0.25, 0.5));
+}
+
+TEST(EGrid, StaggeredTypesHaveOneCellMoreThanTheLattice) {
+  struct Case {
+    std::uint32_t type;
+    VecInt3D dims, lattice, last;
+  };
+  const Case kCases[] = {{kGridVelocityU, {5, 4, 4}, {4, 4, 4}, {3, 3, 3}},
+                         {kGridVelocityV, {4, 5, 4}, {4, 4, 4}, {3, 3, 3}},
+                         {kGridVelocityW, {4, 4, 5}, {4, 4, 4}, {3, 3, 3}},
+                         {kGridNodalLevelset, {5, 5, 5}, {4, 4, 4}, {3, 3, 3}},
+                         {kGridSmoke, {4, 4, 4}, {4, 4, 4}, {3, 3, 3}}};
+  for (const Case& c : kCases) {
+    const ScalarGrid grid(c.dims, {4, 4, 4}, 1, c.type, {});
+    EXPECT_EQ(grid.space.dims, c.lattice);
+    EXPECT_EQ(grid.lastCell, c.last);
+    EXPECT_EQ(grid.MemorySize(), std::int64_t(grid.count) * 8 + 24);
+    EXPECT_EQ(grid.cornerStrides[3], grid.dims.x + grid.slab + 1);
+    EXPECT_EQ(c.dims - ExtraCells(c.type), c.lattice);
+  }
+  EXPECT_STREQ(GridTypeText(kGridNodalLevelset), "Nodal Levelset");
+  EXPECT_STREQ(GridTypeText(kGridScratch), "Custom");
+}
+
+// --- active box ------------------------------------------------------------------------------------------------------
+
+TEST(ActiveBox, LimitsTidiesAndFinds) {
+  ScalarGrid grid({9, 8, 7}, {9, 8, 7}, 1, kGridSmoke, {});
+  grid.Fill(0.5e-6);
+  grid(3, 4, 5) = 9;
+  grid(4, 2, 1) = 0.25;
+  grid.FindActiveBox(0, 1, false);
+  EXPECT_EQ(grid.activeMin, VecInt3D(3, 2, 1));
+  EXPECT_EQ(grid.activeMax, VecInt3D(4, 4, 5));
+  EXPECT_EQ(grid(3, 4, 5), 1);
+  EXPECT_EQ(grid(0, 0, 0), 0);
+}
+
+TEST(ActiveBox, EmptyAndSingleCells) {
+  ScalarGrid grid({5, 5, 5}, {5, 5, 5}, 1, kGridSmoke, {});
+  grid.Fill(0);
+  grid.FindActiveBox(0, 1, false);
+  EXPECT_EQ(grid.activeMin, grid.dims);
+  EXPECT_EQ(grid.activeMax, VecInt3D());
+  grid(2, 3, 1) = 0.5;
+  grid.FindActiveBox(0, 1, false);
+  EXPECT_EQ(grid.activeMin, VecInt3D(2, 3, 1));
+  EXPECT_EQ(grid.activeMax, VecInt3D(3, 4, 2));
+}
+
+TEST(ActiveBox, ClearBorderTouchesEveryFace) {
+  ScalarGrid grid({5, 5, 5}, {5, 5, 5}, 1, kGridSmoke, {});
+  grid.Fill(0.75);
+  grid.FindActiveBox(0.125, 1, true);
+  EXPECT_EQ(grid.activeMin, VecInt3D(1, 1, 1));
+  EXPECT_EQ(grid.activeMax, VecInt3D(3, 3, 3));
+  double sum = 0;
+  for (std::int64_t n = 0; n < grid.count; ++n) sum += grid[n];
+  EXPECT_DOUBLE_EQ(sum, 27 * 0.75 + 98 * 0.125);
+}
+
+TEST(ActiveBox, VelocityKeepsBothSignsAndHasNoLimit) {
+  ScalarGrid grid({6, 5, 5}, {5, 5, 5}, 1, kGridVelocityU, {});
+  grid.Fill(-0.5e-6);
+  grid(1, 1, 1) = -400;
+  grid(4, 1, 3) = 2e-6;
+  grid.FindActiveBox(0, 1, true);
+  EXPECT_EQ(grid(1, 1, 1), -400);
+  EXPECT_EQ(grid(0, 0, 0), 0);
+  EXPECT_EQ(grid.activeMin, VecInt3D(1, 1, 1));
+  EXPECT_EQ(grid.activeMax, VecInt3D(4, 1, 3));
+}
+
+TEST(ActiveBoxThreads, TheSameForAnyNumberOfWorkers) {
+  std::mt19937 random(5);
+  ScalarGrid reference({33, 21, 19}, {33, 21, 19}, 1, kGridSmoke, {});
+  for (std::int64_t n = 0; n < reference.count; ++n) reference[n] = random() % 200 == 0 ? 1.5 : 1e-9;
+  const ScalarGrid original = reference;
+  reference.FindActiveBox(0, 1, true);
+  for (const int workers : {2, 3, 8, 64}) {
+    WorkerPool pool(workers);
+    ScalarGrid grid = original;
+    grid.FindActiveBox(0, 1, true, &pool);
+    EXPECT_EQ(grid.activeMin, reference.activeMin);
+    EXPECT_EQ(grid.activeMax, reference.activeMax);
+    EXPECT_TRUE(std::equal(grid.data, grid.data + grid.count, reference.data));
+  }
+}
+
+// --- moving content --------------------------------------------------------------------------------------------------
+
+TEST(ResizeKeepingContent, GrowsShrinksAndShiftsByWholeCells) {
+  auto grid = std::make_unique<ScalarGrid>(VecInt3D(4, 4, 4), Vec3D(4, 4, 4), 1.0f, kGridSmoke, Vec3D(0, 0, 0));
+  grid->valueScale = 7;
+  FillIndex(*grid);
+  const ScalarGrid before = *grid;
+  GridSpace target;
+  target.Build({8, 6, 5}, {8, 6, 5}, 1, {-2, -1, 1});
+  ASSERT_TRUE(ResizeKeepingContent(grid, -1, {8, 6, 5}, target));
+  EXPECT_EQ(grid->valueScale, 7);
+  int kept = 0, fresh = 0;
+  for (int k = 0; k < 5; ++k) {
+    for (int j = 0; j < 6; ++j) {
+      for (int i = 0; i < 8; ++i) {
+        const VecInt3D old(i - 2, j - 1, k + 1);
+        const bool inside = old.x >= 0 && old.x < 4 && old.y >= 0 && old.y < 4 && old.z < 4;
+        ASSERT_EQ((*grid)(i, j, k), inside ? before(old.x, old.y, old.z) : -1);
+        ++(inside ? kept : fresh);
+      }
+    }
+  }
+  EXPECT_EQ(kept, 4 * 4 * 3);
+  EXPECT_GT(fresh, 0);
+}
+
+TEST(ResizeKeepingContent, AOneCellGridGivesNothing) {
+  auto grid = std::make_unique<ScalarGrid>(VecInt3D(1, 1, 1), Vec3D(1, 1, 1), 1.0f, kGridSmoke, Vec3D());
+  grid->Fill(5);
+  GridSpace target;
+  target.Build({2, 2, 2}, {2, 2, 2}, 1, {});
+  ASSERT_TRUE(ResizeKeepingContent(grid, 0.5, {2, 2, 2}, target));
+  for (int n = 0; n < 8; ++n) EXPECT_EQ((*grid)[n], 0.5);
+}
+
+TEST(GridMemory, TheBudgetRefusesAndKeepsTheOldGrid) {
+  auto grid = std::make_unique<ScalarGrid>(VecInt3D(4, 4, 4), Vec3D(4, 4, 4), 1.0f, kGridSmoke, Vec3D());
+  FillIndex(*grid);
+  SetGridMemoryBudget(CurrentGridMemory().current + 1000);
+  GridSpace target;
+  target.Build({40, 40, 40}, {40, 40, 40}, 1, {});
+  EXPECT_FALSE(ResizeKeepingContent(grid, 0, {40, 40, 40}, target));
+  SetGridMemoryBudget(0);
+  EXPECT_EQ(grid->dims, VecInt3D(4, 4, 4));
+  EXPECT_EQ((*grid)(3, 3, 3), 63);
+  EXPECT_THROW(Grid<double>({2000000, 2000000, 2}, 0), std::bad_alloc);
+}
+
+TEST(GridResampler, DirectOperationsEachDoTheirs) {
+  ScalarGrid source({3, 3, 3}, {3, 3, 3}, 1, kGridSmoke, {}), target = source;
+  FillIndex(source);
+  source.valueOffset = 2, source.valueScale = 4;
+  target.valueOffset = 10, target.valueScale = 3;
+  WorkerPool pool(2);
+  const auto run = [&](ResampleOperation operation) {
+    target.Fill(5);
+    EGridResampler resampler;
+    EXPECT_TRUE(resampler.Init(&source, &target, true, Interpolation::Trilinear, operation, {}, true, 2));
+    EXPECT_TRUE(resampler.Run(pool));
+    return target(1, 1, 1);
+  };
+  const double v = source(1, 1, 1);
+  EXPECT_EQ(run(ResampleOperation::Copy), v);
+  EXPECT_EQ(run(ResampleOperation::Normalise), (v - 2) / 4);
+  EXPECT_EQ(run(ResampleOperation::Scale), v * 3 + 10);
+  EXPECT_EQ(run(ResampleOperation::Min), 5);
+  EXPECT_EQ(run(ResampleOperation::Max), v);
+  EGridResampler resampler;
+  EXPECT_FALSE(resampler.Init(nullptr, &target, true, Interpolation::Trilinear, ResampleOperation::Copy, {}, true, 2));
+  ScalarGrid thin({3, 3, 2}, {3, 3, 2}, 1, kGridSmoke, {});
+  EXPECT_FALSE(resampler.Init(&source, &thin, true, Interpolation::Trilinear, ResampleOperation::Copy, {}, false, 2));
+}
+
+TEST(GridResampler, SampledModeReproducesALinearFieldOnAShiftedFinerLattice) {
+  ScalarGrid source({12, 12, 12}, {12, 12, 12}, 1, kGridSmoke, {0, 0, 0});
+  const auto f = [](const Vec3D& p) { return 2 * p.x - p.y + 0.5 * p.z; };
+  for (int k = 0; k < 12; ++k) {
+    for (int j = 0; j < 12; ++j) {
+      for (int i = 0; i < 12; ++i) source(i, j, k) = f({i + 0.5, j + 0.5, k + 0.5});
+    }
+  }
+  ScalarGrid target({12, 12, 12}, {6, 6, 6}, 0.5f, kGridNodalLevelset, {2.25, 3, 2.75});
+  WorkerPool pool(3);
+  for (const Interpolation mode : {Interpolation::Trilinear, Interpolation::Cubic, Interpolation::QuadraticBSpline,
+                                   Interpolation::MonotoneCubic}) {
+    EGridResampler resampler;
+    ASSERT_TRUE(resampler.Init(&source, &target, false, mode, ResampleOperation::Copy, {}, true, 3));
+    ASSERT_TRUE(resampler.Run(pool));
+    for (int k = 0; k < 12; ++k) {
+      const Vec3D p = target.space.HostOfVoxel({3, 4, double(k)});
+      EXPECT_NEAR(target(3, 4, k), f(p), 1e-9);
+    }
+  }
+  // An offset in source cells moves the samples.
+  EGridResampler resampler;
+  ASSERT_TRUE(
+      resampler.Init(&source, &target, false, Interpolation::Trilinear, ResampleOperation::Copy, {1, 0, 0}, true, 3));
+  ASSERT_TRUE(resampler.Run(pool));
+  EXPECT_NEAR(target(3, 4, 5), f(target.space.HostOfVoxel({3, 4, 5}) - Vec3D(1, 0, 0)), 1e-9);
+  BaseThread broken;
+  broken.Break();
+  EXPECT_FALSE(resampler.Run(pool, &broken));
+}
+
+// --- division of work ------------------------------------------------------------------------------------------------
+
+class CountingProcessor final : public ParallelGridProcessor {
+ public:
+  explicit CountingProcessor(const VecInt3D& dims) : counts(dims, kGridScratch) { counts.Fill(0); }
+  void Process(const VecInt3D& a, const VecInt3D& b) override { Add(a, b, 1); }
+  void ProcessBorder(const VecInt3D& a, const VecInt3D& b) override { Add(a, b, 100), ++boxes; }
+  Grid<std::int32_t> counts;
+  int boxes = 0;
+
+ private:
+  void Add(const VecInt3D& a, const VecInt3D& b, int value) {
+    for (int k = a.z; k < b.z; ++k) {
+      for (int j = a.y; j < b.y; ++j) {
+        for (int i = a.x; i < b.x; ++i) counts(i, j, k) += value;
+      }
+    }
+  }
+};
+
+TEST(GridProcessorThreads, InteriorAndBordersTileTheArrayOnce) {
+  for (const int workers : {1, 2, 3, 8, 64}) {
+    WorkerPool pool(workers);
+    for (const VecInt3D dims : {VecInt3D(9, 7, 11), VecInt3D(2, 5, 5), VecInt3D(3, 3, 3), VecInt3D(1, 1, 1)}) {
+      for (int axis = 0; axis < 3; ++axis) {
+        CountingProcessor processor(dims);
+        GridProcessorRunner runner(pool, dims, axis);
+        runner.RunPass(axis, processor);
+        for (int k = 0; k < dims.z; ++k) {
+          for (int j = 0; j < dims.y; ++j) {
+            for (int i = 0; i < dims.x; ++i) {
+              const bool inner = i > 0 && j > 0 && k > 0 && i < dims.x - 1 && j < dims.y - 1 && k < dims.z - 1;
+              ASSERT_EQ(processor.counts(i, j, k), inner ? 1 : 100);
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(WorkSplit, TheRemainderFallsToTheLastPiece) {
+  std::int32_t starts[8], ends[8];
+  EXPECT_EQ(SplitRange(starts, ends, 11, 100, 4), 4);
+  EXPECT_EQ(starts[3], 106);
+  EXPECT_EQ(ends[3], 111);
+  EXPECT_EQ(SplitRange(starts, ends, 2, 5, 4), 2);
+  EXPECT_EQ(ends[1], 7);
+  EXPECT_EQ(starts[3], 0);
+  EXPECT_EQ(SplitRange(starts, ends, 0, 5, 4), 0);
+  LayerSlabs slabs;
+  ASSERT_TRUE(SplitLayers(slabs, {10, 9, 12}, false, 3));
+  EXPECT_EQ(slabs.rangeMin[2], VecInt3D(1, 1, 7));
+  EXPECT_EQ(slabs.rangeMax[2], VecInt3D(9, 8, 11));
+  EXPECT_FALSE(slabs.Has(3));
+  EXPECT_FALSE(SplitLayers(slabs, {10, 9, 2}, false, 3));
+}
+
+TEST(WorkerPoolThreads, EveryWorkerRunsOnceAndNestingIsSafe) {
+  for (const int threads : {1, 2, 5}) {
+    WorkerPool pool(threads);
+    for (int round = 0; round < 200; ++round) {
+      std::atomic<int> runs[64] = {};
+      std::atomic<int> nested{0};
+      pool.Run(64, [&](int worker) {
+        ++runs[worker];
+        pool.Run(3, [&](int) { ++nested; });
+      });
+      for (const auto& count : runs) ASSERT_EQ(count.load(), 1);
+      ASSERT_EQ(nested.load(), 192);
+    }
+  }
+}
+
+TEST(ScratchPool, ALeaseReturnsItsGrid) {
+  ScratchPool pool;
+  const double* first;
+  {
+    auto lease = pool.Take<double>({4, 4, 4});
+    first = lease->data;
+    auto second = pool.Take<double>({4, 4, 4});
+    EXPECT_NE(second->data, first);
+  }
+  auto again = pool.Take<double>({2, 4, 8});
+  EXPECT_EQ(again->dims, VecInt3D(2, 4, 8));
+  EXPECT_EQ(again->slab, 8);
+  const std::int64_t held = CurrentGridMemory().current;
+  again.GiveBack();
+  pool.Trim();
+  EXPECT_LT(CurrentGridMemory().current, held);
+}
+
+}  // namespace
+}  // namespace orlix

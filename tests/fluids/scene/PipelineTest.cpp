@@ -1,0 +1,198 @@
+// Nodes and stages: who is found, in which order, in which blocks.
+
+#include <gtest/gtest.h>
+
+#include "fluids/scene/StageRunner.h"
+#include "tests/fluids/scene/TraceNode.h"
+
+namespace orlix {
+namespace {
+
+using test::TracedScene;
+using test::TraceNode;
+
+TEST(Pipeline, StagesThenPriorityThenTreeOrder) {
+  TracedScene s;
+  s.AddTrace("late", StageBit(kStageForces));
+  s.AddTrace("second", StageBit(kStageOperators), 5);
+  s.AddTrace("third", StageBit(kStageOperators), 5);
+  s.AddTrace("first", StageBit(kStageOperators), 4);
+  s.Step(0);
+  std::vector<std::string> processed;
+  for (const std::string& call : s.log.calls) {
+    if (call.ends_with(".Process")) processed.push_back(call.substr(0, call.find('.')));
+  }
+  EXPECT_EQ(processed, (std::vector<std::string>{"first", "second", "third", "late"}));
+  std::vector<int> stages;
+  for (const auto& [stage, seconds] : s.reports.back().stageSeconds) stages.push_back(stage);
+  ASSERT_EQ(stages.size(), 15u);
+  EXPECT_EQ(stages.front(), kStageInitSubstep);
+  EXPECT_EQ(stages.back(), kStageFinish);
+}
+
+TEST(Pipeline, BlocksOpenAtAChangeOfKindAndAtOwnBlocks) {
+  TracedScene s;
+  const int bit = StageBit(kStageOperators);
+  s.AddTrace("a", bit, 1, false);
+  s.AddTrace("b", bit, 2, false);
+  s.AddTrace("c", bit, 3, false).Set(kOwnBlockId, std::int64_t(1));
+  s.AddTrace("d", bit, 4, true);
+  BaseObject& e = s.AddTrace("e", bit, 5, true);
+  e.Set(4, std::int64_t(1));
+  e.Set(6, std::int64_t(2));
+  s.Step(0);
+  s.scene().SetStage(kStageStart);
+  s.scene().EvaluateStage();
+  s.scene().SetStage(kStageOperators);
+  s.scene().ForEachNode(NODE_SOLVER, NODE_SOLVER, [](iBase& node) { node.MarkDirty(false); });
+  const StageRunner runner(s.scene(), false);
+  std::string shape;
+  for (const StageBlock& block : runner.Divide(runner.Collect())) {
+    shape += std::to_string(static_cast<int>(block.kind)) + ":";
+    for (const iObject* node : block.nodes) shape += node->handler.hostObject()->name;
+    shape += " ";
+  }
+  EXPECT_EQ(shape, "1:ab 1:c 0:d 2:e ");
+  EXPECT_TRUE(StageRunner(s.scene(), true).Divide(runner.Collect()).empty()) << "none evaluates on update";
+}
+
+TEST(Pipeline, EachKindOfBlockCallsItsPhases) {
+  const int bit = StageBit(kStageOperators);
+  const auto calls = [&](bool serial, bool iterated, bool each) {
+    TracedScene s;
+    BaseObject& n = s.AddTrace("n", bit, 0, serial);
+    n.Set(4, std::int64_t(iterated));
+    n.Set(5, std::int64_t(each));
+    n.Set(6, std::int64_t(2));
+    s.Step(0);
+    std::string text;
+    for (const std::string& call : s.log.calls) text += call.substr(2) + " ";
+    return text.substr(text.find("Prepare"));
+  };
+  EXPECT_EQ(calls(true, false, false), "Prepare Process Finish ");
+  EXPECT_EQ(calls(false, false, false), "Prepare Setup Process Finish ");
+  EXPECT_EQ(calls(true, true, false), "Prepare0 Setup0 Process0 Finish0 Prepare1 Setup1 Process1 Finish1 ");
+  EXPECT_EQ(calls(false, true, false), "Prepare Setup Process0 Process1 Finish ");
+  EXPECT_EQ(calls(false, true, true), "Prepare0 Setup0 Process0 Finish0 Prepare1 Setup1 Process1 Finish1 ");
+}
+
+TEST(PipelineThreads, AParallelBlockRunsOnEveryWorker) {
+  TracedScene s(8);
+  s.AddTrace("n", StageBit(kStageOperators), 0, false);
+  s.Step(0);
+  EXPECT_EQ(s.log.processed.load(), 8);
+  s.log.processed = 0;
+  s.root->Set(1009, std::int64_t(3));
+  s.Step(1);
+  EXPECT_EQ(s.log.processed.load(), 3) << "the scene's own limit";
+}
+
+TEST(Pipeline, UserStageReplacesAndPriorityIsAnOffsetThatDoesNotGrow) {
+  TracedScene s;
+  BaseObject& n = s.AddTrace("n", StageBit(kStageOperators) | StageBit(kStageForces), 7);
+  n.Set(kPriorityId, std::int64_t(2));
+  for (int f = 0; f < 4; ++f) s.Step(f);
+  EXPECT_EQ(s.NodeOf<TraceNode>(n)->priority, 9);
+  n.Set(kStageId, std::int64_t(kStageChannels));
+  s.Step(4);
+  EXPECT_EQ(s.NodeOf<TraceNode>(n)->stageMask, StageBit(kStageChannels));
+  EXPECT_EQ(s.NodeOf<TraceNode>(n)->priority, 2);
+}
+
+TEST(Pipeline, NodesComeAndGoWithTheirObjects) {
+  TracedScene s;
+  BaseObject& n = s.AddTrace("n", StageBit(kStageOperators));
+  BaseObject& outside = s.document.AddObject(TraceNode::Type());
+  s.Step(0);
+  iBase* node = s.hook.FindNode(&n);
+  ASSERT_NE(node, nullptr);
+  s.document.MoveObject(n, &outside);
+  s.Step(1);
+  EXPECT_EQ(s.hook.FindNode(&n), nullptr);
+  s.document.MoveObject(n, s.root);
+  s.Step(2);
+  EXPECT_NE(s.hook.FindNode(&n), nullptr) << "back with a new, empty node";
+  s.document.RemoveObject(n);
+  s.Step(3);
+  int left = 0;
+  s.scene().ForEachNode(NODE_CHANNEL, NODE_HELPER, [&](iBase&) { ++left; });
+  EXPECT_EQ(left, 0);
+  s.document.RemoveObject(*s.root);
+  s.Step(4);
+  EXPECT_TRUE(s.hook.scenes().empty());
+}
+
+TEST(Pipeline, RetrieveTestsListAndBothTypes) {
+  TracedScene s;
+  BaseObject& smoke = s.Add("channel_scalar", "smoke");
+  BaseObject& colour = s.Add("channel_vector", "colour");
+  s.Step(0);
+  OrlixScene& scene = s.scene();
+  EXPECT_NE(scene.Retrieve(&smoke, NODE_CHANNEL, RETRIEVE_SCALAR, RETRIEVE_ANY), nullptr);
+  EXPECT_NE(scene.Retrieve(&smoke, NODE_ALL, RETRIEVE_SCALAR, RETRIEVE_GRID), nullptr);
+  EXPECT_EQ(scene.Retrieve(&smoke, NODE_CHANNEL, RETRIEVE_VECTOR, RETRIEVE_ANY), nullptr);
+  EXPECT_EQ(scene.Retrieve(&smoke, NODE_FORCE, RETRIEVE_ANY, RETRIEVE_ANY), nullptr);
+  EXPECT_EQ(scene.Retrieve(nullptr, NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY), nullptr);
+  EXPECT_FALSE(scene.Retrieve(&smoke, NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY)->HasRetrieveType(RETRIEVE_ANY));
+  InExcludeData filter;
+  filter.entries = {{colour.creationNumber(), 1}};
+  const auto names = [&](const InExcludeData* list, int bit, bool include) {
+    std::vector<iBase*> found;
+    scene.RetrieveAll(list, found, NODE_CHANNEL, RETRIEVE_ANY, 2000, bit, include);
+    std::string text;
+    for (const iBase* node : found) text += node->handler.hostObject()->name + " ";
+    return text;
+  };
+  EXPECT_EQ(names(nullptr, RETRIEVE_ANY, true), "smoke colour ");
+  EXPECT_EQ(names(&filter, RETRIEVE_ANY, true), "colour ");
+  EXPECT_EQ(names(&filter, RETRIEVE_ANY, false), "smoke ");
+  EXPECT_EQ(names(nullptr, RETRIEVE_SCALAR, true), "smoke ");
+}
+
+TEST(Pipeline, AValueThatIsNoNumberEndsTheRunByName) {
+  TracedScene s;
+  s.AddTrace("good", StageBit(kStageOperators), 1);
+  BaseObject& bad = s.AddTrace("bad", StageBit(kStageOperators), 2);
+  s.AddTrace("later", StageBit(kStageForces));
+  s.StepThrough(0, 2);
+  bad.Set(9, std::int64_t(1));
+  s.log.calls.clear();
+  s.Step(3);
+  ASSERT_NE(s.hook.Failure(), nullptr);
+  EXPECT_EQ(s.hook.Failure()->kind, ErrorKind::Diverged);
+  for (const char* part : {"\"Scene/bad\"", "grid state", "cell (1, 2, 0)", "frame 3", "\"Operators\""}) {
+    EXPECT_NE(s.hook.Failure()->text.find(part), std::string::npos) << s.hook.Failure()->text;
+  }
+  EXPECT_EQ(s.CountCalls("later.Process"), 0);
+}
+
+TEST(Pipeline, ABreakEndsTheFrame) {
+  TracedScene s;
+  s.AddTrace("n", StageBit(kStageOperators));
+  s.StepThrough(0, 1);
+  s.thread.Break();
+  s.log.calls.clear();
+  s.hook.Execute(s.document, &s.thread, false);
+  EXPECT_EQ(s.CountCalls(".Process"), 0);
+}
+
+TEST(Pipeline, SortIsSafeForAnyRelation) {
+  struct Odd final : iBase {
+    using iBase::iBase;
+    bool ComesBefore(const iBase&) const override { return true; }
+  };
+  TracedScene s;
+  s.AddTrace("n", 0);
+  s.Step(0);
+  std::vector<std::unique_ptr<iBase>> owned;
+  std::vector<iBase*> nodes;
+  for (int n = 0; n < 50; ++n) {
+    owned.push_back(std::make_unique<Odd>(s.root, s.scene()));
+    nodes.push_back(owned.back().get());
+  }
+  SortByComesBefore(nodes);
+  EXPECT_EQ(nodes.front(), owned.back().get());
+}
+
+}  // namespace
+}  // namespace orlix
