@@ -1,0 +1,97 @@
+#pragma once
+// The gas: a container with a staggered velocity grid and all that works on it. It has no density or temperature of its
+// own; those are channels that GridAdvection nodes carry through the velocity held here, as they carry the velocity.
+//
+// A sub-step, by stages: 5 the boundary and its fractions, 9 forces, 10 viscosity, projection, the velocity at solids
+// and its extrapolation, 16 the top speed for the choice of the next sub-step.
+
+#include <memory>
+
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VelocityGridChannel.h"
+#include "fluids/dynamics/GridBoundary.h"
+#include "fluids/dynamics/GridExtrapolation.h"
+#include "fluids/dynamics/Grid_VolumeFractions.h"
+#include "fluids/dynamics/VelocityConstrain.h"
+
+namespace orlix {
+
+class Grid_Incompressibility;
+class VelocityGridEmitter;
+
+class FluidSolver : public iSolver {
+ public:
+  FluidSolver(BaseList2D* hostObject, OrlixScene& owner);
+  ~FluidSolver() override;
+  static const TypeInfo& Type();
+
+  void ResetSimulation() override;
+  void ClearState(bool deactivate) override;
+  void ExtendBounds(Vec3D& min, Vec3D& max) override;
+  void AfterStep() override;
+  bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
+  std::int32_t GetNodeSubType() const override { return 37; }
+  bool RunsSerially() const override { return true; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+  void VisitState(StateVisitor& visitor) override;
+  void VisitOutputs(StateVisitor& visitor) override;
+
+  double SquaredSpeed() const override { return maxSquaredSpeed; }
+  iBase* DivergenceSource() override { return &divergenceSource; }
+
+  // Runs the forces on the velocity.
+  virtual void EmitVelocity();
+  // One projection with the velocity's conditions at walls and solids around it.
+  virtual void Project(bool);
+  // Member nodes run only between these two.
+  virtual void StopWorkers();
+  virtual void StartWorkers();
+  // Strictly inside the box without its outer cells. Simulation space.
+  virtual bool IsInterior(const Vec3D& position) const;
+  // The surface of a liquid; a gas has none.
+  virtual const ScalarGrid* GetSurfaceGridPrevious() const { return nullptr; }
+  virtual const ScalarGrid* GetSurfaceGrid() const { return nullptr; }
+
+  // Drivers of member nodes. A member's Process is called once, on the thread that drives the scene, and divides its
+  // own work with ParallelRange on the scene's pool.
+  void RunOnce(iObject& node);
+  void RunIterations(iObject& node);
+  void RunPerIteration(iObject& node);
+  void RunWhole(iObject& node);
+
+  // The velocity's condition at the container's faces: no flow through a closed one, and slip times the tangential part
+  // beside it (1 free slip, 0 no slip).
+  void ApplyContainerBoundary(float slip);
+
+  VelocityGridChannel velocity;  // m/s
+  Grid_VolumeFractions fractions;
+  GridBoundary boundary;
+  std::unique_ptr<VelocityGridEmitter> velocityEmitter;
+  VelocityConstrain constraint;
+  GridExtrapolation extrapolation;
+  // What nodes add for the next projection, 1/s; cleared after it.
+  ChannelBase_Scalar divergenceSource;
+  std::unique_ptr<Grid_Incompressibility> projection;
+  double maxSquaredSpeed = kSpeedAfterReset;  // m^2/s^2
+  bool outOfBounds = false;                   // the requested box doesn't meet the container
+  double margin = 0;                          // m, by which the active box grows beyond what is asked for
+  std::uint8_t closedFaces = kAllFacesClosed;
+  Vec3D containerSize;    // host units
+  Vec3D containerAnchor;  // as a fraction of the size
+  Vec3D scaledSize;       // m
+  Vec3D lowCorner;        // simulation space
+  bool keepPrevious = true;
+
+  static constexpr double kSpeedAfterReset = 0.001;
+
+ private:
+  bool workersRun_ = false;
+};
+
+}  // namespace orlix

@@ -1,0 +1,40 @@
+#pragma once
+// What the faces of a velocity grid are to an implicit viscous solve. States exist only while one runs.
+
+#include <array>
+#include <memory>
+
+#include "fluids/grids/Grid.h"
+#include "fluids/scene/iObject.h"
+
+namespace orlix {
+
+class FluidSolver;
+
+enum FaceState : std::uint8_t {
+  FaceSolved = 0,  // an unknown of the solve
+  FaceFixed = 1,   // blocked, or on the border; the value after a reset
+  FaceFar = 2      // open, but the surface is 3 cells or more away
+};
+
+class Grid_Cellstates final : public iObject {
+ public:
+  Grid_Cellstates(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
+
+  void ResetSimulation() override;
+  void ClearState(bool deactivate) override;
+  void Prepare(iBase* caller = nullptr) override;
+  // Classifies all faces. Called once, on the thread that drives the scene; divides its own work.
+  void Process(ProcessData& data) override;
+  void Finish() override { ClearState(false); }
+
+  // Of a velocity component; null outside Prepare and Finish.
+  const Grid<std::uint8_t>* States(int component) const { return states_[component].get(); }
+
+  FluidSolver* solver = nullptr;  // not owned
+
+ private:
+  std::array<std::unique_ptr<Grid<std::uint8_t>>, 3> states_;
+};
+
+}  // namespace orlix
