@@ -1,0 +1,79 @@
+#pragma once
+// Makes the velocity of a solver divergence free, up to its divergence source: assembles one Poisson system on the
+// cells of the grid, with the open shares of the faces as coefficients, solves it and subtracts the pressure's
+// gradient.
+//
+// The solver calls Project once a sub-step. Its rounds run on the calling thread and divide their own work among the
+// pool's workers:
+//
+//   0  motion of bodies to the right side      3  the solve
+//   1  right side and equations                4  the pressure's gradient off the velocity
+//   2  mean of the right side, if asked for    5  pressure forces on bodies
+
+#include <array>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "fluids/dynamics/Grid_CGSolver.h"
+#include "fluids/dynamics/Grid_GaussSolver.h"
+#include "fluids/dynamics/Grid_MultigridSolver.h"
+#include "host/description/Parameter.h"
+
+namespace orlix {
+
+class ChannelBase_Scalar;
+class FluidSolver;
+class VolumeBase;
+
+enum PressureSolverType : std::int32_t { kPressureCG = 0, kPressureGauss = 1, kPressureMultigrid = 2 };
+
+// For the row 1020 of a solver's table.
+inline constexpr Choice kPressureSolverChoices[] = {
+    {kPressureCG, "conjugate_gradients", "Conjugate gradients with an incomplete Cholesky factor, to the tolerance"},
+    {kPressureGauss, "gauss", "Gauss-Seidel with a fixed number of sweeps"},
+    {kPressureMultigrid, "multigrid", "Conjugate gradients with a multigrid cycle, to the tolerance; the fastest"},
+};
+
+class Grid_Incompressibility : public iObject {
+ public:
+  Grid_Incompressibility(BaseList2D* solverObject, OrlixScene& owner);
+  ~Grid_Incompressibility() override;
+
+  bool RunsSerially() const override { return true; }
+  bool IsIterated() const override { return true; }
+  bool PreparesEachIteration() const override { return true; }
+
+  // Before ResolveLinks; not owned.
+  void SetSolver(FluidSolver* fluidSolver) { solver = fluidSolver; }
+  // Sets removeMeanDivergence to false; the solver sets it afterwards.
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void ResetSimulation() override;
+  void ClearState(bool deactivate) override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+
+  // All rounds. The solver's velocity, fractions and boundary must be those of this sub-step.
+  void Project();
+
+  bool removeMeanDivergence = false;  // exactly when all six faces of the container are closed
+  std::int32_t solverType = kPressureGauss;
+  double density = 1.23;  // kg/m^3
+  ChannelBase_Scalar* densityChannel = nullptr;
+  std::vector<VolumeBase*> bodies;  // volumes that move: not static
+
+ protected:
+  virtual void AddBodyDivergence(ProcessData& data);
+  virtual void AssembleSystem(ProcessData& data);
+  virtual void ComputeMeanDivergence();
+  virtual void RemoveMeanDivergence(ProcessData& data);
+  virtual void ApplyPressure(ProcessData& data);
+  virtual void GatherBodyForces(ProcessData& data);
+
+  FluidSolver* solver = nullptr;
+};
+
+}  // namespace orlix
