@@ -1,5 +1,6 @@
 #include "main/RegisterTypes.h"
 
+#include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
@@ -63,6 +64,7 @@ constexpr PlannedType kPlanned[] = {
 void RegisterTypes(NodeFactory& factory) {
   RegisterSceneTypes(factory);
   RegisterChannelTypes(factory);
+  RegisterCacheTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }
 

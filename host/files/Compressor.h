@@ -12,6 +12,8 @@ class Compressor {
  public:
   // level 1 (fast) to 19 (small). False when memory is short; out is empty then.
   static bool Compress(std::span<const std::byte> source, int level, std::vector<std::byte>& out);
+  // No block of this size can hold more than this: its densest form, one byte repeated, spends 4 bytes on 128 KB.
+  static constexpr std::uint64_t LargestContent(std::uint64_t packedSize) { return packedSize << 15; }
   // Exactly target.size() bytes, or false. Whatever the source claims, nothing beyond the target is written or taken.
   static bool Uncompress(std::span<const std::byte> source, std::span<std::byte> target);
 };

@@ -47,6 +47,7 @@ class HyperFileReader {
   // Leaves the chunk; what is unread in it is skipped.
   bool ReadChunkEnd();
 
+  const Status& readStatus() const { return status_; }
   // Which file it is; the four characters, the first in the most significant byte.
   std::uint32_t Ident() const { return ident_; }
   // Checks the checksums of all chunks in the file, however deep. Allowed at any place, moves nothing.
@@ -58,7 +59,6 @@ class HyperFileReader {
   bool OpenRead(std::uint32_t ident, std::span<const std::byte> memory);
   void CloseRead();
   bool IsReading() const { return source_.IsOpen(); }
-  const Status& readStatus() const { return status_; }
 
  private:
   struct Item {

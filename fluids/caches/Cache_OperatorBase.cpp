@@ -1,0 +1,127 @@
+#include "fluids/caches/Cache_OperatorBase.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace orlix {
+
+namespace fs = std::filesystem;
+
+fs::path CacheFolderOf(const BaseObject& cacheObject) {
+  const std::string& documentFolder = cacheObject.document().folder;
+  const fs::path base = documentFolder.empty() ? fs::path(".") : fs::path(documentFolder);
+  if (cacheObject.GetInt(Cache_OperatorBase::kFolderSourceId) == 0) return base;
+  const fs::path own = cacheObject.GetString(Cache_OperatorBase::kFolderId);
+  return own.empty() ? own : base / own;
+}
+
+std::vector<fs::path> RecordedFolders(const BaseDocument& document) {
+  std::vector<fs::path> folders;
+  document.ForEachObject([&](BaseObject& object) {
+    if ((object.type().kinds & kLinkCache) == 0) return;
+    if (object.GetInt(Cache_OperatorBase::kModeId) != static_cast<int>(Cache_OperatorBase::CacheMode::Record)) return;
+    const fs::path folder = CacheFolderOf(object);
+    if (!folder.empty()) folders.push_back(folder);
+  });
+  return folders;
+}
+
+Cache_OperatorBase::Cache_OperatorBase(BaseList2D* object, OrlixScene& owner, const char* defaultStem)
+    : iObject(object, owner) {
+  name_.defaultStem = defaultStem;
+}
+
+bool Cache_OperatorBase::ReadParameters() {
+  priority = 0;
+  if (!iObject::ReadParameters()) return false;
+  // The first pass of each step over caches. A step that had nothing to do never came to ReleaseLinks, and a cache that
+  // stayed marked as checked would miss the next frame.
+  SetFlag(NodeDirtyChecked, false);
+  renderOnly_ = handler.GetBool(kRenderOnlyId);
+  mode_ = handler.GetChoice(kModeId) == 1 ? CacheMode::Record : CacheMode::Playback;
+  name_.stem = handler.GetString(kStemId);
+  name_.digits = handler.GetInt(GetIds().digits);
+  frameOverride_ = handler.GetInt(kFrameOverrideId);
+  frameOffset_ = handler.GetInt(kFrameOffsetId);
+  compression_ = handler.GetChoice(kCompressionId);
+  format_ = handler.GetChoice(kFormatId);
+  numbering_ = handler.GetChoice(kNumberingId);
+  reverse_ = handler.GetBool(kReverseId);
+  name_.folder = CacheFolderOf(*handler.hostObject());
+  name_.SetExtension(GetIds().firstExtension + format_);
+  return true;
+}
+
+bool Cache_OperatorBase::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  duration_ = scene->RetrieveAs<Duration>(handler.GetObjectLink(GetIds().duration), NODE_HELPER);
+  constraints_ = RetrieveConstraints(*scene, handler);
+  return true;
+}
+
+void Cache_OperatorBase::ReleaseLinks() {
+  duration_ = nullptr;
+  constraints_.clear();
+  inPass_ = false;
+  iObject::ReleaseLinks();
+}
+
+void Cache_OperatorBase::CheckDirty() {
+  iObject::CheckDirty();
+  if (!IsEnabled()) return;
+  if (IsDirty() && (mode_ == CacheMode::Playback || simulationInfo->time == 0)) return;
+  if (scene->HasFlag(ContainerChanged) || scene->HasFlag(TimeMoved)) {
+    MarkDirty(false);
+  } else {
+    SetFlag(NodeDirty | NodeHardDirty, false);
+  }
+}
+
+std::int32_t Cache_OperatorBase::FrameToLoad() const {
+  const FrameClock& clock = scene->clock;
+  const std::int64_t base = frameOverride_ != -1 ? frameOverride_ : clock.frameOffset;
+  std::int64_t frame = base <= -1 ? clock.frame : base + frameOffset_;
+  if (reverse_) {
+    if (const CacheInfo info = GetCacheInfo(); info.found) frame = info.lastFrame - frame;
+  }
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(frame, INT32_MIN, INT32_MAX));
+}
+
+std::int32_t Cache_OperatorBase::FrameToSave() const {
+  return numbering_ == 0 ? scene->clock.frameOffset : scene->clock.frame;
+}
+
+bool Cache_OperatorBase::TakesPart() {
+  if (!HasTargets() || (renderOnly_ && !scene->rendering)) return false;
+  if (name_.folder.empty()) {
+    scene->Warn(*this, "the cache has no folder");
+    return false;
+  }
+  if (duration_ && duration_->IsEnabled() && !duration_->IsActive(simulationInfo->time)) return false;
+  for (Constraint* constraint : constraints_) constraint->Prepare(this);
+  inPass_ = true;
+  return true;
+}
+
+void Cache_OperatorBase::FinishPass() {
+  if (!inPass_) return;
+  for (Constraint* constraint : constraints_) constraint->Finish();
+  inPass_ = false;
+}
+
+void Cache_OperatorBase::WarnMissing(const fs::path& path) {
+  scene->Warn(*this, "Cache File " + path.string() + " could not be found!");
+}
+
+bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {
+  if (name_.OpenForRead(file, FrameToLoad(), path)) return true;
+  std::error_code error;
+  if (fs::exists(path, error)) {
+    WarnBroken(file.status());
+  } else {
+    WarnMissing(path);
+  }
+  return false;
+}
+
+}  // namespace orlix

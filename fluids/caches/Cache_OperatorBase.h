@@ -1,0 +1,78 @@
+#pragma once
+// What the caches of grids, particles and meshes share: folder, names, the frame to load and to save, the gate in time.
+
+#include <vector>
+
+#include "fluids/caches/ZQ_C4DCacheName_Operator.h"
+#include "fluids/constraints/Constraint.h"
+#include "fluids/scene/Duration.h"
+
+namespace orlix {
+
+// The folder that the settings of a cache object name: its own, which may be relative to the document's, or the
+// document's. Empty when its own is to be taken and isn't set.
+std::filesystem::path CacheFolderOf(const BaseObject& cacheObject);
+// The folders that the caches of a document will write into. A program locks them against a second run.
+std::vector<std::filesystem::path> RecordedFolders(const BaseDocument& document);
+
+class Cache_OperatorBase : public iObject {
+ public:
+  enum class CacheMode : std::int32_t { Playback = 0, Record = 1 };
+
+  Cache_OperatorBase(BaseList2D* object, OrlixScene& owner, const char* defaultStem);
+  std::int32_t GetNodeBaseType() const override { return NODE_CACHE; }
+  bool RunsSerially() const override { return true; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+
+  virtual Status DeleteCache() { return name_.DeleteFrames(); }
+  virtual CacheInfo GetCacheInfo() const { return name_.Scan(); }
+
+  CacheMode mode() const { return mode_; }
+  const ZQ_C4DCacheName_Operator& name() const { return name_; }
+  // The file of a frame on the way in. Before the simulation's start it is the document's frame; reversed, it counts
+  // from the last frame that is there.
+  std::int32_t FrameToLoad() const;
+  std::int32_t FrameToSave() const;
+
+  // The ids that all caches have in common.
+  static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004,
+                                kFrameOverrideId = 1006, kFrameOffsetId = 1007, kCompressionId = 1009, kFormatId = 1010,
+                                kNumberingId = 1011, kFolderSourceId = 1013, kReverseId = 1014;
+
+ protected:
+  struct Ids {
+    std::int32_t duration, digits, firstExtension;
+  };
+  // Where the caches differ in their numbers.
+  virtual Ids GetIds() const = 0;
+  // Whether there is something to cache.
+  virtual bool HasTargets() const = 0;
+
+  // The gate at the head of Prepare: targets, rendering, folder, duration. When it opens, the constraints are told that
+  // a pass begins; FinishPass tells them its end.
+  bool TakesPart();
+  void FinishPass();
+  // Reading a frame failed: the user is told.
+  void WarnBroken(const Status& status) { scene->Warn(*this, status.error().text); }
+  void WarnMissing(const std::filesystem::path& path);
+  // Opens the frame to load; a missing or broken file is told to the user.
+  bool OpenFrame(HyperFile& file, std::filesystem::path& path);
+  // A frame that can't be kept ends the run.
+  void FailSaving(const Status& status) { scene->Fail(status.error().kind, status.error().text); }
+
+  ZQ_C4DCacheName_Operator name_;
+  std::int32_t compression_ = 0, format_ = 0;
+
+ private:
+  CacheMode mode_ = CacheMode::Playback;
+  bool renderOnly_ = false, reverse_ = false;
+  std::int32_t frameOverride_ = -1, frameOffset_ = 0, numbering_ = 0;
+  const Duration* duration_ = nullptr;
+  std::vector<Constraint*> constraints_;
+  bool inPass_ = false;
+};
+
+}  // namespace orlix

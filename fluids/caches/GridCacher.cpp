@@ -1,0 +1,169 @@
+#include "fluids/caches/GridCacher.h"
+
+namespace orlix {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// All of the node's grids, or none when one is missing.
+CachedGridSet GridsOf(iCachedGrids* node) {
+  CachedGridSet grids;
+  for (int i = 0; node && i < node->CachedGridCount(); i++) {
+    const ScalarGrid* grid = node->CachedGrid(i);
+    if (!grid || grid->count < 1) return {};
+    grids.push_back(grid);
+  }
+  return grids;
+}
+
+}  // namespace
+
+GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, "orlix_grid_c4d") {
+  stageMask = StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageSaveCache);
+}
+
+bool GridCacher::ReadParameters() {
+  if (!Cache_OperatorBase::ReadParameters()) return false;
+  interpolation_ = handler.GetChoice(kInterpolationId);
+  return true;
+}
+
+bool GridCacher::ResolveLinks() {
+  if (!Cache_OperatorBase::ResolveLinks()) return false;
+  targets_.clear();
+  if (const InExcludeData* list = handler.GetInExclude(kNodesId)) {
+    for (const InExcludeData::Entry& entry : list->entries) {
+      iBase* node =
+          scene->Retrieve(handler.GetDocument()->FindObject(entry.target), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY);
+      if (node) targets_.push_back({node, dynamic_cast<iCachedGrids*>(node)});
+    }
+  }
+  return true;
+}
+
+void GridCacher::ReleaseLinks() {
+  targets_.clear();
+  Cache_OperatorBase::ReleaseLinks();
+}
+
+void GridCacher::Prepare(iBase*) {
+  if (scene->stage == kStageEmitters) return;
+  SetFlag(NodeActive, false);
+  if (scene->stage == kStageSaveCache) {
+    for (const Target& target : targets_) target.node->SetFlag(NodeFromCache, false);
+  }
+  if (!TakesPart()) return;
+  if (scene->stage == kStageLoadCache && mode() == CacheMode::Playback) TakeHeaders();
+  if (scene->stage == kStageSaveCache && mode() == CacheMode::Record) {
+    const Status folder = name_.CheckFolder(true);
+    if (!folder.ok()) return FailSaving(folder);
+    SetFlag(NodeActive, true);
+  }
+}
+
+bool GridCacher::ReadHead(HyperFile& file, const fs::path& path, GridFrameHead& head) {
+  if (const Status read = ReadGridFrameHead(file, path.string(), head); !read.ok()) {
+    WarnBroken(read);
+    return false;
+  }
+  if (head.entries.size() < targets_.size()) {
+    scene->Warn(*this, path.string() + " holds " + std::to_string(head.entries.size()) + " grids, the cache lists " +
+                           std::to_string(targets_.size()));
+    return false;
+  }
+  // A cache follows its object.
+  for (GridCacheHeader& header : head.entries) {
+    if (header.present) header.space.SetOrigin(header.space.hostMin + handler.GetMatrix().off);
+  }
+  return true;
+}
+
+// No node stays marked as played back without data.
+void GridCacher::ForgetHeaders(std::size_t first) {
+  for (std::size_t i = first; i < targets_.size(); i++) {
+    targets_[i].node->SetFlag(NodeFromCache, false);
+    if (targets_[i].grids) targets_[i].grids->TakeCacheHeader({});
+  }
+}
+
+void GridCacher::TakeHeaders() {
+  ForgetHeaders(0);
+  HyperFile file;
+  fs::path path;
+  GridFrameHead head;
+  if (!OpenFrame(file, path) || !ReadHead(file, path, head)) return;
+  for (std::size_t i = 0; i < targets_.size(); i++) {
+    if (!targets_[i].grids) continue;
+    targets_[i].node->SetFlag(NodeFromCache, head.entries[i].present);
+    targets_[i].grids->TakeCacheHeader(head.entries[i]);
+  }
+  SetFlag(NodeActive, true);
+}
+
+void GridCacher::Process(ProcessData& data) {
+  if (!IsActive() || !IsDirty()) return;
+  if (scene->stage == kStageEmitters && mode() != CacheMode::Record) Load(data.hostThread);
+  if (scene->stage == kStageSaveCache && mode() != CacheMode::Playback) Save();
+}
+
+void GridCacher::Load(const BaseThread* hostThread) {
+  HyperFile file;
+  fs::path path;
+  GridFrameHead head;
+  if (!OpenFrame(file, path) || !ReadHead(file, path, head)) return ForgetHeaders(0);
+  const GridPlayback playback{InterpolationOf(interpolation_), scene->pool(), hostThread};
+  for (std::size_t i = 0; i < targets_.size(); i++) {
+    std::vector<ScalarGrid*> grids;
+    iCachedGrids* node = targets_[i].grids;
+    for (int c = 0; node && c < node->CachedGridCount(); c++) grids.push_back(node->CachedGrid(c));
+    if (const Status read = ReadGridChunk(file, path.string(), head.entries[i], grids, playback); !read.ok()) {
+      WarnBroken(read);
+      return ForgetHeaders(i);
+    }
+  }
+}
+
+void GridCacher::Save() {
+  HyperFile file;
+  fs::path path;
+  if (!name_.OpenForWrite(file, FrameToSave(), path)) return FailSaving(file.status());
+  std::vector<CachedGridSet> entries;
+  for (const Target& target : targets_) entries.push_back(GridsOf(target.grids));
+  WriteGridFrame(file, scene->space, entries, compression_ > 0);
+  if (const Status closed = file.Close(); !closed.ok()) FailSaving(closed);
+}
+
+void GridCacher::Finish() {
+  if (scene->stage == kStageEmitters) return;
+  FinishPass();
+  SetFlag(NodeActive, false);
+}
+
+void GridCacher::VisitOutputs(StateVisitor& visitor) {
+  if (mode() != CacheMode::Playback || !IsActive()) return;
+  for (const Target& target : targets_) {
+    if (target.node->HasFlag(NodeFromCache)) target.node->VisitState(visitor);
+  }
+}
+
+GridCacheInfo GridCacher::ReadFrameInfo() const {
+  GridCacheInfo info;
+  std::error_code error;
+  info.found = fs::exists(name_.PathOf(0), error);
+  if (!info.found || format_ != 0) return info;
+  const fs::path path = name_.PathOf(FrameToLoad());
+  HyperFile file;
+  GridFrameHead head;
+  if (!file.Open(kFrameFileIdent, path, HyperFile::Mode::Read)) return info;
+  if (!ReadGridFrameHead(file, path.string(), head).ok()) return info;
+  info.space = head.sceneSpace;
+  for (const GridCacheHeader& header : head.entries) {
+    if (!header.present) continue;
+    info.gridTypes.push_back(header.gridType);
+    info.maxDims = Max(info.maxDims, header.dims);
+  }
+  return info;
+}
+
+}  // namespace orlix

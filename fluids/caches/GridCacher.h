@@ -1,0 +1,62 @@
+#pragma once
+// Records the grids of chosen nodes, one file a frame, and plays them back in place of the computation.
+//
+// In playback stage 0 reads all headers, so that containers get the cached lattices, and stage 5 reads the grids, in
+// each sub-step before the emitters; other lattices are resampled. In record mode stage 17 writes what is there.
+// Entries go by position: node i of the list has entry i.
+
+#include "fluids/caches/Cache_OperatorBase.h"
+#include "fluids/caches/GridFrameFile.h"
+
+namespace orlix {
+
+// What one frame file holds.
+struct GridCacheInfo {
+  bool found = false;
+  GridSpace space;
+  VecInt3D maxDims;
+  std::vector<std::uint32_t> gridTypes;
+};
+
+class GridCacher final : public Cache_OperatorBase {
+ public:
+  GridCacher(BaseList2D* object, OrlixScene& owner);
+  static const TypeInfo& Type();
+  std::int32_t GetNodeSubType() const override { return 54; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+  // The grids that it loaded.
+  void VisitOutputs(StateVisitor& visitor) override;
+
+  // Reads the head of the frame to load.
+  GridCacheInfo ReadFrameInfo() const;
+
+  static constexpr std::int32_t kNodesId = 1012, kInterpolationId = 1020;
+
+ protected:
+  Ids GetIds() const override { return {1018, 1021, 21}; }
+  bool HasTargets() const override { return !targets_.empty(); }
+
+ private:
+  // Any node may stand in the list and has its entry; one without grids has an empty one.
+  struct Target {
+    iBase* node;
+    iCachedGrids* grids;  // null when it has none to offer
+  };
+
+  void TakeHeaders();
+  bool ReadHead(HyperFile& file, const std::filesystem::path& path, GridFrameHead& head);
+  void ForgetHeaders(std::size_t first);
+  void Load(const BaseThread* hostThread);
+  void Save();
+
+  std::vector<Target> targets_;
+  std::int32_t interpolation_ = 0;
+};
+
+}  // namespace orlix
