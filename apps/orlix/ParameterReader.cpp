@@ -24,7 +24,7 @@ std::optional<int> WholeNumber(std::string_view text) {
 // "a fluid_liquid", with what the engine takes it for.
 std::string Described(const BaseObject& object) {
   const TypeInfo& type = object.type();
-  return fmt::format("of type {}{}", type.ShortName(), type.kinds ? " (" + KindsText(type.kinds) + ")" : "");
+  return fmt::format("of type {}{}", WrittenName(type), type.kinds ? " (" + KindsText(type.kinds) + ")" : "");
 }
 
 bool IsRelative(std::string_view path) { return !path.empty() && path[0] != '/'; }
@@ -74,13 +74,13 @@ ParameterReader::Spelling ParameterReader::ReadSpelling(const BaseObject& object
   if (!number.empty() && !id) {
     return complain([&] { return fmt::format(": no parameter is written {}", Quoted(key)); });
   }
-  if (id && !byId) return complain([&] { return fmt::format(": {} has no parameter {}", type.ShortName(), *id); });
+  if (id && !byId) return complain([&] { return fmt::format(": {} has no parameter {}", WrittenName(type), *id); });
   if (!name.empty() && !byKey) {
     return complain([&] {
       std::vector<std::string_view> known(skip);
       type.ForEachParameter([&](const Parameter& row) { known.push_back(row.key); });
       const std::string nearest = NearestOf(name, known);
-      return fmt::format(": {} has no parameter {}{}", type.ShortName(), Quoted(name), DidYouMean(nearest));
+      return fmt::format(": {} has no parameter {}{}", WrittenName(type), Quoted(name), DidYouMean(nearest));
     });
   }
   if (byId && byKey && byId != byKey) {

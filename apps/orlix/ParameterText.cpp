@@ -199,6 +199,8 @@ std::string ShownText(const TypeInfo& type, const Parameter& row) {
   return parts.empty() ? std::string() : "shown when " + Joined(parts, " and ");
 }
 
+std::string_view WrittenName(const TypeInfo& type) { return *type.alias ? type.alias : type.ShortName(); }
+
 const char* RoleText(TypeRole role) {
   switch (role) {
     case TypeRole::Node:

@@ -23,6 +23,8 @@ std::string ShownText(const TypeInfo& type, const Parameter& row);
 // Shortest digits that read back as the same number.
 std::string NumberText(double value);
 const char* InterpolationKey(KnotInterpolation interpolation);
+// What a scene file writes for the type: its alias where it has one, otherwise its short name.
+std::string_view WrittenName(const TypeInfo& type);
 // "node", "root", ...
 const char* RoleText(TypeRole role);
 

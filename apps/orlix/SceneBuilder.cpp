@@ -206,8 +206,8 @@ const TypeInfo* SceneBuilder::ReadType(const Source& source, const Section& sect
     Complain(source, value ? value->offset : entry.offset, text);
     return nullptr;
   };
-  if (!value && (tag || !section.defaultType)) return fail("the object has no \"type\"");
-  std::string name = value || tag ? "" : section.defaultType;
+  std::string name = value || tag || !section.defaultType ? "" : section.defaultType;
+  if (!value && !document_.types().FindName(name)) return fail("the object has no \"type\"");
   if (value && value->AsString()) name = *value->AsString();
   if (value && value->AsInteger()) name = std::to_string(*value->AsInteger());
   if (name.empty()) return fail(fmt::format("type is {}, must be a type's name or number", Shown(*value)));

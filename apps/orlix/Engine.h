@@ -1,0 +1,18 @@
+#pragma once
+// All types, and what makes nodes of them. One for the whole program.
+
+#include "fluids/scene/NodeFactory.h"
+#include "main/RegisterTypes.h"
+
+namespace orlix {
+
+struct Engine {
+  TypeRegistry types;
+  NodeFactory factory{types};
+
+  Engine() { RegisterTypes(factory); }
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+};
+
+}  // namespace orlix

@@ -1,0 +1,23 @@
+#pragma once
+// What `orlix info` says about a file. Adding a kind of file: its function, and a line in FileInfo.cpp.
+
+#include <string>
+
+#include "apps/orlix/Command.h"
+
+namespace orlix {
+
+// Prints to standard output, as JSON with program.options.json.
+using PrintInfo = Status (*)(const Program& program, const std::string& path);
+struct FileKind {
+  const char* extension;  // with the dot, lower case
+  const char* text;
+  PrintInfo print;
+};
+
+// By the file's extension; Usage for one that nothing here knows.
+Status PrintFileInfo(const Program& program, const std::string& path);
+
+Status PrintSceneInfo(const Program& program, const std::string& path);
+
+}  // namespace orlix

@@ -1,0 +1,37 @@
+#pragma once
+// What happens beside the simulation, frame by frame: statistics, progress, results. SceneRun calls each listener in
+// turn on the thread that drives the simulation.
+
+#include <string>
+
+#include "fluids/scene/OrlixHook.h"
+
+namespace orlix {
+
+struct RunState {
+  BaseDocument& document;
+  OrlixHook& hook;
+  WorkerPool& pool;
+  std::string outputFolder;
+  int firstFrame = 0, lastFrame = 0;
+  int frame = 0;       // the current one
+  bool wanted = true;  // its results are asked for; otherwise it is only simulated on the way
+  double seconds = 0;  // that this frame took
+  int framesDone = 0;
+  bool interrupted = false;
+};
+
+class FrameListener {
+ public:
+  virtual ~FrameListener() = default;
+  virtual bool WantsHash() const { return false; }
+  virtual Status BeforeRun(const RunState&) { return {}; }
+  // A sub-step of one scene ended.
+  virtual void AfterSubstep(const RunState&, const SubstepReport&) {}
+  // The frame is whole. An error ends the run.
+  virtual Status AfterFrame(const RunState&) { return {}; }
+  // After the last frame, an interruption or an error.
+  virtual Status AfterRun(const RunState&) { return {}; }
+};
+
+}  // namespace orlix

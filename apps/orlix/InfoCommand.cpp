@@ -1,0 +1,52 @@
+// orlix info FILE: what is in a file.
+
+#include <fmt/format.h>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/FileInfo.h"
+#include "apps/orlix/ParameterText.h"
+#include "apps/orlix/SceneReader.h"
+#include "apps/orlix/SceneWriter.h"
+
+namespace orlix {
+
+namespace {
+
+void PrintTree(const BaseObject& object, int depth) {
+  fmt::print("{:{}}{} ({})\n", "", depth * 2, object.name, WrittenName(object.type()));
+  for (const auto& tag : object.tags()) {
+    fmt::print("{:{}}[{} ({})]\n", "", depth * 2 + 2, tag->name, WrittenName(tag->type()));
+  }
+  for (const auto& child : object.children()) PrintTree(*child, depth + 1);
+}
+
+}  // namespace
+
+Status PrintSceneInfo(const Program& program, const std::string& path) {
+  const Result<SceneFile> scene = ReadSceneFile(path, program.engine.types);
+  if (!scene) return scene.error();
+  const BaseDocument& document = *scene->document;
+  if (program.options.json) {  // as it was understood: one file, includes in place
+    const Result<std::string> text = WriteScene(document);
+    if (!text) return text.error();
+    fmt::print("{}", *text);
+    return {};
+  }
+  std::size_t count = 0;
+  document.ForEachObject([&](BaseObject&) { ++count; });
+  fmt::print("{}: scene file, {} objects, {} keyframed parameters, {} frames a second, frames {} to {}\n", path, count,
+             document.tracks().size(), document.fps, document.minTime.Frame(document.fps),
+             document.maxTime.Frame(document.fps));
+  for (std::size_t i = 1; i < scene->files.size(); ++i) fmt::print("includes {}\n", scene->files[i]);
+  for (const auto& object : document.objects()) PrintTree(*object, 1);
+  return {};
+}
+
+void AddInfoCommand(CLI::App& app, Program& program) {
+  auto path = std::make_shared<std::string>();
+  CLI::App* command = app.add_subcommand("info", "Say what is in a file; with --json a scene as it was understood");
+  command->add_option("file", *path, "A file")->required();
+  command->callback([&program, path] { program.action = [&program, path] { return PrintFileInfo(program, *path); }; });
+}
+
+}  // namespace orlix

@@ -1,0 +1,79 @@
+// orlix params [TYPE]: the reference of types and their parameters.
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/Mistakes.h"
+#include "apps/orlix/TypeReference.h"
+
+namespace orlix {
+
+namespace {
+
+struct ParamsOptions {
+  std::string type, markdown;
+  bool schema = false;
+};
+
+Status WritePages(const TypeRegistry& types, const std::string& folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  const auto fail = [](const std::string& path, const std::string& why) {
+    return Status::Fail(ErrorKind::Output, fmt::format("{}: can't be written: {}", path, why));
+  };
+  if (error) return fail(folder, error.message());
+  for (const auto& [name, text] : MarkdownPages(types)) {
+    const std::string path = (std::filesystem::path(folder) / name).string();
+    errno = 0;
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    file.close();
+    if (!file) return fail(path, std::strerror(errno));
+  }
+  return {};
+}
+
+Status Print(const Program& program, const ParamsOptions& options) {
+  const TypeRegistry& types = program.engine.types;
+  if (!options.markdown.empty()) return WritePages(types, options.markdown);
+  if (options.schema) {
+    fmt::print("{}", SceneSchema(types));
+    return {};
+  }
+  const TypeInfo* type = nullptr;
+  if (!options.type.empty()) {
+    type = types.FindName(options.type);
+    if (!type && types.IsPlanned(options.type)) {
+      return Status::Fail(ErrorKind::Usage,
+                          fmt::format("the type {} is known but not built yet", Quoted(options.type)));
+    }
+    if (!type) {
+      return Status::Fail(ErrorKind::Usage, fmt::format("there is no type {}{}", Quoted(options.type),
+                                                        DidYouMean(types.NearestName(options.type))));
+    }
+  }
+  if (program.options.json) {
+    fmt::print("{}", TypesAsJson(types, type));
+  } else {
+    fmt::print("{}", type ? TypeTable(*type) : TypeList(types));
+  }
+  return {};
+}
+
+}  // namespace
+
+void AddParamsCommand(CLI::App& app, Program& program) {
+  auto options = std::make_shared<ParamsOptions>();
+  CLI::App* command = app.add_subcommand("params", "Print the types, or the parameters of one");
+  command->add_option("type", options->type, "A type's name or id");
+  auto* schema = command->add_flag("--schema", options->schema, "A JSON schema of scene files, for editors");
+  command->add_option("--markdown", options->markdown, "Write the reference pages into this folder")->excludes(schema);
+  command->callback([&program, options] { program.action = [&program, options] { return Print(program, *options); }; });
+}
+
+}  // namespace orlix

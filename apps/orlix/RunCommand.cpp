@@ -1,0 +1,132 @@
+// orlix run SCENE: simulates, with progress and statistics.
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/FrameList.h"
+#include "apps/orlix/Interrupt.h"
+#include "apps/orlix/JsonLayout.h"
+#include "apps/orlix/Progress.h"
+#include "apps/orlix/SceneReader.h"
+#include "apps/orlix/SceneRun.h"
+#include "apps/orlix/Statistics.h"
+#include "globals/Hash.h"
+
+namespace orlix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct RunOptions {
+  std::string scene, frames, out, stats;
+  std::vector<std::string> overrides;
+  bool dryRun = false;
+};
+
+std::size_t CountObjects(const BaseDocument& document) {
+  std::size_t count = 0;
+  document.ForEachObject([&](BaseObject&) { ++count; });
+  return count;
+}
+
+void PrintPlan(const Program& program, const RunOptions& options, const BaseDocument& document, const FramePlan& plan,
+               int workers) {
+  const std::size_t objects = CountObjects(document), wanted = plan.wanted.size();
+  if (program.options.json) {
+    const Json json = {{"scene", options.scene}, {"dry_run", true},     {"objects", objects}, {"first", plan.first},
+                       {"last", plan.last},      {"fps", document.fps}, {"wanted", wanted},   {"workers", workers}};
+    fmt::print("{}\n", LaidOut(json));
+    return;
+  }
+  fmt::print("{}: {} objects, {} frames a second, frames {} to {}{}, {} workers; nothing was simulated\n",
+             options.scene, objects, document.fps, plan.first, plan.last,
+             wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers);
+}
+
+void PrintOutcome(const Program& program, const RunOptions& options, const SceneRun& run, double seconds,
+                  std::int64_t peakBytes) {
+  const RunState& state = run.state();
+  if (program.options.json) {
+    Json scenes = Json::array();
+    for (const auto& [key, scene] : state.hook.scenes()) {
+      scenes.push_back({{"scene", scene->Name()}, {"hash", HexHash(scene->HashState())}});
+    }
+    const Json json = {{"scene", options.scene}, {"frames", state.framesDone}, {"last", state.frame},
+                       {"seconds", seconds},     {"peak_bytes", peakBytes},    {"interrupted", state.interrupted},
+                       {"scenes", scenes}};
+    fmt::print("{}\n", LaidOut(json));
+    return;
+  }
+  if (program.options.quiet) return;
+  fmt::print("{}: {} frames in {:.3g} s, grids took up to {}{}\n", options.scene, state.framesDone, seconds,
+             ByteSizeText(peakBytes), state.interrupted ? "; interrupted" : "");
+}
+
+// The most that grids took over the whole run; the engine's own peak starts anew with each sub-step.
+class PeakMemory : public FrameListener {
+ public:
+  void AfterSubstep(const RunState&, const SubstepReport& report) override {
+    bytes = std::max(bytes, report.peakBytes);
+  }
+  std::int64_t bytes = 0;
+};
+
+Status Run(const Program& program, const RunOptions& options) {
+  std::optional<std::vector<int>> list;
+  if (!options.frames.empty()) {
+    Result<std::vector<int>> frames = ParseFrameList(options.frames);
+    if (!frames) return frames.error();
+    list = std::move(*frames);
+  }
+  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  if (!scene) return scene.error();
+  BaseDocument& document = *scene->document;
+  const Result<FramePlan> plan = PlanFrames(document, list);
+  if (!plan) return plan.error();
+  WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
+  if (options.dryRun) {
+    PrintPlan(program, options, document, *plan, pool.count());
+    return {};
+  }
+
+  SceneRun run(program.engine, document, pool, options.out.empty() ? document.folder : options.out);
+  std::unique_ptr<Statistics> statistics;
+  if (!options.stats.empty()) {
+    auto opened = Statistics::Open(options.stats);
+    if (!opened) return opened.error();
+    statistics = std::move(*opened);
+    run.AddListener(*statistics);
+  }
+  PeakMemory peak;
+  run.AddListener(peak);
+  Progress progress(program.console);
+  if (!program.options.quiet) {
+    run.AddListener(progress);
+    run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
+  }
+  Interrupt::Install();
+  const auto start = std::chrono::steady_clock::now();
+  Status status = run.Run(*plan, Interrupt::Thread());
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
+  return status;
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& app, Program& program) {
+  auto options = std::make_shared<RunOptions>();
+  CLI::App* command = app.add_subcommand("run", "Simulate a scene, then write what its \"output\" asks for");
+  command->add_option("scene", options->scene, "Scene file")->required();
+  command->add_option("--frames", options->frames, "Frames whose results are wanted: 1-100x2,120");
+  command->add_option("--out", options->out, "Folder of results; the scene's own without it");
+  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
+      ->allow_extra_args(false);
+  command->add_option("--stats", options->stats, "Write statistics here, one JSON object a line");
+  command->add_flag("--dry-run", options->dryRun, "Read and check the scene, say what would be done");
+  command->callback([&program, options] { program.action = [&program, options] { return Run(program, *options); }; });
+}
+
+}  // namespace orlix

@@ -1,0 +1,50 @@
+#pragma once
+// The main loop: the document's time, the engine's step, the listeners, frame after frame.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/orlix/Engine.h"
+#include "apps/orlix/FrameListener.h"
+#include "globals/Result.h"
+
+namespace orlix {
+
+// The frames that are simulated, and those whose results are wanted.
+struct FramePlan {
+  int first = 0, last = 0;
+  std::vector<int> wanted;  // ascending; empty for all
+
+  bool Wants(int frame) const;
+};
+
+// All frames from the document's first on are simulated, since each builds on the one before; list only says whose
+// results are wanted and where the run ends. The document's range grows to hold them. Usage for a frame before it.
+Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::vector<int>>& list);
+
+class SceneRun {
+ public:
+  SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std::string outputFolder);
+
+  void AddListener(FrameListener& listener) { listeners_.push_back(&listener); }
+  StatusLine& status() { return status_; }
+  OrlixHook& hook() { return hook_; }
+
+  // Until the plan's last frame, a break of the thread, or an error.
+  Status Run(const FramePlan& plan, const BaseThread& thread);
+  const RunState& state() const { return state_; }
+
+ private:
+  StatusLine status_;
+  StepObserver observer_;
+  OrlixHook hook_;
+  std::vector<FrameListener*> listeners_;
+  RunState state_;
+
+  Status RunFrame(int frame, const BaseThread& thread);
+  Status RunFrames(const FramePlan& plan, const BaseThread& thread);
+};
+
+}  // namespace orlix

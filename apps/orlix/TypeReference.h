@@ -1,0 +1,24 @@
+#pragma once
+// The written reference of the types, from their tables: for the terminal, as pages, and as a schema for editors.
+
+#include <map>
+#include <string>
+
+#include "host/description/TypeRegistry.h"
+
+namespace orlix {
+
+// One line a type: name, id, role, label.
+std::string TypeList(const TypeRegistry& types);
+// All rows of one type.
+std::string TypeTable(const TypeInfo& type);
+
+// File name to content: a page for each type, and index.md. The same for the same types.
+std::map<std::string, std::string> MarkdownPages(const TypeRegistry& types);
+
+// JSON Schema (draft 2020-12) of a scene file.
+std::string SceneSchema(const TypeRegistry& types);
+// The types as data: an array of objects with their rows. With a type, only that one.
+std::string TypesAsJson(const TypeRegistry& types, const TypeInfo* only);
+
+}  // namespace orlix

@@ -1,0 +1,60 @@
+// orlix validate SCENE: finds the mistakes of a scene file.
+
+#include <fmt/format.h>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/JsonLayout.h"
+#include "apps/orlix/SceneReader.h"
+
+namespace orlix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct ValidateOptions {
+  std::string scene;
+  std::vector<std::string> overrides;
+};
+
+// Reads the scene and whatever files its objects show in the first frame.
+Status Check(const Program& program, const ValidateOptions& options, std::size_t& objects) {
+  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  if (!scene) return scene.error();
+  scene->document->ForEachObject([&](BaseObject&) { ++objects; });
+  return scene->document->SetTime(scene->document->minTime);
+}
+
+Status Validate(const Program& program, const ValidateOptions& options) {
+  std::size_t objects = 0;
+  Status status = Check(program, options, objects);
+  if (program.options.json) {
+    Json mistakes = Json::array();
+    for (std::size_t from = 0; !status.ok() && from != std::string::npos;) {
+      const std::string& text = status.error().text;
+      const auto end = text.find('\n', from);
+      mistakes.push_back(text.substr(from, end == std::string::npos ? end : end - from));
+      from = end == std::string::npos ? end : end + 1;
+    }
+    const Json json = {
+        {"scene", options.scene}, {"valid", status.ok()}, {"objects", objects}, {"mistakes", std::move(mistakes)}};
+    fmt::print("{}\n", LaidOut(json));
+  } else if (status.ok() && !program.options.quiet) {
+    fmt::print("{}: valid, {} objects\n", options.scene, objects);
+  }
+  return status;
+}
+
+}  // namespace
+
+void AddValidateCommand(CLI::App& app, Program& program) {
+  auto options = std::make_shared<ValidateOptions>();
+  CLI::App* command = app.add_subcommand("validate", "Find the mistakes of a scene file, all in one pass");
+  command->add_option("scene", options->scene, "Scene file")->required();
+  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
+      ->allow_extra_args(false);
+  command->callback(
+      [&program, options] { program.action = [&program, options] { return Validate(program, *options); }; });
+}
+
+}  // namespace orlix
