@@ -44,6 +44,7 @@ class FluidSolver : public iSolver {
 
   double SquaredSpeed() const override { return maxSquaredSpeed; }
   iBase* DivergenceSource() override { return &divergenceSource; }
+  iBase* Velocity() override { return &velocity; }
 
   // Runs the forces on the velocity.
   virtual void EmitVelocity();
@@ -56,7 +57,7 @@ class FluidSolver : public iSolver {
   virtual bool IsInterior(const Vec3D& position) const;
   // The surface of a liquid; a gas has none.
   virtual const ScalarGrid* GetSurfaceGridPrevious() const { return nullptr; }
-  virtual const ScalarGrid* GetSurfaceGrid() const { return nullptr; }
+  const ScalarGrid* GetSurfaceGrid() const override { return nullptr; }
 
   // Drivers of member nodes. A member's Process is called once, on the thread that drives the scene, and divides its
   // own work with ParallelRange on the scene's pool.
