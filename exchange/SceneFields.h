@@ -1,0 +1,20 @@
+#pragma once
+// What a scene shows to other programs: its channels, its velocity and its level sets, under the names that those
+// programs look for.
+
+#include <vector>
+
+#include "exchange/VdbFile.h"
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+// How the velocity is called: "velocity", or "vel".
+enum class VdbNames { Blender = 0, Houdini = 1 };
+
+// The enabled channels that have a grid, the solvers' velocities and the volumes' level sets. Smoke is "density",
+// temperature, fuel and fire are "temperature", "fuel" and "flame"; all others keep their object's name, a name that
+// comes twice gets a number. The grids stay the scene's.
+std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames names);
+
+}  // namespace orlix

@@ -1,0 +1,144 @@
+// OpenVDB files, read back by OpenVDB's own Python module where it is installed.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+
+#include "exchange/VdbFile.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::TemporaryFolder;
+
+std::unique_ptr<ScalarGrid> MakeGrid(std::uint32_t type, const VecInt3D& cells) {
+  // 20 host units a metre, cells of 0.25 m: 5 host units a cell. The origin lies 3 cells below zero in x.
+  auto grid =
+      std::make_unique<ScalarGrid>(cells + ExtraCells(type), Vec3D(cells) * 5.0, 0.25f, type, Vec3D(-15, 0, 10));
+  grid->Fill(0);
+  return grid;
+}
+
+std::string RunPython(const std::filesystem::path& script, const std::filesystem::path& file) {
+  const std::filesystem::path out = file.parent_path() / "out.txt";
+  const std::string command =
+      "/usr/bin/python3 " + script.string() + " " + file.string() + " > " + out.string() + " 2>&1";
+  const int status = std::system(command.c_str());
+  std::ifstream in(out);
+  std::string text((std::istreambuf_iterator<char>(in)), {});
+  return status == 0 ? text : "failed: " + text;
+}
+
+struct VdbFiles : testing::Test {
+  VdbFiles() : smoke(MakeGrid(kGridSmoke, {7, 6, 5})), phi(MakeGrid(kGridNodalLevelset, {12, 12, 12})) {
+    (*smoke)(2, 3, 4) = 0.625;
+    (*smoke)(6, 0, 1) = 0.1;
+    for (int c = 0; c < 3; ++c) {
+      velocity[c] = MakeGrid(static_cast<std::uint32_t>(c), {4, 4, 4});
+      velocity[c]->Fill(0);
+    }
+    (*velocity[0])(1, 2, 3) = 2.0;  // between cells 0 and 1 in x
+    for (int k = 0; k < 13; ++k) {
+      for (int j = 0; j < 13; ++j) {
+        for (int i = 0; i < 13; ++i) {
+          (*phi)(i, j, k) = 0.25 * (std::sqrt(double((i - 6) * (i - 6) + (j - 6) * (j - 6) + (k - 6) * (k - 6))) - 4.5);
+        }
+      }
+    }
+    fields = {{"density", VdbClass::Fog, {smoke.get()}, 0},
+              {"velocity", VdbClass::Velocity, {velocity[0].get(), velocity[1].get(), velocity[2].get()}, 0},
+              {"surface", VdbClass::LevelSet, {phi.get()}, 0}};
+    path = folder.path() / "frame.0007.vdb";
+  }
+  TemporaryFolder folder;
+  std::unique_ptr<ScalarGrid> smoke, phi, velocity[3];
+  std::vector<VdbField> fields;
+  std::filesystem::path path;
+};
+
+TEST_F(VdbFiles, InfoTellsWhatWasWritten) {
+  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  for (const bool withValues : {false, true}) {
+    const auto info = ReadVdbInfo(path, withValues);
+    ASSERT_TRUE(info.ok()) << info.error().text;
+    ASSERT_EQ(info->size(), 3u);
+    const VdbGridInfo& density = (*info)[0];
+    EXPECT_EQ(density.name, "density");
+    EXPECT_EQ(density.gridClass, "fog volume");
+    EXPECT_EQ(density.activeVoxels, 2u);
+    EXPECT_EQ(density.min, VecInt3D(-1, 0, 3));
+    EXPECT_EQ(density.max, VecInt3D(3, 3, 6));
+    EXPECT_DOUBLE_EQ(density.voxelSize.x, 5);
+    EXPECT_EQ((*info)[1].valueType, "vec3s");
+    EXPECT_EQ((*info)[2].gridClass, "level set");
+    if (withValues) {
+      EXPECT_FLOAT_EQ(density.low, 0.1f);
+      EXPECT_FLOAT_EQ(density.high, 0.625f);
+      EXPECT_FLOAT_EQ((*info)[1].high, 20) << "half of 2 m/s at 20 host units a metre";
+    }
+  }
+}
+
+TEST_F(VdbFiles, AnotherReaderFindsTheSameValuesAndTransform) {
+  if (std::system("/usr/bin/python3 -c 'import pyopenvdb' 2>/dev/null") != 0) GTEST_SKIP() << "no pyopenvdb";
+  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  const std::filesystem::path script = folder.path() / "check.py";
+  std::ofstream(script) << R"(
+import sys, pyopenvdb as vdb
+grids, meta = vdb.readAll(sys.argv[1])
+by = {g.name: g for g in grids}
+d = by['density']
+print(sorted(by), d.gridClass, d.activeVoxelCount())
+a = d.getConstAccessor()
+print(a.getValue((-1, 3, 6)), a.getValue((3, 0, 3)), a.isValueOn((0, 0, 4)))
+print(tuple(d.transform.indexToWorld((-1, 3, 6))), d.metadata['frame'])
+v = by['velocity'].getConstAccessor()
+print(v.getValue((-3, 2, 5)), v.getValue((-2, 2, 5)), by['velocity'].activeVoxelCount())
+s = by['surface']
+sa = s.getConstAccessor()
+print(s.gridClass, round(sa.getValue((3, 6, 3)), 4), round(sa.getValue((3, 6, 8)), 4), s.background, tuple(s.transform.indexToWorld((1, 2, 3))))
+)";
+  const std::string out = RunPython(script, path);
+  EXPECT_EQ(out,
+            "['density', 'surface', 'velocity'] fog volume 2\n"
+            "0.625 0.10000000149011612 False\n"
+            "(-2.5, 17.5, 32.5) 7\n"
+            "(20.0, 0.0, 0.0) (20.0, 0.0, 0.0) 2\n"
+            "level set 2.5 -15.0 15.0 (5.0, 10.0, 15.0)\n");
+}
+
+TEST_F(VdbFiles, TheSameBytesEachTimeAndNoTemporaryLeft) {
+  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  std::ifstream first(path, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(first)), {});
+  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  std::ifstream second(path, std::ios::binary);
+  EXPECT_EQ(bytes.size(), std::string((std::istreambuf_iterator<char>(second)), {}).size());
+  int files = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.path())) ++files;
+  EXPECT_EQ(files, 1);
+}
+
+TEST_F(VdbFiles, BrokenFilesAndFoldersGetAMessage) {
+  EXPECT_EQ(WriteVdb(folder.path() / "none" / "x.vdb", fields, 1).error().kind, ErrorKind::Output);
+  const auto missing = ReadVdbInfo(folder.path() / "none.vdb", true);
+  ASSERT_FALSE(missing.ok());
+  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  const auto size = std::filesystem::file_size(path);
+  int refused = 0;
+  for (const double part : {0.0, 0.02, 0.3, 0.7}) {
+    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(static_cast<double>(size) * part));
+    const auto info = ReadVdbInfo(path, true);
+    refused += !info.ok();
+    ASSERT_FALSE(info.ok());
+    EXPECT_NE(info.error().text.find("frame.0007.vdb"), std::string::npos);
+    ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  }
+  EXPECT_EQ(refused, 4);
+}
+
+}  // namespace
+}  // namespace orlix
