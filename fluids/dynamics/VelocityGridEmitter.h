@@ -1,0 +1,46 @@
+#pragma once
+// Runs a solver's forces at every cell and adds what they ask for to the faces of its velocity. A member of the solver.
+
+#include <array>
+#include <vector>
+
+#include "fluids/grids/ScratchPool.h"
+#include "fluids/scene/iObject.h"
+
+namespace orlix {
+
+class FluidSolver;
+class Force;
+
+class VelocityGridEmitter final : public iObject {
+ public:
+  VelocityGridEmitter(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {
+    iterationCount = 2;
+  }
+
+  void ResetSimulation() override { GiveBack(); }
+  void ClearState(bool deactivate) override;
+  bool ReadParameters() override { return handler.HasObject(); }
+  // The forces of the solver's list 1008 that act on grids; without a list, every one of the scene.
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+  // Active when the solver is, has a velocity, and there are forces.
+  void Prepare(iBase* caller = nullptr) override;
+  // iteration 0 gathers the forces in cells, 1 brings them to the faces. Called once a round, on the thread that drives
+  // the scene; divides its own work.
+  void Process(ProcessData& data) override;
+  void Finish() override;
+
+  FluidSolver* solver = nullptr;  // not owned
+  std::vector<Force*> forces;     // between ResolveLinks and ReleaseLinks
+
+ private:
+  void GatherForces();
+  void AddToFaces();
+  void GiveBack();
+
+  std::array<ScratchPool::Lease<double>, 3> forceGrids_;  // m/s, at cell centres
+};
+
+}  // namespace orlix
