@@ -107,7 +107,7 @@ Camera FramingCamera(const Vec3D& low, const Vec3D& high, int pictureWidth, int 
 
 Result<Camera> ReadCamera(const BaseObject& object) {
   const auto fail = [&](const char* what) {
-    return Result<Camera>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" " + what);
+    return Result<Camera>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\"" + what);
   };
   Camera camera;
   const LMatrix matrix = object.GlobalMatrix();
@@ -119,7 +119,7 @@ Result<Camera> ReadCamera(const BaseObject& object) {
     camera.LookAt(object.GetVector(kCameraTargetId), object.GetVector(kCameraUpId));
   }
   if (!IsFinite(camera.position) || !IsFinite(camera.right) || !IsFinite(camera.forward)) {
-    return fail("has a place or direction that is no number");
+    return fail(" has a place or direction that is no number");
   }
   if (camera.right == Vec3D() || camera.forward == Vec3D()) return fail(".scale must not be zero");
   camera.projection = static_cast<Projection>(object.GetInt(kCameraProjectionId));

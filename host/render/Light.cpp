@@ -88,6 +88,7 @@ double FalloffAt(const Light& light, double distance) {
 
 const TypeInfo kPointLightType = {.id = kPointLightId,
                                   .resource = "light_point",
+                                  .alias = "light",
                                   .className = "PointLight",
                                   .label = "Point Light",
                                   .text = "Shines from its position in all directions.",
@@ -128,7 +129,7 @@ Illumination Light::Illuminate(const Vec3D& x) const {
 
 Result<Light> ReadLight(const BaseObject& object) {
   const auto fail = [&](const char* what) {
-    return Result<Light>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" " + what);
+    return Result<Light>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\"" + what);
   };
   Light light;
   light.kind = object.typeId() == kSpotLightId      ? LightKind::Spot
@@ -140,7 +141,7 @@ Result<Light> ReadLight(const BaseObject& object) {
   light.colour = object.GetVector(kLightColourId) * object.GetDouble(kLightIntensityId);
   const LMatrix matrix = object.GlobalMatrix();
   light.position = matrix.off;
-  if (!IsFinite(light.colour) || !IsFinite(light.position)) return fail("has a colour or position that is no number");
+  if (!IsFinite(light.colour) || !IsFinite(light.position)) return fail(" has a colour or position that is no number");
   if (light.kind == LightKind::Distant) {
     light.direction = Normalized(matrix.Rotate(object.GetVector(kLightDirectionId)));
     if (light.direction == Vec3D() || !IsFinite(light.direction)) return fail(".direction must not be zero");

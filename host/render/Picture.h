@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "globals/Result.h"
@@ -28,6 +29,8 @@ class Picture {
 
   // Adds a plane that holds value everywhere.
   PictureChannel& AddChannel(std::string name, float value = 0, bool single = false);
+  // Adds a plane that has as many values as there are pixels.
+  void AddChannel(PictureChannel channel) { channels_.push_back(std::move(channel)); }
   const std::vector<PictureChannel>& channels() const { return channels_; }
   const PictureChannel* Find(std::string_view name) const;
   PictureChannel* Find(std::string_view name);

@@ -44,24 +44,31 @@ Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
   return material;
 }
 
-// Lambert beneath a layer of microfacets: the distribution and masking of Walter et al. (2007, "GGX"), Schlick's
-// Fresnel term (1994).
+namespace {
+
+// Schlick 1994.
+double Fresnel(double specular, double cosine) {
+  const double grazing = 1 - std::clamp(cosine, 0.0, 1.0), squared = grazing * grazing;
+  return specular + (1 - specular) * squared * squared * grazing;
+}
+
+}  // namespace
+
+// A layer of microfacets, with the distribution and masking of Walter et al. (2007, "GGX"), over Lambert, which gets
+// what the layer lets in and out again: no more than arrives, and the same both ways.
 Vec3D ReflectedLight(const SurfaceMaterial& material, const Vec3D& n, const Vec3D& toEye, const Vec3D& toLight) {
-  const double cosLight = Dot(n, toLight), cosEye = Dot(n, toEye);
+  const double cosLight = Dot(n, toLight), cosEye = Dot(n, toEye), specular = material.specular;
   if (!(cosLight > 0) || !(cosEye > 0)) return {};
   Vec3D reflected = material.colour * cosLight;
-  if (material.specular > 0) {
-    const Vec3D half = Normalized(toEye + toLight);
-    const double alpha = std::max(0.03, material.roughness) * std::max(0.03, material.roughness), a2 = alpha * alpha;
-    const double cosHalf = std::max(0.0, Dot(n, half)), base = cosHalf * cosHalf * (a2 - 1) + 1;
-    const double distribution = a2 / (base * base);  // times pi
-    const auto masking = [&](double cosine) { return 2 / (1 + std::sqrt(1 + a2 * (1 / (cosine * cosine) - 1))); };
-    const double grazing = 1 - std::clamp(Dot(toEye, half), 0.0, 1.0), squared = grazing * grazing;
-    const double fresnel = material.specular + (1 - material.specular) * squared * squared * grazing;
-    reflected =
-        reflected * (1 - fresnel) + Vec3D(fresnel * distribution * masking(cosLight) * masking(cosEye) / (4 * cosEye));
-  }
-  return reflected;
+  if (!(specular > 0)) return reflected;
+  reflected *= specular < 1 ? (1 - Fresnel(specular, cosLight)) * (1 - Fresnel(specular, cosEye)) / (1 - specular) : 0;
+  const Vec3D half = Normalized(toEye + toLight);
+  const double alpha = std::max(0.03, material.roughness) * std::max(0.03, material.roughness), a2 = alpha * alpha;
+  const double cosHalf = std::clamp(Dot(n, half), 0.0, 1.0), base = cosHalf * cosHalf * (a2 - 1) + 1;
+  const double distribution = a2 / (base * base);  // times pi
+  const auto masking = [&](double cosine) { return 2 / (1 + std::sqrt(1 + a2 * (1 / (cosine * cosine) - 1))); };
+  return reflected +
+         Vec3D(Fresnel(specular, Dot(toEye, half)) * distribution * masking(cosLight) * masking(cosEye) / (4 * cosEye));
 }
 
 }  // namespace orlix

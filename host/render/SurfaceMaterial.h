@@ -23,7 +23,7 @@ struct SurfaceMaterial {
   Vec3D colour{0.5, 0.5, 0.5};  // share of light that is scattered evenly
   double specular = 0.04;       // share that the glossy layer reflects at right angles
   double roughness = 0.4;       // 0 is a mirror; limited to 0.03 from below
-  Vec3D emission;               // times strength
+  Vec3D emission{};             // times strength
   double smoothAngle = 40;      // degrees; edges between faces at a smaller angle look smooth
 };
 

@@ -16,8 +16,8 @@ namespace orlix {
 // One object. The polygons must stay where they are while the scene lives.
 struct Surface {
   const PolygonObject* polygons = nullptr;
-  LMatrix matrix;  // local to host space
-  SurfaceMaterial material;
+  LMatrix matrix{};  // local to host space
+  SurfaceMaterial material{};
   const std::vector<Vec3D>* velocities = nullptr;  // of each point, host units a second; null for one at rest
 };
 

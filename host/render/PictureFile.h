@@ -1,0 +1,26 @@
+#pragma once
+// Pictures on disk, by the ending of their names.
+
+#include <filesystem>
+#include <string>
+
+#include "globals/Result.h"
+#include "host/render/Picture.h"
+
+namespace orlix {
+
+// ".exr" or ".png" (with the exposure), to a temporary name first, so that the path holds the old file, the whole new
+// one or nothing. An existing folder is asked for.
+Status WritePicture(const std::filesystem::path& path, const Picture& picture, double exposure = 0);
+
+// Told apart by the first bytes, not by the name.
+Result<Picture> ReadPicture(const std::filesystem::path& path);
+
+struct PictureInfo {
+  std::string format;  // "OpenEXR" or "PNG"
+  int width = 0, height = 0;
+  std::vector<ChannelRange> channels;
+};
+Result<PictureInfo> DescribePicture(const std::filesystem::path& path);
+
+}  // namespace orlix

@@ -1,0 +1,21 @@
+#pragma once
+// PNG pictures of 8 bits with an sRGB curve.
+
+#include <cstddef>
+#include <ostream>
+#include <span>
+
+#include "globals/Result.h"
+#include "host/render/Picture.h"
+
+namespace orlix {
+
+// Writes R, G and B times 2^exposure, limited to what a display shows; with an alpha channel, which isn't
+// premultiplied in such files, when the picture has one that is below 1 anywhere.
+Status WritePng(const Picture& picture, double exposure, std::ostream& stream);
+
+// Reads any PNG as linear R, G, B and, where it has transparency, premultiplied with A. Files of more than
+// kMaxPicturePixels, or with more pixels than their size could hold, are refused.
+Result<Picture> ReadPng(std::span<const std::byte> file);
+
+}  // namespace orlix

@@ -1,0 +1,168 @@
+#include "host/render/GatherRenderWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "host/render/RenderTypes.h"
+#include "tests/host/render/TestSurfaces.h"
+
+namespace orlix {
+namespace {
+
+class SquareData : public ObjectData {
+ public:
+  const PolygonObject* Polygons() const override { return &mesh_; }
+
+ private:
+  PolygonObject mesh_ = SquareMesh(1);
+};
+
+const TypeInfo kSquareType = {
+    .id = 999901,
+    .resource = "test_square",
+    .text = "A square.",
+    .role = TypeRole::Object,
+    .kinds = kLinkGeometry,
+    .common = GeometryParameters(),
+    .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<SquareData>(); }};
+const TypeInfo kOtherMaterialType = {
+    .id = 999902, .resource = "test_gas", .text = "No surface.", .role = TypeRole::Material, .kinds = kLinkMaterial};
+
+class Gathering : public testing::Test {
+ protected:
+  Gathering() {
+    RegisterRenderTypes(types_);
+    types_.Add(kSquareType);
+    types_.Add(kOtherMaterialType);
+  }
+  BaseObject& Add(const TypeInfo& type, BaseObject* parent = nullptr) { return document_.AddObject(type, parent); }
+  std::string Gather(const GatherOptions& options = {}) {
+    const Status s = GatherRenderWorld(document_, options, world_);
+    return s ? "" : s.error().text;
+  }
+
+  TypeRegistry types_;
+  BaseDocument document_{types_};
+  RenderWorld world_;
+};
+
+TEST_F(Gathering, AnEmptyDocumentGivesDefaultsALightAndACamera) {
+  ASSERT_EQ(Gather(), "");
+  EXPECT_EQ(world_.settings.width, 960);
+  EXPECT_EQ(world_.lights.size(), 1u);
+  EXPECT_TRUE(world_.surfaces.empty());
+}
+
+TEST_F(Gathering, DefaultsOfSettingsAreThoseOfTheTable) {
+  Add(kRenderSettingsType);
+  Add(kSurfaceMaterialType);
+  ASSERT_EQ(Gather(), "");
+  const RenderSettings own;
+  EXPECT_EQ(world_.settings.height, own.height);
+  EXPECT_EQ(world_.settings.samples, own.samples);
+  EXPECT_EQ(world_.settings.skyColour, own.skyColour);
+  EXPECT_EQ(world_.settings.skySamples, own.skySamples);
+  EXPECT_EQ(world_.settings.name, own.name);
+  EXPECT_EQ(world_.settings.writeExr, own.writeExr);
+  EXPECT_EQ(world_.settings.linearInputs, own.linearInputs);
+  const Result<SurfaceMaterial> material = ReadSurfaceMaterial(*document_.objects()[1]);
+  ASSERT_TRUE(material);
+  EXPECT_EQ(material->colour, SurfaceMaterial().colour);
+  EXPECT_EQ(material->roughness, SurfaceMaterial().roughness);
+}
+
+TEST_F(Gathering, ShownMeshesComeWithTheirMatrixAndMaterial) {
+  BaseObject& parent = Add(kSquareType);
+  parent.Set(kPositionId, Vec3D{0, 10, 0});
+  BaseObject& child = Add(kSquareType, &parent);
+  child.Set(kPositionId, Vec3D{5, 0, 0});
+  BaseObject& red = Add(kSurfaceMaterialType);
+  red.Set(kMaterialColourId, Vec3D{1, 0, 0});
+  child.Set(kMaterialId, LinkValue{red.creationNumber()});
+  BaseObject& hidden = Add(kSquareType);
+  hidden.Set(kShownInPicturesId, std::int64_t(0));
+  BaseObject& smoky = Add(kSquareType);
+  smoky.Set(kMaterialId, LinkValue{Add(kOtherMaterialType).creationNumber()});
+  ASSERT_EQ(Gather(), "");
+  EXPECT_EQ(world_.surfaces.triangleCount(), 4);
+  SurfaceHit hit;
+  ASSERT_TRUE(world_.surfaces.Intersect({5, 20, 0}, {0, -1, 0}, 100, hit));
+  EXPECT_NEAR(hit.distance, 10, 1e-6);
+  EXPECT_EQ(hit.material->colour, (Vec3D{1, 0, 0}));
+  ASSERT_TRUE(world_.surfaces.Intersect({0, 20, 0}, {0, -1, 0}, 100, hit));
+  EXPECT_EQ(hit.material->colour, SurfaceMaterial().colour);
+  EXPECT_FALSE(world_.surfaces.Intersect({0, 5, 0}, {0, -1, 0}, 100, hit)) << "the hidden and the smoky one";
+}
+
+TEST_F(Gathering, LightsThatAreOffAreLeftOut) {
+  BaseObject& off = Add(kPointLightType);
+  off.Set(kLightOnId, std::int64_t(0));
+  ASSERT_EQ(Gather(), "");
+  EXPECT_EQ(world_.lights.size(), 0u) << "dark by choice: no light of ours";
+  BaseObject& on = Add(kSpotLightType);
+  on.Set(kPositionId, Vec3D{0, 3, 0});
+  ASSERT_EQ(Gather(), "");
+  ASSERT_EQ(world_.lights.size(), 1u);
+  EXPECT_EQ(world_.lights[0].object, on.creationNumber());
+}
+
+TEST_F(Gathering, TheSettingsChooseTheCameraAndTheCallerTheSize) {
+  BaseObject& settings = Add(kRenderSettingsType);
+  Add(kCameraType).Set(kPositionId, Vec3D{1, 0, 0});
+  BaseObject& second = Add(kCameraType);
+  second.Set(kPositionId, Vec3D{2, 0, 0});
+  ASSERT_EQ(Gather(), "");
+  EXPECT_EQ(world_.camera.position.x, 1);
+  settings.Set(kRenderCameraId, LinkValue{second.creationNumber()});
+  ASSERT_EQ(Gather({.width = 123, .height = 45}), "");
+  EXPECT_EQ(world_.camera.position.x, 2);
+  EXPECT_EQ(world_.settings.width, 123);
+  EXPECT_NE(Gather({.width = 1 << 20, .height = 45}), "");
+}
+
+TEST_F(Gathering, AnOwnCameraSeesMeshesAndVolumes) {
+  Add(kSquareType);
+  ASSERT_EQ(Gather({.boxLow = {0, 0, 0}, .boxHigh = {3, 30, 3}}), "");
+  int checked = 0;
+  for (const Vec3D& p : {Vec3D{-1, 0, -1}, Vec3D{1, 0, 1}, Vec3D{3, 30, 3}, Vec3D{0, 30, 0}}) {
+    const ProjectedPoint seen = world_.camera.Project(p, 960, 540);
+    EXPECT_TRUE(seen.x > 0 && seen.x < 960 && seen.y > 0 && seen.y < 540);
+    ++checked;
+  }
+  EXPECT_EQ(checked, 4);
+}
+
+TEST_F(Gathering, MistakesComeWithTheObjectsName) {
+  BaseObject& light = Add(kDistantLightType);
+  light.name = "Sun";
+  light.Set(kLightDirectionId, Vec3D{});
+  EXPECT_EQ(Gather(), "\"Sun\".direction must not be zero");
+  BaseObject& settings = Add(kRenderSettingsType);
+  settings.Set(kRenderSamplesId, std::int64_t(0));
+  EXPECT_NE(Gather().find("samples"), std::string::npos);
+}
+
+TEST(RenderTypes, EveryRowHasATextAndADefaultInItsRange) {
+  TypeRegistry types;
+  RegisterRenderTypes(types);
+  int rows = 0;
+  for (const auto& [id, type] : types.types()) {
+    std::set<int> ids;
+    EXPECT_GT(std::string(type->text).size(), 10u) << type->resource;
+    type->ForEachParameter([&](const Parameter& p) {
+      EXPECT_GT(std::string(p.text).size(), 5u) << p.key;
+      EXPECT_TRUE(ids.insert(p.id).second) << p.key;
+      EXPECT_TRUE(p.type == ParameterType::Vector || (p.number >= p.min && p.number <= p.max)) << p.key;
+      ++rows;
+    });
+  }
+  EXPECT_GT(rows, 50);
+  for (const char* name : {"light", "light_point", "light_spot", "light_distant", "camera", "material", "render"}) {
+    EXPECT_TRUE(types.FindName(name)) << name;
+  }
+}
+
+}  // namespace
+}  // namespace orlix

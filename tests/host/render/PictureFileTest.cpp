@@ -1,0 +1,234 @@
+#include "host/render/PictureFile.h"
+
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfOutputFile.h>
+#include <gtest/gtest.h>
+#include <half.h>
+
+#include <cmath>
+#include <cstring>
+#include <sstream>
+
+#include "globals/Random.h"
+#include "host/render/ExrFile.h"
+#include "host/render/PngFile.h"
+#include "host/render/Srgb.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::TemporaryFolder;
+
+Picture Noise(int width, int height, std::initializer_list<const char*> names) {
+  MersenneTwister random(1);
+  Picture picture(width, height);
+  for (const char* name : names) {
+    for (float& v : picture.AddChannel(name).values) v = half(static_cast<float>(random.Uniform() * 2));
+  }
+  return picture;
+}
+
+std::vector<std::byte> Bytes(const std::ostringstream& stream) {
+  const std::string text = stream.str();
+  std::vector<std::byte> bytes(text.size());
+  std::memcpy(bytes.data(), text.data(), text.size());
+  return bytes;
+}
+
+std::vector<std::byte> ExrOf(const Picture& picture) {
+  std::ostringstream stream;
+  EXPECT_TRUE(WriteExr(picture, stream));
+  return Bytes(stream);
+}
+std::vector<std::byte> PngOf(const Picture& picture, double exposure = 0) {
+  std::ostringstream stream;
+  EXPECT_TRUE(WritePng(picture, exposure, stream));
+  return Bytes(stream);
+}
+
+TEST(ExrFile, ComesBackExactlyAtAnySize) {
+  for (const auto& [width, height] : {std::pair{1, 1}, {3, 200}, {67, 64}, {300, 65}}) {
+    Picture picture = Noise(width, height, {"R", "G", "B", "A", "velocity.X"});
+    for (float& v : picture.AddChannel("Z", 0, true).values) v = 1.0f / 3;
+    const Result<Picture> back = ReadExr(ExrOf(picture));
+    ASSERT_TRUE(back) << back.error().text;
+    EXPECT_EQ(back->width(), width);
+    EXPECT_EQ(back->height(), height);
+    ASSERT_EQ(back->channels().size(), 6u);
+    for (const PictureChannel& channel : picture.channels()) {
+      ASSERT_TRUE(back->Find(channel.name)) << channel.name;
+      EXPECT_EQ(back->Find(channel.name)->values, channel.values) << channel.name;
+      EXPECT_EQ(back->Find(channel.name)->single, channel.name == "Z");
+    }
+  }
+}
+
+TEST(ExrFile, WhatHalvesCannotHoldIsLimited) {
+  Picture picture(3, 1);
+  picture.AddChannel("R").values = {1e9f, std::nanf(""), -INFINITY};
+  const Result<Picture> back = ReadExr(ExrOf(picture));
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->Find("R")->values, (std::vector<float>{65504, 0, -65504}));
+}
+
+TEST(ExrFile, ReadsAWindowThatDoesNotBeginAtTheOrigin) {
+  TemporaryFolder folder;
+  const std::string path = (folder / "window.exr").string();
+  std::vector<float> values(5 * 70);
+  for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i);
+  {
+    const Imath::Box2i window({-7, 100000}, {-3, 100069});
+    Imf::Header header(window, window);
+    header.channels().insert("Y", Imf::Channel(Imf::FLOAT));
+    Imf::OutputFile file(path.c_str(), header);
+    Imf::FrameBuffer frame;
+    frame.insert("Y", Imf::Slice::Make(Imf::FLOAT, values.data(), window));
+    file.setFrameBuffer(frame);
+    file.writePixels(70);
+  }
+  const Result<Picture> back = ReadPicture(path);
+  ASSERT_TRUE(back) << back.error().text;
+  EXPECT_EQ(back->Find("Y")->values, values);
+}
+
+TEST(ExrFile, NamesThatStandTwiceAreRefused) {
+  std::ostringstream stream;
+  EXPECT_FALSE(WriteExr(Noise(2, 2, {"R", "R"}), stream));
+  EXPECT_FALSE(WriteExr(Noise(2, 2, {}), stream));
+  EXPECT_FALSE(WriteExr(Noise(0, 2, {"R"}), stream));
+}
+
+TEST(PngFile, ComesBackWithinOneStepOfTheCurve) {
+  Picture picture = Noise(61, 23, {"R", "G", "B"});
+  const Result<Picture> back = ReadPng(PngOf(picture));
+  ASSERT_TRUE(back) << back.error().text;
+  ASSERT_EQ(back->channels().size(), 3u);
+  for (const char* name : {"R", "G", "B"}) {
+    for (std::size_t i = 0; i < picture.pixelCount(); ++i) {
+      const double shown = std::min(1.0, LinearToSrgb(picture.Find(name)->values[i]));
+      EXPECT_NEAR(LinearToSrgb(back->Find(name)->values[i]), shown, 0.5 / 255 + 1e-6);
+    }
+  }
+}
+
+TEST(PngFile, KeepsAlphaAndDoesNotPremultiply) {
+  Picture picture(3, 1);
+  picture.AddChannel("R").values = {0.5f, 0.25f, 0};
+  picture.AddChannel("G").values = {0.1f, 0.05f, 0};
+  picture.AddChannel("B").values = {1, 0.5f, 0};
+  picture.AddChannel("A").values = {1, 0.5f, 0};
+  const Result<Picture> back = ReadPng(PngOf(picture));
+  ASSERT_TRUE(back);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_NEAR(back->Find("A")->values[i], picture.Find("A")->values[i], 0.003);
+    EXPECT_NEAR(back->Find("R")->values[i], picture.Find("R")->values[i], 0.006);
+  }
+}
+
+TEST(PngFile, ExposureCountsInStops) {
+  Picture picture(1, 1);
+  for (const char* name : {"R", "G", "B"}) picture.AddChannel(name, 0.1f);
+  const Result<Picture> back = ReadPng(PngOf(picture, 2));
+  ASSERT_TRUE(back);
+  EXPECT_NEAR(back->Find("G")->values[0], 0.4, 0.005);
+}
+
+TEST(PngFile, WhatIsNoNumberIsBlack) {
+  Picture picture(2, 1);
+  for (const char* name : {"R", "G", "B"}) picture.AddChannel(name).values = {std::nanf(""), INFINITY};
+  const Result<Picture> back = ReadPng(PngOf(picture));
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->Find("R")->values, (std::vector<float>{0, 1}));
+}
+
+TEST(Srgb, TheCurveIsContinuousAndItsOwnInverse) {
+  EXPECT_NEAR(LinearToSrgb(0.0031308), 12.92 * 0.0031308, 1e-7);
+  EXPECT_NEAR(LinearToSrgb(0.00313081), 12.92 * 0.0031308, 1e-6);
+  EXPECT_DOUBLE_EQ(LinearToSrgb(1.0), 1);
+  for (double v = 0; v <= 1.5; v += 0.001) EXPECT_NEAR(SrgbToLinear(LinearToSrgb(v)), v, 1e-7);
+}
+
+class BrokenPictures : public testing::TestWithParam<const char*> {
+ protected:
+  std::vector<std::byte> Whole() const {
+    const Picture picture = Noise(40, 37, {"R", "G", "B", "A"});
+    return std::string(GetParam()) == "exr" ? ExrOf(picture) : PngOf(picture);
+  }
+  Result<Picture> Read(std::span<const std::byte> file) const {
+    return std::string(GetParam()) == "exr" ? ReadExr(file) : ReadPng(file);
+  }
+};
+
+TEST_P(BrokenPictures, EveryCutGivesAnError) {
+  const std::vector<std::byte> whole = Whole();
+  ASSERT_TRUE(Read(whole));
+  int checked = 0;
+  for (std::size_t size = 0; size < whole.size(); size += size < 500 ? 1 : 97, ++checked) {
+    const Result<Picture> picture = Read(std::span(whole).first(size));
+    ASSERT_FALSE(picture) << size;
+    EXPECT_EQ(picture.error().kind, ErrorKind::InputFile);
+  }
+  EXPECT_GT(checked, 500);
+}
+
+TEST_P(BrokenPictures, ChangedBytesNeverCrash) {
+  const std::vector<std::byte> whole = Whole();
+  MersenneTwister random(12);
+  int failed = 0;
+  for (int round = 0; round < 1500; ++round) {
+    std::vector<std::byte> bytes = whole;
+    const std::size_t reach = round % 2 ? bytes.size() : 400;  // headers are where the dangerous numbers stand
+    for (int changes = 1 + round % 3; changes > 0; --changes) {
+      bytes[random.Bits() % reach] = static_cast<std::byte>(random.Bits());
+    }
+    failed += !Read(bytes);
+  }
+  EXPECT_GT(failed, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, BrokenPictures, testing::Values("exr", "png"),
+                         [](const auto& format) { return std::string(format.param); });
+
+TEST(PictureFile, WritesWhatItReadsAndDescribesIt) {
+  TemporaryFolder folder;
+  Picture picture = Noise(20, 10, {"G", "R", "B"});
+  picture.Find("G")->values.assign(200, 0.5f);
+  picture.Find("G")->values[7] = -2;
+  ASSERT_TRUE(WritePicture(folder / "a.exr", picture));
+  ASSERT_TRUE(WritePicture(folder / "a.PNG", picture));
+  const Result<PictureInfo> exr = DescribePicture(folder / "a.exr"), png = DescribePicture(folder / "a.PNG");
+  ASSERT_TRUE(exr && png);
+  EXPECT_EQ(exr->format, "OpenEXR");
+  EXPECT_EQ(png->format, "PNG");
+  EXPECT_EQ(exr->width, 20);
+  EXPECT_EQ(png->height, 10);
+  ASSERT_EQ(exr->channels.size(), 3u);
+  for (const ChannelRange& range : exr->channels) {
+    if (range.name != "G") continue;
+    EXPECT_EQ(range.min, -2);
+    EXPECT_EQ(range.max, 0.5);
+    EXPECT_NEAR(range.mean, (199 * 0.5 - 2) / 200, 1e-9);
+  }
+}
+
+TEST(PictureFile, ErrorsNameTheFile) {
+  TemporaryFolder folder;
+  const Picture picture = Noise(4, 4, {"R", "G", "B"});
+  const auto names = [](const Status& s, const char* part) {
+    return !s.ok() && s.error().text.find(part) != std::string::npos;
+  };
+  EXPECT_TRUE(names(WritePicture(folder / "a.gif", picture), "a.gif"));
+  EXPECT_TRUE(names(WritePicture(folder / "none" / "a.exr", picture), "none"));
+  EXPECT_TRUE(names(WritePicture(folder / "a.png", Noise(4, 4, {"Y"})), "a.png"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "a.png"));
+  EXPECT_TRUE(names(ReadPicture(folder / "missing.png").status(), "missing.png"));
+  test::WriteText(folder / "text.exr", "no picture");
+  EXPECT_TRUE(names(ReadPicture(folder / "text.exr").status(), "neither an OpenEXR nor a PNG"));
+  EXPECT_EQ(ReadPicture(folder / "text.exr").error().kind, ErrorKind::InputFile);
+}
+
+}  // namespace
+}  // namespace orlix
