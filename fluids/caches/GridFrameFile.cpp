@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
 #include <new>
 
 #include "fluids/caches/GridSpaceRecord.h"
@@ -13,7 +12,6 @@ namespace orlix {
 namespace {
 
 constexpr int kCompressionLevel = 9;
-constexpr double kAlignment = 1e-6;  // cells
 
 Error Damaged(const std::string& fileName, const std::string& what) {
   return {ErrorKind::InputFile, fileName + ": damaged: " + what};
@@ -99,7 +97,7 @@ Status ReadBlock(HyperFileReader& file, const std::string& fileName, const GridC
   // Equal lattices don't make equal arrays: a nodal grid has more samples than a centred one.
   const bool sameArray =
       header.gridType == target.gridType || ExtraCells(header.gridType) == ExtraCells(target.gridType);
-  if (sameArray && count == target.count && SameLattice(header.space, target.space)) {
+  if (sameArray && count == target.count && header.space.Equals(target.space)) {
     return ReadBytes(file, fileName, compressed, target);
   }
   try {
@@ -116,17 +114,7 @@ Status ReadBlock(HyperFileReader& file, const std::string& fileName, const GridC
   return {};
 }
 
-bool Near(const Vec3D& a, const Vec3D& b, const Vec3D& tolerance) {
-  return std::abs(a.x - b.x) <= tolerance.x && std::abs(a.y - b.y) <= tolerance.y && std::abs(a.z - b.z) <= tolerance.z;
-}
-
 }  // namespace
-
-bool SameLattice(const GridSpace& a, const GridSpace& b) {
-  const Vec3D tolerance = b.hostPerVoxel * kAlignment;
-  return a.dims == b.dims && a.cellSize == b.cellSize && Near(a.hostSize, b.hostSize, tolerance) &&
-         Near(a.hostMin, b.hostMin, tolerance);
-}
 
 bool WriteGridFrame(HyperFileWriter& file, const GridSpace& sceneSpace, std::span<const CachedGridSet> entries,
                     bool compress) {

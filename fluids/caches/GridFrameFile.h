@@ -41,9 +41,4 @@ struct GridPlayback {
 Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
                      std::span<ScalarGrid* const> targets, const GridPlayback& playback);
 
-// The lattices count as one, cell for cell: same dims and cell edge, same box. A box that is off by less than a
-// millionth of a cell is the same one: container corners go through several roundings, and that is the distance within
-// which two grids are aligned.
-bool SameLattice(const GridSpace& a, const GridSpace& b);
-
 }  // namespace orlix
