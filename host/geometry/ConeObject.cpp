@@ -1,0 +1,55 @@
+// A cone, or a cut one, along the y axis.
+
+#include "host/geometry/GeneratedGeometry.h"
+#include "host/geometry/GeometryTypes.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kTopRadius = 1150, kBottomRadius = 1151, kHeight = 1152, kSegments = 1153, kHeightSegments = 1154,
+              kCaps = 1155;
+
+constexpr Parameter kParameters[] = {
+    FloatParameter(kTopRadius, "top_radius", 0, "host units", "Radius at the upper end; 0 is a tip").Min(0),
+    FloatParameter(kBottomRadius, "bottom_radius", 100, "host units", "Radius at the lower end").Min(0),
+    FloatParameter(kHeight, "height", 200, "host units", "Length along y").Min(0),
+    IntParameter(kSegments, "segments", 48, "", "Quads around the axis").Between(3, 2048),
+    IntParameter(kHeightSegments, "height_segments", 8, "", "Quads along the axis").Between(1, 2048),
+    BoolParameter(kCaps, "caps", true, "Close both ends"),
+};
+
+class ConeObject : public GeneratedGeometry {
+ protected:
+  void Build(const BaseObject& object, PolygonObject& result) const override {
+    const double top = LengthOf(object, kTopRadius), bottom = LengthOf(object, kBottomRadius);
+    const double height = LengthOf(object, kHeight);
+    const int layers = SegmentsOf(object, kHeightSegments, 1);
+    const bool caps = object.GetBool(kCaps);
+    std::vector<ProfilePoint> profile;
+    if (caps && bottom > 0) profile.push_back({0, -height / 2});
+    for (int l = 0; l <= layers; ++l) {
+      const double t = double(l) / layers;
+      profile.push_back({l == layers ? top : bottom + (top - bottom) * t, height * (t - 0.5)});
+    }
+    if (caps && top > 0) profile.push_back({0, height / 2});
+    Revolve(profile, false, SegmentsOf(object, kSegments, 3), result);
+  }
+};
+
+}  // namespace
+
+const TypeInfo kConeType{
+    .id = kConeTypeId,
+    .resource = "cone",
+    .className = "ConeObject",
+    .label = "Cone",
+    .text = "A cone along the y axis about its origin, cut when both radii are above 0. Closed when it has its caps.",
+    .role = TypeRole::Object,
+    .kinds = kGeometryKinds,
+    .parameters = kParameters,
+    .common = TransformParameters(),
+    .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<ConeObject>(); },
+};
+
+}  // namespace orlix

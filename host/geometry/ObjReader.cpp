@@ -1,0 +1,83 @@
+// Wavefront OBJ: "v x y z" and "f a b c ..." lines; an index is 1-based or, below 0, counted back from the last point
+// so far; "/texture/normal" behind it is passed over.
+
+#include <vector>
+
+#include "host/geometry/MeshBuilder.h"
+#include "host/geometry/MeshReader.h"
+
+namespace orlix {
+
+namespace {
+
+class ObjReader {
+ public:
+  ObjReader(std::string_view content, std::string_view name) : text_(content), name_(name) {}
+
+  Result<PolygonObject> Read() {
+    while (!text_.AtEnd()) {
+      text_.SkipBlanks();
+      const std::string_view word = text_.Word();
+      if (word.starts_with('#')) {
+        text_.Line();  // a backslash at a comment's end, as in a folder's name, continues nothing
+        continue;
+      }
+      if (word == "v") {
+        if (Status status = ReadPoint(); !status) return status.error();
+      } else if (word == "f") {
+        if (Status status = ReadFace(); !status) return status.error();
+      }
+      text_.SkipLine();
+    }
+    return builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 1);
+  }
+
+ private:
+  std::string Where(const char* place) const { return fmt::format("{}:{}", name_, text_.LineOf(place)); }
+  Status Fail(const char* place, std::string_view what) const {
+    return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {}", Where(place), what));
+  }
+
+  Status ReadPoint() {
+    const char* line = text_.Place();
+    Vec3D point;
+    for (int axis = 0; axis < 3; ++axis) {
+      text_.SkipBlanks();
+      if (!text_.Number(point[axis])) return Fail(line, "a point needs three numbers");
+    }
+    if (!builder_.AddPoint(point)) return Fail(line, "a point's coordinates must be finite numbers");
+    return {};
+  }
+
+  Status ReadFace() {
+    const char* line = text_.Place();
+    corners_.clear();
+    for (;;) {
+      text_.SkipBlanks();
+      if (text_.AtLineEnd() || *text_.Place() == '#') break;
+      std::int64_t index = 0;
+      if (!text_.Integer(index) || index == 0) {
+        return Fail(line, "a face needs point numbers, counted from 1 or back from -1");
+      }
+      if (!text_.AtLineEnd() && *text_.Place() == '.') return Fail(line, "a face's point number must be whole");
+      corners_.push_back(index > 0 ? index - 1 : static_cast<std::int64_t>(builder_.PointCount()) + index);
+      text_.Word();
+    }
+    builder_.AddPolygon(corners_, static_cast<std::size_t>(line - begin_));
+    return {};
+  }
+
+  TextCursor text_;
+  const char* begin_ = text_.Place();
+  std::string_view name_;
+  MeshBuilder builder_;
+  std::vector<std::int64_t> corners_;
+};
+
+}  // namespace
+
+Result<PolygonObject> ParseObj(std::string_view content, std::string_view name) {
+  return ObjReader(content, name).Read();
+}
+
+}  // namespace orlix

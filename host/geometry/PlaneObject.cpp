@@ -1,0 +1,54 @@
+// A rectangle in the x-z plane, cut into quads. It is open: it has a front, in +y, and no inside.
+
+#include "host/geometry/GeneratedGeometry.h"
+#include "host/geometry/GeometryTypes.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kWidth = 1180, kDepth = 1181, kSegmentsX = 1182, kSegmentsZ = 1183;
+
+constexpr Parameter kParameters[] = {
+    FloatParameter(kWidth, "width", 400, "host units", "Length along x").Min(0),
+    FloatParameter(kDepth, "depth", 400, "host units", "Length along z").Min(0),
+    IntParameter(kSegmentsX, "segments_x", 1, "", "Quads along x").Between(1, 2048),
+    IntParameter(kSegmentsZ, "segments_z", 1, "", "Quads along z").Between(1, 2048),
+};
+
+class PlaneObject : public GeneratedGeometry {
+ protected:
+  void Build(const BaseObject& object, PolygonObject& result) const override {
+    const double width = LengthOf(object, kWidth), depth = LengthOf(object, kDepth);
+    const int nx = SegmentsOf(object, kSegmentsX, 1), nz = SegmentsOf(object, kSegmentsZ, 1);
+    for (int k = 0; k <= nz; ++k) {
+      for (int i = 0; i <= nx; ++i) {
+        result.points.push_back({(double(i) / nx - 0.5) * width, 0, (double(k) / nz - 0.5) * depth});
+      }
+    }
+    for (int k = 0; k < nz; ++k) {
+      for (int i = 0; i < nx; ++i) {
+        const std::int32_t a = k * (nx + 1) + i, b = a + nx + 1;
+        result.polygons.push_back({a, b, b + 1, a + 1});
+      }
+    }
+  }
+};
+
+}  // namespace
+
+const TypeInfo kPlaneType{
+    .id = kPlaneTypeId,
+    .resource = "plane",
+    .className = "PlaneObject",
+    .label = "Plane",
+    .text =
+        "A rectangle in the x-z plane that faces +y. Open: as a solid it needs thickness, so use a box for a floor.",
+    .role = TypeRole::Object,
+    .kinds = kGeometryKinds,
+    .parameters = kParameters,
+    .common = TransformParameters(),
+    .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<PlaneObject>(); },
+};
+
+}  // namespace orlix
