@@ -69,7 +69,7 @@ const TypeInfo kBoxType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<BoxObject>(); },
 };
 

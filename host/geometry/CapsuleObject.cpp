@@ -52,7 +52,7 @@ const TypeInfo kCapsuleType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<CapsuleObject>(); },
 };
 

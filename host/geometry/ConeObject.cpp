@@ -48,7 +48,7 @@ const TypeInfo kConeType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<ConeObject>(); },
 };
 

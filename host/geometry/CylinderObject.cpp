@@ -42,7 +42,7 @@ const TypeInfo kCylinderType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<CylinderObject>(); },
 };
 

@@ -91,7 +91,7 @@ const TypeInfo kMeshType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<MeshObject>(); },
 };
 

@@ -68,7 +68,7 @@ const TypeInfo kTorusKnotType{
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,
-    .common = TransformParameters(),
+    .common = GeometryParameters(),
     .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<TorusKnotObject>(); },
 };
 
