@@ -12,10 +12,13 @@ constexpr Choice kMassModes[] = {
 };
 
 constexpr Parameter kParameters[] = {
-    BoolParameter(kBodyDriven, "driven", true, "The body follows its host object; otherwise it stands, or moves by forces")
+    BoolParameter(kBodyDriven, "driven", true,
+                  "The body follows its host object; otherwise it stands, or moves by forces")
         .Fallback(0),
-    FloatParameter(kBodyLinearMotionScale, "linear_motion_scale", 1, "", "Factor on the displacement that the fluid feels"),
-    FloatParameter(kBodyAngularMotionScale, "angular_motion_scale", 1, "", "Factor on the rotation that the fluid feels"),
+    FloatParameter(kBodyLinearMotionScale, "linear_motion_scale", 1, "",
+                   "Factor on the displacement that the fluid feels"),
+    FloatParameter(kBodyAngularMotionScale, "angular_motion_scale", 1, "",
+                   "Factor on the rotation that the fluid feels"),
     ChoiceParameter(kBodyMassMode, "mass_mode", 0, kMassModes, "Where the mass comes from"),
     FloatParameter(kBodyMass, "mass", 0, "kg", "Mass of a body that isn't driven; 0 stands still").Min(0),
     FloatParameter(kBodyDensity, "density", 100, "kg/m^3", "Density, for a mass by density; 0 has no mass").Min(0),
@@ -27,7 +30,8 @@ constexpr Parameter kParameters[] = {
         .Fallback(0),
     FloatParameter(2009, "linear_damping", 0, "", "Share of the speed that is lost in a second"),
     FloatParameter(2010, "angular_damping", 0, "", "Share of the spin that is lost in a second"),
-    FloatParameter(2011, "margin", 0.04, "m", "Margin of the collision shape; below 0 the shape keeps its own").Fallback(0),
+    FloatParameter(2011, "margin", 0.04, "m", "Margin of the collision shape; below 0 the shape keeps its own")
+        .Fallback(0),
     FloatParameter(2012, "restitution", 0.4, "", "How much a contact gives back").Fallback(0),
     FloatParameter(2013, "friction", 0.3, "", "Friction at contacts").Fallback(0),
     FloatParameter(2014, "rolling_friction", 0.3, "", "Rolling friction at contacts").Fallback(0),
@@ -66,8 +70,9 @@ const TypeInfo& ObstacleTagType() {
     type.resource = "zq_c4d_obstacle";
     type.className = "C4D_Obstacle_Tag";
     type.label = "Obstacle";
-    type.text = "Makes the volume that carries it an obstacle: fluids flow around it, and one that is driven by its host "
-                "object pushes them.";
+    type.text =
+        "Makes the volume that carries it an obstacle: fluids flow around it, and one that is driven by its host "
+        "object pushes them.";
     type.role = TypeRole::Tag;
     type.kinds = kLinkTag;
     type.parameters = kParameters;

@@ -83,11 +83,11 @@ bool VolumeBase::PrepareGrid() {
     try {
       levelSet_ = std::make_unique<ScalarGrid>(dims, extent, cell, kGridNodalLevelset, origin);
     } catch (const std::bad_alloc&) {
-      scene->Warn(*this, fmt::format("no memory for a level set of {} x {} x {} nodes, {:.0f} MB{}", dims.x, dims.y,
-                                     dims.z, nodes * 8 / 1e6,
-                                     GridMemoryBudget() > 0
-                                         ? fmt::format("; all grids may take {:.0f} MB", GridMemoryBudget() / 1e6)
-                                         : ""));
+      scene->Warn(
+          *this,
+          fmt::format(
+              "no memory for a level set of {} x {} x {} nodes, {:.0f} MB{}", dims.x, dims.y, dims.z, nodes * 8 / 1e6,
+              GridMemoryBudget() > 0 ? fmt::format("; all grids may take {:.0f} MB", GridMemoryBudget() / 1e6) : ""));
       return false;
     }
     view_ = LevelSetView(*levelSet_);

@@ -84,8 +84,8 @@ class VolumeBase : public iVolume {
   // Place and axes of the body, simulation space; it turns about the place.
   virtual LMatrix BodyMatrix() const { return {centre, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}; }
   Vec3D BodyCentre() const { return BodyMatrix().off; }
-  // The motion in this sub-step: displacement (m) and rotation vector (rad) with the body's factors. Over the sub-step's
-  // duration they are velocities.
+  // The motion in this sub-step: displacement (m) and rotation vector (rad) with the body's factors. Over the
+  // sub-step's duration they are velocities.
   Vec3D LinearMotion() const;
   Vec3D AngularMotion() const;
   // The displacement of the solid at p in this sub-step, m.

@@ -7,8 +7,12 @@
 //   2  sign         a node is inside behind an odd number of crossings
 //   3  shell        hollows the solid out
 //
-// After Baerentzen and Aanaes 2005 and the closest-feature sweeps of Tsai 2002. The same bits at any number of workers:
-// a slab of nodes looks at its triangles in their order, and the sweeps are the serial ones, run as a pipeline.
+// The sweeps are those of Tsai 2002 ("Rapid and accurate computation of the distance function using grids"), with
+// triangles as the features. The same bits at any number of workers: a slab of nodes looks at its triangles in their
+// order, and the sweeps are the serial ones, run as a pipeline of z layers.
+//
+//   a node       13 bytes during a run, 8 after it
+//   a triangle   about 200 bytes during a run
 
 #include <cstdint>
 #include <optional>
@@ -27,7 +31,10 @@ struct VoxeliserSettings {
   bool flip = false;   // the outside is solid
   int workers = 8;     // at most
 
-  bool operator==(const VoxeliserSettings&) const = default;
+  // The number of workers changes nothing.
+  bool SameResult(const VoxeliserSettings& other) const {
+    return exactBand == other.exactBand && shell == other.shell && flip == other.flip;
+  }
 };
 
 class VolumeVoxeliser {
@@ -36,7 +43,7 @@ class VolumeVoxeliser {
 
   // Fills the level set, whatever it held. False, with nothing done, when mesh or level set are empty or the mesh has
   // more triangles than kMaxTriangles; false half way when hostThread was asked to stop. Triangles with a corner that
-  // isn't finite are left out. Throws std::bad_alloc when there is no memory for 5 bytes a node and 128 a triangle.
+  // isn't finite are left out. Throws std::bad_alloc when memory doesn't suffice.
   bool Run(const iTriMesh& mesh, ScalarGrid& levelSet, WorkerPool& pool, const BaseThread* hostThread = nullptr);
 
   // The largest distance of an inside node, by parity and before the shell, m; none when no node is inside.

@@ -34,12 +34,12 @@ class iVolume : public iObject {
     boundsMax = Vec3D(-std::numeric_limits<double>::max());
   }
 
-  VecInt3D resolution;                                       // cells of the level set; it has one node more in each axis
-  Vec3D extent;                                              // resolution x cellVector, host units
+  VecInt3D resolution;  // cells of the level set; it has one node more in each axis
+  Vec3D extent;         // resolution x cellVector, host units
   Vec3D boundsMin = Vec3D(std::numeric_limits<double>::max());  // simulation space
   Vec3D boundsMax = Vec3D(-std::numeric_limits<double>::max());
-  Vec3D centre;    // of the geometry's unpadded bounds
-  Vec3D origin;    // the lower corner on the scene's lattice, host units
+  Vec3D centre;  // of the geometry's unpadded bounds
+  Vec3D origin;  // the lower corner on the scene's lattice, host units
   double cellSize = 1.0;
   Vec3D cellVector;  // host units of a cell
   Vec3D position;    // the lower corner, padded and snapped
