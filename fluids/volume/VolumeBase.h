@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+#include "fluids/scene/iCachedGrids.h"
 #include "fluids/volume/LevelSetView.h"
 #include "fluids/volume/RigidBody_Variational.h"
 #include "fluids/volume/RigidMotion.h"
@@ -25,7 +26,7 @@ struct VolumeHit {
   double distance = 0;
 };
 
-class VolumeBase : public iVolume {
+class VolumeBase : public iVolume, public iCachedGrids {
  public:
   VolumeBase(BaseList2D* hostObject, OrlixScene& owner);
 
@@ -40,6 +41,11 @@ class VolumeBase : public iVolume {
   void ComputeBounds() override;
   bool PrepareGrid() override;
   void AppendVolumes(std::vector<VolumeBase*>& out) override { out.push_back(this); }
+
+  // A cache records the level set and gives it back; its depth isn't recorded.
+  int CachedGridCount() const override { return 1; }
+  ScalarGrid* CachedGrid(int) override { return levelSet_.get(); }
+  void TakeCacheHeader(const GridCacheHeader& header) override;
 
   // --- the level set
   bool HasLevelSet() const { return levelSet_ != nullptr; }
@@ -94,6 +100,8 @@ class VolumeBase : public iVolume {
   Vec3D VelocityAt(const Vec3D& p) const;
 
  protected:
+  // Gives the level set this lattice; its content stays when it has it already. Throws std::bad_alloc.
+  void SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float cell, const Vec3D& hostOrigin);
   void FreeLevelSet();
   // The level set has new content.
   void LevelSetChanged() { ++levelSetVersion_; }

@@ -143,7 +143,7 @@ void VolumeMesh::UpdateMotion() {
 }
 
 void VolumeMesh::Prepare(iBase*) {
-  if (!IsDirty()) return;
+  if (!IsDirty() || HasFlag(NodeFromCache)) return;
   needsVoxelising_ = false;
   const GeometryChange change = ReadGeometry();
   if (change == GeometryChange::Failed) {
@@ -169,7 +169,7 @@ void VolumeMesh::Prepare(iBase*) {
 }
 
 void VolumeMesh::Process(ProcessData& data) {
-  if (!IsDirty() || !IsActive() || !needsVoxelising_) return;
+  if (!IsDirty() || !IsActive() || !needsVoxelising_ || HasFlag(NodeFromCache)) return;
   needsVoxelising_ = false;
   LevelSetChanged();
   try {
