@@ -4,6 +4,8 @@
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
+#include "fluids/volume/VolumeTypes.h"
+#include "host/geometry/GeometryTypes.h"
 
 namespace orlix {
 
@@ -62,8 +64,10 @@ constexpr PlannedType kPlanned[] = {
 }  // namespace
 
 void RegisterTypes(NodeFactory& factory) {
+  RegisterGeometryTypes(factory.types());
   RegisterSceneTypes(factory);
   RegisterChannelTypes(factory);
+  RegisterVolumeTypes(factory);
   RegisterCacheTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }
