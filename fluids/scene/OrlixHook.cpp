@@ -4,16 +4,25 @@
 
 namespace orlix {
 
-void OrlixHook::Execute(BaseDocument& doc, const BaseThread* hostThread, bool rendering) {
-  if (hostThread && hostThread->TestBreak()) return;
+void OrlixHook::SyncScenes(BaseDocument& doc) {
   const std::vector<BaseObject*> roots = doc.ObjectsOfType(kRootTypeId);
   for (BaseObject* root : roots) {
     auto& scene = scenes_[root->creationNumber()];
     if (!scene) scene = std::make_unique<OrlixScene>(*root, host_);
   }
   std::erase_if(scenes_, [&](const auto& entry) { return !entry.second->handler.IsHostInDocument(kRootTypeId, &doc); });
+}
+
+void OrlixHook::Execute(BaseDocument& doc, const BaseThread* hostThread, bool rendering) {
+  if (hostThread && hostThread->TestBreak()) return;
+  SyncScenes(doc);
   for (const auto& [key, scene] : scenes_) scene->Step(hostThread, rendering);
   host_.status.Clear();
+}
+
+void OrlixHook::BuildScenes(BaseDocument& doc, bool rendering) {
+  SyncScenes(doc);
+  for (const auto& [key, scene] : scenes_) scene->BuildAt(rendering);
 }
 
 iBase* OrlixHook::FindNode(BaseList2D* hostObject) const {

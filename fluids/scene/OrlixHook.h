@@ -16,6 +16,10 @@ class OrlixHook {
   // or is broken doesn't keep the others from theirs.
   void Execute(BaseDocument& doc, const BaseThread* hostThread, bool rendering);
 
+  // Makes the scenes of a document and builds them as they would stand at its time, without simulating. See
+  // Scene::BuildAt.
+  void BuildScenes(BaseDocument& doc, bool rendering);
+
   // The node of a host object, found through the scene of the root above it; null when there is none.
   iBase* FindNode(BaseList2D* hostObject) const;
   // The first vector channel of this object in any scene, in the order of creation.
@@ -26,6 +30,8 @@ class OrlixHook {
   const Error* Failure() const;
 
  private:
+  void SyncScenes(BaseDocument& doc);
+
   SceneHost host_;
   std::map<std::uint64_t, std::unique_ptr<OrlixScene>> scenes_;
 };

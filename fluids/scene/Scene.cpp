@@ -90,7 +90,8 @@ Scene::FrameKind Scene::DecideFrame(bool containerChanged, bool& resetDone) {
   return FrameKind::Simulate;
 }
 
-bool Scene::Step(const BaseThread*, bool renderingFrame) {
+// The head of a step: settings, clock, container and nodes.
+RootSettings Scene::BeginStep(bool renderingFrame, bool& containerChanged) {
   SetFlag(ContainerChanged, false);
   SetFlag(TimeMoved, false);
   const RootSettings settings = RootSettings::Read(handler);
@@ -102,10 +103,23 @@ bool Scene::Step(const BaseThread*, bool renderingFrame) {
   rendering = renderingFrame;
   SetStage(kStageStart);
   CheckDirty();
-  const bool containerChanged =
+  containerChanged =
       UpdateSpace(settings.hostUnits, settings.metres, rendering ? settings.renderCellSize : settings.cellSize);
   SyncNodes();
-  bool resetDone;
+  return settings;
+}
+
+void Scene::BuildAt(bool renderingFrame) {
+  bool containerChanged;
+  BeginStep(renderingFrame, containerChanged);
+  EvaluateStage();
+  SetStage(kStageFinishVisual);
+  EvaluateStage();
+}
+
+bool Scene::Step(const BaseThread*, bool renderingFrame) {
+  bool containerChanged, resetDone;
+  const RootSettings settings = BeginStep(renderingFrame, containerChanged);
   const FrameKind kind = DecideFrame(containerChanged, resetDone);
   if (kind == FrameKind::Ignore || kind == FrameKind::ResetOnly) return true;
   SetFrameParameters(clock.frameOffset, static_cast<float>(clock.frameLength * settings.timeScale), settings.mode,

@@ -45,6 +45,8 @@ enum Stage : std::int32_t {
 // "Emitters", "Pressure", ...
 const char* StageLabel(std::int32_t stage);
 
+struct RootSettings;
+
 enum class SubstepMode : std::int32_t { Adaptive = 0, FixedCount = 1, FixedTime = 2 };
 
 class Scene {
@@ -57,6 +59,9 @@ class Scene {
   // The main step, once per host frame. True when the frame was handled, also when nothing had to be done; false when
   // a break or a failure ended it.
   virtual bool Step(const BaseThread* thread, bool renderingFrame);
+  // Makes the container and the nodes with their settings, as the document has them now, without simulating: where a
+  // kept state is put back, after which the next Step goes on from it.
+  void BuildAt(bool renderingFrame);
 
   // The smaller of the frame's length and cellSize / speed x cfl.
   virtual double ComputeTimeStep(double minSquaredSpeed) const;
@@ -101,6 +106,7 @@ class Scene {
 
  private:
   enum class FrameKind { Ignore, ResetOnly, Update, Simulate };
+  RootSettings BeginStep(bool renderingFrame, bool& containerChanged);
   FrameKind DecideFrame(bool containerChanged, bool& resetDone);
   bool RunUpdate();
   bool RunFrame(bool resetDone);

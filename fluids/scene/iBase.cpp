@@ -92,12 +92,13 @@ void iBase::CheckDirty() {
 void iBase::VisitNode(StateVisitor& visitor) {
   // The host's counters start anew with the program: what counts is whether this node has seen the last change.
   std::uint32_t counter = 0;
-  std::uint8_t seen = handler.GetDirtyCount(counter) && counter == dirtyCount;
+  const bool counted = handler.GetDirtyCount(counter);
+  std::uint8_t seen = counted && counter == dirtyCount;
   visitor.Keep("flags", flags);
   visitor.Keep("seen", seen);
   visitor.Keep("iteration", iteration);
   visitor.Keep("iterationRepeat", iterationRepeat);
-  if (seen != 0) dirtyCount = counter;
+  if (counted && (seen != 0) != (counter == dirtyCount)) dirtyCount = seen != 0 ? counter : counter - 1;
   VisitState(visitor);
 }
 
