@@ -50,6 +50,7 @@ class TypeRegistry {
  public:
   // The referenced TypeInfo lives as long as the program. Two types with one id or name are a bug.
   void Add(const TypeInfo& type);
+  void Add(TypeInfo&&) = delete;
   // A type that is known by name and not built yet: naming it in a scene is an error that says so.
   void AddPlanned(int id, const char* resource);
 
