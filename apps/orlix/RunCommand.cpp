@@ -74,6 +74,7 @@ class PeakMemory : public FrameListener {
 };
 
 Status Run(const Program& program, const RunOptions& options) {
+  Interrupt::Install();
   std::optional<std::vector<int>> list;
   if (!options.frames.empty()) {
     Result<std::vector<int>> frames = ParseFrameList(options.frames);
@@ -106,7 +107,6 @@ Status Run(const Program& program, const RunOptions& options) {
     run.AddListener(progress);
     run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
   }
-  Interrupt::Install();
   const auto start = std::chrono::steady_clock::now();
   Status status = run.Run(*plan, Interrupt::Thread());
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

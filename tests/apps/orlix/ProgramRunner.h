@@ -1,0 +1,71 @@
+#pragma once
+// Runs the built program and keeps what it said, how it ended and what it took.
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix::test {
+
+struct ProgramOutcome {
+  int code = -1;  // the exit code, or 256 plus the signal that killed it
+  std::string out, err;
+  double seconds = 0;
+  long peakKilobytes = 0;
+};
+
+class ProgramRunner {
+ public:
+  TemporaryFolder folder;
+
+  std::string Write(const std::string& name, const std::string& text) {
+    WriteText(folder / name, text);
+    return (folder / name).string();
+  }
+
+  // meanwhile is called with the process while it runs; standard output and error go to the named files if any.
+  ProgramOutcome Run(const std::vector<std::string>& arguments, const std::function<void(pid_t)>& meanwhile = {},
+                     const std::string& outFile = {}, int errorDescriptor = -1) {
+    const std::string out = outFile.empty() ? (folder / "stdout").string() : outFile,
+                      err = (folder / "stderr").string();
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t child = ::fork();
+    if (child == 0) Exec(arguments, out, err, errorDescriptor);
+    if (meanwhile) meanwhile(child);
+    int status = 0;
+    rusage usage{};
+    ::wait4(child, &status, 0, &usage);
+    ProgramOutcome outcome;
+    outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
+    outcome.peakKilobytes = usage.ru_maxrss;
+    if (outFile.empty()) outcome.out = ReadText(out);
+    if (errorDescriptor < 0) outcome.err = ReadText(err);
+    return outcome;
+  }
+
+ private:
+  [[noreturn]] static void Exec(const std::vector<std::string>& arguments, const std::string& out,
+                                const std::string& err, int errorDescriptor) {
+    std::string program = std::string(ORLIX_BINARY_DIR) + "/orlix";
+    std::vector<char*> list = {program.data()};
+    std::vector<std::string> copies = arguments;
+    for (std::string& argument : copies) list.push_back(argument.data());
+    list.push_back(nullptr);
+    ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+    ::dup2(errorDescriptor >= 0 ? errorDescriptor : ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
+           STDERR_FILENO);
+    ::execv(program.c_str(), list.data());
+    ::_exit(126);
+  }
+};
+
+}  // namespace orlix::test

@@ -1,0 +1,210 @@
+// The built program, as a user calls it.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+#include "tests/apps/orlix/ProgramRunner.h"
+
+namespace orlix {
+namespace {
+
+using test::ProgramOutcome;
+using test::ProgramRunner;
+
+constexpr const char* kScene = R"({
+  "orlix": 1, "fps": 24, "frames": [0, 10],
+  "objects": [ { "type": "scene", "name": "Plume", "voxel_size": 0.1, "children": [
+    { "type": "channel_scalar", "name": "smoke" } ] } ]
+})";
+
+#ifdef ORLIX_SANITIZED
+constexpr bool kMeasures = false;  // the sanitizers' own memory and time
+#else
+constexpr bool kMeasures = true;
+#endif
+
+std::vector<nlohmann::json> Lines(const std::string& text) {
+  std::vector<nlohmann::json> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(nlohmann::json::parse(line));
+  return lines;
+}
+
+TEST(Program, MistakesOfASceneEndWithThreeQuickly) {
+  const std::string deep = R"({ "orlix": 1, "objects": )" + std::string(10000, '[');
+  std::string many = R"({ "orlix": 1, "objects": [)";
+  for (int i = 0; i < 50000; ++i) many += "{ \"typ\": \"x\" },\n";
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"empty.json", "", "empty.json:1:1: the text is empty"},
+      {"deep.json", deep, "deep.json:1:153: nested deeper than 128"},
+      {"utf.json", "{ \"orlix\": 1,\n \"objects\": \"\xFF\" }", "utf.json:2:14: the byte 0xFF is no UTF-8"},
+      {"large.json", std::string(100 << 20, ' '), "large.json:1:1: the file has 104857600 bytes"},
+      {"cycle.json", R"({ "orlix": 1, "include": "cycle.json" })", "cycle.json:1:26: a cycle of includes"},
+      {"many.json", many + "] }", "more"},
+      {"range.json", R"({ "orlix": 1, "objects": [ { "type": "scene", "name": "P", "voxel_size": -3 } ] })",
+       R"(range.json:1:74: "P".voxel_size is -3, must be above 0)"},
+  };
+  ProgramRunner runner;
+  for (const auto& [name, text, message] : cases) {
+    const ProgramOutcome outcome = runner.Run({"run", runner.Write(name, text)});
+    EXPECT_EQ(outcome.code, 3) << name << "\n" << outcome.err;
+    EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err.substr(0, 500);
+    EXPECT_EQ(outcome.out, "");
+    if (!kMeasures) continue;
+    EXPECT_LT(outcome.seconds, 1) << name;
+    EXPECT_LT(outcome.peakKilobytes, 200 << 10) << name;
+  }
+}
+
+TEST(Program, OutcomesHaveTheirExitCodes) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", kScene);
+  const std::pair<int, std::vector<std::string>> cases[] = {
+      {0, {"run", scene}},
+      {0, {"--help"}},
+      {0, {"run", "--help"}},
+      {0, {"--version"}},
+      {0, {"params", "1300027"}},
+      {2, {}},
+      {2, {"simulate", scene}},
+      {2, {"run"}},
+      {2, {"run", scene, "--no-such-option"}},
+      {2, {"run", scene, "--frames", "3-1"}},
+      {2, {"run", scene, "--frames=-5"}},
+      {2, {"run", scene, "--memory", "lots"}},
+      {2, {"run", scene, "--threads", "65"}},
+      {2, {"run", scene, "--set", "Plume"}},
+      {2, {"params", "chanel_scalar"}},
+      {2, {"info", "picture.tiff"}},
+      {3, {"run", scene, "--set", "Plume.voxel_size=0"}},
+      {4, {"validate", (runner.folder / "none.json").string()}},
+      {4, {"validate", runner.folder.path().string()}},
+      {5, {"run", scene, "--stats", "/dev/full"}},
+      {5, {"run", scene, "--stats", (runner.folder / "none/s.jsonl").string()}},
+      {5, {"params", "--markdown", scene}},
+  };
+  for (const auto& [code, arguments] : cases) {
+    const ProgramOutcome outcome = runner.Run(arguments);
+    EXPECT_EQ(outcome.code, code) << testing::PrintToString(arguments) << "\n" << outcome.err;
+    EXPECT_EQ(outcome.err.empty(),
+              code == 0 && (arguments.empty() || arguments[0] != "run" || arguments[1] == "--help"));
+  }
+  EXPECT_EQ(runner.Run({"params"}, {}, "/dev/full").code, 5);
+}
+
+TEST(Program, OptionsStandInAnyOrder) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", kScene);
+  const std::vector<std::vector<std::string>> orders = {
+      {"run", scene, "--frames", "2-4", "--json", "--set", "Plume.voxel_size=0.2", "--threads", "2"},
+      {"--threads", "2", "--frames", "2-4", "--json", "run", "--set", "Plume.voxel_size=0.2", scene},
+      {"--set", "Plume.voxel_size=0.2", "--json", "--threads", "2", "run", scene, "--frames", "2-4"},
+  };
+  std::vector<std::string> hashes;
+  for (const auto& order : orders) {
+    const ProgramOutcome outcome = runner.Run(order);
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const auto json = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(json.at("frames"), 5);
+    EXPECT_EQ(json.at("last"), 4);
+    hashes.push_back(json.at("scenes").at(0).at("hash"));
+  }
+  EXPECT_EQ(hashes, std::vector<std::string>(3, hashes[0]));
+}
+
+TEST(Program, StatisticsHaveALineForEachFrame) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", kScene), stats = (runner.folder / "s.jsonl").string();
+  std::vector<std::string> hashes[3];
+  const char* threads[] = {"1", "2", "8"};
+  for (int run = 0; run < 3; ++run) {
+    ASSERT_EQ(runner.Run({"run", scene, "--stats", stats, "--quiet", "--threads", threads[run]}).code, 0);
+    int frame = 0;
+    for (const auto& line : Lines(test::ReadText(stats))) {
+      EXPECT_EQ(line.at("scene"), "Plume");
+      EXPECT_EQ(line.at("hash").get<std::string>().size(), 16u);
+      EXPECT_TRUE(line.at("seconds").at("total").is_number());
+      if (line.at("kind") == "frame") {
+        EXPECT_EQ(line.at("frame"), frame++);
+        hashes[run].push_back(line.at("hash"));
+      } else {
+        EXPECT_EQ(line.at("kind"), "substep");
+        EXPECT_EQ(line.at("frame"), frame);
+      }
+    }
+    EXPECT_EQ(frame, 11);
+  }
+  EXPECT_EQ(hashes[0], hashes[1]);
+  EXPECT_EQ(hashes[0], hashes[2]);
+}
+
+TEST(Program, ReportsAreJsonWhenAskedFor) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", kScene);
+  const std::string bad = runner.Write("bad.json", R"({ "orlix": 1, "fps": 0, "frames": 3 })");
+  EXPECT_TRUE(nlohmann::json::parse(runner.Run({"validate", scene, "--json"}).out).at("valid"));
+  const ProgramOutcome outcome = runner.Run({"validate", bad, "--json"});
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(nlohmann::json::parse(outcome.out).at("mistakes").size(), 2u);
+  EXPECT_EQ(nlohmann::json::parse(runner.Run({"run", scene, "--dry-run", "--json"}).out).at("last"), 10);
+  EXPECT_EQ(nlohmann::json::parse(runner.Run({"params", "scene", "--json"}).out).at(0).at("id"), 1300000);
+  const ProgramOutcome info = runner.Run({"info", scene, "--json"});
+  EXPECT_EQ(runner.Run({"validate", runner.Write("again.json", info.out)}).code, 0) << info.out;
+}
+
+TEST(Program, ASignalEndsTheRunWithItsCode) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", R"({ "orlix": 1, "frames": [0, 10000000], "objects": [
+    { "type": "scene", "children": [ { "type": "channel_scalar" } ] } ] })");
+  const std::string stats = (runner.folder / "s.jsonl").string();
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const ProgramOutcome outcome = runner.Run({"run", scene, "--stats", stats, "--json"}, [&](pid_t child) {
+      // The first lines in the file tell that the run is under way.
+      for (int wait = 0; wait < 500 && test::ReadText(stats).size() < 10000; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
+      ::kill(child, signal);
+    });
+    EXPECT_EQ(outcome.code, 128 + signal) << outcome.err;
+    EXPECT_TRUE(nlohmann::json::parse(outcome.out).at("interrupted"));
+    EXPECT_FALSE(Lines(test::ReadText(stats)).empty());  // every line is whole
+    std::filesystem::remove(stats);
+  }
+}
+
+TEST(Program, ProgressIsPlainLinesWithoutATerminal) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", kScene);
+  const ProgramOutcome plain = runner.Run({"run", scene});
+  EXPECT_NE(plain.err.find("frame 10 of 10"), std::string::npos) << plain.err;
+  EXPECT_EQ(plain.err.find_first_of("\r\x1b"), std::string::npos);
+  const ProgramOutcome quiet = runner.Run({"run", scene, "--quiet"});
+  EXPECT_EQ(quiet.err + quiet.out, "");
+}
+
+TEST(Program, ProgressDrawsOverItselfOnATerminal) {
+  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(::grantpt(master) | ::unlockpt(master), 0);
+  const int slave = ::open(::ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(slave, 0);
+  ::setenv("NO_COLOR", "1", 1);
+  ::setenv("TERM", "xterm", 1);
+  ProgramRunner runner;
+  const ProgramOutcome outcome = runner.Run({"run", runner.Write("s.json", kScene)}, {}, {}, slave);
+  EXPECT_EQ(outcome.code, 0);
+  std::string shown(65536, '\0');
+  shown.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(master, shown.data(), shown.size()), 0)));
+  EXPECT_NE(shown.find("\rframe 10 of 10"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find("\x1b[3"), std::string::npos) << "a colour in spite of NO_COLOR";
+  ::close(slave);
+  ::close(master);
+}
+
+}  // namespace
+}  // namespace orlix
