@@ -5,6 +5,7 @@
 // The field is kept while container, faces and obstacles stay as they are.
 
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "fluids/channels/ScalarChannels.h"
@@ -29,12 +30,14 @@ class GridBoundary final : public iObject, public iFractionOwner {
   void ReleaseLinks() override;
   // Brings the field up to date. Called once, on the thread that drives the scene; divides its own work.
   void Process(ProcessData& data) override;
+  // The field was built from the container, the faces and the level sets as they are now.
+  bool IsCurrent() const { return builtFrom_.valid && builtFrom_ == PresentSources(); }
 
   // --- for kernels
   SolidView View() const { return solidDistance.grid ? SolidView(*solidDistance.grid, closedFaces) : SolidView(); }
   bool HasSolidGrid() const { return solidDistance.grid != nullptr; }
-  // The samples of a grid of this type, on the solver's lattice, that lie inside a solid. Made at the first call after
-  // the field changed, on the thread that drives the scene, and kept. Empty without a field.
+  // The samples of a velocity component or of a grid of cell centres, on the solver's lattice, inside a solid. Made at
+  // the first call after the field changed, on the thread that drives the scene, and kept. Empty without a field.
   const CellMask& InsideSolid(std::uint32_t gridType);
   // Changes whenever the field does.
   std::uint64_t revision() const { return revision_; }
@@ -62,15 +65,28 @@ class GridBoundary final : public iObject, public iFractionOwner {
 
   const ScalarGrid* SignedDistance() const override { return solidDistance.grid.get(); }
   bool IsOwnerActive() const override { return IsActive(); }
+  std::uint64_t DistanceRevision() const override { return revision_; }
 
   std::uint8_t closedFaces = kAllFacesClosed;  // ClosedFace bits
   ChannelBase_Scalar solidDistance;
   std::vector<VolumeBase*> obstacles;  // between ResolveLinks and ReleaseLinks
 
  private:
+  // What the field is made of.
+  struct Sources {
+    bool valid = false;
+    Vec3D origin;
+    VecInt3D cells;
+    std::uint8_t closedFaces = 0;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> levelSets;  // their volumes' creation numbers, versions
+    bool operator==(const Sources&) const = default;
+  };
+  Sources PresentSources() const;
+  void MarkStale();
   Vec3D Local(const Vec3D& world) const { return HasSolidGrid() ? world - View().origin() : world; }
 
-  std::uint64_t revision_ = 0;
+  Sources builtFrom_;
+  std::uint64_t revision_ = 1;
   std::array<CellMask, 4> inside_;  // U, V, W, centres
 };
 

@@ -23,6 +23,8 @@ class iFractionOwner {
   // On the nodes of the lattice; null when there is none.
   virtual const ScalarGrid* SignedDistance() const = 0;
   virtual bool IsOwnerActive() const = 0;
+  // Changes whenever the distances do; above 0.
+  virtual std::uint64_t DistanceRevision() const = 0;
 };
 
 class Grid_VolumeFractions final : public iObject {
@@ -34,11 +36,13 @@ class Grid_VolumeFractions final : public iObject {
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
   bool ReadParameters() override;
-  void ReleaseLinks() override { iObject::ReleaseLinks(); }
   // Makes the requested grids on the owner's lattice. New grids are filled with 0. Active when that worked.
   void Prepare(iBase* caller = nullptr) override;
-  // Computes all requested kinds, once, on the thread that drives the scene; divides its own work.
+  // Computes all requested kinds, unless they are current. Called once, on the thread that drives the scene; divides
+  // its own work.
   void Process(ProcessData& data) override;
+  // The grids were computed from the owner's present distances.
+  bool IsCurrent() const { return owner && computedFor_ == owner->DistanceRevision(); }
 
   // Null when there are no grids.
   const FloatGrid* GetFloatGrid(int axis, int kind) const { return grids_[kind][axis].get(); }
@@ -46,7 +50,6 @@ class Grid_VolumeFractions final : public iObject {
     const FloatGrid* grid = GetFloatGrid(axis, kind);
     return grid ? GridView<const float>(*grid) : GridView<const float>();
   }
-  bool HasGrids() const { return !grids_[0][0] ? grids_[1][0] != nullptr : true; }
   // Closes the wall layers of the face grid of an axis (kind 1) for the faces in the mask.
   void ZeroWallFaces(int axis, std::uint8_t mask);
 
@@ -63,8 +66,11 @@ class Grid_VolumeFractions final : public iObject {
   bool complement = false;
 
  private:
+  bool PrepareGrid(int axis, int kind, const GridSpace& space);
+  void MarkChanged(std::uint64_t computedFor);
+
   std::array<std::array<std::unique_ptr<FloatGrid>, 3>, kKinds> grids_;
-  std::uint64_t revision_ = 0;
+  std::uint64_t revision_ = 0, computedFor_ = 0;
   std::array<CellMask, 3> closed_;
 };
 

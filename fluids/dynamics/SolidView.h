@@ -78,6 +78,9 @@ class SolidView {
 
  private:
   Vec3D IndexOf(const Vec3D& p) const { return p / static_cast<double>(cellSize_); }
+  // Local coordinates of the last node, and of the one before: products in single precision.
+  float HighEnd(int axis) const { return static_cast<float>(grid_.dims[axis] - 1) * cellSize_; }
+  float LastInner(int axis) const { return static_cast<float>(grid_.dims[axis] - 2) * cellSize_; }
 
   GridView<const double> grid_;
   Vec3D origin_;

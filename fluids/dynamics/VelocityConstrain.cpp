@@ -1,0 +1,121 @@
+#include "fluids/dynamics/VelocityConstrain.h"
+
+#include "fluids/dynamics/FaceVelocity.h"
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/volume/VolumeBase.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kSlip = 1035, kUseObstacleNormals = 1036, kMoveWithObstacles = 1047;
+
+// Calls f(i, j, k, index) for the closed faces of a component, without the border and the last face of its own axis.
+template <class F>
+void ForEachClosedFace(const CellMask& closed, int axis, WorkerPool& pool, F&& f) {
+  VecInt3D end = closed.dims() - VecInt3D(1, 1, 1);
+  --end[axis];
+  if (closed.IsEmpty()) return;
+  const VecInt3D dims = closed.dims();
+  ParallelRange(pool, 1, end.z, [&](int k0, int k1, int) {
+    for (int k = k0; k < k1; ++k) {
+      for (int j = 1; j < end.y; ++j) {
+        const std::int64_t row = (std::int64_t(k) * dims.y + j) * dims.x;
+        CellMask::ForEachSet(closed.Row(j, k), 1, end.x, [&](int i) { f(i, j, k, row + i); });
+      }
+    }
+  });
+}
+
+// What a blocked face's velocity is made of.
+struct SolidFaces {
+  const VelocityConstrain& node;
+  const GridBoundary& boundary;
+  SolidView solid;
+  MacView velocity;
+  Vec3D origin;
+  double cellSize;
+
+  Vec3D SolidVelocity(const Vec3D& p) const {
+    for (const VolumeBase* obstacle : node.obstacles) {
+      if (obstacle->IsStaticBody() || !obstacle->IsEnabled() || !(obstacle->SampleWorld(p) < cellSize)) continue;
+      return obstacle->VelocityAt(p);
+    }
+    return {};
+  }
+
+  double NewValue(int axis, int i, int j, int k) const {
+    const Vec3D index = Vec3D(i, j, k) + CellSampleOffset(static_cast<std::uint32_t>(axis));
+    const Vec3D position = index * cellSize + origin;
+    const Vec3D moving = node.moveWithObstacles ? SolidVelocity(position) : Vec3D();
+    if (!(node.slip > 0)) return moving[axis];
+    const Vec3D v = InterpolateVelocityAtFace(velocity, i, j, k, axis);
+    Vec3D n;
+    if (!node.useObstacleNormals || !boundary.ObstacleNormal(n, position)) n = Normalized(solid.GradientIndex(index));
+    const double tangential = v[axis] - n[axis] * Dot(v, n);
+    return node.slip == 1.0 ? tangential : (tangential - moving[axis]) * node.slip + moving[axis];
+  }
+};
+
+}  // namespace
+
+void VelocityConstrain::ClearState(bool deactivate) {
+  iObject::ClearState(deactivate);
+  for (auto& grid : scratch_) grid.GiveBack();
+}
+
+bool VelocityConstrain::ReadParameters() {
+  slip = handler.GetDouble(kSlip);
+  useObstacleNormals = handler.GetBool(kUseObstacleNormals);
+  moveWithObstacles = handler.GetBool(kMoveWithObstacles);
+  return handler.HasObject();
+}
+
+bool VelocityConstrain::ResolveLinks() {
+  obstacles = CollectObstacles(*scene);
+  return solver != nullptr;
+}
+
+void VelocityConstrain::ReleaseLinks() {
+  iObject::ReleaseLinks();
+  obstacles.clear();
+}
+
+void VelocityConstrain::Prepare(iBase*) {
+  bool active = solver != nullptr;
+  for (int c = 0; c < 3 && active; ++c)
+    active = solver->velocity.grids[c] != nullptr && solver->fractions.GetFloatGrid(c, 1);
+  SetFlag(NodeActive, active);
+  if (!active) return;
+  for (int c = 0; c < 3; ++c) {
+    const VecInt3D& dims = solver->velocity.grids[c]->dims;
+    if (!scratch_[c] || scratch_[c]->dims != dims) scratch_[c] = scene->scratch().Take<double>(dims);
+  }
+}
+
+void VelocityConstrain::Process(ProcessData&) {
+  if (!IsActive() || !scratch_[0]) return;
+  const auto& grids = solver->velocity.grids;
+  const ScalarGrid& first = *grids[0];
+  const SolidFaces faces{*this,
+                         solver->boundary,
+                         solver->boundary.View(),
+                         {*grids[0], *grids[1], *grids[2]},
+                         first.space.simMin,
+                         static_cast<double>(first.space.cellSize)};
+  for (int axis = 0; axis < 3; ++axis) {
+    double* values = scratch_[axis]->data;
+    double* velocity = grids[axis]->data;
+    const CellMask& closed = solver->fractions.ClosedFaces(axis);
+    if (iteration == 0) {
+      ForEachClosedFace(closed, axis, scene->pool(), [&](int i, int j, int k, std::int64_t index) {
+        values[index] = faces.NewValue(axis, i, j, k);
+      });
+    } else {
+      ForEachClosedFace(closed, axis, scene->pool(),
+                        [&](int, int, int, std::int64_t index) { velocity[index] = values[index]; });
+    }
+  }
+}
+
+}  // namespace orlix
