@@ -2,10 +2,11 @@
 // The gas: a container with a staggered velocity grid and all that works on it. It has no density or temperature of its
 // own; those are channels that GridAdvection nodes carry through the velocity held here, as they carry the velocity.
 //
-// A sub-step, by stages: 5 the boundary and its fractions, 9 forces, 10 viscosity, projection, the velocity at solids
-// and its extrapolation, 16 the top speed for the choice of the next sub-step.
+// A sub-step, by stages: 5 the boundary and its fractions, 9 forces, 10 projection, the velocity at solids and its
+// extrapolation, 16 the top speed for the choice of the next sub-step.
 
 #include <memory>
+#include <optional>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VelocityGridChannel.h"
@@ -13,13 +14,14 @@
 #include "fluids/dynamics/GridExtrapolation.h"
 #include "fluids/dynamics/Grid_VolumeFractions.h"
 #include "fluids/dynamics/VelocityConstrain.h"
+#include "fluids/scene/iCachedGrids.h"
 
 namespace orlix {
 
 class Grid_Incompressibility;
 class VelocityGridEmitter;
 
-class FluidSolver : public iSolver {
+class FluidSolver : public iSolver, public iCachedGrids {
  public:
   FluidSolver(BaseList2D* hostObject, OrlixScene& owner);
   ~FluidSolver() override;
@@ -41,6 +43,10 @@ class FluidSolver : public iSolver {
   void Finish() override;
   void VisitState(StateVisitor& visitor) override;
   void VisitOutputs(StateVisitor& visitor) override;
+
+  int CachedGridCount() const override { return 3; }
+  ScalarGrid* CachedGrid(int index) override { return velocity.GetGrid(index); }
+  void TakeCacheHeader(const GridCacheHeader& header) override;
 
   double SquaredSpeed() const override { return maxSquaredSpeed; }
   iBase* DivergenceSource() override { return &divergenceSource; }
@@ -88,11 +94,24 @@ class FluidSolver : public iSolver {
   Vec3D scaledSize;       // m
   Vec3D lowCorner;        // simulation space
   bool keepPrevious = true;
+  struct Extents {
+    Vec3D min, max;
+  };
+  std::optional<Extents> cachedExtents;  // of the frame that is played back
 
   static constexpr double kSpeedAfterReset = 0.001;
 
  private:
+  // Snaps the container to whole cells.
+  void PlaceContainer(double h);
+  void WarnOfUnread();
+  // A viscosity or a viscosity channel is set.
+  bool IsViscous() const;
+  void BuildBoundary();
+  void Extrapolate();
+
   bool workersRun_ = false;
+  bool warnedOfObstacles_ = false;
 };
 
 }  // namespace orlix

@@ -1,0 +1,9 @@
+#include "fluids/dynamics/DynamicsTypes.h"
+
+#include "fluids/dynamics/FluidSolver.h"
+
+namespace orlix {
+
+void RegisterDynamicsTypes(NodeFactory& factory) { factory.Add<FluidSolver>(); }
+
+}  // namespace orlix

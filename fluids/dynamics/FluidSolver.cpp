@@ -1,0 +1,254 @@
+#include "fluids/dynamics/FluidSolver.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "fluids/dynamics/Grid_Incompressibility.h"
+#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/dynamics/VelocityGridEmitter.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kMargin = 1009, kContainer = 1010, kObstacleList = 1017, kViscosity = 1019, kAnchor = 1028;
+constexpr std::int32_t kKeepPrevious = 1002, kViscosityChannel = 1300;
+constexpr std::int32_t kPriority = 30;
+constexpr double kRasterSlack = 1e-6;  // m
+constexpr double kLeastSquaredSpeed = 1e-8;
+constexpr double kLargest = std::numeric_limits<double>::max();
+
+Vec3D FloorToRaster(const Vec3D& v, double h) {
+  return {h * std::floor(v.x / h), h * std::floor(v.y / h), h * std::floor(v.z / h)};
+}
+Vec3D CeilToRaster(const Vec3D& v, double h) {
+  return {h * std::ceil(v.x / h), h * std::ceil(v.y / h), h * std::ceil(v.z / h)};
+}
+// A corner that rounding moved off the raster by less than the slack stays on it.
+Vec3D RaiseToRaster(const Vec3D& low, double h) { return CeilToRaster(low - Vec3D(kRasterSlack), h); }
+Vec3D LowerToRaster(const Vec3D& high, double h) { return FloorToRaster(high + Vec3D(kRasterSlack), h); }
+
+bool AllBelow(const Vec3D& a, const Vec3D& b) { return a.x < b.x && a.y < b.y && a.z < b.z; }
+
+}  // namespace
+
+FluidSolver::FluidSolver(BaseList2D* hostObject, OrlixScene& ownerScene)
+    : iSolver(hostObject, ownerScene),
+      velocity(hostObject, ownerScene),
+      fractions(hostObject, ownerScene),
+      boundary(hostObject, ownerScene),
+      velocityEmitter(std::make_unique<VelocityGridEmitter>(hostObject, ownerScene)),
+      constraint(hostObject, ownerScene),
+      extrapolation(hostObject, ownerScene),
+      divergenceSource(hostObject, ownerScene),
+      projection(std::make_unique<Grid_Incompressibility>(hostObject, ownerScene)) {
+  stageMask = StageBit(kStageEmitters) | StageBit(kStageForces) | StageBit(kStagePressure) | StageBit(kStageFlip);
+  priority = kPriority;
+  divergenceSource.channelType = kGridCustom;
+  divergenceSource.valueMin = -kLargest;
+  divergenceSource.valueMax = kLargest;
+}
+
+FluidSolver::~FluidSolver() = default;
+
+// --- settings and links ----------------------------------------------------------------------------------------------
+
+bool FluidSolver::ReadParameters() {
+  priority = kPriority;
+  if (!iSolver::ReadParameters()) return false;
+  velocity.ReadParameters();
+  boundary.ReadParameters();
+  projection->ReadParameters();
+  projection->removeMeanDivergence = boundary.closedFaces == kAllFacesClosed;
+  extrapolation.ReadParameters();
+  constraint.ReadParameters();
+  velocityEmitter->ReadParameters();
+  fractions.ReadParameters();
+  fractions.method = 1;
+  fractions.kinds |= 1u << 0 | 1u << 1;
+  fractions.complement = true;
+  if (!IsActive()) boundary.MarkDirty(false);
+  const double h = GetSimulationSpace().cellSize;
+  margin = handler.GetInt(kMargin) * h;
+  containerSize = handler.GetVector(kContainer);
+  containerAnchor = handler.GetVector(kAnchor);
+  closedFaces = boundary.closedFaces;
+  keepPrevious = handler.GetBool(kKeepPrevious);
+  PlaceContainer(h);
+  WarnOfUnread();
+  return true;
+}
+
+void FluidSolver::PlaceContainer(double h) {
+  const Vec3D scale = GetSimulationSpace().simPerHost;
+  scaledSize = containerSize * scale;
+  const Vec3D low = handler.GetMatrix().off * scale - scaledSize * containerAnchor;
+  lowCorner = RaiseToRaster(low, h);
+  scaledSize = LowerToRaster(low + scaledSize, h) - lowCorner;
+}
+
+void FluidSolver::WarnOfUnread() {
+  if (const InExcludeData* list = handler.GetInExclude(kObstacleList);
+      list && !list->entries.empty() && !warnedOfObstacles_) {
+    warnedOfObstacles_ = true;
+    scene->Warn(*this, "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
+  }
+  if (IsViscous()) scene->Warn(*this, "viscosity isn't simulated yet: only the walls are sticky");
+}
+
+bool FluidSolver::IsViscous() const {
+  return handler.GetDouble(kViscosity) > 0 || handler.GetLink(kViscosityChannel) != nullptr;
+}
+
+bool FluidSolver::ResolveLinks() {
+  const bool resolved = iSolver::ResolveLinks();
+  projection->SetSolver(this);
+  projection->ResolveLinks();
+  boundary.ResolveLinks();
+  fractions.owner = &boundary;
+  velocityEmitter->solver = this;
+  velocityEmitter->ResolveLinks();
+  extrapolation.solver = this;
+  constraint.solver = this;
+  constraint.ResolveLinks();
+  return resolved;
+}
+
+void FluidSolver::ReleaseLinks() {
+  boundary.ReleaseLinks();
+  projection->ReleaseLinks();
+  velocityEmitter->ReleaseLinks();
+  fractions.ReleaseLinks();
+  extrapolation.ReleaseLinks();
+  constraint.ReleaseLinks();
+  SetFlag(NodeActive, false);
+  iSolver::ReleaseLinks();
+}
+
+void FluidSolver::CheckDirty() {
+  velocityEmitter->CheckDirty();
+  iSolver::CheckDirty();
+  if (!scene->HasFlag(TimeMoved)) {
+    SetFlag(NodeDirty | NodeHardDirty, false);
+  } else if (!IsDirty()) {
+    MarkDirty(false);
+  }
+}
+
+// --- state -----------------------------------------------------------------------------------------------------------
+
+void FluidSolver::ResetSimulation() {
+  velocity.ResetSimulation();
+  boundary.ResetSimulation();
+  projection->ResetSimulation();
+  velocityEmitter->ResetSimulation();
+  divergenceSource.ResetSimulation();
+  fractions.ResetSimulation();
+  maxSquaredSpeed = kSpeedAfterReset;
+  SetFlag(NodeActive, false);
+}
+
+void FluidSolver::ClearState(bool deactivate) {
+  if (deactivate) iSolver::ClearState(true);
+  StopWorkers();
+  velocity.ClearState(deactivate);
+  boundary.ClearState(deactivate);
+  projection->ClearState(deactivate);
+  divergenceSource.ClearState(deactivate);
+  velocityEmitter->ClearState(deactivate);
+  constraint.ClearState(deactivate);
+  extrapolation.ClearState(deactivate);
+  fractions.ClearState(deactivate);
+  maxSquaredSpeed = kSpeedAfterReset;
+  outOfBounds = false;
+  ReleaseLinks();
+  SetFlag(NodeActive, false);
+}
+
+void FluidSolver::VisitState(StateVisitor& visitor) {
+  VisitPart(visitor, "velocity", velocity);
+  VisitPart(visitor, "divergenceSource", divergenceSource);
+  visitor.Visit("maxSquaredSpeed", maxSquaredSpeed);
+  visitor.Keep("outOfBounds", outOfBounds);
+}
+
+void FluidSolver::VisitOutputs(StateVisitor& visitor) {
+  if (scene->stage != kStageForces && scene->stage != kStagePressure) return;
+  static constexpr const char* kNames[] = {"velocity x", "velocity y", "velocity z"};
+  for (int c = 0; c < 3; ++c) visitor.VisitGrid(kNames[c], velocity.grids[c]);
+}
+
+void FluidSolver::TakeCacheHeader(const GridCacheHeader& header) {
+  cachedExtents.reset();
+  if (header.present) cachedExtents = Extents{header.space.simMin, header.space.simMax};
+}
+
+// --- the container ---------------------------------------------------------------------------------------------------
+
+void FluidSolver::ExtendBounds(Vec3D& min, Vec3D& max) {
+  const double h = GetSimulationSpace().cellSize;
+  const bool touched = min.x <= max.x && min.y <= max.y && min.z <= max.z;
+  // The walls stand one cell inside the grid: the container gets a layer of ghost cells around it.
+  const Vec3D low = RaiseToRaster(lowCorner, h) - Vec3D(h);
+  const Vec3D high = LowerToRaster(lowCorner + scaledSize, h) + Vec3D(h);
+  if (touched) min = FloorToRaster(min, h), max = CeilToRaster(max, h);
+  const bool overlaps = touched && AllBelow(min, high) && AllBelow(low, max);
+  if (overlaps && GetSimulationInfo().substepDuration != 0) {
+    max = Max(Min(high, max + Vec3D(margin)), low + Vec3D(h));
+    min = Min(Max(low, min - Vec3D(margin)), max - Vec3D(h));
+    SetFlag(NodeActive, true);
+  } else if (HasFlag(NodeFromCache) && cachedExtents) {
+    SetFlag(NodeActive, true);
+  } else {
+    SetFlag(NodeActive, false);
+    outOfBounds = true;
+  }
+  if (HasFlag(NodeFromCache) && cachedExtents) min = cachedExtents->min, max = cachedExtents->max;
+}
+
+bool FluidSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
+  if (!IsActive()) return true;  // no box to work in
+  const bool fromCache = HasFlag(NodeFromCache);
+  const bool hadVelocity = velocity.IsActive() && velocity.grids[0] != nullptr;
+  const GridSpace before = hadVelocity ? velocity.grids[0]->space : GetSimulationSpace();
+  bool applied = velocity.ApplyBounds(min, max);
+  if (fromCache) projection->ClearState(true);
+  if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && boundary.IsActive()) return true;
+  boundary.SetFlag(NodeFromCache, fromCache);
+  applied = applied && boundary.ApplyBounds(min, max);
+  if (fromCache) {
+    divergenceSource.ClearState(true);
+  } else if (applied) {
+    const bool hadGrid = divergenceSource.grid != nullptr;
+    applied = divergenceSource.ApplyBounds(min, max);
+    if (!hadGrid) divergenceSource.ResetSimulation();
+  }
+  if (applied) return true;
+  ClearState(true);
+  return false;
+}
+
+bool FluidSolver::IsInterior(const Vec3D& position) const {
+  if (!velocity.grids[0]) return false;
+  const GridSpace& space = velocity.grids[0]->space;
+  return AllBelow(space.simMin + space.simPerVoxel, position) && AllBelow(position, space.simMax - space.simPerVoxel);
+}
+
+void FluidSolver::AfterStep() {
+  if (!velocity.grids[0] || velocity.grids[0]->count < 1) return;
+  WorkerPool& pool = scene->pool();
+  double sum = 0;
+  for (auto& grid : velocity.grids) {
+    if (!velocity.IsActive()) grid->FindActiveBox(0, 0, false, &pool);
+    const double most = LargestMagnitude(*grid, pool);
+    sum += most * most;
+  }
+  for (int c = 1; c < 3; ++c) {
+    velocity.grids[c]->activeMin = velocity.grids[0]->activeMin;
+    velocity.grids[c]->activeMax = velocity.grids[0]->activeMax;
+  }
+  maxSquaredSpeed = std::max(sum, kLeastSquaredSpeed);
+}
+
+}  // namespace orlix

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "fluids/grids/Grid.h"
+
+namespace orlix {
+
+class WorkerPool;
+
+// The largest magnitude of all values; 0 of an empty grid.
+double LargestMagnitude(const GridView<const double>& values, WorkerPool& pool);
+
+}  // namespace orlix
