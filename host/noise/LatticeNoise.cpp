@@ -118,7 +118,8 @@ void CellularNoise(const NoiseLattice& lattice, const NoisePoints& points, doubl
       double feature[3];
       for (std::uint32_t axis = 0; axis < 3; ++axis) {
         const std::uint32_t salt = h + axis * 0x632be5abu;
-        feature[axis] = Mix(Avalanche(salt + layers.first) * kUnit, Avalanche(salt + layers.second) * kUnit, ft);
+        feature[axis] = Avalanche(salt + layers.first) * kUnit;
+        if (ft > 0) feature[axis] = Mix(feature[axis], Avalanche(salt + layers.second) * kUnit, ft);
       }
       const double ex = dx + feature[0] - x, ey = dy + feature[1] - y, ez = dz + feature[2] - z;
       const double squared = ex * ex + ey * ey + ez * ez;
