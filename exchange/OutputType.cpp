@@ -1,0 +1,56 @@
+#include "exchange/OutputType.h"
+
+#include <algorithm>
+
+namespace orlix {
+
+namespace {
+
+constexpr Choice kNames[] = {{0, "blender", "The velocity is \"velocity\""}, {1, "houdini", "The velocity is \"vel\""}};
+constexpr Choice kMeshes[] = {{0, "none", "No meshes"},
+                              {1, "obj", "Text, for every program"},
+                              {2, "ply", "Binary, with velocities where there are any"}};
+
+constexpr Parameter kParameters[] = {
+    StringParameter(1, "folder", "", "Folder, relative to that of the results"),
+    StringParameter(2, "name", "frame", "Name of the files, before the frame number"),
+    IntParameter(3, "every", 1, "frames", "Write each so many frames").Min(1),
+    BoolParameter(4, "vdb", false, "OpenVDB: every channel, the velocity and every level set"),
+    ChoiceParameter(5, "vdb_names", 0, kNames, "How grids are called in OpenVDB files").ShownWhen(4, Relation::Is, 1),
+    ChoiceParameter(6, "meshes", 0, kMeshes, "The polygons of every volume"),
+    BoolParameter(7, "pictures", false, "A picture of each frame, by the render settings"),
+    BoolParameter(8, "preview", false, "A quick look at each frame: slices with a colour bar, in PNG"),
+};
+
+}  // namespace
+
+const TypeInfo& OutputType() {
+  static const TypeInfo kType = [] {
+    TypeInfo type;
+    type.id = 930001;
+    type.resource = "output";
+    type.className = "Output";
+    type.label = "Output";
+    type.text = "What a run leaves for other programs. Caches are objects of the scene and write themselves.";
+    type.role = TypeRole::Output;
+    type.parameters = kParameters;
+    return type;
+  }();
+  return kType;
+}
+
+OutputSettings OutputSettings::Read(const BaseObject& object) {
+  OutputSettings s;
+  s.folder = object.GetString(1);
+  s.name = object.GetString(2);
+  s.every = std::max<int>(1, static_cast<int>(std::min<std::int64_t>(object.GetInt(3), 1000000)));
+  s.vdb = object.GetBool(4);
+  s.vdbNames = object.GetInt(5) == 1 ? VdbNames::Houdini : VdbNames::Blender;
+  const std::int64_t meshes = object.GetInt(6);
+  s.meshes = meshes == 1 ? MeshFormat::Obj : meshes == 2 ? MeshFormat::Ply : MeshFormat::None;
+  s.pictures = object.GetBool(7);
+  s.preview = object.GetBool(8);
+  return s;
+}
+
+}  // namespace orlix

@@ -1,0 +1,29 @@
+#pragma once
+// What a scene's "output" asks for: files for other programs, written frame by frame while the simulation goes on.
+
+#include <string>
+
+#include "exchange/SceneFields.h"
+#include "host/description/TypeRegistry.h"
+#include "host/objects/BaseDocument.h"
+
+namespace orlix {
+
+enum class MeshFormat { None = 0, Obj = 1, Ply = 2 };
+
+struct OutputSettings {
+  std::string folder;  // relative to the folder of results
+  std::string name = "frame";
+  int every = 1;  // frames
+  bool vdb = false;
+  VdbNames vdbNames = VdbNames::Blender;
+  MeshFormat meshes = MeshFormat::None;
+  bool pictures = false;
+  bool preview = false;
+
+  static OutputSettings Read(const BaseObject& object);
+};
+
+const TypeInfo& OutputType();
+
+}  // namespace orlix

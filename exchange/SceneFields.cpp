@@ -1,0 +1,91 @@
+#include "exchange/SceneFields.h"
+
+#include <cctype>
+#include <set>
+
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/volume/VolumeBase.h"
+
+namespace orlix {
+
+namespace {
+
+// What other programs can use as a name: letters, digits and underscores.
+std::string PlainName(const std::string& name) {
+  std::string plain;
+  for (const char c : name) plain += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+  return plain.empty() ? "grid" : plain;
+}
+
+class NameSet {
+ public:
+  std::string Take(const std::string& wanted) {
+    std::string name = wanted;
+    for (int n = 2; !taken_.insert(name).second; ++n) name = wanted + "_" + std::to_string(n);
+    return name;
+  }
+
+ private:
+  std::set<std::string> taken_;
+};
+
+std::string NameOfScalar(const ChannelBase_Scalar& channel) {
+  switch (channel.channelType) {
+    case kGridTemperature:
+      return "temperature";
+    case kGridFuel:
+      return "fuel";
+    case kGridFire:
+      return "flame";
+    default: {
+      const std::string name = PlainName(channel.handler.hostObject()->name);
+      std::string lower = name;
+      for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      return lower == "smoke" || lower == "density" ? "density" : name;
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset) {
+  std::vector<VdbField> fields;
+  NameSet names;
+  scene.ForEachNode(NODE_CHANNEL, NODE_CHANNEL, [&](iBase& node) {
+    if (!node.IsEnabled()) return;
+    if (auto* scalar = dynamic_cast<ChannelBase_Scalar*>(&node); scalar && scalar->grid) {
+      fields.push_back({names.Take(NameOfScalar(*scalar)), VdbClass::Fog, {scalar->grid.get()}, scalar->valueMin});
+    }
+    if (auto* vector = dynamic_cast<ChannelBase_Vector*>(&node); vector && vector->grids[2]) {
+      static constexpr const char* kSuffix[] = {"_x", "_y", "_z"};
+      for (int c = 0; c < 3; ++c) {
+        fields.push_back({names.Take(PlainName(node.handler.hostObject()->name) + kSuffix[c]),
+                          VdbClass::Fog,
+                          {vector->grids[c].get()},
+                          vector->valueMin[c]});
+      }
+    }
+  });
+  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+    auto* solver = dynamic_cast<FluidSolver*>(&node);
+    if (!solver || !node.IsEnabled() || !solver->velocity.grids[2]) return;
+    const auto& grids = solver->velocity.grids;
+    fields.push_back({names.Take(preset == VdbNames::Houdini ? "vel" : "velocity"),
+                      VdbClass::Velocity,
+                      {grids[0].get(), grids[1].get(), grids[2].get()},
+                      0});
+  });
+  scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
+    auto* volume = dynamic_cast<VolumeBase*>(&node);
+    if (!volume || !node.IsEnabled() || !volume->LevelSet()) return;
+    fields.push_back({names.Take("surface_" + PlainName(node.handler.hostObject()->name)),
+                      VdbClass::LevelSet,
+                      {volume->LevelSet()},
+                      0});
+  });
+  return fields;
+}
+
+}  // namespace orlix

@@ -1,0 +1,13 @@
+#pragma once
+// A quick look at a frame without a renderer: density summed along z, and slices of temperature and speed through the
+// middle, side by side with a colour bar that says its range.
+
+#include "fluids/scene/OrlixScene.h"
+#include "host/render/Picture.h"
+
+namespace orlix {
+
+// R, G, B in 0 to 1, as they are to be shown (no transfer curve is needed). Empty when the scene has nothing to show.
+Picture DrawSliceView(OrlixScene& scene);
+
+}  // namespace orlix
