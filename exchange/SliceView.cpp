@@ -9,6 +9,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "host/description/CurveData.h"
+#include "host/render/Srgb.h"
 
 namespace orlix {
 
@@ -106,10 +107,12 @@ std::uint16_t Glyph(char c) {
 class Canvas {
  public:
   Canvas(int width, int height) : picture_(width, height) {
-    for (const char* name : {"R", "G", "B"}) picture_.AddChannel(name, 0.11f);
+    for (const char* name : {"R", "G", "B"}) picture_.AddChannel(name, 0.012f);
   }
-  void Set(int x, int y, const Vec3D& colour) {
+  // The colours are meant as they look; pictures hold linear ones.
+  void Set(int x, int y, const Vec3D& shown) {
     if (x < 0 || y < 0 || x >= picture_.width() || y >= picture_.height()) return;
+    const Vec3D colour = SrgbToLinear(shown);
     const std::size_t at = static_cast<std::size_t>(y) * picture_.width() + x;
     picture_.Find("R")->values[at] = static_cast<float>(colour.x);
     picture_.Find("G")->values[at] = static_cast<float>(colour.y);

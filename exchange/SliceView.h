@@ -7,7 +7,7 @@
 
 namespace orlix {
 
-// R, G, B in 0 to 1, as they are to be shown (no transfer curve is needed). Empty when the scene has nothing to show.
+// R, G, B, linear. Empty when the scene has nothing to show.
 Picture DrawSliceView(OrlixScene& scene);
 
 }  // namespace orlix

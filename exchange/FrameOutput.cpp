@@ -1,0 +1,119 @@
+#include "exchange/FrameOutput.h"
+
+#include <cctype>
+
+#include "exchange/SliceView.h"
+#include "host/files/AtomicStream.h"
+#include "host/files/FrameFiles.h"
+#include "host/geometry/MeshWriter.h"
+#include "host/render/PictureFile.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kFrameDigits = 4;
+
+std::string FileStem(const std::string& name) {
+  std::string stem;
+  for (const char c : name) stem += std::isalnum(static_cast<unsigned char>(c)) || c == '-' ? c : '_';
+  return stem;
+}
+
+// The object's polygons in host space.
+PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) {
+  PolygonObject placed = local;
+  const LMatrix matrix = object.GlobalMatrix();
+  for (Vec3D& point : placed.points) point = matrix * point;
+  return placed;
+}
+
+}  // namespace
+
+FrameOutput::FrameOutput(const BaseDocument& document, std::filesystem::path results)
+    : document_(document), results_(std::move(results)) {
+  for (const BaseObject* object : document.ObjectsOfType(OutputType().id)) {
+    outputs_.push_back(OutputSettings::Read(*object));
+  }
+}
+
+std::filesystem::path FrameOutput::PathOf(const OutputSettings& output, const std::string& suffix, int frame,
+                                          const char* extension) const {
+  return results_ / output.folder / (output.name + suffix + "." + PadNumber(frame, kFrameDigits) + extension);
+}
+
+bool FrameOutput::WantsPictures(int frame) const {
+  for (const OutputSettings& output : outputs_) {
+    if (output.pictures && frame % output.every == 0) return true;
+  }
+  return false;
+}
+
+Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
+  written_.clear();
+  for (const OutputSettings& output : outputs_) {
+    if (frame % output.every != 0) continue;
+    if (Status made = CreateFolders(results_ / output.folder); !made) return made;
+    for (const auto& [key, scene] : hook.scenes()) {
+      // One scene has the plain name; each of several has its own behind it.
+      const std::string suffix = hook.scenes().size() > 1 ? "_" + FileStem(scene->Name()) : "";
+      if (Status status = WriteScene(*scene, output, suffix, frame); !status) return status;
+    }
+    if (Status status = WriteMeshes(output, frame); !status) return status;
+  }
+  return {};
+}
+
+Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame) {
+  if (output.vdb) {
+    const auto path = PathOf(output, suffix, frame, ".vdb");
+    if (Status status = WriteVdb(path, CollectFields(scene, output.vdbNames), frame); !status) return status;
+    written_.push_back(path);
+  }
+  if (output.preview) {
+    const Picture picture = DrawSliceView(scene);
+    if (picture.pixelCount() == 0) return {};
+    const auto path = PathOf(output, "_preview" + suffix, frame, ".png");
+    if (Status status = WritePicture(path, picture); !status) return status;
+    written_.push_back(path);
+  }
+  return {};
+}
+
+std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points) {
+  const double now = document_.time().Seconds();
+  PointsBefore& before = pointsBefore_[object.creationNumber()];
+  std::vector<Vec3D> velocities;
+  if (before.points.size() == points.size() && now > before.seconds) {
+    velocities.resize(points.size());
+    for (std::size_t n = 0; n < points.size(); ++n) {
+      velocities[n] = (points[n] - before.points[n]) / (now - before.seconds);
+    }
+  }
+  before = {points, now};
+  return velocities;
+}
+
+Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
+  if (output.meshes == MeshFormat::None) return {};
+  Status status;
+  document_.ForEachObject([&](BaseObject& object) {
+    const PolygonObject* polygons = object.Polygons();
+    if (!status || !polygons || polygons->points.empty()) return;
+    const bool ply = output.meshes == MeshFormat::Ply;
+    const auto path = PathOf(output, "_" + FileStem(object.Path()), frame, ply ? ".ply" : ".obj");
+    AtomicStream stream;
+    status = stream.Open(path);
+    if (!status) return;
+    const PolygonObject placed = InHostSpace(object, *polygons);
+    if (ply)
+      WritePly(placed, VelocitiesOf(object, placed.points), stream);
+    else
+      WriteObj(placed, stream);
+    status = stream.Commit();
+    if (status) written_.push_back(path);
+  });
+  return status;
+}
+
+}  // namespace orlix
