@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "fluids/dynamics/ContainerBoundary.h"
+#include "fluids/dynamics/ExtrapolationLayers.h"
+#include "fluids/dynamics/FaceVelocity.h"
+#include "fluids/dynamics/SolidView.h"
+#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/grids/ScratchPool.h"
+#include "host/threads/WorkerPool.h"
+#include "tests/fluids/dynamics/DynamicsFields.h"
+
+namespace orlix {
+namespace {
+
+using test::FillBy;
+using test::FillRandom;
+using test::ForAll;
+using test::MakeGrid;
+
+const VecInt3D kCells(7, 6, 5);
+
+struct Mac {
+  explicit Mac(unsigned seed) {
+    for (unsigned c = 0; c < 3; ++c) {
+      grids[c] = MakeGrid(kCells, 1.0f, c);
+      FillRandom(*grids[c], seed + c, -1, 1);
+    }
+  }
+  std::array<GridView<double>, 3> Views() const { return {*grids[0], *grids[1], *grids[2]}; }
+  std::array<std::unique_ptr<ScalarGrid>, 3> grids;
+};
+
+// Face by face, layer by layer, as the rule reads.
+void ContainerVelocityLiterally(const Mac& mac, int mask, double slip) {
+  constexpr int kLowBit[] = {1, 8, 16}, kHighBit[] = {2, 4, 32};
+  for (int c = 0; c < 3; ++c) {
+    ScalarGrid& g = *mac.grids[static_cast<std::size_t>(c)];
+    const VecInt3D n = g.dims;
+    for (int side = 0; side < 2; ++side) {
+      for (int axis = 0; axis < 3; ++axis) {
+        const bool closed = (mask & (side == 0 ? kLowBit[axis] : kHighBit[axis])) != 0;
+        const int ghost = side == 0 ? 0 : n[axis] - 1, next = side == 0 ? 1 : n[axis] - 2;
+        ForAll(n, [&](int i, int j, int k) {
+          VecInt3D at(i, j, k);
+          if (at[axis] != ghost) return;
+          if (c == 0 && axis == 1 && (i < 2 || i > n.x - 3)) return;
+          at[axis] = next;
+          double& beside = g(at.x, at.y, at.z);
+          if (axis == c) {
+            if (closed) beside = 0;
+            g(i, j, k) = beside;
+          } else if (closed) {
+            g(i, j, k) = slip * beside;
+          }
+        });
+      }
+    }
+  }
+}
+
+TEST(ContainerVelocityThreads, EqualsTheRuleForEveryMaskAndWorkerCount) {
+  int checked = 0;
+  for (int mask = 0; mask < 64; ++mask) {
+    for (const float slip : {0.0f, 0.5f, 1.0f}) {
+      const Mac expected(3), got(3);
+      ContainerVelocityLiterally(expected, mask, slip);
+      WorkerPool pool(1 + mask % 4);
+      ApplyContainerVelocity(got.Views(), static_cast<std::uint8_t>(mask), slip, pool);
+      for (std::size_t c = 0; c < 3; ++c) {
+        const std::size_t bytes = sizeof(double) * static_cast<std::size_t>(got.grids[c]->count);
+        ASSERT_EQ(std::memcmp(expected.grids[c]->data, got.grids[c]->data, bytes), 0) << mask << " component " << c;
+        ++checked;
+      }
+    }
+  }
+  EXPECT_EQ(checked, 64 * 9);
+}
+
+TEST(FaceVelocity, LinearFieldIsExactAtFacesAndCentres) {
+  const Vec3D gradient[3] = {{1, 2, 3}, {-2, 1, 0.5}, {0.25, -1, 4}};
+  std::array<std::unique_ptr<ScalarGrid>, 3> grids;
+  for (std::uint32_t c = 0; c < 3; ++c) {
+    grids[c] = MakeGrid(kCells, 1.0f, c);
+    FillBy(*grids[c], [&](const Vec3D& p) { return Dot(gradient[c], p); });
+  }
+  const MacView mac{*grids[0], *grids[1], *grids[2]};
+  for (int selector = -1; selector < 7; ++selector) {
+    Vec3D p(3.5, 2.5, 2.5);
+    if (selector >= 0 && selector < 6) p[selector % 3] += selector < 3 ? -0.5 : 0.5;
+    const Vec3D v = InterpolateVelocityAtFace(mac, 3, 2, 2, selector);
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(v[c], Dot(gradient[c], p), 1e-12) << selector;
+  }
+}
+
+TEST(Speed, LargestMagnitudeOfEitherSign) {
+  WorkerPool pool(3);
+  auto grid = MakeGrid({13, 5, 4}, 1.0f, kGridVelocityU);
+  FillRandom(*grid, 5, -1, 1);
+  EXPECT_LT(LargestMagnitude(*grid, pool), 1);
+  (*grid)(13, 4, 3) = -2.5;
+  EXPECT_EQ(LargestMagnitude(*grid, pool), 2.5);
+}
+
+// --- extrapolation ---------------------------------------------------------------------------------------------------
+
+CellMask MaskOf(const VecInt3D& dims, unsigned seed, double share) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> value(0, 1);
+  CellMask mask;
+  mask.Resize(dims);
+  ForAll(dims, [&](int i, int j, int k) {
+    if (value(random) < share) mask.Row(j, k)[i >> 6] |= std::uint64_t(1) << (i & 63);
+  });
+  return mask;
+}
+
+// With two masks of bytes, swept over the whole interior.
+void ExtrapolateLiterally(ScalarGrid& g, const CellMask& unknown, int layers) {
+  const VecInt3D n = g.dims;
+  Grid<std::uint8_t> known(n, kGridScratch), before(n, kGridScratch);
+  const auto inside = [&](int i, int j, int k) {
+    return i > 0 && j > 0 && k > 0 && i < n.x - 1 && j < n.y - 1 && k < n.z - 1;
+  };
+  ForAll(n, [&](int i, int j, int k) { known(i, j, k) = inside(i, j, k) && !unknown(i, j, k); });
+  const VecInt3D steps[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {-1, 0, 0}, {0, -1, 0}, {0, 0, -1}};
+  for (int layer = 0; layer < layers; ++layer) {
+    std::memcpy(before.data, known.data, static_cast<std::size_t>(known.count));
+    ForAll(n, [&](int i, int j, int k) {
+      if (!inside(i, j, k) || before(i, j, k) != 0) return;
+      double sum = 0;
+      int count = 0;
+      for (const VecInt3D& s : steps) {
+        if (before(i + s.x, j + s.y, k + s.z) == 0) continue;
+        sum += g(i + s.x, j + s.y, k + s.z), ++count;
+      }
+      if (count == 0) return;
+      g(i, j, k) = sum == 0 ? 0 : sum / count;
+      known(i, j, k) = 1;
+    });
+  }
+}
+
+TEST(ExtrapolationThreads, EqualsTheSweepForAnyMaskAndWorkerCount) {
+  const VecInt3D cells(20, 11, 9);
+  int filled = 0;
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    auto expected = MakeGrid(cells, 1.0f, kGridVelocityV), got = MakeGrid(cells, 1.0f, kGridVelocityV);
+    FillRandom(*expected, seed, -1, 1);
+    FillRandom(*got, seed, -1, 1);
+    const CellMask unknown = MaskOf(got->dims, seed, seed % 2 == 0 ? 0.5 : 0.97);
+    const int layers = 1 + static_cast<int>(seed) % 4;
+    ExtrapolateLiterally(*expected, unknown, layers);
+    WorkerPool pool(static_cast<int>(seed));
+    ScratchPool scratch;
+    ExtrapolationLayers plan;
+    plan.Build(unknown, layers, {}, 0, scratch, pool);
+    for (int layer = 1; layer <= layers; ++layer) plan.Fill(layer, *got, pool);
+    EXPECT_EQ(std::memcmp(expected->data, got->data, sizeof(double) * static_cast<std::size_t>(got->count)), 0);
+    filled += static_cast<int>(plan.sampleCount());
+  }
+  EXPECT_GT(filled, 2000);
+}
+
+TEST(Extrapolation, GrowsOneLayerARoundAndNoFurther) {
+  const VecInt3D cells(12, 5, 5);
+  auto grid = MakeGrid(cells, 1.0f, kGridCustom);
+  grid->Fill(7);
+  CellMask unknown;
+  unknown.Resize(cells);
+  ForAll(cells, [&](int i, int j, int k) {
+    if (i >= 4) unknown.Row(j, k)[0] |= std::uint64_t(1) << i, (*grid)(i, j, k) = -100;
+  });
+  WorkerPool pool(2);
+  ScratchPool scratch;
+  ExtrapolationLayers plan;
+  plan.Build(unknown, 3, {}, 0, scratch, pool);
+  ASSERT_EQ(plan.layerCount(), 3);
+  for (int layer = 1; layer <= 3; ++layer) plan.Fill(layer, *grid, pool);
+  for (int i = 4; i < 7; ++i) EXPECT_EQ((*grid)(i, 2, 2), 7);
+  for (int i = 7; i < 12; ++i) EXPECT_EQ((*grid)(i, 2, 2), -100);
+}
+
+TEST(Extrapolation, LeavesWhatLiesDeepInASolid) {
+  const VecInt3D cells(12, 5, 5);
+  auto grid = MakeGrid(cells, 0.5f, kGridCustom), nodes = MakeGrid(cells, 0.5f, kGridNodalLevelset);
+  FillBy(*nodes, [](const Vec3D& p) { return 2.0 - p.x; });
+  grid->Fill(3);
+  CellMask unknown;
+  unknown.Resize(cells);
+  ForAll(cells, [&](int i, int j, int k) {
+    if (i >= 4) unknown.Row(j, k)[0] |= std::uint64_t(1) << i, (*grid)(i, j, k) = 0;
+  });
+  WorkerPool pool(1);
+  ScratchPool scratch;
+  ExtrapolationLayers plan;
+  plan.Build(unknown, 9, *nodes, -2 * 0.5, scratch, pool);
+  for (int layer = 1; layer <= 9; ++layer) plan.Fill(layer, *grid, pool);
+  // The mean of cell i's corners is 2 - 0.5 (i + 0.5): -1.25 at i = 6.
+  EXPECT_EQ((*grid)(5, 2, 2), 3);
+  EXPECT_EQ((*grid)(6, 2, 2), 0);
+}
+
+TEST(Extrapolation, NoLayerOrNothingUnknownChangesNothing) {
+  WorkerPool pool(1);
+  ScratchPool scratch;
+  ExtrapolationLayers plan;
+  const CellMask unknown = MaskOf({6, 6, 6}, 4, 0.5), none = MaskOf({6, 6, 6}, 4, 0);
+  plan.Build(unknown, 0, {}, 0, scratch, pool);
+  EXPECT_EQ(plan.layerCount(), 0);
+  plan.Build(none, 3, {}, 0, scratch, pool);
+  EXPECT_EQ(plan.layerCount(), 0);
+  plan.Build(MaskOf({2, 6, 6}, 4, 0.5), 3, {}, 0, scratch, pool);
+  EXPECT_EQ(plan.layerCount(), 0);
+}
+
+}  // namespace
+}  // namespace orlix
