@@ -2,6 +2,7 @@
 
 #include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
+#include "fluids/constraints/ConstraintTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/volume/VolumeTypes.h"
@@ -68,6 +69,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterSceneTypes(factory);
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
+  RegisterConstraintTypes(factory);
   RegisterCacheTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }

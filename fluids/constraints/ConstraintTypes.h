@@ -1,0 +1,9 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+
+void RegisterConstraintTypes(NodeFactory& factory);
+
+}  // namespace orlix

@@ -1,0 +1,446 @@
+// What each constraint makes of an amount: its ends, its middle, inverted, and without what it needs.
+
+#include <gtest/gtest.h>
+
+#include "fluids/constraints/ChannelAverageConstraint.h"
+#include "fluids/constraints/NoiseConstraint.h"
+#include "fluids/constraints/RowWeights.h"
+#include "fluids/volume/VolumeMesh.h"
+#include "tests/support/NodeBench.h"
+
+namespace orlix {
+namespace {
+
+using test::FillCells;
+using test::NodeBench;
+
+struct Outcome {
+  double amount = 1;
+  bool goesOn = false;
+};
+
+Outcome Ask(NodeBench& bench, const BaseObject& object, const Vec3D& position, double amount = 1) {
+  auto& constraint = bench.Get<Constraint>(object);
+  constraint.Prepare(nullptr);
+  Outcome outcome{amount};
+  outcome.goesOn = constraint.Evaluate(position, outcome.amount, nullptr, 0);
+  constraint.Finish();
+  return outcome;
+}
+
+// Every constraint with something to act on: a channel, a volume, an object.
+class EveryConstraint : public testing::TestWithParam<const char*> {
+ protected:
+  EveryConstraint() {
+    object_ = &bench_.Add(GetParam(), "constraint");
+    channel_ = &bench_.Add("channel_scalar", "smoke");
+    volume_ = &bench_.Add("volume", "volume");
+    BaseObject& sphere = bench_.Add("sphere", "ball");
+    sphere.Set(kPositionId, Vec3D(100, 100, 100));
+    volume_->Set(1003, NodeBench::LinkTo(sphere));
+    place_ = &sphere;
+  }
+  void Connect() {
+    const std::string type = GetParam();
+    if (type == "constraint_gridaverage" || type == "constraint_gridvalue")
+      object_->Set(1000, NodeBench::LinkTo(*channel_));
+    if (type == "constraint_volume") object_->Set(1000, NodeBench::LinkTo(*volume_));
+    if (type == "constraint_voxeldistance") object_->Set(1000, NodeBench::LinkTo(*place_));
+    if (type == "constraint_noise") object_->Set(1001, 40.0);
+    if (type == "constraint_gridaverage") object_->Set(1001, 0.0);
+    Ready();
+  }
+  void Ready() {
+    bench_.Link();
+    bench_.Fit({9, 8, 7});
+    FillCells(bench_.GridOf(*channel_), [](int i, int j, int k) { return 0.02 * (i + j + k); });
+    auto& mesh = bench_.Get<VolumeMesh>(*volume_);
+    mesh.Prepare();
+    ProcessData data;
+    mesh.Process(data);
+  }
+  NodeBench bench_;
+  BaseObject *object_, *channel_, *volume_, *place_;
+};
+
+TEST_P(EveryConstraint, ARowAsksTheSameAsItsPlaces) {
+  Connect();
+  auto& constraint = bench_.Get<Constraint>(*object_);
+  constraint.Prepare(nullptr);
+  const GridSpace& space = bench_.GridOf(*channel_).space;
+  double amounts[9];
+  std::uint8_t open[9];
+  int checked = 0, changed = 0;
+  for (int k = 0; k < 7; ++k) {
+    for (int i = 0; i < 9; ++i) amounts[i] = i == 4 ? 0 : 0.5, open[i] = i != 4;
+    const ConstraintRow row{1, 8, 3, k, 0, &space, amounts, open};
+    constraint.EvaluateRow(row, nullptr);
+    for (int i = 1; i < 8; ++i) {
+      if (i == 4) continue;
+      double amount = 0.5;
+      const bool goesOn = constraint.Evaluate(row.Position(i), amount, nullptr, 0);
+      EXPECT_NEAR(amounts[i], amount, 1e-12) << i << " " << k;
+      EXPECT_EQ(open[i] != 0, goesOn) << i << " " << k;
+      ++checked;
+      changed += amount != 0.5;
+    }
+    EXPECT_EQ(amounts[4], 0);
+    EXPECT_EQ(amounts[0], 0.5);
+    EXPECT_EQ(amounts[8], 0.5);
+  }
+  EXPECT_EQ(checked, 42);
+  EXPECT_GT(changed, 0);
+}
+
+TEST_P(EveryConstraint, IntensityEntersOnce) {
+  Connect();
+  const Vec3D place{1.1, 1.0, 0.9};
+  const Outcome full = Ask(bench_, *object_, place);
+  object_->Set(1103, 0.25);
+  bench_.Link();
+  const Outcome quarter = Ask(bench_, *object_, place);
+  EXPECT_DOUBLE_EQ(quarter.amount, 0.25 * full.amount);
+  EXPECT_GT(full.amount, 0);
+  object_->Set(1103, 0.0);
+  bench_.Link();
+  EXPECT_EQ(Ask(bench_, *object_, place).amount, 0);
+}
+
+TEST_P(EveryConstraint, ACloneDoesTheSame) {
+  Connect();
+  object_->Set(1103, 0.7);
+  bench_.Link();
+  const auto clone = bench_.Get<Constraint>(*object_).Clone();
+  clone->Prepare(nullptr);
+  for (const double x : {0.2, 0.9, 1.4}) {
+    Outcome mine = Ask(bench_, *object_, {x, 1, 1}), its;
+    its.goesOn = clone->Evaluate({x, 1, 1}, its.amount, nullptr, 0);
+    EXPECT_EQ(its.amount, mine.amount);
+    EXPECT_EQ(its.goesOn, mine.goesOn);
+  }
+}
+
+TEST_P(EveryConstraint, WithoutItsLinkNothingIsStopped) {
+  const std::string type = GetParam();
+  if (type == "constraint_noise") object_->Set(1001, 0.0);
+  if (type == "constraint_gradient") object_->Set(1000, Value());
+  Ready();
+  const Outcome outcome = Ask(bench_, *object_, {0.5, 0.5, 0.5}, 0.75);
+  EXPECT_TRUE(outcome.goesOn);
+  EXPECT_EQ(outcome.amount, 0.75);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, EveryConstraint,
+                         testing::Values("constraint_gridaverage", "constraint_gradient", "constraint_gridvalue",
+                                         "constraint_noise", "constraint_volume", "constraint_voxeldistance"),
+                         [](const auto& type) { return std::string(type.param).substr(11); });
+
+TEST(ChannelAverage, IsTheMeanOfWhatIsAboveZero) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gridaverage", "c"), &channel = bench.Add("channel_scalar", "s");
+  constraint.Set(1000, NodeBench::LinkTo(channel));
+  constraint.Set(1001, 0.25);
+  channel.Set(1051, 2.0);
+  bench.Link();
+  bench.Fit({4, 4, 4});
+  FillCells(bench.GridOf(channel), [](int i, int, int) { return i == 0 ? 1.0 : i == 1 ? 0.5 : -3.0; });
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.375);  // 0.75 of 2
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.625);
+  // Below the threshold the chain ends and the amount stays.
+  constraint.Set(1001, 0.8);
+  bench.Link();
+  const Outcome below = Ask(bench, constraint, {}, 0.9);
+  EXPECT_FALSE(below.goesOn);
+  EXPECT_EQ(below.amount, 0.9);
+}
+
+TEST(ChannelAverage, KeepsTheLastMeanWhenNothingIsAboveZero) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gridaverage", "c"), &channel = bench.Add("channel_scalar", "s");
+  constraint.Set(1000, NodeBench::LinkTo(channel));
+  constraint.Set(1001, 0.0);
+  channel.Set(1051, 2.0);
+  bench.Link();
+  bench.Fit({4, 4, 4});
+  bench.GridOf(channel).Fill(1.0);
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.5);
+  bench.GridOf(channel).Fill(0.0);
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.25);  // normalised once more
+}
+
+TEST(ChannelAverageThreads, SameBits) {
+  double first = 0;
+  for (const int workers : {1, 2, 3, 8}) {
+    NodeBench bench(workers);
+    BaseObject& channel = bench.Add("channel_scalar", "s");
+    bench.Link();
+    bench.Fit({13, 7, 11});
+    FillCells(bench.GridOf(channel), [](int i, int j, int k) { return std::sin(i * 3.1 + j * 1.7 + k * 0.3); });
+    const auto mean = MeanOfPositive(bench.GridOf(channel), bench.pool);
+    ASSERT_TRUE(mean);
+    if (workers == 1) first = *mean;
+    EXPECT_EQ(*mean, first);
+  }
+  EXPECT_GT(first, 0.5);
+}
+
+TEST(VoxelDistance, FallsFromTheObjectToItsDistance) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_voxeldistance", "c"), &centre = bench.Add("null", "n");
+  centre.Set(kPositionId, Vec3D(100, 0, 0));
+  constraint.Set(1000, NodeBench::LinkTo(centre));
+  constraint.Set(1001, 200.0);
+  bench.Link();
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 1);
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 0.5, 0}).amount, 0.75);
+  EXPECT_FALSE(Ask(bench, constraint, {1, 2, 0}).goesOn);
+  EXPECT_EQ(Ask(bench, constraint, {9, 9, 9}).amount, 0);
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 0);
+  EXPECT_FALSE(Ask(bench, constraint, {1, 0, 0}).goesOn);
+  EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 2, 0}).amount, 1);
+  // No distance at all: nowhere but at the centre would differ.
+  constraint.Set(1001, 0.0);
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 1);
+  EXPECT_EQ(Ask(bench, constraint, {1, 0.1, 0}).amount, 1);
+}
+
+TEST(Gradient, FollowsTheAxisOfItsObject) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gradient", "c"), &frame = bench.Add("null", "n");
+  frame.Set(kPositionId, Vec3D(0, 50, 0));
+  frame.Set(kRotationId, Vec3D(0, 0, 90));
+  constraint.Set(1002, NodeBench::LinkTo(frame));
+  constraint.Set(1001, std::int64_t{0});
+  constraint.Set(1003, 100.0);
+  bench.Link();
+  // The frame's x is the world's y; t is the squared share of the distance.
+  EXPECT_NEAR(Ask(bench, constraint, {7, 1.0, 7}).amount, 0.25, 1e-12);
+  EXPECT_NEAR(Ask(bench, constraint, {7, 0.0, 7}).amount, 0.25, 1e-12);
+  EXPECT_NEAR(Ask(bench, constraint, {7, 30, 7}).amount, 1, 1e-12);
+  EXPECT_FALSE(Ask(bench, constraint, {0, 0.5, 0}).goesOn);
+  constraint.Set(1001, std::int64_t{3});
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  EXPECT_NEAR(Ask(bench, constraint, {0.3, 0.9, 0}).amount, 0.75, 1e-12);
+}
+
+TEST(Gradient, TakesTheLengthOfAnAlignment) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gradient", "c"), &alignment = bench.Add("alignment", "a");
+  alignment.Set(1000, std::int64_t{7});
+  alignment.Set(1002, Vec3D(0, 0, 0.5));
+  constraint.Set(1005, NodeBench::LinkTo(alignment));
+  bench.Link();
+  EXPECT_NEAR(Ask(bench, constraint, {3, 4, 5}).amount, 0.25, 1e-12);
+}
+
+struct ValueCase {
+  std::int64_t test;
+  double value, low, high, expected;
+};
+
+class GridValue : public testing::TestWithParam<ValueCase> {};
+
+TEST_P(GridValue, PassesItsTestAndFollowsTheCurve) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gridvalue", "c"), &channel = bench.Add("channel_scalar", "s");
+  constraint.Set(1000, NodeBench::LinkTo(channel));
+  constraint.Set(1001, GetParam().test);
+  constraint.Set(1002, GetParam().low);
+  constraint.Set(1003, GetParam().high);
+  channel.Set(1051, 4.0);
+  bench.Link();
+  bench.Fit({4, 4, 4});
+  bench.GridOf(channel).Fill(GetParam().value * 4);
+  const Outcome outcome = Ask(bench, constraint, {0.5, 0.5, 0.5});
+  EXPECT_NEAR(outcome.amount, GetParam().expected < 0 ? 0 : GetParam().expected, 1e-7);
+  EXPECT_EQ(outcome.goesOn, GetParam().expected >= 0);
+  // Inversion turns the curve, not the test.
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  const Outcome inverted = Ask(bench, constraint, {0.5, 0.5, 0.5});
+  EXPECT_NEAR(inverted.amount, GetParam().expected < 0 ? 0 : 1 - GetParam().expected, 1e-7);
+  constraint.Set(1004, std::int64_t{0});
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, {0.5, 0.5, 0.5}).amount, GetParam().expected < 0 ? 0 : 1);
+}
+
+// expected is the curve's value; -1 where the test fails.
+INSTANTIATE_TEST_SUITE_P(Tests, GridValue,
+                         testing::Values(ValueCase{0, 0.5, 0.5, 1, 0.5}, ValueCase{0, 0.25, 0.5, 1, -1},
+                                         ValueCase{1, 0.25, 0.5, 1, 0.25}, ValueCase{1, 0.5, 0.5, 1, -1},
+                                         ValueCase{2, 0.125, 0.25, 0.5, 0.5}, ValueCase{2, 0.75, 0.25, 0.5, 0.5},
+                                         ValueCase{2, 0.25, 0.25, 0.5, -1}, ValueCase{3, 0.25, 0.25, 0.5, 0},
+                                         ValueCase{3, 0.375, 0.25, 0.5, 0.5}, ValueCase{3, 0.5, 0.25, 0.5, 1},
+                                         ValueCase{3, 0.75, 0.25, 0.5, -1}, ValueCase{3, 0.25, 0.25, 0.25, 1}));
+
+TEST(GridValueVector, CountsTheLength) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_gridvalue", "c"), &channel = bench.Add("channel_vector", "v");
+  constraint.Set(1000, NodeBench::LinkTo(channel));
+  bench.Link();
+  bench.Fit({4, 4, 4});
+  auto& grids = bench.Get<VectorGridChannel>(channel).grids;
+  grids[0]->Fill(3), grids[1]->Fill(0), grids[2]->Fill(-4);
+  EXPECT_NEAR(Ask(bench, constraint, {0.5, 0.5, 0.5}).amount, 0.5, 1e-7);
+}
+
+TEST(NoiseConstraint, ClipsAndContrastSpanTheWholeRange) {
+  NodeBench bench;
+  BaseObject& constraint = bench.Add("constraint_noise", "c");
+  constraint.Set(1001, 10.0);
+  constraint.Set(1010, 0.4);
+  constraint.Set(1011, 0.6);
+  bench.Link();
+  int none = 0, all = 0, between = 0;
+  for (int i = 0; i < 500; ++i) {
+    const Outcome o = Ask(bench, constraint, {0.031 * i, 0.3, 0.7});
+    EXPECT_GE(o.amount, 0);
+    EXPECT_LE(o.amount, 1);
+    EXPECT_EQ(o.goesOn, o.amount > 0);
+    none += o.amount == 0, all += o.amount == 1, between += o.amount > 0 && o.amount < 1;
+  }
+  EXPECT_GT(none, 20);
+  EXPECT_GT(all, 20);
+  EXPECT_GT(between, 100);
+}
+
+TEST(NoiseConstraint, DarknessStaysDarkWhenInverted) {
+  NodeBench bench;
+  BaseObject& constraint = bench.Add("constraint_noise", "c");
+  constraint.Set(1001, 10.0);
+  constraint.Set(1007, -1.0);
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  // Nothing is left of the noise: the chain ends before the inversion.
+  const Outcome o = Ask(bench, constraint, {0.123, 0.4, 0.6});
+  EXPECT_EQ(o.amount, 0);
+  EXPECT_FALSE(o.goesOn);
+}
+
+TEST(NoiseConstraint, ChangesWithTimeBySpeedAlone) {
+  NodeBench bench;
+  BaseObject& constraint = bench.Add("constraint_noise", "c");
+  constraint.Set(1001, 10.0);
+  bench.Link();
+  const double still = Ask(bench, constraint, {0.123, 0.4, 0.6}).amount;
+  bench.scene().info.time = 3.3;
+  EXPECT_EQ(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
+  constraint.Set(1006, 1.0);
+  bench.Link();
+  EXPECT_NE(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
+  constraint.Set(1006, 0.0);
+  constraint.Set(1008, std::int64_t{7});
+  bench.Link();
+  EXPECT_NE(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
+}
+
+TEST(VolumeConstraint, ActsInsideAndByDepth) {
+  NodeBench bench;
+  BaseObject &constraint = bench.Add("constraint_volume", "c"), &volume = bench.Add("volume", "v"),
+             &ball = bench.Add("sphere", "ball");
+  ball.Set(kPositionId, Vec3D(100, 100, 100));
+  volume.Set(1003, NodeBench::LinkTo(ball));
+  constraint.Set(1000, NodeBench::LinkTo(volume));
+  bench.Link();
+  auto& mesh = bench.Get<VolumeMesh>(volume);
+  mesh.Prepare();
+  ProcessData data;
+  mesh.Process(data);
+  ASSERT_TRUE(mesh.HasLevelSet());
+  const Vec3D centre{1, 1, 1}, outside{3, 1, 1};
+  EXPECT_EQ(Ask(bench, constraint, centre).amount, 1);
+  EXPECT_EQ(Ask(bench, constraint, outside).amount, 0);
+  EXPECT_FALSE(Ask(bench, constraint, outside).goesOn);
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, centre).amount, 0);
+  EXPECT_EQ(Ask(bench, constraint, outside).amount, 1);
+  constraint.Set(1100, std::int64_t{0});
+  constraint.Set(1001, std::int64_t{1});
+  bench.Link();
+  const double deep = Ask(bench, constraint, centre).amount;
+  EXPECT_NEAR(deep, mesh.DepthWorld(centre), 1e-6);
+  const double shallow = Ask(bench, constraint, {1.7, 1, 1}).amount;
+  EXPECT_LT(shallow, deep);
+  // An offset of four cells moves the surface out by a metre.
+  constraint.Set(1001, std::int64_t{0});
+  constraint.Set(1004, 4.0);
+  bench.Link();
+  const double surface = mesh.SampleWorld({2.2, 1, 1});
+  ASSERT_GT(surface, 0);
+  ASSERT_LT(surface, 1);
+  EXPECT_EQ(Ask(bench, constraint, {2.2, 1, 1}).amount, 1);
+}
+
+// A liquid, as far as a constraint sees it: a plane at y = 1 m.
+class Pond : public iSolver {
+ public:
+  Pond(BaseList2D* object, OrlixScene& owner) : iSolver(object, owner) {
+    surface_ = std::make_unique<ScalarGrid>(VecInt3D(8, 8, 8), Vec3D(200), 0.25f, kGridLevelset, Vec3D());
+    FillCells(*surface_, [](int, int j, int) { return (j + 0.5) * 0.25 - 1; });
+  }
+  static const TypeInfo& Type() {
+    static const TypeInfo kType = [] {
+      TypeInfo type;
+      type.id = 990001, type.resource = "zq_pond", type.kinds = kLinkSolver, type.common = CommonNodeParameters();
+      return type;
+    }();
+    return kType;
+  }
+  double SquaredSpeed() const override { return 0; }
+  iBase* DivergenceSource() override { return nullptr; }
+  const ScalarGrid* GetSurfaceGrid() const override { return surface_.get(); }
+
+ private:
+  std::unique_ptr<ScalarGrid> surface_;
+};
+
+TEST(VolumeConstraint, ActsBelowALiquidsSurface) {
+  NodeBench bench;
+  bench.factory.Add<Pond>();
+  BaseObject &constraint = bench.Add("constraint_volume", "c"), &pond = bench.Add("pond", "p");
+  constraint.Set(1000, NodeBench::LinkTo(pond));
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, {1, 0.9, 1}).amount, 1);
+  const Outcome above = Ask(bench, constraint, {1, 1.1, 1});
+  EXPECT_EQ(above.amount, 0);
+  EXPECT_TRUE(above.goesOn);
+  constraint.Set(1100, std::int64_t{1});
+  bench.Link();
+  EXPECT_EQ(Ask(bench, constraint, {1, 0.9, 1}).amount, 0);
+  EXPECT_EQ(Ask(bench, constraint, {1, 1.1, 1}).amount, 1);
+}
+
+TEST(RowWeights, AnEmptyChainLeavesTheStart) {
+  RowWeights weights;
+  weights.Prepare({}, 5, 0.3);
+  const ConstraintRow row{1, 4, 0, 0, 0, nullptr, nullptr, nullptr};
+  const double* amounts = weights.Of(row, nullptr);
+  for (int i = 1; i < 4; ++i) EXPECT_EQ(amounts[i], 0.3);
+}
+
+TEST(RowWeights, OnlyWhatIsNeededIsAsked) {
+  NodeBench bench;
+  BaseObject &object = bench.Add("constraint_voxeldistance", "c"), &centre = bench.Add("null", "n"),
+             &channel = bench.Add("channel_scalar", "s");
+  object.Set(1000, NodeBench::LinkTo(centre));
+  bench.Link();
+  bench.Fit({6, 6, 6});
+  Constraint* chain[] = {&bench.Get<Constraint>(object)};
+  RowWeights weights;
+  weights.Prepare(chain, 6, 2.0);
+  const GridSpace& space = bench.GridOf(channel).space;
+  const ConstraintRow row{1, 5, 0, 0, 3, &space, nullptr, nullptr};
+  const double* amounts = weights.Where(row, nullptr, [](int i) { return i != 2; });
+  EXPECT_EQ(amounts[2], 0);
+  EXPECT_NEAR(amounts[1], 2 * (1 - Length(row.Position(1))), 1e-12);
+}
+
+}  // namespace
+}  // namespace orlix
