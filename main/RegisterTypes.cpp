@@ -3,6 +3,7 @@
 #include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/constraints/ConstraintTypes.h"
+#include "fluids/forces/ForceTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/volume/VolumeTypes.h"
@@ -70,6 +71,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);
+  RegisterForceTypes(factory);
   RegisterCacheTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }

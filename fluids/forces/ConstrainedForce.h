@@ -1,0 +1,43 @@
+#pragma once
+// What all forces share: a duration that weighs the sub-step, and constraints that weigh the places.
+
+#include "fluids/constraints/RowWeights.h"
+#include "fluids/dynamics/Force.h"
+#include "fluids/scene/Duration.h"
+
+namespace orlix {
+
+class ConstrainedForce : public Force {
+ public:
+  using Force::Force;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Finish() override;
+
+ protected:
+  // The duration that weighs this force; null without one.
+  virtual Duration* FindDuration() const = 0;
+  Duration* DurationOf(std::int32_t linkId) const;
+
+  // How a Prepare begins: false, and the force is idle, when there is no velocity or the duration says no.
+  bool BeginPrepare();
+  // How it ends: amounts at a cell start from start.
+  void EndPrepare(double start);
+  // The cells of the velocity.
+  const GridSpace& Lattice() const;
+  // What the constraints leave at the cells of a row, standing at its cell 0.
+  const double* Amounts(const ForceRow& row) { return weights_.Of(row, this); }
+
+  double strengthFactor_ = 1;
+  std::vector<Constraint*> constraints_;
+
+ private:
+  Duration* duration_ = nullptr;
+  RowWeights weights_;
+};
+
+// The type record of a force.
+TypeInfo ForceType(int id, const char* resource, const char* className, const char* label, const char* text,
+                   std::span<const Parameter> rows);
+
+}  // namespace orlix

@@ -1,0 +1,119 @@
+#include "fluids/forces/Force_Buoyancy.h"
+
+#include "globals/Multiversion.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kBlock = 256;  // cells whose strengths stand in the first cache
+
+constexpr Parameter kParameters[] = {
+    LinkParameter(1000, "temperature", kLinkChannel, "Temperature channel; without one the force is idle"),
+    LinkParameter(1001, "fuel", kLinkChannel, "Fuel channel, which weighs as the density does"),
+    LinkParameter(1002, "density", kLinkChannel, "Density channel: smoke"),
+    VectorParameter(1003, "direction", {0, 1, 0}, "", "Where hot gas goes; its length is a factor"),
+    FloatParameter(1004, "temperature_factor", 0.0015, "m/(s^2 K)", "Twice the acceleration for each kelvin"),
+    FloatParameter(1005, "density_factor", -0.008, "m/s^2", "Twice the acceleration for each unit of density and fuel"),
+    LinkParameter(1009, "duration", kLinkDuration, "When the force acts"),
+};
+
+}  // namespace
+
+const TypeInfo& Force_Buoyancy::Type() {
+  static const TypeInfo kType = ForceType(1300015, "zq_force_buoyancy", "C4D_Force_Buoyancy_Object", "DF::Buoyancy",
+                                          "Lifts hot gas and pulls dense gas down.", kParameters);
+  return kType;
+}
+
+bool Force_Buoyancy::ReadParameters() {
+  priority = 0;
+  if (!ConstrainedForce::ReadParameters()) return false;
+  direction_ = handler.GetVector(1003);
+  terms_.temperatureFactor = handler.GetDouble(1004);
+  terms_.densityFactor = handler.GetDouble(1005);
+  return true;
+}
+
+bool Force_Buoyancy::ResolveLinks() {
+  if (!ConstrainedForce::ResolveLinks()) return false;
+  const auto channel = [&](std::int32_t id) {
+    return scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(id), NODE_CHANNEL, RETRIEVE_SCALAR);
+  };
+  temperature_ = channel(1000);
+  fuel_ = channel(1001);
+  density_ = channel(1002);
+  return temperature_ != nullptr;
+}
+
+void Force_Buoyancy::ReleaseLinks() {
+  temperature_ = fuel_ = density_ = nullptr;
+  temperatureRows_.Release(), fuelRows_.Release(), densityRows_.Release();
+  ConstrainedForce::ReleaseLinks();
+}
+
+void Force_Buoyancy::Prepare(iBase*) {
+  const double dt = simulationInfo->substepDuration;
+  if (!BeginPrepare() || !temperature_ || dt == 0) return;
+  const auto bind = [&](LatticeRows& rows, const ChannelBase_Scalar* channel) {
+    rows.Bind(channel ? channel->GetReadGrid(0) : nullptr, Lattice());
+  };
+  bind(temperatureRows_, temperature_);
+  bind(fuelRows_, fuel_);
+  bind(densityRows_, density_);
+  if (!temperatureRows_) return;
+  terms_.temperatureMin = temperature_->GetReadGrid(0)->valueOffset;
+  terms_.direction = direction_ * (dt * 0.5);
+  EndPrepare(strengthFactor_);
+}
+
+void Force_Buoyancy::ProcessRow(const ForceRow& row) {
+  if (!IsActive()) return;
+  AddBuoyancy(terms_, {row.begin,
+                       row.end,
+                       temperatureRows_.Of(row),
+                       densityRows_ ? densityRows_.Of(row) : nullptr,
+                       fuelRows_ ? fuelRows_.Of(row) : nullptr,
+                       Amounts(row),
+                       {row.forceX, row.forceY, row.forceZ}});
+}
+
+ORLIX_MULTIVERSION
+void AddBuoyancy(const BuoyancyTerms& terms, const BuoyancyRow& row) {
+  double strength[kBlock];
+  for (std::int32_t from = row.begin; from < row.end; from += kBlock) {
+    const std::int32_t count = row.end - from < kBlock ? row.end - from : kBlock;
+    const double *temperature = row.temperature + from, *amounts = row.amounts + from;
+    if (row.density) {
+      const double* density = row.density + from;
+      for (std::int32_t i = 0; i < count; ++i) {
+        const double t = temperature[i] - terms.temperatureMin, d = density[i];
+        const double s = t * terms.temperatureFactor + d * terms.densityFactor;
+        strength[i] = t > 0 || d > 0 ? s : 0;
+      }
+    } else {
+      for (std::int32_t i = 0; i < count; ++i) {
+        const double t = temperature[i] - terms.temperatureMin;
+        strength[i] = t > 0 ? t * terms.temperatureFactor : 0;
+      }
+    }
+    if (row.fuel) {
+      const double* fuel = row.fuel + from;
+      const double* density = row.density ? row.density + from : nullptr;
+      for (std::int32_t i = 0; i < count; ++i) {
+        const bool acts = temperature[i] - terms.temperatureMin > 0 || (density && density[i] > 0);
+        strength[i] += acts ? fuel[i] * terms.densityFactor : 0;
+      }
+    }
+    for (std::int32_t i = 0; i < count; ++i) strength[i] *= amounts[i];
+    // An axis without a component isn't touched: most directions have one.
+    for (int axis = 0; axis < 3; ++axis) {
+      const double along = terms.direction[axis];
+      if (along == 0) continue;
+      double* force = row.force[axis] + from;
+      for (std::int32_t i = 0; i < count; ++i) force[i] += strength[i] * along;
+    }
+  }
+}
+
+}  // namespace orlix

@@ -1,0 +1,103 @@
+#include "fluids/forces/Force_Curl.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr Parameter kParameters[] = {
+    FloatParameter(1000, "strength", 1.0, "cells/s^2", "Size of the acceleration").Fallback(80.0),
+    LinkParameter(1001, "duration", kLinkDuration, "When the force acts"),
+    FloatParameter(1003, "step", 1.0, "cells", "Distance of the samples from which the curl is taken").Above(0),
+};
+
+// How far apart the three potentials are taken, in host units.
+constexpr Vec3D kPotentialOffsets{931.43, 223.4, 454.32};
+
+// x = dC/dy - dB/dz, y = dA/dz - dC/dx, z = dB/dx - dA/dy. Both sides of a difference stand together: where the chain
+// is constant they cancel exactly.
+constexpr Force_Curl::Tap kTapList[Force_Curl::kTaps] = {
+    {2, 1, 1, 0, 1}, {2, 1, -1, 0, -1}, {1, 2, 1, 0, -1}, {1, 2, -1, 0, 1},  // x
+    {0, 2, 1, 1, 1}, {0, 2, -1, 1, -1}, {2, 0, 1, 1, -1}, {2, 0, -1, 1, 1},  // y
+    {1, 0, 1, 2, 1}, {1, 0, -1, 2, -1}, {0, 1, 1, 2, -1}, {0, 1, -1, 2, 1},  // z
+};
+
+}  // namespace
+
+const TypeInfo& Force_Curl::Type() {
+  static const TypeInfo kType =
+      ForceType(1300142, "zq_force_curl", "C4D_Force_Curl_Object", "DF::Field Curl",
+                "Swirls from constraints: the direction of the curl of a field that they make.", kParameters);
+  return kType;
+}
+
+bool Force_Curl::ReadParameters() {
+  priority = 0;
+  if (!ConstrainedForce::ReadParameters()) return false;
+  const GridSpace& space = GetSimulationSpace();
+  strength_ = handler.GetDouble(1000) * space.cellSize;
+  step_ = handler.GetDouble(1003) * space.cellSize;
+  offsets_ = space.simPerHost * kPotentialOffsets;
+  return true;
+}
+
+void Force_Curl::Prepare(iBase*) {
+  if (!BeginPrepare() || !(step_ > 0)) return;
+  data_.clones.clear(), data_.chain.clear();
+  for (const Constraint* constraint : constraints_) {
+    if (!constraint->IsEnabled() || constraint->RetrieveMask() != RetrieveBit(RETRIEVE_CONSTRAINT)) continue;
+    data_.clones.push_back(constraint->Clone());
+    data_.chain.push_back(data_.clones.back().get());
+    data_.chain.back()->Prepare(this);
+  }
+  if (data_.chain.empty()) return;
+  for (int t = 0; t < kTaps; ++t) {
+    const Tap& tap = kTapList[t];
+    Vec3D shift(offsets_[tap.potential]);
+    shift[tap.axis] += tap.side * step_;
+    shifted_[t] = Lattice();
+    shifted_[t].simMin += shift;
+  }
+  const std::int32_t cells = Lattice().dims.x;
+  potentials_.Prepare(data_.chain, cells, 1.0);
+  field_.resize(static_cast<std::size_t>(cells) * 3 * WorkerPool::kMaxWorkers);
+  amount_ = simulationInfo->substepDuration * strengthFactor_ * strength_;
+  SetFlag(NodeActive, true);
+}
+
+void Force_Curl::FieldRow(const ForceRow& row, double* x, double* y, double* z) {
+  double* const field[3] = {x, y, z};
+  for (double* component : field) std::fill(component + row.begin, component + row.end, 0.0);
+  const double half = 0.5 / step_;
+  for (int t = 0; t < kTaps; ++t) {
+    const Tap& tap = kTapList[t];
+    ForceRow moved = row;
+    moved.space = &shifted_[t];
+    const double* values = potentials_.Of(moved, this);
+    const double scale = tap.sign * half;
+    double* component = field[tap.component];
+    for (std::int32_t i = row.begin; i < row.end; ++i) component[i] += values[i] * scale;
+  }
+}
+
+void Force_Curl::ProcessRow(const ForceRow& row) {
+  if (!IsActive()) return;
+  const std::size_t cells = static_cast<std::size_t>(Lattice().dims.x);
+  double* x = field_.data() + cells * 3 * static_cast<std::size_t>(row.threadIndex);
+  double *y = x + cells, *z = y + cells;
+  FieldRow(row, x, y, z);
+  for (std::int32_t i = row.begin; i < row.end; ++i) {
+    const Vec3D push = Normalized(Vec3D(x[i], y[i], z[i])) * amount_;
+    row.forceX[i] += push.x;
+    row.forceY[i] += push.y;
+    row.forceZ[i] += push.z;
+  }
+}
+
+void Force_Curl::Finish() {
+  for (Constraint* clone : data_.chain) clone->Finish();
+  data_.chain.clear();
+  data_.clones.clear();
+  SetFlag(NodeActive, false);
+}
+
+}  // namespace orlix

@@ -1,0 +1,29 @@
+#pragma once
+// A constant acceleration: gravity, wind. Or, with an alignment, one whose direction differs from place to place.
+
+#include "fluids/forces/ConstrainedForce.h"
+#include "fluids/volume/AlignmentVector3D.h"
+
+namespace orlix {
+
+class Force_Gravity final : public ConstrainedForce {
+ public:
+  using ConstrainedForce::ConstrainedForce;
+  static const TypeInfo& Type();
+  std::int32_t GetNodeSubType() const override { return 31; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void ProcessRow(const ForceRow& row) override;
+
+ protected:
+  Duration* FindDuration() const override;
+
+ private:
+  Vec3D direction_;  // m/s^2
+  double strength_ = 1;
+  AlignmentVector3D* alignment_ = nullptr;
+};
+
+}  // namespace orlix
