@@ -8,17 +8,14 @@ namespace orlix {
 namespace {
 
 // A signal handler reaches nothing but what is global.
-BaseThread workThread;
 std::atomic<int> received{0};
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free);
 
 extern "C" void OnSignal(int signal) {
   if (received.exchange(signal) != 0) {
     std::signal(signal, SIG_DFL);
     std::raise(signal);
-    return;
   }
-  workThread.Break();
 }
 
 }  // namespace
@@ -32,7 +29,6 @@ void Interrupt::Install() {
   }
 }
 
-const BaseThread& Interrupt::Thread() { return workThread; }
 int Interrupt::Signal() { return received.load(); }
 
 }  // namespace orlix

@@ -1,7 +1,6 @@
 #pragma once
-// SIGINT and SIGTERM. The first asks the running work to end, the second kills.
-
-#include "host/threads/WorkerPool.h"
+// SIGINT and SIGTERM. The first asks a run to end behind the frame in hand, the second kills: whatever has its final
+// name is whole at any moment.
 
 namespace orlix {
 
@@ -9,8 +8,6 @@ class Interrupt {
  public:
   // Handles the signals from here on.
   static void Install();
-  // What running work asks for a break.
-  static const BaseThread& Thread();
   // The signal that came, 0 for none.
   static int Signal();
 };

@@ -3,14 +3,18 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include "apps/orlix/Checkpoints.h"
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FrameList.h"
 #include "apps/orlix/Interrupt.h"
 #include "apps/orlix/JsonLayout.h"
+#include "apps/orlix/OutputFolders.h"
 #include "apps/orlix/Progress.h"
+#include "apps/orlix/SceneHash.h"
 #include "apps/orlix/SceneReader.h"
 #include "apps/orlix/SceneRun.h"
 #include "apps/orlix/Statistics.h"
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "globals/Hash.h"
 
 namespace orlix {
@@ -22,7 +26,8 @@ using Json = nlohmann::ordered_json;
 struct RunOptions {
   std::string scene, frames, out, stats;
   std::vector<std::string> overrides;
-  bool dryRun = false;
+  bool dryRun = false, resume = false;
+  int checkpointEvery = 10;
 };
 
 std::size_t CountObjects(const BaseDocument& document) {
@@ -73,6 +78,28 @@ class PeakMemory : public FrameListener {
   std::int64_t bytes = 0;
 };
 
+std::vector<std::filesystem::path> FoldersWritten(const BaseDocument& document, const std::string& outputFolder,
+                                                  const RunOptions& options) {
+  std::vector<std::filesystem::path> folders = RecordedFolders(document);
+  if (options.checkpointEvery > 0 || !options.out.empty()) folders.emplace_back(outputFolder);
+  return folders;
+}
+
+// Puts the latest checkpoint's state in place; the plan begins behind it.
+Status Resume(Checkpoints& checkpoints, BaseDocument& document, OrlixHook& hook, FramePlan& plan) {
+  const auto found = checkpoints.FindLatest();
+  if (!found) return found.error();
+  if (!*found) {
+    spdlog::info("there is no checkpoint: the run begins at its first frame");
+    return {};
+  }
+  if (Status restored = RestoreCheckpoint((*found)->path, document, hook); !restored.ok()) return restored;
+  checkpoints.ContinueFrom(**found);
+  plan.start = (*found)->head.frame + 1;
+  spdlog::info("going on behind frame {}", (*found)->head.frame);
+  return {};
+}
+
 Status Run(const Program& program, const RunOptions& options) {
   Interrupt::Install();
   std::optional<std::vector<int>> list;
@@ -84,7 +111,9 @@ Status Run(const Program& program, const RunOptions& options) {
   Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
   if (!scene) return scene.error();
   BaseDocument& document = *scene->document;
-  const Result<FramePlan> plan = PlanFrames(document, list);
+  const Result<std::uint64_t> sceneHash = HashScene(document);
+  if (!sceneHash) return sceneHash.error();
+  Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   if (options.dryRun) {
@@ -92,10 +121,17 @@ Status Run(const Program& program, const RunOptions& options) {
     return {};
   }
 
-  SceneRun run(program.engine, document, pool, options.out.empty() ? document.folder : options.out);
+  const std::string outputFolder = options.out.empty() ? document.folder : options.out;
+  const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
+  if (!locks) return locks.error();
+  SceneRun run(program.engine, document, pool, outputFolder);
+  Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
+  if (options.resume) {
+    if (Status resumed = Resume(checkpoints, document, run.hook(), *plan); !resumed.ok()) return resumed;
+  }
   std::unique_ptr<Statistics> statistics;
   if (!options.stats.empty()) {
-    auto opened = Statistics::Open(options.stats);
+    auto opened = Statistics::Open(options.stats, plan->start);
     if (!opened) return opened.error();
     statistics = std::move(*opened);
     run.AddListener(*statistics);
@@ -107,8 +143,9 @@ Status Run(const Program& program, const RunOptions& options) {
     run.AddListener(progress);
     run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
   }
+  run.AddListener(checkpoints);
   const auto start = std::chrono::steady_clock::now();
-  Status status = run.Run(*plan, Interrupt::Thread());
+  Status status = run.Run(*plan);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
   return status;
@@ -125,6 +162,11 @@ void AddRunCommand(CLI::App& app, Program& program) {
   command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
       ->allow_extra_args(false);
   command->add_option("--stats", options->stats, "Write statistics here, one JSON object a line");
+  command->add_flag("--resume", options->resume, "Go on from the last checkpoint in the folder of results");
+  command
+      ->add_option("--checkpoint-every", options->checkpointEvery,
+                   "Frames from one checkpoint to the next, 10 without it; 0 writes none")
+      ->check(CLI::Range(0, 1000000));
   command->add_flag("--dry-run", options->dryRun, "Read and check the scene, say what would be done");
   command->callback([&program, options] { program.action = [&program, options] { return Run(program, *options); }; });
 }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "apps/orlix/Interrupt.h"
+
 namespace orlix {
 
 bool FramePlan::Wants(int frame) const {
@@ -13,7 +15,8 @@ bool FramePlan::Wants(int frame) const {
 }
 
 Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::vector<int>>& list) {
-  FramePlan plan{document.minTime.Frame(document.fps), document.maxTime.Frame(document.fps), {}};
+  const int first = document.minTime.Frame(document.fps);
+  FramePlan plan{first, document.maxTime.Frame(document.fps), first, {}};
   if (!list) return plan;
   if (list->front() < plan.first) {
     return Error{ErrorKind::Usage,
@@ -36,14 +39,13 @@ SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std
   observer_.onWarning = [](const std::string& node, const std::string& text) { spdlog::warn("{}: {}", node, text); };
 }
 
-Status SceneRun::RunFrame(int frame, const BaseThread& thread) {
+Status SceneRun::RunFrame(int frame) {
   const auto start = std::chrono::steady_clock::now();
   state_.frame = frame;
   BaseDocument& document = state_.document;
   if (Status status = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !status) return status;
-  hook_.Execute(document, &thread, false);
+  hook_.Execute(document, nullptr, false);
   if (const Error* failure = hook_.Failure()) return *failure;
-  if (thread.TestBreak()) return {};  // the frame isn't whole
   state_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   ++state_.framesDone;
   for (FrameListener* listener : listeners_) {
@@ -52,23 +54,24 @@ Status SceneRun::RunFrame(int frame, const BaseThread& thread) {
   return {};
 }
 
-Status SceneRun::RunFrames(const FramePlan& plan, const BaseThread& thread) {
-  for (int frame = plan.first; frame <= plan.last && !thread.TestBreak(); ++frame) {
+Status SceneRun::RunFrames(const FramePlan& plan) {
+  for (int frame = plan.start; frame <= plan.last && Interrupt::Signal() == 0; ++frame) {
     state_.wanted = plan.Wants(frame);
-    if (Status status = RunFrame(frame, thread); !status) return status;
+    if (Status status = RunFrame(frame); !status) return status;
   }
   return {};
 }
 
-Status SceneRun::Run(const FramePlan& plan, const BaseThread& thread) {
+Status SceneRun::Run(const FramePlan& plan) {
   state_.firstFrame = plan.first;
   state_.lastFrame = plan.last;
+  state_.startFrame = plan.start;
   observer_.wantsHash = std::any_of(listeners_.begin(), listeners_.end(), [](auto* l) { return l->WantsHash(); });
   for (FrameListener* listener : listeners_) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }
-  Status outcome = RunFrames(plan, thread);
-  state_.interrupted = thread.TestBreak();
+  Status outcome = RunFrames(plan);
+  state_.interrupted = Interrupt::Signal() != 0;
   for (FrameListener* listener : listeners_) {
     Status status = listener->AfterRun(state_);
     if (outcome.ok()) outcome = std::move(status);

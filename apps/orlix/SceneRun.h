@@ -15,6 +15,7 @@ namespace orlix {
 // The frames that are simulated, and those whose results are wanted.
 struct FramePlan {
   int first = 0, last = 0;
+  int start = 0;            // where the run begins: first, unless it goes on from a checkpoint
   std::vector<int> wanted;  // ascending; empty for all
 
   bool Wants(int frame) const;
@@ -32,8 +33,8 @@ class SceneRun {
   StatusLine& status() { return status_; }
   OrlixHook& hook() { return hook_; }
 
-  // Until the plan's last frame, a break of the thread, or an error.
-  Status Run(const FramePlan& plan, const BaseThread& thread);
+  // Until the plan's last frame, an error, or a signal, behind the frame in hand.
+  Status Run(const FramePlan& plan);
   const RunState& state() const { return state_; }
 
  private:
@@ -43,8 +44,8 @@ class SceneRun {
   std::vector<FrameListener*> listeners_;
   RunState state_;
 
-  Status RunFrame(int frame, const BaseThread& thread);
-  Status RunFrames(const FramePlan& plan, const BaseThread& thread);
+  Status RunFrame(int frame);
+  Status RunFrames(const FramePlan& plan);
 };
 
 }  // namespace orlix

@@ -6,9 +6,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "globals/Hash.h"
+#include "host/files/AtomicFile.h"
 
 namespace orlix {
 
@@ -51,10 +54,26 @@ void AddCommon(Json& json, const SubstepReport& report) {
 
 std::string Dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
+// The lines of frames before the given one; none of a file that isn't there. A killed run may leave half a line.
+std::string LinesBefore(const std::string& path, int frame) {
+  std::ifstream in(path);
+  std::string kept, line;
+  while (std::getline(in, line)) {
+    const Json json = Json::parse(line, nullptr, false);
+    if (!json.is_object() || !json.contains("frame") || !json["frame"].is_number_integer()) continue;
+    if (json["frame"].get<int>() < frame) kept += line + "\n";
+  }
+  return kept;
+}
+
 }  // namespace
 
-Result<std::unique_ptr<Statistics>> Statistics::Open(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "w");
+Result<std::unique_ptr<Statistics>> Statistics::Open(const std::string& path, int startFrame) {
+  std::error_code error;
+  if (std::filesystem::is_regular_file(path, error)) {
+    if (Status kept = WriteFileAtomically(path, LinesBefore(path, startFrame)); !kept.ok()) return kept.error();
+  }
+  std::FILE* file = std::fopen(path.c_str(), "a");
   if (!file) return Error{ErrorKind::Output, fmt::format("{}: can't be written: {}", path, std::strerror(errno))};
   return std::unique_ptr<Statistics>(new Statistics(path, file));
 }

@@ -12,8 +12,9 @@ namespace orlix {
 
 class Statistics : public FrameListener {
  public:
-  // Output when the file can't be opened.
-  static Result<std::unique_ptr<Statistics>> Open(const std::string& path);
+  // Of a file that is there, what was written of frames before startFrame stays: a run that goes on from a checkpoint
+  // continues it. Output when the file can't be opened.
+  static Result<std::unique_ptr<Statistics>> Open(const std::string& path, int startFrame);
   ~Statistics() override;
 
   bool WantsHash() const override { return true; }
