@@ -74,27 +74,43 @@ bool VolumeBase::PrepareGrid() {
     FreeLevelSet();
     return false;
   }
-  const float cell = GetSimulationSpace().cellSize;
-  GridSpace wanted;
-  wanted.Build(resolution, extent, cell, origin);
-  if (!levelSet_ || !levelSet_->space.Equals(wanted)) {
-    FreeLevelSet();
-    const VecInt3D dims = resolution + VecInt3D(1, 1, 1);
-    try {
-      levelSet_ = std::make_unique<ScalarGrid>(dims, extent, cell, kGridNodalLevelset, origin);
-    } catch (const std::bad_alloc&) {
-      scene->Warn(
-          *this,
-          fmt::format(
-              "no memory for a level set of {} x {} x {} nodes, {:.0f} MB{}", dims.x, dims.y, dims.z, nodes * 8 / 1e6,
-              GridMemoryBudget() > 0 ? fmt::format("; all grids may take {:.0f} MB", GridMemoryBudget() / 1e6) : ""));
-      return false;
-    }
-    view_ = LevelSetView(*levelSet_);
+  try {
+    SetLattice(resolution, extent, GetSimulationSpace().cellSize, origin);
+  } catch (const std::bad_alloc&) {
+    WarnNoMemory(resolution);
+    return false;
   }
   levelSet_->activeMin = {};
   levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
   return true;
+}
+
+void VolumeBase::SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float cell, const Vec3D& hostOrigin) {
+  GridSpace wanted;
+  wanted.Build(cells, hostSize, cell, hostOrigin);
+  if (levelSet_ && levelSet_->space.Equals(wanted)) return;
+  FreeLevelSet();
+  levelSet_ = std::make_unique<ScalarGrid>(cells + VecInt3D(1, 1, 1), hostSize, cell, kGridNodalLevelset, hostOrigin);
+  view_ = LevelSetView(*levelSet_);
+}
+
+void VolumeBase::WarnNoMemory(const VecInt3D& cells) {
+  const VecInt3D dims = cells + VecInt3D(1, 1, 1);
+  const std::string budget =
+      GridMemoryBudget() > 0 ? fmt::format("; all grids may take {:.0f} MB", GridMemoryBudget() / 1e6) : "";
+  scene->Warn(*this, fmt::format("no memory for a level set of {} x {} x {} nodes, {:.0f} MB{}", dims.x, dims.y, dims.z,
+                                 double(CellCount(dims)) * 8 / 1e6, budget));
+}
+
+void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
+  if (!header.present) return;
+  try {
+    SetLattice(header.space.dims, header.space.hostSize, header.space.cellSize, header.space.hostMin);
+  } catch (const std::bad_alloc&) {
+    FreeLevelSet();
+    WarnNoMemory(header.space.dims);
+  }
+  LevelSetChanged();
 }
 
 std::optional<double> VolumeBase::MaximumDepth() const {
