@@ -1,0 +1,284 @@
+// Each force against its closed form.
+
+#include <gtest/gtest.h>
+
+#include <numbers>
+
+#include "fluids/constraints/Constraint.h"
+#include "tests/fluids/forces/ForceRig.h"
+
+namespace orlix {
+namespace {
+
+using test::FillCells;
+using test::ForceRig;
+
+constexpr VecInt3D kCells{9, 8, 7};
+
+void ExpectNear(const Vec3D& a, const Vec3D& b, double tolerance) {
+  EXPECT_LT(Length(a - b), tolerance) << "(" << a.x << " " << a.y << " " << a.z << ") instead of (" << b.x << " " << b.y
+                                      << " " << b.z << ")";
+}
+
+class EveryForce : public testing::TestWithParam<const char*> {
+ protected:
+  EveryForce() : rig_(GetParam(), {12, 11, 10}) {}
+  explicit EveryForce(int workers) : rig_(GetParam(), {12, 11, 10}, workers) {}
+  // Links and contents under which every force acts.
+  static void Connect(ForceRig& rig) {
+    BaseObject &heat = rig.Add("channel_scalar", "heat"), &noise = rig.Add("constraint_noise", "noise");
+    noise.Set(1001, 60.0);
+    rig.object.Set(kPositionId, Vec3D(30, 20, 10));
+    if (std::string(GetParam()) == "force_buoyancy") rig.object.Set(1000, ForceRig::LinkTo(heat));
+    if (std::string(GetParam()) == "force_trigowave") rig.object.Set(1000, 30.0);
+    rig.object.Set(kConstraintListId, ForceRig::ListOf({&noise}));
+    rig.Ready();
+    FillCells(rig.GridOf(heat), [](int i, int j, int k) { return 10.0 + i + 2 * j + 3 * k; });
+    rig.SetVelocity([](const Vec3D& p) { return Vec3D(std::sin(2 * p.y), std::cos(3 * p.z), std::sin(p.x * p.y)); });
+  }
+  double Sum() const {
+    double sum = 0;
+    rig_.ForEach([&](int, int, int, const Vec3D& f) { sum += std::abs(f.x) + std::abs(f.y) + std::abs(f.z); });
+    return sum;
+  }
+  ForceRig rig_;
+};
+
+TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
+  BaseObject& duration = rig_.Add("duration", "when");
+  duration.Set(1001, 2.0);  // s, no end
+  for (const Parameter& row : rig_.object.type().parameters) {
+    if (std::string(row.key) == "duration") rig_.object.Set(row.id, ForceRig::LinkTo(duration));
+  }
+  if (std::string(GetParam()) == "force_gravity") rig_.object.Set(kDurationLinkId, ForceRig::LinkTo(duration));
+  Connect(rig_);
+  rig_.scene().info.time = 1.9;
+  EXPECT_FALSE(rig_.Run());
+  EXPECT_EQ(Sum(), 0);
+  rig_.scene().info.time = 2.0;
+  EXPECT_TRUE(rig_.Run());
+  const double full = Sum();
+  EXPECT_GT(full, 0);
+  // In a window of one second the strength falls to a quarter after three quarters.
+  duration.Set(1000, 1.0);
+  rig_.scene().info.time = 2.75;
+  rig_.Link();
+  EXPECT_TRUE(rig_.Run());
+  // A wave moves on meanwhile.
+  const double expected = std::string(GetParam()) == "force_trigowave" ? Sum() : full / 4;
+  EXPECT_NEAR(Sum(), expected, full * 1e-12);
+}
+
+TEST_P(EveryForce, ConstraintsWeighIt) {
+  Connect(rig_);
+  rig_.Run();
+  const double full = Sum();
+  // Curl noise goes by the direction of its field alone, which a factor of the potentials doesn't turn.
+  BaseObject& noise = *rig_.document.FindByPath("noise");
+  noise.Set(1103, 0.5);
+  rig_.Link();
+  rig_.Run();
+  EXPECT_NEAR(Sum(), std::string(GetParam()) == "force_curl" ? full : full / 2, full * 1e-9);
+  noise.Set(1103, 0.0);
+  rig_.Link();
+  rig_.Run();
+  EXPECT_EQ(Sum(), 0);
+}
+
+TEST_P(EveryForce, IsIdleWithoutAVelocity) {
+  Connect(rig_);
+  auto& node = rig_.Get<Force>(rig_.object);
+  node.AttachVelocity(nullptr, nullptr);
+  node.Prepare();
+  EXPECT_FALSE(node.IsActive());
+  node.Finish();
+}
+
+const auto kTypes = testing::Values("force_gravity", "force_buoyancy", "force_swirling", "force_trigowave",
+                                    "force_vortex", "force_curl");
+const auto kNameOf = [](const auto& type) { return std::string(type.param).substr(6); };
+INSTANTIATE_TEST_SUITE_P(Types, EveryForce, kTypes, kNameOf);
+
+class ForceThreads : public EveryForce {};
+
+TEST_P(ForceThreads, SameBits) {
+  std::array<std::vector<double>, 3> first;
+  for (const int workers : {1, 2, 3, 8}) {
+    ForceRig rig(GetParam(), {12, 11, 10}, workers);
+    Connect(rig);
+    ASSERT_TRUE(rig.Run());
+    for (int c = 0; c < 3; ++c) {
+      const std::vector<double> values(rig.force[c]->data, rig.force[c]->data + rig.force[c]->count);
+      if (workers == 1) first[c] = values;
+      EXPECT_EQ(values, first[c]) << workers;
+    }
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Types, ForceThreads, kTypes, kNameOf);
+
+TEST(Gravity, AddsTheAccelerationTurnedByItsObject) {
+  ForceRig rig("force_gravity", kCells);
+  rig.object.Set(1000, Vec3D(0, -9.81, 1));
+  rig.object.Set(1002, 2.0);
+  rig.object.Set(kRotationId, Vec3D(0, 0, 90));
+  rig.Ready();
+  ASSERT_TRUE(rig.Run());
+  const int cells =
+      rig.ForEach([&](int, int, int, const Vec3D& f) { ExpectNear(f, Vec3D(9.81, 0, 1) * (2 * rig.dt()), 1e-12); });
+  EXPECT_EQ(cells, 7 * 6 * 5);
+}
+
+TEST(Gravity, FollowsAnAlignmentAsAUnitVector) {
+  ForceRig rig("force_gravity", kCells);
+  BaseObject &alignment = rig.Add("alignment", "a"), &centre = rig.Add("null", "n");
+  alignment.Set(1000, std::int64_t{3});
+  alignment.Set(1003, ForceRig::LinkTo(centre));
+  rig.object.Set(1001, ForceRig::LinkTo(alignment));
+  rig.object.Set(1002, 3.0);
+  rig.Ready();
+  ASSERT_TRUE(rig.Run());
+  rig.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    ExpectNear(f, Normalized(rig.Centre(i, j, k)) * (3 * rig.dt()), 1e-12);
+  });
+}
+
+class Buoyancy : public testing::Test {
+ protected:
+  Buoyancy() {
+    heat_.Set(1050, 20.0);
+    rig_.object.Set(1000, ForceRig::LinkTo(heat_));
+    rig_.object.Set(1003, Vec3D(0, 2, 0));
+    rig_.object.Set(1004, 0.01);
+    rig_.object.Set(1005, -0.3);
+  }
+  ForceRig rig_{"force_buoyancy", kCells};
+  BaseObject &heat_ = rig_.Add("channel_scalar", "heat"), &smoke_ = rig_.Add("channel_scalar", "smoke"),
+             &fuel_ = rig_.Add("channel_scalar", "fuel");
+};
+
+TEST_F(Buoyancy, LiftsByTemperatureAlone) {
+  rig_.Ready();
+  FillCells(rig_.GridOf(heat_), [](int i, int, int) { return 20.0 + i - 3; });
+  ASSERT_TRUE(rig_.Run());
+  rig_.ForEach([&](int i, int, int, const Vec3D& f) {
+    // Below the channel's minimum there is nothing to lift.
+    const double s = i > 3 ? (i - 3) * 0.01 : 0;
+    ExpectNear(f, Vec3D(0, 2, 0) * (s * rig_.dt() * 0.5), 1e-15);
+  });
+}
+
+TEST_F(Buoyancy, WeighsDensityAndFuel) {
+  rig_.object.Set(1002, ForceRig::LinkTo(smoke_));
+  rig_.object.Set(1001, ForceRig::LinkTo(fuel_));
+  rig_.Ready();
+  FillCells(rig_.GridOf(heat_), [](int i, int, int) { return 20.0 + (i % 2) * 5; });
+  FillCells(rig_.GridOf(smoke_), [](int, int j, int) { return j % 3 == 0 ? 0.0 : 0.5 * j; });
+  FillCells(rig_.GridOf(fuel_), [](int, int, int k) { return 0.1 * k; });
+  ASSERT_TRUE(rig_.Run());
+  int still = 0;
+  rig_.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    const double t = (i % 2) * 5, d = j % 3 == 0 ? 0 : 0.5 * j;
+    const double s = t > 0 || d > 0 ? t * 0.01 - (d + 0.1 * k) * 0.3 : 0;
+    ExpectNear(f, Vec3D(0, 2, 0) * (s * rig_.dt() * 0.5), 1e-15);
+    // At the minimum and without density, fuel alone weighs nothing.
+    still += s == 0;
+  });
+  EXPECT_GT(still, 10);
+}
+
+TEST_F(Buoyancy, SamplesAChannelOfAnotherLattice) {
+  rig_.Ready();
+  auto& channel = rig_.Get<ChannelBase_Scalar>(heat_);
+  // Half the spacing, and moved: linear values stay exact.
+  channel.grid = std::make_unique<ScalarGrid>(VecInt3D(24, 24, 24), Vec3D(300), 0.125f, kGridTemperature, Vec3D(-12.5));
+  channel.grid->valueOffset = 0;
+  ScalarGrid& grid = *channel.grid;
+  FillCells(grid, [&](int i, int j, int k) {
+    const Vec3D p = test::SamplePlace(grid, i, j, k);
+    return 100 + p.x + 10 * p.y - 5 * p.z;
+  });
+  ASSERT_TRUE(rig_.Run());
+  rig_.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    const Vec3D p = rig_.Centre(i, j, k);
+    ExpectNear(f, Vec3D(0, (100 + p.x + 10 * p.y - 5 * p.z) * 0.01 * rig_.dt(), 0), 1e-12);
+  });
+}
+
+TEST_F(Buoyancy, IsIdleWithoutTemperatureOrTime) {
+  rig_.Ready();
+  rig_.scene().info.substepDuration = 0;
+  EXPECT_FALSE(rig_.Run());
+  rig_.scene().info.substepDuration = 0.1;
+  rig_.object.Set(1000, Value());
+  rig_.Link();
+  EXPECT_FALSE(rig_.Run());
+}
+
+TEST(Vortex, TurnsAboutItsAxisAndRestsOnIt) {
+  ForceRig rig("force_vortex", kCells);
+  // The axis runs through the centres of the cells i = 4, k = 3, along y.
+  rig.object.Set(kPositionId, Vec3D(4.5, 0, 3.5) * 25.0);
+  rig.object.Set(kRotationId, Vec3D(-90, 0, 0));
+  rig.object.Set(1000, 10.0);
+  rig.Ready();
+  ASSERT_TRUE(rig.Run());
+  const Vec3D axis = rig.object.GlobalMatrix().v3;
+  ExpectNear(axis, {0, 1, 0}, 1e-12);
+  rig.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    const Vec3D r = (rig.Centre(i, j, k) - Vec3D(4.5, 0, 3.5) * 0.25) * 100.0;  // host units
+    const double scale = 10 * 0.25 * 0.010005072145190424 * rig.dt();
+    ExpectNear(f, Cross(axis, r) * scale, 1e-12);
+    if (i == 4 && k == 3) ExpectNear(f, {}, 1e-15);
+  });
+}
+
+TEST(Curl, WithoutConstraintsOrInAConstantFieldNothingMoves) {
+  ForceRig rig("force_curl", kCells);
+  rig.Ready();
+  EXPECT_FALSE(rig.Run());
+  BaseObject& constraint = rig.Add("constraint_gradient", "c");
+  static constexpr GradientKnot kWhite[] = {{0, {1, 1, 1}}};
+  constraint.Set(1000, std::make_shared<const Gradient>(kWhite));
+  constraint.Set(1103, 0.3);
+  rig.object.Set(kConstraintListId, ForceRig::ListOf({&constraint}));
+  rig.Link();
+  EXPECT_TRUE(rig.Run());
+  const int cells = rig.ForEach([&](int, int, int, const Vec3D& f) { EXPECT_EQ(f, Vec3D()); });
+  EXPECT_EQ(cells, 7 * 6 * 5);
+}
+
+TEST(Curl, IsTheDirectionOfTheCurlOfThePotentials) {
+  ForceRig rig("force_curl", kCells);
+  BaseObject& noise = rig.Add("constraint_noise", "n");
+  noise.Set(1001, 50.0);
+  rig.object.Set(1000, 2.0);
+  rig.object.Set(1003, 0.5);
+  rig.object.Set(kConstraintListId, ForceRig::ListOf({&noise}));
+  rig.Ready();
+  ASSERT_TRUE(rig.Run());
+  auto& constraint = rig.Get<Constraint>(noise);
+  constraint.Prepare(nullptr);
+  const double step = 0.5 * 0.25, h = 0.5 / step;
+  const double offsets[3] = {9.3143, 2.234, 4.5432};  // m
+  const auto potential = [&](int which, Vec3D p) {
+    double amount = 1;
+    constraint.Evaluate(p + Vec3D(offsets[which]), amount, nullptr, 0);
+    return amount;
+  };
+  const auto slope = [&](int which, const Vec3D& p, int axis) {
+    Vec3D d;
+    d[axis] = step;
+    return potential(which, p + d) * h - potential(which, p - d) * h;
+  };
+  int moving = 0;
+  rig.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    const Vec3D p = rig.Centre(i, j, k);
+    const Vec3D curl(slope(2, p, 1) - slope(1, p, 2), slope(0, p, 2) - slope(2, p, 0), slope(1, p, 0) - slope(0, p, 1));
+    ExpectNear(f, Normalized(curl) * (2 * 0.25 * rig.dt()), 1e-9);
+    moving += Length(f) > 0;
+  });
+  EXPECT_EQ(moving, 7 * 6 * 5);
+}
+
+}  // namespace
+}  // namespace orlix
