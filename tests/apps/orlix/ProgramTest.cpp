@@ -188,7 +188,7 @@ TEST(Program, ProgressIsPlainLinesWithoutATerminal) {
 }
 
 TEST(Program, ProgressDrawsOverItselfOnATerminal) {
-  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+  const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
   ASSERT_GE(master, 0);
   ASSERT_EQ(::grantpt(master) | ::unlockpt(master), 0);
   const int slave = ::open(::ptsname(master), O_RDWR | O_NOCTTY);
