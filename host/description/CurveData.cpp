@@ -8,15 +8,17 @@ namespace orlix {
 namespace {
 
 // y of the cubic Bezier segment from a to b at x. The control points' x are limited to the segment, so that x(s) is
-// monotone and has one solution, found by bisection and then polished by the interval's own shrinking.
+// monotone and has one solution, found by bisection. x counts from a: a vertical tangent there would otherwise turn
+// rounding into a visible error.
 double BezierValue(const SplineKnot& a, const SplineKnot& b, double x) {
-  const double x1 = std::clamp(a.x + a.right.x, a.x, b.x), x2 = std::clamp(b.x + b.left.x, a.x, b.x);
+  const double length = b.x - a.x, wanted = x - a.x;
+  const double x1 = std::clamp(a.right.x, 0.0, length), x2 = std::clamp(length + b.left.x, 0.0, length);
   const double y1 = a.y + a.right.y, y2 = b.y + b.left.y;
   double low = 0, high = 1;
   for (int round = 0; round < 60; ++round) {
     const double s = 0.5 * (low + high), r = 1 - s;
-    const double at = r * r * r * a.x + 3 * r * r * s * x1 + 3 * r * s * s * x2 + s * s * s * b.x;
-    (at < x ? low : high) = s;
+    const double at = 3 * r * r * s * x1 + 3 * r * s * s * x2 + s * s * s * length;
+    (at < wanted ? low : high) = s;
   }
   const double s = 0.5 * (low + high), r = 1 - s;
   return r * r * r * a.y + 3 * r * r * s * y1 + 3 * r * s * s * y2 + s * s * s * b.y;

@@ -7,12 +7,11 @@
 namespace orlix {
 namespace {
 
-// Writes down what it is told, breaks or fails at a frame.
+// Writes down what it is told, fails at a frame.
 class Witness : public FrameListener {
  public:
   std::string log;
-  BaseThread* toBreak = nullptr;
-  int breakAt = -1, failAt = -1;
+  int failAt = -1;
 
   Status BeforeRun(const RunState& state) override {
     log += "begin" + std::to_string(state.firstFrame) + "-" + std::to_string(state.lastFrame);
@@ -20,12 +19,11 @@ class Witness : public FrameListener {
   }
   Status AfterFrame(const RunState& state) override {
     log += " " + std::to_string(state.frame) + (state.wanted ? "!" : "");
-    if (state.frame == breakAt) toBreak->Break();
     if (state.frame == failAt) return Status::Fail(ErrorKind::Output, "full");
     return {};
   }
-  Status AfterRun(const RunState& state) override {
-    log += state.interrupted ? " interrupted" : " end";
+  Status AfterRun(const RunState&) override {
+    log += " end";
     return {};
   }
 };
@@ -33,7 +31,6 @@ class Witness : public FrameListener {
 struct Fixture {
   Engine engine;
   WorkerPool pool{2};
-  BaseThread thread;
   Witness witness;
   std::unique_ptr<BaseDocument> document;
 
@@ -42,14 +39,13 @@ struct Fixture {
         { "type": "scene", "children": [ { "type": "channel_scalar" } ] } ] })",
                                engine.types);
     document = std::move(scene->document);
-    witness.toBreak = &thread;
   }
   Status Run(const std::optional<std::vector<int>>& list = {}) {
     const auto plan = PlanFrames(*document, list);
     if (!plan) return plan.error();
     SceneRun run(engine, *document, pool, "");
     run.AddListener(witness);
-    return run.Run(*plan, thread);
+    return run.Run(*plan);
   }
 };
 
@@ -65,11 +61,8 @@ TEST(SceneRun, EveryFrameIsSimulatedAndTheListedAreWanted) {
   EXPECT_EQ(before.Run(std::vector<int>{1}).error().kind, ErrorKind::Usage);
 }
 
-TEST(SceneRun, ABreakEndsAfterTheFrameAndAnErrorAtOnce) {
-  Fixture broken, failed;
-  broken.witness.breakAt = 3;
-  EXPECT_TRUE(broken.Run().ok());
-  EXPECT_EQ(broken.witness.log, "begin2-5 2! 3! interrupted");
+TEST(SceneRun, AnErrorOfAListenerEndsTheRun) {
+  Fixture failed;
   failed.witness.failAt = 4;
   EXPECT_EQ(failed.Run().error().kind, ErrorKind::Output);
   EXPECT_EQ(failed.witness.log, "begin2-5 2! 3! 4! end");
