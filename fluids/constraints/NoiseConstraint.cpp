@@ -12,7 +12,7 @@ constexpr int kBlock = 128;  // cells that are sampled at once
 constexpr auto kNoiseChoices = NoiseTypeChoices<Choice>();
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(1001, "scale", 1.0, "host units", "Size of the features").Above(0),
+    FloatParameter(1001, "feature_size", 1.0, "host units", "Size of the features").Above(0),
     VectorParameter(1002, "relative_scale", {1, 1, 1}, "", "Factors of the size along the axes"),
     IntParameter(1003, "octaves", 3, "", "Layers of finer and finer detail").Between(1, Noise::kMaxOctaves),
     ChoiceParameter(1004, "noise_type", 13, kNoiseChoices, "Kind of noise"),

@@ -15,7 +15,7 @@ constexpr Parameter kParameters[] = {
     VectorParameter(1003, "direction", {0, 1, 0}, "", "Where hot gas goes; its length is a factor"),
     FloatParameter(1004, "temperature_factor", 0.0015, "m/(s^2 K)", "Twice the acceleration for each kelvin"),
     FloatParameter(1005, "density_factor", -0.008, "m/s^2", "Twice the acceleration for each unit of density and fuel"),
-    LinkParameter(1009, "duration", kLinkDuration, "When the force acts"),
+    LinkParameter(1009, "force_duration", kLinkDuration, "When the force acts"),
 };
 
 }  // namespace

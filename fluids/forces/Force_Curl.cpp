@@ -6,7 +6,7 @@ namespace {
 
 constexpr Parameter kParameters[] = {
     FloatParameter(1000, "strength", 1.0, "cells/s^2", "Size of the acceleration").Fallback(80.0),
-    LinkParameter(1001, "duration", kLinkDuration, "When the force acts"),
+    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
     FloatParameter(1003, "step", 1.0, "cells", "Distance of the samples from which the curl is taken").Above(0),
 };
 

@@ -10,7 +10,7 @@ constexpr double kStrengthScale = 0.2;
 
 constexpr Parameter kParameters[] = {
     FloatParameter(1000, "strength", 0.8, "", "How strongly swirls are kept").Min(0),
-    LinkParameter(1001, "duration", kLinkDuration, "When the force acts"),
+    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
     BoolParameter(1003, "remove_mean", true, "Takes the container's mean swirl off first"),
     BoolParameter(1004, "along_flow", false, "Acts by how far the flow runs along the swirl's axis"),
 };

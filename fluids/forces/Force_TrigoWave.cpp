@@ -31,8 +31,8 @@ constexpr Parameter kParameters[] = {
     ChoiceParameter(1003, "wave_type", 4, kWaveTypes, "Where the wave runs"),
     ChoiceParameter(1004, "wave_shape", 0, kWaveShapes, "How the wave moves its two vectors"),
     FloatParameter(1005, "phase", 0, "s", "Added to the time"),
-    LinkParameter(1006, "duration", kLinkDuration, "When the force acts"),
-    VectorParameter(1008, "scale", {1, 1, 1}, "", "Stretches the wave along the axes"),
+    LinkParameter(1006, "force_duration", kLinkDuration, "When the force acts"),
+    VectorParameter(1008, "wave_scale", {1, 1, 1}, "", "Stretches the wave along the axes"),
     BoolParameter(1009, "use_time", true, "The scene's time drives the wave"),
     FloatParameter(1010, "fixed_time", 0, "s", "The time of a wave that the scene's doesn't drive")
         .ShownWhen(1009, Relation::Is, 0),

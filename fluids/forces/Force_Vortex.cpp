@@ -9,7 +9,7 @@ constexpr double kTangentScale = 0.010005072145190424;
 constexpr Parameter kParameters[] = {
     FloatParameter(1000, "strength", 1.0, "cells", "Strength: 100 of them turn one host unit a second each second")
         .Fallback(80.0),
-    LinkParameter(1001, "duration", kLinkDuration, "When the force acts"),
+    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
 };
 
 }  // namespace

@@ -48,7 +48,7 @@ TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
   BaseObject& duration = rig_.Add("duration", "when");
   duration.Set(1001, 2.0);  // s, no end
   for (const Parameter& row : rig_.object.type().parameters) {
-    if (std::string(row.key) == "duration") rig_.object.Set(row.id, ForceRig::LinkTo(duration));
+    if (std::string(row.key) == "force_duration") rig_.object.Set(row.id, ForceRig::LinkTo(duration));
   }
   if (std::string(GetParam()) == "force_gravity") rig_.object.Set(kDurationLinkId, ForceRig::LinkTo(duration));
   Connect(rig_);
