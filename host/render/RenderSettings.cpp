@@ -8,16 +8,18 @@ namespace orlix {
 
 namespace {
 
+constexpr int kMaxSamples = 4096;
+
 constexpr Parameter kRows[] = {
     IntParameter(kRenderWidthId, "width", 960, "pixels", "Width of the picture").Between(1, kMaxPictureSide),
     IntParameter(kRenderHeightId, "height", 540, "pixels", "Height of the picture").Between(1, kMaxPictureSide),
-    IntParameter(kRenderSamplesId, "samples", 4, "", "Rays of each pixel").Between(1, 4096),
+    IntParameter(kRenderSamplesId, "samples", 4, "", "Rays of each pixel").Between(1, kMaxSamples),
     VectorParameter(kRenderSkyColourId, "sky_colour", {0.12, 0.14, 0.18}, "", "Colour behind everything").Min(0),
     FloatParameter(kRenderSkyLightId, "sky_light", 1.0, "", "Factor of the light that the sky gives to surfaces")
         .Min(0),
     IntParameter(kRenderSkySamplesId, "sky_samples", 4, "",
                  "Rays of each sample that look for sky, fire and glowing surfaces around a surface; 0 for none")
-        .Between(0, 4096),
+        .Between(0, kMaxSamples),
     BoolParameter(kRenderSkyVisibleId, "sky_visible", true, "Show the sky; otherwise transparent black"),
     IntParameter(kRenderSeedId, "seed", 0, "", "Another seed gives another grain"),
     BoolParameter(kRenderLinearInputsId, "linear_inputs", true, "Colours in simulated channels are linear already"),
@@ -54,14 +56,13 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   const std::int64_t width = object.GetInt(kRenderWidthId), height = object.GetInt(kRenderHeightId);
   if (Status s = CheckPictureSize(width, height); !s) return s.error();
   settings.width = static_cast<int>(width), settings.height = static_cast<int>(height);
-  settings.samples = static_cast<int>(object.GetInt(kRenderSamplesId));
-  settings.skySamples = static_cast<int>(object.GetInt(kRenderSkySamplesId));
-  if (settings.samples < 1 || settings.samples > 4096 || settings.skySamples < 0 || settings.skySamples > 4096) {
-    return Result<RenderSettings>::Fail(ErrorKind::Scene,
-                                        fmt::format("\"{}\" has {} samples and {} sky samples; at "
-                                                    "most 4096 each, at least 1 sample",
-                                                    object.Path(), settings.samples, settings.skySamples));
+  const std::int64_t samples = object.GetInt(kRenderSamplesId), skySamples = object.GetInt(kRenderSkySamplesId);
+  if (samples < 1 || samples > kMaxSamples || skySamples < 0 || skySamples > kMaxSamples) {
+    return Result<RenderSettings>::Fail(
+        ErrorKind::Scene, fmt::format("\"{}\" has {} samples and {} sky samples; at most {} each, at least 1 sample",
+                                      object.Path(), samples, skySamples, kMaxSamples));
   }
+  settings.samples = static_cast<int>(samples), settings.skySamples = static_cast<int>(skySamples);
   settings.skyColour = object.GetVector(kRenderSkyColourId);
   settings.skyLight = object.GetDouble(kRenderSkyLightId);
   settings.skyVisible = object.GetBool(kRenderSkyVisibleId);
