@@ -112,33 +112,39 @@ struct Parameter {
   constexpr bool HoldsValue() const { return type != ParameterType::Button && type != ParameterType::Group; }
 
   constexpr Parameter Min(double v) const {
-    return With([&](Parameter& p) { p.min = v; });
+    Parameter p = *this;
+    p.min = v;
+    return p;
   }
   constexpr Parameter Max(double v) const {
-    return With([&](Parameter& p) { p.max = v; });
+    Parameter p = *this;
+    p.max = v;
+    return p;
   }
   constexpr Parameter Above(double v) const {
-    return With([&](Parameter& p) { p.min = v, p.minExclusive = true; });
+    Parameter p = *this;
+    p.min = v, p.minExclusive = true;
+    return p;
   }
   constexpr Parameter Between(double low, double high) const { return Min(low).Max(high); }
   constexpr Parameter Fallback(double v) const {
-    return With([&](Parameter& p) { p.fallbackNumber = v; });
+    Parameter p = *this;
+    p.fallbackNumber = v;
+    return p;
   }
   constexpr Parameter Fallback(const Vec3D& v) const {
-    return With([&](Parameter& p) { p.fallbackVector = v; });
+    Parameter p = *this;
+    p.fallbackVector = v;
+    return p;
   }
   constexpr Parameter ShownWhen(int other, Relation relation, double v) const {
-    return With([&](Parameter& p) { p.shownWhen[p.shownCount++] = {other, relation, v}; });
+    Parameter p = *this;
+    p.shownWhen[p.shownCount++] = {other, relation, v};
+    return p;
   }
   constexpr Parameter Hidden() const {
-    return With([](Parameter& p) { p.hidden = true; });
-  }
-
- private:
-  template <class F>
-  constexpr Parameter With(F change) const {
     Parameter p = *this;
-    change(p);
+    p.hidden = true;
     return p;
   }
 };
