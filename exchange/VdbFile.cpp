@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <stdexcept>
 
 #include "host/files/AtomicStream.h"
 
@@ -181,13 +183,30 @@ Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& 
   });
 }
 
+namespace {
+
+openvdb::GridPtrVecPtr ReadHeaders(const std::filesystem::path& path) {
+  openvdb::io::File file(path.string());
+  file.open(/*delayLoad=*/false);
+  return file.readAllGridMetadata();
+}
+
+// The library doesn't look whether a read came short: a file that lost its last bytes would pass.
+openvdb::GridPtrVecPtr ReadGrids(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  openvdb::io::Stream stream(in, /*delayLoad=*/false);
+  openvdb::GridPtrVecPtr grids = stream.getGrids();
+  if (!in) throw std::runtime_error("truncated");
+  return grids;
+}
+
+}  // namespace
+
 Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, bool withValues) {
   Initialise();
   std::vector<VdbGridInfo> infos;
   try {
-    openvdb::io::File file(path.string());
-    file.open(/*delayLoad=*/false);
-    const openvdb::GridPtrVecPtr grids = withValues ? file.getGrids() : file.readAllGridMetadata();
+    const openvdb::GridPtrVecPtr grids = withValues ? ReadGrids(path) : ReadHeaders(path);
     for (const openvdb::GridBase::Ptr& grid : *grids) infos.push_back(InfoOf(*grid, withValues));
   } catch (const std::exception& e) {
     return Unreadable(path, e.what());

@@ -35,5 +35,6 @@ void AddRunCommand(CLI::App& app, Program& program);
 void AddValidateCommand(CLI::App& app, Program& program);
 void AddParamsCommand(CLI::App& app, Program& program);
 void AddInfoCommand(CLI::App& app, Program& program);
+void AddVerifyCommand(CLI::App& app, Program& program);
 
 }  // namespace orlix

@@ -4,7 +4,7 @@
 
 namespace orlix {
 
-const AddCommand kCommands[] = {AddRunCommand, AddValidateCommand, AddInfoCommand, AddParamsCommand};
+const AddCommand kCommands[] = {AddRunCommand, AddValidateCommand, AddInfoCommand, AddVerifyCommand, AddParamsCommand};
 const std::size_t kCommandCount = std::size(kCommands);
 
 }  // namespace orlix

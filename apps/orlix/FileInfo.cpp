@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <filesystem>
+#include "apps/orlix/FileCheck.h"
 
 namespace orlix {
 
@@ -11,14 +10,17 @@ namespace {
 
 constexpr FileKind kKinds[] = {
     {".json", "scene file", PrintSceneInfo},
+    {".cache", "grid cache", PrintGridCacheInfo},
+    {".checkpoint", "checkpoint", PrintCheckpointInfo},
+    {".vdb", "OpenVDB", PrintVdbInfo},
+    {".exr", "OpenEXR", PrintPictureInfo},
+    {".png", "PNG", PrintPictureInfo},
 };
 
 }  // namespace
 
 Status PrintFileInfo(const Program& program, const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
+  const std::string extension = LowerExtension(path);
   std::string known;
   for (const FileKind& kind : kKinds) {
     if (extension == kind.extension) return kind.print(program, path);

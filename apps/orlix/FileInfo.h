@@ -19,5 +19,9 @@ struct FileKind {
 Status PrintFileInfo(const Program& program, const std::string& path);
 
 Status PrintSceneInfo(const Program& program, const std::string& path);
+Status PrintGridCacheInfo(const Program& program, const std::string& path);
+Status PrintCheckpointInfo(const Program& program, const std::string& path);
+Status PrintVdbInfo(const Program& program, const std::string& path);
+Status PrintPictureInfo(const Program& program, const std::string& path);
 
 }  // namespace orlix

@@ -1,0 +1,57 @@
+#include "apps/orlix/FileCheck.h"
+
+#include <algorithm>
+
+#include "apps/orlix/Checkpoint.h"
+#include "exchange/VdbFile.h"
+#include "fluids/caches/GridFrameFile.h"
+#include "host/render/PictureFile.h"
+
+namespace orlix {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+Status CheckFrameFile(const fs::path& path) { return HyperFile::Verify(kFrameFileIdent, path); }
+
+Status CheckGridCache(const fs::path& path) {
+  if (Status whole = CheckFrameFile(path); !whole.ok()) return whole;
+  HyperFile file;
+  GridFrameHead head;
+  if (!file.Open(kFrameFileIdent, path, HyperFile::Mode::Read)) return file.status();
+  return ReadGridFrameHead(file, path.string(), head);
+}
+
+Status CheckCheckpoint(const fs::path& path) {
+  const Result<CheckpointHead> head = ReadCheckpointHead(path);
+  return head.ok() ? HyperFile::Verify(0, path) : head.status();
+}
+
+Status CheckVdb(const fs::path& path) { return ReadVdbInfo(path, true).status(); }
+Status CheckPicture(const fs::path& path) { return ReadPicture(path).status(); }
+
+constexpr FileCheck kChecks[] = {
+    {".cache", CheckGridCache, true},        {".pcache", CheckFrameFile, true}, {".mcache", CheckFrameFile, true},
+    {".checkpoint", CheckCheckpoint, false}, {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
+    {".png", CheckPicture, false},
+};
+
+}  // namespace
+
+std::string LowerExtension(const fs::path& path) {
+  std::string extension = path.extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
+  return extension;
+}
+
+const FileCheck* FindFileCheck(const fs::path& path) {
+  const std::string extension = LowerExtension(path);
+  for (const FileCheck& check : kChecks) {
+    if (extension == check.extension) return &check;
+  }
+  return nullptr;
+}
+
+}  // namespace orlix

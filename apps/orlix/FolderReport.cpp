@@ -1,0 +1,111 @@
+#include "apps/orlix/FolderReport.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+
+#include "apps/orlix/FileCheck.h"
+#include "host/files/AtomicFile.h"
+
+namespace orlix {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Sequence {
+  const FileCheck* check = nullptr;
+  std::vector<FrameFile> files;
+};
+using Sequences = std::map<std::string, Sequence>;
+
+// The name with its number, where it has one, as # signs. A number of another width belongs to the same sequence when
+// only its padding differs: 9999 and 10000.
+void AddFile(Sequences& sequences, const fs::path& path, const FileCheck& check) {
+  const std::string stem = path.stem().string();
+  const std::size_t digits = stem.size() - (stem.find_last_not_of("0123456789") + 1);
+  const std::string base = stem.substr(0, stem.size() - digits);
+  const std::optional<int> frame = FrameOfName(stem, base);
+  const std::string name = (path.parent_path() / (frame ? base + "#" : stem)).string() + path.extension().string();
+  Sequence& sequence = sequences[name];
+  sequence.check = &check;
+  sequence.files.push_back({frame.value_or(0), path, 0});
+}
+
+Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) {
+  std::error_code error;
+  fs::recursive_directory_iterator at(folder, fs::directory_options::skip_permission_denied, error), end;
+  for (; !error && at != end; at.increment(error)) {
+    std::error_code gone;
+    if (!at->is_regular_file(gone)) continue;
+    if (TemporaryOwner(at->path().filename()) != 0) {
+      report.unfinished.push_back(at->path());
+    } else if (const FileCheck* check = FindFileCheck(at->path())) {
+      AddFile(sequences, at->path(), *check);
+    }
+  }
+  if (error) return Status::Fail(ErrorKind::InputFile, folder.string() + ": " + error.message());
+  return {};
+}
+
+// Gaps between the first and the last number. Files that are written each second frame have gaps by design: unless the
+// kind has a file for every frame, the numbers' common step is the measure.
+void FindGaps(const Sequence& sequence, SequenceReport& report) {
+  const std::vector<FrameFile>& files = sequence.files;
+  int step = 0;
+  for (std::size_t i = 1; i < files.size(); i++) step = std::gcd(step, files[i].frame - files[i - 1].frame);
+  report.step = sequence.check->everyFrame || step < 1 ? 1 : step;
+  std::vector<FrameFile> counted;
+  for (const FrameFile& file : files) counted.push_back({(file.frame - files.front().frame) / report.step, {}, 0});
+  report.missing = MissingFrames(counted, 0);
+  report.missingCount = CountFrames(report.missing);
+  for (FrameRange& gap : report.missing) {
+    gap.first = files.front().frame + gap.first * report.step;
+    gap.last = files.front().frame + gap.last * report.step;
+  }
+}
+
+SequenceReport CheckSequence(const std::string& name, Sequence& sequence) {
+  SequenceReport report;
+  report.name = name;
+  std::sort(sequence.files.begin(), sequence.files.end(),
+            [](const FrameFile& a, const FrameFile& b) { return a.frame < b.frame; });
+  for (const FrameFile& file : sequence.files) {
+    const Status whole = sequence.check->check(file.path);
+    if (whole.ok()) {
+      report.whole++;
+    } else {
+      report.broken.push_back({file.path, whole.error().text});
+    }
+  }
+  FindGaps(sequence, report);
+  return report;
+}
+
+}  // namespace
+
+Result<FolderReport> ReportFolder(const fs::path& path) {
+  FolderReport report;
+  Sequences sequences;
+  std::error_code error;
+  const fs::file_status kind = fs::status(path, error);
+  if (!fs::exists(kind)) return Error{ErrorKind::InputFile, path.string() + ": no such folder"};
+  if (fs::is_directory(kind)) {
+    if (Status walked = Walk(path, sequences, report); !walked.ok()) return walked.error();
+  } else if (const FileCheck* check = FindFileCheck(path)) {
+    AddFile(sequences, path, *check);
+  } else {
+    return Error{ErrorKind::Usage, path.string() + ": not a kind of file that is checked"};
+  }
+  for (auto& [name, sequence] : sequences) {
+    report.sequences.push_back(CheckSequence(name, sequence));
+    const SequenceReport& done = report.sequences.back();
+    report.whole += done.whole;
+    report.broken += static_cast<std::int64_t>(done.broken.size());
+    report.missing += done.missingCount;
+  }
+  std::sort(report.unfinished.begin(), report.unfinished.end());
+  return report;
+}
+
+}  // namespace orlix

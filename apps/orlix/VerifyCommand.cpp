@@ -1,0 +1,68 @@
+// orlix verify DIR: which results are whole, missing or broken.
+
+#include <fmt/format.h>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/FolderReport.h"
+#include "apps/orlix/JsonLayout.h"
+
+namespace orlix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+void PrintText(const std::string& path, const FolderReport& report) {
+  for (const SequenceReport& sequence : report.sequences) {
+    std::string line = fmt::format("{}: {} whole", sequence.name, sequence.whole);
+    if (!sequence.missing.empty()) line += ", missing " + FormatRanges(sequence.missing);
+    if (sequence.missingCount > 1 && sequence.step > 1) line += fmt::format(" in steps of {}", sequence.step);
+    if (!sequence.broken.empty()) line += fmt::format(", {} broken", sequence.broken.size());
+    fmt::print("{}\n", line);
+    for (const BrokenFile& file : sequence.broken) fmt::print("  broken: {}\n", file.reason);
+  }
+  for (const auto& file : report.unfinished) fmt::print("unfinished: {}\n", file.string());
+  fmt::print("{}: {} whole, {} broken, {} missing\n", path, report.whole, report.broken, report.missing);
+}
+
+void PrintJson(const std::string& path, const FolderReport& report) {
+  Json json = {{"folder", path},
+               {"whole", report.whole},
+               {"broken", report.broken},
+               {"missing", report.missing},
+               {"sequences", Json::array()},
+               {"unfinished", Json::array()}};
+  for (const SequenceReport& sequence : report.sequences) {
+    Json entry = {{"name", sequence.name},
+                  {"whole", sequence.whole},
+                  {"step", sequence.step},
+                  {"broken", Json::array()},
+                  {"missing", Json::array()}};
+    for (const BrokenFile& file : sequence.broken) {
+      entry["broken"].push_back({{"path", file.path.string()}, {"reason", file.reason}});
+    }
+    for (const FrameRange& range : sequence.missing) entry["missing"].push_back({range.first, range.last});
+    json["sequences"].push_back(std::move(entry));
+  }
+  for (const auto& file : report.unfinished) json["unfinished"].push_back(file.string());
+  fmt::print("{}\n", LaidOut(json));
+}
+
+Status Verify(const Program& program, const std::string& path) {
+  const Result<FolderReport> report = ReportFolder(path);
+  if (!report.ok()) return report.error();
+  program.options.json ? PrintJson(path, *report) : PrintText(path, *report);
+  if (report->broken == 0) return {};
+  return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {} broken", path, report->broken));
+}
+
+}  // namespace
+
+void AddVerifyCommand(CLI::App& app, Program& program) {
+  auto path = std::make_shared<std::string>();
+  CLI::App* command = app.add_subcommand("verify", "Say which caches, checkpoints, VDB files and pictures are whole");
+  command->add_option("folder", *path, "A folder of results, or one file")->required();
+  command->callback([&program, path] { program.action = [&program, path] { return Verify(program, *path); }; });
+}
+
+}  // namespace orlix
