@@ -3,6 +3,7 @@
 // every sub-step.
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "globals/Vec.h"
@@ -51,6 +52,26 @@ class CellMask {
   VecInt3D dims_;
   int words_ = 0;
   std::vector<std::uint64_t> bits_;
+};
+
+// A byte a sample, 0 or 1, on its way to the bits of a row.
+class RowFlags {
+ public:
+  explicit RowFlags(int longestRow) : flags_(static_cast<std::size_t>((longestRow + 7) / 8 * 8)) {}
+  std::uint8_t* data() { return flags_.data(); }
+  // Overwrites the row's words; what lies beyond the samples stays 0.
+  void Pack(std::uint64_t* row) const {
+    for (std::size_t n = 0; n < flags_.size(); n += 8) {
+      std::uint64_t eight;
+      std::memcpy(&eight, flags_.data() + n, 8);
+      if (n % 64 == 0) row[n / 64] = 0;
+      // The product gathers the lowest bits of the eight bytes in its top byte.
+      row[n / 64] |= (eight * 0x0102040810204080u >> 56) << n % 64;
+    }
+  }
+
+ private:
+  std::vector<std::uint8_t> flags_;
 };
 
 }  // namespace orlix

@@ -1,10 +1,12 @@
 #include "fluids/dynamics/FractionKernels.h"
 
-#include <algorithm>
+#include <limits>
 
+#include "fluids/dynamics/CornerClasses.h"
 #include "fluids/dynamics/FractionShapes.h"
 #include "fluids/dynamics/SolidView.h"
 #include "fluids/grids/Interpolation.h"
+#include "globals/Multiversion.h"
 #include "host/threads/WorkerPool.h"
 
 namespace orlix {
@@ -19,7 +21,7 @@ float Limited(float v) {
   return v > 0 && v < kLeastOpen ? kLeastOpen : v;
 }
 
-// Steps to the far corners of a face of an axis, in cyclic order from the near one.
+// The other corners of a face of an axis, in cyclic order from the near one.
 struct FaceCorners {
   std::int64_t b, c, d;
   FaceCorners(const GridView<const double>& nodes, int axis) {
@@ -29,18 +31,34 @@ struct FaceCorners {
   }
 };
 
-void FaceRow(const double* p, const FaceCorners& at, int count, FractionRule rule, float* out) {
-  const float open = Limited(rule.Store(0)), closed = Limited(rule.Store(1));
-  for (int i = 0; i < count; ++i) {
-    const float a = static_cast<float>(p[i]), b = static_cast<float>(p[i + at.b]);
-    const float c = static_cast<float>(p[i + at.c]), d = static_cast<float>(p[i + at.d]);
-    if (std::min({a, b, c, d}) > 0)
-      out[i] = open;
-    else if (!(std::max({a, b, c, d}) > 0))
-      out[i] = closed;
-    else
-      out[i] = Limited(rule.Store(FractionInsideSquare(a, b, c, d, true)));
-  }
+// The largest double that becomes 0 in single precision.
+constexpr double kRoundsToZero = 0x1p-150;
+// Everything from 0 on is above it.
+constexpr double kBelowZero = -std::numeric_limits<double>::denorm_min();
+
+ORLIX_MULTIVERSION void SpreadClasses(const std::uint8_t* classes, int count, float open, float inside, float* out) {
+  for (int i = 0; i < count; ++i) out[i] = classes[i] == kCornersOpen ? open : inside;
+}
+
+void FaceRow(const double* p, const FaceCorners& at, int count, FractionRule rule, CornerClasses& classes, float* out) {
+  classes.Find(p, {0, at.b, at.d}, count, kRoundsToZero, kRoundsToZero);
+  SpreadClasses(classes.data(), count, Limited(rule.Store(0)), Limited(rule.Store(1)), out);
+  classes.ForEachMixed([&](int i) {
+    const double inside = FractionInsideSquare(static_cast<float>(p[i]), static_cast<float>(p[i + at.b]),
+                                               static_cast<float>(p[i + at.c]), static_cast<float>(p[i + at.d]), true);
+    out[i] = Limited(rule.Store(inside));
+  });
+}
+
+void CellRow(const double* p, const CornerSteps& at, int count, FractionRule rule, CornerClasses& classes, float* out) {
+  classes.Find(p, at, count, kBelowZero, kBelowZero);
+  SpreadClasses(classes.data(), count, rule.Store(0), rule.Store(1), out);
+  classes.ForEachMixed([&](int i) {
+    const double* q = p + i;
+    const double corners[8] = {q[0], q[at.z],     q[at.y],     q[at.y + at.z],  //
+                               q[1], q[1 + at.z], q[1 + at.y], q[1 + at.y + at.z]};
+    out[i] = rule.Store(FractionInsideCube(corners));
+  });
 }
 
 // The eight points of a cube around p, in index coordinates of the nodes.
@@ -65,6 +83,10 @@ double CountedShare(const GridView<const double>& nodes, const Vec3D& p, int per
   return inside / (double(perAxis) * perAxis * perAxis);
 }
 
+ORLIX_MULTIVERSION void MarkZeros(const float* row, int count, std::uint8_t* flags) {
+  for (int i = 0; i < count; ++i) flags[i] = row[i] == 0;
+}
+
 template <class F>
 void ForEachSample(const GridView<float>& out, WorkerPool& pool, F&& f) {
   ParallelRange(pool, 0, out.dims.z, [&](int k0, int k1, int) {
@@ -83,8 +105,9 @@ void FillFaceFractions(const GridView<const double>& nodes, int axis, FractionRu
                        WorkerPool& pool) {
   const FaceCorners corners(nodes, axis);
   ParallelRange(pool, 0, out.dims.z, [&](int k0, int k1, int) {
+    CornerClasses classes(out.dims.x);
     for (int k = k0; k < k1; ++k) {
-      for (int j = 0; j < out.dims.y; ++j) FaceRow(&nodes(0, j, k), corners, out.dims.x, rule, &out(0, j, k));
+      for (int j = 0; j < out.dims.y; ++j) FaceRow(&nodes(0, j, k), corners, out.dims.x, rule, classes, &out(0, j, k));
     }
   });
 }
@@ -92,13 +115,12 @@ void FillFaceFractions(const GridView<const double>& nodes, int axis, FractionRu
 void FillCubeFractions(const GridView<const double>& nodes, const Vec3D& offset, FractionRule rule,
                        const GridView<float>& out, WorkerPool& pool) {
   if (offset == Vec3D(0.5)) {  // the eight points are nodes
-    const std::int64_t dy = nodes.dims.x, dz = nodes.slab;
-    return ForEachSample(out, pool, [&](int i, int j, int k) {
-      const double* p = &nodes(i, j, k);
-      const double corners[8] = {p[0], p[dz],     p[dy],     p[dy + dz],  //
-                                 p[1], p[1 + dz], p[1 + dy], p[1 + dy + dz]};
-      const auto [least, most] = std::minmax_element(corners, corners + 8);
-      return rule.Store(*least >= 0 ? 0 : *most < 0 ? 1 : FractionInsideCube(corners));
+    const CornerSteps steps{1, nodes.dims.x, nodes.slab};
+    return ParallelRange(pool, 0, out.dims.z, [&](int k0, int k1, int) {
+      CornerClasses classes(out.dims.x);
+      for (int k = k0; k < k1; ++k) {
+        for (int j = 0; j < out.dims.y; ++j) CellRow(&nodes(0, j, k), steps, out.dims.x, rule, classes, &out(0, j, k));
+      }
     });
   }
   ForEachSample(out, pool, [&](int i, int j, int k) { return rule.Store(CubeAround(nodes, Vec3D(i, j, k) + offset)); });
@@ -114,11 +136,11 @@ void FillCountedFractions(const GridView<const double>& nodes, const Vec3D& offs
 void FindZeros(const GridView<const float>& values, CellMask& mask, WorkerPool& pool) {
   mask.Resize(values.dims);
   ParallelRange(pool, 0, values.dims.z, [&](int k0, int k1, int) {
+    RowFlags flags(values.dims.x);
     for (int k = k0; k < k1; ++k) {
       for (int j = 0; j < values.dims.y; ++j) {
-        const float* row = &values(0, j, k);
-        std::uint64_t* bits = mask.Row(j, k);
-        for (int i = 0; i < values.dims.x; ++i) bits[i >> 6] |= std::uint64_t(row[i] == 0) << (i & 63);
+        MarkZeros(&values(0, j, k), values.dims.x, flags.data());
+        flags.Pack(mask.Row(j, k));
       }
     }
   });
