@@ -1,5 +1,9 @@
 #include "fluids/grids/GridMemory.h"
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 #include <atomic>
 #include <new>
 
@@ -8,7 +12,17 @@ namespace orlix {
 namespace {
 
 std::atomic<std::int64_t> current{0}, peak{0}, budget{0};
-constexpr std::align_val_t kAlignment{64};
+// Large grids stand on large pages where the system has them: kernels walk a dozen arrays in layers that lie far apart,
+// and would miss the table of small pages at each row.
+constexpr std::size_t kLargePage = std::size_t(2) << 20;
+
+std::align_val_t AlignmentOf(std::size_t bytes) { return std::align_val_t(bytes >= 2 * kLargePage ? kLargePage : 64); }
+
+void AskForLargePages([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t bytes) {
+#if defined(__linux__)
+  if (memory && bytes >= 2 * kLargePage) madvise(memory, bytes, MADV_HUGEPAGE);
+#endif
+}
 
 }  // namespace
 
@@ -17,11 +31,12 @@ void* AllocateGridMemory(std::size_t bytes) {
   const std::int64_t size = static_cast<std::int64_t>(bytes);
   const std::int64_t now = current.fetch_add(size, std::memory_order_relaxed) + size;
   const std::int64_t limit = budget.load(std::memory_order_relaxed);
-  void* memory = limit > 0 && now > limit ? nullptr : ::operator new(bytes, kAlignment, std::nothrow);
+  void* memory = limit > 0 && now > limit ? nullptr : ::operator new(bytes, AlignmentOf(bytes), std::nothrow);
   if (!memory) {
     current.fetch_sub(size, std::memory_order_relaxed);
     throw std::bad_alloc();
   }
+  AskForLargePages(memory, bytes);
   std::int64_t seen = peak.load(std::memory_order_relaxed);
   while (now > seen && !peak.compare_exchange_weak(seen, now, std::memory_order_relaxed)) {
   }
@@ -30,7 +45,7 @@ void* AllocateGridMemory(std::size_t bytes) {
 
 void FreeGridMemory(void* memory, std::size_t bytes) noexcept {
   if (!memory) return;
-  ::operator delete(memory, kAlignment);
+  ::operator delete(memory, AlignmentOf(bytes));
   current.fetch_sub(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
 }
 

@@ -1,0 +1,112 @@
+#include "fluids/dynamics/AdvectionKernels.h"
+
+#include "fluids/dynamics/AdvectionPass.h"
+
+namespace orlix {
+
+namespace {
+
+// The faces in y and z; rows end in their own faces.
+void ClearOuterRows(const GridView<double>& grid) {
+  const VecInt3D n = grid.dims;
+  std::fill_n(grid.data, grid.slab, 0.0);
+  std::fill_n(grid.data + grid.Index(0, 0, n.z - 1), grid.slab, 0.0);
+  for (int k = 1; k < n.z - 1; ++k) {
+    std::fill_n(grid.data + grid.Index(0, 0, k), n.x, 0.0);
+    std::fill_n(grid.data + grid.Index(0, n.y - 1, k), n.x, 0.0);
+  }
+}
+
+bool HasInterior(const VecInt3D& n) { return n.x > 2 && n.y > 2 && n.z > 2; }
+
+}  // namespace
+
+void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
+                          WorkerPool& pool) {
+  if (!HasInterior(source.values.dims)) return;
+  const AdvectionPass pass(field, source, pool);
+  const auto write = [&](AdvectionRun& run) {
+    double* row = result.data + result.Index(run.begin, run.j, run.k);
+    pass.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
+                      [&](int i) { run.value[i - run.begin] = row[i - run.begin]; });
+    std::copy_n(run.value, run.count, row);
+  };
+  const auto clear = [&](int begin, int end, int j, int k) {
+    double* row = result.data + result.Index(0, j, k);
+    int open = begin;
+    pass.ForEachSolid(begin, end, j, k, [&](int i) {
+      std::fill(row + open, row + i, 0.0);
+      open = i + 1;
+    });
+    std::fill(row + open, row + end, 0.0);
+  };
+  pass.ForEachRun(false, write, clear);
+}
+
+void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, float strength,
+                      GridView<double> result, const MacCormackScratch& scratch, WorkerPool& pool) {
+  if (!HasInterior(source.values.dims)) return;
+  const GridView<double>& forward = scratch.forward;
+  AdvectionField backward = field;
+  backward.dt = -field.dt;
+  const AdvectionPass there(backward, source, pool);
+  ClearOuterRows(forward);
+  const auto writeForward = [&](AdvectionRun& run) {
+    there.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) {
+      run.value[i - run.begin] = 0;
+      run.cell[i - run.begin] = kSolidCell;
+    });
+    const std::int64_t index = forward.Index(run.begin, run.j, run.k);
+    std::copy_n(run.value, run.count, forward.data + index);
+    std::copy_n(run.cell, run.count, scratch.traced.data + index);
+    forward(0, run.j, run.k) = forward(forward.dims.x - 1, run.j, run.k) = 0;
+  };
+  const auto clearForward = [&](int begin, int end, int j, int k) {
+    std::fill_n(forward.data + forward.Index(begin, j, k), end - begin, 0.0);
+    forward(0, j, k) = forward(forward.dims.x - 1, j, k) = 0;
+  };
+  there.ForEachRun(true, writeForward, clearForward);
+
+  AdvectionSource ahead = source;
+  ahead.values = forward;
+  const AdvectionPass back(field, ahead, there);
+  const auto correct = [&](AdvectionRun& run) {
+    back.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) { run.value[i - run.begin] = 0; });
+    const std::int64_t index = result.Index(run.begin, run.j, run.k);
+    const MacCormackRow row{source.values,        source.values.data + index,
+                            forward.data + index, scratch.traced.data + index,
+                            result.data + index,  static_cast<double>(strength) * 0.5};
+    back.Correct(row, run);
+  };
+  // What the way there left at 0 between eight zeros stays 0 after the limiter.
+  const auto clear = [&](int begin, int end, int j, int k) {
+    std::fill_n(result.data + result.Index(begin, j, k), end - begin, 0.0);
+  };
+  back.ForEachRun(false, correct, clear);
+}
+
+CellBox FindContent(const GridView<const double>& grid, WorkerPool& pool) {
+  CellBox ofWorker[WorkerPool::kMaxWorkers];
+  for (CellBox& box : ofWorker) box = {grid.dims, {}};
+  ParallelRange(pool, 0, grid.dims.z, [&](int begin, int end, int worker) {
+    CellBox& box = ofWorker[worker];
+    for (int k = begin; k < end; ++k) {
+      for (int j = 0; j < grid.dims.y; ++j) {
+        const double* row = grid.data + grid.Index(0, j, k);
+        bool any = false;
+        for (int i = 0; i < grid.dims.x; ++i) any |= row[i] != 0;
+        if (!any) continue;
+        int first = 0, last = grid.dims.x - 1;
+        while (first < box.min.x && row[first] == 0) ++first;
+        while (last >= box.max.x && row[last] == 0) --last;
+        box.min = Min(box.min, VecInt3D(first, j, k));
+        box.max = Max(box.max, VecInt3D(last + 1, j + 1, k + 1));
+      }
+    }
+  });
+  CellBox content{grid.dims, {}};
+  for (const CellBox& box : ofWorker) content.min = Min(content.min, box.min), content.max = Max(content.max, box.max);
+  return content;
+}
+
+}  // namespace orlix

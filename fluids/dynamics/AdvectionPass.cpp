@@ -1,0 +1,208 @@
+#include "fluids/dynamics/AdvectionPass.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include <cmath>
+
+#include "globals/Multiversion.h"
+
+#define ORLIX_ROWS advection_baseline
+#define ORLIX_ROWS_TARGET
+#include "fluids/dynamics/AdvectionRows.h"
+#undef ORLIX_ROWS
+#undef ORLIX_ROWS_TARGET
+
+#if defined(__x86_64__)
+#define ORLIX_ROWS_AVX
+#define ORLIX_ROWS advection_avx2
+#define ORLIX_ROWS_TARGET __attribute__((target("avx2")))
+#include "fluids/dynamics/AdvectionRows.h"
+#endif
+
+namespace orlix {
+
+namespace {
+
+#define ORLIX_KERNELS_OF(rows) \
+  AdvectionRunKernels { rows::FirstVelocity, rows::TraceRun, rows::ClampRun, rows::SampleRun, rows::CorrectRun }
+
+AdvectionRunKernels ChooseKernels() {
+#if defined(__x86_64__)
+  if (__builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
+#endif
+  return ORLIX_KERNELS_OF(advection_baseline);
+}
+
+// The source stands on the velocity's lattice. A sample on a face or corner has one more array cell along that axis.
+bool SameLattice(const VelocityView& velocity, const AdvectionSource& source) {
+  const VecInt3D cells = velocity.component[0].dims - VecInt3D(1, 0, 0);
+  VecInt3D extra;
+  for (int axis = 0; axis < 3; ++axis) extra[axis] = source.offset[axis] == 0 ? 1 : 0;
+  return velocity.component[1].dims == cells + VecInt3D(0, 1, 0) &&
+         velocity.component[2].dims == cells + VecInt3D(0, 0, 1) && source.values.dims == cells + extra;
+}
+
+Interpolation ModeOf(AdvectionSampling sampling) {
+  return sampling == AdvectionSampling::QuadraticBSpline ? Interpolation::QuadraticBSpline
+         : sampling == AdvectionSampling::MonotoneCubic  ? Interpolation::MonotoneCubic
+                                                         : Interpolation::Trilinear;
+}
+
+// Calls f(l) for the cells of the marked blocks of a run.
+template <class F>
+void ForEachMarked(std::uint32_t blocks, int count, F&& f) {
+  for (; blocks != 0; blocks &= blocks - 1) {
+    const int next = __builtin_ctz(blocks) * 4;
+    for (int l = std::min(next, count - 4); l < std::min(next + 4, count); ++l) f(l);
+  }
+}
+
+double CorrectCell(const MacCormackRow& row, int l, double back) {
+  const double source = row.source[l], forward = row.forward[l];
+  const std::int32_t cell = row.traced[l];
+  if (cell == kMovedCell) return forward;
+  if (cell == kSolidCell) return row.strength * source;
+  const double* p = row.grid.data + cell;
+  const std::int64_t nx = row.grid.dims.x, slab = row.grid.slab;
+  double low = p[0], high = p[0];
+  for (const std::int64_t corner : {std::int64_t(1), nx, nx + 1, slab, slab + 1, slab + nx, slab + nx + 1}) {
+    low = p[corner] < low ? p[corner] : low;
+    high = high < p[corner] ? p[corner] : high;
+  }
+  const double corrected = forward + row.strength * (source - back);
+  return corrected < low ? low : high < corrected ? high : corrected;
+}
+
+// The largest magnitude of a piece of an array. NaN counts as nothing.
+ORLIX_MULTIVERSION double LargestMagnitude(const double* data, std::int64_t count) {
+  constexpr int kLanes = 8;
+  double most[kLanes] = {};
+  std::int64_t at = 0;
+  for (; at + kLanes <= count; at += kLanes) {
+    for (int l = 0; l < kLanes; ++l) {
+      const double magnitude = std::fabs(data[at + l]);
+      most[l] = most[l] < magnitude ? magnitude : most[l];
+    }
+  }
+  for (; at < count; ++at) most[0] = std::max(most[0], std::fabs(data[at]));
+  return *std::max_element(most, most + kLanes);
+}
+
+Vec3D LargestSpeeds(const VelocityView& velocity, WorkerPool& pool) {
+  Vec3D largest;
+  for (int c = 0; c < 3; ++c) {
+    const GridView<const double>& grid = velocity.component[c];
+    double ofWorker[WorkerPool::kMaxWorkers] = {};
+    ParallelRange(pool, 0, grid.dims.z, [&](int begin, int end, int worker) {
+      ofWorker[worker] = LargestMagnitude(grid.data + grid.slab * begin, grid.slab * (end - begin));
+    });
+    largest[c] = *std::max_element(std::begin(ofWorker), std::end(ofWorker));
+  }
+  return largest;
+}
+
+// The interior cells whose traced points may sample something in the source's content. Each stage of an integrator is a
+// mean of velocities, so that no point moves further than the top speed takes it.
+CellBox ReachedCells(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool) {
+  const VecInt3D n = source.values.dims;
+  const CellBox interior{{1, 1, 1}, n - VecInt3D(1, 1, 1)};
+  const CellBox content{Max(source.content.min, VecInt3D()), Min(source.content.max, n)};
+  if (content.IsEmpty()) return {};
+  // The speeds cost a read of the velocity: not for a content that fills most of the grid.
+  if (2 * CellCount(content.max - content.min) > CellCount(n)) return interior;
+  // Two cells for the widest sample, one for what the clamp to the domain and roundings move.
+  double spread = 3;
+  if (field.solid.HasData() && !field.bricks->IsEmpty()) {
+    spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
+  }
+  const Vec3D speed = LargestSpeeds(field.velocity, pool);
+  CellBox reached;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double cells = std::fabs(field.Step()) * speed[axis] + spread;
+    const std::int32_t reach = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) : n[axis];
+    reached.min[axis] = std::max(content.min[axis] - reach, interior.min[axis]);
+    reached.max[axis] = std::min(content.max[axis] + reach, interior.max[axis]);
+  }
+  return reached;
+}
+
+}  // namespace
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool)
+    : field_(field),
+      source_(source),
+      pool_(pool),
+      sameLattice_(SameLattice(field.velocity, source)),
+      kernels_(ChooseKernels()),
+      reached_(ReachedCells(field, source, pool)) {}
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const AdvectionPass& other)
+    : field_(field),
+      source_(source),
+      pool_(other.pool_),
+      sameLattice_(other.sameLattice_),
+      kernels_(other.kernels_),
+      reached_(other.reached_) {}
+
+void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {
+  const Vec3D traced = field_.Trace({run.start.x + l, run.start.y, run.start.z});
+  for (int axis = 0; axis < 3; ++axis) run.position[axis][l] = traced[axis];
+}
+
+void AdvectionPass::Trace(AdvectionRun& run) const {
+  run.start = Vec3D(run.begin, run.j, run.k) + source_.offset;
+  run.again = run.near = 0;
+  const auto resolve = [&](int l) {
+    Vec3D point(run.position[0][l], run.position[1][l], run.position[2][l]);
+    if (field_.Resolve(point)) run.moved[l] = -1;
+    for (int axis = 0; axis < 3; ++axis) run.position[axis][l] = point[axis];
+  };
+  if (!IsWide(run)) {
+    for (int l = 0; l < run.count; ++l) {
+      run.moved[l] = 0;
+      TraceCell(run, l);
+      resolve(l);
+    }
+    return;
+  }
+  kernels_.firstVelocity(field_.velocity, source_.offset, run);
+  kernels_.trace(field_, run);
+  ForEachMarked(run.again, run.count, [&](int l) { TraceCell(run, l); });
+  if (!field_.solid.HasData()) {
+    std::fill_n(run.moved, run.count, -1);
+    return;
+  }
+  kernels_.clamp(field_, run);
+  ForEachMarked(run.near, run.count, [&](int l) {
+    if (field_.bricks->Touches({run.position[0][l], run.position[1][l], run.position[2][l]})) resolve(l);
+  });
+}
+
+void AdvectionPass::SampleCell(bool record, AdvectionRun& run, int l) const {
+  const GridView<const double>& grid = source_.values;
+  const Vec3D at = Vec3D(run.position[0][l], run.position[1][l], run.position[2][l]) - source_.offset;
+  run.value[l] = SampleGrid(grid, at.x, at.y, at.z, ModeOf(source_.sampling));
+  if (!record) return;
+  const std::int64_t cell =
+      grid.Index(LinearAxis(at.x, grid.dims.x).i, LinearAxis(at.y, grid.dims.y).i, LinearAxis(at.z, grid.dims.z).i);
+  run.cell[l] = run.moved[l] != 0 ? kMovedCell : static_cast<std::int32_t>(cell);
+}
+
+void AdvectionPass::Sample(bool record, AdvectionRun& run) const {
+  if (!IsWide(run)) {
+    for (int l = 0; l < run.count; ++l) SampleCell(record, run, l);
+    return;
+  }
+  run.again = 0;
+  kernels_.sample(source_, record, run);
+  ForEachMarked(run.again, run.count, [&](int l) { SampleCell(record, run, l); });
+}
+
+void AdvectionPass::Correct(const MacCormackRow& row, AdvectionRun& run) const {
+  if (run.count >= 4) return kernels_.correct(row, run);
+  for (int l = 0; l < run.count; ++l) row.result[l] = CorrectCell(row, l, run.value[l]);
+}
+
+}  // namespace orlix

@@ -1,0 +1,110 @@
+#pragma once
+// The loop that the passes of advection share: rows of cells, cut into runs that fit the first-level cache, each
+// traced, resolved against the walls and sampled.
+
+#include <algorithm>
+
+#include "fluids/dynamics/AdvectionKernels.h"
+
+namespace orlix {
+
+// What stands in MacCormackScratch::traced instead of a cell.
+inline constexpr std::int32_t kMovedCell = -1, kSolidCell = -2;
+
+// A piece of a row: what the stages of its cells hand on to each other.
+struct AdvectionRun {
+  static constexpr int kCells = 64;
+  std::int32_t begin, count, j, k;
+  Vec3D start;                                          // index position of the first sample
+  std::uint32_t again;                                  // bit b: block b of four cells is to be done cell by cell
+  std::uint32_t near;                                   // bit b: block b may lie in an obstacle
+  alignas(32) double velocity[4][3][kCells];            // at the integrator's stages
+  alignas(32) double position[3][kCells];               // traced and resolved, index positions
+  alignas(32) double own[3][kCells], other[3][kCells];  // fractions in cells
+  alignas(32) double value[kCells];                     // sampled at the position
+  alignas(32) std::int32_t node[3][kCells];
+  alignas(32) std::int32_t moved[kCells];  // -1 where the walls moved the point
+  alignas(32) std::int32_t cell[kCells];   // source cell in which the point lies, or kMovedCell
+};
+
+// A run of MacCormack's second pass; pointers stand at its first cell.
+struct MacCormackRow {
+  GridView<const double> grid;
+  const double *source, *forward;
+  const std::int32_t* traced;
+  double* result;
+  double strength;  // of the error term, the half included
+};
+
+// The stages of a run for one instruction set. A run has at least four cells.
+struct AdvectionRunKernels {
+  void (*firstVelocity)(const VelocityView&, const Vec3D&, AdvectionRun&);
+  void (*trace)(const AdvectionField&, AdvectionRun&);
+  void (*clamp)(const AdvectionField&, AdvectionRun&);
+  void (*sample)(const AdvectionSource&, bool, AdvectionRun&);
+  void (*correct)(const MacCormackRow&, AdvectionRun&);
+};
+
+// One pass over the interior of a source. Cells that nothing but zeros can reach aren't traced.
+class AdvectionPass {
+ public:
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool);
+  // Over the cells of another pass.
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const AdvectionPass& other);
+
+  // Calls write(run) for each run of the cells that something may reach: run.value is the source at the traced point,
+  // with record run.cell is where that lies. Calls clear(begin, end, j, k) for the other cells of each row.
+  template <class Write, class Clear>
+  void ForEachRun(bool record, Write&& write, Clear&& clear) const {
+    const VecInt3D n = source_.values.dims;
+    ParallelRange(pool_, 1, n.z - 1, [&](int begin, int end, int) {
+      AdvectionRun run;
+      // A tile of rows through all layers: what the layers below and above read again is still near.
+      for (int tile = 1; tile < n.y - 1; tile += kTileRows) {
+        for (run.k = begin; run.k < end; ++run.k) {
+          for (run.j = tile; run.j < std::min(tile + kTileRows, n.y - 1); ++run.j) {
+            const bool reached = Reaches(run.j, run.k);
+            const int first = reached ? reached_.min.x : n.x - 1, last = reached ? reached_.max.x : n.x - 1;
+            if (first > 1) clear(1, first, run.j, run.k);
+            if (last < n.x - 1) clear(last, n.x - 1, run.j, run.k);
+            for (run.begin = first; run.begin < last; run.begin += AdvectionRun::kCells) {
+              run.count = std::min(AdvectionRun::kCells, last - run.begin);
+              Trace(run);
+              Sample(record, run);
+              write(run);
+            }
+          }
+        }
+      }
+    });
+  }
+  // Calls f(i) for the cells [begin, end) of a row that lie inside solids.
+  template <class F>
+  void ForEachSolid(int begin, int end, int j, int k, F&& f) const {
+    if (source_.insideSolid && !source_.insideSolid->IsEmpty()) {
+      CellMask::ForEachSet(source_.insideSolid->Row(j, k), begin, end, f);
+    }
+  }
+  void Correct(const MacCormackRow& row, AdvectionRun& run) const;
+
+ private:
+  static constexpr int kTileRows = 16;
+
+  bool Reaches(int j, int k) const {
+    return j >= reached_.min.y && j < reached_.max.y && k >= reached_.min.z && k < reached_.max.z;
+  }
+  bool IsWide(const AdvectionRun& run) const { return sameLattice_ && run.count >= 4; }
+  void Trace(AdvectionRun& run) const;
+  void Sample(bool record, AdvectionRun& run) const;
+  void TraceCell(AdvectionRun& run, int l) const;
+  void SampleCell(bool record, AdvectionRun& run, int l) const;
+
+  const AdvectionField& field_;
+  const AdvectionSource& source_;
+  WorkerPool& pool_;
+  const bool sameLattice_;  // the source stands on the velocity's lattice
+  const AdvectionRunKernels kernels_;
+  CellBox reached_;
+};
+
+}  // namespace orlix
