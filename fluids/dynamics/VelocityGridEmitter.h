@@ -36,7 +36,9 @@ class VelocityGridEmitter final : public iObject {
   std::vector<Force*> forces;     // between ResolveLinks and ReleaseLinks
 
  private:
+  std::array<GridView<double>, 3> ForceViews() const { return {*forceGrids_[0], *forceGrids_[1], *forceGrids_[2]}; }
   void GatherForces();
+  void GatherRow(const GridSpace& space, std::int32_t j, std::int32_t k, std::int32_t worker);
   void AddToFaces();
   void GiveBack();
 
