@@ -18,7 +18,8 @@ function(orlix_library folder)
   endif()
 endfunction()
 
-# Every folder below tests/ that holds sources is one test program, linked to everything that the engine has.
+# Every folder below tests/ that holds sources is one test program. It links the engine, and what stands above the engine
+# only where its folder says so, so that a change of the program doesn't build the engine's tests anew.
 function(orlix_tests)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/*.cpp)
   set(folders)
@@ -32,7 +33,14 @@ function(orlix_tests)
     string(REPLACE "/" "_" suffix ${folder})
     file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
     add_executable(test_${suffix} ${sources})
-    target_link_libraries(test_${suffix} PRIVATE ${ARGN} GTest::gtest GTest::gtest_main)
+    if(folder MATCHES "^apps")
+      set(library orlix_apps_orlix)
+    elseif(folder MATCHES "^exchange")
+      set(library orlix_exchange orlix_main)
+    else()
+      set(library orlix_main)
+    endif()
+    target_link_libraries(test_${suffix} PRIVATE ${library} GTest::gtest GTest::gtest_main)
     target_compile_options(test_${suffix} PRIVATE ${ORLIX_WARNINGS})
     target_compile_definitions(test_${suffix} PRIVATE ORLIX_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                                ORLIX_BINARY_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
