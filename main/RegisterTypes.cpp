@@ -7,7 +7,9 @@
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/volume/VolumeTypes.h"
+#include "fluids/volume_renderer/VolumeRendererTypes.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/render/RenderTypes.h"
 
 namespace orlix {
 
@@ -67,12 +69,14 @@ constexpr PlannedType kPlanned[] = {
 
 void RegisterTypes(NodeFactory& factory) {
   RegisterGeometryTypes(factory.types());
+  RegisterRenderTypes(factory.types());
   RegisterSceneTypes(factory);
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);
   RegisterForceTypes(factory);
   RegisterCacheTypes(factory);
+  RegisterVolumeRendererTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }
 

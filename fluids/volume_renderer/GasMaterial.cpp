@@ -1,0 +1,180 @@
+#include "fluids/volume_renderer/GasMaterial.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/dynamics/FluidSolver.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr double kClipTolerance = 1e-7;
+constexpr double kSurfaceGap = 0.01;  // host units that a march stays before a surface
+constexpr double kSkyDistance = 1e6;
+
+Gradient GradientOf(const BaseObject& object, int id) {
+  const Gradient* gradient = object.GetGradient(id);
+  return gradient ? *gradient : Gradient();
+}
+
+}  // namespace
+
+GasChannels GasMaterial::FindChannels() const {
+  const auto scalar = [&](int id) -> const ScalarGrid* {
+    BaseObject* link = object_.GetLink(id);
+    const auto* channel = link ? dynamic_cast<ChannelBase_Scalar*>(hook_.FindNode(link)) : nullptr;
+    return channel ? channel->grid.get() : nullptr;
+  };
+  const auto vector = [&](int id) -> std::array<const ScalarGrid*, 3> {
+    BaseObject* link = object_.GetLink(id);
+    iBase* node = link ? hook_.FindNode(link) : nullptr;
+    const ChannelBase_Vector* channel = dynamic_cast<ChannelBase_Vector*>(node);
+    if (const auto* solver = dynamic_cast<FluidSolver*>(node)) channel = &solver->velocity;
+    if (!channel || !channel->grids[0] || !channel->grids[1] || !channel->grids[2]) return {};
+    return {channel->grids[0].get(), channel->grids[1].get(), channel->grids[2].get()};
+  };
+  GasChannels channels;
+  channels.density = scalar(kGasDensityId);
+  channels.temperature = scalar(kGasTemperatureId);
+  channels.third = scalar(kGasThirdId);
+  channels.colour = vector(kGasColourId);
+  channels.velocity = vector(kGasVelocityId);
+  channels.fireVelocity = vector(kGasFireVelocityId);
+  return channels;
+}
+
+RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
+  RayMarcher::Input input{channels_,      settings_,     {}, {}, {}, context.world, context.time, *context.workers,
+                          context.thread, context.status};
+  if (context.preview && !object_.GetBool(2151)) input.settings.copyScale = std::min(1.0, settings_.copyScale) * 0.5;
+  GasGradients& g = input.gradients;
+  g.smoke = GradientOf(object_, kGasSmokeGradientId);
+  g.densityCurve = GradientOf(object_, kGasDensityCurveId);
+  g.noiseCurve = GradientOf(object_, kGasNoiseCurveId);
+  g.fire = GradientOf(object_, kGasFireGradientId);
+  g.fireLight = GradientOf(object_, kGasFireLightGradientId);
+  g.fireMap = GradientOf(object_, kGasFireMapGradientId);
+  for (int filter = 0; filter < kGasFilters; ++filter) {
+    const InExcludeData* list = object_.GetInExclude(kGasFilterIds[filter]);
+    for (const InExcludeData::Entry& entry : list ? list->entries : std::vector<InExcludeData::Entry>()) {
+      BaseObject* link = object_.document().FindObject(entry.target);
+      if (auto* constraint = link ? dynamic_cast<Constraint*>(hook_.FindNode(link)) : nullptr) {
+        constraint->Prepare(nullptr);
+        input.filters[filter].push_back(constraint);
+      }
+    }
+  }
+  const InExcludeData* excluded = object_.GetInExclude(kGasExcludedLightsId);
+  for (const Light& light : context.world->lights) {
+    if (!light.on || (excluded && light.object != 0 && excluded->Contains(light.object))) continue;
+    input.lights.push_back(light);
+  }
+  return input;
+}
+
+Status GasMaterial::RenderStart(const RenderContext& context) {
+  marcher_.reset();
+  settings_ = GasSettings::Read(object_);
+  postGradient_ = GradientOf(object_, kGasPostGradientId);
+  channels_ = FindChannels();
+  if (!channels_.HasGas()) return {};
+  auto marcher = std::make_unique<RayMarcher>();
+  if (Status built = marcher->Build(MakeInput(context)); !built) return built;
+  if (!marcher->IsEmpty()) marcher_ = std::move(marcher);
+  return {};
+}
+
+bool GasMaterial::Bounds(Vec3D& low, Vec3D& high) const {
+  // Before the first ray the box is known only from what the links hold at this moment.
+  if (marcher_) {
+    low = marcher_->Space().hostMin, high = marcher_->Space().hostMax;
+    return true;
+  }
+  const GasChannels channels = FindChannels();
+  for (const ScalarGrid* grid : {channels.density, channels.temperature, channels.third}) {
+    if (!grid || grid->count < 2) continue;
+    low = grid->space.hostMin, high = grid->space.hostMax;
+    return true;
+  }
+  return false;
+}
+
+bool GasMaterial::Sees(std::uint32_t kind) const {
+  if ((kind & kRayGlobal) != 0 && (!settings_.seenByGather || (!channels_.temperature && !channels_.third)))
+    return false;
+  if ((kind & kRayReflection) != 0 && !settings_.seenByReflection) return false;
+  if ((kind & kRayCamera) != 0 && !settings_.seenByCamera) return false;
+  if ((kind & kRayRefraction) != 0 && !settings_.seenByRefraction) return false;
+  if ((kind & kRayOcclusion) != 0 && !settings_.seenByOcclusion) return false;
+  return (kind & kRayShadow) == 0;
+}
+
+void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
+  if (!marcher_ || !Sees(ray.kind)) return;
+  const double rayEnd = ray.hit ? ray.hitDistance - kSurfaceGap : kSkyDistance;
+  double begin = 0, end = rayEnd;
+  const GridSpace& space = marcher_->Space();
+  if (!ClipToBox(ray.origin, ray.direction, space.hostMin, space.hostMax, kClipTolerance, begin, end)) return;
+  if (begin > rayEnd) return;
+  MarchResult result;
+  if (settings_.march) {
+    const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
+    result = marcher_->March(march, ray.random, ray.worker);
+  }
+  Vec3D colour = result.colour, transmittance = result.transmittance;
+  if (!std::isfinite(colour.x) || !std::isfinite(colour.z)) colour = {};
+  colour *= ray.weight;
+  PostStep(colour, transmittance);
+  sample.colour = (ray.kind & kRayGlobal) != 0 ? colour * settings_.gatherBoost : colour;
+  sample.transmittance = transmittance;
+  sample.distance = begin + result.distance;
+  if (channels_.velocity[2]) {
+    const Vec3D x = ray.origin + ray.direction * sample.distance;
+    for (int c = 0; c < 3; ++c) {
+      const ScalarGrid& grid = *channels_.velocity[c];
+      const HostSampler<double> sampler(grid, grid.space, CellSampleOffset(grid.gridType));
+      sample.velocity[c] = sampler(x) * grid.space.hostPerSim[c];
+    }
+  }
+}
+
+void GasMaterial::PostStep(Vec3D& colour, Vec3D& transmittance) const {
+  if (transmittance.x >= 1 || transmittance.y >= 1 || transmittance.z >= 1) return;
+  const Vec3D opacity = Vec3D(1.0) - transmittance;
+  const double most = std::max({opacity.x, opacity.y, opacity.z});
+  if (settings_.postAmount > 0) colour += postGradient_.ColourAt(most) * (settings_.postAmount * most);
+  colour += opacity * settings_.postAdd;
+  for (int c = 0; c < 3; ++c) transmittance[c] = (std::fabs(transmittance[c]) - 0.5) * settings_.postContrast + 0.5;
+  if (settings_.postSaturation != 1) {
+    const double mean = (colour.x + colour.y + colour.z) / 3;
+    colour = (colour - Vec3D(mean)) * settings_.postSaturation + Vec3D(mean);
+  }
+}
+
+Vec3D GasMaterial::Transparency(const VolumeRay& ray) const {
+  if (!marcher_ || !settings_.castsShadows || !ray.light) return Vec3D(1.0);
+  const double far = (ray.kind & kRayShadow) != 0 ? ray.lightDistance : ray.hitDistance;
+  double begin = 0, end = far;
+  const GridSpace& space = marcher_->Space();
+  if (!ClipToBox(ray.origin, ray.direction, space.hostMin, space.hostMax, kClipTolerance, begin, end))
+    return Vec3D(1.0);
+  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
+  const Vec3D t =
+      marcher_->Transmittance(march, marcher_->settings().cast, marcher_->ShadowExtinction(), ray.random, ray.worker);
+  // The light of a full shadow is the shadow's colour, component by component, so that clear gas gives 1.
+  const Vec3D c = settings_.castColour, tinted = c + (Vec3D(1.0) - c) * t;
+  return (tinted - Vec3D(1.0)) * settings_.castStrength + Vec3D(1.0);
+}
+
+std::vector<std::unique_ptr<GasMaterial>> CollectGasMaterials(const BaseDocument& document, const OrlixHook& hook) {
+  std::vector<std::unique_ptr<GasMaterial>> materials;
+  for (const BaseObject* object : document.ObjectsOfType(kGasMaterialId)) {
+    materials.push_back(std::make_unique<GasMaterial>(*object, hook));
+  }
+  return materials;
+}
+
+}  // namespace orlix

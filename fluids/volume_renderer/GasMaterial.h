@@ -1,0 +1,42 @@
+#pragma once
+// The gas material (C4D_GasRenderer_Material) between the host's renderer and the marcher: which rays see the gas,
+// where they meet its box, what becomes of the light.
+
+#include <memory>
+
+#include "fluids/scene/OrlixHook.h"
+#include "fluids/volume_renderer/RayMarcher.h"
+
+namespace orlix {
+
+class GasMaterial final : public VolumeShader {
+ public:
+  // The object is a material of GasMaterialType; it and the hook outlive this.
+  GasMaterial(const BaseObject& object, const OrlixHook& hook) : object_(object), hook_(hook) {}
+
+  Status RenderStart(const RenderContext& context) override;
+  void RenderEnd() override { marcher_.reset(); }
+  bool Bounds(Vec3D& low, Vec3D& high) const override;
+  void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
+  Vec3D Transparency(const VolumeRay& ray) const override;
+
+  const RayMarcher* marcher() const { return marcher_.get(); }
+
+ private:
+  GasChannels FindChannels() const;
+  RayMarcher::Input MakeInput(const RenderContext& context) const;
+  bool Sees(std::uint32_t kind) const;
+  void PostStep(Vec3D& colour, Vec3D& transmittance) const;
+
+  const BaseObject& object_;
+  const OrlixHook& hook_;
+  GasSettings settings_;
+  Gradient postGradient_;
+  GasChannels channels_;
+  std::unique_ptr<RayMarcher> marcher_;
+};
+
+// One for each gas material of the document, in the order of creation.
+std::vector<std::unique_ptr<GasMaterial>> CollectGasMaterials(const BaseDocument& document, const OrlixHook& hook);
+
+}  // namespace orlix

@@ -1,0 +1,36 @@
+#pragma once
+// Makes the marcher's maps of light: for each light what reaches each place through the gas, and the same for flames.
+
+#include <memory>
+#include <vector>
+
+#include "fluids/volume_renderer/RayMarcher.h"
+
+namespace orlix {
+
+class LightMapBuilder {
+ public:
+  LightMapBuilder(RayMarcher& marcher, WorkerPool& pool, const BaseThread* thread, StatusLine* status)
+      : marcher_(marcher), pool_(pool), thread_(thread), status_(status) {}
+
+  // An error when memory doesn't suffice. A break leaves the rest of the maps dark.
+  Status Build(const std::vector<Light>& lights);
+
+ private:
+  void MakeLattice();
+  void FindLitCells();
+  void BuildLightMaps(const std::vector<Light>& lights);
+  void BuildFireMap();
+  void BlurLightMap(VectorGrid& map);
+  void LightRow(LightMap& map, int j, int k, int worker) const;
+  std::unique_ptr<ScalarGrid> NewScalar(double fill) const;
+
+  RayMarcher& marcher_;
+  WorkerPool& pool_;
+  const BaseThread* thread_;
+  StatusLine* status_;
+  GridSpace lattice_;
+  std::unique_ptr<Grid<std::uint8_t>> lit_;
+};
+
+}  // namespace orlix

@@ -1,0 +1,159 @@
+#pragma once
+// Marches rays through a gas: smoke that absorbs and scatters light, flames that shine. Light that reaches a place is
+// looked up in maps that are made before the first ray, so the march has no rays of its own.
+//
+// All distances are in host units. A coarse step crosses empty space; where it finds gas, the ray goes back and on by
+// fine steps.
+//
+//   transmittance of a step   w = exp(-density x colour x absorption x step)        (Beer 1852, Lambert 1760)
+//   light of a step           L += T x density x scattering x colour x (lights + ambient) x step
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "fluids/grids/Interpolation.h"
+#include "fluids/volume_renderer/BlackBodyTable.h"
+#include "fluids/volume_renderer/PhaseFunction.h"
+#include "fluids/volume_renderer/RenderCopies.h"
+#include "host/render/RenderWorld.h"
+
+namespace orlix {
+
+// A grid that is sampled at points of host space.
+template <class T>
+class HostSampler {
+ public:
+  HostSampler() = default;
+  HostSampler(const GridView<const T>& view, const GridSpace& space, const Vec3D& offset)
+      : view_(view), scale_(space.voxelsPerHost), offset_(space.hostMin * space.voxelsPerHost + offset) {}
+  explicit operator bool() const { return view_.data != nullptr; }
+  T operator()(const Vec3D& x) const {
+    const Vec3D g = x * scale_ - offset_;
+    return SampleTrilinear(view_, g.x, g.y, g.z);
+  }
+  const GridView<const T>& view() const { return view_; }
+
+ private:
+  GridView<const T> view_;
+  Vec3D scale_, offset_;
+};
+
+struct MarchRay {
+  Vec3D origin, direction;  // direction is of unit length
+  double length = 0;
+};
+
+struct MarchResult {
+  Vec3D colour, transmittance{1, 1, 1};
+  double distance = 0;  // mean of what takes light away or gives it, from the ray's origin
+  std::uint32_t samples = 0;
+};
+
+// A map of the light of one light at each place: its lattice is coarser than the gas's, as a rule.
+struct LightMap {
+  Light light;
+  std::unique_ptr<VectorGrid> grid;
+  HostSampler<Vec3D> sampler;
+};
+
+// The light of flames at each place: what comes through from the nearest flame, and its temperature.
+struct FireMap {
+  std::unique_ptr<ScalarGrid> transmittance, value;
+  std::unique_ptr<VectorGrid> toFire;  // unit vectors, only where the phase function is to turn the light
+  HostSampler<double> transmittanceSampler, valueSampler;
+  HostSampler<Vec3D> toFireSampler;
+};
+
+struct GasGradients {
+  Gradient smoke, densityCurve, fire, fireLight, fireMap, noiseCurve;
+};
+
+// The shift of samples along the velocity: moving the place and not the gas looks like motion over a shutter.
+class VelocityGridDisplacer {
+ public:
+  void Setup(const GasChannels& channels, const GasSettings& settings);
+  bool active() const { return active_; }
+  // Both positions, in host space: smoke's and fire's.
+  void DisplaceBoth(Vec3D& smoke, Vec3D& fire) const;
+
+ private:
+  Vec3D ShiftAt(const std::array<HostSampler<double>, 3>& velocity, const Vec3D& x) const;
+  bool active_ = false, same_ = false;
+  double smokeShift_ = 0, fireShift_ = 0;
+  Vec3D hostPerSim_;
+  std::array<HostSampler<double>, 3> velocity_, fireVelocity_;
+};
+
+class RayMarcher {
+ public:
+  struct Input {
+    GasChannels channels;
+    GasSettings settings;
+    GasGradients gradients;
+    std::array<ConstraintChain, kGasFilters> filters;
+    std::vector<Light> lights;  // those that light the gas
+    const RenderWorld* world = nullptr;
+    double time = 0;
+    WorkerPool& pool;
+    const BaseThread* thread = nullptr;
+    StatusLine* status = nullptr;
+  };
+
+  // Makes all that rays read. Without gas it succeeds and IsEmpty says so.
+  Status Build(Input input);
+  bool IsEmpty() const { return empty_; }
+  const GridSpace& Space() const { return space_; }
+  double mapSeconds() const { return mapSeconds_; }
+
+  // From all workers at once; random belongs to the ray's tile and may be null when there is no jitter.
+  MarchResult March(const MarchRay& ray, MersenneTwister* random, int worker) const;
+  // The share of a light that comes through, with the material's shadow steps or others. k: extinction of a density
+  // of 1.
+  Vec3D Transmittance(const MarchRay& ray, const StepSettings& steps, const Vec3D& k, MersenneTwister* random,
+                      int worker) const;
+
+  // The gas at a place; false when there is none.
+  bool SampleDensity(const Vec3D& x, double& density) const;
+  bool SampleTemperature(const Vec3D& x, double& temperature) const;
+  const GasSettings& settings() const { return settings_; }
+  Vec3D ShadowExtinction() const { return settings_.shadowColour * settings_.shadowDensity; }
+  bool Inside(const Vec3D& x) const;
+
+ private:
+  struct Place;  // the gas at one step
+  struct MarchState;
+  friend class LightMapBuilder;
+
+  void SetUpSamplers();
+  void SetUpColours();
+  bool SamplePlace(const Vec3D& x, Place& place) const;
+  void Shade(const MarchRay& ray, double t, double ds, const Place& place, int worker, MarchState& state) const;
+  void ShadeFlame(double ds, const Place& place, MarchState& state) const;
+  void ShadeSmoke(const MarchRay& ray, double ds, const Place& place, int worker, MarchState& state) const;
+  Vec3D LightAt(const MarchRay& ray, const Vec3D& x, double g, double p) const;
+  Vec3D FireLightAt(const MarchRay& ray, const Vec3D& x, double g, double p) const;
+  Vec3D SmokeColour(const Place& place) const;
+  Vec3D FireColour(double temperature) const;
+  double Filtered(GasFilter filter, const Vec3D& x, int worker) const;
+
+  GasSettings settings_;
+  GasGradients gradients_;
+  std::array<ConstraintChain, kGasFilters> filters_;
+  const RenderWorld* world_ = nullptr;
+  bool empty_ = true;
+  RenderCopies copies_;
+  GridSpace space_;
+  double cell_ = 1;  // host units
+  HostSampler<double> density_, temperature_, third_;
+  std::array<HostSampler<double>, 3> colour_;
+  VelocityGridDisplacer displacer_;
+  std::optional<GasNoise> noise_;
+  std::optional<PhaseFunction> phase_;
+  BlackBodyTable blackBody_;
+  std::vector<LightMap> lightMaps_;
+  std::optional<FireMap> fireMap_;
+  double mapSeconds_ = 0;
+};
+
+}  // namespace orlix

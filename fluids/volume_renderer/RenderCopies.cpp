@@ -1,0 +1,111 @@
+#include "fluids/volume_renderer/RenderCopies.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <new>
+
+#include "fluids/grids/GridResampler.h"
+#include "fluids/volume_renderer/Diffusor.h"
+#include "host/render/Srgb.h"
+
+namespace orlix {
+
+namespace {
+
+std::unique_ptr<ScalarGrid> CopyOf(const ScalarGrid* source, const CopyInput& input) {
+  if (!source || source->count < 2) return nullptr;
+  const double scale = input.settings.copyScale;
+  if (scale == 1) return std::make_unique<ScalarGrid>(*source);
+  const GridSpace& space = source->space;
+  const Vec3D scaled = Vec3D(space.dims) * scale;
+  const VecInt3D cells = Max(SnappedCell(scaled), VecInt3D(2, 2, 2));
+  const VecInt3D dims = cells + ExtraCells(source->gridType);
+  auto copy = std::make_unique<ScalarGrid>(dims, space.hostSize, static_cast<float>(space.cellSize / scale),
+                                           source->gridType, space.hostMin);
+  copy->valueOffset = source->valueOffset, copy->valueScale = source->valueScale;
+  copy->Fill(source->valueOffset, &input.pool);
+  EGridResampler resampler;
+  if (resampler.Init(source, copy.get(), false, InterpolationOf(input.settings.copyInterpolation),
+                     ResampleOperation::Copy, {}, true, input.pool.count())) {
+    static_cast<void>(resampler.Run(input.pool, input.thread));
+  }
+  return copy;
+}
+
+// Multiplies each cell by the noise and by what the constraints leave of it.
+void Preprocess(ScalarGrid& grid, const GasNoise* noise, const ConstraintChain& filters, const CopyInput& input) {
+  if (!noise && filters.empty()) return;
+  ParallelRange(input.pool, 0, grid.dims.z, [&](int k0, int k1, int worker) {
+    for (int k = k0; k < k1; ++k) {
+      if (input.thread && input.thread->TestBreak()) return;
+      for (int j = 0; j < grid.dims.y; ++j) {
+        for (int i = 0; i < grid.dims.x; ++i) {
+          double& value = grid(i, j, k);
+          if (value == 0) continue;
+          const Vec3D voxel(i + 0.5, j + 0.5, k + 0.5);
+          const Vec3D sim = grid.space.SimOfVoxel(voxel);
+          if (noise) value *= noise->Value(noise->hostSpace() ? grid.space.HostOfVoxel(voxel) : sim);
+          if (!filters.empty()) EvaluateChain(filters, sim, value, nullptr, worker);
+        }
+      }
+    }
+  });
+}
+
+void ToLinear(RenderCopies& copies, WorkerPool& pool) {
+  for (auto& grid : copies.colour) {
+    if (!grid) continue;
+    ParallelRange(pool, 0, grid->dims.z, [&](int k0, int k1, int) {
+      for (std::int64_t c = std::int64_t(k0) * grid->slab; c < std::int64_t(k1) * grid->slab; ++c) {
+        (*grid)[c] = SrgbToLinear((*grid)[c]);
+      }
+    });
+  }
+}
+
+void Smooth(const std::unique_ptr<ScalarGrid>& grid, const BlurSettings& blur, const CopyInput& input) {
+  if (!grid) return;
+  static_cast<void>(
+      Blur(input.pool, input.thread, *grid, *grid, blur.sigma, blur.iterations, grid->valueOffset, grid->valueScale));
+}
+
+void MakeAll(const CopyInput& input, RenderCopies& copies) {
+  const GasChannels& channels = input.channels;
+  copies.density = CopyOf(channels.density, input);
+  copies.temperature = CopyOf(channels.temperature, input);
+  copies.third = CopyOf(channels.third, input);
+  for (int c = 0; c < 3; ++c) copies.colour[c] = CopyOf(channels.colour[c], input);
+  // A raw density is sampled as it stands, so its noise belongs into the copy; otherwise each sample has its own.
+  const GasNoise* baked = input.settings.rawDensity ? input.noise : nullptr;
+  if (copies.density) Preprocess(*copies.density, baked, input.filters[kFilterDensity], input);
+  if (copies.temperature) Preprocess(*copies.temperature, nullptr, input.filters[kFilterFire], input);
+  if (copies.third) Preprocess(*copies.third, nullptr, input.filters[kFilterThird], input);
+  if (!input.linearInputs) ToLinear(copies, input.pool);
+  Smooth(copies.density, input.settings.densityBlur, input);
+  Smooth(copies.temperature, input.settings.temperatureBlur, input);
+  Smooth(copies.third, input.settings.thirdBlur, input);
+}
+
+}  // namespace
+
+const GridSpace& RenderCopies::Space() const {
+  static const GridSpace kNone;
+  for (const auto* grid : {&density, &temperature, &third}) {
+    if (*grid) return (*grid)->space;
+  }
+  return kNone;
+}
+
+Status MakeRenderCopies(const CopyInput& input, RenderCopies& copies) {
+  try {
+    MakeAll(input, copies);
+  } catch (const std::bad_alloc&) {
+    return Status::Fail(
+        ErrorKind::Memory,
+        fmt::format("the picture's copies of the channels don't fit at a copy_scale of {}", input.settings.copyScale));
+  }
+  return {};
+}
+
+}  // namespace orlix

@@ -1,0 +1,50 @@
+#pragma once
+// The renderer's own copies of a scene's channels, at a resolution of its own, with noise, filters and blurs worked in.
+// Made once a frame, before the first ray.
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "fluids/constraints/Constraint.h"
+#include "fluids/volume_renderer/GasNoise.h"
+#include "fluids/volume_renderer/GasSettings.h"
+#include "host/render/VolumeShader.h"
+
+namespace orlix {
+
+// What the material links, as far as it is there. The grids stay the scene's.
+struct GasChannels {
+  const ScalarGrid* density = nullptr;
+  const ScalarGrid* temperature = nullptr;
+  const ScalarGrid* third = nullptr;
+  std::array<const ScalarGrid*, 3> colour{};
+  std::array<const ScalarGrid*, 3> velocity{}, fireVelocity{};
+
+  bool HasGas() const { return density || temperature || third; }
+};
+
+using ConstraintChain = std::vector<Constraint*>;
+
+struct RenderCopies {
+  std::unique_ptr<ScalarGrid> density, temperature, third;
+  std::array<std::unique_ptr<ScalarGrid>, 3> colour;
+
+  // The lattice that rays are clipped to: the density's, or the first of the others'.
+  const GridSpace& Space() const;
+};
+
+struct CopyInput {
+  const GasChannels& channels;
+  const GasSettings& settings;
+  const std::array<ConstraintChain, kGasFilters>& filters;
+  const GasNoise* noise = nullptr;  // null without noise
+  bool linearInputs = true;         // the colour channel holds linear colours
+  WorkerPool& pool;
+  const BaseThread* thread = nullptr;
+};
+
+// An error when memory doesn't suffice; a break leaves copies that nothing should be made of.
+Status MakeRenderCopies(const CopyInput& input, RenderCopies& copies);
+
+}  // namespace orlix
