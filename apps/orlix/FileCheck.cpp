@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "apps/orlix/Checkpoint.h"
+#include "apps/orlix/IsolatedCheck.h"
 #include "exchange/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "host/render/PictureFile.h"
@@ -28,8 +29,10 @@ Status CheckCheckpoint(const fs::path& path) {
   return head.ok() ? HyperFile::Verify(0, path) : head.status();
 }
 
-Status CheckVdb(const fs::path& path) { return ReadVdbInfo(path, true).status(); }
-Status CheckPicture(const fs::path& path) { return ReadPicture(path).status(); }
+Status ReadWholeVdb(const fs::path& path) { return ReadVdbInfo(path, true).status(); }
+Status ReadWholePicture(const fs::path& path) { return ReadPicture(path).status(); }
+Status CheckVdb(const fs::path& path) { return RunIsolated(ReadWholeVdb, path); }
+Status CheckPicture(const fs::path& path) { return RunIsolated(ReadWholePicture, path); }
 
 constexpr FileCheck kChecks[] = {
     {".cache", CheckGridCache, true},        {".pcache", CheckFrameFile, true}, {".mcache", CheckFrameFile, true},

@@ -1,7 +1,12 @@
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <random>
 
 #include "apps/orlix/Checkpoint.h"
 #include "apps/orlix/FolderReport.h"
+#include "apps/orlix/IsolatedCheck.h"
 #include "exchange/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "host/render/PictureFile.h"
@@ -95,6 +100,46 @@ TEST(Verify, GapsAreMissingFilesByEachKindsRule) {
   EXPECT_EQ(find("a#.cache").missing, (std::vector<FrameRange>{{2, 2}, {5, 8}}));
   EXPECT_EQ(find("b.#.vdb").missing, (std::vector<FrameRange>{{7, 7}}));
   EXPECT_EQ(find("deeper/alone.png").whole, 1);
+}
+
+TEST(Verify, AReaderThatCrashesOrHangsIsABrokenFile) {
+  TemporaryFolder folder;
+  test::WriteText(folder / "a", "x");
+  const auto outcome = [&](Status (*check)(const fs::path&)) {
+    const Status status = RunIsolated(check, folder / "a");
+    return status.ok() ? std::string("whole") : status.error().text;
+  };
+  EXPECT_EQ(outcome([](const fs::path&) { return Status(); }), "whole");
+  EXPECT_EQ(outcome([](const fs::path& p) { return Status::Fail(ErrorKind::InputFile, p.string() + ": cut"); }),
+            (folder / "a").string() + ": cut");
+  EXPECT_NE(outcome([](const fs::path&) -> Status { std::abort(); }).find("crashes"), std::string::npos);
+  EXPECT_NE(outcome([](const fs::path&) -> Status { ::_exit(3); }).find("crashes"), std::string::npos);
+  EXPECT_NE(outcome([](const fs::path&) {
+              ::raise(SIGXCPU);
+              return Status();
+            }).find("doesn't end"),
+            std::string::npos);
+}
+
+// Mutants of what others' libraries read. Each is whole or broken, and the program goes on.
+TEST(VerifySlow, MutantsOfVdbFilesAndPictures) {
+  TemporaryFolder folder;
+  WriteOneOfEach(folder.path());
+  std::mt19937 random(23);
+  int broken = 0;
+  for (const char* name : {"b.0001.vdb", "c.0001.exr", "c.0001.png"}) {
+    const std::string content = test::ReadText(folder / name);
+    for (int mutant = 0; mutant < 700; mutant++) {
+      std::string bytes = content;
+      const std::size_t span = mutant % 2 == 0 ? bytes.size() : std::min<std::size_t>(bytes.size(), 600);
+      for (int i = 0; i < 1 + mutant % 3; i++) bytes[random() % span] = char(random());
+      test::WriteText(folder / name, bytes);
+      const auto report = ReportFolder(folder / name);
+      ASSERT_TRUE(report.ok());
+      broken += int(report->broken);
+    }
+  }
+  EXPECT_GT(broken, 500);
 }
 
 TEST(Verify, WhatCanNotBeReadIsAnError) {
