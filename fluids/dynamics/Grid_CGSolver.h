@@ -7,7 +7,7 @@
 
 namespace orlix {
 
-// The factor of the largest right side at which a solve may stop, for the tolerance setting (parameter 1022).
+// The share of the largest right side at which a solve may stop, for the tolerance setting (parameter 1022).
 double ToleranceFactor(double setting);
 
 class Grid_CGSolver : public iObject {
@@ -22,6 +22,8 @@ class Grid_CGSolver : public iObject {
 
   // result solves the system for rhs, which holds the residual afterwards.
   virtual PressureOutcome Solve(const PressureSystem& system);
+  // Gives rhs and result back.
+  void Release() { rhs = {}, result = {}; }
 
   iObject* owner = nullptr;
   VecInt3D gridSize;  // set by the caller
@@ -30,9 +32,6 @@ class Grid_CGSolver : public iObject {
   double minDiagonalRatio = 0.25;
   double modificationParameter = 0.97;
   ScratchPool::Lease<double> rhs, result;
-
- protected:
-  void Release() { rhs = {}, result = {}; }
 };
 
 }  // namespace orlix
