@@ -16,16 +16,15 @@ class Grid_GaussSolver : public iObject {
   void ResetSimulation() override { Release(); }
   void ClearState(bool deactivate) override;
 
-  // The sweeps; those that ran, fewer only when the scene was asked to stop.
+  // All sweeps, from zero; gives those that ran, fewer only when the scene was asked to stop.
   std::int32_t Sweep(const PressureSystem& system);
+  // Gives rhs and pressure back.
+  void Release() { rhs = {}, pressure = {}; }
 
   iObject* owner = nullptr;
   VecInt3D gridSize;  // set by the caller
   std::int32_t iterationLimit = 200;
   ScratchPool::Lease<double> rhs, pressure;
-
- private:
-  void Release() { rhs = {}, pressure = {}; }
 };
 
 }  // namespace orlix
