@@ -1,0 +1,36 @@
+#pragma once
+// One multigrid V-cycle as a preconditioner (McAdams, Sifakis and Teran 2010), symmetric: red-black Gauss-Seidel with
+// over-relaxation before the coarse correction, its mirror image after it. Colours make the result independent of how
+// layers are divided among workers.
+
+#include <vector>
+
+#include "fluids/dynamics/ConjugateGradientPasses.h"
+#include "fluids/dynamics/MultigridLevel.h"
+
+namespace orlix {
+
+class MultigridCycle {
+ public:
+  // Builds all levels; throws std::bad_alloc when memory doesn't suffice.
+  MultigridCycle(const PressureSystem& system, WorkerPool& pool, ScratchPool& scratch);
+
+  // The cycle for a residual in the layout of the system's cells; largest is the size of its entries, roughly. The
+  // vector is valid until the next call.
+  PreconditionedVector Apply(const double* residual, double largest);
+
+  int levels() const { return static_cast<int>(levels_.size()); }
+
+ private:
+  // Half sweeps from zero; the finest level takes its right side from a residual.
+  void Smooth(int index, const double* residual, double scale);
+  void Descend(int index);
+  void CorrectAndSmooth(int index);
+  void SolveCoarsest();
+
+  WorkerPool& pool_;
+  VecInt3D dims_;
+  std::vector<MultigridLevel> levels_;
+};
+
+}  // namespace orlix
