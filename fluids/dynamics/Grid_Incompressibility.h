@@ -3,21 +3,20 @@
 // cells of the grid, with the open shares of the faces as coefficients, solves it and subtracts the pressure's
 // gradient.
 //
-// The solver calls Project once a sub-step. Its rounds run on the calling thread and divide their own work among the
-// pool's workers:
+// The solver runs its rounds once a sub-step: Prepare, Process, Finish each. They run on the calling thread and divide
+// their own work among the pool's workers:
 //
 //   0  motion of bodies to the right side      3  the solve
-//   1  right side and equations                4  the pressure's gradient off the velocity
-//   2  mean of the right side, if asked for    5  pressure forces on bodies
+//   1  right side                              4  the pressure's gradient off the velocity
+//   2  mean of the right side, if asked for    5  report
 
-#include <array>
-#include <map>
-#include <string>
+#include <cstdint>
 #include <vector>
 
 #include "fluids/dynamics/Grid_CGSolver.h"
 #include "fluids/dynamics/Grid_GaussSolver.h"
 #include "fluids/dynamics/Grid_MultigridSolver.h"
+#include "fluids/dynamics/PressureAssembly.h"
 #include "host/description/Parameter.h"
 
 namespace orlix {
@@ -52,12 +51,10 @@ class Grid_Incompressibility : public iObject {
   void ReleaseLinks() override;
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
+  // Not active, for all rounds, without a solver, its velocity or its fractions.
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;
-
-  // All rounds. The solver's velocity, fractions and boundary must be those of this sub-step.
-  void Project();
 
   bool removeMeanDivergence = false;  // exactly when all six faces of the container are closed
   std::int32_t solverType = kPressureGauss;
@@ -71,9 +68,35 @@ class Grid_Incompressibility : public iObject {
   virtual void ComputeMeanDivergence();
   virtual void RemoveMeanDivergence(ProcessData& data);
   virtual void ApplyPressure(ProcessData& data);
-  virtual void GatherBodyForces(ProcessData& data);
 
   FluidSolver* solver = nullptr;
+
+ private:
+  bool GatherInput();
+  void SolveSystem();
+  // The largest divergence that the velocity has now, beyond what source and bodies ask for.
+  double RemainingDivergence(ProcessData& data);
+  void ReportOutcome(double divergenceAfter);
+  // Of the solver in use.
+  double* RightSide() const;
+  const double* Pressure() const;
+  GridView<const double> DensityView() const;
+
+  Grid_CGSolver cg_;
+  Grid_GaussSolver gauss_;
+  Grid_MultigridSolver multigrid_;
+
+  // Of one projection.
+  DivergenceInput input_;
+  PressureSystem system_;
+  ScratchPool::Lease<double> densityWeights_[3];
+  DivergenceSums sums_;
+  double meanCorrection_ = 0;
+  PressureOutcome outcome_;
+  double divergenceAfter_ = 0;
+
+  std::int64_t unconverged_ = 0;  // solves that ended at their limit, since the last reset
+  std::int32_t warnedFrame_ = -1;
 };
 
 }  // namespace orlix
