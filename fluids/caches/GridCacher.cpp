@@ -1,10 +1,27 @@
 #include "fluids/caches/GridCacher.h"
 
+#include <cmath>
+#include <limits>
+
 namespace orlix {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+// Containers are handed on in simulation space, and the way there from host space and back rounds: a played lattice
+// would come out one bit beside the recorded one, and be resampled. Of the corners some bits around the given one, the
+// one whose way back ends on the recorded origin.
+double SettledCorner(double corner, double origin, double hostCell, double cell) {
+  double low = corner, high = corner;
+  for (int bits = 0; bits < 4; bits++) {
+    if (hostCell * low / cell == origin) return low;
+    if (hostCell * high / cell == origin) return high;
+    low = std::nextafter(low, -std::numeric_limits<double>::infinity());
+    high = std::nextafter(high, std::numeric_limits<double>::infinity());
+  }
+  return corner;
+}
 
 // All of the node's grids, or none when one is missing.
 CachedGridSet GridsOf(iCachedGrids* node) {
@@ -74,7 +91,13 @@ bool GridCacher::ReadHead(HyperFile& file, const fs::path& path, GridFrameHead& 
   }
   // A cache follows its object.
   for (GridCacheHeader& header : head.entries) {
-    if (header.present) header.space.SetOrigin(header.space.hostMin + handler.GetMatrix().off);
+    if (!header.present) continue;
+    header.space.SetOrigin(header.space.hostMin + handler.GetMatrix().off);
+    if (header.space.cellSize != scene->space.cellSize) continue;
+    for (int axis = 0; axis < 3; axis++) {
+      header.space.simMin[axis] = SettledCorner(header.space.simMin[axis], header.space.hostMin[axis],
+                                                scene->space.hostSize[axis], header.space.cellSize);
+    }
   }
   return true;
 }

@@ -38,6 +38,25 @@ TEST(GridCacher, PlaybackEqualsTheRunBitForBit) {
   }
 }
 
+TEST(GridCacher, ALatticeComesBackToTheBitInEveryScale) {
+  int lattices = 0;
+  for (double units : {100.0, 70.0, 33.3, 12.5, 1.0}) {
+    for (double cell : {0.2, 0.1, 0.07, 0.033}) {
+      TemporaryFolder folder;
+      PaintedScene run(folder.path(), true), played(folder.path(), false);
+      const double shift = std::floor(units * 7) - 300;
+      for (PaintedScene* s : {&run, &played}) s->root->Set(1000, units), s->root->Set(1002, cell);
+      run.paint->Set(3, Vec3D(shift, -shift + 2, 5 - 3 * shift));
+      run.paint->Set(4, Vec3D(shift + 3, -shift + 5, 8 - 3 * shift));
+      run.Step(0);
+      played.Step(0);
+      EXPECT_EQ(played.HashGrids(), run.HashGrids()) << units << " units a metre, cells of " << cell << " m";
+      lattices++;
+    }
+  }
+  EXPECT_EQ(lattices, 20);
+}
+
 TEST(GridCacher, FramesAreChosenByOffsetOverrideAndReverse) {
   TemporaryFolder folder;
   const auto recorded = Record(folder.path(), 5);
