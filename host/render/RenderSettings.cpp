@@ -27,7 +27,7 @@ constexpr Parameter kRows[] = {
     BoolParameter(kRenderExrId, "exr", true, "Write an OpenEXR picture with colour, alpha and depth"),
     BoolParameter(kRenderPngId, "png", true, "Write a PNG picture with an sRGB curve"),
     BoolParameter(kRenderVelocityId, "velocity", false, "Add velocities to the OpenEXR picture"),
-    StringParameter(kRenderNameId, "name", "picture", "Name of the files, before the frame number"),
+    StringParameter(kRenderNameId, "file_name", "picture", "Name of the pictures, before the frame number"),
     LinkParameter(kRenderCameraId, "camera", kLinkCamera, "The camera; the first one without a link"),
 };
 
@@ -39,6 +39,7 @@ const TypeInfo kRenderSettingsType = {.id = kRenderSettingsId,
                                       .label = "Render Settings",
                                       .text = "Size, samples and sky of the pictures, and which files they leave.",
                                       .role = TypeRole::RenderSettings,
+                                      .kinds = kLinkHostObject,
                                       .parameters = kRows};
 
 Status CheckPictureSize(std::int64_t width, std::int64_t height) {

@@ -94,7 +94,11 @@ TEST(RegisteredTypes, WriteReadWriteIsEqual) {
   BaseDocument document(types);
   std::vector<BaseObject*> made;
   BaseObject& root = document.AddObject(*types.FindName("scene"));
-  for (const auto& [id, type] : types.types()) {
+  // A scene file has a section for each of the later roles, in their order.
+  std::vector<const TypeInfo*> inOrder;
+  for (const auto& [id, type] : types.types()) inOrder.push_back(type);
+  std::stable_sort(inOrder.begin(), inOrder.end(), [](const auto* a, const auto* b) { return a->role < b->role; });
+  for (const TypeInfo* type : inOrder) {
     if (type->role == TypeRole::Root) continue;
     const bool node = type->role == TypeRole::Node;
     made.push_back(type->role == TypeRole::Tag ? &document.AddTag(*type, root)
