@@ -2,14 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/Mistakes.h"
 #include "apps/orlix/TypeReference.h"
+#include "host/files/AtomicFile.h"
+#include "host/files/FrameFiles.h"
 
 namespace orlix {
 
@@ -21,19 +20,9 @@ struct ParamsOptions {
 };
 
 Status WritePages(const TypeRegistry& types, const std::string& folder) {
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  const auto fail = [](const std::string& path, const std::string& why) {
-    return Status::Fail(ErrorKind::Output, fmt::format("{}: can't be written: {}", path, why));
-  };
-  if (error) return fail(folder, error.message());
+  if (Status created = CreateFolders(folder); !created.ok()) return created;
   for (const auto& [name, text] : MarkdownPages(types)) {
-    const std::string path = (std::filesystem::path(folder) / name).string();
-    errno = 0;
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) return fail(path, std::strerror(errno));
+    if (Status written = WriteFileAtomically(std::filesystem::path(folder) / name, text); !written.ok()) return written;
   }
   return {};
 }
