@@ -109,8 +109,15 @@ void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
   } catch (const std::bad_alloc&) {
     FreeLevelSet();
     WarnNoMemory(header.space.dims);
+    return;
   }
+  levelSet_->activeMin = {};
+  levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
+  boundsMin = header.space.simMin, boundsMax = header.space.simMax;
+  cellSize = header.space.cellSize;
+  voxeliser_.Reset();
   LevelSetChanged();
+  SetFlag(NodeActive, true);
 }
 
 std::optional<double> VolumeBase::MaximumDepth() const {

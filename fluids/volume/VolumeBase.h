@@ -63,8 +63,8 @@ class VolumeBase : public iVolume, public iCachedGrids {
   double SampleLocal(const Vec3D& p) const { return view_.HasData() ? view_.Sample(view_.IndexOfLocal(p)) : 0; }
   double SampleWorld(const Vec3D& p) const { return view_.HasData() ? view_.Sample(view_.IndexOfWorld(p)) : 0; }
   bool InBox(const Vec3D& p) const { return view_.HasData() && view_.InBox(p); }
-  bool InsideLocal(const Vec3D& p, double iso = 0) const { return IsNegative(SampleLocal(p), iso); }
-  bool InsideWorld(const Vec3D& p, double iso = 0) const { return IsNegative(SampleWorld(p), iso); }
+  bool InsideLocal(const Vec3D& p, double iso = 0) const { return HasLevelSet() && IsNegative(SampleLocal(p), iso); }
+  bool InsideWorld(const Vec3D& p, double iso = 0) const { return HasLevelSet() && IsNegative(SampleWorld(p), iso); }
   // The distance as a share of the largest interior one: 1 at the deepest node; 0 without an inside.
   double DepthLocal(const Vec3D& p) const { return DepthOf(SampleLocal(p)); }
   double DepthWorld(const Vec3D& p) const { return DepthOf(SampleWorld(p)); }

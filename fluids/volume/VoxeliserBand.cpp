@@ -6,7 +6,9 @@
 #include <cstring>
 #include <limits>
 
+#include "fluids/volume/CornerBound.h"
 #include "fluids/volume/RowCrossing.h"
+#include "fluids/volume/TriangleLanes.h"
 #include "globals/Multiversion.h"
 #include "host/threads/WorkerPool.h"
 
@@ -14,12 +16,15 @@ namespace orlix {
 
 namespace {
 
-constexpr int kSlabLayers = 2;  // a slab's nodes stay in the cache while its triangles pass
-constexpr int kChunks = 256;    // pieces of the triangle list for binning
-constexpr int kLanes = 4;
-constexpr int kWideBox = 24;  // cells; above, a triangle's plane bounds better than its box
+constexpr int kSlabLayers = 2;   // a slab's nodes stay in the cache while its triangles pass
+constexpr int kChunks = 256;     // pieces of the triangle list for binning
+constexpr int kSmallRadius = 3;  // cells; above, box and plane bound better than corners
 
-using Lanes = double __attribute__((vector_size(kLanes * sizeof(double))));
+constexpr int kLevels = 3;
+int LevelOf(std::int32_t triangle) {
+  const std::uint32_t mixed = static_cast<std::uint32_t>(triangle) * 2654435761u >> 26;
+  return mixed < 2 ? 0 : mixed < 12 ? 1 : 2;
+}
 
 double Clamped(double value, int n) { return value < 0 ? 0 : value > n - 1 ? n - 1 : value; }
 
@@ -35,27 +40,74 @@ Span RowSpan(double low, double high, int n) {
   return {static_cast<int>(Clamped(std::ceil(low), n)), static_cast<int>(Clamped(std::floor(high), n))};
 }
 
-// A triangle's box in world space, a little wider than it is, so that a bound by it is never above a distance that
-// rounding made a little small; and its plane, for the same purpose.
-struct TriangleBound {
+// Both bounds are a little lower than they might be, so that they are never above a distance that rounding made a
+// little small.
+
+// Of a large triangle: its box, and its plane.
+struct BoxBound {
   Vec3D low, high;
   Vec3D normal;  // 0: don't use the plane
-  double slack;
+  double planeAt3 = 0, slack;
 
-  TriangleBound(const TriangleTerms& t, double extent, bool usePlane)
+  BoxBound(const TriangleTerms& t, double extent)
       : low(Min(Min(t.x1, t.x2), t.x3)), high(Max(Max(t.x1, t.x2), t.x3)), slack(1e-12 * extent) {
     low -= Vec3D(slack);
     high += Vec3D(slack);
-    if (!usePlane) return;
     const Vec3D across = Cross(t.x1 - t.x3, t.x2 - t.x3);
     const double area = LengthSquared(across);
     // The plane of a thin triangle is known too badly.
     if (area > 1e-4 * t.m13 * t.m23) normal = across / std::sqrt(area);
+    planeAt3 = Dot(normal, t.x3);
   }
-  static double Outside(double p, double low, double high) {
-    const double below = low - p, above = p - high;
-    const double most = below > above ? below : above;
-    return most > 0 ? most : 0;
+  static double Outside(double p, double lowest, double highest) {
+    const double below = lowest - p, above = p - highest;
+    return std::max({below, above, 0.0});
+  }
+
+  // What is the same along a row.
+  struct Row {
+    double outside, plane;
+  };
+  Row OfRow(double y, double z) const {
+    const double outY = Outside(y, low.y, high.y), outZ = Outside(z, low.z, high.z);
+    return {outY * outY + outZ * outZ, normal.y * y + normal.z * z - planeAt3};
+  }
+  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+    const Lanes zero{}, below = low.x - x, above = x - high.x;
+    Lanes outside = below > above ? below : above;
+    outside = outside > zero ? outside : zero;
+    least = outside * outside + row.outside;
+    Lanes plane = normal.x * x + row.plane;
+    plane = (plane > zero ? plane : -plane) - slack;
+    plane = plane > zero ? plane * plane : zero;
+    least = plane > least ? plane : least;
+  }
+};
+
+// Of a small one: its corners.
+struct CornersBound {
+  Vec3D corner[3];
+  double slack;
+
+  CornersBound(const TriangleTerms& t, double squaredRadius, double extent, double reach)
+      : corner{t.x1, t.x2, t.x3}, slack(squaredRadius * (1 + 1e-9) + 1e-14 * extent * reach) {}
+
+  struct Row {
+    double outside[3];
+  };
+  Row OfRow(double y, double z) const {
+    Row row;
+    for (int c = 0; c < 3; ++c) {
+      const double dy = y - corner[c].y, dz = z - corner[c].z;
+      row.outside[c] = dy * dy + dz * dz - slack;
+    }
+    return row;
+  }
+  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+    const Lanes d1 = x - corner[0].x, d2 = x - corner[1].x, d3 = x - corner[2].x;
+    const Lanes e1 = d1 * d1 + row.outside[0], e2 = d2 * d2 + row.outside[1], e3 = d3 * d3 + row.outside[2];
+    const Lanes e12 = e1 < e2 ? e1 : e2;
+    least = e12 < e3 ? e12 : e3;
   }
 };
 
@@ -66,83 +118,46 @@ struct BandRow {
   std::int32_t* closest;
   int count;
   double y, z;
-  double outside;      // squared distance of the row from the box in y and z
-  double planeOffset;  // normal . (0, y, z) - normal . x3
 };
 
-struct LaneVector {
-  Lanes x, y, z;
-};
-inline void Subtract(LaneVector& out, const Vec3D& a, const LaneVector& b) {
-  out.x = a.x - b.x, out.y = a.y - b.y, out.z = a.z - b.z;
-}
-inline void SegmentDistance(Lanes& out, const LaneVector& p, const Vec3D& a, const Vec3D& b, double inverse) {
-  const Vec3D ab = a - b;
-  LaneVector ap;
-  Subtract(ap, a, p);
-  Lanes s = (ap.x * ab.x + ap.y * ab.y + ap.z * ab.z) * inverse;
-  const Lanes zero{}, one = zero + 1.0;
-  s = s > zero ? (s < one ? s : one) : zero;
-  const Lanes rest = 1.0 - s;
-  const Lanes dx = p.x - (b.x * s + a.x * rest), dy = p.y - (b.y * s + a.y * rest), dz = p.z - (b.z * s + a.z * rest);
-  out = dx * dx + dy * dy + dz * dz;
-}
-
-// SquaredDistance for four points: the same operations, so the same bits.
-inline void LaneDistances(Lanes& out, const LaneVector& p, const TriangleTerms& t) {
-  const Vec3D x13 = t.x1 - t.x3, x23 = t.x2 - t.x3;
+template <class Bound>
+ORLIX_LANES void FillRow(const BandRow& row, const LaneTriangle<double>& t, const Bound& bound, std::int32_t triangle) {
   const Lanes zero{};
-  const Lanes dx = p.x - t.x3.x, dy = p.y - t.x3.y, dz = p.z - t.x3.z;
-  const Lanes a = x13.x * dx + x13.y * dy + x13.z * dz, b = x23.x * dx + x23.y * dy + x23.z * dz;
-  const Lanes w23 = t.inverseDeterminant * (t.m23 * a - t.d * b);
-  const Lanes w31 = t.inverseDeterminant * (t.m13 * b - t.d * a);
-  const Lanes w12 = 1.0 - w23 - w31;
-  const Lanes ex = p.x - (t.x1.x * w23 + t.x2.x * w31 + t.x3.x * w12);
-  const Lanes ey = p.y - (t.x1.y * w23 + t.x2.y * w31 + t.x3.y * w12);
-  const Lanes ez = p.z - (t.x1.z * w23 + t.x2.z * w31 + t.x3.z * w12);
-  const Lanes face = ex * ex + ey * ey + ez * ez;
-  Lanes s12, s13, s23;
-  SegmentDistance(s12, p, t.x1, t.x2, t.inv12);
-  SegmentDistance(s13, p, t.x1, t.x3, t.inv13);
-  SegmentDistance(s23, p, t.x2, t.x3, t.inv23);
-  const Lanes at1 = s13 < s12 ? s13 : s12, at2 = s23 < s12 ? s23 : s12, at3 = s23 < s13 ? s23 : s13;
-  const Lanes edge = w23 > zero ? at1 : (w31 > zero ? at2 : at3);
-  const auto inside = (w23 >= zero) & (w31 >= zero) & (w12 >= zero);
-  out = inside ? face : edge;
-}
-
-ORLIX_MULTIVERSION void FillBandRow(const BandRow& row, const TriangleTerms& t, const TriangleBound& bound,
-                                    std::int32_t triangle) {
-  using Mask = decltype(Lanes{} < Lanes{});
-  const Lanes zero{};
-  for (int i = 0; i < row.count; i += kLanes) {
-    const int here = row.count - i < kLanes ? row.count - i : kLanes;
-    Lanes x, best = zero - 1.0;  // lanes behind the end never improve
+  const typename Bound::Row boundRow = bound.OfRow(row.y, row.z);
+  for (int next = 0; next < row.count; next += kLanes) {
+    // The last lanes are moved back into the row; to look at a node twice changes nothing.
+    const int i = std::max(std::min(next, row.count - kLanes), 0), here = std::min(row.count, kLanes);
+    Lanes x, best;
     std::memcpy(&x, row.x + i, sizeof x);
-    if (here == kLanes)
+    if (here == kLanes) {
       std::memcpy(&best, row.squared + i, sizeof best);
-    else
-      for (int l = 0; l < here; ++l) best[l] = row.squared[i + l];
-    const Lanes below = bound.low.x - x, above = x - bound.high.x;
-    Lanes outside = below > above ? below : above;
-    outside = outside > zero ? outside : zero;
-    Lanes least = outside * outside + row.outside;
-    Lanes plane = bound.normal.x * x + row.planeOffset;
-    plane = (plane > zero ? plane : -plane) - bound.slack;
-    plane = plane > zero ? plane * plane : zero;
-    least = plane > least ? plane : least;
-    Mask open = least < best;
+    } else {
+      best = zero - 1.0;  // lanes behind the end never improve
+      std::memcpy(&best, row.squared, static_cast<std::size_t>(here) * sizeof(double));
+    }
+    Lanes least;
+    bound.Least(least, x, boundRow);
+    auto open = least <= best;
     if ((open[0] | open[1] | open[2] | open[3]) == 0) continue;
-    const LaneVector p{x, zero + row.y, zero + row.z};
+    const LaneVector<Lanes> p{x, zero + row.y, zero + row.z};
     Lanes distance;
-    LaneDistances(distance, p, t);
-    open = distance < best;
+    LaneSquaredDistances(distance, p, t);
+    open = distance <= best;
+    if ((open[0] | open[1] | open[2] | open[3]) == 0) continue;
     for (int l = 0; l < here; ++l) {
-      if (open[l] == 0) continue;
+      if (open[l] == 0 || (distance[l] == best[l] && row.closest[i + l] < triangle)) continue;
       row.squared[i + l] = distance[l];
       row.closest[i + l] = triangle;
     }
   }
+}
+ORLIX_MULTIVERSION void FillBandRow(const BandRow& row, const LaneTriangle<double>& t, const BoxBound& bound,
+                                    std::int32_t triangle) {
+  FillRow(row, t, bound, triangle);
+}
+ORLIX_MULTIVERSION void FillBandRow(const BandRow& row, const LaneTriangle<double>& t, const CornersBound& bound,
+                                    std::int32_t triangle) {
+  FillRow(row, t, bound, triangle);
 }
 
 // Which triangles reach which slab, in the triangles' order.
@@ -208,7 +223,12 @@ class BandFiller {
     std::fill_n(squared_.data + begin, count, std::numeric_limits<double>::max());
     std::fill_n(scratch_.closest.data + begin, count, kNoTriangle);
     std::fill_n(scratch_.crossings.data + begin, count, std::uint8_t(0));
-    for (const std::int32_t t : triangles) AddTriangle(t, kFirst, kLast);
+    // A few that are spread over the surface first: with their distances the rest is mostly turned away by its bound.
+    for (int level = 0; level < kLevels; ++level) {
+      for (const std::int32_t t : triangles) {
+        if (LevelOf(t) == level) AddTriangle(t, kFirst, kLast);
+      }
+    }
   }
 
  private:
@@ -219,22 +239,33 @@ class BandFiller {
     const Span is = BandSpan(low.x, high.x, band_, lattice_.dims.x),
                js = BandSpan(low.y, high.y, band_, lattice_.dims.y);
     const Span ks = BandSpan(low.z, high.z, band_, lattice_.dims.z);
-    const Vec3D size = high - low;
-    const TriangleBound bound(t, extent_, std::max({size.x, size.y, size.z}) > kWideBox);
-    const double plane3 = Dot(bound.normal, t.x3);
-    for (int k = std::max(ks.first, kFirst); k <= std::min(ks.last, kLast); ++k) {
-      const double z = k * lattice_.spacing.z + lattice_.origin.z;
-      const double outZ = TriangleBound::Outside(z, bound.low.z, bound.high.z);
-      for (int j = js.first; j <= js.last; ++j) {
-        const double y = j * lattice_.spacing.y + lattice_.origin.y;
-        const double outY = TriangleBound::Outside(y, bound.low.y, bound.high.y);
-        const std::int64_t at = squared_.Index(is.first, j, k);
-        FillBandRow({x_.data() + is.first, squared_.data + at, scratch_.closest.data + at, is.last - is.first + 1, y, z,
-                     outY * outY + outZ * outZ, bound.normal.y * y + bound.normal.z * z - plane3},
-                    t, bound, number);
-      }
+    const double radius = SquaredCoveringRadius(t.x1, t.x2, t.x3), cell = lattice_.spacing.x;
+    const Block block{is, js, {std::max(ks.first, kFirst), std::min(ks.last, kLast)}};
+    if (radius < kSmallRadius * kSmallRadius * cell * cell) {
+      FillBlock(block, t, CornersBound(t, radius, extent_, (6 * kSmallRadius + 6 * band_) * cell), number);
+    } else {
+      FillBlock(block, t, BoxBound(t, extent_), number);
     }
     CountCrossings(p, q, r, low, high, kFirst, kLast);
+  }
+
+  struct Block {
+    Span x, y, z;
+  };
+  template <class Bound>
+  void FillBlock(const Block& block, const TriangleTerms& t, const Bound& bound, std::int32_t number) {
+    LaneTriangle<double> lanes;
+    Broadcast(lanes, t);
+    for (int k = block.z.first; k <= block.z.last; ++k) {
+      const double z = k * lattice_.spacing.z + lattice_.origin.z;
+      for (int j = block.y.first; j <= block.y.last; ++j) {
+        const double y = j * lattice_.spacing.y + lattice_.origin.y;
+        const std::int64_t at = squared_.Index(block.x.first, j, k);
+        FillBandRow({x_.data() + block.x.first, squared_.data + at, scratch_.closest.data + at,
+                     block.x.last - block.x.first + 1, y, z},
+                    lanes, bound, number);
+      }
+    }
   }
 
   void CountCrossings(const Vec3D& p, const Vec3D& q, const Vec3D& r, const Vec3D& low, const Vec3D& high, int kFirst,

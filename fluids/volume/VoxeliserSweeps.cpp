@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <thread>
 
+#include "fluids/volume/CornerBound.h"
+#include "fluids/volume/TriangleLanes.h"
 #include "globals/Multiversion.h"
 #include "host/threads/WorkerPool.h"
 
@@ -20,6 +23,8 @@ constexpr int kDirections[kSweeps][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  
                                          {1, -1, 1}, {-1, 1, -1},  {1, -1, -1}, {-1, 1, 1}};
 // The neighbours upstream, in the order in which they are tried: which axes a step back is taken along.
 constexpr int kBack[kNeighbours][3] = {{1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 1}, {1, 0, 1}, {0, 1, 1}, {1, 1, 1}};
+// Nodes that a worker visits in one go: neighbours share their triangles, so that these stay in the cache.
+constexpr VecInt3D kTile{64, 16, 16};
 
 // A neighbour lies upstream in several sweeps. Its triangle is worth a try only when it changed after the sweep in
 // which this node last tried it: the tag from which on that is so. 0 when this sweep is the first.
@@ -34,171 +39,380 @@ constexpr int FirstNewTag(int sweep, int neighbour) {
   return 0;
 }
 
-// A lower bound that costs little: the closest point of a triangle is nearer than L / sqrt(3) to one of its corners,
-// along a direction at right angles to that to the node, so distance^2 >= (distance to the nearest corner)^2 - L^2 / 3
-// with L the longest edge. Single precision, in cells; slack holds L^2 / 3 and what rounding may take.
-struct alignas(64) CornerBound {
-  float x[4], y[4], z[4];
+// The corners of a triangle in cells and single precision, for the lower bound. slack holds the covering radius and
+// what rounding may take.
+using CornerLanes = float __attribute__((vector_size(16)));
+struct alignas(64) SweepBound {
+  CornerLanes x, y, z;  // the first corner twice
   float slack;
 };
 constexpr float kBoundRelative = 3e-6f;  // of the squared distance, beside the absolute part in slack
 
-CornerBound MakeCornerBound(const NodeLattice& lattice, const TriangleTerms& t) {
+SweepBound MakeSweepBound(const NodeLattice& lattice, const TriangleTerms& t) {
   const Vec3D corners[4] = {lattice.Index(t.x1), lattice.Index(t.x2), lattice.Index(t.x3), lattice.Index(t.x1)};
-  CornerBound bound{};
-  double reach = std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z}), longest = 0;
+  SweepBound bound{};
+  double reach = std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z});
   for (int c = 0; c < 4; ++c) {
     bound.x[c] = static_cast<float>(corners[c].x);
     bound.y[c] = static_cast<float>(corners[c].y);
     bound.z[c] = static_cast<float>(corners[c].z);
     for (int axis = 0; axis < 3; ++axis) reach = std::max(reach, std::abs(corners[c][axis]));
-    if (c > 0) longest = std::max(longest, LengthSquared(corners[c] - corners[c - 1]));
   }
   // A coordinate is off by e = 2^-24 x reach, so the square by 2 sqrt(3) D e <= (D^2 + 3 (e / 1e-6)^2) x 1e-6.
-  const double e = 6e-8 * reach;
-  bound.slack = static_cast<float>((longest / 3 + 3e6 * e * e) * 1.00001 + 1e-6);
+  const double e = 6e-8 * reach, radius = SquaredCoveringRadius(corners[0], corners[1], corners[2]);
+  bound.slack = static_cast<float>(std::min((radius + 3e6 * e * e) * 1.00001 + 1e-6, 1e37));
   return bound;
 }
 
-inline float LeastSquared(const CornerBound& b, float x, float y, float z) {
-  float d[4];
-  for (int c = 0; c < 4; ++c) {
-    const float dx = b.x[c] - x, dy = b.y[c] - y, dz = b.z[c] - z;
-    d[c] = dx * dx + dy * dy + dz * dz;
-  }
-  const float m01 = d[0] < d[1] ? d[0] : d[1], m23 = d[2] < d[3] ? d[2] : d[3];
-  return (m01 < m23 ? m01 : m23) * (1 - kBoundRelative) - b.slack;
+ORLIX_LANES float LeastSquared(const SweepBound& b, float x, float y, float z) {
+  const CornerLanes dx = b.x - x, dy = b.y - y, dz = b.z - z;
+  const CornerLanes d = dx * dx + dy * dy + dz * dz;
+  const CornerLanes swapped = __builtin_shufflevector(d, d, 2, 3, 0, 1), half = d < swapped ? d : swapped;
+  const CornerLanes other = __builtin_shufflevector(half, half, 1, 0, 3, 2), least = half < other ? half : other;
+  return least[0] * (1 - kBoundRelative) - b.slack;
 }
 
-// Where the neighbours of one row's nodes stand, and which of their tags are new.
-struct RowTests {
-  std::int64_t offset[kNeighbours];
-  std::int32_t newFrom[kNeighbours];  // closest values from here on are worth a try
+// What all rows share.
+struct SweepField {
+  const TriangleTerms* triangles;
+  const SweepBound* bounds;
+  const double* x;  // world positions of the nodes
+  double* squared;
+  std::int32_t* closest;
+  double exact;  // m^2: what is nearer can't change
+  double perSquareCell;
+
+  // Rounded up, so that nothing is turned away that is a little smaller.
+  float InCells(double metres) const {
+    const double cells = metres * perSquareCell;
+    return static_cast<float>(cells < 1e37 ? cells : 1e37) * (1 + kBoundRelative);
+  }
 };
 
-// For each node of [from, to): a bit for each neighbour whose triangle may be worth a try.
-ORLIX_MULTIVERSION void FindTests(const std::int32_t* closest, const RowTests& row, int from, int to,
-                                  std::int32_t* tests) {
-  for (int i = from; i < to; ++i) {
-    const std::int32_t own = closest[i] & kTriangleMask;
-    std::int32_t bits = 0;
-    for (int n = 0; n < kNeighbours; ++n) {
-      const std::int32_t theirs = closest[i + row.offset[n]];
-      const std::int32_t test = (theirs >= row.newFrom[n]) & ((theirs & kTriangleMask) != own);
-      bits |= test << n;
+// A piece of a row of nodes in one sweep.
+struct SweepRow {
+  std::int64_t begin;  // index of its node with the lowest x
+  int low, count, j, k;
+  int step;                           // along x
+  std::int32_t tag;                   // of what changes now
+  std::int64_t offset[kNeighbours];   // of the neighbours upstream
+  std::int32_t newFrom[kNeighbours];  // closest values from here on are worth a try
+  int face;                           // a node of the array's face, on which everything is; -1: none
+  std::int64_t next;                  // begin of the row after this one
+  double y, z;                        // world position
+};
+
+// The numbers of the bits that are set in each pattern of tests.
+struct BitList {
+  std::uint8_t bits[8], count;
+};
+constexpr std::array<BitList, 1 << kNeighbours> kBitLists = [] {
+  std::array<BitList, 1 << kNeighbours> lists{};
+  for (int pattern = 0; pattern < 1 << kNeighbours; ++pattern) {
+    for (int bit = 0; bit < kNeighbours; ++bit) {
+      if ((pattern >> bit & 1) != 0) lists[pattern].bits[lists[pattern].count++] = static_cast<std::uint8_t>(bit);
     }
-    tests[i] = bits;
   }
+  return lists;
+}();
+
+// What a worker needs for a row. Loops over candidates are flat and have no branches to mispredict.
+struct RowWork {
+  static constexpr int kMost = kTile.x * kNeighbours + 8;
+  std::int32_t tests[kTile.x];
+  float limit[kTile.x], least[kTile.x];  // cells^2: of the node's distance, and of its candidates' bounds
+  double best[kTile.x];
+  std::int32_t found[kTile.x], order[kTile.x];  // of the triangle that is best so far; order -1: the node's own
+  double inRow[kTile.x];                        // the distance to the triangle of the neighbour in the row
+  // Triangles to be tried, by node.
+  std::uint8_t node[kMost], neighbour[kMost];
+  std::int32_t triangle[kMost];
+  float bound[kMost];
+  std::int32_t first[kMost], rest[kMost];  // candidates that passed their bound: the best of each node, the others
+  double distance[kMost];
+};
+
+constexpr int kIntLanes = 8;
+using IntLanes = std::int32_t __attribute__((vector_size(kIntLanes * sizeof(std::int32_t))));
+
+ORLIX_LANES void LoadLanes(IntLanes& lanes, const std::int32_t* from, std::size_t bytes) {
+  if (bytes == sizeof lanes)
+    std::memcpy(&lanes, from, sizeof lanes);
+  else
+    std::memcpy(&lanes, from, bytes);
+}
+
+// For each of count nodes from closest on: a bit for each neighbour whose triangle is worth a try. A triangle that two
+// of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
+// 0) may still change, so nobody leaves a try to it. Gives whether there is any.
+ORLIX_LANES bool FindTests(const std::int32_t* closest, const std::int64_t* offset, const std::int32_t* newFrom,
+                           int count, std::int32_t* tests) {
+  IntLanes any{};
+  for (int next = 0; next < count; next += kIntLanes) {
+    const int i = std::max(std::min(next, count - kIntLanes), 0), here = std::min(count, kIntLanes);
+    const std::size_t bytes = static_cast<std::size_t>(here) * sizeof(std::int32_t);
+    IntLanes own{};
+    LoadLanes(own, closest + i, bytes);
+    own &= kTriangleMask;
+    IntLanes triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
+    for (int n = 0; n < kNeighbours; ++n) {
+      IntLanes theirs{};
+      LoadLanes(theirs, closest + i + offset[n], bytes);
+      triangle[n] = theirs & kTriangleMask;
+      isOld[n] = theirs < newFrom[n];
+      skip[n] = isOld[n] | (triangle[n] == own);
+    }
+    for (int n = 1; n < kNeighbours; ++n) {
+      for (int m = 0; m < n; ++m) {
+        const IntLanes same = triangle[n] == triangle[m];
+        skip[n] |= m == 0 ? same & isOld[m] : same;
+        skip[m] |= same & isOld[n];
+      }
+    }
+    IntLanes bits{};
+    for (int n = 0; n < kNeighbours; ++n) bits |= ~skip[n] & (1 << n);
+    std::memcpy(tests + i, &bits, bytes);
+    any |= bits;
+  }
+  std::int32_t found = 0;
+  for (int l = 0; l < kIntLanes; ++l) found |= any[l];
+  return found != 0;
+}
+
+// Lists the tests of all nodes that can change; gives their number.
+ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, RowWork& work) {
+  const double* squared = field.squared + row.begin;
+  for (int l = 0; l < row.count; ++l) {
+    work.best[l] = squared[l];
+    work.limit[l] = field.InCells(squared[l]);
+    work.inRow[l] = std::numeric_limits<double>::max();
+  }
+  for (int l = 0; l < row.count; ++l) {
+    work.tests[l] = squared[l] > field.exact ? work.tests[l] : 0;
+    work.least[l] = std::numeric_limits<float>::max();
+    work.order[l] = -1;
+  }
+  int listed = 0;
+  for (int l = 0; l < row.count; ++l) {
+    const BitList& list = kBitLists[static_cast<std::size_t>(work.tests[l])];
+    std::memcpy(work.neighbour + listed, list.bits, sizeof list.bits);
+    std::memset(work.node + listed, l, sizeof list.bits);
+    listed += list.count;
+  }
+  return listed;
+}
+
+// The candidates' triangles and bounds, and the least bound of each node.
+ORLIX_LANES void BoundCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
+  const std::int32_t* closest = field.closest + row.begin;
+  for (int c = 0; c < count; ++c) {
+    const std::int32_t t = closest[work.node[c] + row.offset[work.neighbour[c]]] & kTriangleMask;
+    work.triangle[c] = t;
+    __builtin_prefetch(field.bounds + t);
+  }
+  const float x = static_cast<float>(row.low), y = static_cast<float>(row.j), z = static_cast<float>(row.k);
+  for (int c = 0; c < count; ++c) {
+    work.bound[c] = LeastSquared(field.bounds[work.triangle[c]], x + static_cast<float>(work.node[c]), y, z);
+  }
+  for (int c = 0; c < count; ++c) {
+    float& least = work.least[work.node[c]];
+    least = work.bound[c] < least ? work.bound[c] : least;
+  }
+}
+
+// distance[c]: of the candidate selected[c], squared.
+ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected,
+                                   int count, RowWork& work) {
+  const Lanes zero{};
+  const double* x = field.x + row.low;
+  for (int c = 0; c < count; c += kLanes) {
+    const TriangleTerms* t[kLanes];
+    Lanes px{};
+    for (int l = 0; l < kLanes; ++l) {
+      const std::int32_t candidate = selected[c + l < count ? c + l : c];
+      t[l] = field.triangles + work.triangle[candidate];
+      px[l] = x[work.node[candidate]];
+    }
+    LaneTriangle<Lanes> lanes{};
+    Gather(lanes, t);
+    const LaneVector<Lanes> p{px, zero + row.y, zero + row.z};
+    Lanes distance;
+    LaneSquaredDistances(distance, p, lanes);
+    std::memcpy(work.distance + c, &distance, sizeof distance);
+  }
+}
+
+ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected, int count,
+                               RowWork& work) {
+  MeasureCandidates(field, row, selected, count, work);
+  for (int c = 0; c < count; ++c) {
+    const int l = work.node[selected[c]], order = work.neighbour[selected[c]];
+    const double distance = work.distance[c];
+    if (order == 0) {
+      work.inRow[l] = distance;
+      continue;
+    }
+    // Of equals the one that comes first in the neighbours' order stays.
+    const bool better = distance < work.best[l] || (distance == work.best[l] && order < work.order[l]);
+    work.best[l] = better ? distance : work.best[l];
+    work.order[l] = better ? order : work.order[l];
+    work.found[l] = better ? work.triangle[selected[c]] : work.found[l];
+  }
+}
+
+// Tries what passes its bound, the most promising one of each node first: most of the others are turned away then.
+ORLIX_LANES void SelectCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
+  int firsts = 0, rests = 0;
+  for (int c = 0; c < count; ++c) {
+    const int l = work.node[c];
+    const bool passed = work.bound[c] <= work.limit[l], promising = work.bound[c] <= work.least[l];
+    work.first[firsts] = work.rest[rests] = c;
+    firsts += passed & promising;
+    rests += passed & !promising;
+  }
+  TryCandidates(field, row, work.first, firsts, work);
+  for (int l = 0; l < row.count; ++l) work.limit[l] = field.InCells(work.best[l]);
+  int left = 0;
+  for (int r = 0; r < rests; ++r) {
+    const std::int32_t c = work.rest[r];
+    work.rest[left] = c;
+    left += work.bound[c] <= work.limit[work.node[c]];
+  }
+  TryCandidates(field, row, work.rest, left, work);
+}
+
+// The distance to what the neighbour in the row has just found, or more than the node has.
+ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, std::int32_t triangle,
+                                const RowWork& work) {
+  constexpr double kMore = std::numeric_limits<double>::max();
+  if (work.best[l] <= field.exact || (work.order[l] > 0 && triangle == work.found[l])) return kMore;
+  const float bound = LeastSquared(field.bounds[triangle], static_cast<float>(row.low + l), static_cast<float>(row.j),
+                                   static_cast<float>(row.k));
+  if (bound > field.InCells(work.best[l])) return kMore;
+  return SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[triangle]);
+}
+
+// The neighbour in the row comes first in the order, and each node waits for the one before it.
+ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork& work) {
+  std::int32_t* closest = field.closest + row.begin;
+  double* squared = field.squared + row.begin;
+  bool changed = false;  // the node before this one
+  for (int l = row.step > 0 ? 0 : row.count - 1; l >= 0 && l < row.count; l += row.step) {
+    const double inRow =
+        changed ? MeasureInRow(field, row, l, closest[l - row.step] & kTriangleMask, work) : work.inRow[l];
+    const bool better = inRow < work.best[l] || (inRow == work.best[l] && work.order[l] > 0);
+    changed = better || work.order[l] > 0;
+    if (!changed) continue;
+    squared[l] = better ? inRow : work.best[l];
+    closest[l] = (better ? closest[l - row.step] & kTriangleMask : work.found[l]) | row.tag;
+  }
+}
+
+ORLIX_MULTIVERSION void SweepOneRow(const SweepField& field, const SweepRow& row, RowWork& work) {
+  constexpr int kLine = 64;
+  for (int l = 0; l < row.count; l += kLine / int(sizeof(double))) __builtin_prefetch(field.squared + row.next + l);
+  for (int l = 0; l < row.count; l += kLine / int(sizeof(std::int32_t))) {
+    __builtin_prefetch(field.closest + row.next + l);
+  }
+  const std::int32_t* closest = field.closest + row.begin;
+  bool any = FindTests(closest, row.offset, row.newFrom, row.count, work.tests);
+  if (row.face >= 0) {
+    constexpr std::int32_t kAll[kNeighbours] = {};
+    any |= FindTests(closest + row.face, row.offset, kAll, 1, work.tests + row.face);
+  }
+  if (!any) return;
+  const int listed = ListCandidates(field, row, work);
+  if (listed == 0) return;
+  BoundCandidates(field, row, listed, work);
+  SelectCandidates(field, row, listed, work);
+  FollowRow(field, row, work);
 }
 
 class Sweeper {
  public:
-  Sweeper(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch, GridView<double> squared,
-          WorkerPool& pool)
-      : lattice_(lattice), scratch_(scratch), squared_(squared), bounds_(scratch.triangles.size()) {
-    // Outside its widened box a triangle is farther than the band and one node more.
-    const double least = std::min({lattice.spacing.x, lattice.spacing.y, lattice.spacing.z});
-    exact_ = std::pow((exactBand + 1) * least * (1 - 1e-9), 2);
-    perSquareCell_ = 1 / (least * least);
+  Sweeper(const NodeLattice& lattice, int exactBand, const VoxeliserScratch& scratch, GridView<double> squared,
+          std::int32_t* closest, WorkerPool& pool)
+      : lattice_(lattice), slab_(squared.slab), bounds_(scratch.triangles.size()) {
+    for (int i = 0; i < lattice.dims.x; ++i) x_.push_back(lattice.World(i, 0, 0).x);
     const int count = static_cast<int>(scratch.triangles.size());
     ParallelRange(pool, 0, count, [&](int from, int to, int) {
       for (int t = from; t < to; ++t) {
-        bounds_[static_cast<std::size_t>(t)] = MakeCornerBound(lattice, scratch.triangles[static_cast<std::size_t>(t)]);
+        bounds_[static_cast<std::size_t>(t)] = MakeSweepBound(lattice, scratch.triangles[static_cast<std::size_t>(t)]);
       }
     });
+    // Outside its widened box a triangle is farther than the band and one node more.
+    const double least = std::min({lattice.spacing.x, lattice.spacing.y, lattice.spacing.z});
+    const double exact = (exactBand + 1) * least * (1 - 1e-9);
+    field_ = {scratch.triangles.data(), bounds_.data(), x_.data(), squared.data, closest, exact * exact,
+              1 / (least * least)};
   }
 
+  // A worker takes the next layer of tiles and follows the one before it. A layer is taken only when the one before it
+  // was, so the first unfinished layer never waits.
   void Sweep(int sweep, WorkerPool& pool, int workers) {
-    const int* d = kDirections[sweep];
-    const VecInt3D& n = lattice_.dims;
-    const int layers = n.z - 1, rows = n.y - 1;  // the first of each axis isn't visited
-    // A worker takes the next layer and follows the one before it, a row behind. A layer is taken only when the one
-    // before it was, so the first unfinished layer never waits.
-    const auto progress = std::make_unique<std::atomic<int>[]>(static_cast<std::size_t>(layers));
+    // The first node of each axis isn't visited.
+    const VecInt3D visited = lattice_.dims - VecInt3D(1, 1, 1);
+    const auto tilesOf = [&](int axis) { return (visited[axis] + kTile[axis] - 1) / kTile[axis]; };
+    const VecInt3D tiles{tilesOf(0), tilesOf(1), tilesOf(2)};
+    const auto progress = std::make_unique<std::atomic<int>[]>(static_cast<std::size_t>(tiles.z));
     std::atomic<int> next{0};
     pool.Run(workers, [&](int) {
-      std::vector<std::int32_t> tests(static_cast<std::size_t>(n.x));
-      for (int layer = next++; layer < layers; layer = next++) {
-        const int k = d[2] > 0 ? layer + 1 : n.z - 2 - layer;
-        for (int row = 0; row < rows; ++row) {
-          if (layer > 0) WaitFor(progress[static_cast<std::size_t>(layer - 1)], row + 1);
-          SweepRow(sweep, d[1] > 0 ? row + 1 : n.y - 2 - row, k, tests.data());
-          progress[static_cast<std::size_t>(layer)].store(row + 1, std::memory_order_release);
+      const auto work = std::make_unique<RowWork>();
+      for (int layer = next++; layer < tiles.z; layer = next++) {
+        for (int tile = 0; tile < tiles.x * tiles.y; ++tile) {
+          if (layer > 0) WaitFor(progress[static_cast<std::size_t>(layer - 1)], tile + 1);
+          SweepTile(sweep, VecInt3D(tile % tiles.x, tile / tiles.x, layer) * kTile, visited, *work);
+          progress[static_cast<std::size_t>(layer)].store(tile + 1, std::memory_order_release);
         }
       }
     });
   }
 
  private:
-  static void WaitFor(const std::atomic<int>& progress, int rows) {
-    for (int spin = 0; progress.load(std::memory_order_acquire) < rows; ++spin) {
+  static void WaitFor(const std::atomic<int>& progress, int tiles) {
+    for (int spin = 0; progress.load(std::memory_order_acquire) < tiles; ++spin) {
       if (spin > 64) std::this_thread::yield();
     }
   }
 
-  void SweepRow(int sweep, int j, int k, std::int32_t* tests) {
+  // from: in steps from the first visited node.
+  void SweepTile(int sweep, const VecInt3D& from, const VecInt3D& visited, RowWork& work) {
     const int* d = kDirections[sweep];
-    const VecInt3D& n = lattice_.dims;
-    // Nodes of the array's faces aren't visited by each sweep: there everything is tried.
-    const bool onFace = j == 0 || k == 0 || j == n.y - 1 || k == n.z - 1;
-    RowTests row, face;
+    const VecInt3D to = Min(from + kTile, visited), &n = lattice_.dims;
+    const auto indexOf = [&](int axis, int step) { return d[axis] > 0 ? step + 1 : visited[axis] - 1 - step; };
+    SweepRow row;
+    row.count = to.x - from.x;
+    row.low = d[0] > 0 ? indexOf(0, from.x) : indexOf(0, to.x - 1);
+    row.step = d[0];
+    row.tag = static_cast<std::int32_t>(sweep + 1) << kSweepTagShift;
+    const int last = d[0] > 0 ? row.low + row.count - 1 : row.low;
+    row.face = last == 0 || last == n.x - 1 ? last - row.low : -1;
     for (int m = 0; m < kNeighbours; ++m) {
-      row.offset[m] = face.offset[m] = -(std::int64_t(kBack[m][0] * d[0]) + std::int64_t(kBack[m][1] * d[1]) * n.x +
-                                         kBack[m][2] * d[2] * squared_.slab);
-      face.newFrom[m] = 0;
-      row.newFrom[m] = onFace ? 0 : static_cast<std::int32_t>(FirstNewTag(sweep, m)) << kSweepTagShift;
+      const std::int64_t back = kBack[m][0] * d[0] + std::int64_t(kBack[m][1] * d[1]) * n.x;
+      row.offset[m] = -(back + kBack[m][2] * d[2] * slab_);
     }
-    const int first = d[0] > 0 ? 1 : n.x - 2, last = d[0] > 0 ? n.x - 1 : 0;
-    std::int32_t* closest = scratch_.closest.data + squared_.Index(0, j, k);
-    FindTests(closest, row, std::min(first, last), std::max(first, last) + 1, tests);
-    FindTests(closest, face, last, last + 1, tests);
-    const std::int64_t begin = squared_.Index(0, j, k);
-    bool changed = false;
-    for (int i = first;; i += d[0]) {
-      int bits = tests[i];
-      // The node before this one was visited after its tests were found.
-      if (changed && ((closest[i - d[0]] ^ closest[i]) & kTriangleMask) != 0) bits |= 1;
-      changed = bits != 0 && squared_[begin + i] > exact_ && TryNeighbours(sweep, i, j, k, bits, row.offset);
-      if (i == last) break;
+    for (int layer = from.z; layer < to.z; ++layer) {
+      for (int step = from.y; step < to.y; ++step) {
+        row.j = indexOf(1, step), row.k = indexOf(2, layer);
+        // Nodes of the array's faces aren't visited by each sweep: there everything is new.
+        const bool onFace = row.j == 0 || row.k == 0 || row.j == n.y - 1 || row.k == n.z - 1;
+        for (int m = 0; m < kNeighbours; ++m) {
+          row.newFrom[m] = onFace ? 0 : static_cast<std::int32_t>(FirstNewTag(sweep, m)) << kSweepTagShift;
+        }
+        row.begin = slab_ * row.k + std::int64_t(n.x) * row.j + row.low;
+        row.next = step + 1 < to.y ? row.begin + d[1] * n.x : row.begin;
+        const Vec3D world = lattice_.World(0, row.j, row.k);
+        row.y = world.y, row.z = world.z;
+        SweepOneRow(field_, row, work);
+      }
     }
-  }
-
-  bool TryNeighbours(int sweep, int i, int j, int k, int bits, const std::int64_t* offset) {
-    const std::int64_t node = squared_.Index(i, j, k);
-    std::int32_t* closest = scratch_.closest.data + node;
-    double best = squared_[node];
-    float bestCells = InCells(best);
-    const float x = static_cast<float>(i), y = static_cast<float>(j), z = static_cast<float>(k);
-    const Vec3D world = lattice_.World(i, j, k);
-    std::int32_t found = kNoTriangle, tried = kNoTriangle;
-    for (; bits != 0; bits &= bits - 1) {
-      const std::int32_t t = closest[offset[std::countr_zero(static_cast<unsigned>(bits))]] & kTriangleMask;
-      if (t == tried) continue;
-      tried = t;
-      if (LeastSquared(bounds_[static_cast<std::size_t>(t)], x, y, z) > bestCells) continue;
-      const double distance = SquaredDistance(world, scratch_.triangles[static_cast<std::size_t>(t)]);
-      if (!(distance < best)) continue;
-      best = distance;
-      bestCells = InCells(best);
-      found = t;
-    }
-    if (found < 0) return false;
-    squared_[node] = best;
-    *closest = found | static_cast<std::int32_t>(sweep + 1) << kSweepTagShift;
-    return true;
-  }
-
-  // Rounded up, so that nothing is turned away that is a little smaller.
-  float InCells(double squared) const {
-    return static_cast<float>(std::min(squared * perSquareCell_, 1e37)) * (1 + kBoundRelative);
   }
 
   const NodeLattice& lattice_;
-  VoxeliserScratch& scratch_;
-  GridView<double> squared_;
-  std::vector<CornerBound> bounds_;
-  double exact_;  // m^2: what is nearer can't change
-  double perSquareCell_;
+  std::int64_t slab_;
+  std::vector<SweepBound> bounds_;
+  std::vector<double> x_;
+  SweepField field_{};
 };
 
 }  // namespace
@@ -206,7 +420,7 @@ class Sweeper {
 bool SweepClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch,
                            GridView<double> squared, WorkerPool& pool, int workers, const BaseThread* hostThread) {
   if (scratch.triangles.empty() || std::min({lattice.dims.x, lattice.dims.y, lattice.dims.z}) < 2) return true;
-  Sweeper sweeper(lattice, exactBand, scratch, squared, pool);
+  Sweeper sweeper(lattice, exactBand, scratch, squared, scratch.closest.data, pool);
   for (int sweep = 0; sweep < kSweeps; ++sweep) {
     if (hostThread && hostThread->TestBreak()) return false;
     sweeper.Sweep(sweep, pool, workers);
