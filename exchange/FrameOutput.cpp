@@ -42,11 +42,11 @@ std::filesystem::path FrameOutput::PathOf(const OutputSettings& output, const st
   return results_ / output.folder / (output.name + suffix + "." + PadNumber(frame, kFrameDigits) + extension);
 }
 
-bool FrameOutput::WantsPictures(int frame) const {
+std::filesystem::path FrameOutput::PictureFolder(int frame) const {
   for (const OutputSettings& output : outputs_) {
-    if (output.pictures && frame % output.every == 0) return true;
+    if (output.pictures && frame % output.every == 0) return results_ / output.folder;
   }
-  return false;
+  return {};
 }
 
 Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
@@ -95,12 +95,12 @@ std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std
 }
 
 Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
-  if (output.meshes == MeshFormat::None) return {};
+  if (output.meshes == MeshOutput::None) return {};
   Status status;
   document_.ForEachObject([&](BaseObject& object) {
     const PolygonObject* polygons = object.Polygons();
     if (!status || !polygons || polygons->points.empty()) return;
-    const bool ply = output.meshes == MeshFormat::Ply;
+    const bool ply = output.meshes == MeshOutput::Ply;
     const auto path = PathOf(output, "_" + FileStem(object.Path()), frame, ply ? ".ply" : ".obj");
     AtomicStream stream;
     status = stream.Open(path);

@@ -18,7 +18,8 @@ class FrameOutput {
 
   // VDB, meshes and quick looks of a simulated frame. The first error ends it; files that are there are whole.
   Status WriteFrame(const OrlixHook& hook, int frame);
-  bool WantsPictures(int frame) const;
+  // Where the frame's picture goes; empty when no output asks for one.
+  std::filesystem::path PictureFolder(int frame) const;
   // How many files the last frame gave.
   const std::vector<std::filesystem::path>& written() const { return written_; }
 

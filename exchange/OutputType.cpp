@@ -47,7 +47,7 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.vdb = object.GetBool(4);
   s.vdbNames = object.GetInt(5) == 1 ? VdbNames::Houdini : VdbNames::Blender;
   const std::int64_t meshes = object.GetInt(6);
-  s.meshes = meshes == 1 ? MeshFormat::Obj : meshes == 2 ? MeshFormat::Ply : MeshFormat::None;
+  s.meshes = meshes == 1 ? MeshOutput::Obj : meshes == 2 ? MeshOutput::Ply : MeshOutput::None;
   s.pictures = object.GetBool(7);
   s.preview = object.GetBool(8);
   return s;

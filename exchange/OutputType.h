@@ -9,7 +9,7 @@
 
 namespace orlix {
 
-enum class MeshFormat { None = 0, Obj = 1, Ply = 2 };
+enum class MeshOutput { None = 0, Obj = 1, Ply = 2 };
 
 struct OutputSettings {
   std::string folder;  // relative to the folder of results
@@ -17,7 +17,7 @@ struct OutputSettings {
   int every = 1;  // frames
   bool vdb = false;
   VdbNames vdbNames = VdbNames::Blender;
-  MeshFormat meshes = MeshFormat::None;
+  MeshOutput meshes = MeshOutput::None;
   bool pictures = false;
   bool preview = false;
 

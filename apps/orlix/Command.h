@@ -31,6 +31,8 @@ using AddCommand = void (*)(CLI::App& app, Program& program);
 extern const AddCommand kCommands[];
 extern const std::size_t kCommandCount;
 
+void AddRenderCommand(CLI::App& app, Program& program);
+void AddConvertCommand(CLI::App& app, Program& program);
 void AddRunCommand(CLI::App& app, Program& program);
 void AddValidateCommand(CLI::App& app, Program& program);
 void AddParamsCommand(CLI::App& app, Program& program);

@@ -4,7 +4,8 @@
 
 namespace orlix {
 
-const AddCommand kCommands[] = {AddRunCommand, AddValidateCommand, AddInfoCommand, AddVerifyCommand, AddParamsCommand};
+const AddCommand kCommands[] = {AddRunCommand,    AddRenderCommand, AddValidateCommand, AddInfoCommand,
+                                AddVerifyCommand, AddParamsCommand, AddConvertCommand};
 const std::size_t kCommandCount = std::size(kCommands);
 
 }  // namespace orlix

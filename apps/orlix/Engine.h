@@ -1,6 +1,7 @@
 #pragma once
 // All types, and what makes nodes of them. One for the whole program.
 
+#include "exchange/OutputType.h"
 #include "fluids/scene/NodeFactory.h"
 #include "main/RegisterTypes.h"
 
@@ -10,7 +11,10 @@ struct Engine {
   TypeRegistry types;
   NodeFactory factory{types};
 
-  Engine() { RegisterTypes(factory); }
+  Engine() {
+    RegisterTypes(factory);
+    types.Add(OutputType());
+  }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 };

@@ -6,6 +6,7 @@
 #include "apps/orlix/Checkpoints.h"
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FrameList.h"
+#include "apps/orlix/FrameResults.h"
 #include "apps/orlix/Interrupt.h"
 #include "apps/orlix/JsonLayout.h"
 #include "apps/orlix/OutputFolders.h"
@@ -143,6 +144,8 @@ Status Run(const Program& program, const RunOptions& options) {
     run.AddListener(progress);
     run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
   }
+  FrameResults results(nullptr);
+  run.AddListener(results);
   run.AddListener(checkpoints);
   const auto start = std::chrono::steady_clock::now();
   Status status = run.Run(*plan);

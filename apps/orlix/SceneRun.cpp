@@ -16,7 +16,7 @@ bool FramePlan::Wants(int frame) const {
 
 Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::vector<int>>& list) {
   const int first = document.minTime.Frame(document.fps);
-  FramePlan plan{first, document.maxTime.Frame(document.fps), first, {}};
+  FramePlan plan{.first = first, .last = document.maxTime.Frame(document.fps), .start = first, .wanted = {}};
   if (!list) return plan;
   if (list->front() < plan.first) {
     return Error{ErrorKind::Usage,
@@ -57,6 +57,7 @@ Status SceneRun::RunFrame(int frame) {
 Status SceneRun::RunFrames(const FramePlan& plan) {
   for (int frame = plan.start; frame <= plan.last && Interrupt::Signal() == 0; ++frame) {
     state_.wanted = plan.Wants(frame);
+    if (plan.onlyWanted && !state_.wanted) continue;
     if (Status status = RunFrame(frame); !status) return status;
   }
   return {};

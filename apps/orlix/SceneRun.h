@@ -17,6 +17,7 @@ struct FramePlan {
   int first = 0, last = 0;
   int start = 0;            // where the run begins: first, unless it goes on from a checkpoint
   std::vector<int> wanted;  // ascending; empty for all
+  bool onlyWanted = false;  // frames stand alone: the others are passed over
 
   bool Wants(int frame) const;
 };

@@ -1,0 +1,29 @@
+#pragma once
+// Writes what the scene's outputs ask for, each time a wanted frame is whole.
+
+#include <memory>
+
+#include "apps/orlix/FrameListener.h"
+#include "apps/orlix/PictureMaker.h"
+#include "exchange/FrameOutput.h"
+
+namespace orlix {
+
+class FrameResults : public FrameListener {
+ public:
+  // pictures: null makes none but those that the outputs ask for; otherwise one of every wanted frame.
+  explicit FrameResults(const BaseThread* thread, std::optional<PictureOptions> pictures = {}, bool outputs = true)
+      : always_(pictures.has_value()), outputs_(outputs), maker_(pictures.value_or(PictureOptions()), thread) {}
+
+  Status BeforeRun(const RunState& state) override;
+  Status AfterFrame(const RunState& state) override;
+  std::size_t files() const { return files_; }
+
+ private:
+  bool always_, outputs_;
+  PictureMaker maker_;
+  std::unique_ptr<FrameOutput> output_;
+  std::size_t files_ = 0;
+};
+
+}  // namespace orlix

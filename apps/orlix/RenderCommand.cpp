@@ -1,0 +1,106 @@
+// orlix render SCENE: pictures, from caches where the scene plays them back, otherwise from a run.
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+#include "apps/orlix/Command.h"
+#include "apps/orlix/FrameList.h"
+#include "apps/orlix/FrameResults.h"
+#include "apps/orlix/Interrupt.h"
+#include "apps/orlix/OutputFolders.h"
+#include "apps/orlix/Progress.h"
+#include "apps/orlix/SceneReader.h"
+#include "apps/orlix/SceneRun.h"
+#include "fluids/caches/GridCacher.h"
+#include "host/render/RenderSettings.h"
+
+namespace orlix {
+
+namespace {
+
+struct RenderOptionsOfCommand {
+  std::string scene, frames, out, size;
+  std::vector<std::string> overrides;
+  bool preview = false;
+};
+
+Status ParseSize(const std::string& text, PictureOptions& options) {
+  if (text.empty()) return {};
+  char rest = 0;
+  const bool good = std::sscanf(text.c_str(), "%dx%d%c", &options.width, &options.height, &rest) == 2;
+  if (good && options.width >= 1 && options.height >= 1 && options.width <= kMaxPictureSide &&
+      options.height <= kMaxPictureSide) {
+    return {};
+  }
+  return Status::Fail(ErrorKind::Usage,
+                      fmt::format("--size is {}, must be WIDTHxHEIGHT with 1 to {} each", text, kMaxPictureSide));
+}
+
+// Whether all solvers are played back by caches: then a frame needs no frame before it.
+bool PlaysEverythingBack(const BaseDocument& document) {
+  bool playsSolver = false, hasSolver = false;
+  document.ForEachObject([&](BaseObject& object) {
+    if ((object.type().kinds & kLinkSolver) != 0) hasSolver = true;
+    if (object.typeId() != GridCacher::Type().id || object.GetInt(Cache_OperatorBase::kModeId) != 0) return;
+    const InExcludeData* nodes = object.GetInExclude(GridCacher::kNodesId);
+    for (const auto& entry : nodes ? nodes->entries : std::vector<InExcludeData::Entry>()) {
+      const BaseObject* node = document.FindObject(entry.target);
+      if (node && (node->type().kinds & (kLinkSolver | kLinkChannel)) != 0) playsSolver = true;
+    }
+  });
+  return playsSolver || !hasSolver;
+}
+
+Status Render(const Program& program, const RenderOptionsOfCommand& options) {
+  Interrupt::Install();
+  PictureOptions pictures;
+  pictures.slices = options.preview;
+  if (Status size = ParseSize(options.size, pictures); !size) return size;
+  std::optional<std::vector<int>> list;
+  if (!options.frames.empty()) {
+    Result<std::vector<int>> frames = ParseFrameList(options.frames);
+    if (!frames) return frames.error();
+    list = std::move(*frames);
+  }
+  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  if (!scene) return scene.error();
+  BaseDocument& document = *scene->document;
+  Result<FramePlan> plan = PlanFrames(document, list);
+  if (!plan) return plan.error();
+  plan->onlyWanted = PlaysEverythingBack(document);
+  WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
+  const std::string folder = options.out.empty() ? document.folder : options.out;
+  const auto locks = LockOutputFolders({folder});
+  if (!locks) return locks.error();
+  SceneRun run(program.engine, document, pool, folder);
+  FrameResults results(nullptr, pictures, /*outputs=*/false);
+  run.AddListener(results);
+  Progress progress(program.console);
+  if (!program.options.quiet) {
+    run.AddListener(progress);
+    run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
+  }
+  Status status = run.Run(*plan);
+  if (status.ok() && !program.options.quiet)
+    fmt::print("{}: {} pictures in {}\n", options.scene, results.files(), folder);
+  return status;
+}
+
+}  // namespace
+
+void AddRenderCommand(CLI::App& app, Program& program) {
+  auto options = std::make_shared<RenderOptionsOfCommand>();
+  CLI::App* command = app.add_subcommand("render", "Make pictures, from caches or from a run");
+  command->add_option("scene", options->scene, "Scene file")->required();
+  command->add_option("--frames", options->frames, "Frames of which pictures are wanted: 1-100x2,120");
+  command->add_option("--out", options->out, "Folder of pictures; the scene's own without it");
+  command->add_option("--size", options->size, "WIDTHxHEIGHT, over the scene's render settings");
+  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
+      ->allow_extra_args(false);
+  command->add_flag("--preview", options->preview, "A quick look: slices of the grids with colour bars");
+  command->callback(
+      [&program, options] { program.action = [&program, options] { return Render(program, *options); }; });
+}
+
+}  // namespace orlix
