@@ -23,7 +23,7 @@ constexpr Parameter kParameters[] = {
 class BoxObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const Vec3D size = Max(object.GetVector(kSize), {});
+    const Vec3D size = LengthsOf(object, kSize);
     VecInt3D n;
     for (int axis = 0; axis < 3; ++axis) n[axis] = SegmentsOf(object, kSegments[axis], 1, 512);
     // Points of the lattice's surface, numbered when a face first uses them, so that faces share their edges.

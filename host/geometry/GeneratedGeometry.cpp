@@ -17,9 +17,19 @@ Status GeneratedGeometry::Update(BaseObject& object, const BaseTime&) {
   return {};
 }
 
-double LengthOf(const BaseObject& object, int id) {
-  const double length = object.GetDouble(id);
+namespace {
+
+double UsableLength(double length) {
   return length > 0 ? std::min(length, double(std::numeric_limits<float>::max())) : 0;
+}
+
+}  // namespace
+
+double LengthOf(const BaseObject& object, int id) { return UsableLength(object.GetDouble(id)); }
+
+Vec3D LengthsOf(const BaseObject& object, int id) {
+  const Vec3D lengths = object.GetVector(id);
+  return {UsableLength(lengths.x), UsableLength(lengths.y), UsableLength(lengths.z)};
 }
 
 int SegmentsOf(const BaseObject& object, int id, int least, int most) {

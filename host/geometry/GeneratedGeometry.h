@@ -23,6 +23,7 @@ class GeneratedGeometry : public ObjectData {
 
 // A length from the settings: NaN and what is below 0 count as 0, infinity as the largest float.
 double LengthOf(const BaseObject& object, int id);
+Vec3D LengthsOf(const BaseObject& object, int id);
 // A count from the settings, held to [least, most] whatever a keyframe says.
 int SegmentsOf(const BaseObject& object, int id, int least, int most = 2048);
 

@@ -47,33 +47,26 @@ Result<fs::path> FileOfFrame(const fs::path& pattern, std::int64_t frame) {
 class MeshObject : public ObjectData {
  public:
   Status Update(BaseObject& object, const BaseTime& time) override {
-    fs::path path = object.GetString(kFile);
-    if (path.empty()) {
-      Replace({}, {});
-      return {};
-    }
-    if (path.is_relative()) path = fs::path(object.document().folder) / path;
-    if (path.filename().string().find('#') != std::string::npos) {
-      const std::int64_t frame = std::int64_t(time.Frame(object.document().fps)) + object.GetInt(kFrameOffset);
-      Result<fs::path> numbered = FileOfFrame(path, frame);
-      if (!numbered.ok()) return numbered.status();
-      path = *numbered;
-    }
-    if (path == loaded_) return {};
-    Result<PolygonObject> mesh = ReadMesh(path);
+    Result<fs::path> path = FileNow(object, time);
+    if (path.ok() && *path == loaded_) return {};
+    Result<PolygonObject> mesh = !path.ok() ? path.error() : path->empty() ? PolygonObject() : ReadMesh(*path);
     if (!mesh.ok()) return Status::Fail(mesh.error().kind, fmt::format("\"{}\": {}", object.Path(), mesh.error().text));
-    Replace(std::move(*mesh), path);
+    mesh->version = polygons_.version + 1;
+    polygons_ = std::move(*mesh);
+    loaded_ = *path;
     object.MarkDirty();
     return {};
   }
   const PolygonObject* Polygons() const override { return &polygons_; }
 
  private:
-  void Replace(PolygonObject mesh, const fs::path& path) {
-    if (path == loaded_ && path.empty()) return;
-    mesh.version = polygons_.version + 1;
-    polygons_ = std::move(mesh);
-    loaded_ = path;
+  // Empty when the object names none.
+  static Result<fs::path> FileNow(const BaseObject& object, const BaseTime& time) {
+    fs::path path = object.GetString(kFile);
+    if (path.empty()) return path;
+    if (path.is_relative()) path = fs::path(object.document().folder) / path;
+    if (path.filename().string().find('#') == std::string::npos) return path;
+    return FileOfFrame(path, std::int64_t(time.Frame(object.document().fps)) + object.GetInt(kFrameOffset));
   }
 
   PolygonObject polygons_;

@@ -1,0 +1,343 @@
+#include "host/geometry/MeshReader.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
+#include <sstream>
+
+#include "host/geometry/GeneratedGeometry.h"
+#include "host/geometry/GeometryTypes.h"
+#include "host/geometry/MeshWriter.h"
+#include "host/objects/BaseDocument.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix::test {
+namespace {
+
+std::string Bytes(std::initializer_list<double> floats) {
+  std::string bytes;
+  for (const double f : floats) {
+    const auto value = static_cast<float>(f);
+    char raw[4];
+    std::memcpy(raw, &value, 4);
+    bytes.append(raw, 4);
+  }
+  return bytes;
+}
+std::string Number32(std::uint32_t n, bool big = false) {
+  std::string bytes;
+  for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<char>(n >> (big ? 24 - 8 * i : 8 * i)));
+  return bytes;
+}
+std::string BinaryStl(std::uint32_t count, const std::string& triangles) {
+  return std::string(80, 'x') + Number32(count) + triangles;
+}
+std::string StlTriangle(double x) { return Bytes({0, 0, 1, x, 0, 0, x + 1, 0, 0, x, 1, 0}) + std::string(2, '\0'); }
+std::string Reversed(std::string bytes) {
+  for (std::size_t i = 0; i + 4 <= bytes.size(); i += 4) std::reverse(bytes.begin() + i, bytes.begin() + i + 4);
+  return bytes;
+}
+
+// --- what each format says -------------------------------------------------------------------------------------------
+
+TEST(MeshReader, ObjTakesPointsAndFaces) {
+  const auto mesh = ParseObj(
+      "# a comment \\\nmtllib x.mtl\nv 0 0 0\nv 1 0 0 0.5 0.5 0.5\nv 1 +1e0 0\r\nv 0 1 0\nvt 0 0\nvn 0 0 1\n"
+      "g part\nf 1/1/1 2//1 3\nf 1 2 3 4\nf -4 -3 \\\n -2\nf 1 2\nf 1 2 3 4 2\nl 1 2\n  f 3 2 1 # last",
+      "a.obj");
+  ASSERT_TRUE(mesh.ok()) << mesh.error().text;
+  EXPECT_EQ(mesh->points.size(), 4u);
+  EXPECT_EQ(mesh->points[2], Vec3D(1, 1, 0));
+  ASSERT_EQ(mesh->polygons.size(), 7u);  // a triangle, a quad, a triangle, a fan of three, a triangle
+  EXPECT_TRUE(mesh->polygons[0].IsTriangle());
+  EXPECT_EQ(mesh->polygons[1].d, 3);
+  EXPECT_EQ(mesh->polygons[2].b, 1);
+  EXPECT_EQ(mesh->polygons[5].c, 1);
+  EXPECT_EQ(mesh->polygons[6].a, 2);
+}
+
+constexpr char kPlyHead[] =
+    "comment made by hand\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\nproperty uchar red\n"
+    "element extra 2\nproperty list uchar short values\nproperty double d\nelement face 1\nproperty list uchar int "
+    "vertex_indices\nend_header\n";
+
+std::string Ply(const std::string& format, const std::string& body) {
+  return "ply\nformat " + format + " 1.0\n" + kPlyHead + body;
+}
+
+std::string BinaryPlyBody(bool big) {
+  const auto floats = [&](std::initializer_list<double> f) { return big ? Reversed(Bytes(f)) : Bytes(f); };
+  std::string body;
+  for (int v = 0; v < 3; ++v) body += floats({double(v), v == 1 ? 1.0 : 0.0, 0}) + '\x7f';
+  body += '\x02' + std::string(4, 'a') + std::string(8, 'b') + '\0' + std::string(8, 'c');
+  body += std::string("\x03") + Number32(0, big) + Number32(1, big) + Number32(2, big);
+  return body;
+}
+
+TEST(MeshReader, PlyOfAllThreeFormatsAgree) {
+  std::string little = Ply("binary_little_endian", BinaryPlyBody(false));
+  const auto ascii = ParsePly(Ply("ascii", "0 0 0 1\n1 1 0 1\n2 0 0 1\n2 5 6 0.5\n0 1\n3 0 1 2"), "a.ply");
+  const auto binary = ParsePly(little, "b.ply");
+  const auto swapped = ParsePly(Ply("binary_big_endian", BinaryPlyBody(true)), "c.ply");
+  for (const auto* mesh : {&ascii, &binary, &swapped}) {
+    ASSERT_TRUE(mesh->ok()) << mesh->error().text;
+    EXPECT_EQ((*mesh)->points, (std::vector<Vec3D>{{0, 0, 0}, {1, 1, 0}, {2, 0, 0}}));
+    ASSERT_EQ((*mesh)->polygons.size(), 1u);
+    EXPECT_EQ((*mesh)->polygons[0].c, 2);
+  }
+}
+
+TEST(MeshReader, StlJoinsEqualPoints) {
+  const auto binary = ParseStl(BinaryStl(2, StlTriangle(0) + StlTriangle(1)), "a.stl");
+  ASSERT_TRUE(binary.ok()) << binary.error().text;
+  EXPECT_EQ(binary->points.size(), 5u);
+  EXPECT_EQ(binary->polygons.size(), 2u);
+  EXPECT_EQ(binary->polygons[1].a, binary->polygons[0].b);
+  const auto ascii = ParseStl(
+      "solid thing with a vertex\nfacet normal 0 0 1\n outer loop\n  vertex 0 0 -0\n  vertex 1 0 0\n  vertex 0 1 0\n "
+      "endloop\nendfacet\nfacet normal 0 0 1\nouter loop\nvertex 1 0 0\nvertex 2 0 0\nvertex 0 0 0\nendloop\nendfacet\n"
+      "endsolid thing",
+      "b.stl");
+  ASSERT_TRUE(ascii.ok()) << ascii.error().text;
+  EXPECT_EQ(ascii->points.size(), 4u);
+  EXPECT_EQ(ascii->polygons.size(), 2u);
+  // A binary file whose header begins as an ascii one's does.
+  std::string tricky = BinaryStl(1, StlTriangle(0));
+  tricky.replace(0, 5, "solid");
+  EXPECT_EQ(ParseStl(tricky, "c.stl")->polygons.size(), 1u);
+}
+
+TEST(MeshReader, AFileWithoutFacesIsAnEmptyMesh) {
+  for (const auto& mesh : {ParseObj("", "a.obj"), ParseObj("v 1 2 3\n", "b.obj"), ParseStl("solid\nendsolid", "c.stl"),
+                           ParseStl(BinaryStl(0, ""), "d.stl"), ParsePly("ply\nformat ascii 1.0\nend_header\n", "e")}) {
+    ASSERT_TRUE(mesh.ok()) << mesh.error().text;
+    EXPECT_TRUE(mesh->polygons.empty());
+  }
+}
+
+// --- broken files ----------------------------------------------------------------------------------------------------
+
+struct BrokenFile {
+  const char* what;
+  MeshFormat format;
+  std::string content;
+  std::string message;  // a part of it
+};
+
+class BrokenMesh : public testing::TestWithParam<BrokenFile> {};
+
+TEST_P(BrokenMesh, IsAnErrorThatNamesThePlace) {
+  const auto mesh = ParseMesh(GetParam().content, GetParam().format, "in.file");
+  ASSERT_FALSE(mesh.ok()) << GetParam().what;
+  EXPECT_EQ(mesh.error().kind, ErrorKind::InputFile);
+  EXPECT_NE(mesh.error().text.find(GetParam().message), std::string::npos) << mesh.error().text;
+}
+
+std::vector<BrokenFile> BrokenFiles() {
+  const std::string head = "ply\nformat binary_little_endian 1.0\n";
+  const auto element = [&](const std::string& lines) { return head + lines + "end_header\n"; };
+  const std::string xyz = "property float x\nproperty float y\nproperty float z\n";
+  const MeshFormat obj = MeshFormat::Obj, ply = MeshFormat::Ply, stl = MeshFormat::Stl;
+  return {
+      {"index above", obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 77\n", "in.file:4: a face names point 77"},
+      {"index below", obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\n\nf 1 2 -4\n", "in.file:5: a face names point 0"},
+      {"index 0", obj, "v 0 0 0\nf 0 1 1\n", "in.file:2: a face needs point numbers"},
+      {"fraction", obj, "v 0 0 0\nf 1.5 1 1\n", "in.file:2: a face's point number must be whole"},
+      {"huge index", obj, "v 0 0 0\nf 1 1 99999999999999999999999\n", "in.file:2"},
+      {"word for a number", obj, "v 0 zero 0\n", "in.file:1: a point needs three numbers"},
+      {"two numbers", obj, "\nv 0 1\nv 2 3 4", "in.file:2: a point needs three numbers"},
+      {"NaN", obj, "v 0 0 0\nv nan 0 0\n", "in.file:2: a point's coordinates must be finite"},
+      {"infinity by size", obj, "v 0 0 1e999\n", "in.file:1: a point's coordinates must be finite"},
+      {"no ply", ply, "plyx\n", "in.file:1"},
+      {"no end of header", ply, "ply\nformat ascii 1.0\n", "the header has no end"},
+      {"no format", ply, "ply\nend_header\n", "names no format"},
+      {"bad format", ply, "ply\nformat binary 1.0\nend_header\n", "in.file:2: the format must be"},
+      {"bad count", ply, "ply\nformat ascii 1.0\nelement vertex -3\nend_header\n", "in.file:3: an element needs"},
+      {"bad type", ply, element("element vertex 1\nproperty half x\n"), "in.file:4: a property needs a type"},
+      {"float list count", ply, element("element face 1\nproperty list float int i\n"), "in.file:4: a list's count"},
+      {"stray property", ply, element("property int i\n"), "in.file:3: a property stands before"},
+      {"unknown line", ply, element("vertices 7\n"), "in.file:3: unknown header line \"vertices\""},
+      {"more than the bytes", ply, element("element vertex 4000000000\n" + xyz) + Bytes({1, 2, 3}),
+       "4000000000 elements \"vertex\" need at least 12 bytes each, 12 bytes follow"},
+      {"overflowing count", ply, element("element vertex 9223372036854775807\n" + xyz), "9223372036854775807"},
+      {"cut", ply,
+       element("element vertex 1\n" + xyz + "element face 1\nproperty list uchar int vertex_index\n") +
+           Bytes({1, 2, 3}) + '\x03' + Number32(0),
+       "too early"},
+      {"list beyond the end", ply,
+       element("element face 1\nproperty list uint int vertex_index\n") + Number32(4000000000u) + Number32(1),
+       "too early"},
+      {"no coordinates", ply, element("element vertex 1\nproperty float x\n") + Bytes({1}), "x, y and z"},
+      {"no corners", ply, element("element face 1\nproperty int i\n") + Number32(1), "vertex_indices"},
+      {"NaN in ply", ply, element("element vertex 2\n" + xyz) + Bytes({1, 2, 3, 1, std::nan(""), 3}),
+       "in.file: byte 127: a point's coordinates"},
+      {"negative index", ply,
+       "ply\nformat ascii 1.0\nelement vertex 1\n" + xyz +
+           "element face 1\nproperty list int int vertex_index\nend_header\n0 0 0\n3 0 0 -1\n",
+       "in.file:11: a face names point -1, the file has points 0 to 0"},
+      {"word in ascii ply", ply, "ply\nformat ascii 1.0\nelement vertex 2\n" + xyz + "end_header\n0 0 0\n0 x 0\n",
+       "in.file:9"},
+      {"too few bytes", stl, "short", "5 bytes are too few"},
+      {"stl count", stl, BinaryStl(4000000000u, StlTriangle(0)), "4000000000 triangles need 200000000084 bytes"},
+      {"NaN in stl", stl, BinaryStl(1, Bytes({0, 0, 1, 0, 0, 0, std::nan(""), 0, 0, 0, 1, 0}) + "ab"),
+       "in.file: byte 108: a point's coordinates"},
+      {"ascii stl cut", stl, "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\n", "ends inside a facet"},
+      {"ascii stl word", stl, "solid a\nfacet\nouter loop\nvertex 0 a 0\n", "in.file:4: a vertex needs three numbers"},
+  };
+}
+INSTANTIATE_TEST_SUITE_P(Files, BrokenMesh, testing::ValuesIn(BrokenFiles()));
+
+// Any beginning of a good file is a result or an error.
+TEST(MeshReader, CutFilesDoNoHarm) {
+  const std::pair<MeshFormat, std::string> files[] = {
+      {MeshFormat::Ply, Ply("binary_little_endian", BinaryPlyBody(false))},
+      {MeshFormat::Ply, Ply("ascii", "0 0 0 1\n1 1 0 1\n2 0 0 1\n2 5 6 0.5\n0 1\n3 0 1 2\n")},
+      {MeshFormat::Stl, BinaryStl(2, StlTriangle(0) + StlTriangle(1))},
+      {MeshFormat::Obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1/1 2/2 \\\n3/3\n"}};
+  int refused = 0;
+  for (const auto& [format, content] : files) {
+    for (std::size_t size = 0; size < content.size(); ++size) {
+      // A copy of the exact size, so that a read behind it is seen.
+      const std::vector<char> bytes(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(size));
+      refused += !ParseMesh({bytes.data(), bytes.size()}, format, "cut").ok();
+    }
+  }
+  EXPECT_GT(refused, 300);
+}
+
+// --- files -----------------------------------------------------------------------------------------------------------
+
+PolygonObject Sphere(int segments) {
+  PolygonObject mesh;
+  std::vector<ProfilePoint> profile{{0, -1}};
+  for (int r = 1; r < segments; ++r)
+    profile.push_back({std::sin(3.14159 * r / segments), -std::cos(3.14159 * r / segments)});
+  profile.push_back({0, 1});
+  Revolve(profile, false, segments, mesh);
+  return mesh;
+}
+
+TEST(MeshWriter, ObjGivesEveryBitBackAndPlySinglePrecision) {
+  const PolygonObject mesh = Sphere(20);
+  std::ostringstream obj, ply, moving;
+  WriteObj(mesh, obj);
+  WritePly(mesh, {}, ply);
+  const std::vector<Vec3D> velocities(mesh.points.size(), Vec3D(1, 2, 3));
+  WritePly(mesh, velocities, moving);
+  const auto fromObj = ParseObj(obj.str(), "a.obj");
+  ASSERT_TRUE(fromObj.ok()) << fromObj.error().text;
+  EXPECT_EQ(fromObj->points, mesh.points);
+  for (const std::string& text : {ply.str(), moving.str()}) {
+    const auto fromPly = ParsePly(text, "a.ply");
+    ASSERT_TRUE(fromPly.ok()) << fromPly.error().text;
+    ASSERT_EQ(fromPly->points.size(), mesh.points.size());
+    for (std::size_t i = 0; i < mesh.points.size(); ++i) {
+      for (int axis = 0; axis < 3; ++axis) {
+        EXPECT_EQ(fromPly->points[i][axis], static_cast<double>(static_cast<float>(mesh.points[i][axis])));
+      }
+    }
+  }
+  EXPECT_EQ(fromObj->polygons.size(), mesh.polygons.size());
+  for (std::size_t i = 0; i < mesh.polygons.size(); ++i) EXPECT_EQ(fromObj->polygons[i].d, mesh.polygons[i].d);
+}
+
+TEST(MeshReader, AHundredThousandTrianglesTakeLessThanASecond) {
+  const PolygonObject mesh = Sphere(225);  // 100,800 triangles in quads
+  TemporaryFolder folder;
+  for (const char* name : {"ball.obj", "ball.ply"}) {
+    {
+      std::ofstream out(folder / name, std::ios::binary);
+      if (std::string_view(name).ends_with("obj"))
+        WriteObj(mesh, out);
+      else
+        WritePly(mesh, {}, out);
+    }
+    const std::clock_t start = std::clock();
+    const auto read = ReadMesh(folder / name);
+    const double seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
+    ASSERT_TRUE(read.ok()) << read.error().text;
+    EXPECT_EQ(read->polygons.size(), mesh.polygons.size());
+#ifndef ORLIX_SANITIZED
+    EXPECT_LT(seconds, 1.0) << name;
+#endif
+  }
+}
+
+TEST(MeshReader, FilesThatCannotBeReadSayWhich) {
+  TemporaryFolder folder;
+  WriteText(folder / "a.xyz", "v 0 0 0");
+  for (const auto& path : {folder / "gone.obj", folder / "a.xyz", folder.path()}) {
+    const auto mesh = ReadMesh(path);
+    ASSERT_FALSE(mesh.ok());
+    EXPECT_NE(mesh.error().text.find(path.string()), std::string::npos) << mesh.error().text;
+  }
+  EXPECT_EQ(MeshFormatOf("A.PLY"), MeshFormat::Ply);
+}
+
+class MeshObjectTest : public testing::Test {
+ protected:
+  MeshObjectTest() {
+    RegisterGeometryTypes(types);
+    document.fps = 24;
+    document.folder = folder.path().string();
+    object = &document.AddObject(kMeshType);
+  }
+  void Write(const std::string& name, double x) {
+    WriteText(folder / name, fmt::format("v {} 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", x));
+  }
+  // The first point's x at a frame.
+  double At(int frame) {
+    const Status status = document.SetTime(BaseTime::OfFrame(frame, 24));
+    EXPECT_TRUE(status.ok()) << (status.ok() ? "" : status.error().text);
+    return object->Polygons()->points.empty() ? -1 : object->Polygons()->points[0].x;
+  }
+  TemporaryFolder folder;
+  TypeRegistry types;
+  BaseDocument document{types};
+  BaseObject* object;
+};
+
+TEST_F(MeshObjectTest, ReadsItsFileOnceBesideTheScene) {
+  Write("a.obj", 5);
+  EXPECT_EQ(At(0), -1);
+  object->Set(5101, std::string("a.obj"));
+  EXPECT_EQ(At(0), 5);
+  const std::uint64_t version = object->Polygons()->version;
+  Write("a.obj", 6);
+  EXPECT_EQ(At(1), 5);
+  EXPECT_EQ(object->Polygons()->version, version);
+  object->Set(5101, std::string());
+  EXPECT_EQ(At(2), -1);
+}
+
+// The frame's file, or the one before it; whichever frames were shown before.
+TEST_F(MeshObjectTest, NumberedFilesFollowTheFrame) {
+  for (const int frame : {3, 4, 10}) Write(fmt::format("walk.{:04d}.obj", frame), frame);
+  object->Set(5101, std::string("walk.####.obj"));
+  for (const auto& [frame, expected] :
+       std::vector<std::pair<int, int>>{{4, 4}, {0, 3}, {3, 3}, {9, 4}, {10, 10}, {99, 10}}) {
+    EXPECT_EQ(At(frame), expected) << frame;
+  }
+  object->Set(5102, std::int64_t(3));
+  EXPECT_EQ(At(0), 3);
+  EXPECT_EQ(At(7), 10);
+}
+
+TEST_F(MeshObjectTest, SaysWhatIsWrong) {
+  const std::pair<std::string, std::string> cases[] = {{"gone.obj", "gone.obj"},
+                                                       {"walk.####.obj", "no numbered file"},
+                                                       {"#walk.obj", "right before the extension"},
+                                                       {"a#.#.obj", "stand together"}};
+  for (const auto& [file, text] : cases) {
+    object->Set(5101, file);
+    const Status status = document.SetTime({});
+    ASSERT_FALSE(status.ok()) << file;
+    EXPECT_NE(status.error().text.find(text), std::string::npos) << status.error().text;
+    EXPECT_NE(status.error().text.find("\"mesh\""), std::string::npos) << status.error().text;
+  }
+}
+
+}  // namespace
+}  // namespace orlix::test
