@@ -3,6 +3,7 @@
 #include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/constraints/ConstraintTypes.h"
+#include "fluids/emitters/EmitterTypes.h"
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
@@ -74,6 +75,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);
+  RegisterEmitterTypes(factory);
   RegisterForceTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);

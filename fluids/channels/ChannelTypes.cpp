@@ -1,5 +1,6 @@
 #include "fluids/channels/ChannelTypes.h"
 
+#include "fluids/channels/ChannelPair.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 
@@ -11,6 +12,8 @@ void RegisterChannelTypes(NodeFactory& factory) {
   factory.Add<FuelGridChannel>();
   factory.Add<FireGridChannel>();
   factory.Add<TemperatureGridChannel>();
+  factory.Add<ChannelPair>();
+  factory.Add<ChannelValue>();
 }
 
 }  // namespace orlix
