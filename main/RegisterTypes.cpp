@@ -3,6 +3,7 @@
 #include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/constraints/ConstraintTypes.h"
+#include "fluids/dynamics/DynamicsTypes.h"
 #include "fluids/emitters/EmitterTypes.h"
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/scene/NodeFactory.h"
@@ -75,6 +76,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);
+  RegisterDynamicsTypes(factory);
   RegisterEmitterTypes(factory);
   RegisterForceTypes(factory);
   RegisterCacheTypes(factory);
