@@ -1,0 +1,160 @@
+// What a liquid's solver asks of the pieces that it shares with the gas: a solver with a surface.
+
+#include <gtest/gtest.h>
+
+#include "fluids/dynamics/Grid_Cellstates.h"
+#include "tests/fluids/dynamics/DynamicsFields.h"
+#include "tests/support/GasScene.h"
+
+namespace orlix {
+namespace {
+
+using test::FillBy;
+using test::ForAll;
+using test::GasScene;
+using test::MakeGrid;
+
+const VecInt3D kCells(18, 18, 18);
+
+class Pond final : public FluidSolver {
+ public:
+  using FluidSolver::FluidSolver;
+  const ScalarGrid* GetSurfaceGrid() const override { return surface.get(); }
+  std::unique_ptr<ScalarGrid> surface;  // at cell centres
+};
+
+// A closed box with a ball in it; the boundary and its fractions are built.
+struct PondScene : GasScene {
+  PondScene() : GasScene(kCells, 2) {
+    AddObstacle("Ball", "sphere", Centre(), 0.2);
+    StepThrough(0, 1);
+    pond = std::make_unique<Pond>(fluid, scene());
+    pond->ReadParameters();
+    pond->ResolveLinks();
+    pond->CheckDirty();
+    pond->MarkDirty(false);
+    Vec3D min(0.1), max(0.2);
+    pond->ExtendBounds(min, max);
+    pond->ApplyBounds(min, max);
+    scene().stage = kStageEmitters;
+    pond->Prepare();
+    ProcessData data;
+    pond->Process(data);
+  }
+  void FillTo(double height) {
+    pond->surface = MakeGrid(kCells, static_cast<float>(cellSize), kGridLevelset);
+    FillBy(*pond->surface, [&](const Vec3D& p) { return p.y - height; });
+  }
+  std::unique_ptr<Pond> pond;
+};
+
+TEST(FaceStates, BorderAndSolidsAreFixedTheRestIsSolvedInAGas) {
+  PondScene s;
+  Grid_Cellstates states(s.fluid, s.scene());
+  states.solver = s.pond.get();
+  states.Prepare();
+  ASSERT_TRUE(states.IsActive());
+  EXPECT_EQ((*states.States(0))(9, 5, 9), FaceFixed);  // before it ran
+  ProcessData data;
+  states.Process(data);
+  const ScalarGrid& distance = *s.pond->boundary.solidDistance.grid;
+  int solved = 0, fixed = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const Grid<std::uint8_t>& state = *states.States(axis);
+    const VecInt3D n = state.dims;
+    EXPECT_EQ(n, s.pond->velocity.grids[axis]->dims);
+    ForAll(n, [&](int i, int j, int k) {
+      const int at[3] = {i, j, k};
+      bool border = false;
+      for (int a = 0; a < 3; ++a) border |= at[a] < 1 || at[a] >= n[a] - (a == axis ? 2 : 1);
+      // The mean of the face's corners is the distance at its centre.
+      const Vec3D p = Vec3D(i, j, k) + CellSampleOffset(static_cast<std::uint32_t>(axis));
+      const double d = SampleTrilinear(GridView<const double>(distance), p.x, p.y, p.z);
+      const bool closed = s.pond->fractions.ClosedFaces(axis)(i, j, k);
+      EXPECT_EQ(state(i, j, k), border || closed || d <= 0 ? FaceFixed : FaceSolved) << i << " " << j << " " << k;
+      ++(border || closed || d <= 0 ? fixed : solved);
+    });
+  }
+  EXPECT_GT(solved, 5000);
+  EXPECT_GT(fixed, 3000);
+  states.Finish();
+  EXPECT_EQ(states.States(0), nullptr);
+}
+
+TEST(FaceStates, FacesThreeCellsFromTheSurfaceAreFar) {
+  PondScene s;
+  s.FillTo(8.25 * s.cellSize);
+  Grid_Cellstates states(s.fluid, s.scene());
+  states.solver = s.pond.get();
+  states.Prepare();
+  ProcessData data;
+  states.Process(data);
+  // The y face j stands at j cells: 2.75 and 3.75 above the surface.
+  EXPECT_EQ((*states.States(1))(3, 11, 3), FaceSolved);
+  EXPECT_EQ((*states.States(1))(3, 12, 3), FaceFar);
+  EXPECT_EQ((*states.States(1))(3, 5, 3), FaceSolved);
+  EXPECT_EQ((*states.States(0))(3, 10, 3), FaceSolved);  // at 10.5
+  EXPECT_EQ((*states.States(0))(3, 11, 3), FaceFar);
+}
+
+TEST(LiquidExtrapolation, GrowsFromFacesAtOrBelowTheSurface) {
+  PondScene s;
+  Pond& pond = *s.pond;
+  s.FillTo(6.25 * s.cellSize);  // cells 0 to 5 are wet
+  for (int c = 0; c < 3; ++c) pond.velocity.grids[c]->Fill(-9);
+  const auto paintKnown = [&](int c, int top) {
+    ForAll(pond.velocity.grids[c]->dims, [&](int i, int j, int k) {
+      if (j <= top) (*pond.velocity.grids[c])(i, j, k) = 4;
+    });
+  };
+  paintKnown(0, 5), paintKnown(1, 6), paintKnown(2, 5);  // a y face is wet when the cell below it is
+  pond.extrapolation.layers = 2;
+  pond.extrapolation.liquidMode = true;
+  for (int axis = 0; axis < 3; ++axis) {
+    pond.extrapolation.SetAxis(axis);
+    pond.extrapolation.iteration = 0;
+    pond.extrapolation.Prepare();
+    ASSERT_TRUE(pond.extrapolation.IsActive());
+    pond.extrapolation.iteration = -1;
+    pond.RunIterations(pond.extrapolation);
+    const int top = axis == 1 ? 6 : 5;
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 1, 3), 4);
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 2, 3), 4);
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 3, 3), -9);
+  }
+}
+
+TEST(ChannelExtrapolation, GrowsFromSamplesAboveTheBackground) {
+  GasScene s(kCells);
+  BaseObject& object = s.Add("channel_scalar", "heat");
+  s.StepThrough(0, 1);
+  auto* channel = s.NodeOf<ScalarGridChannel>(object);
+  ASSERT_NE(channel, nullptr);
+  ASSERT_NE(channel->grid, nullptr);
+  channel->backgroundValue = 1;
+  channel->grid->Fill(1);
+  (*channel->grid)(9, 9, 9) = 5;
+  GridExtrapolation extrapolation(s.fluid, s.scene());
+  extrapolation.scalarTarget = channel;
+  extrapolation.SetAxis(GridExtrapolation::kChannelTargets);
+  extrapolation.layers = 2;
+  extrapolation.iteration = 0;
+  extrapolation.Prepare();
+  ASSERT_TRUE(extrapolation.IsActive());
+  extrapolation.iteration = -1;
+  s.Solver().RunIterations(extrapolation);
+  int filled = 0;
+  ForAll(kCells, [&](int i, int j, int k) {
+    const int steps = std::abs(i - 9) + std::abs(j - 9) + std::abs(k - 9);
+    EXPECT_EQ((*channel->grid)(i, j, k), steps <= 2 ? 5 : 1);
+    filled += steps <= 2;
+  });
+  EXPECT_EQ(filled, 25);
+  extrapolation.layers = 0;
+  extrapolation.iteration = 0;
+  extrapolation.Prepare();
+  EXPECT_FALSE(extrapolation.IsActive());
+}
+
+}  // namespace
+}  // namespace orlix

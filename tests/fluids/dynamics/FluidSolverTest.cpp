@@ -1,0 +1,386 @@
+#include "fluids/dynamics/FluidSolver.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/dynamics/Grid_Incompressibility.h"
+#include "fluids/volume/VolumeBase.h"
+#include "tests/fluids/dynamics/DynamicsFields.h"
+#include "tests/support/GasScene.h"
+
+namespace orlix {
+namespace {
+
+using test::ForAll;
+using test::GasScene;
+
+const VecInt3D kCells(18, 20, 18);
+
+TEST(FluidSolver, GridIsTheContainerAndALayerOfGhostCells) {
+  GasScene s(kCells);
+  s.StepThrough(0, 1);
+  const FluidSolver& solver = s.Solver();
+  ASSERT_NE(solver.velocity.grids[0], nullptr);
+  const GridSpace& space = solver.velocity.grids[0]->space;
+  EXPECT_EQ(space.dims, kCells);
+  EXPECT_EQ(space.simMin, Vec3D(-s.cellSize));
+  EXPECT_EQ(solver.boundary.solidDistance.grid->dims, kCells + VecInt3D(1, 1, 1));
+  EXPECT_EQ(solver.fractions.GetFloatGrid(0, 0)->dims, kCells);
+  EXPECT_EQ(solver.fractions.GetFloatGrid(1, 1)->dims, kCells + VecInt3D(0, 1, 0));
+  EXPECT_FALSE(solver.IsInterior(space.simMin + space.simPerVoxel));
+  EXPECT_TRUE(solver.IsInterior(space.simMin + space.simPerVoxel * 1.001));
+  EXPECT_FALSE(solver.IsInterior(space.simMax - space.simPerVoxel * 0.5));
+}
+
+TEST(FluidSolver, ContainerIsScaledAnchoredAndSnapped) {
+  GasScene s(kCells);
+  s.root->Set(1000, 100.0);  // 100 units a metre
+  s.fluid->Set(1010, Vec3D(203, 100, 100));
+  s.fluid->Set(1027, std::int64_t(2));  // the centre of the bottom
+  s.fluid->Set(kPositionId, Vec3D(50, 25, 0));
+  s.StepThrough(0, 1);
+  const FluidSolver& solver = s.Solver();
+  const double h = s.cellSize;
+  EXPECT_EQ(s.fluid->GetVector(1028), Vec3D(0.5, 0, 0.5));
+  // x from -0.515 to 1.515 m.
+  EXPECT_NEAR(solver.lowCorner.x, std::ceil(-0.515 / h) * h, 1e-9);
+  EXPECT_NEAR(solver.lowCorner.x + solver.scaledSize.x, std::floor(1.515 / h) * h, 1e-9);
+  EXPECT_NEAR(solver.lowCorner.y, 0.25, 1e-9);
+  EXPECT_NEAR(solver.scaledSize.y, 1.0, 1e-9);
+}
+
+TEST(FluidSolver, EachFaceHasItsBitAndOnlyAllClosedRemovesTheMean) {
+  constexpr struct { int id, bit; } kFaces[] = {{1011, 1}, {1012, 2}, {1014, 4}, {1013, 8}, {1015, 16}, {1016, 32}};
+  for (const auto& face : kFaces) {
+    GasScene s(kCells);
+    s.StepThrough(0, 1);
+    EXPECT_EQ(s.Solver().closedFaces, 63);
+    EXPECT_TRUE(s.Solver().projection->removeMeanDivergence);
+    s.fluid->Set(face.id, std::int64_t(0));
+    s.Step(2);
+    EXPECT_EQ(s.Solver().closedFaces, 63 - face.bit);
+    EXPECT_FALSE(s.Solver().projection->removeMeanDivergence);
+  }
+}
+
+TEST(FluidSolver, BoxGrowsByTheMarginWithinTheContainer) {
+  GasScene s(kCells);
+  s.fluid->Set(1009, std::int64_t(2));
+  s.StepThrough(0, 1);
+  FluidSolver& solver = s.Solver();
+  const double h = s.cellSize;
+  const auto box = [&](Vec3D min, Vec3D max) {
+    solver.ExtendBounds(min, max);
+    return std::pair(min * (1 / h), max * (1 / h));
+  };
+  auto [min, max] = box(Vec3D(4.3, 6, 0.5) * h, Vec3D(5.5, 7, 1.0) * h);
+  EXPECT_TRUE(solver.IsActive());
+  const auto expectNear = [](const Vec3D& got, const Vec3D& want) {
+    for (int axis = 0; axis < 3; ++axis) EXPECT_NEAR(got[axis], want[axis], 1e-6);
+  };
+  expectNear(min, {2, 4, -1});  // limited to the ghost layer
+  expectNear(max, {8, 9, 3});
+  std::tie(min, max) = box(Vec3D(-100.0), Vec3D(100.0));
+  expectNear(min, Vec3D(-1.0));
+  expectNear(max, Vec3D(kCells - VecInt3D(1, 1, 1)));
+  EXPECT_FALSE(solver.outOfBounds);
+  box(Vec3D(30 * h), Vec3D(31 * h));
+  EXPECT_FALSE(solver.IsActive());
+  EXPECT_TRUE(solver.outOfBounds);
+  box(Vec3D(1e300), Vec3D(-1e300));  // nobody asked
+  EXPECT_FALSE(solver.IsActive());
+  s.scene().info.substepDuration = 0;
+  box(Vec3D(0.0), Vec3D(4 * h));
+  EXPECT_FALSE(solver.IsActive());
+}
+
+TEST(FluidSolver, TopSpeedIsTheCornerOfTheComponents) {
+  GasScene s(kCells);
+  s.StepThrough(0, 1);
+  FluidSolver& solver = s.Solver();
+  EXPECT_EQ(solver.SquaredSpeed(), 1e-8);  // still
+  (*solver.velocity.grids[0])(3, 4, 5) = -3;
+  (*solver.velocity.grids[1])(8, 4, 5) = 2;
+  (*solver.velocity.grids[2])(3, 9, 5) = 1;
+  solver.AfterStep();
+  EXPECT_EQ(solver.SquaredSpeed(), 14);
+  solver.ResetSimulation();
+  EXPECT_EQ(solver.SquaredSpeed(), 0.001);
+}
+
+TEST(FluidSolver, WithoutABoxNothingRuns) {
+  GasScene s(kCells);
+  s.Geometry("Seed").Set(kPositionId, Vec3D(50, 0, 0));
+  s.StepThrough(0, 2);
+  EXPECT_TRUE(s.Solver().outOfBounds);
+  EXPECT_EQ(s.Solver().velocity.grids[0], nullptr);
+  EXPECT_EQ(s.Solver().SquaredSpeed(), 0.001);
+}
+
+TEST(FluidSolver, ListOfObstaclesSaysOnceThatItIsNotRead) {
+  GasScene s(kCells);
+  s.fluid->Set(1017, GasScene::ListOf({&s.AddObstacle("Ball", "sphere", s.Centre(), 0.2)}));
+  s.StepThrough(0, 3);
+  int said = 0;
+  for (const auto& [node, text] : s.warnings) said += text.find("obstacle") != std::string::npos;
+  EXPECT_EQ(said, 1);
+}
+
+TEST(FluidObject, PresetsSetValuesAndTurnToCustomAfterwards) {
+  GasScene s(kCells);
+  s.fluid->Set(1025, std::int64_t(5));
+  s.fluid->Set(1026, std::int64_t(1031));
+  s.Step(0);
+  EXPECT_EQ(s.fluid->GetDouble(1019), 0.16376);
+  EXPECT_EQ(s.fluid->GetDouble(1001), 868);
+  s.Step(1);
+  EXPECT_EQ(s.fluid->GetInt(1025), 5);
+  s.fluid->Set(1021, std::int64_t(50));
+  s.Step(2);
+  EXPECT_EQ(s.fluid->GetInt(1025), 0);
+  EXPECT_EQ(s.fluid->GetInt(1026), 1027);
+  EXPECT_EQ(s.fluid->GetDouble(1001), 868);
+  s.fluid->Set(1025, std::int64_t(8));  // keeps the value
+  s.Step(3);
+  EXPECT_EQ(s.fluid->GetInt(1025), 8);
+  EXPECT_EQ(s.fluid->GetDouble(1019), 0.16376);
+}
+
+// --- solids ----------------------------------------------------------------------------------------------------------
+
+TEST(Solids, StillOnesAreComputedOnceAndMovingOnesEachTime) {
+  GasScene s(kCells);
+  s.AddObstacle("Ball", "sphere", s.Centre(), 0.2);
+  s.StepThrough(0, 2);
+  const FluidSolver& solver = s.Solver();
+  const std::uint64_t boundary = solver.boundary.revision(), fractions = solver.fractions.revision();
+  s.StepThrough(3, 5);
+  EXPECT_EQ(solver.boundary.revision(), boundary);
+  EXPECT_EQ(solver.fractions.revision(), fractions);
+  s.Geometry("Ball").Set(kPositionId, s.Centre() + Vec3D(0, 0.1, 0));
+  s.Step(6);
+  EXPECT_NE(solver.boundary.revision(), boundary);
+  EXPECT_NE(solver.fractions.revision(), fractions);
+  const std::uint64_t moved = solver.boundary.revision();
+  s.fluid->Set(1014, std::int64_t(0));
+  s.Step(7);
+  EXPECT_NE(solver.boundary.revision(), moved);
+}
+
+TEST(Solids, KeptFieldEqualsOneThatIsComputedAnew) {
+  GasScene kept(kCells), anew(kCells);
+  for (GasScene* s : {&kept, &anew}) {
+    s->AddObstacle("Ball", "sphere", s->Centre(), 0.2);
+    s->StepThrough(0, 3);
+  }
+  anew.Solver().boundary.ResetSimulation();
+  anew.Solver().fractions.ResetSimulation();
+  kept.Step(4), anew.Step(4);
+  const FluidSolver &a = kept.Solver(), &b = anew.Solver();
+  EXPECT_NE(a.boundary.revision(), b.boundary.revision());
+  const ScalarGrid &da = *a.boundary.solidDistance.grid, &db = *b.boundary.solidDistance.grid;
+  EXPECT_EQ(std::memcmp(da.data, db.data, sizeof(double) * static_cast<std::size_t>(da.count)), 0);
+  for (int axis = 0; axis < 3; ++axis) {
+    const FloatGrid &fa = *a.fractions.GetFloatGrid(axis, 1), &fb = *b.fractions.GetFloatGrid(axis, 1);
+    EXPECT_EQ(std::memcmp(fa.data, fb.data, sizeof(float) * static_cast<std::size_t>(fa.count)), 0);
+  }
+  EXPECT_EQ(kept.scene().HashState(), anew.scene().HashState());
+}
+
+TEST(Solids, BallClosesTheFacesInsideIt) {
+  GasScene s(kCells);
+  s.AddObstacle("Ball", "sphere", s.Centre(), 0.25);
+  s.StepThrough(0, 1);
+  FluidSolver& solver = s.Solver();
+  const FloatGrid& open = *solver.fractions.GetFloatGrid(1, 1);
+  int inside = 0, outside = 0;
+  ForAll(open.dims, [&](int i, int j, int k) {
+    const Vec3D p = open.space.SimOfVoxel(Vec3D(i, j, k) + CellSampleOffset(1));
+    const double distance = Length(p - s.Centre()) - 0.25;
+    if (distance < -s.cellSize) {
+      EXPECT_EQ(open(i, j, k), 0);
+      ++inside;
+    }
+    const bool nearWall = i < 2 || j < 2 || k < 2 || i > kCells.x - 3 || j > kCells.y - 2 || k > kCells.z - 3;
+    if (distance > s.cellSize && !nearWall) {
+      EXPECT_EQ(open(i, j, k), 1);
+      ++outside;
+    }
+    EXPECT_EQ(solver.fractions.ClosedFaces(1)(i, j, k), open(i, j, k) == 0);
+  });
+  EXPECT_GT(inside, 100);
+  EXPECT_GT(outside, 1000);
+  Vec3D normal;
+  solver.boundary.ResolveLinks();
+  EXPECT_TRUE(solver.boundary.ObstacleNormal(normal, s.Centre() + Vec3D(0, 0.24, 0)));
+  EXPECT_GT(normal.y, 0.95);
+  EXPECT_FALSE(solver.boundary.ObstacleNormal(normal, s.Centre() + Vec3D(0, 0.49, 0)));
+}
+
+// Runs the constraint alone on a velocity of (1, 2, 3).
+void Constrain(FluidSolver& solver) {
+  for (int c = 0; c < 3; ++c) solver.velocity.grids[c]->Fill(1.0 + c);
+  solver.boundary.ResolveLinks();
+  solver.constraint.solver = &solver;
+  solver.constraint.ResolveLinks();
+  solver.RunWhole(solver.constraint);
+}
+
+TEST(VelocityAtSolids, SlipKeepsTheTangentialPartAndNoSlipNothing) {
+  // A box whose upper face is a plane of nodes: the normal there is y.
+  GasScene s(kCells);
+  s.AddObstacle("Box", "box", {s.Centre().x, 0, s.Centre().z}, 0.25);
+  s.StepThrough(0, 1);
+  FluidSolver& solver = s.Solver();
+  const int top = 1 + int(std::lround(0.25 / s.cellSize));  // the face in that plane
+  for (const bool ownNormals : {true, false}) {
+    solver.constraint.useObstacleNormals = ownNormals;
+    solver.constraint.slip = 1;
+    Constrain(solver);
+    EXPECT_EQ((*solver.velocity.grids[1])(9, top + 1, 9), 2);  // open
+    EXPECT_NEAR((*solver.velocity.grids[1])(9, top - 1, 9), 0, 1e-9);
+    EXPECT_NEAR((*solver.velocity.grids[0])(9, top - 1, 9), 1, 1e-9);
+    EXPECT_NEAR((*solver.velocity.grids[2])(9, top - 1, 9), 3, 1e-9);
+    solver.constraint.slip = 0.5;
+    Constrain(solver);
+    EXPECT_NEAR((*solver.velocity.grids[0])(9, top - 1, 9), 0.5, 1e-9);
+    solver.constraint.slip = 0;
+    Constrain(solver);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ((*solver.velocity.grids[c])(9, top - 1, 9), 0);
+  }
+}
+
+TEST(VelocityAtSolids, MovingObstacleGivesItsVelocity) {
+  GasScene s(kCells);
+  s.AddObstacle("Ball", "sphere", s.Centre(), 0.25);
+  s.fluid->Set(1035, 0.0);
+  s.fluid->Set(1047, std::int64_t(1));
+  s.StepThrough(0, 2);
+  const Vec3D perFrame(0.01, 0.02, -0.03);
+  for (int frame = 3; frame <= 4; ++frame) {
+    BaseObject& ball = s.Geometry("Ball");
+    ball.Set(kPositionId, ball.GetVector(kPositionId) + perFrame);
+    s.Step(frame);
+  }
+  const FluidSolver& solver = s.Solver();
+  const Vec3D place = s.Geometry("Ball").GetVector(kPositionId);
+  int checked = 0;
+  for (int c = 0; c < 3; ++c) {
+    const ScalarGrid& v = *solver.velocity.grids[c];
+    ForAll(v.dims, [&](int i, int j, int k) {
+      const Vec3D p = v.space.SimOfVoxel(Vec3D(i, j, k) + CellSampleOffset(static_cast<std::uint32_t>(c)));
+      if (Length(p - place) > 0.25 - 1.5 * s.cellSize) return;
+      EXPECT_NEAR(v(i, j, k), perFrame[c] * 24, 1e-7);
+      ++checked;
+    });
+  }
+  EXPECT_GT(checked, 20);
+}
+
+TEST(VelocityAtSolids, WallsStopTheFluidAndOpenFacesLetItThrough) {
+  GasScene s(kCells);
+  s.fluid->Set(1014, std::int64_t(0));
+  s.StepThrough(0, 1);
+  FluidSolver& solver = s.Solver();
+  for (auto& grid : solver.velocity.grids) grid->Fill(1);
+  s.Step(2);
+  const ScalarGrid &u = *solver.velocity.grids[0], &v = *solver.velocity.grids[1];
+  for (int j = 2; j < kCells.y - 2; ++j) {
+    EXPECT_EQ(u(1, j, 8), 0);
+    EXPECT_EQ(u(kCells.x - 1, j, 8), 0);
+    EXPECT_EQ(v(0, j, 8), 0);  // no slip behind the wall after the projection
+  }
+  EXPECT_EQ(v(8, 1, 8), 0);
+  EXPECT_EQ(v(8, kCells.y, 8), v(8, kCells.y - 1, 8));
+}
+
+TEST(Projection, LeavesNoDivergenceAroundSolids) {
+  for (const int top : {0, 1}) {
+    GasScene s(kCells, 2);
+    s.AddObstacle("Ball", "sphere", s.Centre(), 0.2);
+    s.fluid->Set(1014, std::int64_t(top));
+    s.fluid->Set(1020, std::int64_t(0));  // conjugate gradients
+    s.StepThrough(0, 1);
+    for (int c = 0; c < 3; ++c) test::FillRandom(*s.Solver().velocity.grids[c], 4u + static_cast<unsigned>(c), -1, 1);
+    const double before = test::LargestDivergence(s.Solver());
+    s.Step(2);
+    int cells = 0;
+    EXPECT_LT(test::LargestDivergence(s.Solver(), &cells), 1e-6 * before) << "top closed: " << top;
+    EXPECT_GT(cells, 4000);
+  }
+}
+
+TEST(Projection, UniformFlowInAClosedBoxComesToRest) {
+  GasScene s(kCells);
+  s.fluid->Set(1020, std::int64_t(0));
+  s.StepThrough(0, 1);
+  s.Solver().velocity.grids[1]->Fill(3);
+  s.Step(2);
+  EXPECT_LT(s.Solver().SquaredSpeed(), 1e-12 * 9 + 1.1e-8);
+}
+
+TEST(Projection, SourceIsSpreadAndClearedAndLeavesThroughTheOpenFace) {
+  GasScene s(kCells);
+  s.fluid->Set(1014, std::int64_t(0));
+  s.fluid->Set(1020, std::int64_t(0));
+  s.StepThrough(0, 1);
+  ScalarGrid& source = *s.Solver().divergenceSource.grid;
+  source(9, 6, 9) = 10;  // 1/s
+  s.Step(2);
+  EXPECT_EQ(source(9, 6, 9), 0);
+  const ScalarGrid& v = *s.Solver().velocity.grids[1];
+  double out = 0;
+  for (int k = 1; k < kCells.z - 1; ++k) {
+    for (int i = 1; i < kCells.x - 1; ++i) {
+      out += v(i, kCells.y - 1, k) * static_cast<double>(s.Solver().fractions.View(1, 1)(i, kCells.y - 1, k));
+    }
+  }
+  EXPECT_NEAR(out / s.cellSize, 10, 1e-5);
+}
+
+TEST(Projection, MovingObstaclePushesTheFluidAside) {
+  GasScene s(kCells, 2);
+  s.AddObstacle("Ball", "sphere", s.Centre() - Vec3D(0, 0.1, 0), 0.2);
+  s.fluid->Set(1014, std::int64_t(0));
+  s.fluid->Set(1020, std::int64_t(0));
+  s.StepThrough(0, 2);
+  for (int frame = 3; frame <= 4; ++frame) {
+    BaseObject& ball = s.Geometry("Ball");
+    ball.Set(kPositionId, ball.GetVector(kPositionId) + Vec3D(0, 0.01, 0));  // 0.24 m/s
+    s.Step(frame);
+  }
+  const ScalarGrid& v = *s.Solver().velocity.grids[1];
+  const Vec3D place = s.Geometry("Ball").GetVector(kPositionId);
+  const auto at = [&](const Vec3D& p) {
+    const Vec3D i = v.space.VoxelOfSim(p) - CellSampleOffset(1);
+    return SampleTrilinear(GridView<const double>(v), i.x, i.y, i.z);
+  };
+  // Potential flow around a ball in free space: V (R / r)^3 before and behind it, half of that against it beside it.
+  const double ahead = 0.24 * std::pow(0.2 / 0.26, 3), beside = -0.12 * std::pow(0.2 / 0.3, 3);
+  EXPECT_NEAR(at(place + Vec3D(0, 0.26, 0)), ahead, 0.2 * ahead);
+  EXPECT_NEAR(at(place - Vec3D(0, 0.26, 0)), ahead, 0.2 * ahead);
+  EXPECT_LT(at(place + Vec3D(0.3, 0, 0)), 0.5 * beside);  // faster between ball and wall
+}
+
+TEST(FluidSolverThreads, AnyNumberOfWorkersGivesTheSameHash) {
+  std::vector<std::uint64_t> hashes;
+  for (const int workers : {1, 2, 3, 8}) {
+    GasScene s(kCells, workers);
+    s.AddObstacle("Ball", "sphere", s.Centre(), 0.2);
+    s.AddObstacle("Box", "box", {s.Centre().x, 0, s.Centre().z}, 0.2);
+    s.fluid->Set(1014, std::int64_t(0));
+    s.fluid->Set(1047, std::int64_t(1));
+    s.StepThrough(0, 1);
+    for (int c = 0; c < 3; ++c) {
+      test::FillRandom(*s.Solver().velocity.grids[c], static_cast<unsigned>(c), -1, 1);
+    }
+    s.Geometry("Ball").Set(kPositionId, s.Centre() + Vec3D(0.03, 0.05, 0));
+    s.StepThrough(2, 3);
+    hashes.push_back(s.scene().HashState());
+  }
+  for (const std::uint64_t hash : hashes) EXPECT_EQ(hash, hashes[0]);
+}
+
+}  // namespace
+}  // namespace orlix

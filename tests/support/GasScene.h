@@ -1,0 +1,82 @@
+#pragma once
+// A gas solver in a pinned container for tests. A host unit is a metre; the container stands at the origin with a layer
+// of ghost cells around it.
+
+#include <algorithm>
+#include <string>
+
+#include "fluids/dynamics/FluidSolver.h"
+#include "tests/support/TestScene.h"
+
+namespace orlix::test {
+
+class GasScene : public TestScene {
+ public:
+  // cells of the grid, ghost cells included; the smallest axis is 1 m long without them.
+  explicit GasScene(const VecInt3D& gridCells, int workers = 1) : TestScene(workers), cells(gridCells) {
+    cellSize = 1.0 / (std::min({cells.x, cells.y, cells.z}) - 2);
+    root->Set(1000, 1.0);
+    root->Set(1001, 1.0);
+    root->Set(1002, cellSize);
+    root->Set(1003, std::int64_t(1));  // one sub-step a frame
+    root->Set(1005, std::int64_t(0));
+    fluid = &Add("fluid", "Air");
+    fluid->Set(1010, Vec3D(cells - VecInt3D(2, 2, 2)) * cellSize);
+    fluid->Set(1009, std::int64_t(cells.x + cells.y + cells.z));
+    // Something must ask for the box.
+    AddVolume("Seed", "sphere", Centre(), cellSize).Set(1001, std::int64_t(1));
+  }
+
+  Vec3D Centre() const { return Vec3D(cells - VecInt3D(2, 2, 2)) * (0.5 * cellSize); }
+  BaseObject& Geometry(const std::string& volume) { return *document.FindByPath(volume + " shape"); }
+  // A volume of a primitive whose size is set; "sphere" or "box" (edges of twice the size).
+  BaseObject& AddVolume(const std::string& name, const std::string& primitive, const Vec3D& place, double size) {
+    BaseObject& shape = Add(primitive, name + " shape");
+    shape.Set(kPositionId, place);
+    if (primitive == "sphere")
+      shape.Set(1110, size);
+    else
+      shape.Set(1100, Vec3D(2 * size));
+    BaseObject& volume = Add("volume", name);
+    volume.Set(1003, LinkTo(shape));
+    return volume;
+  }
+  BaseObject& AddObstacle(const std::string& name, const std::string& primitive, const Vec3D& place, double size) {
+    BaseObject& volume = AddVolume(name, primitive, place, size);
+    document.AddTag(*types.FindName("c4d_obstacle"), volume);
+    return volume;
+  }
+  FluidSolver& Solver() { return *NodeOf<FluidSolver>(*fluid); }
+
+  VecInt3D cells;
+  double cellSize = 0;
+  BaseObject* fluid = nullptr;
+};
+
+// The largest divergence of all cells that have an open face, 1/s.
+inline double LargestDivergence(const FluidSolver& solver, int* counted = nullptr) {
+  const auto& g = solver.velocity.grids;
+  const VecInt3D n = g[0]->space.dims;
+  double most = 0;
+  for (int k = 1; k < n.z - 1; ++k) {
+    for (int j = 1; j < n.y - 1; ++j) {
+      for (int i = 1; i < n.x - 1; ++i) {
+        double sum = 0, open = 0;
+        for (int c = 0; c < 3; ++c) {
+          const auto fraction = solver.fractions.View(c, 1);
+          const VecInt3D high(i + (c == 0), j + (c == 1), k + (c == 2));
+          const double a = fraction(i, j, k), b = fraction(high.x, high.y, high.z);
+          sum += b * (*g[c])(high.x, high.y, high.z) - a * (*g[c])(i, j, k);
+          open += a + b;
+        }
+        if (open > 0) {
+          most = std::max(most, std::abs(sum / static_cast<double>(g[0]->space.cellSize)));
+          if (counted) ++*counted;
+        }
+      }
+    }
+  }
+  return most;
+}
+
+}  // namespace orlix::test
