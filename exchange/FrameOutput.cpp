@@ -1,5 +1,6 @@
 #include "exchange/FrameOutput.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "exchange/SliceView.h"
@@ -92,6 +93,25 @@ std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std
   }
   before = {points, now};
   return velocities;
+}
+
+std::vector<std::filesystem::path> FrameOutput::Folders() const {
+  std::vector<std::filesystem::path> folders;
+  for (const OutputSettings& output : outputs_) folders.push_back(results_ / output.folder);
+  return folders;
+}
+
+bool FrameOutput::WritesVelocities(int frame) const {
+  return std::any_of(outputs_.begin(), outputs_.end(), [&](const OutputSettings& output) {
+    return output.meshes == MeshOutput::Ply && frame % output.every == 0;
+  });
+}
+
+void FrameOutput::RememberMeshes() {
+  document_.ForEachObject([&](BaseObject& object) {
+    const PolygonObject* polygons = object.Polygons();
+    if (polygons && !polygons->points.empty()) VelocitiesOf(object, InHostSpace(object, *polygons).points);
+  });
 }
 
 Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {

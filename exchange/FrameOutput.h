@@ -20,6 +20,12 @@ class FrameOutput {
   Status WriteFrame(const OrlixHook& hook, int frame);
   // Where the frame's picture goes; empty when no output asks for one.
   std::filesystem::path PictureFolder(int frame) const;
+  // Every folder that files go to.
+  std::vector<std::filesystem::path> Folders() const;
+  // Mesh velocities of a frame come from the points written before it. A run that goes on behind a frame sets the
+  // document's time to the last one that WritesVelocities and lets its points be remembered.
+  bool WritesVelocities(int frame) const;
+  void RememberMeshes();
   // How many files the last frame gave.
   const std::vector<std::filesystem::path>& written() const { return written_; }
 

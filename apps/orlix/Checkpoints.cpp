@@ -48,6 +48,10 @@ Result<std::optional<Checkpoints::Found>> Checkpoints::FindLatest() const {
 
 Status Checkpoints::BeforeRun(const RunState&) {
   RemoveStaleTemporaries(folder_);
+  if (every_ > 0 && kept_.empty() && !AllFiles().empty()) {
+    spdlog::warn("{} holds checkpoints of an earlier run: --resume goes on from them, this run's first replaces them",
+                 folder_.string());
+  }
   return {};
 }
 

@@ -5,7 +5,17 @@
 namespace orlix {
 
 Status FrameResults::BeforeRun(const RunState& state) {
-  output_ = std::make_unique<FrameOutput>(state.document, state.outputFolder);
+  if (!output_) output_ = std::make_unique<FrameOutput>(state.document, state.outputFolder);
+  return {};
+}
+
+Status FrameResults::ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document,
+                                    const std::string& outputFolder) {
+  output_ = std::make_unique<FrameOutput>(document, outputFolder);
+  while (frame >= plan.first && !(plan.Wants(frame) && output_->WritesVelocities(frame))) frame--;
+  if (frame < plan.first) return {};
+  if (Status moved = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !moved.ok()) return moved;
+  output_->RememberMeshes();
   return {};
 }
 

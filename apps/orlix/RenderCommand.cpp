@@ -71,7 +71,9 @@ Status Render(const Program& program, const RenderOptionsOfCommand& options) {
   plan->onlyWanted = PlaysEverythingBack(document);
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   const std::string folder = options.out.empty() ? document.folder : options.out;
-  const auto locks = LockOutputFolders({folder});
+  std::vector<std::filesystem::path> folders = RecordedFolders(document);
+  folders.emplace_back(folder);
+  const auto locks = LockOutputFolders(folders);
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, folder);
   FrameResults results(nullptr, pictures, /*outputs=*/false);

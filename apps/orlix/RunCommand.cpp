@@ -82,22 +82,25 @@ class PeakMemory : public FrameListener {
 std::vector<std::filesystem::path> FoldersWritten(const BaseDocument& document, const std::string& outputFolder,
                                                   const RunOptions& options) {
   std::vector<std::filesystem::path> folders = RecordedFolders(document);
+  for (const std::filesystem::path& folder : FrameOutput(document, outputFolder).Folders()) folders.push_back(folder);
   if (options.checkpointEvery > 0 || !options.out.empty()) folders.emplace_back(outputFolder);
   return folders;
 }
 
 // Puts the latest checkpoint's state in place; the plan begins behind it.
-Status Resume(Checkpoints& checkpoints, BaseDocument& document, OrlixHook& hook, FramePlan& plan) {
+Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& document, SceneRun& run, FramePlan& plan) {
   const auto found = checkpoints.FindLatest();
   if (!found) return found.error();
   if (!*found) {
     spdlog::info("there is no checkpoint: the run begins at its first frame");
     return {};
   }
-  if (Status restored = RestoreCheckpoint((*found)->path, document, hook); !restored.ok()) return restored;
+  const int frame = (*found)->head.frame;
+  if (Status told = results.ContinueBehind(frame, plan, document, run.state().outputFolder); !told.ok()) return told;
+  if (Status restored = RestoreCheckpoint((*found)->path, document, run.hook()); !restored.ok()) return restored;
   checkpoints.ContinueFrom(**found);
-  plan.start = (*found)->head.frame + 1;
-  spdlog::info("going on behind frame {}", (*found)->head.frame);
+  plan.start = frame + 1;
+  spdlog::info("going on behind frame {}", frame);
   return {};
 }
 
@@ -127,8 +130,9 @@ Status Run(const Program& program, const RunOptions& options) {
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, outputFolder);
   Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
+  FrameResults results(nullptr);
   if (options.resume) {
-    if (Status resumed = Resume(checkpoints, document, run.hook(), *plan); !resumed.ok()) return resumed;
+    if (Status resumed = Resume(checkpoints, results, document, run, *plan); !resumed.ok()) return resumed;
   }
   std::unique_ptr<Statistics> statistics;
   if (!options.stats.empty()) {
@@ -144,7 +148,6 @@ Status Run(const Program& program, const RunOptions& options) {
     run.AddListener(progress);
     run.status().onChange = [&](const std::string& text) { progress.OnStatus(text); };
   }
-  FrameResults results(nullptr);
   run.AddListener(results);
   run.AddListener(checkpoints);
   const auto start = std::chrono::steady_clock::now();
