@@ -140,15 +140,16 @@ std::string SceneSchema(const TypeRegistry& types) {
 
 std::string TypesAsJson(const TypeRegistry& types, const TypeInfo* only) {
   Json list = Json::array();
-  for (const auto& [id, type] : types.types()) {
-    if (only && only != type) continue;
+  for (const auto& entry : types.types()) {
+    const TypeInfo& type = *entry.second;
+    if (only && only != &type) continue;
     Json rows = Json::array();
-    type->ForEachParameter([&](const Parameter& row) { rows.push_back(RowAsJson(*type, row)); });
-    list.push_back({{"id", id},
-                    {"type", WrittenName(*type)},
-                    {"label", type->label},
-                    {"role", RoleText(type->role)},
-                    {"text", type->text},
+    type.ForEachParameter([&](const Parameter& row) { rows.push_back(RowAsJson(type, row)); });
+    list.push_back({{"id", type.id},
+                    {"type", WrittenName(type)},
+                    {"label", type.label},
+                    {"role", RoleText(type.role)},
+                    {"text", type.text},
                     {"parameters", std::move(rows)}});
   }
   return LaidOut(list) + "\n";

@@ -22,10 +22,11 @@ const Engine& TheEngine() {
 template <class F>
 void ForEachRow(F&& f) {
   int rows = 0;
-  for (const auto& [id, type] : TheEngine().types.types()) {
-    type->ForEachParameter([&](const Parameter& row) {
-      SCOPED_TRACE(std::string(type->ShortName()) + "." + row.key);
-      f(*type, row);
+  for (const auto& entry : TheEngine().types.types()) {
+    const TypeInfo& type = *entry.second;
+    type.ForEachParameter([&](const Parameter& row) {
+      SCOPED_TRACE(std::string(type.ShortName()) + "." + row.key);
+      f(type, row);
       ++rows;
     });
   }
