@@ -46,11 +46,13 @@ Result<std::optional<Checkpoints::Found>> Checkpoints::FindLatest() const {
   return std::optional<Found>();
 }
 
-Status Checkpoints::BeforeRun(const RunState&) {
+Status Checkpoints::BeforeRun(const RunState& state) {
   RemoveStaleTemporaries(folder_);
-  if (every_ > 0 && kept_.empty() && !AllFiles().empty()) {
-    spdlog::warn("{} holds checkpoints of an earlier run: --resume goes on from them, this run's first replaces them",
-                 folder_.string());
+  const std::vector<fs::path> paths = AllFiles();
+  if (every_ < 1 || !kept_.empty() || paths.empty()) return {};
+  const Result<CheckpointHead> last = ReadCheckpointHead(paths.back());
+  if (last.ok() && last->sceneHash == sceneHash_ && last->frame < state.lastFrame) {
+    spdlog::warn("an earlier run came to frame {}: --resume goes on from it, this run begins anew", last->frame);
   }
   return {};
 }
