@@ -41,14 +41,14 @@ void TextCursor::SkipBlanksAndLines() {
 }
 
 void TextCursor::SkipLine() {
-  const char* last = nullptr;
-  for (; at_ != end_; ++at_) {
-    if (*at_ == '\n') {
-      ++at_;
-      if (!last || *last != '\\') return;
-      last = nullptr;
-    } else if (*at_ != '\r') {
-      last = at_;
+  char last = 0;
+  while (at_ != end_) {
+    const char c = *at_++;
+    if (c == '\n') {
+      if (last != '\\') return;
+      last = 0;
+    } else if (c != '\r') {
+      last = c;
     }
   }
 }

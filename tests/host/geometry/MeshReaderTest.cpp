@@ -195,7 +195,7 @@ TEST(MeshReader, CutFilesDoNoHarm) {
       {MeshFormat::Ply, Ply("binary_little_endian", BinaryPlyBody(false))},
       {MeshFormat::Ply, Ply("ascii", "0 0 0 1\n1 1 0 1\n2 0 0 1\n2 5 6 0.5\n0 1\n3 0 1 2\n")},
       {MeshFormat::Stl, BinaryStl(2, StlTriangle(0) + StlTriangle(1))},
-      {MeshFormat::Obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1/1 2/2 \\\n3/3\n"}};
+      {MeshFormat::Obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1/1 2/2 \\\n3/3\ng a \\\n\\\n"}};
   int refused = 0;
   for (const auto& [format, content] : files) {
     for (std::size_t size = 0; size < content.size(); ++size) {
