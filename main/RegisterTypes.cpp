@@ -78,7 +78,6 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterConstraintTypes(factory);
   RegisterDynamicsTypes(factory);
   RegisterEmitterTypes(factory);
-  RegisterDynamicsTypes(factory);
   RegisterForceTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
