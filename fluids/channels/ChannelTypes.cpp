@@ -1,6 +1,7 @@
 #include "fluids/channels/ChannelTypes.h"
 
 #include "fluids/channels/ChannelPair.h"
+#include "fluids/channels/ChannelValue.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 

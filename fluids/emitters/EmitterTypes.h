@@ -4,7 +4,7 @@ namespace orlix {
 
 class NodeFactory;
 
-// Grid emitters and their settings.
+// Emitters and their settings.
 void RegisterEmitterTypes(NodeFactory& factory);
 
 }  // namespace orlix

@@ -1,31 +1,17 @@
 #pragma once
-// How a grid emitter fills a channel: how much, when, how it falls off inside the volume, up to which limit.
+// How much an emitter puts into a channel, when, and in which way.
 
-#include "fluids/channels/Emission.h"
+#include "fluids/channels/EmissionHandler.h"
+#include "fluids/emitters/EmissionRate.h"
 #include "fluids/scene/Duration.h"
 #include "fluids/scene/iEmissionSettings.h"
 
 namespace orlix {
 
-// An amount that several settings share.
-class EmissionRate final : public iBase {
- public:
-  using iBase::iBase;
-  static const TypeInfo& Type();
-  std::int32_t GetNodeBaseType() const override { return NODE_SETTINGS; }
-  void GetRetrieveTypes(std::uint32_t& mask) const override;
-  bool ReadParameters() override;
-
-  std::int32_t kind = 0;  // 0 scalar, 1 vector, 2 count
-  double scalarRate = 1;
-  Vec3D vectorRate{1, 1, 1};
-  std::int32_t countRate = 100;
-};
-
-enum class EmissionFalloff : std::int32_t { None = 0, Depth = 1, DepthCurve = 2 };
-
 class GridEmissionSettings final : public iEmissionSettings {
  public:
+  enum class Falloff : std::int32_t { None = 0, Depth = 1, DepthCurve = 2 };
+
   using iEmissionSettings::iEmissionSettings;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 10; }
@@ -33,18 +19,30 @@ class GridEmissionSettings final : public iEmissionSettings {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
 
-  // The amount per unit of time: the linked rate's, or the value here.
-  double ScalarAmount() const;
-  EmissionRule Rule() const;
+  // The amount of a place: the sub-step's dt (s), or 1 when amounts are given per sub-step.
+  double BaseAmount(double dt) const { return perStep ? 1.0 : dt; }
+  // Per unit of that amount; the rate's, where one is linked.
+  double Value() const { return amountRate_ ? amountRate_->scalarRate : value; }
+  Vec3D VectorValue() const { return amountRate_ ? amountRate_->vectorRate : vectorValue; }
+  // What a channel's writer needs.
+  GridEmission Emission() const;
+  // The factor of the amount at a depth in the volume, 0 at its surface to 1 at its deepest place.
+  double FalloffFactor(double depth, double weight) const;
 
   EmissionMode mode = EmissionMode::Add;
-  bool perStep = false, spread = true;
-  EmissionFalloff falloff = EmissionFalloff::None;
-  const SplineData* curve = nullptr;
+  Falloff falloff = Falloff::None;
+  bool perStep = false;
+  bool spread = false;
   double value = 1;
   Vec3D vectorValue{1, 1, 1};
-  EmissionRate* limit = nullptr;
-  Duration* duration = nullptr;
+  const SplineData* curve = nullptr;  // not owned
+
+  // Between ResolveLinks and ReleaseLinks.
+  const EmissionRate* limit = nullptr;
+  const Duration* duration = nullptr;
+
+ private:
+  const EmissionRate* amountRate_ = nullptr;  // rate
 };
 
 }  // namespace orlix

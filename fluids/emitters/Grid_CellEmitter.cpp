@@ -6,13 +6,14 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kPriority = 15, kTargetId = 1000, kOperatorsId = 1001, kAnySubType = 2000;
+constexpr int kChannelId = 1000, kOperatorsId = 1001;
+constexpr std::int32_t kPriority = 15, kAnySubType = 2000;
 
 constexpr Parameter kParameters[] = {
-    LinkParameter(kTargetId, "channel", kLinkChannel, "Channel whose cells are visited"),
-    ListParameter(kOperatorsId, "operators", kLinkChannelOperator, "Operators that change the cells, in this order"),
-    ButtonParameter(1002, "add_channel", "Picks a channel and links it"),
-    ButtonParameter(1003, "add_operator", "Adds an operator"),
+    LinkParameter(kChannelId, "channel", kLinkChannel, "The channel whose cells are visited; required"),
+    ListParameter(kOperatorsId, "operators", kLinkChannelOperator, "What changes the cells, in this order"),
+    ButtonParameter(1002, "pick_channel", "Offers the channels of the scene"),
+    ButtonParameter(1003, "pick_operator", "Offers the channel operators of the scene"),
 };
 
 }  // namespace
@@ -23,8 +24,10 @@ const TypeInfo& Grid_CellEmitter::Type() {
     type.id = 1300121;
     type.resource = "zq_grid_celliterator";
     type.className = "C4D_CellEmitter_Object";
-    type.label = "Cell Iterator";
-    type.text = "Lets channel operators change every cell of a channel, confined by constraints.";
+    type.label = "Cell Emitter";
+    type.text =
+        "Visits every cell of a channel and lets channel operators change it, where its constraints allow. Without a "
+        "list of constraints, all of the scene confine it.";
     type.kinds = kLinkEmitter;
     type.parameters = kParameters;
     type.common = CommonNodeParameters();
@@ -33,140 +36,151 @@ const TypeInfo& Grid_CellEmitter::Type() {
   return kType;
 }
 
-bool Grid_CellEmitter::ReadParameters() {
+Grid_CellEmitter::Grid_CellEmitter(BaseList2D* object, OrlixScene& owner) : iObject(object, owner) {
+  stageMask = StageBit(kStageEmitters);
   priority = kPriority;
-  stageMask = StageBit(5);
+}
+
+bool Grid_CellEmitter::ReadParameters() {
+  stageMask = StageBit(kStageEmitters);
+  priority = kPriority;
   return iObject::ReadParameters();
 }
 
 bool Grid_CellEmitter::ResolveLinks() {
-  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
-  operators_.clear();
-  const BaseList2D* link = handler.GetLink(kTargetId);
-  if (!iObject::ResolveLinks() || !link) return false;
-  scalarTarget_ = scene->RetrieveAs<ChannelBase_Scalar>(link, NODE_CHANNEL);
-  if (!scalarTarget_) vectorTarget_ = scene->RetrieveAs<ChannelBase_Vector>(link, NODE_CHANNEL);
+  ports_.scalarTarget = nullptr, ports_.vectorTarget = nullptr;
+  ports_.operators.clear();
+  if (!iObject::ResolveLinks()) return false;
+  const BaseList2D* channel = handler.GetLink(kChannelId);
+  ports_.scalarTarget = scene->RetrieveAs<ChannelBase_Scalar>(channel, NODE_CHANNEL, RETRIEVE_SCALAR);
+  if (!ports_.scalarTarget) ports_.vectorTarget = scene->RetrieveAs<ChannelBase_Vector>(channel, NODE_CHANNEL);
   if (const InExcludeData* list = handler.GetInExclude(kOperatorsId)) {
     std::vector<iBase*> found;
     scene->RetrieveAll(list, found, NODE_HELPER, RetrieveBit(RETRIEVE_GRID), kAnySubType, RETRIEVE_ANY, true);
     for (iBase* node : found) {
-      if (auto* op = dynamic_cast<ChannelOperator*>(node)) operators_.push_back(op);
+      if (auto* op = dynamic_cast<ChannelOperator*>(node)) ports_.operators.push_back(op);
     }
   }
   return Target() != nullptr;
 }
 
 void Grid_CellEmitter::ReleaseLinks() {
+  ports_.scalarTarget = nullptr, ports_.vectorTarget = nullptr;
+  ports_.operators.clear();
+  SetFlag(NodeActive, false);
   iObject::ReleaseLinks();
-  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
-  operators_.clear();
 }
 
-iBase* Grid_CellEmitter::Target() const {
-  return scalarTarget_ ? static_cast<iBase*>(scalarTarget_) : static_cast<iBase*>(vectorTarget_);
+iObject* Grid_CellEmitter::Target() const {
+  if (ports_.scalarTarget) return ports_.scalarTarget;
+  return ports_.vectorTarget;
 }
 
-ScalarGrid* Grid_CellEmitter::TargetGrid() const {
-  return scalarTarget_ ? scalarTarget_->GetGrid(0) : vectorTarget_ ? vectorTarget_->GetGrid(0) : nullptr;
+const ScalarGrid* Grid_CellEmitter::FirstGrid() const {
+  const ScalarGrid* grid = ports_.scalarTarget   ? ports_.scalarTarget->GetGrid(0)
+                           : ports_.vectorTarget ? ports_.vectorTarget->GetGrid(0)
+                                                 : nullptr;
+  return grid && grid->data ? grid : nullptr;
 }
 
 void Grid_CellEmitter::CheckDirty() {
   iObject::CheckDirty();
-  iBase* target = Target();
-  bool dirty = IsDirty() || scene->HasFlag(TimeMoved) || (target && target->IsDirty());
-  for (const ChannelOperator* op : operators_) dirty |= op->IsDirty();
-  if (!dirty) return;
+  if (!IsEnabled() || !(IsDirty() || scene->HasFlag(TimeMoved))) return;
   MarkDirty(false);
-  if (target) target->MarkDirty(false);
-}
-
-// Of the list; an empty one takes every enabled constraint of the scene.
-void Grid_CellEmitter::CollectConstraints() {
-  std::vector<Constraint*> originals = RetrieveConstraints(*scene, handler);
-  const InExcludeData* list = handler.GetInExclude(kConstraintListId);
-  if (!list || list->entries.empty()) {
-    std::vector<iBase*> all;
-    scene->RetrieveAll(nullptr, all, NODE_HELPER, RetrieveBit(RETRIEVE_CONSTRAINT), kAnySubType, RETRIEVE_ANY, true);
-    for (iBase* node : all) {
-      if (auto* constraint = dynamic_cast<Constraint*>(node)) originals.push_back(constraint);
-    }
-  }
-  for (const Constraint* original : originals) {
-    clones_.push_back(original->Clone());
-    clones_.back()->Prepare(this);
-    chain_.push_back(clones_.back().get());
-  }
+  if (Target()) Target()->MarkDirty(false);
 }
 
 void Grid_CellEmitter::Prepare(iBase*) {
   SetFlag(NodeActive, false);
-  clones_.clear();
-  chain_.clear();
-  iBase* target = Target();
-  const ScalarGrid* grid = TargetGrid();
-  if (!target || !target->IsEnabled() || !grid || operators_.empty()) return;
+  const ScalarGrid* grid = FirstGrid();
+  if (!grid || !Target()->IsEnabled() || ports_.operators.empty()) return;
   if (!SplitLayers(slabs_, grid->dims, false, scene->threadCount)) return;
-  CollectConstraints();
-  for (ChannelOperator* op : operators_) {
+  CloneConstraints();
+  for (ChannelOperator* op : ports_.operators) {
     if (!op->IsEnabled()) continue;
-    op->AttachInput(target);
+    op->AttachInput(Target());
     op->Prepare(this);
   }
   SetFlag(NodeActive, true);
 }
 
+// Clones, so that their Prepare doesn't meet that of other callers.
+void Grid_CellEmitter::CloneConstraints() {
+  const InExcludeData* list = handler.GetInExclude(kConstraintListId);
+  if (list && list->entries.empty()) list = nullptr;
+  std::vector<iBase*> found;
+  scene->RetrieveAll(list, found, NODE_HELPER, RetrieveBit(RETRIEVE_CONSTRAINT), kAnySubType, RETRIEVE_ANY, true);
+  ports_.constraints.clear();
+  constraints_.clear();
+  for (const iBase* node : found) {
+    const auto* constraint = dynamic_cast<const Constraint*>(node);
+    if (!constraint) continue;
+    ports_.constraints.push_back(constraint->Clone());
+    constraints_.push_back(ports_.constraints.back().get());
+    constraints_.back()->Prepare(this);
+  }
+}
+
 void Grid_CellEmitter::Setup() {
   if (!IsActive()) return;
-  for (ChannelOperator* op : operators_) {
+  const std::size_t cells = static_cast<std::size_t>(FirstGrid()->dims.x);
+  scratch_.resize(static_cast<std::size_t>(slabs_.slices));
+  for (RowScratch& scratch : scratch_) scratch.weights.resize(cells), scratch.open.resize(cells);
+  for (ChannelOperator* op : ports_.operators) {
     if (op->IsEnabled()) op->Setup();
   }
 }
 
 void Grid_CellEmitter::Process(ProcessData& data) {
   if (!IsActive() || !slabs_.Has(data.threadIndex)) return;
-  const ScalarGrid& grid = *TargetGrid();
-  const VecInt3D a = slabs_.rangeMin[data.threadIndex], b = slabs_.rangeMax[data.threadIndex];
-  std::vector<double> weights(grid.dims.x, 1.0);
-  std::vector<std::uint8_t> open(grid.dims.x, 1);
-  for (int k = a.z; k < b.z; ++k) {
+  const ScalarGrid& grid = *FirstGrid();
+  const VecInt3D &min = slabs_.rangeMin[data.threadIndex], &max = slabs_.rangeMax[data.threadIndex];
+  for (std::int32_t k = min.z; k < max.z; ++k) {
     if (data.hostThread && data.hostThread->TestBreak()) return;
-    for (int j = a.y; j < b.y; ++j) {
-      if (!chain_.empty()) {
-        std::fill(weights.begin(), weights.end(), 1.0);
-        std::fill(open.begin(), open.end(), std::uint8_t(1));
-        ConstraintRow row;
-        row.begin = a.x, row.end = b.x, row.j = j, row.k = k;
-        row.threadIndex = data.threadIndex;
-        row.space = &grid.space;
-        row.amounts = weights.data();
-        row.open = open.data();
-        EvaluateChain(chain_, row, this);
-      }
-      ChannelRow row;
-      row.begin = a.x, row.end = b.x, row.j = j, row.k = k;
-      row.threadIndex = data.threadIndex;
-      row.space = &grid.space;
-      row.index = grid.Index(0, j, k);
-      row.weights = weights.data();
-      for (ChannelOperator* op : operators_) {
-        if (op->IsEnabled()) op->ProcessRow(row);
-      }
-    }
+    for (std::int32_t j = min.y; j < max.y; ++j) ProcessRow(grid, j, k, data.threadIndex);
+  }
+}
+
+void Grid_CellEmitter::ProcessRow(const ScalarGrid& grid, std::int32_t j, std::int32_t k, std::int32_t worker) {
+  RowScratch& scratch = scratch_[static_cast<std::size_t>(worker)];
+  std::fill(scratch.weights.begin(), scratch.weights.end(), 1.0);
+  ChannelRow row;
+  row.begin = 1, row.end = grid.dims.x - 1, row.j = j, row.k = k;
+  row.threadIndex = worker;
+  row.space = &grid.space;
+  row.index = grid.Index(0, j, k);
+  row.weights = scratch.weights.data();
+  if (!constraints_.empty()) {
+    std::fill(scratch.open.begin(), scratch.open.end(), std::uint8_t(1));
+    ConstraintRow cells;
+    cells.begin = row.begin, cells.end = row.end, cells.j = j, cells.k = k;
+    cells.threadIndex = worker;
+    cells.space = row.space;
+    cells.amounts = scratch.weights.data();
+    cells.open = scratch.open.data();
+    EvaluateChain(constraints_, cells, this);
+  }
+  for (ChannelOperator* op : ports_.operators) {
+    if (op->IsEnabled()) op->ProcessRow(row);
   }
 }
 
 void Grid_CellEmitter::Finish() {
-  for (ChannelOperator* op : operators_) {
-    if (op->IsEnabled()) op->Finish();
+  if (IsActive()) {
+    for (ChannelOperator* op : ports_.operators) {
+      if (op->IsEnabled()) op->Finish();
+    }
+    for (const auto& constraint : ports_.constraints) constraint->Finish();
   }
-  for (const auto& clone : clones_) clone->Finish();
-  clones_.clear();
-  chain_.clear();
+  ports_.constraints.clear();
+  constraints_.clear();
   SetFlag(NodeActive, false);
 }
 
 void Grid_CellEmitter::VisitOutputs(StateVisitor& visitor) {
-  if (iBase* target = Target()) target->VisitState(visitor);
+  if (ports_.scalarTarget) visitor.VisitGrid("grid", ports_.scalarTarget->grid);
+  if (!ports_.vectorTarget) return;
+  for (auto& grid : ports_.vectorTarget->grids) visitor.VisitGrid("grid", grid);
 }
 
 }  // namespace orlix

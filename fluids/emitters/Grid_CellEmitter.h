@@ -4,6 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
 #include "fluids/constraints/Constraint.h"
 #include "fluids/emitters/ChannelOperator.h"
 #include "fluids/grids/WorkSplit.h"
@@ -12,8 +14,17 @@ namespace orlix {
 
 class Grid_CellEmitter final : public iObject {
  public:
-  using iObject::iObject;
+  class Grid_CellEmitterPortData : public iPortData {
+   public:
+    ChannelBase_Scalar* scalarTarget = nullptr;  // at most one of the two
+    ChannelBase_Vector* vectorTarget = nullptr;
+    std::vector<ChannelOperator*> operators;
+    std::vector<std::unique_ptr<Constraint>> constraints;  // the emitter's own clones, for a sub-step
+  };
+
+  Grid_CellEmitter(BaseList2D* object, OrlixScene& owner);
   static const TypeInfo& Type();
+
   std::int32_t GetNodeBaseType() const override { return NODE_EMITTER; }
   std::int32_t GetNodeSubType() const override { return 5; }
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
@@ -27,18 +38,23 @@ class Grid_CellEmitter final : public iObject {
   void Finish() override;
   void VisitOutputs(StateVisitor& visitor) override;
 
- private:
-  iBase* Target() const;
-  ScalarGrid* TargetGrid() const;
-  void CollectConstraints();
+  const Grid_CellEmitterPortData& ports() const { return ports_; }
 
-  ChannelBase_Scalar* scalarTarget_ = nullptr;
-  ChannelBase_Vector* vectorTarget_ = nullptr;
-  std::vector<ChannelOperator*> operators_;
-  // Clones of this emitter's own, from Prepare to Finish.
-  std::vector<std::unique_ptr<Constraint>> clones_;
-  std::vector<Constraint*> chain_;
+ private:
+  struct RowScratch {
+    std::vector<double> weights;
+    std::vector<std::uint8_t> open;
+  };
+
+  iObject* Target() const;
+  const ScalarGrid* FirstGrid() const;
+  void CloneConstraints();
+  void ProcessRow(const ScalarGrid& grid, std::int32_t j, std::int32_t k, std::int32_t worker);
+
+  Grid_CellEmitterPortData ports_;
   LayerSlabs slabs_;
+  std::vector<RowScratch> scratch_;       // one a worker
+  std::vector<Constraint*> constraints_;  // of the clones
 };
 
 }  // namespace orlix

@@ -1,0 +1,25 @@
+#pragma once
+// A value that several settings share: an amount, a vector, or a number of particles.
+
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+class EmissionRate final : public iBase {
+ public:
+  using iBase::iBase;
+  static const TypeInfo& Type();
+  std::int32_t GetNodeBaseType() const override { return NODE_SETTINGS; }
+  // One bit, by the kind of rate.
+  void GetRetrieveTypes(std::uint32_t& mask) const override;
+  bool ReadParameters() override;
+
+  double scalarRate = 1;
+  Vec3D vectorRate{1, 1, 1};
+  std::int32_t countRate = 100;
+
+ private:
+  std::int32_t kind_ = 0;
+};
+
+}  // namespace orlix
