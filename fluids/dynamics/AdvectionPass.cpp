@@ -50,12 +50,14 @@ Interpolation ModeOf(AdvectionSampling sampling) {
                                                          : Interpolation::Trilinear;
 }
 
-// Calls f(l) for the cells of the marked blocks of a run.
+bool IsKnown(Integrator integrator) { return integrator >= Integrator::Euler && integrator <= Integrator::RungeKutta4; }
+
+// Calls f(l) for the four cells of each marked block of a run.
 template <class F>
-void ForEachMarked(std::uint32_t blocks, int count, F&& f) {
+void ForEachInBlocks(std::uint32_t blocks, int count, F&& f) {
   for (; blocks != 0; blocks &= blocks - 1) {
-    const int next = __builtin_ctz(blocks) * 4;
-    for (int l = std::min(next, count - 4); l < std::min(next + 4, count); ++l) f(l);
+    const int next = __builtin_ctz(blocks) * 4, first = std::min(next, count - 4);
+    for (int l = first; l < first + 4; ++l) f(l);
   }
 }
 
@@ -134,7 +136,7 @@ AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource&
     : field_(field),
       source_(source),
       pool_(pool),
-      sameLattice_(SameLattice(field.velocity, source)),
+      blocks_(IsKnown(field.integrator) && SameLattice(field.velocity, source)),
       kernels_(ChooseKernels()),
       reached_(ReachedCells(field, source, pool)) {}
 
@@ -142,7 +144,7 @@ AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource&
     : field_(field),
       source_(source),
       pool_(other.pool_),
-      sameLattice_(other.sameLattice_),
+      blocks_(other.blocks_),
       kernels_(other.kernels_),
       reached_(other.reached_) {}
 
@@ -151,38 +153,38 @@ void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {
   for (int axis = 0; axis < 3; ++axis) run.position[axis][l] = traced[axis];
 }
 
+void AdvectionPass::ResolveCell(AdvectionRun& run, int l) const {
+  Vec3D point(run.position[0][l], run.position[1][l], run.position[2][l]);
+  run.moved[l] = field_.Resolve(point) ? -1 : 0;
+  for (int axis = 0; axis < 3; ++axis) run.place[axis][l] = point[axis];
+}
+
 void AdvectionPass::Trace(AdvectionRun& run) const {
   run.start = Vec3D(run.begin, run.j, run.k) + source_.offset;
   run.again = run.near = 0;
-  const auto resolve = [&](int l) {
-    Vec3D point(run.position[0][l], run.position[1][l], run.position[2][l]);
-    if (field_.Resolve(point)) run.moved[l] = -1;
-    for (int axis = 0; axis < 3; ++axis) run.position[axis][l] = point[axis];
-  };
-  if (!IsWide(run)) {
+  if (!InBlocks(run)) {
     for (int l = 0; l < run.count; ++l) {
-      run.moved[l] = 0;
       TraceCell(run, l);
-      resolve(l);
+      ResolveCell(run, l);
     }
     return;
   }
   kernels_.firstVelocity(field_.velocity, source_.offset, run);
   kernels_.trace(field_, run);
-  ForEachMarked(run.again, run.count, [&](int l) { TraceCell(run, l); });
+  ForEachInBlocks(run.again, run.count, [&](int l) { TraceCell(run, l); });
   if (!field_.solid.HasData()) {
-    std::fill_n(run.moved, run.count, -1);
+    for (int l = 0; l < run.count; ++l) ResolveCell(run, l);
     return;
   }
   kernels_.clamp(field_, run);
-  ForEachMarked(run.near, run.count, [&](int l) {
-    if (field_.bricks->Touches({run.position[0][l], run.position[1][l], run.position[2][l]})) resolve(l);
+  ForEachInBlocks(run.near, run.count, [&](int l) {
+    if (field_.bricks->Touches({run.place[0][l], run.place[1][l], run.place[2][l]})) ResolveCell(run, l);
   });
 }
 
 void AdvectionPass::SampleCell(bool record, AdvectionRun& run, int l) const {
   const GridView<const double>& grid = source_.values;
-  const Vec3D at = Vec3D(run.position[0][l], run.position[1][l], run.position[2][l]) - source_.offset;
+  const Vec3D at = Vec3D(run.place[0][l], run.place[1][l], run.place[2][l]) - source_.offset;
   run.value[l] = SampleGrid(grid, at.x, at.y, at.z, ModeOf(source_.sampling));
   if (!record) return;
   const std::int64_t cell =
@@ -191,13 +193,13 @@ void AdvectionPass::SampleCell(bool record, AdvectionRun& run, int l) const {
 }
 
 void AdvectionPass::Sample(bool record, AdvectionRun& run) const {
-  if (!IsWide(run)) {
+  if (!InBlocks(run)) {
     for (int l = 0; l < run.count; ++l) SampleCell(record, run, l);
     return;
   }
   run.again = 0;
   kernels_.sample(source_, record, run);
-  ForEachMarked(run.again, run.count, [&](int l) { SampleCell(record, run, l); });
+  ForEachInBlocks(run.again, run.count, [&](int l) { SampleCell(record, run, l); });
 }
 
 void AdvectionPass::Correct(const MacCormackRow& row, AdvectionRun& run) const {

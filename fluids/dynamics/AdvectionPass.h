@@ -19,9 +19,10 @@ struct AdvectionRun {
   std::uint32_t again;                                  // bit b: block b of four cells is to be done cell by cell
   std::uint32_t near;                                   // bit b: block b may lie in an obstacle
   alignas(32) double velocity[4][3][kCells];            // at the integrator's stages
-  alignas(32) double position[3][kCells];               // traced and resolved, index positions
+  alignas(32) double position[3][kCells];               // traced, index positions
+  alignas(32) double place[3][kCells];                  // resolved against the walls
   alignas(32) double own[3][kCells], other[3][kCells];  // fractions in cells
-  alignas(32) double value[kCells];                     // sampled at the position
+  alignas(32) double value[kCells];                     // sampled at the place
   alignas(32) std::int32_t node[3][kCells];
   alignas(32) std::int32_t moved[kCells];  // -1 where the walls moved the point
   alignas(32) std::int32_t cell[kCells];   // source cell in which the point lies, or kMovedCell
@@ -56,6 +57,16 @@ class AdvectionPass {
   // with record run.cell is where that lies. Calls clear(begin, end, j, k) for the other cells of each row.
   template <class Write, class Clear>
   void ForEachRun(bool record, Write&& write, Clear&& clear) const {
+    ForEachTraced(
+        [&](AdvectionRun& run) {
+          Sample(record, run);
+          write(run);
+        },
+        clear);
+  }
+  // The same without the samples: run.place is the traced point.
+  template <class Write, class Clear>
+  void ForEachTraced(Write&& write, Clear&& clear) const {
     const VecInt3D n = source_.values.dims;
     ParallelRange(pool_, 1, n.z - 1, [&](int begin, int end, int) {
       AdvectionRun run;
@@ -70,7 +81,6 @@ class AdvectionPass {
             for (run.begin = first; run.begin < last; run.begin += AdvectionRun::kCells) {
               run.count = std::min(AdvectionRun::kCells, last - run.begin);
               Trace(run);
-              Sample(record, run);
               write(run);
             }
           }
@@ -93,16 +103,17 @@ class AdvectionPass {
   bool Reaches(int j, int k) const {
     return j >= reached_.min.y && j < reached_.max.y && k >= reached_.min.z && k < reached_.max.z;
   }
-  bool IsWide(const AdvectionRun& run) const { return sameLattice_ && run.count >= 4; }
+  bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= 4; }
   void Trace(AdvectionRun& run) const;
   void Sample(bool record, AdvectionRun& run) const;
   void TraceCell(AdvectionRun& run, int l) const;
+  void ResolveCell(AdvectionRun& run, int l) const;
   void SampleCell(bool record, AdvectionRun& run, int l) const;
 
   const AdvectionField& field_;
   const AdvectionSource& source_;
   WorkerPool& pool_;
-  const bool sameLattice_;  // the source stands on the velocity's lattice
+  const bool blocks_;  // the source stands on the velocity's lattice, and the integrator is known
   const AdvectionRunKernels kernels_;
   CellBox reached_;
 };

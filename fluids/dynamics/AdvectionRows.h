@@ -224,8 +224,8 @@ ORLIX_ROW_INLINE void ClampAxis(F4& x, int n, M4& moved) {
   moved |= below | above;
 }
 
-// AdvectionField::Resolve for a run: the clamp to the domain, and which cells are near enough to obstacles to ask for
-// the distance.
+// AdvectionField::Resolve for a run, from run.position to run.place: the clamp to the domain, and which blocks are near
+// enough to obstacles to ask for the distance.
 ORLIX_ROWS_TARGET inline void ClampRun(const AdvectionField& field, AdvectionRun& run) {
   const VecInt3D n = field.solid.nodes().dims;
   const bool obstacles = !field.bricks->IsEmpty();
@@ -238,7 +238,7 @@ ORLIX_ROWS_TARGET inline void ClampRun(const AdvectionField& field, AdvectionRun
     ClampAxis(x, n.x, mask), ClampAxis(y, n.y, mask), ClampAxis(z, n.z, mask);
     I4 moved;
     Narrow(moved, mask);
-    Store(run.position[0] + l, x), Store(run.position[1] + l, y), Store(run.position[2] + l, z);
+    Store(run.place[0] + l, x), Store(run.place[1] + l, y), Store(run.place[2] + l, z);
     Store(run.moved + l, moved);
     if (!obstacles) continue;
     const M4 far = (x < low.x) | (x >= high.x) | (y < low.y) | (y >= high.y) | (z < low.z) | (z >= high.z);
@@ -301,7 +301,7 @@ ORLIX_ROW_INLINE void MonotoneTricubic(const GridView<const double>& grid, const
   MonotoneCubic(layer[0], layer[1], layer[2], layer[3], fz, value);
 }
 
-// The source's cells and fractions at run.position, moved by shift; run.again marks blocks whose nodes don't all lie
+// The source's cells and fractions at run.place, moved by shift; run.again marks blocks whose nodes don't all lie
 // within [margin, n - 2 - margin].
 ORLIX_ROW_INLINE void LocateRun(const AdvectionSource& source, double shift, int margin, std::int32_t* cell,
                                 AdvectionRun& run) {
@@ -312,7 +312,7 @@ ORLIX_ROW_INLINE void LocateRun(const AdvectionSource& source, double shift, int
   for (int next = 0; next < run.count; next += 4) {
     const int l = BlockStart(next, run.count);
     F4 x, y, z, i, j, k;
-    Load(x, run.position[0] + l), Load(y, run.position[1] + l), Load(z, run.position[2] + l);
+    Load(x, run.place[0] + l), Load(y, run.place[1] + l), Load(z, run.place[2] + l);
     x = x - offset.x, y = y - offset.y, z = z - offset.z;
     const M4 fits = (x >= begin) & (x < end.x) & (y >= begin) & (y < end.y) & (z >= begin) & (z < end.z);
     if (!All(fits)) {
@@ -328,15 +328,15 @@ ORLIX_ROW_INLINE void LocateRun(const AdvectionSource& source, double shift, int
   }
 }
 
-// Samples source at run.position into run.value. With record, run.cell takes the linear index of the source cell in
+// Samples source at run.place into run.value. With record, run.cell takes the linear index of the source cell in
 // which the point lies, or kMovedCell.
 ORLIX_ROWS_TARGET inline void SampleRun(const AdvectionSource& source, bool record, AdvectionRun& run) {
   const GridView<const double> grid = source.values;
-  if (source.sampling == AdvectionSampling::Trilinear) {
+  const bool spline = source.sampling == AdvectionSampling::QuadraticBSpline;
+  if (!spline && source.sampling != AdvectionSampling::MonotoneCubic) {
     LocateRun(source, 0.0, 0, run.cell, run);
     TrilinearRun(grid, run.cell, run.own[0], run.own[1], run.own[2], run.count, run.value);
   } else {
-    const bool spline = source.sampling == AdvectionSampling::QuadraticBSpline;
     if (record || !spline) LocateRun(source, 0.0, 1, run.cell, run);
     if (spline) LocateRun(source, 0.5, 1, run.node[0], run);
     for (int next = 0; next < run.count; next += 4) {

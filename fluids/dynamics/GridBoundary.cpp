@@ -119,6 +119,14 @@ const CellMask& GridBoundary::InsideSolid(std::uint32_t gridType) {
   return mask;
 }
 
+const SolidBricks& GridBoundary::ObstacleBricks() {
+  if (bricksRevision_ != revision_) {
+    bricks_.Build(HasSolidGrid() ? GridView<const double>(*solidDistance.grid) : GridView<const double>());
+    bricksRevision_ = revision_;
+  }
+  return bricks_;
+}
+
 bool GridBoundary::IsInsideSolid(const Vec3D& p, const ScalarGrid* grid, bool remap) const {
   if (!HasSolidGrid()) return false;
   const GridSpace& own = solidDistance.grid->space;

@@ -11,6 +11,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/CellMask.h"
 #include "fluids/dynamics/Grid_VolumeFractions.h"
+#include "fluids/dynamics/SolidBricks.h"
 #include "fluids/dynamics/SolidView.h"
 
 namespace orlix {
@@ -39,6 +40,8 @@ class GridBoundary final : public iObject, public iFractionOwner {
   // The samples of a velocity component or of a grid of cell centres, on the solver's lattice, inside a solid. Made at
   // the first call after the field changed, on the thread that drives the scene, and kept. Empty without a field.
   const CellMask& InsideSolid(std::uint32_t gridType);
+  // Where the field may be negative beside the container's faces; made and kept in the same way.
+  const SolidBricks& ObstacleBricks();
   // Changes whenever the field does.
   std::uint64_t revision() const { return revision_; }
 
@@ -88,6 +91,8 @@ class GridBoundary final : public iObject, public iFractionOwner {
   Sources builtFrom_;
   std::uint64_t revision_ = 1;
   std::array<CellMask, 4> inside_;  // U, V, W, centres
+  SolidBricks bricks_;
+  std::uint64_t bricksRevision_ = 0;
 };
 
 }  // namespace orlix

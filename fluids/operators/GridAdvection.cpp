@@ -1,0 +1,274 @@
+#include "fluids/operators/GridAdvection.h"
+
+#include "fluids/dynamics/ConservativeAdvection.h"
+#include "fluids/dynamics/FluidSolver.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kTargetId = 1000, kSchemeId = 1002, kIntegratorId = 1003, kInterpolationId = 1004, kSolverId = 1005;
+constexpr int kStrengthId = 1007;
+constexpr std::int32_t kPriority = 5;
+
+constexpr Choice kSchemes[] = {
+    {0, "semi_lagrangian", "One trace back; blurs"},
+    {1, "maccormack", "There and back, the error corrected and limited; sharper"},
+    {2, "conservative", "Keeps the sum; for scalar channels, on others as semi_lagrangian"},
+    {3, "conservative_maccormack",
+     "The corrected form of conservative; for scalar channels, on others as "
+     "semi_lagrangian"},
+};
+constexpr Choice kIntegrators[] = {
+    {0, "euler", "One stage"},
+    {1, "heun", "Two stages, second order"},
+    {2, "ralston", "Three stages, third order"},
+    {3, "runge_kutta", "Four stages, fourth order"},
+};
+constexpr Choice kInterpolations[] = {
+    {0, "trilinear", "8 cells"},
+    {1, "quadratic", "27 cells, a B-spline that smooths"},
+    {2, "monotone_cubic", "64 cells, sharp, without overshoots"},
+};
+
+constexpr Parameter kParameters[] = {
+    LinkParameter(kTargetId, "channel", kLinkChannel | kLinkSolver,
+                  "What is carried; without one, the solver's velocity"),
+    ButtonParameter(1001, "pick_channel", "Offers the channels of the scene"),
+    ChoiceParameter(kSchemeId, "scheme", 1, kSchemes, "How the channel is carried"),
+    ChoiceParameter(kIntegratorId, "integrator", 0, kIntegrators, "How a point is traced through the velocity"),
+    ChoiceParameter(kInterpolationId, "interpolation", 0, kInterpolations, "How the channel is sampled"),
+    LinkParameter(kSolverId, "solver", kLinkSolver, "The dynamics object whose velocity carries; required"),
+    ButtonParameter(1006, "pick_solver", "Offers the dynamics objects of the scene"),
+    FloatParameter(kStrengthId, "correction_strength", 1.0, "", "Weight of MacCormack's correction")
+        .ShownWhen(kSchemeId, Relation::Is, 1),
+};
+
+using Components = std::array<std::unique_ptr<ScalarGrid>, 3>;
+
+bool HasStorage(const std::unique_ptr<ScalarGrid>& grid) { return grid && grid->data; }
+bool HasStorage(const Components& grids) {
+  return HasStorage(grids[0]) && HasStorage(grids[1]) && HasStorage(grids[2]);
+}
+
+// Fits gamma to a grid: the overlap keeps what it holds, new cells get 1. False when memory doesn't suffice.
+bool FitGamma(std::unique_ptr<ScalarGrid>& gamma, const ScalarGrid& shape, WorkerPool& pool) {
+  if (gamma && gamma->space.Equals(shape.space)) return true;
+  if (gamma) return ResizeKeepingContent(gamma, 1.0, shape.dims, shape.space, &pool);
+  try {
+    gamma = ScalarGrid::CreateLike(shape, kGridScratch);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  gamma->Fill(1.0, &pool);
+  return true;
+}
+
+}  // namespace
+
+const TypeInfo& GridAdvection::Type() {
+  static const TypeInfo kType = [] {
+    TypeInfo type;
+    type.id = 1300122;
+    type.resource = "zq_grid_advection";
+    type.className = "C4D_GridAdvection_Object";
+    type.label = "GOP::Advection";
+    type.text =
+        "Carries a channel through the velocity of a dynamics object, or that velocity itself. A gas needs one for its "
+        "velocity, in stage 6, and one for each channel, in stage 14.";
+    type.kinds = kLinkOperator;
+    type.parameters = kParameters;
+    type.common = CommonNodeParameters();
+    return type;
+  }();
+  return kType;
+}
+
+GridAdvection::GridAdvection(BaseList2D* object, OrlixScene& owner) : iObject(object, owner) {
+  stageMask = StageBit(kStageAdvection);
+  priority = kPriority;
+  iterationCount = 4;
+}
+
+void GridAdvection::ResetSimulation() {
+  for (auto* grid : {&previousGamma, &gamma}) {
+    if (!*grid) continue;
+    (*grid)->ResetActiveBox();
+    (*grid)->Fill(1.0, &scene->pool());
+  }
+}
+
+void GridAdvection::ClearState(bool deactivate) {
+  previousGamma.reset();
+  gamma.reset();
+  if (deactivate) iObject::ClearState(true);
+}
+
+bool GridAdvection::ApplyBounds(const Vec3D&, const Vec3D&) {
+  if (!IsConservative() || !scalarChannel || !HasStorage(scalarChannel->grid)) {
+    ClearState(false);
+    return !IsConservative();
+  }
+  const ScalarGrid& shape = *scalarChannel->grid;
+  if (FitGamma(previousGamma, shape, scene->pool()) && FitGamma(gamma, shape, scene->pool())) return true;
+  WarnNoMemory(*scene, *this, shape.dims);
+  ClearState(false);
+  return false;
+}
+
+bool GridAdvection::ReadParameters() {
+  stageMask = StageBit(kStageAdvection);
+  priority = kPriority;
+  if (!iObject::ReadParameters()) return false;
+  scheme = static_cast<Scheme>(handler.GetChoice(kSchemeId));
+  integrator = static_cast<Integrator>(handler.GetChoice(kIntegratorId));
+  interpolation = static_cast<AdvectionSampling>(handler.GetChoice(kInterpolationId));
+  correctionStrength = handler.GetFloat(kStrengthId);
+  return true;
+}
+
+bool GridAdvection::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  const BaseList2D* target = handler.GetLink(kTargetId);
+  scalarChannel = scene->RetrieveAs<ScalarGridChannel>(target, NODE_CHANNEL, RETRIEVE_SCALAR);
+  if (!scalarChannel) vectorChannel = scene->RetrieveAs<VectorGridChannel>(target, NODE_CHANNEL, RETRIEVE_VECTOR);
+  auto* carrier = scene->RetrieveAs<FluidSolver>(handler.GetLink(kSolverId), NODE_SOLVER);
+  if (!carrier) return false;
+  solver_ = carrier;
+  if (!scalarChannel && !vectorChannel) {
+    if (auto* own = scene->RetrieveAs<FluidSolver>(target, NODE_SOLVER)) solver_ = own;
+  }
+  velocityChannel = &solver_->velocity;
+  return true;
+}
+
+void GridAdvection::ReleaseLinks() {
+  scalarChannel = nullptr, vectorChannel = nullptr, velocityChannel = nullptr, solver_ = nullptr;
+  SetFlag(NodeActive, false);
+  iObject::ReleaseLinks();
+}
+
+iBase* GridAdvection::Target() const {
+  if (scalarChannel) return scalarChannel;
+  if (vectorChannel) return vectorChannel;
+  return solver_;
+}
+
+void GridAdvection::CheckDirty() {
+  iObject::CheckDirty();
+  if (IsEnabled() && scene->HasFlag(TimeMoved)) MarkDirty(false);
+  if (IsDirty() && Target()) Target()->MarkDirty(false);
+}
+
+// Whether the target has the grids of the step before. What a cache plays back isn't computed.
+bool GridAdvection::CanSwap() const {
+  if (!Target() || Target()->HasFlag(NodeFromCache)) return false;
+  if (scalarChannel) {
+    return scalarChannel->keepPrevious && HasStorage(scalarChannel->grid) && HasStorage(scalarChannel->previous);
+  }
+  const VectorGridChannel* target = vectorChannel ? vectorChannel : velocityChannel;
+  return target->keepPrevious && HasStorage(target->grids) && HasStorage(target->previousGrids);
+}
+
+void GridAdvection::Prepare(iBase*) {
+  SetFlag(NodeActive, false);
+  if (!velocityChannel || !HasStorage(velocityChannel->grids) || !CanSwap()) return;
+  const ScalarGrid& target = scalarChannel   ? *scalarChannel->grid
+                             : vectorChannel ? *vectorChannel->grids[0]
+                                             : *velocityChannel->grids[0];
+  if (target.space.dims != velocityChannel->grids[0]->space.dims) {
+    scene->Warn(*this, "the channel has another container than the solver: it isn't carried");
+    return;
+  }
+  if (scalarChannel && IsConservative() && !(previousGamma && gamma && gamma->dims == target.dims)) return;
+  if (scalarChannel) {
+    scalarChannel->SwapGrids();
+  } else {
+    (vectorChannel ? vectorChannel : velocityChannel)->SwapGrids();
+  }
+  SetFlag(NodeActive, true);
+}
+
+// The velocity carries itself by what it was before.
+AdvectionField GridAdvection::Field() {
+  const bool itself = !scalarChannel && !vectorChannel;
+  const Components& grids = itself ? velocityChannel->previousGrids : velocityChannel->grids;
+  AdvectionField field;
+  field.velocity = {*grids[0], *grids[1], *grids[2]};
+  field.solid = solver_->boundary.View();
+  field.bricks = &solver_->boundary.ObstacleBricks();
+  field.cellSize = grids[0]->space.cellSize;
+  field.dt = static_cast<float>(simulationInfo->substepDuration);
+  field.integrator = integrator;
+  return field;
+}
+
+AdvectionSource GridAdvection::Source(const ScalarGrid& grid) {
+  AdvectionSource source;
+  source.values = grid;
+  source.offset = CellSampleOffset(grid.gridType);
+  source.insideSolid = &solver_->boundary.InsideSolid(grid.gridType);
+  source.sampling = interpolation;
+  // A velocity fills its container.
+  if (grid.gridType > kGridVelocityW) source.content = FindContent(grid, scene->pool());
+  return source;
+}
+
+bool GridAdvection::AdvectGrid(const ScalarGrid* source, ScalarGrid* result) {
+  if (!source || !source->data || !result || !result->data) return false;
+  const AdvectionField field = Field();
+  if (scheme == Scheme::MacCormack) {
+    // All staggered components share one size of scratch.
+    const bool staggered = result->gridType <= kGridVelocityW;
+    const VecInt3D dims = staggered ? result->space.dims + VecInt3D(1, 1, 1) : result->dims;
+    const auto forward = scene->scratch().Take<double>(dims);
+    const auto traced = scene->scratch().Take<std::int32_t>(dims);
+    AdvectMacCormack(field, Source(*source), correctionStrength, *result,
+                     {{forward->data, result->dims}, {traced->data, result->dims}}, scene->pool());
+    return true;
+  }
+  AdvectionField back = field;
+  back.dt = -field.dt;
+  AdvectSemiLagrangian(back, Source(*source), *result, scene->pool());
+  return true;
+}
+
+bool GridAdvection::AdvectScalar() {
+  if (!IsConservative()) return AdvectGrid(scalarChannel->previous.get(), scalarChannel->grid.get());
+  if (scene->TestBreak()) return false;
+  const AdvectionSource source = Source(*scalarChannel->previous);
+  if (scheme == Scheme::Conservative) {
+    AdvectConservative(Field(), source, {*previousGamma, *gamma, {}, {}}, *scalarChannel->grid, scene->scratch(),
+                       scene->pool());
+  } else {
+    AdvectConservativeMacCormack(Field(), source, *previousGamma, *gamma, *scalarChannel->grid, scene->scratch(),
+                                 scene->pool());
+  }
+  return true;
+}
+
+void GridAdvection::Process(ProcessData&) {
+  if (!IsActive()) return;
+  if (scalarChannel) {
+    AdvectScalar();
+    return;
+  }
+  VectorGridChannel& target = vectorChannel ? *vectorChannel : *velocityChannel;
+  for (int c = 0; c < 3; ++c) {
+    if (!AdvectGrid(target.previousGrids[c].get(), target.grids[c].get())) return;
+  }
+}
+
+void GridAdvection::VisitState(StateVisitor& visitor) {
+  visitor.VisitGrid("previousGamma", previousGamma);
+  visitor.VisitGrid("gamma", gamma);
+}
+
+void GridAdvection::VisitOutputs(StateVisitor& visitor) {
+  if (scalarChannel) visitor.VisitGrid("grid", scalarChannel->grid);
+  VectorGridChannel* target = scalarChannel ? nullptr : vectorChannel ? vectorChannel : velocityChannel;
+  if (!target) return;
+  for (auto& grid : target->grids) visitor.VisitGrid("grid", grid);
+}
+
+}  // namespace orlix

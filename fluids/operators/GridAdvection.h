@@ -1,0 +1,64 @@
+#pragma once
+// Carries a channel, or the velocity itself, through the velocity of a solver.
+
+#include <array>
+
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/dynamics/AdvectionKernels.h"
+
+namespace orlix {
+
+class FluidSolver;
+class VelocityGridChannel;
+
+class GridAdvection final : public iObject {
+ public:
+  enum class Scheme : std::int32_t { SemiLagrangian = 0, MacCormack = 1, Conservative = 2, ConservativeMacCormack = 3 };
+
+  GridAdvection(BaseList2D* object, OrlixScene& owner);
+  static const TypeInfo& Type();
+
+  void ResetSimulation() override;
+  void ClearState(bool deactivate) override;
+  // Fits gamma to the target; only the conservative schemes have it, and they need a scalar target.
+  bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
+  std::int32_t GetNodeBaseType() const override { return NODE_OPERATOR; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
+  bool RunsSerially() const override { return true; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+  // Exchanges the target's present and previous grids: the present ones are written.
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void VisitState(StateVisitor& visitor) override;
+  void VisitOutputs(StateVisitor& visitor) override;
+
+  Scheme scheme = Scheme::MacCormack;
+  Integrator integrator = Integrator::Euler;
+  AdvectionSampling interpolation = AdvectionSampling::Trilinear;
+  float correctionStrength = 1;
+
+  // Between ResolveLinks and ReleaseLinks. velocityChannel is the target when the two others are null.
+  ScalarGridChannel* scalarChannel = nullptr;
+  VectorGridChannel* vectorChannel = nullptr;
+  VelocityGridChannel* velocityChannel = nullptr;
+
+  // What each cell of the scalar target takes; of the conservative schemes.
+  std::unique_ptr<ScalarGrid> previousGamma, gamma;
+
+ private:
+  iBase* Target() const;
+  bool IsConservative() const { return scheme == Scheme::Conservative || scheme == Scheme::ConservativeMacCormack; }
+  bool CanSwap() const;
+  AdvectionField Field();
+  AdvectionSource Source(const ScalarGrid& grid);
+  bool AdvectGrid(const ScalarGrid* source, ScalarGrid* result);
+  bool AdvectScalar();
+
+  FluidSolver* solver_ = nullptr;  // whose velocity carries
+};
+
+}  // namespace orlix
