@@ -6,6 +6,7 @@
 #include "fluids/dynamics/DynamicsTypes.h"
 #include "fluids/emitters/EmitterTypes.h"
 #include "fluids/forces/ForceTypes.h"
+#include "fluids/operators/OperatorTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/volume/VolumeTypes.h"
@@ -79,6 +80,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterDynamicsTypes(factory);
   RegisterEmitterTypes(factory);
   RegisterForceTypes(factory);
+  RegisterOperatorTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+
+void RegisterOperatorTypes(NodeFactory& factory);
+
+}  // namespace orlix
