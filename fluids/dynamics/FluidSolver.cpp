@@ -214,7 +214,9 @@ bool FluidSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   const GridSpace before = hadVelocity ? velocity.grids[0]->space : GetSimulationSpace();
   bool applied = velocity.ApplyBounds(min, max);
   if (fromCache) projection->ClearState(true);
-  if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && boundary.IsActive()) return true;
+  // A velocity that was put back from a checkpoint has its lattice, but nothing was derived from it yet.
+  const bool hasBoundary = boundary.IsActive() && (fromCache || boundary.HasSolidGrid());
+  if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && hasBoundary) return true;
   boundary.SetFlag(NodeFromCache, fromCache);
   applied = applied && boundary.ApplyBounds(min, max);
   if (fromCache) {
