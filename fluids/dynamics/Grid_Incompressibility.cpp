@@ -20,6 +20,11 @@ bool SameDims(const VecInt3D& cells, int axis, const VecInt3D& faces) {
   return faces == expected;
 }
 
+bool Moves(const VolumeBase& volume) {
+  return volume.IsEnabled() && volume.LevelSet() && volume.GetSimulationInfo().substepDuration > 0 &&
+         !(volume.LinearMotion() == Vec3D() && volume.AngularMotion() == Vec3D());
+}
+
 }  // namespace
 
 Grid_Incompressibility::Grid_Incompressibility(BaseList2D* solverObject, OrlixScene& owner)
@@ -128,7 +133,8 @@ void Grid_Incompressibility::Process(ProcessData& data) {
   if (!IsActive()) return;
   switch (iteration) {
     case kBodies:
-      if (!bodies.empty()) AddBodyDivergence(data);
+      bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return Moves(*v); });
+      if (bodiesMove_) AddBodyDivergence(data);
       return;
     case kAssemble:
       AssembleSystem(data);
@@ -163,13 +169,15 @@ void Grid_Incompressibility::Finish() {
 
 void Grid_Incompressibility::AddBodyDivergence(ProcessData& data) {
   const double dt = simulationInfo->substepDuration;
-  if (!(dt > 0)) return;
   for (const VolumeBase* volume : bodies) {
-    const ScalarGrid* grid = volume->LevelSet();
-    if (!volume->IsEnabled() || !grid) continue;
-    const MovingBody body{volume->View(),       grid->space.simMin,          grid->space.simMax,
-                          volume->BodyCentre(), volume->LinearMotion() / dt, volume->AngularMotion() / dt};
-    if (body.linear == Vec3D() && body.angular == Vec3D()) continue;
+    if (!Moves(*volume)) continue;
+    const GridSpace& box = volume->LevelSet()->space;
+    const MovingBody body{volume->View(),
+                          box.simMin,
+                          box.simMax,
+                          volume->BodyCentre(),
+                          volume->LinearMotion() / dt,
+                          volume->AngularMotion() / dt};
     AddBodyMotion(input_, solver->velocity.GetGrid(0)->space, body, RightSide(), scene->pool(),
                   [&] { return scene->TestBreak(data.hostThread); });
   }
@@ -178,7 +186,7 @@ void Grid_Incompressibility::AddBodyDivergence(ProcessData& data) {
 void Grid_Incompressibility::AssembleSystem(ProcessData&) {
   const double dt = simulationInfo->substepDuration;
   const float h = input_.cellSize;
-  sums_ = AssembleDivergence(input_, !bodies.empty(), RightSide(), scene->pool());
+  sums_ = AssembleDivergence(input_, bodiesMove_, RightSide(), scene->pool());
   system_.dims = input_.Cells();
   for (int axis = 0; axis < 3; ++axis) system_.share[axis] = input_.share[axis];
   multigrid_.revision = solver->fractions.revision();
@@ -234,7 +242,7 @@ void Grid_Incompressibility::ApplyPressure(ProcessData&) {
 // --- report ----------------------------------------------------------------------------------------------------------
 
 double Grid_Incompressibility::RemainingDivergence(ProcessData& data) {
-  if (bodies.empty()) return AssembleDivergence(input_, false, nullptr, scene->pool()).largest;
+  if (!bodiesMove_) return AssembleDivergence(input_, false, nullptr, scene->pool()).largest;
   FillDoubles(RightSide(), system_.count(), 0, &scene->pool());
   AddBodyDivergence(data);
   return AssembleDivergence(input_, true, RightSide(), scene->pool()).largest;

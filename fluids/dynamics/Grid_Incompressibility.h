@@ -91,6 +91,7 @@ class Grid_Incompressibility : public iObject {
   PressureSystem system_;
   ScratchPool::Lease<double> densityWeights_[3];
   DivergenceSums sums_;
+  bool bodiesMove_ = false;
   double meanCorrection_ = 0;
   PressureOutcome outcome_;
   double divergenceAfter_ = 0;

@@ -1,0 +1,200 @@
+// The projection as a solver runs it in a scene.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/dynamics/Grid_Incompressibility.h"
+#include "tests/support/GasScene.h"
+
+namespace orlix::test {
+namespace {
+
+constexpr int kSolver = 1020, kLimit = 1021, kAccuracy = 1022, kTop = 1014;
+constexpr std::int64_t kTypes[] = {kPressureCG, kPressureGauss, kPressureMultigrid};
+
+void Stir(FluidSolver& solver, double amount = 1) {
+  for (int axis = 0; axis < 3; ++axis) {
+    ScalarGrid& grid = *solver.velocity.grids[std::size_t(axis)];
+    for (int k = 0; k < grid.dims.z; ++k) {
+      for (int j = 0; j < grid.dims.y; ++j) {
+        for (int i = 0; i < grid.dims.x; ++i) grid(i, j, k) = amount * std::sin(0.7 * i + axis) * std::cos(0.4 * j - k);
+      }
+    }
+  }
+}
+
+// A container with an open top and a ball, stirred, then stepped. A cell is an eighth of a metre, so that its square is
+// exact in single precision.
+struct StirredScene : GasScene {
+  StirredScene(std::int64_t type, int workers = 1, bool open = true) : GasScene({14, 17, 10}, workers) {
+    fluid->Set(kSolver, type);
+    if (open) fluid->Set(kTop, std::int64_t(0));
+    AddObstacle("Ball", "sphere", Centre(), 2.7 * cellSize);
+    StepThrough(0, 1);
+    Stir(Solver());
+  }
+  const SolverReport& Last() { return reports.back().solvers.at(0); }
+};
+
+std::vector<double> Velocity(FluidSolver& solver) {
+  std::vector<double> all;
+  for (auto& grid : solver.velocity.grids) all.insert(all.end(), grid->data, grid->data + grid->count);
+  return all;
+}
+
+double LargestDifference(const std::vector<double>& a, const std::vector<double>& b) {
+  double largest = a.size() == b.size() ? 0 : HUGE_VAL;
+  for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) largest = std::max(largest, std::abs(a[i] - b[i]));
+  return largest;
+}
+
+TEST(ProjectionNode, EverySolverReportsWhatItLeft) {
+  for (const std::int64_t type : kTypes) {
+    StirredScene scene(type);
+    scene.fluid->Set(kAccuracy, 0.35);
+    scene.fluid->Set(kLimit, std::int64_t(type == kPressureGauss ? 1500 : 200));
+    scene.Step(2);
+    const SolverReport& report = scene.Last();
+    EXPECT_EQ(report.node, "Scene/Air");
+    EXPECT_TRUE(report.converged) << type;
+    EXPECT_GT(report.divergenceBefore, 10) << type;
+    EXPECT_LT(report.divergenceAfter, 1.01e-6 * report.divergenceBefore) << type;
+    EXPECT_NEAR(report.residual, report.divergenceAfter / report.divergenceBefore, 1e-9) << type;
+    if (type == kPressureGauss) {
+      EXPECT_EQ(report.iterations, 1500);
+    } else {
+      EXPECT_GT(report.iterations, 1);
+      EXPECT_LT(report.iterations, type == kPressureCG ? 60 : 10);
+    }
+    EXPECT_TRUE(scene.warnings.empty());
+  }
+}
+
+TEST(ProjectionNode, SolversLeaveTheSameVelocity) {
+  std::vector<double> expected;
+  for (const std::int64_t type : kTypes) {
+    StirredScene scene(type, 2);
+    scene.fluid->Set(kLimit, std::int64_t(4000));
+    scene.Step(2);
+    const std::vector<double> velocity = Velocity(scene.Solver());
+    if (expected.empty()) expected = velocity;
+    EXPECT_LT(LargestDifference(velocity, expected), 1e-7) << type;
+  }
+  EXPECT_GT(LargestDifference(expected, std::vector<double>(expected.size(), 0.0)), 0.1);
+}
+
+TEST(ProjectionNode, LimitIsCountedAndSaidOnceAFrame) {
+  for (const std::int64_t type : {kTypes[0], kTypes[2]}) {
+    StirredScene scene(type);
+    scene.fluid->Set(kLimit, std::int64_t(1));
+    scene.root->Set(1003, std::int64_t(3));
+    for (int frame = 2; frame < 4; ++frame) {
+      Stir(scene.Solver());
+      scene.warnings.clear();
+      scene.reports.clear();
+      scene.Step(frame);
+      ASSERT_FALSE(scene.reports.empty());
+      for (const SubstepReport& report : scene.reports) {
+        EXPECT_FALSE(report.solvers.at(0).converged);
+        EXPECT_EQ(report.solvers.at(0).iterations, 1);
+      }
+      ASSERT_EQ(scene.warnings.size(), 1u);
+      EXPECT_EQ(scene.warnings[0].first, "Scene/Air");
+      EXPECT_NE(scene.warnings[0].second.find("ended after 1 iterations"), std::string::npos);
+      if (frame == 2) {
+        EXPECT_NE(scene.warnings[0].second.find("(1 such solves"), std::string::npos);
+      }
+    }
+  }
+}
+
+TEST(ProjectionNode, AClosedContainerTakesOnlyWhatSumsToZero) {
+  for (const std::int64_t type : kTypes) {
+    StirredScene scene(type, 1, false);
+    scene.Solver().divergenceSource.grid->Fill(0);
+    (*scene.Solver().divergenceSource.grid)(3, 3, 3) = 50;
+    scene.Step(2);
+    const SolverReport& report = scene.Last();
+    EXPECT_TRUE(report.converged) << type;
+    // What is left is the source's mean.
+    EXPECT_GT(report.divergenceAfter, 50.0 / (14 * 17 * 10)) << type;
+    EXPECT_LT(report.divergenceAfter, 50.0 / 800) << type;
+    EXPECT_EQ((*scene.Solver().divergenceSource.grid)(3, 3, 3), 0) << type;
+  }
+}
+
+TEST(ProjectionNode, DensityByCellIsTaken) {
+  for (const std::int64_t type : kTypes) {
+    StirredScene plain(type), scene(type);
+    BaseObject& channel = scene.Add("channel_scalar", "Mass");
+    scene.fluid->Set(1000, TestScene::LinkTo(channel));
+    for (StirredScene* s : {&plain, &scene}) s->fluid->Set(kLimit, std::int64_t(2000));
+    scene.Step(2);
+    plain.Step(2);
+    Stir(scene.Solver());
+    Stir(plain.Solver());
+    ScalarGrid& mass = *scene.NodeOf<ChannelBase_Scalar>(channel)->grid;
+    ASSERT_EQ(mass.dims, scene.cells);
+    for (std::int64_t c = 0; c < mass.count; ++c) mass[c] = c % 14 < 7 ? 1.0 : 0.25;
+    scene.NodeOf<ChannelBase_Scalar>(channel)->valueMax = 10;
+    scene.Step(3);
+    plain.Step(3);
+    EXPECT_TRUE(scene.Last().converged) << type;
+    EXPECT_LT(scene.Last().divergenceAfter, 1e-6 * scene.Last().divergenceBefore) << type;
+    EXPECT_GT(LargestDifference(Velocity(scene.Solver()), Velocity(plain.Solver())), 0.01) << type;
+  }
+}
+
+TEST(ProjectionNode, KeptLevelsGiveTheBitsOfNewOnes) {
+  StirredScene kept(kPressureMultigrid), renewed(kPressureMultigrid);
+  for (int frame = 2; frame < 5; ++frame) {
+    for (StirredScene* scene : {&kept, &renewed}) Stir(scene->Solver(), frame);
+    renewed.Solver().projection->ResetSimulation();
+    kept.Step(frame);
+    renewed.Step(frame);
+    EXPECT_GT(kept.Last().iterations, 1);
+    EXPECT_EQ(Velocity(kept.Solver()), Velocity(renewed.Solver()));
+  }
+}
+
+TEST(ProjectionNode, AMovingBodyPushesTheFluid) {
+  for (const std::int64_t type : kTypes) {
+    GasScene scene({16, 16, 16}, 2);
+    scene.fluid->Set(kSolver, type);
+    scene.fluid->Set(kLimit, std::int64_t(2000));
+    scene.fluid->Set(kTop, std::int64_t(0));
+    scene.AddObstacle("Body", "box", scene.Centre(), 3.1 * scene.cellSize);
+    scene.StepThrough(0, 2);
+    EXPECT_EQ(scene.reports.back().solvers.at(0).divergenceBefore, 0) << type;
+    const double cellsPerFrame = 0.1;
+    scene.Geometry("Body").Set(kPositionId, scene.Centre() + Vec3D(cellsPerFrame * scene.cellSize, 0, 0));
+    scene.Step(3);
+    // The front face sweeps this share of a cell in a second.
+    const SolverReport& report = scene.reports.back().solvers.at(0);
+    EXPECT_NEAR(report.divergenceBefore, cellsPerFrame * 24, 1e-6) << type;
+    EXPECT_LT(report.divergenceAfter, 1e-6) << type;
+    EXPECT_GT(report.iterations, 0);
+    const ScalarGrid& u = *scene.Solver().velocity.grids[0];
+    EXPECT_GT(u(12, 7, 7), 0.2 * cellsPerFrame * 24 * scene.cellSize) << type;
+    EXPECT_LT(u(8, 12, 7), 0) << type;  // back above the body
+  }
+}
+
+TEST(ProjectionNodeThreads, AnyNumberOfWorkersLeavesTheSameBits) {
+  for (const std::int64_t type : kTypes) {
+    std::vector<double> serial;
+    for (const int workers : {1, 2, 3, 8}) {
+      StirredScene scene(type, workers);
+      scene.fluid->Set(kLimit, std::int64_t(40));
+      scene.StepThrough(2, 3);
+      const std::vector<double> velocity = Velocity(scene.Solver());
+      if (serial.empty()) serial = velocity;
+      EXPECT_GT(LargestDifference(velocity, std::vector<double>(velocity.size(), 0.0)), 0.1);
+      EXPECT_EQ(velocity, serial) << type << " " << workers;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orlix::test
