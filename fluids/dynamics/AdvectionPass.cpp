@@ -50,8 +50,6 @@ Interpolation ModeOf(AdvectionSampling sampling) {
                                                          : Interpolation::Trilinear;
 }
 
-bool IsKnown(Integrator integrator) { return integrator >= Integrator::Euler && integrator <= Integrator::RungeKutta4; }
-
 // Calls f(l) for the four cells of each marked block of a run.
 template <class F>
 void ForEachInBlocks(std::uint32_t blocks, int count, F&& f) {

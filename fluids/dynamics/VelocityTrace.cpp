@@ -9,8 +9,9 @@ namespace {
 using Components = std::array<std::unique_ptr<ScalarGrid>, 3>;
 
 void Trace(const Components& grids, Vec3D& position, float dt, Integrator integrator, bool worldSpace) {
-  if (!grids[0] || !grids[1] || !grids[2]) return;
+  if (!grids[0] || !grids[1] || !grids[2] || !IsKnown(integrator)) return;
   const VelocityView velocity{*grids[0], *grids[1], *grids[2]};
+  if (!velocity.HasData()) return;
   const GridSpace& space = grids[0]->space;
   const Vec3D origin = worldSpace ? space.simMin : Vec3D();
   const double inverse = 1.0 / static_cast<double>(space.cellSize);

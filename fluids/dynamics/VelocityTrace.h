@@ -17,12 +17,21 @@ namespace orlix {
 class VectorGridChannel;
 
 enum class Integrator : int { Euler = 0, Heun = 1, Ralston = 2, RungeKutta4 = 3 };
+constexpr bool IsKnown(Integrator integrator) {
+  return integrator >= Integrator::Euler && integrator <= Integrator::RungeKutta4;
+}
 
 // The three components of a staggered velocity, m/s, on one lattice.
 struct VelocityView {
   GridView<const double> component[3];
 
-  bool HasData() const { return component[0].data && component[1].data && component[2].data; }
+  // All components have the two samples an axis that interpolation needs.
+  bool HasData() const {
+    for (const auto& grid : component) {
+      if (!grid.data || grid.dims.x < 2 || grid.dims.y < 2 || grid.dims.z < 2) return false;
+    }
+    return true;
+  }
   // Trilinear, each component with its own staggering.
   Vec3D At(const Vec3D& index) const {
     return {SampleTrilinear(component[0], index.x, index.y - 0.5, index.z - 0.5),

@@ -128,6 +128,7 @@ bool GridAdvection::ReadParameters() {
 }
 
 bool GridAdvection::ResolveLinks() {
+  ForgetLinks();
   if (!iObject::ResolveLinks()) return false;
   const BaseList2D* target = handler.GetLink(kTargetId);
   scalarChannel = scene->RetrieveAs<ScalarGridChannel>(target, NODE_CHANNEL, RETRIEVE_SCALAR);
@@ -142,8 +143,12 @@ bool GridAdvection::ResolveLinks() {
   return true;
 }
 
-void GridAdvection::ReleaseLinks() {
+void GridAdvection::ForgetLinks() {
   scalarChannel = nullptr, vectorChannel = nullptr, velocityChannel = nullptr, solver_ = nullptr;
+}
+
+void GridAdvection::ReleaseLinks() {
+  ForgetLinks();
   SetFlag(NodeActive, false);
   iObject::ReleaseLinks();
 }

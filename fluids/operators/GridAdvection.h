@@ -50,6 +50,7 @@ class GridAdvection final : public iObject {
   std::unique_ptr<ScalarGrid> previousGamma, gamma;
 
  private:
+  void ForgetLinks();
   iBase* Target() const;
   bool IsConservative() const { return scheme == Scheme::Conservative || scheme == Scheme::ConservativeMacCormack; }
   bool CanSwap() const;

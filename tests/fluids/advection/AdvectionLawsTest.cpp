@@ -1,0 +1,401 @@
+// Laws of the kernels: what stays, what shifts, how errors shrink.
+
+#include <gtest/gtest.h>
+
+#include "fluids/dynamics/ConservativeAdvection.h"
+#include "tests/fluids/advection/AdvectionFixture.h"
+
+namespace orlix {
+namespace {
+
+using test::AdvectionBench;
+using test::SameBits;
+
+enum class Scheme { SemiLagrangian, MacCormack, Conservative, ConservativeMacCormack };
+constexpr Scheme kSchemes[] = {Scheme::SemiLagrangian, Scheme::MacCormack, Scheme::Conservative,
+                               Scheme::ConservativeMacCormack};
+
+// One step of a scheme from grid into result; gamma takes what a cell takes.
+void Advect(AdvectionBench& bench, Scheme scheme, const ScalarGrid& grid, AdvectionSampling sampling,
+            ScalarGrid& result, WorkerPool& pool, ScalarGrid* gammaOut = nullptr) {
+  const AdvectionSource source = bench.Source(grid, sampling);
+  ScratchPool scratch;
+  Grid<double> ones(grid.dims, kGridScratch), gamma(grid.dims, kGridScratch);
+  ones.Fill(1), gamma.Fill(-1);
+  const GridView<double> out = gammaOut ? GridView<double>(*gammaOut) : GridView<double>(gamma);
+  AdvectionField back = bench.field;
+  back.dt = -bench.field.dt;
+  Grid<double> forward(grid.dims, kGridScratch);
+  Grid<std::int32_t> traced(grid.dims, kGridScratch);
+  switch (scheme) {
+    case Scheme::SemiLagrangian:
+      return AdvectSemiLagrangian(back, source, result, pool);
+    case Scheme::MacCormack:
+      return AdvectMacCormack(bench.field, source, 1, result, {forward, traced}, pool);
+    case Scheme::Conservative:
+      return AdvectConservative(bench.field, source, {ones, out, {}, {}}, result, scratch, pool);
+    case Scheme::ConservativeMacCormack:
+      return AdvectConservativeMacCormack(bench.field, source, ones, out, result, scratch, pool);
+  }
+}
+
+double Sum(const Grid<double>& grid) {
+  double sum = 0;
+  for (std::int64_t c = 0; c < grid.count; ++c) sum += grid[c];
+  return sum;
+}
+
+TEST(Advection, AConstantFieldStays) {
+  WorkerPool pool(2);
+  int checked = 0;
+  for (const Scheme scheme : kSchemes) {
+    // The conservative schemes keep a constant where gamma stays 1: in a uniform flow, away from walls, beside which
+    // gamma is evened out over seven cells at each of the two steps.
+    const bool conservative = scheme == Scheme::Conservative || scheme == Scheme::ConservativeMacCormack;
+    const VecInt3D cells = conservative ? VecInt3D(44, 43, 42) : VecInt3D(16, 14, 15);
+    AdvectionBench bench(
+        cells, conservative ? [](const Vec3D&) { return Vec3D(0.3, -0.45, 0.2); } : test::RoughVelocity(1.9, 5));
+    for (int integrator = 0; integrator < (conservative ? 1 : 4); ++integrator) {
+      for (int sampling = 0; sampling < (conservative ? 1 : 3); ++sampling) {
+        bench.field.integrator = static_cast<Integrator>(integrator);
+        const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+        grid->Fill(0.7);
+        ScalarGrid result = *grid;
+        Advect(bench, scheme, *grid, static_cast<AdvectionSampling>(sampling), result, pool);
+        test::ForInterior(cells, [&](int i, int j, int k) {
+          const int margin = conservative ? 19 : 0;
+          if (i < margin || j < margin || k < margin || i >= cells.x - margin || j >= cells.y - margin ||
+              k >= cells.z - margin) {
+            return;
+          }
+          ASSERT_NEAR(result(i, j, k), 0.7, 1e-14) << i << " " << j << " " << k;
+          ++checked;
+        });
+      }
+    }
+  }
+  EXPECT_GT(checked, 20000);
+}
+
+TEST(Advection, AUniformVelocityOfWholeCellsShifts) {
+  const VecInt3D cells(52, 50, 49), shift(3, -2, 1);
+  AdvectionBench bench(cells, [&](const Vec3D&) { return Vec3D(shift); });
+  WorkerPool pool(2);
+  int checked = 0;
+  for (const Scheme scheme : kSchemes) {
+    for (const AdvectionSampling sampling : {AdvectionSampling::Trilinear, AdvectionSampling::MonotoneCubic}) {
+      const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+      grid->Fill(0);
+      // A blob far from the walls, so that also the conservative schemes only shift it.
+      test::FillSamples(*grid,
+                        [](const Vec3D& p) { return Length(p - Vec3D(25, 25, 24)) < 2.6 ? 1 + p.x * 0.125 : 0; });
+      ScalarGrid result = *grid;
+      result.Fill(0);
+      Advect(bench, scheme, *grid, sampling, result, pool);
+      test::ForInterior(cells, [&](int i, int j, int k) {
+        if (i < 22 || j < 19 || k < 19 || i > 31 || j > 28 || k > 28) return;
+        EXPECT_EQ(result(i, j, k), (*grid)(i - shift.x, j - shift.y, k - shift.z)) << i << " " << j << " " << k;
+        ++checked;
+      });
+      EXPECT_GT(Sum(result), 10);
+    }
+  }
+  EXPECT_EQ(checked, 8 * 10 * 10 * 10);
+}
+
+TEST(Advection, WithoutTimeATrilinearSampleCopies) {
+  const VecInt3D cells(11, 12, 13);
+  AdvectionBench bench(cells, test::RoughVelocity(2, 1), 0.1f);
+  bench.field.dt = 0;
+  WorkerPool pool(1);
+  const auto grid = test::MakeGrid(cells, kGridVelocityV, bench.h);
+  test::FillSamples(*grid, test::RoughSource(1));
+  for (const Scheme scheme : {Scheme::SemiLagrangian, Scheme::MacCormack}) {
+    ScalarGrid result = *grid;
+    test::ForInterior(grid->dims, [&](int i, int j, int k) { result(i, j, k) = 9; });
+    Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, result, pool);
+    int inside = 0;
+    test::ForInterior(grid->dims, [&](int i, int j, int k) {
+      if (bench.mask(i, j, k)) {
+        ++inside;  // faces on the walls: kept by one scheme, halved by the other
+      } else {
+        EXPECT_EQ(result(i, j, k), (*grid)(i, j, k)) << i << " " << j << " " << k;
+      }
+    });
+    EXPECT_LT(inside, grid->count / 4);
+  }
+}
+
+TEST(Advection, SolidCellsKeepOldContentUnderSchemeZeroAndAreHalvedByMacCormack) {
+  const VecInt3D cells(14, 14, 14);
+  AdvectionBench bench(cells, test::RoughVelocity(1, 2));
+  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(7, 7, 7)) - 3.1; });
+  WorkerPool pool(2);
+  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, test::RoughSource(4));
+  ScalarGrid plain = *grid, corrected = *grid;
+  plain.Fill(77), corrected.Fill(77);
+  Advect(bench, Scheme::SemiLagrangian, *grid, AdvectionSampling::Trilinear, plain, pool);
+  Advect(bench, Scheme::MacCormack, *grid, AdvectionSampling::Trilinear, corrected, pool);
+  const int solid = 7;
+  ASSERT_TRUE(bench.mask(solid, solid, solid));
+  EXPECT_EQ(plain(solid, solid, solid), 77);
+  EXPECT_EQ(corrected(solid, solid, solid), 0.5 * (*grid)(solid, solid, solid));
+  EXPECT_EQ(plain(0, 3, 3), 77);
+  EXPECT_EQ(corrected(0, 3, 3), 77);
+}
+
+TEST(MacCormack, StaysWithinTheRangeOfItsSource) {
+  const VecInt3D cells(24, 24, 24);
+  AdvectionBench bench(cells, test::RoughVelocity(1.3, 8));
+  bench.field.integrator = Integrator::Heun;
+  WorkerPool pool(2);
+  auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, [](const Vec3D& p) { return Length(p - Vec3D(12, 12, 12)) < 5 ? 1.0 : 0.25; });
+  ScalarGrid result = *grid;
+  double least = 1, most = 0;
+  for (int step = 0; step < 6; ++step) {
+    Advect(bench, Scheme::MacCormack, *grid, AdvectionSampling::Trilinear, result, pool);
+    std::swap(grid->data, result.data);
+  }
+  test::ForInterior(cells, [&](int i, int j, int k) {
+    least = std::min(least, (*grid)(i, j, k)), most = std::max(most, (*grid)(i, j, k));
+  });
+  EXPECT_GE(least, 0.25 - 1e-15);
+  EXPECT_LE(most, 1 + 1e-15);
+  EXPECT_GT(most, 0.9);
+}
+
+TEST(MacCormack, WithoutStrengthIsTheWayThereWithinItsLimits) {
+  const VecInt3D cells(15, 13, 14);
+  AdvectionBench bench(cells, test::RoughVelocity(1.3, 9));
+  WorkerPool pool(1);
+  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, test::RoughSource(6));
+  const AdvectionSource source = bench.Source(*grid, AdvectionSampling::Trilinear);
+  ScalarGrid plain = *grid, corrected = *grid;
+  Grid<double> forward(cells, kGridScratch);
+  Grid<std::int32_t> traced(cells, kGridScratch);
+  AdvectionField back = bench.field;
+  back.dt = -bench.field.dt;
+  AdvectSemiLagrangian(back, source, plain, pool);
+  AdvectMacCormack(bench.field, source, 0, corrected, {forward, traced}, pool);
+  for (std::int64_t c = 0; c < plain.count; ++c) ASSERT_NEAR(plain[c], corrected[c], 1e-15);
+}
+
+TEST(ConservativeAdvection, KeepsTheSumWhileNothingLeaves) {
+  const VecInt3D cells(24, 24, 24);
+  const Vec3D centre(12, 12, 12);
+  // Turns about the z axis, still at the walls.
+  AdvectionBench bench(cells, [&](const Vec3D& p) {
+    const Vec3D r = p - centre;
+    const double fade = std::max(0.0, 1 - LengthSquared(r) / 90);
+    return Vec3D(-r.y, r.x, 0.3 * r.z) * (0.25 * fade);
+  });
+  bench.field.integrator = Integrator::Heun;
+  WorkerPool pool(2);
+  auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, [&](const Vec3D& p) { return Length(p - Vec3D(15, 12, 12)) < 3 ? 1.0 : 0.0; });
+  const double before = Sum(*grid);
+  ScalarGrid result = *grid;
+  for (int step = 0; step < 8; ++step) {
+    Advect(bench, Scheme::Conservative, *grid, AdvectionSampling::Trilinear, result, pool);
+    std::swap(grid->data, result.data);
+    EXPECT_NEAR(Sum(*grid), before, 1e-11 * before) << step;
+  }
+  // The plain scheme doesn't.
+  auto plain = test::MakeGrid(cells, kGridSmoke, bench.h);
+  *plain->data = 0;
+  std::copy_n(grid->data, grid->count, plain->data);
+  Advect(bench, Scheme::SemiLagrangian, *grid, AdvectionSampling::Trilinear, *plain, pool);
+  EXPECT_GT(std::fabs(Sum(*plain) - before), 1e-6 * before);
+}
+
+TEST(ConservativeAdvection, DiffusionOfGammaKeepsBothSumsAndEvensOut) {
+  const VecInt3D cells(9, 10, 11);
+  Grid<double> gamma(cells, kGridScratch), values(cells, kGridScratch);
+  std::mt19937 random(2);
+  std::uniform_real_distribution<double> uniform(0, 2);
+  for (std::int64_t c = 0; c < gamma.count; ++c) gamma[c] = uniform(random), values[c] = uniform(random);
+  const double gammaSum = Sum(gamma), valueSum = Sum(values);
+  const auto spread = [&] {
+    double most = 0;
+    test::ForInterior(cells, [&](int i, int j, int k) { most = std::max(most, std::fabs(gamma(i, j, k) - 1)); });
+    return most;
+  };
+  const double before = spread();
+  ScratchPool scratch;
+  WorkerPool pool(2);
+  DiffuseGamma(7, values, gamma, scratch, pool);
+  EXPECT_NEAR(Sum(gamma), gammaSum, 1e-11);
+  EXPECT_NEAR(Sum(values), valueSum, 1e-11);
+  EXPECT_LT(spread(), 0.5 * before);
+}
+
+// --- orders of convergence -------------------------------------------------------------------------------------------
+
+TEST(Trace, IntegratorsHaveTheirOrders) {
+  const VecInt3D cells(32, 32, 32);
+  const Vec3D centre(16, 16, 16), start(22, 17, 14);
+  AdvectionBench bench(cells, [&](const Vec3D& p) { return Cross(Vec3D(0.2, 0.4, 1.0), p - centre); });
+  const Vec3D axis = Vec3D(0.2, 0.4, 1.0);
+  const double rate = Length(axis), time = 1.5;
+  const Vec3D unit = axis / rate, r = start - centre;
+  const Vec3D exact = centre + r * std::cos(rate * time) + Cross(unit, r) * std::sin(rate * time) +
+                      unit * (Dot(unit, r) * (1 - std::cos(rate * time)));
+  for (int integrator = 0; integrator < 4; ++integrator) {
+    bench.field.integrator = static_cast<Integrator>(integrator);
+    double errors[2];
+    for (int level = 0; level < 2; ++level) {
+      const int steps = 24 << level;
+      bench.field.dt = static_cast<float>(time / steps);  // exact in single precision
+      ASSERT_EQ(static_cast<double>(bench.field.dt) * steps, time);
+      Vec3D p = start;
+      for (int step = 0; step < steps; ++step) p = bench.field.Trace(p);
+      errors[level] = Length(p - exact);
+    }
+    const double order = std::log2(errors[0] / errors[1]);
+    std::printf("integrator %d: errors %.3g %.3g cells, observed order %.2f\n", integrator, errors[0], errors[1],
+                order);
+    EXPECT_NEAR(order, integrator + 1, 0.2);
+  }
+}
+
+// A scalar in a steady Taylor-Green vortex against the value at the foot of its characteristic, traced finely.
+double TaylorGreenError(int n, Scheme scheme, WorkerPool& pool) {
+  const VecInt3D cells(n + 2, n + 2, 5);
+  const double pi = 3.14159265358979323846;
+  // One vortex in the unit square inside the outer cells; speed in units a second.
+  const auto speed = [&](double x, double y) {
+    return Vec3D(std::sin(pi * x) * std::cos(pi * y), -std::cos(pi * x) * std::sin(pi * y), 0);
+  };
+  AdvectionBench bench(
+      cells, [&](const Vec3D& p) { return speed((p.x - 1) / n, (p.y - 1) / n) * n; }, 1.0f / 64);
+  bench.field.integrator = Integrator::RungeKutta4;
+  const int steps = n / 4;
+  const double time = 0.25;
+  bench.field.dt = static_cast<float>(time / steps);
+  const auto initial = [](double x, double y) {
+    return std::exp(-30 * ((x - 0.5) * (x - 0.5) + (y - 0.7) * (y - 0.7)));
+  };
+  auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, [&](const Vec3D& p) { return initial((p.x - 1) / n, (p.y - 1) / n); });
+  ScalarGrid result = *grid;
+  for (int step = 0; step < steps; ++step) {
+    Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, result, pool);
+    std::swap(grid->data, result.data);
+  }
+  double sum = 0;
+  int count = 0;
+  for (int j = 2; j < n; ++j) {
+    for (int i = 2; i < n; ++i) {
+      Vec3D p((i - 0.5) / n, (j - 0.5) / n, 0);
+      for (int step = 0; step < 32; ++step) {
+        p = TracePoint(Integrator::RungeKutta4, p, -time / 32, [&](const Vec3D& q) { return speed(q.x, q.y); });
+      }
+      const double error = (*grid)(i, j, 2) - initial(p.x, p.y);
+      sum += error * error, ++count;
+    }
+  }
+  return std::sqrt(sum / count);
+}
+
+TEST(Advection, ConvergesInATaylorGreenVortex) {
+  WorkerPool pool(2);
+  for (const auto& [scheme, least] : {std::pair(Scheme::SemiLagrangian, 0.75), std::pair(Scheme::MacCormack, 1.5)}) {
+    const double coarse = TaylorGreenError(32, scheme, pool), fine = TaylorGreenError(64, scheme, pool);
+    const double order = std::log2(coarse / fine);
+    std::printf("%s: errors %.3g %.3g, observed order %.2f\n",
+                scheme == Scheme::MacCormack ? "MacCormack" : "semi-Lagrangian", coarse, fine, order);
+    EXPECT_GT(order, least);
+    EXPECT_LT(fine, 0.05);
+  }
+}
+
+// --- what may be left out --------------------------------------------------------------------------------------------
+
+TEST(Advection, CellsThatOnlyZerosCanReachNeedNoTrace) {
+  const VecInt3D cells(40, 38, 36);
+  AdvectionBench bench(cells, test::RoughVelocity(2.2, 3));
+  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(20, 15, 18)) - 4; });
+  bench.field.integrator = Integrator::Heun;
+  WorkerPool pool(2);
+  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  for (const double radius : {0.0, 3.0}) {
+    grid->Fill(0);
+    test::FillSamples(*grid, [&](const Vec3D& p) { return Length(p - Vec3D(14, 15, 18)) < radius ? p.x : 0; });
+    for (int sampling = 0; sampling < 3; ++sampling) {
+      AdvectionSource whole = bench.Source(*grid, static_cast<AdvectionSampling>(sampling)), part = whole;
+      part.content = FindContent(*grid, pool);
+      EXPECT_EQ(part.content.IsEmpty(), radius == 0);
+      for (const bool macCormack : {false, true}) {
+        ScalarGrid a = *grid, b = *grid;
+        a.Fill(5), b.Fill(5);
+        Grid<double> forward(cells, kGridScratch);
+        Grid<std::int32_t> traced(cells, kGridScratch);
+        if (macCormack) {
+          AdvectMacCormack(bench.field, whole, 1, a, {forward, traced}, pool);
+          forward.Fill(3), traced.Fill(12345);
+          AdvectMacCormack(bench.field, part, 1, b, {forward, traced}, pool);
+        } else {
+          AdvectSemiLagrangian(bench.field, whole, a, pool);
+          AdvectSemiLagrangian(bench.field, part, b, pool);
+        }
+        for (std::int64_t c = 0; c < a.count; ++c) ASSERT_EQ(a[c], b[c]) << c;
+      }
+    }
+  }
+}
+
+TEST(Advection, NumbersThatAreNoneDoNoHarm) {
+  const VecInt3D cells(12, 12, 12);
+  AdvectionBench bench(cells, test::RoughVelocity(1, 2));
+  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(6, 6, 6)) - 2; });
+  (*bench.components[0])(5, 5, 5) = std::nan("");
+  (*bench.components[1])(7, 5, 5) = 1e300;
+  (*bench.components[2])(3, 8, 5) = -std::numeric_limits<double>::infinity();
+  WorkerPool pool(2);
+  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  grid->Fill(1);
+  for (const Scheme scheme : kSchemes) {
+    for (int integrator = 0; integrator < 5; ++integrator) {  // one that doesn't exist, too
+      bench.field.integrator = static_cast<Integrator>(integrator);
+      ScalarGrid result = *grid;
+      Advect(bench, scheme, *grid, AdvectionSampling::MonotoneCubic, result, pool);
+      EXPECT_NEAR(result(2, 2, 2), 1, 0.6);
+    }
+  }
+}
+
+// --- workers ---------------------------------------------------------------------------------------------------------
+
+TEST(AdvectionThreads, AnyNumberOfWorkersGivesTheSameBits) {
+  const VecInt3D cells(22, 20, 19);
+  AdvectionBench bench(cells, test::RoughVelocity(2.4, 6));
+  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(9, 10, 9)) - 3; });
+  bench.field.integrator = Integrator::Ralston;
+  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
+  test::FillSamples(*grid, test::RoughSource(9));
+  for (const Scheme scheme : kSchemes) {
+    std::unique_ptr<ScalarGrid> first, firstGamma;
+    for (const int workers : {1, 2, 3, 8}) {
+      WorkerPool pool(workers);
+      auto result = std::make_unique<ScalarGrid>(*grid), gamma = std::make_unique<ScalarGrid>(*grid);
+      result->Fill(4), gamma->Fill(4);
+      Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, *result, pool, gamma.get());
+      if (!first) {
+        first = std::move(result), firstGamma = std::move(gamma);
+        continue;
+      }
+      int differing = 0;
+      for (std::int64_t c = 0; c < grid->count; ++c) {
+        differing += !SameBits((*result)[c], (*first)[c]) || !SameBits((*gamma)[c], (*firstGamma)[c]);
+      }
+      EXPECT_EQ(differing, 0) << workers << " workers, scheme " << static_cast<int>(scheme);
+    }
+    EXPECT_NE((*first)(5, 5, 5), 4);
+  }
+}
+
+}  // namespace
+}  // namespace orlix

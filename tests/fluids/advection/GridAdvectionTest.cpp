@@ -1,0 +1,217 @@
+// The node in a scene, and points traced through a channel.
+
+#include <gtest/gtest.h>
+
+#include "fluids/operators/GridAdvection.h"
+#include "tests/support/GasScene.h"
+
+namespace orlix {
+namespace {
+
+using test::GasScene;
+
+// A gas scene with a channel, stepped once so that all grids exist; nothing drives the gas.
+class AdvectionScene : public GasScene {
+ public:
+  explicit AdvectionScene(std::int64_t scheme, bool velocityTarget = false, int workers = 1)
+      : GasScene({18, 16, 17}, workers) {
+    smoke = &Add("channel_scalar", "smoke");
+    smoke->Set(1051, 100.0);
+    colour = &Add("channel_vector", "colour");
+    colour->Set(1051, Vec3D(100));
+    node = &Add("grid_advection", "Carry");
+    node->Set(1005, LinkTo(*fluid));
+    node->Set(1002, scheme);
+    node->Set(1003, std::int64_t(1));
+    if (!velocityTarget) node->Set(1000, LinkTo(*smoke));
+    Step(0);
+    Step(1);
+  }
+  template <class F>
+  static void Fill(ScalarGrid& grid, F&& f) {
+    for (int k = 0; k < grid.dims.z; ++k) {
+      for (int j = 0; j < grid.dims.y; ++j) {
+        for (int i = 0; i < grid.dims.x; ++i) grid(i, j, k) = f(i, j, k);
+      }
+    }
+  }
+  // Resolves links anew: a step ends with their release.
+  GridAdvection& Linked() {
+    scene().SetStage(kStageStart);
+    scene().EvaluateStage();
+    scene().SetStage(kStageAdvection);
+    return *NodeOf<GridAdvection>(*node);
+  }
+  void Run(GridAdvection& advection) {
+    ProcessData data;
+    advection.Prepare();
+    advection.Process(data);
+    advection.Finish();
+  }
+  ScalarGridChannel& Smoke() { return *NodeOf<ScalarGridChannel>(*smoke); }
+  // Whole cells in a sub-step.
+  void Blow(const Vec3D& cellsAStep) {
+    const double scale = cellSize / scene().info.substepDuration;
+    for (int c = 0; c < 3; ++c) {
+      Fill(*Solver().velocity.grids[c], [&](int, int, int) { return cellsAStep[c] * scale; });
+    }
+  }
+
+  BaseObject *smoke, *colour, *node;
+};
+
+double Blob(int i, int j, int k) { return i >= 6 && i < 10 && j >= 5 && j < 8 && k >= 7 && k < 9 ? 1 + 0.25 * i : 0; }
+
+TEST(GridAdvection, CarriesAScalarChannelWithTheSolversVelocity) {
+  for (const std::int64_t scheme : {0, 1}) {
+    AdvectionScene scene(scheme);
+    GridAdvection& advection = scene.Linked();
+    scene.Blow({2, 1, -1});
+    AdvectionScene::Fill(*scene.Smoke().grid, Blob);
+    scene.Run(advection);
+    double largest = 0, total = 0;
+    for (int k = 2; k < 14; ++k) {
+      for (int j = 2; j < 13; ++j) {
+        for (int i = 3; i < 15; ++i) {
+          largest = std::max(largest, std::fabs((*scene.Smoke().grid)(i, j, k) - Blob(i - 2, j - 1, k + 1)));
+          total += (*scene.Smoke().grid)(i, j, k);
+        }
+      }
+    }
+    EXPECT_LT(largest, 1e-4) << "scheme " << scheme;  // dt is a single-precision number
+    EXPECT_GT(total, 10);
+    EXPECT_EQ((*scene.Smoke().previous)(7, 6, 7), Blob(7, 6, 7));
+  }
+}
+
+TEST(GridAdvection, ConservativeSchemesKeepGammaThroughAChangeOfContainer) {
+  AdvectionScene scene(2);
+  GridAdvection& advection = scene.Linked();
+  ASSERT_TRUE(advection.previousGamma && advection.gamma);
+  EXPECT_EQ(advection.gamma->dims, scene.Smoke().grid->dims);
+  EXPECT_EQ((*advection.previousGamma)(3, 3, 3), 1);
+  scene.Blow({0.4, 0.2, -0.3});
+  AdvectionScene::Fill(*scene.Smoke().grid, Blob);
+  double before = 0, after = 0;
+  for (std::int64_t c = 0; c < scene.Smoke().grid->count; ++c) before += (*scene.Smoke().grid)[c];
+  scene.Run(advection);
+  for (std::int64_t c = 0; c < scene.Smoke().grid->count; ++c) after += (*scene.Smoke().grid)[c];
+  EXPECT_NEAR(after, before, 1e-10 * before);
+  advection.ResetSimulation();
+  EXPECT_EQ((*advection.gamma)(9, 3, 3), 1);
+  advection.scalarChannel = nullptr;
+  EXPECT_FALSE(advection.ApplyBounds({}, {}));
+  EXPECT_EQ(advection.gamma, nullptr);
+}
+
+TEST(GridAdvection, WithoutATargetTheVelocityCarriesItself) {
+  AdvectionScene scene(1, true);
+  GridAdvection& advection = scene.Linked();
+  EXPECT_EQ(advection.scalarChannel, nullptr);
+  ASSERT_NE(advection.velocityChannel, nullptr);
+  scene.Blow({1, 0, 0});
+  ScalarGrid& w = *scene.Solver().velocity.grids[2];
+  const double speed = scene.cellSize / scene.scene().info.substepDuration;
+  AdvectionScene::Fill(w, [&](int i, int j, int) { return i == 7 && j == 7 ? 0.5 * speed : 0; });
+  scene.Run(advection);
+  // The column moved by one cell.
+  const ScalarGrid& moved = *scene.Solver().velocity.grids[2];
+  EXPECT_NEAR(moved(8, 7, 8), 0.5 * speed, 1e-5 * speed);
+  EXPECT_NEAR(moved(7, 7, 8), 0, 1e-5 * speed);
+  EXPECT_NEAR((*scene.Solver().velocity.grids[0])(7, 7, 8), speed, 1e-5 * speed);
+}
+
+TEST(GridAdvection, AVectorChannelTakesTheConservativeSchemesAsThePlainOne) {
+  AdvectionScene plain(0), conservative(2);
+  for (AdvectionScene* scene : {&plain, &conservative}) {
+    scene->node->Set(1000, scene->LinkTo(*scene->colour));
+    GridAdvection& advection = scene->Linked();
+    ASSERT_NE(advection.vectorChannel, nullptr);
+    scene->Blow({0.3, 0.7, -0.2});
+    for (int c = 0; c < 3; ++c) {
+      AdvectionScene::Fill(*advection.vectorChannel->grids[c],
+                           [&](int i, int j, int k) { return (c + 1) * Blob(i, j, k); });
+    }
+    scene->Run(advection);
+  }
+  const auto& a = plain.NodeOf<VectorGridChannel>(*plain.colour)->grids;
+  const auto& b = conservative.NodeOf<VectorGridChannel>(*conservative.colour)->grids;
+  double total = 0;
+  for (int c = 0; c < 3; ++c) {
+    for (std::int64_t at = 0; at < a[c]->count; ++at) {
+      ASSERT_EQ((*a[c])[at], (*b[c])[at]);
+      total += (*a[c])[at];
+    }
+  }
+  EXPECT_GT(total, 10);
+}
+
+TEST(GridAdvection, RestsWithoutWhatItNeeds) {
+  AdvectionScene scene(1);
+  ASSERT_TRUE([&] {
+    GridAdvection& advection = scene.Linked();
+    advection.Prepare();
+    return advection.IsActive();
+  }());
+  scene.smoke->Set(1002, std::int64_t(0));  // no previous grid
+  scene.Linked().Prepare();
+  EXPECT_FALSE(scene.NodeOf<GridAdvection>(*scene.node)->IsActive());
+  scene.smoke->Set(1002, std::int64_t(1));
+  scene.node->Set(1005, LinkValue{});
+  GridAdvection& advection = scene.Linked();
+  EXPECT_FALSE(advection.ResolveLinks());
+  advection.Prepare();
+  EXPECT_FALSE(advection.IsActive());
+  ProcessData data;
+  advection.Process(data);
+}
+
+TEST(TraceVelocityField, MovesPointsThroughPresentAndPreviousGrids) {
+  AdvectionScene scene(1);
+  scene.Linked();
+  scene.Blow({3, 0, 0});
+  VectorGridChannel& velocity = scene.Solver().velocity;
+  velocity.SwapGrids();
+  scene.Blow({0, 2, 0});
+  const float dt = static_cast<float>(scene.scene().info.substepDuration);
+  const double h = scene.cellSize;
+  const Vec3D start(0.4, 0.3, 0.5), origin = velocity.grids[0]->space.simMin;
+  ASSERT_NE(origin, Vec3D());
+  for (int integrator = 0; integrator < 4; ++integrator) {
+    Vec3D local = start, world = start + origin, before = start;
+    TraceVelocityField(velocity, local, dt, static_cast<Integrator>(integrator), false);
+    TraceVelocityField(velocity, world, dt, static_cast<Integrator>(integrator), true);
+    TraceVelocityFieldPrevious(velocity, before, -dt, static_cast<Integrator>(integrator), false);
+    EXPECT_LT(Length(local - (start + Vec3D(0, 2 * h, 0))), 1e-6);
+    EXPECT_LT(Length(world - (start + origin + Vec3D(0, 2 * h, 0))), 1e-6);
+    EXPECT_LT(Length(before - (start - Vec3D(3 * h, 0, 0))), 1e-6);
+  }
+  Vec3D still = start;
+  TraceVelocityField(velocity, still, dt, static_cast<Integrator>(9), true);
+  EXPECT_EQ(still, start);
+}
+
+TEST(GridAdvectionThreads, ASceneGivesTheSameBitsAtAnyNumberOfWorkers) {
+  std::vector<std::uint64_t> hashes;
+  for (const int workers : {1, 2, 3, 8}) {
+    AdvectionScene scene(1, false, workers);
+    BaseObject& itself = scene.Add("grid_advection", "Carry velocity");
+    itself.Set(1005, scene.LinkTo(*scene.fluid));
+    scene.Linked();
+    AdvectionScene::Fill(*scene.Smoke().grid, Blob);
+    for (int c = 0; c < 3; ++c) {
+      AdvectionScene::Fill(*scene.Solver().velocity.grids[c],
+                           [&](int i, int j, int k) { return 1.5 * std::sin(0.7 * i + 1.1 * j + 0.4 * k + c); });
+    }
+    scene.StepThrough(2, 4);
+    ASSERT_FALSE(scene.scene().failure());
+    hashes.push_back(scene.reports.back().hash);
+    double total = 0;
+    for (std::int64_t c = 0; c < scene.Smoke().grid->count; ++c) total += (*scene.Smoke().grid)[c];
+    EXPECT_GT(total, 1);
+  }
+  for (const std::uint64_t hash : hashes) EXPECT_EQ(hash, hashes.front());
+}
+
+}  // namespace
+}  // namespace orlix
