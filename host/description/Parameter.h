@@ -77,6 +77,7 @@ enum LinkKind : std::uint32_t {
   kLinkMaterial = 1u << 22,
   kLinkTag = 1u << 23,
   kLinkHostObject = 1u << 24,  // any object that is no node: nulls, cameras, geometry
+  kLinkFalloff = 1u << 25,     // a host object that maps a place to a factor
   kLinkAny = 0xffffffffu
 };
 

@@ -4,7 +4,7 @@ namespace orlix {
 
 void RegisterGeometryTypes(TypeRegistry& registry) {
   for (const TypeInfo* type : {&kNullType, &kMeshType, &kBoxType, &kSphereType, &kPlaneType, &kTorusType,
-                               &kCylinderType, &kConeType, &kCapsuleType, &kTorusKnotType}) {
+                               &kCylinderType, &kConeType, &kCapsuleType, &kTorusKnotType, &kFalloffType}) {
     registry.Add(*type);
   }
 }

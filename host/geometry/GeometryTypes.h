@@ -15,9 +15,10 @@ inline constexpr int kPlaneTypeId = 5168;
 inline constexpr int kCylinderTypeId = 5170;
 inline constexpr int kCapsuleTypeId = 5171;
 inline constexpr int kTorusKnotTypeId = 5190;
+inline constexpr int kFalloffTypeId = 5191;
 
 extern const TypeInfo kMeshType, kNullType, kBoxType, kSphereType, kConeType, kTorusType, kPlaneType, kCylinderType,
-    kCapsuleType, kTorusKnotType;
+    kCapsuleType, kTorusKnotType, kFalloffType;
 
 // Links that take any object and links that want polygons both accept geometry.
 inline constexpr std::uint32_t kGeometryKinds = kLinkGeometry | kLinkHostObject;

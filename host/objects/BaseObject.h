@@ -41,6 +41,15 @@ struct PolygonObject {
   std::uint64_t version = 0;  // grows when points or polygons change
 };
 
+// A factor by place. Rows of places are asked at once, by several workers.
+class Falloff {
+ public:
+  virtual ~Falloff() = default;
+  // Multiplies values[i] by the factor at start + i x step, in host space.
+  virtual void MultiplyRow(const BaseObject& object, const Vec3D& start, const Vec3D& step,
+                           std::span<double> values) const = 0;
+};
+
 // What a type does beyond its table. One instance belongs to one object.
 class ObjectData {
  public:
@@ -51,6 +60,8 @@ class ObjectData {
   virtual Status Update(BaseObject&, const BaseTime&) { return {}; }
   // The polygons that the object shows, in its local space; null when it shows none.
   virtual const PolygonObject* Polygons() const { return nullptr; }
+  // The factor that the object makes of a place; null when it makes none.
+  virtual const Falloff* AsFalloff() const { return nullptr; }
 };
 
 class BaseObject {
