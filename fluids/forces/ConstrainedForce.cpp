@@ -18,7 +18,8 @@ void ConstrainedForce::ReleaseLinks() {
 }
 
 Duration* ConstrainedForce::DurationOf(std::int32_t linkId) const {
-  return scene->RetrieveAs<Duration>(handler.GetLink(linkId), NODE_HELPER);
+  const BaseList2D* own = handler.GetLink(linkId);
+  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationLinkId), NODE_HELPER);
 }
 
 const GridSpace& ConstrainedForce::Lattice() const { return velocity_->grids[0]->space; }

@@ -17,6 +17,7 @@ class ConstrainedForce : public Force {
  protected:
   // The duration that weighs this force; null without one.
   virtual Duration* FindDuration() const = 0;
+  // The one of the force's own link, or else of the link that all nodes have.
   Duration* DurationOf(std::int32_t linkId) const;
 
   // How a Prepare begins: false, and the force is idle, when there is no velocity or the duration says no.

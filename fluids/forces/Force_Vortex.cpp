@@ -7,7 +7,7 @@ namespace {
 constexpr double kTangentScale = 0.010005072145190424;
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "strength", 1.0, "cells", "Strength: 100 of them turn one host unit a second each second")
+    FloatParameter(1000, "strength", 1.0, "cells/s^2", "Acceleration at a hundred host units from the axis, nearly")
         .Fallback(80.0),
     LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
 };
