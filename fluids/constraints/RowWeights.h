@@ -25,6 +25,8 @@ class RowWeights {
     open_.resize(all);
   }
   bool HasChain() const { return !chain_.empty(); }
+  // What each cell starts from, standing at cell 0.
+  const double* Starts() const { return starts_.data(); }
 
   // The amounts of the cells [row.begin, row.end), standing at cell 0. Row: begin, end, j, k, threadIndex, space.
   template <class Row>

@@ -1,0 +1,178 @@
+#include "fluids/operators/ChannelOperator_Math.h"
+
+#include "globals/Multiversion.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr Choice kOperations[] = {
+    {0, "add", "Adds"},
+    {1, "subtract", "Subtracts"},
+    {2, "multiply", "Multiplies, a vector by component"},
+    {3, "dot", "Multiplies; of vectors, the scalar product goes into the first component"},
+    {4, "min", "The smaller"},
+    {5, "max", "The larger"},
+};
+
+constexpr Parameter kParameters[] = {
+    LinkParameter(1000, "source", kLinkChannel | kLinkSolver,
+                  "The channel that gives the operand; a solver stands for its velocity"),
+    ChoiceParameter(1001, "operation", 0, kOperations, "What is done with each cell"),
+    FloatParameter(1002, "value", 1.0, "", "The operand without a source")
+        .ShownWhen(1000, Relation::Is, 0)
+        .ShownWhen(1005, Relation::Is, 0),
+    VectorParameter(1003, "vector_value", {1, 1, 1}, "", "The operand of a vector channel without a source")
+        .ShownWhen(1000, Relation::Is, 0)
+        .ShownWhen(1005, Relation::Is, 1),
+    BoolParameter(1005, "use_vector", false, "The operand without a source is the vector"),
+};
+
+}  // namespace
+
+const TypeInfo& ChannelOperator_Math::Type() {
+  static const TypeInfo kType = [] {
+    TypeInfo type;
+    type.id = 1300056;
+    type.resource = "zq_channelop_math";
+    type.className = "C4D_ChannelOperator_Math_Object";
+    type.label = "COP::Math";
+    type.text = "Arithmetic on the cells that a cell emitter visits.";
+    type.kinds = kLinkHelper | kLinkChannelOperator;
+    type.parameters = kParameters;
+    type.common = CommonNodeParameters();
+    return type;
+  }();
+  return kType;
+}
+
+bool ChannelOperator_Math::ReadParameters() {
+  priority = 0;
+  if (!ChannelOperator::ReadParameters()) return false;
+  operation_ = static_cast<MathOperation>(handler.GetChoice(1001));
+  scalarValue_ = handler.GetDouble(1002);
+  vectorValue_ = handler.GetVector(1003);
+  useVector_ = handler.GetBool(1005);
+  return true;
+}
+
+bool ChannelOperator_Math::ResolveLinks() {
+  scalarSource_ = nullptr, vectorSource_ = nullptr;
+  if (!ChannelOperator::ResolveLinks()) return false;
+  iBase* node = scene->Retrieve(handler.GetLink(1000), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY);
+  if (auto* solver = dynamic_cast<iSolver*>(node)) node = solver->Velocity();
+  scalarSource_ = dynamic_cast<ChannelBase_Scalar*>(node);
+  vectorSource_ = dynamic_cast<ChannelBase_Vector*>(node);
+  return true;
+}
+
+void ChannelOperator_Math::ReleaseLinks() {
+  scalarSource_ = nullptr, vectorSource_ = nullptr;
+  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
+  for (LatticeRows& rows : sources_) rows.Release();
+  ChannelOperator::ReleaseLinks();
+}
+
+void ChannelOperator_Math::Prepare(iBase*) {
+  const ScalarGrid* grid = scalarTarget_   ? scalarTarget_->grid.get()
+                           : vectorTarget_ ? vectorTarget_->grids[0].get()
+                                           : nullptr;
+  SetFlag(NodeActive, grid && grid->count > 0);
+  if (!IsActive()) return;
+  for (int c = 0; c < 3; ++c) {
+    const ScalarGrid* source = scalarSource_   ? scalarSource_->GetReadGrid(0)
+                               : vectorSource_ ? vectorSource_->GetReadGrid(c)
+                                               : nullptr;
+    sources_[c].Bind(source, grid->space);
+  }
+  clones_.clear(), chain_.clear();
+  for (const Constraint* constraint : RetrieveConstraints(*scene, handler)) {
+    clones_.push_back(constraint->Clone());
+    chain_.push_back(clones_.back().get());
+    chain_.back()->Prepare(this);
+  }
+  weights_.Build(*scene, this, chain_, {}, *grid, 1.0, [](std::int64_t) { return true; });
+  amounts_.resize(static_cast<std::size_t>(grid->dims.x) * WorkerPool::kMaxWorkers);
+}
+
+const double* ChannelOperator_Math::Amounts(const ChannelRow& row) {
+  if (chain_.empty()) return row.weights;
+  const std::size_t cells = amounts_.size() / WorkerPool::kMaxWorkers;
+  double* amounts = amounts_.data() + cells * static_cast<std::size_t>(row.threadIndex);
+  const double* own = weights_.Row(row.j, row.k);
+  for (std::int32_t i = row.begin; i < row.end; ++i) amounts[i] = row.weights[i] * own[i];
+  return amounts;
+}
+
+double ChannelOperator_Math::ConstantOf(int component) const {
+  return vectorSource_ || (useVector_ && !scalarSource_) ? vectorValue_[component] : scalarValue_;
+}
+
+void ChannelOperator_Math::ProcessRow(const ChannelRow& row) {
+  if (!IsActive()) return;
+  const double* amounts = Amounts(row);
+  if (vectorTarget_) return ProcessVector(row, amounts);
+  const double* operands = sources_[0] ? sources_[0].Of(row) : nullptr;
+  MathRow(operation_, scalarTarget_->grid->data + row.index, operands, scalarValue_, amounts, row.begin, row.end);
+}
+
+void ChannelOperator_Math::ProcessVector(const ChannelRow& row, const double* amounts) {
+  double* cells[3];
+  const double* operands[3];
+  for (int c = 0; c < 3; ++c) {
+    cells[c] = vectorTarget_->grids[c]->data + row.index;
+    LatticeRows& source = sources_[c];
+    operands[c] = source ? source.Of(row) : nullptr;
+  }
+  if (operation_ != MathOperation::Dot) {
+    for (int c = 0; c < 3; ++c) MathRow(operation_, cells[c], operands[c], ConstantOf(c), amounts, row.begin, row.end);
+    return;
+  }
+  for (std::int32_t i = row.begin; i < row.end; ++i) {
+    if (amounts[i] == 0) continue;
+    double sum = 0;
+    for (int c = 0; c < 3; ++c) sum += cells[c][i] * (amounts[i] * (operands[c] ? operands[c][i] : ConstantOf(c)));
+    cells[0][i] = sum;
+  }
+}
+
+void ChannelOperator_Math::Finish() {
+  for (Constraint* clone : chain_) clone->Finish();
+  chain_.clear(), clones_.clear();
+  weights_.Release();
+  SetFlag(NodeActive, false);
+}
+
+namespace {
+
+template <class F>
+inline void ForEachCell(double* cells, const double* operands, double constant, const double* amounts,
+                        std::int32_t begin, std::int32_t end, F&& f) {
+  for (std::int32_t i = begin; i < end; ++i) {
+    const double operand = amounts[i] * (operands ? operands[i] : constant), result = f(cells[i], operand);
+    cells[i] = amounts[i] != 0 ? result : cells[i];
+  }
+}
+
+}  // namespace
+
+ORLIX_MULTIVERSION
+void MathRow(MathOperation operation, double* cells, const double* operands, double constant, const double* amounts,
+             std::int32_t begin, std::int32_t end) {
+  const auto apply = [&](auto&& f) { ForEachCell(cells, operands, constant, amounts, begin, end, f); };
+  switch (operation) {
+    case MathOperation::Add:
+      return apply([](double c, double o) { return c + o; });
+    case MathOperation::Subtract:
+      return apply([](double c, double o) { return c - o; });
+    case MathOperation::Multiply:
+    case MathOperation::Dot:
+      return apply([](double c, double o) { return c * o; });
+    case MathOperation::Min:
+      return apply([](double c, double o) { return o < c ? o : c; });
+    case MathOperation::Max:
+      return apply([](double c, double o) { return c < o ? o : c; });
+  }
+}
+
+}  // namespace orlix

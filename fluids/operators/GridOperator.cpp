@@ -1,0 +1,88 @@
+#include "fluids/operators/GridOperator.h"
+
+namespace orlix {
+
+bool GridOperator::ReadParameters() {
+  stageMask = StageBit(ownStage_);
+  priority = ownPriority_;
+  return iObject::ReadParameters();
+}
+
+bool GridOperator::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  constraints_ = RetrieveConstraints(*scene, handler);
+  falloffs_.clear();
+  if (const InExcludeData* list = handler.GetInExclude(kFalloffListId)) {
+    for (const InExcludeData::Entry& entry : list->entries) {
+      const BaseObject* object = scene->GetHostDocument()->FindObject(entry.target);
+      const Falloff* falloff = object && object->data() ? object->data()->AsFalloff() : nullptr;
+      if (falloff) falloffs_.push_back({object, falloff});
+    }
+  }
+  return true;
+}
+
+void GridOperator::ReleaseLinks() {
+  constraints_.clear();
+  falloffs_.clear();
+  weights_.Release();
+  iObject::ReleaseLinks();
+}
+
+void GridOperator::CheckDirty() {
+  iObject::CheckDirty();
+  if (!IsEnabled() || !scene->HasFlag(TimeMoved)) return;
+  MarkDirty(false);
+  for (iBase* channel : WrittenChannels()) {
+    if (channel) channel->MarkDirty(false);
+  }
+}
+
+void GridOperator::Finish() {
+  if (IsActive()) {
+    for (Constraint* constraint : constraints_) constraint->Finish();
+  }
+  weights_.Release();
+  SetFlag(NodeActive, false);
+}
+
+void GridOperator::VisitOutputs(StateVisitor& visitor) {
+  for (iBase* channel : WrittenChannels()) {
+    if (auto* scalar = dynamic_cast<ChannelBase_Scalar*>(channel)) {
+      visitor.VisitGrid("grid", scalar->grid);
+    } else if (auto* vector = dynamic_cast<ChannelBase_Vector*>(channel)) {
+      for (auto& grid : vector->grids) visitor.VisitGrid("grid", grid);
+    }
+  }
+}
+
+ChannelBase_Scalar* GridOperator::LinkedScalar(std::int32_t linkId) const {
+  return scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(linkId), NODE_CHANNEL, RETRIEVE_SCALAR);
+}
+
+bool GridOperator::HasStorage(const ChannelBase_Vector* channel) {
+  if (!channel || !channel->IsEnabled()) return false;
+  for (const auto& grid : channel->grids) {
+    if (!grid || grid->count == 0) return false;
+  }
+  return true;
+}
+
+ScalarGrid* GridOperator::GridOn(const ScalarGrid& lattice, ChannelBase_Scalar* channel) {
+  if (!HasStorage(channel)) return nullptr;
+  if (channel->grid->dims == lattice.dims && channel->grid->space.Equals(lattice.space)) return channel->grid.get();
+  scene->Warn(*this, "\"" + channel->DisplayName() + "\" has cells of its own and is left out");
+  return nullptr;
+}
+
+TypeInfo OperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
+                      std::span<const Parameter> rows) {
+  TypeInfo type;
+  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
+  type.kinds = kLinkOperator;
+  type.parameters = rows;
+  type.common = CommonNodeParameters();
+  return type;
+}
+
+}  // namespace orlix

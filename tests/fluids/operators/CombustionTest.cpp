@@ -1,0 +1,252 @@
+// Burning: what fuel and flames turn into, and where they stop.
+
+#include "fluids/operators/GridCombustion.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tests/fluids/operators/OperatorBench.h"
+
+namespace orlix {
+namespace {
+
+using test::FillCells;
+using test::ForInner;
+using test::Gas;
+using test::OperatorBench;
+
+constexpr VecInt3D kCells{8, 7, 6};
+
+class Combustion : public testing::Test {
+ protected:
+  explicit Combustion(int workers = 1) : bench_(workers) {
+    bench_.factory.Add<Gas>();
+    gas_ = &bench_.Add("gas", "gas");
+    burn_ = &bench_.Add("grid_combustion_fire", "burn");
+    heat_ = &bench_.Add("channel_temp", "heat");
+    fire_ = &bench_.Add("channel_fire", "fire");
+    fuel_ = &bench_.Add("channel_fuel", "fuel");
+    smoke_ = &bench_.Add("channel_scalar", "smoke");
+    burn_->Set(1000, OperatorBench::LinkTo(*heat_));
+    burn_->Set(1001, OperatorBench::LinkTo(*fire_));
+    burn_->Set(1002, OperatorBench::LinkTo(*fuel_));
+    burn_->Set(1003, OperatorBench::LinkTo(*smoke_));
+    burn_->Set(12, OperatorBench::LinkTo(*gas_));
+    heat_->Set(1051, 2000.0);
+    fire_->Set(2000, 1600.0);  // of 2000: the threshold is 0.8
+  }
+  void Ready() {
+    bench_.Link();
+    bench_.Fit(kCells);
+    auto& source = bench_.Get<Gas>(*gas_).source;
+    source.ApplyBounds({}, Vec3D(kCells) * OperatorBench::kCell);
+    source.grid->Fill(0);
+  }
+  ScalarGrid& Of(const BaseObject* channel) { return bench_.GridOf(*channel); }
+  ScalarGrid& Expansion() { return *bench_.Get<Gas>(*gas_).source.grid; }
+  double dt() { return bench_.scene().info.substepDuration; }
+
+  OperatorBench bench_;
+  BaseObject *gas_, *burn_, *heat_, *fire_, *fuel_, *smoke_;
+};
+
+TEST_F(Combustion, FuelBurnsAtAFixedRateUntilItIsGone) {
+  burn_->Set(2, 2.0);
+  burn_->Set(7, 0.5);
+  burn_->Set(9, 3.0);
+  Ready();
+  Of(heat_).Fill(700);
+  FillCells(Of(fuel_), [](int i, int, int) { return 0.1 * i; });
+  ASSERT_TRUE(bench_.Run(*burn_));
+  const double step = 2 * dt();
+  const int cells = ForInner(kCells, [&](int i, int j, int k) {
+    const double burned = std::min(step, 0.1 * i);
+    EXPECT_NEAR(Of(fuel_)(i, j, k), 0.1 * i - burned, 1e-15);
+    EXPECT_NEAR(Of(heat_)(i, j, k), 700 + burned * 1000, 1e-12);
+    EXPECT_NEAR(Of(smoke_)(i, j, k), burned * 0.5 * dt(), 1e-15);
+    EXPECT_NEAR(Expansion()(i, j, k), burned * 2 * 3, 1e-14);
+    EXPECT_EQ(Of(fire_)(i, j, k), 1);
+  });
+  EXPECT_EQ(cells, 6 * 5 * 4);
+  EXPECT_EQ(Of(fire_)(0, 3, 3), 0);  // the outermost cells aren't walked
+}
+
+TEST_F(Combustion, ColdFuelDoesNotBurn) {
+  Ready();
+  FillCells(Of(heat_), [](int i, int, int) { return i < 4 ? 599.0 : 600.0; });
+  Of(fuel_).Fill(1);
+  ASSERT_TRUE(bench_.Run(*burn_));
+  ForInner(kCells, [&](int i, int j, int k) {
+    EXPECT_EQ(Of(fire_)(i, j, k), i < 4 ? 0 : 1);
+    EXPECT_EQ(Of(fuel_)(i, j, k) < 1, i >= 4);
+    EXPECT_EQ(Of(heat_)(i, j, k) > 600, i >= 4);
+  });
+}
+
+TEST_F(Combustion, AMixtureStopsWhenItsAirIsGone) {
+  burn_->Set(1004, std::int64_t{1});
+  burn_->Set(2, 4.0);
+  burn_->Set(7, 0.0);
+  Ready();
+  Of(heat_).Fill(700);
+  FillCells(Of(fuel_), [](int i, int, int) { return 0.5 * i; });
+  FillCells(Of(smoke_), [](int, int j, int) { return 0.4 * j; });
+  ASSERT_TRUE(bench_.Run(*burn_));
+  int stopped = 0, burning = 0;
+  ForInner(kCells, [&](int i, int j, int k) {
+    const double F = 0.5 * i, S = 0.4 * j;
+    const double b = std::min(std::max(3.23 - (S + F), 0.0), 0.19 * F) * 4 * dt();
+    EXPECT_NEAR(Of(fuel_)(i, j, k), std::max(F - b / 0.19, 0.0), 1e-12);
+    EXPECT_NEAR(Of(heat_)(i, j, k), 700 + b * 1000, 1e-9);
+    EXPECT_NEAR(Expansion()(i, j, k), b * 0.2, 1e-14);  // the rate is in b already
+    if (S + F >= 3.23) {
+      EXPECT_EQ(Of(heat_)(i, j, k), 700);
+      EXPECT_EQ(Of(fuel_)(i, j, k), F);
+      ++stopped;
+    } else {
+      EXPECT_LT(Of(fuel_)(i, j, k), F);
+      ++burning;
+    }
+  });
+  EXPECT_GT(stopped, 10);
+  EXPECT_GT(burning, 10);
+}
+
+TEST_F(Combustion, ASmokyMixtureApproachesSaturation) {
+  // So much smoke that S + F rises while it burns: it ends at 3.23 from below, with fuel left.
+  FuelTerms terms;
+  terms.model = BurnModel::MixtureLimited;
+  terms.burnStep = 0.1, terms.smokeStep = 1.2, terms.heat = 100;
+  double fuel = 2.8, smoke = 0, heat = 1000, fire = 0;
+  const double weight = 1;
+  double before = fuel + smoke;
+  for (int step = 0; step < 4000; ++step) {
+    BurnFuel(terms, {0, 1, &heat, &fire, &fuel, &smoke, nullptr, &weight});
+    EXPECT_GE(fuel + smoke, before);
+    EXPECT_LT(fuel + smoke, 3.23 + 1e-12);
+    before = fuel + smoke;
+  }
+  EXPECT_NEAR(before, 3.23, 1e-3);
+  EXPECT_GT(fuel, 0.1);
+  // A ratio of 0 burns nothing and divides by nothing.
+  terms.fuelRatio = 0;
+  const double left = fuel;
+  smoke = 0;
+  BurnFuel(terms, {0, 1, &heat, &fire, &fuel, &smoke, nullptr, &weight});
+  EXPECT_EQ(fuel, left);
+  EXPECT_EQ(smoke, 0);
+}
+
+TEST_F(Combustion, FlamesBurnDownAlongTheirCurves) {
+  burn_->Set(1002, Value());
+  burn_->Set(2, 2.0);
+  static constexpr SplineKnot kHeat[] = {{0, 0.25}, {1, 0.75}}, kSmoke[] = {{0, 1}, {1, 3}};
+  burn_->Set(6, std::make_shared<const SplineData>(kHeat));
+  burn_->Set(8, std::make_shared<const SplineData>(kSmoke));
+  Ready();
+  Of(heat_).Fill(42);
+  constexpr double kFlames[] = {0, 0.5, 0.8, 0.85, 0.9, 1.0, 1.1, 0};
+  FillCells(Of(fire_), [&](int i, int, int) { return kFlames[i]; });
+  ASSERT_TRUE(bench_.Run(*burn_));
+  ForInner(kCells, [&](int i, int j, int k) {
+    const double f = kFlames[i];
+    const bool burns = f > 0.8 && f <= 1;
+    const double g = 1 - (f - 0.8) / 0.2;
+    EXPECT_NEAR(Of(heat_)(i, j, k), burns ? (0.25 + 0.5 * g) * 2000 + 500 : 42, 1e-3);
+    EXPECT_NEAR(Of(smoke_)(i, j, k), burns ? (1 + 2 * g) * 0.2 : 0, 1e-6);
+    EXPECT_NEAR(Expansion()(i, j, k), burns ? 0.4 : 0, 1e-15);
+    EXPECT_EQ(Of(fire_)(i, j, k), f);
+  });
+}
+
+TEST_F(Combustion, AFlameHotterThanTheChannelHasAThresholdBelowOne) {
+  burn_->Set(1002, Value());
+  fire_->Set(2000, 9000.0);
+  Ready();
+  FillCells(Of(fire_), [](int i, int, int) { return i < 4 ? 0.985 : 0.995; });
+  Of(heat_).Fill(1);
+  bench_.Run(*burn_);
+  EXPECT_EQ(Of(heat_)(3, 3, 3), 1);
+  EXPECT_GT(Of(heat_)(4, 3, 3), 1);
+}
+
+TEST_F(Combustion, ConstraintsAndFalloffsLeaveCells) {
+  BaseObject &falloff = bench_.Add("falloff", "part"), &volume = bench_.Add("constraint_voxeldistance", "near");
+  falloff.Set(1100, std::int64_t{1});
+  falloff.Set(1101, Vec3D(100, 1000, 1000));
+  falloff.Set(1102, 1.0);
+  volume.Set(1000, OperatorBench::LinkTo(falloff));
+  volume.Set(1001, 130.0);
+  burn_->Set(2503, OperatorBench::ListOf({&falloff}));
+  burn_->Set(kConstraintListId, OperatorBench::ListOf({&volume}));
+  Ready();
+  Of(heat_).Fill(700);
+  Of(fuel_).Fill(1);
+  ASSERT_TRUE(bench_.Run(*burn_));
+  int burnt = 0, left = 0;
+  ForInner(kCells, [&](int i, int j, int k) {
+    const Vec3D p = test::SamplePlace(Of(heat_), i, j, k);
+    const bool inside = p.x <= 1 && Length(p) < 1.3;
+    EXPECT_EQ(Of(fire_)(i, j, k), inside) << i << j << k;
+    (inside ? burnt : left)++;
+    // Where it burns, it burns in full: the amounts only open and close cells.
+    if (inside) {
+      EXPECT_NEAR(Of(fuel_)(i, j, k), 1 - dt(), 1e-15);
+    }
+  });
+  EXPECT_GT(burnt, 5);
+  EXPECT_GT(left, 20);
+}
+
+TEST_F(Combustion, AnotherLatticeOfTheSolverTakesTheSameExpansion) {
+  Ready();
+  Of(heat_).Fill(700);
+  Of(fuel_).Fill(1);
+  auto& source = bench_.Get<Gas>(*gas_).source;
+  source.grid = std::make_unique<ScalarGrid>(VecInt3D(12, 12, 12), Vec3D(300), 0.25f, kGridCustom, Vec3D(-37.0));
+  source.grid->Fill(0);
+  ASSERT_TRUE(bench_.Run(*burn_));
+  double sum = 0;
+  for (std::int64_t i = 0; i < source.grid->count; ++i) sum += (*source.grid)[i];
+  EXPECT_NEAR(sum, 6 * 5 * 4 * dt() * 0.2, 1e-12);
+}
+
+TEST_F(Combustion, WhatIsMissingLeavesItIdle) {
+  Ready();
+  bench_.scene().info.substepDuration = 0;
+  EXPECT_FALSE(bench_.Run(*burn_));
+  bench_.scene().info.substepDuration = 0.1;
+  EXPECT_TRUE(bench_.Run(*burn_));
+  burn_->Set(1001, Value());
+  bench_.Link();
+  EXPECT_FALSE(bench_.Run(*burn_));
+  burn_->Set(1001, OperatorBench::LinkTo(*fire_));
+  bench_.Link();
+  bench_.Get<ChannelBase_Scalar>(*heat_).grid =
+      std::make_unique<ScalarGrid>(VecInt3D(3, 3, 3), Vec3D(75), 0.25f, kGridTemperature, Vec3D());
+  EXPECT_FALSE(bench_.Run(*burn_));
+  ASSERT_FALSE(bench_.warnings.empty());
+  EXPECT_NE(bench_.warnings.back().second.find("heat"), std::string::npos);
+}
+
+TEST_F(Combustion, RunsAfterEmittersAndParticleOperators) {
+  Ready();
+  struct Other : iObject {
+    Other(BaseList2D* object, OrlixScene& owner, std::int32_t base, std::uint32_t offers)
+        : iObject(object, owner), base_(base), offers_(offers) {
+      priority = 99;
+    }
+    std::int32_t GetNodeBaseType() const override { return base_; }
+    void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= offers_; }
+    std::int32_t base_;
+    std::uint32_t offers_;
+  };
+  const auto& node = bench_.Get<iObject>(*burn_);
+  EXPECT_TRUE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_OPERATOR, RetrieveBit(RETRIEVE_GRID))));
+  EXPECT_FALSE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_OPERATOR, RetrieveBit(RETRIEVE_PARTICLE))));
+  EXPECT_FALSE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_EMITTER, RetrieveBit(RETRIEVE_GRID))));
+}
+
+}  // namespace
+}  // namespace orlix
