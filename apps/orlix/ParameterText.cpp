@@ -37,6 +37,7 @@ constexpr KindName kKindNames[] = {
     {kLinkMaterial, "a material"},
     {kLinkTag, "a tag"},
     {kLinkHostObject, "an object that is no node"},
+    {kLinkFalloff, "a falloff"},
 };
 
 std::string Joined(const std::vector<std::string>& parts, const char* last) {

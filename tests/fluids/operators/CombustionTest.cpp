@@ -22,7 +22,7 @@ class Combustion : public testing::Test {
  protected:
   explicit Combustion(int workers = 1) : bench_(workers) {
     bench_.factory.Add<Gas>();
-    gas_ = &bench_.Add("gas", "gas");
+    gas_ = &bench_.Add("stand_in_solver", "gas");
     burn_ = &bench_.Add("grid_combustion_fire", "burn");
     heat_ = &bench_.Add("channel_temp", "heat");
     fire_ = &bench_.Add("channel_fire", "fire");

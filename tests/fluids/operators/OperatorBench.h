@@ -53,7 +53,8 @@ class Gas : public iSolver {
   static const TypeInfo& Type() {
     static const TypeInfo kType = [] {
       TypeInfo type;
-      type.id = 990002, type.resource = "zq_gas", type.kinds = kLinkSolver, type.common = CommonNodeParameters();
+      type.id = 990002, type.resource = "zq_stand_in_solver", type.kinds = kLinkSolver,
+      type.common = CommonNodeParameters();
       return type;
     }();
     return kType;

@@ -456,7 +456,7 @@ TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
   OperatorBench bench;
   bench.factory.Add<Gas>();
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_vector", "target"),
-             &gas = bench.Add("gas", "gas");
+             &gas = bench.Add("stand_in_solver", "gas");
   math.Set(1000, OperatorBench::LinkTo(gas));
   bench.Link();
   bench.Fit(kCells);
@@ -484,7 +484,7 @@ TEST_P(OperatorThreads, SameBits) {
     bench.factory.Add<Gas>();
     BaseObject &object = bench.Add(GetParam(), "operator"), &heat = bench.Add("channel_temp", "heat"),
                &fire = bench.Add("channel_fire", "fire"), &fuel = bench.Add("channel_fuel", "fuel"),
-               &smoke = bench.Add("channel_scalar", "smoke"), &gas = bench.Add("gas", "gas"),
+               &smoke = bench.Add("channel_scalar", "smoke"), &gas = bench.Add("stand_in_solver", "gas"),
                &where = bench.Add("constraint_gridvalue", "where");
     where.Set(1000, OperatorBench::LinkTo(heat));
     where.Set(1002, 0.01);
