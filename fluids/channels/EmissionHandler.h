@@ -24,8 +24,8 @@ enum class EmissionMode : std::int32_t { Add = 0, Set = 1, AddToLimit = 2 };
 struct GridEmission {
   EmissionMode mode = EmissionMode::Add;
   bool spread = false;  // by trilinear weights into the eight cells around a point; limits don't apply then
-  std::optional<double> scalarLimit;  // of AddToLimit; without one the channel's valueMax is it
-  std::optional<Vec3D> vectorLimit;
+  std::optional<double> scalarLimit{};  // of AddToLimit; without one the channel's valueMax is it
+  std::optional<Vec3D> vectorLimit{};
 };
 
 // z layers [begin, end) of a grid.
