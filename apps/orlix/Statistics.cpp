@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "globals/Hash.h"
@@ -26,7 +27,10 @@ template <class Stages, class Nodes>
 Json Seconds(double total, const Stages& stages, const Nodes& nodes) {
   Json json = {{"total", Number(total)}, {"stages", Json::object()}, {"nodes", Json::object()}};
   for (const auto& [stage, seconds] : stages) json["stages"][StageLabel(stage)] = Number(seconds);
-  for (const auto& [node, seconds] : nodes) json["nodes"][node] = Number(seconds);
+  // A node that runs in several stages has an entry for each, and one for what follows its workers.
+  std::map<std::string, double> sums;
+  for (const auto& [node, seconds] : nodes) sums[node] += seconds;
+  for (const auto& [node, seconds] : sums) json["nodes"][node] = Number(seconds);
   return json;
 }
 
