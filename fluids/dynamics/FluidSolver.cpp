@@ -217,6 +217,7 @@ bool FluidSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   // A velocity that was put back from a checkpoint has its lattice, but nothing was derived from it yet.
   const bool hasBoundary = boundary.IsActive() && (fromCache || boundary.HasSolidGrid());
   if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && hasBoundary) return true;
+  scene->scratch().Trim();  // of sizes that nothing will ask for again
   boundary.SetFlag(NodeFromCache, fromCache);
   applied = applied && boundary.ApplyBounds(min, max);
   if (fromCache) {
