@@ -1,0 +1,123 @@
+// The smoke plume that users start from, at a low resolution.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/dynamics/FluidSolver.h"
+#include "tests/support/SceneFileRun.h"
+
+namespace orlix {
+namespace {
+
+using test::SceneFileRun;
+
+constexpr const char* kScene = "scenes/smoke_plume.json";
+
+// Cells of 12.5 cm: 16 x 32 x 16, all of them computed.
+std::vector<std::string> Coarse(std::vector<std::string> more = {}) {
+  std::vector<std::string> all = {"Plume.voxel_size=0.125", "Plume/Air.margin=64"};
+  all.insert(all.end(), more.begin(), more.end());
+  return all;
+}
+
+struct Mass {
+  double sum = 0, height = 0;
+};
+
+Mass MassOf(const ScalarGrid& grid) {
+  Mass mass;
+  for (int k = 0; k < grid.dims.z; ++k) {
+    for (int j = 0; j < grid.dims.y; ++j) {
+      for (int i = 0; i < grid.dims.x; ++i) {
+        mass.sum += grid(i, j, k);
+        mass.height += grid(i, j, k) * grid.space.SimOfVoxel(Vec3D(i + 0.5, j + 0.5, k + 0.5)).y;
+      }
+    }
+  }
+  if (mass.sum > 0) mass.height /= mass.sum;
+  return mass;
+}
+
+TEST(SmokePlume, RisesOutOfItsBurner) {
+  SceneFileRun run(kScene, 2, Coarse());
+  double height = 0;
+  for (int frame = 0; frame <= 48; frame += 12) {
+    run.StepThrough(std::max(frame - 11, 0), frame);
+    if (frame == 0) continue;
+    const Mass mass = MassOf(*run.NodeOf<ScalarGridChannel>("Plume/smoke").grid);
+    EXPECT_GT(mass.sum, 0);
+    EXPECT_GT(mass.height, height + 0.01) << "frame " << frame;
+    height = mass.height;
+  }
+  EXPECT_GT(height, 0.8);  // m; the burner's centre stands at 0.55
+  EXPECT_FALSE(run.scene().failure()) << run.scene().failure()->text;
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings[0].second;
+  ASSERT_FALSE(run.reports.empty());
+  for (const SubstepReport& report : run.reports) {
+    for (const SolverReport& solve : report.solvers) {
+      EXPECT_TRUE(solve.converged) << "frame " << report.frame << ": " << solve.residual;
+      EXPECT_LE(solve.divergenceAfter, 0.01 * solve.divergenceBefore + 1e-9);
+    }
+  }
+}
+
+TEST(SmokePlume, StaysMirrorSymmetric) {
+  SceneFileRun run(kScene, 2, Coarse({"Plume/Air.pressure_accuracy=0.5"}));
+  run.StepThrough(0, 36);
+  const ScalarGrid& smoke = *run.NodeOf<ScalarGridChannel>("Plume/smoke").grid;
+  const VecInt3D n = smoke.dims;
+  double most = 0, apart = 0;
+  for (int k = 0; k < n.z; ++k) {
+    for (int j = 0; j < n.y; ++j) {
+      for (int i = 0; i < n.x; ++i) {
+        most = std::max(most, smoke(i, j, k));
+        apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(n.x - 1 - i, j, k)));
+        apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(i, j, n.z - 1 - k)));
+      }
+    }
+  }
+  EXPECT_GT(most, 0.5);
+  EXPECT_LT(apart, 1e-5 * most);
+}
+
+TEST(SmokePlume, MassInAClosedBoxIsWhatWasEmitted) {
+  SceneFileRun run(
+      kScene, 2,
+      Coarse({"Plume/Air.face_y_max=closed", "Plume/smoke.value_max=1e6", "Move smoke.scheme=conservative"}));
+  run.StepThrough(0, 2);
+  const auto smoke = [&]() -> const ScalarGrid& { return *run.NodeOf<ScalarGridChannel>("Plume/smoke").grid; };
+  const double first = MassOf(smoke()).sum;
+  run.StepThrough(3, 3);
+  const double perFrame = MassOf(smoke()).sum - first;
+  EXPECT_GT(perFrame, 1);
+  run.StepThrough(4, 48);
+  // What is below the empty value is cleared in each sub-step.
+  EXPECT_NEAR(MassOf(smoke()).sum, first + 46 * perFrame, 2e-3 * 46 * perFrame);
+}
+
+TEST(SmokePlume, BoxFollowsTheSmoke) {
+  SceneFileRun run(kScene, 2, {"Plume.voxel_size=0.125", "Plume/Air.margin=4"});
+  run.StepThrough(0, 4);
+  const std::int64_t early = run.reports.back().cells;
+  run.StepThrough(5, 48);
+  EXPECT_GT(run.reports.back().cells, early);
+  // Scratch memory of former sizes is given back.
+  EXPECT_LT(run.reports.back().peakBytes, 500 * run.reports.back().cells);
+  EXPECT_LT(early, 18 * 34 * 18 / 2);
+  EXPECT_LE(run.reports.back().cells, 18 * 34 * 18);
+}
+
+TEST(SmokePlumeThreads, AnyNumberOfWorkersGivesTheSameHash) {
+  std::vector<std::uint64_t> hashes;
+  for (const int workers : {1, 2, 3, 8}) {
+    SceneFileRun run(kScene, workers, Coarse());
+    run.StepThrough(0, 10);
+    hashes.push_back(run.scene().HashState());
+  }
+  for (const std::uint64_t hash : hashes) EXPECT_EQ(hash, hashes[0]);
+}
+
+}  // namespace
+}  // namespace orlix
