@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fluids/dynamics/PressureRows.h"
+#include "fluids/dynamics/PairedRows.h"
 #include "globals/Multiversion.h"
 
 namespace orlix {
@@ -72,17 +72,26 @@ ORLIX_INLINE void NewSearchRow(const Z* z, double zScale, const SearchStep& step
   for (int i = 1; i < nx - 1; ++i) target[i] = z[i] * zScale + step.beta * search[i];
 }
 
+// A row of floats, joined from its pairs. joined: room for it.
+ORLIX_INLINE const float* JoinedRow(const PreconditionedVector& z, const VecInt3D& dims, int j, int k, float* joined) {
+  const std::int64_t at = k * z.slab + j * z.row;
+  const int odd = (j + k + 1) & 1;
+  JoinPairs(z.floats[odd] + at, z.floats[1 - odd] + at, (dims.x - 1) / 2, joined);
+  return joined;
+}
+
 // target: the layer of search itself, or a copy that leaves result and search alone.
 ORLIX_MULTIVERSION void NewSearchLayer(const PressureSystem& system, const PreconditionedVector& z, int k,
-                                       const SearchStep& step, const double* search, double* result, double* target) {
+                                       const SearchStep& step, const double* search, double* result, double* target,
+                                       float* joined) {
   for (int j = 1; j < system.dims.y - 1; ++j) {
     const std::int64_t at = j * system.row();
     double* resultRow = result ? result + at : nullptr;
-    if (z.floats) {
-      NewSearchRow(z.floats + k * z.slab + j * z.row, z.scale, step, search + at, resultRow, system.dims.x,
-                   target + at);
-    } else {
+    if (z.doubles) {
       NewSearchRow(z.doubles + k * system.slab() + at, 1.0, step, search + at, resultRow, system.dims.x, target + at);
+    } else {
+      NewSearchRow(JoinedRow(z, system.dims, j, k, joined), z.scale, step, search + at, resultRow, system.dims.x,
+                   target + at);
     }
   }
 }
@@ -111,18 +120,18 @@ ORLIX_MULTIVERSION double DotLayer(const VecInt3D& dims, const double* a, const 
   return sums.Total();
 }
 
-ORLIX_MULTIVERSION double DotLayer(const VecInt3D& dims, const float* a, std::int64_t row, double scale,
-                                   const double* b) {
+ORLIX_MULTIVERSION double DotLayer(const VecInt3D& dims, const PreconditionedVector& a, int k, const double* b,
+                                   float* joined) {
   EightSums sums;
+  const int count = dims.x - 2;
   for (int j = 1; j < dims.y - 1; ++j) {
-    const float* ar = a + j * row + 1;
+    const float* ar = JoinedRow(a, dims, j, k, joined) + 1;
     const double* br = b + std::int64_t(j) * dims.x + 1;
-    const int count = dims.x - 2;
     int i = 0;
     for (; i + 8 <= count; i += 8) {
-      for (int l = 0; l < 8; ++l) sums.lane[l] += (ar[i + l] * scale) * br[i + l];
+      for (int l = 0; l < 8; ++l) sums.lane[l] += (ar[i + l] * a.scale) * br[i + l];
     }
-    for (int l = 0; i < count; ++i, ++l) sums.lane[l] += (ar[i] * scale) * br[i];
+    for (int l = 0; i < count; ++i, ++l) sums.lane[l] += (ar[i] * a.scale) * br[i];
   }
   return sums.Total();
 }
@@ -165,12 +174,15 @@ double ConjugateGradientPasses::SearchAndMultiply(const PreconditionedVector& z,
   ParallelRange(pool_, 1, system_.dims.z - 1, [&](int from, int to, int worker) {
     double* above = halo_.data() + (2 * std::int64_t(worker) + 1) * slab;
     double* below = halo_.data() + 2 * std::int64_t(worker) * slab;
-    NewSearchLayer(system_, z, from, step, v_.search + from * slab, nullptr, below);
-    NewSearchLayer(system_, z, to - 1, step, v_.search + (to - 1) * slab, nullptr, above);
+    std::vector<float> joined(RowRoom());
+    NewSearchLayer(system_, z, from, step, v_.search + from * slab, nullptr, below, joined.data());
+    NewSearchLayer(system_, z, to - 1, step, v_.search + (to - 1) * slab, nullptr, above, joined.data());
   });
   ParallelRange(pool_, 1, system_.dims.z - 1, [&](int from, int to, int worker) {
+    std::vector<float> joined(RowRoom());
     const auto update = [&](int k) {
-      NewSearchLayer(system_, z, k, step, v_.search + k * slab, v_.result + k * slab, v_.search + k * slab);
+      NewSearchLayer(system_, z, k, step, v_.search + k * slab, v_.result + k * slab, v_.search + k * slab,
+                     joined.data());
     };
     update(from);
     for (int k = from; k < to; ++k) {
@@ -204,10 +216,13 @@ void ConjugateGradientPasses::UpdateResult(double alpha) {
 
 double ConjugateGradientPasses::DotResidual(const PreconditionedVector& z) {
   const std::int64_t slab = system_.slab();
-  ForLayers([&](int k) {
-    const double* residual = v_.residual + k * slab;
-    layerSums_[k] = z.floats ? DotLayer(system_.dims, z.floats + k * z.slab, z.row, z.scale, residual)
-                             : DotLayer(system_.dims, z.doubles + k * slab, residual);
+  ParallelRange(pool_, 1, system_.dims.z - 1, [&](int from, int to, int) {
+    std::vector<float> joined(RowRoom());
+    for (int k = from; k < to; ++k) {
+      const double* residual = v_.residual + k * slab;
+      layerSums_[k] = z.doubles ? DotLayer(system_.dims, z.doubles + k * slab, residual)
+                                : DotLayer(system_.dims, z, k, residual, joined.data());
+    }
   });
   return SumOfLayers(layerSums_);
 }

@@ -11,11 +11,11 @@
 
 namespace orlix {
 
-// What the preconditioner gave: doubles in the layout of the cells, or floats in rows and layers of their own strides,
+// What the preconditioner gave: doubles in the layout of the cells, or floats in pairs of the colours (MultigridLevel),
 // to be multiplied by scale.
 struct PreconditionedVector {
   const double* doubles = nullptr;
-  const float* floats = nullptr;
+  const float* floats[2] = {};
   std::int64_t row = 0, slab = 0;
   double scale = 1;
 };
@@ -45,6 +45,7 @@ class ConjugateGradientPasses {
  private:
   template <class F>
   void ForLayers(F&& f);
+  std::size_t RowRoom() const { return std::size_t(system_.dims.x) + 2; }
 
   const PressureSystem& system_;
   ConjugateGradientVectors v_;

@@ -51,7 +51,7 @@ PressureOutcome Grid_CGSolver::Solve(const PressureSystem& system) {
       hasFactor = true;
     }
     ApplyModifiedCholesky(system, inverse->data, rhs->data, pool, z->data);
-    return PreconditionedVector{z->data, nullptr, 0, 0, 1};
+    return PreconditionedVector{z->data, {}, 0, 0, 1};
   };
   return ConjugateGradients(system, {rhs->data, result->data, search->data, z->data}, {iterationLimit, toleranceFactor},
                             pool, precondition);

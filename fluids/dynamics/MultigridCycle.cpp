@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/dynamics/PressureRows.h"
+#include "fluids/dynamics/PairedRows.h"
 #include "globals/Multiversion.h"
 
 namespace orlix {
@@ -17,61 +17,51 @@ constexpr int kCoarseHalfSweeps = 6;  // coarse levels cost little
 constexpr float kRelaxation = 1.15f;  // best for red-black sweeps in three dimensions (Yavneh 1996)
 constexpr int kSerialCells = 32768;   // a level below it isn't worth the workers
 
-// Hides from the compiler that two pointers lead into one row: gcc 12 gives up on a row's own neighbours even where
-// ORLIX_INDEPENDENT tells it that they don't matter.
-ORLIX_INLINE const float* Unrelated(const float* p) {
-  __asm__("" : "+r"(p));
-  return p;
-}
-
-// The pointers of a row of cells; index 0 is the ghost cell before it.
-struct LevelRow {
+// The cells of a colour in a row, and their neighbours of the other colour, by pair.
+struct ColourRow {
   const float *xLow, *xHigh, *yLow, *yHigh, *zLow, *zHigh, *inverse, *right;
-  float* u;
   const float *uXLow, *uXHigh, *uYLow, *uYHigh, *uZLow, *uZHigh;
+  float* u;
 
-  ORLIX_INLINE LevelRow(const MultigridLevel& level, int j, int k) {
+  ORLIX_INLINE ColourRow(const MultigridLevel& level, int j, int k, int colour) {
     const std::int64_t at = level.At(j, k), row = level.row, slab = level.slab;
-    xLow = level.x + at, yLow = level.y + at, zLow = level.z + at;
-    xHigh = xLow + 1, yHigh = yLow + row, zHigh = zLow + slab;
-    inverse = level.inverse + at, right = level.right + at;
-    u = level.solution + at;
-    uXLow = Unrelated(u - 1), uXHigh = Unrelated(u + 1);
-    uYLow = u - row, uYHigh = u + row, uZLow = u - slab, uZHigh = u + slab;
+    const MultigridLevel::Colour &own = level.colour[colour], &other = level.colour[1 - colour];
+    // An odd cell stands between the pair before it and its partner, an even one between its partner and the next pair.
+    const std::int64_t before = MultigridLevel::OddColour(j, k) == colour ? at - 1 : at;
+    xLow = own.x + at, yLow = own.y + at, zLow = own.z + at;
+    xHigh = other.x + before + 1, yHigh = other.y + at + row, zHigh = other.z + at + slab;
+    inverse = own.inverse + at, right = own.right + at, u = own.solution + at;
+    uXLow = other.solution + before, uXHigh = uXLow + 1;
+    uYLow = other.solution + at - row, uYHigh = other.solution + at + row;
+    uZLow = other.solution + at - slab, uZHigh = other.solution + at + slab;
   }
   // The right side and what the neighbours add to it.
-  ORLIX_INLINE float Sum(int i) const {
-    return (right[i] + (xLow[i] * uXLow[i] + xHigh[i] * uXHigh[i])) +
-           ((yLow[i] * uYLow[i] + yHigh[i] * uYHigh[i]) + (zLow[i] * uZLow[i] + zHigh[i] * uZHigh[i]));
+  ORLIX_INLINE float Sum(int p) const {
+    return (right[p] + (xLow[p] * uXLow[p] + xHigh[p] * uXHigh[p])) +
+           ((yLow[p] * uYLow[p] + yHigh[p] * uYHigh[p]) + (zLow[p] * uZLow[p] + zHigh[p] * uZHigh[p]));
   }
 };
 
-// One over-relaxed half sweep over the cells of a colour. All cells are computed and half of them kept, so that rows
-// run in whole vectors; a cell's neighbours have the other colour and don't change.
+// One over-relaxed half sweep over the cells of a colour.
 ORLIX_MULTIVERSION void SmoothLayer(const MultigridLevel& level, int k, int colour) {
   const int width = level.width;
   for (int j = 1; j <= level.cells.y; ++j) {
-    const LevelRow row(level, j, k);
-    const int parity = (j + k + colour) & 1;
+    const ColourRow row(level, j, k, colour);
+    float* u = row.u;
     ORLIX_INDEPENDENT
-    for (int i = 1; i <= width; ++i) {
-      const float relaxed = row.u[i] + kRelaxation * (row.Sum(i) * row.inverse[i] - row.u[i]);
-      row.u[i] = (i & 1) == parity ? relaxed : row.u[i];
-    }
+    for (int p = 1; p <= width; ++p) u[p] += kRelaxation * (row.Sum(p) * row.inverse[p] - u[p]);
   }
 }
 
-// The first half sweep, from zero.
+// The first half sweep, over colour 0, from zero.
 ORLIX_MULTIVERSION void StartLayer(const MultigridLevel& level, int k) {
+  const int width = level.width;
   for (int j = 1; j <= level.cells.y; ++j) {
     const std::int64_t at = level.At(j, k);
-    const float *inverse = level.inverse + at, *right = level.right + at;
-    float* __restrict u = level.solution + at;
-    const int parity = (j + k) & 1, width = level.width;
-    for (int i = 1; i <= width; ++i) {
-      const float relaxed = kRelaxation * (right[i] * inverse[i]);
-      u[i] = (i & 1) == parity ? relaxed : 0.0f;
-    }
+    const float *inverse = level.colour[0].inverse + at, *right = level.colour[0].right + at;
+    float* __restrict u = level.colour[0].solution + at;
+    for (int p = 1; p <= width; ++p) u[p] = kRelaxation * (right[p] * inverse[p]);
+    std::fill(level.colour[1].solution + at + 1, level.colour[1].solution + at + 1 + width, 0.0f);
   }
 }
 
@@ -79,33 +69,40 @@ ORLIX_MULTIVERSION void NarrowLayer(const VecInt3D& dims, const double* residual
                                     const MultigridLevel& level, int k) {
   for (int j = 1; j < dims.y - 1; ++j) {
     const double* from = residual + std::int64_t(dims.x) * (std::int64_t(dims.y) * k + j);
-    float* to = level.right + level.At(j, k);
-    for (int i = 1; i < dims.x - 1; ++i) to[i] = static_cast<float>(from[i] * scale);
+    const std::int64_t at = level.At(j, k);
+    const int odd = MultigridLevel::OddColour(j, k);
+    SplitPairs(from, scale, level.pairs, level.colour[odd].right + at, level.colour[1 - odd].right + at);
   }
 }
 
-// Adds the block's correction to its cells.
-ORLIX_MULTIVERSION void CorrectLayer(const MultigridLevel& fine, const MultigridLevel& coarse, int k) {
+// Adds the blocks' corrections to their cells. joined: room for a row of blocks.
+ORLIX_MULTIVERSION void CorrectLayer(const MultigridLevel& fine, const MultigridLevel& coarse, int k,
+                                     float* __restrict joined) {
+  const int pairs = fine.pairs;
   for (int j = 1; j <= fine.cells.y; ++j) {
+    const int blockJ = (j + 1) / 2, blockK = (k + 1) / 2;
+    if (j % 2 != 0) {
+      const std::int64_t blocks = coarse.At(blockJ, blockK);
+      const int odd = MultigridLevel::OddColour(blockJ, blockK);
+      JoinPairs(coarse.colour[odd].solution + blocks, coarse.colour[1 - odd].solution + blocks, coarse.pairs, joined);
+    }
     const std::int64_t at = fine.At(j, k);
-    const float* correction = coarse.solution + coarse.At((j + 1) / 2, (k + 1) / 2);
-    const float* inverse = fine.inverse + at;
-    float* __restrict u = fine.solution + at;
-    for (int i = 1; i <= coarse.cells.x; ++i) {
-      u[2 * i - 1] += inverse[2 * i - 1] > 0 ? correction[i] : 0.0f;
-      u[2 * i] += inverse[2 * i] > 0 ? correction[i] : 0.0f;
+    for (int c = 0; c < 2; ++c) {
+      const float* inverse = fine.colour[c].inverse + at;
+      float* __restrict u = fine.colour[c].solution + at;
+      for (int p = 1; p <= pairs; ++p) u[p] += inverse[p] > 0 ? joined[p] : 0.0f;
     }
   }
 }
 
-// Adds the residuals of row j, k to sums.
-ORLIX_INLINE void AddResidualRow(const MultigridLevel& level, int j, int k, float* __restrict sums) {
-  const LevelRow row(level, j, k);
+// Adds the residuals of a colour of row j, k to sums.
+ORLIX_INLINE void AddResiduals(const MultigridLevel& level, int j, int k, int colour, float* __restrict sums) {
+  const ColourRow row(level, j, k, colour);
   const int width = level.width;
-  for (int i = 1; i <= width; ++i) {
-    const float diagonal = 1 / row.inverse[i];
-    const float residual = row.Sum(i) - row.u[i] * diagonal;
-    sums[i] += row.inverse[i] > 0 ? residual : 0.0f;
+  ORLIX_INDEPENDENT
+  for (int p = 1; p <= width; ++p) {
+    const float residual = row.Sum(p) - row.u[p] / row.inverse[p];
+    sums[p] += row.inverse[p] > 0 ? residual : 0.0f;
   }
 }
 
@@ -114,10 +111,14 @@ ORLIX_MULTIVERSION void RestrictLayer(const MultigridLevel& fine, const Multigri
   for (int j = 1; j <= coarse.cells.y; ++j) {
     std::fill(sums, sums + fine.row, 0.0f);
     for (int kk = 2 * k - 1; kk <= std::min(2 * k, fine.cells.z); ++kk) {
-      for (int jj = 2 * j - 1; jj <= std::min(2 * j, fine.cells.y); ++jj) AddResidualRow(fine, jj, kk, sums);
+      for (int jj = 2 * j - 1; jj <= std::min(2 * j, fine.cells.y); ++jj) {
+        AddResiduals(fine, jj, kk, 0, sums);
+        AddResiduals(fine, jj, kk, 1, sums);
+      }
     }
-    float* right = coarse.right + coarse.At(j, k);
-    for (int i = 1; i <= coarse.cells.x; ++i) right[i] = sums[2 * i - 1] + sums[2 * i];
+    const std::int64_t at = coarse.At(j, k);
+    const int odd = MultigridLevel::OddColour(j, k);
+    SplitPairs(sums, 1.0f, coarse.pairs, coarse.colour[odd].right + at, coarse.colour[1 - odd].right + at);
   }
 }
 
@@ -166,12 +167,20 @@ MultigridCycle::MultigridCycle(const PressureSystem& system, WorkerPool& pool, S
   }
 }
 
-void MultigridCycle::Smooth(int index, const double* residual, double scale) {
-  const MultigridLevel& level = levels_[index];
-  RunSteps(pool_, level.cells.z, HalfSweeps(index), IsSerial(level), [&](int s, int k) {
-    if (s > 0) return SmoothLayer(level, k, s & 1);
-    if (residual) NarrowLayer(dims_, residual, scale, level, k);
-    StartLayer(level, k);
+void MultigridCycle::SmoothAndRestrict(int index, const double* residual, double scale) {
+  const MultigridLevel &level = levels_[index], &coarse = levels_[index + 1];
+  const int sweeps = HalfSweeps(index);
+  // A block takes two layers, so that its residual needs the sweeps two layers around: an idle step lies between.
+  RunSteps(pool_, level.cells.z, sweeps + 2, IsSerial(level), [&](int s, int k) {
+    if (s == 0) {
+      if (residual) NarrowLayer(dims_, residual, scale, level, k);
+      StartLayer(level, k);
+    } else if (s < sweeps) {
+      SmoothLayer(level, k, s & 1);
+    } else if (s > sweeps && (k % 2 == 0 || k == level.cells.z)) {
+      std::vector<float> sums(std::size_t(level.row));
+      RestrictLayer(level, coarse, (k + 1) / 2, sums.data());
+    }
   });
 }
 
@@ -179,44 +188,41 @@ void MultigridCycle::CorrectAndSmooth(int index) {
   const MultigridLevel &level = levels_[index], &coarse = levels_[index + 1];
   const int sweeps = HalfSweeps(index);
   RunSteps(pool_, level.cells.z, sweeps + 1, IsSerial(level), [&](int s, int k) {
-    if (s == 0) return CorrectLayer(level, coarse, k);
+    if (s == 0) {
+      std::vector<float> joined(std::size_t(coarse.row) * 2);
+      return CorrectLayer(level, coarse, k, joined.data());
+    }
     SmoothLayer(level, k, (sweeps - s) & 1);
   });
 }
 
-void MultigridCycle::SolveCoarsest() {
+void MultigridCycle::SolveCoarsest(const double* residual, double scale) {
   const MultigridLevel& level = levels_.back();
   const auto halfSweep = [&](int colour) {
     for (int k = 1; k <= level.cells.z; ++k) SmoothLayer(level, k, colour);
   };
-  for (int k = 1; k <= level.cells.z; ++k) StartLayer(level, k);
+  for (int k = 1; k <= level.cells.z; ++k) {
+    if (residual) NarrowLayer(dims_, residual, scale, level, k);
+    StartLayer(level, k);
+  }
   for (int s = 1; s < 2 * kCoarsestSweeps; ++s) halfSweep(s & 1);
   for (int s = 2 * kCoarsestSweeps; s > 0; --s) halfSweep((s - 1) & 1);
 }
 
-void MultigridCycle::Descend(int index) {
-  if (index + 1 == levels()) return SolveCoarsest();
-  if (index > 0) Smooth(index, nullptr, 1);
-  const MultigridLevel &fine = levels_[index], &coarse = levels_[index + 1];
-  const auto restrictLayers = [&](int from, int to, int) {
-    std::vector<float> sums(std::size_t(fine.row));
-    for (int k = from; k < to; ++k) RestrictLayer(fine, coarse, k, sums.data());
-  };
-  if (IsSerial(fine))
-    restrictLayers(1, coarse.cells.z + 1, 0);
-  else
-    ParallelRange(pool_, 1, coarse.cells.z + 1, restrictLayers);
-  Descend(index + 1);
+void MultigridCycle::Descend(int index, const double* residual, double scale) {
+  if (index + 1 == levels()) return SolveCoarsest(residual, scale);
+  SmoothAndRestrict(index, residual, scale);
+  Descend(index + 1, nullptr, 1);
   CorrectAndSmooth(index);
 }
 
 PreconditionedVector MultigridCycle::Apply(const double* residual, double largest) {
   // A power of two brings the residual into single precision's range and leaves its bits alone.
   const int exponent = largest > 0 && std::isfinite(largest) ? std::ilogb(largest) : 0;
-  Smooth(0, residual, std::ldexp(1.0, -exponent));
-  Descend(0);
+  Descend(0, residual, std::ldexp(1.0, -exponent));
   const MultigridLevel& level = levels_.front();
-  return {nullptr, level.solution, level.row, level.slab, std::ldexp(1.0, exponent)};
+  return {
+      nullptr, {level.colour[0].solution, level.colour[1].solution}, level.row, level.slab, std::ldexp(1.0, exponent)};
 }
 
 }  // namespace orlix

@@ -22,11 +22,11 @@ class MultigridCycle {
   int levels() const { return static_cast<int>(levels_.size()); }
 
  private:
-  // Half sweeps from zero; the finest level takes its right side from a residual.
-  void Smooth(int index, const double* residual, double scale);
-  void Descend(int index);
+  // The finest level takes its right side from a residual.
+  void Descend(int index, const double* residual, double scale);
+  void SmoothAndRestrict(int index, const double* residual, double scale);
   void CorrectAndSmooth(int index);
-  void SolveCoarsest();
+  void SolveCoarsest(const double* residual, double scale);
 
   WorkerPool& pool_;
   VecInt3D dims_;

@@ -8,6 +8,11 @@
 // cut cells, where a linear one mixes the two sides of a wall (Braess 1995; Shao, Huang and Michels 2022).
 //
 // Faces towards cells with a fixed pressure of 0 go to a block's `fixed`, which counts in its diagonal only.
+//
+// The colours of a checkerboard are kept apart, so that a sweep over one of them runs in whole vectors. The cells
+// 2 p - 1 and 2 p of a row are pair p; one has colour 0, the other colour 1, and a pair is what a coarser level's cell
+// takes of the row. A cell's neighbours all have the other colour: in y and z they stand at the same place of its
+// arrays, in x beside it.
 
 #include <vector>
 
@@ -18,16 +23,23 @@
 namespace orlix {
 
 struct MultigridLevel {
-  VecInt3D cells;  // cells (or blocks) with indices from 1; a layer of zeros around them
-  int width = 0;   // cells of a row that kernels visit: cells.x and zeros, a multiple of 16
+  // Of the cells of one colour, by pair; pointers stand at pair 0 of row (0, 0).
+  struct Colour {
+    float *x = nullptr, *y = nullptr, *z = nullptr;  // coefficients of the low faces
+    float* inverse = nullptr;                        // one over the diagonal, 0 without an equation
+    float* fixed = nullptr;                          // null on the finest level, where ghost cells stand for it
+    float *solution = nullptr, *right = nullptr;
+  };
+
+  VecInt3D cells;  // cells (or blocks) with indices from 1; zeros around them
+  int pairs = 0;   // of a row
+  int width = 0;   // pairs that kernels visit, the last of them zeros: a multiple of 16
   std::int64_t row = 0, slab = 0;
-  // Pointers stand at index (0, 0, 0).
-  float *x = nullptr, *y = nullptr, *z = nullptr;  // coefficients of the low faces
-  float* inverse = nullptr;                        // one over the diagonal, 0 without an equation
-  float* fixed = nullptr;                          // null on the finest level, where ghost cells stand for it
-  float *solution = nullptr, *right = nullptr;
+  Colour colour[2];
 
   std::int64_t At(int j, int k) const { return slab * k + row * j; }
+  // The colour of the odd cells of a row; colour 0 has an even sum of indices.
+  static int OddColour(int j, int k) { return (j + k + 1) & 1; }
 
   // Leases the arrays, all zero.
   void Allocate(const VecInt3D& count, bool finest, ScratchPool& scratch, WorkerPool& pool);

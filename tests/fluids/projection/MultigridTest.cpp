@@ -21,8 +21,9 @@ std::vector<double> RandomVector(const PressureProblem& problem, unsigned seed) 
 std::vector<double> Cycle(MultigridCycle& cycle, const PressureProblem& problem, const std::vector<double>& v) {
   const PreconditionedVector z = cycle.Apply(v.data(), 1);
   std::vector<double> out(v.size(), 0.0);
-  problem.ForCells(
-      [&](int i, int j, int k) { out[problem.Cell(i, j, k)] = z.floats[k * z.slab + j * z.row + i] * z.scale; });
+  problem.ForCells([&](int i, int j, int k) {
+    out[problem.Cell(i, j, k)] = z.floats[(i + j + k) & 1][k * z.slab + j * z.row + (i + 1) / 2] * z.scale;
+  });
   return out;
 }
 

@@ -38,7 +38,7 @@ inline Solution SolveByCholesky(const PressureProblem& problem, std::vector<doub
                      FactorModifiedCholesky(problem.system, {}, pool, inverse.data());
                      return [&](double) {
                        ApplyModifiedCholesky(problem.system, inverse.data(), residual.data(), pool, product.data());
-                       return PreconditionedVector{product.data(), nullptr, 0, 0, 1};
+                       return PreconditionedVector{product.data(), {}, 0, 0, 1};
                      };
                    });
 }
@@ -68,7 +68,7 @@ inline std::vector<double> Times(const PressureProblem& problem, const std::vect
   WorkerPool pool(1);
   std::vector<double> search(v.size(), 0.0), product(v.size(), 0.0), unused(v.size(), 0.0);
   ConjugateGradientPasses passes(problem.system, {unused.data(), unused.data(), search.data(), product.data()}, pool);
-  passes.SearchAndMultiply({v.data(), nullptr, 0, 0, 1}, 0, 0, true);
+  passes.SearchAndMultiply({v.data(), {}, 0, 0, 1}, 0, 0, true);
   return product;
 }
 

@@ -85,7 +85,7 @@ TEST(ConjugateGradients, StopAtTheLimitWithTheLastIterate) {
     FactorModifiedCholesky(problem.system, {}, pool, inverse.data());
     return [&](double) {
       ApplyModifiedCholesky(problem.system, inverse.data(), residual.data(), pool, product.data());
-      return PreconditionedVector{product.data(), nullptr, 0, 0, 1};
+      return PreconditionedVector{product.data(), {}, 0, 0, 1};
     };
   };
   const Solution three = SolveWith(problem, problem.RightSide(), 1e-8, 2, make, 3);
