@@ -13,7 +13,7 @@ constexpr Choice kMeshes[] = {{0, "none", "No meshes"},
 
 constexpr Parameter kParameters[] = {
     StringParameter(1, "folder", "", "Folder, relative to that of the results"),
-    StringParameter(2, "name", "frame", "Name of the files, before the frame number"),
+    StringParameter(2, "file_name", "frame", "Name of the files, before the frame number"),
     IntParameter(3, "every", 1, "frames", "Write each so many frames").Min(1),
     BoolParameter(4, "vdb", false, "OpenVDB: every channel, the velocity and every level set"),
     ChoiceParameter(5, "vdb_names", 0, kNames, "How grids are called in OpenVDB files").ShownWhen(4, Relation::Is, 1),
@@ -33,6 +33,7 @@ const TypeInfo& OutputType() {
     type.label = "Output";
     type.text = "What a run leaves for other programs. Caches are objects of the scene and write themselves.";
     type.role = TypeRole::Output;
+    type.kinds = kLinkHostObject;
     type.parameters = kParameters;
     return type;
   }();

@@ -118,11 +118,14 @@ class Canvas {
     picture_.Find("G")->values[at] = static_cast<float>(colour.y);
     picture_.Find("B")->values[at] = static_cast<float>(colour.z);
   }
+  void Block(int x, int y) {
+    for (int n = 0; n < kFontScale * kFontScale; ++n) Set(x + n % kFontScale, y + n / kFontScale, {0.9, 0.9, 0.9});
+  }
   void Text(int x, int y, const std::string& text) {
     for (const char c : text) {
       const std::uint16_t glyph = Glyph(c);
       for (int bit = 0; bit < 15; ++bit) {
-        if ((glyph >> (14 - bit) & 1) != 0) Set(x + bit % 3 * kFontScale, y + bit / 3 * kFontScale, {0.9, 0.9, 0.9});
+        if ((glyph >> (14 - bit) & 1) != 0) Block(x + bit % 3 * kFontScale, y + bit / 3 * kFontScale);
       }
       x += 4 * kFontScale;
     }

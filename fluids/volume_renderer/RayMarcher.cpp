@@ -281,9 +281,10 @@ MarchResult RayMarcher::March(const MarchRay& ray, MersenneTwister* random, int 
   if (empty_ || !(ray.length > 0)) return state.result;
   const StepSettings& steps = settings_.steps;
   bool coarse = true;
-  double step = steps.coarse, t = JitteredStart(steps, ray.length, random), ds = t;
+  double step = steps.coarse, t = JitteredStart(steps, ray.length, random), ds = t, seen = 0;
   for (;;) {
     const Vec3D x = ray.origin + ray.direction * t;
+    if (!coarse) seen = t;
     if (Inside(x)) {
       Place place;
       ++state.result.samples;
@@ -292,7 +293,8 @@ MarchResult RayMarcher::March(const MarchRay& ray, MersenneTwister* random, int 
         step = steps.coarse;
       } else if (coarse) {
         // The hop went beyond the edge of the gas: back, and on by fine steps.
-        t = std::clamp(t - steps.coarse, 0.0, ray.length);
+        // Not behind a place that a fine step has seen: a hop that the ray's end cut short would come back for ever.
+        t = std::max(t - steps.coarse, seen);
         coarse = false;
         step = steps.fine;
       } else {
@@ -300,7 +302,7 @@ MarchResult RayMarcher::March(const MarchRay& ray, MersenneTwister* random, int 
         if (settings_.stopWhenOpaque && AllAtMost(state.result.transmittance, kOpaque)) break;
       }
     }
-    if (t >= ray.length) break;
+    if (!(t < ray.length)) break;
     const double next = std::min(t + step, ray.length);
     ds = next - t;
     t = next;
@@ -338,7 +340,7 @@ Vec3D RayMarcher::Transmittance(const MarchRay& ray, const StepSettings& steps, 
         }
       }
     }
-    if (t >= ray.length) break;
+    if (!(t < ray.length)) break;
     const double next = std::min(t + step, ray.length);
     ds = next - t;
     t = next;

@@ -203,6 +203,21 @@ TEST(Marcher, NothingThereIsClearAndDark) {
   EXPECT_EQ(none.Straight().transmittance, Vec3D(1.0));
 }
 
+TEST(Marcher, GasWithinACoarseStepOfTheEndDoesNotHoldTheRay) {
+  Gas gas;
+  gas.density->Fill(0);
+  for (int k = 0; k < kCells; ++k) {
+    for (int j = 0; j < kCells; ++j) (*gas.density)(kCells - 1, j, k) = 1;
+  }
+  gas.settings.steps = {0.4, 7, 0, false};
+  gas.settings.absorption = Vec3D(0.5);
+  gas.Build();
+  for (double length = kBox - 4; length <= kBox; length += 0.07) {
+    const MarchResult r = gas.marcher.March({Vec3D(-3, 12, 11), {1, 0, 0}, length}, nullptr, 0);
+    EXPECT_LT(r.samples, 200u);
+  }
+}
+
 TEST(Marcher, ASmallScaleKeepsTheBoxAndStaysClose) {
   Gas gas;
   gas.settings.copyScale = 0.5;
