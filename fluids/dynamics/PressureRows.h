@@ -8,8 +8,11 @@
 #include "host/threads/WorkerPool.h"
 
 #define ORLIX_INLINE [[gnu::always_inline]] inline
-// Before a loop whose passes don't depend on one another, where the compiler can't see it.
-#if defined(__clang__)
+// Before a loop whose passes don't depend on one another, where the compiler can't see it. Sanitized builds don't
+// vectorise, and clang says so as a warning.
+#if defined(ORLIX_SANITIZED)
+#define ORLIX_INDEPENDENT
+#elif defined(__clang__)
 #define ORLIX_INDEPENDENT _Pragma("clang loop vectorize(assume_safety)")
 #elif defined(__GNUC__)
 #define ORLIX_INDEPENDENT _Pragma("GCC ivdep")
