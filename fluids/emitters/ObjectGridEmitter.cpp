@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kPairsId = 1000, kVolumeId = 1002;
 constexpr std::int32_t kPriority = 10;
-constexpr std::int32_t kAnySubType = 2000, kPairSubType = 90, kParticleToGridSubType = 8;
+constexpr std::int32_t kPairSubType = 90, kParticleToGridSubType = 8;
 
 constexpr Parameter kParameters[] = {
     ListParameter(kPairsId, "pairs", kLinkSettings, "Pairs of a channel and the settings by which it is filled"),
