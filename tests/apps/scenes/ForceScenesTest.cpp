@@ -1,0 +1,239 @@
+// The scenes that show forces, operators and constraints: each runs, and does what it is there to show.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/dynamics/GridBoundary.h"
+#include "fluids/volume/VolumeMesh.h"
+#include "tests/support/ShippedScene.h"
+
+namespace orlix {
+namespace {
+
+using test::CentreOf;
+using test::ForCells;
+using test::LargestOf;
+using test::ShippedScene;
+using test::SumOf;
+
+// f(velocity, place) at cell centres.
+template <class F>
+void ForVelocity(const FluidSolver& solver, F&& f) {
+  const auto& g = solver.velocity.grids;
+  const VecInt3D n = g[0]->space.dims;
+  for (int k = 1; k < n.z - 1; ++k) {
+    for (int j = 1; j < n.y - 1; ++j) {
+      for (int i = 1; i < n.x - 1; ++i) {
+        f(Vec3D((*g[0])(i, j, k) + (*g[0])(i + 1, j, k), (*g[1])(i, j, k) + (*g[1])(i, j + 1, k),
+                (*g[2])(i, j, k) + (*g[2])(i, j, k + 1)) *
+              0.5,
+          g[0]->space.SimOfVoxel(Vec3D(i + 0.5, j + 0.5, k + 0.5)));
+      }
+    }
+  }
+}
+
+void ExpectCleanRun(const ShippedScene& shipped) {
+  EXPECT_TRUE(shipped.warnings.empty()) << shipped.warnings.front();
+  std::size_t solves = 0;
+  for (const SubstepReport& report : shipped.reports) {
+    for (const SolverReport& solver : report.solvers) {
+      EXPECT_TRUE(solver.converged) << "frame " << report.frame;
+      ++solves;
+    }
+  }
+  EXPECT_GT(solves, 0u);
+}
+
+TEST(PlumeAroundObstacle, RisesAndStaysOutOfTheBall) {
+  ShippedScene plume("plume_around_obstacle.json", {"Swirl.strength=0"});
+  plume.StepThrough(0, 8);
+  double before = CentreOf(plume.Channel("smoke")).y;
+  EXPECT_NEAR(before, 0.5, 0.1);
+  for (int frame = 9; frame <= 32; frame += 8) {
+    plume.StepThrough(frame, frame + 7);
+    const double centre = CentreOf(plume.Channel("smoke")).y;
+    EXPECT_GT(centre, before + 0.02) << frame;
+    before = centre;
+  }
+  // The ball stands at 1.7 m, 0.45 m wide: no smoke in it, smoke beside it.
+  double inside = 0, beside = 0, mirrored = 0;
+  int cells = 0;
+  const ScalarGrid& smoke = plume.Channel("smoke");
+  ForCells(smoke, [&](double v, const Vec3D& p) {
+    const double d = Length(p - Vec3D(0, 1.7, 0)) - 0.45;
+    if (d < -0.15) inside = std::max(inside, v), ++cells;
+    if (d > 0 && d < 0.3) beside = std::max(beside, v);
+    const Vec3D mirror(-p.x, p.y, p.z), at = smoke.space.VoxelOfSim(mirror) - Vec3D(0.5);
+    mirrored = std::max(mirrored, std::abs(v - SampleGrid(smoke, at.x, at.y, at.z, Interpolation::Trilinear)));
+  });
+  EXPECT_GT(cells, 50);
+  EXPECT_LT(inside, 0.02 * LargestOf(smoke));
+  EXPECT_GT(beside, 0.2 * LargestOf(smoke));
+  // Mirror-symmetric, as far as the pressure is solved.
+  EXPECT_LT(mirrored, 0.01 * LargestOf(smoke));
+  ExpectCleanRun(plume);
+}
+
+TEST(Explosion, BurnsExpandsAndRises) {
+  ShippedScene blast("explosion.json");
+  double mostFuel = 0, fastest = 0;
+  for (int frame = 0; frame <= 5; ++frame) {
+    blast.StepThrough(frame, frame);
+    mostFuel = std::max(mostFuel, SumOf(blast.Channel("fuel")));
+    // Away from the middle of the charge, on the whole.
+    double outward = 0;
+    int cells = 0;
+    ForVelocity(blast.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D& p) {
+      const Vec3D r = p - Vec3D(0, 0.9, 0);
+      if (std::abs(Length(r) - 0.8) < 0.15) outward += Dot(u, Normalized(r)), ++cells;
+    });
+    ASSERT_GT(cells, 50);
+    fastest = std::max(fastest, outward / cells);
+  }
+  EXPECT_GT(fastest, 1.5);  // m/s
+  const double early = CentreOf(blast.Channel("temperature")).y;
+  blast.StepThrough(6, 18);
+  EXPECT_LT(SumOf(blast.Channel("fuel")), 0.15 * mostFuel);
+  EXPECT_GT(LargestOf(blast.Channel("temperature")), 2000);
+  EXPECT_LE(LargestOf(blast.Channel("fire")), 1);
+  EXPECT_GT(SumOf(blast.Channel("smoke")), 10);
+  EXPECT_GT(CentreOf(blast.Channel("temperature")).y, early + 0.5);
+  ExpectCleanRun(blast);
+}
+
+TEST(Wind, BlowsThroughAndTheBallPushesTheAir) {
+  ShippedScene tunnel("wind_moving_obstacle.json");
+  tunnel.StepThrough(0, 4);
+  const double windward = CentreOf(tunnel.Channel("smoke")).x;
+  // Just ahead of the ball, which goes with 100 host units in 48 frames: 0.5 m/s along z.
+  double pushed = 0;
+  int ahead = 0;
+  const Vec3D ball = tunnel.Object("Ball").GlobalMatrix().off * 0.01;
+  ForVelocity(tunnel.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D& p) {
+    const Vec3D r = p - ball;
+    if (std::hypot(r.x, r.y) < 0.16 && r.z > 0.4 && r.z < 0.6) pushed += u.z, ++ahead;
+  });
+  ASSERT_GE(ahead, 4);
+  EXPECT_GT(pushed / ahead, 0.1);
+  EXPECT_LT(pushed / ahead, 0.5);
+  // The gust gives 2 m/s.
+  tunnel.StepThrough(5, 20);
+  double mean = 0;
+  int cells = 0;
+  ForVelocity(tunnel.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D&) { mean += u.x, ++cells; });
+  EXPECT_NEAR(mean / cells, 2.0, 0.4);
+  EXPECT_GT(CentreOf(tunnel.Channel("smoke")).x, windward + 0.2);
+  ExpectCleanRun(tunnel);
+}
+
+TEST(ConstraintShapedEmission, StartsWhereTheChainAllows) {
+  ShippedScene room("constraint_shaped_emission.json", {"Room.voxel_size=0.05"});
+  room.StepThrough(0, 0);
+  const ScalarGrid& smoke = room.Channel("smoke");
+  auto& ring = room.Get<VolumeMesh>("Ring volume");
+  const double cell = smoke.space.cellSize;
+  int filled = 0, core = 0, patches = 0;
+  double low = 0, high = 0;
+  ForCells(smoke, [&](double v, const Vec3D& p) {
+    const double distance = ring.SampleWorld(p);
+    if (v > 0) {
+      EXPECT_LT(distance, cell);
+      ++filled;
+    }
+    // The core stays empty, and so do gaps between the patches.
+    if (distance < 0 && ring.DepthWorld(p) > 0.85) {
+      EXPECT_EQ(v, 0);
+      ++core;
+    }
+    if (distance < -cell && ring.DepthWorld(p) < 0.4) patches += v == 0;
+    (p.y < 1.1 ? low : high) += v;
+  });
+  EXPECT_GT(filled, 200);
+  EXPECT_GT(core, 20);
+  EXPECT_GT(patches, 50);
+  EXPECT_GT(high, 1.5 * low);
+}
+
+TEST(ConstraintShapedEmission, EndsWhereThereIsEnough) {
+  ShippedScene room("constraint_shaped_emission.json");
+  room.StepThrough(0, 14);
+  // Half of 6, and at most what one sub-step adds.
+  EXPECT_LE(LargestOf(room.Channel("smoke")), 3 + 12.0 / 24 + 1e-6);
+  EXPECT_GT(LargestOf(room.Channel("smoke")), 2.5);
+  ExpectCleanRun(room);
+}
+
+TEST(CurlAndVortex, StirsWithoutLosingSmoke) {
+  ShippedScene box("curl_and_vortex.json");
+  box.StepThrough(0, 1);
+  const double sum = SumOf(box.Channel("smoke"));
+  const auto spread = [&] {
+    const ScalarGrid& smoke = box.Channel("smoke");
+    const Vec3D centre = CentreOf(smoke);
+    double squares = 0;
+    ForCells(smoke, [&](double v, const Vec3D& p) { squares += v * LengthSquared(p - centre); });
+    return squares / SumOf(smoke);
+  };
+  const auto turn = [&] {  // about the vertical axis
+    double momentum = 0;
+    ForVelocity(box.Get<FluidSolver>("Air"),
+                [&](const Vec3D& u, const Vec3D& p) { momentum += p.z * u.x - p.x * u.z; });
+    return momentum;
+  };
+  const double narrow = spread(), slow = turn();
+  box.StepThrough(2, 20);
+  EXPECT_NEAR(SumOf(box.Channel("smoke")), sum, 1e-3 * sum);
+  EXPECT_GT(spread(), 1.1 * narrow);
+  EXPECT_GT(slow, 0);
+  EXPECT_GT(turn(), 3 * slow);
+  ExpectCleanRun(box);
+}
+
+TEST(CurlAndVortex, ForcesCanStandAlone) {
+  // Curl noise alone turns nothing on the whole.
+  ShippedScene both("curl_and_vortex.json"), folds("curl_and_vortex.json", {"Turn.strength=0"});
+  const auto turn = [](ShippedScene& box) {
+    double momentum = 0, speed = 0;
+    ForVelocity(box.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D& p) {
+      momentum += p.z * u.x - p.x * u.z;
+      speed += Length(u) * std::hypot(p.x, p.z);
+    });
+    return momentum / speed;
+  };
+  both.StepThrough(0, 6);
+  folds.StepThrough(0, 6);
+  EXPECT_GT(turn(both), 0.05);
+  EXPECT_LT(std::abs(turn(folds)), 0.2 * turn(both));
+}
+
+class SceneThreads : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+
+TEST_P(SceneThreads, SameBitsAndAgain) {
+  std::vector<std::uint64_t> first;
+  for (const int workers : {1, 2, 3, 8, 2}) {
+    ShippedScene shipped(GetParam().first, {std::string(GetParam().second) + ".voxel_size=0.25"}, workers);
+    shipped.StepThrough(0, 4);
+    std::vector<std::uint64_t> hashes;
+    for (const SubstepReport& report : shipped.reports) hashes.push_back(report.hash);
+    ASSERT_GE(hashes.size(), 5u);
+    if (first.empty()) first = hashes;
+    EXPECT_EQ(hashes, first) << workers << " workers";
+  }
+  EXPECT_NE(first.front(), first.back());
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, SceneThreads,
+                         testing::Values(std::pair("plume_around_obstacle.json", "Room"),
+                                         std::pair("explosion.json", "Blast"),
+                                         std::pair("wind_moving_obstacle.json", "Tunnel"),
+                                         std::pair("constraint_shaped_emission.json", "Room"),
+                                         std::pair("curl_and_vortex.json", "Box")),
+                         [](const auto& scene) {
+                           const std::string file = scene.param.first;
+                           return file.substr(0, file.find('.'));
+                         });
+
+}  // namespace
+}  // namespace orlix

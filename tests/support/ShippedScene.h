@@ -1,0 +1,93 @@
+#pragma once
+// A scene file of the project, stepped frame by frame, with overrides as from the command line.
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "apps/orlix/Engine.h"
+#include "apps/orlix/SceneReader.h"
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/scene/OrlixHook.h"
+
+namespace orlix::test {
+
+class ShippedScene {
+ public:
+  explicit ShippedScene(const std::string& file, std::vector<std::string> overrides = {}, int workers = 1)
+      : pool(workers) {
+    auto read = ReadSceneFile(std::string(ORLIX_SOURCE_DIR) + "/scenes/" + file, engine.types,
+                              {.overrides = std::move(overrides)});
+    if (!read.ok()) throw std::runtime_error(read.error().text);
+    document = std::move((*read).document);
+    observer.wantsHash = true;
+    observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };
+    observer.onWarning = [this](const std::string& node, const std::string& text) {
+      warnings.push_back(node + ": " + text);
+    };
+  }
+
+  void StepThrough(int first, int last) {
+    for (int frame = first; frame <= last; ++frame) {
+      if (!document->SetTime(BaseTime::OfFrame(frame, document->fps)).ok()) throw std::runtime_error("no such time");
+      hook.Execute(*document, &thread, false);
+      if (scene().failure()) throw std::runtime_error(scene().failure()->text);
+    }
+  }
+  OrlixScene& scene() { return *hook.scenes().begin()->second; }
+  BaseObject& Object(const std::string& path) {
+    BaseObject* object = document->FindByPath(path);
+    if (!object) throw std::runtime_error("no object " + path);
+    return *object;
+  }
+  template <class Node>
+  Node& Get(const std::string& path) {
+    auto* node = dynamic_cast<Node*>(scene().Retrieve(&Object(path), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY));
+    if (!node) throw std::runtime_error("no node of that class for " + path);
+    return *node;
+  }
+  const ScalarGrid& Channel(const std::string& path) { return *Get<ChannelBase_Scalar>(path).grid; }
+
+  Engine engine;
+  std::unique_ptr<BaseDocument> document;
+  WorkerPool pool;
+  StatusLine status;
+  StepObserver observer;
+  OrlixHook hook{SceneHost{pool, engine.factory, status, observer}};
+  BaseThread thread;
+  std::vector<SubstepReport> reports;
+  std::vector<std::string> warnings;
+};
+
+// f(value, place) for each cell of a grid.
+template <class F>
+void ForCells(const ScalarGrid& grid, F&& f) {
+  const Vec3D offset = CellSampleOffset(grid.gridType);
+  for (int k = 0; k < grid.dims.z; ++k) {
+    for (int j = 0; j < grid.dims.y; ++j) {
+      for (int i = 0; i < grid.dims.x; ++i) f(grid(i, j, k), grid.space.SimOfVoxel(Vec3D(i, j, k) + offset));
+    }
+  }
+}
+
+inline double SumOf(const ScalarGrid& grid) {
+  double sum = 0;
+  ForCells(grid, [&](double v, const Vec3D&) { sum += v; });
+  return sum;
+}
+inline double LargestOf(const ScalarGrid& grid) {
+  double largest = 0;
+  ForCells(grid, [&](double v, const Vec3D&) { largest = std::max(largest, v); });
+  return largest;
+}
+// Weighted by the values.
+inline Vec3D CentreOf(const ScalarGrid& grid) {
+  Vec3D sum;
+  double weight = 0;
+  ForCells(grid, [&](double v, const Vec3D& p) { sum += p * v, weight += v; });
+  return weight > 0 ? sum / weight : Vec3D();
+}
+
+}  // namespace orlix::test
