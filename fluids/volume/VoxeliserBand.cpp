@@ -16,9 +16,9 @@ namespace orlix {
 
 namespace {
 
-constexpr int kSlabLayers = 2;   // a slab's nodes stay in the cache while its triangles pass
+constexpr int kSlabLayers = 4;   // a slab's nodes stay in the cache while its triangles pass
 constexpr int kChunks = 256;     // pieces of the triangle list for binning
-constexpr int kSmallRadius = 3;  // cells; above, box and plane bound better than corners
+constexpr int kSmallReach = 16;  // nodes; of a triangle with a wider box, box and plane bound better than corners
 
 constexpr int kLevels = 3;
 int LevelOf(std::int32_t triangle) {
@@ -111,53 +111,107 @@ struct CornersBound {
   }
 };
 
-// One row of nodes of one triangle's box.
-struct BandRow {
-  const double* x;  // world positions of the nodes
-  double* squared;
+// What rows of nodes are written to, and the places of nodes in the world.
+struct BandField {
+  const double *x, *y, *z;
+  GridView<double> squared;
   std::int32_t* closest;
-  int count;
-  double y, z;
 };
 
-template <class Bound>
-ORLIX_LANES void FillRow(const BandRow& row, const LaneTriangle<double>& t, const Bound& bound, std::int32_t triangle) {
+// Nodes first to last in each axis.
+struct Block {
+  Span x, y, z;
+};
+
+ORLIX_LANES bool AnyLane(const decltype(Lanes{} < Lanes{}) & mask) {
+  const auto half = mask | __builtin_shufflevector(mask, mask, 2, 3, 0, 1);
+  return (half[0] | half[1]) != 0;
+}
+
+// One row at a time, for triangles of any size.
+ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& block, const TriangleTerms& t,
+                                       const BoxBound& bound, std::int32_t triangle) {
   const Lanes zero{};
-  const typename Bound::Row boundRow = bound.OfRow(row.y, row.z);
-  for (int next = 0; next < row.count; next += kLanes) {
-    // The last lanes are moved back into the row; to look at a node twice changes nothing.
-    const int i = std::max(std::min(next, row.count - kLanes), 0), here = std::min(row.count, kLanes);
-    Lanes x, best;
-    std::memcpy(&x, row.x + i, sizeof x);
-    if (here == kLanes) {
-      std::memcpy(&best, row.squared + i, sizeof best);
-    } else {
-      best = zero - 1.0;  // lanes behind the end never improve
-      std::memcpy(&best, row.squared, static_cast<std::size_t>(here) * sizeof(double));
-    }
-    Lanes least;
-    bound.Least(least, x, boundRow);
-    auto open = least <= best;
-    if ((open[0] | open[1] | open[2] | open[3]) == 0) continue;
-    const LaneVector<Lanes> p{x, zero + row.y, zero + row.z};
-    Lanes distance;
-    LaneSquaredDistances(distance, p, t);
-    open = distance <= best;
-    if ((open[0] | open[1] | open[2] | open[3]) == 0) continue;
-    for (int l = 0; l < here; ++l) {
-      if (open[l] == 0 || (distance[l] == best[l] && row.closest[i + l] < triangle)) continue;
-      row.squared[i + l] = distance[l];
-      row.closest[i + l] = triangle;
+  LaneTriangle<double> lanes;
+  Broadcast(lanes, t);
+  const int count = block.x.last - block.x.first + 1, here = std::min(count, kLanes);
+  for (int k = block.z.first; k <= block.z.last; ++k) {
+    for (int j = block.y.first; j <= block.y.last; ++j) {
+      const BoxBound::Row row = bound.OfRow(field.y[j], field.z[k]);
+      for (int next = 0; next < count; next += kLanes) {
+        // The last lanes are moved back into the row; to look at a node twice changes nothing.
+        const int i = block.x.first + std::max(std::min(next, count - kLanes), 0);
+        double* squared = field.squared.data + field.squared.Index(i, j, k);
+        std::int32_t* closest = field.closest + field.squared.Index(i, j, k);
+        Lanes x, best = zero - 1.0;  // lanes behind the end never improve
+        std::memcpy(&x, field.x + i, sizeof x);
+        std::memcpy(&best, squared, static_cast<std::size_t>(here) * sizeof(double));
+        Lanes least, distance;
+        bound.Least(least, x, row);
+        if (!AnyLane(least <= best)) continue;
+        const LaneVector<Lanes> p{x, zero + field.y[j], zero + field.z[k]};
+        LaneSquaredDistances(distance, p, lanes);
+        for (int l = 0; l < here; ++l) {
+          if (distance[l] > best[l] || (distance[l] == best[l] && closest[l] < triangle)) continue;
+          squared[l] = distance[l];
+          closest[l] = triangle;
+        }
+      }
     }
   }
 }
-ORLIX_MULTIVERSION void FillBandRow(const BandRow& row, const LaneTriangle<double>& t, const BoxBound& bound,
-                                    std::int32_t triangle) {
-  FillRow(row, t, bound, triangle);
-}
-ORLIX_MULTIVERSION void FillBandRow(const BandRow& row, const LaneTriangle<double>& t, const CornersBound& bound,
-                                    std::int32_t triangle) {
-  FillRow(row, t, bound, triangle);
+
+// A small triangle's rows, at least kLanes nodes each: first the lanes that pass the bound are listed, then they are
+// measured, so that neither loop has a branch to mispredict.
+ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& block, const TriangleTerms& t,
+                                       const CornersBound& bound, std::int32_t triangle) {
+  struct Place {
+    std::int64_t index;
+    std::int32_t i, row;
+  };
+  constexpr int kMostRows = kSlabLayers * kSmallReach, kMost = kMostRows * (kSmallReach / kLanes + 1);
+  Place places[kMost];
+  double rowY[kMostRows], rowZ[kMostRows];
+  int rows = 0, listed = 0;
+  for (int k = block.z.first; k <= block.z.last; ++k) {
+    for (int j = block.y.first; j <= block.y.last; ++j, ++rows) {
+      rowY[rows] = field.y[j], rowZ[rows] = field.z[k];
+      const CornersBound::Row row = bound.OfRow(rowY[rows], rowZ[rows]);
+      for (int next = block.x.first; next <= block.x.last; next += kLanes) {
+        // The last lanes are moved back into the row; to look at a node twice changes nothing.
+        const int i = std::min(next, block.x.last - kLanes + 1);
+        const std::int64_t index = field.squared.Index(i, j, k);
+        Lanes x, best, least;
+        std::memcpy(&x, field.x + i, sizeof x);
+        std::memcpy(&best, field.squared.data + index, sizeof best);
+        bound.Least(least, x, row);
+        places[listed] = {index, i, rows};
+        listed += AnyLane(least <= best);
+      }
+    }
+  }
+  if (listed == 0) return;
+  using Numbers = std::int32_t __attribute__((vector_size(kLanes * sizeof(std::int32_t))));
+  using Mask = decltype(Lanes{} < Lanes{});
+  const Lanes zero{};
+  LaneTriangle<double> lanes;
+  Broadcast(lanes, t);
+  for (int n = 0; n < listed; ++n) {
+    const Place& place = places[n];
+    Lanes x, best, distance;
+    Numbers closest;
+    std::memcpy(&x, field.x + place.i, sizeof x);
+    std::memcpy(&best, field.squared.data + place.index, sizeof best);
+    std::memcpy(&closest, field.closest + place.index, sizeof closest);
+    const LaneVector<Lanes> p{x, zero + rowY[place.row], zero + rowZ[place.row]};
+    LaneSquaredDistances(distance, p, lanes);
+    const Mask before = __builtin_convertvector(closest > triangle, Mask);
+    const Mask taken = (distance < best) | ((distance == best) & before);
+    best = taken ? distance : best;
+    closest = __builtin_convertvector(taken, Numbers) != 0 ? Numbers{} + triangle : closest;
+    std::memcpy(field.squared.data + place.index, &best, sizeof best);
+    std::memcpy(field.closest + place.index, &closest, sizeof closest);
+  }
 }
 
 // Which triangles reach which slab, in the triangles' order.
@@ -212,8 +266,11 @@ class BandFiller {
  public:
   BandFiller(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> squared)
       : lattice_(lattice), band_(band), scratch_(scratch), squared_(squared) {
-    for (int i = 0; i < lattice.dims.x; ++i) x_.push_back(lattice.World(i, 0, 0).x);
-    x_.resize(x_.size() + kLanes);  // so that a row's last lanes can be loaded
+    for (int axis = 0; axis < 3; ++axis) {
+      for (int i = 0; i < lattice.dims[axis]; ++i) places_[axis].push_back(lattice.World(i, i, i)[axis]);
+      places_[axis].resize(places_[axis].size() + kLanes);  // so that a short row's lanes can be loaded
+    }
+    field_ = {places_[0].data(), places_[1].data(), places_[2].data(), squared, scratch.closest.data};
     const Vec3D far = lattice.World(lattice.dims.x, lattice.dims.y, lattice.dims.z);
     for (int axis = 0; axis < 3; ++axis) extent_ += std::abs(lattice.origin[axis]) + std::abs(far[axis]);
   }
@@ -241,31 +298,13 @@ class BandFiller {
     const Span ks = BandSpan(low.z, high.z, band_, lattice_.dims.z);
     const double radius = SquaredCoveringRadius(t.x1, t.x2, t.x3), cell = lattice_.spacing.x;
     const Block block{is, js, {std::max(ks.first, kFirst), std::min(ks.last, kLast)}};
-    if (radius < kSmallRadius * kSmallRadius * cell * cell) {
-      FillBlock(block, t, CornersBound(t, radius, extent_, (6 * kSmallRadius + 6 * band_) * cell), number);
+    const int widest = std::max(is.last - is.first, js.last - js.first) + 1;
+    if (widest <= kSmallReach && is.last - is.first + 1 >= kLanes) {
+      FillSmallBlock(field_, block, t, CornersBound(t, radius, extent_, 2 * kSmallReach * cell), number);
     } else {
-      FillBlock(block, t, BoxBound(t, extent_), number);
+      FillLargeBlock(field_, block, t, BoxBound(t, extent_), number);
     }
     CountCrossings(p, q, r, low, high, kFirst, kLast);
-  }
-
-  struct Block {
-    Span x, y, z;
-  };
-  template <class Bound>
-  void FillBlock(const Block& block, const TriangleTerms& t, const Bound& bound, std::int32_t number) {
-    LaneTriangle<double> lanes;
-    Broadcast(lanes, t);
-    for (int k = block.z.first; k <= block.z.last; ++k) {
-      const double z = k * lattice_.spacing.z + lattice_.origin.z;
-      for (int j = block.y.first; j <= block.y.last; ++j) {
-        const double y = j * lattice_.spacing.y + lattice_.origin.y;
-        const std::int64_t at = squared_.Index(block.x.first, j, k);
-        FillBandRow({x_.data() + block.x.first, squared_.data + at, scratch_.closest.data + at,
-                     block.x.last - block.x.first + 1, y, z},
-                    lanes, bound, number);
-      }
-    }
   }
 
   void CountCrossings(const Vec3D& p, const Vec3D& q, const Vec3D& r, const Vec3D& low, const Vec3D& high, int kFirst,
@@ -285,7 +324,8 @@ class BandFiller {
   int band_;
   VoxeliserScratch& scratch_;
   GridView<double> squared_;
-  std::vector<double> x_;
+  std::vector<double> places_[3];
+  BandField field_{};
   double extent_ = 0;
 };
 
