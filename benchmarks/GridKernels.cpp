@@ -84,4 +84,3 @@ BENCHMARK(BM_Triad)->Arg(1)->Arg(2)->Iterations(1)->UseManualTime();
 
 }  // namespace
 }  // namespace orlix
-

@@ -25,8 +25,8 @@ fi
 build/release/bin/orlix run "$scene" --out "$out" --stats "$out/statistics.jsonl" --checkpoint-every 0 "$@"
 
 if command -v ffmpeg >/dev/null; then
-  ffmpeg -y -loglevel error -framerate 24 -i "$out/picture.%04d.png" -c:v libx264 -pix_fmt yuv420p -crf 18 "$out/plume.mp4"
-  ffmpeg -y -loglevel error -i "$out/picture.%04d.png" -vf "select='not(mod(n\,12))',scale=320:-1,tile=6x1" \
+  ffmpeg -y -loglevel error -framerate 12 -pattern_type glob -i "$out/picture.*.png" -c:v libx264 -pix_fmt yuv420p -crf 18 "$out/plume.mp4"
+  ffmpeg -y -loglevel error -pattern_type glob -i "$out/picture.*.png" -vf "select='not(mod(n\,6))',scale=320:-1,tile=6x1" \
     -frames:v 1 -update 1 "$out/contact_sheet.png"
 fi
 echo
