@@ -94,8 +94,9 @@ void Grid_CellEmitter::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   const ScalarGrid* grid = FirstGrid();
   if (!grid || !Target()->IsEnabled() || ports_.operators.empty()) return;
-  if (!SplitLayers(slabs_, grid->dims, false, scene->threadCount)) return;
   CloneConstraints();
+  // A constraint may read the very channel that is changed: then one worker does it all, in the grid's order.
+  if (!SplitLayers(slabs_, grid->dims, false, constraints_.empty() ? scene->threadCount : 1)) return;
   for (ChannelOperator* op : ports_.operators) {
     if (!op->IsEnabled()) continue;
     op->AttachInput(Target());

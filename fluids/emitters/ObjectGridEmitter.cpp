@@ -182,7 +182,8 @@ void ObjectGridEmitter::Setup() {
     }
   }
   if (low >= high) return;
-  const int workers = std::clamp(scene->threadCount, 1, WorkerPool::kMaxWorkers);
+  // A constraint may read the very channel that is filled: then one worker does it all, in the volume's order.
+  const int workers = constraints.empty() ? std::clamp(scene->threadCount, 1, WorkerPool::kMaxWorkers) : 1;
   const int pieces = std::min(workers, high - low);
   for (int w = 0; w < pieces; ++w) {
     const std::int64_t span = high - low;
