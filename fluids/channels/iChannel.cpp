@@ -116,8 +116,8 @@ double SampleChannelGrid(const ScalarGrid& grid, const Vec3D& voxel, Interpolati
 }
 
 void WarnNoMemory(OrlixScene& scene, const iBase& node, const VecInt3D& cells) {
-  scene.Warn(node, fmt::format("a grid of {} x {} x {} cells doesn't fit: {} bytes a grid, the memory budget is {}",
-                               cells.x, cells.y, cells.z, CellCount(cells) * 8,
+  scene.Warn(node, fmt::format("a grid of {} x {} x {} cells doesn't fit: {:.0f} bytes a grid, the memory budget is {}",
+                               cells.x, cells.y, cells.z, 8.0 * cells.x * cells.y * cells.z,
                                GridMemoryBudget() > 0 ? std::to_string(GridMemoryBudget()) + " bytes"
                                                       : std::string("what the machine has")));
 }
