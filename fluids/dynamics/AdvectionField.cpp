@@ -8,7 +8,7 @@ bool AdvectionField::Resolve(Vec3D& index) const {
   bool moved = false;
   for (int axis = 0; axis < 3; ++axis) {
     double& x = index[axis];
-    if (x < 1) {
+    if (!(x >= 1)) {  // NaN, too
       x = kInset, moved = true;
     } else if (x > n[axis] - 2) {
       x = n[axis] - 1 - kInset, moved = true;

@@ -40,7 +40,7 @@ void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& so
     });
     std::fill(row + open, row + end, 0.0);
   };
-  pass.ForEachRun(false, write, clear);
+  pass.ForEachRun(write, clear);
 }
 
 void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, float strength,
@@ -52,6 +52,9 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
   const AdvectionPass there(backward, source, pool);
   ClearOuterRows(forward);
   const auto writeForward = [&](AdvectionRun& run) {
+    for (std::uint64_t moved = run.moved; moved != 0; moved &= moved - 1) {
+      run.cell[__builtin_ctzll(moved)] = kMovedCell;
+    }
     there.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) {
       run.value[i - run.begin] = 0;
       run.cell[i - run.begin] = kSolidCell;
@@ -65,7 +68,7 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
     std::fill_n(forward.data + forward.Index(begin, j, k), end - begin, 0.0);
     forward(0, j, k) = forward(forward.dims.x - 1, j, k) = 0;
   };
-  there.ForEachRun(true, writeForward, clearForward);
+  there.ForEachRun(writeForward, clearForward);
 
   AdvectionSource ahead = source;
   ahead.values = forward;
@@ -82,7 +85,7 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
   const auto clear = [&](int begin, int end, int j, int k) {
     std::fill_n(result.data + result.Index(begin, j, k), end - begin, 0.0);
   };
-  back.ForEachRun(false, correct, clear);
+  back.ForEachRun(correct, clear);
 }
 
 CellBox FindContent(const GridView<const double>& grid, WorkerPool& pool) {

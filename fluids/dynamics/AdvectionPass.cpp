@@ -26,7 +26,7 @@ namespace orlix {
 namespace {
 
 #define ORLIX_KERNELS_OF(rows) \
-  AdvectionRunKernels { rows::FirstVelocity, rows::TraceRun, rows::ClampRun, rows::SampleRun, rows::CorrectRun }
+  AdvectionRunKernels { rows::FirstVelocity, rows::TraceRun, rows::SampleRun, rows::CorrectRun }
 
 AdvectionRunKernels ChooseKernels() {
 #if defined(__x86_64__)
@@ -50,12 +50,12 @@ Interpolation ModeOf(AdvectionSampling sampling) {
                                                          : Interpolation::Trilinear;
 }
 
-// Calls f(l) for the four cells of each marked block of a run.
+// Calls f(block, first cell) for each marked block of four cells.
 template <class F>
-void ForEachInBlocks(std::uint32_t blocks, int count, F&& f) {
+void ForEachBlock(std::uint32_t blocks, int count, F&& f) {
   for (; blocks != 0; blocks &= blocks - 1) {
-    const int next = __builtin_ctz(blocks) * 4, first = std::min(next, count - 4);
-    for (int l = first; l < first + 4; ++l) f(l);
+    const int block = __builtin_ctz(blocks);
+    f(1u << block, std::min(block * 4, count - 4));
   }
 }
 
@@ -146,58 +146,51 @@ AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource&
       kernels_(other.kernels_),
       reached_(other.reached_) {}
 
+// One cell, from its start to its source cell.
 void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {
-  const Vec3D traced = field_.Trace({run.start.x + l, run.start.y, run.start.z});
-  for (int axis = 0; axis < 3; ++axis) run.position[axis][l] = traced[axis];
-}
-
-void AdvectionPass::ResolveCell(AdvectionRun& run, int l) const {
-  Vec3D point(run.position[0][l], run.position[1][l], run.position[2][l]);
-  run.moved[l] = field_.Resolve(point) ? -1 : 0;
+  Vec3D point = field_.Trace({run.start.x + l, run.start.y, run.start.z});
+  const std::uint64_t bit = std::uint64_t(1) << l;
+  run.moved = field_.Resolve(point) ? run.moved | bit : run.moved & ~bit;
   for (int axis = 0; axis < 3; ++axis) run.place[axis][l] = point[axis];
+  const VecInt3D n = source_.values.dims;
+  const Vec3D at = point - source_.offset;
+  run.cell[l] = static_cast<std::int32_t>(
+      source_.values.Index(LinearAxis(at.x, n.x).i, LinearAxis(at.y, n.y).i, LinearAxis(at.z, n.z).i));
 }
 
 void AdvectionPass::Trace(AdvectionRun& run) const {
   run.start = Vec3D(run.begin, run.j, run.k) + source_.offset;
-  run.again = run.near = 0;
+  run.again = run.near = 0, run.moved = 0;
   if (!InBlocks(run)) {
-    for (int l = 0; l < run.count; ++l) {
-      TraceCell(run, l);
-      ResolveCell(run, l);
-    }
+    for (int l = 0; l < run.count; ++l) TraceCell(run, l);
     return;
   }
   kernels_.firstVelocity(field_.velocity, source_.offset, run);
-  kernels_.trace(field_, run);
-  ForEachInBlocks(run.again, run.count, [&](int l) { TraceCell(run, l); });
-  if (!field_.solid.HasData()) {
-    for (int l = 0; l < run.count; ++l) ResolveCell(run, l);
-    return;
-  }
-  kernels_.clamp(field_, run);
-  ForEachInBlocks(run.near, run.count, [&](int l) {
-    if (field_.bricks->Touches({run.place[0][l], run.place[1][l], run.place[2][l]})) ResolveCell(run, l);
+  kernels_.trace(field_, source_, run);
+  ForEachBlock(run.near, run.count, [&](std::uint32_t block, int first) {
+    for (int l = first; l < first + 4; ++l) {
+      if (field_.bricks->Touches({run.place[0][l], run.place[1][l], run.place[2][l]})) run.again |= block;
+    }
+  });
+  ForEachBlock(run.again, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + 4; ++l) TraceCell(run, l);
   });
 }
 
-void AdvectionPass::SampleCell(bool record, AdvectionRun& run, int l) const {
-  const GridView<const double>& grid = source_.values;
+void AdvectionPass::SampleCell(AdvectionRun& run, int l) const {
   const Vec3D at = Vec3D(run.place[0][l], run.place[1][l], run.place[2][l]) - source_.offset;
-  run.value[l] = SampleGrid(grid, at.x, at.y, at.z, ModeOf(source_.sampling));
-  if (!record) return;
-  const std::int64_t cell =
-      grid.Index(LinearAxis(at.x, grid.dims.x).i, LinearAxis(at.y, grid.dims.y).i, LinearAxis(at.z, grid.dims.z).i);
-  run.cell[l] = run.moved[l] != 0 ? kMovedCell : static_cast<std::int32_t>(cell);
+  run.value[l] = SampleGrid(source_.values, at.x, at.y, at.z, ModeOf(source_.sampling));
 }
 
-void AdvectionPass::Sample(bool record, AdvectionRun& run) const {
+void AdvectionPass::Sample(AdvectionRun& run) const {
   if (!InBlocks(run)) {
-    for (int l = 0; l < run.count; ++l) SampleCell(record, run, l);
+    for (int l = 0; l < run.count; ++l) SampleCell(run, l);
     return;
   }
-  run.again = 0;
-  kernels_.sample(source_, record, run);
-  ForEachInBlocks(run.again, run.count, [&](int l) { SampleCell(record, run, l); });
+  kernels_.sample(source_, run);
+  ForEachBlock(run.again, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + 4; ++l) SampleCell(run, l);
+  });
 }
 
 void AdvectionPass::Correct(const MacCormackRow& row, AdvectionRun& run) const {

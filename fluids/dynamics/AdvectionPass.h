@@ -18,14 +18,13 @@ struct AdvectionRun {
   Vec3D start;                                          // index position of the first sample
   std::uint32_t again;                                  // bit b: block b of four cells is to be done cell by cell
   std::uint32_t near;                                   // bit b: block b may lie in an obstacle
+  std::uint64_t moved;                                  // bit l: the walls moved cell l's point
   alignas(32) double velocity[4][3][kCells];            // at the integrator's stages
-  alignas(32) double position[3][kCells];               // traced, index positions
-  alignas(32) double place[3][kCells];                  // resolved against the walls
+  alignas(32) double place[3][kCells];                  // traced and resolved, index positions
   alignas(32) double own[3][kCells], other[3][kCells];  // fractions in cells
   alignas(32) double value[kCells];                     // sampled at the place
   alignas(32) std::int32_t node[3][kCells];
-  alignas(32) std::int32_t moved[kCells];  // -1 where the walls moved the point
-  alignas(32) std::int32_t cell[kCells];   // source cell in which the point lies, or kMovedCell
+  alignas(32) std::int32_t cell[kCells];  // source cell in which the point lies
 };
 
 // A run of MacCormack's second pass; pointers stand at its first cell.
@@ -40,9 +39,8 @@ struct MacCormackRow {
 // The stages of a run for one instruction set. A run has at least four cells.
 struct AdvectionRunKernels {
   void (*firstVelocity)(const VelocityView&, const Vec3D&, AdvectionRun&);
-  void (*trace)(const AdvectionField&, AdvectionRun&);
-  void (*clamp)(const AdvectionField&, AdvectionRun&);
-  void (*sample)(const AdvectionSource&, bool, AdvectionRun&);
+  void (*trace)(const AdvectionField&, const AdvectionSource&, AdvectionRun&);
+  void (*sample)(const AdvectionSource&, AdvectionRun&);
   void (*correct)(const MacCormackRow&, AdvectionRun&);
 };
 
@@ -54,17 +52,18 @@ class AdvectionPass {
   AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const AdvectionPass& other);
 
   // Calls write(run) for each run of the cells that something may reach: run.value is the source at the traced point,
-  // with record run.cell is where that lies. Calls clear(begin, end, j, k) for the other cells of each row.
+  // run.place and run.cell are where that lies, run.moved tells whether the walls moved it. Calls
+  // clear(begin, end, j, k) for the other cells of each row.
   template <class Write, class Clear>
-  void ForEachRun(bool record, Write&& write, Clear&& clear) const {
+  void ForEachRun(Write&& write, Clear&& clear) const {
     ForEachTraced(
         [&](AdvectionRun& run) {
-          Sample(record, run);
+          Sample(run);
           write(run);
         },
         clear);
   }
-  // The same without the samples: run.place is the traced point.
+  // The same without the samples.
   template <class Write, class Clear>
   void ForEachTraced(Write&& write, Clear&& clear) const {
     const VecInt3D n = source_.values.dims;
@@ -105,10 +104,9 @@ class AdvectionPass {
   }
   bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= 4; }
   void Trace(AdvectionRun& run) const;
-  void Sample(bool record, AdvectionRun& run) const;
+  void Sample(AdvectionRun& run) const;
   void TraceCell(AdvectionRun& run, int l) const;
-  void ResolveCell(AdvectionRun& run, int l) const;
-  void SampleCell(bool record, AdvectionRun& run, int l) const;
+  void SampleCell(AdvectionRun& run, int l) const;
 
   const AdvectionField& field_;
   const AdvectionSource& source_;

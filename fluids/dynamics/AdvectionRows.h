@@ -17,18 +17,24 @@ using F2 = double __attribute__((vector_size(16)));
 using M4 = std::int64_t __attribute__((vector_size(32)));
 using I4 = std::int32_t __attribute__((vector_size(16)));
 
+struct Block3 {
+  F4 x, y, z;
+};
+
 ORLIX_ROW_INLINE void Load(F4& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
 ORLIX_ROW_INLINE void Store(double* to, const F4& v) { __builtin_memcpy(to, &v, sizeof v); }
 ORLIX_ROW_INLINE void Load(I4& v, const std::int32_t* from) { __builtin_memcpy(&v, from, sizeof v); }
 ORLIX_ROW_INLINE void Store(std::int32_t* to, const I4& v) { __builtin_memcpy(to, &v, sizeof v); }
 
-ORLIX_ROW_INLINE bool All(const M4& m) {
+// Bit l: lane l of a mask is set.
+ORLIX_ROW_INLINE unsigned Bits(const M4& m) {
 #ifdef ORLIX_ROWS_AVX
-  return _mm256_movemask_pd(reinterpret_cast<__m256d>(m)) == 15;
+  return static_cast<unsigned>(_mm256_movemask_pd(reinterpret_cast<__m256d>(m)));
 #else
-  return (m[0] & m[1] & m[2] & m[3]) != 0;
+  return static_cast<unsigned>((m[0] & 1) | (m[1] & 2) | (m[2] & 4) | (m[3] & 8));
 #endif
 }
+ORLIX_ROW_INLINE bool All(const M4& m) { return Bits(m) == 15; }
 
 // The whole part of non-negative numbers below 2^31.
 ORLIX_ROW_INLINE void Whole(F4& whole, const F4& x) {
@@ -39,28 +45,41 @@ ORLIX_ROW_INLINE void Whole(F4& whole, const F4& x) {
 #endif
 }
 
-ORLIX_ROW_INLINE void Narrow(I4& narrow, const M4& m) { narrow = __builtin_convertvector(m, I4); }
+// Four linear indices.
+struct Nodes {
+  std::int64_t a, b, c, d;
+};
+ORLIX_ROW_INLINE void Load(Nodes& nodes, const std::int32_t* from) { nodes = {from[0], from[1], from[2], from[3]}; }
 
-// low[l] = data[index[l]], high[l] = data[index[l] + 1].
-ORLIX_ROW_INLINE void LoadPairs(const double* data, const std::int32_t* index, F4& low, F4& high) {
-  F2 a, b, c, d;
-  __builtin_memcpy(&a, data + index[0], sizeof a);
-  __builtin_memcpy(&b, data + index[1], sizeof b);
-  __builtin_memcpy(&c, data + index[2], sizeof c);
-  __builtin_memcpy(&d, data + index[3], sizeof d);
-  const F4 ac = __builtin_shufflevector(a, c, 0, 1, 2, 3), bd = __builtin_shufflevector(b, d, 0, 1, 2, 3);
-  low = __builtin_shufflevector(ac, bd, 0, 4, 2, 6);
-  high = __builtin_shufflevector(ac, bd, 1, 5, 3, 7);
+// low[l] = data[node l], high[l] = data[node l + 1].
+ORLIX_ROW_INLINE void LoadPairs(const double* data, const Nodes& nodes, F4& low, F4& high) {
+#ifdef ORLIX_ROWS_AVX
+  const F4 ac =
+      _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(data + nodes.a)), _mm_loadu_pd(data + nodes.c), 1);
+  const F4 bd =
+      _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(data + nodes.b)), _mm_loadu_pd(data + nodes.d), 1);
+  low = _mm256_unpacklo_pd(ac, bd);
+  high = _mm256_unpackhi_pd(ac, bd);
+#else
+  low = F4{data[nodes.a], data[nodes.b], data[nodes.c], data[nodes.d]};
+  high = F4{data[nodes.a + 1], data[nodes.b + 1], data[nodes.c + 1], data[nodes.d + 1]};
+#endif
 }
 
 // The last block of a run overlaps the one before it, and gives the same values again. A run has at least four cells.
 ORLIX_ROW_INLINE int BlockStart(int next, int count) { return next + 4 <= count ? next : count - 4; }
 
-ORLIX_ROW_INLINE void LinearIndex(const GridView<const double>& grid, const F4& i, const F4& j, const F4& k,
-                                  I4& index) {
-  const F4 linear = i + static_cast<double>(grid.dims.x) * j + static_cast<double>(grid.slab) * k;
-  index = __builtin_convertvector(linear, I4);
-}
+// From nodes to linear indices of a grid.
+struct Indexer {
+  F4 nx, slab;
+  ORLIX_ROW_INLINE explicit Indexer(const GridView<const double>& grid)
+      : nx(F4{} + static_cast<double>(grid.dims.x)), slab(F4{} + static_cast<double>(grid.slab)) {}
+  ORLIX_ROW_INLINE void Store(std::int32_t* to, const F4& i, const F4& j, const F4& k) const {
+    const F4 linear = i + nx * j + slab * k;
+    const I4 index = __builtin_convertvector(linear, I4);
+    __builtin_memcpy(to, &index, sizeof index);
+  }
+};
 
 // The trilinear interpolation of SampleTrilinear in cells whose linear indices and fractions stand in arrays.
 ORLIX_ROW_INLINE void TrilinearRun(const GridView<const double>& view, const std::int32_t* cell,
@@ -72,11 +91,13 @@ ORLIX_ROW_INLINE void TrilinearRun(const GridView<const double>& view, const std
     F4 fx, fy, fz, a0, a1, b0, b1;
     Load(fx, fractionX + l), Load(fy, fractionY + l), Load(fz, fractionZ + l);
     const F4 gx = 1.0 - fx, gy = 1.0 - fy, gz = 1.0 - fz;
-    LoadPairs(p00, cell + l, a0, a1);
-    LoadPairs(p10, cell + l, b0, b1);
+    Nodes nodes;
+    Load(nodes, cell + l);
+    LoadPairs(p00, nodes, a0, a1);
+    LoadPairs(p10, nodes, b0, b1);
     const F4 low = (a0 * gx + a1 * fx) * gy + (b0 * gx + b1 * fx) * fy;
-    LoadPairs(p01, cell + l, a0, a1);
-    LoadPairs(p11, cell + l, b0, b1);
+    LoadPairs(p01, nodes, a0, a1);
+    LoadPairs(p11, nodes, b0, b1);
     const F4 high = (a0 * gx + a1 * fx) * gy + (b0 * gx + b1 * fx) * fy;
     Store(value + l, low * gz + high * fz);
   }
@@ -112,143 +133,193 @@ ORLIX_ROW_INLINE void FirstVelocity(const VelocityView& velocity, const Vec3D& o
   }
 }
 
-// run.velocity[stage] is the velocity at run.position. Blocks that lie too near to the ends of the arrays are marked in
-// run.again and take any value.
-ORLIX_ROWS_TARGET inline void VelocityAtPositions(const VelocityView& velocity, int stage, AdvectionRun& run) {
-  const GridView<const double> gu = velocity.component[0], gv = velocity.component[1], gw = velocity.component[2];
-  const double endX = gv.dims.x - 0.5, endY = gu.dims.y - 0.5, endZ = gu.dims.z - 0.5;
-  const F4 inside = F4{} + 1.0;
-  for (int next = 0; next < run.count; next += 4) {
-    const int l = BlockStart(next, run.count);
-    F4 x, y, z;
-    Load(x, run.position[0] + l), Load(y, run.position[1] + l), Load(z, run.position[2] + l);
-    const M4 fits = (x >= 0.5) & (x < endX) & (y >= 0.5) & (y < endY) & (z >= 0.5) & (z < endZ);
-    if (!All(fits)) {
+// The samples' places: a row changes only in x.
+struct Starts {
+  F4 x, y, z;
+  ORLIX_ROW_INLINE explicit Starts(const AdvectionRun& run)
+      : x(F4{0, 1, 2, 3} + run.start.x), y(F4{} + run.start.y), z(F4{} + run.start.z) {}
+  ORLIX_ROW_INLINE void At(int l, Block3& p) const { p.x = x + static_cast<double>(l), p.y = y, p.z = z; }
+};
+
+ORLIX_ROW_INLINE void LoadVelocity(const AdvectionRun& run, int stage, int l, Block3& v) {
+  Load(v.x, run.velocity[stage][0] + l), Load(v.y, run.velocity[stage][1] + l), Load(v.z, run.velocity[stage][2] + l);
+}
+
+// Finds the nodes and fractions of the three components at the points that the velocity of a stage leads to. Blocks
+// that lie too near to the ends of the arrays are marked in run.again and take any node.
+ORLIX_ROW_INLINE void LocateVelocity(const VelocityView& view, double step, int stage, AdvectionRun& run) {
+  const Indexer indexU(view.component[0]), indexV(view.component[1]), indexW(view.component[2]);
+  const F4 begin = F4{} + 0.5, stepLanes = F4{} + step;
+  const F4 endX = F4{} + (view.component[1].dims.x - 0.5), endY = F4{} + (view.component[0].dims.y - 0.5);
+  const F4 endZ = F4{} + (view.component[0].dims.z - 0.5);
+  const Starts starts(run);
+  const int count = run.count;
+  for (int next = 0; next < count; next += 4) {
+    const int l = BlockStart(next, count);
+    Block3 p, v;
+    starts.At(l, p);
+    LoadVelocity(run, stage, l, v);
+    F4 x = p.x + stepLanes * v.x, y = p.y + stepLanes * v.y, z = p.z + stepLanes * v.z;
+    if (!All((x >= begin) & (x < endX) & (y >= begin) & (y < endY) & (z >= begin) & (z < endZ))) {
       run.again |= 1u << (next >> 2);
-      x = y = z = inside;
+      x = y = z = F4{} + 1.0;
     }
     // Nodes along a component's own axis, and along the two others.
     F4 ix, iy, iz, jx, jy, jz;
-    const F4 sx = x - 0.5, sy = y - 0.5, sz = z - 0.5;
+    const F4 sx = x - begin, sy = y - begin, sz = z - begin;
     Whole(ix, x), Whole(iy, y), Whole(iz, z), Whole(jx, sx), Whole(jy, sy), Whole(jz, sz);
     Store(run.own[0] + l, x - ix), Store(run.own[1] + l, y - iy), Store(run.own[2] + l, z - iz);
     Store(run.other[0] + l, sx - jx), Store(run.other[1] + l, sy - jy), Store(run.other[2] + l, sz - jz);
-    I4 u, v, w;
-    LinearIndex(gu, ix, jy, jz, u), LinearIndex(gv, jx, iy, jz, v), LinearIndex(gw, jx, jy, iz, w);
-    Store(run.node[0] + l, u), Store(run.node[1] + l, v), Store(run.node[2] + l, w);
-  }
-  TrilinearRun(gu, run.node[0], run.own[0], run.other[1], run.other[2], run.count, run.velocity[stage][0]);
-  TrilinearRun(gv, run.node[1], run.other[0], run.own[1], run.other[2], run.count, run.velocity[stage][1]);
-  TrilinearRun(gw, run.node[2], run.other[0], run.other[1], run.own[2], run.count, run.velocity[stage][2]);
-}
-
-// The samples' place in an axis: a row changes only in x.
-ORLIX_ROW_INLINE void StartOf(const AdvectionRun& run, int axis, int l, F4& x) {
-  x = axis == 0 ? F4{0, 1, 2, 3} + (run.start.x + l) : F4{} + run.start[axis];
-}
-
-// run.position = start + step k[stage].
-ORLIX_ROW_INLINE void Advance(double step, int stage, AdvectionRun& run) {
-  for (int axis = 0; axis < 3; ++axis) {
-    for (int next = 0; next < run.count; next += 4) {
-      const int l = BlockStart(next, run.count);
-      F4 x, k;
-      StartOf(run, axis, l, x);
-      Load(k, run.velocity[stage][axis] + l);
-      Store(run.position[axis] + l, x + step * k);
-    }
+    indexU.Store(run.node[0] + l, ix, jy, jz);
+    indexV.Store(run.node[1] + l, jx, iy, jz);
+    indexW.Store(run.node[2] + l, jx, jy, iz);
   }
 }
 
-// The last step of TracePoint.
+// run.velocity[stage] takes the velocity where that of the stage before leads to.
+ORLIX_ROWS_TARGET inline void NextStage(const VelocityView& view, double step, int stage, AdvectionRun& run) {
+  LocateVelocity(view, step, stage - 1, run);
+  double(*out)[AdvectionRun::kCells] = run.velocity[stage];
+  TrilinearRun(view.component[0], run.node[0], run.own[0], run.other[1], run.other[2], run.count, out[0]);
+  TrilinearRun(view.component[1], run.node[1], run.other[0], run.own[1], run.other[2], run.count, out[1]);
+  TrilinearRun(view.component[2], run.node[2], run.other[0], run.other[1], run.own[2], run.count, out[2]);
+}
+
+// The last step of TracePoint for a block: from the start to the traced point.
 template <Integrator kIntegrator>
-ORLIX_ROW_INLINE void Combine(double step, AdvectionRun& run) {
-  for (int axis = 0; axis < 3; ++axis) {
-    for (int next = 0; next < run.count; next += 4) {
-      const int l = BlockStart(next, run.count);
-      F4 x, k1, k2;
-      StartOf(run, axis, l, x);
-      Load(k1, run.velocity[0][axis] + l), Load(k2, run.velocity[1][axis] + l);
-      if constexpr (kIntegrator == Integrator::Heun) {
-        x = x + step * (k1 + k2) * 0.5;
-      } else if constexpr (kIntegrator == Integrator::Ralston) {
-        F4 k3;
-        Load(k3, run.velocity[2][axis] + l);
-        x = x + step * ((2.0 / 9.0) * k1 + (1.0 / 3.0) * k2 + (4.0 / 9.0) * k3);
-      } else {
-        F4 k3, k4;
-        Load(k3, run.velocity[2][axis] + l), Load(k4, run.velocity[3][axis] + l);
-        x = x + step * (k1 + 2.0 * k2 + 2.0 * k3 + k4) / 6.0;
-      }
-      Store(run.position[axis] + l, x);
-    }
+ORLIX_ROW_INLINE void Combine(const AdvectionRun& run, double step, int l, Block3& p) {
+  Block3 k1, k2, k3, k4;
+  LoadVelocity(run, 0, l, k1);
+  if constexpr (kIntegrator == Integrator::Euler) {
+    p.x = p.x + step * k1.x, p.y = p.y + step * k1.y, p.z = p.z + step * k1.z;
+    return;
   }
+  LoadVelocity(run, 1, l, k2);
+  if constexpr (kIntegrator == Integrator::Heun) {
+    const double half = step * 0.5;  // exact, and so the order doesn't matter
+    p.x = p.x + half * (k1.x + k2.x);
+    p.y = p.y + half * (k1.y + k2.y);
+    p.z = p.z + half * (k1.z + k2.z);
+    return;
+  }
+  LoadVelocity(run, 2, l, k3);
+  if constexpr (kIntegrator == Integrator::Ralston) {
+    constexpr double a = 2.0 / 9.0, b = 1.0 / 3.0, c = 4.0 / 9.0;
+    p.x = p.x + step * (a * k1.x + b * k2.x + c * k3.x);
+    p.y = p.y + step * (a * k1.y + b * k2.y + c * k3.y);
+    p.z = p.z + step * (a * k1.z + b * k2.z + c * k3.z);
+    return;
+  }
+  LoadVelocity(run, 3, l, k4);
+  p.x = p.x + step * (k1.x + 2.0 * k2.x + 2.0 * k3.x + k4.x) / 6.0;
+  p.y = p.y + step * (k1.y + 2.0 * k2.y + 2.0 * k3.y + k4.y) / 6.0;
+  p.z = p.z + step * (k1.z + 2.0 * k2.z + 2.0 * k3.z + k4.z) / 6.0;
 }
 
-// TracePoint for a run.
-ORLIX_ROWS_TARGET inline void TraceRun(const AdvectionField& field, AdvectionRun& run) {
+// The nodes and fractions of blocks in the source.
+struct SourceLattice {
+  GridView<const double> grid;
+  Indexer index;
+  F4 offsetX, offsetY, offsetZ;
+  Vec3D begin, end;  // within [margin, n - 1 - margin)
+
+  ORLIX_ROW_INLINE SourceLattice(const AdvectionSource& source, int margin)
+      : grid(source.values),
+        index(source.values),
+        offsetX(F4{} + source.offset.x),
+        offsetY(F4{} + source.offset.y),
+        offsetZ(F4{} + source.offset.z),
+        begin(Vec3D(margin) + source.offset),
+        end(Vec3D(grid.dims - VecInt3D(1 + margin, 1 + margin, 1 + margin)) + source.offset) {}
+
+  ORLIX_ROW_INLINE bool Holds(const Block3& p) const {
+    return All((p.x >= begin.x) & (p.x < end.x) & (p.y >= begin.y) & (p.y < end.y) & (p.z >= begin.z) & (p.z < end.z));
+  }
+  ORLIX_ROW_INLINE void Locate(const F4& x, const F4& y, const F4& z, int l, std::int32_t* cell,
+                               AdvectionRun& run) const {
+    F4 i, j, k;
+    Whole(i, x), Whole(j, y), Whole(k, z);
+    Store(run.own[0] + l, x - i), Store(run.own[1] + l, y - j), Store(run.own[2] + l, z - k);
+    index.Store(cell + l, i, j, k);
+  }
+};
+
+// AdvectionField::Resolve against the container: gives the lanes that moved.
+ORLIX_ROW_INLINE unsigned ClampBlock(const VecInt3D& n, Block3& p) {
+  const double low = AdvectionField::kInset;
+  const M4 lowX = ~(p.x >= 1.0), lowY = ~(p.y >= 1.0), lowZ = ~(p.z >= 1.0);
+  const M4 highX = p.x > static_cast<double>(n.x - 2), highY = p.y > static_cast<double>(n.y - 2);
+  const M4 highZ = p.z > static_cast<double>(n.z - 2);
+  p.x = lowX ? F4{} + low : highX ? F4{} + (n.x - 1 - low) : p.x;
+  p.y = lowY ? F4{} + low : highY ? F4{} + (n.y - 1 - low) : p.y;
+  p.z = lowZ ? F4{} + low : highZ ? F4{} + (n.z - 1 - low) : p.z;
+  return Bits(lowX | lowY | lowZ | highX | highY | highZ);
+}
+
+// From the stages' velocities to run.place, clamped to the domain, and on to the source's cells. Blocks that may lie in
+// an obstacle are marked in run.near, blocks whose sample needs clamps in run.again.
+template <Integrator kIntegrator>
+ORLIX_ROWS_TARGET void Arrive(const AdvectionField& field, const AdvectionSource& source, AdvectionRun& run) {
   const double step = field.Step();
-  const VelocityView& velocity = field.velocity;
+  const bool walls = field.solid.HasData(), obstacles = walls && !field.bricks->IsEmpty();
+  const VecInt3D n = walls ? field.solid.nodes().dims : VecInt3D();
+  const F4 begin = F4{} + 1.0, endX = F4{} + (n.x - 2.0), endY = F4{} + (n.y - 2.0), endZ = F4{} + (n.z - 2.0);
+  const Vec3D low(obstacles ? field.bricks->min() : VecInt3D());
+  const Vec3D high(obstacles ? field.bricks->max() + VecInt3D(1, 1, 1) : VecInt3D());
+  const SourceLattice lattice(source, 0);
+  const Starts starts(run);
+  const int count = run.count;
+  std::uint64_t moved = 0;
+  for (int next = 0; next < count; next += 4) {
+    const int l = BlockStart(next, count);
+    Block3 p;
+    starts.At(l, p);
+    Combine<kIntegrator>(run, step, l, p);
+    if (walls) {
+      // A point within the walls lies in the source's lattice, too, and after the clamp all do.
+      if (!All((p.x >= begin) & (p.x <= endX) & (p.y >= begin) & (p.y <= endY) & (p.z >= begin) & (p.z <= endZ))) {
+        moved |= std::uint64_t(ClampBlock(n, p)) << l;
+      }
+      if (obstacles &&
+          !All((p.x < low.x) | (p.x >= high.x) | (p.y < low.y) | (p.y >= high.y) | (p.z < low.z) | (p.z >= high.z))) {
+        run.near |= 1u << (next >> 2);
+      }
+    }
+    Store(run.place[0] + l, p.x), Store(run.place[1] + l, p.y), Store(run.place[2] + l, p.z);
+    if (!walls && !lattice.Holds(p)) {
+      run.again |= 1u << (next >> 2);
+      p.x = p.y = p.z = F4{} + 1.5;
+    }
+    lattice.Locate(p.x - lattice.offsetX, p.y - lattice.offsetY, p.z - lattice.offsetZ, l, run.cell, run);
+  }
+  run.moved = walls ? moved : ~std::uint64_t(0);
+}
+
+// Traces a run and finds the source's cells at its ends.
+ORLIX_ROWS_TARGET inline void TraceRun(const AdvectionField& field, const AdvectionSource& source, AdvectionRun& run) {
+  const double step = field.Step();
+  const VelocityView& view = field.velocity;
   switch (field.integrator) {
     case Integrator::Euler:
-      Advance(step, 0, run);
-      break;
+      return Arrive<Integrator::Euler>(field, source, run);
     case Integrator::Heun:
-      Advance(step, 0, run);
-      VelocityAtPositions(velocity, 1, run);
-      Combine<Integrator::Heun>(step, run);
-      break;
+      NextStage(view, step, 1, run);
+      return Arrive<Integrator::Heun>(field, source, run);
     case Integrator::Ralston:
-      Advance(step * 0.5, 0, run);
-      VelocityAtPositions(velocity, 1, run);
-      Advance(step * 0.75, 1, run);
-      VelocityAtPositions(velocity, 2, run);
-      Combine<Integrator::Ralston>(step, run);
-      break;
+      NextStage(view, step * 0.5, 1, run);
+      NextStage(view, step * 0.75, 2, run);
+      return Arrive<Integrator::Ralston>(field, source, run);
     case Integrator::RungeKutta4:
-      Advance(step * 0.5, 0, run);
-      VelocityAtPositions(velocity, 1, run);
-      Advance(step * 0.5, 1, run);
-      VelocityAtPositions(velocity, 2, run);
-      Advance(step, 2, run);
-      VelocityAtPositions(velocity, 3, run);
-      Combine<Integrator::RungeKutta4>(step, run);
-      break;
-  }
-}
-
-ORLIX_ROW_INLINE void ClampAxis(F4& x, int n, M4& moved) {
-  const F4 low = F4{} + AdvectionField::kInset, high = F4{} + (n - 1 - AdvectionField::kInset);
-  const M4 below = x<1.0, above = x> static_cast<double>(n - 2);
-  x = below ? low : above ? high : x;
-  moved |= below | above;
-}
-
-// AdvectionField::Resolve for a run, from run.position to run.place: the clamp to the domain, and which blocks are near
-// enough to obstacles to ask for the distance.
-ORLIX_ROWS_TARGET inline void ClampRun(const AdvectionField& field, AdvectionRun& run) {
-  const VecInt3D n = field.solid.nodes().dims;
-  const bool obstacles = !field.bricks->IsEmpty();
-  const Vec3D low(field.bricks->min()), high(field.bricks->max() + VecInt3D(1, 1, 1));
-  for (int next = 0; next < run.count; next += 4) {
-    const int l = BlockStart(next, run.count);
-    F4 x, y, z;
-    Load(x, run.position[0] + l), Load(y, run.position[1] + l), Load(z, run.position[2] + l);
-    M4 mask{};
-    ClampAxis(x, n.x, mask), ClampAxis(y, n.y, mask), ClampAxis(z, n.z, mask);
-    I4 moved;
-    Narrow(moved, mask);
-    Store(run.place[0] + l, x), Store(run.place[1] + l, y), Store(run.place[2] + l, z);
-    Store(run.moved + l, moved);
-    if (!obstacles) continue;
-    const M4 far = (x < low.x) | (x >= high.x) | (y < low.y) | (y >= high.y) | (z < low.z) | (z >= high.z);
-    if (!All(far)) run.near |= 1u << (next >> 2);
+      NextStage(view, step * 0.5, 1, run);
+      NextStage(view, step * 0.5, 2, run);
+      NextStage(view, step, 3, run);
+      return Arrive<Integrator::RungeKutta4>(field, source, run);
   }
 }
 
 // --- the samples -----------------------------------------------------------------------------------------------------
 
-ORLIX_ROW_INLINE void QuadraticBSpline(const GridView<const double>& grid, const std::int32_t* centre, const F4& fx,
+ORLIX_ROW_INLINE void QuadraticBSpline(const GridView<const double>& grid, const Nodes& centre, const F4& fx,
                                        const F4& fy, const F4& fz, F4& value) {
   F4 w[3][3];
   const F4* fractions[3] = {&fx, &fy, &fz};
@@ -284,7 +355,7 @@ ORLIX_ROW_INLINE void MonotoneCubic(const F4& fm, const F4& f0, const F4& f1, co
   value = p < low ? low : high < p ? high : p;
 }
 
-ORLIX_ROW_INLINE void MonotoneTricubic(const GridView<const double>& grid, const std::int32_t* cell, const F4& fx,
+ORLIX_ROW_INLINE void MonotoneTricubic(const GridView<const double>& grid, const Nodes& cell, const F4& fx,
                                        const F4& fy, const F4& fz, F4& value) {
   F4 layer[4];
   for (int k = 0; k < 4; ++k) {
@@ -301,62 +372,33 @@ ORLIX_ROW_INLINE void MonotoneTricubic(const GridView<const double>& grid, const
   MonotoneCubic(layer[0], layer[1], layer[2], layer[3], fz, value);
 }
 
-// The source's cells and fractions at run.place, moved by shift; run.again marks blocks whose nodes don't all lie
-// within [margin, n - 2 - margin].
-ORLIX_ROW_INLINE void LocateRun(const AdvectionSource& source, double shift, int margin, std::int32_t* cell,
-                                AdvectionRun& run) {
-  const GridView<const double> grid = source.values;
-  const Vec3D offset = source.offset, end(grid.dims - VecInt3D(1 + margin, 1 + margin, 1 + margin));
-  const double begin = margin;
-  const F4 inside = F4{} + 1.0;
-  for (int next = 0; next < run.count; next += 4) {
-    const int l = BlockStart(next, run.count);
-    F4 x, y, z, i, j, k;
-    Load(x, run.place[0] + l), Load(y, run.place[1] + l), Load(z, run.place[2] + l);
-    x = x - offset.x, y = y - offset.y, z = z - offset.z;
-    const M4 fits = (x >= begin) & (x < end.x) & (y >= begin) & (y < end.y) & (z >= begin) & (z < end.z);
-    if (!All(fits)) {
-      run.again |= 1u << (next >> 2);
-      x = y = z = inside;
-    }
-    x = x + shift, y = y + shift, z = z + shift;
-    Whole(i, x), Whole(j, y), Whole(k, z);
-    Store(run.own[0] + l, x - i), Store(run.own[1] + l, y - j), Store(run.own[2] + l, z - k);
-    I4 linear;
-    LinearIndex(grid, i, j, k, linear);
-    Store(cell + l, linear);
-  }
-}
-
-// Samples source at run.place into run.value. With record, run.cell takes the linear index of the source cell in
-// which the point lies, or kMovedCell.
-ORLIX_ROWS_TARGET inline void SampleRun(const AdvectionSource& source, bool record, AdvectionRun& run) {
-  const GridView<const double> grid = source.values;
+// Samples source at run.place into run.value.
+ORLIX_ROWS_TARGET inline void SampleRun(const AdvectionSource& source, AdvectionRun& run) {
   const bool spline = source.sampling == AdvectionSampling::QuadraticBSpline;
   if (!spline && source.sampling != AdvectionSampling::MonotoneCubic) {
-    LocateRun(source, 0.0, 0, run.cell, run);
-    TrilinearRun(grid, run.cell, run.own[0], run.own[1], run.own[2], run.count, run.value);
-  } else {
-    if (record || !spline) LocateRun(source, 0.0, 1, run.cell, run);
-    if (spline) LocateRun(source, 0.5, 1, run.node[0], run);
-    for (int next = 0; next < run.count; next += 4) {
-      const int l = BlockStart(next, run.count);
-      F4 x, y, z, value;
-      Load(x, run.own[0] + l), Load(y, run.own[1] + l), Load(z, run.own[2] + l);
-      if (spline) {
-        QuadraticBSpline(grid, run.node[0] + l, x, y, z, value);
-      } else {
-        MonotoneTricubic(grid, run.cell + l, x, y, z, value);
-      }
-      Store(run.value + l, value);
-    }
+    return TrilinearRun(source.values, run.cell, run.own[0], run.own[1], run.own[2], run.count, run.value);
   }
-  if (!record) return;
+  const SourceLattice lattice(source, 1);
   for (int next = 0; next < run.count; next += 4) {
     const int l = BlockStart(next, run.count);
-    I4 cell, moved;
-    Load(cell, run.cell + l), Load(moved, run.moved + l);
-    Store(run.cell + l, cell | moved);
+    Block3 p;
+    Load(p.x, run.place[0] + l), Load(p.y, run.place[1] + l), Load(p.z, run.place[2] + l);
+    if (!lattice.Holds(p)) {
+      run.again |= 1u << (next >> 2);
+      continue;
+    }
+    F4 x = p.x - lattice.offsetX, y = p.y - lattice.offsetY, z = p.z - lattice.offsetZ, value;
+    if (spline) x = x + 0.5, y = y + 0.5, z = z + 0.5;
+    lattice.Locate(x, y, z, l, run.node[0], run);
+    Nodes nodes;
+    Load(nodes, run.node[0] + l);
+    Load(x, run.own[0] + l), Load(y, run.own[1] + l), Load(z, run.own[2] + l);
+    if (spline) {
+      QuadraticBSpline(lattice.grid, nodes, x, y, z, value);
+    } else {
+      MonotoneTricubic(lattice.grid, nodes, x, y, z, value);
+    }
+    Store(run.value + l, value);
   }
 }
 
@@ -366,12 +408,14 @@ ORLIX_ROW_INLINE void CornerRange(const GridView<const double>& grid, const std:
   I4 recorded;
   Load(recorded, cell);
   Store(index, recorded < 0 ? I4{} : recorded);
+  Nodes nodes;
+  Load(nodes, index);
   const std::int64_t rows[4] = {0, grid.dims.x, grid.slab, grid.dims.x + grid.slab};
   F4 a, b;
-  LoadPairs(grid.data, index, a, b);
+  LoadPairs(grid.data, nodes, a, b);
   low = a < b ? a : b, high = a < b ? b : a;
   for (int row = 1; row < 4; ++row) {
-    LoadPairs(grid.data + rows[row], index, a, b);
+    LoadPairs(grid.data + rows[row], nodes, a, b);
     low = a < low ? a : low, high = high < a ? a : high;
     low = b < low ? b : low, high = high < b ? b : high;
   }
