@@ -70,9 +70,10 @@ class AdvectionPass {
     ParallelRange(pool_, 1, n.z - 1, [&](int begin, int end, int) {
       AdvectionRun run;
       // A tile of rows through all layers: what the layers below and above read again is still near.
-      for (int tile = 1; tile < n.y - 1; tile += kTileRows) {
+      const int tileRows = std::clamp(kTileCells / n.x, 4, 64);
+      for (int tile = 1; tile < n.y - 1; tile += tileRows) {
         for (run.k = begin; run.k < end; ++run.k) {
-          for (run.j = tile; run.j < std::min(tile + kTileRows, n.y - 1); ++run.j) {
+          for (run.j = tile; run.j < std::min(tile + tileRows, n.y - 1); ++run.j) {
             const bool reached = Reaches(run.j, run.k);
             const int first = reached ? reached_.min.x : n.x - 1, last = reached ? reached_.max.x : n.x - 1;
             if (first > 1) clear(1, first, run.j, run.k);
@@ -97,7 +98,7 @@ class AdvectionPass {
   void Correct(const MacCormackRow& row, AdvectionRun& run) const;
 
  private:
-  static constexpr int kTileRows = 16;
+  static constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache
 
   bool Reaches(int j, int k) const {
     return j >= reached_.min.y && j < reached_.max.y && k >= reached_.min.z && k < reached_.max.z;
