@@ -4,6 +4,7 @@
 #include <immintrin.h>
 #endif
 
+#include <atomic>
 #include <cmath>
 
 #include "globals/Multiversion.h"
@@ -28,9 +29,11 @@ namespace {
 #define ORLIX_KERNELS_OF(rows) \
   AdvectionRunKernels { rows::FirstVelocity, rows::TraceRun, rows::SampleRun, rows::CorrectRun }
 
+std::atomic<bool> onlyPortable{false};
+
 AdvectionRunKernels ChooseKernels() {
 #if defined(__x86_64__)
-  if (__builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
+  if (!onlyPortable && __builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
 #endif
   return ORLIX_KERNELS_OF(advection_baseline);
 }
@@ -129,6 +132,8 @@ CellBox ReachedCells(const AdvectionField& field, const AdvectionSource& source,
 }
 
 }  // namespace
+
+void UsePortableAdvection(bool portable) { onlyPortable = portable; }
 
 AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool)
     : field_(field),

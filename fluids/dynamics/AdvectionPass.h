@@ -44,6 +44,9 @@ struct AdvectionRunKernels {
   void (*correct)(const MacCormackRow&, AdvectionRun&);
 };
 
+// For tests: from now on, the kernels for machines without wide vectors, or the machine's best again.
+void UsePortableAdvection(bool portable);
+
 // One pass over the interior of a source. Cells that nothing but zeros can reach aren't traced.
 class AdvectionPass {
  public:
