@@ -23,6 +23,7 @@ class CellMask {
   bool IsEmpty() const { return bits_.empty(); }
   const VecInt3D& dims() const { return dims_; }
   int wordsPerRow() const { return words_; }
+  std::int64_t Bytes() const { return static_cast<std::int64_t>(bits_.size() * sizeof(std::uint64_t)); }
 
   // Sample i is bit i % 64 of word i / 64.
   const std::uint64_t* Row(int j, int k) const { return bits_.data() + RowStart(j, k); }

@@ -25,6 +25,7 @@ class ExtrapolationLayers {
   // Fills layer 1, 2, ... of the values; each needs the one before.
   void Fill(int layer, const GridView<double>& values, WorkerPool& pool) const;
   std::int64_t sampleCount() const { return static_cast<std::int64_t>(samples_.size()); }
+  std::int64_t Bytes() const { return sampleCount() * 5; }
 
  private:
   std::vector<std::int32_t> samples_;     // linear indices, by layer

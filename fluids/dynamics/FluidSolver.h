@@ -43,6 +43,9 @@ class FluidSolver : public iSolver, public iCachedGrids {
   void Finish() override;
   void VisitState(StateVisitor& visitor) override;
   void VisitOutputs(StateVisitor& visitor) override;
+  std::int64_t DerivedBytes() const override {
+    return boundary.DerivedBytes() + fractions.DerivedBytes() + extrapolation.DerivedBytes();
+  }
 
   int CachedGridCount() const override { return 3; }
   ScalarGrid* CachedGrid(int index) override { return velocity.GetGrid(index); }

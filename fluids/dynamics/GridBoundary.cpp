@@ -127,6 +127,12 @@ const SolidBricks& GridBoundary::ObstacleBricks() {
   return bricks_;
 }
 
+std::int64_t GridBoundary::DerivedBytes() const {
+  std::int64_t bytes = HasSolidGrid() ? solidDistance.grid->MemorySize() : 0;
+  for (const CellMask& mask : inside_) bytes += mask.Bytes();
+  return bytes;
+}
+
 bool GridBoundary::IsInsideSolid(const Vec3D& p, const ScalarGrid* grid, bool remap) const {
   if (!HasSolidGrid()) return false;
   const GridSpace& own = solidDistance.grid->space;

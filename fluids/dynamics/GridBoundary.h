@@ -69,6 +69,7 @@ class GridBoundary final : public iObject, public iFractionOwner {
   const ScalarGrid* SignedDistance() const override { return solidDistance.grid.get(); }
   bool IsOwnerActive() const override { return IsActive(); }
   std::uint64_t DistanceRevision() const override { return revision_; }
+  std::int64_t DerivedBytes() const override;
 
   std::uint8_t closedFaces = kAllFacesClosed;  // ClosedFace bits
   ChannelBase_Scalar solidDistance;

@@ -31,6 +31,7 @@ class GridExtrapolation final : public iObject {
   void Process(ProcessData& data) override;
   void Finish() override { SetFlag(NodeActive, false); }
   void SetAxis(std::int32_t component) { axis = component; }
+  std::int64_t DerivedBytes() const override { return plans_[0].Bytes() + plans_[1].Bytes() + plans_[2].Bytes(); }
 
   ChannelBase_Scalar* scalarTarget = nullptr;  // not owned; null when a solver owns the node
   ChannelBase_Vector* vectorTarget = nullptr;

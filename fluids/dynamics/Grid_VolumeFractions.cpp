@@ -135,6 +135,15 @@ void Grid_VolumeFractions::ZeroWallFaces(int axis, std::uint8_t mask) {
   MarkChanged(0);
 }
 
+std::int64_t Grid_VolumeFractions::DerivedBytes() const {
+  std::int64_t bytes = 0;
+  for (const auto& axes : grids_) {
+    for (const auto& grid : axes) bytes += grid ? grid->MemorySize() : 0;
+  }
+  for (const CellMask& mask : closed_) bytes += mask.Bytes();
+  return bytes;
+}
+
 const CellMask& Grid_VolumeFractions::ClosedFaces(int axis) {
   CellMask& mask = closed_[axis];
   if (mask.IsEmpty() && grids_[1][axis]) FindZeros(View(axis, 1), mask, scene->pool());

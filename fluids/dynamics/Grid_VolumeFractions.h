@@ -41,6 +41,7 @@ class Grid_VolumeFractions final : public iObject {
   // Computes all requested kinds, unless they are current. Called once, on the thread that drives the scene; divides
   // its own work.
   void Process(ProcessData& data) override;
+  std::int64_t DerivedBytes() const override;
   // The grids were computed from the owner's present distances.
   bool IsCurrent() const { return owner && computedFor_ == owner->DistanceRevision(); }
 

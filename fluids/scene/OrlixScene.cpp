@@ -423,6 +423,9 @@ void OrlixScene::FinishReport() {
   StateSize size;
   VisitState(size);
   substepReport_.gridBytes = size.bytes();
+  const auto addDerived = [&](const iBase& node) { substepReport_.gridBytes += node.DerivedBytes(); };
+  ForEachNode(NODE_CHANNEL, NODE_CACHE, addDerived);
+  ForEachNode(NODE_SETTINGS, NODE_HELPER, addDerived);
   substepReport_.cells = size.cells();
   substepReport_.peakBytes = CurrentGridMemory().peak;
   if (host_.observer.wantsHash) substepReport_.hash = HashState();

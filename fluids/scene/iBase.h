@@ -129,6 +129,8 @@ class iBase {
   // Lists the grids that this node may have written in the run that just ended, to be tested for NaN. By default, its
   // own state.
   virtual void VisitOutputs(StateVisitor& visitor) { VisitState(visitor); }
+  // Bytes that are kept from one sub-step to the next beside the state, and computed anew when they are missing.
+  virtual std::int64_t DerivedBytes() const { return 0; }
 
   void SetChanged(bool changed) { SetFlag(NodeChanged, changed); }
   bool HasFlag(std::uint32_t flag) const { return (flags & flag) != 0; }

@@ -40,6 +40,7 @@ class VolumeBase : public iVolume, public iCachedGrids {
   // Pads and snaps the bounds that the subclass found.
   void ComputeBounds() override;
   bool PrepareGrid() override;
+  std::int64_t DerivedBytes() const override { return levelSet_ ? levelSet_->MemorySize() : 0; }
   void AppendVolumes(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
   // A cache records the level set and gives it back; its depth isn't recorded.

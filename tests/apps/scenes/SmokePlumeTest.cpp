@@ -109,6 +109,21 @@ TEST(SmokePlume, BoxFollowsTheSmoke) {
   EXPECT_LE(run.reports.back().cells, 18 * 34 * 18);
 }
 
+TEST(SmokePlumeSlow, KeepsAtMost115BytesACellAndTakes240) {
+  for (const char* solver : {"conjugate_gradients", "multigrid", "gauss"}) {
+    SceneFileRun run(
+        kScene, 2,
+        {"Plume.voxel_size=0.03125", "Plume/Air.container=[393.75, 393.75, 393.75]", "Plume/Air.margin=126",
+         "Plume/Air.pressure_iterations=3", std::string("Plume/Air.pressure_solver=") + solver});
+    run.StepThrough(0, 2);
+    const SubstepReport& report = run.reports.back();
+    ASSERT_EQ(report.cells, 128 * 128 * 128);
+    EXPECT_LE(static_cast<double>(report.gridBytes) / report.cells, 115) << solver;
+    EXPECT_GE(static_cast<double>(report.gridBytes) / report.cells, 110) << solver;
+    EXPECT_LE(static_cast<double>(report.peakBytes) / report.cells, 240) << solver;
+  }
+}
+
 TEST(SmokePlumeThreads, AnyNumberOfWorkersGivesTheSameHash) {
   std::vector<std::uint64_t> hashes;
   for (const int workers : {1, 2, 3, 8}) {
