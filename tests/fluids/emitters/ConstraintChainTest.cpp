@@ -1,0 +1,124 @@
+// Chains of constraints, at a place and over a row.
+
+#include <gtest/gtest.h>
+
+#include "fluids/constraints/Constraint.h"
+#include "tests/support/NodeBench.h"
+
+namespace orlix {
+namespace {
+
+using test::NodeBench;
+
+// Multiplies by x, and ends the chain where x is above its parameter.
+class Ramp final : public Constraint {
+ public:
+  using Constraint::Constraint;
+  static const TypeInfo& Type() {
+    static constexpr Parameter kRows[] = {FloatParameter(1, "ramp_end", 10, "m", "Where the chain ends")};
+    static const TypeInfo kType = ConstraintType(1999911, "zq_ramp", "", "", "", kRows);
+    return kType;
+  }
+  bool ReadParameters() override {
+    if (!Constraint::ReadParameters()) return false;
+    end = handler.GetDouble(1);
+    return true;
+  }
+  bool Evaluate(const Vec3D& p, double& amount, const iBase* caller, std::int32_t worker) const override {
+    ++asked;
+    if (p.x > end) return false;
+    amount *= Inverted() ? 1 - p.x : p.x;
+    return Constraint::Evaluate(p, amount, caller, worker);
+  }
+  std::unique_ptr<Constraint> Clone() const override { return CloneOf(*this); }
+
+  double end = 10;
+  mutable int asked = 0;
+};
+
+class ConstraintChain : public testing::Test {
+ protected:
+  ConstraintChain() { bench_.factory.Add<Ramp>(); }
+  Ramp& Made(const std::string& name, double end = 10, double intensity = 1) {
+    BaseObject& object = bench_.Add("ramp", name);
+    object.Set(1, end);
+    object.Set(1103, intensity);
+    bench_.Link();
+    chain_.push_back(&bench_.Get<Ramp>(object));
+    return bench_.Get<Ramp>(object);
+  }
+  double At(double x, double amount = 2) {
+    EvaluateChain(chain_, {x, 0, 0}, amount, nullptr, 0);
+    return amount;
+  }
+
+  NodeBench bench_;
+  std::vector<Constraint*> chain_;
+};
+
+TEST_F(ConstraintChain, WithoutConstraintsTheAmountStays) { EXPECT_EQ(At(0.25), 2); }
+
+TEST_F(ConstraintChain, IntensityEntersOnceAndInvertTurnsRound) {
+  Ramp& ramp = Made("a", 10, 0.5);
+  EXPECT_EQ(At(0.25), 2 * 0.25 * 0.5);
+  ramp.handler.SetBool(1100, true);
+  bench_.Link();
+  EXPECT_EQ(At(0.25), 2 * 0.75 * 0.5);
+}
+
+TEST_F(ConstraintChain, FalseEndsItAndTheAmountCounts) {
+  Made("a", 10, 0.5);
+  Ramp& second = Made("b", 3);
+  Ramp& third = Made("c");
+  EXPECT_EQ(At(4), 2 * 4 * 0.5);
+  EXPECT_EQ(second.asked, 1);
+  EXPECT_EQ(third.asked, 0);
+}
+
+TEST_F(ConstraintChain, ZeroEndsIt) {
+  Made("a", 10, 0);
+  Ramp& second = Made("b");
+  EXPECT_EQ(At(4), 0);
+  EXPECT_EQ(second.asked, 0);
+}
+
+TEST_F(ConstraintChain, DisabledConstraintsAreLeftOut) {
+  Made("a", 10, 0.5).SetFlag(NodeEnabled, false);
+  EXPECT_EQ(At(4), 2);
+}
+
+TEST_F(ConstraintChain, ARowGivesWhatItsPlacesGive) {
+  Made("a", 3, 0.5);
+  Made("b", 2);
+  Made("c", 10, 4);
+  GridSpace space;
+  space.Build({16, 4, 4}, Vec3D(16, 4, 4) * 25, 0.25f, {-50, 0, 0});
+  std::vector<double> amounts(16, 2.0);
+  std::vector<std::uint8_t> open(16, 1);
+  amounts[5] = 0, open[5] = 0;  // not asked for
+  ConstraintRow row;
+  row.begin = 1, row.end = 15, row.j = 1, row.k = 2;
+  row.space = &space;
+  row.amounts = amounts.data(), row.open = open.data();
+  EvaluateChain(chain_, row, nullptr);
+  for (int i = 0; i < 16; ++i) {
+    double expected = i == 5 ? 0 : 2;
+    if (i >= 1 && i < 15 && i != 5) EvaluateChain(chain_, row.Position(i), expected, nullptr, 0);
+    EXPECT_EQ(amounts[static_cast<std::size_t>(i)], expected) << i;
+  }
+}
+
+TEST_F(ConstraintChain, ACloneHasTheParametersAndIsItsOwn) {
+  Ramp& ramp = Made("a", 3, 0.5);
+  ramp.SetFlag(NodeInvert, true);
+  const std::unique_ptr<Constraint> clone = ramp.Clone();
+  const auto* own = dynamic_cast<Ramp*>(clone.get());
+  ASSERT_NE(own, nullptr);
+  EXPECT_EQ(own->end, 3);
+  EXPECT_EQ(own->intensity, 0.5);
+  EXPECT_TRUE(own->Inverted());
+  EXPECT_NE(own, &ramp);
+}
+
+}  // namespace
+}  // namespace orlix
