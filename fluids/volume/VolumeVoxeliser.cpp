@@ -13,8 +13,6 @@ namespace orlix {
 
 namespace {
 
-constexpr double kFar = std::numeric_limits<double>::max();
-
 std::vector<TriangleTerms> GatherTriangles(const iTriMesh& mesh) {
   std::vector<TriangleTerms> triangles;
   triangles.reserve(mesh.Triangles().size());
@@ -28,13 +26,12 @@ std::vector<TriangleTerms> GatherTriangles(const iTriMesh& mesh) {
   return triangles;
 }
 
-// From squared to signed distances. Gives the largest of an inside node, below 0 when there is none.
+// Distances get their sign. Gives the largest of an inside node, below 0 when there is none.
 double SignLayers(GridView<double> values, GridView<const std::uint8_t> crossings, bool flip, int kFirst, int kEnd) {
   double deepest = -1;
   for (std::int64_t row = std::int64_t(kFirst) * values.dims.y; row < std::int64_t(kEnd) * values.dims.y; ++row) {
     double* value = values.data + row * values.dims.x;
     const std::uint8_t* crossing = crossings.data + row * values.dims.x;
-    for (int i = 0; i < values.dims.x; ++i) value[i] = value[i] < kFar ? std::sqrt(value[i]) : kFar;
     unsigned total = 0;
     for (int i = 0; i < values.dims.x; ++i) {
       total += crossing[i];

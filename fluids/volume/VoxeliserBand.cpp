@@ -20,6 +20,7 @@ constexpr int kSlabLayers = 4;   // a slab's nodes stay in the cache while its t
 constexpr int kChunks = 256;     // pieces of the triangle list for binning
 constexpr int kSmallReach = 16;  // nodes; of a triangle with a wider box, box and plane bound better than corners
 
+constexpr double kFar = std::numeric_limits<double>::max();
 constexpr int kLevels = 3;
 int LevelOf(std::int32_t triangle) {
   const std::uint32_t mixed = static_cast<std::uint32_t>(triangle) * 2654435761u >> 26;
@@ -145,7 +146,7 @@ ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& bloc
         std::int32_t* closest = field.closest + field.squared.Index(i, j, k);
         Lanes x, best = zero - 1.0;  // lanes behind the end never improve
         std::memcpy(&x, field.x + i, sizeof x);
-        std::memcpy(&best, squared, static_cast<std::size_t>(here) * sizeof(double));
+        for (int l = 0; l < here; ++l) best[l] = squared[l];
         Lanes least, distance;
         bound.Least(least, x, row);
         if (!AnyLane(least <= best)) continue;
@@ -205,10 +206,15 @@ ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& bloc
     std::memcpy(&closest, field.closest + place.index, sizeof closest);
     const LaneVector<Lanes> p{x, zero + rowY[place.row], zero + rowZ[place.row]};
     LaneSquaredDistances(distance, p, lanes);
-    const Mask before = __builtin_convertvector(closest > triangle, Mask);
-    const Mask taken = (distance < best) | ((distance == best) & before);
+    const Numbers before = closest > triangle;
+    Mask beforeWide;
+    for (int l = 0; l < kLanes; ++l) beforeWide[l] = before[l];
+    const Mask taken = (distance < best) | ((distance == best) & beforeWide);
     best = taken ? distance : best;
-    closest = __builtin_convertvector(taken, Numbers) != 0 ? Numbers{} + triangle : closest;
+    using Halves = std::int32_t __attribute__((vector_size(2 * sizeof closest)));
+    const Halves halves = __builtin_bit_cast(Halves, taken);
+    const Numbers narrow = __builtin_shufflevector(halves, halves, 0, 2, 4, 6);
+    closest = (narrow & triangle) | (~narrow & closest);
     std::memcpy(field.squared.data + place.index, &best, sizeof best);
     std::memcpy(field.closest + place.index, &closest, sizeof closest);
   }
@@ -277,7 +283,7 @@ class BandFiller {
 
   void FillSlab(int kFirst, int kLast, std::span<const std::int32_t> triangles) {
     const std::int64_t begin = squared_.Index(0, 0, kFirst), count = squared_.slab * (kLast - kFirst + 1);
-    std::fill_n(squared_.data + begin, count, std::numeric_limits<double>::max());
+    std::fill_n(squared_.data + begin, count, kFar);
     std::fill_n(scratch_.closest.data + begin, count, kNoTriangle);
     std::fill_n(scratch_.crossings.data + begin, count, std::uint8_t(0));
     // A few that are spread over the surface first: with their distances the rest is mostly turned away by its bound.
@@ -286,6 +292,8 @@ class BandFiller {
         if (LevelOf(t) == level) AddTriangle(t, kFirst, kLast);
       }
     }
+    double* values = squared_.data + begin;
+    for (std::int64_t n = 0; n < count; ++n) values[n] = values[n] < kFar ? std::sqrt(values[n]) : kFar;
   }
 
  private:
@@ -331,10 +339,10 @@ class BandFiller {
 
 }  // namespace
 
-void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> squared,
+void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> distances,
                    WorkerPool& pool, int workers) {
   const SlabBins bins(lattice, band, scratch.triangles, pool);
-  BandFiller filler(lattice, band, scratch, squared);
+  BandFiller filler(lattice, band, scratch, distances);
   std::atomic<int> next{0};
   pool.Run(workers, [&](int) {
     for (int slab = next++; slab < bins.slabs(); slab = next++) {

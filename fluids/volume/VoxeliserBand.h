@@ -7,9 +7,9 @@ namespace orlix {
 
 class WorkerPool;
 
-// Gives every node its smallest squared distance (m^2) to the triangles whose box it lies in, the box widened by band
-// nodes, or the largest double; and its triangle and crossings.
-void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> squared,
+// Gives every node its smallest distance (m) to the triangles whose box it lies in, the box widened by band nodes, or
+// the largest double; and its triangle and crossings.
+void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> distances,
                    WorkerPool& pool, int workers);
 
 }  // namespace orlix

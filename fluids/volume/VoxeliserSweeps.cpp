@@ -77,15 +77,15 @@ struct SweepField {
   const TriangleTerms* triangles;
   const SweepBound* bounds;
   const double* x;  // world positions of the nodes
-  double* squared;
+  double* distance;
   std::int32_t* closest;
-  double exact;  // m^2: what is nearer can't change
-  double perSquareCell;
+  double exact;     // m: what is nearer can't change
+  double perMetre;  // cells
 
-  // Rounded up, so that nothing is turned away that is a little smaller.
+  // Squared, and rounded up so that nothing is turned away that is a little smaller.
   float InCells(double metres) const {
-    const double cells = metres * perSquareCell;
-    return static_cast<float>(cells < 1e37 ? cells : 1e37) * (1 + kBoundRelative);
+    const double cells = metres * perMetre, squared = cells * cells;
+    return static_cast<float>(squared < 1e37 ? squared : 1e37) * (1 + kBoundRelative);
   }
 };
 
@@ -120,11 +120,14 @@ constexpr std::array<BitList, 1 << kNeighbours> kBitLists = [] {
 struct RowWork {
   static constexpr int kMost = kTile.x * kNeighbours + 8;
   std::int32_t tests[kTile.x];
+  // Nodes that have something to try, in ascending x.
+  int actives;
+  std::int16_t active[kTile.x + 1];
   float limit[kTile.x], least[kTile.x];  // cells^2: of the node's distance, and of its candidates' bounds
   double best[kTile.x];
   std::int32_t found[kTile.x], order[kTile.x];  // of the triangle that is best so far; order -1: the node's own
   double inRow[kTile.x];                        // the distance to the triangle of the neighbour in the row
-  // Triangles to be tried, by node.
+  // Triangles to be tried, by active node.
   std::uint8_t node[kMost], neighbour[kMost];
   std::int32_t triangle[kMost];
   float bound[kMost];
@@ -132,71 +135,91 @@ struct RowWork {
   double distance[kMost];
 };
 
-constexpr int kIntLanes = 8;
-using IntLanes = std::int32_t __attribute__((vector_size(kIntLanes * sizeof(std::int32_t))));
+constexpr int kTestLanes = 8;
+using IntLanes = std::int32_t __attribute__((vector_size(kTestLanes * sizeof(std::int32_t))));
 
-ORLIX_LANES void LoadLanes(IntLanes& lanes, const std::int32_t* from, std::size_t bytes) {
-  if (bytes == sizeof lanes)
-    std::memcpy(&lanes, from, sizeof lanes);
-  else
-    std::memcpy(&lanes, from, bytes);
+// A mask of the nodes from distance on that are nearer than a limit.
+ORLIX_LANES void AtMost(IntLanes& mask, const double* distance, double limit) {
+  Lanes low, high;
+  std::memcpy(&low, distance, sizeof low);
+  std::memcpy(&high, distance + kLanes, sizeof high);
+  const auto lowMask = low <= limit, highMask = high <= limit;
+  mask = __builtin_shufflevector(__builtin_bit_cast(IntLanes, lowMask), __builtin_bit_cast(IntLanes, highMask), 0, 2, 4,
+                                 6, 8, 10, 12, 14);
 }
 
-// For each of count nodes from closest on: a bit for each neighbour whose triangle is worth a try. A triangle that two
+// For the kTestLanes nodes from index on: a bit for each neighbour whose triangle is worth a try. A triangle that two
 // of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
-// 0) may still change, so nobody leaves a try to it. Gives whether there is any.
-ORLIX_LANES bool FindTests(const std::int32_t* closest, const std::int64_t* offset, const std::int32_t* newFrom,
-                           int count, std::int32_t* tests) {
-  IntLanes any{};
-  for (int next = 0; next < count; next += kIntLanes) {
-    const int i = std::max(std::min(next, count - kIntLanes), 0), here = std::min(count, kIntLanes);
-    const std::size_t bytes = static_cast<std::size_t>(here) * sizeof(std::int32_t);
-    IntLanes own{};
-    LoadLanes(own, closest + i, bytes);
-    own &= kTriangleMask;
-    IntLanes triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
-    for (int n = 0; n < kNeighbours; ++n) {
-      IntLanes theirs{};
-      LoadLanes(theirs, closest + i + offset[n], bytes);
-      triangle[n] = theirs & kTriangleMask;
-      isOld[n] = theirs < newFrom[n];
-      skip[n] = isOld[n] | (triangle[n] == own);
-    }
-    for (int n = 1; n < kNeighbours; ++n) {
-      for (int m = 0; m < n; ++m) {
-        const IntLanes same = triangle[n] == triangle[m];
-        skip[n] |= m == 0 ? same & isOld[m] : same;
-        skip[m] |= same & isOld[n];
-      }
-    }
-    IntLanes bits{};
-    for (int n = 0; n < kNeighbours; ++n) bits |= ~skip[n] & (1 << n);
-    std::memcpy(tests + i, &bits, bytes);
-    any |= bits;
+// 0) may still change, so nobody leaves a try to it.
+ORLIX_LANES void FindTests(const SweepField& field, const SweepRow& row, std::int64_t index, IntLanes& bits) {
+  const std::int32_t* closest = field.closest + index;
+  IntLanes own, exact, triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
+  std::memcpy(&own, closest, sizeof own);
+  own &= kTriangleMask;
+  AtMost(exact, field.distance + index, field.exact);
+  for (int n = 0; n < kNeighbours; ++n) {
+    IntLanes theirs;
+    std::memcpy(&theirs, closest + row.offset[n], sizeof theirs);
+    triangle[n] = theirs & kTriangleMask;
+    isOld[n] = theirs < row.newFrom[n];
+    skip[n] = isOld[n] | exact | (triangle[n] == own);
   }
-  std::int32_t found = 0;
-  for (int l = 0; l < kIntLanes; ++l) found |= any[l];
-  return found != 0;
+  for (int n = 1; n < kNeighbours; ++n) {
+    for (int m = 0; m < n; ++m) {
+      const IntLanes same = triangle[n] == triangle[m];
+      skip[n] |= m == 0 ? same & isOld[m] : same;
+      skip[m] |= same & isOld[n];
+    }
+  }
+  bits = IntLanes{};
+  for (int n = 0; n < kNeighbours; ++n) bits |= ~skip[n] & (1 << n);
 }
 
-// Lists the tests of all nodes that can change; gives their number.
-ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, RowWork& work) {
-  const double* squared = field.squared + row.begin;
-  for (int l = 0; l < row.count; ++l) {
-    work.best[l] = squared[l];
-    work.limit[l] = field.InCells(squared[l]);
-    work.inRow[l] = std::numeric_limits<double>::max();
+// The same for one node, where each neighbour counts as new: to try again what was tried changes nothing.
+ORLIX_LANES std::int32_t FindNodeTests(const SweepField& field, const SweepRow& row, std::int64_t index) {
+  if (field.distance[index] <= field.exact) return 0;
+  std::int32_t bits = 0;
+  for (int n = 0; n < kNeighbours; ++n) {
+    bits |= static_cast<std::int32_t>(field.closest[index + row.offset[n]] >= 0) << n;
   }
+  return bits;
+}
+
+ORLIX_LANES void FindRowTests(const SweepField& field, const SweepRow& row, std::int32_t* tests) {
+  if (row.count < kTestLanes) {
+    for (int l = 0; l < row.count; ++l) tests[l] = FindNodeTests(field, row, row.begin + l);
+    return;
+  }
+  for (int next = 0; next < row.count; next += kTestLanes) {
+    // The last lanes are moved back into the row: their nodes get the same tests again.
+    const int l = std::min(next, row.count - kTestLanes);
+    IntLanes bits;
+    FindTests(field, row, row.begin + l, bits);
+    std::memcpy(tests + l, &bits, sizeof bits);
+  }
+  if (row.face >= 0) tests[row.face] = FindNodeTests(field, row, row.begin + row.face);
+}
+
+// Lists the nodes that have tests, and their candidates; gives the number of these.
+ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, RowWork& work) {
+  int actives = 0;
   for (int l = 0; l < row.count; ++l) {
-    work.tests[l] = squared[l] > field.exact ? work.tests[l] : 0;
-    work.least[l] = std::numeric_limits<float>::max();
-    work.order[l] = -1;
+    work.active[actives] = static_cast<std::int16_t>(l);
+    actives += work.tests[l] != 0;
+  }
+  work.actives = actives;
+  for (int a = 0; a < actives; ++a) {
+    work.best[a] = field.distance[row.begin + work.active[a]];
+    work.limit[a] = field.InCells(work.best[a]);
+    work.inRow[a] = std::numeric_limits<double>::max();
+    work.least[a] = std::numeric_limits<float>::max();
+    work.order[a] = -1;
   }
   int listed = 0;
-  for (int l = 0; l < row.count; ++l) {
-    const BitList& list = kBitLists[static_cast<std::size_t>(work.tests[l])];
+  for (int a = 0; a < actives; ++a) {
+    const BitList& list = kBitLists[static_cast<std::size_t>(work.tests[work.active[a]])];
     std::memcpy(work.neighbour + listed, list.bits, sizeof list.bits);
-    std::memset(work.node + listed, l, sizeof list.bits);
+    std::memset(work.node + listed, a, sizeof list.bits);
     listed += list.count;
   }
   return listed;
@@ -206,21 +229,20 @@ ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, Row
 ORLIX_LANES void BoundCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
   const std::int32_t* closest = field.closest + row.begin;
   for (int c = 0; c < count; ++c) {
-    const std::int32_t t = closest[work.node[c] + row.offset[work.neighbour[c]]] & kTriangleMask;
+    const std::int32_t t = closest[work.active[work.node[c]] + row.offset[work.neighbour[c]]] & kTriangleMask;
     work.triangle[c] = t;
     __builtin_prefetch(field.bounds + t);
   }
   const float x = static_cast<float>(row.low), y = static_cast<float>(row.j), z = static_cast<float>(row.k);
   for (int c = 0; c < count; ++c) {
-    work.bound[c] = LeastSquared(field.bounds[work.triangle[c]], x + static_cast<float>(work.node[c]), y, z);
-  }
-  for (int c = 0; c < count; ++c) {
-    float& least = work.least[work.node[c]];
-    least = work.bound[c] < least ? work.bound[c] : least;
+    const int a = work.node[c];
+    const float bound = LeastSquared(field.bounds[work.triangle[c]], x + static_cast<float>(work.active[a]), y, z);
+    work.bound[c] = bound;
+    work.least[a] = bound < work.least[a] ? bound : work.least[a];
   }
 }
 
-// distance[c]: of the candidate selected[c], squared.
+// distance[c]: of the candidate selected[c].
 ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected,
                                    int count, RowWork& work) {
   const Lanes zero{};
@@ -231,14 +253,14 @@ ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row,
     for (int l = 0; l < kLanes; ++l) {
       const std::int32_t candidate = selected[c + l < count ? c + l : c];
       t[l] = field.triangles + work.triangle[candidate];
-      px[l] = x[work.node[candidate]];
+      px[l] = x[work.active[work.node[candidate]]];
     }
     LaneTriangle<Lanes> lanes{};
     Gather(lanes, t);
     const LaneVector<Lanes> p{px, zero + row.y, zero + row.z};
-    Lanes distance;
-    LaneSquaredDistances(distance, p, lanes);
-    std::memcpy(work.distance + c, &distance, sizeof distance);
+    Lanes squared;
+    LaneSquaredDistances(squared, p, lanes);
+    for (int l = 0; l < kLanes; ++l) work.distance[c + l] = std::sqrt(squared[l]);
   }
 }
 
@@ -246,17 +268,17 @@ ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, con
                                RowWork& work) {
   MeasureCandidates(field, row, selected, count, work);
   for (int c = 0; c < count; ++c) {
-    const int l = work.node[selected[c]], order = work.neighbour[selected[c]];
+    const int a = work.node[selected[c]], order = work.neighbour[selected[c]];
     const double distance = work.distance[c];
     if (order == 0) {
-      work.inRow[l] = distance;
+      work.inRow[a] = distance;
       continue;
     }
     // Of equals the one that comes first in the neighbours' order stays.
-    const bool better = distance < work.best[l] || (distance == work.best[l] && order < work.order[l]);
-    work.best[l] = better ? distance : work.best[l];
-    work.order[l] = better ? order : work.order[l];
-    work.found[l] = better ? work.triangle[selected[c]] : work.found[l];
+    const bool better = distance < work.best[a] || (distance == work.best[a] && order < work.order[a]);
+    work.best[a] = better ? distance : work.best[a];
+    work.order[a] = better ? order : work.order[a];
+    work.found[a] = better ? work.triangle[selected[c]] : work.found[a];
   }
 }
 
@@ -264,14 +286,14 @@ ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, con
 ORLIX_LANES void SelectCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
   int firsts = 0, rests = 0;
   for (int c = 0; c < count; ++c) {
-    const int l = work.node[c];
-    const bool passed = work.bound[c] <= work.limit[l], promising = work.bound[c] <= work.least[l];
+    const int a = work.node[c];
+    const bool passed = work.bound[c] <= work.limit[a], promising = work.bound[c] <= work.least[a];
     work.first[firsts] = work.rest[rests] = c;
     firsts += passed & promising;
     rests += passed & !promising;
   }
   TryCandidates(field, row, work.first, firsts, work);
-  for (int l = 0; l < row.count; ++l) work.limit[l] = field.InCells(work.best[l]);
+  for (int a = 0; a < work.actives; ++a) work.limit[a] = field.InCells(work.best[a]);
   int left = 0;
   for (int r = 0; r < rests; ++r) {
     const std::int32_t c = work.rest[r];
@@ -281,46 +303,55 @@ ORLIX_LANES void SelectCandidates(const SweepField& field, const SweepRow& row, 
   TryCandidates(field, row, work.rest, left, work);
 }
 
-// The distance to what the neighbour in the row has just found, or more than the node has.
-ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, std::int32_t triangle,
-                                const RowWork& work) {
+// The distance of node l to what the neighbour in the row has just found, or more than best.
+ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, double best) {
   constexpr double kMore = std::numeric_limits<double>::max();
-  if (work.best[l] <= field.exact || (work.order[l] > 0 && triangle == work.found[l])) return kMore;
+  const std::int64_t index = row.begin + l;
+  const std::int32_t triangle = field.closest[index - row.step] & kTriangleMask;
+  if (field.distance[index] <= field.exact || triangle == (field.closest[index] & kTriangleMask)) return kMore;
   const float bound = LeastSquared(field.bounds[triangle], static_cast<float>(row.low + l), static_cast<float>(row.j),
                                    static_cast<float>(row.k));
-  if (bound > field.InCells(work.best[l])) return kMore;
-  return SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[triangle]);
+  if (bound > field.InCells(best)) return kMore;
+  return std::sqrt(SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[triangle]));
 }
 
-// The neighbour in the row comes first in the order, and each node waits for the one before it.
+// The neighbour in the row comes first in the order, and each node waits for the one before it. Only active nodes and
+// those behind one that changed have anything to do.
 ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork& work) {
   std::int32_t* closest = field.closest + row.begin;
-  double* squared = field.squared + row.begin;
+  double* distance = field.distance + row.begin;
+  const int end = row.step > 0 ? work.actives : -1;
+  int a = row.step > 0 ? 0 : work.actives - 1, l = 0;
   bool changed = false;  // the node before this one
-  for (int l = row.step > 0 ? 0 : row.count - 1; l >= 0 && l < row.count; l += row.step) {
-    const double inRow =
-        changed ? MeasureInRow(field, row, l, closest[l - row.step] & kTriangleMask, work) : work.inRow[l];
-    const bool better = inRow < work.best[l] || (inRow == work.best[l] && work.order[l] > 0);
-    changed = better || work.order[l] > 0;
-    if (!changed) continue;
-    squared[l] = better ? inRow : work.best[l];
-    closest[l] = (better ? closest[l - row.step] & kTriangleMask : work.found[l]) | row.tag;
+  for (;;) {
+    if (changed) {
+      l += row.step;
+      if (l < 0 || l >= row.count) return;
+    } else {
+      if (a == end) return;
+      l = work.active[a];
+    }
+    const bool active = a != end && work.active[a] == l;
+    const double best = active ? work.best[a] : distance[l];
+    const bool found = active && work.order[a] > 0;
+    const double inRow = changed ? MeasureInRow(field, row, l, best) : work.inRow[a];
+    const bool better = inRow < best || (found && inRow == best);
+    changed = better || found;
+    if (changed) {
+      distance[l] = better ? inRow : best;
+      closest[l] = (better ? closest[l - row.step] & kTriangleMask : work.found[a]) | row.tag;
+    }
+    a += active ? row.step : 0;
   }
 }
 
 ORLIX_MULTIVERSION void SweepOneRow(const SweepField& field, const SweepRow& row, RowWork& work) {
   constexpr int kLine = 64;
-  for (int l = 0; l < row.count; l += kLine / int(sizeof(double))) __builtin_prefetch(field.squared + row.next + l);
+  for (int l = 0; l < row.count; l += kLine / int(sizeof(double))) __builtin_prefetch(field.distance + row.next + l);
   for (int l = 0; l < row.count; l += kLine / int(sizeof(std::int32_t))) {
     __builtin_prefetch(field.closest + row.next + l);
   }
-  const std::int32_t* closest = field.closest + row.begin;
-  bool any = FindTests(closest, row.offset, row.newFrom, row.count, work.tests);
-  if (row.face >= 0) {
-    constexpr std::int32_t kAll[kNeighbours] = {};
-    any |= FindTests(closest + row.face, row.offset, kAll, 1, work.tests + row.face);
-  }
-  if (!any) return;
+  FindRowTests(field, row, work.tests);
   const int listed = ListCandidates(field, row, work);
   if (listed == 0) return;
   BoundCandidates(field, row, listed, work);
@@ -330,9 +361,9 @@ ORLIX_MULTIVERSION void SweepOneRow(const SweepField& field, const SweepRow& row
 
 class Sweeper {
  public:
-  Sweeper(const NodeLattice& lattice, int exactBand, const VoxeliserScratch& scratch, GridView<double> squared,
+  Sweeper(const NodeLattice& lattice, int exactBand, const VoxeliserScratch& scratch, GridView<double> distances,
           std::int32_t* closest, WorkerPool& pool)
-      : lattice_(lattice), slab_(squared.slab), bounds_(scratch.triangles.size()) {
+      : lattice_(lattice), slab_(distances.slab), bounds_(scratch.triangles.size()) {
     for (int i = 0; i < lattice.dims.x; ++i) x_.push_back(lattice.World(i, 0, 0).x);
     const int count = static_cast<int>(scratch.triangles.size());
     ParallelRange(pool, 0, count, [&](int from, int to, int) {
@@ -342,9 +373,13 @@ class Sweeper {
     });
     // Outside its widened box a triangle is farther than the band and one node more.
     const double least = std::min({lattice.spacing.x, lattice.spacing.y, lattice.spacing.z});
-    const double exact = (exactBand + 1) * least * (1 - 1e-9);
-    field_ = {scratch.triangles.data(), bounds_.data(), x_.data(), squared.data, closest, exact * exact,
-              1 / (least * least)};
+    field_ = {scratch.triangles.data(),
+              bounds_.data(),
+              x_.data(),
+              distances.data,
+              closest,
+              (exactBand + 1) * least * (1 - 1e-9),
+              1 / least};
   }
 
   // A worker takes the next layer of tiles and follows the one before it. A layer is taken only when the one before it
@@ -418,9 +453,9 @@ class Sweeper {
 }  // namespace
 
 bool SweepClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch,
-                           GridView<double> squared, WorkerPool& pool, int workers, const BaseThread* hostThread) {
+                           GridView<double> distances, WorkerPool& pool, int workers, const BaseThread* hostThread) {
   if (scratch.triangles.empty() || std::min({lattice.dims.x, lattice.dims.y, lattice.dims.z}) < 2) return true;
-  Sweeper sweeper(lattice, exactBand, scratch, squared, scratch.closest.data, pool);
+  Sweeper sweeper(lattice, exactBand, scratch, distances, scratch.closest.data, pool);
   for (int sweep = 0; sweep < kSweeps; ++sweep) {
     if (hostThread && hostThread->TestBreak()) return false;
     sweeper.Sweep(sweep, pool, workers);

@@ -13,6 +13,6 @@ class WorkerPool;
 //
 // exactBand: nodes up to this distance (cells) from a triangle have met it already, so that nothing can change there.
 bool SweepClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch,
-                           GridView<double> squared, WorkerPool& pool, int workers, const BaseThread* hostThread);
+                           GridView<double> distances, WorkerPool& pool, int workers, const BaseThread* hostThread);
 
 }  // namespace orlix

@@ -106,18 +106,22 @@ TEST_P(VoxeliserBand, IsExactToTheLastBit) {
 }
 INSTANTIATE_TEST_SUITE_P(Meshes, VoxeliserBand, testing::Range(0, 4));
 
-// The sweeps with their short cuts are the plain ones: each node in order, all seven neighbours, every triangle.
+// The plain form of the voxeliser's unsigned distances: every triangle on its box, then each sweep node by node in
+// order, each of the seven neighbours.
 std::vector<double> PlainVoxeliser(const std::vector<TriangleTerms>& triangles, const ScalarGrid& grid) {
   const VecInt3D n = grid.dims;
-  std::vector<double> squared(std::size_t(grid.count), std::numeric_limits<double>::max());
+  std::vector<double> distance(std::size_t(grid.count), std::numeric_limits<double>::max());
   std::vector<int> closest(std::size_t(grid.count), -1);
   const auto index = [&](int i, int j, int k) { return std::size_t(grid.Index(i, j, k)); };
+  const auto measure = [&](int i, int j, int k, int t) {
+    return std::sqrt(SquaredDistance(NodeAt(grid, i, j, k), triangles[std::size_t(t)]));
+  };
   for (int t = 0; t < int(triangles.size()); ++t) {
-    const Vec3D c[3] = {triangles[t].x1, triangles[t].x2, triangles[t].x3};
     int lo[3], hi[3];
     for (int axis = 0; axis < 3; ++axis) {
       double low = 1e9, high = -1e9;
-      for (const Vec3D& p : c) {
+      for (const Vec3D& p :
+           {triangles[std::size_t(t)].x1, triangles[std::size_t(t)].x2, triangles[std::size_t(t)].x3}) {
         const double at = ((p - grid.space.simMin) * grid.space.voxelsPerSim)[axis];
         low = std::min(low, at), high = std::max(high, at);
       }
@@ -127,32 +131,36 @@ std::vector<double> PlainVoxeliser(const std::vector<TriangleTerms>& triangles, 
     for (int k = lo[2]; k <= hi[2]; ++k) {
       for (int j = lo[1]; j <= hi[1]; ++j) {
         for (int i = lo[0]; i <= hi[0]; ++i) {
-          const double d = SquaredDistance(NodeAt(grid, i, j, k), triangles[t]);
-          if (d < squared[index(i, j, k)]) squared[index(i, j, k)] = d, closest[index(i, j, k)] = t;
+          const double d = SquaredDistance(NodeAt(grid, i, j, k), triangles[std::size_t(t)]);
+          if (d < distance[index(i, j, k)]) distance[index(i, j, k)] = d, closest[index(i, j, k)] = t;
         }
       }
     }
   }
+  for (std::size_t c = 0; c < distance.size(); ++c) {
+    if (closest[c] >= 0) distance[c] = std::sqrt(distance[c]);
+  }
   constexpr int kDirections[8][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  {-1, -1, 1},
                                      {1, -1, 1}, {-1, 1, -1},  {1, -1, -1}, {-1, 1, 1}};
   for (const auto& d : kDirections) {
-    const auto visit = [&](int axis, auto&& f) {
-      for (int s = 1; s < n[axis]; ++s) f(d[axis] > 0 ? s : n[axis] - 1 - s);
-    };
-    visit(2, [&](int k) {
-      visit(1, [&](int j) {
-        visit(0, [&](int i) {
+    for (int c = 1; c < n.z; ++c) {
+      for (int b = 1; b < n.y; ++b) {
+        for (int a = 1; a < n.x; ++a) {
+          const int i = d[0] > 0 ? a : n.x - 1 - a, j = d[1] > 0 ? b : n.y - 1 - b, k = d[2] > 0 ? c : n.z - 1 - c;
           for (int m = 1; m < 8; ++m) {
-            const int t = closest[index(i - (m & 1) * d[0], j - (m >> 1 & 1) * d[1], k - (m >> 2) * d[2])];
-            if (t < 0) continue;
-            const double distance = SquaredDistance(NodeAt(grid, i, j, k), triangles[t]);
-            if (distance < squared[index(i, j, k)]) squared[index(i, j, k)] = distance, closest[index(i, j, k)] = t;
+            const std::size_t there = index(i - (m & 1) * d[0], j - (m >> 1 & 1) * d[1], k - (m >> 2) * d[2]);
+            if (closest[there] < 0) continue;
+            const double candidate = measure(i, j, k, closest[there]);
+            if (candidate < distance[index(i, j, k)]) {
+              distance[index(i, j, k)] = candidate;
+              closest[index(i, j, k)] = closest[there];
+            }
           }
-        });
-      });
-    });
+        }
+      }
+    }
   }
-  return squared;
+  return distance;
 }
 
 TEST(VoxeliserSweeps, GiveTheBitsOfThePlainOnes) {
@@ -162,12 +170,10 @@ TEST(VoxeliserSweeps, GiveTheBitsOfThePlainOnes) {
                                                 {BoxMesh({-0.3, -0.2, -0.5}, {0.2, 0.3, 0.4}), 0.06f}};
   for (const auto& [mesh, cell] : cases) {
     const VecInt3D cells{70, 40, 45};  // several tiles in each axis, none of them whole
-    const Vec3D min = Vec3D(cells) * (-0.5 * cell);
-    const auto grid = Voxelise(mesh, cells, min, cell);
+    const auto grid = Voxelise(mesh, cells, Vec3D(cells) * (-0.5 * cell), cell);
     const std::vector<double> plain = PlainVoxeliser(TermsOf(mesh), *grid);
     int differing = 0;
-    for (std::int64_t n = 0; n < grid->count; ++n)
-      differing += std::abs((*grid)[n]) != std::sqrt(plain[std::size_t(n)]);
+    for (std::int64_t n = 0; n < grid->count; ++n) differing += std::abs((*grid)[n]) != plain[std::size_t(n)];
     EXPECT_EQ(differing, 0) << mesh.TriangleCount() << " triangles";
   }
 }
