@@ -1,9 +1,8 @@
 #pragma once
-// A command of the program. Adding one: a file that defines its AddXCommand, and a line in Commands.cpp.
+// The commands of the program. Adding one: its options and its function here, its words in CommandLine.cpp.
 
-#include <CLI/CLI.hpp>
-#include <functional>
 #include <string>
+#include <vector>
 
 #include "apps/orlix/Console.h"
 #include "apps/orlix/Engine.h"
@@ -23,20 +22,44 @@ struct Program {
   Engine& engine;
   Console& console;
   const GlobalOptions& options;
-  // Set by the command that was named; run after the whole command line was read.
-  std::function<Status()> action;
 };
 
-using AddCommand = void (*)(CLI::App& app, Program& program);
-extern const AddCommand kCommands[];
-extern const std::size_t kCommandCount;
+struct RunOptions {
+  std::string scene, frames, out, stats;
+  std::vector<std::string> overrides;  // PATH.key=value
+  bool dryRun = false, resume = false;
+  int checkpointEvery = 10;
+};
+Status RunCommand(const Program& program, const RunOptions& options);
 
-void AddRenderCommand(CLI::App& app, Program& program);
-void AddConvertCommand(CLI::App& app, Program& program);
-void AddRunCommand(CLI::App& app, Program& program);
-void AddValidateCommand(CLI::App& app, Program& program);
-void AddParamsCommand(CLI::App& app, Program& program);
-void AddInfoCommand(CLI::App& app, Program& program);
-void AddVerifyCommand(CLI::App& app, Program& program);
+struct RenderCommandOptions {
+  std::string scene, frames, out, size;
+  std::vector<std::string> overrides;
+  bool preview = false;
+};
+Status RenderCommand(const Program& program, const RenderCommandOptions& options);
+
+struct ValidateOptions {
+  std::string scene;
+  std::vector<std::string> overrides;
+};
+Status ValidateCommand(const Program& program, const ValidateOptions& options);
+
+struct ParamsOptions {
+  std::string type, markdown;
+  bool schema = false;
+};
+Status ParamsCommand(const Program& program, const ParamsOptions& options);
+
+struct ConvertOptions {
+  std::string in, out;
+  double exposure = 0;
+};
+Status ConvertCommand(const Program& program, const ConvertOptions& options);
+
+// By the file's extension; Usage for one that nothing here knows.
+Status InfoCommand(const Program& program, const std::string& path);
+
+Status VerifyCommand(const Program& program, const std::string& folder);
 
 }  // namespace orlix

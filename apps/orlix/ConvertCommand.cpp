@@ -2,9 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
-
 #include "apps/orlix/Command.h"
+#include "apps/orlix/FileCheck.h"
 #include "host/files/AtomicStream.h"
 #include "host/geometry/MeshReader.h"
 #include "host/geometry/MeshWriter.h"
@@ -14,17 +13,6 @@ namespace orlix {
 
 namespace {
 
-struct ConvertOptions {
-  std::string in, out;
-  double exposure = 0;
-};
-
-std::string ExtensionOf(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-  return extension;
-}
-
 bool IsPicture(const std::string& extension) { return extension == ".exr" || extension == ".png"; }
 
 Status ConvertMesh(const ConvertOptions& options) {
@@ -32,7 +20,7 @@ Status ConvertMesh(const ConvertOptions& options) {
   if (!mesh) return mesh.error();
   AtomicStream stream;
   if (Status opened = stream.Open(options.out); !opened) return opened;
-  if (ExtensionOf(options.out) == ".ply")
+  if (LowerExtension(options.out) == ".ply")
     WritePly(*mesh, {}, stream);
   else
     WriteObj(*mesh, stream);
@@ -49,8 +37,10 @@ Status ConvertPicture(const ConvertOptions& options) {
   return {};
 }
 
-Status Convert(const ConvertOptions& options) {
-  const std::string from = ExtensionOf(options.in), to = ExtensionOf(options.out);
+}  // namespace
+
+Status ConvertCommand(const Program&, const ConvertOptions& options) {
+  const std::string from = LowerExtension(options.in), to = LowerExtension(options.out);
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
   const bool meshIn = from == ".obj" || from == ".ply" || from == ".stl";
   if (meshIn && (to == ".obj" || to == ".ply")) return ConvertMesh(options);
@@ -58,17 +48,6 @@ Status Convert(const ConvertOptions& options) {
                       fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, and from .exr, .png to "
                                   ".exr, .png",
                                   options.in, options.out));
-}
-
-}  // namespace
-
-void AddConvertCommand(CLI::App& app, Program& program) {
-  auto options = std::make_shared<ConvertOptions>();
-  CLI::App* command = app.add_subcommand("convert", "Convert a mesh or a picture");
-  command->add_option("in", options->in, "File to read")->required();
-  command->add_option("out", options->out, "File to write; its ending says the format")->required();
-  command->add_option("--exposure", options->exposure, "Stops, for PNG");
-  command->callback([&program, options] { program.action = [options] { return Convert(*options); }; });
 }
 
 }  // namespace orlix

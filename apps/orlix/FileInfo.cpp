@@ -19,7 +19,7 @@ constexpr FileKind kKinds[] = {
 
 }  // namespace
 
-Status PrintFileInfo(const Program& program, const std::string& path) {
+Status InfoCommand(const Program& program, const std::string& path) {
   const std::string extension = LowerExtension(path);
   std::string known;
   for (const FileKind& kind : kKinds) {

@@ -15,9 +15,6 @@ struct FileKind {
   PrintInfo print;
 };
 
-// By the file's extension; Usage for one that nothing here knows.
-Status PrintFileInfo(const Program& program, const std::string& path);
-
 Status PrintSceneInfo(const Program& program, const std::string& path);
 Status PrintGridCacheInfo(const Program& program, const std::string& path);
 Status PrintCheckpointInfo(const Program& program, const std::string& path);

@@ -14,11 +14,6 @@ namespace orlix {
 
 namespace {
 
-struct ParamsOptions {
-  std::string type, markdown;
-  bool schema = false;
-};
-
 Status WritePages(const TypeRegistry& types, const std::string& folder) {
   if (Status created = CreateFolders(folder); !created.ok()) return created;
   for (const auto& [name, text] : MarkdownPages(types)) {
@@ -27,7 +22,9 @@ Status WritePages(const TypeRegistry& types, const std::string& folder) {
   return {};
 }
 
-Status Print(const Program& program, const ParamsOptions& options) {
+}  // namespace
+
+Status ParamsCommand(const Program& program, const ParamsOptions& options) {
   const TypeRegistry& types = program.engine.types;
   if (!options.markdown.empty()) return WritePages(types, options.markdown);
   if (options.schema) {
@@ -52,17 +49,6 @@ Status Print(const Program& program, const ParamsOptions& options) {
     fmt::print("{}", type ? TypeTable(*type) : TypeList(types));
   }
   return {};
-}
-
-}  // namespace
-
-void AddParamsCommand(CLI::App& app, Program& program) {
-  auto options = std::make_shared<ParamsOptions>();
-  CLI::App* command = app.add_subcommand("params", "Print the types, or the parameters of one");
-  command->add_option("type", options->type, "A type's name or id");
-  auto* schema = command->add_flag("--schema", options->schema, "A JSON schema of scene files, for editors");
-  command->add_option("--markdown", options->markdown, "Write the reference pages into this folder")->excludes(schema);
-  command->callback([&program, options] { program.action = [&program, options] { return Print(program, *options); }; });
 }
 
 }  // namespace orlix

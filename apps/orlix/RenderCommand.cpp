@@ -19,12 +19,6 @@ namespace orlix {
 
 namespace {
 
-struct RenderOptionsOfCommand {
-  std::string scene, frames, out, size;
-  std::vector<std::string> overrides;
-  bool preview = false;
-};
-
 Status ParseSize(const std::string& text, PictureOptions& options) {
   if (text.empty()) return {};
   char rest = 0;
@@ -52,7 +46,9 @@ bool PlaysEverythingBack(const BaseDocument& document) {
   return playsSolver || !hasSolver;
 }
 
-Status Render(const Program& program, const RenderOptionsOfCommand& options) {
+}  // namespace
+
+Status RenderCommand(const Program& program, const RenderCommandOptions& options) {
   Interrupt::Install();
   PictureOptions pictures;
   pictures.slices = options.preview;
@@ -87,22 +83,6 @@ Status Render(const Program& program, const RenderOptionsOfCommand& options) {
   if (status.ok() && !program.options.quiet)
     fmt::print("{}: {} pictures in {}\n", options.scene, results.files(), folder);
   return status;
-}
-
-}  // namespace
-
-void AddRenderCommand(CLI::App& app, Program& program) {
-  auto options = std::make_shared<RenderOptionsOfCommand>();
-  CLI::App* command = app.add_subcommand("render", "Make pictures, from caches or from a run");
-  command->add_option("scene", options->scene, "Scene file")->required();
-  command->add_option("--frames", options->frames, "Frames of which pictures are wanted: 1-100x2,120");
-  command->add_option("--out", options->out, "Folder of pictures; the scene's own without it");
-  command->add_option("--size", options->size, "WIDTHxHEIGHT, over the scene's render settings");
-  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
-      ->allow_extra_args(false);
-  command->add_flag("--preview", options->preview, "A quick look: slices of the grids with colour bars");
-  command->callback(
-      [&program, options] { program.action = [&program, options] { return Render(program, *options); }; });
 }
 
 }  // namespace orlix

@@ -24,13 +24,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-struct RunOptions {
-  std::string scene, frames, out, stats;
-  std::vector<std::string> overrides;
-  bool dryRun = false, resume = false;
-  int checkpointEvery = 10;
-};
-
 std::size_t CountObjects(const BaseDocument& document) {
   std::size_t count = 0;
   document.ForEachObject([&](BaseObject&) { ++count; });
@@ -104,7 +97,9 @@ Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& doc
   return {};
 }
 
-Status Run(const Program& program, const RunOptions& options) {
+}  // namespace
+
+Status RunCommand(const Program& program, const RunOptions& options) {
   Interrupt::Install();
   std::optional<std::vector<int>> list;
   if (!options.frames.empty()) {
@@ -155,26 +150,6 @@ Status Run(const Program& program, const RunOptions& options) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
   return status;
-}
-
-}  // namespace
-
-void AddRunCommand(CLI::App& app, Program& program) {
-  auto options = std::make_shared<RunOptions>();
-  CLI::App* command = app.add_subcommand("run", "Simulate a scene, then write what its \"output\" asks for");
-  command->add_option("scene", options->scene, "Scene file")->required();
-  command->add_option("--frames", options->frames, "Frames whose results are wanted: 1-100x2,120");
-  command->add_option("--out", options->out, "Folder of results; the scene's own without it");
-  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
-      ->allow_extra_args(false);
-  command->add_option("--stats", options->stats, "Write statistics here, one JSON object a line");
-  command->add_flag("--resume", options->resume, "Go on from the last checkpoint in the folder of results");
-  command
-      ->add_option("--checkpoint-every", options->checkpointEvery,
-                   "Frames from one checkpoint to the next, 10 without it; 0 writes none")
-      ->check(CLI::Range(0, 1000000));
-  command->add_flag("--dry-run", options->dryRun, "Read and check the scene, say what would be done");
-  command->callback([&program, options] { program.action = [&program, options] { return Run(program, *options); }; });
 }
 
 }  // namespace orlix

@@ -12,11 +12,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-struct ValidateOptions {
-  std::string scene;
-  std::vector<std::string> overrides;
-};
-
 // Reads the scene and whatever files its objects show in the first frame.
 Status Check(const Program& program, const ValidateOptions& options, std::size_t& objects) {
   Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
@@ -25,7 +20,9 @@ Status Check(const Program& program, const ValidateOptions& options, std::size_t
   return scene->document->SetTime(scene->document->minTime);
 }
 
-Status Validate(const Program& program, const ValidateOptions& options) {
+}  // namespace
+
+Status ValidateCommand(const Program& program, const ValidateOptions& options) {
   std::size_t objects = 0;
   Status status = Check(program, options, objects);
   if (program.options.json) {
@@ -43,18 +40,6 @@ Status Validate(const Program& program, const ValidateOptions& options) {
     fmt::print("{}: valid, {} objects\n", options.scene, objects);
   }
   return status;
-}
-
-}  // namespace
-
-void AddValidateCommand(CLI::App& app, Program& program) {
-  auto options = std::make_shared<ValidateOptions>();
-  CLI::App* command = app.add_subcommand("validate", "Find the mistakes of a scene file, all in one pass");
-  command->add_option("scene", options->scene, "Scene file")->required();
-  command->add_option("--set", options->overrides, "PATH.key=value, over what the scene file says")
-      ->allow_extra_args(false);
-  command->callback(
-      [&program, options] { program.action = [&program, options] { return Validate(program, *options); }; });
 }
 
 }  // namespace orlix

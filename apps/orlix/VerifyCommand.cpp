@@ -48,21 +48,14 @@ void PrintJson(const std::string& path, const FolderReport& report) {
   fmt::print("{}\n", LaidOut(json));
 }
 
-Status Verify(const Program& program, const std::string& path) {
+}  // namespace
+
+Status VerifyCommand(const Program& program, const std::string& path) {
   const Result<FolderReport> report = ReportFolder(path);
   if (!report.ok()) return report.error();
   program.options.json ? PrintJson(path, *report) : PrintText(path, *report);
   if (report->broken == 0) return {};
   return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {} broken", path, report->broken));
-}
-
-}  // namespace
-
-void AddVerifyCommand(CLI::App& app, Program& program) {
-  auto path = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand("verify", "Say which caches, checkpoints, VDB files and pictures are whole");
-  command->add_option("folder", *path, "A folder of results, or one file")->required();
-  command->callback([&program, path] { program.action = [&program, path] { return Verify(program, *path); }; });
 }
 
 }  // namespace orlix

@@ -1,4 +1,4 @@
-// orlix info FILE: what is in a file.
+// What `orlix info` says about a scene file.
 
 #include <fmt/format.h>
 
@@ -40,13 +40,6 @@ Status PrintSceneInfo(const Program& program, const std::string& path) {
   for (std::size_t i = 1; i < scene->files.size(); ++i) fmt::print("includes {}\n", scene->files[i]);
   for (const auto& object : document.objects()) PrintTree(*object, 1);
   return {};
-}
-
-void AddInfoCommand(CLI::App& app, Program& program) {
-  auto path = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand("info", "Say what is in a file; with --json a scene as it was understood");
-  command->add_option("file", *path, "A file")->required();
-  command->callback([&program, path] { program.action = [&program, path] { return PrintFileInfo(program, *path); }; });
 }
 
 }  // namespace orlix

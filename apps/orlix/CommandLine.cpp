@@ -1,0 +1,142 @@
+#include "apps/orlix/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "apps/orlix/ExitCode.h"
+#include "host/threads/WorkerPool.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr const char* kVersion = "orlix 0.1.0";
+
+void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
+  app.add_option("--threads", options.threads, "Worker threads, all of the machine's without it")
+      ->check(CLI::Range(0, WorkerPool::kMaxWorkers));
+  app.add_option("--memory", options.memory, "Most memory of all grids together, such as 8G");
+  app.add_flag("--quiet", options.quiet, "No progress, no closing line");
+  app.add_flag("--json", options.json, "Results on standard output as JSON");
+  app.add_option("--log-level", options.logLevel, "What standard error shows")
+      ->check(CLI::IsMember({"trace", "debug", "info", "warning", "error", "critical", "off"}));
+}
+
+// A command whose options are read into a value of its own.
+template <typename Options>
+struct Words {
+  CLI::App* app;
+  std::shared_ptr<Options> options = std::make_shared<Options>();
+
+  Words(CLI::App& parent, CommandLine& line, const char* name, const char* text,
+        Status (*run)(const Program&, const Options&))
+      : app(parent.add_subcommand(name, text)) {
+    app->callback([&line, run, kept = options] {
+      line.command = [run, kept](const Program& program) { return run(program, *kept); };
+    });
+  }
+};
+
+void AddOverrides(CLI::App& app, std::vector<std::string>& overrides) {
+  app.add_option("--set", overrides, "PATH.key=value, over what the scene file says")->allow_extra_args(false);
+}
+
+void AddRun(CLI::App& parent, CommandLine& line) {
+  const Words<RunOptions> words(parent, line, "run", "Simulate a scene, then write what its \"output\" asks for",
+                                RunCommand);
+  RunOptions& options = *words.options;
+  words.app->add_option("scene", options.scene, "Scene file")->required();
+  words.app->add_option("--frames", options.frames, "Frames whose results are wanted: 1-100x2,120");
+  words.app->add_option("--out", options.out, "Folder of results; the scene's own without it");
+  AddOverrides(*words.app, options.overrides);
+  words.app->add_option("--stats", options.stats, "Write statistics here, one JSON object a line");
+  words.app->add_flag("--resume", options.resume, "Go on from the last checkpoint in the folder of results");
+  words.app
+      ->add_option("--checkpoint-every", options.checkpointEvery,
+                   "Frames from one checkpoint to the next, 10 without it; 0 writes none")
+      ->check(CLI::Range(0, 1000000));
+  words.app->add_flag("--dry-run", options.dryRun, "Read and check the scene, say what would be done");
+}
+
+void AddRender(CLI::App& parent, CommandLine& line) {
+  const Words<RenderCommandOptions> words(parent, line, "render", "Make pictures, from caches or from a run",
+                                          RenderCommand);
+  RenderCommandOptions& options = *words.options;
+  words.app->add_option("scene", options.scene, "Scene file")->required();
+  words.app->add_option("--frames", options.frames, "Frames of which pictures are wanted: 1-100x2,120");
+  words.app->add_option("--out", options.out, "Folder of pictures; the scene's own without it");
+  words.app->add_option("--size", options.size, "WIDTHxHEIGHT, over the scene's render settings");
+  AddOverrides(*words.app, options.overrides);
+  words.app->add_flag("--preview", options.preview, "A quick look: slices of the grids with colour bars");
+}
+
+void AddValidate(CLI::App& parent, CommandLine& line) {
+  const Words<ValidateOptions> words(parent, line, "validate", "Find the mistakes of a scene file, all in one pass",
+                                     ValidateCommand);
+  words.app->add_option("scene", words.options->scene, "Scene file")->required();
+  AddOverrides(*words.app, words.options->overrides);
+}
+
+void AddInfo(CLI::App& parent, CommandLine& line) {
+  const Words<std::string> words(parent, line, "info",
+                                 "Say what is in a file; with --json a scene as it was understood", InfoCommand);
+  words.app->add_option("file", *words.options, "A file")->required();
+}
+
+void AddVerify(CLI::App& parent, CommandLine& line) {
+  const Words<std::string> words(parent, line, "verify",
+                                 "Say which caches, checkpoints, VDB files and pictures are whole", VerifyCommand);
+  words.app->add_option("folder", *words.options, "A folder of results, or one file")->required();
+}
+
+void AddParams(CLI::App& parent, CommandLine& line) {
+  const Words<ParamsOptions> words(parent, line, "params", "Print the types, or the parameters of one", ParamsCommand);
+  words.app->add_option("type", words.options->type, "A type's name or id");
+  auto* schema = words.app->add_flag("--schema", words.options->schema, "A JSON schema of scene files, for editors");
+  words.app->add_option("--markdown", words.options->markdown, "Write the reference pages into this folder")
+      ->excludes(schema);
+}
+
+void AddConvert(CLI::App& parent, CommandLine& line) {
+  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh or a picture", ConvertCommand);
+  words.app->add_option("in", words.options->in, "File to read")->required();
+  words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();
+  words.app->add_option("--exposure", words.options->exposure, "Stops, for PNG");
+}
+
+// The arguments with the command first, so that its options may stand before it too.
+std::vector<std::string> CommandFirst(int count, const char* const* arguments, const CLI::App& app) {
+  std::vector<std::string> list(arguments + std::min(count, 1), arguments + count);
+  const std::vector<const CLI::App*> commands = app.get_subcommands([](const CLI::App*) { return true; });
+  const auto isCommand = [&](const std::string& word) {
+    return std::any_of(commands.begin(), commands.end(), [&](auto* command) { return command->get_name() == word; });
+  };
+  const auto command = std::find_if(list.begin(), list.end(), isCommand);
+  if (command != list.end()) std::rotate(list.begin(), command, command + 1);
+  return list;
+}
+
+}  // namespace
+
+std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const* arguments, int& exitCode) {
+  CommandLine line;
+  CLI::App app("A fluid and volume effects engine", "orlix");
+  app.set_version_flag("--version", kVersion);
+  app.require_subcommand(1);
+  app.fallthrough();
+  AddGlobalOptions(app, line.options);
+  for (const auto add : {AddRun, AddRender, AddValidate, AddInfo, AddVerify, AddParams, AddConvert}) add(app, line);
+  std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
+  std::reverse(words.begin(), words.end());  // the parser takes them from the back
+  try {
+    app.parse(words);
+  } catch (const CLI::ParseError& error) {
+    exitCode = app.exit(error, std::cout, std::cerr) == 0 ? 0 : ExitCodeOf(ErrorKind::Usage);
+    return std::nullopt;
+  }
+  return line;
+}
+
+}  // namespace orlix
