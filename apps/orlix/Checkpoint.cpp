@@ -83,6 +83,7 @@ Status RestoreCheckpoint(const fs::path& path, BaseDocument& document, OrlixHook
   if (!head.ok()) return head.error();
   if (Status moved = document.SetTime(BaseTime::OfFrame(head->frame, document.fps)); !moved.ok()) return moved;
   hook.BuildScenes(document, head->rendering);
+  if (const Error* failure = hook.Failure()) return *failure;
   if (head->scenes != static_cast<std::int32_t>(hook.scenes().size())) {
     return Unfit(path, fmt::format("holds {} scenes, the scene file has {}", head->scenes, hook.scenes().size()));
   }

@@ -16,6 +16,7 @@
 #include "apps/orlix/SceneRun.h"
 #include "apps/orlix/Statistics.h"
 #include "fluids/caches/Cache_OperatorBase.h"
+#include "globals/ByteSize.h"
 #include "globals/Hash.h"
 
 namespace orlix {
@@ -31,17 +32,28 @@ std::size_t CountObjects(const BaseDocument& document) {
 }
 
 void PrintPlan(const Program& program, const RunOptions& options, const BaseDocument& document, const FramePlan& plan,
-               int workers) {
+               const MemoryForecast& memory, int workers) {
   const std::size_t objects = CountObjects(document), wanted = plan.wanted.size();
   if (program.options.json) {
-    const Json json = {{"scene", options.scene}, {"dry_run", true},     {"objects", objects}, {"first", plan.first},
-                       {"last", plan.last},      {"fps", document.fps}, {"wanted", wanted},   {"workers", workers}};
+    const Json json = {{"scene", options.scene},
+                       {"dry_run", true},
+                       {"objects", objects},
+                       {"first", plan.first},
+                       {"last", plan.last},
+                       {"fps", document.fps},
+                       {"wanted", wanted},
+                       {"workers", workers},
+                       {"most_cells", static_cast<std::int64_t>(memory.cells)},
+                       {"most_bytes", static_cast<std::int64_t>(memory.bytes)}};
     fmt::print("{}\n", LaidOut(json));
     return;
   }
-  fmt::print("{}: {} objects, {} frames a second, frames {} to {}{}, {} workers; nothing was simulated\n",
+  fmt::print("{}: {} objects, {} frames a second, frames {} to {}{}, {} workers{}; nothing was simulated\n",
              options.scene, objects, document.fps, plan.first, plan.last,
-             wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers);
+             wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers,
+             memory.cells > 0 ? fmt::format(", up to {:.0f} cells in about {}", memory.cells,
+                                            ByteSizeText(static_cast<std::int64_t>(memory.bytes)))
+                              : "");
 }
 
 void PrintOutcome(const Program& program, const RunOptions& options, const SceneRun& run, double seconds,
@@ -115,12 +127,14 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
+  const std::string outputFolder = options.out.empty() ? document.folder : options.out;
   if (options.dryRun) {
-    PrintPlan(program, options, document, *plan, pool.count());
+    SceneRun run(program.engine, document, pool, outputFolder);
+    const Result<MemoryForecast> memory = run.Forecast();
+    if (!memory) return memory.error();
+    PrintPlan(program, options, document, *plan, *memory, pool.count());
     return {};
   }
-
-  const std::string outputFolder = options.out.empty() ? document.folder : options.out;
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, outputFolder);

@@ -39,6 +39,20 @@ SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std
   observer_.onWarning = [](const std::string& node, const std::string& text) { spdlog::warn("{}: {}", node, text); };
 }
 
+Result<MemoryForecast> SceneRun::Forecast() {
+  BaseDocument& document = state_.document;
+  if (Status status = document.SetTime(document.minTime); !status) return status.error();
+  hook_.BuildScenes(document, false);
+  if (const Error* failure = hook_.Failure()) return *failure;
+  MemoryForecast sum;
+  for (const auto& [key, scene] : hook_.scenes()) {
+    const MemoryForecast forecast = scene->ForecastMemory();
+    sum.cells += forecast.cells;
+    sum.bytes += forecast.bytes;
+  }
+  return sum;
+}
+
 Status SceneRun::RunFrame(int frame) {
   const auto start = std::chrono::steady_clock::now();
   state_.frame = frame;

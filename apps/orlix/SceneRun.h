@@ -34,6 +34,8 @@ class SceneRun {
   StatusLine& status() { return status_; }
   OrlixHook& hook() { return hook_; }
 
+  // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
+  Result<MemoryForecast> Forecast();
   // Until the plan's last frame, an error, or a signal, behind the frame in hand.
   Status Run(const FramePlan& plan);
   const RunState& state() const { return state_; }

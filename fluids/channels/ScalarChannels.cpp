@@ -43,7 +43,7 @@ bool ChannelBase_Scalar::ApplyBounds(const Vec3D& min, const Vec3D& max) {
         ApplyContainer(grid, lattice, !lattice.SameAs(*grid), clearEachStep, valueMin, valueMax, backgroundValue, pool);
   }
   SetFlag(NodeActive, applied);
-  if (!applied) WarnNoMemory(*scene, *this, lattice.cells);
+  if (!applied) scene->FailForMemory(*this, lattice.cells);
   return applied;
 }
 
@@ -88,7 +88,7 @@ bool ScalarGridChannel::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   }
   const bool applied = ApplyToPrevious(previous, *grid, valueMin, valueMax, backgroundValue, scene->pool());
   SetFlag(NodeActive, applied);
-  if (!applied) WarnNoMemory(*scene, *this, grid->dims);
+  if (!applied) scene->FailForMemory(*this, grid->dims);
   return applied;
 }
 

@@ -20,6 +20,7 @@ class ChannelBase_Scalar : public Channel_Dynamic<double> {
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
   void AfterStep() override;
   void VisitState(StateVisitor& visitor) override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override { return {.kept = ChannelBytes(cells, 1)}; }
 
   bool ContainsPoint(const Vec3D& p) const override { return grid && LatticeContainsPoint(grid->space, p); }
   bool ContainsCell(const Vec3D& p, bool interiorOnly) const override {
@@ -47,6 +48,9 @@ class ScalarGridChannel : public ChannelBase_Scalar {
   void ClearState(bool deactivate) override;
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
   void VisitState(StateVisitor& visitor) override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override {
+    return {.kept = ChannelBytes(cells, keepPrevious ? 2 : 1)};
+  }
 
   // If keepPrevious, exchanges the arrays of the grid and the previous one; lattices stay.
   void SwapGrids();

@@ -51,7 +51,7 @@ bool ChannelBase_Vector::ApplyBounds(const Vec3D& min, const Vec3D& max) {
         ApplyContainer(grids[c], lattice, changed, clearEachStep, valueMin[c], valueMax[c], backgroundValue[c], pool);
   }
   SetFlag(NodeActive, applied);
-  if (!applied) WarnNoMemory(*scene, *this, lattice.cells);
+  if (!applied) scene->FailForMemory(*this, lattice.cells);
   return applied;
 }
 
@@ -118,7 +118,7 @@ bool VectorGridChannel::ApplyBounds(const Vec3D& min, const Vec3D& max) {
               ApplyToPrevious(previousGrids[c], *grids[c], valueMin[c], valueMax[c], backgroundValue[c], scene->pool());
   }
   SetFlag(NodeActive, applied);
-  if (!applied) WarnNoMemory(*scene, *this, grids[0]->dims);
+  if (!applied) scene->FailForMemory(*this, grids[0]->dims);
   return applied;
 }
 

@@ -22,6 +22,7 @@ class ChannelBase_Vector : public Channel_Dynamic<Vec3D> {
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
   void AfterStep() override;
   void VisitState(StateVisitor& visitor) override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override { return {.kept = ChannelBytes(cells, 3)}; }
 
   bool ContainsPoint(const Vec3D& p) const override { return grids[0] && LatticeContainsPoint(grids[0]->space, p); }
   bool ContainsCell(const Vec3D& p, bool interiorOnly) const override {
@@ -50,6 +51,9 @@ class VectorGridChannel : public ChannelBase_Vector {
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
   bool ResetToGrid(const ScalarGrid* shape, const Vec3D& background) override;
   void VisitState(StateVisitor& visitor) override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override {
+    return {.kept = ChannelBytes(cells, keepPrevious ? 6 : 3)};
+  }
 
   void SwapGrids();
   // 0 unless all three exist.

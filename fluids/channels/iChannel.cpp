@@ -1,7 +1,5 @@
 #include "fluids/channels/iChannel.h"
 
-#include <fmt/format.h>
-
 #include <new>
 
 namespace orlix {
@@ -113,13 +111,6 @@ bool LatticeContainsCell(const GridSpace& space, const Vec3D& p, bool interiorOn
 double SampleChannelGrid(const ScalarGrid& grid, const Vec3D& voxel, Interpolation mode) {
   const Vec3D at = voxel - CellSampleOffset(grid.gridType);
   return SampleGrid(grid, at.x, at.y, at.z, mode);
-}
-
-void WarnNoMemory(OrlixScene& scene, const iBase& node, const VecInt3D& cells) {
-  scene.Warn(node, fmt::format("a grid of {} x {} x {} cells doesn't fit: {:.0f} bytes a grid, the memory budget is {}",
-                               cells.x, cells.y, cells.z, 8.0 * cells.x * cells.y * cells.z,
-                               GridMemoryBudget() > 0 ? std::to_string(GridMemoryBudget()) + " bytes"
-                                                      : std::string("what the machine has")));
 }
 
 }  // namespace orlix

@@ -93,6 +93,10 @@ bool ApplyContainer(std::unique_ptr<ScalarGrid>& grid, const ContainerLattice& l
 // Keeps previous in step with grid: makes, resizes or leaves it.
 bool ApplyToPrevious(std::unique_ptr<ScalarGrid>& previous, const ScalarGrid& grid, double valueMin, double valueMax,
                      double background, WorkerPool& pool);
+// Of so many grids on a container of so many cells; staggered ones have a layer more.
+inline double ChannelBytes(const VecInt3D& cells, int grids) {
+  return double(sizeof(double)) * grids * (cells.x + 1.0) * (cells.y + 1.0) * (cells.z + 1.0);
+}
 // Takes over shape's lattice. False when memory doesn't suffice or shape is missing.
 bool ResetChannelGrid(std::unique_ptr<ScalarGrid>& grid, const ScalarGrid* shape, std::uint32_t type,
                       double background);
@@ -101,7 +105,5 @@ bool LatticeContainsPoint(const GridSpace& space, const Vec3D& p);
 bool LatticeContainsCell(const GridSpace& space, const Vec3D& p, bool interiorOnly);
 // Index coordinates of the lattice to those of the grid's array, then the kernel.
 double SampleChannelGrid(const ScalarGrid& grid, const Vec3D& voxel, Interpolation mode);
-// One message about a grid that memory has no room for.
-void WarnNoMemory(OrlixScene& scene, const iBase& node, const VecInt3D& cells);
 
 }  // namespace orlix

@@ -179,6 +179,27 @@ void FluidSolver::VisitOutputs(StateVisitor& visitor) {
   for (int c = 0; c < 3; ++c) visitor.VisitGrid(kNames[c], velocity.grids[c]);
 }
 
+MemoryNeed FluidSolver::MemoryFor(const VecInt3D& cells) const {
+  // Open shares of faces and of the half cells around them, in single precision, with their masks; the distance to
+  // obstacles.
+  constexpr double kFractions = 6 * sizeof(float) + 1, kObstacles = sizeof(double);
+  MemoryNeed need = velocity.MemoryFor(cells);
+  need.kept += divergenceSource.MemoryFor(cells).kept + (kFractions + kObstacles) * double(CellCount(cells));
+  need.scratch = projection->ScratchBytes(cells);
+  return need;
+}
+
+VecInt3D FluidSolver::MostCells() const {
+  constexpr double kMost = 1 << 20;  // of an axis; what has more isn't built
+  const double h = GetSimulationSpace().cellSize;
+  VecInt3D cells;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double count = std::round(scaledSize[axis] / h) + 2;  // ghosts on both sides
+    cells[axis] = count >= 1 ? int(std::min(count, kMost)) : 1;
+  }
+  return cells;
+}
+
 void FluidSolver::TakeCacheHeader(const GridCacheHeader& header) {
   cachedExtents.reset();
   if (header.present) cachedExtents = Extents{header.space.simMin, header.space.simMax};

@@ -47,6 +47,9 @@ class FluidSolver : public iSolver, public iCachedGrids {
     return boundary.DerivedBytes() + fractions.DerivedBytes() + extrapolation.DerivedBytes();
   }
 
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
+  VecInt3D MostCells() const override;
+
   int CachedGridCount() const override { return 3; }
   ScalarGrid* CachedGrid(int index) override { return velocity.GetGrid(index); }
   void TakeCacheHeader(const GridCacheHeader& header) override;

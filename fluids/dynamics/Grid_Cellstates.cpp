@@ -57,7 +57,7 @@ void Grid_Cellstates::Prepare(iBase*) {
     try {
       states_[c] = std::make_unique<Grid<std::uint8_t>>(dims, static_cast<std::uint32_t>(c));
     } catch (const std::bad_alloc&) {
-      WarnNoMemory(*scene, *this, dims);
+      scene->FailForMemory(*this, dims);
       active = false;
       break;
     }

@@ -6,6 +6,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/BodyMotion.h"
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/dynamics/MultigridCycle.h"
 #include "fluids/volume/VolumeBase.h"
 
 namespace orlix {
@@ -268,6 +269,12 @@ void Grid_Incompressibility::ReportOutcome(double divergenceAfter) {
                 "%.0e (%lld such solves so far)",
                 outcome_.iterations, outcome_.residual, cg_.toleranceFactor, static_cast<long long>(unconverged_));
   scene->Warn(*this, text);
+}
+
+double Grid_Incompressibility::ScratchBytes(const VecInt3D& dims) const {
+  // Vectors of the solve, and what forces and advection borrowed before and left on the shelf; measured.
+  constexpr double kVectors = 81;
+  return kVectors * double(CellCount(dims)) + (solverType == kPressureMultigrid ? MultigridCycle::Bytes(dims) : 0);
 }
 
 // --- what rounds share -----------------------------------------------------------------------------------------------

@@ -56,6 +56,9 @@ class Grid_Incompressibility : public iObject {
   void Process(ProcessData& data) override;
   void Finish() override;
 
+  // Bytes that a projection borrows on a grid of these dims.
+  double ScratchBytes(const VecInt3D& dims) const;
+
   bool removeMeanDivergence = false;  // exactly when all six faces of the container are closed
   std::int32_t solverType = kPressureGauss;
   double density = 1.23;  // kg/m^3

@@ -80,7 +80,7 @@ bool Grid_VolumeFractions::PrepareGrid(int axis, int kind, const GridSpace& spac
   try {
     grid = std::make_unique<FloatGrid>(dims, space.hostSize, space.cellSize, TypeOf(axis, kind), space.hostMin);
   } catch (const std::bad_alloc&) {
-    WarnNoMemory(*scene, *this, dims);
+    scene->FailForMemory(*this, dims);
     return false;
   }
   grid->space = space;  // an edge grid's array says nothing about its lattice

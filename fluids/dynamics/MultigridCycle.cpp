@@ -167,6 +167,16 @@ MultigridCycle::MultigridCycle(const PressureSystem& system, WorkerPool& pool, S
   }
 }
 
+double MultigridCycle::Bytes(const VecInt3D& dims) {
+  VecInt3D cells = dims - VecInt3D(2, 2, 2);
+  double bytes = MultigridLevel::Bytes(cells, true);
+  while (std::max({cells.x, cells.y, cells.z}) > kCoarsestCells) {
+    cells = CoarserCells(cells);
+    bytes += MultigridLevel::Bytes(cells, false);
+  }
+  return bytes;
+}
+
 void MultigridCycle::SmoothAndRestrict(int index, const double* residual, double scale) {
   const MultigridLevel &level = levels_[index], &coarse = levels_[index + 1];
   const int sweeps = HalfSweeps(index);

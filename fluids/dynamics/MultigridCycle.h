@@ -15,6 +15,9 @@ class MultigridCycle {
   // Builds all levels; throws std::bad_alloc when memory doesn't suffice.
   MultigridCycle(const PressureSystem& system, WorkerPool& pool, ScratchPool& scratch);
 
+  // What all levels take for a system of these dims.
+  static double Bytes(const VecInt3D& dims);
+
   // The cycle for a residual in the layout of the system's cells; largest is the size of its entries, roughly. The
   // vector is valid until the next call.
   PreconditionedVector Apply(const double* residual, double largest);

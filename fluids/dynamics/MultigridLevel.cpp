@@ -171,7 +171,7 @@ void BuildBlockRow(const MultigridLevel& fine, const MultigridLevel& coarse, int
 
 }  // namespace
 
-void MultigridLevel::Allocate(const VecInt3D& count, bool finest, ScratchPool& scratch, WorkerPool& pool) {
+std::int64_t MultigridLevel::LayOut(const VecInt3D& count) {
   cells = count;
   pairs = (count.x + 1) / 2;
   width = static_cast<int>((pairs + kLine - 1) / kLine * kLine);
@@ -179,7 +179,16 @@ void MultigridLevel::Allocate(const VecInt3D& count, bool finest, ScratchPool& s
   // end and the next one's at the start share a line.
   row = ((width / kLine + 1) | 1) * kLine;
   slab = row * (count.y + 2) + kLine;
-  const std::int64_t total = slab * (count.z + 2) + 2 * kLine;
+  return slab * (count.z + 2) + 2 * kLine;
+}
+
+double MultigridLevel::Bytes(const VecInt3D& count, bool finest) {
+  MultigridLevel level;
+  return double(level.LayOut(count)) * sizeof(float) * (finest ? kArrays - 2 : kArrays);
+}
+
+void MultigridLevel::Allocate(const VecInt3D& count, bool finest, ScratchPool& scratch, WorkerPool& pool) {
+  const std::int64_t total = LayOut(count);
   const std::int64_t first = kLine - 1;  // pair 1 of a row begins a line
   if (total > kMaxGridCells) throw std::bad_alloc();
   for (Colour& c : colour) {

@@ -41,10 +41,16 @@ struct MultigridLevel {
   // The colour of the odd cells of a row; colour 0 has an even sum of indices.
   static int OddColour(int j, int k) { return (j + k + 1) & 1; }
 
+  // Of both colours; the finest level has no fixed ones.
+  static constexpr int kArrays = 14;
+  static double Bytes(const VecInt3D& count, bool finest);
   // Leases the arrays, all zero.
   void Allocate(const VecInt3D& count, bool finest, ScratchPool& scratch, WorkerPool& pool);
 
  private:
+  // Sets the sizes; gives the elements of one array.
+  std::int64_t LayOut(const VecInt3D& count);
+
   std::vector<ScratchPool::Lease<float>> leases_;
 };
 

@@ -111,9 +111,17 @@ bool GridAdvection::ApplyBounds(const Vec3D&, const Vec3D&) {
   }
   const ScalarGrid& shape = *scalarChannel->grid;
   if (FitGamma(previousGamma, shape, scene->pool()) && FitGamma(gamma, shape, scene->pool())) return true;
-  WarnNoMemory(*scene, *this, shape.dims);
+  scene->FailForMemory(*this, shape.dims);
   ClearState(false);
   return false;
+}
+
+MemoryNeed GridAdvection::MemoryFor(const VecInt3D& cells) const {
+  // Beside what a projection borrows, which serves the other schemes. Gamma and its previous grid are kept; what cells
+  // give to others is listed by layers: measured.
+  if (!IsConservative()) return {};
+  const double listed = scheme == Scheme::Conservative ? 84 : 116;
+  return {.kept = ChannelBytes(cells, 2), .scratch = listed * double(CellCount(cells))};
 }
 
 bool GridAdvection::ReadParameters() {

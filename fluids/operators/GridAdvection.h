@@ -23,6 +23,7 @@ class GridAdvection final : public iObject {
   void ClearState(bool deactivate) override;
   // Fits gamma to the target; only the conservative schemes have it, and they need a scalar target.
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   std::int32_t GetNodeBaseType() const override { return NODE_OPERATOR; }
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
   bool RunsSerially() const override { return true; }

@@ -1,12 +1,16 @@
 #include "fluids/scene/OrlixScene.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <limits>
 
 #include "fluids/scene/RootObject.h"
 #include "fluids/scene/StageRunner.h"
 #include "fluids/scene/StateCheck.h"
+#include "globals/ByteSize.h"
 
 namespace orlix {
 
@@ -78,6 +82,14 @@ void OrlixScene::Warn(const iBase& node, const std::string& text) {
 
 void OrlixScene::Fail(ErrorKind kind, std::string text) {
   if (!failure_) failure_ = Error{kind, std::move(text)};
+}
+
+void OrlixScene::FailForMemory(const iBase& node, const VecInt3D& cells) {
+  const double bytes = 8.0 * cells.x * cells.y * cells.z;
+  Fail(ErrorKind::Memory,
+       fmt::format("\"{}\": a grid of {} x {} x {} cells, {}, doesn't fit; the memory budget is {}", node.DisplayName(),
+                   cells.x, cells.y, cells.z, ByteSizeText(static_cast<std::int64_t>(std::min(bytes, 9e18))),
+                   GridMemoryBudget() > 0 ? ByteSizeText(GridMemoryBudget()) : "what the machine has"));
 }
 
 // --- the lists -------------------------------------------------------------------------------------------------------
@@ -193,6 +205,7 @@ void OrlixScene::EvaluateStage() {
   };
   forEnabled([](iBase& node) { node.ReadParameters(); });
   forEnabled([](iBase& node) { node.ResolveLinks(); });
+  RefuseWhatDoesNotFit();
   std::vector<iBase*> staged;
   for (std::int32_t s = 0; s <= kStageVisualPost; ++s) {
     forEnabled([&](iBase& node) {
@@ -274,6 +287,40 @@ void OrlixScene::RunBeginSubstep() {
     if (!node.IsEnabled() || !node.HasRetrieveType(RETRIEVE_LEVELSET)) return;
     if (auto* volume = dynamic_cast<iSubstepBeginner*>(&node)) volume->BeginSubstep();
   });
+}
+
+MemoryForecast OrlixScene::ForecastMemory() const {
+  VecInt3D cells;
+  ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    const auto* solver = dynamic_cast<const iSolver*>(&node);
+    if (!solver || !node.IsEnabled()) return;
+    const VecInt3D most = solver->MostCells();
+    cells = {std::max(cells.x, most.x), std::max(cells.y, most.y), std::max(cells.z, most.z)};
+  });
+  double kept = 0, scratch = 0;
+  for (std::int32_t list = NODE_CHANNEL; list <= NODE_CACHE; ++list) {
+    double most = 0;  // nodes of one family borrow one after the other
+    ForEachNode(list, list, [&](const iBase& node) {
+      if (!node.IsEnabled()) return;
+      const MemoryNeed need = node.MemoryFor(cells);
+      kept += need.kept;
+      most = std::max(most, need.scratch);
+    });
+    scratch += most;
+  }
+  const double count = double(cells.x) * cells.y * cells.z;
+  return {.cells = count, .bytes = count > 0 ? kept + scratch : 0};
+}
+
+void OrlixScene::RefuseWhatDoesNotFit() {
+  const auto budget = static_cast<double>(GridMemoryBudget());
+  const MemoryForecast forecast = ForecastMemory();
+  if (budget <= 0 || forecast.bytes <= budget) return;
+  Fail(ErrorKind::Memory,
+       fmt::format("\"{}\": its whole container has {:.0f} cells, whose grids take about {}; the memory budget is {}. "
+                   "A voxel_size of {:.3g} or a smaller container would fit",
+                   Name(), forecast.cells, ByteSizeText(static_cast<std::int64_t>(std::min(forecast.bytes, 9e18))),
+                   ByteSizeText(GridMemoryBudget()), space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05));
 }
 
 bool OrlixScene::UpdateBounds() {

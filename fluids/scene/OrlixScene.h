@@ -102,6 +102,12 @@ class OrlixScene final : public Scene {
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
   const std::optional<Error>& failure() const { return failure_; }
   void Fail(ErrorKind kind, std::string text);
+  // Memory has no room for a grid of the node.
+  void FailForMemory(const iBase& node, const VecInt3D& cells);
+
+  // What the grids will take at most, when the containers have grown to their whole size. Level sets of volumes, whose
+  // size follows their meshes, aren't part of it. 0 without a solver: then nothing bounds the container.
+  MemoryForecast ForecastMemory() const;
 
   // All simulated state: the clock, then each node in list order. Names are "path:type".
   void VisitState(StateVisitor& visitor);
@@ -117,6 +123,7 @@ class OrlixScene final : public Scene {
   iBase* FindNode(const BaseList2D* hostObject, std::int32_t list) const;
   void RunBeginSubstep();
   bool UpdateBounds();
+  void RefuseWhatDoesNotFit();
   void RunFinishStage(bool boundsValid);
   bool RunStageWork(bool updateOnly, bool& boundsValid);
   void StartReport();

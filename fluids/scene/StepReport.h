@@ -34,6 +34,11 @@ struct SubstepReport {
   std::uint64_t hash = 0;      // of all simulated state and the clock; 0 when not asked for
 };
 
+// What a scene's grids will take.
+struct MemoryForecast {
+  double cells = 0, bytes = 0;
+};
+
 // A node made a value that is no number.
 struct Divergence {
   std::string node;

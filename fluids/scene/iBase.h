@@ -19,6 +19,11 @@ namespace orlix {
 
 class OrlixScene;
 
+// Bytes: what is kept from one sub-step to the next, and what is borrowed beside it for a while.
+struct MemoryNeed {
+  double kept = 0, scratch = 0;
+};
+
 // The scene list to which a class belongs. A class that is used only inside another node has none.
 enum NodeBaseType : std::int32_t {
   NODE_NONE = 0,
@@ -131,6 +136,8 @@ class iBase {
   virtual void VisitOutputs(StateVisitor& visitor) { VisitState(visitor); }
   // Bytes that are kept from one sub-step to the next beside the state, and computed anew when they are missing.
   virtual std::int64_t DerivedBytes() const { return 0; }
+  // What the node will take in a container of these cells; 0 where it follows something else.
+  virtual MemoryNeed MemoryFor(const VecInt3D&) const { return {}; }
 
   void SetChanged(bool changed) { SetFlag(NodeChanged, changed); }
   bool HasFlag(std::uint32_t flag) const { return (flags & flag) != 0; }

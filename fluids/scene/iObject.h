@@ -32,6 +32,8 @@ class iSolver : public iObject {
   virtual double SquaredSpeed() const = 0;
   // The scalar channel that feeds the pressure solve, 1/s; null on a solver without one.
   virtual iBase* DivergenceSource() = 0;
+  // Cells of the container when it has grown to its whole size.
+  virtual VecInt3D MostCells() const { return {}; }
   // The velocity channel, m/s; null on a solver without one.
   virtual iBase* Velocity() { return nullptr; }
   // The liquid's level set, m, negative inside; null on a solver without a surface.

@@ -77,7 +77,7 @@ bool VolumeBase::PrepareGrid() {
   try {
     SetLattice(resolution, extent, GetSimulationSpace().cellSize, origin);
   } catch (const std::bad_alloc&) {
-    WarnNoMemory(resolution);
+    scene->FailForMemory(*this, resolution + VecInt3D(1, 1, 1));
     return false;
   }
   levelSet_->activeMin = {};
@@ -94,21 +94,13 @@ void VolumeBase::SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float 
   view_ = LevelSetView(*levelSet_);
 }
 
-void VolumeBase::WarnNoMemory(const VecInt3D& cells) {
-  const VecInt3D dims = cells + VecInt3D(1, 1, 1);
-  const std::string budget =
-      GridMemoryBudget() > 0 ? fmt::format("; all grids may take {:.0f} MB", GridMemoryBudget() / 1e6) : "";
-  scene->Warn(*this, fmt::format("no memory for a level set of {} x {} x {} nodes, {:.0f} MB{}", dims.x, dims.y, dims.z,
-                                 double(CellCount(dims)) * 8 / 1e6, budget));
-}
-
 void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
   if (!header.present) return;
   try {
     SetLattice(header.space.dims, header.space.hostSize, header.space.cellSize, header.space.hostMin);
   } catch (const std::bad_alloc&) {
     FreeLevelSet();
-    WarnNoMemory(header.space.dims);
+    scene->FailForMemory(*this, header.space.dims + VecInt3D(1, 1, 1));
     return;
   }
   levelSet_->activeMin = {};

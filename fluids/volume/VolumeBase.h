@@ -121,7 +121,6 @@ class VolumeBase : public iVolume, public iCachedGrids {
     const auto deepest = MaximumDepth();
     return deepest ? std::abs(distance) / *deepest : 0;
   }
-  void WarnNoMemory(const VecInt3D& cells);
   bool HasBody(BodyType type) const { return hasRigidBody_ && rigidBody_->bodyType() == type; }
 
   std::unique_ptr<ScalarGrid> levelSet_;

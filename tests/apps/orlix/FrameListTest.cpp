@@ -1,4 +1,5 @@
 #include "apps/orlix/FrameList.h"
+#include "globals/ByteSize.h"
 
 #include <gtest/gtest.h>
 

@@ -97,6 +97,30 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
   EXPECT_EQ(runner.Run({"params"}, {}, "/dev/full").code, 5);
 }
 
+TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
+  ProgramRunner runner;
+  const std::string scene = std::string(ORLIX_SOURCE_DIR) + "/scenes/smoke_plume.json";
+  const auto run = [&](std::vector<std::string> more) {
+    std::vector<std::string> arguments = {"run", scene, "--memory", "10M", "--out", runner.folder.path().string()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runner.Run(arguments);
+  };
+  const std::string voxel = "A voxel_size of ";
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--dry-run"}}) {
+    const ProgramOutcome refused = run(more);
+    EXPECT_EQ(refused.code, 6);
+    for (const std::string text :
+         {"\"Plume\"", "76296 cells", "about 22", "the memory budget is 10 MB", voxel.c_str()}) {
+      EXPECT_NE(refused.err.find(text), std::string::npos) << text << "\n" << refused.err;
+    }
+    EXPECT_EQ(refused.out, "");
+    // What the message proposes fits.
+    const std::string rest = refused.err.substr(std::min(refused.err.size(), refused.err.find(voxel) + voxel.size()));
+    const ProgramOutcome proposed = run({"--dry-run", "--set", "Plume.voxel_size=" + rest.substr(0, rest.find(' '))});
+    EXPECT_EQ(proposed.code, 0) << proposed.err;
+  }
+}
+
 TEST(Program, OptionsStandInAnyOrder) {
   ProgramRunner runner;
   const std::string scene = runner.Write("s.json", kScene);

@@ -121,6 +121,9 @@ TEST(SmokePlumeSlow, KeepsAtMost115BytesACellAndTakes240) {
     EXPECT_LE(static_cast<double>(report.gridBytes) / report.cells, 115) << solver;
     EXPECT_GE(static_cast<double>(report.gridBytes) / report.cells, 110) << solver;
     EXPECT_LE(static_cast<double>(report.peakBytes) / report.cells, 240) << solver;
+    const MemoryForecast forecast = run.scene().ForecastMemory();
+    EXPECT_EQ(forecast.cells, 128 * 128 * 128);
+    EXPECT_NEAR(forecast.bytes / static_cast<double>(report.peakBytes), 1.05, 0.1) << solver;
   }
 }
 

@@ -111,15 +111,18 @@ TEST_F(ChannelFixture, PointsAndCellsAtTheFaces) {
   EXPECT_EQ(channel->GetGrid(1), nullptr);
 }
 
-TEST_F(ChannelFixture, AContainerBeyondMemoryGivesOneMessage) {
+TEST_F(ChannelFixture, AContainerBeyondMemoryEndsTheSimulation) {
   SetGridMemoryBudget(CurrentGridMemory().current + 100000);
   EXPECT_FALSE(channel->ApplyBounds({0, 0, 0}, {50, 50, 50}));
   EXPECT_FALSE(channel->ApplyBounds({0, 0, 0}, {50, 50, 50}));
   SetGridMemoryBudget(0);
   EXPECT_FALSE(channel->IsActive());
-  ASSERT_EQ(scene.warnings.size(), 1u);
-  EXPECT_EQ(scene.warnings[0].first, "Scene/smoke");
-  EXPECT_NE(scene.warnings[0].second.find("100 x 100 x 100"), std::string::npos) << scene.warnings[0].second;
+  const auto& failure = scene.scene().failure();
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->kind, ErrorKind::Memory);
+  for (const char* text : {"\"Scene/smoke\"", "100 x 100 x 100", "7.63 MB"}) {
+    EXPECT_NE(failure->text.find(text), std::string::npos) << failure->text;
+  }
   EXPECT_FALSE(channel->ApplyBounds({0, 0, 0}, {1e9, 1e9, 1e9})) << "more cells than an index counts";
 }
 
