@@ -54,6 +54,8 @@ void AddCommon(Json& json, const SubstepReport& report) {
   json["grid_bytes"] = report.gridBytes;
   json["peak_bytes"] = report.peakBytes;
   json["hash"] = HexHash(report.hash);
+  json["grids"] = Json::object();
+  for (const auto& [grid, hash] : report.gridHashes) json["grids"][grid] = HexHash(hash);
 }
 
 std::string Dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
@@ -123,7 +125,7 @@ void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report
 Status Statistics::AfterFrame(const RunState& state) {
   for (const auto& [key, scene] : state.hook.scenes()) {
     FrameSums& sums = sums_[scene->Name()];
-    sums.total.hash = scene->HashState();  // what is played back or made after the sub-steps counts too
+    sums.total.hash = scene->HashState(&sums.total.gridHashes);  // what is played back or made after the sub-steps counts too
     Json json = {{"kind", "frame"},
                  {"scene", scene->Name()},
                  {"frame", state.frame},

@@ -451,9 +451,10 @@ void OrlixScene::VisitState(StateVisitor& visitor) {
   ForEachNode(NODE_SETTINGS, NODE_HELPER, visit);
 }
 
-std::uint64_t OrlixScene::HashState() {
+std::uint64_t OrlixScene::HashState(GridHashes* grids) {
   StateHasher hasher;
   VisitState(hasher);
+  if (grids) *grids = std::move(hasher.grids());
   return hasher.Value();
 }
 
@@ -475,7 +476,7 @@ void OrlixScene::FinishReport() {
   ForEachNode(NODE_SETTINGS, NODE_HELPER, addDerived);
   substepReport_.cells = size.cells();
   substepReport_.peakBytes = CurrentGridMemory().peak;
-  if (host_.observer.wantsHash) substepReport_.hash = HashState();
+  if (host_.observer.wantsHash) substepReport_.hash = HashState(&substepReport_.gridHashes);
   if (host_.observer.onSubstep) host_.observer.onSubstep(substepReport_);
 }
 

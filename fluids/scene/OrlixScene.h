@@ -111,7 +111,7 @@ class OrlixScene final : public Scene {
 
   // All simulated state: the clock, then each node in list order. Names are "path:type".
   void VisitState(StateVisitor& visitor);
-  std::uint64_t HashState();
+  std::uint64_t HashState(GridHashes* grids = nullptr);
 
   Vec3D gravity{0, -9.81, 0};
   std::int32_t rigidSubsteps = 10;

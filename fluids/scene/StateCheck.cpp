@@ -1,6 +1,7 @@
 #include "fluids/scene/StateCheck.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <atomic>
 #include <bit>
@@ -16,12 +17,15 @@ void StateHasher::VisitGrid(const char* name, std::unique_ptr<ScalarGrid>& grid)
   hash_.Add(name, std::strlen(name));
   hash_.AddValue(static_cast<std::uint8_t>(grid != nullptr));
   if (!grid) return;
-  hash_.AddValue(grid->gridType);
-  hash_.AddValue(grid->dims);
-  hash_.AddValue(grid->space.hostMin);
-  hash_.AddValue(grid->space.hostSize);
-  hash_.AddValue(grid->space.cellSize);
-  hash_.Add(grid->data, sizeof(double) * static_cast<std::size_t>(grid->count));
+  StateHash own;
+  own.AddValue(grid->gridType);
+  own.AddValue(grid->dims);
+  own.AddValue(grid->space.hostMin);
+  own.AddValue(grid->space.hostSize);
+  own.AddValue(grid->space.cellSize);
+  own.Add(grid->data, sizeof(double) * static_cast<std::size_t>(grid->count));
+  hash_.AddValue(own.Value());
+  grids_.emplace_back(fmt::format("{}{}{}", fmt::join(path_, "/"), path_.empty() ? "" : "/", name), own.Value());
 }
 
 void StateHasher::VisitBytes(const char* name, void* bytes, std::size_t size) {

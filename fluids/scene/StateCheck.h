@@ -16,10 +16,15 @@ class StateHasher final : public StateVisitor {
  public:
   void VisitGrid(const char* name, std::unique_ptr<ScalarGrid>& grid) override;
   void VisitBytes(const char* name, void* bytes, std::size_t size) override;
+  void Begin(const char* name) override { path_.emplace_back(name); }
+  void End() override { path_.pop_back(); }
   std::uint64_t Value() const { return hash_.Value(); }
+  GridHashes& grids() { return grids_; }
 
  private:
   StateHash hash_;
+  GridHashes grids_;
+  std::vector<std::string> path_;  // of the node and its parts
 };
 
 // Finds the first cell, in index order, of the first grid that holds NaN or infinity.

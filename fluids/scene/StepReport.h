@@ -18,6 +18,9 @@ struct SolverReport {
   double divergenceBefore = 0, divergenceAfter = 0;  // the largest of all cells, 1/s
 };
 
+// By "node path:type/part/grid", in the order of the state.
+using GridHashes = std::vector<std::pair<std::string, std::uint64_t>>;
+
 struct SubstepReport {
   std::string scene;
   std::int32_t frame = 0;
@@ -32,6 +35,7 @@ struct SubstepReport {
   std::int64_t gridBytes = 0;  // kept by the scene at the end of the sub-step
   std::int64_t peakBytes = 0;  // the most that all grids took at once since the sub-step began
   std::uint64_t hash = 0;      // of all simulated state and the clock; 0 when not asked for
+  GridHashes gridHashes;       // of each grid of it
 };
 
 // What a scene's grids will take.

@@ -165,6 +165,16 @@ TEST(Program, StatisticsHaveALineForEachFrame) {
   }
   EXPECT_EQ(hashes[0], hashes[1]);
   EXPECT_EQ(hashes[0], hashes[2]);
+
+  const std::string plume = std::string(ORLIX_SOURCE_DIR) + "/scenes/smoke_plume.json";
+  ASSERT_EQ(runner.Run({"run", plume, "--frames", "2", "--stats", stats, "--out", runner.folder.path().string()}).code,
+            0);
+  const auto frames = Lines(test::ReadText(stats));
+  const auto grid = [&](const char* name, int fromEnd) {
+    return frames.at(frames.size() - fromEnd).at("grids").at(name).get<std::string>();
+  };
+  EXPECT_NE(grid("Plume/smoke:1300027/grid", 1), grid("Plume/smoke:1300027/previous", 1));
+  EXPECT_NE(grid("Plume/Air:1300002/velocity/grid1", 1), grid("Plume/Air:1300002/velocity/grid1", 3)) << "it moves";
 }
 
 TEST(Program, ReportsAreJsonWhenAskedFor) {
