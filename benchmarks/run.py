@@ -26,7 +26,7 @@ def medians(rows):
     for row in rows:
         if row.get("error_occurred"):
             sys.exit(f"{row['name']}: {row['error_message']}")
-        if row.get("aggregate_name") == "median":
+        if row.get("aggregate_name") == "median" or row.get("repetitions") == 1:
             found[row["run_name"]] = row
     return found
 
