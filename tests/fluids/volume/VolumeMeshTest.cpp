@@ -12,7 +12,7 @@ namespace orlix::test {
 namespace {
 
 constexpr int kSphereRadius = 1110;
-constexpr int kMetresId = 1001, kCellId = 1002, kModeId = 1003, kSubstepsId = 1005;
+constexpr int kCellId = 1002, kModeId = 1003, kSubstepsId = 1005;
 
 // A volume of a sphere of 0.5 m in a scene where 100 host units are a metre.
 class VolumeScene : public TestScene {
