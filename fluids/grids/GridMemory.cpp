@@ -3,6 +3,7 @@
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
+#include <unistd.h>
 
 #include <atomic>
 #include <new>
@@ -30,8 +31,9 @@ void* AllocateGridMemory(std::size_t bytes) {
   if (bytes == 0) return nullptr;
   const std::int64_t size = static_cast<std::int64_t>(bytes);
   const std::int64_t now = current.fetch_add(size, std::memory_order_relaxed) + size;
-  const std::int64_t limit = budget.load(std::memory_order_relaxed);
-  void* memory = limit > 0 && now > limit ? nullptr : ::operator new(bytes, AlignmentOf(bytes), std::nothrow);
+  static const std::int64_t machineLimit = MachineMemory() / 10 * 9;
+  const std::int64_t asked = budget.load(std::memory_order_relaxed), limit = asked > 0 ? asked : machineLimit;
+  void* memory = now > limit ? nullptr : ::operator new(bytes, AlignmentOf(bytes), std::nothrow);
   if (!memory) {
     current.fetch_sub(size, std::memory_order_relaxed);
     throw std::bad_alloc();
@@ -54,6 +56,7 @@ GridMemoryUse CurrentGridMemory() {
 }
 void ResetGridMemoryPeak() { peak.store(current.load(std::memory_order_relaxed), std::memory_order_relaxed); }
 void SetGridMemoryBudget(std::int64_t bytes) { budget.store(bytes, std::memory_order_relaxed); }
+std::int64_t MachineMemory() { return std::int64_t(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE); }
 std::int64_t GridMemoryBudget() { return budget.load(std::memory_order_relaxed); }
 
 }  // namespace orlix

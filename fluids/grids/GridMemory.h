@@ -20,8 +20,10 @@ struct GridMemoryUse {
 GridMemoryUse CurrentGridMemory();
 void ResetGridMemoryPeak();
 
-// Bytes that all grids together may take; 0 is no limit but the machine's.
+// Bytes that all grids together may take; 0 is no limit but nine tenths of the machine's memory, since a system that
+// lends more than it has kills the program when it is touched.
 void SetGridMemoryBudget(std::int64_t bytes);
 std::int64_t GridMemoryBudget();
+std::int64_t MachineMemory();
 
 }  // namespace orlix

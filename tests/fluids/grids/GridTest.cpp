@@ -172,6 +172,7 @@ TEST(GridMemory, TheBudgetRefusesAndKeepsTheOldGrid) {
   target.Build({40, 40, 40}, {40, 40, 40}, 1, {});
   EXPECT_FALSE(ResizeKeepingContent(grid, 0, {40, 40, 40}, target));
   SetGridMemoryBudget(0);
+  EXPECT_THROW(AllocateGridMemory(static_cast<std::size_t>(MachineMemory())), std::bad_alloc) << "lent, but not there";
   EXPECT_EQ(grid->dims, VecInt3D(4, 4, 4));
   EXPECT_EQ((*grid)(3, 3, 3), 63);
   EXPECT_THROW(Grid<double>({2000000, 2000000, 2}, 0), std::bad_alloc);
