@@ -24,7 +24,7 @@ bool HasInterior(const VecInt3D& n) { return n.x > 2 && n.y > 2 && n.z > 2; }
 void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
                           WorkerPool& pool) {
   if (!HasInterior(source.values.dims)) return;
-  const AdvectionPass pass(field, source, pool);
+  const AdvectionPass pass(field, source, {result}, pool);
   const auto write = [&](AdvectionRun& run) {
     double* row = result.data + result.Index(run.begin, run.j, run.k);
     pass.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
@@ -49,7 +49,7 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
   const GridView<double>& forward = scratch.forward;
   AdvectionField backward = field;
   backward.dt = -field.dt;
-  const AdvectionPass there(backward, source, pool);
+  const AdvectionPass there(backward, source, {forward}, pool);
   ClearOuterRows(forward);
   const auto writeForward = [&](AdvectionRun& run) {
     for (std::uint64_t moved = run.moved; moved != 0; moved &= moved - 1) {
@@ -72,7 +72,7 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
 
   AdvectionSource ahead = source;
   ahead.values = forward;
-  const AdvectionPass back(field, ahead, there);
+  const AdvectionPass back(field, ahead, {source.values, result}, there);
   const auto correct = [&](AdvectionRun& run) {
     back.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) { run.value[i - run.begin] = 0; });
     const std::int64_t index = result.Index(run.begin, run.j, run.k);

@@ -135,21 +135,28 @@ CellBox ReachedCells(const AdvectionField& field, const AdvectionSource& source,
 
 void UsePortableAdvection(bool portable) { onlyPortable = portable; }
 
-AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool)
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             WorkerPool& pool)
+    : AdvectionPass(field, source, beside, pool, ReachedCells(field, source, pool)) {}
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             const AdvectionPass& other)
+    : AdvectionPass(field, source, beside, other.pool_, other.reached_) {}
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             WorkerPool& pool, const CellBox& reached)
     : field_(field),
       source_(source),
       pool_(pool),
       blocks_(IsKnown(field.integrator) && SameLattice(field.velocity, source)),
       kernels_(ChooseKernels()),
-      reached_(ReachedCells(field, source, pool)) {}
-
-AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const AdvectionPass& other)
-    : field_(field),
-      source_(source),
-      pool_(other.pool_),
-      blocks_(other.blocks_),
-      kernels_(other.kernels_),
-      reached_(other.reached_) {}
+      reached_(reached),
+      touched_{field.velocity.component[0],
+               field.velocity.component[1],
+               field.velocity.component[2],
+               source.values,
+               beside[0],
+               beside[1]} {}
 
 // One cell, from its start to its source cell.
 void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {

@@ -3,6 +3,7 @@
 // traced, resolved against the walls and sampled.
 
 #include <algorithm>
+#include <array>
 
 #include "fluids/dynamics/AdvectionKernels.h"
 
@@ -50,9 +51,12 @@ void UsePortableAdvection(bool portable);
 // One pass over the interior of a source. Cells that nothing but zeros can reach aren't traced.
 class AdvectionPass {
  public:
-  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool);
+  // Other grids of the source's dims whose rows the caller goes along.
+  using Beside = std::array<GridView<const double>, 2>;
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool);
   // Over the cells of another pass.
-  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const AdvectionPass& other);
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                const AdvectionPass& other);
 
   // Calls write(run) for each run of the cells that something may reach: run.value is the source at the traced point,
   // run.place and run.cell are where that lies, run.moved tells whether the walls moved it. Calls
@@ -75,14 +79,17 @@ class AdvectionPass {
       // A tile of rows through all layers: what the layers below and above read again is still near.
       const int tileRows = std::clamp(kTileCells / n.x, 4, 64);
       for (int tile = 1; tile < n.y - 1; tile += tileRows) {
+        const int tileEnd = std::min(tile + tileRows, n.y - 1);
         for (run.k = begin; run.k < end; ++run.k) {
-          for (run.j = tile; run.j < std::min(tile + tileRows, n.y - 1); ++run.j) {
+          for (run.j = tile; run.j < tileEnd; ++run.j) {
             const bool reached = Reaches(run.j, run.k);
             const int first = reached ? reached_.min.x : n.x - 1, last = reached ? reached_.max.x : n.x - 1;
             if (first > 1) clear(1, first, run.j, run.k);
             if (last < n.x - 1) clear(last, n.x - 1, run.j, run.k);
             for (run.begin = first; run.begin < last; run.begin += AdvectionRun::kCells) {
               run.count = std::min(AdvectionRun::kCells, last - run.begin);
+              FetchAhead(run, run.j == tile ? tile - kRowsBeside : run.j,
+                         run.j == tileEnd - 1 ? tileEnd + kRowsBeside : run.j + 1);
               Trace(run);
               write(run);
             }
@@ -102,11 +109,28 @@ class AdvectionPass {
 
  private:
   static constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache
+  // A row of all arrays is fetched two layers before its cells' turn, and with it what lies beside the tile: samples
+  // choose their rows, so that the processor's own fetching doesn't see what comes next.
+  static constexpr int kLayersAhead = 2, kRowsBeside = 2;
 
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool,
+                const CellBox& reached);
   bool Reaches(int j, int k) const {
     return j >= reached_.min.y && j < reached_.max.y && k >= reached_.min.z && k < reached_.max.z;
   }
   bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= 4; }
+  // Rows [first, last) of what the run's cells of a later layer touch. Inlined: a function that does nothing but fetch
+  // is one without effect to the compiler, which leaves out its calls.
+  __attribute__((always_inline)) void FetchAhead(const AdvectionRun& run, int first, int last) const {
+    const int k = run.k + kLayersAhead;
+    for (const GridView<const double>& grid : touched_) {
+      if (k >= grid.dims.z) continue;
+      for (int j = std::max(first, 0); j < std::min(last, grid.dims.y); ++j) {
+        const double* row = grid.data + grid.Index(run.begin, j, k);
+        for (int i = 0; i < run.count; i += 8) __builtin_prefetch(row + i);
+      }
+    }
+  }
   void Trace(AdvectionRun& run) const;
   void Sample(AdvectionRun& run) const;
   void TraceCell(AdvectionRun& run, int l) const;
@@ -117,7 +141,8 @@ class AdvectionPass {
   WorkerPool& pool_;
   const bool blocks_;  // the source stands on the velocity's lattice, and the integrator is known
   const AdvectionRunKernels kernels_;
-  CellBox reached_;
+  const CellBox reached_;
+  std::array<GridView<const double>, 6> touched_;
 };
 
 }  // namespace orlix

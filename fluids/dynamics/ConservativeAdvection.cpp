@@ -119,7 +119,7 @@ void ConservativePass::RangeOf(const ContributionStencil& stencil, int i, int j,
 void ConservativePass::RecordBackward(const ConservativeGrids& grids) {
   AdvectionField back = field_;
   back.dt = -field_.dt;
-  const AdvectionPass pass(back, source_, pool_);
+  const AdvectionPass pass(back, source_, {}, pool_);
   pass.ForEachTraced(
       [&](AdvectionRun& run) {
         for (int l = 0; l < run.count; ++l) {
