@@ -11,7 +11,7 @@
 namespace orlix {
 
 // A triangle with what its distances need, two cache lines. x13 is x1 - x3, and so on.
-struct TriangleTerms {
+struct alignas(64) TriangleTerms {
   Vec3D x1, x2, x3;
   double m13, m23, d;          // x13 . x13, x23 . x23, x13 . x23
   double inverseDeterminant;   // of the barycentric system; bounded where the triangle has no area

@@ -24,7 +24,7 @@ constexpr int kDirections[kSweeps][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  
 // The neighbours upstream, in the order in which they are tried: which axes a step back is taken along.
 constexpr int kBack[kNeighbours][3] = {{1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 1}, {1, 0, 1}, {0, 1, 1}, {1, 1, 1}};
 // Nodes that a worker visits in one go: neighbours share their triangles, so that these stay in the cache.
-constexpr VecInt3D kTile{64, 16, 16};
+constexpr VecInt3D kTile{128, 16, 16};
 
 // A neighbour lies upstream in several sweeps. Its triangle is worth a try only when it changed after the sweep in
 // which this node last tried it: the tag from which on that is so. 0 when this sweep is the first.
@@ -127,7 +127,8 @@ struct RowWork {
   double best[kTile.x];
   std::int32_t found[kTile.x], order[kTile.x];  // of the triangle that is best so far; order -1: the node's own
   double inRow[kTile.x];                        // the distance to the triangle of the neighbour in the row
-  // Triangles to be tried, by active node.
+  // Triangles to be tried, by active node: those of node a from start[a] on.
+  int start[kTile.x + 1];
   std::uint8_t node[kMost], neighbour[kMost];
   std::int32_t triangle[kMost];
   float bound[kMost];
@@ -212,7 +213,6 @@ ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, Row
     work.best[a] = field.distance[row.begin + work.active[a]];
     work.limit[a] = field.InCells(work.best[a]);
     work.inRow[a] = std::numeric_limits<double>::max();
-    work.least[a] = std::numeric_limits<float>::max();
     work.order[a] = -1;
   }
   int listed = 0;
@@ -220,8 +220,10 @@ ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, Row
     const BitList& list = kBitLists[static_cast<std::size_t>(work.tests[work.active[a]])];
     std::memcpy(work.neighbour + listed, list.bits, sizeof list.bits);
     std::memset(work.node + listed, a, sizeof list.bits);
+    work.start[a] = listed;
     listed += list.count;
   }
+  work.start[actives] = listed;
   return listed;
 }
 
@@ -235,10 +237,21 @@ ORLIX_LANES void BoundCandidates(const SweepField& field, const SweepRow& row, i
   }
   const float x = static_cast<float>(row.low), y = static_cast<float>(row.j), z = static_cast<float>(row.k);
   for (int c = 0; c < count; ++c) {
-    const int a = work.node[c];
-    const float bound = LeastSquared(field.bounds[work.triangle[c]], x + static_cast<float>(work.active[a]), y, z);
-    work.bound[c] = bound;
-    work.least[a] = bound < work.least[a] ? bound : work.least[a];
+    const float i = x + static_cast<float>(work.active[work.node[c]]);
+    work.bound[c] = LeastSquared(field.bounds[work.triangle[c]], i, y, z);
+  }
+  // The least of a node in one go: handed on by way of the memory it would come late.
+  using BoundLanes = float __attribute__((vector_size(8 * sizeof(float))));
+  const IntLanes number{0, 1, 2, 3, 4, 5, 6, 7};
+  for (int a = 0; a < work.actives; ++a) {
+    BoundLanes b;
+    std::memcpy(&b, work.bound + work.start[a], sizeof b);
+    b = number < work.start[a + 1] - work.start[a] ? b : BoundLanes{} + std::numeric_limits<float>::max();
+    BoundLanes other = __builtin_shufflevector(b, b, 4, 5, 6, 7, 0, 1, 2, 3);
+    b = b < other ? b : other;
+    other = __builtin_shufflevector(b, b, 2, 3, 0, 1, 6, 7, 4, 5);
+    b = b < other ? b : other;
+    work.least[a] = b[0] < b[1] ? b[0] : b[1];
   }
 }
 
@@ -247,6 +260,11 @@ ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row,
                                    int count, RowWork& work) {
   const Lanes zero{};
   const double* x = field.x + row.low;
+  // All at once: one at a time, each would be waited for.
+  for (int c = 0; c < count; ++c) {
+    const char* t = reinterpret_cast<const char*>(field.triangles + work.triangle[selected[c]]);
+    __builtin_prefetch(t), __builtin_prefetch(t + 64);
+  }
   for (int c = 0; c < count; c += kLanes) {
     const TriangleTerms* t[kLanes];
     Lanes px{};
@@ -270,12 +288,10 @@ ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, con
   for (int c = 0; c < count; ++c) {
     const int a = work.node[selected[c]], order = work.neighbour[selected[c]];
     const double distance = work.distance[c];
-    if (order == 0) {
-      work.inRow[a] = distance;
-      continue;
-    }
+    work.inRow[a] = order == 0 ? distance : work.inRow[a];
     // Of equals the one that comes first in the neighbours' order stays.
-    const bool better = distance < work.best[a] || (distance == work.best[a] && order < work.order[a]);
+    const bool better =
+        (order != 0) & ((distance < work.best[a]) | ((distance == work.best[a]) & (order < work.order[a])));
     work.best[a] = better ? distance : work.best[a];
     work.order[a] = better ? order : work.order[a];
     work.found[a] = better ? work.triangle[selected[c]] : work.found[a];
@@ -303,8 +319,31 @@ ORLIX_LANES void SelectCandidates(const SweepField& field, const SweepRow& row, 
   TryCandidates(field, row, work.rest, left, work);
 }
 
+// Distances of nodes of the row to a triangle that is handed on along it: those of the next nodes at once.
+struct RowAhead {
+  std::int32_t triangle = -1;
+  int first = 0;  // node
+  double distance[kLanes] = {};
+
+  ORLIX_LANES double Measure(const SweepField& field, const SweepRow& row, int l, std::int32_t t) {
+    if (row.count < kLanes) return std::sqrt(SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[t]));
+    if (t != triangle || l < first || l >= first + kLanes) {
+      triangle = t;
+      first = std::clamp(row.step > 0 ? l : l - kLanes + 1, 0, row.count - kLanes);
+      const Lanes zero{};
+      Lanes x, squared;
+      std::memcpy(&x, field.x + row.low + first, sizeof x);
+      LaneTriangle<double> lanes;
+      Broadcast(lanes, field.triangles[t]);
+      LaneSquaredDistances(squared, LaneVector<Lanes>{x, zero + row.y, zero + row.z}, lanes);
+      for (int lane = 0; lane < kLanes; ++lane) distance[lane] = std::sqrt(squared[lane]);
+    }
+    return distance[l - first];
+  }
+};
+
 // The distance of node l to what the neighbour in the row has just found, or more than best.
-ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, double best) {
+ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, double best, RowAhead& ahead) {
   constexpr double kMore = std::numeric_limits<double>::max();
   const std::int64_t index = row.begin + l;
   const std::int32_t triangle = field.closest[index - row.step] & kTriangleMask;
@@ -312,7 +351,7 @@ ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, in
   const float bound = LeastSquared(field.bounds[triangle], static_cast<float>(row.low + l), static_cast<float>(row.j),
                                    static_cast<float>(row.k));
   if (bound > field.InCells(best)) return kMore;
-  return std::sqrt(SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[triangle]));
+  return ahead.Measure(field, row, l, triangle);
 }
 
 // The neighbour in the row comes first in the order, and each node waits for the one before it. Only active nodes and
@@ -323,6 +362,7 @@ ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork
   const int end = row.step > 0 ? work.actives : -1;
   int a = row.step > 0 ? 0 : work.actives - 1, l = 0;
   bool changed = false;  // the node before this one
+  RowAhead ahead;
   for (;;) {
     if (changed) {
       l += row.step;
@@ -334,7 +374,7 @@ ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork
     const bool active = a != end && work.active[a] == l;
     const double best = active ? work.best[a] : distance[l];
     const bool found = active && work.order[a] > 0;
-    const double inRow = changed ? MeasureInRow(field, row, l, best) : work.inRow[a];
+    const double inRow = changed ? MeasureInRow(field, row, l, best, ahead) : work.inRow[a];
     const bool better = inRow < best || (found && inRow == best);
     changed = better || found;
     if (changed) {
