@@ -88,27 +88,22 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
   back.ForEachRun(correct, clear);
 }
 
-CellBox FindContent(const GridView<const double>& grid, WorkerPool& pool) {
-  CellBox ofWorker[WorkerPool::kMaxWorkers];
-  for (CellBox& box : ofWorker) box = {grid.dims, {}};
-  ParallelRange(pool, 0, grid.dims.z, [&](int begin, int end, int worker) {
-    CellBox& box = ofWorker[worker];
+RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool) {
+  const VecInt3D n = grid.dims;
+  RowSpans content(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z));
+  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
     for (int k = begin; k < end; ++k) {
-      for (int j = 0; j < grid.dims.y; ++j) {
+      for (int j = 0; j < n.y; ++j) {
         const double* row = grid.data + grid.Index(0, j, k);
         bool any = false;
-        for (int i = 0; i < grid.dims.x; ++i) any |= row[i] != 0;
-        if (!any) continue;
-        int first = 0, last = grid.dims.x - 1;
-        while (first < box.min.x && row[first] == 0) ++first;
-        while (last >= box.max.x && row[last] == 0) --last;
-        box.min = Min(box.min, VecInt3D(first, j, k));
-        box.max = Max(box.max, VecInt3D(last + 1, j + 1, k + 1));
+        for (int i = 0; i < n.x; ++i) any |= row[i] != 0;
+        int first = 0, last = any ? n.x : 0;
+        while (first < last && row[first] == 0) ++first;
+        while (first < last && row[last - 1] == 0) --last;
+        content[static_cast<std::size_t>(k) * n.y + j] = {first, last};
       }
     }
   });
-  CellBox content{grid.dims, {}};
-  for (const CellBox& box : ofWorker) content.min = Min(content.min, box.min), content.max = Max(content.max, box.max);
   return content;
 }
 

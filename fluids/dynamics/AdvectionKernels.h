@@ -10,6 +10,7 @@
 // All visit the interior [1, n - 1) of the array. A cell whose sample lies inside a solid receives nothing.
 
 #include <cstdint>
+#include <vector>
 
 #include "fluids/dynamics/AdvectionField.h"
 #include "host/threads/WorkerPool.h"
@@ -19,25 +20,25 @@ namespace orlix {
 // How the advected quantity is sampled at the traced point. Any other number is trilinear.
 enum class AdvectionSampling : int { Trilinear = 0, QuadraticBSpline = 1, MonotoneCubic = 2 };
 
-// Cells [min, max).
-struct CellBox {
-  VecInt3D min, max;
-  bool IsEmpty() const { return min.x >= max.x || min.y >= max.y || min.z >= max.z; }
+// Cells [first, last) of a row along x.
+struct RowSpan {
+  std::int32_t first, last;
+  bool IsEmpty() const { return first >= last; }
 };
+// One a row of a grid: (j, k) stands at [k * ny + j].
+using RowSpans = std::vector<RowSpan>;
 
 struct AdvectionSource {
   GridView<const double> values;
   Vec3D offset;                           // of the samples in their cells
   const CellMask* insideSolid = nullptr;  // of the samples; null or empty: none
   AdvectionSampling sampling = AdvectionSampling::Trilinear;
-  // All values outside are 0: cells that only those can reach aren't traced. By default, any may be something.
-  CellBox content{{}, VecInt3D(1, 1, 1) * kMaxCells};
-
-  static constexpr std::int32_t kMaxCells = 1 << 30;
+  // All values outside are 0: cells that only those can reach aren't traced. Without rows, any may be something.
+  RowSpans content;
 };
 
-// The box of the values that aren't 0.
-CellBox FindContent(const GridView<const double>& grid, WorkerPool& pool);
+// From the first to the last value of each row that isn't 0.
+RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool);
 
 // result keeps what it held in cells inside solids and on the border. Not the source's memory.
 void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,

@@ -106,27 +106,52 @@ Vec3D LargestSpeeds(const VelocityView& velocity, WorkerPool& pool) {
   return largest;
 }
 
+// Each row becomes the hull of the rows up to reach away along y (axis 1) or z.
+void Widen(RowSpans& rows, const VecInt3D& n, int axis, int reach) {
+  const RowSpans before = rows;
+  for (int k = 0; k < n.z; ++k) {
+    for (int j = 0; j < n.y; ++j) {
+      const int at = axis == 1 ? j : k, stride = axis == 1 ? 1 : n.y, row = k * n.y + j;
+      RowSpan hull{n.x, 0};
+      for (int a = std::max(at - reach, 0); a <= std::min(at + reach, n[axis] - 1); ++a) {
+        const RowSpan& span = before[static_cast<std::size_t>(row + (a - at) * stride)];
+        if (span.IsEmpty()) continue;
+        hull = {std::min(hull.first, span.first), std::max(hull.last, span.last)};
+      }
+      rows[static_cast<std::size_t>(row)] = hull;
+    }
+  }
+}
+
 // The interior cells whose traced points may sample something in the source's content. Each stage of an integrator is a
 // mean of velocities, so that no point moves further than the top speed takes it.
-CellBox ReachedCells(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool) {
+RowSpans ReachedCells(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool) {
   const VecInt3D n = source.values.dims;
-  const CellBox interior{{1, 1, 1}, n - VecInt3D(1, 1, 1)};
-  const CellBox content{Max(source.content.min, VecInt3D()), Min(source.content.max, n)};
-  if (content.IsEmpty()) return {};
+  std::int64_t filled = 0;
+  for (const RowSpan& span : source.content) filled += span.last - span.first;
   // The speeds cost a read of the velocity: not for a content that fills most of the grid.
-  if (2 * CellCount(content.max - content.min) > CellCount(n)) return interior;
-  // Two cells for the widest sample, one for what the clamp to the domain and roundings move.
-  double spread = 3;
-  if (field.solid.HasData() && !field.bricks->IsEmpty()) {
-    spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
+  if (source.content.empty() || 2 * filled > CellCount(n)) {
+    return RowSpans(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {1, n.x - 1});
   }
-  const Vec3D speed = LargestSpeeds(field.velocity, pool);
-  CellBox reached;
-  for (int axis = 0; axis < 3; ++axis) {
-    const double cells = std::fabs(field.Step()) * speed[axis] + spread;
-    const std::int32_t reach = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) : n[axis];
-    reached.min[axis] = std::max(content.min[axis] - reach, interior.min[axis]);
-    reached.max[axis] = std::min(content.max[axis] + reach, interior.max[axis]);
+  RowSpans reached = source.content;
+  VecInt3D reach;
+  if (filled > 0) {
+    // Two cells for the widest sample, one for what the clamp to the domain and roundings move.
+    double spread = 3;
+    if (field.solid.HasData() && !field.bricks->IsEmpty()) {
+      spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
+    }
+    const Vec3D speed = LargestSpeeds(field.velocity, pool);
+    for (int axis = 0; axis < 3; ++axis) {
+      const double cells = std::fabs(field.Step()) * speed[axis] + spread;
+      reach[axis] = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) : n[axis];
+    }
+    Widen(reached, n, 1, reach.y);
+    Widen(reached, n, 2, reach.z);
+  }
+  for (RowSpan& span : reached) {
+    span = span.IsEmpty() ? RowSpan{n.x - 1, n.x - 1}
+                          : RowSpan{std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
   }
   return reached;
 }
@@ -144,13 +169,13 @@ AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource&
     : AdvectionPass(field, source, beside, other.pool_, other.reached_) {}
 
 AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
-                             WorkerPool& pool, const CellBox& reached)
+                             WorkerPool& pool, RowSpans reached)
     : field_(field),
       source_(source),
       pool_(pool),
       blocks_(IsKnown(field.integrator) && SameLattice(field.velocity, source)),
       kernels_(ChooseKernels()),
-      reached_(reached),
+      reached_(std::move(reached)),
       touched_{field.velocity.component[0],
                field.velocity.component[1],
                field.velocity.component[2],

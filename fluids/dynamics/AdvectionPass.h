@@ -82,8 +82,7 @@ class AdvectionPass {
         const int tileEnd = std::min(tile + tileRows, n.y - 1);
         for (run.k = begin; run.k < end; ++run.k) {
           for (run.j = tile; run.j < tileEnd; ++run.j) {
-            const bool reached = Reaches(run.j, run.k);
-            const int first = reached ? reached_.min.x : n.x - 1, last = reached ? reached_.max.x : n.x - 1;
+            const auto [first, last] = reached_[static_cast<std::size_t>(run.k) * n.y + run.j];
             if (first > 1) clear(1, first, run.j, run.k);
             if (last < n.x - 1) clear(last, n.x - 1, run.j, run.k);
             for (run.begin = first; run.begin < last; run.begin += AdvectionRun::kCells) {
@@ -114,10 +113,7 @@ class AdvectionPass {
   static constexpr int kLayersAhead = 2, kRowsBeside = 2;
 
   AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool,
-                const CellBox& reached);
-  bool Reaches(int j, int k) const {
-    return j >= reached_.min.y && j < reached_.max.y && k >= reached_.min.z && k < reached_.max.z;
-  }
+                RowSpans reached);
   bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= 4; }
   // Rows [first, last) of what the run's cells of a later layer touch. Inlined: a function that does nothing but fetch
   // is one without effect to the compiler, which leaves out its calls.
@@ -141,7 +137,7 @@ class AdvectionPass {
   WorkerPool& pool_;
   const bool blocks_;  // the source stands on the velocity's lattice, and the integrator is known
   const AdvectionRunKernels kernels_;
-  const CellBox reached_;
+  const RowSpans reached_;
   std::array<GridView<const double>, 6> touched_;
 };
 
