@@ -8,6 +8,9 @@
 
 #include "benchmarks/Triad.h"
 #include "fluids/channels/ScalarChannels.h"
+#include "fluids/volume_renderer/GasMaterial.h"
+#include "host/render/GatherRenderWorld.h"
+#include "host/render/Renderer.h"
 #include "tests/support/SceneFileRun.h"
 
 namespace orlix::bench {
@@ -66,6 +69,31 @@ void BM_PlumeSubstepTo1e6(benchmark::State& state) { Substep(state, {"Plume/Air.
 // The same container, of which the tenth around the smoke is computed.
 void BM_PlumeSubstepOfATenth(benchmark::State& state) { Substep(state, {"Plume/Air.margin=5"}); }
 
+// The plume's picture, 640 x 480 with one light and its shadows, steps of one cell, one sample a pixel. Counters:
+// seconds of the light map and of the march apart, rays a second.
+void BM_PlumePicture(benchmark::State& state) {
+  test::SceneFileRun run(kScene, static_cast<int>(state.range(0)));
+  run.StepThrough(0, kStart);
+  const auto materials = CollectGasMaterials(*run.document, *run.hook);
+  RenderWorld world;
+  if (materials.size() != 1 || !GatherRenderWorld(*run.document, {}, world).ok()) {
+    return state.SkipWithError("the scene shows no gas");
+  }
+  world.volumes.push_back(materials[0].get());
+  RenderReport report;
+  std::vector<double> maps, rays;
+  for (auto _ : state) {
+    const Result<Picture> picture = RenderPicture(world, run.pool, {}, &report);
+    state.SetIterationTime(report.startSeconds + report.raySeconds);
+    maps.push_back(report.startSeconds);
+    rays.push_back(report.raySeconds);
+    if (!picture.ok() || report.volumeCalls == 0) return state.SkipWithError("no picture");
+  }
+  state.counters["map s"] = MedianOf(maps);
+  state.counters["march s"] = MedianOf(rays);
+  state.counters["rays/s"] = static_cast<double>(report.cameraRays) / MedianOf(rays);
+}
+
 // Medians are taken within: once is enough.
 void Once(benchmark::internal::Benchmark* bench) {
   bench->Iterations(kFrames)->Repetitions(1)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -73,6 +101,7 @@ void Once(benchmark::internal::Benchmark* bench) {
 BENCHMARK(BM_PlumeSubstep)->Arg(1)->Arg(2)->Apply(Once);
 BENCHMARK(BM_PlumeSubstepTo1e6)->Arg(2)->Apply(Once);
 BENCHMARK(BM_PlumeSubstepOfATenth)->Arg(2)->Apply(Once);
+BENCHMARK(BM_PlumePicture)->Arg(1)->Arg(2)->Apply(Once);
 
 }  // namespace
 
