@@ -11,14 +11,24 @@
 
 #define ORLIX_ROWS advection_baseline
 #define ORLIX_ROWS_TARGET
+#define ORLIX_ROWS_LANES 4
 #include "fluids/dynamics/AdvectionRows.h"
-#undef ORLIX_ROWS
-#undef ORLIX_ROWS_TARGET
 
 #if defined(__x86_64__)
+#undef ORLIX_ROWS
+#undef ORLIX_ROWS_TARGET
 #define ORLIX_ROWS_AVX
 #define ORLIX_ROWS advection_avx2
 #define ORLIX_ROWS_TARGET __attribute__((target("avx2")))
+#include "fluids/dynamics/AdvectionRows.h"
+
+#undef ORLIX_ROWS
+#undef ORLIX_ROWS_TARGET
+#undef ORLIX_ROWS_LANES
+#define ORLIX_ROWS_AVX512
+#define ORLIX_ROWS advection_avx512
+#define ORLIX_ROWS_TARGET __attribute__((target("avx2,avx512f,avx512dq,avx512vl")))
+#define ORLIX_ROWS_LANES 8
 #include "fluids/dynamics/AdvectionRows.h"
 #endif
 
@@ -27,13 +37,16 @@ namespace orlix {
 namespace {
 
 #define ORLIX_KERNELS_OF(rows) \
-  AdvectionRunKernels { rows::FirstVelocity, rows::TraceRun, rows::SampleRun, rows::CorrectRun }
+  AdvectionRunKernels { rows::kLanes, rows::FirstVelocity, rows::TraceRun, rows::SampleRun, rows::CorrectRun }
 
-std::atomic<bool> onlyPortable{false};
+std::atomic<int> widest{512};
 
 AdvectionRunKernels ChooseKernels() {
 #if defined(__x86_64__)
-  if (!onlyPortable && __builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
+  if (widest >= 512 && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl")) {
+    return ORLIX_KERNELS_OF(advection_avx512);
+  }
+  if (widest >= 256 && __builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
 #endif
   return ORLIX_KERNELS_OF(advection_baseline);
 }
@@ -53,12 +66,12 @@ Interpolation ModeOf(AdvectionSampling sampling) {
                                                          : Interpolation::Trilinear;
 }
 
-// Calls f(block, first cell) for each marked block of four cells.
+// Calls f(block, first cell) for each marked block of cells.
 template <class F>
-void ForEachBlock(std::uint32_t blocks, int count, F&& f) {
+void ForEachBlock(std::uint32_t blocks, int lanes, int count, F&& f) {
   for (; blocks != 0; blocks &= blocks - 1) {
     const int block = __builtin_ctz(blocks);
-    f(1u << block, std::min(block * 4, count - 4));
+    f(1u << block, std::min(block * lanes, count - lanes));
   }
 }
 
@@ -158,7 +171,7 @@ RowSpans ReachedCells(const AdvectionField& field, const AdvectionSource& source
 
 }  // namespace
 
-void UsePortableAdvection(bool portable) { onlyPortable = portable; }
+void LimitAdvectionVectors(int bits) { widest = bits; }
 
 AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
                              WorkerPool& pool)
@@ -204,13 +217,13 @@ void AdvectionPass::Trace(AdvectionRun& run) const {
   }
   kernels_.firstVelocity(field_.velocity, source_.offset, run);
   kernels_.trace(field_, source_, run);
-  ForEachBlock(run.near, run.count, [&](std::uint32_t block, int first) {
-    for (int l = first; l < first + 4; ++l) {
+  ForEachBlock(run.near, kernels_.lanes, run.count, [&](std::uint32_t block, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) {
       if (field_.bricks->Touches({run.place[0][l], run.place[1][l], run.place[2][l]})) run.again |= block;
     }
   });
-  ForEachBlock(run.again, run.count, [&](std::uint32_t, int first) {
-    for (int l = first; l < first + 4; ++l) TraceCell(run, l);
+  ForEachBlock(run.again, kernels_.lanes, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) TraceCell(run, l);
   });
 }
 
@@ -225,13 +238,13 @@ void AdvectionPass::Sample(AdvectionRun& run) const {
     return;
   }
   kernels_.sample(source_, run);
-  ForEachBlock(run.again, run.count, [&](std::uint32_t, int first) {
-    for (int l = first; l < first + 4; ++l) SampleCell(run, l);
+  ForEachBlock(run.again, kernels_.lanes, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) SampleCell(run, l);
   });
 }
 
 void AdvectionPass::Correct(const MacCormackRow& row, AdvectionRun& run) const {
-  if (run.count >= 4) return kernels_.correct(row, run);
+  if (run.count >= kernels_.lanes) return kernels_.correct(row, run);
   for (int l = 0; l < run.count; ++l) row.result[l] = CorrectCell(row, l, run.value[l]);
 }
 

@@ -17,15 +17,15 @@ struct AdvectionRun {
   static constexpr int kCells = 64;
   std::int32_t begin, count, j, k;
   Vec3D start;                                          // index position of the first sample
-  std::uint32_t again;                                  // bit b: block b of four cells is to be done cell by cell
+  std::uint32_t again;                                  // bit b: block b of cells is to be done cell by cell
   std::uint32_t near;                                   // bit b: block b may lie in an obstacle
   std::uint64_t moved;                                  // bit l: the walls moved cell l's point
-  alignas(32) double velocity[4][3][kCells];            // at the integrator's stages
-  alignas(32) double place[3][kCells];                  // traced and resolved, index positions
-  alignas(32) double own[3][kCells], other[3][kCells];  // fractions in cells
-  alignas(32) double value[kCells];                     // sampled at the place
-  alignas(32) std::int32_t node[3][kCells];
-  alignas(32) std::int32_t cell[kCells];  // source cell in which the point lies
+  alignas(64) double velocity[4][3][kCells];            // at the integrator's stages
+  alignas(64) double place[3][kCells];                  // traced and resolved, index positions
+  alignas(64) double own[3][kCells], other[3][kCells];  // fractions in cells
+  alignas(64) double value[kCells];                     // sampled at the place
+  alignas(64) std::int32_t node[3][kCells];
+  alignas(64) std::int32_t cell[kCells];  // source cell in which the point lies
 };
 
 // A run of MacCormack's second pass; pointers stand at its first cell.
@@ -37,16 +37,17 @@ struct MacCormackRow {
   double strength;  // of the error term, the half included
 };
 
-// The stages of a run for one instruction set. A run has at least four cells.
+// The stages of a run for one instruction set. A run has at least a block of cells.
 struct AdvectionRunKernels {
+  int lanes;  // cells in a block
   void (*firstVelocity)(const VelocityView&, const Vec3D&, AdvectionRun&);
   void (*trace)(const AdvectionField&, const AdvectionSource&, AdvectionRun&);
   void (*sample)(const AdvectionSource&, AdvectionRun&);
   void (*correct)(const MacCormackRow&, AdvectionRun&);
 };
 
-// For tests: from now on, the kernels for machines without wide vectors, or the machine's best again.
-void UsePortableAdvection(bool portable);
+// For tests: from now on, the machine's best kernels with vectors of up to 128, 256 or 512 bits.
+void LimitAdvectionVectors(int bits);
 
 // One pass over the interior of a source. Cells that nothing but zeros can reach aren't traced.
 class AdvectionPass {
@@ -114,7 +115,7 @@ class AdvectionPass {
 
   AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool,
                 RowSpans reached);
-  bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= 4; }
+  bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= kernels_.lanes; }
   // Rows [first, last) of what the run's cells of a later layer touch. Inlined: a function that does nothing but fetch
   // is one without effect to the compiler, which leaves out its calls.
   __attribute__((always_inline)) void FetchAhead(const AdvectionRun& run, int first, int last) const {
