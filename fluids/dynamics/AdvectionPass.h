@@ -109,9 +109,9 @@ class AdvectionPass {
 
  private:
   static constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache
-  // A row of all arrays is fetched two layers before its cells' turn, and with it what lies beside the tile: samples
+  // A row of all arrays is fetched three layers before its cells' turn, and with it what lies beside the tile: samples
   // choose their rows, so that the processor's own fetching doesn't see what comes next.
-  static constexpr int kLayersAhead = 2, kRowsBeside = 2;
+  static constexpr int kLayersAhead = 3, kRowsBeside = 2;
 
   AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool,
                 RowSpans reached);
