@@ -65,6 +65,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
   plan->onlyWanted = PlaysEverythingBack(document);
+  plan->rendering = !options.preview;
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   const std::string folder = options.out.empty() ? document.folder : options.out;
   std::vector<std::filesystem::path> folders = RecordedFolders(document);

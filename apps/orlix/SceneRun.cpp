@@ -53,12 +53,12 @@ Result<MemoryForecast> SceneRun::Forecast() {
   return sum;
 }
 
-Status SceneRun::RunFrame(int frame) {
+Status SceneRun::RunFrame(int frame, bool rendering) {
   const auto start = std::chrono::steady_clock::now();
   state_.frame = frame;
   BaseDocument& document = state_.document;
   if (Status status = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !status) return status;
-  hook_.Execute(document, nullptr, false);
+  hook_.Execute(document, nullptr, rendering);
   if (const Error* failure = hook_.Failure()) return *failure;
   state_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   ++state_.framesDone;
@@ -72,7 +72,7 @@ Status SceneRun::RunFrames(const FramePlan& plan) {
   for (int frame = plan.start; frame <= plan.last && Interrupt::Signal() == 0; ++frame) {
     state_.wanted = plan.Wants(frame);
     if (plan.onlyWanted && !state_.wanted) continue;
-    if (Status status = RunFrame(frame); !status) return status;
+    if (Status status = RunFrame(frame, plan.rendering); !status) return status;
   }
   return {};
 }

@@ -18,6 +18,7 @@ struct FramePlan {
   int start = 0;            // where the run begins: first, unless it goes on from a checkpoint
   std::vector<int> wanted;  // ascending; empty for all
   bool onlyWanted = false;  // frames stand alone: the others are passed over
+  bool rendering = false;   // for pictures: cells of render_voxel_size, and caches that act only then
 
   bool Wants(int frame) const;
 };
@@ -47,7 +48,7 @@ class SceneRun {
   std::vector<FrameListener*> listeners_;
   RunState state_;
 
-  Status RunFrame(int frame);
+  Status RunFrame(int frame, bool rendering);
   Status RunFrames(const FramePlan& plan);
 };
 

@@ -12,12 +12,14 @@ class Witness : public FrameListener {
  public:
   std::string log;
   int failAt = -1;
+  double cellSize = 0;
 
   Status BeforeRun(const RunState& state) override {
     log += "begin" + std::to_string(state.firstFrame) + "-" + std::to_string(state.lastFrame);
     return {};
   }
   Status AfterFrame(const RunState& state) override {
+    cellSize = state.hook.scenes().begin()->second->GetSimulationSpace().cellSize;
     log += " " + std::to_string(state.frame) + (state.wanted ? "!" : "");
     if (state.frame == failAt) return Status::Fail(ErrorKind::Output, "full");
     return {};
@@ -36,13 +38,14 @@ struct Fixture {
 
   Fixture() {
     auto scene = ReadSceneText("s.json", R"({ "orlix": 1, "fps": 24, "frames": [2, 5], "objects": [
-        { "type": "scene", "children": [ { "type": "channel_scalar" } ] } ] })",
+        { "type": "scene", "voxel_size": 0.25, "render_voxel_size": 0.125, "children": [ { "type": "channel_scalar" } ] } ] })",
                                engine.types);
     document = std::move(scene->document);
   }
-  Status Run(const std::optional<std::vector<int>>& list = {}) {
-    const auto plan = PlanFrames(*document, list);
+  Status Run(const std::optional<std::vector<int>>& list = {}, bool rendering = false) {
+    auto plan = PlanFrames(*document, list);
     if (!plan) return plan.error();
+    plan->rendering = rendering;
     SceneRun run(engine, *document, pool, "");
     run.AddListener(witness);
     return run.Run(*plan);
@@ -59,6 +62,14 @@ TEST(SceneRun, EveryFrameIsSimulatedAndTheListedAreWanted) {
   EXPECT_EQ(beyond.witness.log, "begin2-7 2! 3 4 5 6 7! end");
   EXPECT_EQ(beyond.document->maxTime.Frame(24), 7);
   EXPECT_EQ(before.Run(std::vector<int>{1}).error().kind, ErrorKind::Usage);
+}
+
+TEST(SceneRun, PicturesHaveTheirOwnCells) {
+  Fixture simulated, rendered;
+  EXPECT_TRUE(simulated.Run().ok());
+  EXPECT_TRUE(rendered.Run({}, true).ok());
+  EXPECT_EQ(simulated.witness.cellSize, 0.25);
+  EXPECT_EQ(rendered.witness.cellSize, 0.125);
 }
 
 TEST(SceneRun, AnErrorOfAListenerEndsTheRun) {
