@@ -86,8 +86,10 @@ class AdvectionPass {
             const auto [first, last] = reached_[static_cast<std::size_t>(run.k) * n.y + run.j];
             if (first > 1) clear(1, first, run.j, run.k);
             if (last < n.x - 1) clear(last, n.x - 1, run.j, run.k);
-            for (run.begin = first; run.begin < last; run.begin += AdvectionRun::kCells) {
-              run.count = std::min(AdvectionRun::kCells, last - run.begin);
+            for (run.begin = first; run.begin < last; run.begin += run.count) {
+              // No rest that is too short for a block.
+              const int rest = last - run.begin;
+              run.count = rest <= AdvectionRun::kCells ? rest : std::min(AdvectionRun::kCells, rest - kernels_.lanes);
               FetchAhead(run, run.j == tile ? tile - kRowsBeside : run.j,
                          run.j == tileEnd - 1 ? tileEnd + kRowsBeside : run.j + 1);
               Trace(run);
