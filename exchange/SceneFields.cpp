@@ -1,7 +1,6 @@
 #include "exchange/SceneFields.h"
 
 #include <cctype>
-#include <set>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
@@ -12,40 +11,12 @@ namespace orlix {
 
 namespace {
 
-// What other programs can use as a name: letters, digits and underscores.
-std::string PlainName(const std::string& name) {
-  std::string plain;
-  for (const char c : name) plain += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-  return plain.empty() ? "grid" : plain;
-}
-
-class NameSet {
- public:
-  std::string Take(const std::string& wanted) {
-    std::string name = wanted;
-    for (int n = 2; !taken_.insert(name).second; ++n) name = wanted + "_" + std::to_string(n);
-    return name;
-  }
-
- private:
-  std::set<std::string> taken_;
-};
-
 std::string NameOfScalar(const ChannelBase_Scalar& channel) {
-  switch (channel.channelType) {
-    case kGridTemperature:
-      return "temperature";
-    case kGridFuel:
-      return "fuel";
-    case kGridFire:
-      return "flame";
-    default: {
-      const std::string name = PlainName(channel.handler.hostObject()->name);
-      std::string lower = name;
-      for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      return lower == "smoke" || lower == "density" ? "density" : name;
-    }
-  }
+  if (const char* name = NameOfGridType(channel.channelType)) return name;
+  const std::string name = PlainName(channel.handler.hostObject()->name);
+  std::string lower = name;
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lower == "smoke" || lower == "density" ? "density" : name;
 }
 
 }  // namespace
@@ -72,10 +43,8 @@ std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset) {
     auto* solver = dynamic_cast<FluidSolver*>(&node);
     if (!solver || !node.IsEnabled() || !solver->velocity.grids[2]) return;
     const auto& grids = solver->velocity.grids;
-    fields.push_back({names.Take(preset == VdbNames::Houdini ? "vel" : "velocity"),
-                      VdbClass::Velocity,
-                      {grids[0].get(), grids[1].get(), grids[2].get()},
-                      0});
+    fields.push_back(
+        {names.Take(VelocityName(preset)), VdbClass::Velocity, {grids[0].get(), grids[1].get(), grids[2].get()}, 0});
   });
   scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
     auto* volume = dynamic_cast<VolumeBase*>(&node);

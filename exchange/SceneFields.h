@@ -4,13 +4,11 @@
 
 #include <vector>
 
+#include "exchange/GridNames.h"
 #include "exchange/VdbFile.h"
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {
-
-// How the velocity is called: "velocity", or "vel".
-enum class VdbNames { Blender = 0, Houdini = 1 };
 
 // The enabled channels that have a grid, the solvers' velocities and the volumes' level sets. Smoke is "density",
 // temperature, fuel and fire are "temperature", "fuel" and "flame"; all others keep their object's name, a name that

@@ -54,6 +54,8 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options);
 struct ConvertOptions {
   std::string in, out;
   double exposure = 0;
+  bool houdini = false;            // how a VDB's velocity is called
+  std::vector<std::string> grids;  // names of a cache's entries
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);
 

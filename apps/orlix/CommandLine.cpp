@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <memory>
 
 #include "apps/orlix/ExitCode.h"
@@ -100,10 +101,19 @@ void AddParams(CLI::App& parent, CommandLine& line) {
 }
 
 void AddConvert(CLI::App& parent, CommandLine& line) {
-  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh or a picture", ConvertCommand);
+  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh, a picture or a grid cache",
+                                    ConvertCommand);
   words.app->add_option("in", words.options->in, "File to read")->required();
   words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();
   words.app->add_option("--exposure", words.options->exposure, "Stops, for PNG");
+  const std::map<std::string, bool> programs = {{"blender", false}, {"houdini", true}};
+  words.app->add_option("--names", words.options->houdini, "Whose name a VDB's velocity has: blender, houdini")
+      ->transform(CLI::CheckedTransformer(programs));
+  words.app
+      ->add_option("--grids", words.options->grids,
+                   "Names of a cache's entries, in order, with commas between; a cache itself has none")
+      ->delimiter(',')
+      ->allow_extra_args(false);
 }
 
 // The arguments with the command first, so that its options may stand before it too.

@@ -1,10 +1,12 @@
-// orlix convert IN OUT: meshes (OBJ, PLY, STL to OBJ, PLY) and pictures (EXR, PNG).
+// orlix convert IN OUT: meshes (OBJ, PLY, STL to OBJ, PLY), pictures (EXR, PNG), grid caches to OpenVDB.
 
 #include <fmt/format.h>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileCheck.h"
+#include "exchange/CachedFields.h"
 #include "host/files/AtomicStream.h"
+#include "host/files/FrameFiles.h"
 #include "host/geometry/MeshReader.h"
 #include "host/geometry/MeshWriter.h"
 #include "host/render/PictureFile.h"
@@ -37,6 +39,24 @@ Status ConvertPicture(const ConvertOptions& options) {
   return {};
 }
 
+// The number at the end of the name, 0 without one.
+int FrameOfFile(const std::filesystem::path& path) {
+  const std::string stem = path.stem().string();
+  const std::size_t last = stem.find_last_not_of("0123456789");
+  return FrameOfName(stem, std::string_view(stem).substr(0, last + 1)).value_or(0);
+}
+
+Status ConvertCache(const ConvertOptions& options) {
+  const Result<CachedFields> cached =
+      ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, options.grids);
+  if (!cached) return cached.error();
+  if (Status done = WriteVdb(options.out, cached->fields, FrameOfFile(options.in)); !done) return done;
+  std::string names;
+  for (const VdbField& field : cached->fields) names += (names.empty() ? "" : ", ") + field.name;
+  fmt::print("{}: {} grids: {}\n", options.out, cached->fields.size(), names);
+  return {};
+}
+
 }  // namespace
 
 Status ConvertCommand(const Program&, const ConvertOptions& options) {
@@ -44,9 +64,10 @@ Status ConvertCommand(const Program&, const ConvertOptions& options) {
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
   const bool meshIn = from == ".obj" || from == ".ply" || from == ".stl";
   if (meshIn && (to == ".obj" || to == ".ply")) return ConvertMesh(options);
+  if (from == ".cache" && to == ".vdb") return ConvertCache(options);
   return Status::Fail(ErrorKind::Usage,
-                      fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, and from .exr, .png to "
-                                  ".exr, .png",
+                      fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, from .exr, .png to "
+                                  ".exr, .png, and from .cache to .vdb",
                                   options.in, options.out));
 }
 

@@ -13,6 +13,9 @@ constexpr FileKind kKinds[] = {
     {".cache", "grid cache", PrintGridCacheInfo},
     {".checkpoint", "checkpoint", PrintCheckpointInfo},
     {".vdb", "OpenVDB", PrintVdbInfo},
+    {".obj", "mesh", PrintMeshInfo},
+    {".ply", "mesh", PrintMeshInfo},
+    {".stl", "mesh", PrintMeshInfo},
     {".exr", "OpenEXR", PrintPictureInfo},
     {".png", "PNG", PrintPictureInfo},
 };

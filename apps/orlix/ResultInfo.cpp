@@ -1,4 +1,4 @@
-// What `orlix info` says about results: caches, checkpoints, VDB files, pictures.
+// What `orlix info` says about results: caches, checkpoints, VDB files, meshes, pictures.
 
 #include <fmt/format.h>
 
@@ -8,6 +8,7 @@
 #include "exchange/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "globals/Hash.h"
+#include "host/geometry/MeshReader.h"
 #include "host/render/PictureFile.h"
 
 namespace orlix {
@@ -91,6 +92,29 @@ Status PrintVdbInfo(const Program& program, const std::string& path) {
     }
   }
   if (program.options.json) fmt::print("{}\n", LaidOut(json));
+  return {};
+}
+
+Status PrintMeshInfo(const Program& program, const std::string& path) {
+  const Result<MeshInfo> mesh = DescribeMesh(path);
+  if (!mesh.ok()) return mesh.error();
+  static constexpr const char *kKinds[] = {"obj", "ply", "stl"}, *kNames[] = {"OBJ", "PLY", "STL"};
+  const auto format = static_cast<std::size_t>(mesh->format);
+  const Vec3D &low = mesh->low, &high = mesh->high;
+  if (program.options.json) {
+    Json json = {{"kind", kKinds[format]}, {"encoding", mesh->encoding},
+                 {"points", mesh->points}, {"polygons", mesh->polygons},
+                 {"low", nullptr},         {"high", nullptr}};
+    if (mesh->points > 0) json["low"] = Triple(low), json["high"] = Triple(high);
+    fmt::print("{}\n", LaidOut(json));
+    return {};
+  }
+  fmt::print("{}: {} ({}), {} points, {} polygons", path, kNames[format], mesh->encoding, mesh->points, mesh->polygons);
+  if (mesh->points > 0) {
+    fmt::print(", in ({:.6g}, {:.6g}, {:.6g}) to ({:.6g}, {:.6g}, {:.6g})", low.x, low.y, low.z, high.x, high.y,
+               high.z);
+  }
+  fmt::print("\n");
   return {};
 }
 

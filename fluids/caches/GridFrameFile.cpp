@@ -114,6 +114,34 @@ Status ReadBlock(HyperFileReader& file, const std::string& fileName, const GridC
   return {};
 }
 
+// Enters the chunk of a header with present; passes over that of another, and entered stays false.
+Status EnterGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
+                      bool& entered) {
+  HyperValue next;
+  if (!file.ReadValueHeader(next)) return file.readStatus();
+  if (next != HyperValue::Chunk) return Damaged(fileName, "fewer chunks than entries");
+  if (!header.present) return file.SkipValue() ? Status() : file.readStatus();
+  std::int32_t id = 0, level = 0;
+  entered = file.ReadChunkStart(id, level);
+  return entered ? Status() : file.readStatus();
+}
+
+// The next block as a grid of its own.
+Status ReadNewGrid(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
+                   std::unique_ptr<ScalarGrid>& grid) {
+  bool compressed = false;
+  if (!file.ReadBool(compressed)) return file.readStatus();
+  const std::int64_t count = CellCount(header.dims);
+  if (Status fits = CheckBlockSize(file, fileName, compressed, count); !fits.ok()) return fits;
+  try {
+    grid = std::make_unique<ScalarGrid>(header.dims, header.space.hostSize, header.space.cellSize, header.gridType,
+                                        header.space.hostMin);
+  } catch (const std::bad_alloc&) {
+    return Status::Fail(ErrorKind::Memory, fmt::format("{}: no memory for a grid of {} cells", fileName, count));
+  }
+  return ReadBytes(file, fileName, compressed, *grid);
+}
+
 }  // namespace
 
 bool WriteGridFrame(HyperFileWriter& file, const GridSpace& sceneSpace, std::span<const CachedGridSet> entries,
@@ -149,12 +177,8 @@ Status ReadGridFrameHead(HyperFileReader& file, const std::string& fileName, Gri
 
 Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
                      std::span<ScalarGrid* const> targets, const GridPlayback& playback) {
-  HyperValue next;
-  if (!file.ReadValueHeader(next)) return file.readStatus();
-  if (next != HyperValue::Chunk) return Damaged(fileName, "fewer chunks than entries");
-  if (!header.present) return file.SkipValue() ? Status() : file.readStatus();
-  std::int32_t id = 0, level = 0;
-  if (!file.ReadChunkStart(id, level)) return file.readStatus();
+  bool entered = false;
+  if (Status status = EnterGridChunk(file, fileName, header, entered); !entered) return status;
   for (std::size_t c = 0; c < targets.size(); c++) {
     if (!targets[c] || targets[c]->count < 1) {
       if (!file.SkipValue() || !file.SkipValue()) return file.readStatus();
@@ -165,6 +189,24 @@ Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const G
     }
   }
   return file.SkipToEndChunk() && file.ReadChunkEnd() ? Status() : file.readStatus();
+}
+
+Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
+                     std::vector<std::unique_ptr<ScalarGrid>>& grids) {
+  grids.clear();
+  bool entered = false;
+  if (Status status = EnterGridChunk(file, fileName, header, entered); !entered) return status;
+  for (;;) {
+    HyperValue next;
+    if (!file.ReadValueHeader(next)) return file.readStatus();
+    if (next == HyperValue::None) return file.ReadChunkEnd() ? Status() : file.readStatus();
+    if (grids.size() == 3) return Damaged(fileName, "more than three grids in an entry");
+    grids.emplace_back();
+    if (Status read = ReadNewGrid(file, fileName, HeaderOfComponent(header, grids.size() - 1), grids.back());
+        !read.ok()) {
+      return read;
+    }
+  }
 }
 
 }  // namespace orlix

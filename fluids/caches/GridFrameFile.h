@@ -2,6 +2,7 @@
 // The frame file of a grid cache: the scene's lattice, one header a node, then one chunk a node with its grids. Headers
 // stand before the bulk, so that a reader learns all lattices without reading a grid.
 
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -40,5 +41,9 @@ struct GridPlayback {
 // null are passed over, as is the chunk of a header without present.
 Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
                      std::span<ScalarGrid* const> targets, const GridPlayback& playback);
+
+// Reads the next chunk into new grids on the file's own lattice; none for a header without present.
+Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,
+                     std::vector<std::unique_ptr<ScalarGrid>>& grids);
 
 }  // namespace orlix

@@ -42,14 +42,48 @@ Result<PolygonObject> ParseMesh(std::string_view content, MeshFormat format, std
   return Error{ErrorKind::Internal, "unknown mesh format"};
 }
 
-Result<PolygonObject> ReadMesh(const std::filesystem::path& path) {
+std::string_view MeshEncoding(std::string_view content, MeshFormat format) {
+  switch (format) {
+    case MeshFormat::Ply:
+      return PlyEncoding(content);
+    case MeshFormat::Stl:
+      return StlEncoding(content);
+    case MeshFormat::Obj:
+      break;
+  }
+  return "text";
+}
+
+namespace {
+
+// Calls use(content, format) with a mesh file's content.
+template <class T, class Use>
+Result<T> WithContent(const std::filesystem::path& path, Use use) {
   const auto format = MeshFormatOf(path);
   if (!format) {
     return Error{ErrorKind::InputFile, fmt::format("{}: a mesh file must end in .obj, .ply or .stl", path.string())};
   }
   Result<std::vector<std::byte>> content = ReadWholeFile(path, kMaxFileSize);
   if (!content.ok()) return content.error();
-  return ParseMesh({reinterpret_cast<const char*>(content->data()), content->size()}, *format, path.string());
+  return use(std::string_view(reinterpret_cast<const char*>(content->data()), content->size()), *format);
+}
+
+}  // namespace
+
+Result<PolygonObject> ReadMesh(const std::filesystem::path& path) {
+  return WithContent<PolygonObject>(
+      path, [&](std::string_view content, MeshFormat format) { return ParseMesh(content, format, path.string()); });
+}
+
+Result<MeshInfo> DescribeMesh(const std::filesystem::path& path) {
+  return WithContent<MeshInfo>(path, [&](std::string_view content, MeshFormat format) -> Result<MeshInfo> {
+    const Result<PolygonObject> mesh = ParseMesh(content, format, path.string());
+    if (!mesh.ok()) return mesh.error();
+    MeshInfo info{format, MeshEncoding(content, format), mesh->points.size(), mesh->polygons.size(), {}, {}};
+    if (!mesh->points.empty()) info.low = info.high = mesh->points.front();
+    for (const Vec3D& point : mesh->points) info.low = Min(info.low, point), info.high = Max(info.high, point);
+    return info;
+  });
 }
 
 }  // namespace orlix

@@ -24,9 +24,24 @@ Result<PolygonObject> ReadMesh(const std::filesystem::path& path);
 // The content of a file; name stands in messages.
 Result<PolygonObject> ParseMesh(std::string_view content, MeshFormat format, std::string_view name);
 
+// How a file's numbers are written: "text", "binary" (little endian) or "binary big-endian"; empty for a PLY file whose
+// header can't be read.
+std::string_view MeshEncoding(std::string_view content, MeshFormat format);
+
+struct MeshInfo {
+  MeshFormat format = MeshFormat::Obj;
+  std::string_view encoding;
+  std::size_t points = 0, polygons = 0;
+  Vec3D low, high;  // of all points, host units; 0 without points
+};
+// Reads the whole file.
+Result<MeshInfo> DescribeMesh(const std::filesystem::path& path);
+
 // One format each. STL's points, which the file repeats for each triangle, are joined where all bits agree.
 Result<PolygonObject> ParseObj(std::string_view content, std::string_view name);
 Result<PolygonObject> ParsePly(std::string_view content, std::string_view name);
 Result<PolygonObject> ParseStl(std::string_view content, std::string_view name);
+std::string_view PlyEncoding(std::string_view content);
+std::string_view StlEncoding(std::string_view content);
 
 }  // namespace orlix

@@ -100,6 +100,12 @@ class PlyReader {
     return builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 0);
   }
 
+  // What the header says; empty for one that can't be read.
+  std::string_view Encoding() {
+    if (!ReadHeader()) return "";
+    return format_ == PlyFormat::Ascii ? "text" : format_ == PlyFormat::LittleEndian ? "binary" : "binary big-endian";
+  }
+
  private:
   std::string Where(const char* place) const {
     if (inBody_ && format_ != PlyFormat::Ascii) return fmt::format("{}: byte {}", name_, place - begin_);
@@ -315,5 +321,7 @@ class PlyReader {
 Result<PolygonObject> ParsePly(std::string_view content, std::string_view name) {
   return PlyReader(content, name).Read();
 }
+
+std::string_view PlyEncoding(std::string_view content) { return PlyReader(content, "").Encoding(); }
 
 }  // namespace orlix

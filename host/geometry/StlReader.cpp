@@ -126,22 +126,37 @@ Result<PolygonObject> ReadAscii(std::string_view content, std::string_view name)
   return builder.Finish(where, 0);
 }
 
+struct StlShape {
+  bool hasCount = false;
+  std::uint64_t triangles = 0, needed = 0;  // bytes that the count asks for
+  bool isText = false;
+};
+
+StlShape ShapeOf(std::string_view content) {
+  StlShape shape;
+  shape.hasCount = content.size() >= kHeaderBytes;
+  shape.triangles = shape.hasCount ? LittleEndian32(content.data() + kHeaderBytes - 4) : 0;
+  shape.needed = kHeaderBytes + shape.triangles * kTriangleBytes;
+  if (shape.hasCount && shape.needed == content.size()) return shape;
+  TextCursor start(content);
+  start.SkipBlanksAndLines();
+  shape.isText = start.Word() == "solid";
+  return shape;
+}
+
 }  // namespace
 
 Result<PolygonObject> ParseStl(std::string_view content, std::string_view name) {
-  const bool hasCount = content.size() >= kHeaderBytes;
-  const std::uint64_t triangles = hasCount ? LittleEndian32(content.data() + kHeaderBytes - 4) : 0;
-  const std::uint64_t needed = kHeaderBytes + triangles * kTriangleBytes;
-  if (hasCount && needed == content.size()) return ReadBinary(content, triangles, name);
-  TextCursor start(content);
-  start.SkipBlanksAndLines();
-  if (start.Word() == "solid") return ReadAscii(content, name);
-  if (!hasCount) {
+  const StlShape shape = ShapeOf(content);
+  if (shape.isText) return ReadAscii(content, name);
+  if (!shape.hasCount) {
     return Error{ErrorKind::InputFile, fmt::format("{}: {} bytes are too few for an STL file", name, content.size())};
   }
-  if (needed < content.size()) return ReadBinary(content, triangles, name);
+  if (shape.needed <= content.size()) return ReadBinary(content, shape.triangles, name);
   return Error{ErrorKind::InputFile, fmt::format("{}: byte {}: {} triangles need {} bytes, the file has {}", name,
-                                                 kHeaderBytes - 4, triangles, needed, content.size())};
+                                                 kHeaderBytes - 4, shape.triangles, shape.needed, content.size())};
 }
+
+std::string_view StlEncoding(std::string_view content) { return ShapeOf(content).isText ? "text" : "binary"; }
 
 }  // namespace orlix

@@ -87,6 +87,9 @@ TEST(MeshReader, PlyOfAllThreeFormatsAgree) {
     ASSERT_EQ((*mesh)->polygons.size(), 1u);
     EXPECT_EQ((*mesh)->polygons[0].c, 2);
   }
+  EXPECT_EQ(PlyEncoding(Ply("ascii", "")), "text");
+  EXPECT_EQ(PlyEncoding(little), "binary");
+  EXPECT_EQ(PlyEncoding(Ply("binary_big_endian", "")), "binary big-endian");
 }
 
 TEST(MeshReader, StlJoinsEqualPoints) {
@@ -107,6 +110,7 @@ TEST(MeshReader, StlJoinsEqualPoints) {
   std::string tricky = BinaryStl(1, StlTriangle(0));
   tricky.replace(0, 5, "solid");
   EXPECT_EQ(ParseStl(tricky, "c.stl")->polygons.size(), 1u);
+  EXPECT_EQ(StlEncoding(tricky), "binary");
 }
 
 TEST(MeshReader, AFileWithoutFacesIsAnEmptyMesh) {
