@@ -54,8 +54,8 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options);
 struct ConvertOptions {
   std::string in, out;
   double exposure = 0;
-  bool houdini = false;            // how a VDB's velocity is called
-  std::vector<std::string> grids;  // names of a cache's entries
+  bool houdini = false;  // how a VDB's velocity is called
+  std::string grids;     // names of a cache's entries, with commas between; an empty one keeps its own
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);
 

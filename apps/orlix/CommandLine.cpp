@@ -109,11 +109,8 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
   const std::map<std::string, bool> programs = {{"blender", false}, {"houdini", true}};
   words.app->add_option("--names", words.options->houdini, "Whose name a VDB's velocity has: blender, houdini")
       ->transform(CLI::CheckedTransformer(programs));
-  words.app
-      ->add_option("--grids", words.options->grids,
-                   "Names of a cache's entries, in order, with commas between; a cache itself has none")
-      ->delimiter(',')
-      ->allow_extra_args(false);
+  words.app->add_option("--grids", words.options->grids,
+                        "Names of a cache's entries, in order, with commas between; a cache itself has none");
 }
 
 // The arguments with the command first, so that its options may stand before it too.

@@ -46,9 +46,20 @@ int FrameOfFile(const std::filesystem::path& path) {
   return FrameOfName(stem, std::string_view(stem).substr(0, last + 1)).value_or(0);
 }
 
+// Empty ones stay.
+std::vector<std::string> SplitNames(const std::string& text) {
+  std::vector<std::string> names;
+  for (std::size_t from = 0; !text.empty() && from != std::string::npos;) {
+    const std::size_t comma = text.find(',', from);
+    names.push_back(text.substr(from, comma == std::string::npos ? comma : comma - from));
+    from = comma == std::string::npos ? comma : comma + 1;
+  }
+  return names;
+}
+
 Status ConvertCache(const ConvertOptions& options) {
   const Result<CachedFields> cached =
-      ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, options.grids);
+      ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, SplitNames(options.grids));
   if (!cached) return cached.error();
   if (Status done = WriteVdb(options.out, cached->fields, FrameOfFile(options.in)); !done) return done;
   std::string names;
