@@ -31,9 +31,43 @@ Found Find(const BaseDocument& document) {
   return found;
 }
 
-Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, SurfaceScene& scene) {
-  std::vector<Surface> surfaces;
+// The points of each mesh, in host space.
+using MeshPoints = std::vector<std::vector<Vec3D>>;
+
+MeshPoints PointsOf(const std::vector<const BaseObject*>& meshes) {
+  MeshPoints points;
   for (const BaseObject* mesh : meshes) {
+    const LMatrix matrix = mesh->GlobalMatrix();
+    std::vector<Vec3D>& own = points.emplace_back();
+    if (!mesh->Polygons()) continue;  // no file at that time
+    own = mesh->Polygons()->points;
+    for (Vec3D& p : own) p = matrix * p;
+  }
+  return points;
+}
+
+// Velocities of the meshes' points, host units a second, by what they did since the frame before; in the first frame,
+// by what they will do. Points whose number changes have none. The document's time moves there and back.
+Status MeasureMotion(BaseDocument& document, const std::vector<const BaseObject*>& meshes, MeshPoints& velocities) {
+  const BaseTime now = document.time();
+  const int frame = now.Frame(document.fps), step = frame > document.minTime.Frame(document.fps) ? -1 : 1;
+  if (Status moved = document.SetTime(BaseTime::OfFrame(frame + step, document.fps)); !moved) return moved;
+  const MeshPoints there = PointsOf(meshes);
+  if (Status moved = document.SetTime(now); !moved) return moved;
+  velocities = PointsOf(meshes);
+  for (std::size_t m = 0; m < meshes.size(); ++m) {
+    if (there[m].size() != velocities[m].size()) velocities[m].clear();
+    for (std::size_t i = 0; i < velocities[m].size(); ++i) {
+      velocities[m][i] = (there[m][i] - velocities[m][i]) * (step * document.fps);
+    }
+  }
+  return {};
+}
+
+Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoints& velocities, SurfaceScene& scene) {
+  std::vector<Surface> surfaces;
+  for (std::size_t m = 0; m < meshes.size(); ++m) {
+    const BaseObject* mesh = meshes[m];
     Surface surface;
     surface.polygons = mesh->Polygons();
     surface.matrix = mesh->GlobalMatrix();
@@ -43,6 +77,7 @@ Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, SurfaceScene& 
       if (!read) return read.status();
       surface.material = *read;
     }
+    if (m < velocities.size() && !velocities[m].empty()) surface.velocities = &velocities[m];
     surfaces.push_back(surface);
   }
   return scene.Build(surfaces);
@@ -68,7 +103,7 @@ Camera OwnCamera(const GatherOptions& options, const RenderWorld& world) {
 
 }  // namespace
 
-Status GatherRenderWorld(const BaseDocument& document, const GatherOptions& options, RenderWorld& world) {
+Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, RenderWorld& world) {
   const Found found = Find(document);
   world.settings = {};
   if (found.settings) {
@@ -80,7 +115,11 @@ Status GatherRenderWorld(const BaseDocument& document, const GatherOptions& opti
   if (options.height > 0) world.settings.height = options.height;
   if (Status s = CheckPictureSize(world.settings.width, world.settings.height); !s) return s;
 
-  if (Status s = ReadSurfaces(found.meshes, world.surfaces); !s) return s;
+  MeshPoints velocities;
+  if (world.settings.writeVelocity) {
+    if (Status s = MeasureMotion(document, found.meshes, velocities); !s) return s;
+  }
+  if (Status s = ReadSurfaces(found.meshes, velocities, world.surfaces); !s) return s;
   if (found.camera) {
     Result<Camera> camera = ReadCamera(*found.camera);
     if (!camera) return camera.status();

@@ -96,6 +96,29 @@ TEST_F(Gathering, ShownMeshesComeWithTheirMatrixAndMaterial) {
   EXPECT_FALSE(world_.surfaces.Intersect({0, 5, 0}, {0, -1, 0}, 100, hit)) << "the hidden and the smoky one";
 }
 
+TEST_F(Gathering, VelocitiesAreThoseOfTheKeyframes) {
+  document_.fps = 24;
+  BaseObject& square = Add(kSquareType);
+  BaseObject& settings = Add(kRenderSettingsType);
+  constexpr auto kLinear = KnotInterpolation::Linear;
+  const auto line = [](double end) {
+    return SplineData(std::vector<SplineKnot>{{0, 0, kLinear, {}, {}}, {24, end, kLinear, {}, {}}});
+  };
+  document_.AddTrack({square.creationNumber(), kPositionId, {line(0), line(12), line(0)}});  // 12 units a second
+  for (const int frame : {0, 10}) {
+    for (const bool asked : {false, true}) {
+      settings.Set(kRenderVelocityId, std::int64_t(asked));
+      ASSERT_TRUE(document_.SetTime(BaseTime::OfFrame(frame, 24)).ok());
+      ASSERT_EQ(Gather(), "");
+      EXPECT_EQ(document_.time().Frame(24), frame);
+      SurfaceHit hit;
+      ASSERT_TRUE(world_.surfaces.Intersect({0, 20, 0}, {0, -1, 0}, 100, hit));
+      EXPECT_NEAR(hit.distance, 20 - 0.5 * frame, 1e-5);
+      EXPECT_NEAR(hit.velocity.y, asked ? 12 : 0, 1e-4) << frame;
+    }
+  }
+}
+
 TEST_F(Gathering, LightsThatAreOffAreLeftOut) {
   BaseObject& off = Add(kPointLightType);
   off.Set(kLightOnId, std::int64_t(0));
