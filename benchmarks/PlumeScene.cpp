@@ -70,7 +70,7 @@ void BM_PlumeSubstepTo1e6(benchmark::State& state) { Substep(state, {"Plume/Air.
 void BM_PlumeSubstepOfATenth(benchmark::State& state) { Substep(state, {"Plume/Air.margin=5"}); }
 
 // The plume's picture, 640 x 480 with one light and its shadows, steps of one cell, one sample a pixel. Counters:
-// seconds of the light map and of the march apart, rays a second.
+// seconds of the light map and of the march apart, rays and samples of the gas a second.
 void BM_PlumePicture(benchmark::State& state) {
   test::SceneFileRun run(kScene, static_cast<int>(state.range(0)));
   run.StepThrough(0, kStart);
@@ -91,6 +91,7 @@ void BM_PlumePicture(benchmark::State& state) {
   }
   state.counters["map s"] = MedianOf(maps);
   state.counters["march s"] = MedianOf(rays);
+  state.counters["samples/s"] = static_cast<double>(report.volumeSamples) / MedianOf(rays);
   state.counters["rays/s"] = static_cast<double>(report.cameraRays) / MedianOf(rays);
 }
 

@@ -130,6 +130,7 @@ void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
   PostStep(colour, transmittance);
   sample.colour = (ray.kind & kRayGlobal) != 0 ? colour * settings_.gatherBoost : colour;
   sample.transmittance = transmittance;
+  sample.samples = result.samples;
   sample.distance = begin + result.distance;
   if (channels_.velocity[2]) {
     const Vec3D x = ray.origin + ray.direction * sample.distance;

@@ -17,8 +17,8 @@ struct GatherOptions {
 // camera or else the first one, all lights that are on, and every object with polygons that is shown. Without a camera
 // the picture frames everything; without a light there is a distant one over the camera's shoulder. An object whose
 // material is of another kind than a surface's, a volume's say, isn't shown itself. The polygons of the document must
-// stay as they are while the world lives. Where the settings ask for velocities, the document's time moves by a frame and
-// back to learn how meshes move.
+// stay as they are while the world lives. Where the settings ask for velocities, the document's time moves by a frame
+// and back to learn how meshes move.
 Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, RenderWorld& world);
 
 }  // namespace orlix

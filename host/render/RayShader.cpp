@@ -42,6 +42,7 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
     VolumeSample sample;
     span.volume->volume->Volume(ray, sample);
     ++counts_.volume;
+    counts_.volumeSamples += sample.samples;
     all.colour += all.transmittance * sample.colour;
     all.transmittance = all.transmittance * sample.transmittance;
     // The depth is that of the volume with which the ray gets more than half opaque.

@@ -17,7 +17,7 @@ struct VolumeInBox {
 };
 
 struct RayCounts {
-  std::uint64_t camera = 0, shadow = 0, gather = 0, volume = 0, notFinite = 0;
+  std::uint64_t camera = 0, shadow = 0, gather = 0, volume = 0, volumeSamples = 0, notFinite = 0;
 };
 
 struct ShadedRay {

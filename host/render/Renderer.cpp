@@ -143,7 +143,7 @@ RayCounts PictureJob::counts() const {
   RayCounts sum;
   for (const RayCounts& c : countsOfWorkers_) {
     sum.camera += c.camera, sum.shadow += c.shadow, sum.gather += c.gather;
-    sum.volume += c.volume, sum.notFinite += c.notFinite;
+    sum.volume += c.volume, sum.volumeSamples += c.volumeSamples, sum.notFinite += c.notFinite;
   }
   return sum;
 }
@@ -199,7 +199,7 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
   r.raySeconds = SecondsSince(start) - r.startSeconds;
   const RayCounts counts = job.counts();
   r.cameraRays = counts.camera, r.shadowRays = counts.shadow, r.gatherRays = counts.gather;
-  r.volumeCalls = counts.volume, r.notFinite = counts.notFinite;
+  r.volumeCalls = counts.volume, r.volumeSamples = counts.volumeSamples, r.notFinite = counts.notFinite;
   r.broken = job.broken();
   return picture;
 }

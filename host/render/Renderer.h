@@ -29,7 +29,7 @@ struct RenderOptions {
 struct RenderReport {
   double startSeconds = 0;  // what volumes took before the first ray
   double raySeconds = 0;
-  std::uint64_t cameraRays = 0, shadowRays = 0, gatherRays = 0, volumeCalls = 0;
+  std::uint64_t cameraRays = 0, shadowRays = 0, gatherRays = 0, volumeCalls = 0, volumeSamples = 0;
   std::uint64_t notFinite = 0;  // samples that were no number and count as black
   bool broken = false;          // stopped half-way: missing tiles are transparent black
 };

@@ -51,6 +51,7 @@ struct VolumeSample {
   Vec3D transmittance{1, 1, 1};  // share of the light behind it that passes
   double distance = 0;           // from the ray's origin to where the volume is to be seen, for the depth channel
   Vec3D velocity;                // there, in host units a second
+  std::uint32_t samples = 0;     // places at which the volume was looked at
 };
 
 // What a render start can reach.

@@ -36,6 +36,9 @@ std::filesystem::path MakePicture(const Look& look, const std::filesystem::path&
   const RunState state{
       .document = *shipped.document, .hook = shipped.hook, .pool = shipped.pool, .outputFolder = folder.string()};
   if (const Status made = maker.Make(state, folder); !made.ok()) throw std::runtime_error(made.error().text);
+  // Each call looks at the gas at least once, on the whole, and at most as often as the finest steps allow.
+  EXPECT_GT(maker.report().volumeSamples, maker.report().volumeCalls);
+  EXPECT_LT(maker.report().volumeSamples, 2000 * maker.report().volumeCalls);
   for (const auto& path : maker.written()) {
     if (path.extension() == ".png") return path;
   }
