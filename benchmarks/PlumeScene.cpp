@@ -27,7 +27,7 @@ double MedianOf(std::vector<double> values) {
 
 // Smoke is somewhere, and no value is negative or beyond its channel's limit.
 bool LooksRight(test::SceneFileRun& run) {
-  const ScalarGrid& smoke = *run.NodeOf<ScalarGridChannel>("Plume/smoke").grid;
+  const ScalarGrid& smoke = *run.Get<ScalarGridChannel>("Plume/smoke").grid;
   double least = 0, most = 0;
   for (std::int64_t i = 0; i < smoke.count; ++i) least = std::min(least, smoke[i]), most = std::max(most, smoke[i]);
   return least >= 0 && most > 0.1 && most <= 10;
@@ -35,7 +35,7 @@ bool LooksRight(test::SceneFileRun& run) {
 
 // Counters: what each node took, in t; the whole sub-step; bytes a cell.
 void Substep(benchmark::State& state, const std::vector<std::string>& overrides) {
-  test::SceneFileRun run(kScene, static_cast<int>(state.range(0)), overrides);
+  test::SceneFileRun run(kScene, overrides, static_cast<int>(state.range(0)));
   run.StepThrough(0, kStart);
   int frame = kStart;
   std::map<std::string, std::vector<double>> nodes;
@@ -72,9 +72,9 @@ void BM_PlumeSubstepOfATenth(benchmark::State& state) { Substep(state, {"Plume/A
 // The plume's picture, 640 x 480 with one light and its shadows, steps of one cell, one sample a pixel. Counters:
 // seconds of the light map and of the march apart, rays and samples of the gas a second.
 void BM_PlumePicture(benchmark::State& state) {
-  test::SceneFileRun run(kScene, static_cast<int>(state.range(0)));
+  test::SceneFileRun run(kScene, {}, static_cast<int>(state.range(0)));
   run.StepThrough(0, kStart);
-  const auto materials = CollectGasMaterials(*run.document, *run.hook);
+  const auto materials = CollectGasMaterials(*run.document, run.hook);
   RenderWorld world;
   if (materials.size() != 1 || !GatherRenderWorld(*run.document, {}, world).ok()) {
     return state.SkipWithError("the scene shows no gas");

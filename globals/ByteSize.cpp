@@ -24,12 +24,12 @@ Result<std::int64_t> ParseByteSize(std::string_view text) {
   return static_cast<std::int64_t>(number * factor);
 }
 
-std::string ByteSizeText(std::int64_t bytes) {
+std::string ByteSizeText(double bytes) {
   constexpr const char* kUnits[] = {"bytes", "KB", "MB", "GB", "TB"};
-  double size = static_cast<double>(bytes);
+  double size = bytes;
   int unit = 0;
   while (size >= 1024 && unit < 4) size /= 1024, ++unit;
-  return unit == 0 ? fmt::format("{} bytes", bytes) : fmt::format("{:.3g} {}", size, kUnits[unit]);
+  return unit == 0 ? fmt::format("{:.0f} bytes", size) : fmt::format("{:.3g} {}", size, kUnits[unit]);
 }
 
 }  // namespace orlix

@@ -12,6 +12,6 @@ namespace orlix {
 // "8G", "512M", "100000": bytes, with K, M, G and T as powers of 1024. Usage for anything else.
 Result<std::int64_t> ParseByteSize(std::string_view text);
 // "1.5 GB"
-std::string ByteSizeText(std::int64_t bytes);
+std::string ByteSizeText(double bytes);
 
 }  // namespace orlix

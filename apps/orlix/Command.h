@@ -24,26 +24,28 @@ struct Program {
   const GlobalOptions& options;
 };
 
-struct RunOptions {
-  std::string scene, frames, out, stats;
+struct SceneOptions {
+  std::string scene;
   std::vector<std::string> overrides;  // PATH.key=value
+};
+Status ValidateCommand(const Program& program, const SceneOptions& options);
+
+struct FrameOptions : SceneOptions {
+  std::string frames, out;
+};
+
+struct RunOptions : FrameOptions {
+  std::string stats;
   bool dryRun = false, resume = false;
   int checkpointEvery = 10;
 };
 Status RunCommand(const Program& program, const RunOptions& options);
 
-struct RenderCommandOptions {
-  std::string scene, frames, out, size;
-  std::vector<std::string> overrides;
+struct RenderCommandOptions : FrameOptions {
+  std::string size;
   bool preview = false;
 };
 Status RenderCommand(const Program& program, const RenderCommandOptions& options);
-
-struct ValidateOptions {
-  std::string scene;
-  std::vector<std::string> overrides;
-};
-Status ValidateCommand(const Program& program, const ValidateOptions& options);
 
 struct ParamsOptions {
   std::string type, markdown;

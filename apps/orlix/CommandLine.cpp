@@ -40,18 +40,24 @@ struct Words {
   }
 };
 
-void AddOverrides(CLI::App& app, std::vector<std::string>& overrides) {
-  app.add_option("--set", overrides, "PATH.key=value, over what the scene file says")->allow_extra_args(false);
+// What the commands that read a scene share.
+void AddScene(CLI::App& app, SceneOptions& options) {
+  app.add_option("scene", options.scene, "Scene file")->required();
+  app.add_option("--set", options.overrides, "PATH.key=value, over what the scene file says")->allow_extra_args(false);
+}
+
+// And those that go through its frames.
+void AddFrames(CLI::App& app, FrameOptions& options) {
+  AddScene(app, options);
+  app.add_option("--frames", options.frames, "Frames whose results are wanted: 1-100x2,120");
+  app.add_option("--out", options.out, "Folder of results; the scene's own without it");
 }
 
 void AddRun(CLI::App& parent, CommandLine& line) {
   const Words<RunOptions> words(parent, line, "run", "Simulate a scene, then write what its \"output\" asks for",
                                 RunCommand);
   RunOptions& options = *words.options;
-  words.app->add_option("scene", options.scene, "Scene file")->required();
-  words.app->add_option("--frames", options.frames, "Frames whose results are wanted: 1-100x2,120");
-  words.app->add_option("--out", options.out, "Folder of results; the scene's own without it");
-  AddOverrides(*words.app, options.overrides);
+  AddFrames(*words.app, options);
   words.app->add_option("--stats", options.stats, "Write statistics here, one JSON object a line");
   words.app->add_flag("--resume", options.resume, "Go on from the last checkpoint in the folder of results");
   words.app
@@ -65,19 +71,15 @@ void AddRender(CLI::App& parent, CommandLine& line) {
   const Words<RenderCommandOptions> words(parent, line, "render", "Make pictures, from caches or from a run",
                                           RenderCommand);
   RenderCommandOptions& options = *words.options;
-  words.app->add_option("scene", options.scene, "Scene file")->required();
-  words.app->add_option("--frames", options.frames, "Frames of which pictures are wanted: 1-100x2,120");
-  words.app->add_option("--out", options.out, "Folder of pictures; the scene's own without it");
+  AddFrames(*words.app, options);
   words.app->add_option("--size", options.size, "WIDTHxHEIGHT, over the scene's render settings");
-  AddOverrides(*words.app, options.overrides);
   words.app->add_flag("--preview", options.preview, "A quick look: slices of the grids with colour bars");
 }
 
 void AddValidate(CLI::App& parent, CommandLine& line) {
-  const Words<ValidateOptions> words(parent, line, "validate", "Find the mistakes of a scene file, all in one pass",
-                                     ValidateCommand);
-  words.app->add_option("scene", words.options->scene, "Scene file")->required();
-  AddOverrides(*words.app, words.options->overrides);
+  const Words<SceneOptions> words(parent, line, "validate", "Find the mistakes of a scene file, all in one pass",
+                                  ValidateCommand);
+  AddScene(*words.app, *words.options);
 }
 
 void AddInfo(CLI::App& parent, CommandLine& line) {

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include <cmath>
+
 #include "apps/orlix/Checkpoints.h"
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FrameList.h"
@@ -43,17 +45,16 @@ void PrintPlan(const Program& program, const RunOptions& options, const BaseDocu
                        {"fps", document.fps},
                        {"wanted", wanted},
                        {"workers", workers},
-                       {"most_cells", static_cast<std::int64_t>(memory.cells)},
-                       {"most_bytes", static_cast<std::int64_t>(memory.bytes)}};
+                       {"most_cells", std::round(memory.cells)},
+                       {"most_bytes", std::round(memory.bytes)}};
     fmt::print("{}\n", LaidOut(json));
     return;
   }
-  fmt::print("{}: {} objects, {} frames a second, frames {} to {}{}, {} workers{}; nothing was simulated\n",
-             options.scene, objects, document.fps, plan.first, plan.last,
-             wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers,
-             memory.cells > 0 ? fmt::format(", up to {:.0f} cells in about {}", memory.cells,
-                                            ByteSizeText(static_cast<std::int64_t>(memory.bytes)))
-                              : "");
+  fmt::print(
+      "{}: {} objects, {} frames a second, frames {} to {}{}, {} workers{}; nothing was simulated\n", options.scene,
+      objects, document.fps, plan.first, plan.last, wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers,
+      memory.cells > 0 ? fmt::format(", up to {:.0f} cells in about {}", memory.cells, ByteSizeText(memory.bytes))
+                       : "");
 }
 
 void PrintOutcome(const Program& program, const RunOptions& options, const SceneRun& run, double seconds,
@@ -72,7 +73,7 @@ void PrintOutcome(const Program& program, const RunOptions& options, const Scene
   }
   if (program.options.quiet) return;
   fmt::print("{}: {} frames in {:.3g} s, grids took up to {}{}\n", options.scene, state.framesDone, seconds,
-             ByteSizeText(peakBytes), state.interrupted ? "; interrupted" : "");
+             ByteSizeText(static_cast<double>(peakBytes)), state.interrupted ? "; interrupted" : "");
 }
 
 // The most that grids took over the whole run; the engine's own peak starts anew with each sub-step.

@@ -125,8 +125,8 @@ void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report
 Status Statistics::AfterFrame(const RunState& state) {
   for (const auto& [key, scene] : state.hook.scenes()) {
     FrameSums& sums = sums_[scene->Name()];
-    sums.total.hash =
-        scene->HashState(&sums.total.gridHashes);  // what is played back or made after the sub-steps counts too
+    // Anew: what is played back or made after the sub-steps counts too.
+    sums.total.hash = scene->HashState(&sums.total.gridHashes);
     Json json = {{"kind", "frame"},
                  {"scene", scene->Name()},
                  {"frame", state.frame},

@@ -13,7 +13,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Reads the scene and whatever files its objects show in the first frame.
-Status Check(const Program& program, const ValidateOptions& options, std::size_t& objects) {
+Status Check(const Program& program, const SceneOptions& options, std::size_t& objects) {
   Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
   if (!scene) return scene.error();
   scene->document->ForEachObject([&](BaseObject&) { ++objects; });
@@ -22,7 +22,7 @@ Status Check(const Program& program, const ValidateOptions& options, std::size_t
 
 }  // namespace
 
-Status ValidateCommand(const Program& program, const ValidateOptions& options) {
+Status ValidateCommand(const Program& program, const SceneOptions& options) {
   std::size_t objects = 0;
   Status status = Check(program, options, objects);
   if (program.options.json) {

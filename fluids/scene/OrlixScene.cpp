@@ -86,10 +86,10 @@ void OrlixScene::Fail(ErrorKind kind, std::string text) {
 
 void OrlixScene::FailForMemory(const iBase& node, const VecInt3D& cells) {
   const double bytes = 8.0 * cells.x * cells.y * cells.z;
-  Fail(ErrorKind::Memory,
-       fmt::format("\"{}\": a grid of {} x {} x {} cells, {}, doesn't fit; the memory budget is {}", node.DisplayName(),
-                   cells.x, cells.y, cells.z, ByteSizeText(static_cast<std::int64_t>(std::min(bytes, 9e18))),
-                   GridMemoryBudget() > 0 ? ByteSizeText(GridMemoryBudget()) : "what the machine has"));
+  Fail(ErrorKind::Memory, fmt::format("\"{}\": a grid of {} x {} x {} cells, {}, doesn't fit; the memory budget is {}",
+                                      node.DisplayName(), cells.x, cells.y, cells.z, ByteSizeText(bytes),
+                                      GridMemoryBudget() > 0 ? ByteSizeText(static_cast<double>(GridMemoryBudget()))
+                                                             : "what the machine has"));
 }
 
 // --- the lists -------------------------------------------------------------------------------------------------------
@@ -319,8 +319,8 @@ void OrlixScene::RefuseWhatDoesNotFit() {
   Fail(ErrorKind::Memory,
        fmt::format("\"{}\": its whole container has {:.0f} cells, whose grids take about {}; the memory budget is {}. "
                    "A voxel_size of {:.3g} or a smaller container would fit",
-                   Name(), forecast.cells, ByteSizeText(static_cast<std::int64_t>(std::min(forecast.bytes, 9e18))),
-                   ByteSizeText(GridMemoryBudget()), space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05));
+                   Name(), forecast.cells, ByteSizeText(forecast.bytes), ByteSizeText(budget),
+                   space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05));
 }
 
 bool OrlixScene::UpdateBounds() {

@@ -1,63 +1,94 @@
 #pragma once
-// A scene file, read as the program reads it and stepped frame by frame.
+// A scene file of the project, stepped frame by frame, with overrides as from the command line.
 
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "apps/orlix/Engine.h"
 #include "apps/orlix/SceneReader.h"
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/dynamics/FluidSolver.h"
 #include "fluids/scene/OrlixHook.h"
-#include "main/RegisterTypes.h"
 
 namespace orlix::test {
 
 class SceneFileRun {
  public:
-  // path below the repository; overrides as for --set. Throws what the reader has to say.
-  SceneFileRun(const std::string& path, int workers, std::vector<std::string> overrides = {}) : pool(workers) {
-    RegisterTypes(factory);
-    SceneReadOptions options;
-    options.overrides = std::move(overrides);
-    Result<SceneFile> read = ReadSceneFile(std::string(ORLIX_SOURCE_DIR) + "/" + path, types, options);
+  // path below the repository. Throws what the reader has to say.
+  explicit SceneFileRun(const std::string& path, std::vector<std::string> overrides = {}, int workers = 2)
+      : pool(workers) {
+    auto read =
+        ReadSceneFile(std::string(ORLIX_SOURCE_DIR) + "/" + path, engine.types, {.overrides = std::move(overrides)});
     if (!read.ok()) throw std::runtime_error(read.error().text);
-    document = std::move(read->document);
+    document = std::move((*read).document);
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };
     observer.onWarning = [this](const std::string& node, const std::string& text) {
-      warnings.emplace_back(node, text);
+      warnings.push_back(node + ": " + text);
     };
-    hook = std::make_unique<OrlixHook>(SceneHost{pool, factory, status, observer});
   }
 
   void StepThrough(int first, int last) {
     for (int frame = first; frame <= last; ++frame) {
-      if (const Status moved = document->SetTime(BaseTime::OfFrame(frame, document->fps)); !moved.ok()) {
-        throw std::runtime_error(moved.error().text);
-      }
-      hook->Execute(*document, &thread, false);
+      if (!document->SetTime(BaseTime::OfFrame(frame, document->fps)).ok()) throw std::runtime_error("no such time");
+      hook.Execute(*document, &thread, false);
+      if (scene().failure()) throw std::runtime_error(scene().failure()->text);
     }
   }
   // The scene of the file's first root object.
-  OrlixScene& scene() { return *hook->scenes().begin()->second; }
-  template <class Node>
-  Node& NodeOf(const std::string& path) {
+  OrlixScene& scene() { return *hook.scenes().begin()->second; }
+  BaseObject& Object(const std::string& path) {
     BaseObject* object = document->FindByPath(path);
-    Node* node = object ? dynamic_cast<Node*>(scene().Retrieve(object, NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY)) : nullptr;
-    if (!node) throw std::runtime_error("no such node: " + path);
+    if (!object) throw std::runtime_error("no object " + path);
+    return *object;
+  }
+  template <class Node>
+  Node& Get(const std::string& path) {
+    auto* node = dynamic_cast<Node*>(scene().Retrieve(&Object(path), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY));
+    if (!node) throw std::runtime_error("no node of that class for " + path);
     return *node;
   }
+  const ScalarGrid& Channel(const std::string& path) { return *Get<ChannelBase_Scalar>(path).grid; }
 
-  TypeRegistry types;
-  NodeFactory factory{types};
+  Engine engine;
   std::unique_ptr<BaseDocument> document;
   WorkerPool pool;
   StatusLine status;
   StepObserver observer;
+  OrlixHook hook{SceneHost{pool, engine.factory, status, observer}};
   BaseThread thread;
-  std::unique_ptr<OrlixHook> hook;
   std::vector<SubstepReport> reports;
-  std::vector<std::pair<std::string, std::string>> warnings;
+  std::vector<std::string> warnings;
 };
+
+// f(value, place) for each cell of a grid.
+template <class F>
+void ForCells(const ScalarGrid& grid, F&& f) {
+  const Vec3D offset = CellSampleOffset(grid.gridType);
+  for (int k = 0; k < grid.dims.z; ++k) {
+    for (int j = 0; j < grid.dims.y; ++j) {
+      for (int i = 0; i < grid.dims.x; ++i) f(grid(i, j, k), grid.space.SimOfVoxel(Vec3D(i, j, k) + offset));
+    }
+  }
+}
+
+inline double SumOf(const ScalarGrid& grid) {
+  double sum = 0;
+  ForCells(grid, [&](double v, const Vec3D&) { sum += v; });
+  return sum;
+}
+inline double LargestOf(const ScalarGrid& grid) {
+  double largest = 0;
+  ForCells(grid, [&](double v, const Vec3D&) { largest = std::max(largest, v); });
+  return largest;
+}
+// Weighted by the values.
+inline Vec3D CentreOf(const ScalarGrid& grid) {
+  Vec3D sum;
+  double weight = 0;
+  ForCells(grid, [&](double v, const Vec3D& p) { sum += p * v, weight += v; });
+  return weight > 0 ? sum / weight : Vec3D();
+}
 
 }  // namespace orlix::test

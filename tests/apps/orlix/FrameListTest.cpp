@@ -39,6 +39,7 @@ TEST(ByteSize, UnitsArePowersOf1024) {
   }
   EXPECT_EQ(ByteSizeText(512), "512 bytes");
   EXPECT_EQ(ByteSizeText(3LL << 29), "1.5 GB");
+  EXPECT_EQ(ByteSizeText(5e20), "4.55e+08 TB") << "more than an integer holds";
 }
 
 TEST(Progress, DurationsReadAsAClock) {

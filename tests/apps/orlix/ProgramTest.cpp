@@ -114,6 +114,8 @@ TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
       EXPECT_NE(refused.err.find(text), std::string::npos) << text << "\n" << refused.err;
     }
     EXPECT_EQ(refused.out, "");
+    const ProgramOutcome vast = runner.Run({"run", scene, "--dry-run", "--json", "--set", "Plume.voxel_size=1e-7"});
+    EXPECT_GT(nlohmann::json::parse(vast.out).at("most_bytes").get<double>(), 1e20);
     // What the message proposes fits.
     const std::string rest = refused.err.substr(std::min(refused.err.size(), refused.err.find(voxel) + voxel.size()));
     const ProgramOutcome proposed = run({"--dry-run", "--set", "Plume.voxel_size=" + rest.substr(0, rest.find(' '))});

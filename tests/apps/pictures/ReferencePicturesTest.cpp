@@ -9,7 +9,7 @@
 #include "apps/orlix/PictureMaker.h"
 #include "host/render/PictureCompare.h"
 #include "host/render/PictureFile.h"
-#include "tests/support/ShippedScene.h"
+#include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix::test {
@@ -30,7 +30,7 @@ std::filesystem::path ReferenceOf(const Look& look) {
 
 // The PNG that the program would write, in the folder.
 std::filesystem::path MakePicture(const Look& look, const std::filesystem::path& folder) {
-  ShippedScene shipped(look.scene, look.overrides, 2);
+  SceneFileRun shipped(look.scene, look.overrides);
   shipped.StepThrough(0, look.frame);
   PictureMaker maker({.width = 160, .height = 120}, nullptr);
   const RunState state{
@@ -61,11 +61,12 @@ TEST_P(ReferencePictures, LookTheSame) {
                                        << ", visible " << difference->visibleShare;
 }
 
-INSTANTIATE_TEST_SUITE_P(Looks, ReferencePictures,
-                         testing::Values(Look{"smoke", "plume_around_obstacle.json", {"Room.voxel_size=0.12"}, 40},
-                                         Look{"explosion", "explosion.json", {"Blast.voxel_size=0.12"}, 18},
-                                         Look{"candle", "candle.json", {"Candle.voxel_size=0.002"}, 8}),
-                         [](const auto& look) { return std::string(look.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Looks, ReferencePictures,
+    testing::Values(Look{"smoke", "scenes/plume_around_obstacle.json", {"Room.voxel_size=0.12"}, 40},
+                    Look{"explosion", "scenes/explosion.json", {"Blast.voxel_size=0.12"}, 18},
+                    Look{"candle", "scenes/candle.json", {"Candle.voxel_size=0.002"}, 8}),
+    [](const auto& look) { return std::string(look.param.name); });
 
 }  // namespace
 }  // namespace orlix::test

@@ -6,7 +6,7 @@
 
 #include "fluids/dynamics/GridBoundary.h"
 #include "fluids/volume/VolumeMesh.h"
-#include "tests/support/ShippedScene.h"
+#include "tests/support/SceneFileRun.h"
 
 namespace orlix {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 using test::CentreOf;
 using test::ForCells;
 using test::LargestOf;
-using test::ShippedScene;
+using test::SceneFileRun;
 using test::SumOf;
 
 // f(velocity, place) at cell centres.
@@ -34,7 +34,7 @@ void ForVelocity(const FluidSolver& solver, F&& f) {
   }
 }
 
-void ExpectCleanRun(const ShippedScene& shipped) {
+void ExpectCleanRun(const SceneFileRun& shipped) {
   EXPECT_TRUE(shipped.warnings.empty()) << shipped.warnings.front();
   std::size_t solves = 0;
   for (const SubstepReport& report : shipped.reports) {
@@ -47,7 +47,7 @@ void ExpectCleanRun(const ShippedScene& shipped) {
 }
 
 TEST(PlumeAroundObstacle, RisesAndStaysOutOfTheBall) {
-  ShippedScene plume("plume_around_obstacle.json", {"Swirl.strength=0"});
+  SceneFileRun plume("scenes/plume_around_obstacle.json", {"Swirl.strength=0"});
   plume.StepThrough(0, 8);
   double before = CentreOf(plume.Channel("smoke")).y;
   EXPECT_NEAR(before, 0.5, 0.1);
@@ -77,7 +77,7 @@ TEST(PlumeAroundObstacle, RisesAndStaysOutOfTheBall) {
 }
 
 TEST(Explosion, BurnsExpandsAndRises) {
-  ShippedScene blast("explosion.json", {"Blast.voxel_size=0.15"});
+  SceneFileRun blast("scenes/explosion.json", {"Blast.voxel_size=0.15"});
   double mostFuel = 0, fastest = 0;
   for (int frame = 0; frame <= 5; ++frame) {
     blast.StepThrough(frame, frame);
@@ -104,7 +104,7 @@ TEST(Explosion, BurnsExpandsAndRises) {
 }
 
 TEST(Candle, TheFlameNarrowsUpwardsAndEnds) {
-  ShippedScene candle("candle.json", {"Candle.voxel_size=0.002"});
+  SceneFileRun candle("scenes/candle.json", {"Candle.voxel_size=0.002"});
   candle.StepThrough(0, 8);
   // Half widths of what glows, in cm, at the wick and above; the top.
   double low = 0, high = 0, top = 0;
@@ -123,7 +123,7 @@ TEST(Candle, TheFlameNarrowsUpwardsAndEnds) {
 }
 
 TEST(Wind, BlowsThroughAndTheBallPushesTheAir) {
-  ShippedScene tunnel("wind_moving_obstacle.json");
+  SceneFileRun tunnel("scenes/wind_moving_obstacle.json");
   tunnel.StepThrough(0, 4);
   const double windward = CentreOf(tunnel.Channel("smoke")).x;
   // Just ahead of the ball, which goes with 100 host units in 48 frames: 0.5 m/s along z.
@@ -148,7 +148,7 @@ TEST(Wind, BlowsThroughAndTheBallPushesTheAir) {
 }
 
 TEST(ConstraintShapedEmission, StartsWhereTheChainAllows) {
-  ShippedScene room("constraint_shaped_emission.json", {"Room.voxel_size=0.05"});
+  SceneFileRun room("scenes/constraint_shaped_emission.json", {"Room.voxel_size=0.05"});
   room.StepThrough(0, 0);
   const ScalarGrid& smoke = room.Channel("smoke");
   auto& ring = room.Get<VolumeMesh>("Ring volume");
@@ -176,7 +176,7 @@ TEST(ConstraintShapedEmission, StartsWhereTheChainAllows) {
 }
 
 TEST(ConstraintShapedEmission, EndsWhereThereIsEnough) {
-  ShippedScene room("constraint_shaped_emission.json");
+  SceneFileRun room("scenes/constraint_shaped_emission.json");
   room.StepThrough(0, 14);
   // Half of 6, and at most what one sub-step adds.
   EXPECT_LE(LargestOf(room.Channel("smoke")), 3 + 12.0 / 24 + 1e-6);
@@ -185,7 +185,7 @@ TEST(ConstraintShapedEmission, EndsWhereThereIsEnough) {
 }
 
 TEST(CurlAndVortex, StirsWithoutLosingSmoke) {
-  ShippedScene box("curl_and_vortex.json");
+  SceneFileRun box("scenes/curl_and_vortex.json");
   box.StepThrough(0, 1);
   const double sum = SumOf(box.Channel("smoke"));
   const auto spread = [&] {
@@ -212,8 +212,8 @@ TEST(CurlAndVortex, StirsWithoutLosingSmoke) {
 
 TEST(CurlAndVortex, ForcesCanStandAlone) {
   // Curl noise alone turns nothing on the whole.
-  ShippedScene both("curl_and_vortex.json"), folds("curl_and_vortex.json", {"Turn.strength=0"});
-  const auto turn = [](ShippedScene& box) {
+  SceneFileRun both("scenes/curl_and_vortex.json"), folds("scenes/curl_and_vortex.json", {"Turn.strength=0"});
+  const auto turn = [](SceneFileRun& box) {
     double momentum = 0, speed = 0;
     ForVelocity(box.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D& p) {
       momentum += p.z * u.x - p.x * u.z;
@@ -233,7 +233,8 @@ class SceneThreads : public testing::TestWithParam<std::pair<const char*, const 
 TEST_P(SceneThreads, SameBitsAndAgain) {
   std::vector<std::uint64_t> first;
   for (const int workers : {1, 2, 3, 8, 2}) {
-    ShippedScene shipped(GetParam().first, {GetParam().second}, workers);
+    SceneFileRun shipped(GetParam().first, {GetParam().second}, workers);
+    shipped.observer.wantsHash = true;
     shipped.StepThrough(0, 4);
     std::vector<std::uint64_t> hashes;
     for (const SubstepReport& report : shipped.reports) hashes.push_back(report.hash);
@@ -245,15 +246,15 @@ TEST_P(SceneThreads, SameBitsAndAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, SceneThreads,
-                         testing::Values(std::pair("plume_around_obstacle.json", "Room.voxel_size=0.25"),
-                                         std::pair("explosion.json", "Blast.voxel_size=0.25"),
-                                         std::pair("candle.json", "Candle.voxel_size=0.004"),
-                                         std::pair("wind_moving_obstacle.json", "Tunnel.voxel_size=0.25"),
-                                         std::pair("constraint_shaped_emission.json", "Room.voxel_size=0.25"),
-                                         std::pair("curl_and_vortex.json", "Box.voxel_size=0.25")),
+                         testing::Values(std::pair("scenes/plume_around_obstacle.json", "Room.voxel_size=0.25"),
+                                         std::pair("scenes/explosion.json", "Blast.voxel_size=0.25"),
+                                         std::pair("scenes/candle.json", "Candle.voxel_size=0.004"),
+                                         std::pair("scenes/wind_moving_obstacle.json", "Tunnel.voxel_size=0.25"),
+                                         std::pair("scenes/constraint_shaped_emission.json", "Room.voxel_size=0.25"),
+                                         std::pair("scenes/curl_and_vortex.json", "Box.voxel_size=0.25")),
                          [](const auto& scene) {
                            const std::string file = scene.param.first;
-                           return file.substr(0, file.find('.'));
+                           return file.substr(7, file.find('.') - 7);
                          });
 
 }  // namespace

@@ -41,19 +41,19 @@ Mass MassOf(const ScalarGrid& grid) {
 }
 
 TEST(SmokePlume, RisesOutOfItsBurner) {
-  SceneFileRun run(kScene, 2, Coarse());
+  SceneFileRun run(kScene, Coarse());
   double height = 0;
   for (int frame = 0; frame <= 48; frame += 12) {
     run.StepThrough(std::max(frame - 11, 0), frame);
     if (frame == 0) continue;
-    const Mass mass = MassOf(*run.NodeOf<ScalarGridChannel>("Plume/smoke").grid);
+    const Mass mass = MassOf(*run.Get<ScalarGridChannel>("Plume/smoke").grid);
     EXPECT_GT(mass.sum, 0);
     EXPECT_GT(mass.height, height + 0.01) << "frame " << frame;
     height = mass.height;
   }
   EXPECT_GT(height, 0.8);  // m; the burner's centre stands at 0.55
   EXPECT_FALSE(run.scene().failure()) << run.scene().failure()->text;
-  EXPECT_TRUE(run.warnings.empty()) << run.warnings[0].second;
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
   ASSERT_FALSE(run.reports.empty());
   for (const SubstepReport& report : run.reports) {
     for (const SolverReport& solve : report.solvers) {
@@ -64,9 +64,9 @@ TEST(SmokePlume, RisesOutOfItsBurner) {
 }
 
 TEST(SmokePlume, StaysMirrorSymmetric) {
-  SceneFileRun run(kScene, 2, Coarse({"Plume/Air.pressure_accuracy=0.5"}));
+  SceneFileRun run(kScene, Coarse({"Plume/Air.pressure_accuracy=0.5"}));
   run.StepThrough(0, 36);
-  const ScalarGrid& smoke = *run.NodeOf<ScalarGridChannel>("Plume/smoke").grid;
+  const ScalarGrid& smoke = *run.Get<ScalarGridChannel>("Plume/smoke").grid;
   const VecInt3D n = smoke.dims;
   double most = 0, apart = 0;
   for (int k = 0; k < n.z; ++k) {
@@ -84,10 +84,9 @@ TEST(SmokePlume, StaysMirrorSymmetric) {
 
 TEST(SmokePlume, MassInAClosedBoxIsWhatWasEmitted) {
   SceneFileRun run(
-      kScene, 2,
-      Coarse({"Plume/Air.face_y_max=closed", "Plume/smoke.value_max=1e6", "Move smoke.scheme=conservative"}));
+      kScene, Coarse({"Plume/Air.face_y_max=closed", "Plume/smoke.value_max=1e6", "Move smoke.scheme=conservative"}));
   run.StepThrough(0, 2);
-  const auto smoke = [&]() -> const ScalarGrid& { return *run.NodeOf<ScalarGridChannel>("Plume/smoke").grid; };
+  const auto smoke = [&]() -> const ScalarGrid& { return *run.Get<ScalarGridChannel>("Plume/smoke").grid; };
   const double first = MassOf(smoke()).sum;
   run.StepThrough(3, 3);
   const double perFrame = MassOf(smoke()).sum - first;
@@ -98,7 +97,7 @@ TEST(SmokePlume, MassInAClosedBoxIsWhatWasEmitted) {
 }
 
 TEST(SmokePlume, BoxFollowsTheSmoke) {
-  SceneFileRun run(kScene, 2, {"Plume.voxel_size=0.125", "Plume/Air.margin=4"});
+  SceneFileRun run(kScene, {"Plume.voxel_size=0.125", "Plume/Air.margin=4"});
   run.StepThrough(0, 4);
   const std::int64_t early = run.reports.back().cells;
   run.StepThrough(5, 48);
@@ -112,9 +111,8 @@ TEST(SmokePlume, BoxFollowsTheSmoke) {
 TEST(SmokePlumeSlow, KeepsAtMost115BytesACellAndTakes240) {
   for (const char* solver : {"conjugate_gradients", "multigrid", "gauss"}) {
     SceneFileRun run(
-        kScene, 2,
-        {"Plume.voxel_size=0.03125", "Plume/Air.container=[393.75, 393.75, 393.75]", "Plume/Air.margin=126",
-         "Plume/Air.pressure_iterations=3", std::string("Plume/Air.pressure_solver=") + solver});
+        kScene, {"Plume.voxel_size=0.03125", "Plume/Air.container=[393.75, 393.75, 393.75]", "Plume/Air.margin=126",
+                 "Plume/Air.pressure_iterations=3", std::string("Plume/Air.pressure_solver=") + solver});
     run.StepThrough(0, 2);
     const SubstepReport& report = run.reports.back();
     ASSERT_EQ(report.cells, 128 * 128 * 128);
@@ -130,7 +128,7 @@ TEST(SmokePlumeSlow, KeepsAtMost115BytesACellAndTakes240) {
 TEST(SmokePlumeThreads, AnyNumberOfWorkersGivesTheSameHash) {
   std::vector<std::uint64_t> hashes;
   for (const int workers : {1, 2, 3, 8}) {
-    SceneFileRun run(kScene, workers, Coarse());
+    SceneFileRun run(kScene, Coarse(), workers);
     run.StepThrough(0, 10);
     hashes.push_back(run.scene().HashState());
   }
