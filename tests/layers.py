@@ -1,67 +1,67 @@
 #!/usr/bin/env python3
-"""Rejects an #include against the arrows of the layers. The lists below are the architecture: a folder may include
-itself and what stands in the lines above it, as the line says."""
+"""Rejects an #include against the arrows of the layers. CMakeLists.txt is the architecture: each folder with sources is
+an orlix_library there, and may include itself and what its DEPS lead to. `layers.py --map` prints the rooms, lowest
+first, as ARCHITECTURE.md shows them."""
 import pathlib
 import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-KERNELS = ["globals", "host", "fluids/grids", "fluids/scene"]
-# folder -> folders that it may include (itself is always allowed)
-ALLOWED = {
-    "globals": [],
-    "host/threads": ["globals"],
-    "host/description": ["globals"],
-    "host/objects": ["globals", "host/description"],
-    "host/ui": ["globals"],
-    "host/files": ["globals"],
-    "host/noise": ["globals"],
-    "host/geometry": ["globals", "host/description", "host/objects", "host/files", "host/threads"],
-    "host/render": ["globals", "host"],
-    "fluids/grids": ["globals", "host/threads"],
-    "fluids/scene": ["globals", "host", "fluids/grids"],
-    "fluids/channels": KERNELS,
-    "fluids/volume": KERNELS,
-    "fluids/constraints": KERNELS + ["fluids/channels", "fluids/volume"],
-    "fluids/emitters": KERNELS + ["fluids/channels", "fluids/volume", "fluids/constraints"],
-    "fluids/dynamics": KERNELS + ["fluids/channels", "fluids/volume", "fluids/constraints", "fluids/emitters"],
-}
-NODES = KERNELS + ["fluids/channels", "fluids/volume", "fluids/constraints", "fluids/emitters", "fluids/dynamics"]
-for family in ["forces", "operators", "caches", "volume_renderer"]:
-    ALLOWED["fluids/" + family] = NODES
-ALLOWED["exchange"] = ["globals", "host", "fluids"]
-ALLOWED["main"] = ["globals", "host", "fluids"]
-ALLOWED["apps"] = ["globals", "host", "fluids", "main", "exchange"]
+FREE = ("tests", "benchmarks", "fuzz", "build", "out")
 
 
-def folder_of(path):
+def read_layers():
+    """Folder -> folders of its DEPS, in the order of the file."""
+    layers = {}
+    text = (ROOT / "CMakeLists.txt").read_text()
+    for folder, rest in re.findall(r"^orlix_library\((\S+)([^)]*)\)", text, re.M):
+        deps = []
+        for name in re.findall(r"\borlix_(\w+)", rest):
+            known = [f for f in layers if f.replace("/", "_") == name]
+            if not known:
+                sys.exit(f"CMakeLists.txt: {folder} depends on orlix_{name}, which no line above it makes")
+            deps.append(known[0])
+        layers[folder] = deps
+    return layers
+
+
+def reach(layers):
+    """Folder -> all folders that it may include."""
+    allowed = {}
+    for folder, deps in layers.items():
+        allowed[folder] = {folder}.union(*(allowed[d] for d in deps)) if deps else {folder}
+    return allowed
+
+
+def folder_of(path, layers):
     """The longest listed folder that holds path."""
-    best = ""
-    for folder in ALLOWED:
-        if path.startswith(folder + "/") and len(folder) > len(best):
-            best = folder
-    return best
+    return max((f for f in layers if path.startswith(f + "/")), key=len, default="")
 
 
 def main():
+    layers = read_layers()
+    if "--map" in sys.argv:
+        for folder, deps in layers.items():
+            print(f"{folder:24} {' '.join(deps)}")
+        return 0
+    allowed = reach(layers)
     bad, checked = [], 0
     for pattern in ("*.h", "*.cpp"):
         for file in ROOT.rglob(pattern):
             path = file.relative_to(ROOT).as_posix()
-            own = folder_of(path)
+            if path.split("/")[0] in FREE:
+                continue
+            own = folder_of(path, layers)
             if not own:
-                if path.split("/")[0] not in ("tests", "benchmarks", "fuzz", "build"):
-                    bad.append(f"{path}: stands in no layer")
+                bad.append(f"{path}: stands in no layer")
                 continue
             for number, line in enumerate(file.read_text(errors="replace").splitlines(), 1):
                 match = re.match(r'\s*#include "([^"]+)"', line)
                 if not match:
                     continue
                 checked += 1
-                target = match.group(1)
-                allowed = [own] + ALLOWED[own]
-                if not any(target.startswith(folder + "/") for folder in allowed):
-                    bad.append(f'{path}:{number}: {own} must not include "{target}"')
+                if folder_of(match.group(1), layers) not in allowed[own]:
+                    bad.append(f'{path}:{number}: {own} must not include "{match.group(1)}"')
     for line in bad:
         print(line)
     print(f"layers: {checked} includes checked, {len(bad)} against the arrows")

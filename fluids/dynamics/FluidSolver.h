@@ -8,11 +8,11 @@
 #include <memory>
 #include <optional>
 
+#include "fluids/boundary/GridBoundary.h"
+#include "fluids/boundary/Grid_VolumeFractions.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VelocityGridChannel.h"
-#include "fluids/dynamics/GridBoundary.h"
 #include "fluids/dynamics/GridExtrapolation.h"
-#include "fluids/dynamics/Grid_VolumeFractions.h"
 #include "fluids/dynamics/VelocityConstrain.h"
 #include "fluids/scene/iCachedGrids.h"
 

@@ -1,6 +1,6 @@
 // What the gas solver does in the stages of a sub-step.
 
-#include "fluids/dynamics/ContainerBoundary.h"
+#include "fluids/boundary/ContainerBoundary.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/dynamics/Grid_Incompressibility.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"

@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 
-#include "fluids/dynamics/ExtrapolationLayers.h"
+#include "fluids/boundary/ExtrapolationLayers.h"
 #include "fluids/scene/iObject.h"
 
 namespace orlix {

@@ -4,9 +4,9 @@
 #include <cstdio>
 
 #include "fluids/channels/ScalarChannels.h"
-#include "fluids/dynamics/BodyMotion.h"
 #include "fluids/dynamics/FluidSolver.h"
-#include "fluids/dynamics/MultigridCycle.h"
+#include "fluids/pressure/BodyMotion.h"
+#include "fluids/pressure/MultigridCycle.h"
 #include "fluids/volume/VolumeBase.h"
 
 namespace orlix {

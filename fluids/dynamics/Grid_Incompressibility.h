@@ -13,10 +13,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "fluids/dynamics/Grid_CGSolver.h"
-#include "fluids/dynamics/Grid_GaussSolver.h"
-#include "fluids/dynamics/Grid_MultigridSolver.h"
-#include "fluids/dynamics/PressureAssembly.h"
+#include "fluids/pressure/Grid_CGSolver.h"
+#include "fluids/pressure/Grid_GaussSolver.h"
+#include "fluids/pressure/Grid_MultigridSolver.h"
+#include "fluids/pressure/PressureAssembly.h"
 #include "host/description/Parameter.h"
 
 namespace orlix {

@@ -1,6 +1,6 @@
 #include "fluids/dynamics/VelocityConstrain.h"
 
-#include "fluids/dynamics/FaceVelocity.h"
+#include "fluids/boundary/FaceVelocity.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/volume/VolumeBase.h"
 

@@ -1,6 +1,6 @@
 #include "fluids/operators/GridAdvection.h"
 
-#include "fluids/dynamics/ConservativeAdvection.h"
+#include "fluids/advection/ConservativeAdvection.h"
 #include "fluids/dynamics/FluidSolver.h"
 
 namespace orlix {

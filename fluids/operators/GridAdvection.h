@@ -3,9 +3,9 @@
 
 #include <array>
 
+#include "fluids/advection/AdvectionKernels.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
-#include "fluids/dynamics/AdvectionKernels.h"
 
 namespace orlix {
 

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
-#include "fluids/dynamics/PressureSystem.h"
 #include "fluids/grids/Grid.h"
+#include "fluids/pressure/PressureSystem.h"
 
 namespace orlix::test {
 

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "fluids/dynamics/GridBoundary.h"
+#include "fluids/boundary/GridBoundary.h"
 #include "fluids/volume/VolumeMesh.h"
 #include "tests/support/SceneFileRun.h"
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <random>
 
-#include "fluids/dynamics/AdvectionKernels.h"
+#include "fluids/advection/AdvectionKernels.h"
 
 namespace orlix::test {
 

@@ -4,7 +4,7 @@
 
 #include <tuple>
 
-#include "fluids/dynamics/AdvectionPass.h"
+#include "fluids/advection/AdvectionPass.h"
 #include "tests/fluids/advection/AdvectionFixture.h"
 
 namespace orlix {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fluids/dynamics/ConservativeAdvection.h"
+#include "fluids/advection/ConservativeAdvection.h"
 #include "tests/fluids/advection/AdvectionFixture.h"
 
 namespace orlix {

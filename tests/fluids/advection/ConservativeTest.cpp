@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "fluids/dynamics/ConservativeAdvection.h"
+#include "fluids/advection/ConservativeAdvection.h"
 #include "tests/fluids/advection/AdvectionFixture.h"
 
 namespace orlix {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fluids/dynamics/Grid_Cellstates.h"
-#include "tests/fluids/dynamics/DynamicsFields.h"
+#include "tests/support/DynamicsFields.h"
 #include "tests/support/GasScene.h"
 
 namespace orlix {

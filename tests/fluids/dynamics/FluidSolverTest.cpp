@@ -6,7 +6,7 @@
 
 #include "fluids/dynamics/Grid_Incompressibility.h"
 #include "fluids/volume/VolumeBase.h"
-#include "tests/fluids/dynamics/DynamicsFields.h"
+#include "tests/support/DynamicsFields.h"
 #include "tests/support/GasScene.h"
 
 namespace orlix {

@@ -5,14 +5,14 @@
 #include <cstring>
 #include <limits>
 
-#include "fluids/dynamics/ContainerBoundary.h"
-#include "fluids/dynamics/ExtrapolationLayers.h"
-#include "fluids/dynamics/FaceVelocity.h"
-#include "fluids/dynamics/SolidView.h"
+#include "fluids/boundary/ContainerBoundary.h"
+#include "fluids/boundary/ExtrapolationLayers.h"
+#include "fluids/boundary/FaceVelocity.h"
+#include "fluids/boundary/SolidView.h"
 #include "fluids/dynamics/SpeedKernel.h"
 #include "fluids/grids/ScratchPool.h"
 #include "host/threads/WorkerPool.h"
-#include "tests/fluids/dynamics/DynamicsFields.h"
+#include "tests/support/DynamicsFields.h"
 
 namespace orlix {
 namespace {

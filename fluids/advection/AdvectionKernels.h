@@ -1,0 +1,58 @@
+#pragma once
+// Moves a grid through a velocity: plain semi-Lagrangian (Stam 1999) and MacCormack (Selle, Fedkiw, Kim, Liu and
+// Rossignac 2008). Free functions over views; nothing virtual per cell, rows of x in vectors, slabs of z over workers,
+// the same bits at any number of them.
+//
+//   scheme           traces a cell   kept a cell   order in space and time
+//   semi-Lagrangian  1               -             1
+//   MacCormack       2               12 bytes      2, limited to the range of the eight source cells
+//
+// All visit the interior [1, n - 1) of the array. A cell whose sample lies inside a solid receives nothing.
+
+#include <cstdint>
+#include <vector>
+
+#include "fluids/advection/AdvectionField.h"
+#include "host/threads/WorkerPool.h"
+
+namespace orlix {
+
+// How the advected quantity is sampled at the traced point. Any other number is trilinear.
+enum class AdvectionSampling : int { Trilinear = 0, QuadraticBSpline = 1, MonotoneCubic = 2 };
+
+// Cells [first, last) of a row along x.
+struct RowSpan {
+  std::int32_t first, last;
+  bool IsEmpty() const { return first >= last; }
+};
+// One a row of a grid: (j, k) stands at [k * ny + j].
+using RowSpans = std::vector<RowSpan>;
+
+struct AdvectionSource {
+  GridView<const double> values;
+  Vec3D offset;                           // of the samples in their cells
+  const CellMask* insideSolid = nullptr;  // of the samples; null or empty: none
+  AdvectionSampling sampling = AdvectionSampling::Trilinear;
+  // All values outside are 0: cells that only those can reach aren't traced. Without rows, any may be something.
+  RowSpans content;
+};
+
+// From the first to the last value of each row that isn't 0.
+RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool);
+
+// result keeps what it held in cells inside solids and on the border. Not the source's memory.
+void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
+                          WorkerPool& pool);
+
+// What MacCormack needs beside source and result: arrays of the source's dims. Their content doesn't matter.
+struct MacCormackScratch {
+  GridView<double> forward;
+  GridView<std::int32_t> traced;
+};
+
+// field.dt is the time step. strength weighs the error term: 1 is the scheme, 0 the plain one. A cell inside a solid
+// ends as strength / 2 times its source; the border keeps what it held.
+void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, float strength,
+                      GridView<double> result, const MacCormackScratch& scratch, WorkerPool& pool);
+
+}  // namespace orlix

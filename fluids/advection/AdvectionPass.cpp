@@ -1,0 +1,251 @@
+#include "fluids/advection/AdvectionPass.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include <atomic>
+#include <cmath>
+
+#include "globals/Multiversion.h"
+
+#define ORLIX_ROWS advection_baseline
+#define ORLIX_ROWS_TARGET
+#define ORLIX_ROWS_LANES 4
+#include "fluids/advection/AdvectionRows.h"
+
+#if defined(__x86_64__)
+#undef ORLIX_ROWS
+#undef ORLIX_ROWS_TARGET
+#define ORLIX_ROWS_AVX
+#define ORLIX_ROWS advection_avx2
+#define ORLIX_ROWS_TARGET __attribute__((target("avx2")))
+#include "fluids/advection/AdvectionRows.h"
+
+#undef ORLIX_ROWS
+#undef ORLIX_ROWS_TARGET
+#undef ORLIX_ROWS_LANES
+#define ORLIX_ROWS_AVX512
+#define ORLIX_ROWS advection_avx512
+#define ORLIX_ROWS_TARGET __attribute__((target("avx2,avx512f,avx512dq,avx512vl")))
+#define ORLIX_ROWS_LANES 8
+#include "fluids/advection/AdvectionRows.h"
+#endif
+
+namespace orlix {
+
+namespace {
+
+#define ORLIX_KERNELS_OF(rows) \
+  AdvectionRunKernels { rows::kLanes, rows::FirstVelocity, rows::TraceRun, rows::SampleRun, rows::CorrectRun }
+
+std::atomic<int> widest{512};
+
+AdvectionRunKernels ChooseKernels() {
+#if defined(__x86_64__)
+  if (widest >= 512 && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl")) {
+    return ORLIX_KERNELS_OF(advection_avx512);
+  }
+  if (widest >= 256 && __builtin_cpu_supports("avx2")) return ORLIX_KERNELS_OF(advection_avx2);
+#endif
+  return ORLIX_KERNELS_OF(advection_baseline);
+}
+
+// The source stands on the velocity's lattice. A sample on a face or corner has one more array cell along that axis.
+bool SameLattice(const VelocityView& velocity, const AdvectionSource& source) {
+  const VecInt3D cells = velocity.component[0].dims - VecInt3D(1, 0, 0);
+  VecInt3D extra;
+  for (int axis = 0; axis < 3; ++axis) extra[axis] = source.offset[axis] == 0 ? 1 : 0;
+  return velocity.component[1].dims == cells + VecInt3D(0, 1, 0) &&
+         velocity.component[2].dims == cells + VecInt3D(0, 0, 1) && source.values.dims == cells + extra;
+}
+
+Interpolation ModeOf(AdvectionSampling sampling) {
+  return sampling == AdvectionSampling::QuadraticBSpline ? Interpolation::QuadraticBSpline
+         : sampling == AdvectionSampling::MonotoneCubic  ? Interpolation::MonotoneCubic
+                                                         : Interpolation::Trilinear;
+}
+
+// Calls f(block, first cell) for each marked block of cells.
+template <class F>
+void ForEachBlock(std::uint32_t blocks, int lanes, int count, F&& f) {
+  for (; blocks != 0; blocks &= blocks - 1) {
+    const int block = __builtin_ctz(blocks);
+    f(1u << block, std::min(block * lanes, count - lanes));
+  }
+}
+
+double CorrectCell(const MacCormackRow& row, int l, double back) {
+  const double source = row.source[l], forward = row.forward[l];
+  const std::int32_t cell = row.traced[l];
+  if (cell == kMovedCell) return forward;
+  if (cell == kSolidCell) return row.strength * source;
+  const double* p = row.grid.data + cell;
+  const std::int64_t nx = row.grid.dims.x, slab = row.grid.slab;
+  double low = p[0], high = p[0];
+  for (const std::int64_t corner : {std::int64_t(1), nx, nx + 1, slab, slab + 1, slab + nx, slab + nx + 1}) {
+    low = p[corner] < low ? p[corner] : low;
+    high = high < p[corner] ? p[corner] : high;
+  }
+  const double corrected = forward + row.strength * (source - back);
+  return corrected < low ? low : high < corrected ? high : corrected;
+}
+
+// The largest magnitude of a piece of an array. NaN counts as nothing.
+ORLIX_MULTIVERSION double LargestMagnitude(const double* data, std::int64_t count) {
+  constexpr int kLanes = 8;
+  double most[kLanes] = {};
+  std::int64_t at = 0;
+  for (; at + kLanes <= count; at += kLanes) {
+    for (int l = 0; l < kLanes; ++l) {
+      const double magnitude = std::fabs(data[at + l]);
+      most[l] = most[l] < magnitude ? magnitude : most[l];
+    }
+  }
+  for (; at < count; ++at) most[0] = std::max(most[0], std::fabs(data[at]));
+  return *std::max_element(most, most + kLanes);
+}
+
+Vec3D LargestSpeeds(const VelocityView& velocity, WorkerPool& pool) {
+  Vec3D largest;
+  for (int c = 0; c < 3; ++c) {
+    const GridView<const double>& grid = velocity.component[c];
+    double ofWorker[WorkerPool::kMaxWorkers] = {};
+    ParallelRange(pool, 0, grid.dims.z, [&](int begin, int end, int worker) {
+      ofWorker[worker] = LargestMagnitude(grid.data + grid.slab * begin, grid.slab * (end - begin));
+    });
+    largest[c] = *std::max_element(std::begin(ofWorker), std::end(ofWorker));
+  }
+  return largest;
+}
+
+// Each row becomes the hull of the rows up to reach away along y (axis 1) or z.
+void Widen(RowSpans& rows, const VecInt3D& n, int axis, int reach) {
+  const RowSpans before = rows;
+  for (int k = 0; k < n.z; ++k) {
+    for (int j = 0; j < n.y; ++j) {
+      const int at = axis == 1 ? j : k, stride = axis == 1 ? 1 : n.y, row = k * n.y + j;
+      RowSpan hull{n.x, 0};
+      for (int a = std::max(at - reach, 0); a <= std::min(at + reach, n[axis] - 1); ++a) {
+        const RowSpan& span = before[static_cast<std::size_t>(row + (a - at) * stride)];
+        if (span.IsEmpty()) continue;
+        hull = {std::min(hull.first, span.first), std::max(hull.last, span.last)};
+      }
+      rows[static_cast<std::size_t>(row)] = hull;
+    }
+  }
+}
+
+// The interior cells whose traced points may sample something in the source's content. Each stage of an integrator is a
+// mean of velocities, so that no point moves further than the top speed takes it.
+RowSpans ReachedCells(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool) {
+  const VecInt3D n = source.values.dims;
+  std::int64_t filled = 0;
+  for (const RowSpan& span : source.content) filled += span.last - span.first;
+  // The speeds cost a read of the velocity: not for a content that fills most of the grid.
+  if (source.content.empty() || 2 * filled > CellCount(n)) {
+    return RowSpans(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {1, n.x - 1});
+  }
+  RowSpans reached = source.content;
+  VecInt3D reach;
+  if (filled > 0) {
+    // Two cells for the widest sample, one for what the clamp to the domain and roundings move.
+    double spread = 3;
+    if (field.solid.HasData() && !field.bricks->IsEmpty()) {
+      spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
+    }
+    const Vec3D speed = LargestSpeeds(field.velocity, pool);
+    for (int axis = 0; axis < 3; ++axis) {
+      const double cells = std::fabs(field.Step()) * speed[axis] + spread;
+      reach[axis] = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) : n[axis];
+    }
+    Widen(reached, n, 1, reach.y);
+    Widen(reached, n, 2, reach.z);
+  }
+  for (RowSpan& span : reached) {
+    span = span.IsEmpty() ? RowSpan{n.x - 1, n.x - 1}
+                          : RowSpan{std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
+  }
+  return reached;
+}
+
+}  // namespace
+
+void LimitAdvectionVectors(int bits) { widest = bits; }
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             WorkerPool& pool)
+    : AdvectionPass(field, source, beside, pool, ReachedCells(field, source, pool)) {}
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             const AdvectionPass& other)
+    : AdvectionPass(field, source, beside, other.pool_, other.reached_) {}
+
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
+                             WorkerPool& pool, RowSpans reached)
+    : field_(field),
+      source_(source),
+      pool_(pool),
+      blocks_(IsKnown(field.integrator) && SameLattice(field.velocity, source)),
+      kernels_(ChooseKernels()),
+      reached_(std::move(reached)),
+      touched_{field.velocity.component[0],
+               field.velocity.component[1],
+               field.velocity.component[2],
+               source.values,
+               beside[0],
+               beside[1]} {}
+
+// One cell, from its start to its source cell.
+void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {
+  Vec3D point = field_.Trace({run.start.x + l, run.start.y, run.start.z});
+  const std::uint64_t bit = std::uint64_t(1) << l;
+  run.moved = field_.Resolve(point) ? run.moved | bit : run.moved & ~bit;
+  for (int axis = 0; axis < 3; ++axis) run.place[axis][l] = point[axis];
+  const VecInt3D n = source_.values.dims;
+  const Vec3D at = point - source_.offset;
+  run.cell[l] = static_cast<std::int32_t>(
+      source_.values.Index(LinearAxis(at.x, n.x).i, LinearAxis(at.y, n.y).i, LinearAxis(at.z, n.z).i));
+}
+
+void AdvectionPass::Trace(AdvectionRun& run) const {
+  run.start = Vec3D(run.begin, run.j, run.k) + source_.offset;
+  run.again = run.near = 0, run.moved = 0;
+  if (!InBlocks(run)) {
+    for (int l = 0; l < run.count; ++l) TraceCell(run, l);
+    return;
+  }
+  kernels_.firstVelocity(field_.velocity, source_.offset, run);
+  kernels_.trace(field_, source_, run);
+  ForEachBlock(run.near, kernels_.lanes, run.count, [&](std::uint32_t block, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) {
+      if (field_.bricks->Touches({run.place[0][l], run.place[1][l], run.place[2][l]})) run.again |= block;
+    }
+  });
+  ForEachBlock(run.again, kernels_.lanes, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) TraceCell(run, l);
+  });
+}
+
+void AdvectionPass::SampleCell(AdvectionRun& run, int l) const {
+  const Vec3D at = Vec3D(run.place[0][l], run.place[1][l], run.place[2][l]) - source_.offset;
+  run.value[l] = SampleGrid(source_.values, at.x, at.y, at.z, ModeOf(source_.sampling));
+}
+
+void AdvectionPass::Sample(AdvectionRun& run) const {
+  if (!InBlocks(run)) {
+    for (int l = 0; l < run.count; ++l) SampleCell(run, l);
+    return;
+  }
+  kernels_.sample(source_, run);
+  ForEachBlock(run.again, kernels_.lanes, run.count, [&](std::uint32_t, int first) {
+    for (int l = first; l < first + kernels_.lanes; ++l) SampleCell(run, l);
+  });
+}
+
+void AdvectionPass::Correct(const MacCormackRow& row, AdvectionRun& run) const {
+  if (run.count >= kernels_.lanes) return kernels_.correct(row, run);
+  for (int l = 0; l < run.count; ++l) row.result[l] = CorrectCell(row, l, run.value[l]);
+}
+
+}  // namespace orlix
