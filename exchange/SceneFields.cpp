@@ -5,7 +5,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

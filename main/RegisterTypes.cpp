@@ -9,8 +9,8 @@
 #include "fluids/operators/OperatorTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
-#include "fluids/volume/VolumeTypes.h"
 #include "fluids/volume_renderer/VolumeRendererTypes.h"
+#include "fluids/volumes/VolumeTypes.h"
 #include "host/geometry/GeometryTypes.h"
 #include "host/render/RenderTypes.h"
 

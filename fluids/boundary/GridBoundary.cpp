@@ -5,7 +5,7 @@
 
 #include "fluids/boundary/InsideKernel.h"
 #include "fluids/boundary/SolidDistance.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

@@ -2,7 +2,7 @@
 // Acts along a gradient that is laid out from an object: its first component is the strength.
 
 #include "fluids/constraints/Constraint.h"
-#include "fluids/volume/AlignmentVector3D.h"
+#include "fluids/volumes/AlignmentVector3D.h"
 
 namespace orlix {
 

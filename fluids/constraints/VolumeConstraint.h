@@ -2,7 +2,7 @@
 // Acts inside a volume, or below a liquid's surface.
 
 #include "fluids/constraints/Constraint.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

@@ -7,7 +7,7 @@
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/pressure/BodyMotion.h"
 #include "fluids/pressure/MultigridCycle.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

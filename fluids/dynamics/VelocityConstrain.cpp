@@ -2,7 +2,7 @@
 
 #include "fluids/boundary/FaceVelocity.h"
 #include "fluids/dynamics/FluidSolver.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

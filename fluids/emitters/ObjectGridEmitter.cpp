@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 

@@ -9,7 +9,7 @@
 #include "fluids/channels/ChannelPair.h"
 #include "fluids/constraints/Constraint.h"
 #include "fluids/emitters/GridEmissionSettings.h"
-#include "fluids/volume/ObjectVolume.h"
+#include "fluids/volumes/ObjectVolume.h"
 
 namespace orlix {
 

@@ -2,7 +2,7 @@
 // A constant acceleration: gravity, wind. Or, with an alignment, one whose direction differs from place to place.
 
 #include "fluids/forces/ConstrainedForce.h"
-#include "fluids/volume/AlignmentVector3D.h"
+#include "fluids/volumes/AlignmentVector3D.h"
 
 namespace orlix {
 

@@ -4,8 +4,8 @@
 #include <functional>
 
 #include "fluids/grids/GridSpace.h"
+#include "fluids/level_sets/LevelSetView.h"
 #include "fluids/pressure/PressureAssembly.h"
-#include "fluids/volume/LevelSetView.h"
 
 namespace orlix {
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <new>
 
-#include "fluids/volume/FastSweeper.h"
+#include "fluids/level_sets/FastSweeper.h"
 #include "fluids/volume_renderer/Diffusor.h"
 
 namespace orlix {

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "fluids/boundary/GridBoundary.h"
-#include "fluids/volume/VolumeMesh.h"
+#include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/SceneFileRun.h"
 
 namespace orlix {

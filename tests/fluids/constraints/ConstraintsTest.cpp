@@ -5,7 +5,7 @@
 #include "fluids/constraints/ChannelAverageConstraint.h"
 #include "fluids/constraints/NoiseConstraint.h"
 #include "fluids/constraints/RowWeights.h"
-#include "fluids/volume/VolumeMesh.h"
+#include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/NodeBench.h"
 
 namespace orlix {

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "fluids/dynamics/Grid_Incompressibility.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 #include "tests/support/DynamicsFields.h"
 #include "tests/support/GasScene.h"
 

@@ -6,7 +6,7 @@
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/emitters/Grid_CellEmitter.h"
 #include "fluids/emitters/ObjectGridEmitter.h"
-#include "fluids/volume/VolumeBase.h"
+#include "fluids/volumes/VolumeBase.h"
 #include "tests/support/GasScene.h"
 
 namespace orlix {

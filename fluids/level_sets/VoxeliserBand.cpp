@@ -1,0 +1,355 @@
+#include "fluids/level_sets/VoxeliserBand.h"
+
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "fluids/level_sets/CornerBound.h"
+#include "fluids/level_sets/RowCrossing.h"
+#include "fluids/level_sets/TriangleLanes.h"
+#include "globals/Multiversion.h"
+#include "host/threads/WorkerPool.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kSlabLayers = 4;   // a slab's nodes stay in the cache while its triangles pass
+constexpr int kChunks = 256;     // pieces of the triangle list for binning
+constexpr int kSmallReach = 16;  // nodes; of a triangle with a wider box, box and plane bound better than corners
+
+constexpr double kFar = std::numeric_limits<double>::max();
+constexpr int kLevels = 3;
+int LevelOf(std::int32_t triangle) {
+  const std::uint32_t mixed = static_cast<std::uint32_t>(triangle) * 2654435761u >> 26;
+  return mixed < 2 ? 0 : mixed < 12 ? 1 : 2;
+}
+
+double Clamped(double value, int n) { return value < 0 ? 0 : value > n - 1 ? n - 1 : value; }
+
+// Nodes of one axis, both ends inclusive.
+struct Span {
+  int first, last;
+};
+Span BandSpan(double low, double high, int band, int n) {
+  return {static_cast<int>(Clamped(std::trunc(low) - band, n)),
+          static_cast<int>(Clamped(std::trunc(high) + band + 1, n))};
+}
+Span RowSpan(double low, double high, int n) {
+  return {static_cast<int>(Clamped(std::ceil(low), n)), static_cast<int>(Clamped(std::floor(high), n))};
+}
+
+// Both bounds are a little lower than they might be, so that they are never above a distance that rounding made a
+// little small.
+
+// Of a large triangle: its box, and its plane.
+struct BoxBound {
+  Vec3D low, high;
+  Vec3D normal;  // 0: don't use the plane
+  double planeAt3 = 0, slack;
+
+  BoxBound(const TriangleTerms& t, double extent)
+      : low(Min(Min(t.x1, t.x2), t.x3)), high(Max(Max(t.x1, t.x2), t.x3)), slack(1e-12 * extent) {
+    low -= Vec3D(slack);
+    high += Vec3D(slack);
+    const Vec3D across = Cross(t.x1 - t.x3, t.x2 - t.x3);
+    const double area = LengthSquared(across);
+    // The plane of a thin triangle is known too badly.
+    if (area > 1e-4 * t.m13 * t.m23) normal = across / std::sqrt(area);
+    planeAt3 = Dot(normal, t.x3);
+  }
+  static double Outside(double p, double lowest, double highest) {
+    const double below = lowest - p, above = p - highest;
+    return std::max({below, above, 0.0});
+  }
+
+  // What is the same along a row.
+  struct Row {
+    double outside, plane;
+  };
+  Row OfRow(double y, double z) const {
+    const double outY = Outside(y, low.y, high.y), outZ = Outside(z, low.z, high.z);
+    return {outY * outY + outZ * outZ, normal.y * y + normal.z * z - planeAt3};
+  }
+  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+    const Lanes zero{}, below = low.x - x, above = x - high.x;
+    Lanes outside = below > above ? below : above;
+    outside = outside > zero ? outside : zero;
+    least = outside * outside + row.outside;
+    Lanes plane = normal.x * x + row.plane;
+    plane = (plane > zero ? plane : -plane) - slack;
+    plane = plane > zero ? plane * plane : zero;
+    least = plane > least ? plane : least;
+  }
+};
+
+// Of a small one: its corners.
+struct CornersBound {
+  Vec3D corner[3];
+  double slack;
+
+  CornersBound(const TriangleTerms& t, double squaredRadius, double extent, double reach)
+      : corner{t.x1, t.x2, t.x3}, slack(squaredRadius * (1 + 1e-9) + 1e-14 * extent * reach) {}
+
+  struct Row {
+    double outside[3];
+  };
+  Row OfRow(double y, double z) const {
+    Row row;
+    for (int c = 0; c < 3; ++c) {
+      const double dy = y - corner[c].y, dz = z - corner[c].z;
+      row.outside[c] = dy * dy + dz * dz - slack;
+    }
+    return row;
+  }
+  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+    const Lanes d1 = x - corner[0].x, d2 = x - corner[1].x, d3 = x - corner[2].x;
+    const Lanes e1 = d1 * d1 + row.outside[0], e2 = d2 * d2 + row.outside[1], e3 = d3 * d3 + row.outside[2];
+    const Lanes e12 = e1 < e2 ? e1 : e2;
+    least = e12 < e3 ? e12 : e3;
+  }
+};
+
+// What rows of nodes are written to, and the places of nodes in the world.
+struct BandField {
+  const double *x, *y, *z;
+  GridView<double> squared;
+  std::int32_t* closest;
+};
+
+// Nodes first to last in each axis.
+struct Block {
+  Span x, y, z;
+};
+
+ORLIX_LANES bool AnyLane(const decltype(Lanes{} < Lanes{}) & mask) {
+  const auto half = mask | __builtin_shufflevector(mask, mask, 2, 3, 0, 1);
+  return (half[0] | half[1]) != 0;
+}
+
+// One row at a time, for triangles of any size.
+ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& block, const TriangleTerms& t,
+                                       const BoxBound& bound, std::int32_t triangle) {
+  const Lanes zero{};
+  LaneTriangle<double> lanes;
+  Broadcast(lanes, t);
+  const int count = block.x.last - block.x.first + 1, here = std::min(count, kLanes);
+  for (int k = block.z.first; k <= block.z.last; ++k) {
+    for (int j = block.y.first; j <= block.y.last; ++j) {
+      const BoxBound::Row row = bound.OfRow(field.y[j], field.z[k]);
+      for (int next = 0; next < count; next += kLanes) {
+        // The last lanes are moved back into the row; to look at a node twice changes nothing.
+        const int i = block.x.first + std::max(std::min(next, count - kLanes), 0);
+        double* squared = field.squared.data + field.squared.Index(i, j, k);
+        std::int32_t* closest = field.closest + field.squared.Index(i, j, k);
+        Lanes x, best = zero - 1.0;  // lanes behind the end never improve
+        std::memcpy(&x, field.x + i, sizeof x);
+        for (int l = 0; l < here; ++l) best[l] = squared[l];
+        Lanes least, distance;
+        bound.Least(least, x, row);
+        if (!AnyLane(least <= best)) continue;
+        const LaneVector<Lanes> p{x, zero + field.y[j], zero + field.z[k]};
+        LaneSquaredDistances(distance, p, lanes);
+        for (int l = 0; l < here; ++l) {
+          if (distance[l] > best[l] || (distance[l] == best[l] && closest[l] < triangle)) continue;
+          squared[l] = distance[l];
+          closest[l] = triangle;
+        }
+      }
+    }
+  }
+}
+
+// A small triangle's rows, at least kLanes nodes each: first the lanes that pass the bound are listed, then they are
+// measured, so that neither loop has a branch to mispredict.
+ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& block, const TriangleTerms& t,
+                                       const CornersBound& bound, std::int32_t triangle) {
+  struct Place {
+    std::int64_t index;
+    std::int32_t i, row;
+  };
+  constexpr int kMostRows = kSlabLayers * kSmallReach, kMost = kMostRows * (kSmallReach / kLanes + 1);
+  Place places[kMost];
+  double rowY[kMostRows], rowZ[kMostRows];
+  int rows = 0, listed = 0;
+  for (int k = block.z.first; k <= block.z.last; ++k) {
+    for (int j = block.y.first; j <= block.y.last; ++j, ++rows) {
+      rowY[rows] = field.y[j], rowZ[rows] = field.z[k];
+      const CornersBound::Row row = bound.OfRow(rowY[rows], rowZ[rows]);
+      for (int next = block.x.first; next <= block.x.last; next += kLanes) {
+        // The last lanes are moved back into the row; to look at a node twice changes nothing.
+        const int i = std::min(next, block.x.last - kLanes + 1);
+        const std::int64_t index = field.squared.Index(i, j, k);
+        Lanes x, best, least;
+        std::memcpy(&x, field.x + i, sizeof x);
+        std::memcpy(&best, field.squared.data + index, sizeof best);
+        bound.Least(least, x, row);
+        places[listed] = {index, i, rows};
+        listed += AnyLane(least <= best);
+      }
+    }
+  }
+  if (listed == 0) return;
+  using Numbers = std::int32_t __attribute__((vector_size(kLanes * sizeof(std::int32_t))));
+  using Mask = decltype(Lanes{} < Lanes{});
+  const Lanes zero{};
+  LaneTriangle<double> lanes;
+  Broadcast(lanes, t);
+  for (int n = 0; n < listed; ++n) {
+    const Place& place = places[n];
+    Lanes x, best, distance;
+    Numbers closest;
+    std::memcpy(&x, field.x + place.i, sizeof x);
+    std::memcpy(&best, field.squared.data + place.index, sizeof best);
+    std::memcpy(&closest, field.closest + place.index, sizeof closest);
+    const LaneVector<Lanes> p{x, zero + rowY[place.row], zero + rowZ[place.row]};
+    LaneSquaredDistances(distance, p, lanes);
+    const Numbers before = closest > triangle;
+    Mask beforeWide;
+    for (int l = 0; l < kLanes; ++l) beforeWide[l] = before[l];
+    const Mask taken = (distance < best) | ((distance == best) & beforeWide);
+    best = taken ? distance : best;
+    using Halves = std::int32_t __attribute__((vector_size(2 * sizeof closest)));
+    const Halves halves = __builtin_bit_cast(Halves, taken);
+    const Numbers narrow = __builtin_shufflevector(halves, halves, 0, 2, 4, 6);
+    closest = (narrow & triangle) | (~narrow & closest);
+    std::memcpy(field.squared.data + place.index, &best, sizeof best);
+    std::memcpy(field.closest + place.index, &closest, sizeof closest);
+  }
+}
+
+// Which triangles reach which slab, in the triangles' order.
+class SlabBins {
+ public:
+  SlabBins(const NodeLattice& lattice, int band, const std::vector<TriangleTerms>& triangles, WorkerPool& pool)
+      : slabs_((lattice.dims.z + kSlabLayers - 1) / kSlabLayers) {
+    const auto count = static_cast<std::int64_t>(triangles.size());
+    const auto reach = [&](const TriangleTerms& t) {
+      const double a = lattice.Index(t.x1).z, b = lattice.Index(t.x2).z, c = lattice.Index(t.x3).z;
+      const Span span = BandSpan(std::min({a, b, c}), std::max({a, b, c}), band, lattice.dims.z);
+      return Span{span.first / kSlabLayers, span.last / kSlabLayers};
+    };
+    const auto forChunk = [&](int chunk, auto&& f) {
+      for (std::int64_t t = count * chunk / kChunks; t < count * (chunk + 1) / kChunks; ++t) {
+        const Span span = reach(triangles[static_cast<std::size_t>(t)]);
+        for (int s = span.first; s <= span.last; ++s) f(s, static_cast<std::int32_t>(t));
+      }
+    };
+    std::vector<std::int64_t> starts(std::size_t(slabs_) * kChunks + 1, 0);
+    ParallelRange(pool, 0, kChunks, [&](int from, int to, int) {
+      for (int chunk = from; chunk < to; ++chunk) {
+        forChunk(chunk, [&](int s, std::int32_t) { ++starts[std::size_t(s) * kChunks + chunk + 1]; });
+      }
+    });
+    for (std::size_t i = 1; i < starts.size(); ++i) starts[i] += starts[i - 1];
+    entries_.resize(static_cast<std::size_t>(starts.back()));
+    first_.resize(std::size_t(slabs_) + 1);
+    for (int s = 0; s <= slabs_; ++s) first_[s] = starts[std::size_t(s) * kChunks];
+    ParallelRange(pool, 0, kChunks, [&](int from, int to, int) {
+      for (int chunk = from; chunk < to; ++chunk) {
+        forChunk(chunk, [&](int s, std::int32_t t) {
+          entries_[static_cast<std::size_t>(starts[std::size_t(s) * kChunks + chunk]++)] = t;
+        });
+      }
+    });
+  }
+
+  int slabs() const { return slabs_; }
+  std::span<const std::int32_t> Of(int slab) const {
+    return std::span(entries_).subspan(static_cast<std::size_t>(first_[slab]),
+                                       static_cast<std::size_t>(first_[slab + 1] - first_[slab]));
+  }
+
+ private:
+  int slabs_;
+  std::vector<std::int64_t> first_;
+  std::vector<std::int32_t> entries_;
+};
+
+class BandFiller {
+ public:
+  BandFiller(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> squared)
+      : lattice_(lattice), band_(band), scratch_(scratch), squared_(squared) {
+    for (int axis = 0; axis < 3; ++axis) {
+      for (int i = 0; i < lattice.dims[axis]; ++i) places_[axis].push_back(lattice.World(i, i, i)[axis]);
+      places_[axis].resize(places_[axis].size() + kLanes);  // so that a short row's lanes can be loaded
+    }
+    field_ = {places_[0].data(), places_[1].data(), places_[2].data(), squared, scratch.closest.data};
+    const Vec3D far = lattice.World(lattice.dims.x, lattice.dims.y, lattice.dims.z);
+    for (int axis = 0; axis < 3; ++axis) extent_ += std::abs(lattice.origin[axis]) + std::abs(far[axis]);
+  }
+
+  void FillSlab(int kFirst, int kLast, std::span<const std::int32_t> triangles) {
+    const std::int64_t begin = squared_.Index(0, 0, kFirst), count = squared_.slab * (kLast - kFirst + 1);
+    std::fill_n(squared_.data + begin, count, kFar);
+    std::fill_n(scratch_.closest.data + begin, count, kNoTriangle);
+    std::fill_n(scratch_.crossings.data + begin, count, std::uint8_t(0));
+    // A few that are spread over the surface first: with their distances the rest is mostly turned away by its bound.
+    for (int level = 0; level < kLevels; ++level) {
+      for (const std::int32_t t : triangles) {
+        if (LevelOf(t) == level) AddTriangle(t, kFirst, kLast);
+      }
+    }
+    double* values = squared_.data + begin;
+    for (std::int64_t n = 0; n < count; ++n) values[n] = values[n] < kFar ? std::sqrt(values[n]) : kFar;
+  }
+
+ private:
+  void AddTriangle(std::int32_t number, int kFirst, int kLast) {
+    const TriangleTerms& t = scratch_.triangles[static_cast<std::size_t>(number)];
+    const Vec3D p = lattice_.Index(t.x1), q = lattice_.Index(t.x2), r = lattice_.Index(t.x3);
+    const Vec3D low = Min(Min(p, q), r), high = Max(Max(p, q), r);
+    const Span is = BandSpan(low.x, high.x, band_, lattice_.dims.x),
+               js = BandSpan(low.y, high.y, band_, lattice_.dims.y);
+    const Span ks = BandSpan(low.z, high.z, band_, lattice_.dims.z);
+    const double radius = SquaredCoveringRadius(t.x1, t.x2, t.x3), cell = lattice_.spacing.x;
+    const Block block{is, js, {std::max(ks.first, kFirst), std::min(ks.last, kLast)}};
+    const int widest = std::max(is.last - is.first, js.last - js.first) + 1;
+    if (widest <= kSmallReach && is.last - is.first + 1 >= kLanes) {
+      FillSmallBlock(field_, block, t, CornersBound(t, radius, extent_, 2 * kSmallReach * cell), number);
+    } else {
+      FillLargeBlock(field_, block, t, BoxBound(t, extent_), number);
+    }
+    CountCrossings(p, q, r, low, high, kFirst, kLast);
+  }
+
+  void CountCrossings(const Vec3D& p, const Vec3D& q, const Vec3D& r, const Vec3D& low, const Vec3D& high, int kFirst,
+                      int kLast) {
+    const Span js = RowSpan(low.y, high.y, lattice_.dims.y), ks = RowSpan(low.z, high.z, lattice_.dims.z);
+    for (int k = std::max(ks.first, kFirst); k <= std::min(ks.last, kLast); ++k) {
+      for (int j = js.first; j <= js.last; ++j) {
+        const std::optional<double> x = RowCrossing(j, k, p, q, r);
+        if (!x) continue;
+        const double i = std::ceil(*x);
+        if (i < lattice_.dims.x) ++scratch_.crossings(i > 0 ? static_cast<int>(i) : 0, j, k);
+      }
+    }
+  }
+
+  const NodeLattice& lattice_;
+  int band_;
+  VoxeliserScratch& scratch_;
+  GridView<double> squared_;
+  std::vector<double> places_[3];
+  BandField field_{};
+  double extent_ = 0;
+};
+
+}  // namespace
+
+void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> distances,
+                   WorkerPool& pool, int workers) {
+  const SlabBins bins(lattice, band, scratch.triangles, pool);
+  BandFiller filler(lattice, band, scratch, distances);
+  std::atomic<int> next{0};
+  pool.Run(workers, [&](int) {
+    for (int slab = next++; slab < bins.slabs(); slab = next++) {
+      const int first = slab * kSlabLayers;
+      filler.FillSlab(first, std::min(first + kSlabLayers, lattice.dims.z) - 1, bins.Of(slab));
+    }
+  });
+}
+
+}  // namespace orlix

@@ -1,0 +1,23 @@
+#pragma once
+// From a host object's polygons to a mesh in simulation space.
+
+#include "fluids/meshes/TriMeshSTL.h"
+#include "host/objects/BaseObject.h"
+
+namespace orlix {
+
+enum class GeometryChange {
+  Failed,  // no points, no triangles, a point that isn't finite, or more than an index holds
+  Same,    // read, nothing moved
+  Moved
+};
+
+// Points go through the matrix and the scale from host units to metres; quads become two triangles. On failure the mesh
+// is as it was.
+GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& matrix, const Vec3D& simPerHost,
+                                TriMeshSTL& mesh);
+
+// The host's matrix with its offset in metres.
+LMatrix SimulationMatrix(const LMatrix& hostMatrix, const Vec3D& simPerHost);
+
+}  // namespace orlix

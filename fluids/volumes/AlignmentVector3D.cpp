@@ -1,0 +1,158 @@
+#include "fluids/volumes/AlignmentVector3D.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kSeedOffset = 234145;
+
+constexpr Choice kModes[] = {
+    {0, "x", "The x axis of the object"},
+    {1, "y", "The y axis of the object"},
+    {2, "z", "The z axis of the object"},
+    {3, "from_centre", "Away from the centre"},
+    {4, "major_axis", "The axis that the vector, seen from the centre, is nearest to"},
+    {5, "around_z", "Away from the object's z axis"},
+    {6, "normal", "The normal of the linked volume's surface"},
+    {7, "vector", "The vector"},
+    {8, "random", "A random direction at each place"},
+    {9, "body_velocity", "The velocity of the linked volume's body"},
+};
+
+constexpr Parameter kParameters[] = {
+    ChoiceParameter(1000, "mode", 0, kModes, "Where the direction points"),
+    BoolParameter(1001, "invert", false, "Turns the direction round"),
+    VectorParameter(1002, "vector", {0, 1, 0}, "", "The vector of the modes that use one"),
+    LinkParameter(1003, "reference", kLinkAny, "A volume, or an object whose place and turn count"),
+};
+
+}  // namespace
+
+const TypeInfo& AlignmentVector3D::Type() {
+  static const TypeInfo kType = [] {
+    TypeInfo info;
+    info.id = 1300010;
+    info.resource = "zq_alignment";
+    info.className = "C4D_AlignmentVector_Object";
+    info.label = "Alignment";
+    info.text = "Gives a direction at each place, for forces, constraints and emitters.";
+    info.kinds = kLinkHelper | kLinkAlignment;
+    info.parameters = kParameters;
+    info.common = CommonNodeParameters();
+    return info;
+  }();
+  return kType;
+}
+
+bool AlignmentVector3D::ReadParameters() {
+  if (!iBase::ReadParameters()) return false;
+  SetFlag(NodeInvert, handler.GetBool(1001));
+  vector_ = handler.GetVector(1002);
+  SetMode(handler.GetChoice(1000));
+  matrix_ = handler.GetMatrix();
+  return true;
+}
+
+bool AlignmentVector3D::ResolveLinks() {
+  volume_ = nullptr;
+  if (!iBase::ResolveLinks()) return false;
+  const BaseObject* link = handler.GetObjectLink(1003);
+  volume_ = scene->RetrieveAs<VolumeBase>(link, NODE_VOLUME, RETRIEVE_VOLUME);
+  if (volume_) {
+    TakeVolumeFrame();
+    return true;
+  }
+  if (link) matrix_ = link->GlobalMatrix();
+  centre_ = matrix_.off * GetSimulationSpace().simPerVoxel;
+  return true;
+}
+
+void AlignmentVector3D::ReleaseLinks() {
+  volume_ = nullptr;
+  iObject::ReleaseLinks();
+}
+
+void AlignmentVector3D::Prepare(iBase*) {
+  TakeVolumeFrame();
+  if (mode_ == Random) SeedThreads(std::max(scene->threadCount, scene->HostWorkers()), 1);
+}
+
+void AlignmentVector3D::TakeVolumeFrame() {
+  if (!volume_ || !volume_->HasLevelSet()) return;
+  centre_ = volume_->centre;
+  matrix_ = volume_->BodyMatrix();
+}
+
+void AlignmentVector3D::SeedThreads(std::int32_t count, std::int32_t fallback) {
+  random_.resize(static_cast<std::size_t>(std::max(count < 1 ? fallback : count, 1)));
+  for (std::size_t w = 0; w < random_.size(); ++w) {
+    random_[w].Seed(static_cast<std::uint32_t>(scene->seed) + static_cast<std::uint32_t>(kSeedOffset + w));
+  }
+}
+
+void AlignmentVector3D::SetMode(std::int32_t mode) {
+  mode_ = mode;
+  if (mode_ == AxisX) vector_ = {1, 0, 0};
+  if (mode_ == AxisY) vector_ = {0, 1, 0};
+  if (mode_ == AxisZ) vector_ = {0, 0, 1};
+}
+
+Vec3D AlignmentVector3D::GetDirection(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre,
+                                      std::int32_t threadIndex) {
+  if (mode_ == Random) {
+    const auto worker = static_cast<std::size_t>(threadIndex);
+    return worker < random_.size() ? RandomDirection(random_[worker]) : Vec3D();
+  }
+  const Vec3D direction = Unsigned(point, matrix, centre);
+  return HasFlag(NodeInvert) ? -direction : direction;
+}
+
+Vec3D AlignmentVector3D::Unsigned(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre) const {
+  switch (mode_) {
+    case FromCentre:
+      return Normalized(point - centre);
+    case MajorAxis:
+      return matrix.Rotate(MajorAxisOf(vector_ - centre));
+    case AroundZ: {
+      const LMatrix inverse = matrix.Inverse();
+      const Vec3D local = inverse * point - inverse * centre;
+      return matrix.Rotate({local.x, local.y, 0});
+    }
+    case Normal: {
+      if (volume_ && volume_->HasLevelSet()) return volume_->NormalLocal(point - volume_->LevelSet()->space.simMin);
+      const Vec3D turned = matrix.Rotate(vector_);
+      return {turned.x, turned.y, 0};
+    }
+    case BodyVelocity: {
+      if (!volume_ || !volume_->IsEnabled() || !volume_->IsObstacle()) break;
+      const Vec3D linear = volume_->LinearMotion(), angular = volume_->AngularMotion();
+      if (linear == Vec3D() && angular == Vec3D()) return {};
+      const double dt = simulationInfo->substepDuration;
+      return dt > 0 ? (linear + Cross(angular, point - matrix.off)) / dt : Vec3D();
+    }
+    default:
+      break;
+  }
+  return matrix.Rotate(vector_);
+}
+
+Vec3D MajorAxisOf(const Vec3D& d) {
+  const double x = std::abs(d.x), y = std::abs(d.y), z = std::abs(d.z);
+  const auto sign = [](double v) { return v < 0 ? -1.0 : v > 0 ? 1.0 : 0.0; };
+  if (x > y && x > z) return {sign(d.x), 0, 0};
+  if (y > z) return {0, sign(d.y), 0};
+  return {0, 0, sign(d.z)};
+}
+
+Vec3D RandomDirection(MersenneTwister& random) {
+  const double z = random.Uniform() * 2 - 1;
+  const double phi = random.Uniform() * 2 * std::numbers::pi;
+  const double s = std::sqrt(std::max(1 - z * z, 0.0));
+  return {std::cos(phi) * s, std::sin(phi) * s, z};
+}
+
+}  // namespace orlix

@@ -1,0 +1,177 @@
+#include "fluids/volumes/VolumeBase.h"
+
+#include <fmt/format.h>
+
+#include <new>
+
+#include "fluids/bodies/ObstacleTag.h"
+#include "fluids/scene/OrlixScene.h"
+#include "fluids/volumes/VolumeParameters.h"
+
+namespace orlix {
+
+VolumeBase::VolumeBase(BaseList2D* hostObject, OrlixScene& owner)
+    : iVolume(hostObject, owner), rigidBody_(std::make_unique<RigidBody_Variational>()) {}
+
+void VolumeBase::ResetSimulation() {
+  FreeLevelSet();
+  objectMotion_ = {};
+  voxeliser_.Reset();
+  SetFlag(NodeActive, false);
+}
+
+void VolumeBase::FreeLevelSet() {
+  if (levelSet_) LevelSetChanged();
+  levelSet_.reset();
+  view_ = {};
+}
+
+void VolumeBase::GetRetrieveTypes(std::uint32_t& mask) const {
+  iVolume::GetRetrieveTypes(mask);
+  if (hasRigidBody_ && !hiddenFromLevelSets_) mask |= RetrieveBit(RETRIEVE_LEVELSET);
+}
+
+bool VolumeBase::ReadParameters() {
+  if (!iVolume::ReadParameters()) return false;
+  SetFlag(NodeHasBounds, handler.GetBool(kVolumeHasBounds));
+  flipSign_ = handler.GetBool(kVolumeFlipSign);
+  padding_ = Vec3D(std::max(handler.GetDouble(kVolumePadding), 0.0));
+  hiddenFromLevelSets_ = handler.GetBool(kVolumeHidden);
+  const BaseObject* tag = handler.hostObject()->FindTag(kObstacleTagId);
+  hasRigidBody_ = tag != nullptr;
+  if (!tag) return true;
+  rigidBody_->ReadTag(*tag);
+  if (rigidBody_->wantsDynamic()) {
+    scene->Warn(*this, "a body that moves by forces isn't simulated yet: it stands still");
+  }
+  return true;
+}
+
+bool VolumeBase::IsDirty() const {
+  return HasFlag(NodeDirty) && (simulationInfo->substep <= 1 || HasFlag(NodeChanged));
+}
+
+void VolumeBase::ComputeBounds() {
+  const GridSpace& space = GetSimulationSpace();
+  cellSize = space.cellSize;
+  cellVector = space.hostPerVoxel;
+  boundsMin -= padding_ * cellSize;
+  boundsMax += padding_ * cellSize;
+  GridSpace::SnapDown(boundsMin, space.cellSize);
+  GridSpace::SnapUp(boundsMax, space.cellSize);
+  resolution = SnappedCell((boundsMax - boundsMin) / cellSize);
+  extent = Vec3D(resolution) * cellVector;
+  origin = boundsMin * (1.0 / space.cellSize) * cellVector;
+  position = boundsMin;
+}
+
+bool VolumeBase::PrepareGrid() {
+  const double nodes = (resolution.x + 1.0) * (resolution.y + 1.0) * (resolution.z + 1.0);
+  if (!IsFinite(boundsMin) || !IsFinite(boundsMax) || std::min({resolution.x, resolution.y, resolution.z}) < 1 ||
+      !(nodes <= double(kMaxGridCells))) {
+    scene->Warn(*this, fmt::format("a level set of {} x {} x {} cells can't be made: it needs 1 to {:.0f} nodes",
+                                   resolution.x, resolution.y, resolution.z, double(kMaxGridCells)));
+    FreeLevelSet();
+    return false;
+  }
+  try {
+    SetLattice(resolution, extent, GetSimulationSpace().cellSize, origin);
+  } catch (const std::bad_alloc&) {
+    scene->FailForMemory(*this, resolution + VecInt3D(1, 1, 1));
+    return false;
+  }
+  levelSet_->activeMin = {};
+  levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
+  return true;
+}
+
+void VolumeBase::SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float cell, const Vec3D& hostOrigin) {
+  GridSpace wanted;
+  wanted.Build(cells, hostSize, cell, hostOrigin);
+  if (levelSet_ && levelSet_->space.Equals(wanted)) return;
+  FreeLevelSet();
+  levelSet_ = std::make_unique<ScalarGrid>(cells + VecInt3D(1, 1, 1), hostSize, cell, kGridNodalLevelset, hostOrigin);
+  view_ = LevelSetView(*levelSet_);
+}
+
+void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
+  if (!header.present) return;
+  try {
+    SetLattice(header.space.dims, header.space.hostSize, header.space.cellSize, header.space.hostMin);
+  } catch (const std::bad_alloc&) {
+    FreeLevelSet();
+    scene->FailForMemory(*this, header.space.dims + VecInt3D(1, 1, 1));
+    return;
+  }
+  levelSet_->activeMin = {};
+  levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
+  boundsMin = header.space.simMin, boundsMax = header.space.simMax;
+  cellSize = header.space.cellSize;
+  voxeliser_.Reset();
+  LevelSetChanged();
+  SetFlag(NodeActive, true);
+}
+
+std::optional<double> VolumeBase::MaximumDepth() const {
+  const std::optional<double>& depth = voxeliser_.maximumDepth();
+  return levelSet_ && depth && *depth > 0 ? depth : std::nullopt;
+}
+
+// --- queries ---------------------------------------------------------------------------------------------------------
+
+bool VolumeBase::PushOut(Vec3D& p, bool world, double offset) const {
+  if (!view_.HasData()) return false;
+  const Vec3D index = world ? view_.IndexOfWorld(p) : view_.IndexOfLocal(p);
+  const double distance = view_.Sample(index);
+  if (!IsNegative(distance, 0)) return false;
+  p -= view_.Normal(index) * (cellSize * offset + distance);
+  return true;
+}
+
+bool VolumeBase::PushOutNormal(const Vec3D& p, Vec3D& place, Vec3D& normal, double offset) const {
+  if (!view_.HasData()) return false;
+  const Vec3D index = view_.IndexOfLattice(p);
+  const double distance = view_.Sample(index);
+  if (!IsNegative(distance, 0)) return false;
+  normal = view_.Normal(index);
+  place = p - normal * (cellSize * offset + distance);
+  return true;
+}
+
+bool VolumeBase::Collide(const Vec3D& p, VolumeHit& hit, double iso) const {
+  const Vec3D index = view_.IndexOfLattice(p);
+  hit.distance = view_.HasData() ? view_.Sample(index) - iso : 0;
+  hit.inside = view_.HasData() && IsNegative(hit.distance, 0);
+  hit.normal = hit.inside ? view_.Normal(index) : Vec3D(0, 1, 0);
+  hit.position = hit.inside ? p - hit.normal * hit.distance : p;
+  return hit.inside;
+}
+
+// --- motion ----------------------------------------------------------------------------------------------------------
+
+// A frame's motion is shared out over its sub-steps, so that it is the same velocity in all of them.
+Vec3D VolumeBase::LinearMotion() const {
+  const double scale = hasRigidBody_ ? rigidBody_->linearMotionScale : 1;
+  return objectMotion_.displacement * (scale * simulationInfo->substepFraction);
+}
+
+Vec3D VolumeBase::AngularMotion() const {
+  const double scale = hasRigidBody_ ? rigidBody_->angularMotionScale : 1;
+  return objectMotion_.rotation * (scale * simulationInfo->substepFraction);
+}
+
+Vec3D VolumeBase::VelocityAt(const Vec3D& p) const {
+  const double dt = simulationInfo->substepDuration;
+  return dt > 0 ? MotionAt(p) / dt : Vec3D();
+}
+
+std::vector<VolumeBase*> CollectObstacles(const OrlixScene& scene) {
+  std::vector<VolumeBase*> obstacles;
+  scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
+    if (!node.IsEnabled() || !node.HasRetrieveType(RETRIEVE_LEVELSET)) return;
+    if (auto* volume = dynamic_cast<iVolume*>(&node)) volume->AppendVolumes(obstacles);
+  });
+  return obstacles;
+}
+
+}  // namespace orlix

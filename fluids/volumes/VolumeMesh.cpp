@@ -1,0 +1,196 @@
+#include "fluids/volumes/VolumeMesh.h"
+
+#include <algorithm>
+
+#include "fluids/scene/OrlixScene.h"
+#include "fluids/volumes/VolumeParameters.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kMostWorkers = 8;  // there are eight sweeps
+
+std::uint32_t ParentsDirtyCount(const BaseObject& object) {
+  std::uint32_t count = 0;
+  for (const BaseObject* up = object.parent(); up; up = up->parent()) count += up->dirtyCount();
+  return count;
+}
+
+}  // namespace
+
+const TypeInfo& VolumeMesh::Type() {
+  static const TypeInfo kType = [] {
+    TypeInfo type;
+    type.id = 1028106;
+    type.resource = "zq_volume";
+    type.className = "C4D_Volume_Object";
+    type.label = "Volume";
+    type.text =
+        "A signed distance field made from an object's polygons. Emitters fill it, constraints ask how deep a place "
+        "lies in it, and with an Obstacle tag fluids flow around it.";
+    type.kinds = kLinkVolume;
+    type.parameters = VolumeParameters();
+    type.common = CommonNodeParameters();
+    return type;
+  }();
+  return kType;
+}
+
+VolumeMesh::VolumeMesh(BaseList2D* hostObject, OrlixScene& owner) : VolumeBase(hostObject, owner) {
+  stageMask = StageBit(kStageVolumes);
+}
+
+void VolumeMesh::ResetSimulation() {
+  VolumeBase::ResetSimulation();
+  mesh_.Clear();
+  mesh_.matrix = {};
+  previousMatrix_ = {};
+  hasPrevious_ = false;
+}
+
+void VolumeMesh::GetRetrieveTypes(std::uint32_t& mask) const {
+  VolumeBase::GetRetrieveTypes(mask);
+  mask |= RetrieveBit(RETRIEVE_MESH);
+}
+
+bool VolumeMesh::ReadParameters() {
+  priority = 0;
+  if (!VolumeBase::ReadParameters()) return false;
+  shell_ = handler.GetDouble(kVolumeShell);
+  threadLimit_ = handler.GetInt(kVolumeThreads);
+  return true;
+}
+
+bool VolumeMesh::ResolveLinks() {
+  hostGeometry_ = handler.GetObjectLink(kVolumeObject);
+  const std::uint64_t linked = hostGeometry_ ? hostGeometry_->creationNumber() : 0;
+  // Another object's motion isn't that from the old one to it.
+  if (linked != linkedObject_ && linkedObject_ != 0) hasPrevious_ = false;
+  linkedObject_ = linked;
+  return VolumeBase::ResolveLinks();
+}
+
+void VolumeMesh::ReleaseLinks() {
+  VolumeBase::ReleaseLinks();
+  hostGeometry_ = nullptr;
+}
+
+void VolumeMesh::CheckDirty() {
+  if (HasFlag(NodeDirtyChecked)) return;
+  VolumeBase::CheckDirty();
+  if (!IsEnabled()) return;
+  if (!hostGeometry_) {
+    ResetSimulation();
+    return;
+  }
+  const LMatrix matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
+  if (matrix.off == mesh_.matrix.off) {
+    previousMatrix_ = mesh_.matrix;
+    objectMotion_ = {};
+    SetChanged(false);
+  } else {
+    MarkDirty(false);
+    SetChanged(true);
+  }
+  const PolygonObject* polygons = hostGeometry_->Polygons();
+  const std::uint32_t data = hostGeometry_->dirtyCount(), parents = ParentsDirtyCount(*hostGeometry_);
+  const std::uint64_t version = polygons ? polygons->version : 0;
+  if (data != seenData_ || parents != seenParents_ || version != seenVersion_) MarkDirty(false);
+  seenData_ = data, seenParents_ = parents, seenVersion_ = version;
+  const FrameClock& clock = scene->clock;
+  if (scene->HasFlag(ContainerChanged) || (clock.frame >= clock.startFrame && clock.frame < clock.endFrame)) {
+    MarkDirty(false);
+  }
+}
+
+void VolumeMesh::ComputeBounds() {
+  ResetBounds();
+  Vec3D min = boundsMin, max = boundsMax;
+  for (const Vec3D& p : mesh_.Points()) min = Min(min, p), max = Max(max, p);
+  mesh_.SetBox(min, max);
+  centre = mesh_.BoxCentre();
+  mesh_.ExtendBox(boundsMin, boundsMax);
+  VolumeBase::ComputeBounds();
+}
+
+GeometryChange VolumeMesh::ReadGeometry() {
+  const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
+  if (!polygons) {
+    scene->Warn(*this, hostGeometry_ ? "the linked object has no polygons" : "no object is linked");
+    return GeometryChange::Failed;
+  }
+  const GeometryChange change =
+      ReadHostGeometry(*polygons, hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost, mesh_);
+  if (change == GeometryChange::Failed) {
+    scene->Warn(*this, "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
+  }
+  return change;
+}
+
+VoxeliserSettings VolumeMesh::WantedSettings() const {
+  VoxeliserSettings settings;
+  settings.shell = shell_;
+  settings.flip = flipSign_;
+  settings.workers = std::clamp(threadLimit_ >= 1 ? threadLimit_ : scene->threadCount, 1, kMostWorkers);
+  return settings;
+}
+
+void VolumeMesh::UpdateMotion() {
+  objectMotion_ = hasPrevious_ ? MotionBetween(previousMatrix_, mesh_.matrix) : ObjectMotion();
+  previousMatrix_ = mesh_.matrix;
+  hasPrevious_ = true;
+}
+
+void VolumeMesh::Prepare(iBase*) {
+  if (!IsDirty() || HasFlag(NodeFromCache)) return;
+  needsVoxelising_ = false;
+  const GeometryChange change = ReadGeometry();
+  if (change == GeometryChange::Failed) {
+    FreeLevelSet();
+    SetFlag(NodeActive, false);
+    return;
+  }
+  const VoxeliserSettings wanted = WantedSettings();
+  const bool sameShape = HasLevelSet() && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);
+  voxeliser_.settings = wanted;
+  const bool asksAgain = HasFlag(NodeHardDirty) && simulationInfo->substep <= 1;
+  if (sameShape && simulationInfo->time > 0 && !asksAgain && !scene->HasFlag(ContainerChanged)) {
+    SetFlag(NodeDirty | NodeHardDirty, false);
+    SetFlag(NodeActive, true);
+    return;
+  }
+  UpdateMotion();
+  const std::uint64_t version = LevelSetVersion();
+  const bool hadLevelSet = HasLevelSet();
+  ComputeBounds();
+  SetFlag(NodeActive, PrepareGrid());
+  needsVoxelising_ = !(sameShape && hadLevelSet && version == LevelSetVersion());
+}
+
+void VolumeMesh::Process(ProcessData& data) {
+  if (!IsDirty() || !IsActive() || !needsVoxelising_ || HasFlag(NodeFromCache)) return;
+  needsVoxelising_ = false;
+  LevelSetChanged();
+  try {
+    if (!voxeliser_.Run(mesh_, *LevelSet(), scene->pool(), data.hostThread) && !scene->TestBreak(data.hostThread)) {
+      scene->Warn(*this, "the mesh has too many triangles for a level set");
+      FreeLevelSet();
+      SetFlag(NodeActive, false);
+    }
+  } catch (const std::bad_alloc&) {
+    scene->Warn(*this, "no memory to build the level set");
+    FreeLevelSet();
+    SetFlag(NodeActive, false);
+  }
+}
+
+void VolumeMesh::VisitState(StateVisitor& visitor) {
+  visitor.Visit("matrix", mesh_.matrix);
+  visitor.Visit("previousMatrix", previousMatrix_);
+  visitor.Visit("hasPrevious", hasPrevious_);
+  visitor.Visit("motion", objectMotion_);
+  visitor.Visit("linkedObject", linkedObject_);
+}
+
+}  // namespace orlix

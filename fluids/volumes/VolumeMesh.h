@@ -1,0 +1,53 @@
+#pragma once
+// A volume that is filled from one host object's polygons.
+//
+// What stands still costs nothing: points are read each frame, and only when one moved, the lattice changed, or a
+// setting that shapes the level set did, is the level set built again.
+
+#include "fluids/meshes/HostGeometry.h"
+#include "fluids/volumes/VolumeBase.h"
+
+namespace orlix {
+
+class VolumeMesh final : public VolumeBase {
+ public:
+  VolumeMesh(BaseList2D* hostObject, OrlixScene& owner);
+  static const TypeInfo& Type();
+
+  void ResetSimulation() override;
+  std::int32_t GetNodeSubType() const override { return 78; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override;
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+  void ComputeBounds() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void VisitState(StateVisitor& visitor) override;
+  LMatrix BodyMatrix() const override { return mesh_.matrix; }
+
+  // In simulation space.
+  const TriMeshSTL& Mesh() const { return mesh_; }
+  TriMeshSTL& Mesh() { return mesh_; }
+  // The object whose polygons are the volume, from ResolveLinks to ReleaseLinks.
+  BaseObject* HostGeometry() const { return hostGeometry_; }
+
+ private:
+  GeometryChange ReadGeometry();
+  VoxeliserSettings WantedSettings() const;
+  void UpdateMotion();
+
+  BaseObject* hostGeometry_ = nullptr;
+  std::uint64_t linkedObject_ = 0;  // its creation number
+  TriMeshSTL mesh_;
+  LMatrix previousMatrix_;  // the mesh's, one frame back
+  bool hasPrevious_ = false;
+  std::uint32_t seenData_ = 0, seenParents_ = 0;  // change counters of the object and of those above it
+  std::uint64_t seenVersion_ = 0;                 // of its polygons
+  double shell_ = 1;
+  std::int32_t threadLimit_ = 0;
+  bool needsVoxelising_ = false;
+};
+
+}  // namespace orlix

@@ -1,0 +1,16 @@
+#include "fluids/volumes/VolumeTypes.h"
+
+#include "fluids/bodies/ObstacleTag.h"
+#include "fluids/scene/NodeFactory.h"
+#include "fluids/volumes/AlignmentVector3D.h"
+#include "fluids/volumes/VolumeMesh.h"
+
+namespace orlix {
+
+void RegisterVolumeTypes(NodeFactory& factory) {
+  factory.Add<AlignmentVector3D>();
+  factory.Add<VolumeMesh>();
+  factory.AddTypeOnly(ObstacleTagType());
+}
+
+}  // namespace orlix

@@ -1,0 +1,400 @@
+#include "fluids/level_sets/VolumeVoxeliser.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "TestMeshes.h"
+#include "fluids/level_sets/RowCrossing.h"
+#include "fluids/level_sets/TriangleDistance.h"
+#include "host/threads/WorkerPool.h"
+
+namespace orlix::test {
+namespace {
+
+std::unique_ptr<ScalarGrid> Voxelise(const iTriMesh& mesh, const VecInt3D& cells, const Vec3D& min, float cell,
+                                     const VoxeliserSettings& settings = {}, int workers = 2) {
+  auto grid = LevelSetGrid(cells, min, cell);
+  WorkerPool pool(workers);
+  VolumeVoxeliser voxeliser;
+  voxeliser.settings = settings;
+  EXPECT_TRUE(voxeliser.Run(mesh, *grid, pool));
+  return grid;
+}
+
+std::vector<TriangleTerms> TermsOf(const iTriMesh& mesh) {
+  std::vector<TriangleTerms> terms;
+  for (const VecInt3D& t : mesh.Triangles()) {
+    const auto& p = mesh.Points();
+    terms.push_back(MakeTriangleTerms(p[std::size_t(t.x)], p[std::size_t(t.y)], p[std::size_t(t.z)]));
+  }
+  return terms;
+}
+
+template <class F>
+void ForEachNode(const ScalarGrid& grid, F&& f) {
+  for (int k = 0; k < grid.dims.z; ++k) {
+    for (int j = 0; j < grid.dims.y; ++j) {
+      for (int i = 0; i < grid.dims.x; ++i) f(i, j, k);
+    }
+  }
+}
+
+bool SameBits(const ScalarGrid& a, const ScalarGrid& b) {
+  return a.dims == b.dims && std::memcmp(a.data, b.data, std::size_t(a.count) * sizeof(double)) == 0;
+}
+
+// How often the mesh winds around a point: solid angles after van Oosterom and Strackee 1983.
+double Winding(const iTriMesh& mesh, const Vec3D& p) {
+  double sum = 0;
+  for (const VecInt3D& t : mesh.Triangles()) {
+    const Vec3D a = mesh.Points()[std::size_t(t.x)] - p, b = mesh.Points()[std::size_t(t.y)] - p,
+                c = mesh.Points()[std::size_t(t.z)] - p;
+    const double la = Length(a), lb = Length(b), lc = Length(c);
+    sum += 2 * std::atan2(Dot(a, Cross(b, c)), la * lb * lc + Dot(a, b) * lc + Dot(b, c) * la + Dot(c, a) * lb);
+  }
+  return sum / (4 * std::numbers::pi);
+}
+
+// A bumpy sphere whose triangles have all sizes and shapes.
+TriMeshSTL BumpyMesh(int segments, int rings) {
+  TriMeshSTL mesh = SphereMesh(1, segments, rings);
+  std::mt19937 random(3);
+  std::uniform_real_distribution<double> factor(0.7, 1.1);
+  for (Vec3D& p : mesh.Points()) p *= factor(random);
+  return mesh;
+}
+
+// --- distances -------------------------------------------------------------------------------------------------------
+
+class VoxeliserBand : public testing::TestWithParam<int> {
+ protected:
+  TriMeshSTL Mesh() const {
+    switch (GetParam()) {
+      case 0:
+        return SphereMesh(1, 24, 12, {0.03, -0.02, 0.05});
+      case 1:
+        return BoxMesh({-0.8, -0.6, -0.7}, {0.9, 0.5, 0.75});
+      case 2:
+        return BumpyMesh(40, 20);  // smaller than cells
+      default:
+        return SphereMesh(1, 3, 2);  // six triangles, each larger than the band
+    }
+  }
+};
+
+// Beside the mesh the value is the least distance to any triangle, to the last bit.
+TEST_P(VoxeliserBand, IsExactToTheLastBit) {
+  const TriMeshSTL mesh = Mesh();
+  const float cell = 0.125f;
+  const auto grid = Voxelise(mesh, {20, 21, 22}, {-1.3, -1.31, -1.32}, cell);
+  const std::vector<TriangleTerms> triangles = TermsOf(mesh);
+  int checked = 0;
+  ForEachNode(*grid, [&](int i, int j, int k) {
+    const Vec3D p = NodeAt(*grid, i, j, k);
+    double least = 1e300;
+    for (const TriangleTerms& t : triangles) least = std::min(least, SquaredDistance(p, t));
+    const double value = std::abs((*grid)(i, j, k)), distance = std::sqrt(least);
+    if (distance <= 3 * cell) {
+      EXPECT_EQ(value, distance) << i << " " << j << " " << k;
+      ++checked;
+    }
+    EXPECT_GE(value, distance);
+    EXPECT_LE(value, distance * 1.03 + 1e-12) << i << " " << j << " " << k;
+  });
+  EXPECT_GT(checked, 2000);
+}
+INSTANTIATE_TEST_SUITE_P(Meshes, VoxeliserBand, testing::Range(0, 4));
+
+// The plain form of the voxeliser's unsigned distances: every triangle on its box, then each sweep node by node in
+// order, each of the seven neighbours.
+std::vector<double> PlainVoxeliser(const std::vector<TriangleTerms>& triangles, const ScalarGrid& grid) {
+  const VecInt3D n = grid.dims;
+  std::vector<double> distance(std::size_t(grid.count), std::numeric_limits<double>::max());
+  std::vector<int> closest(std::size_t(grid.count), -1);
+  const auto index = [&](int i, int j, int k) { return std::size_t(grid.Index(i, j, k)); };
+  const auto measure = [&](int i, int j, int k, int t) {
+    return std::sqrt(SquaredDistance(NodeAt(grid, i, j, k), triangles[std::size_t(t)]));
+  };
+  for (int t = 0; t < int(triangles.size()); ++t) {
+    int lo[3], hi[3];
+    for (int axis = 0; axis < 3; ++axis) {
+      double low = 1e9, high = -1e9;
+      for (const Vec3D& p :
+           {triangles[std::size_t(t)].x1, triangles[std::size_t(t)].x2, triangles[std::size_t(t)].x3}) {
+        const double at = ((p - grid.space.simMin) * grid.space.voxelsPerSim)[axis];
+        low = std::min(low, at), high = std::max(high, at);
+      }
+      lo[axis] = std::clamp(int(std::trunc(low)) - 3, 0, n[axis] - 1);
+      hi[axis] = std::clamp(int(std::trunc(high)) + 4, 0, n[axis] - 1);
+    }
+    for (int k = lo[2]; k <= hi[2]; ++k) {
+      for (int j = lo[1]; j <= hi[1]; ++j) {
+        for (int i = lo[0]; i <= hi[0]; ++i) {
+          const double d = SquaredDistance(NodeAt(grid, i, j, k), triangles[std::size_t(t)]);
+          if (d < distance[index(i, j, k)]) distance[index(i, j, k)] = d, closest[index(i, j, k)] = t;
+        }
+      }
+    }
+  }
+  for (std::size_t c = 0; c < distance.size(); ++c) {
+    if (closest[c] >= 0) distance[c] = std::sqrt(distance[c]);
+  }
+  constexpr int kDirections[8][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  {-1, -1, 1},
+                                     {1, -1, 1}, {-1, 1, -1},  {1, -1, -1}, {-1, 1, 1}};
+  for (const auto& d : kDirections) {
+    for (int c = 1; c < n.z; ++c) {
+      for (int b = 1; b < n.y; ++b) {
+        for (int a = 1; a < n.x; ++a) {
+          const int i = d[0] > 0 ? a : n.x - 1 - a, j = d[1] > 0 ? b : n.y - 1 - b, k = d[2] > 0 ? c : n.z - 1 - c;
+          for (int m = 1; m < 8; ++m) {
+            const std::size_t there = index(i - (m & 1) * d[0], j - (m >> 1 & 1) * d[1], k - (m >> 2) * d[2]);
+            if (closest[there] < 0) continue;
+            const double candidate = measure(i, j, k, closest[there]);
+            if (candidate < distance[index(i, j, k)]) {
+              distance[index(i, j, k)] = candidate;
+              closest[index(i, j, k)] = closest[there];
+            }
+          }
+        }
+      }
+    }
+  }
+  return distance;
+}
+
+TEST(VoxeliserSweeps, GiveTheBitsOfThePlainOnes) {
+  const std::pair<TriMeshSTL, float> cases[] = {{BumpyMesh(40, 20), 0.06f},
+                                                {BumpyMesh(12, 8), 0.05f},
+                                                {SphereMesh(0.3, 60, 30, {0.4, -0.5, 0.2}), 0.07f},
+                                                {BoxMesh({-0.3, -0.2, -0.5}, {0.2, 0.3, 0.4}), 0.06f}};
+  for (const auto& [mesh, cell] : cases) {
+    const VecInt3D cells{70, 40, 45};  // several tiles in each axis, none of them whole
+    const auto grid = Voxelise(mesh, cells, Vec3D(cells) * (-0.5 * cell), cell);
+    const std::vector<double> plain = PlainVoxeliser(TermsOf(mesh), *grid);
+    int differing = 0;
+    for (std::int64_t n = 0; n < grid->count; ++n) differing += std::abs((*grid)[n]) != plain[std::size_t(n)];
+    EXPECT_EQ(differing, 0) << mesh.TriangleCount() << " triangles";
+  }
+}
+
+TEST(Voxeliser, FollowsTranslationByWholeCells) {
+  const float cell = 0.125f;
+  const Vec3D shift(3 * 0.125, -5 * 0.125, 2 * 0.125);
+  const auto here = Voxelise(SphereMesh(0.75, 20, 10), {18, 18, 18}, Vec3D(-1.125), cell);
+  const auto there = Voxelise(SphereMesh(0.75, 20, 10, shift), {18, 18, 18}, Vec3D(-1.125) + shift, cell);
+  // Farther away two triangles that are equally near may change places by rounding, and their neighbours with them.
+  int near = 0;
+  for (std::int64_t n = 0; n < here->count; ++n) {
+    const bool inBand = std::abs((*here)[n]) < 3 * cell;
+    EXPECT_NEAR((*here)[n], (*there)[n], inBand ? 1e-13 : 1e-4);
+    near += inBand;
+  }
+  EXPECT_GT(near, 1000);
+}
+
+TEST(Voxeliser, FollowsAQuarterTurn) {
+  const auto turned = [](const Vec3D& p) { return Vec3D(p.x, -p.z, p.y); };
+  TriMeshSTL mesh = BumpyMesh(16, 8);
+  const auto here = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+  for (Vec3D& p : mesh.Points()) p = turned(p);
+  const auto there = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+  double largest = 0;
+  ForEachNode(*here, [&](int i, int j, int k) {
+    const double a = (*here)(i, j, k), b = (*there)(i, 20 - k, j);
+    if (std::abs(a) < 0.375) largest = std::max(largest, std::abs(a - b));
+  });
+  EXPECT_LT(largest, 1e-12);
+}
+
+// --- sign ------------------------------------------------------------------------------------------------------------
+
+TEST(Voxeliser, SignIsThatOfTheWinding) {
+  std::vector<TriMeshSTL> meshes{BumpyMesh(30, 15), BoxMesh({-1, -1, -1}, {1, 1, 1}), SphereMesh(1, 32, 16)};
+  for (TriMeshSTL& mesh : meshes) {
+    // Nodes, edges and corners of the box and of the sphere lie on rows.
+    const auto grid = Voxelise(mesh, {24, 24, 24}, Vec3D(-1.5), 0.125f);
+    int inside = 0, wrong = 0;
+    ForEachNode(*grid, [&](int i, int j, int k) {
+      if (std::abs((*grid)(i, j, k)) < 1e-9) return;
+      const bool winds = std::abs(Winding(mesh, NodeAt(*grid, i, j, k))) > 0.5;
+      inside += winds;
+      wrong += winds != ((*grid)(i, j, k) < 0);
+    });
+    EXPECT_EQ(wrong, 0) << mesh.TriangleCount();
+    EXPECT_GT(inside, 500);
+  }
+}
+
+TEST(Voxeliser, NestedShellsAreHollow) {
+  TriMeshSTL mesh = SphereMesh(1, 24, 12);
+  const TriMeshSTL inner = SphereMesh(0.5, 24, 12);
+  const std::int32_t first = mesh.PointCount();
+  for (const Vec3D& p : inner.Points()) mesh.Points().push_back(p);
+  for (const VecInt3D& t : inner.Triangles()) mesh.Triangles().push_back(t + VecInt3D(first, first, first));
+  const auto grid = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+  EXPECT_GT((*grid)(10, 10, 10), 0.4);
+  EXPECT_LT((*grid)(4, 10, 10), -0.2);
+}
+
+TEST(Voxeliser, FlippedTrianglesChangeNothing) {
+  TriMeshSTL mesh = BumpyMesh(20, 10);
+  const auto before = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+  for (std::size_t t = 0; t < mesh.Triangles().size(); t += 3) std::swap(mesh.Triangles()[t].y, mesh.Triangles()[t].z);
+  const auto after = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+  ForEachNode(*before, [&](int i, int j, int k) { EXPECT_NEAR((*before)(i, j, k), (*after)(i, j, k), 1e-12); });
+}
+
+TEST(Voxeliser, FlipSignTurnsEveryNode) {
+  const TriMeshSTL mesh = SphereMesh(1, 20, 10);
+  VoxeliserSettings flipped;
+  flipped.flip = true;
+  const auto solid = Voxelise(mesh, {16, 16, 16}, Vec3D(-1.2), 0.15f);
+  const auto hole = Voxelise(mesh, {16, 16, 16}, Vec3D(-1.2), 0.15f, flipped);
+  for (std::int64_t n = 0; n < solid->count; ++n) EXPECT_EQ((*solid)[n], -(*hole)[n]);
+}
+
+// --- broken meshes ---------------------------------------------------------------------------------------------------
+
+void Add(TriMeshSTL& mesh, const Vec3D& a, const Vec3D& b, const Vec3D& c) {
+  const std::int32_t n = mesh.PointCount();
+  for (const Vec3D& p : {a, b, c}) mesh.Points().push_back(p);
+  mesh.Triangles().push_back({n, n + 1, n + 2});
+}
+
+TEST(Voxeliser, DegenerateAndDuplicateTrianglesOnTheSurfaceChangeNothing) {
+  TriMeshSTL mesh = BoxMesh({-1, -1, -1}, {1, 1, 1});
+  const auto clean = Voxelise(mesh, {24, 24, 24}, Vec3D(-1.44), 0.12f);
+  const Vec3D corner(1, 1, 1), edge(1, 1, 0.5);
+  Add(mesh, corner, corner, corner);
+  Add(mesh, corner, edge, corner);
+  for (int copy = 0; copy < 2; ++copy) Add(mesh, {1, -1, -1}, {1, 1, -1}, {1, 1, 1});  // twice: the parity stays
+  const auto dirty = Voxelise(mesh, {24, 24, 24}, Vec3D(-1.44), 0.12f);
+  for (std::int64_t n = 0; n < clean->count; ++n) EXPECT_NEAR((*clean)[n], (*dirty)[n], 1e-12);
+}
+
+TEST(Voxeliser, TrianglesWithoutFiniteCornersAreLeftOut) {
+  TriMeshSTL mesh = SphereMesh(1, 20, 10);
+  const auto clean = Voxelise(mesh, {16, 16, 16}, Vec3D(-1.2), 0.15f);
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInf = std::numeric_limits<double>::infinity();
+  Add(mesh, {kNaN, 0, 0}, {0, 1, 0}, {0, 0, 1});
+  Add(mesh, {0, 0, 0}, {0, kInf, 0}, {0, 0, 1});
+  EXPECT_TRUE(SameBits(*clean, *Voxelise(mesh, {16, 16, 16}, Vec3D(-1.2), 0.15f)));
+}
+
+TEST(Voxeliser, CornersBeyondEveryIndexDoNoHarm) {
+  TriMeshSTL mesh = SphereMesh(1, 20, 10);
+  Add(mesh, {1e300, 0, 0}, {0, 1e300, 0}, {0, 0, -1e300});
+  Add(mesh, {1e30, 2, 2}, {1e30, 3, 2}, {1e30, 2, 3});
+  const auto grid = Voxelise(mesh, {16, 16, 16}, Vec3D(-1.2), 0.15f);
+  for (std::int64_t n = 0; n < grid->count; ++n) EXPECT_FALSE(std::isnan((*grid)[n]));
+}
+
+TEST(Voxeliser, AHoleLeavesTheDistancesAlone) {
+  TriMeshSTL mesh = BoxMesh({-1, -1, -1}, {1, 1, 1});
+  mesh.Triangles().resize(10);  // the face at z = 1 is gone
+  const auto grid = Voxelise(mesh, {24, 24, 24}, Vec3D(-1.44), 0.12f);
+  const std::vector<TriangleTerms> triangles = TermsOf(mesh);
+  ForEachNode(*grid, [&](int i, int j, int k) {
+    double least = 1e300;
+    for (const TriangleTerms& t : triangles) least = std::min(least, SquaredDistance(NodeAt(*grid, i, j, k), t));
+    if (least > 0.3 * 0.3) return;
+    EXPECT_EQ(std::abs((*grid)(i, j, k)), std::sqrt(least));
+  });
+  EXPECT_LT((*grid)(12, 12, 12), 0);  // rows along x still meet both sides
+}
+
+TEST(Voxeliser, RefusesEmptyMeshAndEmptyGrid) {
+  WorkerPool pool(1);
+  VolumeVoxeliser voxeliser;
+  const auto grid = LevelSetGrid({8, 8, 8}, {}, 0.1f);
+  EXPECT_FALSE(voxeliser.Run(TriMeshSTL(), *grid, pool));
+  const auto empty = LevelSetGrid({-1, -1, -1}, {}, 0.1f);
+  EXPECT_FALSE(voxeliser.Run(SphereMesh(1, 8, 4), *empty, pool));
+}
+
+TEST(Voxeliser, AMeshOfPointsOnlyIsFarEverywhere) {
+  TriMeshSTL mesh;
+  mesh.Points().push_back({0, 0, 0});
+  const auto grid = Voxelise(mesh, {8, 8, 8}, {}, 0.1f);
+  for (std::int64_t n = 0; n < grid->count; ++n) EXPECT_EQ((*grid)[n], std::numeric_limits<double>::max());
+}
+
+TEST(Voxeliser, StopsWhenAsked) {
+  WorkerPool pool(2);
+  BaseThread thread;
+  thread.Break();
+  VolumeVoxeliser voxeliser;
+  EXPECT_FALSE(voxeliser.Run(SphereMesh(1, 8, 4), *LevelSetGrid({8, 8, 8}, {}, 0.1f), pool, &thread));
+}
+
+// --- depth and shell -------------------------------------------------------------------------------------------------
+
+TEST(Voxeliser, DepthIsTheLargestInsideDistance) {
+  const auto grid = LevelSetGrid({20, 20, 20}, Vec3D(-1.25), 0.125f);
+  WorkerPool pool(3);
+  VolumeVoxeliser voxeliser;
+  ASSERT_TRUE(voxeliser.Run(SphereMesh(1, 40, 20), *grid, pool));
+  double deepest = 0;
+  for (std::int64_t n = 0; n < grid->count; ++n) deepest = std::max(deepest, -(*grid)[n]);
+  EXPECT_EQ(*voxeliser.maximumDepth(), deepest);
+  EXPECT_NEAR(deepest, 1, 0.02);
+}
+
+// By the rule: deep -(value + D t), then 2 middle - value, then the value itself.
+TEST(Voxeliser, ShellFoldsTheDistances) {
+  const TriMeshSTL mesh = SphereMesh(1, 40, 20);
+  VoxeliserSettings hollow;
+  for (const double shell : {0.5, 0.25, 0.0}) {
+    hollow.shell = shell;
+    const auto solid = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
+    const auto shelled = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f, hollow);
+    double depth = 0;
+    for (std::int64_t n = 0; n < solid->count; ++n) depth = std::max(depth, -(*solid)[n]);
+    const double wall = depth * shell;
+    int inWall = 0;
+    for (std::int64_t n = 0; n < solid->count; ++n) {
+      const double value = (*solid)[n], got = (*shelled)[n];
+      if (value <= -wall) {
+        EXPECT_EQ(got, -(value + wall));
+      } else if (value <= -wall / 2) {
+        EXPECT_NEAR(got, -wall - value, 1e-15);
+      } else {
+        EXPECT_EQ(got, value);
+      }
+      EXPECT_GE(got, -wall / 2 - 1e-15);
+      inWall += got < 0;
+    }
+    EXPECT_EQ(inWall == 0, shell == 0) << shell;
+  }
+}
+
+TEST(Voxeliser, WithoutAnInsideAShellChangesNothing) {
+  TriMeshSTL plane;
+  Add(plane, {-1, 0, -1}, {1, 0, -1}, {0, 0, 1});
+  VoxeliserSettings hollow;
+  hollow.shell = 0.5;
+  EXPECT_TRUE(SameBits(*Voxelise(plane, {10, 10, 10}, Vec3D(-1.03), 0.2f),
+                       *Voxelise(plane, {10, 10, 10}, Vec3D(-1.03), 0.2f, hollow)));
+}
+
+// --- workers ---------------------------------------------------------------------------------------------------------
+
+TEST(VoxeliserThreads, SameBitsForAnyNumberOfWorkers) {
+  const TriMeshSTL mesh = BumpyMesh(40, 20);
+  const VecInt3D cells{70, 35, 35};
+  VoxeliserSettings settings;
+  settings.workers = 1;
+  settings.shell = 0.6;
+  const auto one = Voxelise(mesh, cells, Vec3D(-1.4), 0.08f, settings, 1);
+  for (const int workers : {2, 3, 8}) {
+    settings.workers = workers;
+    // Also with more pieces of work than threads.
+    for (const int threads : {1, workers}) {
+      EXPECT_TRUE(SameBits(*one, *Voxelise(mesh, cells, Vec3D(-1.4), 0.08f, settings, threads))) << workers;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orlix::test

@@ -1,0 +1,132 @@
+// Directions of an alignment, mode by mode.
+
+#include <gtest/gtest.h>
+
+#include "fluids/volumes/AlignmentVector3D.h"
+#include "fluids/volumes/VolumeMesh.h"
+#include "tests/support/NodeBench.h"
+
+namespace orlix {
+namespace {
+
+using test::NodeBench;
+
+class Alignment : public testing::Test {
+ protected:
+  AlignmentVector3D& Made(std::int64_t mode, bool invert = false) {
+    object_->Set(1000, mode);
+    object_->Set(1001, std::int64_t{invert});
+    bench_.Link();
+    auto& node = bench_.Get<AlignmentVector3D>(*object_);
+    node.Prepare();
+    return node;
+  }
+  static void ExpectNear(const Vec3D& a, const Vec3D& b) {
+    EXPECT_LT(Length(a - b), 1e-12) << a.x << " " << a.y << " " << a.z;
+  }
+
+  NodeBench bench_;
+  BaseObject* object_ = &bench_.Add("alignment", "a");
+};
+
+TEST_F(Alignment, AxesAreTurnedByTheObject) {
+  object_->Set(kRotationId, Vec3D(0, 0, 90));
+  ExpectNear(Made(0).GetDirection({5, 5, 5}, 0), {0, 1, 0});
+  ExpectNear(Made(1).GetDirection({5, 5, 5}, 0), {-1, 0, 0});
+  ExpectNear(Made(2).GetDirection({5, 5, 5}, 0), {0, 0, 1});
+  ExpectNear(Made(2, true).GetDirection({5, 5, 5}, 0), {0, 0, -1});
+}
+
+TEST_F(Alignment, AVectorAndNumbersWithoutAModeAreTurnedToo) {
+  object_->Set(1002, Vec3D(0, 2, 0));
+  object_->Set(kRotationId, Vec3D(0, 0, 90));
+  ExpectNear(Made(7).GetDirection({}, 0), {-2, 0, 0});
+  ExpectNear(Made(12, true).GetDirection({}, 0), {2, 0, 0});
+  ExpectNear(Made(9).GetDirection({}, 0), {-2, 0, 0});  // no body
+  ExpectNear(Made(6).GetDirection({}, 0), {-2, 0, 0});  // no volume: without z
+}
+
+TEST_F(Alignment, FromCentreIsAUnitVector) {
+  auto& node = Made(3);
+  node.SetCentre({1, 2, 3});
+  ExpectNear(node.GetDirection({1, 2, 7}, 0), {0, 0, 1});
+  ExpectNear(node.GetDirection({4, 6, 3}, 0), {0.6, 0.8, 0});
+  ExpectNear(node.GetDirection({1, 2, 3}, 0), {0, 0, 0});
+}
+
+TEST_F(Alignment, MajorAxisPrefersXOnlyWhenStrictlyGreatest) {
+  ExpectNear(MajorAxisOf({-3, 2, 1}), {-1, 0, 0});
+  ExpectNear(MajorAxisOf({1, -2, 1}), {0, -1, 0});
+  ExpectNear(MajorAxisOf({2, 2, 1}), {0, 1, 0});
+  ExpectNear(MajorAxisOf({1, 1, -1}), {0, 0, -1});
+  auto& node = Made(4);
+  node.SetVector({0, 0, 1});
+  node.SetCentre({5, 0, 0});
+  ExpectNear(node.GetDirection({9, 9, 9}, 0), {-1, 0, 0});
+}
+
+TEST_F(Alignment, AroundZDropsTheLocalZ) {
+  object_->Set(kRotationId, Vec3D(0, 90, 0));  // its z is the world's x
+  auto& node = Made(5);
+  node.SetCentre({1, 1, 1});
+  ExpectNear(node.GetDirection({4, 3, 1}, 0), {0, 2, 0});
+  ExpectNear(node.GetDirection({-7, 1, 0}, 0), {0, 0, -1});
+}
+
+TEST_F(Alignment, CentreOfAnotherObject) {
+  BaseObject& other = bench_.Add("null", "n");
+  other.Set(kPositionId, Vec3D(8, 0, 0));
+  object_->Set(1003, NodeBench::LinkTo(other));
+  const double perVoxel = bench_.scene().space.simPerVoxel.x;
+  ExpectNear(Made(3).GetDirection({8 * perVoxel, 3, 0}, 0), {0, 1, 0});
+}
+
+TEST_F(Alignment, NormalOfAVolumePointsOutwards) {
+  BaseObject &volume = bench_.Add("volume", "v"), &ball = bench_.Add("sphere", "ball");
+  ball.Set(kPositionId, Vec3D(100, 100, 100));
+  volume.Set(1003, NodeBench::LinkTo(ball));
+  object_->Set(1003, NodeBench::LinkTo(volume));
+  bench_.Link();
+  auto& mesh = bench_.Get<VolumeMesh>(volume);
+  mesh.Prepare();
+  ProcessData data;
+  mesh.Process(data);
+  const Vec3D normal = Made(6).GetDirection({2, 1, 1}, 0);
+  EXPECT_NEAR(Length(normal), 1, 1e-12);
+  EXPECT_GT(normal.x, 0.95);
+  EXPECT_LT(Made(6, true).GetDirection({2, 1, 1}, 0).x, -0.95);
+  // The centre is the volume's own.
+  ExpectNear(Made(3).GetDirection(mesh.centre + Vec3D(0, 0, 2), 0), {0, 0, 1});
+}
+
+TEST_F(Alignment, RandomDirectionsAreUnitVectorsAboutZero) {
+  auto& node = Made(8);
+  Vec3D sum, squares;
+  constexpr int kDraws = 20000;
+  for (int i = 0; i < kDraws; ++i) {
+    const Vec3D d = node.GetDirection({}, 0);
+    EXPECT_NEAR(Length(d), 1, 1e-12);
+    sum += d, squares += d * d;
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(sum[axis] / kDraws, 0, 0.02);
+    EXPECT_NEAR(squares[axis] / kDraws, 1.0 / 3, 0.02);
+  }
+}
+
+TEST_F(Alignment, EachWorkerDrawsFromItsOwnSeed) {
+  auto& node = Made(8);
+  node.SeedThreads(3, 1);
+  for (int worker = 0; worker < 3; ++worker) {
+    MersenneTwister expected(static_cast<std::uint32_t>(bench_.scene().seed + 234145 + worker));
+    for (int i = 0; i < 5; ++i) ExpectNear(node.GetDirection({}, worker), RandomDirection(expected));
+  }
+  // Beyond the workers there is no generator, and no crash.
+  ExpectNear(node.GetDirection({}, 40), {});
+  // None asked for: the fallback.
+  node.SeedThreads(0, 2);
+  EXPECT_NEAR(Length(node.GetDirection({}, 1)), 1, 1e-12);
+}
+
+}  // namespace
+}  // namespace orlix

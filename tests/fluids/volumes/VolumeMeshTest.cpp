@@ -1,0 +1,358 @@
+#include "fluids/volumes/VolumeMesh.h"
+
+#include <gtest/gtest.h>
+
+#include "fluids/grids/GridMemory.h"
+#include "fluids/volumes/VolumeParameters.h"
+#include "globals/Hash.h"
+#include "host/geometry/GeometryTypes.h"
+#include "tests/support/TestScene.h"
+
+namespace orlix::test {
+namespace {
+
+constexpr int kSphereRadius = 1110;
+constexpr int kCellId = 1002, kModeId = 1003, kSubstepsId = 1005;
+
+// A volume of a sphere of 0.5 m in a scene where 100 host units are a metre.
+class VolumeScene : public TestScene {
+ public:
+  explicit VolumeScene(int workers = 1) : TestScene(workers) {
+    root->Set(kCellId, 0.1);
+    root->Set(kModeId, std::int64_t(1));
+    root->Set(kSubstepsId, std::int64_t(0));
+    sphere = &Add("sphere", "Ball");
+    sphere->Set(kSphereRadius, 50.0);
+    sphere->Set(kPositionId, Vec3D(20, 0, 0));
+    host = &Add("volume", "Solid");
+    host->Set(kVolumeObject, LinkTo(*sphere));
+  }
+  VolumeMesh& volume() { return *NodeOf<VolumeMesh>(*host); }
+  BaseObject& MakeObstacle() { return document.AddTag(*types.Find(kObstacleTagId), *host); }
+  void SetSubsteps(int count) { root->Set(kSubstepsId, std::int64_t(count - 1)); }
+
+  BaseObject* sphere;
+  BaseObject* host;
+};
+
+TEST(VolumeMesh, IsASignedDistanceInMetres) {
+  VolumeScene scene(2);
+  scene.Step(0);
+  VolumeMesh& volume = scene.volume();
+  ASSERT_TRUE(volume.HasLevelSet());
+  EXPECT_TRUE(volume.IsActive());
+  const Vec3D centre(0.2, 0, 0);
+  EXPECT_LT(Length(volume.centre - centre), 1e-12);
+  for (const Vec3D& direction : {Vec3D(1, 0, 0), Vec3D(0, -1, 0), Normalized(Vec3D(1, 1, 1))}) {
+    for (const double r : {0.3, 0.45, 0.5, 0.6}) {
+      const Vec3D p = centre + direction * r;
+      EXPECT_NEAR(volume.SampleWorld(p), r - 0.5, 0.012) << r;
+      EXPECT_EQ(volume.SampleLocal(p - volume.View().origin()), volume.SampleWorld(p));
+      EXPECT_NEAR(Dot(volume.NormalLattice(p), direction), 1, 0.05);
+    }
+  }
+  EXPECT_TRUE(volume.InsideWorld(centre));
+  EXPECT_FALSE(volume.InsideWorld(centre, -0.6));  // an iso below the deepest
+  EXPECT_NEAR(volume.DepthWorld(centre), 1, 0.02);
+  EXPECT_NEAR(volume.DepthWorld(centre + Vec3D(0.25, 0, 0)), 0.5, 0.05);
+}
+
+// The lattice lies on whole cells of the scene and leaves the padding free on each side.
+TEST(VolumeMesh, LatticeIsPaddedAndSnapped) {
+  VolumeScene scene;
+  scene.host->Set(kVolumePadding, std::int64_t(2));
+  scene.Step(0);
+  const VolumeMesh& volume = scene.volume();
+  const GridSpace& space = volume.LevelSet()->space;
+  EXPECT_EQ(volume.LevelSet()->dims, volume.resolution + VecInt3D(1, 1, 1));
+  EXPECT_EQ(volume.resolution, VecInt3D(14, 14, 14));  // 1 m, 2 cells on each side, snapped outwards
+  EXPECT_EQ(volume.LevelSet()->gridType, kGridNodalLevelset);
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(space.simMin[axis] / 0.1, std::round(space.simMin[axis] / 0.1), 1e-6);
+  }
+  EXPECT_NEAR(space.simMin.x, -0.5, 1e-6);
+  EXPECT_NEAR(space.hostMin.x, -50, 1e-4);
+  EXPECT_EQ(volume.OutsideValue(), space.simSize.x);
+  EXPECT_TRUE(volume.InBox(space.simMin));
+  EXPECT_FALSE(volume.InBox(space.simMax));
+  Vec3D min(1e9), max(-1e9);
+  scene.volume().ExtendBounds(min, max);
+  EXPECT_EQ(min, volume.boundsMin);
+  EXPECT_EQ(max, volume.boundsMax);
+}
+
+TEST(VolumeMesh, PushesPointsToTheSurface) {
+  VolumeScene scene;
+  scene.Step(0);
+  const VolumeMesh& volume = scene.volume();
+  const Vec3D centre(0.2, 0, 0), start = centre + Vec3D(0.33, 0.1, -0.2);
+  Vec3D p = start;
+  ASSERT_TRUE(volume.PushOut(p, true, 0));
+  EXPECT_NEAR(volume.SampleWorld(p), 0, 0.005);
+  // An offset leaves it that many cells inside.
+  Vec3D deeper = start;
+  ASSERT_TRUE(volume.PushOut(deeper, true, 0.5));
+  EXPECT_NEAR(volume.SampleWorld(deeper), -0.05, 0.006);
+  Vec3D local = start - volume.View().origin();
+  ASSERT_TRUE(volume.PushOut(local, false, 0));
+  EXPECT_LT(Length(local + volume.View().origin() - p), 1e-12);
+  Vec3D place, normal;
+  ASSERT_TRUE(volume.PushOutNormal(start, place, normal, 0.001));
+  EXPECT_NEAR(Length(normal), 1, 1e-12);
+  EXPECT_LT(Length(place - p), 0.001);
+  VolumeHit hit;
+  EXPECT_TRUE(volume.Collide(start, hit, 0));
+  EXPECT_TRUE(hit.inside);
+  EXPECT_LT(Length(hit.position - p), 1e-6);
+  EXPECT_LT(hit.distance, 0);
+}
+
+TEST(VolumeMesh, OutsideAndOnTheSurfaceNothingIsPushed) {
+  VolumeScene scene;
+  scene.Step(0);
+  VolumeMesh& volume = scene.volume();
+  for (int k = 0; k < volume.LevelSet()->dims.z; ++k) (*volume.LevelSet())(5, 5, k) = 0;
+  const Vec3D onSurface = volume.View().origin() + Vec3D(0.5, 0.5, 0.5), outside(0.2, 0.7, 0);
+  for (Vec3D p : {onSurface, outside}) {
+    const Vec3D before = p;
+    VolumeHit hit;
+    EXPECT_FALSE(volume.InsideWorld(p));
+    EXPECT_FALSE(volume.PushOut(p, true, 0.5));
+    EXPECT_FALSE(volume.Collide(p, hit, 0));
+    EXPECT_EQ(p, before);
+    EXPECT_EQ(hit.position, before);
+    EXPECT_EQ(hit.normal, Vec3D(0, 1, 0));
+  }
+  // No gradient at all: inside, but the point stays.
+  volume.LevelSet()->Fill(-1.0);
+  Vec3D p(0.2, 0, 0);
+  EXPECT_TRUE(volume.PushOut(p, true, 0));
+  EXPECT_EQ(p, Vec3D(0.2, 0, 0));
+}
+
+// Below 0 the sampler gives the first node, beyond the end the last, and what is no number does no harm.
+TEST(VolumeMesh, SamplesBeyondTheGridGiveItsBorder) {
+  VolumeScene scene;
+  scene.Step(0);
+  const VolumeMesh& volume = scene.volume();
+  const ScalarGrid& grid = *volume.LevelSet();
+  const VecInt3D last = grid.dims - VecInt3D(1, 1, 1);
+  EXPECT_EQ(volume.SampleGrid({-0.5, 3, 4}), grid(0, 3, 4));
+  EXPECT_EQ(volume.SampleGrid({-1e300, 3, 4}), grid(0, 3, 4));
+  EXPECT_EQ(volume.SampleGrid({1e300, 3, 4}), grid(last.x, 3, 4));
+  EXPECT_EQ(volume.SampleGrid(Vec3D(last)), grid(last.x, last.y, last.z));
+  EXPECT_EQ(volume.SampleGrid({2, 3, last.z - 0.25}), grid(2, 3, last.z) * 0.75 + grid(2, 3, last.z - 1) * 0.25);
+  EXPECT_TRUE(std::isfinite(volume.SampleWorld(Vec3D(std::nan("")))));
+}
+
+TEST(VolumeMesh, WithoutALevelSetEveryAnswerIsNo) {
+  VolumeScene scene;
+  scene.host->Set(kVolumeObject, LinkValue{});
+  scene.Step(0);
+  const VolumeMesh& volume = scene.volume();
+  Vec3D p(0.2, 0, 0), place, normal;
+  VolumeHit hit;
+  EXPECT_FALSE(volume.HasLevelSet());
+  EXPECT_EQ(volume.SampleWorld(p), 0);
+  EXPECT_EQ(volume.DepthWorld(p), 0);
+  EXPECT_FALSE(volume.InsideWorld(p, 1));
+  EXPECT_FALSE(volume.InBox(p));
+  EXPECT_FALSE(volume.PushOut(p, true, 0));
+  EXPECT_FALSE(volume.PushOutNormal(p, place, normal, 0));
+  EXPECT_FALSE(volume.Collide(p, hit, 0));
+  EXPECT_EQ(volume.NormalGrid(p), Vec3D());
+}
+
+// --- rebuilding ------------------------------------------------------------------------------------------------------
+
+TEST(VolumeMesh, WhatStandsStillIsBuiltOnce) {
+  VolumeScene scene;
+  scene.SetSubsteps(3);
+  scene.Step(0);
+  const std::uint64_t version = scene.volume().LevelSetVersion();
+  scene.StepThrough(1, 4);
+  EXPECT_EQ(scene.volume().LevelSetVersion(), version);
+  EXPECT_TRUE(scene.volume().IsActive());
+  scene.sphere->Set(kSphereRadius, 40.0);
+  scene.Step(5);
+  EXPECT_EQ(scene.volume().LevelSetVersion(), version + 2);  // the old one goes, the new one comes
+  EXPECT_NEAR(scene.volume().SampleWorld({0.2, 0.4, 0}), 0, 0.01);
+}
+
+TEST(VolumeMesh, AChangedShellTakesEffect) {
+  VolumeScene scene;
+  scene.StepThrough(0, 2);
+  EXPECT_LT(scene.volume().SampleWorld({0.2, 0, 0}), -0.4);
+  scene.host->Set(kVolumeShell, 0.3);
+  scene.Step(3);
+  EXPECT_GT(scene.volume().SampleWorld({0.2, 0, 0}), 0.3);
+  scene.host->Set(kVolumeFlipSign, std::int64_t(1));
+  scene.host->Set(kVolumeShell, 1.0);
+  scene.Step(4);
+  EXPECT_GT(scene.volume().SampleWorld({0.2, 0, 0}), 0.4);
+}
+
+TEST(VolumeMesh, AnotherCellSizeRebuilds) {
+  VolumeScene scene;
+  scene.StepThrough(0, 2);
+  scene.root->Set(kCellId, 0.05);
+  scene.Step(3);
+  EXPECT_FLOAT_EQ(scene.volume().LevelSet()->space.cellSize, 0.05f);
+  EXPECT_NEAR(scene.volume().SampleWorld({0.2, 0, 0.55}), 0.05, 0.01);
+}
+
+// --- motion ----------------------------------------------------------------------------------------------------------
+
+// A driven solid has its frame's velocity in every sub-step, and a rotation velocity across the radius.
+TEST(VolumeMesh, KnowsItsVelocityInEachSubstep) {
+  for (const int substeps : {1, 3}) {
+    VolumeScene scene;
+    scene.MakeObstacle();
+    scene.SetSubsteps(substeps);
+    for (int frame = 0; frame <= 4; ++frame) {
+      scene.sphere->Set(kPositionId, Vec3D(20 + 2.0 * frame, 0, 0));
+      scene.sphere->Set(kRotationId, Vec3D(0, 3.0 * frame, 0));
+      scene.Step(frame);
+    }
+    const VolumeMesh& volume = scene.volume();
+    EXPECT_TRUE(volume.IsDrivenBody());
+    const double fps = 24, omega = 3 * fps * std::numbers::pi / 180;
+    const Vec3D centre(0.28, 0, 0);
+    EXPECT_LT(Length(volume.BodyCentre() - centre), 1e-12);
+    EXPECT_LT(Length(volume.VelocityAt(centre) - Vec3D(0.02 * fps, 0, 0)), 1e-7) << substeps;
+    const Vec3D atRim = volume.VelocityAt(centre + Vec3D(0.5, 0, 0));
+    EXPECT_LT(Length(atRim - Vec3D(0.02 * fps, 0, -0.5 * omega)), 1e-7) << substeps;
+    // The sub-steps' motions add up to the frame's.
+    EXPECT_NEAR(volume.LinearMotion().x * substeps, 0.02, 1e-12);
+    scene.Step(5);  // it stands still
+    EXPECT_EQ(volume.LinearMotion(), Vec3D());
+    EXPECT_EQ(volume.AngularMotion(), Vec3D());
+  }
+}
+
+TEST(VolumeMesh, TurningInPlaceMovesTheSurface) {
+  VolumeScene scene;
+  BaseObject& box = scene.Add("box", "Beam");
+  box.Set(1100, Vec3D(100, 20, 20));
+  scene.host->Set(kVolumeObject, TestScene::LinkTo(box));
+  scene.StepThrough(0, 2);
+  EXPECT_TRUE(scene.volume().InsideWorld({0.4, 0, 0}));
+  box.Set(kRotationId, Vec3D(0, 0, 90));
+  scene.Step(3);
+  EXPECT_FALSE(scene.volume().InsideWorld({0.4, 0, 0}));
+  EXPECT_TRUE(scene.volume().InsideWorld({0, 0.4, 0}));
+  EXPECT_NEAR(scene.volume().AngularMotion().z, std::numbers::pi / 2, 1e-9);
+}
+
+TEST(VolumeMesh, MotionScalesComeFromTheTag) {
+  VolumeScene scene;
+  BaseObject& tag = scene.MakeObstacle();
+  tag.Set(2004, 0.5);
+  tag.Set(2005, 0.0);
+  for (int frame = 0; frame <= 3; ++frame) {
+    scene.sphere->Set(kPositionId, Vec3D(0, 2.0 * frame, 0));
+    scene.sphere->Set(kRotationId, Vec3D(0, 3.0 * frame, 0));
+    scene.Step(frame);
+  }
+  EXPECT_NEAR(scene.volume().LinearMotion().y, 0.01, 1e-12);
+  EXPECT_EQ(scene.volume().AngularMotion(), Vec3D());
+}
+
+TEST(VolumeMesh, AnotherObjectIsNoMotion) {
+  VolumeScene scene;
+  BaseObject& other = scene.Add("sphere", "Other");
+  other.Set(kPositionId, Vec3D(500, 0, 0));
+  scene.StepThrough(0, 2);
+  scene.host->Set(kVolumeObject, TestScene::LinkTo(other));
+  scene.Step(3);
+  EXPECT_NEAR(scene.volume().centre.x, 5, 1e-9);
+  EXPECT_EQ(scene.volume().LinearMotion(), Vec3D());
+}
+
+// --- obstacles -------------------------------------------------------------------------------------------------------
+
+TEST(VolumeMesh, TheTagMakesAnObstacle) {
+  VolumeScene scene;
+  scene.Step(0);
+  EXPECT_TRUE(CollectObstacles(scene.scene()).empty());
+  EXPECT_FALSE(scene.volume().IsStaticBody());
+  BaseObject& tag = scene.MakeObstacle();
+  scene.Step(1);
+  EXPECT_EQ(CollectObstacles(scene.scene()), std::vector<VolumeBase*>{&scene.volume()});
+  EXPECT_TRUE(scene.volume().IsDrivenBody());
+  tag.Set(2040, std::int64_t(0));
+  scene.Step(2);
+  EXPECT_TRUE(scene.volume().IsStaticBody());
+  scene.host->Set(kVolumeHidden, std::int64_t(1));
+  scene.Step(3);
+  EXPECT_TRUE(CollectObstacles(scene.scene()).empty());
+  EXPECT_TRUE(scene.volume().IsObstacle());
+}
+
+TEST(VolumeMesh, ABodyThatWouldFallSaysThatItStands) {
+  VolumeScene scene;
+  BaseObject& tag = scene.MakeObstacle();
+  tag.Set(2040, std::int64_t(0));
+  tag.Set(2002, 3.0);
+  scene.Step(0);
+  EXPECT_TRUE(scene.volume().IsStaticBody());
+  ASSERT_EQ(scene.warnings.size(), 1u);
+  EXPECT_EQ(scene.warnings[0].first, "Scene/Solid");
+}
+
+// --- messages --------------------------------------------------------------------------------------------------------
+
+TEST(VolumeMesh, SaysWhyThereIsNoLevelSet) {
+  VolumeScene scene;
+  BaseObject& nothing = scene.Add("null", "Nothing");
+  BaseObject& empty = scene.Add("mesh", "Empty");
+  const std::pair<LinkValue, std::string> cases[] = {{{}, "no object is linked"},
+                                                     {TestScene::LinkTo(nothing), "no polygons"},
+                                                     {TestScene::LinkTo(empty), "no triangles"}};
+  int frame = 0;
+  for (const auto& [link, text] : cases) {
+    scene.host->Set(kVolumeObject, link);
+    scene.warnings.clear();
+    scene.Step(frame++);
+    EXPECT_FALSE(scene.volume().IsActive());
+    ASSERT_FALSE(scene.warnings.empty()) << text;
+    EXPECT_NE(scene.warnings[0].second.find(text), std::string::npos) << scene.warnings[0].second;
+  }
+}
+
+TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
+  VolumeScene scene;
+  scene.sphere->Set(kSphereRadius, 1e9);
+  scene.Step(0);
+  EXPECT_FALSE(scene.volume().HasLevelSet());
+  EXPECT_NE(scene.warnings.at(0).second.find("cells"), std::string::npos);
+  SetGridMemoryBudget(1 << 20);
+  scene.sphere->Set(kSphereRadius, 500.0);
+  scene.Step(1);
+  SetGridMemoryBudget(0);
+  EXPECT_FALSE(scene.volume().HasLevelSet());
+  const auto& failure = scene.scene().failure();
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->kind, ErrorKind::Memory);
+  EXPECT_NE(failure->text.find("MB"), std::string::npos) << failure->text;
+}
+
+// --- workers and state -----------------------------------------------------------------------------------------------
+
+TEST(VolumeMeshThreads, SceneHasTheSameLevelSetForAnyNumberOfWorkers) {
+  std::uint64_t first = 0;
+  for (const int workers : {1, 2, 3, 8}) {
+    VolumeScene scene(workers);
+    for (int frame = 0; frame <= 2; ++frame) {
+      scene.sphere->Set(kPositionId, Vec3D(3.3 * frame, 1, 2));
+      scene.Step(frame);
+    }
+    const ScalarGrid& grid = *scene.volume().LevelSet();
+    const std::uint64_t hash = HashBytes(grid.data, std::size_t(grid.count) * sizeof(double));
+    if (workers == 1) first = hash;
+    EXPECT_EQ(hash, first) << workers;
+  }
+}
+
+}  // namespace
+}  // namespace orlix::test
