@@ -6,6 +6,7 @@
 #include "fluids/dynamics/DynamicsTypes.h"
 #include "fluids/emitters/EmitterTypes.h"
 #include "fluids/forces/ForceTypes.h"
+#include "fluids/helpers/HelperTypes.h"
 #include "fluids/operators/OperatorTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
@@ -74,6 +75,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterGeometryTypes(factory.types());
   RegisterRenderTypes(factory.types());
   RegisterSceneTypes(factory);
+  RegisterHelperTypes(factory);
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);

@@ -5,7 +5,7 @@
 
 #include "fluids/caches/ZQ_C4DCacheName_Operator.h"
 #include "fluids/constraints/Constraint.h"
-#include "fluids/scene/Duration.h"
+#include "fluids/helpers/Duration.h"
 
 namespace orlix {
 

@@ -2,7 +2,7 @@
 // A target channel and the value that particles write into it, or take from it.
 
 #include "fluids/channels/ChannelPair.h"
-#include "fluids/scene/Property.h"
+#include "fluids/helpers/Property.h"
 
 namespace orlix {
 

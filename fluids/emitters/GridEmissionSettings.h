@@ -1,9 +1,9 @@
 #pragma once
 // How much an emitter puts into a channel, when, and in which way.
 
-#include "fluids/channels/EmissionHandler.h"
+#include "fluids/emitters/EmissionHandler.h"
 #include "fluids/emitters/EmissionRate.h"
-#include "fluids/scene/Duration.h"
+#include "fluids/helpers/Duration.h"
 #include "fluids/scene/iEmissionSettings.h"
 
 namespace orlix {

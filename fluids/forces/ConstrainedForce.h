@@ -3,7 +3,7 @@
 
 #include "fluids/constraints/RowWeights.h"
 #include "fluids/dynamics/Force.h"
-#include "fluids/scene/Duration.h"
+#include "fluids/helpers/Duration.h"
 
 namespace orlix {
 

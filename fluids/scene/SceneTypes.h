@@ -4,7 +4,7 @@ namespace orlix {
 
 class NodeFactory;
 
-// The root object, durations, properties, kernels.
+// The root object.
 void RegisterSceneTypes(NodeFactory& factory);
 
 }  // namespace orlix

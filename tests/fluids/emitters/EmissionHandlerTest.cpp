@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fluids/channels/EmissionHandler.h"
+#include "fluids/emitters/EmissionHandler.h"
 #include "fluids/grids/Spread.h"
 #include "tests/support/NodeBench.h"
 

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "fluids/scene/Duration.h"
-#include "fluids/scene/Kernel.h"
-#include "fluids/scene/Property.h"
+#include "fluids/helpers/Duration.h"
+#include "fluids/helpers/Kernel.h"
+#include "fluids/helpers/Property.h"
 #include "fluids/scene/StateCheck.h"
 #include "tests/fluids/scene/TraceNode.h"
 

@@ -1,4 +1,4 @@
-#include "fluids/scene/Duration.h"
+#include "fluids/helpers/Duration.h"
 
 #include <cmath>
 

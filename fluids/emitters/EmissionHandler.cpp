@@ -1,4 +1,4 @@
-#include "fluids/channels/EmissionHandler.h"
+#include "fluids/emitters/EmissionHandler.h"
 
 #include <limits>
 

@@ -1,4 +1,4 @@
-#include "fluids/scene/Property.h"
+#include "fluids/helpers/Property.h"
 
 namespace orlix {
 

@@ -1,4 +1,4 @@
-#include "fluids/scene/Kernel.h"
+#include "fluids/helpers/Kernel.h"
 
 #include <cmath>
 #include <numbers>
