@@ -7,7 +7,7 @@
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshWriter.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 namespace orlix {
 

@@ -9,7 +9,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "host/description/CurveData.h"
-#include "host/render/Srgb.h"
+#include "host/pictures/Srgb.h"
 
 namespace orlix {
 

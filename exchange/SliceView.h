@@ -3,7 +3,7 @@
 // middle, side by side with a colour bar that says its range.
 
 #include "fluids/scene/OrlixScene.h"
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
 
 namespace orlix {
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <span>
 
-#include "host/render/ExrFile.h"
-#include "host/render/PngFile.h"
+#include "host/pictures/ExrFile.h"
+#include "host/pictures/PngFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::span bytes(reinterpret_cast<const std::byte*>(data), size);

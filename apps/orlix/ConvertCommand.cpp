@@ -9,7 +9,7 @@
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshReader.h"
 #include "host/geometry/MeshWriter.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 namespace orlix {
 

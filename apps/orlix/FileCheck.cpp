@@ -6,7 +6,7 @@
 #include "apps/orlix/IsolatedCheck.h"
 #include "exchange/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 namespace orlix {
 

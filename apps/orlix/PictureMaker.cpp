@@ -5,8 +5,8 @@
 #include "exchange/SliceView.h"
 #include "fluids/volume_renderer/GasMaterial.h"
 #include "host/files/FrameFiles.h"
+#include "host/pictures/PictureFile.h"
 #include "host/render/GatherRenderWorld.h"
-#include "host/render/PictureFile.h"
 
 namespace orlix {
 

@@ -9,7 +9,7 @@
 #include "fluids/caches/GridFrameFile.h"
 #include "globals/Hash.h"
 #include "host/geometry/MeshReader.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 namespace orlix {
 

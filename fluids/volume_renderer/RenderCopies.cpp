@@ -7,7 +7,7 @@
 
 #include "fluids/grids/GridResampler.h"
 #include "fluids/volume_renderer/Diffusor.h"
-#include "host/render/Srgb.h"
+#include "host/pictures/Srgb.h"
 
 namespace orlix {
 

@@ -42,16 +42,6 @@ const TypeInfo kRenderSettingsType = {.id = kRenderSettingsId,
                                       .kinds = kLinkHostObject,
                                       .parameters = kRows};
 
-Status CheckPictureSize(std::int64_t width, std::int64_t height) {
-  if (width >= 1 && height >= 1 && width <= kMaxPictureSide && height <= kMaxPictureSide &&
-      width * height <= kMaxPicturePixels) {
-    return {};
-  }
-  return Status::Fail(ErrorKind::Scene,
-                      fmt::format("a picture of {} x {} pixels can't be made: sides are 1 to {}, at most {} pixels",
-                                  width, height, kMaxPictureSide, kMaxPicturePixels));
-}
-
 Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   RenderSettings settings;
   const std::int64_t width = object.GetInt(kRenderWidthId), height = object.GetInt(kRenderHeightId);

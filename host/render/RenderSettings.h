@@ -8,6 +8,7 @@
 #include "globals/Vec.h"
 #include "host/description/TypeRegistry.h"
 #include "host/objects/BaseObject.h"
+#include "host/pictures/Picture.h"
 
 namespace orlix {
 
@@ -31,9 +32,6 @@ inline constexpr int kRenderVelocityId = 1012;
 inline constexpr int kRenderNameId = 1013;
 inline constexpr int kRenderCameraId = 1014;
 
-inline constexpr int kMaxPictureSide = 65536;
-inline constexpr std::int64_t kMaxPicturePixels = std::int64_t(1) << 28;
-
 struct RenderSettings {
   int width = 960, height = 540;
   int samples = 4;  // rays of each pixel
@@ -49,8 +47,5 @@ struct RenderSettings {
 };
 
 Result<RenderSettings> ReadRenderSettings(const BaseObject& object);
-
-// Sides of 1 to kMaxPictureSide, and no more than kMaxPicturePixels.
-Status CheckPictureSize(std::int64_t width, std::int64_t height);
 
 }  // namespace orlix

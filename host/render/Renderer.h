@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "globals/Result.h"
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
 #include "host/render/RenderWorld.h"
 
 namespace orlix {

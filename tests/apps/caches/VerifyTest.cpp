@@ -9,7 +9,7 @@
 #include "apps/orlix/IsolatedCheck.h"
 #include "exchange/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 #include "tests/apps/caches/DriftNode.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "apps/orlix/PictureMaker.h"
-#include "host/render/PictureCompare.h"
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureCompare.h"
+#include "host/pictures/PictureFile.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
 

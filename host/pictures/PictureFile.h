@@ -5,7 +5,7 @@
 #include <string>
 
 #include "globals/Result.h"
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
 
 namespace orlix {
 

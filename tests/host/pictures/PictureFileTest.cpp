@@ -1,4 +1,4 @@
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -12,9 +12,9 @@
 #include <sstream>
 
 #include "globals/Random.h"
-#include "host/render/ExrFile.h"
-#include "host/render/PngFile.h"
-#include "host/render/Srgb.h"
+#include "host/pictures/ExrFile.h"
+#include "host/pictures/PngFile.h"
+#include "host/pictures/Srgb.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix {

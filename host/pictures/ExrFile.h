@@ -6,7 +6,7 @@
 #include <span>
 
 #include "globals/Result.h"
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
 
 namespace orlix {
 

@@ -1,4 +1,4 @@
-#include "host/render/PictureFile.h"
+#include "host/pictures/PictureFile.h"
 
 #include <algorithm>
 #include <array>
@@ -6,8 +6,8 @@
 
 #include "host/files/AtomicStream.h"
 #include "host/files/ByteSource.h"
-#include "host/render/ExrFile.h"
-#include "host/render/PngFile.h"
+#include "host/pictures/ExrFile.h"
+#include "host/pictures/PngFile.h"
 
 namespace orlix {
 

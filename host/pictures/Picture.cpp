@@ -1,9 +1,21 @@
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 
 namespace orlix {
+
+Status CheckPictureSize(std::int64_t width, std::int64_t height) {
+  if (width >= 1 && height >= 1 && width <= kMaxPictureSide && height <= kMaxPictureSide &&
+      width * height <= kMaxPicturePixels) {
+    return {};
+  }
+  return Status::Fail(ErrorKind::Scene,
+                      fmt::format("a picture of {} x {} pixels can't be made: sides are 1 to {}, at most {} pixels",
+                                  width, height, kMaxPictureSide, kMaxPicturePixels));
+}
 
 PictureChannel& Picture::AddChannel(std::string name, float value, bool single) {
   channels_.push_back({std::move(name), single, std::vector<float>(pixelCount(), value)});

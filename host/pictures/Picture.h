@@ -12,6 +12,12 @@
 
 namespace orlix {
 
+inline constexpr int kMaxPictureSide = 65536;
+inline constexpr std::int64_t kMaxPicturePixels = std::int64_t(1) << 28;
+
+// Sides of 1 to kMaxPictureSide, and no more than kMaxPicturePixels.
+Status CheckPictureSize(std::int64_t width, std::int64_t height);
+
 struct PictureChannel {
   std::string name;           // "R", "G", "B", "A", "Z", "velocity.X", ...
   bool single = false;        // kept with 32 bits in files that can; otherwise with 16

@@ -1,4 +1,4 @@
-#include "host/render/ExrFile.h"
+#include "host/pictures/ExrFile.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -14,8 +14,6 @@
 #include <exception>
 #include <mutex>
 #include <vector>
-
-#include "host/render/RenderSettings.h"
 
 namespace orlix {
 

@@ -1,4 +1,4 @@
-#include "host/render/PictureCompare.h"
+#include "host/pictures/PictureCompare.h"
 
 #include <fmt/format.h>
 

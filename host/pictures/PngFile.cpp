@@ -1,4 +1,4 @@
-#include "host/render/PngFile.h"
+#include "host/pictures/PngFile.h"
 
 #include <fmt/format.h>
 #include <png.h>
@@ -10,8 +10,7 @@
 #include <new>
 #include <vector>
 
-#include "host/render/RenderSettings.h"
-#include "host/render/Srgb.h"
+#include "host/pictures/Srgb.h"
 
 namespace orlix {
 

@@ -3,7 +3,7 @@
 // both pictures are softened first, as the eye does at a usual distance.
 
 #include "globals/Result.h"
-#include "host/render/Picture.h"
+#include "host/pictures/Picture.h"
 
 namespace orlix {
 
