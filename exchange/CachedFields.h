@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "exchange/GridNames.h"
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 
 namespace orlix {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "exchange/GridNames.h"
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "apps/orlix/Engine.h"
-#include "apps/orlix/SceneReader.h"
-#include "apps/orlix/SceneWriter.h"
+#include "run/Engine.h"
+#include "scene_file/SceneReader.h"
+#include "scene_file/SceneWriter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const orlix::Engine engine;

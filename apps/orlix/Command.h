@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "apps/orlix/Console.h"
-#include "apps/orlix/Engine.h"
 #include "globals/Result.h"
+#include "run/Engine.h"
 
 namespace orlix {
 

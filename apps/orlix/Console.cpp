@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "apps/orlix/Mistakes.h"
+#include "scene_file/Mistakes.h"
 
 namespace orlix {
 

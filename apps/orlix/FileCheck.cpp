@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "apps/orlix/Checkpoint.h"
 #include "apps/orlix/IsolatedCheck.h"
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "host/pictures/PictureFile.h"
+#include "run/Checkpoint.h"
 
 namespace orlix {
 

@@ -5,10 +5,10 @@
 #include <filesystem>
 
 #include "apps/orlix/Command.h"
-#include "apps/orlix/Mistakes.h"
-#include "apps/orlix/TypeReference.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/FrameFiles.h"
+#include "scene_file/Mistakes.h"
+#include "scene_file/TypeReference.h"
 
 namespace orlix {
 

@@ -9,9 +9,9 @@
 
 #include "apps/orlix/CommandLine.h"
 #include "apps/orlix/ExitCode.h"
-#include "apps/orlix/Interrupt.h"
 #include "fluids/grids/GridMemory.h"
 #include "globals/ByteSize.h"
+#include "run/Interrupt.h"
 
 namespace orlix {
 

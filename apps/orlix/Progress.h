@@ -6,7 +6,7 @@
 #include <string>
 
 #include "apps/orlix/Console.h"
-#include "apps/orlix/FrameListener.h"
+#include "run/FrameListener.h"
 
 namespace orlix {
 

@@ -5,15 +5,15 @@
 #include <cstdio>
 
 #include "apps/orlix/Command.h"
-#include "apps/orlix/FrameList.h"
-#include "apps/orlix/FrameResults.h"
-#include "apps/orlix/Interrupt.h"
-#include "apps/orlix/OutputFolders.h"
 #include "apps/orlix/Progress.h"
-#include "apps/orlix/SceneReader.h"
-#include "apps/orlix/SceneRun.h"
 #include "fluids/caches/GridCacher.h"
 #include "host/render/RenderSettings.h"
+#include "run/FrameList.h"
+#include "run/FrameResults.h"
+#include "run/Interrupt.h"
+#include "run/OutputFolders.h"
+#include "run/SceneRun.h"
+#include "scene_file/SceneReader.h"
 
 namespace orlix {
 

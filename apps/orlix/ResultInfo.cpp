@@ -2,14 +2,14 @@
 
 #include <fmt/format.h>
 
-#include "apps/orlix/Checkpoint.h"
 #include "apps/orlix/FileInfo.h"
-#include "apps/orlix/JsonLayout.h"
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "globals/Hash.h"
 #include "host/geometry/MeshReader.h"
 #include "host/pictures/PictureFile.h"
+#include "run/Checkpoint.h"
+#include "scene_file/JsonLayout.h"
 
 namespace orlix {
 

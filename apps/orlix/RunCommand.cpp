@@ -5,21 +5,21 @@
 
 #include <cmath>
 
-#include "apps/orlix/Checkpoints.h"
 #include "apps/orlix/Command.h"
-#include "apps/orlix/FrameList.h"
-#include "apps/orlix/FrameResults.h"
-#include "apps/orlix/Interrupt.h"
-#include "apps/orlix/JsonLayout.h"
-#include "apps/orlix/OutputFolders.h"
 #include "apps/orlix/Progress.h"
-#include "apps/orlix/SceneHash.h"
-#include "apps/orlix/SceneReader.h"
-#include "apps/orlix/SceneRun.h"
-#include "apps/orlix/Statistics.h"
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "globals/ByteSize.h"
 #include "globals/Hash.h"
+#include "run/Checkpoints.h"
+#include "run/FrameList.h"
+#include "run/FrameResults.h"
+#include "run/Interrupt.h"
+#include "run/OutputFolders.h"
+#include "run/SceneRun.h"
+#include "run/Statistics.h"
+#include "scene_file/JsonLayout.h"
+#include "scene_file/SceneHash.h"
+#include "scene_file/SceneReader.h"
 
 namespace orlix {
 

@@ -4,9 +4,9 @@
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileInfo.h"
-#include "apps/orlix/ParameterText.h"
-#include "apps/orlix/SceneReader.h"
-#include "apps/orlix/SceneWriter.h"
+#include "scene_file/ParameterText.h"
+#include "scene_file/SceneReader.h"
+#include "scene_file/SceneWriter.h"
 
 namespace orlix {
 

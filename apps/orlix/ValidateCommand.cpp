@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include "apps/orlix/Command.h"
-#include "apps/orlix/JsonLayout.h"
-#include "apps/orlix/SceneReader.h"
+#include "scene_file/JsonLayout.h"
+#include "scene_file/SceneReader.h"
 
 namespace orlix {
 

@@ -4,7 +4,7 @@
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FolderReport.h"
-#include "apps/orlix/JsonLayout.h"
+#include "scene_file/JsonLayout.h"
 
 namespace orlix {
 

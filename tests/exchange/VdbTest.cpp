@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix {

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/orlix/Engine.h"
-#include "apps/orlix/SceneReader.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/scene/OrlixHook.h"
+#include "run/Engine.h"
+#include "scene_file/SceneReader.h"
+#include "tests/support/Folders.h"
 
 namespace orlix::test {
 
@@ -19,8 +20,7 @@ class SceneFileRun {
   // path below the repository. Throws what the reader has to say.
   explicit SceneFileRun(const std::string& path, std::vector<std::string> overrides = {}, int workers = 2)
       : pool(workers) {
-    auto read =
-        ReadSceneFile(std::string(ORLIX_SOURCE_DIR) + "/" + path, engine.types, {.overrides = std::move(overrides)});
+    auto read = ReadSceneFile(SourceFolder() + "/" + path, engine.types, {.overrides = std::move(overrides)});
     if (!read.ok()) throw std::runtime_error(read.error().text);
     document = std::move((*read).document);
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };

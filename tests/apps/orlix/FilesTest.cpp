@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "exchange/VdbFile.h"
+#include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "tests/apps/orlix/ProgramRunner.h"
 

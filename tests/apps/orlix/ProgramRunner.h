@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Folders.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix::test {
@@ -55,7 +56,7 @@ class ProgramRunner {
  private:
   [[noreturn]] static void Exec(const std::vector<std::string>& arguments, const std::string& out,
                                 const std::string& err, int errorDescriptor) {
-    std::string program = std::string(ORLIX_BINARY_DIR) + "/orlix";
+    std::string program = ProgramFolder() + "/orlix";
     std::vector<char*> list = {program.data()};
     std::vector<std::string> copies = arguments;
     for (std::string& argument : copies) list.push_back(argument.data());

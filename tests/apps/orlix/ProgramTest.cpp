@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "tests/apps/orlix/ProgramRunner.h"
+#include "tests/support/Folders.h"
 
 namespace orlix {
 namespace {
@@ -99,7 +100,7 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
 
 TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
   ProgramRunner runner;
-  const std::string scene = std::string(ORLIX_SOURCE_DIR) + "/scenes/smoke_plume.json";
+  const std::string scene = SourceFolder() + "/scenes/smoke_plume.json";
   const auto run = [&](std::vector<std::string> more) {
     std::vector<std::string> arguments = {"run", scene, "--memory", "10M", "--out", runner.folder.path().string()};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -168,7 +169,7 @@ TEST(Program, StatisticsHaveALineForEachFrame) {
   EXPECT_EQ(hashes[0], hashes[1]);
   EXPECT_EQ(hashes[0], hashes[2]);
 
-  const std::string plume = std::string(ORLIX_SOURCE_DIR) + "/scenes/smoke_plume.json";
+  const std::string plume = SourceFolder() + "/scenes/smoke_plume.json";
   ASSERT_EQ(runner.Run({"run", plume, "--frames", "2", "--stats", stats, "--out", runner.folder.path().string()}).code,
             0);
   const auto frames = Lines(test::ReadText(stats));

@@ -1,0 +1,109 @@
+// Whole sub-steps of a plume, stage by stage as a user's scene runs them: after 40 frames, medians of the next ones.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "benchmarks/Triad.h"
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/volume_renderer/GasMaterial.h"
+#include "host/render/GatherRenderWorld.h"
+#include "host/render/Renderer.h"
+#include "tests/support/SceneFileRun.h"
+
+namespace orlix::bench {
+
+namespace {
+
+constexpr int kStart = 40, kFrames = 9;
+constexpr const char* kScene = "benchmarks/scenes/plume.json";
+
+double MedianOf(std::vector<double> values) {
+  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+  return values[values.size() / 2];
+}
+
+// Smoke is somewhere, and no value is negative or beyond its channel's limit.
+bool LooksRight(test::SceneFileRun& run) {
+  const ScalarGrid& smoke = *run.Get<ScalarGridChannel>("Plume/smoke").grid;
+  double least = 0, most = 0;
+  for (std::int64_t i = 0; i < smoke.count; ++i) least = std::min(least, smoke[i]), most = std::max(most, smoke[i]);
+  return least >= 0 && most > 0.1 && most <= 10;
+}
+
+// Counters: what each node took, in t; the whole sub-step; bytes a cell.
+void Substep(benchmark::State& state, const std::vector<std::string>& overrides) {
+  test::SceneFileRun run(kScene, overrides, static_cast<int>(state.range(0)));
+  run.StepThrough(0, kStart);
+  int frame = kStart;
+  std::map<std::string, std::vector<double>> nodes;
+  std::vector<double> totals;
+  for (auto _ : state) {
+    run.reports.clear();
+    ++frame;
+    run.StepThrough(frame, frame);
+    const SubstepReport& report = run.reports.at(0);
+    state.SetIterationTime(report.seconds);
+    totals.push_back(report.seconds);
+    std::map<std::string, double> sums;
+    for (const auto& [name, seconds] : report.nodeSeconds) sums[name] += seconds;
+    for (const auto& [name, seconds] : sums) nodes[name].push_back(seconds);
+  }
+  if (run.scene().failure() || !LooksRight(run)) return state.SkipWithError("the plume is no plume");
+  const SubstepReport& last = run.reports.back();
+  const double t = CellTime(last.cells);
+  for (const auto& [name, seconds] : nodes) {
+    const double median = MedianOf(seconds) / t;
+    if (median >= 0.5) state.counters[name.substr(name.find('/') + 1) + " t"] = median;
+  }
+  state.counters["sub-step t"] = MedianOf(totals) / t;
+  state.counters["cells"] = static_cast<double>(last.cells);
+  state.counters["peak B/cell"] = static_cast<double>(last.peakBytes) / static_cast<double>(last.cells);
+  for (const SolverReport& solver : last.solvers) state.counters["iterations"] = solver.iterations;
+}
+
+void BM_PlumeSubstep(benchmark::State& state) { Substep(state, {}); }
+void BM_PlumeSubstepTo1e6(benchmark::State& state) { Substep(state, {"Plume/Air.pressure_accuracy=0.35"}); }
+// The same container, of which the tenth around the smoke is computed.
+void BM_PlumeSubstepOfATenth(benchmark::State& state) { Substep(state, {"Plume/Air.margin=5"}); }
+
+// The plume's picture, 640 x 480 with one light and its shadows, steps of one cell, one sample a pixel. Counters:
+// seconds of the light map and of the march apart, rays and samples of the gas a second.
+void BM_PlumePicture(benchmark::State& state) {
+  test::SceneFileRun run(kScene, {}, static_cast<int>(state.range(0)));
+  run.StepThrough(0, kStart);
+  const auto materials = CollectGasMaterials(*run.document, run.hook);
+  RenderWorld world;
+  if (materials.size() != 1 || !GatherRenderWorld(*run.document, {}, world).ok()) {
+    return state.SkipWithError("the scene shows no gas");
+  }
+  world.volumes.push_back(materials[0].get());
+  RenderReport report;
+  std::vector<double> maps, rays;
+  for (auto _ : state) {
+    const Result<Picture> picture = RenderPicture(world, run.pool, {}, &report);
+    state.SetIterationTime(report.startSeconds + report.raySeconds);
+    maps.push_back(report.startSeconds);
+    rays.push_back(report.raySeconds);
+    if (!picture.ok() || report.volumeCalls == 0) return state.SkipWithError("no picture");
+  }
+  state.counters["map s"] = MedianOf(maps);
+  state.counters["march s"] = MedianOf(rays);
+  state.counters["samples/s"] = static_cast<double>(report.volumeSamples) / MedianOf(rays);
+  state.counters["rays/s"] = static_cast<double>(report.cameraRays) / MedianOf(rays);
+}
+
+// Medians are taken within: once is enough.
+void Once(benchmark::internal::Benchmark* bench) {
+  bench->Iterations(kFrames)->Repetitions(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_PlumeSubstep)->Arg(1)->Arg(2)->Apply(Once);
+BENCHMARK(BM_PlumeSubstepTo1e6)->Arg(2)->Apply(Once);
+BENCHMARK(BM_PlumeSubstepOfATenth)->Arg(2)->Apply(Once);
+BENCHMARK(BM_PlumePicture)->Arg(1)->Arg(2)->Apply(Once);
+
+}  // namespace
+
+}  // namespace orlix::bench

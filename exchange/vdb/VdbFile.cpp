@@ -1,0 +1,217 @@
+#include "exchange/vdb/VdbFile.h"
+
+#include <fmt/format.h>
+#include <openvdb/io/File.h>
+#include <openvdb/io/Stream.h>
+#include <openvdb/openvdb.h>
+#include <openvdb/tools/Dense.h>
+#include <openvdb/tools/SignedFloodFill.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <stdexcept>
+
+#include "host/files/AtomicStream.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr double kBandVoxels = 3;
+
+openvdb::math::Transform::Ptr TransformOf(const GridSpace& space, bool nodal) {
+  openvdb::Mat4R matrix = openvdb::Mat4R::identity();
+  for (int axis = 0; axis < 3; ++axis) {
+    matrix(axis, axis) = space.hostPerVoxel[axis];
+    matrix(3, axis) = nodal ? 0.0 : 0.5 * space.hostPerVoxel[axis];
+  }
+  return openvdb::math::Transform::createLinearTransform(matrix);
+}
+
+openvdb::CoordBBox BoxOf(const VecInt3D& origin, const VecInt3D& dims) {
+  const openvdb::Coord min(origin.x, origin.y, origin.z);
+  return {min, min.offsetBy(dims.x - 1, dims.y - 1, dims.z - 1)};
+}
+
+openvdb::GridBase::Ptr FogGrid(const VdbField& field) {
+  const ScalarGrid& source = *field.grids[0];
+  const float background = static_cast<float>(field.background);
+  openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(background);
+  openvdb::tools::Dense<float, openvdb::tools::LayoutXYZ> dense(BoxOf(source.space.voxelMin, source.dims));
+  std::transform(source.data, source.data + source.count, dense.data(), [](double v) { return static_cast<float>(v); });
+  openvdb::tools::copyFromDense(dense, *grid, 0.0f);
+  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset));
+  grid->setGridClass(openvdb::GRID_FOG_VOLUME);
+  return grid;
+}
+
+openvdb::GridBase::Ptr LevelSetGrid(const VdbField& field) {
+  const ScalarGrid& source = *field.grids[0];
+  const double hostPerSim = source.space.hostPerSim.x;
+  const float band = static_cast<float>(kBandVoxels * source.space.hostPerVoxel.x);
+  openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(band);
+  openvdb::FloatGrid::Accessor accessor = grid->getAccessor();
+  const VecInt3D origin = source.space.voxelMin;
+  for (int k = 0; k < source.dims.z; ++k) {
+    for (int j = 0; j < source.dims.y; ++j) {
+      for (int i = 0; i < source.dims.x; ++i) {
+        const float phi = static_cast<float>(source(i, j, k) * hostPerSim);
+        if (std::fabs(phi) < band) accessor.setValue({origin.x + i, origin.y + j, origin.z + k}, phi);
+      }
+    }
+  }
+  openvdb::tools::signedFloodFill(grid->tree());
+  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset));
+  grid->setGridClass(openvdb::GRID_LEVEL_SET);
+  return grid;
+}
+
+openvdb::GridBase::Ptr VelocityGrid(const VdbField& field) {
+  const ScalarGrid &u = *field.grids[0], &v = *field.grids[1], &w = *field.grids[2];
+  const GridSpace& space = u.space;
+  const Vec3D scale = space.hostPerSim;
+  openvdb::Vec3SGrid::Ptr grid = openvdb::Vec3SGrid::create(openvdb::Vec3s(0.0f));
+  openvdb::tools::Dense<openvdb::Vec3s, openvdb::tools::LayoutXYZ> dense(BoxOf(space.voxelMin, space.dims));
+  openvdb::Vec3s* out = dense.data();
+  for (int k = 0; k < space.dims.z; ++k) {
+    for (int j = 0; j < space.dims.y; ++j) {
+      for (int i = 0; i < space.dims.x; ++i, ++out) {
+        *out = openvdb::Vec3s(static_cast<float>((u(i, j, k) + u(i + 1, j, k)) * 0.5 * scale.x),
+                              static_cast<float>((v(i, j, k) + v(i, j + 1, k)) * 0.5 * scale.y),
+                              static_cast<float>((w(i, j, k) + w(i, j, k + 1)) * 0.5 * scale.z));
+      }
+    }
+  }
+  openvdb::tools::copyFromDense(dense, *grid, openvdb::Vec3s(0.0f));
+  grid->setTransform(TransformOf(space, false));
+  grid->setVectorType(openvdb::VEC_CONTRAVARIANT_RELATIVE);
+  return grid;
+}
+
+void Initialise() {
+  static const bool once = [] {
+    openvdb::initialize();
+    return true;
+  }();
+  static_cast<void>(once);
+}
+
+Error Unreadable(const std::filesystem::path& path, const std::string& why) {
+  return {ErrorKind::InputFile, fmt::format("{}: no readable OpenVDB file: {}", path.string(), why)};
+}
+
+template <class GridT, class Size>
+void ValueRange(const openvdb::GridBase& base, VdbGridInfo& info, Size&& size) {
+  const auto* grid = dynamic_cast<const GridT*>(&base);
+  if (!grid) return;
+  bool first = true;
+  for (auto it = grid->cbeginValueOn(); it; ++it) {
+    const double v = size(it.getValue());
+    info.low = first ? v : std::min(info.low, v);
+    info.high = first ? v : std::max(info.high, v);
+    first = false;
+  }
+}
+
+VdbGridInfo InfoOf(const openvdb::GridBase& grid, bool withValues) {
+  VdbGridInfo info;
+  info.name = grid.getName();
+  info.valueType = grid.valueType();
+  info.gridClass = openvdb::GridBase::gridClassToString(grid.getGridClass());
+  const openvdb::Vec3d voxel = grid.voxelSize();
+  info.voxelSize = {voxel.x(), voxel.y(), voxel.z()};
+  if (!withValues) {
+    // Written by every writer: the counts stand in the file's metadata.
+    if (const auto count = grid.getMetadata<openvdb::Int64Metadata>(openvdb::GridBase::META_FILE_VOXEL_COUNT)) {
+      info.activeVoxels = static_cast<std::uint64_t>(std::max<std::int64_t>(0, count->value()));
+    }
+    const auto min = grid.getMetadata<openvdb::Vec3IMetadata>(openvdb::GridBase::META_FILE_BBOX_MIN);
+    const auto max = grid.getMetadata<openvdb::Vec3IMetadata>(openvdb::GridBase::META_FILE_BBOX_MAX);
+    if (min) info.min = {min->value().x(), min->value().y(), min->value().z()};
+    if (max) info.max = {max->value().x(), max->value().y(), max->value().z()};
+    return info;
+  }
+  info.activeVoxels = grid.activeVoxelCount();
+  const openvdb::CoordBBox box = grid.evalActiveVoxelBoundingBox();
+  info.min = {box.min().x(), box.min().y(), box.min().z()};
+  info.max = {box.max().x(), box.max().y(), box.max().z()};
+  ValueRange<openvdb::FloatGrid>(grid, info, [](float v) { return v; });
+  ValueRange<openvdb::Vec3SGrid>(grid, info, [](const openvdb::Vec3s& v) {
+    return std::max({std::fabs(v.x()), std::fabs(v.y()), std::fabs(v.z())});
+  });
+  return info;
+}
+
+Status WriteStream(std::ostream& stream, const std::vector<VdbField>& fields, int frame) {
+  openvdb::GridPtrVec grids;
+  for (const VdbField& field : fields) {
+    openvdb::GridBase::Ptr grid = field.kind == VdbClass::Fog        ? FogGrid(field)
+                                  : field.kind == VdbClass::LevelSet ? LevelSetGrid(field)
+                                                                     : VelocityGrid(field);
+    grid->setName(field.name);
+    grid->setCreator("Orlix");
+    grid->insertMeta("frame", openvdb::Int32Metadata(frame));
+    grid->addStatsMetadata();
+    grids.push_back(grid);
+  }
+  openvdb::io::Stream file(stream);
+  file.setCompression(openvdb::io::COMPRESS_BLOSC | openvdb::io::COMPRESS_ACTIVE_MASK);
+  file.write(grids);
+  return {};
+}
+
+}  // namespace
+
+Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, int frame) {
+  Initialise();
+  AtomicStream stream;
+  if (Status opened = stream.Open(path); !opened) return opened;
+  try {
+    if (Status written = WriteStream(stream, fields, frame); !written) return written;
+  } catch (const std::exception& e) {
+    // A failed write is the file's error, with its reason; anything else is the library's.
+    if (!stream.status()) return stream.status();
+    return Status::Fail(ErrorKind::Output, fmt::format("{}: {}", path.string(), e.what()));
+  }
+  return stream.Commit([&](const std::filesystem::path& temporary) {
+    const auto info = ReadVdbInfo(temporary, false);
+    if (!info) return info.status();
+    if (info->size() == fields.size()) return Status();
+    return Status::Fail(ErrorKind::Output,
+                        fmt::format("{}: {} of {} grids can be read back", path.string(), info->size(), fields.size()));
+  });
+}
+
+namespace {
+
+openvdb::GridPtrVecPtr ReadHeaders(const std::filesystem::path& path) {
+  openvdb::io::File file(path.string());
+  file.open(/*delayLoad=*/false);
+  return file.readAllGridMetadata();
+}
+
+// The library doesn't look whether a read came short: a file that lost its last bytes would pass.
+openvdb::GridPtrVecPtr ReadGrids(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  openvdb::io::Stream stream(in, /*delayLoad=*/false);
+  openvdb::GridPtrVecPtr grids = stream.getGrids();
+  if (!in) throw std::runtime_error("truncated");
+  return grids;
+}
+
+}  // namespace
+
+Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, bool withValues) {
+  Initialise();
+  std::vector<VdbGridInfo> infos;
+  try {
+    const openvdb::GridPtrVecPtr grids = withValues ? ReadGrids(path) : ReadHeaders(path);
+    for (const openvdb::GridBase::Ptr& grid : *grids) infos.push_back(InfoOf(*grid, withValues));
+  } catch (const std::exception& e) {
+    return Unreadable(path, e.what());
+  }
+  return infos;
+}
+
+}  // namespace orlix

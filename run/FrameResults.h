@@ -1,0 +1,33 @@
+#pragma once
+// Writes what the scene's outputs ask for, each time a wanted frame is whole.
+
+#include <memory>
+
+#include "exchange/FrameOutput.h"
+#include "run/FrameListener.h"
+#include "run/PictureMaker.h"
+#include "run/SceneRun.h"
+
+namespace orlix {
+
+class FrameResults : public FrameListener {
+ public:
+  // pictures: null makes none but those that the outputs ask for; otherwise one of every wanted frame.
+  explicit FrameResults(const BaseThread* thread, std::optional<PictureOptions> pictures = {}, bool outputs = true)
+      : always_(pictures.has_value()), outputs_(outputs), maker_(pictures.value_or(PictureOptions()), thread) {}
+
+  // Before a checkpoint's state is put back: the run will go on behind this frame, whose results are there. Moves the
+  // document's time.
+  Status ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document, const std::string& outputFolder);
+  Status BeforeRun(const RunState& state) override;
+  Status AfterFrame(const RunState& state) override;
+  std::size_t files() const { return files_; }
+
+ private:
+  bool always_, outputs_;
+  PictureMaker maker_;
+  std::unique_ptr<FrameOutput> output_;
+  std::size_t files_ = 0;
+};
+
+}  // namespace orlix

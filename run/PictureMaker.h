@@ -1,0 +1,37 @@
+#pragma once
+// Pictures of frames: surfaces, lights and gas, by the scene's render settings.
+
+#include <filesystem>
+#include <string>
+
+#include "globals/Result.h"
+#include "host/render/Renderer.h"
+#include "run/FrameListener.h"
+
+namespace orlix {
+
+struct PictureOptions {
+  int width = 0, height = 0;  // instead of the settings', where above 0
+  bool slices = false;        // a quick look at the grids instead of a picture
+};
+
+class PictureMaker {
+ public:
+  PictureMaker(PictureOptions options, const BaseThread* thread) : options_(options), thread_(thread) {}
+
+  // Makes the picture of the frame as it stands and writes it into a folder that exists: OpenEXR, PNG or both.
+  Status Make(const RunState& state, const std::filesystem::path& folder);
+  const RenderReport& report() const { return report_; }
+  const std::vector<std::filesystem::path>& written() const { return written_; }
+
+ private:
+  Status MakeSlices(const RunState& state, const std::filesystem::path& folder);
+  Status Render(const RunState& state, const std::filesystem::path& folder);
+
+  PictureOptions options_;
+  const BaseThread* thread_;
+  RenderReport report_;
+  std::vector<std::filesystem::path> written_;
+};
+
+}  // namespace orlix

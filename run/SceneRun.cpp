@@ -1,0 +1,97 @@
+#include "run/SceneRun.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "run/Interrupt.h"
+
+namespace orlix {
+
+bool FramePlan::Wants(int frame) const {
+  return wanted.empty() || std::binary_search(wanted.begin(), wanted.end(), frame);
+}
+
+Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::vector<int>>& list) {
+  const int first = document.minTime.Frame(document.fps);
+  FramePlan plan{.first = first, .last = document.maxTime.Frame(document.fps), .start = first, .wanted = {}};
+  if (!list) return plan;
+  if (list->front() < plan.first) {
+    return Error{ErrorKind::Usage,
+                 fmt::format("--frames: frame {} lies before the scene's first, {}", list->front(), plan.first)};
+  }
+  plan.wanted = *list;
+  plan.last = list->back();
+  if (plan.last > document.maxTime.Frame(document.fps)) {
+    document.maxTime = BaseTime::OfFrame(plan.last, document.fps);
+  }
+  return plan;
+}
+
+SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std::string outputFolder)
+    : hook_(SceneHost{pool, engine.factory, status_, observer_}),
+      state_{.document = document, .hook = hook_, .pool = pool, .outputFolder = std::move(outputFolder)} {
+  observer_.onSubstep = [this](const SubstepReport& report) {
+    for (FrameListener* listener : listeners_) listener->AfterSubstep(state_, report);
+  };
+  observer_.onWarning = [](const std::string& node, const std::string& text) { spdlog::warn("{}: {}", node, text); };
+}
+
+Result<MemoryForecast> SceneRun::Forecast() {
+  BaseDocument& document = state_.document;
+  if (Status status = document.SetTime(document.minTime); !status) return status.error();
+  hook_.BuildScenes(document, false);
+  if (const Error* failure = hook_.Failure()) return *failure;
+  MemoryForecast sum;
+  for (const auto& [key, scene] : hook_.scenes()) {
+    const MemoryForecast forecast = scene->ForecastMemory();
+    sum.cells += forecast.cells;
+    sum.bytes += forecast.bytes;
+  }
+  return sum;
+}
+
+Status SceneRun::RunFrame(int frame, bool rendering) {
+  const auto start = std::chrono::steady_clock::now();
+  state_.frame = frame;
+  BaseDocument& document = state_.document;
+  if (Status status = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !status) return status;
+  hook_.Execute(document, nullptr, rendering);
+  if (const Error* failure = hook_.Failure()) return *failure;
+  state_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  ++state_.framesDone;
+  for (FrameListener* listener : listeners_) {
+    if (Status status = listener->AfterFrame(state_); !status) return status;
+  }
+  return {};
+}
+
+Status SceneRun::RunFrames(const FramePlan& plan) {
+  for (int frame = plan.start; frame <= plan.last && Interrupt::Signal() == 0; ++frame) {
+    state_.wanted = plan.Wants(frame);
+    if (plan.onlyWanted && !state_.wanted) continue;
+    if (Status status = RunFrame(frame, plan.rendering); !status) return status;
+  }
+  return {};
+}
+
+Status SceneRun::Run(const FramePlan& plan) {
+  state_.firstFrame = plan.first;
+  state_.lastFrame = plan.last;
+  state_.startFrame = plan.start;
+  observer_.wantsHash = std::any_of(listeners_.begin(), listeners_.end(), [](auto* l) { return l->WantsHash(); });
+  for (FrameListener* listener : listeners_) {
+    if (Status status = listener->BeforeRun(state_); !status) return status;
+  }
+  Status outcome = RunFrames(plan);
+  state_.interrupted = Interrupt::Signal() != 0;
+  for (FrameListener* listener : listeners_) {
+    Status status = listener->AfterRun(state_);
+    if (outcome.ok()) outcome = std::move(status);
+  }
+  return outcome;
+}
+
+}  // namespace orlix

@@ -1,0 +1,55 @@
+#pragma once
+// The main loop: the document's time, the engine's step, the listeners, frame after frame.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "globals/Result.h"
+#include "run/Engine.h"
+#include "run/FrameListener.h"
+
+namespace orlix {
+
+// The frames that are simulated, and those whose results are wanted.
+struct FramePlan {
+  int first = 0, last = 0;
+  int start = 0;            // where the run begins: first, unless it goes on from a checkpoint
+  std::vector<int> wanted;  // ascending; empty for all
+  bool onlyWanted = false;  // frames stand alone: the others are passed over
+  bool rendering = false;   // for pictures: cells of render_voxel_size, and caches that act only then
+
+  bool Wants(int frame) const;
+};
+
+// All frames from the document's first on are simulated, since each builds on the one before; list only says whose
+// results are wanted and where the run ends. The document's range grows to hold them. Usage for a frame before it.
+Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::vector<int>>& list);
+
+class SceneRun {
+ public:
+  SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std::string outputFolder);
+
+  void AddListener(FrameListener& listener) { listeners_.push_back(&listener); }
+  StatusLine& status() { return status_; }
+  OrlixHook& hook() { return hook_; }
+
+  // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
+  Result<MemoryForecast> Forecast();
+  // Until the plan's last frame, an error, or a signal, behind the frame in hand.
+  Status Run(const FramePlan& plan);
+  const RunState& state() const { return state_; }
+
+ private:
+  StatusLine status_;
+  StepObserver observer_;
+  OrlixHook hook_;
+  std::vector<FrameListener*> listeners_;
+  RunState state_;
+
+  Status RunFrame(int frame, bool rendering);
+  Status RunFrames(const FramePlan& plan);
+};
+
+}  // namespace orlix

@@ -1,0 +1,153 @@
+#include "run/Statistics.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "globals/Hash.h"
+#include "host/files/AtomicFile.h"
+
+namespace orlix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// null for a value that is no number.
+Json Number(double value) { return std::isfinite(value) ? Json(value) : Json(); }
+
+template <class Stages, class Nodes>
+Json Seconds(double total, const Stages& stages, const Nodes& nodes) {
+  Json json = {{"total", Number(total)}, {"stages", Json::object()}, {"nodes", Json::object()}};
+  for (const auto& [stage, seconds] : stages) json["stages"][StageLabel(stage)] = Number(seconds);
+  // A node that runs in several stages has an entry for each, and one for what follows its workers.
+  std::map<std::string, double> sums;
+  for (const auto& [node, seconds] : nodes) sums[node] += seconds;
+  for (const auto& [node, seconds] : sums) json["nodes"][node] = Number(seconds);
+  return json;
+}
+
+Json Solvers(const std::vector<SolverReport>& solvers) {
+  Json list = Json::array();
+  for (const SolverReport& solver : solvers) {
+    list.push_back({{"node", solver.node},
+                    {"iterations", solver.iterations},
+                    {"residual", Number(solver.residual)},
+                    {"converged", solver.converged},
+                    {"divergence_before", Number(solver.divergenceBefore)},
+                    {"divergence_after", Number(solver.divergenceAfter)}});
+  }
+  return list;
+}
+
+void AddCommon(Json& json, const SubstepReport& report) {
+  json["cells"] = report.cells;
+  json["particles"] = report.particles;
+  json["solver"] = Solvers(report.solvers);
+  json["grid_bytes"] = report.gridBytes;
+  json["peak_bytes"] = report.peakBytes;
+  json["hash"] = HexHash(report.hash);
+  json["grids"] = Json::object();
+  for (const auto& [grid, hash] : report.gridHashes) json["grids"][grid] = HexHash(hash);
+}
+
+std::string Dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+// The lines of frames before the given one; none of a file that isn't there. A killed run may leave half a line.
+std::string LinesBefore(const std::string& path, int frame) {
+  std::ifstream in(path);
+  std::string kept, line;
+  while (std::getline(in, line)) {
+    const Json json = Json::parse(line, nullptr, false);
+    if (!json.is_object() || !json.contains("frame") || !json["frame"].is_number_integer()) continue;
+    if (json["frame"].get<int>() < frame) kept += line + "\n";
+  }
+  return kept;
+}
+
+}  // namespace
+
+Result<std::unique_ptr<Statistics>> Statistics::Open(const std::string& path, int startFrame) {
+  std::error_code error;
+  if (std::filesystem::is_regular_file(path, error)) {
+    if (Status kept = WriteFileAtomically(path, LinesBefore(path, startFrame)); !kept.ok()) return kept.error();
+  }
+  std::FILE* file = std::fopen(path.c_str(), "a");
+  if (!file) return Error{ErrorKind::Output, fmt::format("{}: can't be written: {}", path, std::strerror(errno))};
+  return std::unique_ptr<Statistics>(new Statistics(path, file));
+}
+
+Statistics::~Statistics() {
+  if (file_) std::fclose(file_);
+}
+
+void Statistics::Write(const std::string& line) {
+  if (error_ == 0 && (std::fwrite(line.data(), 1, line.size(), file_) != line.size() || std::fputc('\n', file_) < 0)) {
+    error_ = errno;
+  }
+}
+
+Status Statistics::Flush() {
+  if (error_ == 0 && std::fflush(file_) != 0) error_ = errno;
+  if (error_ == 0) return {};
+  return Status::Fail(ErrorKind::Output, fmt::format("{}: can't be written: {}", path_, std::strerror(error_)));
+}
+
+void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report) {
+  Json json = {
+      {"kind", "substep"},       {"scene", report.scene},
+      {"frame", state.frame},    {"substep", report.substep},
+      {"dt", Number(report.dt)}, {"seconds", Seconds(report.seconds, report.stageSeconds, report.nodeSeconds)}};
+  AddCommon(json, report);
+  Write(Dump(json));
+
+  FrameSums& sums = sums_[report.scene];
+  const SubstepReport before = std::move(sums.total);
+  sums.total = report;
+  sums.total.dt += before.dt;
+  sums.total.seconds += before.seconds;
+  sums.total.cells = std::max(report.cells, before.cells);
+  sums.total.particles = std::max(report.particles, before.particles);
+  sums.total.peakBytes = std::max(report.peakBytes, before.peakBytes);
+  sums.total.solvers.insert(sums.total.solvers.begin(), before.solvers.begin(), before.solvers.end());
+  ++sums.substeps;
+  for (const auto& [stage, seconds] : report.stageSeconds) sums.stages[stage] += seconds;
+  for (const auto& [node, seconds] : report.nodeSeconds) sums.nodes[node] += seconds;
+}
+
+Status Statistics::AfterFrame(const RunState& state) {
+  for (const auto& [key, scene] : state.hook.scenes()) {
+    FrameSums& sums = sums_[scene->Name()];
+    // Anew: what is played back or made after the sub-steps counts too.
+    sums.total.hash = scene->HashState(&sums.total.gridHashes);
+    Json json = {{"kind", "frame"},
+                 {"scene", scene->Name()},
+                 {"frame", state.frame},
+                 {"substeps", sums.substeps},
+                 {"dt", Number(sums.total.dt)},
+                 {"wall_seconds", Number(state.seconds)},
+                 {"seconds", Seconds(sums.total.seconds, sums.stages, sums.nodes)}};
+    AddCommon(json, sums.total);
+    Write(Dump(json));
+  }
+  sums_.clear();
+  return Flush();
+}
+
+Status Statistics::AfterRun(const RunState&) {
+  Status status = Flush();
+  const bool closed = std::fclose(std::exchange(file_, nullptr)) == 0;
+  if (status.ok() && !closed) {
+    return Status::Fail(ErrorKind::Output, fmt::format("{}: can't be written: {}", path_, std::strerror(errno)));
+  }
+  return status;
+}
+
+}  // namespace orlix

@@ -1,0 +1,156 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+#include "apps/orlix/FolderReport.h"
+#include "apps/orlix/IsolatedCheck.h"
+#include "exchange/vdb/VdbFile.h"
+#include "fluids/caches/GridFrameFile.h"
+#include "host/pictures/PictureFile.h"
+#include "run/Checkpoint.h"
+#include "tests/run/DriftNode.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::TemporaryFolder;
+namespace fs = std::filesystem;
+
+// One file of each kind that the program writes.
+void WriteOneOfEach(const fs::path& folder) {
+  ScalarGrid grid({5, 4, 3}, {5, 4, 3}, 1.0f, kGridSmoke, {});
+  for (std::int64_t i = 0; i < grid.count; i++) grid[i] = 0.5 + double(i);
+  HyperFile cache;
+  ASSERT_TRUE(cache.Open(kFrameFileIdent, folder / "a00001.cache", HyperFile::Mode::Write));
+  const CachedGridSet entries[] = {{&grid}};
+  WriteGridFrame(cache, grid.space, entries, false);
+  ASSERT_TRUE(cache.Close().ok());
+  VdbField field;
+  field.name = "density", field.grids = {&grid, nullptr, nullptr};
+  ASSERT_TRUE(WriteVdb(folder / "b.0001.vdb", {field}, 1).ok());
+  Picture picture(8, 8);
+  for (const char* channel : {"R", "G", "B"}) picture.AddChannel(channel, 0.25f);
+  ASSERT_TRUE(WritePicture(folder / "c.0001.exr", picture).ok());
+  ASSERT_TRUE(WritePicture(folder / "c.0001.png", picture).ok());
+  test::DriftScene s;
+  s.Step(0);
+  ASSERT_TRUE(WriteCheckpoint(folder / "state00001.checkpoint", {}, s.hook).ok());
+}
+
+TEST(Verify, EveryKindIsWholeAndEveryCutOneIsBroken) {
+  TemporaryFolder folder;
+  WriteOneOfEach(folder.path());
+  const std::set<std::string> names = test::NamesIn(folder.path());
+  ASSERT_EQ(names.size(), 5u);
+  const auto whole = ReportFolder(folder.path());
+  ASSERT_TRUE(whole.ok());
+  EXPECT_EQ(whole->whole, 5);
+  EXPECT_EQ(whole->broken, 0);
+  for (const std::string& name : names) {
+    const std::string content = test::ReadText(folder / name);
+    for (const std::size_t size : {std::size_t(0), std::size_t(1), content.size() / 2, content.size() - 1}) {
+      test::WriteText(folder / name, content.substr(0, size));
+      const auto report = ReportFolder(folder / name);
+      ASSERT_TRUE(report.ok());
+      EXPECT_EQ(report->broken, 1) << name << " of " << size << " bytes";
+    }
+    test::WriteText(folder / name, content);
+  }
+}
+
+TEST(Verify, FlippedBitsOfOwnFilesAreNamed) {
+  TemporaryFolder folder;
+  WriteOneOfEach(folder.path());
+  for (const char* name : {"a00001.cache", "state00001.checkpoint"}) {
+    std::string content = test::ReadText(folder / name);
+    for (std::size_t at = 0; at < content.size(); at += 97) {
+      content[at] ^= 4;
+      test::WriteText(folder / name, content);
+      const auto report = ReportFolder(folder / name);
+      ASSERT_TRUE(report.ok());
+      ASSERT_EQ(report->broken, 1) << name << " at " << at;
+      EXPECT_NE(report->sequences[0].broken[0].reason.find(name), std::string::npos);
+      content[at] ^= 4;
+    }
+  }
+}
+
+TEST(Verify, GapsAreMissingFilesByEachKindsRule) {
+  TemporaryFolder folder;
+  WriteOneOfEach(folder.path());
+  const auto copyTo = [&](const char* from, const std::string& to) { fs::copy_file(folder / from, folder / to); };
+  for (int frame : {3, 4, 9}) copyTo("a00001.cache", "a0000" + std::to_string(frame) + ".cache");
+  for (int frame : {3, 5, 9}) copyTo("b.0001.vdb", "b.000" + std::to_string(frame) + ".vdb");  // each second frame
+  test::WriteText(folder / "b.0002.vdb.77-0.part", "half");
+  fs::create_directory(folder / "deeper");
+  copyTo("c.0001.png", "deeper/alone.png");
+  const auto report = ReportFolder(folder.path());
+  ASSERT_TRUE(report.ok());
+  EXPECT_EQ(report->broken, 0);
+  EXPECT_EQ(report->whole, 12);
+  EXPECT_EQ(report->missing, 6);
+  ASSERT_EQ(report->unfinished.size(), 1u);
+  const auto find = [&](const std::string& name) -> const SequenceReport& {
+    return *std::find_if(report->sequences.begin(), report->sequences.end(),
+                         [&](const SequenceReport& s) { return s.name == (folder / name).string(); });
+  };
+  EXPECT_EQ(find("a#.cache").missing, (std::vector<FrameRange>{{2, 2}, {5, 8}}));
+  EXPECT_EQ(find("b.#.vdb").missing, (std::vector<FrameRange>{{7, 7}}));
+  EXPECT_EQ(find("deeper/alone.png").whole, 1);
+}
+
+TEST(Verify, AReaderThatCrashesOrHangsIsABrokenFile) {
+  TemporaryFolder folder;
+  test::WriteText(folder / "a", "x");
+  const auto outcome = [&](Status (*check)(const fs::path&)) {
+    const Status status = RunIsolated(check, folder / "a");
+    return status.ok() ? std::string("whole") : status.error().text;
+  };
+  EXPECT_EQ(outcome([](const fs::path&) { return Status(); }), "whole");
+  EXPECT_EQ(outcome([](const fs::path& p) { return Status::Fail(ErrorKind::InputFile, p.string() + ": cut"); }),
+            (folder / "a").string() + ": cut");
+  EXPECT_NE(outcome([](const fs::path&) -> Status { std::abort(); }).find("crashes"), std::string::npos);
+  EXPECT_NE(outcome([](const fs::path&) -> Status { ::_exit(3); }).find("crashes"), std::string::npos);
+  EXPECT_NE(outcome([](const fs::path&) {
+              ::raise(SIGXCPU);
+              return Status();
+            }).find("doesn't end"),
+            std::string::npos);
+}
+
+// Mutants of what others' libraries read. Each is whole or broken, and the program goes on.
+TEST(VerifySlow, MutantsOfVdbFilesAndPictures) {
+  TemporaryFolder folder;
+  WriteOneOfEach(folder.path());
+  std::mt19937 random(23);
+  int broken = 0;
+  for (const char* name : {"b.0001.vdb", "c.0001.exr", "c.0001.png"}) {
+    const std::string content = test::ReadText(folder / name);
+    for (int mutant = 0; mutant < 700; mutant++) {
+      std::string bytes = content;
+      const std::size_t span = mutant % 2 == 0 ? bytes.size() : std::min<std::size_t>(bytes.size(), 600);
+      for (int i = 0; i < 1 + mutant % 3; i++) bytes[random() % span] = char(random());
+      test::WriteText(folder / name, bytes);
+      const auto report = ReportFolder(folder / name);
+      ASSERT_TRUE(report.ok());
+      broken += int(report->broken);
+    }
+  }
+  EXPECT_GT(broken, 500);
+}
+
+TEST(Verify, WhatCanNotBeReadIsAnError) {
+  TemporaryFolder folder;
+  EXPECT_EQ(ReportFolder(folder / "none").error().kind, ErrorKind::InputFile);
+  test::WriteText(folder / "notes.txt", "");
+  EXPECT_EQ(ReportFolder(folder / "notes.txt").error().kind, ErrorKind::Usage);
+  const auto empty = ReportFolder(folder.path());
+  ASSERT_TRUE(empty.ok());
+  EXPECT_TRUE(empty->sequences.empty());
+}
+
+}  // namespace
+}  // namespace orlix

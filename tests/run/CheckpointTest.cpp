@@ -1,0 +1,180 @@
+#include "run/Checkpoint.h"
+
+#include <random>
+
+#include "host/files/HyperFile.h"
+#include "tests/run/DriftNode.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/RepairHyperFile.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::DriftScene;
+using test::TemporaryFolder;
+
+CheckpointHead HeadOf(int frame) {
+  CheckpointHead head;
+  head.frame = frame;
+  return head;
+}
+
+// Runs to a frame, keeps the state, goes on; and the same from the checkpoint in a fresh scene. The frames behind the
+// checkpoint whose state differs.
+std::vector<int> FramesThatDiffer(int checkpointFrame, int lastFrame, bool secret) {
+  TemporaryFolder folder;
+  const auto prepare = [&](DriftScene& s) { s.first->Set(2, std::int64_t(secret)); };
+  DriftScene run;
+  prepare(run);
+  run.StepThrough(0, checkpointFrame);
+  const Status written = WriteCheckpoint(folder / "c", HeadOf(checkpointFrame), run.hook);
+  EXPECT_TRUE(written.ok());
+  std::vector<std::uint64_t> expected;
+  for (int frame = checkpointFrame + 1; frame <= lastFrame; frame++) {
+    run.Step(frame);
+    expected.push_back(run.scene().HashState());
+  }
+  DriftScene resumed(3);
+  prepare(resumed);
+  const Status restored = RestoreCheckpoint(folder / "c", resumed.document, resumed.hook);
+  EXPECT_TRUE(restored.ok()) << restored.error().text;
+  std::vector<int> differing;
+  for (int frame = checkpointFrame + 1; frame <= lastFrame; frame++) {
+    resumed.Step(frame);
+    if (resumed.scene().HashState() != expected[frame - checkpointFrame - 1]) differing.push_back(frame);
+  }
+  return differing;
+}
+
+TEST(Checkpoint, TheRunGoesOnWithTheSameBitsFromEachFrame) {
+  for (int frame : {0, 1, 2, 5}) EXPECT_TRUE(FramesThatDiffer(frame, frame + 4, false).empty()) << frame;
+}
+
+TEST(Checkpoint, StateThatANodeKeepsToItselfIsFound) { EXPECT_FALSE(FramesThatDiffer(3, 7, true).empty()); }
+
+TEST(Checkpoint, KeyframesGoOnToo) {
+  TemporaryFolder folder;
+  const auto animate = [](DriftScene& s) {
+    const SplineKnot knots[] = {{0, 0.1}, {6, 0.9}};
+    s.document.AddTrack({s.first->creationNumber(), 3, {SplineData(knots)}});
+  };
+  DriftScene run, resumed;
+  animate(run), animate(resumed);
+  run.StepThrough(0, 3);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(3), run.hook).ok());
+  run.StepThrough(4, 6);
+  ASSERT_TRUE(RestoreCheckpoint(folder / "c", resumed.document, resumed.hook).ok());
+  resumed.StepThrough(4, 6);
+  EXPECT_EQ(resumed.scene().HashState(), run.scene().HashState());
+}
+
+TEST(Checkpoint, TheHeadIsReadByItself) {
+  TemporaryFolder folder;
+  DriftScene s;
+  s.StepThrough(0, 2);
+  CheckpointHead head = HeadOf(2);
+  head.sceneHash = 0xfedcba9876543210u;
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", head, s.hook).ok());
+  const auto read = ReadCheckpointHead(folder / "c");
+  ASSERT_TRUE(read.ok());
+  EXPECT_EQ(read->sceneHash, head.sceneHash);
+  EXPECT_EQ(read->frame, 2);
+  EXPECT_EQ(read->scenes, 1);
+  EXPECT_FALSE(ReadCheckpointHead(folder / "none").ok());
+  EXPECT_TRUE(HyperFile::Verify(0, folder / "c").ok());
+}
+
+TEST(Checkpoint, AnotherSceneIsRefused) {
+  TemporaryFolder folder;
+  DriftScene s;
+  s.Step(0);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(0), s.hook).ok());
+  const auto refusal = [&](auto change) {
+    DriftScene other;
+    change(other);
+    const Status status = RestoreCheckpoint(folder / "c", other.document, other.hook);
+    return status.ok() ? std::string() : status.error().text;
+  };
+  EXPECT_EQ(refusal([](DriftScene&) {}), "");
+  EXPECT_NE(refusal([](DriftScene& o) { o.second->name = "renamed"; }).find("renamed"), std::string::npos);
+  EXPECT_NE(refusal([](DriftScene& o) { o.Add("test_drift", "third"); }), "");
+  EXPECT_NE(refusal([](DriftScene& o) { o.document.RemoveObject(*o.second); }), "");
+  EXPECT_NE(refusal([](DriftScene& o) { o.document.AddObject(RootType()); }).find("1 scenes"), std::string::npos);
+}
+
+TEST(Checkpoint, AFullDiskLeavesTheOldOneAndSaysThePath) {
+  TemporaryFolder folder;
+  DriftScene s;
+  s.Step(0);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(0), s.hook).ok());
+  const std::string whole = test::ReadText(folder / "c");
+  EXPECT_EQ(test::RunInChild([&] {
+              if (!test::LimitFileSize(2000)) return 9;
+              const Status status = WriteCheckpoint(folder / "c", HeadOf(0), s.hook);
+              if (status.ok() || status.error().kind != ErrorKind::Output) return 1;
+              return status.error().text.find((folder / "c").string()) == std::string::npos ? 2 : 0;
+            }),
+            0);
+  EXPECT_EQ(test::ReadText(folder / "c"), whole);
+  EXPECT_EQ(test::NamesIn(folder.path()).size(), 1u);
+}
+
+// Restores from these bytes; false with a message, or true.
+bool Restores(const std::filesystem::path& path, const std::string& bytes) {
+  test::WriteText(path, bytes);
+  DriftScene s;
+  const Status status = RestoreCheckpoint(path, s.document, s.hook);
+  EXPECT_TRUE(status.ok() || !status.error().text.empty());
+  return status.ok();
+}
+
+TEST(Checkpoint, PrefixesAndBitFlipsAreRefused) {
+  TemporaryFolder folder;
+  DriftScene s;
+  s.first->Set(1, std::int64_t(2));
+  s.StepThrough(0, 1);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(1), s.hook).ok());
+  std::string bytes = test::ReadText(folder / "c");
+  ASSERT_TRUE(Restores(folder / "d", bytes));
+  int tried = 0;
+  for (std::size_t size = 0; size < bytes.size(); size += 37, tried++) {
+    ASSERT_FALSE(Restores(folder / "d", bytes.substr(0, size))) << size;
+  }
+  for (std::size_t bit = 0; bit < bytes.size() * 8; bit += 101, tried++) {
+    bytes[bit / 8] ^= char(1 << (bit % 8));
+    ASSERT_FALSE(Restores(folder / "d", bytes)) << bit;
+    bytes[bit / 8] ^= char(1 << (bit % 8));
+  }
+  EXPECT_GT(tried, 500);
+}
+
+// Mutants with checksums that agree.
+void TryMutants(int count) {
+  TemporaryFolder folder;
+  DriftScene s;
+  s.first->Set(1, std::int64_t(2));
+  s.StepThrough(0, 1);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(1), s.hook).ok());
+  const std::string sample = test::ReadText(folder / "c");
+  std::mt19937 random(5);
+  int refused = 0;
+  for (int mutant = 0; mutant < count; mutant++) {
+    std::vector<std::byte> bytes(sample.size());
+    std::memcpy(bytes.data(), sample.data(), sample.size());
+    for (int i = 0; i < 1 + mutant % 3; i++) {
+      constexpr std::uint64_t kValues[] = {0, 1, 0x7fffffff, 0xffffffff, 0x80000000, 0x7ff8000000000000};
+      const std::uint64_t value = random() % 3 == 0 ? random() : kValues[random() % std::size(kValues)];
+      std::memcpy(&bytes[random() % (bytes.size() - 8)], &value, random() % 2 == 0 ? 4 : 8);
+    }
+    test::RepairHyperFile(bytes, 0x6F78636B);
+    refused += !Restores(folder / "d", {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  }
+  EXPECT_GT(refused, count / 2);
+}
+TEST(Checkpoint, MutantsAreRefusedOrRestored) { TryMutants(200); }
+TEST(CheckpointSlow, MutantsAreRefusedOrRestored) { TryMutants(2000); }
+
+}  // namespace
+}  // namespace orlix

@@ -1,0 +1,276 @@
+// Nothing is lost: the built program, killed, interrupted, out of disk, started twice.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "apps/orlix/FolderReport.h"
+#include "host/files/FolderLock.h"
+#include "tests/apps/orlix/ProgramRunner.h"
+#include "tests/run/PlumeScene.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/SmallDisk.h"
+
+namespace orlix {
+namespace {
+
+namespace fs = std::filesystem;
+using test::PlumeScene;
+using test::PlumeSettings;
+using test::ProgramOutcome;
+using test::ProgramRunner;
+
+constexpr int kInterval = 5;
+
+// The state's hash behind each frame that the statistics hold.
+std::map<int, std::string> FrameHashes(const fs::path& statistics) {
+  std::map<int, std::string> hashes;
+  std::istringstream in(test::ReadText(statistics));
+  for (std::string line; std::getline(in, line);) {
+    const auto json = nlohmann::json::parse(line, nullptr, false);
+    if (json.is_object() && json.value("kind", "") == "frame") hashes[json["frame"]] = json["hash"];
+  }
+  return hashes;
+}
+
+// A plume and the folder of its results.
+struct Plume {
+  explicit Plume(const PlumeSettings& settings) { scene = runner.Write("plume.json", PlumeScene(settings)); }
+  fs::path Folder(const std::string& name) const { return runner.folder / name; }
+  fs::path Statistics(const std::string& out) const { return runner.folder / (out + ".jsonl"); }
+  std::vector<std::string> Arguments(const std::string& out, bool resume) const {
+    std::vector<std::string> list = {"run",
+                                     scene,
+                                     "--out",
+                                     Folder(out).string(),
+                                     "--stats",
+                                     Statistics(out).string(),
+                                     "--quiet",
+                                     "--threads",
+                                     "2",
+                                     "--checkpoint-every",
+                                     std::to_string(kInterval)};
+    if (resume) list.push_back("--resume");
+    return list;
+  }
+  ProgramOutcome Run(const std::string& out, bool resume, const std::function<void(pid_t)>& meanwhile = {}) {
+    return runner.Run(Arguments(out, resume), meanwhile);
+  }
+
+  ProgramRunner runner;
+  std::string scene;
+};
+
+void SleepFor(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }
+
+// Waits until the file is there, or the process is gone.
+void AwaitFile(const fs::path& path, pid_t process) {
+  for (int i = 0; i < 2000 && !fs::exists(path) && ::kill(process, 0) == 0; i++) SleepFor(0.005);
+}
+
+// Killed at random moments and resumed, again and again: what has its name is whole, and all frames have the bits of a
+// run that was left alone.
+void KillAndResume(const PlumeSettings& settings, int kills) {
+  Plume plume(settings);
+  const ProgramOutcome whole = plume.Run("whole", false);
+  ASSERT_EQ(whole.code, 0) << whole.err;
+  const auto expected = FrameHashes(plume.Statistics("whole"));
+  ASSERT_EQ(expected.size(), std::size_t(settings.lastFrame) + 1);
+  std::mt19937 random(31);
+  int killed = 0, finished = 0;
+  while (killed < kills) {
+    const auto before = FrameHashes(plume.Statistics("out"));
+    const double moment = whole.seconds * (random() % 1000) / 1000.0;
+    const ProgramOutcome outcome = plume.Run("out", true, [&](pid_t process) {
+      SleepFor(moment);
+      ::kill(process, SIGKILL);
+    });
+    ASSERT_TRUE(outcome.code == 256 + SIGKILL || outcome.code == 0) << outcome.code << " " << outcome.err;
+    for (const char* folder : {"out", "caches"}) {
+      if (!fs::exists(plume.Folder(folder))) continue;
+      const auto report = ReportFolder(plume.Folder(folder));
+      ASSERT_TRUE(report.ok());
+      ASSERT_EQ(report->broken, 0) << report->sequences[0].broken[0].reason;
+    }
+    const auto now = FrameHashes(plume.Statistics("out"));
+    for (const auto& [frame, hash] : now) ASSERT_EQ(hash, expected.at(frame)) << "frame " << frame;
+    if (!before.empty() && !now.empty()) {
+      ASSERT_LE(before.rbegin()->first - now.rbegin()->first, kInterval) << "more than an interval was lost";
+    }
+    killed += outcome.code != 0;
+    if (outcome.code != 0) continue;
+    finished++;
+    ASSERT_EQ(now.size(), expected.size());
+    fs::remove_all(plume.Folder("out"));
+    fs::remove(plume.Statistics("out"));
+  }
+  const ProgramOutcome last = plume.Run("out", true);
+  ASSERT_EQ(last.code, 0) << last.err;
+  EXPECT_EQ(FrameHashes(plume.Statistics("out")), expected);
+  EXPECT_EQ(ReportFolder(plume.Folder("out"))->unfinished.size(), 0u) << "what dead runs left is removed";
+}
+TEST(Resume, AKilledRunGoesOnWithTheSameBits) { KillAndResume({.cells = 12, .lastFrame = 12}, 20); }
+TEST(ResumeSlow, AKilledRunGoesOnWithTheSameBits) { KillAndResume({.cells = 16, .lastFrame = 40}, 200); }
+
+TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
+  Plume plume({.cells = 12, .lastFrame = 12});
+  ASSERT_EQ(plume.Run("whole", false).code, 0);
+  const ProgramOutcome outcome = plume.Run("out", false, [&](pid_t process) {
+    while (FrameHashes(plume.Statistics("out")).size() < 3 && ::kill(process, 0) == 0) SleepFor(0.005);
+    ::kill(process, SIGINT);
+  });
+  EXPECT_EQ(outcome.code, 130) << outcome.err;
+  const auto interrupted = FrameHashes(plume.Statistics("out"));
+  ASSERT_FALSE(interrupted.empty());
+  const int last = interrupted.rbegin()->first;
+  ASSERT_LT(last, 12);
+  EXPECT_TRUE(fs::exists(plume.Folder("out") / fmt::format("checkpoints/state{:05}.checkpoint", last)));
+  ASSERT_EQ(plume.Run("out", true).code, 0);
+  EXPECT_EQ(FrameHashes(plume.Statistics("out")), FrameHashes(plume.Statistics("whole")));
+}
+
+TEST(Resume, AChangedSceneIsRefused) {
+  Plume plume({.cells = 8, .lastFrame = 1, .record = false});
+  ASSERT_EQ(plume.Run("out", false).code, 0);
+  auto arguments = plume.Arguments("out", true);
+  arguments.insert(arguments.end(), {"--set", "Plume/heat.1051=4000"});
+  const ProgramOutcome changed = plume.runner.Run(arguments);
+  EXPECT_EQ(changed.code, 3);
+  EXPECT_NE(changed.err.find("belongs to another scene"), std::string::npos) << changed.err;
+  arguments = plume.Arguments("out", true);
+  arguments.insert(arguments.end(), {"--frames", "0-3"});
+  EXPECT_EQ(plume.runner.Run(arguments).code, 0) << "more frames are no other scene";
+  EXPECT_EQ(FrameHashes(plume.Statistics("out")).size(), 4u);
+}
+
+TEST(Resume, TheSecondRunIntoAFolderIsRefused) {
+  Plume plume({.cells = 12, .lastFrame = 12});
+  ASSERT_EQ(plume.Run("whole", false).code, 0);
+  pid_t owner = 0;
+  const ProgramOutcome first = plume.Run("out", false, [&](pid_t process) {
+    owner = process;
+    AwaitFile(plume.Folder("out") / FolderLock::kFileName, process);
+    ProgramRunner other;
+    const ProgramOutcome second = other.Run(plume.Arguments("out", false));
+    EXPECT_EQ(second.code, 5);
+    EXPECT_NE(second.err.find("process " + std::to_string(owner) + " is writing there"), std::string::npos)
+        << second.err;
+  });
+  EXPECT_EQ(first.code, 0) << first.err;
+  EXPECT_EQ(FrameHashes(plume.Statistics("out")), FrameHashes(plume.Statistics("whole")));
+}
+
+// Caches and checkpoints onto a disk of this size: exit 5 with a path, nothing broken, and with room it goes on. 0 when
+// all is well.
+int FillDisk(const Plume& plume, std::size_t bytes, bool& filled) {
+  const fs::path disk = plume.runner.folder / "disk";
+  fs::create_directories(disk);
+  if (!test::MountSmallDisk(disk, bytes)) return 77;
+  ProgramRunner runner;
+  const std::vector<std::string> arguments = {"run",
+                                              plume.scene,
+                                              "--out",
+                                              (disk / "out").string(),
+                                              "--stats",
+                                              plume.Statistics("disk").string(),
+                                              "--quiet",
+                                              "--set",
+                                              "Plume/keep.folder=disk/caches",
+                                              "--checkpoint-every",
+                                              std::to_string(kInterval)};
+  const ProgramOutcome full = runner.Run(arguments);
+  filled = full.code != 0;
+  if (full.code != 0 && full.code != 5) return 1;
+  if (full.code == 5 && full.err.find(disk.string()) == std::string::npos) return 2;
+  const auto report = ReportFolder(disk);
+  if (!report.ok() || report->broken > 0) return 3;
+  if (::mount("tmpfs", disk.c_str(), "tmpfs", MS_REMOUNT, "size=1g") != 0) return 4;
+  auto resumed = arguments;
+  resumed.push_back("--resume");
+  if (runner.Run(resumed).code != 0) return 5;
+  const auto after = ReportFolder(disk);
+  if (!after.ok() || after->broken > 0 || after->missing > 0) return 6;
+  return FrameHashes(plume.Statistics("disk")) == FrameHashes(plume.Statistics("whole")) ? 0 : 7;
+}
+
+void FillDisks(const PlumeSettings& settings, int sizes) {
+  Plume plume(settings);
+  ASSERT_EQ(plume.Run("whole", false).code, 0);
+  std::uintmax_t needed = 0;
+  for (const char* folder : {"whole", "caches"}) {
+    for (const auto& entry : fs::recursive_directory_iterator(plume.Folder(folder))) {
+      if (entry.is_regular_file()) needed += entry.file_size();
+    }
+  }
+  for (int i = 0; i < sizes; i++) {
+    const std::size_t size = 16384 + needed * std::size_t(i) / std::size_t(sizes);
+    const int result = test::RunInChild([&] {
+      bool filled = false;
+      const int failed = FillDisk(plume, size, filled);
+      return failed == 0 && !filled ? 8 : failed;
+    });
+    if (result == 77) GTEST_SKIP() << "no rights to mount";
+    EXPECT_EQ(result, 0) << size << " of " << needed << " bytes";
+  }
+}
+TEST(Resume, AFullDiskIsExitFiveAndTheRunGoesOnWithRoom) { FillDisks({.cells = 8, .lastFrame = 6}, 2); }
+TEST(ResumeSlow, AFullDiskIsExitFiveAndTheRunGoesOnWithRoom) { FillDisks({.cells = 16, .lastFrame = 12}, 10); }
+
+TEST(Resume, APlayedCacheRecordsTheSameFiles) {
+  Plume plume({.cells = 12, .lastFrame = 6});
+  ASSERT_EQ(plume.Run("out", false).code, 0);
+  const std::string scene = plume.runner.Write("play.json", PlumeScene({12, 6, false, true}));
+  const ProgramOutcome played = plume.runner.Run({"run", scene, "--out", plume.Folder("played").string(), "--quiet"});
+  ASSERT_EQ(played.code, 0) << played.err;
+  EXPECT_EQ(played.err, "");
+  int compared = 0;
+  for (const std::string& name : test::NamesIn(plume.Folder("caches"))) {
+    EXPECT_TRUE(test::ReadText(plume.Folder("again") / name) == test::ReadText(plume.Folder("caches") / name)) << name;
+    compared++;
+  }
+  EXPECT_EQ(compared, 7);
+}
+
+long ResidentKilobytes(pid_t process) {
+  std::istringstream in(test::ReadText(fmt::format("/proc/{}/status", process)));
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
+  }
+  return 0;
+}
+std::size_t OpenFiles(pid_t process) {
+  std::error_code error;
+  fs::directory_iterator at(fmt::format("/proc/{}/fd", process), error);
+  return error ? 0 : std::size_t(std::distance(at, fs::directory_iterator()));
+}
+
+// Memory and open files at a fifth of the run and at its end.
+void RunLong(int frames) {
+  Plume plume({.cells = 12, .lastFrame = frames});
+  long early = 0, late = 0;
+  std::size_t earlyFiles = 0, lateFiles = 0;
+  const ProgramOutcome outcome = plume.Run("out", false, [&](pid_t process) {
+    const auto frame = [&](int n) {
+      AwaitFile(plume.Folder("caches") / fmt::format("orlix_grid_c4d{:05}.cache", n), process);
+    };
+    for (int n = 0; n <= frames / 5; n++) frame(n);
+    early = ResidentKilobytes(process), earlyFiles = OpenFiles(process);
+    for (int n = frames / 5; n <= frames - 2; n++) frame(n);
+    late = ResidentKilobytes(process), lateFiles = OpenFiles(process);
+  });
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  ASSERT_GT(early, 0);
+  ASSERT_GT(late, 0);
+  EXPECT_LT(double(late), double(early) * 1.01) << early << " KB, then " << late;
+  EXPECT_LE(lateFiles, earlyFiles + 1) << "at most the file in hand";
+}
+TEST(ResumeSlow, FiveHundredFramesTakeNoMoreMemory) { RunLong(500); }
+
+}  // namespace
+}  // namespace orlix
