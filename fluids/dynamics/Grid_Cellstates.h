@@ -6,16 +6,11 @@
 
 #include "fluids/grids/Grid.h"
 #include "fluids/scene/iObject.h"
+#include "fluids/viscosity/ViscousSystem.h"
 
 namespace orlix {
 
 class FluidSolver;
-
-enum FaceState : std::uint8_t {
-  FaceSolved = 0,  // an unknown of the solve
-  FaceFixed = 1,   // blocked, or on the border; the value after a reset
-  FaceFar = 2      // open, but the surface is 3 cells or more away
-};
 
 class Grid_Cellstates final : public iObject {
  public:
