@@ -1,58 +1,186 @@
 #include "fluids/level_sets/FastSweeper.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <new>
 
+#include "fluids/grids/RowPipeline.h"
 #include "globals/Multiversion.h"
 
 namespace orlix {
 
 namespace {
 
-// v[i] = min(v[i], the three neighbours in row + h) for nodes that are no seeds.
-ORLIX_MULTIVERSION void TakeFromRow(double* v, const double* row, int n, double h) {
-  for (int i = 0; i < n; ++i) {
-    double least = row[i];
-    if (i > 0) least = row[i - 1] < least ? row[i - 1] : least;
-    if (i < n - 1) least = row[i + 1] < least ? row[i + 1] : least;
-    const double c = least + h;
-    v[i] = v[i] >= 0 && c < v[i] ? c : v[i];
-  }
-}
+constexpr int kRowsAtOnce = 8;     // rows whose chains of dependent steps run beside one another
+constexpr int kLayersAtOnce = 16;  // layers that workers pass without waiting for all others
+constexpr double kFar = std::numeric_limits<double>::max();
 
-void TakeAlongRow(double* v, int n, double h, int step) {
-  for (int i = step > 0 ? 1 : n - 2; i >= 0 && i < n; i += step) {
-    const double c = v[i - step] + h;
-    if (v[i] >= 0 && c < v[i]) v[i] = c;
-  }
-}
-
-// One raster pass, forwards or backwards: the half of the 26 neighbours that was visited before.
-void RasterPass(ScalarGrid& grid, double h, int step) {
-  const VecInt3D n = grid.dims;
-  for (int kk = 0; kk < n.z; ++kk) {
-    const int k = step > 0 ? kk : n.z - 1 - kk;
-    for (int jj = 0; jj < n.y; ++jj) {
-      const int j = step > 0 ? jj : n.y - 1 - jj;
-      double* row = &grid(0, j, k);
-      const int layer = k - step;
-      if (layer >= 0 && layer < n.z) {
-        for (int y = std::max(0, j - 1); y <= std::min(n.y - 1, j + 1); ++y)
-          TakeFromRow(row, &grid(0, y, layer), n.x, h);
-      }
-      if (j - step >= 0 && j - step < n.y) TakeFromRow(row, &grid(0, j - step, k), n.x, h);
-      TakeAlongRow(row, n.x, h, step);
+// v[i] = min(v[i], v[i - 1] + h) along rows that are stride apart; with step -1 the other way.
+template <int kRows>
+void TakeAlongRows(double* rows, std::int64_t stride, int n, int step, double h) {
+  double last[kRows];
+  for (double& value : last) value = kFar;
+  for (int i = step > 0 ? 0 : n - 1; i >= 0 && i < n; i += step) {
+    for (int r = 0; r < kRows; ++r) {
+      double& v = rows[r * stride + i];
+      last[r] = last[r] + h < v ? last[r] + h : v;
+      v = last[r];
     }
   }
 }
 
+// v[i] = min(v[i], the least of the rows and of their neighbours in x, + h).
+ORLIX_MULTIVERSION void TakeFromRows(double* __restrict v, const double* below, const double* beside,
+                                     const double* above, int n, double h) {
+  const auto least = [&](int i) {
+    const double first = below[i] < beside[i] ? below[i] : beside[i];
+    return above[i] < first ? above[i] : first;
+  };
+  const auto take = [&](int i, double value) { v[i] = value + h < v[i] ? value + h : v[i]; };
+  for (int i = 1; i < n - 1; ++i) {
+    const double low = least(i - 1), middle = least(i), high = least(i + 1);
+    const double ends = low < high ? low : high;
+    take(i, ends < middle ? ends : middle);
+  }
+  take(0, n > 1 && least(1) < least(0) ? least(1) : least(0));
+  if (n > 1) take(n - 1, least(n - 2) < least(n - 1) ? least(n - 2) : least(n - 1));
+}
+
+void SpreadInLayer(const GridView<double>& values, int k, double h) {
+  const VecInt3D n = values.dims;
+  int j = 0;
+  for (; j + kRowsAtOnce <= n.y; j += kRowsAtOnce) {
+    for (const int step : {1, -1}) TakeAlongRows<kRowsAtOnce>(&values(0, j, k), n.x, n.x, step, h);
+  }
+  for (; j < n.y; ++j) {
+    for (const int step : {1, -1}) TakeAlongRows<1>(&values(0, j, k), n.x, n.x, step, h);
+  }
+  const auto takeFrom = [&](int to, int from) {
+    const double* row = &values(0, from, k);
+    TakeFromRows(&values(0, to, k), row, row, row, n.x, h);
+  };
+  for (j = 1; j < n.y; ++j) takeFrom(j, j - 1);
+  for (j = n.y - 2; j >= 0; --j) takeFrom(j, j + 1);
+}
+
+// Each layer from the one before it in the direction of step. A worker has a band of rows, which moves down by one from
+// layer to layer: what it needs is then its own, or of the bands below, which it waits for.
+void SpreadThroughLayers(WorkerPool& pool, const GridView<double>& values, double h, int step) {
+  const VecInt3D n = values.dims;
+  const int pieces = std::clamp(n.y / (2 * kLayersAtOnce), 1, pool.count());
+  for (int first = 1; first < n.z; first += kLayersAtOnce) {
+    const int layers = std::min(kLayersAtOnce, n.z - first);
+    PipelineProgress progress[WorkerPool::kMaxWorkers];
+    pool.Run(pieces, [&](int worker) {
+      for (int layer = 0; layer < layers; ++layer) {
+        if (worker > 0) AwaitProgress(progress[worker - 1].done, layer);
+        const int moved = kLayersAtOnce / 2 - layer;
+        const int begin = worker == 0 ? 0 : n.y * worker / pieces + moved;
+        const int end = worker == pieces - 1 ? n.y : n.y * (worker + 1) / pieces + moved;
+        const int k = step > 0 ? first + layer : n.z - 1 - first - layer;
+        for (int j = begin; j < end; ++j) {
+          TakeFromRows(&values(0, j, k), &values(0, std::max(0, j - 1), k - step), &values(0, j, k - step),
+                       &values(0, std::min(n.y - 1, j + 1), k - step), n.x, h);
+        }
+        progress[worker].done.store(layer + 1, std::memory_order_release);
+      }
+    });
+  }
+}
+
+// Calls work(row's first index, count) for the rows of the cells that aren't in the border layer.
+template <class F>
+void ForInnerRows(WorkerPool& pool, const ScalarGrid& grid, F&& work) {
+  const VecInt3D n = grid.dims;
+  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+    for (int k = begin; k < end; ++k) {
+      for (int j = 1; j < n.y - 1; ++j) work(grid.Index(1, j, k), n.x - 2);
+    }
+  });
+}
+
+// What a node next to the zero of phi keeps; 0 or more, kFar elsewhere.
+double KeptDistance(const ScalarGrid& phi, int i, int j, int k, double h) {
+  const double a = phi(i, j, k);
+  const std::int64_t c = phi.Index(i, j, k), strides[3] = {1, phi.dims.x, phi.slab};
+  const int at[3] = {i, j, k};
+  double kept = kFar;
+  for (int axis = 0; axis < 3; ++axis) {
+    for (const int side : {-1, 1}) {
+      if (at[axis] + side < 0 || at[axis] + side >= phi.dims[axis]) continue;
+      const double b = phi[c + side * strides[axis]];
+      if ((a >= 0) == (b >= 0)) continue;
+      const double apart = std::abs(a) + std::abs(b);
+      if (apart > 0.9 * h) {
+        kept = std::min(kept, std::abs(a) * (h / apart));
+      } else if (kept == kFar) {
+        kept = std::abs(a);
+      }
+    }
+  }
+  return kept;
+}
+
 }  // namespace
 
-void SweepDistances(ScalarGrid& grid) {
-  if (grid.count < 1) return;
-  const double h = grid.space.cellSize;
-  RasterPass(grid, h, 1);
-  RasterPass(grid, h, -1);
+void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h) {
+  const VecInt3D n = values.dims;
+  if (CellCount(n) < 1) return;
+  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
+    for (int k = begin; k < end; ++k) SpreadInLayer(values, k, h);
+  });
+  SpreadThroughLayers(pool, values, h, 1);
+  SpreadThroughLayers(pool, values, h, -1);
+}
+
+void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, ScalarGrid& phi) {
+  const double h = phi.space.cellSize;
+  const auto above = scratch.Take<double>(phi.dims), below = scratch.Take<double>(phi.dims);
+  ParallelRange(pool, 0, phi.dims.z, [&](int begin, int end, int) {
+    for (int k = begin; k < end; ++k) {
+      for (int j = 0; j < phi.dims.y; ++j) {
+        for (int i = 0; i < phi.dims.x; ++i) {
+          const std::int64_t c = phi.Index(i, j, k);
+          const double kept = KeptDistance(phi, i, j, k, h);
+          (*above)[c] = phi[c] >= 0 ? kept : kFar;
+          (*below)[c] = phi[c] >= 0 ? kFar : kept;
+        }
+      }
+    }
+  });
+  // A side lends nothing to the other: what is kept is at most h, so that a node's own value, or one beside the gap, is
+  // never undercut from across it.
+  SpreadDistances(pool, *above, h);
+  SpreadDistances(pool, *below, h);
+  ParallelRange(pool, 0, phi.dims.z, [&](int begin, int end, int) {
+    const std::int64_t first = std::int64_t(begin) * phi.slab, last = std::int64_t(end) * phi.slab;
+    for (std::int64_t c = first; c < last; ++c) phi[c] = phi[c] >= 0 ? (*above)[c] : -(*below)[c];
+  });
+}
+
+void LevelSetFromMask(WorkerPool& pool, const GridView<const std::uint8_t>& mask, ScalarGrid& target, double farValue,
+                      bool signInterior) {
+  const double h = target.space.cellSize;
+  const std::int64_t row = target.dims.x, slab = target.slab;
+  const std::uint8_t* m = mask.data;
+  ParallelRange(pool, 0, target.dims.z, [&](int begin, int end, int) {
+    for (std::int64_t c = begin * slab; c < end * slab; ++c) target[c] = m[c] ? -0.5 * h : farValue;
+  });
+  ForInnerRows(pool, target, [&](std::int64_t first, int count) {
+    for (std::int64_t c = first; c < first + count; ++c) {
+      const bool buried = (m[c] & m[c - 1] & m[c + 1] & m[c - row] & m[c + row] & m[c - slab] & m[c + slab]) != 0;
+      target[c] = buried ? farValue : target[c];
+    }
+  });
+  SpreadDistances(pool, target, h);
+  if (!signInterior) return;
+  ForInnerRows(pool, target, [&](std::int64_t first, int count) {
+    for (std::int64_t c = first; c < first + count; ++c) {
+      const bool flip = m[c] != 0 && !(static_cast<float>(target[c]) < 0);
+      target[c] = flip ? -target[c] : target[c];
+    }
+  });
 }
 
 bool DensityToLevelset(WorkerPool& pool, const ScalarGrid& source, ScalarGrid& target, double threshold,
@@ -64,34 +192,11 @@ bool DensityToLevelset(WorkerPool& pool, const ScalarGrid& source, ScalarGrid& t
   } catch (const std::bad_alloc&) {
     return false;
   }
-  const double seed = -0.5 * target.space.cellSize;
-  const VecInt3D n = source.dims;
-  const auto forInner = [&](auto&& work) {
-    ParallelRange(pool, 1, n.z - 1, [&](int k0, int k1, int) {
-      for (int k = k0; k < k1; ++k) {
-        for (int j = 1; j < n.y - 1; ++j) {
-          for (int i = 1; i < n.x - 1; ++i) work(source.Index(i, j, k));
-        }
-      }
-    });
-  };
   mask->Fill(0);
-  forInner([&](std::int64_t c) {
-    (*mask)[c] = !(source[c] < threshold);
-    target[c] = (*mask)[c] ? seed : farValue;
+  ForInnerRows(pool, source, [&](std::int64_t first, int count) {
+    for (std::int64_t c = first; c < first + count; ++c) (*mask)[c] = !(source[c] < threshold);
   });
-  // Only the outermost layer of the region keeps its seeds.
-  forInner([&](std::int64_t c) {
-    const Grid<std::uint8_t>& m = *mask;
-    const bool buried = m[c - 1] && m[c + 1] && m[c - n.x] && m[c + n.x] && m[c - m.slab] && m[c + m.slab];
-    if (buried) target[c] = farValue;
-  });
-  SweepDistances(target);
-  if (signInterior) {
-    forInner([&](std::int64_t c) {
-      if ((*mask)[c] && !(static_cast<float>(target[c]) < 0)) target[c] = -target[c];
-    });
-  }
+  LevelSetFromMask(pool, *mask, target, farValue, signInterior);
   return true;
 }
 

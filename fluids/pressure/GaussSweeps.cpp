@@ -4,8 +4,8 @@
 #include <cstring>
 #include <memory>
 
+#include "fluids/grids/RowPipeline.h"
 #include "fluids/pressure/PressureRows.h"
-#include "fluids/pressure/RowPipeline.h"
 #include "globals/Multiversion.h"
 
 namespace orlix {

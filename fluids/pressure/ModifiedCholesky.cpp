@@ -2,8 +2,8 @@
 
 #include <cmath>
 
+#include "fluids/grids/RowPipeline.h"
 #include "fluids/pressure/PressureRows.h"
-#include "fluids/pressure/RowPipeline.h"
 #include "globals/Multiversion.h"
 
 namespace orlix {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <random>
 
 namespace orlix {
@@ -13,36 +15,98 @@ std::unique_ptr<ScalarGrid> MakeGrid(const VecInt3D& n, double fill) {
   return grid;
 }
 
-TEST(SweepDistances, EqualsTheChessboardDistanceBitForBit) {
+TEST(SpreadDistances, EqualsTheChessboardDistanceBitForBitAtAnyWorkerCount) {
   std::mt19937 random(11);
-  const VecInt3D n(17, 13, 11);
-  auto grid = MakeGrid(n, 1e6);
-  const double h = grid->space.cellSize;
-  std::vector<VecInt3D> seeds;
-  for (int s = 0; s < 6; ++s) {
-    seeds.push_back({int(random() % n.x), int(random() % n.y), int(random() % n.z)});
-    (*grid)(seeds.back().x, seeds.back().y, seeds.back().z) = -h / 2;
-  }
-  SweepDistances(*grid);
-  for (int k = 0; k < n.z; ++k) {
-    for (int j = 0; j < n.y; ++j) {
-      for (int i = 0; i < n.x; ++i) {
-        int steps = 1000;
-        for (const VecInt3D& s : seeds) {
-          steps = std::min(steps, std::max({std::abs(s.x - i), std::abs(s.y - j), std::abs(s.z - k)}));
+  for (const VecInt3D n : {VecInt3D(9, 97, 35), VecInt3D(1, 9, 2), VecInt3D(6, 1, 1)}) {
+    auto start = MakeGrid(n, 1e6);
+    const double h = start->space.cellSize;
+    std::vector<VecInt3D> seeds;
+    for (int s = 0; s < 6; ++s) {
+      seeds.push_back({int(random() % n.x), int(random() % n.y), int(random() % n.z)});
+      (*start)(seeds.back().x, seeds.back().y, seeds.back().z) = s % 2 == 0 ? -h / 2 : -0.9 * h;
+    }
+    for (const int workers : {1, 3}) {
+      WorkerPool pool(workers);
+      ScalarGrid grid(*start);
+      SpreadDistances(pool, grid, h);
+      for (int k = 0; k < n.z; ++k) {
+        for (int j = 0; j < n.y; ++j) {
+          for (int i = 0; i < n.x; ++i) {
+            double expected = 1e6;
+            for (const VecInt3D& s : seeds) {
+              double value = (*start)(s.x, s.y, s.z);  // h is added step by step
+              for (int d = std::max({std::abs(s.x - i), std::abs(s.y - j), std::abs(s.z - k)}); d > 0; --d) value += h;
+              expected = std::min(expected, value);
+            }
+            ASSERT_EQ(grid(i, j, k), expected) << i << " " << j << " " << k;
+          }
         }
-        double expected = -h / 2;
-        for (int d = 0; d < steps; ++d) expected = expected + h;
-        ASSERT_EQ((*grid)(i, j, k), expected) << i << " " << j << " " << k;
       }
     }
   }
 }
 
-TEST(SweepDistances, WithoutASeedAllStaysFar) {
-  auto grid = MakeGrid({5, 5, 5}, 1e6);
-  SweepDistances(*grid);
-  for (std::int64_t c = 0; c < grid->count; ++c) ASSERT_EQ((*grid)[c], 1e6);
+TEST(SpreadDistances, WithoutASeedAllStaysFar) {
+  WorkerPool pool(2);
+  auto grid = MakeGrid({5, 5, 5}, 1e308);
+  SpreadDistances(pool, *grid, 0.3);
+  for (std::int64_t c = 0; c < grid->count; ++c) ASSERT_EQ((*grid)[c], 1e308);
+}
+
+TEST(ReinitialiseLevelSet, TheZeroStaysAndBothSidesGrowByACellAStep) {
+  WorkerPool pool(2);
+  ScratchPool scratch;
+  // A plane x = 7.3 cells whose values are three times too steep on one side and flat on the other.
+  auto phi = MakeGrid({16, 5, 6}, 0);
+  const double h = phi->space.cellSize;
+  for (std::int64_t c = 0; c < phi->count; ++c) {
+    const double d = (double(c % 16) - 7.3) * h;
+    (*phi)[c] = d < 0 ? d / 5 : 3 * d;
+  }
+  const double a = -0.3 * h / 5, b = 3 * 0.7 * h;  // on both sides of the plane
+  ReinitialiseLevelSet(pool, scratch, *phi);
+  for (std::int64_t c = 0; c < phi->count; ++c) {
+    const int x = int(c % 16);
+    const double expected = x <= 7 ? a * h / (b - a) - (7 - x) * h : b * h / (b - a) + (x - 8) * h;
+    ASSERT_NEAR((*phi)[c], expected, 1e-12) << x;
+  }
+  // Nearer than 0.9 h in sum, values stay as they are; without a zero nothing is reached.
+  auto near = MakeGrid({4, 1, 1}, 0);
+  const double small[4] = {-5, -0.2 * h, 0.3 * h, 7};
+  std::copy_n(small, 4, near->data);
+  ReinitialiseLevelSet(pool, scratch, *near);
+  EXPECT_EQ((*near)[1], -0.2 * h);
+  EXPECT_EQ((*near)[2], 0.3 * h);
+  EXPECT_DOUBLE_EQ((*near)[0], -1.2 * h);
+  EXPECT_DOUBLE_EQ((*near)[3], 1.3 * h);
+  auto none = MakeGrid({4, 4, 4}, -2);
+  ReinitialiseLevelSet(pool, scratch, *none);
+  EXPECT_EQ((*none)[5], -std::numeric_limits<double>::max());
+}
+
+TEST(ReinitialiseLevelSet, SignsOfANoisySphereStayAndItsDistancesAreWithinTheChessboards) {
+  WorkerPool pool(3);
+  ScratchPool scratch;
+  auto phi = MakeGrid({24, 22, 20}, 0);
+  const double h = phi->space.cellSize;
+  const auto distance = [&](int i, int j, int k) { return (Length(Vec3D(i - 11.2, j - 10.7, k - 9.9)) - 6) * h; };
+  for (int k = 0; k < 20; ++k) {
+    for (int j = 0; j < 22; ++j) {
+      for (int i = 0; i < 24; ++i) (*phi)(i, j, k) = distance(i, j, k) * (1 + 0.5 * std::sin(i + 2.0 * j + 3.0 * k));
+    }
+  }
+  ReinitialiseLevelSet(pool, scratch, *phi);
+  for (int k = 0; k < 20; ++k) {
+    for (int j = 0; j < 22; ++j) {
+      for (int i = 0; i < 24; ++i) {
+        const double d = distance(i, j, k), value = (*phi)(i, j, k);
+        ASSERT_EQ(value >= 0, d >= 0);
+        // The chessboard's distance is between the true one / sqrt 3 and the true one; a cell for the kept values.
+        ASSERT_LE(std::abs(value), std::abs(d) + 1.1 * h);
+        ASSERT_GE(std::abs(value), std::abs(d) / 1.74 - 1.1 * h);
+      }
+    }
+  }
 }
 
 TEST(DensityToLevelset, ABoxHasSignsAndHalfCellsAtItsSurface) {
