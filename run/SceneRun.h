@@ -34,6 +34,8 @@ class SceneRun {
   void AddListener(FrameListener& listener) { listeners_.push_back(&listener); }
   StatusLine& status() { return status_; }
   OrlixHook& hook() { return hook_; }
+  // Whether a missing or broken file of a played cache ends the run: otherwise it is a warning.
+  void SetMissingCachesFail(bool fail) { observer_.missingCachesFail = fail; }
 
   // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
   Result<MemoryForecast> Forecast();

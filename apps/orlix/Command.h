@@ -32,6 +32,7 @@ Status ValidateCommand(const Program& program, const SceneOptions& options);
 
 struct FrameOptions : SceneOptions {
   std::string frames, out;
+  bool allowMissing = false;  // of played caches
 };
 
 struct RunOptions : FrameOptions {

@@ -6,12 +6,13 @@
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/Progress.h"
-#include "fluids/caches/GridCacher.h"
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "host/render/RenderSettings.h"
 #include "run/FrameList.h"
 #include "run/FrameResults.h"
 #include "run/Interrupt.h"
 #include "run/OutputFolders.h"
+#include "run/PlayedBack.h"
 #include "run/SceneRun.h"
 #include "scene_file/SceneReader.h"
 
@@ -29,21 +30,6 @@ Status ParseSize(const std::string& text, PictureOptions& options) {
   }
   return Status::Fail(ErrorKind::Usage,
                       fmt::format("--size is {}, must be WIDTHxHEIGHT with 1 to {} each", text, kMaxPictureSide));
-}
-
-// Whether all solvers are played back by caches: then a frame needs no frame before it.
-bool PlaysEverythingBack(const BaseDocument& document) {
-  bool playsSolver = false, hasSolver = false;
-  document.ForEachObject([&](BaseObject& object) {
-    if ((object.type().kinds & kLinkSolver) != 0) hasSolver = true;
-    if (object.typeId() != GridCacher::Type().id || object.GetInt(Cache_OperatorBase::kModeId) != 0) return;
-    const InExcludeData* nodes = object.GetInExclude(GridCacher::kNodesId);
-    for (const auto& entry : nodes ? nodes->entries : std::vector<InExcludeData::Entry>()) {
-      const BaseObject* node = document.FindObject(entry.target);
-      if (node && (node->type().kinds & (kLinkSolver | kLinkChannel)) != 0) playsSolver = true;
-    }
-  });
-  return playsSolver || !hasSolver;
 }
 
 }  // namespace
@@ -64,7 +50,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   BaseDocument& document = *scene->document;
   Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
-  plan->onlyWanted = PlaysEverythingBack(document);
+  plan->onlyWanted = PicturesArePlayedBack(document, options.preview);
   plan->rendering = !options.preview;
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   const std::string folder = options.out.empty() ? document.folder : options.out;
@@ -73,6 +59,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   const auto locks = LockOutputFolders(folders);
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, folder);
+  run.SetMissingCachesFail(!options.allowMissing);
   FrameResults results(nullptr, pictures, /*outputs=*/false);
   run.AddListener(results);
   Progress progress(program.console);

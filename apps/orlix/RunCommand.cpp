@@ -139,6 +139,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, outputFolder);
+  run.SetMissingCachesFail(!options.allowMissing);
   Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
   FrameResults results(nullptr);
   if (options.resume) {

@@ -7,6 +7,14 @@ namespace orlix {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// Not the clock's frameOffset, which a new container sets back to 0: which file a frame has doesn't depend on whether
+// another frame was seen before it.
+std::int32_t FramesSinceStart(const FrameClock& clock) { return clock.frame - clock.startFrame; }
+
+}  // namespace
+
 fs::path CacheFolderOf(const BaseObject& cacheObject) {
   const std::string& documentFolder = cacheObject.document().folder;
   const fs::path base = documentFolder.empty() ? fs::path(".") : fs::path(documentFolder);
@@ -79,7 +87,7 @@ void Cache_OperatorBase::CheckDirty() {
 
 std::int32_t Cache_OperatorBase::FrameToLoad() const {
   const FrameClock& clock = scene->clock;
-  const std::int64_t base = frameOverride_ != -1 ? frameOverride_ : clock.frameOffset;
+  const std::int64_t base = frameOverride_ != -1 ? frameOverride_ : FramesSinceStart(clock);
   std::int64_t frame = base <= -1 ? clock.frame : base + frameOffset_;
   if (reverse_) {
     if (const CacheInfo info = GetCacheInfo(); info.found) frame = info.lastFrame - frame;
@@ -88,7 +96,7 @@ std::int32_t Cache_OperatorBase::FrameToLoad() const {
 }
 
 std::int32_t Cache_OperatorBase::FrameToSave() const {
-  return numbering_ == 0 ? scene->clock.frameOffset : scene->clock.frame;
+  return numbering_ == 0 ? FramesSinceStart(scene->clock) : scene->clock.frame;
 }
 
 bool Cache_OperatorBase::TakesPart() {
@@ -109,18 +117,16 @@ void Cache_OperatorBase::FinishPass() {
   inPass_ = false;
 }
 
-void Cache_OperatorBase::WarnMissing(const fs::path& path) {
-  scene->Warn(*this, "Cache File " + path.string() + " could not be found!");
+void Cache_OperatorBase::TellUnloaded(const std::string& text) {
+  if (scene->MissingCachesFail()) return scene->Fail(ErrorKind::InputFile, "\"" + DisplayName() + "\": " + text);
+  scene->Warn(*this, text);
 }
 
 bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {
   if (name_.OpenForRead(file, FrameToLoad(), path)) return true;
   std::error_code error;
-  if (fs::exists(path, error)) {
-    WarnBroken(file.status());
-  } else {
-    WarnMissing(path);
-  }
+  TellUnloaded(fs::exists(path, error) ? file.status().error().text
+                                       : "Cache File " + path.string() + " could not be found!");
   return false;
 }
 

@@ -55,10 +55,9 @@ class Cache_OperatorBase : public iObject {
   // a pass begins; FinishPass tells them its end.
   bool TakesPart();
   void FinishPass();
-  // Reading a frame failed: the user is told.
-  void WarnBroken(const Status& status) { scene->Warn(*this, status.error().text); }
-  void WarnMissing(const std::filesystem::path& path);
-  // Opens the frame to load; a missing or broken file is told to the user.
+  // A frame can't be played: a warning, or the end of the run where the host wants it so.
+  void TellUnloaded(const std::string& text);
+  // Opens the frame to load; tells of a missing or broken file.
   bool OpenFrame(HyperFile& file, std::filesystem::path& path);
   // A frame that can't be kept ends the run.
   void FailSaving(const Status& status) { scene->Fail(status.error().kind, status.error().text); }

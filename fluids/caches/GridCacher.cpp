@@ -81,12 +81,12 @@ void GridCacher::Prepare(iBase*) {
 
 bool GridCacher::ReadHead(HyperFile& file, const fs::path& path, GridFrameHead& head) {
   if (const Status read = ReadGridFrameHead(file, path.string(), head); !read.ok()) {
-    WarnBroken(read);
+    TellUnloaded(read.error().text);
     return false;
   }
   if (head.entries.size() < targets_.size()) {
-    scene->Warn(*this, path.string() + " holds " + std::to_string(head.entries.size()) + " grids, the cache lists " +
-                           std::to_string(targets_.size()));
+    TellUnloaded(path.string() + " holds " + std::to_string(head.entries.size()) + " grids, the cache lists " +
+                 std::to_string(targets_.size()));
     return false;
   }
   // A cache follows its object.
@@ -141,7 +141,7 @@ void GridCacher::Load(const BaseThread* hostThread) {
     iCachedGrids* node = targets_[i].grids;
     for (int c = 0; node && c < node->CachedGridCount(); c++) grids.push_back(node->CachedGrid(c));
     if (const Status read = ReadGridChunk(file, path.string(), head.entries[i], grids, playback); !read.ok()) {
-      WarnBroken(read);
+      TellUnloaded(read.error().text);
       return ForgetHeaders(i);
     }
   }

@@ -97,6 +97,7 @@ class OrlixScene final : public Scene {
 
   // A message for the user; each text of a node once a frame.
   void Warn(const iBase& node, const std::string& text);
+  bool MissingCachesFail() const { return host_.observer.missingCachesFail; }
   // The outcome of a solve, for the statistics of this sub-step.
   void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.

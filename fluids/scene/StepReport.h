@@ -56,6 +56,7 @@ struct Divergence {
 // Where a scene's messages and statistics go. Functions may be empty.
 struct StepObserver {
   bool wantsHash = false;
+  bool missingCachesFail = false;  // a played frame that is missing or broken ends the run; otherwise it is a warning
   std::function<void(const SubstepReport&)> onSubstep;
   // A message for the user that a node has; each text once a frame.
   std::function<void(const std::string& node, const std::string& text)> onWarning;
