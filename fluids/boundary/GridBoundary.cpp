@@ -23,8 +23,6 @@ constexpr double kLargest = std::numeric_limits<double>::max();
 
 GridBoundary::GridBoundary(BaseList2D* solverObject, OrlixScene& ownerScene)
     : iObject(solverObject, ownerScene), solidDistance(solverObject, ownerScene) {
-  stageMask = StageBit(kStageEmitters);
-  iterationCount = 2;
   solidDistance.channelType = kGridNodalLevelset;
   solidDistance.valueMin = -kLargest;
   solidDistance.valueMax = kLargest;
@@ -95,7 +93,7 @@ GridBoundary::Sources GridBoundary::PresentSources() const {
   return sources;
 }
 
-void GridBoundary::Process(ProcessData&) {
+void GridBoundary::Build() {
   if (IsCurrent() || !HasSolidGrid()) return;
   ScalarGrid& nodes = *solidDistance.grid;
   WorkerPool& pool = scene->pool();

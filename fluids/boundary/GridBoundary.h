@@ -29,8 +29,8 @@ class GridBoundary final : public iObject, public iFractionOwner {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
-  // Brings the field up to date. Called once, on the thread that drives the scene; divides its own work.
-  void Process(ProcessData& data) override;
+  // Brings the field up to date. On the thread that drives the scene; divides its own work.
+  void Build();
   // The field was built from the container, the faces and the level sets as they are now.
   bool IsCurrent() const { return builtFrom_.valid && builtFrom_ == PresentSources(); }
 

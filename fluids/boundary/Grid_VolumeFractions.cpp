@@ -99,7 +99,7 @@ void Grid_VolumeFractions::Prepare(iBase*) {
   SetFlag(NodeActive, active);
 }
 
-void Grid_VolumeFractions::Process(ProcessData&) {
+void Grid_VolumeFractions::Compute() {
   const ScalarGrid* distance = IsActive() && owner && !IsCurrent() ? owner->SignedDistance() : nullptr;
   if (!distance) return;
   const GridView<const double> nodes(*distance);

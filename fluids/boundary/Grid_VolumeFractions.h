@@ -38,9 +38,8 @@ class Grid_VolumeFractions final : public iObject {
   bool ReadParameters() override;
   // Makes the requested grids on the owner's lattice. New grids are filled with 0. Active when that worked.
   void Prepare(iBase* caller = nullptr) override;
-  // Computes all requested kinds, unless they are current. Called once, on the thread that drives the scene; divides
-  // its own work.
-  void Process(ProcessData& data) override;
+  // Computes all requested kinds, unless they are current. On the thread that drives the scene; divides its own work.
+  void Compute();
   std::int64_t DerivedBytes() const override;
   // The grids were computed from the owner's present distances.
   bool IsCurrent() const { return owner && computedFor_ == owner->DistanceRevision(); }

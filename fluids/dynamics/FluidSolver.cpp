@@ -54,17 +54,15 @@ FluidSolver::~FluidSolver() = default;
 
 // --- settings and links ----------------------------------------------------------------------------------------------
 
+std::vector<iBase*> FluidSolver::Parts() {
+  return {&velocity, &boundary, projection.get(), &extrapolation, &constraint, velocityEmitter.get(), &fractions};
+}
+
 bool FluidSolver::ReadParameters() {
   priority = kPriority;
   if (!iSolver::ReadParameters()) return false;
-  velocity.ReadParameters();
-  boundary.ReadParameters();
-  projection->ReadParameters();
+  for (iBase* part : Parts()) part->ReadParameters();
   projection->removeMeanDivergence = boundary.closedFaces == kAllFacesClosed;
-  extrapolation.ReadParameters();
-  constraint.ReadParameters();
-  velocityEmitter->ReadParameters();
-  fractions.ReadParameters();
   fractions.method = 1;
   fractions.kinds |= 1u << 0 | 1u << 1;
   fractions.complement = true;
@@ -104,24 +102,14 @@ bool FluidSolver::IsViscous() const {
 bool FluidSolver::ResolveLinks() {
   const bool resolved = iSolver::ResolveLinks();
   projection->SetSolver(this);
-  projection->ResolveLinks();
-  boundary.ResolveLinks();
   fractions.owner = &boundary;
-  velocityEmitter->solver = this;
-  velocityEmitter->ResolveLinks();
-  extrapolation.solver = this;
-  constraint.solver = this;
-  constraint.ResolveLinks();
+  velocityEmitter->solver = extrapolation.solver = constraint.solver = this;
+  for (iBase* part : Parts()) part->ResolveLinks();
   return resolved;
 }
 
 void FluidSolver::ReleaseLinks() {
-  boundary.ReleaseLinks();
-  projection->ReleaseLinks();
-  velocityEmitter->ReleaseLinks();
-  fractions.ReleaseLinks();
-  extrapolation.ReleaseLinks();
-  constraint.ReleaseLinks();
+  for (iBase* part : Parts()) part->ReleaseLinks();
   SetFlag(NodeActive, false);
   iSolver::ReleaseLinks();
 }
@@ -139,27 +127,16 @@ void FluidSolver::CheckDirty() {
 // --- state -----------------------------------------------------------------------------------------------------------
 
 void FluidSolver::ResetSimulation() {
-  velocity.ResetSimulation();
-  boundary.ResetSimulation();
-  projection->ResetSimulation();
-  velocityEmitter->ResetSimulation();
+  for (iBase* part : Parts()) part->ResetSimulation();
   divergenceSource.ResetSimulation();
-  fractions.ResetSimulation();
   maxSquaredSpeed = kSpeedAfterReset;
   SetFlag(NodeActive, false);
 }
 
 void FluidSolver::ClearState(bool deactivate) {
   if (deactivate) iSolver::ClearState(true);
-  StopWorkers();
-  velocity.ClearState(deactivate);
-  boundary.ClearState(deactivate);
-  projection->ClearState(deactivate);
+  for (iBase* part : Parts()) part->ClearState(deactivate);
   divergenceSource.ClearState(deactivate);
-  velocityEmitter->ClearState(deactivate);
-  constraint.ClearState(deactivate);
-  extrapolation.ClearState(deactivate);
-  fractions.ClearState(deactivate);
   maxSquaredSpeed = kSpeedAfterReset;
   outOfBounds = false;
   ReleaseLinks();
@@ -174,7 +151,7 @@ void FluidSolver::VisitState(StateVisitor& visitor) {
 }
 
 void FluidSolver::VisitOutputs(StateVisitor& visitor) {
-  if (scene->stage != kStageForces && scene->stage != kStagePressure) return;
+  if (scene->stage < kStageFluidDynamics || scene->stage > kStagePressure) return;
   static constexpr const char* kNames[] = {"velocity x", "velocity y", "velocity z"};
   for (int c = 0; c < 3; ++c) visitor.VisitGrid(kNames[c], velocity.grids[c]);
 }

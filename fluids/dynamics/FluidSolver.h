@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "fluids/boundary/GridBoundary.h"
 #include "fluids/boundary/Grid_VolumeFractions.h"
@@ -39,6 +40,7 @@ class FluidSolver : public iSolver, public iCachedGrids {
   void ReleaseLinks() override;
   void CheckDirty() override;
   void Prepare(iBase* caller = nullptr) override;
+  // Rests when it isn't active or dirty.
   void Process(ProcessData& data) override;
   void Finish() override;
   void VisitState(StateVisitor& visitor) override;
@@ -58,25 +60,22 @@ class FluidSolver : public iSolver, public iCachedGrids {
   iBase* DivergenceSource() override { return &divergenceSource; }
   iBase* Velocity() override { return &velocity; }
 
-  // Runs the forces on the velocity.
+  // --- the work of its stages; a liquid has more of them, and ways of its own
+  // 5: walls and obstacles, and their fractions.
+  virtual void BuildBoundary();
+  // 9: runs the forces on the velocity.
   virtual void EmitVelocity();
-  // One projection with the velocity's conditions at walls and solids around it.
-  virtual void Project(bool);
-  // Member nodes run only between these two.
-  virtual void StopWorkers();
-  virtual void StartWorkers();
+  // 10, before the projection: the viscous solve.
+  virtual void SolveViscosity() {}
+  // 10: one projection with the velocity's conditions at walls and solids around it.
+  virtual void Project();
+  // Carries the velocity out to where there is none, in the course of Project.
+  virtual void ExtrapolateVelocity();
   // Strictly inside the box without its outer cells. Simulation space.
   virtual bool IsInterior(const Vec3D& position) const;
   // The surface of a liquid; a gas has none.
   virtual const ScalarGrid* GetSurfaceGridPrevious() const { return nullptr; }
   const ScalarGrid* GetSurfaceGrid() const override { return nullptr; }
-
-  // Drivers of member nodes. A member's Process is called once, on the thread that drives the scene, and divides its
-  // own work with ParallelRange on the scene's pool.
-  void RunOnce(iObject& node);
-  void RunIterations(iObject& node);
-  void RunPerIteration(iObject& node);
-  void RunWhole(iObject& node);
 
   // The velocity's condition at the container's faces: no flow through a closed one, and slip times the tangential part
   // beside it (1 free slip, 0 no slip).
@@ -107,17 +106,25 @@ class FluidSolver : public iSolver, public iCachedGrids {
 
   static constexpr double kSpeedAfterReset = 0.001;
 
+ protected:
+  // The nodes inside that read the solver's parameters, in the order in which they do. divergenceSource has none.
+  virtual std::vector<iBase*> Parts();
+  // The work of the scene's stage, in a frame that is simulated.
+  virtual void ProcessStage();
+  // The same in a frame whose grids a cache plays back: a gas has none.
+  virtual void ProcessPlayedStage() {}
+  // A viscosity or a viscosity channel is set.
+  virtual bool IsViscous() const;
+
  private:
   // Snaps the container to whole cells.
   void PlaceContainer(double h);
   void WarnOfUnread();
-  // A viscosity or a viscosity channel is set.
-  bool IsViscous() const;
-  void BuildBoundary();
-  void Extrapolate();
 
-  bool workersRun_ = false;
   bool warnedOfObstacles_ = false;
 };
+
+// The rows of a gas, then those of all nodes: what a liquid has beside its own.
+std::span<const Parameter> FluidSolverParameters();
 
 }  // namespace orlix

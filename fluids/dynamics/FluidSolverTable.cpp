@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "fluids/dynamics/FluidObject.h"
 #include "fluids/dynamics/FluidSolver.h"
@@ -121,6 +122,16 @@ constexpr Parameter kParameters[] = {
 };
 
 }  // namespace
+
+std::span<const Parameter> FluidSolverParameters() {
+  static const std::vector<Parameter> kRows = [] {
+    std::vector<Parameter> rows(std::begin(kParameters), std::end(kParameters));
+    const auto common = CommonNodeParameters();
+    rows.insert(rows.end(), common.begin(), common.end());
+    return rows;
+  }();
+  return kRows;
+}
 
 const TypeInfo& FluidSolver::Type() {
   static const TypeInfo kType = [] {

@@ -1,7 +1,5 @@
 #include "fluids/dynamics/GridExtrapolation.h"
 
-#include "fluids/channels/ScalarChannels.h"
-#include "fluids/channels/VectorChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
 
 namespace orlix {
@@ -11,37 +9,7 @@ namespace {
 constexpr std::int32_t kLayers = 1018;
 constexpr double kDeepCells = -2;  // in solids beyond it nothing is needed
 
-// The samples at or below the background.
-CellMask NotAbove(const ScalarGrid& grid, double background, WorkerPool& pool) {
-  CellMask mask;
-  mask.Resize(grid.dims);
-  ParallelRange(pool, 0, grid.dims.z, [&](int k0, int k1, int) {
-    for (int k = k0; k < k1; ++k) {
-      for (int j = 0; j < grid.dims.y; ++j) {
-        const double* row = &grid(0, j, k);
-        std::uint64_t* bits = mask.Row(j, k);
-        for (int i = 0; i < grid.dims.x; ++i) bits[i >> 6] |= std::uint64_t(!(row[i] > background)) << (i & 63);
-      }
-    }
-  });
-  return mask;
-}
-
 }  // namespace
-
-bool GridExtrapolation::NextIteration() {
-  if (iteration == 1 && ++layerCounter <= layers) return true;
-  ++iteration;
-  if (iteration == 1) {
-    if (layers != 0)
-      layerCounter = 1;
-    else
-      iteration = 2;
-  }
-  if (iteration < 2) return true;
-  iteration = -1;
-  return false;
-}
 
 void GridExtrapolation::ClearState(bool deactivate) {
   iObject::ClearState(deactivate);
@@ -55,32 +23,23 @@ bool GridExtrapolation::ReadParameters() {
   return handler.HasObject();
 }
 
-bool GridExtrapolation::HasTarget() const {
-  if (axis == kChannelTargets) {
-    return (scalarTarget && scalarTarget->grid) || (vectorTarget && vectorTarget->grids[0]);
-  }
+bool GridExtrapolation::HasInput() const {
   return solver && solver->velocity.grids[0] && solver->fractions.GetFloatGrid(0, 1);
 }
 
-void GridExtrapolation::Prepare(iBase*) {
-  if (iteration == 0) SetFlag(NodeActive, layers != 0 && HasTarget());
-}
-
-void GridExtrapolation::Process(ProcessData&) {
-  if (!IsActive() || !HasTarget()) return;
-  WorkerPool& pool = scene->pool();
-  if (axis == kChannelTargets) {
-    if (iteration == 0) return FindAboveBackground();
-    if (scalarTarget && scalarTarget->grid) return plans_[0].Fill(layerCounter, *scalarTarget->grid, pool);
-    for (std::size_t c = 0; c < 3; ++c) plans_[c].Fill(layerCounter, *vectorTarget->grids[c], pool);
-    return;
+void GridExtrapolation::Extrapolate() {
+  SetFlag(NodeActive, layers != 0 && HasInput());
+  if (!IsActive()) return;
+  for (std::int32_t component = 0; component < 3; ++component) {
+    const auto c = static_cast<std::size_t>(component);
+    FindLayers(component);
+    for (std::int32_t layer = 1; layer <= layers; ++layer) {
+      plans_[c].Fill(layer, *solver->velocity.grids[c], scene->pool());
+    }
   }
-  const auto component = static_cast<std::size_t>(axis);
-  if (iteration == 0) return FindFaces(axis);
-  plans_[component].Fill(layerCounter, *solver->velocity.grids[component], pool);
 }
 
-void GridExtrapolation::FindFaces(std::int32_t component) {
+void GridExtrapolation::FindLayers(std::int32_t component) {
   const auto c = static_cast<std::size_t>(component);
   const bool liquid = liquidMode && solver->GetSurfaceGrid();
   const std::uint64_t revision = solver->fractions.revision();
@@ -120,17 +79,6 @@ CellMask GridExtrapolation::OutsideLiquid(std::int32_t component) const {
     }
   });
   return mask;
-}
-
-void GridExtrapolation::FindAboveBackground() {
-  builtFor_ = {};
-  const auto build = [&](std::size_t c, const ScalarGrid& grid, double background) {
-    plans_[c].Build(NotAbove(grid, background, scene->pool()), layers, {}, 0, scene->scratch(), scene->pool());
-  };
-  if (scalarTarget && scalarTarget->grid) return build(0, *scalarTarget->grid, scalarTarget->backgroundValue);
-  for (int c = 0; c < 3; ++c) {
-    build(static_cast<std::size_t>(c), *vectorTarget->grids[c], vectorTarget->backgroundValue[c]);
-  }
 }
 
 }  // namespace orlix

@@ -2,6 +2,7 @@
 
 #include "fluids/boundary/FaceVelocity.h"
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/grids/ScratchPool.h"
 #include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
@@ -59,11 +60,6 @@ struct SolidFaces {
 
 }  // namespace
 
-void VelocityConstrain::ClearState(bool deactivate) {
-  iObject::ClearState(deactivate);
-  for (auto& grid : scratch_) grid.GiveBack();
-}
-
 bool VelocityConstrain::ReadParameters() {
   slip = handler.GetDouble(kSlip);
   useObstacleNormals = handler.GetBool(kUseObstacleNormals);
@@ -81,20 +77,17 @@ void VelocityConstrain::ReleaseLinks() {
   obstacles.clear();
 }
 
-void VelocityConstrain::Prepare(iBase*) {
-  bool active = solver != nullptr;
-  for (int c = 0; c < 3 && active; ++c)
-    active = solver->velocity.grids[c] != nullptr && solver->fractions.GetFloatGrid(c, 1);
-  SetFlag(NodeActive, active);
-  if (!active) return;
+bool VelocityConstrain::HasInput() const {
+  if (!solver) return false;
   for (int c = 0; c < 3; ++c) {
-    const VecInt3D& dims = solver->velocity.grids[c]->dims;
-    if (!scratch_[c] || scratch_[c]->dims != dims) scratch_[c] = scene->scratch().Take<double>(dims);
+    if (!solver->velocity.grids[c] || !solver->fractions.GetFloatGrid(c, 1)) return false;
   }
+  return true;
 }
 
-void VelocityConstrain::Process(ProcessData&) {
-  if (!IsActive() || !scratch_[0]) return;
+void VelocityConstrain::Apply() {
+  SetFlag(NodeActive, HasInput());
+  if (!IsActive()) return;
   const auto& grids = solver->velocity.grids;
   const ScalarGrid& first = *grids[0];
   const SolidFaces faces{*this,
@@ -103,18 +96,18 @@ void VelocityConstrain::Process(ProcessData&) {
                          {*grids[0], *grids[1], *grids[2]},
                          first.space.simMin,
                          static_cast<double>(first.space.cellSize)};
+  ScratchPool::Lease<double> values[3];  // only those of blocked faces are filled
   for (int axis = 0; axis < 3; ++axis) {
-    double* values = scratch_[axis]->data;
+    values[axis] = scene->scratch().Take<double>(grids[axis]->dims);
+    double* out = values[axis]->data;
+    ForEachClosedFace(solver->fractions.ClosedFaces(axis), axis, scene->pool(),
+                      [&](int i, int j, int k, std::int64_t index) { out[index] = faces.NewValue(axis, i, j, k); });
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    const double* from = values[axis]->data;
     double* velocity = grids[axis]->data;
-    const CellMask& closed = solver->fractions.ClosedFaces(axis);
-    if (iteration == 0) {
-      ForEachClosedFace(closed, axis, scene->pool(), [&](int i, int j, int k, std::int64_t index) {
-        values[index] = faces.NewValue(axis, i, j, k);
-      });
-    } else {
-      ForEachClosedFace(closed, axis, scene->pool(),
-                        [&](int, int, int, std::int64_t index) { velocity[index] = values[index]; });
-    }
+    ForEachClosedFace(solver->fractions.ClosedFaces(axis), axis, scene->pool(),
+                      [&](int, int, int, std::int64_t index) { velocity[index] = from[index]; });
   }
 }
 

@@ -1,10 +1,8 @@
 #pragma once
 // Rewrites the velocity on faces that a solid blocks: moving solids drag the fluid along, still ones let it slide.
 
-#include <array>
 #include <vector>
 
-#include "fluids/grids/ScratchPool.h"
 #include "fluids/scene/iObject.h"
 
 namespace orlix {
@@ -14,17 +12,14 @@ class VolumeBase;
 
 class VelocityConstrain final : public iObject {
  public:
-  VelocityConstrain(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) { iterationCount = 2; }
+  VelocityConstrain(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
 
-  void ResetSimulation() override {}
-  void ClearState(bool deactivate) override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
-  void Prepare(iBase* caller = nullptr) override;
-  // iteration 0 computes the new values of blocked faces from the old velocity, 1 writes them.
-  void Process(ProcessData& data) override;
-  void Finish() override { ClearState(false); }
+  // Computes all new values of blocked faces from the old velocity, then writes them. Does nothing, and isn't active,
+  // without a velocity or fractions.
+  void Apply();
 
   FluidSolver* solver = nullptr;  // not owned
   std::vector<VolumeBase*> obstacles;
@@ -33,7 +28,7 @@ class VelocityConstrain final : public iObject {
   bool moveWithObstacles = false;  // solids pass on their motion
 
  private:
-  std::array<ScratchPool::Lease<double>, 3> scratch_;  // new values; only blocked faces are filled
+  bool HasInput() const;
 };
 
 }  // namespace orlix

@@ -59,27 +59,27 @@ void VelocityGridEmitter::CheckDirty() {
   }
 }
 
-void VelocityGridEmitter::Prepare(iBase*) {
-  SetFlag(NodeActive, false);
-  if (!solver || !solver->IsActive() || forces.empty()) return;
+bool VelocityGridEmitter::HasInput() const {
+  if (!solver || !solver->IsActive() || forces.empty()) return false;
   const auto& grids = solver->velocity.grids;
-  if (!grids[0] || !grids[1] || !grids[2] || !FractionsOf(*solver)[0].data) return;
+  return grids[0] && grids[1] && grids[2] && FractionsOf(*solver)[0].data;
+}
+
+void VelocityGridEmitter::Emit() {
+  SetFlag(NodeActive, HasInput());
+  if (!IsActive()) return;
   for (Force* force : forces) {
     if (!force->IsEnabled()) continue;
     force->AttachVelocity(&solver->velocity, &solver->boundary);
     force->Prepare(solver);
   }
-  for (auto& grid : forceGrids_) grid = scene->scratch().Take<double>(grids[0]->space.dims);
-  SetFlag(NodeActive, true);
-}
-
-void VelocityGridEmitter::Process(ProcessData&) {
-  if (!IsActive()) return;
-  if (iteration == 0) {
-    GatherForces();
-  } else {
-    AddToFaces();
+  for (auto& grid : forceGrids_) grid = scene->scratch().Take<double>(solver->velocity.grids[0]->space.dims);
+  GatherForces();
+  if (!scene->TestBreak()) AddForcesToFaces(ForceViews(), FractionsOf(*solver), VelocityOf(*solver), scene->pool());
+  for (Force* force : forces) {
+    if (force->IsEnabled()) force->Finish();
   }
+  GiveBack();
 }
 
 void VelocityGridEmitter::GatherForces() {
@@ -111,18 +111,6 @@ void VelocityGridEmitter::GatherRow(const GridSpace& space, std::int32_t j, std:
   if (solver->GetNodeSubType() != kGasSolver) {
     AddGravity(fractions, VelocityOf(*solver), scene->GetGravity() * simulationInfo->substepDuration, j, k);
   }
-}
-
-void VelocityGridEmitter::AddToFaces() {
-  if (scene->TestBreak()) return;
-  AddForcesToFaces(ForceViews(), FractionsOf(*solver), VelocityOf(*solver), scene->pool());
-}
-
-void VelocityGridEmitter::Finish() {
-  for (Force* force : forces) {
-    if (force->IsEnabled()) force->Finish();
-  }
-  ClearState(false);
 }
 
 }  // namespace orlix

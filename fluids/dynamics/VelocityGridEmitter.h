@@ -14,9 +14,7 @@ class Force;
 
 class VelocityGridEmitter final : public iObject {
  public:
-  VelocityGridEmitter(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {
-    iterationCount = 2;
-  }
+  VelocityGridEmitter(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
 
   void ResetSimulation() override { GiveBack(); }
   void ClearState(bool deactivate) override;
@@ -25,21 +23,18 @@ class VelocityGridEmitter final : public iObject {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void CheckDirty() override;
-  // Active when the solver is, has a velocity, and there are forces.
-  void Prepare(iBase* caller = nullptr) override;
-  // iteration 0 gathers the forces in cells, 1 brings them to the faces. Called once a round, on the thread that drives
-  // the scene; divides its own work.
-  void Process(ProcessData& data) override;
-  void Finish() override;
+  // Gathers the forces in cells, then brings them to the faces. Does nothing, and isn't active, unless the solver is,
+  // it has a velocity, and there are forces.
+  void Emit();
 
   FluidSolver* solver = nullptr;  // not owned
   std::vector<Force*> forces;     // between ResolveLinks and ReleaseLinks
 
  private:
   std::array<GridView<double>, 3> ForceViews() const { return {*forceGrids_[0], *forceGrids_[1], *forceGrids_[2]}; }
+  bool HasInput() const;
   void GatherForces();
   void GatherRow(const GridSpace& space, std::int32_t j, std::int32_t k, std::int32_t worker);
-  void AddToFaces();
   void GiveBack();
 
   std::array<ScratchPool::Lease<double>, 3> forceGrids_;  // m/s, at cell centres

@@ -87,7 +87,6 @@ const TypeInfo& GridAdvection::Type() {
 GridAdvection::GridAdvection(BaseList2D* object, OrlixScene& owner) : iObject(object, owner) {
   stageMask = StageBit(kStageAdvection);
   priority = kPriority;
-  iterationCount = 4;
 }
 
 void GridAdvection::ResetSimulation() {

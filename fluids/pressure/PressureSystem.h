@@ -22,6 +22,8 @@ struct PressureSystem {
   double scale = 1;  // dt / (h h density)
   // Where set, 1 for each cell that has an equation; otherwise each inner cell with a positive weight has one.
   const std::uint8_t* equation = nullptr;
+  // Of weights, mask and dims: while it stays and isn't 0, a solver may keep what it built from them.
+  std::uint64_t revision = 0;
 
   std::int64_t row() const { return dims.x; }
   std::int64_t slab() const { return std::int64_t(dims.x) * dims.y; }

@@ -224,7 +224,7 @@ void Constrain(FluidSolver& solver) {
   solver.boundary.ResolveLinks();
   solver.constraint.solver = &solver;
   solver.constraint.ResolveLinks();
-  solver.RunWhole(solver.constraint);
+  solver.constraint.Apply();
 }
 
 TEST(VelocityAtSolids, SlipKeepsTheTangentialPartAndNoSlipNothing) {

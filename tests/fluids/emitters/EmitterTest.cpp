@@ -342,10 +342,8 @@ TEST(VelocityGridEmitter, AnEvenForceReachesEachOpenFaceByItsShare) {
   scene.scene().EvaluateStage();
   solver.SetFlag(NodeActive, true);
   for (auto& grid : solver.velocity.grids) grid->Fill(0);
-  solver.velocityEmitter->Prepare(&solver);
+  solver.velocityEmitter->Emit();
   ASSERT_TRUE(solver.velocityEmitter->IsActive());
-  solver.RunIterations(*solver.velocityEmitter);
-  solver.velocityEmitter->Finish();
   const double dt = scene.scene().info.substepDuration;
   int open = 0, closed = 0;
   for (int axis = 0; axis < 3; ++axis) {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "fluids/pressure/Grid_CGSolver.h"
+#include "fluids/pressure/PressureSolver.h"
 #include "tests/fluids/pressure/ExplicitMatrix.h"
 #include "tests/fluids/pressure/SolveProblem.h"
 
