@@ -8,6 +8,7 @@
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/helpers/HelperTypes.h"
 #include "fluids/operators/OperatorTypes.h"
+#include "fluids/particles/ParticleTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/volume_renderer/VolumeRendererTypes.h"
@@ -37,7 +38,6 @@ constexpr PlannedType kPlanned[] = {
     {1300033, "zq_mesher"},
     {1300034, "zq_csg"},
     {1300035, "zq_levelset_smoother"},
-    {1300036, "zq_particlegroup"},
     {1300040, "zq_particle_converter"},
     {1300054, "zq_pforce_correct"},
     {1300055, "zq_pforce_acceleration"},
@@ -76,6 +76,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterRenderTypes(factory.types());
   RegisterSceneTypes(factory);
   RegisterHelperTypes(factory);
+  RegisterParticleTypes(factory);
   RegisterChannelTypes(factory);
   RegisterVolumeTypes(factory);
   RegisterConstraintTypes(factory);

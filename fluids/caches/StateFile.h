@@ -30,6 +30,9 @@ class StateReader final : public StateVisitor {
   void VisitGrid(const char* name, std::unique_ptr<ScalarGrid>& grid) override;
   void VisitBytes(const char* name, void* bytes, std::size_t size) override;
   void VisitBookkeeping(const char* name, void* bytes, std::size_t size) override { VisitBytes(name, bytes, size); }
+  bool Reading() const override { return true; }
+  bool Good() const override { return status_.ok(); }
+  void Refuse(const std::string& reason) override { Fail(ErrorKind::InputFile, reason); }
   void Begin(const char* name) override;
   void End() override;
   // The first error. After one nothing more is changed.

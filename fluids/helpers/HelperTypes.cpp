@@ -13,6 +13,7 @@ void RegisterHelperTypes(NodeFactory& factory) {
   factory.Add<Property<std::int32_t>>();
   factory.Add<Property<Vec3D>>();
   factory.Add<Property<bool>>();
+  RegisterFixedProperties(factory);
   factory.Add<Kernel>();
 }
 

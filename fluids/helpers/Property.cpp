@@ -1,5 +1,10 @@
 #include "fluids/helpers/Property.h"
 
+#include <deque>
+
+#include "fluids/helpers/PropertyIds.h"
+#include "fluids/scene/NodeFactory.h"
+
 namespace orlix {
 
 namespace {
@@ -8,12 +13,13 @@ constexpr Parameter kPropertyId =
     IntParameter(2001, "property_id", 75, "", "Property that the value is written to").Min(0);
 constexpr Parameter kScalar[] = {FloatParameter(1000, "value", 1.0, "", "Value; of property 0, in voxels"),
                                  kPropertyId};
-constexpr Parameter kVector[] = {VectorParameter(1000, "value", {0, 0, 0}, "", "Value"), kPropertyId};
+constexpr Parameter kVector[] = {
+    VectorParameter(1000, "value", {0, 1, 0}, "", "Value").Fallback(Vec3D()),
+    IntParameter(2001, "property_id", 76, "", "Property that the value is written to").Min(0).Fallback(75)};
 constexpr Parameter kState[] = {BoolParameter(1000, "value", false, "Value"), kPropertyId};
-constexpr std::int32_t kRadius = 0;
 
-TypeInfo PropertyType(int id, const char* resource, const char* className, const char* label,
-                      std::span<const Parameter> rows) {
+TypeInfo TypeOf(int id, const char* resource, const char* className, const char* label,
+                std::span<const Parameter> rows) {
   TypeInfo type;
   type.id = id;
   type.resource = resource;
@@ -26,7 +32,47 @@ TypeInfo PropertyType(int id, const char* resource, const char* className, const
   return type;
 }
 
+// The node types of the built-in properties: the free-form ones with the number filled in.
+struct FixedType {
+  bool real = true;
+  std::string text;
+  std::vector<Parameter> rows;
+  TypeInfo type;
+};
+
+const std::deque<FixedType>& FixedTypes() {
+  static const std::deque<FixedType> kTypes = [] {
+    std::deque<FixedType> types;  // the records point into each other: they must not move
+    for (const PropertyInfo& info : PropertyTable()) {
+      FixedType& fixed = types.emplace_back();
+      const bool real = fixed.real = TypeOfProperty(info.id) == PropertyType::Real;
+      const std::span<const Parameter> rows = real ? std::span<const Parameter>(kScalar) : kVector;
+      fixed.rows.assign(rows.begin(), rows.end());
+      for (Parameter& row : fixed.rows) {
+        if (row.id == kPropertyId.id) row.number = info.id, row.fallbackNumber.reset(), row.hidden = true;
+      }
+      fixed.text = "Gives particles property " + std::to_string(info.id) + ". " + info.text + ".";
+      fixed.type = TypeOf(info.nodeType, info.resource,
+                          real ? "C4D_ParticlePropertyScalar_Object" : "C4D_ParticlePropertyVector_Object", info.label,
+                          fixed.rows);
+      fixed.type.text = fixed.text.c_str();
+    }
+    return types;
+  }();
+  return kTypes;
+}
+
 }  // namespace
+
+void RegisterFixedProperties(NodeFactory& factory) {
+  for (const FixedType& fixed : FixedTypes()) {
+    if (fixed.real) {
+      factory.AddAs<Property<double>>(fixed.type);
+    } else {
+      factory.AddAs<Property<Vec3D>>(fixed.type);
+    }
+  }
+}
 
 bool iProperty::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
@@ -37,25 +83,25 @@ bool iProperty::ReadParameters() {
 template <>
 const TypeInfo& Property<double>::Type() {
   static const TypeInfo kType =
-      PropertyType(1300037, "zq_property_scalar", "C4D_ParticlePropertyScalar_Object", "Scalar Property", kScalar);
+      TypeOf(1300037, "zq_property_scalar", "C4D_ParticlePropertyScalar_Object", "Scalar Property", kScalar);
   return kType;
 }
 template <>
 const TypeInfo& Property<std::int32_t>::Type() {
   static const TypeInfo kType =
-      PropertyType(1300039, "property_int", "C4D_ParticlePropertyInt_Object", "Integer Property", kScalar);
+      TypeOf(1300039, "property_int", "C4D_ParticlePropertyInt_Object", "Integer Property", kScalar);
   return kType;
 }
 template <>
 const TypeInfo& Property<Vec3D>::Type() {
   static const TypeInfo kType =
-      PropertyType(1300038, "zq_property_vector", "C4D_ParticlePropertyVector_Object", "Vector Property", kVector);
+      TypeOf(1300038, "zq_property_vector", "C4D_ParticlePropertyVector_Object", "Vector Property", kVector);
   return kType;
 }
 template <>
 const TypeInfo& Property<bool>::Type() {
   static const TypeInfo kType =
-      PropertyType(13000391, "zq_property_state", "C4D_ParticlePropertyState_Object", "State Property", kState);
+      TypeOf(13000391, "zq_property_state", "C4D_ParticlePropertyState_Object", "State Property", kState);
   return kType;
 }
 
@@ -80,7 +126,7 @@ bool Property<T>::ReadParameters() {
   } else {
     double read = handler.GetDouble(1000);
     // A radius is given in voxels; the integer form rounds by half a cell.
-    if (propertyId == kRadius) {
+    if (propertyId == PP::Radius) {
       const GridSpace& space = GetSimulationSpace();
       read *= space.simPerVoxel.x;
       if (std::is_same_v<T, std::int32_t>) read += space.halfCell;

@@ -27,4 +27,8 @@ class Property final : public iProperty {
   T value{};
 };
 
+class NodeFactory;
+// The node types of the built-in properties (PropertyIds.h): "PP::Radius" and so on.
+void RegisterFixedProperties(NodeFactory& factory);
+
 }  // namespace orlix

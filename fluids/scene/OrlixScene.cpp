@@ -367,6 +367,8 @@ void OrlixScene::RunFinishStage(bool boundsValid) {
   bool broken = false;
   ForEachNode(NODE_PARTICLES, NODE_PARTICLES, [&](iBase& node) {
     if (broken || node.GetNodeSubType() != kParticleGroupSubType) return;
+    if (auto* group = dynamic_cast<iObject*>(&node)) group->EndStep();
+    if (broken = TestBreak(); broken) return;
     node.AfterStep();
     broken = TestBreak();
   });
@@ -471,7 +473,10 @@ void OrlixScene::FinishReport() {
   StateSize size;
   VisitState(size);
   substepReport_.gridBytes = size.bytes();
-  const auto addDerived = [&](const iBase& node) { substepReport_.gridBytes += node.DerivedBytes(); };
+  const auto addDerived = [&](iBase& node) {
+    substepReport_.gridBytes += node.DerivedBytes();
+    node.AddToReport(substepReport_);
+  };
   ForEachNode(NODE_CHANNEL, NODE_CACHE, addDerived);
   ForEachNode(NODE_SETTINGS, NODE_HELPER, addDerived);
   substepReport_.cells = size.cells();

@@ -78,7 +78,34 @@ void NonFiniteFinder::VisitGrid(const char* name, std::unique_ptr<ScalarGrid>& g
   }
 }
 
+void NonFiniteFinder::VisitNumbers(const char* name, std::span<const Numbers> pieces) {
+  if (found_) return;
+  std::atomic<bool> finite{true};
+  ParallelRange(pool_, 0, static_cast<int>(pieces.size()), [&](int from, int to, int) {
+    for (int p = from; p < to; ++p) {
+      if (!AllFinite(pieces[p].numbers, static_cast<std::int64_t>(pieces[p].count))) finite.store(false);
+    }
+  });
+  if (finite.load()) return;
+  for (const Numbers& piece : pieces) {
+    for (std::size_t n = 0; n < piece.count; ++n) {
+      if (std::isfinite(piece.numbers[n])) continue;
+      Divergence divergence;
+      divergence.grid = name;
+      divergence.particle = piece.owners[n / static_cast<std::size_t>(piece.perOwner)];
+      divergence.value = piece.numbers[n];
+      found_ = divergence;
+      return;
+    }
+  }
+}
+
 std::string Divergence::Text() const {
+  if (particle >= 0) {
+    return fmt::format(
+        "\"{}\" made a value that is no number: {} in the {} of particle {}, frame {}, sub-step {}, stage \"{}\"", node,
+        value, grid, particle, frame, substep, StageLabel(stage));
+  }
   return fmt::format(
       "\"{}\" made a value that is no number: {} in grid {} at cell ({}, {}, {}), frame {}, sub-step {}, stage \"{}\"",
       node, value, grid, i, j, k, frame, substep, StageLabel(stage));

@@ -27,12 +27,13 @@ class StateHasher final : public StateVisitor {
   std::vector<std::string> path_;  // of the node and its parts
 };
 
-// Finds the first cell, in index order, of the first grid that holds NaN or infinity.
+// Finds the first cell or particle, in index order, of the first grid or list that holds NaN or infinity.
 class NonFiniteFinder final : public StateVisitor {
  public:
   explicit NonFiniteFinder(WorkerPool& pool) : pool_(pool) {}
   void VisitGrid(const char* name, std::unique_ptr<ScalarGrid>& grid) override;
   void VisitBytes(const char*, void*, std::size_t) override {}
+  void VisitNumbers(const char* name, std::span<const Numbers> pieces) override;
   const std::optional<Divergence>& found() const { return found_; }
 
  private:

@@ -18,6 +18,14 @@ struct SolverReport {
   double divergenceBefore = 0, divergenceAfter = 0;  // the largest of all cells, 1/s
 };
 
+// The particles of a group at the end of a sub-step.
+struct ParticleReport {
+  std::string group;
+  std::int32_t counts[4] = {};                // by kind
+  std::int64_t born = 0, died = 0, lost = 0;  // in the sub-step; lost are those of the dead that solids swallowed
+  std::int64_t bytes = 0;
+};
+
 // By "node path:type/part/grid", in the order of the state.
 using GridHashes = std::vector<std::pair<std::string, std::uint64_t>>;
 
@@ -31,6 +39,7 @@ struct SubstepReport {
   std::vector<std::pair<std::string, double>> nodeSeconds;
   std::int64_t cells = 0;
   std::int64_t particles = 0;
+  std::vector<ParticleReport> groups;
   std::vector<SolverReport> solvers;
   std::int64_t gridBytes = 0;  // kept by the scene at the end of the sub-step
   std::int64_t peakBytes = 0;  // the most that all grids took at once since the sub-step began
@@ -46,9 +55,10 @@ struct MemoryForecast {
 // A node made a value that is no number.
 struct Divergence {
   std::string node;
-  std::string grid;
+  std::string grid;  // or what of a particle
   std::int32_t stage = 0, frame = 0, substep = 0;
   std::int32_t i = 0, j = 0, k = 0;
+  std::int32_t particle = -1;  // its id; -1 when it is a cell
   double value = 0;
   std::string Text() const;
 };

@@ -18,6 +18,7 @@
 namespace orlix {
 
 class OrlixScene;
+struct SubstepReport;
 
 // Bytes: what is kept from one sub-step to the next, and what is borrowed beside it for a while.
 struct MemoryNeed {
@@ -136,6 +137,8 @@ class iBase {
   virtual void VisitOutputs(StateVisitor& visitor) { VisitState(visitor); }
   // Bytes that are kept from one sub-step to the next beside the state, and computed anew when they are missing.
   virtual std::int64_t DerivedBytes() const { return 0; }
+  // Adds what the node tells of itself to a sub-step's statistics.
+  virtual void AddToReport(SubstepReport&) {}
   // What the node will take in a container of these cells; 0 where it follows something else.
   virtual MemoryNeed MemoryFor(const VecInt3D&) const { return {}; }
 

@@ -21,6 +21,8 @@ class iObject : public iBase {
   virtual void Process(ProcessData&) {}
   // Once per run, on the calling thread.
   virtual void Finish() {}
+  // The first thing at the end of a sub-step, before AfterStep: a particle group lets its dead go.
+  virtual void EndStep() {}
 };
 
 // A fluid solver, as the scene and the nodes below the solvers' layer see it.

@@ -1,0 +1,177 @@
+#include "fluids/particles/ParticleGroup.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kSheetSubType = 95;  // inserts liquid whose links go by order
+
+}  // namespace
+
+const TypeInfo& ParticleGroup::Type() {
+  static const TypeInfo kType = [] {
+    TypeInfo type;
+    type.id = 1300036, type.resource = "zq_particlegroup", type.className = "C4D_ParticleGroup_Object";
+    type.label = "Particle Group";
+    type.text =
+        "Holds particles of four kinds: passive ones, vorticity that swirls a gas, liquid, and diffuse matter such as "
+        "foam or dust. Emitters fill it and operators move it. An entry of a list of groups says which kind it means.";
+    type.kinds = kLinkParticles;
+    type.common = CommonNodeParameters();
+    return type;
+  }();
+  return kType;
+}
+
+bool ParticleGroup::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
+  StartStep();
+  return true;
+}
+
+// A group that isn't active holds nothing.
+void ParticleGroup::StartStep() {
+  if (!IsActive()) {
+    for (ParticleFactory& each : factories_) each.SetListCount(0);
+    return;
+  }
+  if (factories_[0].listCount() > 0) return;
+  for (ParticleFactory& each : factories_) each.SetListCount(1);
+  ResetKinds();
+}
+
+void ParticleGroup::ResetKinds() {
+  for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {
+    if (!KindIsKept(kind)) factories_[kind].Reset(GetSimulationSpace());
+    SetKindDirty(kind);
+  }
+}
+
+void ParticleGroup::CheckDirty() {
+  iObject::CheckDirty();
+  if (IsEnabled() && scene->HasFlag(TimeMoved)) MarkDirty(false);
+}
+
+bool ParticleGroup::ResetWhenDirty() const {
+  const FrameClock& clock = scene->clock;
+  return clock.lastFrame > clock.startFrame || (clock.frame <= clock.startFrame && simulationInfo->time == 0);
+}
+
+void ParticleGroup::ResetSimulation() {
+  ResetKinds();
+  for (auto& tree : trees_) tree.reset();
+}
+
+void ParticleGroup::ExtendBounds(Vec3D& min, Vec3D& max) {
+  for (const ParticleFactory& each : factories_) {
+    min = Min(min, each.bounds.min);
+    max = Max(max, each.bounds.max);
+  }
+}
+
+void ParticleGroup::UpdateBounds() {
+  for (ParticleFactory& each : factories_) each.UpdateBounds(scene->pool());
+}
+
+void ParticleGroup::AfterStep() { UpdateBounds(); }
+
+void ParticleGroup::RemoveDeadAll() {
+  for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {
+    if (Count(kind) == 0) continue;
+    const bool keepOrder = kind == PK_Liquid && CountNodes(NODE_OPERATOR, kSheetSubType) > 0;
+    if (factories_[kind].RemoveDead(keepOrder) > 0) SetKindDirty(kind);
+  }
+}
+
+void ParticleGroup::Clear(bool alsoBase) {
+  for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {
+    factories_[kind].Reset(factories_[kind].frame);
+    trees_[kind].reset();
+    SetKindDirty(kind);
+  }
+  if (alsoBase) iObject::ResetSimulation();
+}
+
+std::int32_t ParticleGroup::CountNodes(std::int32_t list, std::int32_t subType) const {
+  std::int32_t count = 0;
+  scene->ForEachNode(list >= NODE_ALL ? NODE_CHANNEL : list, list >= NODE_ALL ? NODE_HELPER : list,
+                     [&](const iBase& node) {
+                       count += node.IsEnabled() && node.IsActive() && node.GetNodeSubType() == subType ? 1 : 0;
+                     });
+  return count;
+}
+
+std::int32_t ParticleGroup::CountAll() const {
+  std::int32_t count = 0;
+  for (const ParticleFactory& each : factories_) count += each.Count();
+  return count;
+}
+
+// --- neighbours ------------------------------------------------------------------------------------------------------
+
+bool ParticleGroup::EnsureTree(std::int32_t kind, bool force, std::int32_t k) {
+  std::unique_ptr<ParticleKdTree>& tree = trees_[kind];
+  const std::int32_t capacity = k > 0 ? k : ParticleKdTree::kDefaultNeighbours;
+  if (Count(kind) == 0) {
+    tree.reset();
+    return false;
+  }
+  if (force || !tree || KindIsDirty(kind)) {
+    if (!tree) tree = std::make_unique<ParticleKdTree>();
+    tree->Build(*list(kind), scene->pool());
+    tree->SetCapacity(capacity);
+    dirty_.fetch_and(static_cast<std::uint8_t>(~Bit(kind)), std::memory_order_relaxed);
+  } else if (capacity > tree->capacity()) {
+    tree->SetCapacity(capacity);
+  }
+  return true;
+}
+
+std::span<const Neighbour> ParticleGroup::Nearest(std::int32_t kind, const Vec3D& position, double radius,
+                                                  std::int32_t thread) const {
+  const ParticleKdTree* tree = Tree(kind);
+  return tree ? tree->Search(position, radius * radius, thread) : std::span<const Neighbour>();
+}
+
+// --- state and reports -----------------------------------------------------------------------------------------------
+
+void ParticleGroup::VisitState(StateVisitor& visitor) {
+  visitor.Visit("kept", kept_);
+  for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {
+    visitor.Begin(kParticleKindLabels[kind]);
+    factories_[kind].VisitState(visitor);
+    visitor.End();
+    if (visitor.Reading()) trees_[kind].reset(), SetKindDirty(kind);
+  }
+}
+
+void ParticleGroup::VisitOutputs(StateVisitor& visitor) {
+  for (ParticleFactory& each : factories_) each.VisitNumbers(visitor);
+}
+
+std::int64_t ParticleGroup::DerivedBytes() const {
+  std::int64_t bytes = 0;
+  for (const auto& tree : trees_) bytes += tree ? tree->Bytes() : 0;
+  return bytes;
+}
+
+MemoryNeed ParticleGroup::MemoryFor(const VecInt3D&) const {
+  double bytes = 0;
+  for (const ParticleFactory& each : factories_) bytes += static_cast<double>(each.Bytes());
+  return {.kept = bytes};
+}
+
+void ParticleGroup::AddToReport(SubstepReport& report) {
+  ParticleReport own;
+  own.group = DisplayName();
+  for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {
+    const ParticleTally tally = factories_[kind].TakeTally();
+    own.counts[kind] = Count(kind);
+    own.born += tally.born, own.died += tally.died, own.lost += tally.lost;
+    own.bytes += factories_[kind].Bytes();
+    report.particles += Count(kind);
+  }
+  report.groups.push_back(std::move(own));
+}
+
+}  // namespace orlix

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+void RegisterParticleTypes(NodeFactory& factory);
+
+}  // namespace orlix
