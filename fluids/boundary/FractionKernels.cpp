@@ -1,5 +1,7 @@
 #include "fluids/boundary/FractionKernels.h"
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "fluids/boundary/CornerClasses.h"
@@ -70,6 +72,27 @@ double CubeAround(const GridView<const double>& nodes, const Vec3D& p) {
   return FractionInsideCube(corners);
 }
 
+enum class Side { Inside, Outside, Mixed };
+
+// Where all samples in a box lie, as far as the nodes around it agree.
+Side SideOfNodes(const GridView<const double>& nodes, const Vec3D& low, const Vec3D& high) {
+  int from[3], to[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    const int last = nodes.dims[axis] - 1;
+    from[axis] = std::clamp(static_cast<int>(std::floor(low[axis])), 0, last);
+    to[axis] = std::clamp(static_cast<int>(std::floor(high[axis])) + 1, 0, last);
+  }
+  const bool inside = nodes(from[0], from[1], from[2]) < 0;
+  for (int k = from[2]; k <= to[2]; ++k) {
+    for (int j = from[1]; j <= to[1]; ++j) {
+      for (int i = from[0]; i <= to[0]; ++i) {
+        if ((nodes(i, j, k) < 0) != inside) return Side::Mixed;
+      }
+    }
+  }
+  return inside ? Side::Inside : Side::Outside;
+}
+
 double CountedShare(const GridView<const double>& nodes, const Vec3D& p, int perAxis) {
   const double step = 1.0 / perAxis;
   int inside = 0;
@@ -128,8 +151,17 @@ void FillCubeFractions(const GridView<const double>& nodes, const Vec3D& offset,
 
 void FillCountedFractions(const GridView<const double>& nodes, const Vec3D& offset, int perAxis, const Vec3D& first,
                           FractionRule rule, const GridView<float>& out, WorkerPool& pool) {
+  const Vec3D last = first + Vec3D(1 - 1.0 / perAxis);
   ForEachSample(out, pool, [&](int i, int j, int k) {
-    return rule.Store(CountedShare(nodes, Vec3D(i, j, k) + offset + first, perAxis));
+    const Vec3D p = Vec3D(i, j, k) + offset;
+    switch (SideOfNodes(nodes, p + first, p + last)) {
+      case Side::Inside:
+        return rule.Store(1);
+      case Side::Outside:
+        return rule.Store(0);
+      default:
+        return rule.Store(CountedShare(nodes, p + first, perAxis));
+    }
   });
 }
 

@@ -114,7 +114,8 @@ void Grid_VolumeFractions::Compute() {
       if (onePass) {
         // Points that are shared by all grids: the middles of 2^oversampling parts of a cell.
         const int parts = 1 << std::min(perAxis, kMaxHalvings);
-        FillCountedFractions(nodes, offset, parts, Vec3D(0.5 / parts - 0.5), rule, *grid, scene->pool());
+        const Vec3D first = Vec3D(0.5 / parts - 0.5) - CellSampleOffset(distance->gridType);
+        FillCountedFractions(nodes, offset, parts, first, rule, *grid, scene->pool());
       } else if (method == 0) {
         const Vec3D first = CellSampleOffset(distance->gridType) * (1.0 / perAxis);
         FillCountedFractions(nodes, offset, perAxis, first, rule, *grid, scene->pool());

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "fluids/dynamics/Grid_Incompressibility.h"
+#include "fluids/dynamics/Grid_Viscosity.h"
 #include "fluids/dynamics/SpeedKernel.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 
@@ -37,12 +38,14 @@ FluidSolver::FluidSolver(BaseList2D* hostObject, OrlixScene& ownerScene)
     : iSolver(hostObject, ownerScene),
       velocity(hostObject, ownerScene),
       fractions(hostObject, ownerScene),
+      viscousFractions(hostObject, ownerScene),
       boundary(hostObject, ownerScene),
       velocityEmitter(std::make_unique<VelocityGridEmitter>(hostObject, ownerScene)),
       constraint(hostObject, ownerScene),
       extrapolation(hostObject, ownerScene),
       divergenceSource(hostObject, ownerScene),
-      projection(std::make_unique<Grid_Incompressibility>(hostObject, ownerScene)) {
+      projection(std::make_unique<Grid_Incompressibility>(hostObject, ownerScene)),
+      viscosity(std::make_unique<Grid_Viscosity>(hostObject, ownerScene)) {
   stageMask = StageBit(kStageEmitters) | StageBit(kStageForces) | StageBit(kStagePressure) | StageBit(kStageFlip);
   priority = kPriority;
   divergenceSource.channelType = kGridCustom;
@@ -55,7 +58,9 @@ FluidSolver::~FluidSolver() = default;
 // --- settings and links ----------------------------------------------------------------------------------------------
 
 std::vector<iBase*> FluidSolver::Parts() {
-  return {&velocity, &boundary, projection.get(), &extrapolation, &constraint, velocityEmitter.get(), &fractions};
+  return {&velocity,        &boundary,   projection.get(),      viscosity.get(),
+          &extrapolation,   &constraint, velocityEmitter.get(), &fractions,
+          &viscousFractions};
 }
 
 bool FluidSolver::ReadParameters() {
@@ -66,6 +71,8 @@ bool FluidSolver::ReadParameters() {
   fractions.method = 1;
   fractions.kinds |= 1u << 0 | 1u << 1;
   fractions.complement = true;
+  viscousFractions.method = 0;
+  viscousFractions.kinds |= 1u << 0 | 1u << 2 | 1u << 3;
   if (!IsActive()) boundary.MarkDirty(false);
   const double h = GetSimulationSpace().cellSize;
   margin = handler.GetInt(kMargin) * h;
@@ -92,7 +99,6 @@ void FluidSolver::WarnOfUnread() {
     warnedOfObstacles_ = true;
     scene->Warn(*this, "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
   }
-  if (IsViscous()) scene->Warn(*this, "viscosity isn't simulated yet: only the walls are sticky");
 }
 
 bool FluidSolver::IsViscous() const {
@@ -103,7 +109,8 @@ bool FluidSolver::ResolveLinks() {
   const bool resolved = iSolver::ResolveLinks();
   projection->SetSolver(this);
   fractions.owner = &boundary;
-  velocityEmitter->solver = extrapolation.solver = constraint.solver = this;
+  viscousFractions.owner = IsViscous() ? this : nullptr;
+  velocityEmitter->solver = extrapolation.solver = constraint.solver = viscosity->solver = this;
   for (iBase* part : Parts()) part->ResolveLinks();
   return resolved;
 }
@@ -162,7 +169,7 @@ MemoryNeed FluidSolver::MemoryFor(const VecInt3D& cells) const {
   constexpr double kFractions = 6 * sizeof(float) + 1, kObstacles = sizeof(double);
   MemoryNeed need = velocity.MemoryFor(cells);
   need.kept += divergenceSource.MemoryFor(cells).kept + (kFractions + kObstacles) * double(CellCount(cells));
-  need.scratch = projection->ScratchBytes(cells);
+  need.scratch = std::max(projection->ScratchBytes(cells), IsViscous() ? Grid_Viscosity::ScratchBytes(cells) : 0);
   return need;
 }
 

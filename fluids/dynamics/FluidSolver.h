@@ -20,9 +20,10 @@
 namespace orlix {
 
 class Grid_Incompressibility;
+class Grid_Viscosity;
 class VelocityGridEmitter;
 
-class FluidSolver : public iSolver, public iCachedGrids {
+class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
  public:
   FluidSolver(BaseList2D* hostObject, OrlixScene& owner);
   ~FluidSolver() override;
@@ -66,7 +67,7 @@ class FluidSolver : public iSolver, public iCachedGrids {
   // 9: runs the forces on the velocity.
   virtual void EmitVelocity();
   // 10, before the projection: the viscous solve.
-  virtual void SolveViscosity() {}
+  virtual void SolveViscosity();
   // 10: one projection with the velocity's conditions at walls and solids around it.
   virtual void Project();
   // Carries the velocity out to where there is none, in the course of Project.
@@ -76,13 +77,17 @@ class FluidSolver : public iSolver, public iCachedGrids {
   // The surface of a liquid; a gas has none.
   virtual const ScalarGrid* GetSurfaceGridPrevious() const { return nullptr; }
   const ScalarGrid* GetSurfaceGrid() const override { return nullptr; }
+  // The shares of the viscous solve are those inside the surface; a gas fills all and needs none.
+  const ScalarGrid* SignedDistance() const override { return GetSurfaceGrid(); }
+  bool IsOwnerActive() const override { return IsActive(); }
+  std::uint64_t DistanceRevision() const override { return 0; }
 
   // The velocity's condition at the container's faces: no flow through a closed one, and slip times the tangential part
   // beside it (1 free slip, 0 no slip).
   void ApplyContainerBoundary(float slip);
 
   VelocityGridChannel velocity;  // m/s
-  Grid_VolumeFractions fractions;
+  Grid_VolumeFractions fractions, viscousFractions;
   GridBoundary boundary;
   std::unique_ptr<VelocityGridEmitter> velocityEmitter;
   VelocityConstrain constraint;
@@ -90,6 +95,7 @@ class FluidSolver : public iSolver, public iCachedGrids {
   // What nodes add for the next projection, 1/s; cleared after it.
   ChannelBase_Scalar divergenceSource;
   std::unique_ptr<Grid_Incompressibility> projection;
+  std::unique_ptr<Grid_Viscosity> viscosity;
   double maxSquaredSpeed = kSpeedAfterReset;  // m^2/s^2
   bool outOfBounds = false;                   // the requested box doesn't meet the container
   double margin = 0;                          // m, by which the active box grows beyond what is asked for

@@ -3,6 +3,7 @@
 #include "fluids/boundary/ContainerBoundary.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/dynamics/Grid_Incompressibility.h"
+#include "fluids/dynamics/Grid_Viscosity.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 
 namespace orlix {
@@ -45,6 +46,14 @@ void FluidSolver::BuildBoundary() {
 }
 
 void FluidSolver::EmitVelocity() { velocityEmitter->Emit(); }
+
+void FluidSolver::SolveViscosity() {
+  if (!IsViscous()) return;
+  ApplyContainerBoundary(0.0f);
+  viscousFractions.Prepare(this);
+  viscousFractions.Compute();
+  viscosity->Solve();
+}
 
 void FluidSolver::Project() {
   // An inviscid fluid slides along the walls into the pressure solve and sticks to them after it; a viscous one the

@@ -93,11 +93,13 @@ constexpr Parameter kParameters[] = {
     FloatParameter(1046, "modification", 0.97, "", "Preconditioner: share of the dropped fill that the diagonal gets")
         .Between(0, 1),
     ChoiceParameter(1025, "viscosity_preset", 0, kViscosityPresets, "Sets the viscosity to that of a substance"),
-    FloatParameter(1019, "viscosity", 0, "Pa s", "Viscosity of the fluid").Min(0),
+    FloatParameter(1019, "viscosity", 0, "Pa s", "Viscosity of the fluid; a tenth of it acts as m^2/s").Min(0),
     ChoiceParameter(1026, "density_preset", 1027, kDensityPresets, "Sets the density to that of a substance"),
     LinkParameter(1300, "viscosity_channel", kLinkChannel, "Viscosity by cell, in place of the one value"),
-    IntParameter(1301, "viscosity_iterations", 100, "", "Most iterations offered for the viscous solve").Min(0),
-    FloatParameter(1302, "viscosity_accuracy", 0.2, "", "Tolerance offered for the viscous solve").Min(0),
+    IntParameter(1301, "viscosity_iterations", 100, "", "Most iterations of the viscous solve").Min(0),
+    FloatParameter(1302, "viscosity_accuracy", 0.2, "",
+                   "Largest residual of the viscous solve, in thousandths of its largest velocity")
+        .Min(0),
     BoolParameter(1029, "display_box", true, "Display in a view: the box of the grid"),
     IntParameter(1030, "display_velocity", 0, "", "Display in a view: velocity"),
     IntParameter(1031, "display_fractions", 0, "", "Display in a view: fractions of the viscous solve"),

@@ -66,7 +66,7 @@ void Grid_Cellstates::Prepare(iBase*) {
   SetFlag(NodeActive, active);
 }
 
-void Grid_Cellstates::Process(ProcessData&) {
+void Grid_Cellstates::Classify() {
   if (!IsActive() || !states_[0]) return;
   const ScalarGrid& distance = *solver->boundary.solidDistance.grid;
   const ScalarGrid* surface = solver->GetSurfaceGrid();

@@ -19,11 +19,10 @@ class Grid_Cellstates final : public iObject {
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
   void Prepare(iBase* caller = nullptr) override;
-  // Classifies all faces. Called once, on the thread that drives the scene; divides its own work.
-  void Process(ProcessData& data) override;
-  void Finish() override { ClearState(false); }
+  // Classifies all faces. On the thread that drives the scene; divides its own work.
+  void Classify();
 
-  // Of a velocity component; null outside Prepare and Finish.
+  // Of a velocity component; null between solves.
   const Grid<std::uint8_t>* States(int component) const { return states_[component].get(); }
 
   FluidSolver* solver = nullptr;  // not owned
