@@ -55,8 +55,7 @@ TEST(FaceStates, BorderAndSolidsAreFixedTheRestIsSolvedInAGas) {
   states.Prepare();
   ASSERT_TRUE(states.IsActive());
   EXPECT_EQ((*states.States(0))(9, 5, 9), FaceFixed);  // before it ran
-  ProcessData data;
-  states.Process(data);
+  states.Classify();
   const ScalarGrid& distance = *s.pond->boundary.solidDistance.grid;
   int solved = 0, fixed = 0;
   for (int axis = 0; axis < 3; ++axis) {
@@ -77,7 +76,7 @@ TEST(FaceStates, BorderAndSolidsAreFixedTheRestIsSolvedInAGas) {
   }
   EXPECT_GT(solved, 5000);
   EXPECT_GT(fixed, 3000);
-  states.Finish();
+  states.ClearState(false);
   EXPECT_EQ(states.States(0), nullptr);
 }
 
@@ -87,8 +86,7 @@ TEST(FaceStates, FacesThreeCellsFromTheSurfaceAreFar) {
   Grid_Cellstates states(s.fluid, s.scene());
   states.solver = s.pond.get();
   states.Prepare();
-  ProcessData data;
-  states.Process(data);
+  states.Classify();
   // The y face j stands at j cells: 2.75 and 3.75 above the surface.
   EXPECT_EQ((*states.States(1))(3, 11, 3), FaceSolved);
   EXPECT_EQ((*states.States(1))(3, 12, 3), FaceFar);
