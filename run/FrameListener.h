@@ -20,6 +20,7 @@ struct RunState {
   double seconds = 0;  // that this frame took
   int framesDone = 0;
   bool interrupted = false;
+  Warnings& warnings;  // of the whole run; listeners tell theirs here, too
 };
 
 class FrameListener {
@@ -29,6 +30,8 @@ class FrameListener {
   virtual Status BeforeRun(const RunState&) { return {}; }
   // A sub-step of one scene ended.
   virtual void AfterSubstep(const RunState&, const SubstepReport&) {}
+  // Came from a node or a listener. In a frame it may come from any thread, one at a time.
+  virtual void OnWarning(const RunState&, const Warning&) {}
   // The frame is whole. An error ends the run.
   virtual Status AfterFrame(const RunState&) { return {}; }
   // After the last frame, an interruption or an error.

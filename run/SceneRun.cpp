@@ -32,18 +32,30 @@ Result<FramePlan> PlanFrames(BaseDocument& document, const std::optional<std::ve
 
 SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std::string outputFolder)
     : hook_(SceneHost{pool, engine.factory, status_, observer_}),
-      state_{.document = document, .hook = hook_, .pool = pool, .outputFolder = std::move(outputFolder)} {
+      state_{.document = document,
+             .hook = hook_,
+             .pool = pool,
+             .outputFolder = std::move(outputFolder),
+             .warnings = observer_.warnings} {
   observer_.onSubstep = [this](const SubstepReport& report) {
     for (FrameListener* listener : listeners_) listener->AfterSubstep(state_, report);
   };
-  observer_.onWarning = [](const std::string& node, const std::string& text) { spdlog::warn("{}: {}", node, text); };
+  observer_.warnings.onWarning = [this](const Warning& warning) {
+    spdlog::warn("{}: {}", warning.node, warning.text);
+    for (FrameListener* listener : listeners_) listener->OnWarning(state_, warning);
+  };
+}
+
+Status SceneRun::Check() {
+  BaseDocument& document = state_.document;
+  if (Status status = document.SetTime(document.minTime); !status) return status;
+  hook_.BuildScenes(document, false);
+  if (const Error* failure = hook_.Failure()) return *failure;
+  return {};
 }
 
 Result<MemoryForecast> SceneRun::Forecast() {
-  BaseDocument& document = state_.document;
-  if (Status status = document.SetTime(document.minTime); !status) return status.error();
-  hook_.BuildScenes(document, false);
-  if (const Error* failure = hook_.Failure()) return *failure;
+  if (Status status = Check(); !status) return status.error();
   MemoryForecast sum;
   for (const auto& [key, scene] : hook_.scenes()) {
     const MemoryForecast forecast = scene->ForecastMemory();
@@ -86,6 +98,7 @@ Status SceneRun::Run(const FramePlan& plan) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }
   Status outcome = RunFrames(plan);
+  if (outcome.ok() && Interrupt::Signal() == 0) hook_.Conclude();
   state_.interrupted = Interrupt::Signal() != 0;
   for (FrameListener* listener : listeners_) {
     Status status = listener->AfterRun(state_);

@@ -37,6 +37,8 @@ class SceneRun {
   // Whether a missing or broken file of a played cache ends the run: otherwise it is a warning.
   void SetMissingCachesFail(bool fail) { observer_.missingCachesFail = fail; }
 
+  // Builds the scene at its first frame and tells, as warnings, what can't work in it. Simulates nothing.
+  Status Check();
   // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
   Result<MemoryForecast> Forecast();
   // Until the plan's last frame, an error, or a signal, behind the frame in hand.

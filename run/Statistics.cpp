@@ -13,6 +13,7 @@
 
 #include "globals/Hash.h"
 #include "host/files/AtomicFile.h"
+#include "run/WarningReport.h"
 
 namespace orlix {
 
@@ -120,6 +121,12 @@ void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report
   ++sums.substeps;
   for (const auto& [stage, seconds] : report.stageSeconds) sums.stages[stage] += seconds;
   for (const auto& [node, seconds] : report.nodeSeconds) sums.nodes[node] += seconds;
+}
+
+void Statistics::OnWarning(const RunState&, const Warning& warning) {
+  Json json = {{"kind", "warning"}};
+  json.update(AsJson(warning));
+  Write(Dump(json));
 }
 
 Status Statistics::AfterFrame(const RunState& state) {

@@ -1,5 +1,5 @@
 #pragma once
-// The statistics of a run, one JSON object a line: each sub-step of each scene, and each frame with its sums.
+// The statistics of a run, one JSON object a line: each sub-step of each scene, each frame with its sums, each warning.
 
 #include <cstdio>
 #include <map>
@@ -19,6 +19,7 @@ class Statistics : public FrameListener {
 
   bool WantsHash() const override { return true; }
   void AfterSubstep(const RunState& state, const SubstepReport& report) override;
+  void OnWarning(const RunState& state, const Warning& warning) override;
   Status AfterFrame(const RunState& state) override;
   Status AfterRun(const RunState& state) override;
 

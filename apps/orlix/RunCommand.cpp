@@ -17,6 +17,7 @@
 #include "run/OutputFolders.h"
 #include "run/SceneRun.h"
 #include "run/Statistics.h"
+#include "run/WarningReport.h"
 #include "scene_file/JsonLayout.h"
 #include "scene_file/SceneHash.h"
 #include "scene_file/SceneReader.h"
@@ -34,7 +35,7 @@ std::size_t CountObjects(const BaseDocument& document) {
 }
 
 void PrintPlan(const Program& program, const RunOptions& options, const BaseDocument& document, const FramePlan& plan,
-               const MemoryForecast& memory, int workers) {
+               const MemoryForecast& memory, int workers, const Warnings& warnings) {
   const std::size_t objects = CountObjects(document), wanted = plan.wanted.size();
   if (program.options.json) {
     const Json json = {{"scene", options.scene},
@@ -46,7 +47,8 @@ void PrintPlan(const Program& program, const RunOptions& options, const BaseDocu
                        {"wanted", wanted},
                        {"workers", workers},
                        {"most_cells", std::round(memory.cells)},
-                       {"most_bytes", std::round(memory.bytes)}};
+                       {"most_bytes", std::round(memory.bytes)},
+                       {"warnings", AsJson(warnings)}};
     fmt::print("{}\n", LaidOut(json));
     return;
   }
@@ -65,9 +67,10 @@ void PrintOutcome(const Program& program, const RunOptions& options, const Scene
     for (const auto& [key, scene] : state.hook.scenes()) {
       scenes.push_back({{"scene", scene->Name()}, {"hash", HexHash(scene->HashState())}});
     }
-    const Json json = {{"scene", options.scene}, {"frames", state.framesDone}, {"last", state.frame},
-                       {"seconds", seconds},     {"peak_bytes", peakBytes},    {"interrupted", state.interrupted},
-                       {"scenes", scenes}};
+    const Json json = {{"scene", options.scene},  {"frames", state.framesDone},
+                       {"last", state.frame},     {"seconds", seconds},
+                       {"peak_bytes", peakBytes}, {"interrupted", state.interrupted},
+                       {"scenes", scenes},        {"warnings", AsJson(state.warnings)}};
     fmt::print("{}\n", LaidOut(json));
     return;
   }
@@ -133,7 +136,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
     SceneRun run(program.engine, document, pool, outputFolder);
     const Result<MemoryForecast> memory = run.Forecast();
     if (!memory) return memory.error();
-    PrintPlan(program, options, document, *plan, *memory, pool.count());
+    PrintPlan(program, options, document, *plan, *memory, pool.count(), run.state().warnings);
     return {};
   }
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));

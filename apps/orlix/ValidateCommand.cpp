@@ -1,8 +1,10 @@
-// orlix validate SCENE: finds the mistakes of a scene file.
+// orlix validate SCENE: finds the mistakes of a scene file, and what can't work in a scene that reads well.
 
 #include <fmt/format.h>
 
 #include "apps/orlix/Command.h"
+#include "run/SceneRun.h"
+#include "run/WarningReport.h"
 #include "scene_file/JsonLayout.h"
 #include "scene_file/SceneReader.h"
 
@@ -12,19 +14,28 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Reads the scene and whatever files its objects show in the first frame.
-Status Check(const Program& program, const SceneOptions& options, std::size_t& objects) {
+struct Findings {
+  std::size_t objects = 0;
+  Json warnings = Json::array();
+};
+
+// Reads the scene and whatever files its objects show in the first frame, and builds its nodes.
+Status Check(const Program& program, const SceneOptions& options, Findings& findings) {
   Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
   if (!scene) return scene.error();
-  scene->document->ForEachObject([&](BaseObject&) { ++objects; });
-  return scene->document->SetTime(scene->document->minTime);
+  scene->document->ForEachObject([&](BaseObject&) { ++findings.objects; });
+  WorkerPool pool(1);
+  SceneRun run(program.engine, *scene->document, pool, scene->document->folder);
+  Status status = run.Check();
+  findings.warnings = AsJson(run.state().warnings);
+  return status;
 }
 
 }  // namespace
 
 Status ValidateCommand(const Program& program, const SceneOptions& options) {
-  std::size_t objects = 0;
-  Status status = Check(program, options, objects);
+  Findings findings;
+  Status status = Check(program, options, findings);
   if (program.options.json) {
     Json mistakes = Json::array();
     for (std::size_t from = 0; !status.ok() && from != std::string::npos;) {
@@ -33,11 +44,18 @@ Status ValidateCommand(const Program& program, const SceneOptions& options) {
       mistakes.push_back(text.substr(from, end == std::string::npos ? end : end - from));
       from = end == std::string::npos ? end : end + 1;
     }
-    const Json json = {
-        {"scene", options.scene}, {"valid", status.ok()}, {"objects", objects}, {"mistakes", std::move(mistakes)}};
+    const Json json = {{"scene", options.scene},
+                       {"valid", status.ok()},
+                       {"objects", findings.objects},
+                       {"mistakes", std::move(mistakes)},
+                       {"warnings", findings.warnings}};
     fmt::print("{}\n", LaidOut(json));
   } else if (status.ok() && !program.options.quiet) {
-    fmt::print("{}: valid, {} objects\n", options.scene, objects);
+    const std::size_t warnings = findings.warnings.size();
+    fmt::print("{}: valid, {} objects{}\n", options.scene, findings.objects,
+               warnings == 0   ? ""
+               : warnings == 1 ? ", 1 warning"
+                               : fmt::format(", {} warnings", warnings));
   }
   return status;
 }

@@ -102,7 +102,7 @@ std::int32_t Cache_OperatorBase::FrameToSave() const {
 bool Cache_OperatorBase::TakesPart() {
   if (!HasTargets() || (renderOnly_ && !scene->rendering)) return false;
   if (name_.folder.empty()) {
-    scene->Warn(*this, "the cache has no folder");
+    Warn("no-folder", "the cache has no folder, so nothing is recorded or played back; set its folder");
     return false;
   }
   if (duration_ && duration_->IsEnabled() && !duration_->IsActive(simulationInfo->time)) return false;
@@ -119,7 +119,7 @@ void Cache_OperatorBase::FinishPass() {
 
 void Cache_OperatorBase::TellUnloaded(const std::string& text) {
   if (scene->MissingCachesFail()) return scene->Fail(ErrorKind::InputFile, "\"" + DisplayName() + "\": " + text);
-  scene->Warn(*this, text);
+  Warn("cache-not-played", text);
 }
 
 bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {

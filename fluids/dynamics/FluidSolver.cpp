@@ -97,7 +97,7 @@ void FluidSolver::WarnOfUnread() {
   if (const InExcludeData* list = handler.GetInExclude(kObstacleList);
       list && !list->entries.empty() && !warnedOfObstacles_) {
     warnedOfObstacles_ = true;
-    scene->Warn(*this, "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
+    Warn("row-not-read", "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
   }
 }
 

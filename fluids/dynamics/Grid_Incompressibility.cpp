@@ -62,11 +62,7 @@ void Grid_Incompressibility::ReleaseLinks() {
   iObject::ReleaseLinks();
 }
 
-void Grid_Incompressibility::ResetSimulation() {
-  pressureSolver_.reset();
-  unconverged_ = 0;
-  warnedFrame_ = -1;
-}
+void Grid_Incompressibility::ResetSimulation() { pressureSolver_.reset(); }
 
 void Grid_Incompressibility::ClearState(bool deactivate) {
   pressureSolver_.reset();
@@ -204,15 +200,12 @@ void Grid_Incompressibility::ReportOutcome(const PressureOutcome& outcome, doubl
   if (solverType == kPressureGauss) report.residual = sums_.largest > 0 ? divergenceAfter / sums_.largest : 0;
   scene->Report(report);
   if (outcome.converged) return;
-  ++unconverged_;
-  if (warnedFrame_ == simulationInfo->frame) return;
-  warnedFrame_ = simulationInfo->frame;
   char text[200];
   std::snprintf(text, sizeof text,
                 "the pressure solve ended after %d iterations at a relative residual of %.1e, above its tolerance of "
-                "%.0e (%lld such solves so far)",
-                outcome.iterations, outcome.residual, settings.toleranceFactor, static_cast<long long>(unconverged_));
-  scene->Warn(*this, text);
+                "%.0e; the statistics tell of each sub-step",
+                outcome.iterations, outcome.residual, settings.toleranceFactor);
+  Warn("not-converged", text);
 }
 
 double Grid_Incompressibility::ScratchBytes(const VecInt3D& dims) const {

@@ -79,9 +79,6 @@ class Grid_Incompressibility : public iObject {
   ScratchPool::Lease<double> rhs_, pressure_, densityWeights_[3];
   DivergenceSums sums_;
   bool bodiesMove_ = false;
-
-  std::int64_t unconverged_ = 0;  // solves that ended at their limit, since the last reset
-  std::int32_t warnedFrame_ = -1;
 };
 
 }  // namespace orlix

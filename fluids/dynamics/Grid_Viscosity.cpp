@@ -166,7 +166,7 @@ void Grid_Viscosity::ReportOutcome(const PressureOutcome& outcome) {
                 "the viscous solve ended after %d iterations above its tolerance: raise viscosity_iterations (%d) or "
                 "viscosity_accuracy",
                 outcome.iterations, limits.iterations);
-  scene->Warn(*this, text);
+  Warn("viscosity-not-converged", text);
 }
 
 double Grid_Viscosity::ScratchBytes(const VecInt3D& dims) {

@@ -189,7 +189,7 @@ void GridAdvection::Prepare(iBase*) {
                              : vectorChannel ? *vectorChannel->grids[0]
                                              : *velocityChannel->grids[0];
   if (target.space.dims != velocityChannel->grids[0]->space.dims) {
-    scene->Warn(*this, "the channel has another container than the solver: it isn't carried");
+    Warn("other-cells", "the channel has another container than the solver: it isn't carried");
     return;
   }
   if (scalarChannel && IsConservative() && !(previousGamma && gamma && gamma->dims == target.dims)) return;

@@ -71,7 +71,7 @@ bool GridOperator::HasStorage(const ChannelBase_Vector* channel) {
 ScalarGrid* GridOperator::GridOn(const ScalarGrid& lattice, ChannelBase_Scalar* channel) {
   if (!HasStorage(channel)) return nullptr;
   if (channel->grid->dims == lattice.dims && channel->grid->space.Equals(lattice.space)) return channel->grid.get();
-  scene->Warn(*this, "\"" + channel->DisplayName() + "\" has cells of its own and is left out");
+  Warn("other-cells", "\"" + channel->DisplayName() + "\" has cells of its own and is left out");
   return nullptr;
 }
 

@@ -25,6 +25,10 @@ void OrlixHook::BuildScenes(BaseDocument& doc, bool rendering) {
   for (const auto& [key, scene] : scenes_) scene->BuildAt(rendering);
 }
 
+void OrlixHook::Conclude() {
+  for (const auto& [key, scene] : scenes_) scene->Conclude();
+}
+
 iBase* OrlixHook::FindNode(BaseList2D* hostObject) const {
   BaseObject* root = hostObject;
   while (root && root->typeId() != kRootTypeId) root = root->parent();

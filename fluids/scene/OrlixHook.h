@@ -26,6 +26,8 @@ class OrlixHook {
   iBase* FindChannelNode(BaseList2D* hostObject) const;
 
   const std::map<std::uint64_t, std::unique_ptr<OrlixScene>>& scenes() const { return scenes_; }
+  // No more frames come: warnings that only the whole run can tell.
+  void Conclude();
   // The first failure of a scene; null when all are well.
   const Error* Failure() const;
 

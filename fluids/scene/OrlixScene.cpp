@@ -29,7 +29,6 @@ OrlixScene::~OrlixScene() { DestroyNodes(); }
 bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
   hostThread = thread;
   gravity = handler.GetVector(kGravityId);
-  warned_.clear();
   return Scene::Step(thread, renderingFrame);
 }
 
@@ -75,9 +74,15 @@ bool OrlixScene::TestBreak(const BaseThread* extraThread) const {
   return failure_ || (hostThread && hostThread->TestBreak()) || (extraThread && extraThread->TestBreak());
 }
 
-void OrlixScene::Warn(const iBase& node, const std::string& text) {
-  const std::string name = node.DisplayName();
-  if (warned_.insert(name + '\n' + text).second && host_.observer.onWarning) host_.observer.onWarning(name, text);
+void OrlixScene::Warn(const std::string& name, const char* key, const std::string& text) {
+  host_.observer.warnings.Tell({.node = name, .key = key, .text = text, .frame = clock.frame});
+}
+
+void OrlixScene::Conclude() {
+  if (failure_) return;
+  ForEachNode(NODE_CHANNEL, NODE_HELPER, [](iBase& node) {
+    if (node.IsEnabled()) node.Conclude();
+  });
 }
 
 void OrlixScene::Fail(ErrorKind kind, std::string text) {
@@ -205,6 +210,7 @@ void OrlixScene::EvaluateStage() {
   };
   forEnabled([](iBase& node) { node.ReadParameters(); });
   forEnabled([](iBase& node) { node.ResolveLinks(); });
+  forEnabled([](iBase& node) { node.Advise(); });
   RefuseWhatDoesNotFit();
   std::vector<iBase*> staged;
   for (std::int32_t s = 0; s <= kStageVisualPost; ++s) {
@@ -228,6 +234,9 @@ void OrlixScene::LoadCaches() {
   });
   forCaches([](iBase& node) {
     if (node.IsEnabled()) node.ResolveLinks();
+  });
+  forCaches([](iBase& node) {
+    if (node.IsEnabled()) node.Advise();
   });
   forCaches([](iBase& node) {
     if (!node.HasFlag(NodeDirtyChecked)) node.CheckDirty();

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <vector>
 
 #include "fluids/grids/ScratchPool.h"
@@ -95,9 +94,11 @@ class OrlixScene final : public Scene {
   ScratchPool& scratch() { return scratch_; }
   std::string Name() const { return GetHostObject()->Path(); }
 
-  // A message for the user; each text of a node once a frame.
-  void Warn(const iBase& node, const std::string& text);
+  // For the user, once a run for each name and key.
+  void Warn(const std::string& name, const char* key, const std::string& text);
   bool MissingCachesFail() const { return host_.observer.missingCachesFail; }
+  // The run is over: all nodes tell what they can say only now.
+  void Conclude();
   // The outcome of a solve, for the statistics of this sub-step.
   void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
@@ -134,7 +135,6 @@ class OrlixScene final : public Scene {
   ScratchPool scratch_;
   std::map<std::uint64_t, std::unique_ptr<iBase>> lists_[NODE_HELPER + 1];
   std::optional<Error> failure_;
-  std::set<std::string> warned_;
   SubstepReport substepReport_;
 };
 

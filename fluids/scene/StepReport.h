@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "fluids/scene/Warnings.h"
+
 namespace orlix {
 
 struct SolverReport {
@@ -68,8 +70,7 @@ struct StepObserver {
   bool wantsHash = false;
   bool missingCachesFail = false;  // a played frame that is missing or broken ends the run; otherwise it is a warning
   std::function<void(const SubstepReport&)> onSubstep;
-  // A message for the user that a node has; each text once a frame.
-  std::function<void(const std::string& node, const std::string& text)> onWarning;
+  Warnings warnings;
 };
 
 }  // namespace orlix

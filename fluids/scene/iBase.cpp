@@ -35,6 +35,8 @@ const GridSpace& iBase::GetSimulationSpace() const { return scene->space; }
 
 std::string iBase::DisplayName() const { return handler.HasObject() ? handler.hostObject()->Path() : "(no object)"; }
 
+void iBase::Warn(const char* key, const std::string& text) const { scene->Warn(DisplayName(), key, text); }
+
 bool iBase::NextIteration() {
   ++iteration;
   if (iteration == iterationRepeatAt && iterationRepeatCount > 0) {

@@ -118,6 +118,11 @@ class iBase {
   virtual bool ReadParameters();
   // Turns link parameters into node pointers, valid until ReleaseLinks. Runs after ReadParameters of all nodes.
   virtual bool ResolveLinks() { return handler.HasObject(); }
+  // Tells, by Warn, what in the node's settings and links can't work. Runs behind ResolveLinks of all nodes, in each
+  // frame and where a scene is only checked; it simulates nothing.
+  virtual void Advise() {}
+  // At the end of a run: tells what could be known only then.
+  virtual void Conclude() {}
   virtual void ReleaseLinks() { SetFlag(NodeDirtyChecked, false); }
   virtual void CheckDirty();
   virtual bool ComesBefore(const iBase& other) const { return priority < other.priority; }
@@ -167,6 +172,8 @@ class iBase {
   const GridSpace& GetSimulationSpace() const;
   // What messages call the node: its host object's path.
   std::string DisplayName() const;
+  // For the user, once a run for each key: what happens and the remedy. See Warnings.h.
+  void Warn(const char* key, const std::string& text) const;
 
   C4D_InterfaceHandler handler;
   std::int32_t iterationRepeat = 0, iterationRepeatAt = -2, iterationRepeatCount = 0;

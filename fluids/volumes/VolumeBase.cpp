@@ -42,7 +42,7 @@ bool VolumeBase::ReadParameters() {
   if (!tag) return true;
   rigidBody_->ReadTag(*tag);
   if (rigidBody_->wantsDynamic()) {
-    scene->Warn(*this, "a body that moves by forces isn't simulated yet: it stands still");
+    Warn("body-stands-still", "a body that moves by forces isn't simulated yet: it stands still");
   }
   return true;
 }
@@ -69,8 +69,8 @@ bool VolumeBase::PrepareGrid() {
   const double nodes = (resolution.x + 1.0) * (resolution.y + 1.0) * (resolution.z + 1.0);
   if (!IsFinite(boundsMin) || !IsFinite(boundsMax) || std::min({resolution.x, resolution.y, resolution.z}) < 1 ||
       !(nodes <= double(kMaxGridCells))) {
-    scene->Warn(*this, fmt::format("a level set of {} x {} x {} cells can't be made: it needs 1 to {:.0f} nodes",
-                                   resolution.x, resolution.y, resolution.z, double(kMaxGridCells)));
+    Warn("level-set-size", fmt::format("a level set of {} x {} x {} cells can't be made: it needs 1 to {:.0f} nodes",
+                                       resolution.x, resolution.y, resolution.z, double(kMaxGridCells)));
     FreeLevelSet();
     return false;
   }

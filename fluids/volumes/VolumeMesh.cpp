@@ -117,13 +117,13 @@ void VolumeMesh::ComputeBounds() {
 GeometryChange VolumeMesh::ReadGeometry() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons) {
-    scene->Warn(*this, hostGeometry_ ? "the linked object has no polygons" : "no object is linked");
+    Warn("no-geometry", hostGeometry_ ? "the linked object has no polygons" : "no object is linked");
     return GeometryChange::Failed;
   }
   const GeometryChange change =
       ReadHostGeometry(*polygons, hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost, mesh_);
   if (change == GeometryChange::Failed) {
-    scene->Warn(*this, "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
+    Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
   }
   return change;
 }
@@ -174,14 +174,12 @@ void VolumeMesh::Process(ProcessData& data) {
   LevelSetChanged();
   try {
     if (!voxeliser_.Run(mesh_, *LevelSet(), scene->pool(), data.hostThread) && !scene->TestBreak(data.hostThread)) {
-      scene->Warn(*this, "the mesh has too many triangles for a level set");
+      Warn("too-many-triangles", "the mesh has too many triangles for a level set");
       FreeLevelSet();
       SetFlag(NodeActive, false);
     }
   } catch (const std::bad_alloc&) {
-    scene->Warn(*this, "no memory to build the level set");
-    FreeLevelSet();
-    SetFlag(NodeActive, false);
+    scene->FailForMemory(*this, resolution + VecInt3D(1, 1, 1));
   }
 }
 

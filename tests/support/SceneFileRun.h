@@ -24,9 +24,7 @@ class SceneFileRun {
     if (!read.ok()) throw std::runtime_error(read.error().text);
     document = std::move((*read).document);
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };
-    observer.onWarning = [this](const std::string& node, const std::string& text) {
-      warnings.push_back(node + ": " + text);
-    };
+    observer.warnings.onWarning = [this](const Warning& told) { warnings.push_back(told.node + ": " + told.text); };
   }
 
   void StepThrough(int first, int last) {

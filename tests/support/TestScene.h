@@ -24,9 +24,7 @@ class TestScene {
     root->name = "Scene";
     observer.wantsHash = true;
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };
-    observer.onWarning = [this](const std::string& node, const std::string& text) {
-      warnings.emplace_back(node, text);
-    };
+    observer.warnings.onWarning = [this](const Warning& told) { warnings.emplace_back(told.node, told.text); };
   }
 
   // An object of a registered type, by its short name, beneath the root or another parent.

@@ -194,5 +194,21 @@ TEST(Pipeline, SortIsSafeForAnyRelation) {
   EXPECT_EQ(nodes.front(), owned.back().get());
 }
 
+TEST(Pipeline, AWarningIsToldOnceARun) {
+  TracedScene checked, run;
+  for (TracedScene* t : {&checked, &run}) t->AddTrace("a", 0).Set(10, std::int64_t(1));
+  checked.AddTrace("busy", 0);
+  checked.hook.BuildScenes(checked.document, false);
+  ASSERT_EQ(checked.warnings.size(), 1u);  // known without a step
+  EXPECT_EQ(checked.warnings[0].first, "Scene/a");
+  run.StepThrough(0, 3);
+  EXPECT_EQ(run.warnings.size(), 1u);
+  run.hook.Conclude();
+  run.hook.Conclude();
+  ASSERT_EQ(run.observer.warnings.all().size(), 2u);
+  EXPECT_EQ(run.observer.warnings.all()[0].text, "marks nothing dirty in frame 0");
+  EXPECT_EQ(run.observer.warnings.all()[1].key, "over");
+}
+
 }  // namespace
 }  // namespace orlix

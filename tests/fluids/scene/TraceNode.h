@@ -65,6 +65,10 @@ class TraceNode final : public iSolver {
     Note("Prepare");
     SetFlag(NodeActive, true);
   }
+  void Advise() override {
+    if (handler.GetBool(10)) Warn("idle", "marks nothing dirty in frame " + std::to_string(scene->clock.frame));
+  }
+  void Conclude() override { Warn("over", "the run is over"); }
   void Setup() override { Note("Setup"); }
   void Process(ProcessData& data) override {
     if (RunsSerially() || data.threadIndex == 0) Note("Process");

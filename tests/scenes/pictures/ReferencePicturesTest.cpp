@@ -34,8 +34,11 @@ std::filesystem::path MakePicture(const Look& look, const std::filesystem::path&
   SceneFileRun shipped(look.scene, look.overrides);
   shipped.StepThrough(0, look.frame);
   PictureMaker maker({.width = 160, .height = 120}, nullptr);
-  const RunState state{
-      .document = *shipped.document, .hook = shipped.hook, .pool = shipped.pool, .outputFolder = folder.string()};
+  const RunState state{.document = *shipped.document,
+                       .hook = shipped.hook,
+                       .pool = shipped.pool,
+                       .outputFolder = folder.string(),
+                       .warnings = shipped.observer.warnings};
   if (const Status made = maker.Make(state, folder); !made.ok()) throw std::runtime_error(made.error().text);
   // Each call looks at the gas at least once, on the whole, and at most as often as the finest steps allow.
   EXPECT_GT(maker.report().volumeSamples, maker.report().volumeCalls);
