@@ -71,7 +71,7 @@ std::string_view TextCursor::Line() {
 bool TextCursor::Number(double& value) {
   const char* from = at_ != end_ && *at_ == '+' ? at_ + 1 : at_;
   const auto [to, error] = std::from_chars(from, end_, value);
-  if (error == std::errc::invalid_argument) return false;
+  if (error == std::errc::invalid_argument || (to != end_ && !IsBlank(*to) && !IsLineEnd(*to))) return false;
   if (error == std::errc::result_out_of_range) value = ParseOutOfRange(from, to);
   at_ = to;
   return true;

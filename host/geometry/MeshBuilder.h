@@ -34,8 +34,8 @@ class TextCursor {
   std::string_view Line();
   // At most what remains.
   void Advance(std::size_t bytes) { at_ += bytes; }
-  // A number in decimal; a leading plus is allowed. False, without a move, when there is none. Out of a double's range
-  // gives infinity or 0.
+  // A number in decimal, up to a blank or line end; a leading plus is allowed. False, without a move, when there is
+  // none. Out of a double's range gives infinity or 0.
   bool Number(double& value);
   bool Integer(std::int64_t& value);
   // The 1-based line of a place, counted on demand.

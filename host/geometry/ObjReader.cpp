@@ -29,7 +29,12 @@ class ObjReader {
       }
       text_.SkipLine();
     }
-    return builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 1);
+    Result<PolygonObject> mesh = builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 1);
+    if (mesh.ok() && mesh->polygons.empty()) {
+      return Error{ErrorKind::InputFile,
+                   fmt::format("{}: has {} points and no face: is it an OBJ file?", name_, mesh->points.size())};
+    }
+    return mesh;
   }
 
  private:

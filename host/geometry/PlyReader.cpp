@@ -1,6 +1,7 @@
 // PLY (Turk 1994): a header that declares elements and their properties, then the elements' values in that order, as
 // text or binary of either byte order. Taken are x, y, z of "vertex" and the corner list of "face".
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -94,9 +95,16 @@ class PlyReader {
 
   Result<PolygonObject> Read() {
     if (Status status = ReadHeader(); !status) return status.error();
+    for (const char* needed : {"vertex", "face"}) {
+      if (std::none_of(elements_.begin(), elements_.end(), [&](const PlyElement& e) { return e.name == needed; })) {
+        return Fail(begin_, fmt::format("the header declares no element \"{}\"", needed)).error();
+      }
+    }
     for (const PlyElement& element : elements_) {
       if (Status status = ReadElement(element); !status) return status.error();
     }
+    text_.SkipBlanksAndLines();
+    if (!text_.AtEnd()) return Fail(text_.Place(), "something stands behind the last element").error();
     return builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 0);
   }
 
@@ -126,7 +134,7 @@ class PlyReader {
       const std::string_view key = NextWord(words);
       if (key == "end_header") break;
       if (key == "format") {
-        if (Status status = ReadFormat(line, NextWord(words)); !status) return status;
+        if (Status status = ReadFormat(line, words); !status) return status;
         hasFormat = true;
       } else if (key == "element") {
         if (Status status = ReadElementLine(line, words); !status) return status;
@@ -146,7 +154,8 @@ class PlyReader {
     return words.Word();
   }
 
-  Status ReadFormat(const char* line, std::string_view word) {
+  Status ReadFormat(const char* line, TextCursor& words) {
+    const std::string_view word = NextWord(words), version = NextWord(words);
     if (word == "ascii") {
       format_ = PlyFormat::Ascii;
     } else if (word == "binary_little_endian") {
@@ -156,7 +165,8 @@ class PlyReader {
     } else {
       return Fail(line, "the format must be ascii, binary_little_endian or binary_big_endian");
     }
-    return {};
+    if (version == "1.0") return {};
+    return Fail(line, fmt::format("the version is {}, must be 1.0", version.substr(0, 40)));
   }
 
   Status ReadElementLine(const char* line, TextCursor& words) {
@@ -203,9 +213,11 @@ class PlyReader {
     if (element.name == "vertex") return ReadVertices(element);
     if (element.name == "face") return ReadFaces(element);
     for (std::uint64_t e = 0; e < element.count; ++e) {
+      const char* begin = StartOfElement();
       for (const PlyProperty& property : element.properties) {
-        if (!PassProperty(property)) return FailAtEnd();
+        if (!PassProperty(property)) return FailValue(begin);
       }
+      if (!AtElementEnd()) return FailRest(begin);
     }
     return {};
   }
@@ -227,6 +239,7 @@ class PlyReader {
         double& target = p == place[0] ? point.x : p == place[1] ? point.y : p == place[2] ? point.z : ignored;
         if (property.countType ? !PassProperty(property) : !ReadValue(property.type, target)) return FailValue(begin);
       }
+      if (!AtElementEnd()) return FailRest(begin);
       if (!builder_.AddPoint(point)) return Fail(begin, "a point's coordinates must be finite numbers");
     }
     return {};
@@ -257,6 +270,7 @@ class PlyReader {
           corner = static_cast<std::int64_t>(value);
         }
       }
+      if (!AtElementEnd()) return FailRest(begin);
       builder_.AddPolygon(corners, static_cast<std::size_t>(begin - begin_));
     }
     return {};
@@ -266,6 +280,13 @@ class PlyReader {
     if (format_ == PlyFormat::Ascii) text_.SkipBlanksAndLines();
     return text_.Place();
   }
+  // In a text each element has a line of its own.
+  bool AtElementEnd() {
+    if (format_ != PlyFormat::Ascii) return true;
+    text_.SkipBlanks();
+    return text_.AtLineEnd();
+  }
+  Status FailRest(const char* begin) const { return Fail(begin, "the line has more than the element's numbers"); }
   Status FailValue(const char* begin) const {
     return format_ == PlyFormat::Ascii && !text_.AtEnd() ? Fail(begin, "a number is missing or a count is too large")
                                                          : FailAtEnd();
@@ -273,7 +294,7 @@ class PlyReader {
 
   bool ReadValue(PlyType type, double& value) {
     if (format_ == PlyFormat::Ascii) {
-      text_.SkipBlanksAndLines();
+      text_.SkipBlanks();
       return text_.Number(value);
     }
     if (text_.Remaining() < SizeOf(type)) return false;
@@ -301,7 +322,7 @@ class PlyReader {
       return true;
     }
     for (std::size_t i = 0; i < count; ++i) {
-      text_.SkipBlanksAndLines();
+      text_.SkipBlanks();
       if (text_.Word().empty()) return false;
     }
     return true;

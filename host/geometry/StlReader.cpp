@@ -118,6 +118,10 @@ Result<PolygonObject> ReadAscii(std::string_view content, std::string_view name)
     } else if (word == "endloop") {
       builder.AddPolygon(corners, place);
       corners.clear();
+    } else if (word == "facet") {
+      text.Line();  // its normal
+    } else if (word != "outer" && word != "loop" && word != "endfacet") {
+      return Error{ErrorKind::InputFile, fmt::format("{}: unknown word \"{}\"", where(place), word.substr(0, 40))};
     }
   }
   if (!corners.empty()) {
@@ -152,7 +156,7 @@ Result<PolygonObject> ParseStl(std::string_view content, std::string_view name) 
   if (!shape.hasCount) {
     return Error{ErrorKind::InputFile, fmt::format("{}: {} bytes are too few for an STL file", name, content.size())};
   }
-  if (shape.needed <= content.size()) return ReadBinary(content, shape.triangles, name);
+  if (shape.needed == content.size()) return ReadBinary(content, shape.triangles, name);
   return Error{ErrorKind::InputFile, fmt::format("{}: byte {}: {} triangles need {} bytes, the file has {}", name,
                                                  kHeaderBytes - 4, shape.triangles, shape.needed, content.size())};
 }

@@ -27,7 +27,7 @@ TEST(InfoOfMeshes, TellsKindCountsAndBox) {
   const auto json = nlohmann::json::parse(runner.Run({"info", ply, "--json"}).out);
   EXPECT_EQ(json, nlohmann::json::parse(R"({"kind": "ply", "encoding": "binary", "points": 4, "polygons": 2,
                                             "low": [-1, 0, 2], "high": [1, 3, 4]})"));
-  const std::string empty = runner.Write("b.obj", "# nothing\n");
+  const std::string empty = runner.Write("b.stl", "solid\nendsolid\n");
   EXPECT_TRUE(nlohmann::json::parse(runner.Run({"info", empty, "--json"}).out).at("low").is_null());
   EXPECT_EQ(runner.Run({"info", runner.Write("c.stl", "not a mesh")}).code, 4);
 }

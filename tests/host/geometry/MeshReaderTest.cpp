@@ -113,9 +113,10 @@ TEST(MeshReader, StlJoinsEqualPoints) {
   EXPECT_EQ(StlEncoding(tricky), "binary");
 }
 
-TEST(MeshReader, AFileWithoutFacesIsAnEmptyMesh) {
-  for (const auto& mesh : {ParseObj("", "a.obj"), ParseObj("v 1 2 3\n", "b.obj"), ParseStl("solid\nendsolid", "c.stl"),
-                           ParseStl(BinaryStl(0, ""), "d.stl"), ParsePly("ply\nformat ascii 1.0\nend_header\n", "e")}) {
+TEST(MeshReader, AFileThatCountsNoFacesIsAnEmptyMesh) {
+  for (const auto& mesh :
+       {ParseStl("solid\nendsolid", "c.stl"), ParseStl(BinaryStl(0, ""), "d.stl"),
+        ParsePly("ply\nformat ascii 1.0\nelement vertex 0\nelement face 0\nend_header\n", "e.ply")}) {
     ASSERT_TRUE(mesh.ok()) << mesh.error().text;
     EXPECT_TRUE(mesh->polygons.empty());
   }
@@ -154,7 +155,18 @@ std::vector<BrokenFile> BrokenFiles() {
       {"two numbers", obj, "\nv 0 1\nv 2 3 4", "in.file:2: a point needs three numbers"},
       {"NaN", obj, "v 0 0 0\nv nan 0 0\n", "in.file:2: a point's coordinates must be finite"},
       {"infinity by size", obj, "v 0 0 1e999\n", "in.file:1: a point's coordinates must be finite"},
+      {"no point", obj, "solid ball\nfacet\n", "in.file: has 0 points and no face"},
+      {"no face", obj, "v 0 0 0\nv 1 0 0\n", "in.file: has 2 points and no face"},
+      {"letters behind a number", obj, "v 0 0 0x\n", "in.file:1: a point needs three numbers"},
       {"no ply", ply, "plyx\n", "in.file:1"},
+      {"another version", ply, "ply\nformat ascii 2.0\nend_header\n", "in.file:2: the version is 2.0, must be 1.0"},
+      {"no faces declared", ply, "ply\nformat ascii 1.0\nelement vertex 0\nend_header\n", "no element \"face\""},
+      {"too few numbers", ply, Ply("ascii", "0 0 0\n1 1 1 0 1\n2 0 0 1\n0 1\n0 1\n3 0 1 2"), "in.file:15: a number is"},
+      {"too many numbers", ply, Ply("ascii", "0 0 0 1\n1 1 0 1 1\n2 0 0 1\n0 1\n0 1\n3 0 1 2"), "in.file:16: the line"},
+      {"one element too many", ply, Ply("ascii", "0 0 0 1\n1 1 0 1\n2 0 0 1\n0 1\n0 1\n3 0 1 2\n3 0 1 2"),
+       "in.file:21: something"},
+      {"bytes behind the last", ply, Ply("binary_little_endian", BinaryPlyBody(false) + "x"),
+       "something stands behind"},
       {"no end of header", ply, "ply\nformat ascii 1.0\n", "the header has no end"},
       {"no format", ply, "ply\nend_header\n", "names no format"},
       {"bad format", ply, "ply\nformat binary 1.0\nend_header\n", "in.file:2: the format must be"},
@@ -163,30 +175,38 @@ std::vector<BrokenFile> BrokenFiles() {
       {"float list count", ply, element("element face 1\nproperty list float int i\n"), "in.file:4: a list's count"},
       {"stray property", ply, element("property int i\n"), "in.file:3: a property stands before"},
       {"unknown line", ply, element("vertices 7\n"), "in.file:3: unknown header line \"vertices\""},
-      {"more than the bytes", ply, element("element vertex 4000000000\n" + xyz) + Bytes({1, 2, 3}),
+      {"more than the bytes", ply, element("element vertex 4000000000\n" + xyz + "element face 0\n") + Bytes({1, 2, 3}),
        "4000000000 elements \"vertex\" need at least 12 bytes each, 12 bytes follow"},
-      {"overflowing count", ply, element("element vertex 9223372036854775807\n" + xyz), "9223372036854775807"},
+      {"overflowing count", ply, element("element vertex 9223372036854775807\n" + xyz + "element face 0\n"),
+       "9223372036854775807"},
       {"cut", ply,
        element("element vertex 1\n" + xyz + "element face 1\nproperty list uchar int vertex_index\n") +
            Bytes({1, 2, 3}) + '\x03' + Number32(0),
        "too early"},
       {"list beyond the end", ply,
-       element("element face 1\nproperty list uint int vertex_index\n") + Number32(4000000000u) + Number32(1),
+       element("element vertex 0\nelement face 1\nproperty list uint int vertex_index\n") + Number32(4000000000u) +
+           Number32(1),
        "too early"},
-      {"no coordinates", ply, element("element vertex 1\nproperty float x\n") + Bytes({1}), "x, y and z"},
-      {"no corners", ply, element("element face 1\nproperty int i\n") + Number32(1), "vertex_indices"},
-      {"NaN in ply", ply, element("element vertex 2\n" + xyz) + Bytes({1, 2, 3, 1, std::nan(""), 3}),
-       "in.file: byte 127: a point's coordinates"},
+      {"no coordinates", ply, element("element vertex 1\nproperty float x\nelement face 0\n") + Bytes({1}),
+       "x, y and z"},
+      {"no corners", ply, element("element vertex 0\nelement face 1\nproperty int i\n") + Number32(1),
+       "vertex_indices"},
+      {"NaN in ply", ply,
+       element("element vertex 2\n" + xyz + "element face 0\n") + Bytes({1, 2, 3, 1, std::nan(""), 3}),
+       "in.file: byte 142: a point's coordinates"},
       {"negative index", ply,
        "ply\nformat ascii 1.0\nelement vertex 1\n" + xyz +
            "element face 1\nproperty list int int vertex_index\nend_header\n0 0 0\n3 0 0 -1\n",
        "in.file:11: a face names point -1, the file has points 0 to 0"},
-      {"word in ascii ply", ply, "ply\nformat ascii 1.0\nelement vertex 2\n" + xyz + "end_header\n0 0 0\n0 x 0\n",
-       "in.file:9"},
+      {"word in ascii ply", ply,
+       "ply\nformat ascii 1.0\nelement vertex 2\n" + xyz + "element face 0\nend_header\n0 0 0\n0 x 0\n", "in.file:10"},
       {"too few bytes", stl, "short", "5 bytes are too few"},
       {"stl count", stl, BinaryStl(4000000000u, StlTriangle(0)), "4000000000 triangles need 200000000084 bytes"},
       {"NaN in stl", stl, BinaryStl(1, Bytes({0, 0, 1, 0, 0, 0, std::nan(""), 0, 0, 0, 1, 0}) + "ab"),
        "in.file: byte 108: a point's coordinates"},
+      {"bytes behind the count", stl, BinaryStl(1, StlTriangle(0) + "x"),
+       "1 triangles need 134 bytes, the file has 135"},
+      {"no stl", stl, "solid a\nfacette\n", "in.file:2: unknown word \"facette\""},
       {"ascii stl cut", stl, "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\n", "ends inside a facet"},
       {"ascii stl word", stl, "solid a\nfacet\nouter loop\nvertex 0 a 0\n", "in.file:4: a vertex needs three numbers"},
   };
