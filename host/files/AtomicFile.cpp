@@ -32,12 +32,8 @@ Status AtomicFile::Open(const fs::path& path) {
   blockHash_.clear();
   path_ = path;
   std::error_code error;
-  if (fs::is_symlink(path, error)) {
-    const fs::path target = fs::weakly_canonical(path, error);
-    if (!error) path_ = target;
-  }
-  const fs::file_status kind = fs::status(path_, error);
-  if (fs::exists(kind) && !fs::is_regular_file(kind)) {
+  const fs::file_status kind = fs::symlink_status(path_, error);
+  if (fs::exists(kind) && !fs::is_regular_file(kind) && !fs::is_symlink(kind)) {
     return status_ = Status::Fail(ErrorKind::Output, "can't write " + path.string() + ": it is not a plain file");
   }
   buffer_.resize(kBlock);

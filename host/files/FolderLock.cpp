@@ -44,7 +44,7 @@ bool StillHasItsName(int descriptor, const std::filesystem::path& path) {
 Result<FolderLock> FolderLock::Acquire(const std::filesystem::path& folder) {
   const std::filesystem::path path = folder / kFileName;
   for (int attempt = 0; attempt < 100; attempt++) {
-    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
     if (descriptor < 0) return LockError(folder, std::strerror(errno));
     FolderLock lock(path, descriptor);
     if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {

@@ -70,7 +70,7 @@ TEST(AtomicFile, OldContentStaysUntilCommit) {
   EXPECT_EQ(std::filesystem::file_size(folder / "a"), 0u);
 }
 
-TEST(AtomicFile, RefusesWhatIsNoPlainFileAndFollowsLinks) {
+TEST(AtomicFile, RefusesWhatIsNoPlainFileAndReplacesLinks) {
   TemporaryFolder folder;
   std::filesystem::create_directory(folder / "d");
   for (const std::filesystem::path& path : {folder / "d", folder / "missing/a", std::filesystem::path("/dev/null")}) {
@@ -82,8 +82,9 @@ TEST(AtomicFile, RefusesWhatIsNoPlainFileAndFollowsLinks) {
   test::WriteText(folder / "target", "old");
   std::filesystem::create_symlink(folder / "target", folder / "link");
   ASSERT_TRUE(WriteFileAtomically(folder / "link", "new").ok());
-  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
-  EXPECT_EQ(ReadText(folder / "target"), "new");
+  EXPECT_FALSE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_EQ(ReadText(folder / "link"), "new");
+  EXPECT_EQ(ReadText(folder / "target"), "old");
 }
 
 // Writes 1 MB through the file and through the stream, over old content. 0 when both were refused as they must be.
