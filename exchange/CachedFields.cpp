@@ -20,13 +20,13 @@ std::string OwnName(std::uint32_t gridType, VdbNames names) {
 void AddFields(std::uint32_t gridType, const std::string& name, std::span<const std::unique_ptr<ScalarGrid>> grids,
                NameSet& taken, std::vector<VdbField>& fields) {
   if (gridType == kGridVelocityU) {
-    fields.push_back({taken.Take(name), VdbClass::Velocity, {grids[0].get(), grids[1].get(), grids[2].get()}, 0});
+    fields.push_back({taken.Take(name), VdbClass::Velocity, {grids[0].get(), grids[1].get(), grids[2].get()}});
     return;
   }
   static constexpr const char* kSuffix[] = {"_x", "_y", "_z"};
   const VdbClass kind = IsLevelSet(gridType) ? VdbClass::LevelSet : VdbClass::Fog;
   for (std::size_t c = 0; c < grids.size(); ++c) {
-    fields.push_back({taken.Take(grids.size() > 1 ? name + kSuffix[c] : name), kind, {grids[c].get()}, 0});
+    fields.push_back({taken.Take(grids.size() > 1 ? name + kSuffix[c] : name), kind, {grids[c].get()}});
   }
 }
 
@@ -55,8 +55,12 @@ Result<CachedFields> ReadCachedFields(const std::filesystem::path& path, VdbName
     }
     const bool named = !given.empty() && !given[e].empty();
     const std::string name = named ? PlainName(given[e]) : OwnName(entry.gridType, names);
+    const std::size_t first = cached.fields.size();
     AddFields(entry.gridType, name, grids, taken, cached.fields);
     for (auto& grid : grids) cached.grids.push_back(std::move(grid));
+    for (std::size_t f = first; f < cached.fields.size(); ++f) {
+      cached.fields[f].node = fmt::format("{}, entry {}", path.string(), e + 1);
+    }
   }
   return cached;
 }

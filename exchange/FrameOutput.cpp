@@ -68,7 +68,11 @@ Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
 Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame) {
   if (output.vdb) {
     const auto path = PathOf(output, suffix, frame, ".vdb");
-    if (Status status = WriteVdb(path, CollectFields(scene, output.vdbNames), frame); !status) return status;
+    if (Status status =
+            WriteVdb(path, CollectFields(scene, output.vdbNames, output.grids),
+                     {.frame = frame, .space = output.space, .velocityEverywhere = output.velocityEverywhere});
+        !status)
+      return status;
     written_.push_back(path);
   }
   if (output.preview) {
@@ -125,9 +129,14 @@ Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
     AtomicStream stream;
     status = stream.Open(path);
     if (!status) return;
-    const PolygonObject placed = InHostSpace(object, *polygons);
+    PolygonObject placed = InHostSpace(object, *polygons);
+    std::vector<Vec3D> velocities;
+    if (ply) velocities = VelocitiesOf(object, placed.points);
+    for (std::vector<Vec3D>* vectors : {&placed.points, &velocities}) {
+      for (Vec3D& v : *vectors) v = output.space(v);
+    }
     if (ply)
-      WritePly(placed, VelocitiesOf(object, placed.points), stream);
+      WritePly(placed, velocities, stream);
     else
       WriteObj(placed, stream);
     status = stream.Commit();

@@ -11,13 +11,26 @@ constexpr Choice kMeshes[] = {{0, "none", "No meshes"},
                               {1, "obj", "Text, for every program"},
                               {2, "ply", "Binary, with velocities where there are any"}};
 
+constexpr Choice kVelocity[] = {
+    {0, "near", "Within three cells of what the other grids hold; all of it without others"},
+    {1, "everywhere", "In the whole container"}};
+constexpr Choice kUp[] = {{0, "y", "As in the scene"}, {1, "z", "A quarter turn about x: the scene's y becomes z"}};
+
 constexpr Parameter kParameters[] = {
     StringParameter(1, "folder", "", "Folder, relative to that of the results"),
     StringParameter(2, "file_name", "frame", "Name of the files, before the frame number"),
     IntParameter(3, "every", 1, "frames", "Write each so many frames").Min(1),
-    BoolParameter(4, "vdb", false, "OpenVDB: every channel, the velocity and every level set"),
+    BoolParameter(4, "vdb", false, "OpenVDB: channels, the velocity and level sets"),
+    ListParameter(9, "grids", kLinkChannel | kLinkSolver | kLinkVolume,
+                  "Which channels, solvers (for their velocity) and volumes OpenVDB files hold; an empty list is all")
+        .ShownWhen(4, Relation::Is, 1),
     ChoiceParameter(5, "vdb_names", 0, kNames, "How grids are called in OpenVDB files").ShownWhen(4, Relation::Is, 1),
+    ChoiceParameter(10, "vdb_velocity", 0, kVelocity, "Where OpenVDB files have the velocity")
+        .ShownWhen(4, Relation::Is, 1),
     ChoiceParameter(6, "meshes", 0, kMeshes, "The polygons of every volume"),
+    FloatParameter(11, "scale", 1, "", "Lengths of the other program a host unit, in OpenVDB files and meshes")
+        .Above(0),
+    ChoiceParameter(12, "up", 0, kUp, "What is upwards in OpenVDB files and meshes"),
     BoolParameter(7, "pictures", false, "A picture of each frame, by the render settings"),
     BoolParameter(8, "preview", false, "A quick look at each frame: slices with a colour bar, in PNG"),
 };
@@ -51,6 +64,10 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.meshes = meshes == 1 ? MeshOutput::Obj : meshes == 2 ? MeshOutput::Ply : MeshOutput::None;
   s.pictures = object.GetBool(7);
   s.preview = object.GetBool(8);
+  const InExcludeData* grids = object.GetInExclude(9);
+  for (const auto& entry : grids ? grids->entries : std::vector<InExcludeData::Entry>()) s.grids.insert(entry.target);
+  s.velocityEverywhere = object.GetInt(10) == 1;
+  s.space = {.scale = object.GetDouble(11), .upZ = object.GetInt(12) == 1};
   return s;
 }
 

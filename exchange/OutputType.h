@@ -1,6 +1,7 @@
 #pragma once
 // What a scene's "output" asks for: files for other programs, written frame by frame while the simulation goes on.
 
+#include <set>
 #include <string>
 
 #include "exchange/SceneFields.h"
@@ -20,6 +21,9 @@ struct OutputSettings {
   MeshOutput meshes = MeshOutput::None;
   bool pictures = false;
   bool preview = false;
+  std::set<std::uint64_t> grids{};  // creation numbers of the objects that VDB files hold; empty for all
+  bool velocityEverywhere = false;
+  ExportSpace space{};
 
   static OutputSettings Read(const BaseObject& object);
 };

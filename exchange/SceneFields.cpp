@@ -21,13 +21,20 @@ std::string NameOfScalar(const ChannelBase_Scalar& channel) {
 
 }  // namespace
 
-std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset) {
+std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset, const std::set<std::uint64_t>& chosen) {
   std::vector<VdbField> fields;
   NameSet names;
+  const auto taken = [&](const iBase& node) {
+    return node.IsEnabled() && (chosen.empty() || chosen.contains(node.handler.hostObject()->creationNumber()));
+  };
   scene.ForEachNode(NODE_CHANNEL, NODE_CHANNEL, [&](iBase& node) {
-    if (!node.IsEnabled()) return;
+    if (!taken(node)) return;
     if (auto* scalar = dynamic_cast<ChannelBase_Scalar*>(&node); scalar && scalar->grid) {
-      fields.push_back({names.Take(NameOfScalar(*scalar)), VdbClass::Fog, {scalar->grid.get()}, scalar->valueMin});
+      fields.push_back({names.Take(NameOfScalar(*scalar)),
+                        VdbClass::Fog,
+                        {scalar->grid.get()},
+                        scalar->valueMin,
+                        node.DisplayName()});
     }
     if (auto* vector = dynamic_cast<ChannelBase_Vector*>(&node); vector && vector->grids[2]) {
       static constexpr const char* kSuffix[] = {"_x", "_y", "_z"};
@@ -35,24 +42,29 @@ std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset) {
         fields.push_back({names.Take(PlainName(node.handler.hostObject()->name) + kSuffix[c]),
                           VdbClass::Fog,
                           {vector->grids[c].get()},
-                          vector->valueMin[c]});
+                          vector->valueMin[c],
+                          node.DisplayName()});
       }
     }
   });
   scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
     auto* solver = dynamic_cast<FluidSolver*>(&node);
-    if (!solver || !node.IsEnabled() || !solver->velocity.grids[2]) return;
+    if (!solver || !taken(node) || !solver->velocity.grids[2]) return;
     const auto& grids = solver->velocity.grids;
-    fields.push_back(
-        {names.Take(VelocityName(preset)), VdbClass::Velocity, {grids[0].get(), grids[1].get(), grids[2].get()}, 0});
+    fields.push_back({names.Take(VelocityName(preset)),
+                      VdbClass::Velocity,
+                      {grids[0].get(), grids[1].get(), grids[2].get()},
+                      0,
+                      node.DisplayName()});
   });
   scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
     auto* volume = dynamic_cast<VolumeBase*>(&node);
-    if (!volume || !node.IsEnabled() || !volume->LevelSet()) return;
+    if (!volume || !taken(node) || !volume->LevelSet()) return;
     fields.push_back({names.Take("surface_" + PlainName(node.handler.hostObject()->name)),
                       VdbClass::LevelSet,
                       {volume->LevelSet()},
-                      0});
+                      0,
+                      node.DisplayName()});
   });
   return fields;
 }

@@ -61,7 +61,7 @@ Status ConvertCache(const ConvertOptions& options) {
   const Result<CachedFields> cached =
       ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, SplitNames(options.grids));
   if (!cached) return cached.error();
-  if (Status done = WriteVdb(options.out, cached->fields, FrameOfFile(options.in)); !done) return done;
+  if (Status done = WriteVdb(options.out, cached->fields, {.frame = FrameOfFile(options.in)}); !done) return done;
   std::string names;
   for (const VdbField& field : cached->fields) names += (names.empty() ? "" : ", ") + field.name;
   fmt::print("{}: {} grids: {}\n", options.out, cached->fields.size(), names);

@@ -5,11 +5,13 @@
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
 #include <openvdb/tools/Dense.h>
+#include <openvdb/tools/Morphology.h>
 #include <openvdb/tools/SignedFloodFill.h>
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <stdexcept>
 
 #include "host/files/AtomicStream.h"
@@ -19,14 +21,49 @@ namespace orlix {
 namespace {
 
 constexpr double kBandVoxels = 3;
+constexpr int kVelocityMargin = 3;  // voxels around a fog volume: what motion blur and advection look at
 
-openvdb::math::Transform::Ptr TransformOf(const GridSpace& space, bool nodal) {
+// Row i of the matrix is where the i-th index axis leads, the last one where index 0 lies.
+openvdb::math::Transform::Ptr TransformOf(const GridSpace& space, bool nodal, const ExportSpace& to) {
+  const Vec3D cell = space.hostPerVoxel;
+  const Vec3D rows[] = {to({cell.x, 0, 0}), to({0, cell.y, 0}), to({0, 0, cell.z}), nodal ? Vec3D() : to(cell * 0.5)};
   openvdb::Mat4R matrix = openvdb::Mat4R::identity();
-  for (int axis = 0; axis < 3; ++axis) {
-    matrix(axis, axis) = space.hostPerVoxel[axis];
-    matrix(3, axis) = nodal ? 0.0 : 0.5 * space.hostPerVoxel[axis];
+  for (int row = 0; row < 4; ++row) {
+    for (int axis = 0; axis < 3; ++axis) matrix(row, axis) = rows[row][axis];
   }
   return openvdb::math::Transform::createLinearTransform(matrix);
+}
+
+// Whether all values times scale are numbers of single precision. Rows, so that the loop vectorises.
+bool FitsFloat(const double* data, std::int64_t count, double scale) {
+  constexpr std::int64_t kRow = 4096;
+  constexpr double kMost = std::numeric_limits<float>::max();
+  for (std::int64_t from = 0; from < count; from += kRow) {
+    const std::int64_t behind = std::min(count, from + kRow);
+    int bad = 0;
+    for (std::int64_t i = from; i < behind; ++i) bad |= !(std::fabs(data[i] * scale) <= kMost);
+    if (bad) return false;
+  }
+  return true;
+}
+
+// Level sets have values only within their band, which fit.
+Status TestRange(const VdbField& field) {
+  if (field.kind == VdbClass::LevelSet) return {};
+  for (int c = 0; c < 3 && field.grids[c]; ++c) {
+    const ScalarGrid& grid = *field.grids[c];
+    const double scale = field.kind == VdbClass::Velocity ? grid.space.hostPerSim[c] : 1.0;
+    if (FitsFloat(grid.data, grid.count, scale)) continue;
+    std::int64_t i = 0;
+    while (FitsFloat(grid.data + i, 1, scale)) ++i;
+    return Status::Fail(
+        ErrorKind::Diverged,
+        fmt::format("\"{}\": the grid {} has the value {:.3g} at ({}, {}, {}), beyond what OpenVDB files "
+                    "hold in single precision",
+                    field.node, field.name, grid.data[i] * scale, i % grid.dims.x, i / grid.dims.x % grid.dims.y,
+                    i / grid.dims.x / grid.dims.y));
+  }
+  return {};
 }
 
 openvdb::CoordBBox BoxOf(const VecInt3D& origin, const VecInt3D& dims) {
@@ -34,57 +71,65 @@ openvdb::CoordBBox BoxOf(const VecInt3D& origin, const VecInt3D& dims) {
   return {min, min.offsetBy(dims.x - 1, dims.y - 1, dims.z - 1)};
 }
 
-openvdb::GridBase::Ptr FogGrid(const VdbField& field) {
+openvdb::GridBase::Ptr FogGrid(const VdbField& field, const ExportSpace& to) {
   const ScalarGrid& source = *field.grids[0];
   const float background = static_cast<float>(field.background);
   openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(background);
   openvdb::tools::Dense<float, openvdb::tools::LayoutXYZ> dense(BoxOf(source.space.voxelMin, source.dims));
   std::transform(source.data, source.data + source.count, dense.data(), [](double v) { return static_cast<float>(v); });
   openvdb::tools::copyFromDense(dense, *grid, 0.0f);
-  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset));
+  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset, to));
   grid->setGridClass(openvdb::GRID_FOG_VOLUME);
   return grid;
 }
 
-openvdb::GridBase::Ptr LevelSetGrid(const VdbField& field) {
+openvdb::GridBase::Ptr LevelSetGrid(const VdbField& field, const ExportSpace& to) {
   const ScalarGrid& source = *field.grids[0];
-  const double hostPerSim = source.space.hostPerSim.x;
-  const float band = static_cast<float>(kBandVoxels * source.space.hostPerVoxel.x);
+  const double perSim = source.space.hostPerSim.x * to.scale;
+  const float band = static_cast<float>(kBandVoxels * source.space.hostPerVoxel.x * to.scale);
   openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(band);
   openvdb::FloatGrid::Accessor accessor = grid->getAccessor();
   const VecInt3D origin = source.space.voxelMin;
   for (int k = 0; k < source.dims.z; ++k) {
     for (int j = 0; j < source.dims.y; ++j) {
       for (int i = 0; i < source.dims.x; ++i) {
-        const float phi = static_cast<float>(source(i, j, k) * hostPerSim);
+        const float phi = static_cast<float>(source(i, j, k) * perSim);
         if (std::fabs(phi) < band) accessor.setValue({origin.x + i, origin.y + j, origin.z + k}, phi);
       }
     }
   }
   openvdb::tools::signedFloodFill(grid->tree());
-  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset));
+  grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset, to));
   grid->setGridClass(openvdb::GRID_LEVEL_SET);
   return grid;
 }
 
-openvdb::GridBase::Ptr VelocityGrid(const VdbField& field) {
+// near: where it is written; everywhere without.
+openvdb::GridBase::Ptr VelocityGrid(const VdbField& field, const ExportSpace& to, const openvdb::MaskTree* near) {
   const ScalarGrid &u = *field.grids[0], &v = *field.grids[1], &w = *field.grids[2];
   const GridSpace& space = u.space;
-  const Vec3D scale = space.hostPerSim;
+  const Vec3D half = space.hostPerSim * 0.5;
+  const openvdb::Coord origin(space.voxelMin.x, space.voxelMin.y, space.voxelMin.z);
   openvdb::Vec3SGrid::Ptr grid = openvdb::Vec3SGrid::create(openvdb::Vec3s(0.0f));
   openvdb::tools::Dense<openvdb::Vec3s, openvdb::tools::LayoutXYZ> dense(BoxOf(space.voxelMin, space.dims));
   openvdb::Vec3s* out = dense.data();
+  const openvdb::MaskTree nowhere;
+  const openvdb::tree::ValueAccessor<const openvdb::MaskTree> mask(near ? *near : nowhere);
   for (int k = 0; k < space.dims.z; ++k) {
     for (int j = 0; j < space.dims.y; ++j) {
       for (int i = 0; i < space.dims.x; ++i, ++out) {
-        *out = openvdb::Vec3s(static_cast<float>((u(i, j, k) + u(i + 1, j, k)) * 0.5 * scale.x),
-                              static_cast<float>((v(i, j, k) + v(i, j + 1, k)) * 0.5 * scale.y),
-                              static_cast<float>((w(i, j, k) + w(i, j, k + 1)) * 0.5 * scale.z));
+        if (near && !mask.isValueOn(openvdb::Coord(i, j, k) + origin)) {
+          *out = openvdb::Vec3s(0.0f);
+          continue;
+        }
+        const Vec3D value = to({(u(i, j, k) + u(i + 1, j, k)) * half.x, (v(i, j, k) + v(i, j + 1, k)) * half.y,
+                                (w(i, j, k) + w(i, j, k + 1)) * half.z});
+        *out = openvdb::Vec3s(static_cast<float>(value.x), static_cast<float>(value.y), static_cast<float>(value.z));
       }
     }
   }
   openvdb::tools::copyFromDense(dense, *grid, openvdb::Vec3s(0.0f));
-  grid->setTransform(TransformOf(space, false));
+  grid->setTransform(TransformOf(space, false, to));
   grid->setVectorType(openvdb::VEC_CONTRAVARIANT_RELATIVE);
   return grid;
 }
@@ -143,32 +188,61 @@ VdbGridInfo InfoOf(const openvdb::GridBase& grid, bool withValues) {
   return info;
 }
 
-Status WriteStream(std::ostream& stream, const std::vector<VdbField>& fields, int frame) {
-  openvdb::GridPtrVec grids;
-  for (const VdbField& field : fields) {
-    openvdb::GridBase::Ptr grid = field.kind == VdbClass::Fog        ? FogGrid(field)
-                                  : field.kind == VdbClass::LevelSet ? LevelSetGrid(field)
-                                                                     : VelocityGrid(field);
-    grid->setName(field.name);
-    grid->setCreator("Orlix");
-    grid->insertMeta("frame", openvdb::Int32Metadata(frame));
-    grid->addStatsMetadata();
-    grids.push_back(grid);
+openvdb::GridBase::Ptr MakeGrid(const VdbField& field, const ExportSpace& to, const openvdb::MaskTree* near) {
+  switch (field.kind) {
+    case VdbClass::Fog:
+      return FogGrid(field, to);
+    case VdbClass::LevelSet:
+      return LevelSetGrid(field, to);
+    case VdbClass::Velocity:
+      break;
   }
+  return VelocityGrid(field, to, near);
+}
+
+openvdb::GridPtrVec MakeGrids(const std::vector<VdbField>& fields, const VdbOptions& options) {
+  openvdb::GridPtrVec grids(fields.size());
+  openvdb::MaskTree near;
+  bool masked = false;
+  const auto make = [&](bool velocities) {
+    for (std::size_t f = 0; f < fields.size(); ++f) {
+      if ((fields[f].kind == VdbClass::Velocity) != velocities) continue;
+      grids[f] = MakeGrid(fields[f], options.space, masked ? &near : nullptr);
+      if (fields[f].kind == VdbClass::Fog)
+        near.topologyUnion(openvdb::gridPtrCast<openvdb::FloatGrid>(grids[f])->tree());
+    }
+  };
+  make(false);
+  masked = !options.velocityEverywhere &&
+           std::any_of(fields.begin(), fields.end(), [](const VdbField& field) { return field.kind == VdbClass::Fog; });
+  if (masked) openvdb::tools::dilateActiveValues(near, kVelocityMargin, openvdb::tools::NN_FACE_EDGE_VERTEX);
+  make(true);
+  for (std::size_t f = 0; f < fields.size(); ++f) {
+    grids[f]->setName(fields[f].name);
+    grids[f]->setCreator("Orlix");
+    grids[f]->insertMeta("frame", openvdb::Int32Metadata(options.frame));
+    grids[f]->addStatsMetadata();
+  }
+  return grids;
+}
+
+void WriteStream(std::ostream& stream, const openvdb::GridPtrVec& grids) {
   openvdb::io::Stream file(stream);
   file.setCompression(openvdb::io::COMPRESS_BLOSC | openvdb::io::COMPRESS_ACTIVE_MASK);
   file.write(grids);
-  return {};
 }
 
 }  // namespace
 
-Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, int frame) {
+Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options) {
   Initialise();
+  for (const VdbField& field : fields) {
+    if (Status fits = TestRange(field); !fits) return fits;
+  }
   AtomicStream stream;
   if (Status opened = stream.Open(path); !opened) return opened;
   try {
-    if (Status written = WriteStream(stream, fields, frame); !written) return written;
+    WriteStream(stream, MakeGrids(fields, options));
   } catch (const std::exception& e) {
     // A failed write is the file's error, with its reason; anything else is the library's.
     if (!stream.status()) return stream.status();

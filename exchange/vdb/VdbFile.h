@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "exchange/vdb/ExportSpace.h"
 #include "fluids/grids/EGrid.h"
 #include "globals/Result.h"
 
@@ -24,6 +25,13 @@ struct VdbField {
   // collocated at cell centres, in host units a second.
   std::array<const ScalarGrid*, 3> grids{};
   double background = 0;
+  std::string node{};  // whose it is, for messages
+};
+
+struct VdbOptions {
+  int frame = 0;  // for the metadata
+  ExportSpace space{};
+  bool velocityEverywhere = false;  // otherwise near the voxels of fog volumes, where there are any
 };
 
 struct VdbGridInfo {
@@ -34,8 +42,8 @@ struct VdbGridInfo {
   double low = 0, high = 0;  // of the active values; a vector's largest component, without a sign
 };
 
-// Blosc-compressed. The file gets its name only when it is whole. frame is written into the metadata.
-Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, int frame);
+// Blosc-compressed. The file gets its name only when it is whole. Diverged when a value is beyond a float's range.
+Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options);
 // Reads the whole file when withValues, otherwise its headers only (low and high are 0 then).
 Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, bool withValues);
 

@@ -60,7 +60,7 @@ struct VdbFiles : testing::Test {
 };
 
 TEST_F(VdbFiles, InfoTellsWhatWasWritten) {
-  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   for (const bool withValues : {false, true}) {
     const auto info = ReadVdbInfo(path, withValues);
     ASSERT_TRUE(info.ok()) << info.error().text;
@@ -84,7 +84,7 @@ TEST_F(VdbFiles, InfoTellsWhatWasWritten) {
 
 TEST_F(VdbFiles, AnotherReaderFindsTheSameValuesAndTransform) {
   if (std::system("/usr/bin/python3 -c 'import pyopenvdb' 2>/dev/null") != 0) GTEST_SKIP() << "no pyopenvdb";
-  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   const std::filesystem::path script = folder.path() / "check.py";
   std::ofstream(script) << R"(
 import sys, pyopenvdb as vdb
@@ -110,11 +110,60 @@ print(s.gridClass, round(sa.getValue((3, 6, 3)), 4), round(sa.getValue((3, 6, 8)
             "level set 2.5 -15.0 15.0 (5.0, 10.0, 15.0)\n");
 }
 
+TEST_F(VdbFiles, LieInTheSpaceOfTheOtherProgram) {
+  if (std::system("/usr/bin/python3 -c 'import pyopenvdb' 2>/dev/null") != 0) GTEST_SKIP() << "no pyopenvdb";
+  (*velocity[1])(2, 1, 3) = 4.0;
+  ASSERT_TRUE(WriteVdb(path, fields, {.space = {.scale = 0.1, .upZ = true}}).ok());
+  const std::filesystem::path script = folder.path() / "check.py";
+  std::ofstream(script) << R"(
+import sys, pyopenvdb as vdb
+by = {g.name: g for g in vdb.readAll(sys.argv[1])[0]}
+print([round(x, 6) for x in by['density'].transform.indexToWorld((-1, 3, 6))])
+print([round(x, 5) + 0 for x in by['velocity'].getConstAccessor().getValue((-1, 1, 5))])
+print(round(by['surface'].getConstAccessor().getValue((3, 6, 8)), 5), round(by['surface'].background, 5))
+)";
+  EXPECT_EQ(RunPython(script, path),
+            "[-0.25, -3.25, 1.75]\n"
+            "[0.0, 0.0, 4.0]\n"
+            "-1.5 1.5\n");
+}
+
+TEST_F(VdbFiles, HaveTheVelocityWhereThereIsSomething) {
+  for (auto& component : velocity) component = MakeGrid(component->gridType, {40, 8, 8}), component->Fill(1);
+  for (int c = 0; c < 3; ++c) fields[1].grids[c] = velocity[c].get();
+  smoke = MakeGrid(kGridSmoke, {40, 8, 8});
+  (*smoke)(4, 4, 4) = 1;
+  fields[0].grids[0] = smoke.get();
+  fields.pop_back();
+  const auto voxels = [&](bool everywhere) {
+    EXPECT_TRUE(WriteVdb(path, fields, {.velocityEverywhere = everywhere}).ok());
+    const auto info = ReadVdbInfo(path, true);
+    return info.ok() ? info->back().activeVoxels : 0;
+  };
+  EXPECT_EQ(voxels(true), 40u * 8 * 8);
+  EXPECT_EQ(voxels(false), 7u * 7 * 7);
+  fields.erase(fields.begin());
+  EXPECT_EQ(voxels(false), 40u * 8 * 8) << "nothing to be near to";
+}
+
+TEST_F(VdbFiles, AValueBeyondSinglePrecisionIsRefused) {
+  (*velocity[1])(1, 2, 3) = 1e38;  // 2e39 host units a second
+  fields[1].node = "Plume/Air";
+  const Status status = WriteVdb(path, fields, {});
+  ASSERT_FALSE(status.ok());
+  EXPECT_EQ(status.error().kind, ErrorKind::Diverged);
+  EXPECT_EQ(
+      status.error().text,
+      "\"Plume/Air\": the grid velocity has the value 2e+39 at (1, 2, 3), beyond what OpenVDB files hold in single "
+      "precision");
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(VdbFiles, TheSameBytesEachTimeAndNoTemporaryLeft) {
-  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   std::ifstream first(path, std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(first)), {});
-  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   std::ifstream second(path, std::ios::binary);
   EXPECT_EQ(bytes.size(), std::string((std::istreambuf_iterator<char>(second)), {}).size());
   int files = 0;
@@ -123,10 +172,10 @@ TEST_F(VdbFiles, TheSameBytesEachTimeAndNoTemporaryLeft) {
 }
 
 TEST_F(VdbFiles, BrokenFilesAndFoldersGetAMessage) {
-  EXPECT_EQ(WriteVdb(folder.path() / "none" / "x.vdb", fields, 1).error().kind, ErrorKind::Output);
+  EXPECT_EQ(WriteVdb(folder.path() / "none" / "x.vdb", fields, {.frame = 1}).error().kind, ErrorKind::Output);
   const auto missing = ReadVdbInfo(folder.path() / "none.vdb", true);
   ASSERT_FALSE(missing.ok());
-  ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+  ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   const auto size = std::filesystem::file_size(path);
 #ifdef ORLIX_SANITIZED
   // Behind a cut the library takes whatever it finds for a size; the allocation fails, which ends a sanitized program.
@@ -139,7 +188,7 @@ TEST_F(VdbFiles, BrokenFilesAndFoldersGetAMessage) {
     const auto info = ReadVdbInfo(path, true);
     ASSERT_FALSE(info.ok());
     EXPECT_NE(info.error().text.find("frame.0007.vdb"), std::string::npos);
-    ASSERT_TRUE(WriteVdb(path, fields, 7).ok());
+    ASSERT_TRUE(WriteVdb(path, fields, {.frame = 7}).ok());
   }
 }
 

@@ -88,7 +88,7 @@ TEST_F(ConvertCaches, GiveTheFileThatTheRunWouldHaveWritten) {
       {"surface", VdbClass::LevelSet, {grids[5].get()}, 0},
   };
   const std::string direct = (runner.folder / "direct.vdb").string();
-  ASSERT_TRUE(WriteVdb(direct, fields, 12).ok());
+  ASSERT_TRUE(WriteVdb(direct, fields, {.frame = 12}).ok());
   const auto want = ReadVdbInfo(direct, true), got = ReadVdbInfo(vdb, true);
   ASSERT_TRUE(want.ok() && got.ok());
   ASSERT_EQ(got->size(), want->size());

@@ -30,7 +30,7 @@ void WriteOneOfEach(const fs::path& folder) {
   ASSERT_TRUE(cache.Close().ok());
   VdbField field;
   field.name = "density", field.grids = {&grid, nullptr, nullptr};
-  ASSERT_TRUE(WriteVdb(folder / "b.0001.vdb", {field}, 1).ok());
+  ASSERT_TRUE(WriteVdb(folder / "b.0001.vdb", {field}, {.frame = 1}).ok());
   Picture picture(8, 8);
   for (const char* channel : {"R", "G", "B"}) picture.AddChannel(channel, 0.25f);
   ASSERT_TRUE(WritePicture(folder / "c.0001.exr", picture).ok());
