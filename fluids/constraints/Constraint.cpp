@@ -34,6 +34,14 @@ void Constraint::EvaluateRow(const ConstraintRow& row, const iBase* caller) cons
   }
 }
 
+void Constraint::EvaluateParticles(const ParticleRun& run, const iBase* caller) const {
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    if (!run.open[n]) continue;
+    const OrlixParticle particle(run.list, run.first + n);
+    run.open[n] = EvaluateParticle(run.positions[n], run.amounts[n], caller, run.threadIndex, &particle);
+  }
+}
+
 std::span<const Parameter> ConstraintParameters() {
   static const std::vector<Parameter> kRows = [] {
     std::vector<Parameter> rows(std::begin(kShared), std::end(kShared));
@@ -79,6 +87,22 @@ void EvaluateChain(std::span<Constraint* const> chain, const ConstraintRow& row,
     if (!constraint->IsEnabled()) continue;
     constraint->EvaluateRow(row, caller);
     for (std::int32_t i = row.begin; i < row.end; ++i) row.open[i] = row.open[i] && row.amounts[i] != 0;
+  }
+}
+
+void EvaluateChain(std::span<Constraint* const> chain, const Vec3D& position, double& amount, const iBase* caller,
+                   std::int32_t threadIndex, const OrlixParticle& particle) {
+  for (const Constraint* constraint : chain) {
+    if (!constraint->IsEnabled()) continue;
+    if (!constraint->EvaluateParticle(position, amount, caller, threadIndex, &particle) || amount == 0) return;
+  }
+}
+
+void EvaluateChain(std::span<Constraint* const> chain, const ParticleRun& run, const iBase* caller) {
+  for (const Constraint* constraint : chain) {
+    if (!constraint->IsEnabled()) continue;
+    constraint->EvaluateParticles(run, caller);
+    for (std::int32_t n = 0; n < run.count; ++n) run.open[n] = run.open[n] && run.amounts[n] != 0;
   }
 }
 

@@ -12,11 +12,10 @@
 #include <memory>
 #include <span>
 
+#include "fluids/particles/OrlixParticle.h"
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {
-
-class OrlixParticle;
 
 // A run of cells along x. The pointers stand at cell i = 0 of the row: cell i's amount is amounts[i].
 struct ConstraintRow {
@@ -29,6 +28,16 @@ struct ConstraintRow {
 
   // Cell centre in simulation space.
   Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
+};
+
+// Some particles that stand one behind the other in a list: element n is the particle first + n.
+struct ParticleRun {
+  ParticleList* list = nullptr;
+  std::int32_t first = 0, count = 0;
+  std::int32_t threadIndex = 0;
+  const Vec3D* positions = nullptr;  // simulation space; may differ from those in the list
+  double* amounts = nullptr;         // 0 at particles that aren't asked for
+  std::uint8_t* open = nullptr;      // as in a row of cells
 };
 
 class Constraint : public iBase {
@@ -48,6 +57,8 @@ class Constraint : public iBase {
                                 const OrlixParticle* /*particle*/) const {
     return Evaluate(position, amount, caller, threadIndex);
   }
+  // EvaluateParticle for each open particle of the run; closes those for which it gives false.
+  virtual void EvaluateParticles(const ParticleRun& run, const iBase* caller) const;
   // Evaluate at each open cell of the row; closes the cells where it gives false.
   virtual void EvaluateRow(const ConstraintRow& row, const iBase* caller) const;
   // A constraint of the same class, parameters and links, for a caller that keeps its own.
@@ -83,5 +94,9 @@ void EvaluateChain(std::span<Constraint* const> chain, const Vec3D& position, do
                    std::int32_t threadIndex);
 // Runs the chain over a row. The caller fills amounts and open; a place where the chain came to 0 is one to leave out.
 void EvaluateChain(std::span<Constraint* const> chain, const ConstraintRow& row, const iBase* caller);
+// The same for a particle, and for a run of them.
+void EvaluateChain(std::span<Constraint* const> chain, const Vec3D& position, double& amount, const iBase* caller,
+                   std::int32_t threadIndex, const OrlixParticle& particle);
+void EvaluateChain(std::span<Constraint* const> chain, const ParticleRun& run, const iBase* caller);
 
 }  // namespace orlix

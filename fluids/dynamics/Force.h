@@ -1,6 +1,7 @@
 #pragma once
 // A force on the velocity of a solver. It is asked a row of cells at a time, so that nothing virtual happens per cell.
 
+#include "fluids/particles/ParticleList.h"
 #include "fluids/scene/iObject.h"
 
 namespace orlix {
@@ -20,6 +21,17 @@ struct ForceRow {
   Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
 };
 
+// Some particles that stand one behind the other in a list: element n is the particle first + n. At most kMost.
+struct ForceParticles {
+  static constexpr std::int32_t kMost = kChunkRows;
+  ParticleList* list = nullptr;
+  std::int32_t first = 0, count = 0;
+  std::int32_t threadIndex = 0;
+  const Vec3D* positions = nullptr;  // simulation space
+  const double* weights = nullptr;   // what the caller's constraints left; 0 for a particle that isn't asked for
+  Vec3D* forces = nullptr;           // m/s to be added in this sub-step; forces add to it
+};
+
 class Force : public iObject {
  public:
   using iObject::iObject;
@@ -33,6 +45,12 @@ class Force : public iObject {
   }
   // Adds this force to the row. Called by all workers at once on different rows, after Prepare.
   virtual void ProcessRow(const ForceRow& row) = 0;
+
+  // Of forces that offer RETRIEVE_PARTICLE; no velocity is attached for them. Decides whether it is Active; Finish ends
+  // the pass.
+  virtual void PrepareParticles(iBase* /*caller*/) { SetFlag(NodeActive, false); }
+  // Adds this force to the particles. Called by all workers at once on different runs.
+  virtual void ProcessParticles(const ForceParticles&) {}
 
  protected:
   VelocityGridChannel* velocity_ = nullptr;

@@ -24,13 +24,38 @@ Duration* ConstrainedForce::DurationOf(std::int32_t linkId) const {
 
 const GridSpace& ConstrainedForce::Lattice() const { return velocity_->grids[0]->space; }
 
-bool ConstrainedForce::BeginPrepare() {
+bool ConstrainedForce::TakeDuration() {
   strengthFactor_ = 1;
   const bool acts = !duration_ || !duration_->IsEnabled() || duration_->IsActive(simulationInfo->time, strengthFactor_);
   if (!acts) strengthFactor_ = 0;
-  const bool hasVelocity = velocity_ && velocity_->grids[0] && velocity_->grids[1] && velocity_->grids[2];
   SetFlag(NodeActive, false);
-  return acts && hasVelocity;
+  return acts;
+}
+
+bool ConstrainedForce::BeginPrepare() {
+  const bool hasVelocity = velocity_ && velocity_->grids[0] && velocity_->grids[1] && velocity_->grids[2];
+  return TakeDuration() && hasVelocity;
+}
+
+bool ConstrainedForce::BeginParticles() { return TakeDuration(); }
+
+void ConstrainedForce::EndParticles() {
+  for (Constraint* constraint : constraints_) constraint->Prepare(this);
+  constexpr std::size_t kAll = std::size_t(ForceParticles::kMost) * WorkerPool::kMaxWorkers;
+  amounts_.resize(kAll);
+  open_.resize(constraints_.empty() ? 0 : kAll);
+  SetFlag(NodeActive, true);
+}
+
+const double* ConstrainedForce::Amounts(const ForceParticles& run, double start) {
+  const std::size_t offset = std::size_t(ForceParticles::kMost) * static_cast<std::size_t>(run.threadIndex);
+  double* amounts = amounts_.data() + offset;
+  for (std::int32_t n = 0; n < run.count; ++n) amounts[n] = run.weights[n] * start;
+  if (constraints_.empty()) return amounts;
+  std::uint8_t* open = open_.data() + offset;
+  for (std::int32_t n = 0; n < run.count; ++n) open[n] = amounts[n] != 0;
+  EvaluateChain(constraints_, {run.list, run.first, run.count, run.threadIndex, run.positions, amounts, open}, this);
+  return amounts;
 }
 
 void ConstrainedForce::EndPrepare(double start) {

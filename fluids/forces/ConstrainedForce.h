@@ -24,6 +24,11 @@ class ConstrainedForce : public Force {
   bool BeginPrepare();
   // How it ends: amounts at a cell start from start.
   void EndPrepare(double start);
+  // The same for a pass over particles.
+  bool BeginParticles();
+  void EndParticles();
+  // What the constraints leave of weight x start for each particle of a run.
+  const double* Amounts(const ForceParticles& run, double start);
   // The cells of the velocity.
   const GridSpace& Lattice() const;
   // What the constraints leave at the cells of a row, standing at its cell 0.
@@ -33,8 +38,12 @@ class ConstrainedForce : public Force {
   std::vector<Constraint*> constraints_;
 
  private:
+  bool TakeDuration();
+
   Duration* duration_ = nullptr;
   RowWeights weights_;
+  std::vector<double> amounts_;  // a run a worker
+  std::vector<std::uint8_t> open_;
 };
 
 // The type record of a force.
