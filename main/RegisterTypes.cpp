@@ -8,6 +8,7 @@
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/helpers/HelperTypes.h"
 #include "fluids/operators/OperatorTypes.h"
+#include "fluids/particle_operators/ParticleOperatorTypes.h"
 #include "fluids/particles/ParticleTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
@@ -39,8 +40,6 @@ constexpr PlannedType kPlanned[] = {
     {1300034, "zq_csg"},
     {1300035, "zq_levelset_smoother"},
     {1300040, "zq_particle_converter"},
-    {1300054, "zq_pforce_correct"},
-    {1300055, "zq_pforce_acceleration"},
     {1300057, "zq_constraint_coffee"},
     {1300059, "zq_channelop_coffee"},
     {1300060, "zq_pforce_coffee"},
@@ -48,7 +47,6 @@ constexpr PlannedType kPlanned[] = {
     {1300064, "zq_psheet"},
     {1300065, "zq_pvaluetoproperty"},
     {1300077, "zq_foamspraybubbles"},
-    {1300078, "zq_pforce_tension"},
     {1300079, "zq_psurfaceproperty"},
     {1300090, "zq_constraint_particledistance"},
     {1300091, "zq_constraint_particlecount"},
@@ -56,11 +54,7 @@ constexpr PlannedType kPlanned[] = {
     {1300093, "zq_constraint_particle_property"},
     {1300099, "zq_cache_particle"},
     {1300100, "zq_cache_mesh"},
-    {1300109, "zq_iop_spawn"},
-    {1300110, "zq_iop_repulsion"},
     {1300123, "zq_rigid_forces"},
-    {1300126, "zq_particle_advection"},
-    {1300127, "zq_particle_forces"},
     {1300133, "zq_volume_multi"},
     {1300135, "zq_mop_curvature"},
     {1300136, "zq_mop_smoothing"},
@@ -84,6 +78,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterEmitterTypes(factory);
   RegisterForceTypes(factory);
   RegisterOperatorTypes(factory);
+  RegisterParticleOperatorTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);

@@ -135,6 +135,32 @@ void ForOutside(const PlacedRun& placed, int count, F&& f) {
   }
 }
 
+static_assert(sizeof(Vec3D) == 3 * sizeof(double) && kLanes == 4);
+
+// From x y z x y z ... to a row an axis, whole blocks.
+ORLIX_MULTIVERSION void Split(const double* points, int count, const Vec3D& offset, PointRun& run) {
+  for (int l = 0; l < count; l += kLanes, points += 3 * kLanes) {
+    F a, b, c;  // x0 y0 z0 x1, y1 z1 x2 y2, z2 x3 y3 z3
+    Load(a, points), Load(b, points + 4), Load(c, points + 8);
+    const F x = __builtin_shufflevector(__builtin_shufflevector(a, b, 0, 3, 6, 6), c, 0, 1, 2, 5);
+    const F y = __builtin_shufflevector(__builtin_shufflevector(a, b, 1, 4, 7, 7), c, 0, 1, 2, 6);
+    const F z = __builtin_shufflevector(__builtin_shufflevector(a, b, 2, 5, 5, 5), c, 0, 1, 4, 7);
+    Store(run.x + l, x + offset.x), Store(run.y + l, y + offset.y), Store(run.z + l, z + offset.z);
+  }
+}
+
+// And back.
+ORLIX_MULTIVERSION void Join(const PointRun& run, int count, const Vec3D& offset, double* points) {
+  for (int l = 0; l < count; l += kLanes, points += 3 * kLanes) {
+    F x, y, z;
+    Load(x, run.x + l), Load(y, run.y + l), Load(z, run.z + l);
+    x = x + offset.x, y = y + offset.y, z = z + offset.z;
+    Store(points, __builtin_shufflevector(__builtin_shufflevector(x, y, 0, 4, 1, 1), z, 0, 1, 4, 2));
+    Store(points + 4, __builtin_shufflevector(__builtin_shufflevector(y, z, 1, 5, 2, 2), x, 0, 1, 6, 2));
+    Store(points + 8, __builtin_shufflevector(__builtin_shufflevector(z, x, 2, 7, 3, 3), y, 0, 1, 7, 2));
+  }
+}
+
 // to = from + step * v, to a whole block.
 ORLIX_MULTIVERSION void Advance(const PointRun& from, double step, const PointRun& v, PointRun& to) {
   to.count = from.count;
@@ -184,8 +210,16 @@ ORLIX_MULTIVERSION void CombineStages(Integrator integrator, double step, const 
 
 void PointRun::Load(const Vec3D* points, int n, const Vec3D& offset) {
   count = n;
-  for (int l = 0; l < n; ++l) Set(l, points[l] + offset);
+  const int blocks = n / kLanes * kLanes;
+  Split(reinterpret_cast<const double*>(points), blocks, offset, *this);
+  for (int l = blocks; l < n; ++l) Set(l, points[l] + offset);
   Pad();
+}
+
+void PointRun::Unload(Vec3D* points, const Vec3D& offset) const {
+  const int blocks = count / kLanes * kLanes;
+  Join(*this, blocks, offset, reinterpret_cast<double*>(points));
+  for (int l = blocks; l < count; ++l) points[l] = Get(l) + offset;
 }
 
 void PointRun::Pad() {

@@ -24,6 +24,8 @@ struct PointRun {
   Vec3D Get(int n) const { return {x[n], y[n], z[n]}; }
   // Of a run of vectors, moved by offset.
   void Load(const Vec3D* points, int n, const Vec3D& offset = {});
+  // Writes them back, moved by offset.
+  void Unload(Vec3D* points, const Vec3D& offset = {}) const;
   void Pad();
 };
 

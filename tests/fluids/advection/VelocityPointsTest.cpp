@@ -23,6 +23,14 @@ TEST(VelocityPoints, ARunHasTheBitsOfItsPointsAlsoBesideAndBeyondTheLattice) {
       points.push_back((r * 0.7 + Vec3D(0.5)) * Vec3D(cells) * h);
     }
     PointRun run, u;
+    const Vec3D offset(3, -5, 0.25);
+    std::vector<Vec3D> back(points.size());
+    run.Load(points.data(), count, offset);
+    run.Unload(back.data(), -offset);
+    for (int n = 0; n < count; ++n) {
+      ASSERT_EQ(run.Get(n), points[n] + offset);
+      ASSERT_EQ(back[n], points[n] + offset - offset);
+    }
     run.Load(points.data(), count);
     SampleVelocity(velocity, perMetre, run, u);
     double distances[PointRun::kMost];

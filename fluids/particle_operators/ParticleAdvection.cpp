@@ -1,0 +1,198 @@
+#include "fluids/particle_operators/ParticleAdvection.h"
+
+#include "fluids/volumes/VolumeBase.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr int kGroupId = 1000, kOperatorsId = 1002, kSolversId = 1004, kSolverModeId = 1007, kSourceId = 1008;
+constexpr int kIntegratorId = 1009, kBallisticId = 1010, kCollisionId = 1011, kKillInsideId = 1012, kExtraId = 1013;
+constexpr int kKindId = 1014, kRadiusId = 1015;
+constexpr std::int32_t kAnySubType = 2000;
+
+constexpr Choice kSolverModes[] = {
+    {0, "only", "The solvers of the list; all when it is empty"},
+    {1, "all_but", "All solvers but those of the list"},
+};
+constexpr Choice kSources[] = {
+    {0, "none", "Nothing moves"},
+    {1, "solvers", "The velocity of the solvers carries"},
+    {2, "ballistic", "Free flight; no container, obstacles only"},
+    {3, "solvers_ballistic_inside", "The solvers' velocity; free flight for particles inside a solid"},
+};
+constexpr Choice kIntegrators[] = {
+    {0, "euler", "One stage"},
+    {1, "heun", "Two stages, second order"},
+    {2, "ralston", "Three stages, third order"},
+    {3, "runge_kutta", "Four stages, fourth order"},
+};
+constexpr Choice kBallistic[] = {
+    {0, "euler", "Semi-implicit Euler; forces are divided by the particle's mass"},
+    {1, "verlet", "By positions: the velocity is what a step moves"},
+    {2, "velocity_verlet", "Forces count as accelerations"},
+};
+constexpr Choice kCollisions[] = {
+    {0, "none", "Particles pass through everything"},
+    {1, "obstacles", "Obstacles where the scene has any, else the solver's walls and obstacles"},
+    {2, "boundary", "The solver's walls and obstacles; in free flight the obstacles"},
+};
+
+constexpr Parameter kParameters[] = {
+    LinkParameter(kGroupId, "group", kLinkParticles, "The particles that move; required"),
+    ListParameter(kOperatorsId, "instant_operators", kLinkInstantOperator,
+                  "What happens at a contact; an empty list takes all instant operators of the scene"),
+    ListParameter(kSolversId, "solvers", kLinkSolver, "Whose velocity carries; an empty list takes all of the scene"),
+    ChoiceParameter(kSolverModeId, "solver_mode", 0, kSolverModes, "How the list of solvers is meant"),
+    ChoiceParameter(kSourceId, "motion_source", 1, kSources, "What moves the particles"),
+    ChoiceParameter(kIntegratorId, "integrator", 1, kIntegrators, "How a particle is traced through a velocity")
+        .Fallback(0),
+    ChoiceParameter(kBallisticId, "ballistic_integrator", 0, kBallistic, "How a particle flies by itself"),
+    ChoiceParameter(kCollisionId, "collisions", 2, kCollisions, "What particles collide with").Fallback(0),
+    BoolParameter(kKillInsideId, "kill_inside", true,
+                  "Particles that end a frame inside a solid die; a liquid loses volume by it"),
+    IntParameter(kExtraId, "extra_iterations", 1, "", "Steps of a sub-step beyond the first")
+        .Fallback(0)
+        .Between(0, 254),
+    ChoiceParameter(kKindId, "kind", PK_Liquid, kParticleKindChoices, "The kind of particles in the group")
+        .Fallback(PK_Passive),
+    FloatParameter(kRadiusId, "collision_radius", 0.001, "cells",
+                   "Distance from a surface that counts as a contact; from an obstacle in metres")
+        .Fallback(0)
+        .Min(0),
+};
+
+}  // namespace
+
+const TypeInfo& ParticleAdvection::Type() {
+  static const TypeInfo kType = ParticleOperatorType(
+      1300126, "zq_particle_advection", "C4D_Operator_ParticleAdvection_Object", "POP::Advection",
+      "Moves particles through the velocity of a solver, or in free flight, and lets them collide and age.",
+      kParameters);
+  return kType;
+}
+
+bool ParticleAdvection::ReadParameters() {
+  if (!ParticleOperator::ReadParameters()) return false;
+  motion_.source = static_cast<MotionSource>(handler.GetChoice(kSourceId));
+  motion_.integrator = static_cast<Integrator>(handler.GetChoice(kIntegratorId));
+  motion_.ballistic = static_cast<BallisticIntegrator>(handler.GetChoice(kBallisticId));
+  motion_.collisions = static_cast<CollisionMode>(handler.GetChoice(kCollisionId));
+  killInside_ = handler.GetBool(kKillInsideId);
+  extraIterations_ = handler.GetInt(kExtraId);
+  kind_ = handler.GetChoice(kKindId);
+  motion_.collisionRadius = handler.GetFloat(kRadiusId);
+  return true;
+}
+
+bool ParticleAdvection::ResolveLinks() {
+  if (!ParticleOperator::ResolveLinks()) return false;
+  group_ = LinkedGroup(kGroupId);
+  operators_ = RetrieveInstantOperators(*scene, handler, kOperatorsId);
+  RetrieveSolvers();
+  return true;
+}
+
+void ParticleAdvection::RetrieveSolvers() {
+  const InExcludeData* list = handler.GetInExclude(kSolversId);
+  if (list && list->entries.empty()) list = nullptr;
+  std::vector<iBase*> found;
+  scene->RetrieveAll(list, found, NODE_SOLVER, RETRIEVE_ANY, kAnySubType, RETRIEVE_ANY,
+                     handler.GetChoice(kSolverModeId) == 0);
+  solvers_.clear();
+  for (iBase* node : found) {
+    if (auto* solver = dynamic_cast<FluidSolver*>(node)) solvers_.push_back(solver);
+  }
+}
+
+void ParticleAdvection::ReleaseLinks() {
+  group_ = nullptr;
+  solvers_.clear(), operators_.clear();
+  ParticleOperator::ReleaseLinks();
+}
+
+void ParticleAdvection::Advise() {
+  if (!group_) Warn("no-group", "it moves nothing; link a particle group under \"group\"");
+  if (ByField() && solvers_.empty()) {
+    Warn("no-solver",
+         "no velocity carries its particles, so they stand still; add a dynamics object or set \"motion_source\" to "
+         "\"ballistic\"");
+  }
+}
+
+void ParticleAdvection::Prepare(iBase*) {
+  SetFlag(NodeActive, false);
+  if (simulationInfo->time == 0 || !group_ || group_->Count(kind_) == 0 || group_->KindIsKept(kind_)) return;
+  const int iterations = extraIterations_ + 1;
+  motion_.iterations = iterations;
+  motion_.collideFrom = iterations == 1 ? 0 : extraIterations_ - 1;
+  motion_.dt = static_cast<double>(static_cast<float>(simulationInfo->substepDuration / iterations));
+  motion_.gravity = scene->GetGravity();
+  motion_.firstSubstep = simulationInfo->substep == 1;
+  motion_.lastSubstep = simulationInfo->lastSubstep;
+  motion_.killInside = motion_.lastSubstep && killInside_;
+  CollectObstacleViews();
+  std::erase_if(operators_, [](const iInstantOperator* each) { return !each->IsEnabled(); });
+  for (iInstantOperator* each : operators_) each->Begin(*this);
+  SetFlag(NodeActive, true);
+}
+
+void ParticleAdvection::CollectObstacleViews() {
+  obstacles_.clear();
+  const bool usesObstacles = motion_.collisions == CollisionMode::ObstaclesFirst ||
+                             (motion_.collisions == CollisionMode::Boundary && !ByField());
+  if (!usesObstacles) return;
+  for (const VolumeBase* volume : CollectObstacles(*scene)) {
+    if (volume->HasLevelSet()) obstacles_.emplace_back(*volume->LevelSet(), motion_.collisionRadius);
+  }
+}
+
+MotionField ParticleAdvection::FieldOf(const FluidSolver& solver) const {
+  const auto& grids = solver.velocity.grids;
+  MotionField field;
+  field.solid = solver.boundary.View();
+  field.obstacles = obstacles_;
+  if (!grids[0] || !grids[1] || !grids[2]) return field;
+  field.velocity = {*grids[0], *grids[1], *grids[2]};
+  if (!field.velocity.HasData()) field.velocity = {};
+  field.origin = grids[0]->space.simMin;
+  field.cellSize = grids[0]->space.cellSize;
+  return field;
+}
+
+void ParticleAdvection::Process(ProcessData&) {
+  if (!IsActive()) return;
+  if (motion_.source == MotionSource::Ballistic) {
+    MotionField field;
+    field.cellSize = GetSimulationSpace().cellSize;
+    field.obstacles = obstacles_;
+    Pass(field);
+  } else if (ByField()) {
+    for (const FluidSolver* solver : solvers_) {
+      if (solver->IsActive()) Pass(FieldOf(*solver));
+    }
+  }
+}
+
+void ParticleAdvection::Pass(const MotionField& field) {
+  ParticleList* list = group_->list(kind_);
+  const InstantContext context{group_, list, this};
+  ForRows(*list, [&](const ParticleRows& rows, int worker) {
+    MoveParticles(motion_, field, operators_, context, rows, worker);
+  });
+}
+
+void ParticleAdvection::Finish() {
+  if (IsActive()) {
+    if (group_->Count(kind_) > 0) group_->SetKindDirty(kind_);
+    for (iInstantOperator* each : operators_) each->End();
+  }
+  obstacles_.clear();
+  ParticleOperator::Finish();
+}
+
+std::vector<ParticleGroup*> ParticleAdvection::WrittenGroups() const {
+  return group_ ? std::vector<ParticleGroup*>{group_} : std::vector<ParticleGroup*>{};
+}
+
+}  // namespace orlix

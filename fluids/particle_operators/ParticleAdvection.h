@@ -1,0 +1,52 @@
+#pragma once
+// Moves the particles of one kind: through the velocity of solvers, or in free flight, up to what they meet.
+//
+// With several solvers a particle moves, and ages, once for each.
+
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/particle_operators/ParticleMotion.h"
+#include "fluids/particle_operators/ParticleOperator.h"
+
+namespace orlix {
+
+class ParticleAdvection final : public ParticleOperator {
+ public:
+  ParticleAdvection(BaseList2D* object, OrlixScene& owner)
+      : ParticleOperator(object, owner, kStageAdvection, kOwnPriority) {}
+  static const TypeInfo& Type();
+  std::int32_t GetNodeSubType() const override { return 98; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+
+ protected:
+  std::vector<ParticleGroup*> WrittenGroups() const override;
+
+ private:
+  static constexpr std::int32_t kOwnPriority = 10;
+
+  void RetrieveSolvers();
+  void CollectObstacleViews();
+  MotionField FieldOf(const FluidSolver& solver) const;
+  void Pass(const MotionField& field);
+  bool ByField() const {
+    return motion_.source == MotionSource::Solvers || motion_.source == MotionSource::SolversBallisticInside;
+  }
+
+  MotionSettings motion_;
+  std::int32_t extraIterations_ = 0, kind_ = PK_Passive;
+  bool killInside_ = true;
+
+  // Between ResolveLinks and ReleaseLinks.
+  ParticleGroup* group_ = nullptr;
+  std::vector<FluidSolver*> solvers_;
+  std::vector<iInstantOperator*> operators_;
+
+  std::vector<ObstacleView> obstacles_;  // between Prepare and Finish
+};
+
+}  // namespace orlix

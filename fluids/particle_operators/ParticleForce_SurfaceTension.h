@@ -1,0 +1,37 @@
+#pragma once
+// Pulls the particles of a liquid together at its surface.
+
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/particle_operators/ParticleOperator.h"
+#include "fluids/particle_operators/SurfaceTension.h"
+
+namespace orlix {
+
+class ParticleForce_SurfaceTension final : public ParticleOperator {
+ public:
+  ParticleForce_SurfaceTension(BaseList2D* object, OrlixScene& owner)
+      : ParticleOperator(object, owner, kStageOperators, 20) {}
+  static const TypeInfo& Type();
+  std::int32_t GetNodeSubType() const override { return 104; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+
+ protected:
+  std::vector<ParticleGroup*> WrittenGroups() const override;
+
+ private:
+  bool byMean_ = false;
+  std::int32_t kind_ = PK_Passive;
+  TensionSettings settings_;
+
+  ParticleGroup* group_ = nullptr;  // between ResolveLinks and ReleaseLinks
+  const FluidSolver* solver_ = nullptr;
+  std::vector<double> weights_;  // of all particles, between Prepare and Finish
+};
+
+}  // namespace orlix

@@ -1,0 +1,42 @@
+#pragma once
+// Sums forces on particles and writes the sum to their velocity or to a property.
+
+#include "fluids/dynamics/Force.h"
+#include "fluids/helpers/Property.h"
+#include "fluids/particle_operators/ParticleOperator.h"
+
+namespace orlix {
+
+class ParticleForces final : public ParticleOperator {
+ public:
+  ParticleForces(BaseList2D* object, OrlixScene& owner) : ParticleOperator(object, owner, kStageOperators, 20) {}
+  static const TypeInfo& Type();
+  std::int32_t GetNodeSubType() const override { return 99; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+
+ protected:
+  std::vector<ParticleGroup*> WrittenGroups() const override;
+
+ private:
+  void Push(ParticleList& list, const ParticleRows& rows, std::int32_t worker) const;
+  // The sums of the rows [begin, begin + count), where weights aren't 0.
+  void Write(const ParticleRows& rows, std::int32_t begin, std::int32_t count, const double* weights,
+             const Vec3D* forces) const;
+
+  bool sets_ = false, perStep_ = true;
+  double weight_ = 1;
+
+  // Between ResolveLinks and ReleaseLinks.
+  std::vector<GroupEntry> groups_;
+  std::vector<Force*> forces_;
+  const Duration* duration_ = nullptr;
+  const iProperty* property_ = nullptr;  // null: the velocity
+};
+
+}  // namespace orlix

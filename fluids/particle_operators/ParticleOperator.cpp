@@ -1,0 +1,79 @@
+#include "fluids/particle_operators/ParticleOperator.h"
+
+#include <algorithm>
+
+namespace orlix {
+
+bool ParticleOperator::ReadParameters() {
+  stageMask = StageBit(ownStage_);
+  priority = ownPriority_;
+  return iObject::ReadParameters();
+}
+
+bool ParticleOperator::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  constraints_ = RetrieveConstraints(*scene, handler);
+  return true;
+}
+
+void ParticleOperator::ReleaseLinks() {
+  constraints_.clear();
+  SetFlag(NodeActive, false);
+  iObject::ReleaseLinks();
+}
+
+// While the time moves there is work.
+void ParticleOperator::CheckDirty() {
+  iObject::CheckDirty();
+  if (IsEnabled() && scene->HasFlag(TimeMoved)) MarkDirty(false);
+}
+
+void ParticleOperator::Finish() {
+  if (IsActive()) {
+    for (Constraint* constraint : constraints_) constraint->Finish();
+  }
+  SetFlag(NodeActive, false);
+}
+
+void ParticleOperator::VisitOutputs(StateVisitor& visitor) {
+  for (ParticleGroup* group : WrittenGroups()) group->VisitOutputs(visitor);
+}
+
+Duration* ParticleOperator::LinkedDuration(std::int32_t linkId) const {
+  const BaseList2D* own = handler.GetLink(linkId);
+  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationLinkId), NODE_HELPER);
+}
+
+void ParticleOperator::PrepareConstraints() {
+  for (Constraint* constraint : constraints_) constraint->Prepare(this);
+}
+
+void ParticleOperator::Weigh(ParticleList& list, std::int32_t first, std::int32_t count, std::int32_t thread,
+                             double start, double* amounts) const {
+  std::fill_n(amounts, count, start);
+  if (constraints_.empty()) return;
+  std::uint8_t open[kChunkRows];
+  std::fill_n(open, count, std::uint8_t{1});
+  const Vec3D* positions = &list.Position(first);
+  EvaluateChain(constraints_, ParticleRun{&list, first, count, thread, positions, amounts, open}, this);
+}
+
+void ParticleOperator::WeighAll(ParticleList& list, double start, std::vector<double>& amounts) const {
+  amounts.resize(static_cast<std::size_t>(list.count()));
+  ForRows(list, [&](const ParticleRows& rows, int worker) {
+    const std::int32_t first = rows.first + rows.begin;
+    Weigh(list, first, rows.end - rows.begin, worker, start, amounts.data() + first);
+  });
+}
+
+TypeInfo ParticleOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
+                              std::span<const Parameter> rows) {
+  TypeInfo type;
+  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
+  type.kinds = kLinkOperator;
+  type.parameters = rows;
+  type.common = CommonNodeParameters();
+  return type;
+}
+
+}  // namespace orlix

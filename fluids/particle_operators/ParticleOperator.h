@@ -1,0 +1,81 @@
+#pragma once
+// What nodes share that work on particles: when they act, and where.
+
+#include <atomic>
+#include <new>
+#include <vector>
+
+#include "fluids/constraints/Constraint.h"
+#include "fluids/helpers/Duration.h"
+#include "fluids/particles/GroupList.h"
+
+namespace orlix {
+
+class ParticleOperator : public iObject {
+ public:
+  // ownStage and ownPriority are the class's; the user's settings come on top.
+  ParticleOperator(BaseList2D* object, OrlixScene& owner, Stage ownStage, std::int32_t ownPriority)
+      : iObject(object, owner), ownStage_(ownStage), ownPriority_(ownPriority) {}
+  std::int32_t GetNodeBaseType() const override { return NODE_OPERATOR; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_PARTICLE); }
+  // Called once a pass, on the thread that drives the scene: it divides its own work.
+  bool RunsSerially() const override { return true; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void CheckDirty() override;
+  void Finish() override;
+  void VisitOutputs(StateVisitor& visitor) override;
+
+ protected:
+  // The groups that the operator writes, each once.
+  virtual std::vector<ParticleGroup*> WrittenGroups() const = 0;
+
+  ParticleGroup* LinkedGroup(std::int32_t linkId) const {
+    return scene->RetrieveAs<ParticleGroup>(handler.GetLink(linkId), NODE_PARTICLES);
+  }
+  // The duration of an own link, or else of the link that all nodes have; null without one.
+  Duration* LinkedDuration(std::int32_t linkId) const;
+  // Starts the constraints; Finish ends them while the node is active.
+  void PrepareConstraints();
+  // f(const ParticleRows&, worker) over all rows of a list on all workers, to a break. Memory that f doesn't get is
+  // missed on the thread that drives the scene.
+  template <class F>
+  void ForRows(const ParticleList& list, F&& f) const {
+    std::atomic<bool> outOfMemory{false};
+    ParallelRows(scene->pool(), list, [&](const ParticleRows& rows, int worker) {
+      if (scene->TestBreak()) return;
+      try {
+        f(rows, worker);
+      } catch (const std::bad_alloc&) {
+        outOfMemory.store(true, std::memory_order_relaxed);
+      }
+    });
+    if (outOfMemory.load()) throw std::bad_alloc();
+  }
+  // What the constraints leave of start at the particles [first, first + count) of a list, for callers that hold room
+  // for a chunk. A particle that is left out has 0.
+  void Weigh(ParticleList& list, std::int32_t first, std::int32_t count, std::int32_t thread, double start,
+             double* amounts) const;
+  // The same for all particles of a list.
+  void WeighAll(ParticleList& list, double start, std::vector<double>& amounts) const;
+
+  std::vector<Constraint*> constraints_;
+
+ private:
+  Stage ownStage_;
+  std::int32_t ownPriority_;
+};
+
+// The kinds that a parameter chooses from.
+inline constexpr Choice kParticleKindChoices[] = {
+    {PK_Passive, "passive", "Particles that are only carried"},
+    {PK_Vorticity, "vorticity", "Particles that swirl a gas"},
+    {PK_Liquid, "liquid", "Particles of a liquid"},
+    {PK_Diffuse, "diffuse", "Foam, spray, dust, embers"},
+};
+// The type record of an operator on particles.
+TypeInfo ParticleOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
+                              std::span<const Parameter> rows);
+
+}  // namespace orlix

@@ -1,0 +1,24 @@
+#include "fluids/particle_operators/ParticleOperatorTypes.h"
+
+#include "fluids/particle_operators/InstantOperator_Repulsion.h"
+#include "fluids/particle_operators/InstantOperator_Spawn.h"
+#include "fluids/particle_operators/ParticleAdvection.h"
+#include "fluids/particle_operators/ParticleForce_Acceleration.h"
+#include "fluids/particle_operators/ParticleForce_Corrector.h"
+#include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
+#include "fluids/particle_operators/ParticleForces.h"
+#include "fluids/scene/NodeFactory.h"
+
+namespace orlix {
+
+void RegisterParticleOperatorTypes(NodeFactory& factory) {
+  factory.Add<ParticleAdvection>();
+  factory.Add<ParticleForces>();
+  factory.Add<ParticleForce_Acceleration>();
+  factory.Add<ParticleForce_Corrector>();
+  factory.Add<ParticleForce_SurfaceTension>();
+  factory.Add<InstantOperator_Repulsion>();
+  factory.Add<InstantOperator_Spawn>();
+}
+
+}  // namespace orlix

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+
+void RegisterParticleOperatorTypes(NodeFactory& factory);
+
+}  // namespace orlix
