@@ -117,13 +117,17 @@ void VolumeMesh::ComputeBounds() {
 GeometryChange VolumeMesh::ReadGeometry() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons) {
-    Warn("no-geometry", hostGeometry_ ? "the linked object has no polygons" : "no object is linked");
+    if (hostGeometry_) {
+      Warn("no-polygons", "the linked object has no polygons");
+    } else {
+      Warn("no-object", "no object is linked");
+    }
     return GeometryChange::Failed;
   }
   const GeometryChange change =
       ReadHostGeometry(*polygons, hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost, mesh_);
   if (change == GeometryChange::Failed) {
-    Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
+    Warn("no-triangles", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
   }
   return change;
 }

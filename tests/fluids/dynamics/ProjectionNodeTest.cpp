@@ -84,14 +84,13 @@ TEST(ProjectionNode, SolversLeaveTheSameVelocity) {
   EXPECT_GT(LargestDifference(expected, std::vector<double>(expected.size(), 0.0)), 0.1);
 }
 
-TEST(ProjectionNode, LimitIsCountedAndSaidOnceAFrame) {
+TEST(ProjectionNode, LimitIsCountedAndSaidOnce) {
   for (const std::int64_t type : {kTypes[0], kTypes[2]}) {
     StirredScene scene(type);
     scene.fluid->Set(kLimit, std::int64_t(1));
     scene.root->Set(1003, std::int64_t(3));
     for (int frame = 2; frame < 4; ++frame) {
       Stir(scene.Solver());
-      scene.warnings.clear();
       scene.reports.clear();
       scene.Step(frame);
       ASSERT_FALSE(scene.reports.empty());
@@ -102,9 +101,6 @@ TEST(ProjectionNode, LimitIsCountedAndSaidOnceAFrame) {
       ASSERT_EQ(scene.warnings.size(), 1u);
       EXPECT_EQ(scene.warnings[0].first, "Scene/Air");
       EXPECT_NE(scene.warnings[0].second.find("ended after 1 iterations"), std::string::npos);
-      if (frame == 2) {
-        EXPECT_NE(scene.warnings[0].second.find("(1 such solves"), std::string::npos);
-      }
     }
   }
 }
