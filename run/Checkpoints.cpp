@@ -71,6 +71,7 @@ Status Checkpoints::Write(const RunState& state) {
   head.sceneHash = sceneHash_;
   head.frame = state.frame;
   if (Status written = WriteCheckpoint(path, head, state.hook); !written.ok()) return written;
+  last_ = state.frame;
   std::erase(kept_, path);
   kept_.push_back(path);
   if (kept_.size() > kKept) kept_.erase(kept_.begin());

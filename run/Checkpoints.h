@@ -26,7 +26,9 @@ class Checkpoints : public FrameListener {
   // none. Scene when it belongs to another scene.
   Result<std::optional<Found>> FindLatest() const;
   // The run goes on from this one: it counts as the last that was written.
-  void ContinueFrom(const Found& found) { kept_ = {found.path}; }
+  void ContinueFrom(const Found& found) { kept_ = {found.path}, last_ = found.head.frame; }
+  // The frame of the last one of this run.
+  std::optional<int> last() const { return last_; }
 
   Status BeforeRun(const RunState& state) override;
   // Must be the last listener: what a frame writes is there before a checkpoint says that it is.
@@ -43,6 +45,7 @@ class Checkpoints : public FrameListener {
   int every_;
   std::uint64_t sceneHash_;
   std::vector<std::filesystem::path> kept_;  // newest last
+  std::optional<int> last_;
 };
 
 }  // namespace orlix

@@ -14,11 +14,12 @@ struct RunState {
   WorkerPool& pool;
   std::string outputFolder;
   int firstFrame = 0, lastFrame = 0;
-  int startFrame = 0;  // the first that is simulated: behind the checkpoint that the run goes on from
-  int frame = 0;       // the current one
-  bool wanted = true;  // its results are asked for; otherwise it is only simulated on the way
-  double seconds = 0;  // that this frame took
-  int framesDone = 0;
+  int startFrame = 0;        // the first that is simulated: behind the checkpoint that the run goes on from
+  int frame = 0;             // the current one
+  bool wanted = true;        // its results are asked for; otherwise it is only simulated on the way
+  double seconds = 0;        // that this frame took to simulate
+  double secondsAFrame = 0;  // of the last frames, with their results; 0 before the first
+  int framesDone = 0, framesLeft = 0;
   bool interrupted = false;
   Warnings& warnings;  // of the whole run; listeners tell theirs here, too
 };

@@ -10,6 +10,12 @@
 
 namespace orlix {
 
+namespace {
+
+constexpr int kRecentFrames = 8;
+
+}  // namespace
+
 bool FramePlan::Wants(int frame) const {
   return wanted.empty() || std::binary_search(wanted.begin(), wanted.end(), frame);
 }
@@ -65,26 +71,44 @@ Result<MemoryForecast> SceneRun::Forecast() {
   return sum;
 }
 
-Status SceneRun::RunFrame(int frame, bool rendering) {
-  const auto start = std::chrono::steady_clock::now();
+void SceneRun::PrepareInterrupt(const FramePlan& plan) const {
+  const double seconds = state_.secondsAFrame;
+  Interrupt::Prepare(fmt::format("interrupted: ends behind frame {}{}{}; a second interrupt ends at once", state_.frame,
+                                 plan.checkpoints ? " with a checkpoint" : "",
+                                 seconds > 0 ? fmt::format(", in up to {:.2g} s", seconds) : ""));
+}
+
+// A frame that a second signal broke off is no result: no listener hears of it.
+Status SceneRun::RunFrame(int frame, const FramePlan& plan) {
+  using Clock = std::chrono::steady_clock;
+  const auto since = [](Clock::time_point then) { return std::chrono::duration<double>(Clock::now() - then).count(); };
+  const auto start = Clock::now();
   state_.frame = frame;
+  state_.wanted = plan.Wants(frame);
+  PrepareInterrupt(plan);
   BaseDocument& document = state_.document;
   if (Status status = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !status) return status;
-  hook_.Execute(document, nullptr, rendering);
+  hook_.Execute(document, &Interrupt::Thread(), plan.rendering);
   if (const Error* failure = hook_.Failure()) return *failure;
-  state_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  ++state_.framesDone;
+  if (Interrupt::Broken()) return {};
+  state_.seconds = since(start);
+  ++state_.framesDone, --state_.framesLeft;
   for (FrameListener* listener : listeners_) {
     if (Status status = listener->AfterFrame(state_); !status) return status;
+    if (Interrupt::Broken()) return {};
   }
+  // The last few frames count: a plume that grows takes longer from frame to frame.
+  const double weight = 1.0 / std::min(state_.framesDone, kRecentFrames);
+  state_.secondsAFrame += (since(start) - state_.secondsAFrame) * weight;
   return {};
 }
 
 Status SceneRun::RunFrames(const FramePlan& plan) {
+  state_.framesLeft = 0;
+  for (int frame = plan.start; frame <= plan.last; ++frame) state_.framesLeft += plan.Runs(frame);
   for (int frame = plan.start; frame <= plan.last && Interrupt::Signal() == 0; ++frame) {
-    state_.wanted = plan.Wants(frame);
-    if (plan.onlyWanted && !state_.wanted) continue;
-    if (Status status = RunFrame(frame, plan.rendering); !status) return status;
+    if (!plan.Runs(frame)) continue;
+    if (Status status = RunFrame(frame, plan); !status) return status;
   }
   return {};
 }

@@ -15,12 +15,14 @@ namespace orlix {
 // The frames that are simulated, and those whose results are wanted.
 struct FramePlan {
   int first = 0, last = 0;
-  int start = 0;            // where the run begins: first, unless it goes on from a checkpoint
-  std::vector<int> wanted;  // ascending; empty for all
-  bool onlyWanted = false;  // frames stand alone: the others are passed over
-  bool rendering = false;   // for pictures: cells of render_voxel_size, and caches that act only then
+  int start = 0;             // where the run begins: first, unless it goes on from a checkpoint
+  std::vector<int> wanted;   // ascending; empty for all
+  bool onlyWanted = false;   // frames stand alone: the others are passed over
+  bool rendering = false;    // for pictures: cells of render_voxel_size, and caches that act only then
+  bool checkpoints = false;  // whether an interrupted run leaves one, for the message
 
   bool Wants(int frame) const;
+  bool Runs(int frame) const { return !onlyWanted || Wants(frame); }
 };
 
 // All frames from the document's first on are simulated, since each builds on the one before; list only says whose
@@ -52,7 +54,8 @@ class SceneRun {
   std::vector<FrameListener*> listeners_;
   RunState state_;
 
-  Status RunFrame(int frame, bool rendering);
+  Status RunFrame(int frame, const FramePlan& plan);
+  void PrepareInterrupt(const FramePlan& plan) const;
   Status RunFrames(const FramePlan& plan);
 };
 

@@ -25,6 +25,10 @@ Result<std::string> LoadTextFile(const std::string& path) {
   if (std::filesystem::is_directory(path, ignored)) {
     return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a folder, not a scene file", path));
   }
+  // A pipe that nobody writes to would be waited for; those that a shell has opened are under /dev.
+  if (std::filesystem::is_fifo(path, ignored) && !path.starts_with("/dev/")) {
+    return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a pipe, not a scene file", path));
+  }
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   if (!file) {

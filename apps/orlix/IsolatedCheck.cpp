@@ -52,6 +52,9 @@ std::string ReadAll(int descriptor) {
 
 Status RunIsolated(Status (*check)(const fs::path& path), const fs::path& path) {
   std::error_code error;
+  if (fs::exists(path, error) && !fs::is_regular_file(path, error)) {
+    return Status::Fail(ErrorKind::InputFile, path.string() + ": not a plain file");
+  }
   const std::uint64_t size = fs::file_size(path, error);
   int ends[2];
   if (error || ::pipe2(ends, O_CLOEXEC) != 0) return check(path);

@@ -1,8 +1,11 @@
 #include "apps/orlix/Program.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <new>
 #include <system_error>
@@ -47,9 +50,20 @@ int Finish(const Status& status, Console& console) {
   return Interrupt::Signal() ? ExitCodeOfSignal(Interrupt::Signal()) : 0;
 }
 
+// A closed standard stream is opened on nothing, for reading: otherwise the next file that is opened would get its
+// number and what is printed. Writing to it fails, and Finish tells. A limit on file sizes is an error of the write,
+// not a kill.
+void PrepareProcess() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDONLY));  // takes the lowest free number
+  }
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
 }  // namespace
 
 int RunProgram(int argumentCount, const char* const* arguments) {
+  PrepareProcess();
   int exitCode = 0;
   const std::optional<CommandLine> line = ReadCommandLine(argumentCount, arguments, exitCode);
   if (!line) return exitCode;

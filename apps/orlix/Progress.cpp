@@ -29,15 +29,16 @@ void Progress::OnStatus(const std::string& text) {
 }
 
 Status Progress::BeforeRun(const RunState& state) {
-  start_ = lastLine_ = Clock::now();
+  lastLine_ = Clock::now();
   text_ = fmt::format("frames {} to {}", state.firstFrame, state.lastFrame);
   console_.ShowProgress(text_);
   return {};
 }
 
 Status Progress::AfterFrame(const RunState& state) {
-  const double each = Since(start_) / state.framesDone;
-  const int left = state.lastFrame - state.frame;
+  // Before the first frame's results are done, what it took to simulate.
+  const double each = state.secondsAFrame > 0 ? state.secondsAFrame : state.seconds;
+  const int left = state.framesLeft;
   text_ = fmt::format("frame {} of {}  {:.3g} s a frame  {} left", state.frame, state.lastFrame, each,
                       DurationText(each * left));
   console_.ShowProgress(text_);

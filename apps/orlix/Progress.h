@@ -24,7 +24,7 @@ class Progress : public FrameListener {
   using Clock = std::chrono::steady_clock;
   Console& console_;
   std::string text_;
-  Clock::time_point start_ = Clock::now(), lastLine_ = Clock::now(), lastStatus_ = Clock::now();
+  Clock::time_point lastLine_ = Clock::now(), lastStatus_ = Clock::now();
 };
 
 // "0:07", "12:30", "3:05:00"

@@ -60,7 +60,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
-  FrameResults results(nullptr, pictures, /*outputs=*/false);
+  FrameResults results(&Interrupt::Thread(), pictures, /*outputs=*/false);
   run.AddListener(results);
   Progress progress(program.console);
   if (!program.options.quiet) {

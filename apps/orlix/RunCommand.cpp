@@ -130,6 +130,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   if (!sceneHash) return sceneHash.error();
   Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
+  plan->checkpoints = options.checkpointEvery > 0;
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   const std::string outputFolder = options.out.empty() ? document.folder : options.out;
   if (options.dryRun) {
@@ -144,7 +145,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
   Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
-  FrameResults results(nullptr);
+  FrameResults results(&Interrupt::Thread());
   if (options.resume) {
     if (Status resumed = Resume(checkpoints, results, document, run, *plan); !resumed.ok()) return resumed;
   }
@@ -167,6 +168,9 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   const auto start = std::chrono::steady_clock::now();
   Status status = run.Run(*plan);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (run.state().interrupted && checkpoints.last()) {
+    spdlog::info("--resume goes on behind frame {}", *checkpoints.last());
+  }
   if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
   return status;
 }

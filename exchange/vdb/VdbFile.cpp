@@ -279,6 +279,8 @@ openvdb::GridPtrVecPtr ReadGrids(const std::filesystem::path& path) {
 Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, bool withValues) {
   Initialise();
   std::vector<VdbGridInfo> infos;
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return Unreadable(path, "not a plain file");
   try {
     const openvdb::GridPtrVecPtr grids = withValues ? ReadGrids(path) : ReadHeaders(path);
     for (const openvdb::GridBase::Ptr& grid : *grids) infos.push_back(InfoOf(*grid, withValues));

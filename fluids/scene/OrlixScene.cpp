@@ -252,8 +252,8 @@ void OrlixScene::SaveCaches() {
   ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
     if (auto* cache = dynamic_cast<iObject*>(&node)) caches.push_back(cache);
   });
-  // A frame that failed half way isn't a result.
-  if (!failure_) {
+  // A frame that failed or was broken off half way isn't a result.
+  if (!TestBreak()) {
     for (iObject* cache : caches) {
       if (cache->IsEnabled()) cache->Prepare();
     }

@@ -1,6 +1,7 @@
 #include "host/threads/WorkerPool.h"
 
 #include <algorithm>
+#include <exception>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -30,7 +31,12 @@ int HostWorkerCount() {
 }
 
 WorkerPool::WorkerPool(int count) : count_(std::clamp(count, 1, kMaxWorkers)) {
-  for (int i = 1; i < count_; ++i) threads_.emplace_back([this, i] { ThreadMain(i); });
+  // A machine that has no more threads to give, or no memory for them, gives fewer workers: the results are the same.
+  try {
+    for (int i = 1; i < count_; ++i) threads_.emplace_back([this, i] { ThreadMain(i); });
+  } catch (const std::exception&) {
+    count_ = static_cast<int>(threads_.size()) + 1;
+  }
 }
 
 WorkerPool::~WorkerPool() {

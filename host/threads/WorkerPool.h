@@ -25,7 +25,7 @@ class WorkerPool {
  public:
   static constexpr int kMaxWorkers = 64;  // the size of every table that has an entry for each worker
 
-  // count workers, limited to 1..64. The calling thread of a run is one of them.
+  // count workers, limited to 1..64 and to the threads that there are. The calling thread of a run is one of them.
   explicit WorkerPool(int count);
   ~WorkerPool();
   WorkerPool(const WorkerPool&) = delete;
@@ -49,7 +49,7 @@ class WorkerPool {
   void RunErased(int workers, Function function, void* context);
   void ThreadMain(int index);
 
-  const int count_;
+  int count_;
   std::mutex mutex_;
   std::condition_variable wake_, done_;
   std::uint64_t generation_ = 0;

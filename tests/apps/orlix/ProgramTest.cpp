@@ -9,11 +9,13 @@
 #include <thread>
 
 #include "tests/apps/orlix/ProgramRunner.h"
+#include "tests/run/PlumeScene.h"
 #include "tests/support/Folders.h"
 
 namespace orlix {
 namespace {
 
+using test::PlumeScene;
 using test::ProgramOutcome;
 using test::ProgramRunner;
 
@@ -96,6 +98,30 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
               code == 0 && (arguments.empty() || arguments[0] != "run" || arguments[1] == "--help"));
   }
   EXPECT_EQ(runner.Run({"params"}, {}, "/dev/full").code, 5);
+}
+
+// Standard streams that are closed, files that must not grow, pipes for files: an exit code, never a kill or a wait.
+TEST(Program, FaultsOfTheMachineHaveTheirExitCodes) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", PlumeScene({.cells = 8, .lastFrame = 1}));
+  const auto shell = [&](const std::string& command) {
+    const int status = std::system(fmt::format("cd {} && {}", runner.folder.path().string(), command).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
+  };
+  const std::string orlix = test::ProgramFolder() + "/orlix ";
+  EXPECT_EQ(shell(orlix + "run s.json >&- 2>err"), 5);
+  EXPECT_EQ(test::ReadText(runner.folder / "err").find("standard output can't be written") == std::string::npos, false);
+  EXPECT_EQ(shell(orlix + "run s.json --json <&- >out 2>&-"), 0);
+  EXPECT_TRUE(nlohmann::json::accept(test::ReadText(runner.folder / "out")));
+  EXPECT_EQ(shell("ulimit -f 8; " + orlix + "run s.json >out 2>err"), 5);
+  EXPECT_EQ(shell("mkfifo p.json p.vdb p.obj p.cache p.exr"), 0);
+  for (const char* command : {"validate p.json", "info p.vdb", "info p.obj", "info p.cache", "info p.exr",
+                              "verify p.vdb", "convert p.obj o.ply", "convert p.cache o.vdb"}) {
+    EXPECT_EQ(shell("timeout 5 " + orlix + command + " >out 2>err"), 4) << command;
+  }
+  for (const std::string& name : test::NamesIn(runner.folder.path())) {
+    EXPECT_FALSE(name.ends_with(".part") || name == ".orlix.lock") << name;
+  }
 }
 
 TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
@@ -209,6 +235,8 @@ TEST(Program, ASignalEndsTheRunWithItsCode) {
     });
     EXPECT_EQ(outcome.code, 128 + signal) << outcome.err;
     EXPECT_TRUE(nlohmann::json::parse(outcome.out).at("interrupted"));
+    EXPECT_NE(outcome.err.find("with a checkpoint, in up to"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("--resume goes on behind frame"), std::string::npos) << outcome.err;
     EXPECT_FALSE(Lines(test::ReadText(stats)).empty());  // every line is whole
     std::filesystem::remove(stats);
   }
