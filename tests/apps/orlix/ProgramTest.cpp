@@ -108,7 +108,7 @@ TEST(Program, FaultsOfTheMachineHaveTheirExitCodes) {
     const int status = std::system(fmt::format("cd {} && {}", runner.folder.path().string(), command).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
   };
-  const std::string orlix = test::ProgramFolder() + "/orlix ";
+  const std::string orlix = ProgramFolder() + "/orlix ";
   EXPECT_EQ(shell(orlix + "run s.json >&- 2>err"), 5);
   EXPECT_EQ(test::ReadText(runner.folder / "err").find("standard output can't be written") == std::string::npos, false);
   EXPECT_EQ(shell(orlix + "run s.json --json <&- >out 2>&-"), 0);
