@@ -6,6 +6,7 @@
 #include <random>
 
 #include "fluids/grids/EGrid.h"
+#include "tests/support/Cells.h"
 
 namespace orlix::test {
 
@@ -22,11 +23,7 @@ inline std::unique_ptr<ScalarGrid> MakeGrid(const VecInt3D& cells, float h, std:
 template <class F>
 void FillBy(ScalarGrid& grid, F&& f) {
   const Vec3D offset = CellSampleOffset(grid.gridType);
-  for (int k = 0; k < grid.dims.z; ++k) {
-    for (int j = 0; j < grid.dims.y; ++j) {
-      for (int i = 0; i < grid.dims.x; ++i) grid(i, j, k) = f((Vec3D(i, j, k) + offset) * double(grid.space.cellSize));
-    }
-  }
+  FillCells(grid, [&](int i, int j, int k) { return f((Vec3D(i, j, k) + offset) * double(grid.space.cellSize)); });
 }
 
 template <class T>
@@ -34,18 +31,6 @@ void FillRandom(Grid<T>& grid, unsigned seed, double low, double high) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> value(low, high);
   for (std::int64_t n = 0; n < grid.count; ++n) grid[n] = static_cast<T>(value(random));
-}
-
-// Calls f(i, j, k) for all samples and gives their number.
-template <class F>
-int ForAll(const VecInt3D& dims, F&& f) {
-  int count = 0;
-  for (int k = 0; k < dims.z; ++k) {
-    for (int j = 0; j < dims.y; ++j) {
-      for (int i = 0; i < dims.x; ++i, ++count) f(i, j, k);
-    }
-  }
-  return count;
 }
 
 }  // namespace orlix::test

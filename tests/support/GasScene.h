@@ -53,30 +53,4 @@ class GasScene : public TestScene {
   BaseObject* fluid = nullptr;
 };
 
-// The largest divergence of all cells that have an open face, 1/s.
-inline double LargestDivergence(const FluidSolver& solver, int* counted = nullptr) {
-  const auto& g = solver.velocity.grids;
-  const VecInt3D n = g[0]->space.dims;
-  double most = 0;
-  for (int k = 1; k < n.z - 1; ++k) {
-    for (int j = 1; j < n.y - 1; ++j) {
-      for (int i = 1; i < n.x - 1; ++i) {
-        double sum = 0, open = 0;
-        for (int c = 0; c < 3; ++c) {
-          const auto fraction = solver.fractions.View(c, 1);
-          const VecInt3D high(i + (c == 0), j + (c == 1), k + (c == 2));
-          const double a = fraction(i, j, k), b = fraction(high.x, high.y, high.z);
-          sum += b * (*g[c])(high.x, high.y, high.z) - a * (*g[c])(i, j, k);
-          open += a + b;
-        }
-        if (open > 0) {
-          most = std::max(most, std::abs(sum / static_cast<double>(g[0]->space.cellSize)));
-          if (counted) ++*counted;
-        }
-      }
-    }
-  }
-  return most;
-}
-
 }  // namespace orlix::test

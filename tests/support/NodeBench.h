@@ -5,6 +5,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/channels/VelocityGridChannel.h"
+#include "tests/support/Cells.h"
 #include "tests/support/TestScene.h"
 
 namespace orlix::test {
@@ -40,16 +41,6 @@ class NodeBench : public TestScene {
   }
   ScalarGrid& GridOf(const BaseObject& channel) { return *Get<ChannelBase_Scalar>(channel).grid; }
 };
-
-// f(i, j, k) for each cell.
-template <class F>
-void FillCells(Grid<double>& grid, F&& f) {
-  for (int k = 0; k < grid.dims.z; ++k) {
-    for (int j = 0; j < grid.dims.y; ++j) {
-      for (int i = 0; i < grid.dims.x; ++i) grid(i, j, k) = f(i, j, k);
-    }
-  }
-}
 
 // The place of a sample, in simulation space.
 inline Vec3D SamplePlace(const ScalarGrid& grid, int i, int j, int k) {

@@ -11,6 +11,7 @@
 
 #include "fluids/grids/Grid.h"
 #include "fluids/pressure/PressureSystem.h"
+#include "tests/support/Cells.h"
 
 namespace orlix::test {
 
@@ -80,19 +81,14 @@ class PressureProblem {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> noise(-0.02, 0.02);
     for (int axis = 0; axis < 3; ++axis) {
-      Grid<double>& grid = *velocity[axis];
-      for (int k = 0; k < grid.dims.z; ++k) {
-        for (int j = 0; j < grid.dims.y; ++j) {
-          for (int i = 0; i < grid.dims.x; ++i) {
-            const double x = (i + 0.5 * (axis != 0)) / dims.x, y = (j + 0.5 * (axis != 1)) / dims.y;
-            const double z = (k + 0.5 * (axis != 2)) / dims.z;
-            const double r = (x - 0.5) * (x - 0.5) + (z - 0.5) * (z - 0.5);
-            const double plume = 3 * std::exp(-60 * r - 8 * (y - 0.4) * (y - 0.4));
-            const double swirl = 0.5 * std::sin(7 * x + axis) * std::cos(9 * y + 2 * axis) * std::sin(5 * z + axis);
-            grid(i, j, k) = (axis == 1 ? plume : 0) + swirl + noise(random);
-          }
-        }
-      }
+      FillCells(*velocity[axis], [&](int i, int j, int k) {
+        const double x = (i + 0.5 * (axis != 0)) / dims.x, y = (j + 0.5 * (axis != 1)) / dims.y;
+        const double z = (k + 0.5 * (axis != 2)) / dims.z;
+        const double r = (x - 0.5) * (x - 0.5) + (z - 0.5) * (z - 0.5);
+        const double plume = 3 * std::exp(-60 * r - 8 * (y - 0.4) * (y - 0.4));
+        const double swirl = 0.5 * std::sin(7 * x + axis) * std::cos(9 * y + 2 * axis) * std::sin(5 * z + axis);
+        return (axis == 1 ? plume : 0) + swirl + noise(random);
+      });
     }
   }
 
@@ -127,11 +123,7 @@ class PressureProblem {
   std::int64_t Cell(int i, int j, int k) const { return (std::int64_t(k) * dims.y + j) * dims.x + i; }
   template <class F>
   void ForCells(F&& f) const {
-    for (int k = 1; k < dims.z - 1; ++k) {
-      for (int j = 1; j < dims.y - 1; ++j) {
-        for (int i = 1; i < dims.x - 1; ++i) f(i, j, k);
-      }
-    }
+    ForInner(dims, f);
   }
 
   VecInt3D dims;
@@ -148,33 +140,22 @@ class PressureProblem {
       return distance[(std::int64_t(k) * nodes.y + j) * nodes.x + i];
     };
     const auto wall = [&](unsigned bit, double toFace) { return (closed & bit) ? toFace - 1 : toFace + 1; };
-    for (int k = 0; k < nodes.z; ++k) {
-      for (int j = 0; j < nodes.y; ++j) {
-        for (int i = 0; i < nodes.x; ++i) {
-          double d = std::min(
-              {wall(1, i), wall(2, dims.x - i), wall(4, dims.y - j), wall(8, j), wall(16, k), wall(32, dims.z - k)});
-          if (solid) {
-            d = std::min(d, solid(double(i) / dims.x, double(j) / dims.y, double(k) / dims.z) * dims.x);
-          }
-          at(i, j, k) = d;
-        }
-      }
-    }
+    ForAll(nodes, [&](int i, int j, int k) {
+      double d = std::min(
+          {wall(1, i), wall(2, dims.x - i), wall(4, dims.y - j), wall(8, j), wall(16, k), wall(32, dims.z - k)});
+      if (solid) d = std::min(d, solid(double(i) / dims.x, double(j) / dims.y, double(k) / dims.z) * dims.x);
+      at(i, j, k) = d;
+    });
     for (int axis = 0; axis < 3; ++axis) {
       const VecInt3D s = axis == 0 ? VecInt3D(0, 1, 0) : VecInt3D(1, 0, 0);
       const VecInt3D t = axis == 2 ? VecInt3D(0, 1, 0) : VecInt3D(0, 0, 1);
-      Grid<float>& grid = *share[axis];
-      for (int k = 0; k < grid.dims.z; ++k) {
-        for (int j = 0; j < grid.dims.y; ++j) {
-          for (int i = 0; i < grid.dims.x; ++i) {
-            const auto corner = [&](const VecInt3D& o) {
-              return at(std::min(i + o.x, nodes.x - 1), std::min(j + o.y, nodes.y - 1), std::min(k + o.z, nodes.z - 1));
-            };
-            const double open = 1 - ShareInside(corner({}), corner(s), corner(s + t), corner(t));
-            grid(i, j, k) = open > 0 && open < 0.01 ? 0.01f : static_cast<float>(open);
-          }
-        }
-      }
+      FillCells(*share[axis], [&](int i, int j, int k) {
+        const auto corner = [&](const VecInt3D& o) {
+          return at(std::min(i + o.x, nodes.x - 1), std::min(j + o.y, nodes.y - 1), std::min(k + o.z, nodes.z - 1));
+        };
+        const double open = 1 - ShareInside(corner({}), corner(s), corner(s + t), corner(t));
+        return open > 0 && open < 0.01 ? 0.01 : open;
+      });
     }
   }
 };

@@ -1,6 +1,7 @@
 #pragma once
 // A scene file of the project, stepped frame by frame, with overrides as from the command line.
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,16 +12,18 @@
 #include "fluids/scene/OrlixHook.h"
 #include "run/Engine.h"
 #include "scene_file/SceneReader.h"
+#include "tests/support/Cells.h"
 #include "tests/support/Folders.h"
 
 namespace orlix::test {
 
 class SceneFileRun {
  public:
-  // path below the repository. Throws what the reader has to say.
+  // A path is below the repository, or absolute. Throws what the reader has to say.
   explicit SceneFileRun(const std::string& path, std::vector<std::string> overrides = {}, int workers = 2)
       : pool(workers) {
-    auto read = ReadSceneFile(SourceFolder() + "/" + path, engine.types, {.overrides = std::move(overrides)});
+    auto read = ReadSceneFile((std::filesystem::path(SourceFolder()) / path).string(), engine.types,
+                              {.overrides = std::move(overrides)});
     if (!read.ok()) throw std::runtime_error(read.error().text);
     document = std::move((*read).document);
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };
@@ -64,18 +67,9 @@ class SceneFileRun {
 template <class F>
 void ForCells(const ScalarGrid& grid, F&& f) {
   const Vec3D offset = CellSampleOffset(grid.gridType);
-  for (int k = 0; k < grid.dims.z; ++k) {
-    for (int j = 0; j < grid.dims.y; ++j) {
-      for (int i = 0; i < grid.dims.x; ++i) f(grid(i, j, k), grid.space.SimOfVoxel(Vec3D(i, j, k) + offset));
-    }
-  }
+  ForAll(grid.dims, [&](int i, int j, int k) { f(grid(i, j, k), grid.space.SimOfVoxel(Vec3D(i, j, k) + offset)); });
 }
 
-inline double SumOf(const ScalarGrid& grid) {
-  double sum = 0;
-  ForCells(grid, [&](double v, const Vec3D&) { sum += v; });
-  return sum;
-}
 inline double LargestOf(const ScalarGrid& grid) {
   double largest = 0;
   ForCells(grid, [&](double v, const Vec3D&) { largest = std::max(largest, v); });
