@@ -4,7 +4,6 @@
 
 #include "fluids/pressure/BodyMotion.h"
 #include "fluids/pressure/PressureAssembly.h"
-#include "tests/fluids/pressure/ExplicitMatrix.h"
 #include "tests/fluids/pressure/SolveProblem.h"
 
 namespace orlix::test {
@@ -140,41 +139,6 @@ TEST(Projection, VariableDensityLeavesNoDivergence) {
   EXPECT_LT(none.after.largest, 1e-4);
 }
 
-TEST(Projection, GradientIsThatOfVisitingCellsInOrder) {
-  Projection p({9, 8, 7}, kOpenTop, Sphere);
-  const VecInt3D n = p.problem.dims;
-  std::vector<double> pressure(p.problem.system.count(), 0.0);
-  p.problem.ForCells([&](int i, int j, int k) { pressure[p.problem.Cell(i, j, k)] = std::sin(i + 2.0 * j + 3.0 * k); });
-  const double k = 0.37;
-  std::vector<double> expected[3];
-  for (int axis = 0; axis < 3; ++axis) {
-    Grid<double>& grid = *p.problem.velocity[axis];
-    std::vector<double>& u = expected[axis];
-    u.assign(grid.data, grid.data + grid.count);
-    for (int z = 0; z < n.z - 1; ++z) {
-      for (int y = 0; y < n.y - 1; ++y) {
-        for (int x = 0; x < n.x - 1; ++x) {
-          const int along = axis == 0 ? x : axis == 1 ? y : z;
-          if (along < 1 || along >= n[axis] - 1) continue;
-          const double here = pressure[p.problem.Cell(x, y, z)];
-          const std::int64_t low = grid.Index(x, y, z);
-          const std::int64_t high = grid.Index(x + (axis == 0), y + (axis == 1), z + (axis == 2));
-          const Grid<float>& share = *p.problem.share[axis];
-          share[low] > 0 ? u[low] -= here * k : u[low] = 0;
-          share[high] > 0 ? u[high] += here * k : u[high] = 0;
-        }
-      }
-    }
-  }
-  WorkerPool pool(3);
-  GridView<double> velocity[3] = {*p.problem.velocity[0], *p.problem.velocity[1], *p.problem.velocity[2]};
-  ApplyPressureGradient(p.problem.system.share, pressure.data(), k, {}, velocity, pool);
-  for (int axis = 0; axis < 3; ++axis) {
-    const Grid<double>& grid = *p.problem.velocity[axis];
-    for (std::int64_t f = 0; f < grid.count; ++f) ASSERT_EQ(grid[f], expected[axis][f]) << axis << " " << f;
-  }
-}
-
 TEST(Projection, MeanIsTakenFromEquationsOnly) {
   Projection p({14, 14, 14}, kClosed, Sphere);
   for (std::int64_t c = 0; c < p.source.count; ++c) p.source[c] = 2;
@@ -184,18 +148,16 @@ TEST(Projection, MeanIsTakenFromEquationsOnly) {
   AddToEquations(p.Input(), -sums.sum / double(sums.count), rhs.data(), pool);
   double total = 0;
   std::int64_t equations = 0, others = 0;
-  for (int k = 0; k < 14; ++k) {
-    for (int j = 0; j < 14; ++j) {
-      for (int i = 0; i < 14; ++i) {
-        const double value = rhs[p.problem.Cell(i, j, k)];
-        p.problem.HasEquation(i, j, k) ? ++equations : ++others;
-        total += value;
-        if (!p.problem.HasEquation(i, j, k)) {
-          ASSERT_EQ(value, 0);
-        }
-      }
+  ForAll(p.problem.dims, [&](int i, int j, int k) {
+    const double value = rhs[p.problem.Cell(i, j, k)];
+    total += value;
+    if (p.problem.HasEquation(i, j, k)) {
+      ++equations;
+    } else {
+      ASSERT_EQ(value, 0);
+      ++others;
     }
-  }
+  });
   EXPECT_EQ(equations, sums.count);
   EXPECT_GT(others, 14 * 14 * 6 - 200);
   EXPECT_GT(std::abs(sums.sum), 100);
@@ -210,11 +172,7 @@ TEST(BodyMotion, IsTheFluxOfTheSolidThroughTheCell) {
     return s;
   }();
   ScalarGrid levelSet({21, 21, 21}, Vec3D(20 * kH), kH, kGridNodalLevelset, Vec3D());
-  for (int k = 0; k < 21; ++k) {
-    for (int j = 0; j < 21; ++j) {
-      for (int i = 0; i < 21; ++i) levelSet(i, j, k) = Sphere(i / 20.0, j / 20.0, k / 20.0) * 20 * kH;
-    }
-  }
+  FillCells(levelSet, [](int i, int j, int k) { return Sphere(i / 20.0, j / 20.0, k / 20.0) * 20 * kH; });
   const Vec3D centre = Vec3D(0.5, 0.35, 0.5) * (20 * kH), linear(0.5, -0.25, 1), angular(0, 2, -1);
   const MovingBody body{LevelSetView(levelSet), levelSet.space.simMin, levelSet.space.simMax, centre, linear, angular};
   std::vector<double> rhs(p.problem.system.count(), 0.0);
@@ -236,24 +194,6 @@ TEST(BodyMotion, IsTheFluxOfTheSolidThroughTheCell) {
   });
   EXPECT_GT(touched, 100);
   EXPECT_NEAR(sum, 0, 1e-3);  // what enters on one side leaves on the other
-}
-
-TEST(AssemblyThreads, BitsDoNotDependOnTheWorkers) {
-  const auto run = [](int workers) {
-    Projection p({21, 17, 23}, kOpenTop, Knobbly);
-    WorkerPool pool(workers);
-    std::vector<double> out(std::size_t(p.problem.system.count()), 0.0);
-    const DivergenceSums sums = AssembleDivergence(p.Input(), false, out.data(), pool);
-    AddToEquations(p.Input(), sums.sum / double(sums.count), out.data(), pool);
-    GridView<double> velocity[3] = {*p.problem.velocity[0], *p.problem.velocity[1], *p.problem.velocity[2]};
-    ApplyPressureGradient(p.problem.system.share, out.data(), 0.5, {}, velocity, pool);
-    for (const GridView<double>& v : velocity) out.insert(out.end(), v.data, v.data + CellCount(v.dims));
-    out.insert(out.end(), {sums.sum, sums.largest, double(sums.count)});
-    return out;
-  };
-  const std::vector<double> serial = run(1);
-  EXPECT_GT(Largest(serial), 1);
-  for (const int workers : {2, 3, 8}) EXPECT_EQ(run(workers), serial) << workers;
 }
 
 }  // namespace

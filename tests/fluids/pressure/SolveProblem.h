@@ -1,6 +1,8 @@
 #pragma once
 // Runs a solver's kernels on a problem, without a scene.
 
+#include <numeric>
+
 #include "fluids/pressure/ClosedRegions.h"
 #include "fluids/pressure/ConjugateGradients.h"
 #include "fluids/pressure/GaussSweeps.h"
@@ -31,16 +33,18 @@ Solution SolveWith(const PressureProblem& problem, std::vector<double> rhs, doub
 }
 
 inline Solution SolveByCholesky(const PressureProblem& problem, std::vector<double> rhs, double tolerance,
-                                int workers = 1) {
+                                int workers = 1, int limit = 500) {
   std::vector<double> inverse(std::size_t(problem.system.count()));
-  return SolveWith(problem, std::move(rhs), tolerance, workers,
-                   [&](WorkerPool& pool, ScratchPool&, std::vector<double>& residual, std::vector<double>& product) {
-                     FactorModifiedCholesky(problem.system, {}, pool, inverse.data());
-                     return [&](double) {
-                       ApplyModifiedCholesky(problem.system, inverse.data(), residual.data(), pool, product.data());
-                       return PreconditionedVector{product.data(), {}, 0, 0, 1};
-                     };
-                   });
+  return SolveWith(
+      problem, std::move(rhs), tolerance, workers,
+      [&](WorkerPool& pool, ScratchPool&, std::vector<double>& residual, std::vector<double>& product) {
+        FactorModifiedCholesky(problem.system, {}, pool, inverse.data());
+        return [&](double) {
+          ApplyModifiedCholesky(problem.system, inverse.data(), residual.data(), pool, product.data());
+          return PreconditionedVector{product.data(), {}, 0, 0, 1};
+        };
+      },
+      limit);
 }
 
 inline Solution SolveByMultigrid(const PressureProblem& problem, std::vector<double> rhs, double tolerance,
@@ -70,6 +74,22 @@ inline std::vector<double> Times(const PressureProblem& problem, const std::vect
   ConjugateGradientPasses passes(problem.system, {unused.data(), unused.data(), search.data(), product.data()}, pool);
   passes.SearchAndMultiply({v.data(), {}, 0, 0, 1}, 0, 0, true);
   return product;
+}
+
+inline double Dot(const std::vector<double>& a, const std::vector<double>& b) {
+  return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
+}
+inline double Largest(const std::vector<double>& v) {
+  double largest = 0;
+  for (const double value : v) largest = std::max(largest, std::abs(value));
+  return largest;
+}
+// The largest part of rhs that a pressure leaves.
+inline double LargestLeft(const PressureProblem& problem, const std::vector<double>& rhs,
+                          const std::vector<double>& pressure) {
+  std::vector<double> left = Times(problem, pressure);
+  for (std::size_t i = 0; i < left.size(); ++i) left[i] = rhs[i] - left[i];
+  return Largest(left);
 }
 
 // Problems that differ in what fixes the pressure, and in solids.
