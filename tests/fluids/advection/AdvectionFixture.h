@@ -9,6 +9,7 @@
 #include <random>
 
 #include "fluids/advection/AdvectionKernels.h"
+#include "tests/support/Cells.h"
 
 namespace orlix::test {
 
@@ -23,21 +24,7 @@ inline std::unique_ptr<ScalarGrid> MakeGrid(const VecInt3D& cells, std::uint32_t
 // f at the samples, in index positions.
 inline void FillSamples(ScalarGrid& grid, const ScalarField& f) {
   const Vec3D offset = CellSampleOffset(grid.gridType);
-  for (int k = 0; k < grid.dims.z; ++k) {
-    for (int j = 0; j < grid.dims.y; ++j) {
-      for (int i = 0; i < grid.dims.x; ++i) grid(i, j, k) = f(Vec3D(i, j, k) + offset);
-    }
-  }
-}
-
-// Calls f(i, j, k) for the cells that advection writes.
-template <class F>
-void ForInterior(const VecInt3D& n, F&& f) {
-  for (int k = 1; k < n.z - 1; ++k) {
-    for (int j = 1; j < n.y - 1; ++j) {
-      for (int i = 1; i < n.x - 1; ++i) f(i, j, k);
-    }
-  }
+  FillCells(grid, [&](int i, int j, int k) { return f(Vec3D(i, j, k) + offset); });
 }
 
 inline bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
@@ -78,15 +65,10 @@ struct AdvectionBench {
     mask.Clear();
     if (field.solid.HasData()) {
       mask.Resize(grid.dims);
-      for (int k = 0; k < grid.dims.z; ++k) {
-        for (int j = 0; j < grid.dims.y; ++j) {
-          for (int i = 0; i < grid.dims.x; ++i) {
-            if (field.solid.IsInsideSolid(Vec3D(i, j, k) + source.offset)) {
-              mask.Row(j, k)[i >> 6] |= std::uint64_t(1) << (i & 63);
-            }
-          }
-        }
-      }
+      ForAll(grid.dims, [&](int i, int j, int k) {
+        if (!field.solid.IsInsideSolid(Vec3D(i, j, k) + source.offset)) return;
+        mask.Row(j, k)[i >> 6] |= std::uint64_t(1) << (i & 63);
+      });
     }
     source.insideSolid = &mask;
     return source;
@@ -111,7 +93,7 @@ inline double SampleAt(const AdvectionSource& source, const Vec3D& p) {
 }
 
 inline void PlainSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result) {
-  ForInterior(source.values.dims, [&](int i, int j, int k) {
+  ForInner(source.values.dims, [&](int i, int j, int k) {
     const Vec3D sample = Vec3D(i, j, k) + source.offset;
     if (field.solid.IsInsideSolid(sample)) return;
     Vec3D p = field.Trace(sample);
@@ -130,7 +112,7 @@ inline void PlainMacCormack(const AdvectionField& field, const AdvectionSource& 
   AdvectionSource ahead = source;
   ahead.values = forward;
   PlainSemiLagrangian(field, ahead, reverse);
-  ForInterior(source.values.dims, [&](int i, int j, int k) {
+  ForInner(source.values.dims, [&](int i, int j, int k) {
     result(i, j, k) =
         forward(i, j, k) + static_cast<double>(strength) * 0.5 * (source.values(i, j, k) - reverse(i, j, k));
     const Vec3D sample = Vec3D(i, j, k) + source.offset;

@@ -4,12 +4,12 @@
 
 #include "fluids/advection/ConservativeAdvection.h"
 #include "tests/fluids/advection/AdvectionFixture.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
 
 using test::AdvectionBench;
-using test::SameBits;
 
 enum class Scheme { SemiLagrangian, MacCormack, Conservative, ConservativeMacCormack };
 constexpr Scheme kSchemes[] = {Scheme::SemiLagrangian, Scheme::MacCormack, Scheme::Conservative,
@@ -39,12 +39,6 @@ void Advect(AdvectionBench& bench, Scheme scheme, const ScalarGrid& grid, Advect
   }
 }
 
-double Sum(const Grid<double>& grid) {
-  double sum = 0;
-  for (std::int64_t c = 0; c < grid.count; ++c) sum += grid[c];
-  return sum;
-}
-
 TEST(Advection, AConstantFieldStays) {
   WorkerPool pool(2);
   int checked = 0;
@@ -62,7 +56,7 @@ TEST(Advection, AConstantFieldStays) {
         grid->Fill(0.7);
         ScalarGrid result = *grid;
         Advect(bench, scheme, *grid, static_cast<AdvectionSampling>(sampling), result, pool);
-        test::ForInterior(cells, [&](int i, int j, int k) {
+        test::ForInner(cells, [&](int i, int j, int k) {
           const int margin = conservative ? 19 : 0;
           if (i < margin || j < margin || k < margin || i >= cells.x - margin || j >= cells.y - margin ||
               k >= cells.z - margin) {
@@ -92,12 +86,12 @@ TEST(Advection, AUniformVelocityOfWholeCellsShifts) {
       ScalarGrid result = *grid;
       result.Fill(0);
       Advect(bench, scheme, *grid, sampling, result, pool);
-      test::ForInterior(cells, [&](int i, int j, int k) {
+      test::ForInner(cells, [&](int i, int j, int k) {
         if (i < 22 || j < 19 || k < 19 || i > 31 || j > 28 || k > 28) return;
         EXPECT_EQ(result(i, j, k), (*grid)(i - shift.x, j - shift.y, k - shift.z)) << i << " " << j << " " << k;
         ++checked;
       });
-      EXPECT_GT(Sum(result), 10);
+      EXPECT_GT(test::SumOf(result), 10);
     }
   }
   EXPECT_EQ(checked, 8 * 10 * 10 * 10);
@@ -112,10 +106,10 @@ TEST(Advection, WithoutTimeATrilinearSampleCopies) {
   test::FillSamples(*grid, test::RoughSource(1));
   for (const Scheme scheme : {Scheme::SemiLagrangian, Scheme::MacCormack}) {
     ScalarGrid result = *grid;
-    test::ForInterior(grid->dims, [&](int i, int j, int k) { result(i, j, k) = 9; });
+    test::ForInner(grid->dims, [&](int i, int j, int k) { result(i, j, k) = 9; });
     Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, result, pool);
     int inside = 0;
-    test::ForInterior(grid->dims, [&](int i, int j, int k) {
+    test::ForInner(grid->dims, [&](int i, int j, int k) {
       if (bench.mask(i, j, k)) {
         ++inside;  // faces on the walls: kept by one scheme, halved by the other
       } else {
@@ -158,7 +152,7 @@ TEST(MacCormack, StaysWithinTheRangeOfItsSource) {
     Advect(bench, Scheme::MacCormack, *grid, AdvectionSampling::Trilinear, result, pool);
     std::swap(grid->data, result.data);
   }
-  test::ForInterior(cells, [&](int i, int j, int k) {
+  test::ForInner(cells, [&](int i, int j, int k) {
     least = std::min(least, (*grid)(i, j, k)), most = std::max(most, (*grid)(i, j, k));
   });
   EXPECT_GE(least, 0.25 - 1e-15);
@@ -196,19 +190,19 @@ TEST(ConservativeAdvection, KeepsTheSumWhileNothingLeaves) {
   WorkerPool pool(2);
   auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
   test::FillSamples(*grid, [&](const Vec3D& p) { return Length(p - Vec3D(15, 12, 12)) < 3 ? 1.0 : 0.0; });
-  const double before = Sum(*grid);
+  const double before = test::SumOf(*grid);
   ScalarGrid result = *grid;
   for (int step = 0; step < 8; ++step) {
     Advect(bench, Scheme::Conservative, *grid, AdvectionSampling::Trilinear, result, pool);
     std::swap(grid->data, result.data);
-    EXPECT_NEAR(Sum(*grid), before, 1e-11 * before) << step;
+    EXPECT_NEAR(test::SumOf(*grid), before, 1e-11 * before) << step;
   }
   // The plain scheme doesn't.
   auto plain = test::MakeGrid(cells, kGridSmoke, bench.h);
   *plain->data = 0;
   std::copy_n(grid->data, grid->count, plain->data);
   Advect(bench, Scheme::SemiLagrangian, *grid, AdvectionSampling::Trilinear, *plain, pool);
-  EXPECT_GT(std::fabs(Sum(*plain) - before), 1e-6 * before);
+  EXPECT_GT(std::fabs(test::SumOf(*plain) - before), 1e-6 * before);
 }
 
 TEST(ConservativeAdvection, DiffusionOfGammaKeepsBothSumsAndEvensOut) {
@@ -217,18 +211,18 @@ TEST(ConservativeAdvection, DiffusionOfGammaKeepsBothSumsAndEvensOut) {
   std::mt19937 random(2);
   std::uniform_real_distribution<double> uniform(0, 2);
   for (std::int64_t c = 0; c < gamma.count; ++c) gamma[c] = uniform(random), values[c] = uniform(random);
-  const double gammaSum = Sum(gamma), valueSum = Sum(values);
+  const double gammaSum = test::SumOf(gamma), valueSum = test::SumOf(values);
   const auto spread = [&] {
     double most = 0;
-    test::ForInterior(cells, [&](int i, int j, int k) { most = std::max(most, std::fabs(gamma(i, j, k) - 1)); });
+    test::ForInner(cells, [&](int i, int j, int k) { most = std::max(most, std::fabs(gamma(i, j, k) - 1)); });
     return most;
   };
   const double before = spread();
   ScratchPool scratch;
   WorkerPool pool(2);
   DiffuseGamma(7, values, gamma, scratch, pool);
-  EXPECT_NEAR(Sum(gamma), gammaSum, 1e-11);
-  EXPECT_NEAR(Sum(values), valueSum, 1e-11);
+  EXPECT_NEAR(test::SumOf(gamma), gammaSum, 1e-11);
+  EXPECT_NEAR(test::SumOf(values), valueSum, 1e-11);
   EXPECT_LT(spread(), 0.5 * before);
 }
 
@@ -377,23 +371,14 @@ TEST(AdvectionThreads, AnyNumberOfWorkersGivesTheSameBits) {
   const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
   test::FillSamples(*grid, test::RoughSource(9));
   for (const Scheme scheme : kSchemes) {
-    std::unique_ptr<ScalarGrid> first, firstGamma;
-    for (const int workers : {1, 2, 3, 8}) {
+    const auto advected = test::SameForAnyWorkers([&](int workers) {
       WorkerPool pool(workers);
-      auto result = std::make_unique<ScalarGrid>(*grid), gamma = std::make_unique<ScalarGrid>(*grid);
-      result->Fill(4), gamma->Fill(4);
-      Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, *result, pool, gamma.get());
-      if (!first) {
-        first = std::move(result), firstGamma = std::move(gamma);
-        continue;
-      }
-      int differing = 0;
-      for (std::int64_t c = 0; c < grid->count; ++c) {
-        differing += !SameBits((*result)[c], (*first)[c]) || !SameBits((*gamma)[c], (*firstGamma)[c]);
-      }
-      EXPECT_EQ(differing, 0) << workers << " workers, scheme " << static_cast<int>(scheme);
-    }
-    EXPECT_NE((*first)(5, 5, 5), 4);
+      ScalarGrid result = *grid, gamma = *grid;
+      result.Fill(4), gamma.Fill(4);
+      Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, result, pool, &gamma);
+      return std::pair(test::ValuesOf(result), test::ValuesOf(gamma));
+    });
+    EXPECT_NE(advected.first[static_cast<std::size_t>(grid->Index(5, 5, 5))], 4);
   }
 }
 
