@@ -28,14 +28,7 @@ struct Mass {
 
 Mass MassOf(const ScalarGrid& grid) {
   Mass mass;
-  for (int k = 0; k < grid.dims.z; ++k) {
-    for (int j = 0; j < grid.dims.y; ++j) {
-      for (int i = 0; i < grid.dims.x; ++i) {
-        mass.sum += grid(i, j, k);
-        mass.height += grid(i, j, k) * grid.space.SimOfVoxel(Vec3D(i + 0.5, j + 0.5, k + 0.5)).y;
-      }
-    }
-  }
+  test::ForCells(grid, [&](double v, const Vec3D& p) { mass.sum += v, mass.height += v * p.y; });
   if (mass.sum > 0) mass.height /= mass.sum;
   return mass;
 }
@@ -69,15 +62,11 @@ TEST(SmokePlume, StaysMirrorSymmetric) {
   const ScalarGrid& smoke = *run.Get<ScalarGridChannel>("Plume/smoke").grid;
   const VecInt3D n = smoke.dims;
   double most = 0, apart = 0;
-  for (int k = 0; k < n.z; ++k) {
-    for (int j = 0; j < n.y; ++j) {
-      for (int i = 0; i < n.x; ++i) {
-        most = std::max(most, smoke(i, j, k));
-        apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(n.x - 1 - i, j, k)));
-        apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(i, j, n.z - 1 - k)));
-      }
-    }
-  }
+  test::ForAll(n, [&](int i, int j, int k) {
+    most = std::max(most, smoke(i, j, k));
+    apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(n.x - 1 - i, j, k)));
+    apart = std::max(apart, std::abs(smoke(i, j, k) - smoke(i, j, n.z - 1 - k)));
+  });
   EXPECT_GT(most, 0.5);
   EXPECT_LT(apart, 1e-5 * most);
 }
@@ -123,16 +112,6 @@ TEST(SmokePlumeSlow, KeepsAtMost115BytesACellAndTakes240) {
     EXPECT_EQ(forecast.cells, 128 * 128 * 128);
     EXPECT_NEAR(forecast.bytes / static_cast<double>(report.peakBytes), 1.05, 0.1) << solver;
   }
-}
-
-TEST(SmokePlumeThreads, AnyNumberOfWorkersGivesTheSameHash) {
-  std::vector<std::uint64_t> hashes;
-  for (const int workers : {1, 2, 3, 8}) {
-    SceneFileRun run(kScene, Coarse(), workers);
-    run.StepThrough(0, 10);
-    hashes.push_back(run.scene().HashState());
-  }
-  for (const std::uint64_t hash : hashes) EXPECT_EQ(hash, hashes[0]);
 }
 
 }  // namespace

@@ -2,28 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "fluids/dynamics/FaceForces.h"
+#include "tests/support/DynamicsFields.h"
 
 namespace orlix {
 namespace {
 
 struct Faces {
   explicit Faces(const VecInt3D& cells) {
-    std::mt19937 random(3);
-    std::uniform_real_distribution<double> value(-1, 1);
-    for (int c = 0; c < 3; ++c) {
+    for (unsigned c = 0; c < 3; ++c) {
       VecInt3D dims = cells;
-      ++dims[c];
+      ++dims[static_cast<int>(c)];
       force.push_back(std::make_unique<Grid<double>>(cells, kGridScratch));
       velocity.push_back(std::make_unique<Grid<double>>(dims, kGridScratch));
       share.push_back(std::make_unique<Grid<float>>(dims, kGridScratch));
-      for (std::int64_t i = 0; i < force[c]->count; ++i) (*force[c])[i] = value(random);
-      for (std::int64_t i = 0; i < velocity[c]->count; ++i) {
-        (*velocity[c])[i] = value(random);
-        (*share[c])[i] = std::max(0.0f, static_cast<float>(value(random)));
-      }
+      test::FillRandom(*force[c], 3u + c, -1, 1);
+      test::FillRandom(*velocity[c], 6u + c, -1, 1);
+      test::FillRandom(*share[c], 9u + c, -1, 1);
+      for (std::int64_t i = 0; i < share[c]->count; ++i) (*share[c])[i] = std::max(0.0f, (*share[c])[i]);
     }
   }
   CellForces Forces() { return {*force[0], *force[1], *force[2]}; }
@@ -46,18 +42,14 @@ TEST(FaceForces, AFaceTakesItsShareOfTheMeanOfItsCells) {
     AddForcesToFaces(faces.Forces(), faces.Shares(), faces.Velocity(), pool);
     for (int axis = 0; axis < 3; ++axis) {
       const Grid<double>&f = *faces.force[axis], &v = *faces.velocity[axis], &old = *before.velocity[axis];
-      for (int k = 0; k < v.dims.z; ++k) {
-        for (int j = 0; j < v.dims.y; ++j) {
-          for (int i = 0; i < v.dims.x; ++i) {
-            double expected = old(i, j, k);
-            if (i > 0 && j > 0 && k > 0 && i < n.x && j < n.y && k < n.z) {
-              const double low = f(i - (axis == 0), j - (axis == 1), k - (axis == 2));
-              expected += static_cast<double>((*faces.share[axis])(i, j, k)) * 0.5 * (low + f(i, j, k));
-            }
-            ASSERT_EQ(v(i, j, k), expected);
-          }
+      test::ForAll(v.dims, [&](int i, int j, int k) {
+        double expected = old(i, j, k);
+        if (i > 0 && j > 0 && k > 0 && i < n.x && j < n.y && k < n.z) {
+          const double low = f(i - (axis == 0), j - (axis == 1), k - (axis == 2));
+          expected += static_cast<double>((*faces.share[axis])(i, j, k)) * 0.5 * (low + f(i, j, k));
         }
-      }
+        ASSERT_EQ(v(i, j, k), expected);
+      });
     }
   }
 }

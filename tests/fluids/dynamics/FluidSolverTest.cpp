@@ -295,31 +295,6 @@ TEST(VelocityAtSolids, WallsStopTheFluidAndOpenFacesLetItThrough) {
   EXPECT_EQ(v(8, kCells.y, 8), v(8, kCells.y - 1, 8));
 }
 
-TEST(Projection, LeavesNoDivergenceAroundSolids) {
-  for (const int top : {0, 1}) {
-    GasScene s(kCells, 2);
-    s.AddObstacle("Ball", "sphere", s.Centre(), 0.2);
-    s.fluid->Set(1014, std::int64_t(top));
-    s.fluid->Set(1020, std::int64_t(0));  // conjugate gradients
-    s.StepThrough(0, 1);
-    for (int c = 0; c < 3; ++c) test::FillRandom(*s.Solver().velocity.grids[c], 4u + static_cast<unsigned>(c), -1, 1);
-    const double before = test::LargestDivergence(s.Solver());
-    s.Step(2);
-    int cells = 0;
-    EXPECT_LT(test::LargestDivergence(s.Solver(), &cells), 1e-6 * before) << "top closed: " << top;
-    EXPECT_GT(cells, 4000);
-  }
-}
-
-TEST(Projection, UniformFlowInAClosedBoxComesToRest) {
-  GasScene s(kCells);
-  s.fluid->Set(1020, std::int64_t(0));
-  s.StepThrough(0, 1);
-  s.Solver().velocity.grids[1]->Fill(3);
-  s.Step(2);
-  EXPECT_LT(s.Solver().SquaredSpeed(), 1e-12 * 9 + 1.1e-8);
-}
-
 TEST(Projection, SourceIsSpreadAndClearedAndLeavesThroughTheOpenFace) {
   GasScene s(kCells);
   s.fluid->Set(1014, std::int64_t(0));
@@ -361,25 +336,6 @@ TEST(Projection, MovingObstaclePushesTheFluidAside) {
   EXPECT_NEAR(at(place + Vec3D(0, 0.26, 0)), ahead, 0.2 * ahead);
   EXPECT_NEAR(at(place - Vec3D(0, 0.26, 0)), ahead, 0.2 * ahead);
   EXPECT_LT(at(place + Vec3D(0.3, 0, 0)), 0.5 * beside);  // faster between ball and wall
-}
-
-TEST(FluidSolverThreads, AnyNumberOfWorkersGivesTheSameHash) {
-  std::vector<std::uint64_t> hashes;
-  for (const int workers : {1, 2, 3, 8}) {
-    GasScene s(kCells, workers);
-    s.AddObstacle("Ball", "sphere", s.Centre(), 0.2);
-    s.AddObstacle("Box", "box", {s.Centre().x, 0, s.Centre().z}, 0.2);
-    s.fluid->Set(1014, std::int64_t(0));
-    s.fluid->Set(1047, std::int64_t(1));
-    s.StepThrough(0, 1);
-    for (int c = 0; c < 3; ++c) {
-      test::FillRandom(*s.Solver().velocity.grids[c], static_cast<unsigned>(c), -1, 1);
-    }
-    s.Geometry("Ball").Set(kPositionId, s.Centre() + Vec3D(0.03, 0.05, 0));
-    s.StepThrough(2, 3);
-    hashes.push_back(s.scene().HashState());
-  }
-  for (const std::uint64_t hash : hashes) EXPECT_EQ(hash, hashes[0]);
 }
 
 }  // namespace

@@ -56,13 +56,7 @@ class ForceRig : public NodeBench {
   // f(i, j, k, force) for each cell that forces act on; gives their count.
   template <class F>
   int ForEach(F&& f) const {
-    int count = 0;
-    for (int k = 1; k < cells.z - 1; ++k) {
-      for (int j = 1; j < cells.y - 1; ++j) {
-        for (int i = 1; i < cells.x - 1; ++i, ++count) f(i, j, k, At(i, j, k));
-      }
-    }
-    return count;
+    return ForInner(cells, [&](int i, int j, int k) { f(i, j, k, At(i, j, k)); });
   }
   double dt() { return scene().info.substepDuration; }
 

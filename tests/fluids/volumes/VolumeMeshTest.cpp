@@ -339,20 +339,5 @@ TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
 
 // --- workers and state -----------------------------------------------------------------------------------------------
 
-TEST(VolumeMeshThreads, SceneHasTheSameLevelSetForAnyNumberOfWorkers) {
-  std::uint64_t first = 0;
-  for (const int workers : {1, 2, 3, 8}) {
-    VolumeScene scene(workers);
-    for (int frame = 0; frame <= 2; ++frame) {
-      scene.sphere->Set(kPositionId, Vec3D(3.3 * frame, 1, 2));
-      scene.Step(frame);
-    }
-    const ScalarGrid& grid = *scene.volume().LevelSet();
-    const std::uint64_t hash = HashBytes(grid.data, std::size_t(grid.count) * sizeof(double));
-    if (workers == 1) first = hash;
-    EXPECT_EQ(hash, first) << workers;
-  }
-}
-
 }  // namespace
 }  // namespace orlix::test
