@@ -58,14 +58,6 @@ class ConstraintChain : public testing::Test {
 
 TEST_F(ConstraintChain, WithoutConstraintsTheAmountStays) { EXPECT_EQ(At(0.25), 2); }
 
-TEST_F(ConstraintChain, IntensityEntersOnceAndInvertTurnsRound) {
-  Ramp& ramp = Made("a", 10, 0.5);
-  EXPECT_EQ(At(0.25), 2 * 0.25 * 0.5);
-  ramp.handler.SetBool(1100, true);
-  bench_.Link();
-  EXPECT_EQ(At(0.25), 2 * 0.75 * 0.5);
-}
-
 TEST_F(ConstraintChain, FalseEndsItAndTheAmountCounts) {
   Made("a", 10, 0.5);
   Ramp& second = Made("b", 3);
@@ -106,18 +98,6 @@ TEST_F(ConstraintChain, ARowGivesWhatItsPlacesGive) {
     if (i >= 1 && i < 15 && i != 5) EvaluateChain(chain_, row.Position(i), expected, nullptr, 0);
     EXPECT_EQ(amounts[static_cast<std::size_t>(i)], expected) << i;
   }
-}
-
-TEST_F(ConstraintChain, ACloneHasTheParametersAndIsItsOwn) {
-  Ramp& ramp = Made("a", 3, 0.5);
-  ramp.SetFlag(NodeInvert, true);
-  const std::unique_ptr<Constraint> clone = ramp.Clone();
-  const auto* own = dynamic_cast<Ramp*>(clone.get());
-  ASSERT_NE(own, nullptr);
-  EXPECT_EQ(own->end, 3);
-  EXPECT_EQ(own->intensity, 0.5);
-  EXPECT_TRUE(own->Inverted());
-  EXPECT_NE(own, &ramp);
 }
 
 }  // namespace

@@ -49,9 +49,7 @@ TEST_F(Emission, ModesAddSetAndAddUpToALimit) {
   EXPECT_EQ(Smoke()(1, 1, 1), 3);
   Emit(9, Centre(1, 1, 1), {.mode = EmissionMode::AddToLimit});  // the channel's own limit
   EXPECT_EQ(Smoke()(1, 1, 1), 5);
-  double sum = 0;
-  for (std::int64_t c = 0; c < Smoke().count; ++c) sum += Smoke()[c];
-  EXPECT_EQ(sum, Smoke().count + 1.5 + 4);
+  EXPECT_EQ(test::SumOf(Smoke()), Smoke().count + 1.5 + 4);
 }
 
 TEST_F(Emission, ALimitBelowTheValueThereTakesItDown) {

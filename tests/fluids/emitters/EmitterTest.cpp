@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "fluids/dynamics/Force.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/emitters/Grid_CellEmitter.h"
 #include "fluids/emitters/ObjectGridEmitter.h"
 #include "fluids/volumes/VolumeBase.h"
+#include "tests/support/Cells.h"
 #include "tests/support/GasScene.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -42,22 +46,18 @@ class EmitterScene : public GasScene {
   template <class F>
   int ForEachInside(const ScalarGrid& grid, F&& f) {
     int count = 0;
-    for (int k = 0; k < grid.dims.z; ++k) {
-      for (int j = 0; j < grid.dims.y; ++j) {
-        for (int i = 0; i < grid.dims.x; ++i) {
-          const Vec3D p = grid.space.SimOfVoxel(Vec3D(i + 0.5, j + 0.5, k + 0.5));
-          double mean = 0;
-          for (int corner = 0; corner < 8; ++corner) {
-            const Vec3D offset(corner & 1 ? 0.5 : -0.5, corner & 2 ? 0.5 : -0.5, corner & 4 ? 0.5 : -0.5);
-            mean += Ball().SampleWorld(p + offset * cellSize) / 8;
-          }
-          // Cells on the edge by a rounding error are none that a test should ask about.
-          if (std::fabs(mean) < 1e-9) continue;
-          if (mean < 0) ++count;
-          f(i, j, k, p, mean < 0);
-        }
+    test::ForAll(grid.dims, [&](int i, int j, int k) {
+      const Vec3D p = grid.space.SimOfVoxel(Vec3D(i + 0.5, j + 0.5, k + 0.5));
+      double mean = 0;
+      for (int corner = 0; corner < 8; ++corner) {
+        const Vec3D offset(corner & 1 ? 0.5 : -0.5, corner & 2 ? 0.5 : -0.5, corner & 4 ? 0.5 : -0.5);
+        mean += Ball().SampleWorld(p + offset * cellSize) / 8;
       }
-    }
+      // Cells on the edge by a rounding error are none that a test should ask about.
+      if (std::fabs(mean) < 1e-9) return;
+      if (mean < 0) ++count;
+      f(i, j, k, p, mean < 0);
+    });
     return count;
   }
 
@@ -259,18 +259,9 @@ TEST(Grid_CellEmitter, VisitsEachInnerCellOnceForEachOperator) {
   for (const int workers : {1, 3}) {
     CellScene scene(workers);
     const ScalarGrid& grid = scene.Visited();
-    int visited = 0;
-    for (int k = 0; k < grid.dims.z; ++k) {
-      for (int j = 0; j < grid.dims.y; ++j) {
-        for (int i = 0; i < grid.dims.x; ++i) {
-          const bool inner =
-              i > 0 && j > 0 && k > 0 && i < grid.dims.x - 1 && j < grid.dims.y - 1 && k < grid.dims.z - 1;
-          EXPECT_EQ(grid(i, j, k), inner ? 2 : 0);
-          visited += inner;
-        }
-      }
-    }
-    EXPECT_GT(visited, 1000);
+    EXPECT_GT(test::ForInner(grid.dims, [&](int i, int j, int k) { EXPECT_EQ(grid(i, j, k), 2); }), 1000);
+    // None on the border.
+    EXPECT_EQ(test::SumOf(grid), 2.0 * CellCount(grid.dims - VecInt3D(2, 2, 2)));
   }
 }
 
@@ -301,8 +292,7 @@ TEST(Grid_CellEmitter, RestsWithoutOperators) {
 TEST(EmitterThreads, AnyNumberOfWorkersGivesTheSameBits) {
   for (const std::int64_t mode : {0, 1, 2}) {
     for (const std::int64_t spread : {0, 1}) {
-      std::vector<std::vector<double>> results;
-      for (const int workers : {1, 2, 3, 8}) {
+      const auto values = test::SameForAnyWorkers([&](int workers) {
         EmitterScene scene(workers);
         // Another pair into the same channel, so that what meets in a cell meets from two sides.
         BaseObject& other = scene.Add("emission_setting", "Other");
@@ -318,13 +308,9 @@ TEST(EmitterThreads, AnyNumberOfWorkersGivesTheSameBits) {
         scene.emitter->Set(1000, scene.ListOf({scene.pair, &second}));
         // Half a cell aside: a spread value meets eight cells.
         scene.Geometry("Ball").Set(kPositionId, scene.Centre() + Vec3D(0.3, 0.2, 0.4) * scene.cellSize);
-        const ScalarGrid& grid = scene.Emitted();
-        results.emplace_back(grid.data, grid.data + grid.count);
-      }
-      double total = 0;
-      for (const double v : results[0]) total += v;
-      EXPECT_GT(total, 1);
-      for (const auto& result : results) EXPECT_EQ(result, results[0]) << "mode " << mode << ", spread " << spread;
+        return test::ValuesOf(scene.Emitted());
+      });
+      EXPECT_GT(std::accumulate(values.begin(), values.end(), 0.0), 1) << "mode " << mode << ", spread " << spread;
     }
   }
 }
@@ -349,16 +335,12 @@ TEST(VelocityGridEmitter, AnEvenForceReachesEachOpenFaceByItsShare) {
   for (int axis = 0; axis < 3; ++axis) {
     const ScalarGrid& v = *solver.velocity.grids[axis];
     const auto share = solver.fractions.View(axis, 1);
-    for (int k = 3; k < 11; ++k) {
-      for (int j = 3; j < 11; ++j) {
-        for (int i = 3; i < 11; ++i) {
-          const double f = share(i, j, k);
-          if (f > 0 && f < 1) continue;  // beside it a cell may be closed all around
-          EXPECT_NEAR(v(i, j, k), f == 0 ? 0 : (axis + 1) * dt, 1e-12) << axis;
-          ++(f == 0 ? closed : open);
-        }
-      }
-    }
+    test::ForBox({3, 3, 3}, {11, 11, 11}, [&](int i, int j, int k) {
+      const double f = share(i, j, k);
+      if (f > 0 && f < 1) return;  // beside it a cell may be closed all around
+      EXPECT_NEAR(v(i, j, k), f == 0 ? 0 : (axis + 1) * dt, 1e-12) << axis;
+      ++(f == 0 ? closed : open);
+    });
   }
   EXPECT_GT(open, 500);
   EXPECT_GT(closed, 20);

@@ -207,9 +207,7 @@ TEST_F(Combustion, AnotherLatticeOfTheSolverTakesTheSameExpansion) {
   source.grid = std::make_unique<ScalarGrid>(VecInt3D(12, 12, 12), Vec3D(300), 0.25f, kGridCustom, Vec3D(-37.0));
   source.grid->Fill(0);
   ASSERT_TRUE(bench_.Run(*burn_));
-  double sum = 0;
-  for (std::int64_t i = 0; i < source.grid->count; ++i) sum += (*source.grid)[i];
-  EXPECT_NEAR(sum, 6 * 5 * 4 * dt() * 0.2, 1e-12);
+  EXPECT_NEAR(test::SumOf(*source.grid), 6 * 5 * 4 * dt() * 0.2, 1e-12);
 }
 
 TEST_F(Combustion, WhatIsMissingLeavesItIdle) {

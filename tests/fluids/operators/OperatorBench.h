@@ -34,18 +34,6 @@ class OperatorBench : public NodeBench {
   }
 };
 
-// f(i, j, k) for each cell but the outermost; gives their count.
-template <class F>
-int ForInner(const VecInt3D& n, F&& f) {
-  int count = 0;
-  for (int k = 1; k < n.z - 1; ++k) {
-    for (int j = 1; j < n.y - 1; ++j) {
-      for (int i = 1; i < n.x - 1; ++i, ++count) f(i, j, k);
-    }
-  }
-  return count;
-}
-
 // A solver, as far as operators see it: a divergence source and a velocity.
 class Gas : public iSolver {
  public:
