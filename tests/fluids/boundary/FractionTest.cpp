@@ -12,6 +12,7 @@
 #include "fluids/boundary/SolidView.h"
 #include "host/threads/WorkerPool.h"
 #include "tests/support/DynamicsFields.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -32,17 +33,11 @@ TEST(FractionShapes, SegmentIsTheRatioOfItsEnds) {
 // The share of points of a fine lattice below the plane a + bx + cy + dz, less half of those on it.
 double CountedBelow(const std::array<double, 4>& plane, int dimensions) {
   constexpr int kN = 60;
-  double inside = 0;
-  int all = 0;
-  for (int z = 0; z < (dimensions == 3 ? kN : 1); ++z) {
-    for (int y = 0; y < kN; ++y) {
-      for (int x = 0; x < kN; ++x, ++all) {
-        const double v = plane[0] + (plane[1] * (x + 0.5) + plane[2] * (y + 0.5) + plane[3] * (z + 0.5)) / kN;
-        inside += v < 0 ? 1 : 0;
-      }
-    }
-  }
-  return inside / all;
+  int inside = 0;
+  const int all = ForAll({kN, kN, dimensions == 3 ? kN : 1}, [&](int x, int y, int z) {
+    inside += plane[0] + (plane[1] * (x + 0.5) + plane[2] * (y + 0.5) + plane[3] * (z + 0.5)) / kN < 0;
+  });
+  return double(inside) / all;
 }
 
 TEST(FractionShapes, HalfPlaneHasItsAreaAndHalfSpaceItsVolume) {
@@ -150,11 +145,7 @@ TEST(CubeFractions, CellsOfABallAddUpToItsVolume) {
   FillBy(*nodes, [](const Vec3D& p) { return Length(p - Vec3D(12.3, 11.9, 12.1)) - 8; });
   const double volume = 4.0 / 3 * 3.14159265358979 * 512;
   FloatGrid out(cells, Vec3D(24.0), 1.0f, kGridCustom, Vec3D());
-  const auto sum = [&] {
-    double s = 0;
-    ForAll(out.dims, [&](int i, int j, int k) { s += out(i, j, k); });
-    return s;
-  };
+  const auto sum = [&] { return test::SumOf(out); };
   FillCubeFractions(*nodes, Vec3D(0.5), FractionRule{false}, out, pool);
   EXPECT_NEAR(sum() / volume, 1, 0.01);
   const double inside = sum();
@@ -163,9 +154,7 @@ TEST(CubeFractions, CellsOfABallAddUpToItsVolume) {
   // Around face samples the cubes tile space as well.
   FloatGrid faces(cells + ExtraCells(0), Vec3D(24.0), 1.0f, kGridVelocityU, Vec3D());
   FillCubeFractions(*nodes, CellSampleOffset(0), FractionRule{false}, faces, pool);
-  double s = 0;
-  ForAll(faces.dims, [&](int i, int j, int k) { s += faces(i, j, k); });
-  EXPECT_NEAR(s / volume, 1, 0.015);
+  EXPECT_NEAR(test::SumOf(faces) / volume, 1, 0.015);
   FillCountedFractions(*nodes, Vec3D(0.5), 4, Vec3D(0.125 - 0.5), FractionRule{false}, out, pool);
   EXPECT_NEAR(sum() / volume, 1, 0.015);
 }
@@ -174,14 +163,12 @@ TEST(FractionThreads, AnyNumberOfWorkersGivesTheSameBits) {
   const VecInt3D cells(19, 13, 11);
   auto nodes = MakeGrid(cells, 0.1f, kGridNodalLevelset);
   FillBy(*nodes, [](const Vec3D& p) { return std::sin(7 * p.x) + std::cos(9 * p.y) * std::sin(8 * p.z); });
-  FloatGrid first(cells + ExtraCells(1), Vec3D(1.0), 0.1f, kGridVelocityV, Vec3D());
-  FloatGrid other(first);
-  FillFaceFractions(*nodes, 1, FractionRule{true}, first, *std::make_unique<WorkerPool>(1));
-  for (const int workers : {2, 3, 8}) {
+  test::SameForAnyWorkers([&](int workers) {
+    FloatGrid open(cells + ExtraCells(1), Vec3D(1.0), 0.1f, kGridVelocityV, Vec3D());
     WorkerPool pool(workers);
-    FillFaceFractions(*nodes, 1, FractionRule{true}, other, pool);
-    EXPECT_EQ(std::memcmp(first.data, other.data, sizeof(float) * static_cast<std::size_t>(first.count)), 0);
-  }
+    FillFaceFractions(*nodes, 1, FractionRule{true}, open, pool);
+    return test::ValuesOf(open);
+  });
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include "fluids/grids/GridProcessorRunner.h"
 #include "fluids/grids/GridResampler.h"
 #include "fluids/grids/ScratchPool.h"
+#include "tests/support/Cells.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -96,9 +98,7 @@ TEST(ActiveBox, ClearBorderTouchesEveryFace) {
   grid.FindActiveBox(0.125, 1, true);
   EXPECT_EQ(grid.activeMin, VecInt3D(1, 1, 1));
   EXPECT_EQ(grid.activeMax, VecInt3D(3, 3, 3));
-  double sum = 0;
-  for (std::int64_t n = 0; n < grid.count; ++n) sum += grid[n];
-  EXPECT_DOUBLE_EQ(sum, 27 * 0.75 + 98 * 0.125);
+  EXPECT_DOUBLE_EQ(test::SumOf(grid), 27 * 0.75 + 98 * 0.125);
 }
 
 TEST(ActiveBox, VelocityKeepsBothSignsAndHasNoLimit) {
@@ -114,19 +114,15 @@ TEST(ActiveBox, VelocityKeepsBothSignsAndHasNoLimit) {
 }
 
 TEST(ActiveBoxThreads, TheSameForAnyNumberOfWorkers) {
-  std::mt19937 random(5);
-  ScalarGrid reference({33, 21, 19}, {33, 21, 19}, 1, kGridSmoke, {});
-  for (std::int64_t n = 0; n < reference.count; ++n) reference[n] = random() % 200 == 0 ? 1.5 : 1e-9;
-  const ScalarGrid original = reference;
-  reference.FindActiveBox(0, 1, true);
-  for (const int workers : {2, 3, 8, 64}) {
+  test::SameForAnyWorkers([](int workers) {
+    ScalarGrid grid({33, 21, 19}, {33, 21, 19}, 1, kGridSmoke, {});
+    std::mt19937 random(5);
+    for (std::int64_t n = 0; n < grid.count; ++n) grid[n] = random() % 200 == 0 ? 1.5 : 1e-9;
     WorkerPool pool(workers);
-    ScalarGrid grid = original;
     grid.FindActiveBox(0, 1, true, &pool);
-    EXPECT_EQ(grid.activeMin, reference.activeMin);
-    EXPECT_EQ(grid.activeMax, reference.activeMax);
-    EXPECT_TRUE(std::equal(grid.data, grid.data + grid.count, reference.data));
-  }
+    return std::tuple(test::ValuesOf(grid), grid.activeMin == VecInt3D(1, 1, 1),
+                      grid.activeMax == VecInt3D(31, 19, 17));
+  });
 }
 
 // --- moving content --------------------------------------------------------------------------------------------------
@@ -140,19 +136,14 @@ TEST(ResizeKeepingContent, GrowsShrinksAndShiftsByWholeCells) {
   target.Build({8, 6, 5}, {8, 6, 5}, 1, {-2, -1, 1});
   ASSERT_TRUE(ResizeKeepingContent(grid, -1, {8, 6, 5}, target));
   EXPECT_EQ(grid->valueScale, 7);
-  int kept = 0, fresh = 0;
-  for (int k = 0; k < 5; ++k) {
-    for (int j = 0; j < 6; ++j) {
-      for (int i = 0; i < 8; ++i) {
-        const VecInt3D old(i - 2, j - 1, k + 1);
-        const bool inside = old.x >= 0 && old.x < 4 && old.y >= 0 && old.y < 4 && old.z < 4;
-        ASSERT_EQ((*grid)(i, j, k), inside ? before(old.x, old.y, old.z) : -1);
-        ++(inside ? kept : fresh);
-      }
-    }
-  }
+  int kept = 0;
+  test::ForAll({8, 6, 5}, [&](int i, int j, int k) {
+    const VecInt3D old(i - 2, j - 1, k + 1);
+    const bool inside = old.x >= 0 && old.x < 4 && old.y >= 0 && old.y < 4 && old.z < 4;
+    ASSERT_EQ((*grid)(i, j, k), inside ? before(old.x, old.y, old.z) : -1);
+    kept += inside;
+  });
   EXPECT_EQ(kept, 4 * 4 * 3);
-  EXPECT_GT(fresh, 0);
 }
 
 TEST(ResizeKeepingContent, AOneCellGridGivesNothing) {
@@ -206,11 +197,7 @@ TEST(GridResampler, DirectOperationsEachDoTheirs) {
 TEST(GridResampler, SampledModeReproducesALinearFieldOnAShiftedFinerLattice) {
   ScalarGrid source({12, 12, 12}, {12, 12, 12}, 1, kGridSmoke, {0, 0, 0});
   const auto f = [](const Vec3D& p) { return 2 * p.x - p.y + 0.5 * p.z; };
-  for (int k = 0; k < 12; ++k) {
-    for (int j = 0; j < 12; ++j) {
-      for (int i = 0; i < 12; ++i) source(i, j, k) = f({i + 0.5, j + 0.5, k + 0.5});
-    }
-  }
+  test::FillCells(source, [&](int i, int j, int k) { return f({i + 0.5, j + 0.5, k + 0.5}); });
   ScalarGrid target({12, 12, 12}, {6, 6, 6}, 0.5f, kGridNodalLevelset, {2.25, 3, 2.75});
   WorkerPool pool(3);
   for (const Interpolation mode : {Interpolation::Trilinear, Interpolation::Cubic, Interpolation::QuadraticBSpline,
@@ -246,11 +233,7 @@ class CountingProcessor final : public ParallelGridProcessor {
 
  private:
   void Add(const VecInt3D& a, const VecInt3D& b, int value) {
-    for (int k = a.z; k < b.z; ++k) {
-      for (int j = a.y; j < b.y; ++j) {
-        for (int i = a.x; i < b.x; ++i) counts(i, j, k) += value;
-      }
-    }
+    test::ForBox(a, b, [&](int i, int j, int k) { counts(i, j, k) += value; });
   }
 };
 
@@ -262,14 +245,10 @@ TEST(GridProcessorThreads, InteriorAndBordersTileTheArrayOnce) {
         CountingProcessor processor(dims);
         GridProcessorRunner runner(pool, dims, axis);
         runner.RunPass(axis, processor);
-        for (int k = 0; k < dims.z; ++k) {
-          for (int j = 0; j < dims.y; ++j) {
-            for (int i = 0; i < dims.x; ++i) {
-              const bool inner = i > 0 && j > 0 && k > 0 && i < dims.x - 1 && j < dims.y - 1 && k < dims.z - 1;
-              ASSERT_EQ(processor.counts(i, j, k), inner ? 1 : 100);
-            }
-          }
-        }
+        test::ForAll(dims, [&](int i, int j, int k) {
+          const bool inner = i > 0 && j > 0 && k > 0 && i < dims.x - 1 && j < dims.y - 1 && k < dims.z - 1;
+          ASSERT_EQ(processor.counts(i, j, k), inner ? 1 : 100);
+        });
       }
     }
   }

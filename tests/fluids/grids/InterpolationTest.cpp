@@ -4,17 +4,15 @@
 
 #include <random>
 
+#include "tests/support/Cells.h"
+
 namespace orlix {
 namespace {
 
 template <class F>
 Grid<double> Filled(const VecInt3D& dims, F&& f) {
   Grid<double> grid(dims, kGridCustom);
-  for (int k = 0; k < dims.z; ++k) {
-    for (int j = 0; j < dims.y; ++j) {
-      for (int i = 0; i < dims.x; ++i) grid(i, j, k) = f(i, j, k);
-    }
-  }
+  test::FillCells(grid, f);
   return grid;
 }
 

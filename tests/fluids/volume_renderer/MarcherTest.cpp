@@ -6,6 +6,8 @@
 #include <numbers>
 
 #include "fluids/volume_renderer/RayMarcher.h"
+#include "tests/support/Cells.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -78,15 +80,11 @@ TEST(Marcher, TheTrapezoidRuleDiffersByItsFirstStepOnly) {
 TEST(Marcher, ASpheresTransmittanceAlongAHundredRays) {
   Gas gas;
   const double radius = 12;  // cells
-  for (int k = 0; k < kCells; ++k) {
-    for (int j = 0; j < kCells; ++j) {
-      for (int i = 0; i < kCells; ++i) {
-        const double r = Length(Vec3D(i + 0.5, j + 0.5, k + 0.5) - Vec3D(kCells / 2.0));
-        // A soft edge of two cells, whose mean lies at the radius.
-        (*gas.density)(i, j, k) = std::clamp((radius + 1 - r) / 2, 0.0, 1.0);
-      }
-    }
-  }
+  test::FillCells(*gas.density, [&](int i, int j, int k) {
+    // A soft edge of two cells, whose mean lies at the radius.
+    const double r = Length(Vec3D(i + 0.5, j + 0.5, k + 0.5) - Vec3D(kCells / 2.0));
+    return std::clamp((radius + 1 - r) / 2, 0.0, 1.0);
+  });
   gas.settings.steps.fine = 0.25;
   gas.settings.absorption = Vec3D(0.1);
   gas.Build();
@@ -205,10 +203,7 @@ TEST(Marcher, NothingThereIsClearAndDark) {
 
 TEST(Marcher, GasWithinACoarseStepOfTheEndDoesNotHoldTheRay) {
   Gas gas;
-  gas.density->Fill(0);
-  for (int k = 0; k < kCells; ++k) {
-    for (int j = 0; j < kCells; ++j) (*gas.density)(kCells - 1, j, k) = 1;
-  }
+  test::FillCells(*gas.density, [](int i, int, int) { return i == kCells - 1; });
   gas.settings.steps = {0.4, 7, 0, false};
   gas.settings.absorption = Vec3D(0.5);
   gas.Build();
@@ -229,8 +224,7 @@ TEST(Marcher, ASmallScaleKeepsTheBoxAndStaysClose) {
 }
 
 TEST(MarcherThreads, MapsHaveTheSameBitsForAnyNumberOfWorkers) {
-  Vec3D reference;
-  for (const int workers : {1, 2, 3, 8}) {
+  const Vec3D colour = test::SameForAnyWorkers([](int workers) {
     Gas gas(workers);
     for (std::int64_t c = 0; c < gas.density->count; ++c) (*gas.density)[c] = std::fmod(c * 0.618033988, 1.0);
     Light light;
@@ -243,11 +237,9 @@ TEST(MarcherThreads, MapsHaveTheSameBitsForAnyNumberOfWorkers) {
     gas.settings.phase = 1;
     gas.Build();
     MersenneTwister random(3);
-    const Vec3D colour = gas.marcher.March({Vec3D(-3, 9, 8), Normalized(Vec3D(1, 0.1, 0.2)), kBox}, &random, 0).colour;
-    if (workers == 1) reference = colour;
-    EXPECT_EQ(colour, reference) << workers;
-    EXPECT_GT(colour.x, 0);
-  }
+    return gas.marcher.March({Vec3D(-3, 9, 8), Normalized(Vec3D(1, 0.1, 0.2)), kBox}, &random, 0).colour;
+  });
+  EXPECT_GT(colour.x, 0);
 }
 
 TEST(Displacer, ShiftsBothPositionsAgainstTheVelocity) {

@@ -136,19 +136,5 @@ TEST(Blur, APointBecomesTheProductOfThreeGaussians) {
   EXPECT_FALSE(Blur(pool, &thread, grid, out, 1.2, 1, 0, 1));
 }
 
-TEST(BlurThreads, TheSameBitsForAnyNumberOfWorkers) {
-  ScalarGrid grid({13, 11, 17}, {13, 11, 17}, 1, kGridSmoke, {});
-  for (std::int64_t c = 0; c < grid.count; ++c) grid[c] = std::fmod(c * 0.7548776662, 1.0);
-  WorkerPool one(1);
-  ScalarGrid reference = grid;
-  ASSERT_TRUE(Blur(one, nullptr, grid, reference, 1.7, 2, 0, 1));
-  for (const int workers : {2, 3, 8}) {
-    WorkerPool pool(workers);
-    ScalarGrid out = grid;
-    ASSERT_TRUE(Blur(pool, nullptr, grid, out, 1.7, 2, 0, 1));
-    EXPECT_TRUE(std::equal(out.data, out.data + out.count, reference.data));
-  }
-}
-
 }  // namespace
 }  // namespace orlix
