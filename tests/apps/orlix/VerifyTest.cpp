@@ -61,23 +61,6 @@ TEST(Verify, EveryKindIsWholeAndEveryCutOneIsBroken) {
   }
 }
 
-TEST(Verify, FlippedBitsOfOwnFilesAreNamed) {
-  TemporaryFolder folder;
-  WriteOneOfEach(folder.path());
-  for (const char* name : {"a00001.cache", "state00001.checkpoint"}) {
-    std::string content = test::ReadText(folder / name);
-    for (std::size_t at = 0; at < content.size(); at += 97) {
-      content[at] ^= 4;
-      test::WriteText(folder / name, content);
-      const auto report = ReportFolder(folder / name);
-      ASSERT_TRUE(report.ok());
-      ASSERT_EQ(report->broken, 1) << name << " at " << at;
-      EXPECT_NE(report->sequences[0].broken[0].reason.find(name), std::string::npos);
-      content[at] ^= 4;
-    }
-  }
-}
-
 TEST(Verify, GapsAreMissingFilesByEachKindsRule) {
   TemporaryFolder folder;
   WriteOneOfEach(folder.path());

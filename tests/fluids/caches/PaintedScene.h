@@ -5,6 +5,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/scene/StateCheck.h"
+#include "tests/support/Cells.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestScene.h"
 
@@ -56,11 +57,7 @@ class PaintNode final : public iObject {
   void Paint(iCachedGrids* channel) {
     for (int c = 0; channel && c < channel->CachedGridCount(); c++) {
       ScalarGrid& g = *channel->CachedGrid(c);
-      for (int k = 0; k < g.dims.z; k++) {
-        for (int j = 0; j < g.dims.y; j++) {
-          for (int i = 0; i < g.dims.x; i++) g(i, j, k) = Field(i, j, k, scene->clock.frame) + 100 * c;
-        }
-      }
+      FillCells(g, [&](int i, int j, int k) { return Field(i, j, k, scene->clock.frame) + 100 * c; });
     }
   }
 };

@@ -111,25 +111,6 @@ TEST(AtomicFile, FullDiskLeavesTheOldContentAndSaysThePath) {
   }
 }
 
-TEST(AtomicFile, FullMemoryDiskOfTenSizes) {
-  constexpr int kNoMount = 77;
-  int tried = 0;
-  for (int pages = 4; pages <= 220; pages += 24) {
-    TemporaryFolder folder;
-    const int result = test::RunInChild([&] {
-      if (!test::MountSmallDisk(folder.path(), static_cast<std::size_t>(pages) * 4096)) return kNoMount;
-      test::WriteText(folder / "plain", "old");
-      if (const int failed = WriteIntoTheFull(folder.path())) return failed;
-      // Room is free again: nothing was left lying about.
-      return WriteFileAtomically(folder / "plain", "new").ok() ? 0 : 6;
-    });
-    if (result == kNoMount) GTEST_SKIP() << "no rights to mount";
-    EXPECT_EQ(result, 0) << pages << " pages";
-    tried++;
-  }
-  EXPECT_EQ(tried, 10);
-}
-
 TEST(AtomicFile, StaleTemporariesGoAndLiveOnesStay) {
   TemporaryFolder folder;
   ASSERT_EQ(test::RunInChild([&] {

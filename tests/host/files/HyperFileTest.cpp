@@ -2,9 +2,7 @@
 
 #include <random>
 
-#include "tests/support/ChildProcess.h"
 #include "tests/support/RepairHyperFile.h"
-#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix {
@@ -136,26 +134,6 @@ TEST(HyperFile, WritingMistakesLeaveNoFile) {
   EXPECT_FALSE(file.Open(kIdent, folder / "missing/f", HyperFile::Mode::Write));
   EXPECT_FALSE(file.Open(kIdent, folder / "f", HyperFile::Mode::Read));
   EXPECT_FALSE(file.Open(kIdent, folder.path(), HyperFile::Mode::Read));
-  EXPECT_TRUE(test::NamesIn(folder.path()).empty());
-}
-
-TEST(HyperFile, FullDiskIsAnOutputErrorWithThePath) {
-  TemporaryFolder folder;
-  EXPECT_EQ(test::RunInChild([&] {
-              if (!test::LimitFileSize(1 << 20)) return 9;
-              const std::vector<char> block(3 << 20);
-              HyperFile file;
-              if (!file.Open(kIdent, folder / "f", HyperFile::Mode::Write)) return 1;
-              file.WriteChunkStart(1, 0);
-              file.WriteMemory(block.data(), block.size());
-              file.WriteChunkEnd();
-              const Status status = file.Close();
-              return !status.ok() && status.error().kind == ErrorKind::Output &&
-                             status.error().text.find((folder / "f").string()) != std::string::npos
-                         ? 0
-                         : 2;
-            }),
-            0);
   EXPECT_TRUE(test::NamesIn(folder.path()).empty());
 }
 
