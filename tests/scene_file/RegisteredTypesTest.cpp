@@ -89,34 +89,63 @@ TEST(RegisteredTypes, DefaultsLieInTheirRange) {
   });
 }
 
-TEST(RegisteredTypes, WriteReadWriteIsEqual) {
+// An object of each type somewhere in the tree. Names repeat in other branches, so that links need paths.
+std::vector<BaseObject*> OneOfEach(BaseDocument& document, test::RandomValues& random) {
   const TypeRegistry& types = TheEngine().types;
-  test::RandomValues random(7);
-  BaseDocument document(types);
-  std::vector<BaseObject*> made;
-  BaseObject& root = document.AddObject(*types.FindName("scene"));
+  std::vector<BaseObject*> nodes = {&document.AddObject(*types.FindName("scene"))}, others;
   // A scene file has a section for each of the later roles, in their order.
   std::vector<const TypeInfo*> inOrder;
   for (const auto& [id, type] : types.types()) inOrder.push_back(type);
   std::stable_sort(inOrder.begin(), inOrder.end(), [](const auto* a, const auto* b) { return a->role < b->role; });
   for (const TypeInfo* type : inOrder) {
     if (type->role == TypeRole::Root) continue;
-    const bool node = type->role == TypeRole::Node;
-    made.push_back(type->role == TypeRole::Tag ? &document.AddTag(*type, root)
-                                               : &document.AddObject(*type, node ? &root : nullptr));
+    BaseObject& parent = *nodes[static_cast<std::size_t>(random.Int(0, static_cast<int>(nodes.size()) - 1))];
+    if (type->role != TypeRole::Node) {
+      others.push_back(type->role == TypeRole::Tag ? &document.AddTag(*type, parent) : &document.AddObject(*type));
+      continue;
+    }
+    nodes.push_back(&document.AddObject(*type, &parent));
+    nodes.back()->name = "n" + std::to_string(parent.children().size());
   }
-  made.push_back(&root);
-  for (BaseObject* object : made) {
-    object->type().ForEachParameter([&](const Parameter& row) {
-      if (row.HoldsValue()) object->Set(row.id, random.Of(row, document));
-    });
+  nodes.insert(nodes.end(), others.begin(), others.end());
+  return nodes;
+}
+
+KeyTrack RandomTrack(const BaseObject& object, const Parameter& row, test::RandomValues& random) {
+  KeyTrack track{object.creationNumber(), row.id, {}};
+  const int keys = random.Int(1, 4);
+  for (int axis = 0; axis < (row.type == ParameterType::Vector ? 3 : 1); ++axis) {
+    std::vector<SplineKnot> knots;
+    for (int k = 0; k < keys; ++k) {
+      const Value value = random.Of(row, object.document());
+      const double y = row.type == ParameterType::Vector ? AsVector(value, {})[axis] : AsDouble(value, 0);
+      knots.push_back({k * 2.5, y, KnotInterpolation::Cubic, {}, {}});
+    }
+    track.components.emplace_back(knots);
   }
-  const auto text = WriteScene(document);
-  ASSERT_TRUE(text.ok()) << text.error().text;
-  const auto scene = ReadSceneText("s.json", *text, types);
-  ASSERT_TRUE(scene.ok()) << scene.error().text;
-  EXPECT_GT(test::ExpectSameObjects(document, *scene->document), 100);
-  EXPECT_EQ(*WriteScene(*scene->document), *text);
+  return track;
+}
+
+TEST(RegisteredTypes, WriteReadWriteIsEqual) {
+  for (unsigned seed = 1; seed <= 5; ++seed) {
+    SCOPED_TRACE(seed);
+    test::RandomValues random(seed);
+    BaseDocument document(TheEngine().types);
+    for (BaseObject* object : OneOfEach(document, random)) {
+      object->type().ForEachParameter([&](const Parameter& row) {
+        if (row.HoldsValue() && random.Int(0, 3) > 0) object->Set(row.id, random.Of(row, document));
+        if (CanHaveKeys(row.type) && random.Int(0, 3) == 0) document.AddTrack(RandomTrack(*object, row, random));
+      });
+    }
+    const auto text = WriteScene(document);
+    ASSERT_TRUE(text.ok()) << text.error().text;
+    const auto scene = ReadSceneText("s.json", *text, TheEngine().types);
+    ASSERT_TRUE(scene.ok()) << scene.error().text;
+    EXPECT_GT(test::ExpectSameObjects(document, *scene->document), 100);
+    EXPECT_GT(document.tracks().size(), 100u);
+    EXPECT_EQ(document.tracks().size(), scene->document->tracks().size());
+    EXPECT_EQ(*WriteScene(*scene->document), *text);
+  }
 }
 
 TEST(RegisteredTypes, TheReferenceHoldsEveryRow) {
