@@ -222,21 +222,6 @@ void FillDisks(const PlumeSettings& settings, int sizes) {
 TEST(Resume, AFullDiskIsExitFiveAndTheRunGoesOnWithRoom) { FillDisks({.cells = 8, .lastFrame = 6}, 2); }
 TEST(ResumeSlow, AFullDiskIsExitFiveAndTheRunGoesOnWithRoom) { FillDisks({.cells = 16, .lastFrame = 12}, 10); }
 
-TEST(Resume, APlayedCacheRecordsTheSameFiles) {
-  Plume plume({.cells = 12, .lastFrame = 6});
-  ASSERT_EQ(plume.Run("out", false).code, 0);
-  const std::string scene = plume.runner.Write("play.json", PlumeScene({12, 6, false, true}));
-  const ProgramOutcome played = plume.runner.Run({"run", scene, "--out", plume.Folder("played").string(), "--quiet"});
-  ASSERT_EQ(played.code, 0) << played.err;
-  EXPECT_EQ(played.err, "");
-  int compared = 0;
-  for (const std::string& name : test::NamesIn(plume.Folder("caches"))) {
-    EXPECT_TRUE(test::ReadText(plume.Folder("again") / name) == test::ReadText(plume.Folder("caches") / name)) << name;
-    compared++;
-  }
-  EXPECT_EQ(compared, 7);
-}
-
 long ResidentKilobytes(pid_t process) {
   std::istringstream in(test::ReadText(fmt::format("/proc/{}/status", process)));
   for (std::string line; std::getline(in, line);) {

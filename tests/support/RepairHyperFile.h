@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "globals/Hash.h"
@@ -51,6 +52,18 @@ inline void RepairHyperFile(std::vector<std::byte>& bytes, std::uint32_t ident) 
   std::memcpy(record + hyper::kFileHeader, end, hyper::kEndHashed);
   const std::uint64_t own = HashBytes(record, sizeof record);
   std::memcpy(end + hyper::kEndHashed, &own, 8);
+}
+
+// Some numbers changed, with checksums that agree.
+inline std::vector<std::byte> MutantOf(std::vector<std::byte> bytes, std::uint32_t ident, std::mt19937& random) {
+  constexpr std::uint64_t kValues[] = {0, 1, 2, 0x7fffffff, 0xffffffff, 0x80000000, 1625, 0x7ff8000000000000};
+  for (std::size_t changes = 1 + random() % 3; changes > 0; changes--) {
+    const std::uint64_t value = random() % 3 == 0 ? random() : kValues[random() % std::size(kValues)];
+    const std::size_t size = std::size_t(1) << random() % 4;
+    std::memcpy(&bytes[random() % (bytes.size() - size)], &value, size);
+  }
+  RepairHyperFile(bytes, ident);
+  return bytes;
 }
 
 }  // namespace orlix::test

@@ -173,27 +173,17 @@ TEST(Program, OptionsStandInAnyOrder) {
 TEST(Program, StatisticsHaveALineForEachFrame) {
   ProgramRunner runner;
   const std::string scene = runner.Write("s.json", kScene), stats = (runner.folder / "s.jsonl").string();
-  std::vector<std::string> hashes[3];
-  const char* threads[] = {"1", "2", "8"};
-  for (int run = 0; run < 3; ++run) {
-    ASSERT_EQ(runner.Run({"run", scene, "--stats", stats, "--quiet", "--threads", threads[run]}).code, 0);
-    int frame = 0;
-    for (const auto& line : Lines(test::ReadText(stats))) {
-      EXPECT_EQ(line.at("scene"), "Plume");
-      EXPECT_EQ(line.at("hash").get<std::string>().size(), 16u);
-      EXPECT_TRUE(line.at("seconds").at("total").is_number());
-      if (line.at("kind") == "frame") {
-        EXPECT_EQ(line.at("frame"), frame++);
-        hashes[run].push_back(line.at("hash"));
-      } else {
-        EXPECT_EQ(line.at("kind"), "substep");
-        EXPECT_EQ(line.at("frame"), frame);
-      }
-    }
-    EXPECT_EQ(frame, 11);
+  ASSERT_EQ(runner.Run({"run", scene, "--stats", stats, "--quiet"}).code, 0);
+  int frame = 0;
+  for (const auto& line : Lines(test::ReadText(stats))) {
+    EXPECT_EQ(line.at("scene"), "Plume");
+    EXPECT_EQ(line.at("hash").get<std::string>().size(), 16u);
+    EXPECT_TRUE(line.at("seconds").at("total").is_number());
+    EXPECT_EQ(line.at("frame"), frame);
+    EXPECT_EQ(line.at("kind") == "frame", line.at("kind") != "substep");
+    frame += line.at("kind") == "frame";
   }
-  EXPECT_EQ(hashes[0], hashes[1]);
-  EXPECT_EQ(hashes[0], hashes[2]);
+  EXPECT_EQ(frame, 11);
 
   const std::string plume = SourceFolder() + "/scenes/smoke_plume.json";
   ASSERT_EQ(runner.Run({"run", plume, "--frames", "2", "--stats", stats, "--out", runner.folder.path().string()}).code,

@@ -147,15 +147,7 @@ TEST(GridFrameFile, MutantsAreRefusedOrPlayed) {
   const std::vector<std::byte> frames[] = {SmallFrame(false), SmallFrame(true)};
   int played = 0, refused = 0;
   for (int mutant = 0; mutant < kMutants; mutant++) {
-    std::vector<std::byte> bytes = frames[mutant % 2];
-    for (int i = 0; i < 1 + mutant % 3; i++) {
-      constexpr std::uint64_t kValues[] = {0, 1, 2, 0x7fffffff, 0xffffffff, 0x80000000, 1625, 0x7ff8000000000000};
-      const std::uint64_t value = random() % 3 == 0 ? random() : kValues[random() % std::size(kValues)];
-      const std::size_t size = random() % 2 == 0 ? 4 : 8;
-      std::memcpy(&bytes[random() % (bytes.size() - size)], &value, size);
-    }
-    test::RepairHyperFile(bytes, kFrameFileIdent);
-    Plays(bytes) ? played++ : refused++;
+    Plays(test::MutantOf(frames[mutant % 2], kFrameFileIdent, random)) ? played++ : refused++;
   }
   EXPECT_GT(played, kMutants / 10);
   EXPECT_GT(refused, kMutants / 10);

@@ -1,10 +1,6 @@
 #include "host/files/AtomicFile.h"
 
-#include <sys/resource.h>
-
-#include <chrono>
 #include <random>
-#include <thread>
 
 #include "host/files/AtomicStream.h"
 #include "tests/support/ChildProcess.h"
@@ -136,36 +132,6 @@ TEST(AtomicFile, TemporaryNamesAreTold) {
     EXPECT_EQ(TemporaryOwner(name), 0) << name;
   }
 }
-
-// One writer replaces a file again and again and is killed; the file is whole after each kill.
-void KillWhileWriting(int kills) {
-  TemporaryFolder folder;
-  std::mt19937 random(11);
-  const std::size_t size = 700000;
-  ASSERT_TRUE(WriteFileAtomically(folder / "a", std::string(size, 'a')).ok());
-  int changed = 0;
-  char before = 'a';
-  for (int i = 0; i < kills; i++) {
-    const pid_t child = test::StartChild([&] {
-      for (char c = 'a';; c = c == 'z' ? 'a' : char(c + 1)) {
-        if (!WriteFileAtomically(folder / "a", std::string(size, c)).ok()) return 1;
-      }
-    });
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
-    ::kill(child, SIGKILL);
-    ASSERT_EQ(test::WaitFor(child), 256 + SIGKILL);
-    const std::string now = ReadText(folder / "a");
-    ASSERT_EQ(now.size(), size);
-    ASSERT_EQ(now.find_first_not_of(now[0]), std::string::npos);
-    changed += now[0] != before;
-    before = now[0];
-    RemoveStaleTemporaries(folder.path());
-    ASSERT_EQ(NamesIn(folder.path()), Names{"a"});
-  }
-  EXPECT_GT(changed, 0);
-}
-TEST(AtomicFile, IsWholeAfterEachKill) { KillWhileWriting(20); }
-TEST(AtomicFileSlow, IsWholeAfterEachKill) { KillWhileWriting(400); }
 
 TEST(AtomicStream, SeeksAndPatches) {
   TemporaryFolder folder;

@@ -210,13 +210,7 @@ TEST(HyperFile, HostileFilesWithRightChecksumsAreRead) {
   std::mt19937 random(3);
   int opened = 0, items = 0;
   for (int mutant = 0; mutant < 2000; mutant++) {
-    auto bytes = sample;
-    for (int i = 0; i < 1 + mutant % 4; i++) {
-      const std::size_t at = random() % bytes.size();
-      bytes[at] = static_cast<std::byte>(random() % 3 == 0 ? 255 : random() % 20);
-    }
-    if (mutant % 5 == 0) bytes.resize(bytes.size() - random() % 60);
-    test::RepairHyperFile(bytes, kIdent);
+    const auto bytes = test::MutantOf(sample, kIdent, random);
     HyperFile file;
     if (!file.Open(kIdent, bytes)) continue;
     opened++;

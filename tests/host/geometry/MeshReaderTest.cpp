@@ -4,13 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <ctime>
 #include <sstream>
 
-#include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
 #include "host/geometry/MeshWriter.h"
 #include "host/objects/BaseDocument.h"
+#include "tests/support/SpherePolygons.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix::test {
@@ -233,18 +232,8 @@ TEST(MeshReader, CutFilesDoNoHarm) {
 
 // --- files -----------------------------------------------------------------------------------------------------------
 
-PolygonObject Sphere(int segments) {
-  PolygonObject mesh;
-  std::vector<ProfilePoint> profile{{0, -1}};
-  for (int r = 1; r < segments; ++r)
-    profile.push_back({std::sin(3.14159 * r / segments), -std::cos(3.14159 * r / segments)});
-  profile.push_back({0, 1});
-  Revolve(profile, false, segments, mesh);
-  return mesh;
-}
-
 TEST(MeshWriter, ObjGivesEveryBitBackAndPlySinglePrecision) {
-  const PolygonObject mesh = Sphere(20);
+  const PolygonObject mesh = SpherePolygons(1, 20, 20);
   std::ostringstream obj, ply, moving;
   WriteObj(mesh, obj);
   WritePly(mesh, {}, ply);
@@ -265,28 +254,6 @@ TEST(MeshWriter, ObjGivesEveryBitBackAndPlySinglePrecision) {
   }
   EXPECT_EQ(fromObj->polygons.size(), mesh.polygons.size());
   for (std::size_t i = 0; i < mesh.polygons.size(); ++i) EXPECT_EQ(fromObj->polygons[i].d, mesh.polygons[i].d);
-}
-
-TEST(MeshReader, AHundredThousandTrianglesTakeLessThanASecond) {
-  const PolygonObject mesh = Sphere(225);  // 100,800 triangles in quads
-  TemporaryFolder folder;
-  for (const char* name : {"ball.obj", "ball.ply"}) {
-    {
-      std::ofstream out(folder / name, std::ios::binary);
-      if (std::string_view(name).ends_with("obj"))
-        WriteObj(mesh, out);
-      else
-        WritePly(mesh, {}, out);
-    }
-    const std::clock_t start = std::clock();
-    const auto read = ReadMesh(folder / name);
-    [[maybe_unused]] const double seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
-    ASSERT_TRUE(read.ok()) << read.error().text;
-    EXPECT_EQ(read->polygons.size(), mesh.polygons.size());
-#ifndef ORLIX_SANITIZED
-    EXPECT_LT(seconds, 1.0) << name;
-#endif
-  }
 }
 
 TEST(MeshReader, FilesThatCannotBeReadSayWhich) {
