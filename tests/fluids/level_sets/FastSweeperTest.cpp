@@ -6,6 +6,8 @@
 #include <limits>
 #include <random>
 
+#include "tests/support/Cells.h"
+
 namespace orlix {
 namespace {
 
@@ -29,19 +31,15 @@ TEST(SpreadDistances, EqualsTheChessboardDistanceBitForBitAtAnyWorkerCount) {
       WorkerPool pool(workers);
       ScalarGrid grid(*start);
       SpreadDistances(pool, grid, h);
-      for (int k = 0; k < n.z; ++k) {
-        for (int j = 0; j < n.y; ++j) {
-          for (int i = 0; i < n.x; ++i) {
-            double expected = 1e6;
-            for (const VecInt3D& s : seeds) {
-              double value = (*start)(s.x, s.y, s.z);  // h is added step by step
-              for (int d = std::max({std::abs(s.x - i), std::abs(s.y - j), std::abs(s.z - k)}); d > 0; --d) value += h;
-              expected = std::min(expected, value);
-            }
-            ASSERT_EQ(grid(i, j, k), expected) << i << " " << j << " " << k;
-          }
+      test::ForAll(n, [&](int i, int j, int k) {
+        double expected = 1e6;
+        for (const VecInt3D& s : seeds) {
+          double value = (*start)(s.x, s.y, s.z);  // h is added step by step
+          for (int d = std::max({std::abs(s.x - i), std::abs(s.y - j), std::abs(s.z - k)}); d > 0; --d) value += h;
+          expected = std::min(expected, value);
         }
-      }
+        ASSERT_EQ(grid(i, j, k), expected) << i << " " << j << " " << k;
+      });
     }
   }
 }
@@ -90,34 +88,23 @@ TEST(ReinitialiseLevelSet, SignsOfANoisySphereStayAndItsDistancesAreWithinTheChe
   auto phi = MakeGrid({24, 22, 20}, 0);
   const double h = phi->space.cellSize;
   const auto distance = [&](int i, int j, int k) { return (Length(Vec3D(i - 11.2, j - 10.7, k - 9.9)) - 6) * h; };
-  for (int k = 0; k < 20; ++k) {
-    for (int j = 0; j < 22; ++j) {
-      for (int i = 0; i < 24; ++i) (*phi)(i, j, k) = distance(i, j, k) * (1 + 0.5 * std::sin(i + 2.0 * j + 3.0 * k));
-    }
-  }
+  test::FillCells(*phi,
+                  [&](int i, int j, int k) { return distance(i, j, k) * (1 + 0.5 * std::sin(i + 2.0 * j + 3.0 * k)); });
   ReinitialiseLevelSet(pool, scratch, *phi);
-  for (int k = 0; k < 20; ++k) {
-    for (int j = 0; j < 22; ++j) {
-      for (int i = 0; i < 24; ++i) {
-        const double d = distance(i, j, k), value = (*phi)(i, j, k);
-        ASSERT_EQ(value >= 0, d >= 0);
-        // The chessboard's distance is between the true one / sqrt 3 and the true one; a cell for the kept values.
-        ASSERT_LE(std::abs(value), std::abs(d) + 1.1 * h);
-        ASSERT_GE(std::abs(value), std::abs(d) / 1.74 - 1.1 * h);
-      }
-    }
-  }
+  test::ForAll(phi->dims, [&](int i, int j, int k) {
+    const double d = distance(i, j, k), value = (*phi)(i, j, k);
+    ASSERT_EQ(value >= 0, d >= 0);
+    // The chessboard's distance is between the true one / sqrt 3 and the true one; a cell for the kept values.
+    ASSERT_LE(std::abs(value), std::abs(d) + 1.1 * h);
+    ASSERT_GE(std::abs(value), std::abs(d) / 1.74 - 1.1 * h);
+  });
 }
 
 TEST(DensityToLevelset, ABoxHasSignsAndHalfCellsAtItsSurface) {
   for (const int workers : {1, 3}) {
     WorkerPool pool(workers);
     auto density = MakeGrid({16, 16, 16}, 0), phi = MakeGrid({16, 16, 16}, 1e6);
-    for (int k = 4; k < 12; ++k) {
-      for (int j = 4; j < 12; ++j) {
-        for (int i = 4; i < 12; ++i) (*density)(i, j, k) = 0.5;
-      }
-    }
+    test::ForBox({4, 4, 4}, {12, 12, 12}, [&](int i, int j, int k) { (*density)(i, j, k) = 0.5; });
     ASSERT_TRUE(DensityToLevelset(pool, *density, *phi, 0.5, 1e6, true));
     const double h = phi->space.cellSize;
     EXPECT_EQ((*phi)(4, 8, 8), -h / 2) << "a value at the threshold counts";

@@ -9,7 +9,7 @@
 
 #include "fluids/grids/EGrid.h"
 #include "fluids/meshes/HostGeometry.h"
-#include "host/geometry/GeneratedGeometry.h"
+#include "tests/support/SpherePolygons.h"
 
 namespace orlix::test {
 
@@ -21,15 +21,7 @@ inline TriMeshSTL MeshOf(const PolygonObject& polygons, const LMatrix& matrix = 
 
 // A closed sphere of 2 x segments x (rings - 1) triangles.
 inline TriMeshSTL SphereMesh(double radius, int segments, int rings, const Vec3D& centre = {}) {
-  PolygonObject polygons;
-  std::vector<ProfilePoint> profile{{0, -radius}};
-  for (int r = 1; r < rings; ++r) {
-    const double angle = std::numbers::pi * r / rings;
-    profile.push_back({radius * std::sin(angle), -radius * std::cos(angle)});
-  }
-  profile.push_back({0, radius});
-  Revolve(profile, false, segments, polygons);
-  return MeshOf(polygons, {centre, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
+  return MeshOf(SpherePolygons(radius, segments, rings), {centre, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
 }
 
 inline TriMeshSTL BoxMesh(const Vec3D& min, const Vec3D& max) {
