@@ -9,14 +9,10 @@
 #include "host/objects/BaseDocument.h"
 #include "host/render/Light.h"
 #include "host/render/RenderTypes.h"
+#include "tests/host/render/TestSurfaces.h"
 
 namespace orlix {
 namespace {
-
-Vec3D RandomVector(MersenneTwister& random) {
-  const double x = random.Uniform() - 0.5, y = random.Uniform() - 0.5;
-  return {x, y, random.Uniform() - 0.5};
-}
 
 class CameraLaws : public testing::TestWithParam<Projection> {};
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 #include "host/render/RenderTypes.h"
@@ -165,26 +164,6 @@ TEST_F(Gathering, MistakesComeWithTheObjectsName) {
   BaseObject& settings = Add(kRenderSettingsType);
   settings.Set(kRenderSamplesId, std::int64_t(0));
   EXPECT_NE(Gather().find("samples"), std::string::npos);
-}
-
-TEST(RenderTypes, EveryRowHasATextAndADefaultInItsRange) {
-  TypeRegistry types;
-  RegisterRenderTypes(types);
-  int rows = 0;
-  for (const auto& [id, type] : types.types()) {
-    std::set<int> ids;
-    EXPECT_GT(std::string(type->text).size(), 10u) << type->resource;
-    type->ForEachParameter([&](const Parameter& p) {
-      EXPECT_GT(std::string(p.text).size(), 5u) << p.key;
-      EXPECT_TRUE(ids.insert(p.id).second) << p.key;
-      EXPECT_TRUE(p.type == ParameterType::Vector || (p.number >= p.min && p.number <= p.max)) << p.key;
-      ++rows;
-    });
-  }
-  EXPECT_GT(rows, 50);
-  for (const char* name : {"light", "light_point", "light_spot", "light_distant", "camera", "material", "render"}) {
-    EXPECT_TRUE(types.FindName(name)) << name;
-  }
 }
 
 }  // namespace

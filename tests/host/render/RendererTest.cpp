@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/host/render/TestSurfaces.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -326,19 +327,16 @@ TEST(RendererThreads, ThePictureIsTheSameAtAnyNumberOfWorkers) {
   BoxVolume noisy;
   noisy.high = {2, 2, 2}, noisy.absorption = 0.2, noisy.glow = {1, 0.5, 0.1}, noisy.noisy = true;
   world.volumes.push_back(&noisy);
-  RenderReport reports[4];
-  const Picture one = Rendered(world, 1, &reports[0]);
-  int number = 1;
-  for (const int workers : {2, 3, 8}) {
-    const Picture many = Rendered(world, workers, &reports[number]);
-    for (const PictureChannel& channel : one.channels()) {
-      EXPECT_EQ(channel.values, many.Find(channel.name)->values) << channel.name << " with " << workers;
-    }
-    EXPECT_EQ(reports[number].shadowRays, reports[0].shadowRays);
-    ++number;
-  }
+  const auto rendered = [&](int workers) {
+    RenderReport report;
+    const Picture picture = Rendered(world, workers, &report);
+    std::vector<std::vector<float>> values;
+    for (const PictureChannel& channel : picture.channels()) values.push_back(channel.values);
+    return std::pair(values, report.shadowRays);
+  };
+  const auto one = test::SameForAnyWorkers(rendered);
   world.settings.seed = 5;
-  EXPECT_NE(Rendered(world, 2).Find("R")->values, one.Find("R")->values);
+  EXPECT_NE(rendered(2).first, one.first);
 }
 
 }  // namespace

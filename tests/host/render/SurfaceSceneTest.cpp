@@ -13,11 +13,6 @@
 namespace orlix {
 namespace {
 
-Vec3D RandomVector(MersenneTwister& random) {
-  const double x = random.Uniform() - 0.5, y = random.Uniform() - 0.5;
-  return {x, y, random.Uniform() - 0.5};
-}
-
 // Moeller and Trumbore 1997.
 double DistanceToTriangle(const Vec3D& o, const Vec3D& d, const Vec3D& a, const Vec3D& b, const Vec3D& c) {
   const Vec3D e1 = b - a, e2 = c - a, p = Cross(d, e2);

@@ -4,9 +4,17 @@
 #include <cmath>
 #include <numbers>
 
+#include "globals/Random.h"
 #include "host/render/RenderWorld.h"
+#include "tests/support/SpherePolygons.h"
 
 namespace orlix {
+
+// In the unit cube about the origin.
+inline Vec3D RandomVector(MersenneTwister& random) {
+  const double x = random.Uniform() - 0.5, y = random.Uniform() - 0.5;
+  return {x, y, random.Uniform() - 0.5};
+}
 
 // A square of side 2 x half in y = 0, facing up.
 inline PolygonObject SquareMesh(double half) {
@@ -16,29 +24,7 @@ inline PolygonObject SquareMesh(double half) {
   return mesh;
 }
 
-// A sphere about the origin: rings of quads, triangles at the poles.
-inline PolygonObject SphereMesh(double radius, int rings) {
-  PolygonObject mesh;
-  const int columns = 2 * rings;
-  mesh.points.push_back({0, radius, 0});
-  for (int r = 1; r < rings; ++r) {
-    const double a = std::numbers::pi * r / rings;
-    for (int c = 0; c < columns; ++c) {
-      const double b = 2 * std::numbers::pi * c / columns;
-      mesh.points.push_back(Vec3D{std::sin(a) * std::sin(b), std::cos(a), std::sin(a) * std::cos(b)} * radius);
-    }
-  }
-  mesh.points.push_back({0, -radius, 0});
-  const auto last = static_cast<std::int32_t>(mesh.points.size() - 1);
-  const auto at = [&](int ring, int column) { return 1 + (ring - 1) * columns + column % columns; };
-  for (int c = 0; c < columns; ++c) {
-    mesh.polygons.push_back({0, at(1, c), at(1, c + 1), at(1, c + 1)});
-    for (int r = 1; r < rings - 1; ++r)
-      mesh.polygons.push_back({at(r, c), at(r + 1, c), at(r + 1, c + 1), at(r, c + 1)});
-    mesh.polygons.push_back({at(rings - 1, c), last, at(rings - 1, c + 1), at(rings - 1, c + 1)});
-  }
-  return mesh;
-}
+inline PolygonObject SphereMesh(double radius, int rings) { return test::SpherePolygons(radius, 2 * rings, rings); }
 
 // A box full of even matter that swallows and glows.
 class BoxVolume : public VolumeShader {
