@@ -97,86 +97,6 @@ TEST(Advection, AUniformVelocityOfWholeCellsShifts) {
   EXPECT_EQ(checked, 8 * 10 * 10 * 10);
 }
 
-TEST(Advection, WithoutTimeATrilinearSampleCopies) {
-  const VecInt3D cells(11, 12, 13);
-  AdvectionBench bench(cells, test::RoughVelocity(2, 1), 0.1f);
-  bench.field.dt = 0;
-  WorkerPool pool(1);
-  const auto grid = test::MakeGrid(cells, kGridVelocityV, bench.h);
-  test::FillSamples(*grid, test::RoughSource(1));
-  for (const Scheme scheme : {Scheme::SemiLagrangian, Scheme::MacCormack}) {
-    ScalarGrid result = *grid;
-    test::ForInner(grid->dims, [&](int i, int j, int k) { result(i, j, k) = 9; });
-    Advect(bench, scheme, *grid, AdvectionSampling::Trilinear, result, pool);
-    int inside = 0;
-    test::ForInner(grid->dims, [&](int i, int j, int k) {
-      if (bench.mask(i, j, k)) {
-        ++inside;  // faces on the walls: kept by one scheme, halved by the other
-      } else {
-        EXPECT_EQ(result(i, j, k), (*grid)(i, j, k)) << i << " " << j << " " << k;
-      }
-    });
-    EXPECT_LT(inside, grid->count / 4);
-  }
-}
-
-TEST(Advection, SolidCellsKeepOldContentUnderSchemeZeroAndAreHalvedByMacCormack) {
-  const VecInt3D cells(14, 14, 14);
-  AdvectionBench bench(cells, test::RoughVelocity(1, 2));
-  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(7, 7, 7)) - 3.1; });
-  WorkerPool pool(2);
-  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
-  test::FillSamples(*grid, test::RoughSource(4));
-  ScalarGrid plain = *grid, corrected = *grid;
-  plain.Fill(77), corrected.Fill(77);
-  Advect(bench, Scheme::SemiLagrangian, *grid, AdvectionSampling::Trilinear, plain, pool);
-  Advect(bench, Scheme::MacCormack, *grid, AdvectionSampling::Trilinear, corrected, pool);
-  const int solid = 7;
-  ASSERT_TRUE(bench.mask(solid, solid, solid));
-  EXPECT_EQ(plain(solid, solid, solid), 77);
-  EXPECT_EQ(corrected(solid, solid, solid), 0.5 * (*grid)(solid, solid, solid));
-  EXPECT_EQ(plain(0, 3, 3), 77);
-  EXPECT_EQ(corrected(0, 3, 3), 77);
-}
-
-TEST(MacCormack, StaysWithinTheRangeOfItsSource) {
-  const VecInt3D cells(24, 24, 24);
-  AdvectionBench bench(cells, test::RoughVelocity(1.3, 8));
-  bench.field.integrator = Integrator::Heun;
-  WorkerPool pool(2);
-  auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
-  test::FillSamples(*grid, [](const Vec3D& p) { return Length(p - Vec3D(12, 12, 12)) < 5 ? 1.0 : 0.25; });
-  ScalarGrid result = *grid;
-  double least = 1, most = 0;
-  for (int step = 0; step < 6; ++step) {
-    Advect(bench, Scheme::MacCormack, *grid, AdvectionSampling::Trilinear, result, pool);
-    std::swap(grid->data, result.data);
-  }
-  test::ForInner(cells, [&](int i, int j, int k) {
-    least = std::min(least, (*grid)(i, j, k)), most = std::max(most, (*grid)(i, j, k));
-  });
-  EXPECT_GE(least, 0.25 - 1e-15);
-  EXPECT_LE(most, 1 + 1e-15);
-  EXPECT_GT(most, 0.9);
-}
-
-TEST(MacCormack, WithoutStrengthIsTheWayThereWithinItsLimits) {
-  const VecInt3D cells(15, 13, 14);
-  AdvectionBench bench(cells, test::RoughVelocity(1.3, 9));
-  WorkerPool pool(1);
-  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
-  test::FillSamples(*grid, test::RoughSource(6));
-  const AdvectionSource source = bench.Source(*grid, AdvectionSampling::Trilinear);
-  ScalarGrid plain = *grid, corrected = *grid;
-  Grid<double> forward(cells, kGridScratch);
-  Grid<std::int32_t> traced(cells, kGridScratch);
-  AdvectionField back = bench.field;
-  back.dt = -bench.field.dt;
-  AdvectSemiLagrangian(back, source, plain, pool);
-  AdvectMacCormack(bench.field, source, 0, corrected, {forward, traced}, pool);
-  for (std::int64_t c = 0; c < plain.count; ++c) ASSERT_NEAR(plain[c], corrected[c], 1e-15);
-}
-
 TEST(ConservativeAdvection, KeepsTheSumWhileNothingLeaves) {
   const VecInt3D cells(24, 24, 24);
   const Vec3D centre(12, 12, 12);
@@ -303,6 +223,16 @@ TEST(Advection, ConvergesInATaylorGreenVortex) {
                 scheme == Scheme::MacCormack ? "MacCormack" : "semi-Lagrangian", coarse, fine, order);
     EXPECT_GT(order, least);
     EXPECT_LT(fine, 0.05);
+  }
+}
+
+TEST(Resolve, PutsAPointJustInsideTheSurfaceOfASolid) {
+  AdvectionBench bench({20, 20, 20}, [](const Vec3D&) { return Vec3D(); });
+  bench.SetSolid([](const Vec3D& p) { return (p.x + 2 * p.y - 2 * p.z - 7.5) / 3; });
+  for (Vec3D p : {Vec3D(9.3, 7.1, 8.2), Vec3D(10, 9, 10)}) {
+    const double before = bench.field.solid.DistanceIndex(p);
+    EXPECT_EQ(bench.field.Resolve(p), before < 0);
+    EXPECT_NEAR(bench.field.solid.DistanceIndex(p), before < 0 ? -AdvectionField::kMargin : before, 1e-9);
   }
 }
 
