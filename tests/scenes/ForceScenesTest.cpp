@@ -207,23 +207,6 @@ TEST(CurlAndVortex, StirsWithoutLosingSmoke) {
   ExpectCleanRun(box);
 }
 
-TEST(CurlAndVortex, ForcesCanStandAlone) {
-  // Curl noise alone turns nothing on the whole.
-  SceneFileRun both("scenes/curl_and_vortex.json"), folds("scenes/curl_and_vortex.json", {"Turn.strength=0"});
-  const auto turn = [](SceneFileRun& box) {
-    double momentum = 0, speed = 0;
-    ForVelocity(box.Get<FluidSolver>("Air"), [&](const Vec3D& u, const Vec3D& p) {
-      momentum += p.z * u.x - p.x * u.z;
-      speed += Length(u) * std::hypot(p.x, p.z);
-    });
-    return momentum / speed;
-  };
-  both.StepThrough(0, 6);
-  folds.StepThrough(0, 6);
-  EXPECT_GT(turn(both), 0.05);
-  EXPECT_LT(std::abs(turn(folds)), 0.2 * turn(both));
-}
-
 // A scene, and what makes it coarse.
 class SceneThreads : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 

@@ -4,6 +4,7 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VelocityGridChannel.h"
+#include "tests/support/Cells.h"
 #include "tests/support/TestScene.h"
 
 namespace orlix {
@@ -19,16 +20,10 @@ struct ChannelFixture : testing::Test {
   }
   // A value that tells its cell in the scene's lattice.
   void Mark() {
-    ScalarGrid& g = *channel->grid;
-    for (int k = 0; k < g.dims.z; ++k) {
-      for (int j = 0; j < g.dims.y; ++j) {
-        for (int i = 0; i < g.dims.x; ++i) {
-          const VecInt3D at = g.space.voxelMin + VecInt3D(i, j, k);
-          g(i, j, k) = 0.5 + 0.01 * at.x + 0.001 * at.y + 0.0001 * at.z;
-        }
-      }
-    }
+    const VecInt3D low = channel->grid->space.voxelMin;
+    test::FillCells(*channel->grid, [&](int i, int j, int k) { return MarkOf(low + VecInt3D(i, j, k)); });
   }
+  static double MarkOf(const VecInt3D& at) { return 0.5 + 0.01 * at.x + 0.001 * at.y + 0.0001 * at.z; }
   test::TestScene scene{2};
   BaseObject* smoke;
   ScalarGridChannel* channel;
@@ -45,16 +40,12 @@ TEST_F(ChannelFixture, GrowsWithTheContainerAndKeepsItsContent) {
   EXPECT_EQ(channel->grid->space.voxelMin, VecInt3D(-2, -1, 0));
   int kept = 0;
   for (const ScalarGrid* g : {channel->grid.get(), channel->previous.get()}) {
-    for (int k = 0; k < 6; ++k) {
-      for (int j = 0; j < 6; ++j) {
-        for (int i = 0; i < 6; ++i) {
-          const VecInt3D at = g->space.voxelMin + VecInt3D(i, j, k);
-          const bool old = at.x >= 0 && at.y >= 0 && at.x < 4 && at.y < 4 && at.z < 4;
-          ASSERT_DOUBLE_EQ((*g)(i, j, k), old ? 0.5 + 0.01 * at.x + 0.001 * at.y + 0.0001 * at.z : 0);
-          kept += old;
-        }
-      }
-    }
+    test::ForAll({6, 6, 6}, [&](int i, int j, int k) {
+      const VecInt3D at = g->space.voxelMin + VecInt3D(i, j, k);
+      const bool old = at.x >= 0 && at.y >= 0 && at.x < 4 && at.y < 4 && at.z < 4;
+      ASSERT_DOUBLE_EQ((*g)(i, j, k), old ? MarkOf(at) : 0);
+      kept += old;
+    });
   }
   EXPECT_EQ(kept, 128);
 }
@@ -134,13 +125,8 @@ TEST_F(ChannelFixture, VelocityIsSampledAtItsFaces) {
   EXPECT_EQ(velocity.grids[2]->dims, VecInt3D(6, 6, 7));
   // u = x, v = 2y, w = -3z in simulation space, at each component's own place.
   for (int c = 0; c < 3; ++c) {
-    ScalarGrid& g = *velocity.grids[c];
     const double slope[] = {1, 2, -3};
-    for (int k = 0; k < g.dims.z; ++k) {
-      for (int j = 0; j < g.dims.y; ++j) {
-        for (int i = 0; i < g.dims.x; ++i) g(i, j, k) = slope[c] * 0.5 * VecInt3D(i, j, k)[c];
-      }
-    }
+    test::FillCells(*velocity.grids[c], [&](int i, int j, int k) { return slope[c] * 0.5 * VecInt3D(i, j, k)[c]; });
   }
   const Vec3D p(1.3, 0.8, 2.1), v = velocity.SamplePoint(p);
   EXPECT_NEAR(v.x, p.x, 1e-12);

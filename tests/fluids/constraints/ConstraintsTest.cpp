@@ -7,7 +7,6 @@
 #include "fluids/constraints/RowWeights.h"
 #include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/NodeBench.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -169,16 +168,6 @@ TEST(ChannelAverage, KeepsTheLastMeanWhenNothingIsAboveZero) {
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.5);
   bench.GridOf(channel).Fill(0.0);
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.25);  // normalised once more
-}
-
-TEST(ChannelAverageThreads, SameBits) {
-  const auto mean = test::SameForAnyWorkers([](int workers) {
-    ScalarGrid grid({13, 7, 11}, Vec3D(1), 1, kGridSmoke, {});
-    FillCells(grid, [](int i, int j, int k) { return std::sin(i * 3.1 + j * 1.7 + k * 0.3); });
-    WorkerPool pool(workers);
-    return MeanOfPositive(grid, pool);
-  });
-  EXPECT_GT(mean.value_or(0), 0.5);
 }
 
 TEST(VoxelDistance, FallsFromTheObjectToItsDistance) {

@@ -254,23 +254,6 @@ TEST(GridProcessorThreads, InteriorAndBordersTileTheArrayOnce) {
   }
 }
 
-TEST(WorkSplit, TheRemainderFallsToTheLastPiece) {
-  std::int32_t starts[8], ends[8];
-  EXPECT_EQ(SplitRange(starts, ends, 11, 100, 4), 4);
-  EXPECT_EQ(starts[3], 106);
-  EXPECT_EQ(ends[3], 111);
-  EXPECT_EQ(SplitRange(starts, ends, 2, 5, 4), 2);
-  EXPECT_EQ(ends[1], 7);
-  EXPECT_EQ(starts[3], 0);
-  EXPECT_EQ(SplitRange(starts, ends, 0, 5, 4), 0);
-  LayerSlabs slabs;
-  ASSERT_TRUE(SplitLayers(slabs, {10, 9, 12}, false, 3));
-  EXPECT_EQ(slabs.rangeMin[2], VecInt3D(1, 1, 7));
-  EXPECT_EQ(slabs.rangeMax[2], VecInt3D(9, 8, 11));
-  EXPECT_FALSE(slabs.Has(3));
-  EXPECT_FALSE(SplitLayers(slabs, {10, 9, 2}, false, 3));
-}
-
 TEST(WorkerPoolThreads, EveryWorkerRunsOnceAndNestingIsSafe) {
   for (const int threads : {1, 2, 5}) {
     WorkerPool pool(threads);

@@ -73,18 +73,6 @@ TEST(Interpolation, CubicFieldIsExactInTheInterior) {
   }
 }
 
-TEST(Interpolation, CubicRepeatsNodesAtTheUpperEnd) {
-  const Grid<double> grid = Filled({6, 6, 6}, [](double x, double, double) { return x * x; });
-  const CubicAxis nearEnd(3.5, 6), atEnd(4.5, 6), atStart(0.4, 6);
-  EXPECT_EQ(nearEnd.node[3], nearEnd.node[2]);
-  EXPECT_EQ(atEnd.node[2], atEnd.node[1]);
-  EXPECT_EQ(atEnd.node[3], atEnd.node[1]);
-  EXPECT_EQ(atStart.node[1], 1);
-  for (const CubicAxis& axis : {nearEnd, atEnd, atStart}) {
-    EXPECT_NEAR(axis.weight[0] + axis.weight[1] + axis.weight[2] + axis.weight[3], 1, 1e-15);
-  }
-}
-
 TEST(Interpolation, BSplineBlursAQuadraticByAConstant) {
   const Grid<double> grid = Filled({12, 12, 12}, [](double x, double, double) { return x * x; });
   for (const Vec3D& p : RandomPoints(3, 7, 100)) {
@@ -102,16 +90,6 @@ TEST(Interpolation, MonotoneCubicStaysBetweenItsMiddleSamples) {
     EXPECT_LE(v, std::max(f[1], f[2]));
   }
   EXPECT_EQ(MonotoneCubic(0, 2, 2, 9, 0.3), 2);
-}
-
-TEST(Interpolation, MonotoneStencilAtTheEnds) {
-  const MonotoneStencil beyond({8.5, 3, -1.5}, {8, 8, 8});
-  EXPECT_EQ(beyond.node[0][0], 6);
-  EXPECT_EQ(beyond.node[0][1], 7);
-  EXPECT_EQ(beyond.node[0][3], 7);
-  EXPECT_EQ(beyond.node[1][0], 2);
-  EXPECT_EQ(beyond.node[1][3], 5);
-  for (int m = 0; m < 3; ++m) EXPECT_EQ(beyond.node[2][m], 0);
 }
 
 TEST(Interpolation, IndexClampOfTheEightNodeKernels) {

@@ -113,31 +113,6 @@ TEST_F(Combustion, AMixtureStopsWhenItsAirIsGone) {
   EXPECT_GT(burning, 10);
 }
 
-TEST_F(Combustion, ASmokyMixtureApproachesSaturation) {
-  // So much smoke that S + F rises while it burns: it ends at 3.23 from below, with fuel left.
-  FuelTerms terms;
-  terms.model = BurnModel::MixtureLimited;
-  terms.burnStep = 0.1, terms.smokeStep = 1.2, terms.heat = 100;
-  double fuel = 2.8, smoke = 0, heat = 1000, fire = 0;
-  const double weight = 1;
-  double before = fuel + smoke;
-  for (int step = 0; step < 4000; ++step) {
-    BurnFuel(terms, {0, 1, &heat, &fire, &fuel, &smoke, nullptr, &weight});
-    EXPECT_GE(fuel + smoke, before);
-    EXPECT_LT(fuel + smoke, 3.23 + 1e-12);
-    before = fuel + smoke;
-  }
-  EXPECT_NEAR(before, 3.23, 1e-3);
-  EXPECT_GT(fuel, 0.1);
-  // A ratio of 0 burns nothing and divides by nothing.
-  terms.fuelRatio = 0;
-  const double left = fuel;
-  smoke = 0;
-  BurnFuel(terms, {0, 1, &heat, &fire, &fuel, &smoke, nullptr, &weight});
-  EXPECT_EQ(fuel, left);
-  EXPECT_EQ(smoke, 0);
-}
-
 TEST_F(Combustion, FlamesBurnDownAlongTheirCurves) {
   burn_->Set(1002, Value());
   burn_->Set(2, 2.0);

@@ -508,23 +508,6 @@ INSTANTIATE_TEST_SUITE_P(Types, OperatorThreads,
                                          "grid_dissipate", "grid_diffusion"),
                          [](const auto& type) { return std::string(type.param).substr(5); });
 
-TEST(MathThreads, AConstraintMayReadTheTarget) {
-  test::SameForAnyWorkers([](int workers) {
-    OperatorBench bench(workers);
-    BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_scalar", "target"),
-               &where = bench.Add("constraint_gridvalue", "where");
-    where.Set(1000, OperatorBench::LinkTo(target));
-    where.Set(1002, 0.3);
-    math.Set(kConstraintListId, OperatorBench::ListOf({&where}));
-    bench.Link();
-    bench.Fit(kCells);
-    auto& channel = bench.Get<ChannelBase_Scalar>(target);
-    FillCells(*channel.grid, [](int i, int j, int k) { return std::sin(i * 1.1 + j * 0.7 + k * 2.3); });
-    Visit(bench, math, channel, *channel.grid, 0.7);
-    return test::ValuesOf(*channel.grid);
-  });
-}
-
 TEST(Falloff, FormsAndTheirBorders) {
   OperatorBench bench;
   BaseObject& object = bench.Add("falloff", "f");

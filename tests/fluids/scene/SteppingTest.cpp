@@ -160,12 +160,5 @@ TEST(AdaptiveSubsteps, TimeScaleZeroStandsStill) {
   EXPECT_EQ(s.scene().info.substepFraction, 0);
 }
 
-TEST(BaseTime, FramesComeFromTheFraction) {
-  EXPECT_EQ((BaseTime{7, 24}.Frame(24)), 7);
-  EXPECT_EQ((BaseTime{1001, 24000}.Frame(24)), 1);
-  EXPECT_EQ((BaseTime{5, 0}.Frame(24)), 0);
-  EXPECT_EQ((BaseTime{5, 0}.Seconds()), 0);
-}
-
 }  // namespace
 }  // namespace orlix

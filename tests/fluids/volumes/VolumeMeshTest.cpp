@@ -337,7 +337,5 @@ TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
   EXPECT_NE(failure->text.find("MB"), std::string::npos) << failure->text;
 }
 
-// --- workers and state -----------------------------------------------------------------------------------------------
-
 }  // namespace
 }  // namespace orlix::test
