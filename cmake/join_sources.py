@@ -1,0 +1,60 @@
+#!/usr/bin/env python3
+"""join_sources.py OUT SOURCE...: one source of many, for builds whose time goes into reading headers. All #includes come
+first. What two sources name alike in their unnamed namespaces gets a prefix for each, by a macro that ends with the
+source: names need to be unique in a file only, as everywhere else."""
+import pathlib
+import re
+import sys
+
+UNNAMED = re.compile(r"^namespace \{$(.*?)^\}  // namespace$", re.M | re.S)
+
+
+def leading_includes(lines):
+    """How many lines the comments, blanks and #includes at the start take."""
+    count = 0
+    for n, line in enumerate(lines, 1):
+        if line.startswith("#include"):
+            count = n
+        elif line.strip() and not line.startswith("//"):
+            break
+    return count
+
+
+def names_of(text):
+    """What the unnamed namespaces declare; the layout begins each declaration in the first column."""
+    names = set()
+    for block in UNNAMED.findall(text):
+        for statement in re.split(r"\n(?=[^\s})])", re.sub(r"//.*", "", block)):
+            statement = re.sub(r"^template <.*>\s*", "", statement)
+            if type_name := re.match(r"(?:struct|class|enum class|enum) (\w+)|using (\w+) =", statement):
+                names.add(type_name[1] or type_name[2])
+            elif function := re.match(r"[^(={;]*?\b(\w*[a-z]\w*)\(", statement):
+                names.add(function[1])
+            else:
+                names.update(re.findall(r"\b(k[A-Z]\w*)(?= =|\[\w*\] =|\{|;)", statement.split("= {")[0] + "= {"))
+    return names
+
+
+def main():
+    out, paths = pathlib.Path(sys.argv[1]), sys.argv[2:]
+    root = pathlib.Path(__file__).resolve().parent.parent
+    includes, bodies, names = [], [], []
+    for path in paths:
+        text = pathlib.Path(path).read_text()
+        lines = text.splitlines()
+        first = leading_includes(lines)
+        includes += [line for line in lines[:first] if line.startswith("#include")]
+        bodies.append((pathlib.Path(path).relative_to(root), first + 1, "\n".join(lines[first:])))
+        names.append(names_of(text))
+    joined = list(dict.fromkeys(includes))
+    for n, (path, line, body) in enumerate(bodies):
+        others = set().union(*names[:n], *names[n + 1:])
+        alike = sorted(names[n] & others)
+        joined += [f"#define {name} Joined{n}_{name}" for name in alike]
+        joined += [f'#line {line} "{path}"', body]
+        joined += [f"#undef {name}" for name in alike]
+    out.parent.mkdir(parents=True, exist_ok=True)
+    out.write_text("\n".join(joined) + "\n")
+
+
+main()
