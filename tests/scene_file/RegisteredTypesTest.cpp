@@ -9,6 +9,7 @@
 #include "scene_file/SceneReader.h"
 #include "scene_file/SceneWriter.h"
 #include "scene_file/TypeReference.h"
+#include "scene_file/ValueReader.h"
 #include "tests/scene_file/RandomValues.h"
 
 namespace orlix {
