@@ -33,7 +33,7 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
 
 FrameOutput::FrameOutput(const BaseDocument& document, std::filesystem::path results)
     : document_(document), results_(std::move(results)) {
-  for (const BaseObject* object : document.ObjectsOfType(OutputType().id)) {
+  for (const BaseObject* object : document.ObjectsOfType(OutputSettings::Type().id)) {
     outputs_.push_back(OutputSettings::Read(*object));
   }
 }
@@ -56,7 +56,7 @@ Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
     if (frame % output.every != 0) continue;
     if (Status made = CreateFolders(results_ / output.folder); !made) return made;
     for (const auto& [key, scene] : hook.scenes()) {
-      // One scene has the plain name; each of several has its own behind it.
+      // One scene has the plain name; each of several adds its own.
       const std::string suffix = hook.scenes().size() > 1 ? "_" + FileStem(scene->Name()) : "";
       if (Status status = WriteScene(*scene, output, suffix, frame); !status) return status;
     }

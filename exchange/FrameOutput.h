@@ -22,7 +22,7 @@ class FrameOutput {
   std::filesystem::path PictureFolder(int frame) const;
   // Every folder that files go to.
   std::vector<std::filesystem::path> Folders() const;
-  // Mesh velocities of a frame come from the points written before it. A run that goes on behind a frame sets the
+  // Mesh velocities of a frame come from the points written before it. A run that goes on after a frame sets the
   // document's time to the last one that WritesVelocities and lets its points be remembered.
   bool WritesVelocities(int frame) const;
   void RememberMeshes();

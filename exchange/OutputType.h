@@ -11,8 +11,14 @@
 namespace orlix {
 
 enum class MeshOutput { None = 0, Obj = 1, Ply = 2 };
+enum class VdbVelocity { Near, Everywhere };
+enum class UpAxis { Y, Z };
 
 struct OutputSettings {
+  static constexpr int kFolderId = 1, kFileNameId = 2, kEveryId = 3, kVdbId = 4, kVdbNamesId = 5, kMeshesId = 6,
+                       kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12;
+  static const TypeInfo& Type();
+
   std::string folder;  // relative to the folder of results
   std::string name = "frame";
   int every = 1;  // frames
@@ -27,7 +33,5 @@ struct OutputSettings {
 
   static OutputSettings Read(const BaseObject& object);
 };
-
-const TypeInfo& OutputType();
 
 }  // namespace orlix

@@ -12,7 +12,7 @@ namespace orlix {
 namespace {
 
 std::string NameOfScalar(const ChannelBase_Scalar& channel) {
-  if (const char* name = NameOfGridType(channel.channelType)) return name;
+  if (const char* name = NameOfGridType(channel.channelType[0])) return name;
   const std::string name = PlainName(channel.handler.hostObject()->name);
   std::string lower = name;
   for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

@@ -1,4 +1,4 @@
-// HyperFile's reader on any bytes: as they are, and with checksums that agree, so that what lies behind them is
+// HyperFile's reader on any bytes: as they are, and with checksums that agree, so that what follows them is
 // reached.
 
 #include "host/files/HyperFile.h"

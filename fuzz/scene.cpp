@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (path == "again.json") return text;
     return orlix::Error{orlix::ErrorKind::InputFile, path + ": can't be opened"};
   };
-  // What stands behind "--set " in the last line is an override.
+  // What follows "--set " in the last line is an override.
   if (const auto set = text.rfind("--set "); set != std::string::npos)
     options.overrides.push_back(text.substr(set + 6));
   const auto scene = orlix::ReadSceneText("fuzz.json", text, engine.types, options);

@@ -13,7 +13,7 @@ struct Engine {
 
   Engine() {
     RegisterTypes(factory);
-    types.Add(OutputType());
+    types.Add(OutputSettings::Type());
   }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;

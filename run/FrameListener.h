@@ -14,7 +14,7 @@ struct RunState {
   WorkerPool& pool;
   std::string outputFolder;
   int firstFrame = 0, lastFrame = 0;
-  int startFrame = 0;        // the first that is simulated: behind the checkpoint that the run goes on from
+  int startFrame = 0;        // the first that is simulated: after the checkpoint that the run goes on from
   int frame = 0;             // the current one
   bool wanted = true;        // its results are asked for; otherwise it is only simulated on the way
   double seconds = 0;        // that this frame took to simulate

@@ -16,7 +16,7 @@ class FrameResults : public FrameListener {
   explicit FrameResults(const BaseThread* thread, std::optional<PictureOptions> pictures = {}, bool outputs = true)
       : always_(pictures.has_value()), outputs_(outputs), maker_(pictures.value_or(PictureOptions()), thread) {}
 
-  // Before a checkpoint's state is put back: the run will go on behind this frame, whose results are there. Moves the
+  // Before a checkpoint's state is restored: the run will go on after this frame, whose results are there. Moves the
   // document's time.
   Status ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document, const std::string& outputFolder);
   Status BeforeRun(const RunState& state) override;

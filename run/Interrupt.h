@@ -1,5 +1,5 @@
 #pragma once
-// SIGINT, SIGTERM and SIGHUP. The first asks a run to end behind the frame in hand, the second breaks it off at once
+// SIGINT, SIGTERM and SIGHUP. The first asks a run to end after the current frame, the second breaks it off at once
 // and in order, the third kills: whatever has its final name is whole at any moment.
 
 #include <string_view>

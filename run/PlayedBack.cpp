@@ -39,7 +39,7 @@ bool PlaysAlways(const BaseObject& object, bool rendering) {
   return !inDuration;
 }
 
-// What an object leads to, through links and lists: the simulated objects, behind which nothing is looked for, since
+// What an object leads to, through links and lists: the simulated objects, beyond which nothing is looked for, since
 // they hold their own state.
 void AddShown(const BaseObject* object, std::set<const BaseObject*>& seen, std::set<const BaseObject*>& simulated) {
   if (!object || !seen.insert(object).second) return;

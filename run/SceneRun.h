@@ -43,7 +43,7 @@ class SceneRun {
   Status Check();
   // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
   Result<MemoryForecast> Forecast();
-  // Until the plan's last frame, an error, or a signal, behind the frame in hand.
+  // Until the plan's last frame, an error, or a signal, after the frame that is being made.
   Status Run(const FramePlan& plan);
   const RunState& state() const { return state_; }
 

@@ -43,7 +43,7 @@ class Cleaner {
   std::string& text_;
   std::optional<TextMistake> mistake_;
   int depth_ = 0;
-  std::size_t comma_ = kNone;  // a comma with only blanks behind it so far
+  std::size_t comma_ = kNone;  // a comma with only blanks after it so far
   bool valueBefore_ = false;   // whether the last token ends a value: then a comma may follow
 
   void Blank(std::size_t from, std::size_t to) {

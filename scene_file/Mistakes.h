@@ -36,7 +36,7 @@ class Mistakes {
 
 // Text in double quotes, with control characters escaped and a long text cut.
 std::string Quoted(std::string_view text, std::size_t limit = 60);
-// At most limit bytes, cut between code points, with "..." behind a cut.
+// At most limit bytes, cut between code points, with "..." after a cut.
 std::string Shortened(std::string_view text, std::size_t limit);
 
 // `, did you mean "smoke"?`, or nothing when no candidate is near.

@@ -137,7 +137,7 @@ std::optional<Value> ReadSpline(const ParameterSite& site, const JsonValue& valu
 }
 
 std::optional<GradientKnot> ReadColourKnot(const ParameterSite& site, const JsonValue& value) {
-  constexpr const char* kAllowed = R"(a knot [position, [red, green, blue]], and "step", "linear" or "cubic" behind)";
+  constexpr const char* kAllowed = R"(a knot [position, [red, green, blue]], and "step", "linear" or "cubic" after it)";
   const JsonValue::Array* parts = value.AsArray();
   if (!parts || parts->size() < 2 || parts->size() > 3) return site.Refuse(value, kAllowed);
   const auto position = ReadNumber(site, (*parts)[0], "a number, 0 to 1");

@@ -10,7 +10,7 @@
 
 namespace orlix {
 
-// Options that stand before or behind any command.
+// Options that stand before or after any command.
 struct GlobalOptions {
   int threads = 0;     // 0: all that the machine offers
   std::string memory;  // "8G"; empty: no limit

@@ -1,5 +1,5 @@
 #pragma once
-// The words of the command line. The parser's heavy header stands behind this one.
+// The words of the command line. Only the .cpp includes the parser's heavy header.
 
 #include <functional>
 #include <optional>

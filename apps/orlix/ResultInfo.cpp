@@ -66,7 +66,7 @@ Status PrintCheckpointInfo(const Program& program, const std::string& path) {
     fmt::print("{}\n", LaidOut(json));
     return {};
   }
-  fmt::print("{}: checkpoint behind frame {}, {} scenes, scene {}, state {}\n", path, head->frame, head->scenes,
+  fmt::print("{}: checkpoint after frame {}, {} scenes, scene {}, state {}\n", path, head->frame, head->scenes,
              HexHash(head->sceneHash), HexHash(head->stateHash));
   return {};
 }

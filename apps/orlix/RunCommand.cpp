@@ -96,7 +96,7 @@ std::vector<std::filesystem::path> FoldersWritten(const BaseDocument& document, 
   return folders;
 }
 
-// Puts the latest checkpoint's state in place; the plan begins behind it.
+// Restores the latest checkpoint's state; the plan begins after it.
 Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& document, SceneRun& run, FramePlan& plan) {
   const auto found = checkpoints.FindLatest();
   if (!found) return found.error();
@@ -109,7 +109,7 @@ Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& doc
   if (Status restored = RestoreCheckpoint((*found)->path, document, run.hook()); !restored.ok()) return restored;
   checkpoints.ContinueFrom(**found);
   plan.start = frame + 1;
-  spdlog::info("going on behind frame {}", frame);
+  spdlog::info("going on after frame {}", frame);
   return {};
 }
 

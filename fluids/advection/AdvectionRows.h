@@ -69,7 +69,7 @@ ORLIX_ROW_INLINE void Whole(F& whole, const F& x) {
 }
 
 // Where sixteen values may be read from a row: its first linear indices in [low, high], for stencils that reach from
-// `margin` nodes before a cell to margin + 1 behind it.
+// `margin` nodes before a cell to margin + 1 after it.
 struct RowLimits {
   std::int64_t low, high;
   ORLIX_ROW_INLINE RowLimits(const GridView<const double>& grid, int margin) {
@@ -91,7 +91,7 @@ struct Nodes {
 };
 ORLIX_ROW_INLINE void Load(Nodes& nodes, const std::int32_t* from, [[maybe_unused]] const RowLimits& limits) {
 #ifdef ORLIX_ROWS_AVX512
-  // Room for the lanes that stay behind, and as much for those that run ahead.
+  // Room for the lanes below the first one's cell, and as much for those above it.
   std::int64_t first = from[0] - std::int64_t(3);
   first = first > limits.high ? limits.high : first;
   first = first < limits.low ? limits.low : first;

@@ -7,7 +7,7 @@
 //   2           Ralston                          3       3
 //   3           classical Runge-Kutta            4       4
 //
-// Index positions: array coordinates of the lattice's corners, so that cell (i, j, k) spans [i, i + 1) and has its
+// Index positions: index space of the lattice, in which cell (i, j, k) spans [i, i + 1) and has its
 // centre at (i + 0.5, j + 0.5, k + 0.5).
 
 #include "fluids/grids/Interpolation.h"

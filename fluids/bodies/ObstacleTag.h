@@ -5,13 +5,12 @@
 
 namespace orlix {
 
-inline constexpr int kBodyMass = 2002;
-inline constexpr int kBodyDensity = 2003;
-inline constexpr int kBodyLinearMotionScale = 2004;
-inline constexpr int kBodyAngularMotionScale = 2005;
-inline constexpr int kBodyMassMode = 2008;
-inline constexpr int kBodyDriven = 2040;
+struct ObstacleTag {
+  enum class MassMode { Mass, Density };
 
-const TypeInfo& ObstacleTagType();
+  static constexpr int kMassId = 2002, kDensityId = 2003, kLinearMotionScaleId = 2004, kAngularMotionScaleId = 2005,
+                       kMassModeId = 2008, kDrivenId = 2040;
+  static const TypeInfo& Type();
+};
 
 }  // namespace orlix

@@ -5,13 +5,16 @@
 namespace orlix {
 
 void RigidBody_Variational::ReadTag(const BaseObject& tag) {
-  const bool driven = tag.GetBool(kBodyDriven);
-  const bool massFromDensity = tag.GetInt(kBodyMassMode) == 1;
-  const double mass = driven ? 0 : massFromDensity ? tag.GetDouble(kBodyDensity) : tag.GetDouble(kBodyMass);
+  const bool driven = tag.GetBool(ObstacleTag::kDrivenId);
+  const bool massFromDensity =
+      tag.GetChoice<ObstacleTag::MassMode>(ObstacleTag::kMassModeId) == ObstacleTag::MassMode::Density;
+  const double mass = driven            ? 0
+                      : massFromDensity ? tag.GetDouble(ObstacleTag::kDensityId)
+                                        : tag.GetDouble(ObstacleTag::kMassId);
   wantsDynamic_ = mass > 0;
   bodyType_ = driven ? BodyType::Driven : BodyType::Static;
-  linearMotionScale = tag.GetDouble(kBodyLinearMotionScale);
-  angularMotionScale = tag.GetDouble(kBodyAngularMotionScale);
+  linearMotionScale = tag.GetDouble(ObstacleTag::kLinearMotionScaleId);
+  angularMotionScale = tag.GetDouble(ObstacleTag::kAngularMotionScaleId);
 }
 
 }  // namespace orlix

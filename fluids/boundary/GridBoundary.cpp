@@ -15,15 +15,16 @@ struct FaceParameter {
   std::int32_t id;
   ClosedFace bit;
 };
-constexpr FaceParameter kFaces[] = {{1011, kClosedXMin}, {1012, kClosedXMax}, {1014, kClosedYMax},
-                                    {1013, kClosedYMin}, {1015, kClosedZMin}, {1016, kClosedZMax}};
+constexpr FaceParameter kFaces[] = {{GridBoundary::kFaceXMinId, kClosedXMin}, {GridBoundary::kFaceXMaxId, kClosedXMax},
+                                    {GridBoundary::kFaceYMaxId, kClosedYMax}, {GridBoundary::kFaceYMinId, kClosedYMin},
+                                    {GridBoundary::kFaceZMinId, kClosedZMin}, {GridBoundary::kFaceZMaxId, kClosedZMax}};
 constexpr double kLargest = std::numeric_limits<double>::max();
 
 }  // namespace
 
 GridBoundary::GridBoundary(BaseList2D* solverObject, OrlixScene& ownerScene)
     : iObject(solverObject, ownerScene), solidDistance(solverObject, ownerScene) {
-  solidDistance.channelType = kGridNodalLevelset;
+  solidDistance.channelType = {kGridNodalLevelset};
   solidDistance.valueMin = -kLargest;
   solidDistance.valueMax = kLargest;
   solidDistance.backgroundValue = kLargest;
@@ -62,7 +63,7 @@ bool GridBoundary::ApplyBounds(const Vec3D& min, const Vec3D& max) {
 bool GridBoundary::ReadParameters() {
   std::uint8_t closed = 0;
   for (const FaceParameter& face : kFaces) {
-    if (handler.GetChoice(face.id) != 0) closed = static_cast<std::uint8_t>(closed | face.bit);
+    if (handler.GetChoice<Face>(face.id) != Face::Open) closed = static_cast<std::uint8_t>(closed | face.bit);
   }
   if (closed != closedFaces) MarkDirty(false);
   closedFaces = closed;

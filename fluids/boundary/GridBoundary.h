@@ -20,7 +20,12 @@ class VolumeBase;
 
 class GridBoundary final : public iObject, public iFractionOwner {
  public:
+  enum class Face { Open, Closed };
+
   GridBoundary(BaseList2D* solverObject, OrlixScene& owner);
+  // Rows of the solver.
+  static constexpr int kFaceXMinId = 1011, kFaceXMaxId = 1012, kFaceYMinId = 1013, kFaceYMaxId = 1014,
+                       kFaceZMinId = 1015, kFaceZMaxId = 1016;
 
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
@@ -48,12 +53,6 @@ class GridBoundary final : public iObject, public iFractionOwner {
   // --- queries of a point; workers may ask while the field isn't being rebuilt
   // p is an index position of the field, or with remap one of grid, carried over through both lattices.
   bool IsInsideSolid(const Vec3D& p, const ScalarGrid* grid, bool remap) const;
-  double SolidDistanceIndex(const Vec3D& p) const { return View().DistanceIndex(p); }
-  double SolidDistanceLocal(const Vec3D& p) const { return View().DistanceLocal(p); }
-  double SolidDistanceWorld(const Vec3D& p) const { return View().DistanceLocal(Local(p)); }
-  Vec3D SolidGradientIndex(const Vec3D& p) const { return View().GradientIndex(p); }
-  Vec3D SolidGradientLocal(const Vec3D& p) const { return View().GradientLocal(p); }
-  Vec3D SolidGradientWorld(const Vec3D& p) const { return View().GradientLocal(Local(p)); }
   bool IsInOpenBorder(const Vec3D& p) const { return View().IsInOpenBorder(p); }
   bool IsInBorder(const Vec3D& p) const { return View().IsInBorder(p); }
   bool IsOutsideDomain(const Vec3D& p) const { return View().IsOutsideDomain(p); }

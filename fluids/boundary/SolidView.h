@@ -3,7 +3,7 @@
 // virtual.
 //
 // The field stands on the corners of the cells: n = cells + 1 nodes an axis. Positive in the open, metres. Positions:
-//   index   array coordinates of the nodes
+//   index   index space, in which the nodes lie at whole numbers
 //   local   metres from the grid's low corner
 //   world   simulation space
 // Without data the distances are 0, the gradients zero, nothing is inside, and collisions report true without a move.

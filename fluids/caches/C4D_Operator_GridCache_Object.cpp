@@ -4,6 +4,8 @@
 
 namespace orlix {
 
+using FolderSource = Cache_OperatorBase::FolderSource;
+
 std::string CacheFolderText(const CacheInfo& info) {
   const std::int64_t length = std::int64_t(info.lastFrame) - info.firstFrame + 1;
   return fmt::format("Length: {} ({} - {})\nSize: {}\nMissing Frames: {}\n", length, info.firstFrame, info.lastFrame,
@@ -21,11 +23,11 @@ std::string GridFrameText(const GridCacheInfo& info) {
 void UpdateGridCacheDescription(GridCacher& cacher) {
   C4D_InterfaceHandler& handler = cacher.handler;
   handler.SetString(Cache_OperatorBase::kStemId, cacher.name().Stem());
-  if (handler.GetChoice(Cache_OperatorBase::kFolderSourceId) == 0) {
+  if (handler.GetChoice<FolderSource>(Cache_OperatorBase::kFolderSourceId) == FolderSource::Document) {
     handler.SetString(Cache_OperatorBase::kFolderId, cacher.name().folder.string());
   }
-  handler.SetString(1008, GridFrameText(cacher.ReadFrameInfo()));
-  handler.SetString(1015, CacheFolderText(cacher.GetCacheInfo()));
+  handler.SetString(GridCacher::kFrameTextId, GridFrameText(cacher.ReadFrameInfo()));
+  handler.SetString(GridCacher::kFolderTextId, CacheFolderText(cacher.GetCacheInfo()));
 }
 
 }  // namespace orlix

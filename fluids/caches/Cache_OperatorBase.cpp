@@ -6,6 +6,8 @@
 namespace orlix {
 
 namespace fs = std::filesystem;
+using CacheMode = Cache_OperatorBase::CacheMode;
+using FolderSource = Cache_OperatorBase::FolderSource;
 
 namespace {
 
@@ -18,7 +20,7 @@ std::int32_t FramesSinceStart(const FrameClock& clock) { return clock.frame - cl
 fs::path CacheFolderOf(const BaseObject& cacheObject) {
   const std::string& documentFolder = cacheObject.document().folder;
   const fs::path base = documentFolder.empty() ? fs::path(".") : fs::path(documentFolder);
-  if (cacheObject.GetInt(Cache_OperatorBase::kFolderSourceId) == 0) return base;
+  if (cacheObject.GetChoice<FolderSource>(Cache_OperatorBase::kFolderSourceId) == FolderSource::Document) return base;
   const fs::path own = cacheObject.GetString(Cache_OperatorBase::kFolderId);
   return own.empty() ? own : base / own;
 }
@@ -27,7 +29,7 @@ std::vector<fs::path> RecordedFolders(const BaseDocument& document) {
   std::vector<fs::path> folders;
   document.ForEachObject([&](BaseObject& object) {
     if ((object.type().kinds & kLinkCache) == 0) return;
-    if (object.GetInt(Cache_OperatorBase::kModeId) != static_cast<int>(Cache_OperatorBase::CacheMode::Record)) return;
+    if (object.GetChoice<CacheMode>(Cache_OperatorBase::kModeId) != CacheMode::Record) return;
     const fs::path folder = CacheFolderOf(object);
     if (!folder.empty()) folders.push_back(folder);
   });
@@ -46,17 +48,17 @@ bool Cache_OperatorBase::ReadParameters() {
   // stayed marked as checked would miss the next frame.
   SetFlag(NodeDirtyChecked, false);
   renderOnly_ = handler.GetBool(kRenderOnlyId);
-  mode_ = handler.GetChoice(kModeId) == 1 ? CacheMode::Record : CacheMode::Playback;
+  mode_ = handler.GetChoice<CacheMode>(kModeId);
   name_.stem = handler.GetString(kStemId);
   name_.digits = handler.GetInt(GetIds().digits);
-  frameOverride_ = handler.GetInt(kFrameOverrideId);
+  frameOverride_ = handler.GetInt(kFrameId);
   frameOffset_ = handler.GetInt(kFrameOffsetId);
-  compression_ = handler.GetChoice(kCompressionId);
-  format_ = handler.GetChoice(kFormatId);
-  numbering_ = handler.GetChoice(kNumberingId);
+  compression_ = handler.GetChoice<Compression>(kCompressionId);
+  format_ = handler.GetChoice<Format>(kFormatId);
+  numbering_ = handler.GetChoice<Numbering>(kNumberingId);
   reverse_ = handler.GetBool(kReverseId);
   name_.folder = CacheFolderOf(*handler.hostObject());
-  name_.SetExtension(GetIds().firstExtension + format_);
+  name_.SetExtension(GetIds().firstExtension + static_cast<int>(format_));
   return true;
 }
 
@@ -96,7 +98,7 @@ std::int32_t Cache_OperatorBase::FrameToLoad() const {
 }
 
 std::int32_t Cache_OperatorBase::FrameToSave() const {
-  return numbering_ == 0 ? FramesSinceStart(scene->clock) : scene->clock.frame;
+  return numbering_ == Numbering::Simulation ? FramesSinceStart(scene->clock) : scene->clock.frame;
 }
 
 bool Cache_OperatorBase::TakesPart() {

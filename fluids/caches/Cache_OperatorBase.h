@@ -17,7 +17,11 @@ std::vector<std::filesystem::path> RecordedFolders(const BaseDocument& document)
 
 class Cache_OperatorBase : public iObject {
  public:
-  enum class CacheMode : std::int32_t { Playback = 0, Record = 1 };
+  enum class CacheMode { Playback, Record };
+  enum class Compression { None, Packed };
+  enum class Format { Cache };
+  enum class Numbering { Simulation, Document };
+  enum class FolderSource { Document, Own };
 
   Cache_OperatorBase(BaseList2D* object, OrlixScene& owner, const char* defaultStem);
   std::int32_t GetNodeBaseType() const override { return NODE_CACHE; }
@@ -38,9 +42,9 @@ class Cache_OperatorBase : public iObject {
   std::int32_t FrameToSave() const;
 
   // The ids that all caches have in common.
-  static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004,
-                                kFrameOverrideId = 1006, kFrameOffsetId = 1007, kCompressionId = 1009, kFormatId = 1010,
-                                kNumberingId = 1011, kFolderSourceId = 1013, kReverseId = 1014;
+  static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004, kFrameId = 1006,
+                                kFrameOffsetId = 1007, kCompressionId = 1009, kFormatId = 1010, kNumberingId = 1011,
+                                kFolderSourceId = 1013, kReverseId = 1014;
 
  protected:
   struct Ids {
@@ -63,12 +67,14 @@ class Cache_OperatorBase : public iObject {
   void FailSaving(const Status& status) { scene->Fail(status.error().kind, status.error().text); }
 
   ZQ_C4DCacheName_Operator name_;
-  std::int32_t compression_ = 0, format_ = 0;
+  Compression compression_ = Compression::None;
+  Format format_ = Format::Cache;
 
  private:
   CacheMode mode_ = CacheMode::Playback;
   bool renderOnly_ = false, reverse_ = false;
-  std::int32_t frameOverride_ = -1, frameOffset_ = 0, numbering_ = 0;
+  std::int32_t frameOverride_ = -1, frameOffset_ = 0;
+  Numbering numbering_ = Numbering::Simulation;
   const Duration* duration_ = nullptr;
   std::vector<Constraint*> constraints_;
   bool inPass_ = false;

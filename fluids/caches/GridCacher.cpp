@@ -153,7 +153,7 @@ void GridCacher::Save() {
   if (!name_.OpenForWrite(file, FrameToSave(), path)) return FailSaving(file.status());
   std::vector<CachedGridSet> entries;
   for (const Target& target : targets_) entries.push_back(GridsOf(target.grids));
-  WriteGridFrame(file, scene->space, entries, compression_ > 0);
+  WriteGridFrame(file, scene->space, entries, compression_ == Compression::Packed);
   if (const Status closed = file.Close(); !closed.ok()) FailSaving(closed);
 }
 
@@ -174,7 +174,7 @@ GridCacheInfo GridCacher::ReadFrameInfo() const {
   GridCacheInfo info;
   std::error_code error;
   info.found = fs::exists(name_.PathOf(0), error);
-  if (!info.found || format_ != 0) return info;
+  if (!info.found || format_ != Format::Cache) return info;
   const fs::path path = name_.PathOf(FrameToLoad());
   HyperFile file;
   GridFrameHead head;

@@ -36,10 +36,11 @@ class GridCacher final : public Cache_OperatorBase {
   // Reads the head of the frame to load.
   GridCacheInfo ReadFrameInfo() const;
 
-  static constexpr std::int32_t kNodesId = 1012, kInterpolationId = 1020;
+  static constexpr std::int32_t kNodesId = 1012, kInterpolationId = 1020, kActiveInId = 1018, kDigitsId = 1021,
+                                kFrameTextId = 1008, kFolderTextId = 1015;
 
  protected:
-  Ids GetIds() const override { return {1018, 1021, 21}; }
+  Ids GetIds() const override { return {kActiveInId, kDigitsId, 21}; }
   bool HasTargets() const override { return !targets_.empty(); }
 
  private:

@@ -2,18 +2,6 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr int kTargetId = 1000, kSettingsId = 1001;
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kTargetId, "channel", kLinkChannel | kLinkSolver,
-                  "The channel to fill; a dynamics object takes the value as expansion of its pressure solve"),
-    LinkParameter(kSettingsId, "settings", kLinkSettings, "How it is filled"),
-};
-
-}  // namespace
-
 ChannelTarget ChannelTarget::Of(const OrlixScene& scene, const BaseList2D* link) {
   ChannelTarget target;
   target.scalar = scene.RetrieveAs<ChannelBase_Scalar>(link, NODE_CHANNEL, RETRIEVE_SCALAR);
@@ -26,25 +14,28 @@ ChannelTarget ChannelTarget::Of(const OrlixScene& scene, const BaseList2D* link)
 }
 
 const TypeInfo& ChannelPair::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300012;
-    type.resource = "zq_channelsettings";
-    type.className = "C4D_ChannelSettings_Object";
-    type.label = "Channel/Settings";
-    type.text = "Pairs a channel with the settings by which an emitter fills it.";
-    type.kinds = kLinkSettings;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver,
+                    "The channel to fill; a dynamics object takes the value as expansion of its pressure solve"),
+      LinkParameter(kSettingsId, "settings", kLinkSettings, "How it is filled"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300012,
+      .resource = "zq_channelsettings",
+      .className = "C4D_ChannelSettings_Object",
+      .label = "Channel/Settings",
+      .text = "Pairs a channel with the settings by which an emitter fills it.",
+      .kinds = kLinkSettings,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ChannelPair::ResolveLinks() {
   scalarTarget = nullptr, vectorTarget = nullptr, settings = nullptr;
   if (!iBase::ResolveLinks()) return false;
-  const BaseList2D *target = handler.GetLink(kTargetId), *emission = handler.GetLink(kSettingsId);
+  const BaseList2D *target = handler.GetLink(kChannelId), *emission = handler.GetLink(kSettingsId);
   if (!target || !emission) return false;
   const ChannelTarget found = ChannelTarget::Of(*scene, target);
   scalarTarget = found.scalar, vectorTarget = found.vector;

@@ -17,6 +17,7 @@ struct ChannelTarget {
 class ChannelPair final : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kChannelId = 1000, kSettingsId = 1001;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_SETTINGS; }
   std::int32_t GetNodeSubType() const override { return 90; }

@@ -10,19 +10,25 @@ namespace orlix {
 
 namespace {
 
+constexpr int kDisplayRangeId = 1018;
+
 constexpr std::array kShared = {
-    BoolParameter(1001, "clear_each_step", false, "Filled with the background value in each sub-step"),
-    BoolParameter(1002, "keep_previous", true, "Keeps the values of the step before, which advection needs"),
-    BoolParameter(1021, "bounds", true, "The channel's content counts for the automatic container"),
+    BoolParameter(ScalarGridChannel::kClearEachStepId, "clear_each_step", false,
+                  "Filled with the background value in each sub-step"),
+    BoolParameter(ScalarGridChannel::kKeepPreviousId, "keep_previous", true,
+                  "Keeps the values of the step before, which advection needs"),
+    BoolParameter(ScalarGridChannel::kBoundsId, "bounds", true,
+                  "The channel's content counts for the automatic container"),
     IntParameter(1000, "display_mode", 0, "", "Display in a view: mode"),
     BoolParameter(1008, "display", false, "Display in a view: on"),
     IntParameter(1012, "display_axis", 0, "", "Display in a view: axis of the slice"),
     FloatParameter(1013, "display_slice", 0.5, "", "Display in a view: place of the slice"),
     FloatParameter(1014, "display_threshold", 0.01, "", "Display in a view: least value"),
-    FloatParameter(1015, "display_scale", 1.0, "", "Display in a view: scale").ShownWhen(1018, Relation::IsNot, 0),
+    FloatParameter(1015, "display_scale", 1.0, "", "Display in a view: scale")
+        .ShownWhen(kDisplayRangeId, Relation::IsNot, 0),
     VectorParameter(1016, "display_colour", {1, 1, 0}, "", "Display in a view: colour"),
     BoolParameter(1017, "display_box", true, "Display in a view: the box"),
-    IntParameter(1018, "display_range", 0, "", "Display in a view: range of values"),
+    IntParameter(kDisplayRangeId, "display_range", 0, "", "Display in a view: range of values"),
     FloatParameter(1019, "display_max", 1.0, "", "Display in a view: greatest value"),
     FloatParameter(1020, "display_opacity", 0.03, "", "Display in a view: opacity"),
     IntParameter(1022, "display_step", 1, "cells", "Display in a view: step"),
@@ -37,42 +43,54 @@ constexpr auto WithShared(const std::array<Parameter, N>& own) {
   return rows;
 }
 
-constexpr Parameter ValueMin() { return FloatParameter(1050, "value_min", 0, "", "What counts as empty"); }
+constexpr Parameter ValueMin() {
+  return FloatParameter(ScalarGridChannel::kValueMinId, "value_min", 0, "", "What counts as empty");
+}
 constexpr Parameter ValueMax(double limit) {
-  return FloatParameter(1051, "value_max", limit, "", "Values are limited to it after each sub-step");
+  return FloatParameter(ScalarGridChannel::kValueMaxId, "value_max", limit, "",
+                        "Values are limited to it after each sub-step");
 }
 constexpr Parameter Background() {
-  return FloatParameter(1052, "background", 0, "", "What a cell holds after a reset");
+  return FloatParameter(ScalarGridChannel::kBackgroundId, "background", 0, "", "What a cell holds after a reset");
 }
 
 constexpr auto kScalar = WithShared(std::array{ValueMin(), ValueMax(1.0), Background()});
 constexpr auto kTemperature = WithShared(std::array{ValueMin().Hidden(), ValueMax(5000.0), Background()});
-constexpr auto kFuel = WithShared(std::array{
-    ValueMin().Hidden(), ValueMax(1.0), Background(),
-    FloatParameter(2000, "ignition_temperature", 600.0, "K", "Temperature from which the fuel burns").Min(0)});
-constexpr auto kFire = WithShared(
-    std::array{ValueMin().Hidden(), ValueMax(1.0).Hidden(), Background(),
-               FloatParameter(2000, "flame_temperature", 1600.0, "K", "Temperature that burning fuel reaches").Min(0),
-               FloatParameter(2001, "cooling_time_cold", 2.5, "s", "Cooling time at the cold end").Min(0),
-               FloatParameter(2002, "cooling_time_hot", 0.5, "s", "Cooling time at the hot end").Min(0).Fallback(1.0)});
-constexpr auto kVector = WithShared(
-    std::array{VectorParameter(1050, "value_min", {0, 0, 0}, "", "What counts as empty, a component each"),
-               VectorParameter(1051, "value_max", {1, 1, 1}, "", "Values are limited to it after each sub-step"),
-               VectorParameter(1052, "background", {0, 0, 0}, "", "What a cell holds after a reset"),
-               IntParameter(1053, "display_component", 0, "", "Display in a view: component").Between(0, 2)});
+constexpr auto kFuel =
+    WithShared(std::array{ValueMin().Hidden(), ValueMax(1.0), Background(),
+                          FloatParameter(FuelGridChannel::kIgnitionTemperatureId, "ignition_temperature", 600.0, "K",
+                                         "Temperature from which the fuel burns")
+                              .Min(0)});
+constexpr auto kFire = WithShared(std::array{
+    ValueMin().Hidden(), ValueMax(1.0).Hidden(), Background(),
+    FloatParameter(FireGridChannel::kFlameTemperatureId, "flame_temperature", 1600.0, "K",
+                   "Temperature that burning fuel reaches")
+        .Min(0),
+    FloatParameter(FireGridChannel::kCoolingTimeColdId, "cooling_time_cold", 2.5, "s", "Cooling time at the cold end")
+        .Min(0),
+    FloatParameter(FireGridChannel::kCoolingTimeHotId, "cooling_time_hot", 0.5, "s", "Cooling time at the hot end")
+        .Min(0)
+        .Fallback(1.0)});
+constexpr auto kVector = WithShared(std::array{
+    VectorParameter(ScalarGridChannel::kValueMinId, "value_min", {0, 0, 0}, "",
+                    "What counts as empty, a component each"),
+    VectorParameter(ScalarGridChannel::kValueMaxId, "value_max", {1, 1, 1}, "",
+                    "Values are limited to it after each sub-step"),
+    VectorParameter(ScalarGridChannel::kBackgroundId, "background", {0, 0, 0}, "", "What a cell holds after a reset"),
+    IntParameter(1053, "display_component", 0, "", "Display in a view: component").Between(0, 2)});
 
 TypeInfo ChannelType(int id, const char* resource, const char* className, const char* label, const char* text,
                      std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id;
-  type.resource = resource;
-  type.className = className;
-  type.label = label;
-  type.text = text;
-  type.kinds = kLinkChannel;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
+  return {
+      .id = id,
+      .resource = resource,
+      .className = className,
+      .label = label,
+      .text = text,
+      .kinds = kLinkChannel,
+      .parameters = rows,
+      .common = CommonNodeParameters(),
+  };
 }
 
 }  // namespace

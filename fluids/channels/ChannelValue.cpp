@@ -2,52 +2,42 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr int kTargetId = 1000, kScalarId = 1001, kVectorId = 1002, kFactorId = 1003, kPropertyId = 1004;
-constexpr int kUsePropertyId = 1007;
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kTargetId, "channel", kLinkChannel | kLinkSolver, "The channel"),
-    FloatParameter(kScalarId, "value", 1.0, "", "Value for a scalar channel"),
-    VectorParameter(kVectorId, "vector_value", {1, 1, 1}, "", "Value for a vector channel"),
-    FloatParameter(kFactorId, "property_scale", 0, "", "Factor of the property's value")
-        .ShownWhen(kUsePropertyId, Relation::Is, 1),
-    LinkParameter(kPropertyId, "property", kLinkParticles, "A particle property that gives the value instead"),
-    BoolParameter(kUsePropertyId, "use_property", false, "Takes the value from the linked property"),
-};
-
-}  // namespace
-
 const TypeInfo& ChannelValue::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300013;
-    type.resource = "zq_channelvalue";
-    type.className = "C4D_ChannelValue_Object";
-    type.label = "Channel/Value";
-    type.text = "Pairs a channel with a value, or with the particle property that gives it.";
-    type.kinds = kLinkSettings;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver, "The channel"),
+      FloatParameter(kValueId, "value", 1.0, "", "Value for a scalar channel"),
+      VectorParameter(kVectorValueId, "vector_value", {1, 1, 1}, "", "Value for a vector channel"),
+      FloatParameter(kPropertyScaleId, "property_scale", 0, "", "Factor of the property's value")
+          .ShownWhen(kUsePropertyId, Relation::Is, 1),
+      LinkParameter(kPropertyId, "property", kLinkParticles, "A particle property that gives the value instead"),
+      BoolParameter(kUsePropertyId, "use_property", false, "Takes the value from the linked property"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300013,
+      .resource = "zq_channelvalue",
+      .className = "C4D_ChannelValue_Object",
+      .label = "Channel/Value",
+      .text = "Pairs a channel with a value, or with the particle property that gives it.",
+      .kinds = kLinkSettings,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ChannelValue::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  scalarValue = handler.GetFloat(kScalarId);
-  vectorValue = handler.GetVector(kVectorId);
+  scalarValue = handler.GetFloat(kValueId);
+  vectorValue = handler.GetVector(kVectorValueId);
   useProperty = handler.GetBool(kUsePropertyId);
-  propertyScale = handler.GetFloat(kFactorId);
+  propertyScale = handler.GetFloat(kPropertyScaleId);
   return true;
 }
 
 bool ChannelValue::ResolveLinks() {
   Release();
   if (!iBase::ResolveLinks()) return false;
-  const BaseList2D* target = handler.GetLink(kTargetId);
+  const BaseList2D* target = handler.GetLink(kChannelId);
   if (!target) return false;
   const ChannelTarget found = ChannelTarget::Of(*scene, target);
   scalarTarget = found.scalar, vectorTarget = found.vector;

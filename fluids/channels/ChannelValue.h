@@ -9,6 +9,8 @@ namespace orlix {
 class ChannelValue final : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kChannelId = 1000, kValueId = 1001, kVectorValueId = 1002, kPropertyScaleId = 1003,
+                       kPropertyId = 1004, kUsePropertyId = 1007;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_SETTINGS; }
   std::int32_t GetNodeSubType() const override { return 91; }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fluids/channels/iChannel.h"
+#include "fluids/grids/CellRow.h"
 
 namespace orlix {
 
@@ -15,11 +16,9 @@ class LatticeRows {
   void Bind(const ScalarGrid* grid, const GridSpace& lattice);
   void Release() { grid_ = nullptr; }
   explicit operator bool() const { return grid_ != nullptr; }
-  bool IsDirect() const { return direct_; }
 
-  // The values at the centres of the row's cells, standing at its cell 0. Row: begin, end, j, k, threadIndex.
-  template <class Row>
-  const double* Of(const Row& row) {
+  // The values at the centres of the row's cells, standing at its cell 0.
+  const double* Of(const CellRow& row) {
     if (direct_) return grid_->data + grid_->Index(0, row.j, row.k);
     double* values = sampled_.data() + static_cast<std::size_t>(cells_) * static_cast<std::size_t>(row.threadIndex);
     Sample(row.begin, row.end, row.j, row.k, values);

@@ -1,68 +1,33 @@
 #pragma once
 // Scalar channels: smoke, temperature, fuel, fire and whatever a user names.
 
-#include "fluids/channels/iChannel.h"
+#include "fluids/channels/ChannelBase.h"
 
 namespace orlix {
 
-class ChannelBase_Scalar : public Channel_Dynamic<double> {
+class ChannelBase_Scalar : public ChannelBase<double> {
  public:
-  using Channel_Dynamic::Channel_Dynamic;
-
+  using ChannelBase::ChannelBase;
   std::int32_t GetNodeSubType() const override { return 44; }
   void GetRetrieveTypes(std::uint32_t& mask) const override {
     mask |= RetrieveBit(RETRIEVE_SCALAR) | RetrieveBit(RETRIEVE_GRID);
   }
-  bool ReadParameters() override;
-  void ResetSimulation() override;
-  void ClearState(bool deactivate) override;
-  void ExtendBounds(Vec3D& min, Vec3D& max) override;
-  bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
-  void AfterStep() override;
-  void VisitState(StateVisitor& visitor) override;
-  MemoryNeed MemoryFor(const VecInt3D& cells) const override { return {.kept = ChannelBytes(cells, 1)}; }
 
-  bool ContainsPoint(const Vec3D& p) const override { return grid && LatticeContainsPoint(grid->space, p); }
-  bool ContainsCell(const Vec3D& p, bool interiorOnly) const override {
-    return grid && LatticeContainsCell(grid->space, p, interiorOnly);
-  }
-  ScalarGrid* GetGrid(std::int32_t component) const override { return component == 0 ? grid.get() : nullptr; }
-  bool ResetToGrid(const ScalarGrid* shape, const double& background) override;
-  double SamplePoint(const Vec3D& p) const override;
-  double Sample(const Vec3D& voxel, Interpolation mode) const override;
-
-  std::unique_ptr<ScalarGrid> grid;
-  std::uint32_t channelType = kGridCustom;
-  double valueMin = 0;  // what counts as empty
-  double valueMax = 1;
-  double backgroundValue = 0;  // what a cell holds after a reset
+  std::unique_ptr<ScalarGrid>& grid = grids[0];
 };
 
-// With the grid of the step before.
-class ScalarGridChannel : public ChannelBase_Scalar {
+class ScalarGridChannel : public ChannelWithPrevious<ChannelBase_Scalar> {
  public:
-  using ChannelBase_Scalar::ChannelBase_Scalar;
+  using ChannelWithPrevious::ChannelWithPrevious;
   static const TypeInfo& Type();
 
-  void ResetSimulation() override;
-  void ClearState(bool deactivate) override;
-  bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
-  void VisitState(StateVisitor& visitor) override;
-  MemoryNeed MemoryFor(const VecInt3D& cells) const override {
-    return {.kept = ChannelBytes(cells, keepPrevious ? 2 : 1)};
-  }
-
-  // If keepPrevious, exchanges the arrays of the grid and the previous one; lattices stay.
-  void SwapGrids();
-  double SamplePrevious(const Vec3D& voxel, Interpolation mode) const;
-
-  std::unique_ptr<ScalarGrid> previous;
+  std::unique_ptr<ScalarGrid>& previous = previousGrids[0];
 };
 
 class TemperatureGridChannel final : public ScalarGridChannel {
  public:
   TemperatureGridChannel(BaseList2D* object, OrlixScene& owner) : ScalarGridChannel(object, owner) {
-    channelType = kGridTemperature;
+    channelType = {kGridTemperature};
   }
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 48; }
@@ -70,7 +35,10 @@ class TemperatureGridChannel final : public ScalarGridChannel {
 
 class FuelGridChannel final : public ScalarGridChannel {
  public:
-  FuelGridChannel(BaseList2D* object, OrlixScene& owner) : ScalarGridChannel(object, owner) { channelType = kGridFuel; }
+  FuelGridChannel(BaseList2D* object, OrlixScene& owner) : ScalarGridChannel(object, owner) {
+    channelType = {kGridFuel};
+  }
+  static constexpr int kIgnitionTemperatureId = 2000;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 47; }
   bool ReadParameters() override;
@@ -80,7 +48,10 @@ class FuelGridChannel final : public ScalarGridChannel {
 
 class FireGridChannel final : public ScalarGridChannel {
  public:
-  FireGridChannel(BaseList2D* object, OrlixScene& owner) : ScalarGridChannel(object, owner) { channelType = kGridFire; }
+  FireGridChannel(BaseList2D* object, OrlixScene& owner) : ScalarGridChannel(object, owner) {
+    channelType = {kGridFire};
+  }
+  static constexpr int kFlameTemperatureId = 2000, kCoolingTimeColdId = 2001, kCoolingTimeHotId = 2002;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 49; }
   bool ReadParameters() override;

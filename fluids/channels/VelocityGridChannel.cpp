@@ -6,7 +6,7 @@ namespace orlix {
 
 bool VelocityGridChannel::ReadParameters() {
   if (!handler.HasObject()) return false;
-  keepPrevious = handler.GetBool(1002);
+  keepPrevious = handler.GetBool(kKeepPreviousId);
   valueMin = Vec3D(std::numeric_limits<double>::lowest());
   valueMax = Vec3D(std::numeric_limits<double>::max());
   return true;

@@ -11,7 +11,7 @@ class VelocityGridChannel final : public VectorGridChannel {
     channelType = {kGridVelocityU, kGridVelocityV, kGridVelocityW};
   }
   std::int32_t GetNodeSubType() const override { return 46; }
-  // Reads keepPrevious from the solver's parameter 1002; the values have no limits.
+  // Reads keepPrevious from the solver's own row; the values have no limits.
   bool ReadParameters() override;
 };
 

@@ -68,26 +68,6 @@ bool ApplyToPrevious(std::unique_ptr<ScalarGrid>& previous, const ScalarGrid& gr
   return true;
 }
 
-bool ResetChannelGrid(std::unique_ptr<ScalarGrid>& grid, const ScalarGrid* shape, std::uint32_t type,
-                      double background) {
-  if (!shape) return false;
-  if (!grid || !grid->space.Equals(shape->space)) {
-    const double offset = grid ? grid->valueOffset : 0, scale = grid ? grid->valueScale : 0;
-    grid.reset();
-    try {
-      const GridSpace& space = shape->space;
-      grid = std::make_unique<ScalarGrid>(space.dims + ExtraCells(type), space.hostSize, space.cellSize, type,
-                                          space.hostMin);
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
-    grid->valueOffset = offset, grid->valueScale = scale;
-  }
-  grid->ResetActiveBox();
-  grid->Fill(background);
-  return true;
-}
-
 void WidenByActiveBox(const ScalarGrid& grid, Vec3D& min, Vec3D& max) {
   // An empty box lies from the far end to the near end: its corners still keep the present container.
   min = Min(min, Vec3D(grid.activeMin) * grid.space.simPerVoxel + grid.space.simMin);

@@ -5,10 +5,11 @@
 //
 //   iChannel<T>
 //   └ Channel_Dynamic<T>           keepPrevious
-//     ├ ChannelBase_Scalar         one grid
-//     │ └ ScalarGridChannel        and the previous one: fuel, fire, temperature
-//     └ ChannelBase_Vector         three grids, one a component
-//       └ VectorGridChannel        and the previous ones: velocity
+//     └ ChannelBase<T>             one grid, or three, one a component
+//       ├ ChannelBase_Scalar
+//       │ └ ScalarGridChannel      and the previous one: fuel, fire, temperature
+//       └ ChannelBase_Vector
+//         └ VectorGridChannel      and the previous ones: velocity
 
 #include <type_traits>
 
@@ -22,6 +23,8 @@ template <class T>
 class iChannel : public iObject, public iCachedGrids {
  public:
   using iObject::iObject;
+  static constexpr int kClearEachStepId = 1001, kKeepPreviousId = 1002, kBoundsId = 1021, kValueMinId = 1050,
+                       kValueMaxId = 1051, kBackgroundId = 1052;
   std::int32_t GetNodeBaseType() const override { return NODE_CHANNEL; }
   bool ResetWhenDirty() const override { return true; }
 
@@ -32,8 +35,6 @@ class iChannel : public iObject, public iCachedGrids {
   // The current grid of a component; null when there is none.
   virtual ScalarGrid* GetGrid(std::int32_t /*component*/) const { return nullptr; }
   virtual ScalarGrid* GetReadGrid(std::int32_t component) const { return GetGrid(component); }
-  // Takes over the lattice of shape, fills with background. False, and inactive, when it can't.
-  virtual bool ResetToGrid(const ScalarGrid*, const T&) { return false; }
   // Trilinear at a point in simulation space.
   virtual T SamplePoint(const Vec3D&) const { return T{}; }
   // Index coordinates of the lattice; the grid's sample offset is taken off here. 0 without a grid.
@@ -51,7 +52,6 @@ class iChannel : public iObject, public iCachedGrids {
   // The box of the data that a cache plays back.
   bool cacheSpaceValid = false;
   GridSpace cacheSpace;
-  std::int32_t baseChannelType = kGridCustom;
 };
 
 template <class T>
@@ -64,9 +64,9 @@ class Channel_Dynamic : public iChannel<T> {
   // The settings that all channels share.
   bool ReadCommonParameters() {
     const bool read = iBase::ReadParameters();
-    this->clearEachStep = this->handler.GetBool(1001);
-    this->SetFlag(NodeHasBounds, this->handler.GetBool(1021));
-    keepPrevious = this->handler.GetBool(1002);
+    this->clearEachStep = this->handler.GetBool(this->kClearEachStepId);
+    this->SetFlag(NodeHasBounds, this->handler.GetBool(this->kBoundsId));
+    keepPrevious = this->handler.GetBool(this->kKeepPreviousId);
     return read;
   }
 };
@@ -97,9 +97,6 @@ bool ApplyToPrevious(std::unique_ptr<ScalarGrid>& previous, const ScalarGrid& gr
 inline double ChannelBytes(const VecInt3D& cells, int grids) {
   return double(sizeof(double)) * grids * (cells.x + 1.0) * (cells.y + 1.0) * (cells.z + 1.0);
 }
-// Takes over shape's lattice. False when memory doesn't suffice or shape is missing.
-bool ResetChannelGrid(std::unique_ptr<ScalarGrid>& grid, const ScalarGrid* shape, std::uint32_t type,
-                      double background);
 void WidenByActiveBox(const ScalarGrid& grid, Vec3D& min, Vec3D& max);
 bool LatticeContainsPoint(const GridSpace& space, const Vec3D& p);
 bool LatticeContainsCell(const GridSpace& space, const Vec3D& p, bool interiorOnly);

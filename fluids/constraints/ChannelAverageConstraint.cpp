@@ -4,31 +4,33 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "channel", kLinkChannel, "The scalar channel whose mean counts"),
-    FloatParameter(1001, "threshold", 0.5, "", "A mean below it stops everything").Fallback(0.0),
-};
-
-}  // namespace
-
 const TypeInfo& ChannelAverageConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300023, "zq_constraint_gridaverage", "C4D_Constraint_GridChannelAverage_Object",
-                     "CS::Grid Channel Average", "Acts by the mean of a channel's cells above 0.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel, "The scalar channel whose mean counts"),
+      FloatParameter(kThresholdId, "threshold", 0.5, "", "A mean below it stops everything").Fallback(0.0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300023,
+      .resource = "zq_constraint_gridaverage",
+      .className = "C4D_Constraint_GridChannelAverage_Object",
+      .label = "CS::Grid Channel Average",
+      .text = "Acts by the mean of a channel's cells above 0.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool ChannelAverageConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  threshold_ = handler.GetDouble(1001);
+  threshold_ = handler.GetDouble(kThresholdId);
   return true;
 }
 
 bool ChannelAverageConstraint::ResolveLinks() {
   if (!Constraint::ResolveLinks()) return false;
-  channel_ = scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(1000), NODE_CHANNEL, RETRIEVE_SCALAR);
+  channel_ = scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(kChannelId), NODE_CHANNEL, RETRIEVE_SCALAR);
   return channel_ != nullptr;
 }
 

@@ -9,6 +9,7 @@ namespace orlix {
 class ChannelAverageConstraint final : public Constraint {
  public:
   using Constraint::Constraint;
+  static constexpr int kChannelId = 1000, kThresholdId = 1001;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 17; }
   bool ReadParameters() override;

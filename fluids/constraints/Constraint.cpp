@@ -4,12 +4,11 @@ namespace orlix {
 
 namespace {
 
-constexpr int kInvertId = 1100, kIntensityId = 1103;
 constexpr std::int32_t kAnySubType = 2000;
 
 constexpr Parameter kShared[] = {
-    BoolParameter(kInvertId, "invert", false, "Acts where it otherwise wouldn't"),
-    FloatParameter(kIntensityId, "intensity", 1.0, "", "Factor of the constraint's result"),
+    BoolParameter(Constraint::kInvertId, "invert", false, "Acts where it otherwise wouldn't"),
+    FloatParameter(Constraint::kIntensityId, "intensity", 1.0, "", "Factor of the constraint's result"),
 };
 
 }  // namespace
@@ -52,19 +51,9 @@ std::span<const Parameter> ConstraintParameters() {
   return kRows;
 }
 
-TypeInfo ConstraintType(int id, const char* resource, const char* className, const char* label, const char* text,
-                        std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
-  type.kinds = kLinkHelper | kLinkConstraint;
-  type.parameters = rows;
-  type.common = ConstraintParameters();
-  return type;
-}
-
 std::vector<Constraint*> RetrieveConstraints(const OrlixScene& scene, const C4D_InterfaceHandler& handler) {
   std::vector<Constraint*> constraints;
-  const InExcludeData* list = handler.GetInExclude(kConstraintListId);
+  const InExcludeData* list = handler.GetInExclude(kConstraintsId);
   if (!list) return constraints;
   std::vector<iBase*> found;
   scene.RetrieveAll(list, found, NODE_HELPER, RetrieveBit(RETRIEVE_CONSTRAINT), kAnySubType, RETRIEVE_ANY, true);

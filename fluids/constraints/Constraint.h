@@ -12,25 +12,18 @@
 #include <memory>
 #include <span>
 
+#include "fluids/grids/CellRow.h"
 #include "fluids/particles/OrlixParticle.h"
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {
 
-// A run of cells along x. The pointers stand at cell i = 0 of the row: cell i's amount is amounts[i].
-struct ConstraintRow {
-  std::int32_t begin = 0, end = 0;  // cells [begin, end) of the row
-  std::int32_t j = 0, k = 0;
-  std::int32_t threadIndex = 0;
-  const GridSpace* space = nullptr;  // of the cells
-  double* amounts = nullptr;         // 0 at cells that aren't asked for
-  std::uint8_t* open = nullptr;      // 1 where the chain goes on, 0 where it ended or that isn't asked for
-
-  // Cell centre in simulation space.
-  Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
+struct ConstraintRow : CellRow {
+  double* amounts = nullptr;     // 0 at cells that aren't asked for
+  std::uint8_t* open = nullptr;  // 1 where the chain goes on, 0 where it ended or that isn't asked for
 };
 
-// Some particles that stand one behind the other in a list: element n is the particle first + n.
+// Some particles that follow each other in a list: element n is the particle first + n.
 struct ParticleRun {
   ParticleList* list = nullptr;
   std::int32_t first = 0, count = 0;
@@ -43,6 +36,7 @@ struct ParticleRun {
 class Constraint : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kInvertId = 1100, kIntensityId = 1103;
   std::int32_t GetNodeBaseType() const override { return NODE_HELPER; }
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_CONSTRAINT); }
   bool ReadParameters() override;
@@ -80,12 +74,8 @@ class Constraint : public iBase {
   }
 };
 
-// The rows that every constraint has, the common ones of all nodes behind them.
+// The rows that every constraint has, followed by those that every node has.
 std::span<const Parameter> ConstraintParameters();
-// The type record of a constraint: its kinds and shared rows are set here.
-TypeInfo ConstraintType(int id, const char* resource, const char* className, const char* label, const char* text,
-                        std::span<const Parameter> rows);
-
 // The constraints of a node's list 2502, in list order; no list gives none.
 std::vector<Constraint*> RetrieveConstraints(const OrlixScene& scene, const C4D_InterfaceHandler& handler);
 

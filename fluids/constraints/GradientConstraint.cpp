@@ -7,35 +7,42 @@ namespace {
 constexpr GradientKnot kRamp[] = {{0, {0, 0, 0}}, {1, {1, 1, 1}}};
 
 constexpr Choice kAxes[] = {
-    {0, "x", "Along x"},
-    {1, "y", "Along y"},
-    {2, "z", "Along z"},
-    {3, "radial", "In all directions"},
-};
-
-constexpr Parameter kParameters[] = {
-    GradientParameter(1000, "gradient", kRamp, "The strength, as the first component of the colour"),
-    ChoiceParameter(1001, "axis", 1, kAxes, "Direction of the gradient"),
-    LinkParameter(1002, "reference", kLinkAny, "The object that places the gradient; this one without it"),
-    FloatParameter(1003, "distance", 100.0, "host units", "Length of the gradient").Above(0),
-    BoolParameter(1004, "repeat", false, "Kept, without effect").Hidden(),
-    LinkParameter(1005, "alignment", kLinkAlignment, "An alignment whose vector's length takes the distance's place"),
+    {GradientConstraint::Axis::X, "x", "Along x"},
+    {GradientConstraint::Axis::Y, "y", "Along y"},
+    {GradientConstraint::Axis::Z, "z", "Along z"},
+    {GradientConstraint::Axis::Radial, "radial", "In all directions"},
 };
 
 }  // namespace
 
 const TypeInfo& GradientConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300022, "zq_constraint_gradient", "C4D_Constraint_Gradient_Object", "CS::Gradient",
-                     "Acts along a gradient that an object places.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      GradientParameter(kGradientId, "gradient", kRamp, "The strength, as the first component of the colour"),
+      ChoiceParameter(kAxisId, "axis", GradientConstraint::Axis::Y, kAxes, "Direction of the gradient"),
+      LinkParameter(kReferenceId, "reference", kLinkAny, "The object that places the gradient; this one without it"),
+      FloatParameter(kDistanceId, "distance", 100.0, "host units", "Length of the gradient").Above(0),
+      BoolParameter(1004, "repeat", false, "Kept, without effect").Hidden(),
+      LinkParameter(kAlignmentId, "alignment", kLinkAlignment,
+                    "An alignment whose vector's length takes the distance's place"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300022,
+      .resource = "zq_constraint_gradient",
+      .className = "C4D_Constraint_Gradient_Object",
+      .label = "CS::Gradient",
+      .text = "Acts along a gradient that an object places.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool GradientConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  gradient_ = handler.GetGradient(1000);
-  axis_ = handler.GetChoice(1001);
-  const double distance = handler.GetDouble(1003) * GetSimulationSpace().simPerHost.x;
+  gradient_ = handler.GetGradient(kGradientId);
+  axis_ = handler.GetChoice<Axis>(kAxisId);
+  const double distance = handler.GetDouble(kDistanceId) * GetSimulationSpace().simPerHost.x;
   squaredDistance_ = distance * distance;
   return true;
 }
@@ -43,11 +50,11 @@ bool GradientConstraint::ReadParameters() {
 bool GradientConstraint::ResolveLinks() {
   alignment_ = nullptr;
   if (!Constraint::ResolveLinks()) return false;
-  const BaseObject* reference = handler.GetObjectLink(1002);
+  const BaseObject* reference = handler.GetObjectLink(kReferenceId);
   LMatrix matrix = reference ? reference->GlobalMatrix() : handler.GetMatrix();
   matrix.off = matrix.off * GetSimulationSpace().simPerHost;
   inverse_ = matrix.Inverse();
-  alignment_ = scene->RetrieveAs<AlignmentVector3D>(handler.GetLink(1005), NODE_HELPER);
+  alignment_ = scene->RetrieveAs<AlignmentVector3D>(handler.GetLink(kAlignmentId), NODE_HELPER);
   return true;
 }
 
@@ -67,7 +74,8 @@ bool GradientConstraint::Apply(const Vec3D& position, double& amount, std::int32
     s = LengthSquared(alignment_->GetDirection(position, threadIndex));
   } else {
     const Vec3D q = inverse_ * position;
-    s = axis_ >= 0 && axis_ <= 2 ? q[axis_] * q[axis_] : LengthSquared(q);
+    const int axis = static_cast<int>(axis_);
+    s = axis_ < Axis::Radial ? q[axis] * q[axis] : LengthSquared(q);
   }
   const double t = s == 0 ? 0 : std::min(s / squaredDistance_, 1.0);
   const double g = gradient_->ColourAt(t).x;

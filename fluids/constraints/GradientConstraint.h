@@ -8,7 +8,10 @@ namespace orlix {
 
 class GradientConstraint final : public Constraint {
  public:
+  enum class Axis { X, Y, Z, Radial };
+
   using Constraint::Constraint;
+  static constexpr int kGradientId = 1000, kAxisId = 1001, kReferenceId = 1002, kDistanceId = 1003, kAlignmentId = 1005;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 18; }
   bool ReadParameters() override;
@@ -24,7 +27,7 @@ class GradientConstraint final : public Constraint {
   bool Apply(const Vec3D& position, double& amount, std::int32_t threadIndex) const;
 
   const Gradient* gradient_ = nullptr;
-  std::int32_t axis_ = 1;
+  Axis axis_ = Axis::Y;
   double squaredDistance_ = 0;  // m^2
   LMatrix inverse_;             // simulation space to the gradient's
   AlignmentVector3D* alignment_ = nullptr;

@@ -7,48 +7,55 @@ namespace {
 constexpr SplineKnot kCurve[] = {{0, 0}, {1, 1}};
 
 constexpr Choice kTests[] = {
-    {0, "equal", "The value is low"},
-    {1, "not_equal", "The value isn't low"},
-    {2, "outside", "The value lies below low or above high"},
-    {3, "inside", "The value lies between low and high, both included"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "channel", kLinkChannel | kLinkSolver,
-                  "The channel that is read; a solver stands for its velocity"),
-    ChoiceParameter(1001, "test", 3, kTests, "Where the constraint lets something act"),
-    FloatParameter(1002, "low", 0, "", "Lower value of the test, a share of the channel's largest value"),
-    FloatParameter(1003, "high", 1.0, "", "Upper value of the test, a share of the channel's largest value"),
-    BoolParameter(1004, "use_curve", true, "The strength follows the curve between the two values"),
-    SplineParameter(1005, "curve", kCurve, "Strength over the value's place in its range")
-        .ShownWhen(1004, Relation::Is, 1),
-    FloatParameter(1007, "max_length", 10.0, "", "Length of a vector that counts as 1").Above(0),
+    {GridValueConstraint::Test::Equal, "equal", "The value is low"},
+    {GridValueConstraint::Test::NotEqual, "not_equal", "The value isn't low"},
+    {GridValueConstraint::Test::Outside, "outside", "The value lies below low or above high"},
+    {GridValueConstraint::Test::Inside, "inside", "The value lies between low and high, both included"},
 };
 
 }  // namespace
 
 const TypeInfo& GridValueConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300021, "zq_constraint_gridvalue", "C4D_Constraint_GridValue_Object", "CS::Grid Value",
-                     "Acts where the value of a channel passes a test.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver,
+                    "The channel that is read; a solver stands for its velocity"),
+      ChoiceParameter(kTestId, "test", GridValueConstraint::Test::Inside, kTests,
+                      "Where the constraint lets something act"),
+      FloatParameter(kLowId, "low", 0, "", "Lower value of the test, a share of the channel's largest value"),
+      FloatParameter(kHighId, "high", 1.0, "", "Upper value of the test, a share of the channel's largest value"),
+      BoolParameter(kUseCurveId, "use_curve", true, "The strength follows the curve between the two values"),
+      SplineParameter(kCurveId, "curve", kCurve, "Strength over the value's place in its range")
+          .ShownWhen(kUseCurveId, Relation::Is, 1),
+      FloatParameter(kMaxLengthId, "max_length", 10.0, "", "Length of a vector that counts as 1").Above(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300021,
+      .resource = "zq_constraint_gridvalue",
+      .className = "C4D_Constraint_GridValue_Object",
+      .label = "CS::Grid Value",
+      .text = "Acts where the value of a channel passes a test.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool GridValueConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  test_ = static_cast<Test>(handler.GetChoice(1001));
-  low_ = handler.GetDouble(1002);
-  high_ = handler.GetDouble(1003);
-  useCurve_ = handler.GetBool(1004);
-  curve_ = handler.GetSplineData(1005);
-  maxLength_ = handler.GetDouble(1007);
+  test_ = handler.GetChoice<Test>(kTestId);
+  low_ = handler.GetDouble(kLowId);
+  high_ = handler.GetDouble(kHighId);
+  useCurve_ = handler.GetBool(kUseCurveId);
+  curve_ = handler.GetSplineData(kCurveId);
+  maxLength_ = handler.GetDouble(kMaxLengthId);
   return true;
 }
 
 bool GridValueConstraint::ResolveLinks() {
   scalarChannel_ = nullptr, vectorChannel_ = nullptr;
   if (!Constraint::ResolveLinks()) return false;
-  const BaseList2D* link = handler.GetLink(1000);
+  const BaseList2D* link = handler.GetLink(kChannelId);
   scalarChannel_ = scene->RetrieveAs<ChannelBase_Scalar>(link, NODE_CHANNEL, RETRIEVE_SCALAR);
   if (scalarChannel_) return true;
   vectorChannel_ = scene->RetrieveAs<ChannelBase_Vector>(link, NODE_CHANNEL, RETRIEVE_VECTOR);

@@ -12,6 +12,8 @@ class GridValueConstraint final : public Constraint {
   enum class Test : std::int32_t { Equal = 0, NotEqual = 1, Outside = 2, Inside = 3 };
 
   using Constraint::Constraint;
+  static constexpr int kChannelId = 1000, kTestId = 1001, kLowId = 1002, kHighId = 1003, kUseCurveId = 1004,
+                       kCurveId = 1005, kMaxLengthId = 1007;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 19; }
   bool ReadParameters() override;

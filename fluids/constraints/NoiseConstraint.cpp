@@ -11,49 +11,55 @@ constexpr int kBlock = 128;  // cells that are sampled at once
 
 constexpr auto kNoiseChoices = NoiseTypeChoices<Choice>();
 
-constexpr Parameter kParameters[] = {
-    FloatParameter(1001, "feature_size", 1.0, "host units", "Size of the features").Above(0),
-    VectorParameter(1002, "relative_scale", {1, 1, 1}, "", "Factors of the size along the axes"),
-    IntParameter(1003, "octaves", 3, "", "Layers of finer and finer detail").Between(1, Noise::kMaxOctaves),
-    ChoiceParameter(1004, "noise_type", 13, kNoiseChoices, "Kind of noise"),
-    FloatParameter(1005, "contrast", 1.0, "", "Spreads the values from their middle"),
-    FloatParameter(1006, "speed", 0, "1/s", "How fast the pattern changes; 0 keeps it"),
-    FloatParameter(1007, "brightness", 0, "", "Added to the values").Fallback(1.0),
-    IntParameter(1008, "seed", 0, "", "Another seed, another pattern"),
-    IntParameter(1009, "variant", 0, "", "Kept, without effect").Hidden(),
-    FloatParameter(1010, "low_clip", 0, "", "Values up to here count as 0"),
-    FloatParameter(1011, "high_clip", 1.0, "", "Values from here on count as 1"),
-    BoolParameter(1012, "absolute", false, "Folds the noise about its middle: creases").Fallback(1.0),
-    FloatParameter(1013, "detail", 1.0, "", "How much of the finer layers is kept").Between(0, 1),
-    FloatParameter(1014, "radius", 1.0, "", "Width of a sample: a wider one loses detail faster").Min(0),
-};
-
 double Limited(double v) { return v > 0 ? (v < 1 ? v : 1) : 0; }
 
 }  // namespace
 
 const TypeInfo& NoiseConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300020, "zq_constraint_noise", "C4D_Constraint_Noise_Object", "CS::Noise",
-                     "Acts by procedural noise: irregular in space and, with a speed, in time.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kFeatureSizeId, "feature_size", 1.0, "host units", "Size of the features").Above(0),
+      VectorParameter(kRelativeScaleId, "relative_scale", {1, 1, 1}, "", "Factors of the size along the axes"),
+      IntParameter(kOctavesId, "octaves", 3, "", "Layers of finer and finer detail").Between(1, Noise::kMaxOctaves),
+      ChoiceParameter(kNoiseTypeId, "noise_type", NoiseType::Gradient, kNoiseChoices, "Kind of noise"),
+      FloatParameter(kContrastId, "contrast", 1.0, "", "Spreads the values from their middle"),
+      FloatParameter(kSpeedId, "speed", 0, "1/s", "How fast the pattern changes; 0 keeps it"),
+      FloatParameter(kBrightnessId, "brightness", 0, "", "Added to the values").Fallback(1.0),
+      IntParameter(kSeedId, "seed", 0, "", "Another seed, another pattern"),
+      IntParameter(1009, "variant", 0, "", "Kept, without effect").Hidden(),
+      FloatParameter(kLowClipId, "low_clip", 0, "", "Values up to here count as 0"),
+      FloatParameter(kHighClipId, "high_clip", 1.0, "", "Values from here on count as 1"),
+      BoolParameter(kAbsoluteId, "absolute", false, "Folds the noise about its middle: creases").Fallback(1.0),
+      FloatParameter(kDetailId, "detail", 1.0, "", "How much of the finer layers is kept").Between(0, 1),
+      FloatParameter(kRadiusId, "radius", 1.0, "", "Width of a sample: a wider one loses detail faster").Min(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300020,
+      .resource = "zq_constraint_noise",
+      .className = "C4D_Constraint_Noise_Object",
+      .label = "CS::Noise",
+      .text = "Acts by procedural noise: irregular in space and, with a speed, in time.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool NoiseConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  scale_ = handler.GetDouble(1001);
-  scaleVector_ = handler.GetVector(1002) * scale_;
-  arguments_.octaves = handler.GetInt(1003);
-  type_ = NoiseTypeOf(handler.GetChoice(1004));
-  contrast_ = handler.GetDouble(1005);
-  speed_ = handler.GetDouble(1006);
-  brightness_ = handler.GetDouble(1007);
-  seed_ = static_cast<std::uint32_t>(handler.GetInt(1008)) + kSeedOffset;
-  lowClip_ = handler.GetDouble(1010);
-  highClip_ = handler.GetDouble(1011);
-  arguments_.absolute = handler.GetBool(1012);
-  arguments_.detailAttenuation = handler.GetDouble(1013);
-  arguments_.sampleRadius = handler.GetDouble(1014);
+  scale_ = handler.GetDouble(kFeatureSizeId);
+  scaleVector_ = handler.GetVector(kRelativeScaleId) * scale_;
+  arguments_.octaves = handler.GetInt(kOctavesId);
+  type_ = NoiseTypeOf(handler.GetChoice(kNoiseTypeId));
+  contrast_ = handler.GetDouble(kContrastId);
+  speed_ = handler.GetDouble(kSpeedId);
+  brightness_ = handler.GetDouble(kBrightnessId);
+  seed_ = static_cast<std::uint32_t>(handler.GetInt(kSeedId)) + kSeedOffset;
+  lowClip_ = handler.GetDouble(kLowClipId);
+  highClip_ = handler.GetDouble(kHighClipId);
+  arguments_.absolute = handler.GetBool(kAbsoluteId);
+  arguments_.detailAttenuation = handler.GetDouble(kDetailId);
+  arguments_.sampleRadius = handler.GetDouble(kRadiusId);
   return true;
 }
 

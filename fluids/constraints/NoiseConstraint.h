@@ -11,6 +11,9 @@ namespace orlix {
 class NoiseConstraint final : public Constraint {
  public:
   using Constraint::Constraint;
+  static constexpr int kFeatureSizeId = 1001, kRelativeScaleId = 1002, kOctavesId = 1003, kNoiseTypeId = 1004,
+                       kContrastId = 1005, kSpeedId = 1006, kBrightnessId = 1007, kSeedId = 1008, kLowClipId = 1010,
+                       kHighClipId = 1011, kAbsoluteId = 1012, kDetailId = 1013, kRadiusId = 1014;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 20; }
   bool ReadParameters() override;

@@ -24,18 +24,13 @@ class RowWeights {
     amounts_.resize(all);
     open_.resize(all);
   }
-  bool HasChain() const { return !chain_.empty(); }
   // What each cell starts from, standing at cell 0.
   const double* Starts() const { return starts_.data(); }
 
-  // The amounts of the cells [row.begin, row.end), standing at cell 0. Row: begin, end, j, k, threadIndex, space.
-  template <class Row>
-  const double* Of(const Row& row, const iBase* caller) {
-    return Of(row, caller, starts_.data());
-  }
+  // The amounts of the cells [row.begin, row.end), standing at cell 0.
+  const double* Of(const CellRow& row, const iBase* caller) { return Of(row, caller, starts_.data()); }
   // The same, from a start for each cell, standing at cell 0. A start of 0 isn't asked for.
-  template <class Row>
-  const double* Of(const Row& row, const iBase* caller, const double* starts) {
+  const double* Of(const CellRow& row, const iBase* caller, const double* starts) {
     if (chain_.empty()) return starts;
     const ConstraintRow buffers = Buffers(row);
     for (std::int32_t i = row.begin; i < row.end; ++i) {
@@ -46,8 +41,8 @@ class RowWeights {
     return buffers.amounts;
   }
   // The same, only for the cells where needed(i) holds; the others get 0.
-  template <class Row, class Needed>
-  const double* Where(const Row& row, const iBase* caller, Needed&& needed) {
+  template <class Needed>
+  const double* Where(const CellRow& row, const iBase* caller, Needed&& needed) {
     if (chain_.empty()) return starts_.data();
     const ConstraintRow buffers = Buffers(row);
     for (std::int32_t i = row.begin; i < row.end; ++i) {
@@ -60,11 +55,9 @@ class RowWeights {
   }
 
  private:
-  template <class Row>
-  ConstraintRow Buffers(const Row& row) {
+  ConstraintRow Buffers(const CellRow& row) {
     const std::size_t first = static_cast<std::size_t>(cells_) * static_cast<std::size_t>(row.threadIndex);
-    return {row.begin,           row.end, row.j, row.k, row.threadIndex, row.space, amounts_.data() + first,
-            open_.data() + first};
+    return {row, amounts_.data() + first, open_.data() + first};
   }
 
   std::span<Constraint* const> chain_;

@@ -8,28 +8,35 @@ namespace {
 
 constexpr SplineKnot kCurve[] = {{0, 0}, {1, 1}};
 
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "volume", kLinkVolume | kLinkSolver, "The volume, or a liquid solver with a surface"),
-    BoolParameter(1001, "use_curve", false, "The strength follows the curve from the surface to the deepest place"),
-    SplineParameter(1002, "curve", kCurve, "Strength over the depth as a share of the largest")
-        .ShownWhen(1001, Relation::Is, 1),
-    FloatParameter(1004, "offset", 0, "cells", "Moves the surface outwards"),
-};
-
 }  // namespace
 
 const TypeInfo& VolumeConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300019, "zq_constraint_volume", "C4D_Constraint_Volume_Object", "CS::Volume",
-                     "Acts inside a volume or below a liquid's surface.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kVolumeId, "volume", kLinkVolume | kLinkSolver, "The volume, or a liquid solver with a surface"),
+      BoolParameter(kUseCurveId, "use_curve", false,
+                    "The strength follows the curve from the surface to the deepest place"),
+      SplineParameter(kCurveId, "curve", kCurve, "Strength over the depth as a share of the largest")
+          .ShownWhen(kUseCurveId, Relation::Is, 1),
+      FloatParameter(kOffsetId, "offset", 0, "cells", "Moves the surface outwards"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300019,
+      .resource = "zq_constraint_volume",
+      .className = "C4D_Constraint_Volume_Object",
+      .label = "CS::Volume",
+      .text = "Acts inside a volume or below a liquid's surface.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool VolumeConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  useCurve_ = handler.GetBool(1001);
-  curve_ = handler.GetSplineData(1002);
-  offset_ = handler.GetDouble(1004) * GetSimulationSpace().cellSize;
+  useCurve_ = handler.GetBool(kUseCurveId);
+  curve_ = handler.GetSplineData(kCurveId);
+  offset_ = handler.GetDouble(kOffsetId) * GetSimulationSpace().cellSize;
   return true;
 }
 
@@ -37,7 +44,7 @@ bool VolumeConstraint::ResolveLinks() {
   volume_ = nullptr, solver_ = nullptr, surface_ = nullptr;
   members_.clear();
   if (!Constraint::ResolveLinks()) return false;
-  const BaseList2D* link = handler.GetLink(1000);
+  const BaseList2D* link = handler.GetLink(kVolumeId);
   volume_ = scene->RetrieveAs<iVolume>(link, NODE_VOLUME, RETRIEVE_VOLUME);
   if (!volume_) solver_ = scene->RetrieveAs<iSolver>(link, NODE_SOLVER);
   return volume_ || (solver_ && solver_->GetSurfaceGrid());

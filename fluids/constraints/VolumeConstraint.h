@@ -9,6 +9,7 @@ namespace orlix {
 class VolumeConstraint final : public Constraint {
  public:
   using Constraint::Constraint;
+  static constexpr int kVolumeId = 1000, kUseCurveId = 1001, kCurveId = 1002, kOffsetId = 1004;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 21; }
   bool ReadParameters() override;

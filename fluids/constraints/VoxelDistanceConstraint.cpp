@@ -2,31 +2,33 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "reference", kLinkAny, "The object from which the distance is measured"),
-    FloatParameter(1001, "distance", 100.0, "host units", "Where the strength has fallen to 0").Min(0),
-};
-
-}  // namespace
-
 const TypeInfo& VoxelDistanceConstraint::Type() {
-  static const TypeInfo kType =
-      ConstraintType(1300018, "zq_constraint_voxeldistance", "C4D_Constraint_VoxelDistance_Object",
-                     "CS::Voxel Distance", "Acts near an object and falls off with the distance.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kReferenceId, "reference", kLinkAny, "The object from which the distance is measured"),
+      FloatParameter(kDistanceId, "distance", 100.0, "host units", "Where the strength has fallen to 0").Min(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300018,
+      .resource = "zq_constraint_voxeldistance",
+      .className = "C4D_Constraint_VoxelDistance_Object",
+      .label = "CS::Voxel Distance",
+      .text = "Acts near an object and falls off with the distance.",
+      .kinds = kLinkHelper | kLinkConstraint,
+      .parameters = kParameters,
+      .common = ConstraintParameters(),
+  };
   return kType;
 }
 
 bool VoxelDistanceConstraint::ReadParameters() {
   if (!Constraint::ReadParameters()) return false;
-  perDistance_ = 1 / (handler.GetDouble(1001) * GetSimulationSpace().simPerHost.x);
+  perDistance_ = 1 / (handler.GetDouble(kDistanceId) * GetSimulationSpace().simPerHost.x);
   return true;
 }
 
 bool VoxelDistanceConstraint::ResolveLinks() {
   if (!Constraint::ResolveLinks()) return false;
-  const BaseObject* reference = handler.GetObjectLink(1000);
+  const BaseObject* reference = handler.GetObjectLink(kReferenceId);
   hasReference_ = reference != nullptr;
   if (reference) centre_ = reference->GlobalMatrix().off * GetSimulationSpace().simPerHost;
   return hasReference_;

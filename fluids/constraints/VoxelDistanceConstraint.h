@@ -8,6 +8,7 @@ namespace orlix {
 class VoxelDistanceConstraint final : public Constraint {
  public:
   using Constraint::Constraint;
+  static constexpr int kReferenceId = 1000, kDistanceId = 1001;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 22; }
   bool ReadParameters() override;

@@ -13,8 +13,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kMargin = 1009, kContainer = 1010, kObstacleList = 1017, kViscosity = 1019, kAnchor = 1028;
-constexpr std::int32_t kKeepPrevious = 1002, kViscosityChannel = 1300;
 constexpr std::int32_t kPriority = 30;
 constexpr double kRasterSlack = 1e-6;  // m
 constexpr double kLeastSquaredSpeed = 1e-8;
@@ -48,7 +46,7 @@ FluidSolver::FluidSolver(BaseList2D* hostObject, OrlixScene& ownerScene)
       viscosity(std::make_unique<Grid_Viscosity>(hostObject, ownerScene)) {
   stageMask = StageBit(kStageEmitters) | StageBit(kStageForces) | StageBit(kStagePressure) | StageBit(kStageFlip);
   priority = kPriority;
-  divergenceSource.channelType = kGridCustom;
+  divergenceSource.channelType = {kGridCustom};
   divergenceSource.valueMin = -kLargest;
   divergenceSource.valueMax = kLargest;
 }
@@ -75,11 +73,11 @@ bool FluidSolver::ReadParameters() {
   viscousFractions.kinds |= 1u << 0 | 1u << 2 | 1u << 3;
   if (!IsActive()) boundary.MarkDirty(false);
   const double h = GetSimulationSpace().cellSize;
-  margin = handler.GetInt(kMargin) * h;
-  containerSize = handler.GetVector(kContainer);
-  containerAnchor = handler.GetVector(kAnchor);
+  margin = handler.GetInt(kMarginId) * h;
+  containerSize = handler.GetVector(kContainerId);
+  containerAnchor = handler.GetVector(kAnchorId);
   closedFaces = boundary.closedFaces;
-  keepPrevious = handler.GetBool(kKeepPrevious);
+  keepPrevious = handler.GetBool(VelocityGridChannel::kKeepPreviousId);
   PlaceContainer(h);
   WarnOfUnread();
   return true;
@@ -94,7 +92,7 @@ void FluidSolver::PlaceContainer(double h) {
 }
 
 void FluidSolver::WarnOfUnread() {
-  if (const InExcludeData* list = handler.GetInExclude(kObstacleList);
+  if (const InExcludeData* list = handler.GetInExclude(kObstaclesId);
       list && !list->entries.empty() && !warnedOfObstacles_) {
     warnedOfObstacles_ = true;
     Warn("row-not-read", "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
@@ -102,7 +100,8 @@ void FluidSolver::WarnOfUnread() {
 }
 
 bool FluidSolver::IsViscous() const {
-  return handler.GetDouble(kViscosity) > 0 || handler.GetLink(kViscosityChannel) != nullptr;
+  return handler.GetDouble(Grid_Viscosity::kViscosityId) > 0 ||
+         handler.GetLink(Grid_Viscosity::kViscosityChannelId) != nullptr;
 }
 
 bool FluidSolver::ResolveLinks() {

@@ -25,8 +25,13 @@ class VelocityGridEmitter;
 
 class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
  public:
+  enum class AnchorMode { Corner, Centre, Bottom, Custom };
+
   FluidSolver(BaseList2D* hostObject, OrlixScene& owner);
   ~FluidSolver() override;
+  // The rows that its parts read stand in their classes.
+  static constexpr int kMarginId = 1009, kContainerId = 1010, kAnchorModeId = 1027, kAnchorId = 1028,
+                       kObstaclesId = 1017, kViscosityPresetId = 1025, kDensityPresetId = 1026;
   static const TypeInfo& Type();
 
   void ResetSimulation() override;

@@ -1,6 +1,7 @@
 #pragma once
 // A force on the velocity of a solver. It is asked a row of cells at a time, so that nothing virtual happens per cell.
 
+#include "fluids/grids/CellRow.h"
 #include "fluids/particles/ParticleList.h"
 #include "fluids/scene/iObject.h"
 
@@ -9,19 +10,11 @@ namespace orlix {
 class GridBoundary;
 class VelocityGridChannel;
 
-// A run of cells along x. The pointers stand at cell i = 0 of the row: cell i's value is p[i].
-struct ForceRow {
-  std::int32_t begin = 0, end = 0;  // cells [begin, end) of the row
-  std::int32_t j = 0, k = 0;
-  std::int32_t threadIndex = 0;
-  const GridSpace* space = nullptr;                                // of the cells
+struct ForceRow : CellRow {
   double *forceX = nullptr, *forceY = nullptr, *forceZ = nullptr;  // m/s to be added in this sub-step; forces add to it
-
-  // Cell centre in simulation space.
-  Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
 };
 
-// Some particles that stand one behind the other in a list: element n is the particle first + n. At most kMost.
+// Some particles that follow each other in a list: element n is the particle first + n. At most kMost.
 struct ForceParticles {
   static constexpr std::int32_t kMost = kChunkRows;
   ParticleList* list = nullptr;

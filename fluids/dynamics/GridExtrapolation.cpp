@@ -6,7 +6,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kLayers = 1018;
 constexpr double kDeepCells = -2;  // in solids beyond it nothing is needed
 
 }  // namespace
@@ -18,7 +17,7 @@ void GridExtrapolation::ClearState(bool deactivate) {
 }
 
 bool GridExtrapolation::ReadParameters() {
-  layers = handler.GetInt(kLayers);
+  layers = handler.GetInt(kExtrapolationLayersId);
   liquidMode = false;
   return handler.HasObject();
 }

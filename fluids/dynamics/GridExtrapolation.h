@@ -16,6 +16,8 @@ class FluidSolver;
 class GridExtrapolation final : public iObject {
  public:
   GridExtrapolation(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
+  // A row of the solver.
+  static constexpr int kExtrapolationLayersId = 1018;
 
   void ClearState(bool deactivate) override;
   bool ReadParameters() override;

@@ -36,18 +36,19 @@ Grid_Incompressibility::~Grid_Incompressibility() = default;
 bool Grid_Incompressibility::ReadParameters() {
   if (!handler.HasObject()) return false;
   removeMeanDivergence = false;
-  density = handler.GetDouble(1001);
-  solverType = static_cast<PressureSolverType>(handler.GetChoice(1020));
-  settings.iterationLimit = handler.GetInt(1021);
-  settings.toleranceFactor = ToleranceFactor(handler.GetDouble(1022));
-  settings.minDiagonalRatio = handler.GetDouble(1045);
-  settings.modificationParameter = handler.GetDouble(1046);
+  density = handler.GetDouble(kDensityId);
+  solverType = handler.GetChoice<PressureSolverType>(kPressureSolverId);
+  settings.iterationLimit = handler.GetInt(kPressureIterationsId);
+  settings.toleranceFactor = ToleranceFactor(handler.GetDouble(kPressureAccuracyId));
+  settings.minDiagonalRatio = handler.GetDouble(kMinDiagonalRatioId);
+  settings.modificationParameter = handler.GetDouble(kModificationId);
   return true;
 }
 
 bool Grid_Incompressibility::ResolveLinks() {
   if (!solver) return false;
-  densityChannel = scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(1000), NODE_CHANNEL, RETRIEVE_SCALAR);
+  densityChannel =
+      scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(kDensityChannelId), NODE_CHANNEL, RETRIEVE_SCALAR);
   bodies = CollectObstacles(*scene);
   std::erase_if(bodies, [](const VolumeBase* volume) { return volume->IsStaticBody(); });
   // A body that the fluid pushes enters the matrix, which only the conjugate gradients take.

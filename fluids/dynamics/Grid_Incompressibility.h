@@ -18,7 +18,7 @@ class ChannelBase_Scalar;
 class FluidSolver;
 class VolumeBase;
 
-// For the row 1020 of a solver's table.
+// For the row of the solver's table.
 inline constexpr Choice kPressureSolverChoices[] = {
     {kPressureCG, "conjugate_gradients", "Conjugate gradients with an incomplete Cholesky factor, to the tolerance"},
     {kPressureGauss, "gauss", "Gauss-Seidel with a fixed number of sweeps"},
@@ -29,6 +29,10 @@ class Grid_Incompressibility : public iObject {
  public:
   Grid_Incompressibility(BaseList2D* solverObject, OrlixScene& owner);
   ~Grid_Incompressibility() override;
+  // Rows of the solver.
+  static constexpr int kDensityChannelId = 1000, kDensityId = 1001, kPressureSolverId = 1020,
+                       kPressureIterationsId = 1021, kPressureAccuracyId = 1022, kMinDiagonalRatioId = 1045,
+                       kModificationId = 1046;
 
   // Before ResolveLinks; not owned.
   void SetSolver(FluidSolver* fluidSolver) { solver = fluidSolver; }

@@ -11,7 +11,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kViscosity = 1019, kViscosityChannel = 1300, kIterations = 1301, kAccuracy = 1302;
 constexpr double kUnit = 0.1;  // of the setting, in m^2/s
 constexpr double kAccuracyUnit = 0.001, kLeastTolerance = 1e-16;
 
@@ -24,14 +23,14 @@ VecInt3D EdgeDims(const VecInt3D& cells, int along) {
 }  // namespace
 
 bool Grid_Viscosity::ReadParameters() {
-  viscosity = handler.GetDouble(kViscosity) * kUnit;
-  limits.iterations = handler.GetInt(kIterations);
-  limits.tolerance = handler.GetDouble(kAccuracy) * kAccuracyUnit + kLeastTolerance;
+  viscosity = handler.GetDouble(kViscosityId) * kUnit;
+  limits.iterations = handler.GetInt(kViscosityIterationsId);
+  limits.tolerance = handler.GetDouble(kViscosityAccuracyId) * kAccuracyUnit + kLeastTolerance;
   return handler.HasObject();
 }
 
 bool Grid_Viscosity::ResolveLinks() {
-  channel = scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(kViscosityChannel), NODE_CHANNEL, RETRIEVE_SCALAR);
+  channel = scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(kViscosityChannelId), NODE_CHANNEL, RETRIEVE_SCALAR);
   states.solver = solver;
   bodies_ = CollectObstacles(*scene);
   return solver != nullptr;

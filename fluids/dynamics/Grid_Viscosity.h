@@ -15,6 +15,9 @@ class Grid_Viscosity final : public iObject {
  public:
   Grid_Viscosity(BaseList2D* solverObject, OrlixScene& owner)
       : iObject(solverObject, owner), states(solverObject, owner) {}
+  // Rows of the solver.
+  static constexpr int kViscosityId = 1019, kViscosityChannelId = 1300, kViscosityIterationsId = 1301,
+                       kViscosityAccuracyId = 1302;
 
   bool ReadParameters() override;
   bool ResolveLinks() override;

@@ -9,8 +9,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kSlip = 1035, kUseObstacleNormals = 1036, kMoveWithObstacles = 1047;
-
 // Calls f(i, j, k, index) for the closed faces of a component, without the border and the last face of its own axis.
 template <class F>
 void ForEachClosedFace(const CellMask& closed, int axis, WorkerPool& pool, F&& f) {
@@ -61,9 +59,9 @@ struct SolidFaces {
 }  // namespace
 
 bool VelocityConstrain::ReadParameters() {
-  slip = handler.GetDouble(kSlip);
-  useObstacleNormals = handler.GetBool(kUseObstacleNormals);
-  moveWithObstacles = handler.GetBool(kMoveWithObstacles);
+  slip = handler.GetDouble(kSlipId);
+  useObstacleNormals = handler.GetBool(kObstacleNormalsId);
+  moveWithObstacles = handler.GetBool(kMoveWithObstaclesId);
   return handler.HasObject();
 }
 

@@ -13,6 +13,8 @@ class VolumeBase;
 class VelocityConstrain final : public iObject {
  public:
   VelocityConstrain(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
+  // Rows of the solver.
+  static constexpr int kSlipId = 1035, kObstacleNormalsId = 1036, kMoveWithObstaclesId = 1047;
 
   bool ReadParameters() override;
   bool ResolveLinks() override;

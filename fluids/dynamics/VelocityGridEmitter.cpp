@@ -10,7 +10,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kForceList = 1008;
 constexpr std::int32_t kAnySubType = 2000, kGasSolver = 37;
 
 FaceFractions FractionsOf(const FluidSolver& solver) {
@@ -34,7 +33,7 @@ void VelocityGridEmitter::ClearState(bool deactivate) {
 
 bool VelocityGridEmitter::ResolveLinks() {
   forces.clear();
-  const InExcludeData* list = handler.GetInExclude(kForceList);
+  const InExcludeData* list = handler.GetInExclude(kForcesId);
   if (list && list->entries.empty()) list = nullptr;
   std::vector<iBase*> found;
   scene->RetrieveAll(list, found, NODE_FORCE, RetrieveBit(RETRIEVE_GRID), kAnySubType, RETRIEVE_GRID, true);

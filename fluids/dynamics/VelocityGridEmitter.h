@@ -15,6 +15,8 @@ class Force;
 class VelocityGridEmitter final : public iObject {
  public:
   VelocityGridEmitter(BaseList2D* solverObject, OrlixScene& owner) : iObject(solverObject, owner) {}
+  // A row of the solver.
+  static constexpr int kForcesId = 1008;
 
   void ResetSimulation() override { GiveBack(); }
   void ClearState(bool deactivate) override;

@@ -8,20 +8,13 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
+#include "fluids/grids/CellRow.h"
 
 namespace orlix {
 
-// A run of cells along x. weights stands at cell i = 0 of the row: cell i's weight is weights[i].
-struct ChannelRow {
-  std::int32_t begin = 0, end = 0;  // cells [begin, end) of the row
-  std::int32_t j = 0, k = 0;
-  std::int32_t threadIndex = 0;
-  const GridSpace* space = nullptr;  // of the cells
-  std::int64_t index = 0;            // linear index of the row's cell i = 0 in the channel's grids
-  const double* weights = nullptr;   // what the emitter's constraints left of 1; a cell with 0 isn't to be changed
-
-  // Cell centre in simulation space.
-  Vec3D Position(std::int32_t i) const { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * space->simPerVoxel + space->simMin; }
+struct ChannelRow : CellRow {
+  std::int64_t index = 0;           // linear index of the row's cell i = 0 in the channel's grids
+  const double* weights = nullptr;  // what the emitter's constraints left of 1; a cell with 0 isn't to be changed
 };
 
 class ChannelOperator : public iObject {

@@ -2,51 +2,46 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr int kKindId = 5000, kScalarId = 5001, kVectorId = 5002, kCountId = 5003;
-
-constexpr Choice kKinds[] = {
-    {0, "scalar", "An amount"},
-    {1, "vector", "A vector"},
-    {2, "count", "A number of particles"},
-};
-
-constexpr Parameter kParameters[] = {
-    ChoiceParameter(kKindId, "kind", 0, kKinds, "What the rate gives"),
-    FloatParameter(kScalarId, "scalar_rate", 1.0, "", "The amount").ShownWhen(kKindId, Relation::Is, 0),
-    VectorParameter(kVectorId, "vector_rate", {1, 1, 1}, "", "The vector").ShownWhen(kKindId, Relation::Is, 1),
-    IntParameter(kCountId, "count_rate", 100, "", "The number of particles").ShownWhen(kKindId, Relation::Is, 2),
-};
-
-}  // namespace
-
 const TypeInfo& EmissionRate::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300011;
-    type.resource = "zq_rate";
-    type.className = "C4D_EmissionRate_Object";
-    type.label = "Emission Rate";
-    type.text = "An amount that emission settings link, as their value or as their limit.";
-    type.kinds = kLinkSettings;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Choice kKinds[] = {
+      {Kind::Scalar, "scalar", "An amount"},
+      {Kind::Vector, "vector", "A vector"},
+      {Kind::Count, "count", "A number of particles"},
+  };
+  static constexpr Parameter kParameters[] = {
+      ChoiceParameter(kKindId, "kind", Kind::Scalar, kKinds, "What the rate gives"),
+      FloatParameter(kScalarRateId, "scalar_rate", 1.0, "", "The amount")
+          .ShownWhen(kKindId, Relation::Is, Kind::Scalar),
+      VectorParameter(kVectorRateId, "vector_rate", {1, 1, 1}, "", "The vector")
+          .ShownWhen(kKindId, Relation::Is, Kind::Vector),
+      IntParameter(kCountRateId, "count_rate", 100, "", "The number of particles")
+          .ShownWhen(kKindId, Relation::Is, Kind::Count),
+  };
+  static const TypeInfo kType = {
+      .id = 1300011,
+      .resource = "zq_rate",
+      .className = "C4D_EmissionRate_Object",
+      .label = "Emission Rate",
+      .text = "An amount that emission settings link, as their value or as their limit.",
+      .kinds = kLinkSettings,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 void EmissionRate::GetRetrieveTypes(std::uint32_t& mask) const {
-  mask |= RetrieveBit(kind_ == 1 ? RETRIEVE_VECTOR : kind_ == 2 ? RETRIEVE_PARTICLE : RETRIEVE_SCALAR);
+  mask |= RetrieveBit(kind_ == Kind::Vector  ? RETRIEVE_VECTOR
+                      : kind_ == Kind::Count ? RETRIEVE_PARTICLE
+                                             : RETRIEVE_SCALAR);
 }
 
 bool EmissionRate::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  kind_ = handler.GetChoice(kKindId);
-  scalarRate = handler.GetDouble(kScalarId);
-  vectorRate = handler.GetVector(kVectorId);
-  countRate = handler.GetInt(kCountId);
+  kind_ = handler.GetChoice<Kind>(kKindId);
+  scalarRate = handler.GetDouble(kScalarRateId);
+  vectorRate = handler.GetVector(kVectorRateId);
+  countRate = handler.GetInt(kCountRateId);
   return true;
 }
 

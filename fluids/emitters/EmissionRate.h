@@ -7,7 +7,10 @@ namespace orlix {
 
 class EmissionRate final : public iBase {
  public:
+  enum class Kind { Scalar, Vector, Count };
+
   using iBase::iBase;
+  static constexpr int kKindId = 5000, kScalarRateId = 5001, kVectorRateId = 5002, kCountRateId = 5003;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_SETTINGS; }
   // One bit, by the kind of rate.
@@ -19,7 +22,7 @@ class EmissionRate final : public iBase {
   std::int32_t countRate = 100;
 
  private:
-  std::int32_t kind_ = 0;
+  Kind kind_ = Kind::Scalar;
 };
 
 }  // namespace orlix

@@ -6,33 +6,29 @@ namespace orlix {
 
 namespace {
 
-constexpr int kChannelId = 1000, kOperatorsId = 1001;
 constexpr std::int32_t kPriority = 15, kAnySubType = 2000;
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kChannelId, "channel", kLinkChannel, "The channel whose cells are visited; required"),
-    ListParameter(kOperatorsId, "operators", kLinkChannelOperator, "What changes the cells, in this order"),
-    ButtonParameter(1002, "pick_channel", "Offers the channels of the scene"),
-    ButtonParameter(1003, "pick_operator", "Offers the channel operators of the scene"),
-};
 
 }  // namespace
 
 const TypeInfo& Grid_CellEmitter::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300121;
-    type.resource = "zq_grid_celliterator";
-    type.className = "C4D_CellEmitter_Object";
-    type.label = "Cell Emitter";
-    type.text =
-        "Visits every cell of a channel and lets channel operators change it, where its constraints allow. Without a "
-        "list of constraints, all of the scene confine it.";
-    type.kinds = kLinkEmitter;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel, "The channel whose cells are visited; required"),
+      ListParameter(kOperatorsId, "operators", kLinkChannelOperator, "What changes the cells, in this order"),
+      ButtonParameter(1002, "pick_channel", "Offers the channels of the scene"),
+      ButtonParameter(1003, "pick_operator", "Offers the channel operators of the scene"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300121,
+      .resource = "zq_grid_celliterator",
+      .className = "C4D_CellEmitter_Object",
+      .label = "Cell Emitter",
+      .text =
+          "Visits every cell of a channel and lets channel operators change it, where its constraints allow. Without a "
+          "list of constraints, all of the scene confine it.",
+      .kinds = kLinkEmitter,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -107,7 +103,7 @@ void Grid_CellEmitter::Prepare(iBase*) {
 
 // Clones, so that their Prepare doesn't meet that of other callers.
 void Grid_CellEmitter::CloneConstraints() {
-  const InExcludeData* list = handler.GetInExclude(kConstraintListId);
+  const InExcludeData* list = handler.GetInExclude(kConstraintsId);
   if (list && list->entries.empty()) list = nullptr;
   std::vector<iBase*> found;
   scene->RetrieveAll(list, found, NODE_HELPER, RetrieveBit(RETRIEVE_CONSTRAINT), kAnySubType, RETRIEVE_ANY, true);
@@ -153,13 +149,7 @@ void Grid_CellEmitter::ProcessRow(const ScalarGrid& grid, std::int32_t j, std::i
   row.weights = scratch.weights.data();
   if (!constraints_.empty()) {
     std::fill(scratch.open.begin(), scratch.open.end(), std::uint8_t(1));
-    ConstraintRow cells;
-    cells.begin = row.begin, cells.end = row.end, cells.j = j, cells.k = k;
-    cells.threadIndex = worker;
-    cells.space = row.space;
-    cells.amounts = scratch.weights.data();
-    cells.open = scratch.open.data();
-    EvaluateChain(constraints_, cells, this);
+    EvaluateChain(constraints_, {row, scratch.weights.data(), scratch.open.data()}, this);
   }
   for (ChannelOperator* op : ports_.operators) {
     if (op->IsEnabled()) op->ProcessRow(row);

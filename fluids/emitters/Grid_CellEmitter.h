@@ -23,6 +23,7 @@ class Grid_CellEmitter final : public iObject {
   };
 
   Grid_CellEmitter(BaseList2D* object, OrlixScene& owner);
+  static constexpr int kChannelId = 1000, kOperatorsId = 1001;
   static const TypeInfo& Type();
 
   std::int32_t GetNodeBaseType() const override { return NODE_EMITTER; }
@@ -37,8 +38,6 @@ class Grid_CellEmitter final : public iObject {
   void Process(ProcessData& data) override;
   void Finish() override;
   void VisitOutputs(StateVisitor& visitor) override;
-
-  const Grid_CellEmitterPortData& ports() const { return ports_; }
 
  private:
   struct RowScratch {

@@ -9,20 +9,8 @@ namespace orlix {
 
 namespace {
 
-constexpr int kPairsId = 1000, kVolumeId = 1002;
 constexpr std::int32_t kPriority = 10;
 constexpr std::int32_t kPairSubType = 90, kParticleToGridSubType = 8;
-
-constexpr Parameter kParameters[] = {
-    ListParameter(kPairsId, "pairs", kLinkSettings, "Pairs of a channel and the settings by which it is filled"),
-    LinkParameter(kVolumeId, "volume", kLinkVolume, "Where it emits; required"),
-    ButtonParameter(1003, "pick_volume", "Offers the volumes of the scene"),
-    ButtonParameter(1005, "pick_channel", "Offers the pairs of the scene"),
-    ButtonParameter(1100, "add_pair", "Adds a pair with settings and a duration that repeats"),
-    ButtonParameter(1101, "add_looping_pair", "Adds a pair with settings and a duration that repeats"),
-    ButtonParameter(1102, "add_pressure",
-                    "Adds an emitter in the same volume that makes the first solver's fluid expand"),
-};
 
 // Marks the cells of a row whose level set, as the mean of their eight corners, isn't above 0. False when none is.
 bool MarkInside(const GridView<const double>& nodes, std::int32_t begin, std::int32_t end, std::int32_t j,
@@ -48,18 +36,26 @@ Vec3D CellCentre(const GridSpace& space, std::int32_t i, std::int32_t j, std::in
 }  // namespace
 
 const TypeInfo& ObjectGridEmitter::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300005;
-    type.resource = "zq_gridemitter";
-    type.className = "C4D_GridEmitter_Object";
-    type.label = "Grid Emitter";
-    type.text = "Fills channels inside a volume: smoke, heat, fuel, or the expansion of a solver's fluid.";
-    type.kinds = kLinkEmitter;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      ListParameter(kPairsId, "pairs", kLinkSettings, "Pairs of a channel and the settings by which it is filled"),
+      LinkParameter(kVolumeId, "volume", kLinkVolume, "Where it emits; required"),
+      ButtonParameter(1003, "pick_volume", "Offers the volumes of the scene"),
+      ButtonParameter(1005, "pick_channel", "Offers the pairs of the scene"),
+      ButtonParameter(1100, "add_pair", "Adds a pair with settings and a duration that repeats"),
+      ButtonParameter(1101, "add_looping_pair", "Adds a pair with settings and a duration that repeats"),
+      ButtonParameter(1102, "add_pressure",
+                      "Adds an emitter in the same volume that makes the first solver's fluid expand"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300005,
+      .resource = "zq_gridemitter",
+      .className = "C4D_GridEmitter_Object",
+      .label = "Grid Emitter",
+      .text = "Fills channels inside a volume: smoke, heat, fuel, or the expansion of a solver's fluid.",
+      .kinds = kLinkEmitter,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 

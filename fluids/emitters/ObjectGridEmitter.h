@@ -18,6 +18,7 @@ class VolumeBase;
 class ObjectGridEmitter final : public ObjectVolume {
  public:
   ObjectGridEmitter(BaseList2D* object, OrlixScene& owner);
+  static constexpr int kPairsId = 1000, kVolumeId = 1002;
   static const TypeInfo& Type();
 
   std::int32_t GetNodeBaseType() const override { return NODE_EMITTER; }

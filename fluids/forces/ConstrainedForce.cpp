@@ -19,7 +19,7 @@ void ConstrainedForce::ReleaseLinks() {
 
 Duration* ConstrainedForce::DurationOf(std::int32_t linkId) const {
   const BaseList2D* own = handler.GetLink(linkId);
-  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationLinkId), NODE_HELPER);
+  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationId), NODE_HELPER);
 }
 
 const GridSpace& ConstrainedForce::Lattice() const { return velocity_->grids[0]->space; }
@@ -67,16 +67,6 @@ void ConstrainedForce::EndPrepare(double start) {
 void ConstrainedForce::Finish() {
   for (Constraint* constraint : constraints_) constraint->Finish();
   SetFlag(NodeActive, false);
-}
-
-TypeInfo ForceType(int id, const char* resource, const char* className, const char* label, const char* text,
-                   std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
-  type.kinds = kLinkForce;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
 }
 
 }  // namespace orlix

@@ -46,8 +46,4 @@ class ConstrainedForce : public Force {
   std::vector<std::uint8_t> open_;
 };
 
-// The type record of a force.
-TypeInfo ForceType(int id, const char* resource, const char* className, const char* label, const char* text,
-                   std::span<const Parameter> rows);
-
 }  // namespace orlix

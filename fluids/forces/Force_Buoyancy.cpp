@@ -8,30 +8,39 @@ namespace {
 
 constexpr int kBlock = 256;  // cells whose strengths stand in the first cache
 
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "temperature", kLinkChannel, "Temperature channel; without one the force is idle"),
-    LinkParameter(1001, "fuel", kLinkChannel, "Fuel channel, which weighs as the density does"),
-    LinkParameter(1002, "density", kLinkChannel, "Density channel: smoke"),
-    VectorParameter(1003, "direction", {0, 1, 0}, "", "Where hot gas goes; its length is a factor"),
-    FloatParameter(1004, "temperature_factor", 0.0015, "m/(s^2 K)", "Twice the acceleration for each kelvin"),
-    FloatParameter(1005, "density_factor", -0.008, "m/s^2", "Twice the acceleration for each unit of density and fuel"),
-    LinkParameter(1009, "force_duration", kLinkDuration, "When the force acts"),
-};
-
 }  // namespace
 
 const TypeInfo& Force_Buoyancy::Type() {
-  static const TypeInfo kType = ForceType(1300015, "zq_force_buoyancy", "C4D_Force_Buoyancy_Object", "DF::Buoyancy",
-                                          "Lifts hot gas and pulls dense gas down.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kTemperatureId, "temperature", kLinkChannel, "Temperature channel; without one the force is idle"),
+      LinkParameter(kFuelId, "fuel", kLinkChannel, "Fuel channel, which weighs as the density does"),
+      LinkParameter(kDensityId, "density", kLinkChannel, "Density channel: smoke"),
+      VectorParameter(kDirectionId, "direction", {0, 1, 0}, "", "Where hot gas goes; its length is a factor"),
+      FloatParameter(kTemperatureFactorId, "temperature_factor", 0.0015, "m/(s^2 K)",
+                     "Twice the acceleration for each kelvin"),
+      FloatParameter(kDensityFactorId, "density_factor", -0.008, "m/s^2",
+                     "Twice the acceleration for each unit of density and fuel"),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300015,
+      .resource = "zq_force_buoyancy",
+      .className = "C4D_Force_Buoyancy_Object",
+      .label = "DF::Buoyancy",
+      .text = "Lifts hot gas and pulls dense gas down.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool Force_Buoyancy::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
-  direction_ = handler.GetVector(1003);
-  terms_.temperatureFactor = handler.GetDouble(1004);
-  terms_.densityFactor = handler.GetDouble(1005);
+  direction_ = handler.GetVector(kDirectionId);
+  terms_.temperatureFactor = handler.GetDouble(kTemperatureFactorId);
+  terms_.densityFactor = handler.GetDouble(kDensityFactorId);
   return true;
 }
 
@@ -40,9 +49,9 @@ bool Force_Buoyancy::ResolveLinks() {
   const auto channel = [&](std::int32_t id) {
     return scene->RetrieveAs<ChannelBase_Scalar>(handler.GetLink(id), NODE_CHANNEL, RETRIEVE_SCALAR);
   };
-  temperature_ = channel(1000);
-  fuel_ = channel(1001);
-  density_ = channel(1002);
+  temperature_ = channel(kTemperatureId);
+  fuel_ = channel(kFuelId);
+  density_ = channel(kDensityId);
   return temperature_ != nullptr;
 }
 

@@ -29,6 +29,8 @@ void AddBuoyancy(const BuoyancyTerms& terms, const BuoyancyRow& row);
 class Force_Buoyancy final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kTemperatureId = 1000, kFuelId = 1001, kDensityId = 1002, kDirectionId = 1003,
+                       kTemperatureFactorId = 1004, kDensityFactorId = 1005, kForceDurationId = 1009;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 29; }
   void GetRetrieveTypes(std::uint32_t& mask) const override {
@@ -41,7 +43,7 @@ class Force_Buoyancy final : public ConstrainedForce {
   void ProcessRow(const ForceRow& row) override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1009); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   ChannelBase_Scalar* temperature_ = nullptr;

@@ -4,12 +4,6 @@ namespace orlix {
 
 namespace {
 
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "strength", 1.0, "cells/s^2", "Size of the acceleration").Fallback(80.0),
-    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
-    FloatParameter(1003, "step", 1.0, "cells", "Distance of the samples from which the curl is taken").Above(0),
-};
-
 // How far apart the three potentials are taken, in host units.
 constexpr Vec3D kPotentialOffsets{931.43, 223.4, 454.32};
 
@@ -24,9 +18,21 @@ constexpr Force_Curl::Tap kTapList[Force_Curl::kTaps] = {
 }  // namespace
 
 const TypeInfo& Force_Curl::Type() {
-  static const TypeInfo kType =
-      ForceType(1300142, "zq_force_curl", "C4D_Force_Curl_Object", "DF::Field Curl",
-                "Swirls from constraints: the direction of the curl of a field that they make.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kStrengthId, "strength", 1.0, "cells/s^2", "Size of the acceleration").Fallback(80.0),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+      FloatParameter(kStepId, "step", 1.0, "cells", "Distance of the samples from which the curl is taken").Above(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300142,
+      .resource = "zq_force_curl",
+      .className = "C4D_Force_Curl_Object",
+      .label = "DF::Field Curl",
+      .text = "Swirls from constraints: the direction of the curl of a field that they make.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -34,8 +40,8 @@ bool Force_Curl::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
   const GridSpace& space = GetSimulationSpace();
-  strength_ = handler.GetDouble(1000) * space.cellSize;
-  step_ = handler.GetDouble(1003) * space.cellSize;
+  strength_ = handler.GetDouble(kStrengthId) * space.cellSize;
+  step_ = handler.GetDouble(kStepId) * space.cellSize;
   offsets_ = space.simPerHost * kPotentialOffsets;
   return true;
 }

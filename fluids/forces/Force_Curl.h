@@ -25,6 +25,7 @@ class Force_Curl final : public ConstrainedForce {
   };
 
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kStrengthId = 1000, kForceDurationId = 1001, kStepId = 1003;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 36; }
   void GetRetrieveTypes(std::uint32_t& mask) const override {
@@ -36,7 +37,7 @@ class Force_Curl final : public ConstrainedForce {
   void Finish() override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1001); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   // The curl at the cells of a row, into three rows of this worker.

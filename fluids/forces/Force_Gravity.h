@@ -9,6 +9,7 @@ namespace orlix {
 class Force_Gravity final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kDirectionId = 1000, kAlignmentId = 1001, kStrengthId = 1002, kSettingsId = 1003;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 31; }
   bool ReadParameters() override;

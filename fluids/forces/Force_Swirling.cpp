@@ -8,28 +8,34 @@ namespace {
 
 constexpr double kStrengthScale = 0.2;
 
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "strength", 0.8, "", "How strongly swirls are kept").Min(0),
-    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
-    BoolParameter(1003, "remove_mean", true, "Takes the container's mean swirl off first"),
-    BoolParameter(1004, "along_flow", false, "Acts by how far the flow runs along the swirl's axis"),
-};
-
 }  // namespace
 
 const TypeInfo& Force_Swirling::Type() {
-  static const TypeInfo kType =
-      ForceType(1300016, "zq_force_swirling", "C4D_Force_Swirling_Object", "GF::Swirling",
-                "Vorticity confinement: keeps the swirls that a coarse grid would lose.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kStrengthId, "strength", 0.8, "", "How strongly swirls are kept").Min(0),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+      BoolParameter(kRemoveMeanId, "remove_mean", true, "Takes the container's mean swirl off first"),
+      BoolParameter(kAlongFlowId, "along_flow", false, "Acts by how far the flow runs along the swirl's axis"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300016,
+      .resource = "zq_force_swirling",
+      .className = "C4D_Force_Swirling_Object",
+      .label = "GF::Swirling",
+      .text = "Vorticity confinement: keeps the swirls that a coarse grid would lose.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool Force_Swirling::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
-  strength_ = handler.GetDouble(1000) * kStrengthScale;
-  removeMean_ = handler.GetBool(1003);
-  terms_.alongFlow = handler.GetBool(1004);
+  strength_ = handler.GetDouble(kStrengthId) * kStrengthScale;
+  removeMean_ = handler.GetBool(kRemoveMeanId);
+  terms_.alongFlow = handler.GetBool(kAlongFlowId);
   return true;
 }
 

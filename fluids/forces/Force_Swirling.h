@@ -9,6 +9,7 @@ namespace orlix {
 class Force_Swirling final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kStrengthId = 1000, kForceDurationId = 1001, kRemoveMeanId = 1003, kAlongFlowId = 1004;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 33; }
   bool ReadParameters() override;
@@ -18,7 +19,7 @@ class Force_Swirling final : public ConstrainedForce {
   void Finish() override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1001); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   double strength_ = 0;

@@ -5,44 +5,53 @@ namespace orlix {
 namespace {
 
 constexpr Choice kWaveTypes[] = {
-    {0, "plane", "Along the object's z axis"},     {1, "plane_outward", "Along the z axis, moving away from it too"},
-    {2, "rings", "In rings about the z axis"},     {3, "around", "Around the z axis"},
-    {4, "spiral", "In a spiral about the z axis"},
+    {WaveType::Plane, "plane", "Along the object's z axis"},
+    {WaveType::PlaneOutward, "plane_outward", "Along the z axis, moving away from it too"},
+    {WaveType::Rings, "rings", "In rings about the z axis"},
+    {WaveType::Around, "around", "Around the z axis"},
+    {WaveType::Spiral, "spiral", "In a spiral about the z axis"},
 };
 
 constexpr Choice kWaveShapes[] = {
-    {0, "rise", "Second vector, 0 to 1"},
-    {1, "fall", "Second vector, -1 to 0"},
-    {2, "rise_first", "First vector, 0 to 1"},
-    {3, "fall_first", "First vector, -1 to 0"},
-    {4, "sine", "Second vector, -1 to 1"},
-    {5, "cross_fade", "From the first vector to the second"},
-    {6, "cross_fade_back", "From the first vector's opposite to the second"},
-    {7, "sine_first", "First vector, -1 to 1"},
-    {8, "figure_first", "First vector at twice the frequency"},
-    {9, "figure_second", "Second vector at twice the frequency"},
-    {10, "ellipse", "First vector by the cosine, second by the sine"},
-};
-
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "amplitude", 80.0, "host units", "Size of the wave"),
-    FloatParameter(1001, "speed", 50.0, "host units/s", "How fast the wave travels"),
-    FloatParameter(1002, "wavelength", 200.0, "host units", "Length of a wave"),
-    ChoiceParameter(1003, "wave_type", 4, kWaveTypes, "Where the wave runs"),
-    ChoiceParameter(1004, "wave_shape", 0, kWaveShapes, "How the wave moves its two vectors"),
-    FloatParameter(1005, "phase", 0, "s", "Added to the time"),
-    LinkParameter(1006, "force_duration", kLinkDuration, "When the force acts"),
-    VectorParameter(1008, "wave_scale", {1, 1, 1}, "", "Stretches the wave along the axes"),
-    BoolParameter(1009, "use_time", true, "The scene's time drives the wave"),
-    FloatParameter(1010, "fixed_time", 0, "s", "The time of a wave that the scene's doesn't drive")
-        .ShownWhen(1009, Relation::Is, 0),
+    {WaveShape::Rise, "rise", "Second vector, 0 to 1"},
+    {WaveShape::Fall, "fall", "Second vector, -1 to 0"},
+    {WaveShape::RiseFirst, "rise_first", "First vector, 0 to 1"},
+    {WaveShape::FallFirst, "fall_first", "First vector, -1 to 0"},
+    {WaveShape::Sine, "sine", "Second vector, -1 to 1"},
+    {WaveShape::CrossFade, "cross_fade", "From the first vector to the second"},
+    {WaveShape::CrossFadeBack, "cross_fade_back", "From the first vector's opposite to the second"},
+    {WaveShape::SineFirst, "sine_first", "First vector, -1 to 1"},
+    {WaveShape::FigureFirst, "figure_first", "First vector at twice the frequency"},
+    {WaveShape::FigureSecond, "figure_second", "Second vector at twice the frequency"},
+    {WaveShape::Ellipse, "ellipse", "First vector by the cosine, second by the sine"},
 };
 
 }  // namespace
 
 const TypeInfo& Force_TrigoWave::Type() {
-  static const TypeInfo kType = ForceType(1300089, "zq_force_trigowave", "C4D_Force_TrigoWave_Object", "DF::TrigoWave",
-                                          "Moves the gas by a travelling wave.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kAmplitudeId, "amplitude", 80.0, "host units", "Size of the wave"),
+      FloatParameter(kSpeedId, "speed", 50.0, "host units/s", "How fast the wave travels"),
+      FloatParameter(kWavelengthId, "wavelength", 200.0, "host units", "Length of a wave"),
+      ChoiceParameter(kWaveTypeId, "wave_type", WaveType::Spiral, kWaveTypes, "Where the wave runs"),
+      ChoiceParameter(kWaveShapeId, "wave_shape", WaveShape::Rise, kWaveShapes, "How the wave moves its two vectors"),
+      FloatParameter(kPhaseId, "phase", 0, "s", "Added to the time"),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+      VectorParameter(kWaveScaleId, "wave_scale", {1, 1, 1}, "", "Stretches the wave along the axes"),
+      BoolParameter(kUseTimeId, "use_time", true, "The scene's time drives the wave"),
+      FloatParameter(kFixedTimeId, "fixed_time", 0, "s", "The time of a wave that the scene's doesn't drive")
+          .ShownWhen(kUseTimeId, Relation::Is, 0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300089,
+      .resource = "zq_force_trigowave",
+      .className = "C4D_Force_TrigoWave_Object",
+      .label = "DF::TrigoWave",
+      .text = "Moves the gas by a travelling wave.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -50,18 +59,18 @@ bool Force_TrigoWave::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
   const Vec3D simPerHost = GetSimulationSpace().simPerHost;
-  wave_.amplitude = handler.GetDouble(1000) * simPerHost.x;
+  wave_.amplitude = handler.GetDouble(kAmplitudeId) * simPerHost.x;
   wave_.offsetVector = {0, 0, wave_.amplitude};
-  speed_ = handler.GetDouble(1001) * simPerHost.x;
-  wave_.frequency = 1 / (handler.GetDouble(1002) * simPerHost.x);
-  wave_.type = handler.GetChoice(1003);
-  wave_.shape = handler.GetChoice(1004);
-  phase_ = handler.GetDouble(1005);
-  useTime_ = handler.GetBool(1009);
-  fixedTime_ = handler.GetDouble(1010);
+  speed_ = handler.GetDouble(kSpeedId) * simPerHost.x;
+  wave_.frequency = 1 / (handler.GetDouble(kWavelengthId) * simPerHost.x);
+  wave_.type = handler.GetChoice<WaveType>(kWaveTypeId);
+  wave_.shape = handler.GetChoice<WaveShape>(kWaveShapeId);
+  phase_ = handler.GetDouble(kPhaseId);
+  useTime_ = handler.GetBool(kUseTimeId);
+  fixedTime_ = handler.GetDouble(kFixedTimeId);
   matrix_ = handler.GetMatrix();
   inverse_ = matrix_.Inverse();
-  scale_ = Vec3D(1, 1, 1) / handler.GetVector(1008) + matrix_.off * simPerHost;
+  scale_ = Vec3D(1, 1, 1) / handler.GetVector(kWaveScaleId) + matrix_.off * simPerHost;
   return true;
 }
 

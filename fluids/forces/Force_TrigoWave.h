@@ -9,6 +9,9 @@ namespace orlix {
 class Force_TrigoWave final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kAmplitudeId = 1000, kSpeedId = 1001, kWavelengthId = 1002, kWaveTypeId = 1003,
+                       kWaveShapeId = 1004, kPhaseId = 1005, kForceDurationId = 1006, kWaveScaleId = 1008,
+                       kUseTimeId = 1009, kFixedTimeId = 1010;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 34; }
   void GetRetrieveTypes(std::uint32_t& mask) const override {
@@ -19,7 +22,7 @@ class Force_TrigoWave final : public ConstrainedForce {
   void ProcessRow(const ForceRow& row) override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1006); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   TrigoWave wave_;

@@ -6,24 +6,32 @@ namespace {
 
 constexpr double kTangentScale = 0.010005072145190424;
 
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "strength", 1.0, "cells/s^2", "Acceleration at a hundred host units from the axis, nearly")
-        .Fallback(80.0),
-    LinkParameter(1001, "force_duration", kLinkDuration, "When the force acts"),
-};
-
 }  // namespace
 
 const TypeInfo& Force_Vortex::Type() {
-  static const TypeInfo kType = ForceType(1300115, "zq_force_vortex", "C4D_Force_Vortex_Object", "DF::Vortex",
-                                          "Turns the gas about the object's z axis.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kStrengthId, "strength", 1.0, "cells/s^2",
+                     "Acceleration at a hundred host units from the axis, nearly")
+          .Fallback(80.0),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300115,
+      .resource = "zq_force_vortex",
+      .className = "C4D_Force_Vortex_Object",
+      .label = "DF::Vortex",
+      .text = "Turns the gas about the object's z axis.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool Force_Vortex::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
-  strength_ = handler.GetDouble(1000) * GetSimulationSpace().cellSize;
+  strength_ = handler.GetDouble(kStrengthId) * GetSimulationSpace().cellSize;
   matrix_ = handler.GetMatrix();
   inverse_ = matrix_.Inverse();
   return true;

@@ -8,6 +8,7 @@ namespace orlix {
 class Force_Vortex final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kStrengthId = 1000, kForceDurationId = 1001;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 35; }
   void GetRetrieveTypes(std::uint32_t& mask) const override {
@@ -18,7 +19,7 @@ class Force_Vortex final : public ConstrainedForce {
   void ProcessRow(const ForceRow& row) override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1001); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   double strength_ = 0;  // m

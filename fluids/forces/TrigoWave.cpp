@@ -27,27 +27,26 @@ Vec3D TrigoWave::At(const Vec3D& u) const {
   const double distance = Length(offAxis);
   const Vec3D outward = distance == 0 ? Vec3D() : offAxis / distance;
   switch (type) {
-    case 0:
-    case 1:
-      return Shape(Plane(along, outward));
-    case 2:
-      return Shape(Rings(distance, offAxis, outward));
-    case 3:
-      return distance > 0 ? Shape(Around(outward)) : Vec3D();
-    case 4: {
+    case WaveType::Plane:
+    case WaveType::PlaneOutward:
+      return Mixed(Plane(along, outward));
+    case WaveType::Rings:
+      return Mixed(Rings(distance, offAxis, outward));
+    case WaveType::Around:
+      return distance > 0 ? Mixed(Around(outward)) : Vec3D();
+    case WaveType::Spiral: {
       const double r = distance / amplitude - 1;
-      return r > 0 && r < kSpiralReach ? Shape(Spiral(r, outward)) : Vec3D();
+      return r > 0 && r < kSpiralReach ? Mixed(Spiral(r, outward)) : Vec3D();
     }
-    default:
-      return {};
   }
+  return {};
 }
 
 TrigoWave::Terms TrigoWave::Plane(double along, const Vec3D& outward) const {
   Terms terms;
   terms.phase = PhaseAt(along);
-  const bool oneVector = shape == 0 || shape == 1 || shape == 4;
-  terms.v1 = type == 0 ? axisY : oneVector ? Vec3D() : outward;
+  const bool oneVector = shape == WaveShape::Rise || shape == WaveShape::Fall || shape == WaveShape::Sine;
+  terms.v1 = type == WaveType::Plane ? axisY : oneVector ? Vec3D() : outward;
   terms.v2 = offsetVector;
   return terms;
 }
@@ -58,9 +57,9 @@ TrigoWave::Terms TrigoWave::Rings(double distance, const Vec3D& offAxis, const V
   terms.flag = true;
   terms.v1 = offsetVector;
   terms.v2 = outward;
-  if (shape == 2 || shape == 3) terms.v2 = {};
-  if (shape == 8) terms.v2 = terms.phase == 0 ? Vec3D() : outward / terms.phase;
-  if (shape == 9) terms.v2 = terms.phase > 0 ? offAxis / terms.phase : Vec3D();
+  if (shape == WaveShape::RiseFirst || shape == WaveShape::FallFirst) terms.v2 = {};
+  if (shape == WaveShape::FigureFirst) terms.v2 = terms.phase == 0 ? Vec3D() : outward / terms.phase;
+  if (shape == WaveShape::FigureSecond) terms.v2 = terms.phase > 0 ? offAxis / terms.phase : Vec3D();
   return terms;
 }
 
@@ -87,7 +86,7 @@ TrigoWave::Terms TrigoWave::Spiral(double r, const Vec3D& outward) const {
   return terms;
 }
 
-Vec3D TrigoWave::Shape(const Terms& terms) const {
+Vec3D TrigoWave::Mixed(const Terms& terms) const {
   const double s = TableSin(terms.phase), h = (s + 1) / 2;
   const double scaled = amplitude * terms.factor;
   const double k2 = terms.flag ? scaled : terms.factor;  // weighs V2
@@ -95,31 +94,30 @@ Vec3D TrigoWave::Shape(const Terms& terms) const {
   const double k3 = terms.flag ? 1 : amplitude;          // weighs V1 in mixtures
   const Vec3D &v1 = terms.v1, &v2 = terms.v2;
   switch (shape) {
-    case 0:
+    case WaveShape::Rise:
       return v2 * (h * k2);
-    case 1:
+    case WaveShape::Fall:
       return v2 * ((s / 2 - 0.5) * k2);
-    case 2:
+    case WaveShape::RiseFirst:
       return v1 * (h * k1);
-    case 3:
+    case WaveShape::FallFirst:
       return v1 * ((s / 2 - 0.5) * k1);
-    case 4:
+    case WaveShape::Sine:
       return v2 * (s * k2);
-    case 5:
+    case WaveShape::CrossFade:
       return v1 * ((1 - h) * k3) + v2 * (h * k2);
-    case 6:
+    case WaveShape::CrossFadeBack:
       return v1 * ((h - 1) * k3) + v2 * (h * k2);
-    case 7:
+    case WaveShape::SineFirst:
       return v1 * (s * k1);
-    case 8:
+    case WaveShape::FigureFirst:
       return v1 * ((0.5 - TableCos(2 * terms.phase) * 0.5 * terms.factor) * k3) + v2 * (TableCos(terms.phase) * k2);
-    case 9:
+    case WaveShape::FigureSecond:
       return v1 * (TableCos(terms.phase) * terms.factor * k3) + v2 * (0.5 - TableCos(2 * terms.phase) * 0.5);
-    case 10:
+    case WaveShape::Ellipse:
       return v1 * (TableCos(terms.phase) * terms.factor * k3) + v2 * (s * k2);
-    default:
-      return {};
   }
+  return {};
 }
 
 }  // namespace orlix

@@ -1,5 +1,6 @@
 #pragma once
-// The lattice of a grid: it ties host space (host units), simulation space (metres) and voxel space (cell indices).
+// The lattice of a grid: it ties host space (host units), simulation space (metres) and index space (cells from the
+// corner; "voxel" in names).
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 #pragma once
 // Work on rows of a lattice where a row needs the rows below it in y and z: layers are visited in order by all workers
-// at once, each owning a band of rows, one band behind the other. The result is that of a serial run.
+// at once, each owning a band of rows; a band waits for the one before it. The result is that of a serial run.
 
 #include <atomic>
 #include <thread>

@@ -1,5 +1,6 @@
 #pragma once
-// How work divides among workers: ranges of indices and slabs of z layers. The remainder falls to the last piece.
+// How a node of a parallel block divides its grid among the workers: slabs of whole z layers. The remainder falls to
+// the last slab.
 
 #include <cstdint>
 
@@ -7,10 +8,6 @@
 #include "host/threads/WorkerPool.h"
 
 namespace orlix {
-
-// starts and ends have an entry for each of threads workers; those beyond the pieces are 0. Gives the pieces in use.
-std::int32_t SplitRange(std::int32_t* starts, std::int32_t* ends, std::int32_t count, std::int32_t first,
-                        std::int32_t threads);
 
 // Slabs of z for workers of a node: tables with an entry for each worker.
 struct LayerSlabs {

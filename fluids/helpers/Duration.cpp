@@ -4,57 +4,49 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr int kFrames = 1008, kRamp = 1009;
-
-constexpr Parameter kParameters[] = {
-    BoolParameter(kFrames, "use_frames", false, "Times are given in frames"),
-    FloatParameter(1000, "length", 0, "s", "Length; 0 never ends").ShownWhen(kFrames, Relation::Is, 0),
-    FloatParameter(1001, "start", 0, "s", "Start").ShownWhen(kFrames, Relation::Is, 0),
-    IntParameter(1002, "repeats", 0, "", "How often the window comes again").Min(0),
-    FloatParameter(1003, "pause", 0, "s", "Pause between windows")
-        .ShownWhen(kFrames, Relation::Is, 0)
-        .ShownWhen(1002, Relation::IsNot, 0),
-    IntParameter(1005, "length_frames", 0, "frames", "Length; 0 never ends").ShownWhen(kFrames, Relation::Is, 1),
-    IntParameter(1006, "start_frame", 0, "frames", "Start").ShownWhen(kFrames, Relation::Is, 1),
-    IntParameter(1007, "pause_frames", 10, "frames", "Pause between windows")
-        .ShownWhen(kFrames, Relation::Is, 1)
-        .ShownWhen(1002, Relation::IsNot, 0),
-    SplineParameter(kRamp, "ramp", {}, "Strength over a window, 0 to 1; without it, falling from 1 to 0"),
-};
-
-}  // namespace
-
 const TypeInfo& Duration::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1028240;
-    type.resource = "zq_duration";
-    type.className = "C4D_Duration_Object";
-    type.label = "Duration";
-    type.text = "When the nodes that link it act: a window of time, repeated after pauses.";
-    type.kinds = kLinkHelper | kLinkDuration;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      BoolParameter(kUseFramesId, "use_frames", false, "Times are given in frames"),
+      FloatParameter(kLengthId, "length", 0, "s", "Length; 0 never ends").ShownWhen(kUseFramesId, Relation::Is, 0),
+      FloatParameter(kStartId, "start", 0, "s", "Start").ShownWhen(kUseFramesId, Relation::Is, 0),
+      IntParameter(kRepeatsId, "repeats", 0, "", "How often the window comes again").Min(0),
+      FloatParameter(kPauseId, "pause", 0, "s", "Pause between windows")
+          .ShownWhen(kUseFramesId, Relation::Is, 0)
+          .ShownWhen(kRepeatsId, Relation::IsNot, 0),
+      IntParameter(kLengthFramesId, "length_frames", 0, "frames", "Length; 0 never ends")
+          .ShownWhen(kUseFramesId, Relation::Is, 1),
+      IntParameter(kStartFrameId, "start_frame", 0, "frames", "Start").ShownWhen(kUseFramesId, Relation::Is, 1),
+      IntParameter(kPauseFramesId, "pause_frames", 10, "frames", "Pause between windows")
+          .ShownWhen(kUseFramesId, Relation::Is, 1)
+          .ShownWhen(kRepeatsId, Relation::IsNot, 0),
+      SplineParameter(kRampId, "ramp", {}, "Strength over a window, 0 to 1; without it, falling from 1 to 0"),
+  };
+  static const TypeInfo kType = {
+      .id = 1028240,
+      .resource = "zq_duration",
+      .className = "C4D_Duration_Object",
+      .label = "Duration",
+      .text = "When the nodes that link it act: a window of time, repeated after pauses.",
+      .kinds = kLinkHelper | kLinkDuration,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool Duration::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  repeats = handler.GetInt(1002);
-  ramp = handler.GetSplineData(kRamp);
-  if (handler.GetBool(kFrames)) {
+  repeats = handler.GetInt(kRepeatsId);
+  ramp = handler.GetSplineData(kRampId);
+  if (handler.GetBool(kUseFramesId)) {
     const double frame = 1.0 / simulationInfo->fps;
-    length = handler.GetInt(1005) * frame;
-    start = handler.GetInt(1006) * frame;
-    pause = handler.GetInt(1007) * frame;
+    length = handler.GetInt(kLengthFramesId) * frame;
+    start = handler.GetInt(kStartFrameId) * frame;
+    pause = handler.GetInt(kPauseFramesId) * frame;
   } else {
-    length = handler.GetFloat(1000);
-    start = handler.GetFloat(1001);
-    pause = handler.GetFloat(1003);
+    length = handler.GetFloat(kLengthId);
+    start = handler.GetFloat(kStartId);
+    pause = handler.GetFloat(kPauseId);
   }
   return true;
 }

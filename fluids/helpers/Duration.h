@@ -8,6 +8,8 @@ namespace orlix {
 class Duration final : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kUseFramesId = 1008, kLengthId = 1000, kStartId = 1001, kRepeatsId = 1002, kPauseId = 1003,
+                       kLengthFramesId = 1005, kStartFrameId = 1006, kPauseFramesId = 1007, kRampId = 1009;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_HELPER; }
   std::int32_t GetNodeSubType() const override { return 51; }

@@ -1,21 +1,38 @@
 #pragma once
 // Radial weight functions: a weight that falls off with the distance of two points.
 //
-//   r2: squared distance, h: radius, q = r2 / h^2. All but 6 and 7 give 0 at r2 >= h^2; 0 to 5 depend on a power of h,
-//   6 to 12 are 1 or near it at the centre.
+//   r2: squared distance, h: radius, q = r2 / h^2. All but Quadratic and Inverse give 0 at r2 >= h^2. Those up to
+//   CubicDifference depend on a power of h; the others are 1 or near it at the centre.
 
 #include "fluids/scene/iBase.h"
 
 namespace orlix {
 
-// One kind (0 to 12) for squared distances, without a square root or a power of the radius for each pair. Kind 9
-// doesn't test the distance here: the caller has. Kind 12 gives q, and -1 from the radius on.
-double EvaluateKernelSquared(std::int32_t type, double squaredDistance, double squaredRadius, double cubedRadius);
-double EvaluateKernel(std::int32_t type, const Vec3D& a, const Vec3D& b, double radius);
+enum class KernelKind {
+  Gauss,
+  Poly6,
+  Poly6Radius,
+  Linear,
+  Spiky,
+  CubicDifference,
+  Quadratic,
+  Inverse,
+  SoftObject,
+  Exponential,
+  Smooth,
+  Cubic,
+  Curve
+};
+
+// For squared distances, without a square root or a power of the radius for each pair. Exponential doesn't test the
+// distance here: the caller has. Curve gives q, and -1 from the radius on.
+double EvaluateKernelSquared(KernelKind kind, double squaredDistance, double squaredRadius, double cubedRadius);
+double EvaluateKernel(KernelKind kind, const Vec3D& a, const Vec3D& b, double radius);
 
 class Kernel final : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kKindId = 7150, kCurveId = 13;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_HELPER; }
   std::int32_t GetNodeSubType() const override { return 52; }
@@ -24,8 +41,8 @@ class Kernel final : public iBase {
   double Evaluate(const Vec3D& a, const Vec3D& b, double radius) const;
   double EvaluateSquared(double squaredDistance, double squaredRadius, double cubedRadius) const;
 
-  std::int32_t type = 6;
-  const SplineData* curve = nullptr;  // of kind 12, not owned
+  KernelKind kind = KernelKind::Quadratic;
+  const SplineData* curve = nullptr;  // of KernelKind::Curve, not owned
 
  private:
   double Finished(double v) const;

@@ -9,27 +9,29 @@ namespace orlix {
 
 namespace {
 
-constexpr Parameter kPropertyId =
-    IntParameter(2001, "property_id", 75, "", "Property that the value is written to").Min(0);
-constexpr Parameter kScalar[] = {FloatParameter(1000, "value", 1.0, "", "Value; of property 0, in voxels"),
-                                 kPropertyId};
+constexpr Parameter kPropertyRow =
+    IntParameter(iProperty::kPropertyIdId, "property_id", 75, "", "Property that the value is written to").Min(0);
+constexpr Parameter kScalar[] = {
+    FloatParameter(iProperty::kValueId, "value", 1.0, "", "Value; of property 0, in voxels"), kPropertyRow};
 constexpr Parameter kVector[] = {
-    VectorParameter(1000, "value", {0, 1, 0}, "", "Value").Fallback(Vec3D()),
-    IntParameter(2001, "property_id", 76, "", "Property that the value is written to").Min(0).Fallback(75)};
-constexpr Parameter kState[] = {BoolParameter(1000, "value", false, "Value"), kPropertyId};
+    VectorParameter(iProperty::kValueId, "value", {0, 1, 0}, "", "Value").Fallback(Vec3D()),
+    IntParameter(iProperty::kPropertyIdId, "property_id", 76, "", "Property that the value is written to")
+        .Min(0)
+        .Fallback(75)};
+constexpr Parameter kState[] = {BoolParameter(iProperty::kValueId, "value", false, "Value"), kPropertyRow};
 
 TypeInfo TypeOf(int id, const char* resource, const char* className, const char* label,
                 std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id;
-  type.resource = resource;
-  type.className = className;
-  type.label = label;
-  type.text = "Gives particles one value under a property id.";
-  type.kinds = kLinkParticles;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
+  return {
+      .id = id,
+      .resource = resource,
+      .className = className,
+      .label = label,
+      .text = "Gives particles one value under a property id.",
+      .kinds = kLinkParticles,
+      .parameters = rows,
+      .common = CommonNodeParameters(),
+  };
 }
 
 // The node types of the built-in properties: the free-form ones with the number filled in.
@@ -49,7 +51,7 @@ const std::deque<FixedType>& FixedTypes() {
       const std::span<const Parameter> rows = real ? std::span<const Parameter>(kScalar) : kVector;
       fixed.rows.assign(rows.begin(), rows.end());
       for (Parameter& row : fixed.rows) {
-        if (row.id == kPropertyId.id) row.number = info.id, row.fallbackNumber.reset(), row.hidden = true;
+        if (row.id == iProperty::kPropertyIdId) row.number = info.id, row.fallbackNumber.reset(), row.hidden = true;
       }
       fixed.text = "Gives particles property " + std::to_string(info.id) + ". " + info.text + ".";
       fixed.type = TypeOf(info.nodeType, info.resource,
@@ -76,7 +78,7 @@ void RegisterFixedProperties(NodeFactory& factory) {
 
 bool iProperty::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  propertyId = handler.GetInt(2001);
+  propertyId = handler.GetInt(kPropertyIdId);
   return true;
 }
 
@@ -120,11 +122,11 @@ template <class T>
 bool Property<T>::ReadParameters() {
   if (!iProperty::ReadParameters()) return false;
   if constexpr (std::is_same_v<T, Vec3D>) {
-    value = handler.GetVector(1000);
+    value = handler.GetVector(kValueId);
   } else if constexpr (std::is_same_v<T, bool>) {
-    value = handler.GetBool(1000);
+    value = handler.GetBool(kValueId);
   } else {
-    double read = handler.GetDouble(1000);
+    double read = handler.GetDouble(kValueId);
     // A radius is given in voxels; the integer form rounds by half a cell.
     if (propertyId == PP::Radius) {
       const GridSpace& space = GetSimulationSpace();

@@ -8,6 +8,7 @@ namespace orlix {
 class iProperty : public iBase {
  public:
   using iBase::iBase;
+  static constexpr int kValueId = 1000, kPropertyIdId = 2001;
   std::int32_t GetNodeBaseType() const override { return NODE_PARTICLES; }
   std::int32_t GetNodeSubType() const override { return 67; }
   bool ReadParameters() override;

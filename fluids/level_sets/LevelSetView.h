@@ -1,11 +1,11 @@
 #pragma once
 // Reads of a nodal level set: what a volume's queries and kernels take. Distances in metres, negative inside.
 //
-// Positions come in four frames, and all are turned into index coordinates first:
-//   grid     index coordinates, as they stand
-//   local    metres from the grid's origin
-//   world    simulation space
-//   lattice  simulation space, less the grid's offset in whole cells
+// Positions come in four spaces, and all are turned into index space first. In names:
+//   Grid     index space
+//   Local    metres from the grid's corner
+//   World    simulation space
+//   Lattice  lattice space: simulation space, less the grid's offset in whole cells
 
 #include "fluids/grids/EGrid.h"
 #include "fluids/grids/TrilinearGradient.h"

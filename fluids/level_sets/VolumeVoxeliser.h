@@ -4,7 +4,7 @@
 //   0  exact band   around each triangle, as far as its box and a few nodes more, the distance is exact; each row of
 //                   nodes along x counts where the mesh crosses it
 //   1  sweeps       eight passes hand the closest triangle from node to node; each gives an exact distance again
-//   2  sign         a node is inside behind an odd number of crossings
+//   2  sign         a node is inside after an odd number of crossings
 //   3  shell        hollows the solid out
 //
 // The sweeps are those of Tsai 2002 ("Rapid and accurate computation of the distance function using grids"), with

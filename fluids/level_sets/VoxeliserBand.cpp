@@ -144,7 +144,7 @@ ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& bloc
         const int i = block.x.first + std::max(std::min(next, count - kLanes), 0);
         double* squared = field.squared.data + field.squared.Index(i, j, k);
         std::int32_t* closest = field.closest + field.squared.Index(i, j, k);
-        Lanes x, best = zero - 1.0;  // lanes behind the end never improve
+        Lanes x, best = zero - 1.0;  // lanes past the end never improve
         std::memcpy(&x, field.x + i, sizeof x);
         for (int l = 0; l < here; ++l) best[l] = squared[l];
         Lanes least, distance;

@@ -355,7 +355,7 @@ ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, in
 }
 
 // The neighbour in the row comes first in the order, and each node waits for the one before it. Only active nodes and
-// those behind one that changed have anything to do.
+// those after one that changed have anything to do.
 ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork& work) {
   std::int32_t* closest = field.closest + row.begin;
   double* distance = field.distance + row.begin;

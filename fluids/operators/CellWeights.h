@@ -31,7 +31,7 @@ class CellWeights {
     ParallelRange(scene.pool(), 1, n.z - 1, [&](int first, int last, int worker) {
       for (std::int32_t k = first; k < last; ++k) {
         for (std::int32_t j = 1; j < n.y - 1; ++j) {
-          BuildRow({1, n.x - 1, j, k, worker, &grid.space, nullptr, nullptr}, caller, falloffs, needed);
+          BuildRow({1, n.x - 1, j, k, worker, &grid.space}, caller, falloffs, needed);
         }
       }
     });
@@ -44,7 +44,7 @@ class CellWeights {
 
  private:
   template <class Needed>
-  void BuildRow(const ConstraintRow& row, const iBase* caller, std::span<const FalloffEntry> falloffs, Needed& needed) {
+  void BuildRow(const CellRow& row, const iBase* caller, std::span<const FalloffEntry> falloffs, Needed& needed) {
     const std::int64_t index = weights_->Index(0, row.j, row.k);
     const double* amounts = amounts_.Where(row, caller, [&](std::int32_t i) { return needed(index + i); });
     double* weights = weights_->data + index;

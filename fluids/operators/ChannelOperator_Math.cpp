@@ -7,59 +7,56 @@ namespace orlix {
 namespace {
 
 constexpr Choice kOperations[] = {
-    {0, "add", "Adds"},
-    {1, "subtract", "Subtracts"},
-    {2, "multiply", "Multiplies, a vector by component"},
-    {3, "dot", "Multiplies; of vectors, the scalar product goes into the first component"},
-    {4, "min", "The smaller"},
-    {5, "max", "The larger"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "source", kLinkChannel | kLinkSolver,
-                  "The channel that gives the operand; a solver stands for its velocity"),
-    ChoiceParameter(1001, "operation", 0, kOperations, "What is done with each cell"),
-    FloatParameter(1002, "value", 1.0, "", "The operand without a source")
-        .ShownWhen(1000, Relation::Is, 0)
-        .ShownWhen(1005, Relation::Is, 0),
-    VectorParameter(1003, "vector_value", {1, 1, 1}, "", "The operand of a vector channel without a source")
-        .ShownWhen(1000, Relation::Is, 0)
-        .ShownWhen(1005, Relation::Is, 1),
-    BoolParameter(1005, "use_vector", false, "The operand without a source is the vector"),
+    {MathOperation::Add, "add", "Adds"},
+    {MathOperation::Subtract, "subtract", "Subtracts"},
+    {MathOperation::Multiply, "multiply", "Multiplies, a vector by component"},
+    {MathOperation::Dot, "dot", "Multiplies; of vectors, the scalar product goes into the first component"},
+    {MathOperation::Min, "min", "The smaller"},
+    {MathOperation::Max, "max", "The larger"},
 };
 
 }  // namespace
 
 const TypeInfo& ChannelOperator_Math::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300056;
-    type.resource = "zq_channelop_math";
-    type.className = "C4D_ChannelOperator_Math_Object";
-    type.label = "COP::Math";
-    type.text = "Arithmetic on the cells that a cell emitter visits.";
-    type.kinds = kLinkHelper | kLinkChannelOperator;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kSourceId, "source", kLinkChannel | kLinkSolver,
+                    "The channel that gives the operand; a solver stands for its velocity"),
+      ChoiceParameter(kOperationId, "operation", MathOperation::Add, kOperations, "What is done with each cell"),
+      FloatParameter(kValueId, "value", 1.0, "", "The operand without a source")
+          .ShownWhen(kSourceId, Relation::Is, 0)
+          .ShownWhen(kUseVectorId, Relation::Is, 0),
+      VectorParameter(kVectorValueId, "vector_value", {1, 1, 1}, "", "The operand of a vector channel without a source")
+          .ShownWhen(kSourceId, Relation::Is, 0)
+          .ShownWhen(kUseVectorId, Relation::Is, 1),
+      BoolParameter(kUseVectorId, "use_vector", false, "The operand without a source is the vector"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300056,
+      .resource = "zq_channelop_math",
+      .className = "C4D_ChannelOperator_Math_Object",
+      .label = "COP::Math",
+      .text = "Arithmetic on the cells that a cell emitter visits.",
+      .kinds = kLinkHelper | kLinkChannelOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ChannelOperator_Math::ReadParameters() {
   priority = 0;
   if (!ChannelOperator::ReadParameters()) return false;
-  operation_ = static_cast<MathOperation>(handler.GetChoice(1001));
-  scalarValue_ = handler.GetDouble(1002);
-  vectorValue_ = handler.GetVector(1003);
-  useVector_ = handler.GetBool(1005);
+  operation_ = handler.GetChoice<MathOperation>(kOperationId);
+  scalarValue_ = handler.GetDouble(kValueId);
+  vectorValue_ = handler.GetVector(kVectorValueId);
+  useVector_ = handler.GetBool(kUseVectorId);
   return true;
 }
 
 bool ChannelOperator_Math::ResolveLinks() {
   scalarSource_ = nullptr, vectorSource_ = nullptr;
   if (!ChannelOperator::ResolveLinks()) return false;
-  iBase* node = scene->Retrieve(handler.GetLink(1000), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY);
+  iBase* node = scene->Retrieve(handler.GetLink(kSourceId), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY);
   if (auto* solver = dynamic_cast<iSolver*>(node)) node = solver->Velocity();
   scalarSource_ = dynamic_cast<ChannelBase_Scalar*>(node);
   vectorSource_ = dynamic_cast<ChannelBase_Vector*>(node);

@@ -19,6 +19,8 @@ void MathRow(MathOperation operation, double* cells, const double* operands, dou
 class ChannelOperator_Math final : public ChannelOperator {
  public:
   using ChannelOperator::ChannelOperator;
+  static constexpr int kSourceId = 1000, kOperationId = 1001, kValueId = 1002, kVectorValueId = 1003,
+                       kUseVectorId = 1005;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 106; }
   bool ReadParameters() override;

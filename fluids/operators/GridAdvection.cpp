@@ -7,41 +7,26 @@ namespace orlix {
 
 namespace {
 
-constexpr int kTargetId = 1000, kSchemeId = 1002, kIntegratorId = 1003, kInterpolationId = 1004, kSolverId = 1005;
-constexpr int kStrengthId = 1007;
 constexpr std::int32_t kPriority = 5;
 
 constexpr Choice kSchemes[] = {
-    {0, "semi_lagrangian", "One trace back; blurs"},
-    {1, "maccormack", "There and back, the error corrected and limited; sharper"},
-    {2, "conservative", "Keeps the sum; for scalar channels, on others as semi_lagrangian"},
-    {3, "conservative_maccormack",
-     "The corrected form of conservative; for scalar channels, on others as "
-     "semi_lagrangian"},
+    {GridAdvection::Scheme::SemiLagrangian, "semi_lagrangian", "One trace back; blurs"},
+    {GridAdvection::Scheme::MacCormack, "maccormack", "There and back, the error corrected and limited; sharper"},
+    {GridAdvection::Scheme::Conservative, "conservative",
+     "Keeps the sum; for scalar channels, on others as semi_lagrangian"},
+    {GridAdvection::Scheme::ConservativeMacCormack, "conservative_maccormack",
+     "The corrected form of conservative; for scalar channels, on others as semi_lagrangian"},
 };
 constexpr Choice kIntegrators[] = {
-    {0, "euler", "One stage"},
-    {1, "heun", "Two stages, second order"},
-    {2, "ralston", "Three stages, third order"},
-    {3, "runge_kutta", "Four stages, fourth order"},
+    {Integrator::Euler, "euler", "One stage"},
+    {Integrator::Heun, "heun", "Two stages, second order"},
+    {Integrator::Ralston, "ralston", "Three stages, third order"},
+    {Integrator::RungeKutta4, "runge_kutta", "Four stages, fourth order"},
 };
 constexpr Choice kInterpolations[] = {
-    {0, "trilinear", "8 cells"},
-    {1, "quadratic", "27 cells, a B-spline that smooths"},
-    {2, "monotone_cubic", "64 cells, sharp, without overshoots"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kTargetId, "channel", kLinkChannel | kLinkSolver,
-                  "What is carried; without one, the solver's velocity"),
-    ButtonParameter(1001, "pick_channel", "Offers the channels of the scene"),
-    ChoiceParameter(kSchemeId, "scheme", 1, kSchemes, "How the channel is carried"),
-    ChoiceParameter(kIntegratorId, "integrator", 0, kIntegrators, "How a point is traced through the velocity"),
-    ChoiceParameter(kInterpolationId, "interpolation", 0, kInterpolations, "How the channel is sampled"),
-    LinkParameter(kSolverId, "solver", kLinkSolver, "The dynamics object whose velocity carries; required"),
-    ButtonParameter(1006, "pick_solver", "Offers the dynamics objects of the scene"),
-    FloatParameter(kStrengthId, "correction_strength", 1.0, "", "Weight of MacCormack's correction")
-        .ShownWhen(kSchemeId, Relation::Is, 1),
+    {AdvectionSampling::Trilinear, "trilinear", "8 cells"},
+    {AdvectionSampling::QuadraticBSpline, "quadratic", "27 cells, a B-spline that smooths"},
+    {AdvectionSampling::MonotoneCubic, "monotone_cubic", "64 cells, sharp, without overshoots"},
 };
 
 using Components = std::array<std::unique_ptr<ScalarGrid>, 3>;
@@ -67,20 +52,32 @@ bool FitGamma(std::unique_ptr<ScalarGrid>& gamma, const ScalarGrid& shape, Worke
 }  // namespace
 
 const TypeInfo& GridAdvection::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300122;
-    type.resource = "zq_grid_advection";
-    type.className = "C4D_GridAdvection_Object";
-    type.label = "GOP::Advection";
-    type.text =
-        "Carries a channel through the velocity of a dynamics object, or that velocity itself. A gas needs one for its "
-        "velocity, in stage 6, and one for each channel, in stage 14.";
-    type.kinds = kLinkOperator;
-    type.parameters = kParameters;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver,
+                    "What is carried; without one, the solver's velocity"),
+      ButtonParameter(1001, "pick_channel", "Offers the channels of the scene"),
+      ChoiceParameter(kSchemeId, "scheme", GridAdvection::Scheme::MacCormack, kSchemes, "How the channel is carried"),
+      ChoiceParameter(kIntegratorId, "integrator", Integrator::Euler, kIntegrators,
+                      "How a point is traced through the velocity"),
+      ChoiceParameter(kInterpolationId, "interpolation", AdvectionSampling::Trilinear, kInterpolations,
+                      "How the channel is sampled"),
+      LinkParameter(kSolverId, "solver", kLinkSolver, "The dynamics object whose velocity carries; required"),
+      ButtonParameter(1006, "pick_solver", "Offers the dynamics objects of the scene"),
+      FloatParameter(kCorrectionStrengthId, "correction_strength", 1.0, "", "Weight of MacCormack's correction")
+          .ShownWhen(kSchemeId, Relation::Is, GridAdvection::Scheme::MacCormack),
+  };
+  static const TypeInfo kType = {
+      .id = 1300122,
+      .resource = "zq_grid_advection",
+      .className = "C4D_GridAdvection_Object",
+      .label = "GOP::Advection",
+      .text =
+          "Carries a channel through the velocity of a dynamics object, or that velocity itself. A gas needs one for "
+          "its velocity, in stage 6, and one for each channel, in stage 14.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -127,17 +124,17 @@ bool GridAdvection::ReadParameters() {
   stageMask = StageBit(kStageAdvection);
   priority = kPriority;
   if (!iObject::ReadParameters()) return false;
-  scheme = static_cast<Scheme>(handler.GetChoice(kSchemeId));
-  integrator = static_cast<Integrator>(handler.GetChoice(kIntegratorId));
-  interpolation = static_cast<AdvectionSampling>(handler.GetChoice(kInterpolationId));
-  correctionStrength = handler.GetFloat(kStrengthId);
+  scheme = handler.GetChoice<Scheme>(kSchemeId);
+  integrator = handler.GetChoice<Integrator>(kIntegratorId);
+  interpolation = handler.GetChoice<AdvectionSampling>(kInterpolationId);
+  correctionStrength = handler.GetFloat(kCorrectionStrengthId);
   return true;
 }
 
 bool GridAdvection::ResolveLinks() {
   ForgetLinks();
   if (!iObject::ResolveLinks()) return false;
-  const BaseList2D* target = handler.GetLink(kTargetId);
+  const BaseList2D* target = handler.GetLink(kChannelId);
   scalarChannel = scene->RetrieveAs<ScalarGridChannel>(target, NODE_CHANNEL, RETRIEVE_SCALAR);
   if (!scalarChannel) vectorChannel = scene->RetrieveAs<VectorGridChannel>(target, NODE_CHANNEL, RETRIEVE_VECTOR);
   auto* carrier = scene->RetrieveAs<FluidSolver>(handler.GetLink(kSolverId), NODE_SOLVER);

@@ -17,6 +17,8 @@ class GridAdvection final : public iObject {
   enum class Scheme : std::int32_t { SemiLagrangian = 0, MacCormack = 1, Conservative = 2, ConservativeMacCormack = 3 };
 
   GridAdvection(BaseList2D* object, OrlixScene& owner);
+  static constexpr int kChannelId = 1000, kSchemeId = 1002, kIntegratorId = 1003, kInterpolationId = 1004,
+                       kSolverId = 1005, kCorrectionStrengthId = 1007;
   static const TypeInfo& Type();
 
   void ResetSimulation() override;

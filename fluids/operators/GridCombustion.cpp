@@ -11,66 +11,75 @@ namespace {
 constexpr double kSaturation = 3.23;
 
 constexpr Choice kBurnModels[] = {
-    {0, "fixed_rate", "The same amount in each second"},
-    {1, "mixture_limited", "As fast as fuel and air mix"},
+    {BurnModel::FixedRate, "fixed_rate", "The same amount in each second"},
+    {BurnModel::MixtureLimited, "mixture_limited", "As fast as fuel and air mix"},
 };
 
 constexpr SplineKnot kTemperatureCurve[] = {{0, 1}, {1, 0}};
 constexpr SplineKnot kSmokeCurve[] = {{0, 0}, {1, 1}};
 
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "temperature", kLinkChannel, "The temperature channel that burning heats"),
-    LinkParameter(1001, "fire", kLinkChannel, "The fire channel that shows the flames"),
-    LinkParameter(1002, "fuel", kLinkChannel, "The fuel channel; without one the flames burn down by themselves"),
-    LinkParameter(1003, "smoke", kLinkChannel, "The channel that takes the smoke"),
-    LinkParameter(12, "solver", kLinkSolver, "The solver whose gas expands"),
-    ChoiceParameter(1004, "burn_model", 0, kBurnModels, "How fast fuel burns").ShownWhen(1002, Relation::IsNot, 0),
-    FloatParameter(2, "burn_rate", 1.0, "1/s", "Fuel that burns in a second").Min(0),
-    FloatParameter(3, "fuel_ratio", 0.19, "", "Share of the fuel that can burn at once in a mixture")
-        .Above(0)
-        .ShownWhen(1004, Relation::Is, 1),
-    FloatParameter(4, "base_temperature", 500.0, "K", "Temperature of a flame at the curve's 0")
-        .ShownWhen(1002, Relation::Is, 0),
-    FloatParameter(5, "heat", 1000.0, "K", "Temperature gained for each unit of fuel")
-        .ShownWhen(1002, Relation::IsNot, 0),
-    SplineParameter(6, "temperature_curve", kTemperatureCurve, "Temperature over a flame's life, a share of the range")
-        .ShownWhen(1002, Relation::Is, 0),
-    FloatParameter(7, "smoke_rate", 0.2, "1/s", "Smoke from what burns").Min(0),
-    SplineParameter(8, "smoke_curve", kSmokeCurve, "Smoke over a flame's life").ShownWhen(1002, Relation::Is, 0),
-    FloatParameter(9, "expansion", 0.2, "1/s", "How strongly the gas expands where it burns"),
-    FalloffListParameter(),
-};
-
 }  // namespace
 
 const TypeInfo& GridCombustion::Type() {
-  static const TypeInfo kType =
-      OperatorType(1300042, "zq_grid_combustion_fire", "C4D_Operator_Combustion_Object", "GOP::Combustion",
-                   "Burns fuel, or lets flames burn down: makes heat, smoke and expansion.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kTemperatureId, "temperature", kLinkChannel, "The temperature channel that burning heats"),
+      LinkParameter(kFireId, "fire", kLinkChannel, "The fire channel that shows the flames"),
+      LinkParameter(kFuelId, "fuel", kLinkChannel, "The fuel channel; without one the flames burn down by themselves"),
+      LinkParameter(kSmokeId, "smoke", kLinkChannel, "The channel that takes the smoke"),
+      LinkParameter(kSolverId, "solver", kLinkSolver, "The solver whose gas expands"),
+      ChoiceParameter(kBurnModelId, "burn_model", BurnModel::FixedRate, kBurnModels, "How fast fuel burns")
+          .ShownWhen(kFuelId, Relation::IsNot, 0),
+      FloatParameter(kBurnRateId, "burn_rate", 1.0, "1/s", "Fuel that burns in a second").Min(0),
+      FloatParameter(kFuelRatioId, "fuel_ratio", 0.19, "", "Share of the fuel that can burn at once in a mixture")
+          .Above(0)
+          .ShownWhen(kBurnModelId, Relation::Is, BurnModel::MixtureLimited),
+      FloatParameter(kBaseTemperatureId, "base_temperature", 500.0, "K", "Temperature of a flame at the curve's 0")
+          .ShownWhen(kFuelId, Relation::Is, 0),
+      FloatParameter(kHeatId, "heat", 1000.0, "K", "Temperature gained for each unit of fuel")
+          .ShownWhen(kFuelId, Relation::IsNot, 0),
+      SplineParameter(kTemperatureCurveId, "temperature_curve", kTemperatureCurve,
+                      "Temperature over a flame's life, a share of the range")
+          .ShownWhen(kFuelId, Relation::Is, 0),
+      FloatParameter(kSmokeRateId, "smoke_rate", 0.2, "1/s", "Smoke from what burns").Min(0),
+      SplineParameter(kSmokeCurveId, "smoke_curve", kSmokeCurve, "Smoke over a flame's life")
+          .ShownWhen(kFuelId, Relation::Is, 0),
+      FloatParameter(kExpansionId, "expansion", 0.2, "1/s", "How strongly the gas expands where it burns"),
+      FalloffListParameter(),
+  };
+  static const TypeInfo kType = {
+      .id = 1300042,
+      .resource = "zq_grid_combustion_fire",
+      .className = "C4D_Operator_Combustion_Object",
+      .label = "GOP::Combustion",
+      .text = "Burns fuel, or lets flames burn down: makes heat, smoke and expansion.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool GridCombustion::ReadParameters() {
   if (!GridOperator::ReadParameters()) return false;
-  fuelTerms_.model = static_cast<BurnModel>(handler.GetChoice(1004));
-  burnRate_ = handler.GetDouble(2);
-  fuelTerms_.fuelRatio = handler.GetDouble(3);
-  flameTerms_.base = handler.GetDouble(4);
-  fuelTerms_.heat = handler.GetDouble(5);
-  flameTerms_.temperatureCurve = handler.GetSplineData(6);
-  smokeRate_ = handler.GetDouble(7);
-  flameTerms_.smokeCurve = handler.GetSplineData(8);
-  expansion_ = handler.GetDouble(9);
+  fuelTerms_.model = handler.GetChoice<BurnModel>(kBurnModelId);
+  burnRate_ = handler.GetDouble(kBurnRateId);
+  fuelTerms_.fuelRatio = handler.GetDouble(kFuelRatioId);
+  flameTerms_.base = handler.GetDouble(kBaseTemperatureId);
+  fuelTerms_.heat = handler.GetDouble(kHeatId);
+  flameTerms_.temperatureCurve = handler.GetSplineData(kTemperatureCurveId);
+  smokeRate_ = handler.GetDouble(kSmokeRateId);
+  flameTerms_.smokeCurve = handler.GetSplineData(kSmokeCurveId);
+  expansion_ = handler.GetDouble(kExpansionId);
   return true;
 }
 
 bool GridCombustion::ResolveLinks() {
   if (!GridOperator::ResolveLinks()) return false;
-  temperature_ = LinkedScalar(1000);
-  fire_ = LinkedScalar(1001);
-  fuel_ = LinkedScalar(1002);
-  smoke_ = LinkedScalar(1003);
-  auto* solver = scene->RetrieveAs<iSolver>(handler.GetLink(12), NODE_SOLVER);
+  temperature_ = LinkedScalar(kTemperatureId);
+  fire_ = LinkedScalar(kFireId);
+  fuel_ = LinkedScalar(kFuelId);
+  smoke_ = LinkedScalar(kSmokeId);
+  auto* solver = scene->RetrieveAs<iSolver>(handler.GetLink(kSolverId), NODE_SOLVER);
   divergence_ = solver ? dynamic_cast<ChannelBase_Scalar*>(solver->DivergenceSource()) : nullptr;
   return temperature_ && fire_;
 }

@@ -53,6 +53,9 @@ void BurnFlames(const FlameBurnTerms& terms, const BurnRow& row);
 class GridCombustion final : public GridOperator {
  public:
   GridCombustion(BaseList2D* object, OrlixScene& owner) : GridOperator(object, owner, kStageOperators, 20) {}
+  static constexpr int kTemperatureId = 1000, kFireId = 1001, kFuelId = 1002, kSmokeId = 1003, kSolverId = 12,
+                       kBurnModelId = 1004, kBurnRateId = 2, kFuelRatioId = 3, kBaseTemperatureId = 4, kHeatId = 5,
+                       kTemperatureCurveId = 6, kSmokeRateId = 7, kSmokeCurveId = 8, kExpansionId = 9;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 58; }
   bool ReadParameters() override;

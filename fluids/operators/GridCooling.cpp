@@ -10,17 +10,10 @@ namespace {
 constexpr double kThresholdWithoutFire = 0.9;
 
 constexpr Choice kModels[] = {
-    {0, "fourth_power", "By the fourth power of the temperature, as glowing gas radiates; independent of the sub-step"},
-    {1, "exponential", "By a share of the temperature in each second"},
-    {2, "linear", "By the same number of kelvins in each second"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "temperature", kLinkChannel, "The temperature channel"),
-    LinkParameter(1001, "fire", kLinkChannel, "A fire channel whose flames age; flames keep their heat"),
-    FloatParameter(1002, "rate", 0.6, "1/s", "How fast it cools, as a share of the channel's range").Fallback(1.0),
-    FalloffListParameter(),
-    ChoiceParameter(1004, "model", 0, kModels, "The law of cooling"),
+    {CoolingModel::FourthPower, "fourth_power",
+     "By the fourth power of the temperature, as glowing gas radiates; independent of the sub-step"},
+    {CoolingModel::Exponential, "exponential", "By a share of the temperature in each second"},
+    {CoolingModel::Linear, "linear", "By the same number of kelvins in each second"},
 };
 
 double Larger(double a, double b) { return a < b ? b : a; }
@@ -28,22 +21,37 @@ double Larger(double a, double b) { return a < b ? b : a; }
 }  // namespace
 
 const TypeInfo& GridCooling::Type() {
-  static const TypeInfo kType = OperatorType(1300041, "zq_grid_cooling", "C4D_Operator_Cooling_Object", "GOP::Cooling",
-                                             "Cools a temperature channel and lets flames die.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kTemperatureId, "temperature", kLinkChannel, "The temperature channel"),
+      LinkParameter(kFireId, "fire", kLinkChannel, "A fire channel whose flames age; flames keep their heat"),
+      FloatParameter(kRateId, "rate", 0.6, "1/s", "How fast it cools, as a share of the channel's range").Fallback(1.0),
+      FalloffListParameter(),
+      ChoiceParameter(kModelId, "model", CoolingModel::FourthPower, kModels, "The law of cooling"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300041,
+      .resource = "zq_grid_cooling",
+      .className = "C4D_Operator_Cooling_Object",
+      .label = "GOP::Cooling",
+      .text = "Cools a temperature channel and lets flames die.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool GridCooling::ReadParameters() {
   if (!GridOperator::ReadParameters()) return false;
-  rate_ = handler.GetDouble(1002);
-  cooling_.model = static_cast<CoolingModel>(handler.GetChoice(1004));
+  rate_ = handler.GetDouble(kRateId);
+  cooling_.model = handler.GetChoice<CoolingModel>(kModelId);
   return true;
 }
 
 bool GridCooling::ResolveLinks() {
   if (!GridOperator::ResolveLinks()) return false;
-  temperature_ = LinkedScalar(1000);
-  fire_ = LinkedScalar(1001);
+  temperature_ = LinkedScalar(kTemperatureId);
+  fire_ = LinkedScalar(kFireId);
   return temperature_ != nullptr;
 }
 

@@ -38,6 +38,7 @@ void CoolRow(const CoolingTerms& cooling, const FlameTerms& flames, const Coolin
 class GridCooling final : public GridOperator {
  public:
   GridCooling(BaseList2D* object, OrlixScene& owner) : GridOperator(object, owner, kStageChannelsOperators, 20) {}
+  static constexpr int kTemperatureId = 1000, kFireId = 1001, kRateId = 1002, kModelId = 1004;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 57; }
   bool ReadParameters() override;

@@ -12,39 +12,46 @@ namespace {
 constexpr std::int16_t kPasses = 3;
 
 constexpr Choice kModes[] = {
-    {0, "gaussian", "A Gaussian, along one axis after the other"},
-    {1, "neighbours", "Towards the mean of the six neighbours"},
-    {2, "raise", "As neighbours, but values only rise"},
-};
-
-constexpr Parameter kParameters[] = {
-    FloatParameter(1001, "alpha", 1.0, "m/s", "How strongly it blurs").Min(0),
-    IntParameter(1002, "rounds", 1, "", "How often it blurs in a sub-step").Between(1, 1000),
-    LinkParameter(1003, "channel", kLinkChannel, "The scalar or vector channel that is blurred"),
-    ButtonParameter(1004, "choose_channel", "Offers the scene's channels"),
-    ChoiceParameter(1005, "mode", 1, kModes, "The way of blurring"),
+    {DiffusionMode::Gaussian, "gaussian", "A Gaussian, along one axis after the other"},
+    {DiffusionMode::Neighbours, "neighbours", "Towards the mean of the six neighbours"},
+    {DiffusionMode::Raise, "raise", "As neighbours, but values only rise"},
 };
 
 }  // namespace
 
 const TypeInfo& GridDiffusion::Type() {
-  static const TypeInfo kType = OperatorType(1300001, "zq_grid_diffusion", "C4D_GridDiffusion_Object", "GOP::Diffusor",
-                                             "Blurs a channel.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kAlphaId, "alpha", 1.0, "m/s", "How strongly it blurs").Min(0),
+      IntParameter(kRoundsId, "rounds", 1, "", "How often it blurs in a sub-step").Between(1, 1000),
+      LinkParameter(kChannelId, "channel", kLinkChannel, "The scalar or vector channel that is blurred"),
+      ButtonParameter(1004, "choose_channel", "Offers the scene's channels"),
+      ChoiceParameter(kModeId, "mode", DiffusionMode::Neighbours, kModes, "The way of blurring"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300001,
+      .resource = "zq_grid_diffusion",
+      .className = "C4D_GridDiffusion_Object",
+      .label = "GOP::Diffusor",
+      .text = "Blurs a channel.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool GridDiffusion::ReadParameters() {
   if (!GridOperator::ReadParameters()) return false;
-  strength_ = handler.GetDouble(1001) / GetSimulationSpace().cellSize;
-  rounds_ = handler.GetInt(1002);
-  mode_ = static_cast<DiffusionMode>(handler.GetChoice(1005));
+  strength_ = handler.GetDouble(kAlphaId) / GetSimulationSpace().cellSize;
+  rounds_ = handler.GetInt(kRoundsId);
+  mode_ = handler.GetChoice<DiffusionMode>(kModeId);
   return true;
 }
 
 bool GridDiffusion::ResolveLinks() {
   if (!GridOperator::ResolveLinks()) return false;
-  scalar_ = LinkedScalar(1003);
-  vector_ = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(1003), NODE_CHANNEL, RETRIEVE_VECTOR);
+  scalar_ = LinkedScalar(kChannelId);
+  vector_ = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(kChannelId), NODE_CHANNEL, RETRIEVE_VECTOR);
   return scalar_ || vector_;
 }
 

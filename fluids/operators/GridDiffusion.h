@@ -27,6 +27,7 @@ void DiffuseNeighbours(double alpha, bool raise, const GridView<const double>& s
 class GridDiffusion final : public GridOperator {
  public:
   GridDiffusion(BaseList2D* object, OrlixScene& owner) : GridOperator(object, owner, kStageChannelsOperators, 30) {}
+  static constexpr int kAlphaId = 1001, kRoundsId = 1002, kChannelId = 1003, kModeId = 1005;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 92; }
   bool IsIterated() const override { return true; }

@@ -4,34 +4,37 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "channel", kLinkChannel, "The scalar or vector channel that fades"),
-    FloatParameter(1001, "rate", 0.04, "1/s^2", "Share of the channel's range; the loss goes with the sub-step squared")
-        .Fallback(1.0),
-    FalloffListParameter(),
-};
-
-}  // namespace
-
 const TypeInfo& GridDissipate::Type() {
-  static const TypeInfo kType =
-      OperatorType(1300116, "zq_grid_dissipate", "C4D_Operator_Dissipation_Object", "GOP::Dissipation",
-                   "Lets a channel fade towards its background value.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kChannelId, "channel", kLinkChannel, "The scalar or vector channel that fades"),
+      FloatParameter(kRateId, "rate", 0.04, "1/s^2",
+                     "Share of the channel's range; the loss goes with the sub-step squared")
+          .Fallback(1.0),
+      FalloffListParameter(),
+  };
+  static const TypeInfo kType = {
+      .id = 1300116,
+      .resource = "zq_grid_dissipate",
+      .className = "C4D_Operator_Dissipation_Object",
+      .label = "GOP::Dissipation",
+      .text = "Lets a channel fade towards its background value.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool GridDissipate::ReadParameters() {
   if (!GridOperator::ReadParameters()) return false;
-  rate_ = handler.GetDouble(1001);
+  rate_ = handler.GetDouble(kRateId);
   return true;
 }
 
 bool GridDissipate::ResolveLinks() {
   if (!GridOperator::ResolveLinks()) return false;
-  scalar_ = LinkedScalar(1000);
-  vector_ = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(1000), NODE_CHANNEL, RETRIEVE_VECTOR);
+  scalar_ = LinkedScalar(kChannelId);
+  vector_ = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(kChannelId), NODE_CHANNEL, RETRIEVE_VECTOR);
   return scalar_ || vector_;
 }
 

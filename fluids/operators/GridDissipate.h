@@ -21,6 +21,7 @@ void DissipateVector(const Vec3D& background, double step, std::int32_t begin, s
 class GridDissipate final : public GridOperator {
  public:
   GridDissipate(BaseList2D* object, OrlixScene& owner) : GridOperator(object, owner, kStageChannelsOperators, 21) {}
+  static constexpr int kChannelId = 1000, kRateId = 1001;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 60; }
   bool ReadParameters() override;

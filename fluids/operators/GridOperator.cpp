@@ -12,7 +12,7 @@ bool GridOperator::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
   constraints_ = RetrieveConstraints(*scene, handler);
   falloffs_.clear();
-  if (const InExcludeData* list = handler.GetInExclude(kFalloffListId)) {
+  if (const InExcludeData* list = handler.GetInExclude(kFalloffsId)) {
     for (const InExcludeData::Entry& entry : list->entries) {
       const BaseObject* object = scene->GetHostDocument()->FindObject(entry.target);
       const Falloff* falloff = object && object->data() ? object->data()->AsFalloff() : nullptr;
@@ -73,16 +73,6 @@ ScalarGrid* GridOperator::GridOn(const ScalarGrid& lattice, ChannelBase_Scalar* 
   if (channel->grid->dims == lattice.dims && channel->grid->space.Equals(lattice.space)) return channel->grid.get();
   Warn("other-cells", "\"" + channel->DisplayName() + "\" has cells of its own and is left out");
   return nullptr;
-}
-
-TypeInfo OperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                      std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
-  type.kinds = kLinkOperator;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
 }
 
 }  // namespace orlix

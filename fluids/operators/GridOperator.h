@@ -8,11 +8,11 @@
 
 namespace orlix {
 
-inline constexpr std::int32_t kFalloffListId = 2503;
+inline constexpr std::int32_t kFalloffsId = 2503;
 
 // The row of the falloff list, for the tables of operators that take one.
 constexpr Parameter FalloffListParameter() {
-  return ListParameter(kFalloffListId, "falloffs", kLinkFalloff, "Falloff objects that weigh the places");
+  return ListParameter(kFalloffsId, "falloffs", kLinkFalloff, "Falloff objects that weigh the places");
 }
 
 class GridOperator : public iObject {
@@ -70,9 +70,5 @@ class GridOperator : public iObject {
   Stage ownStage_;
   std::int32_t ownPriority_;
 };
-
-// The type record of a grid operator.
-TypeInfo OperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                      std::span<const Parameter> rows);
 
 }  // namespace orlix

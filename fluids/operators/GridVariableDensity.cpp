@@ -8,44 +8,47 @@ namespace {
 
 constexpr std::int32_t kVectorChannel = 45, kVelocityChannel = 46;  // sub types
 
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "target", kLinkChannel, "The channel that takes the density; it should clear at each step"),
-    LinkParameter(1001, "density", kLinkChannel, "The channel of what makes the gas dense: smoke"),
-    LinkParameter(1002, "temperature", kLinkChannel, "The temperature channel"),
-    FloatParameter(1003, "factor", 0.5, "", "Kept, without effect").Hidden(),
-    FloatParameter(1004, "air_density", 1.184, "kg/m^3", "Density of the clear gas at 294 K").Above(0),
-    FloatParameter(1005, "gas_density", 8.314472, "kg/m^3", "Density where the density channel is 1").Min(0),
-};
-
-struct CellRow {
-  std::int32_t begin, end, j, k, threadIndex;
-};
-
 }  // namespace
 
 const TypeInfo& GridVariableDensity::Type() {
-  static const TypeInfo kType =
-      OperatorType(1300125, "zq_grid_variabledensity", "C4D_Operator_VariableDensity_Object", "GOP::VariableDensity",
-                   "Gives the projection a density that depends on temperature and smoke.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kTargetId, "target", kLinkChannel,
+                    "The channel that takes the density; it should clear at each step"),
+      LinkParameter(kDensityId, "density", kLinkChannel, "The channel of what makes the gas dense: smoke"),
+      LinkParameter(kTemperatureId, "temperature", kLinkChannel, "The temperature channel"),
+      FloatParameter(1003, "factor", 0.5, "", "Kept, without effect").Hidden(),
+      FloatParameter(kAirDensityId, "air_density", 1.184, "kg/m^3", "Density of the clear gas at 294 K").Above(0),
+      FloatParameter(kGasDensityId, "gas_density", 8.314472, "kg/m^3", "Density where the density channel is 1").Min(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300125,
+      .resource = "zq_grid_variabledensity",
+      .className = "C4D_Operator_VariableDensity_Object",
+      .label = "GOP::VariableDensity",
+      .text = "Gives the projection a density that depends on temperature and smoke.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool GridVariableDensity::ReadParameters() {
   if (!GridOperator::ReadParameters()) return false;
-  terms_.air = handler.GetDouble(1004);
-  terms_.gas = handler.GetDouble(1005);
+  terms_.air = handler.GetDouble(kAirDensityId);
+  terms_.gas = handler.GetDouble(kGasDensityId);
   return true;
 }
 
 bool GridVariableDensity::ResolveLinks() {
   if (!GridOperator::ResolveLinks()) return false;
-  ports_.scalarTarget = LinkedScalar(1000);
-  auto* vector = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(1000), NODE_CHANNEL, RETRIEVE_VECTOR);
+  ports_.scalarTarget = LinkedScalar(kTargetId);
+  auto* vector = scene->RetrieveAs<ChannelBase_Vector>(handler.GetLink(kTargetId), NODE_CHANNEL, RETRIEVE_VECTOR);
   const std::int32_t subType = vector ? vector->GetNodeSubType() : 0;
   ports_.vectorTarget = subType == kVectorChannel || subType == kVelocityChannel ? vector : nullptr;
   staggered_ = subType == kVelocityChannel;
-  ports_.density = LinkedScalar(1001);
-  ports_.temperature = LinkedScalar(1002);
+  ports_.density = LinkedScalar(kDensityId);
+  ports_.temperature = LinkedScalar(kTemperatureId);
   return (ports_.scalarTarget || ports_.vectorTarget) && ports_.density && ports_.temperature;
 }
 

@@ -37,6 +37,8 @@ class GridVariableDensity final : public GridOperator {
   };
 
   GridVariableDensity(BaseList2D* object, OrlixScene& owner) : GridOperator(object, owner, kStageOperators, 20) {}
+  static constexpr int kTargetId = 1000, kDensityId = 1001, kTemperatureId = 1002, kAirDensityId = 1004,
+                       kGasDensityId = 1005;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 61; }
   bool ReadParameters() override;

@@ -9,17 +9,18 @@ constexpr std::int32_t kSheetSubType = 95;  // inserts liquid whose links go by 
 }  // namespace
 
 const TypeInfo& ParticleGroup::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1300036, type.resource = "zq_particlegroup", type.className = "C4D_ParticleGroup_Object";
-    type.label = "Particle Group";
-    type.text =
-        "Holds particles of four kinds: passive ones, vorticity that swirls a gas, liquid, and diffuse matter such as "
-        "foam or dust. Emitters fill it and operators move it. An entry of a list of groups says which kind it means.";
-    type.kinds = kLinkParticles;
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static const TypeInfo kType = {
+      .id = 1300036,
+      .resource = "zq_particlegroup",
+      .className = "C4D_ParticleGroup_Object",
+      .label = "Particle Group",
+      .text =
+          "Holds particles of four kinds: passive ones, vorticity that swirls a gas, liquid, and diffuse matter such "
+          "as foam or dust. Emitters fill it and operators move it. An entry of a list of groups says which kind it "
+          "means.",
+      .kinds = kLinkParticles,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 

@@ -5,8 +5,8 @@
 //   p(c) = (w(-x) p(-x) + w(+x) p(+x) + w(-y) p(-y) + w(+y) p(+y) + w(-z) p(-z) + w(+z) p(+z) + rhs(c)) / sum of w
 //
 // A cell needs the sweep's new values below it in each axis and the last sweep's above it. So eight bands of rows run
-// at once in the lanes of a vector, each one layer behind the band below it, and the next sweep follows one layer
-// behind the last (time skewing, Wonnacott 2000); workers take groups of sweeps, one behind the other.
+// at once in the lanes of a vector, each one layer later than the band below it, and the next sweep one layer later
+// than the last (time skewing, Wonnacott 2000); workers take groups of sweeps, each later than the one before.
 
 #include <functional>
 

@@ -123,7 +123,7 @@ ORLIX_MULTIVERSION void RestrictLayer(const MultigridLevel& fine, const Multigri
 }
 
 // Runs steps 0 to steps - 1 over the layers 1 to layers, where step s on a layer needs step s - 1 on it and its two
-// neighbours. Workers go through their layers once, one step behind the other, leaving out what needs a neighbour's
+// neighbours. Workers go through their layers once, each step one layer later, leaving out what needs a neighbour's
 // layers; a second round fills the gaps at the borders.
 template <class F>
 void RunSteps(WorkerPool& pool, int layers, int steps, bool serial, F&& step) {

@@ -21,7 +21,7 @@ struct PressureSettings {
   double modificationParameter = 0.97;
 };
 
-// The share of the largest right side at which a solve may stop, for the tolerance setting (parameter 1022).
+// The share of the largest right side at which a solve may stop, for the setting pressure_accuracy.
 double ToleranceFactor(double setting);
 
 // What a solve works with.

@@ -35,6 +35,10 @@ class C4D_InterfaceHandler {
     return GetInt(id, static_cast<std::int32_t>(RowOf(id).FallbackNumber()));
   }
   std::int32_t GetChoice(std::int32_t id) const { return GetInt(id); }
+  template <class E>
+  E GetChoice(std::int32_t id) const {
+    return static_cast<E>(GetInt(id));
+  }
   bool GetBool(std::int32_t id) const { return GetBool(id, RowOf(id).FallbackNumber() == 1); }
 
   // Null when the link is empty or its target isn't in the object's document (any more).

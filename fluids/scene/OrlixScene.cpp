@@ -26,44 +26,7 @@ constexpr std::int32_t kAnySubType = 2000;
 OrlixScene::OrlixScene(BaseObject& root, const SceneHost& sceneHost) : Scene(root), host_(sceneHost) {}
 OrlixScene::~OrlixScene() { DestroyNodes(); }
 
-bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
-  hostThread = thread;
-  gravity = handler.GetVector(kGravityId);
-  return Scene::Step(thread, renderingFrame);
-}
-
-double OrlixScene::ComputeTimeStep(double minSquaredSpeed) const {
-  for (const auto& [key, node] : lists_[NODE_SOLVER]) {
-    if (const auto* solver = dynamic_cast<const iSolver*>(node.get())) {
-      minSquaredSpeed = std::max(minSquaredSpeed, solver->SquaredSpeed());
-    }
-  }
-  return Scene::ComputeTimeStep(minSquaredSpeed);
-}
-
 void OrlixScene::CheckDirty() { settingsCopy = GetHostObject()->container(); }
-
-void OrlixScene::SetFrameParameters(std::int32_t frameOffset, float frameDuration, SubstepMode mode, double cflFactor,
-                                    double fixedTime, std::int32_t substeps, std::uint8_t minSubsteps, std::int32_t fps,
-                                    double sample, double samples) {
-  Scene::SetFrameParameters(frameOffset, frameDuration, mode, cflFactor, fixedTime, substeps, minSubsteps, fps, sample,
-                            samples);
-  substepMode = mode;
-  const double length = info.frameDuration;
-  const bool blurred = sample > 0 && samples > 0;
-  switch (mode) {
-    case SubstepMode::Adaptive:
-      info.substepDuration = length;
-      break;
-    case SubstepMode::FixedCount:
-      info.substepDuration = blurred ? length / samples * sample : length / substeps;
-      break;
-    case SubstepMode::FixedTime:
-      info.substepDuration = blurred ? fixedTime / substeps / samples * sample : fixedTime / substeps;
-      break;
-  }
-  rigidSubsteps = handler.GetInt(1301);
-}
 
 void OrlixScene::SetStage(std::int32_t newStage) {
   stage = newStage;

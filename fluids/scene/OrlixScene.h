@@ -36,27 +36,35 @@ class iSubstepBeginner {
 class OrlixScene final : public Scene {
  public:
   OrlixScene(BaseObject& root, const SceneHost& sceneHost);
-  ~OrlixScene() override;
+  ~OrlixScene();
 
-  bool Step(const BaseThread* thread, bool renderingFrame) override;
-  double ComputeTimeStep(double minSquaredSpeed) const override;
-  void CheckDirty() override;
+  // The main step, once per host frame. True when the frame was handled, also when nothing had to be done; false when
+  // a break or a failure ended it.
+  bool Step(const BaseThread* thread, bool renderingFrame);
+  // Makes the container and the nodes with their settings, as the document has them now, without simulating: where a
+  // kept state is put back, after which the next Step goes on from it.
+  void BuildAt(bool renderingFrame);
+
+  // The smaller of the frame's length and cellSize / speed x cfl; the speed is that of the fastest solver.
+  double ComputeTimeStep(double minSquaredSpeed) const;
+  void CheckDirty();
+  // frameOffset, time of the frame (s), its simulated duration (s), the sub-step settings, and the motion-blur sample.
   void SetFrameParameters(std::int32_t frameOffset, float frameDuration, SubstepMode mode, double cflFactor,
                           double fixedTime, std::int32_t substeps, std::uint8_t minSubsteps, std::int32_t fps,
-                          double sample, double samples) override;
-  void SyncNodes() override;
+                          double sample, double samples);
+  void SyncNodes();
   void DropOrphans();
-  void EvaluateStage() override;
-  void LoadCaches() override;
-  bool Simulate(bool updateOnly) override;
-  void VisualStage() override;
-  void SaveCaches() override;
-  void ResetNodes(bool hard) override;
-  bool AnyDirty() override;
-  bool TestBreak(const BaseThread* extraThread = nullptr) const override;
-  void SetStage(std::int32_t newStage) override;
-  void ShowStatus(const std::string& text) override { host_.status.Set(text); }
-  int HostWorkers() const override { return host_.pool.count(); }
+  void EvaluateStage();
+  void LoadCaches();
+  bool Simulate(bool updateOnly);
+  void VisualStage();
+  void SaveCaches();
+  void ResetNodes(bool hard);
+  bool AnyDirty();
+  bool TestBreak(const BaseThread* extraThread = nullptr) const;
+  void SetStage(std::int32_t newStage);
+  void ShowStatus(const std::string& text) { host_.status.Set(text); }
+  int HostWorkers() const { return host_.pool.count(); }
 
   // Enters a node under its host object; false when that object has a node in the list.
   bool AddNode(std::int32_t baseType, std::unique_ptr<iBase> node);
@@ -122,6 +130,14 @@ class OrlixScene final : public Scene {
 
  private:
   friend class StageRunner;
+  enum class FrameKind { Ignore, ResetOnly, Update, Simulate };
+  RootSettings BeginStep(bool renderingFrame, bool& containerChanged);
+  FrameKind DecideFrame(bool containerChanged, bool& resetDone);
+  bool RunUpdate();
+  bool RunFrame(bool resetDone);
+  bool RunSubsteps();
+  bool ChooseSubstep(bool first, float minDt, float maxDt);
+  void EndFrame();
   iBase* FindNode(const BaseList2D* hostObject, std::int32_t list) const;
   void RunBeginSubstep();
   bool UpdateBounds();

@@ -5,6 +5,6 @@
 
 namespace orlix {
 
-void RegisterSceneTypes(NodeFactory& factory) { factory.AddTypeOnly(RootType()); }
+void RegisterSceneTypes(NodeFactory& factory) { factory.AddTypeOnly(RootSettings::Type()); }
 
 }  // namespace orlix

@@ -29,8 +29,6 @@ struct ProcessData {
   const BaseThread* hostThread = nullptr;  // source of break tests
   bool lastThread = true;
   std::int32_t threadIndex = 0;
-  void* userData = nullptr;
-  std::int32_t userValue = 0;
 };
 
 }  // namespace orlix

@@ -12,12 +12,12 @@ constexpr Parameter kCommon[] = {
     VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space"),
     VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes"),
     VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z"),
-    ListParameter(kConstraintListId, "constraints", kLinkConstraint, "Constraints that confine where the node acts"),
+    ListParameter(kConstraintsId, "constraints", kLinkConstraint, "Constraints that confine where the node acts"),
     ButtonParameter(2504, "add_constraint", "Adds a constraint beneath the object and enters it in the list"),
     IntParameter(kIterationsId, "iterations", 0, "", "Extra rounds; only the particle mesh emitter reads it")
         .Min(0)
         .Hidden(),
-    LinkParameter(kDurationLinkId, "duration", kLinkDuration, "When the node acts; without one, always"),
+    LinkParameter(kDurationId, "duration", kLinkDuration, "When the node acts; without one, always"),
     GroupParameter(10000, "execution", "Where and when the node runs in the pipeline"),
     IntParameter(kStageId, "stage", 0, "", "Stage in which the node runs; 0 keeps its own").Between(0, kLastStage),
     IntParameter(kPriorityId, "priority", 0, "", "Added to the node's own priority; the smaller runs earlier"),
@@ -39,25 +39,9 @@ void iBase::Warn(const char* key, const std::string& text) const { scene->Warn(D
 
 bool iBase::NextIteration() {
   ++iteration;
-  if (iteration == iterationRepeatAt && iterationRepeatCount > 0) {
-    if (++iterationRepeat < iterationRepeatCount)
-      iteration = 0;
-    else
-      iterationRepeat = 0;
-  }
   if (iteration < iterationCount) return true;
   iteration = -1;
   return false;
-}
-
-bool iBase::RepeatIteration(std::int32_t restartAt) {
-  if (iteration != iterationRepeatAt || iterationRepeatCount < 1) return true;
-  if (++iterationRepeat == iterationRepeatCount) {
-    iterationRepeat = 0;
-    return false;
-  }
-  if (restartAt >= 0) iteration = static_cast<std::int16_t>(restartAt);
-  return true;
 }
 
 void iBase::ClearState(bool) { SetFlag(NodeActive, false); }
@@ -99,7 +83,6 @@ void iBase::VisitNode(StateVisitor& visitor) {
   visitor.Keep("flags", flags);
   visitor.Keep("seen", seen);
   visitor.Keep("iteration", iteration);
-  visitor.Keep("iterationRepeat", iterationRepeat);
   if (counted && (seen != 0) != (counter == dirtyCount)) dirtyCount = seen != 0 ? counter : counter - 1;
   VisitState(visitor);
 }

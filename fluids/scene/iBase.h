@@ -161,11 +161,6 @@ class iBase {
     GetRetrieveTypes(mask);
     return mask;
   }
-  void SetIterationRepeat(std::int32_t at, std::int32_t repeats) {
-    iterationRepeatAt = at, iterationRepeatCount = repeats;
-  }
-  // For nodes whose NextIteration is their own: one turn of the inner repeat.
-  bool RepeatIteration(std::int32_t restartAt);
 
   OrlixScene& GetScene() const { return *scene; }
   const SimulationInfo& GetSimulationInfo() const { return *simulationInfo; }
@@ -176,7 +171,6 @@ class iBase {
   void Warn(const char* key, const std::string& text) const;
 
   C4D_InterfaceHandler handler;
-  std::int32_t iterationRepeat = 0, iterationRepeatAt = -2, iterationRepeatCount = 0;
   std::uint32_t flags = NodeActive | NodeEnabled | NodeHasBounds;
   std::uint32_t dirtyCount = 100000000;  // no host counter has this value: the first check always finds a change
   std::uint32_t stageMask = 0;           // bit n: takes part in stage n
@@ -193,8 +187,8 @@ constexpr std::uint32_t StageBit(int stage) { return 1u << stage; }
 // The rows that every node has: transform, constraint list, duration, execution settings.
 std::span<const Parameter> CommonNodeParameters();
 
-inline constexpr std::int32_t kDurationLinkId = 950;
-inline constexpr std::int32_t kConstraintListId = 2502;
+inline constexpr std::int32_t kDurationId = 950;
+inline constexpr std::int32_t kConstraintsId = 2502;
 inline constexpr std::int32_t kIterationsId = 2604;
 inline constexpr std::int32_t kStageId = 10001;
 inline constexpr std::int32_t kPriorityId = 10002;

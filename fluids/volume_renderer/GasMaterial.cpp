@@ -37,28 +37,29 @@ GasChannels GasMaterial::FindChannels() const {
     return {channel->grids[0].get(), channel->grids[1].get(), channel->grids[2].get()};
   };
   GasChannels channels;
-  channels.density = scalar(kGasDensityId);
-  channels.temperature = scalar(kGasTemperatureId);
-  channels.third = scalar(kGasThirdId);
-  channels.colour = vector(kGasColourId);
-  channels.velocity = vector(kGasVelocityId);
-  channels.fireVelocity = vector(kGasFireVelocityId);
+  channels.density = scalar(GasSettings::kDensityId);
+  channels.temperature = scalar(GasSettings::kTemperatureId);
+  channels.third = scalar(GasSettings::kThirdId);
+  channels.colour = vector(GasSettings::kColourId);
+  channels.velocity = vector(GasSettings::kVelocityId);
+  channels.fireVelocity = vector(GasSettings::kFireVelocityId);
   return channels;
 }
 
 RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
   RayMarcher::Input input{channels_,      settings_,     {}, {}, {}, context.world, context.time, *context.workers,
                           context.thread, context.status};
-  if (context.preview && !object_.GetBool(2151)) input.settings.copyScale = std::min(1.0, settings_.copyScale) * 0.5;
+  if (context.preview && !object_.GetBool(GasSettings::kFullPreviewId))
+    input.settings.copyScale = std::min(1.0, settings_.copyScale) * 0.5;
   GasGradients& g = input.gradients;
-  g.smoke = GradientOf(object_, kGasSmokeGradientId);
-  g.densityCurve = GradientOf(object_, kGasDensityCurveId);
-  g.noiseCurve = GradientOf(object_, kGasNoiseCurveId);
-  g.fire = GradientOf(object_, kGasFireGradientId);
-  g.fireLight = GradientOf(object_, kGasFireLightGradientId);
-  g.fireMap = GradientOf(object_, kGasFireMapGradientId);
+  g.smoke = GradientOf(object_, GasSettings::kSmokeGradientId);
+  g.densityCurve = GradientOf(object_, GasSettings::kDensityCurveId);
+  g.noiseCurve = GradientOf(object_, GasSettings::kNoiseCurveId);
+  g.fire = GradientOf(object_, GasSettings::kFireGradientId);
+  g.fireLight = GradientOf(object_, GasSettings::kFireLightGradientId);
+  g.fireMap = GradientOf(object_, GasSettings::kFireMapGradientId);
   for (int filter = 0; filter < kGasFilters; ++filter) {
-    const InExcludeData* list = object_.GetInExclude(kGasFilterIds[filter]);
+    const InExcludeData* list = object_.GetInExclude(GasSettings::kFilterIds[filter]);
     for (const InExcludeData::Entry& entry : list ? list->entries : std::vector<InExcludeData::Entry>()) {
       BaseObject* link = object_.document().FindObject(entry.target);
       if (auto* constraint = link ? dynamic_cast<Constraint*>(hook_.FindNode(link)) : nullptr) {
@@ -67,7 +68,7 @@ RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
       }
     }
   }
-  const InExcludeData* excluded = object_.GetInExclude(kGasExcludedLightsId);
+  const InExcludeData* excluded = object_.GetInExclude(GasSettings::kExcludedLightsId);
   for (const Light& light : context.world->lights) {
     if (!light.on || (excluded && light.object != 0 && excluded->Contains(light.object))) continue;
     input.lights.push_back(light);
@@ -78,7 +79,7 @@ RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
 Status GasMaterial::RenderStart(const RenderContext& context) {
   marcher_.reset();
   settings_ = GasSettings::Read(object_);
-  postGradient_ = GradientOf(object_, kGasPostGradientId);
+  postGradient_ = GradientOf(object_, GasSettings::kPostGradientId);
   channels_ = FindChannels();
   if (!channels_.HasGas()) return {};
   auto marcher = std::make_unique<RayMarcher>();

@@ -11,25 +11,6 @@ namespace orlix {
 
 inline constexpr int kGasMaterialId = 1300062;
 
-const TypeInfo& GasMaterialType();
-
-// Links of the material.
-inline constexpr int kGasDensityId = 2200;
-inline constexpr int kGasVelocityId = 2203;
-inline constexpr int kGasColourId = 2225;
-inline constexpr int kGasTemperatureId = 2551;
-inline constexpr int kGasThirdId = 2552;
-inline constexpr int kGasFireVelocityId = 2555;
-// Gradients.
-inline constexpr int kGasSmokeGradientId = 2227;
-inline constexpr int kGasDensityCurveId = 2252;
-inline constexpr int kGasNoiseCurveId = 2303;
-inline constexpr int kGasFireGradientId = 2602;
-inline constexpr int kGasFireLightGradientId = 2754;
-inline constexpr int kGasFireMapGradientId = 2759;
-inline constexpr int kGasPostGradientId = 2801;
-inline constexpr int kGasExcludedLightsId = 2158;
-
 // Constraint lists that scale values at a point, by what they scale.
 enum GasFilter {
   kFilterDensity,
@@ -42,7 +23,6 @@ enum GasFilter {
   kFilterThird,
   kGasFilters
 };
-inline constexpr int kGasFilterIds[kGasFilters] = {2255, 2461, 2357, 2358, 2359, 2360, 2654, 2704};
 
 struct GasNoiseSettings {
   bool enabled = false;
@@ -67,7 +47,50 @@ struct StepSettings {
   bool trapezoid = false;
 };
 
+// The values of the material's choices.
+enum class NoiseSpace { Host, Simulation };
+enum class FlameSource { Temperature, Third };
+enum class FireColour { BlackBody, Gradient };
+enum class ColourSystemName { Ntsc, Ebu, Smpte, Hdtv, Cie, Rec709 };
+
 struct GasSettings {
+  static constexpr int kDensityId = 2200, kTemperatureId = 2551, kThirdId = 2552, kColourId = 2225, kVelocityId = 2203,
+                       kFireVelocityId = 2555, kCopyScaleId = 2150, kFullPreviewId = 2151, kCopyInterpolationId = 2152,
+                       kJitterId = 2153, kFineStepId = 2154, kCoarseStepId = 2155, kStopWhenOpaqueId = 2157,
+                       kExcludedLightsId = 2158, kTrapezoidId = 2159, kFallbackDensityId = 2201, kSmokeShiftId = 2202,
+                       kSmokeGradientId = 2227, kRawDensityId = 2250, kDensityMultiplierId = 2251,
+                       kDensityCurveId = 2252, kDensityBlurId = 2253, kDensityBlurSigmaId = 2254,
+                       kDensityFiltersId = 2255, kNoiseId = 2301, kNoiseSpaceId = 2302, kNoiseCurveId = 2303,
+                       kNoiseSeedId = 2304, kNoiseTypeId = 2305, kNoiseSizeId = 2306, kNoiseScaleId = 2307,
+                       kNoiseOctavesId = 2308, kNoiseSpeedId = 2309, kNoiseTimeRepeatId = 2310, kNoiseDetailId = 2311,
+                       kNoiseRadiusId = 2312, kNoiseAbsoluteId = 2313, kNoiseLowId = 2314, kNoiseHighId = 2315,
+                       kNoiseBrightnessId = 2316, kNoiseContrastId = 2317, kAmbientId = 2350, kAbsorptionId = 2351,
+                       kScatteringId = 2352, kPhaseId = 2353, kPhaseGId = 2354, kPhaseScaleId = 2355,
+                       kPhaseSecondId = 2356, kAbsorptionFiltersId = 2357, kScatteringFiltersId = 2358,
+                       kPhaseFiltersId = 2359, kPhaseScaleFiltersId = 2360, kShadowJitterId = 2450,
+                       kShadowFineStepId = 2451, kShadowCoarseStepId = 2452, kShadowDensityId = 2453,
+                       kShadowColourId = 2454, kLightMapScaleId = 2455, kGreyAbsorptionId = 2456,
+                       kLightMapBlurId = 2457, kLightMapBlurSigmaId = 2458, kShadowTrapezoidId = 2460,
+                       kShadowFiltersId = 2461, kSurfaceShadowsId = 2500, kCastShadowsId = 2501, kCastStrengthId = 2502,
+                       kCastJitterId = 2503, kCastFineStepId = 2504, kCastCoarseStepId = 2505, kCastColourId = 2506,
+                       kSurfaceShadowStrengthId = 2507, kSurfaceShadowColourId = 2508, kFireShiftId = 2553,
+                       kGatherBoostId = 2554, kFlameSourceId = 2556, kFireColourId = 2600, kFireGradientId = 2602,
+                       kColourSystemId = 2603, kWhiteBalanceId = 2604, kFireIntensityId = 2605,
+                       kTemperatureScaleId = 2606, kFlameThresholdId = 2650, kTemperatureBlurId = 2652,
+                       kTemperatureBlurSigmaId = 2653, kFireFiltersId = 2654, kThirdBlurId = 2702,
+                       kThirdBlurSigmaId = 2703, kThirdFiltersId = 2704, kFlameStrengthId = 2750,
+                       kFireLightReachId = 2752, kFireLightColourId = 2753, kFireLightGradientId = 2754,
+                       kFireLightScaleId = 2755, kFlameAbsorptionId = 2756, kFireLightStrengthId = 2757,
+                       kFireMapGradientId = 2759, kFireLightPhaseId = 2760, kPostAmountId = 2800,
+                       kPostGradientId = 2801, kPostAddId = 2802, kPostContrastId = 2803, kPostSaturationId = 2804,
+                       kMarchId = 2862, kSeenByGatherId = 2863, kSeenByRefractionId = 2864, kSeenByCameraId = 2865,
+                       kSeenByReflectionId = 2866, kSeenByOcclusionId = 2867;
+  // The lists by GasFilter.
+  static constexpr int kFilterIds[kGasFilters] = {kDensityFiltersId,    kShadowFiltersId, kAbsorptionFiltersId,
+                                                  kScatteringFiltersId, kPhaseFiltersId,  kPhaseScaleFiltersId,
+                                                  kFireFiltersId,       kThirdFiltersId};
+  static const TypeInfo& Type();
+
   double copyScale = 1;
   std::int32_t copyInterpolation = 0;
   BlurSettings densityBlur, temperatureBlur, thirdBlur, mapBlur;
@@ -109,6 +132,11 @@ struct GasSettings {
 
   // Steps that would never end are raised: the coarse step is at least the fine one.
   static GasSettings Read(const BaseObject& material);
+
+ private:
+  void ReadNoise(const BaseObject& material);
+  void ReadShadows(const BaseObject& material);
+  void ReadFire(const BaseObject& material);
 };
 
 }  // namespace orlix

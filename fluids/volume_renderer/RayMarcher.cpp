@@ -293,7 +293,8 @@ MarchResult RayMarcher::March(const MarchRay& ray, MersenneTwister* random, int 
         step = steps.coarse;
       } else if (coarse) {
         // The hop went beyond the edge of the gas: back, and on by fine steps.
-        // Not behind a place that a fine step has seen: a hop that the ray's end cut short would come back for ever.
+        // Never back before a place that a fine step has seen: a step that the ray's end cut short would repeat for
+        // ever.
         t = std::max(t - steps.coarse, seen);
         coarse = false;
         step = steps.fine;

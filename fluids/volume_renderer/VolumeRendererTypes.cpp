@@ -5,6 +5,6 @@
 
 namespace orlix {
 
-void RegisterVolumeRendererTypes(NodeFactory& factory) { factory.AddTypeOnly(GasMaterialType()); }
+void RegisterVolumeRendererTypes(NodeFactory& factory) { factory.AddTypeOnly(GasSettings::Type()); }
 
 }  // namespace orlix

@@ -10,49 +10,45 @@ namespace {
 
 constexpr std::int32_t kSeedOffset = 234145;
 
-constexpr Choice kModes[] = {
-    {0, "x", "The x axis of the object"},
-    {1, "y", "The y axis of the object"},
-    {2, "z", "The z axis of the object"},
-    {3, "from_centre", "Away from the centre"},
-    {4, "major_axis", "The axis that the vector, seen from the centre, is nearest to"},
-    {5, "around_z", "Away from the object's z axis"},
-    {6, "normal", "The normal of the linked volume's surface"},
-    {7, "vector", "The vector"},
-    {8, "random", "A random direction at each place"},
-    {9, "body_velocity", "The velocity of the linked volume's body"},
-};
-
-constexpr Parameter kParameters[] = {
-    ChoiceParameter(1000, "mode", 0, kModes, "Where the direction points"),
-    BoolParameter(1001, "invert", false, "Turns the direction round"),
-    VectorParameter(1002, "vector", {0, 1, 0}, "", "The vector of the modes that use one"),
-    LinkParameter(1003, "reference", kLinkAny, "A volume, or an object whose place and turn count"),
-};
-
 }  // namespace
 
 const TypeInfo& AlignmentVector3D::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo info;
-    info.id = 1300010;
-    info.resource = "zq_alignment";
-    info.className = "C4D_AlignmentVector_Object";
-    info.label = "Alignment";
-    info.text = "Gives a direction at each place, for forces, constraints and emitters.";
-    info.kinds = kLinkHelper | kLinkAlignment;
-    info.parameters = kParameters;
-    info.common = CommonNodeParameters();
-    return info;
-  }();
+  static constexpr Choice kModes[] = {
+      {AxisX, "x", "The x axis of the object"},
+      {AxisY, "y", "The y axis of the object"},
+      {AxisZ, "z", "The z axis of the object"},
+      {FromCentre, "from_centre", "Away from the centre"},
+      {MajorAxis, "major_axis", "The axis that the vector, seen from the centre, is nearest to"},
+      {AroundZ, "around_z", "Away from the object's z axis"},
+      {Normal, "normal", "The normal of the linked volume's surface"},
+      {Vector, "vector", "The vector"},
+      {Random, "random", "A random direction at each place"},
+      {BodyVelocity, "body_velocity", "The velocity of the linked volume's body"},
+  };
+  static constexpr Parameter kParameters[] = {
+      ChoiceParameter(kModeId, "mode", AxisX, kModes, "Where the direction points"),
+      BoolParameter(kInvertId, "invert", false, "Turns the direction round"),
+      VectorParameter(kVectorId, "vector", {0, 1, 0}, "", "The vector of the modes that use one"),
+      LinkParameter(kReferenceId, "reference", kLinkAny, "A volume, or an object whose place and turn count"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300010,
+      .resource = "zq_alignment",
+      .className = "C4D_AlignmentVector_Object",
+      .label = "Alignment",
+      .text = "Gives a direction at each place, for forces, constraints and emitters.",
+      .kinds = kLinkHelper | kLinkAlignment,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool AlignmentVector3D::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  SetFlag(NodeInvert, handler.GetBool(1001));
-  vector_ = handler.GetVector(1002);
-  SetMode(handler.GetChoice(1000));
+  SetFlag(NodeInvert, handler.GetBool(kInvertId));
+  vector_ = handler.GetVector(kVectorId);
+  SetMode(handler.GetChoice(kModeId));
   matrix_ = handler.GetMatrix();
   return true;
 }
@@ -60,7 +56,7 @@ bool AlignmentVector3D::ReadParameters() {
 bool AlignmentVector3D::ResolveLinks() {
   volume_ = nullptr;
   if (!iBase::ResolveLinks()) return false;
-  const BaseObject* link = handler.GetObjectLink(1003);
+  const BaseObject* link = handler.GetObjectLink(kReferenceId);
   volume_ = scene->RetrieveAs<VolumeBase>(link, NODE_VOLUME, RETRIEVE_VOLUME);
   if (volume_) {
     TakeVolumeFrame();

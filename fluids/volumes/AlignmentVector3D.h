@@ -30,6 +30,7 @@ class AlignmentVector3D final : public iObject {
   };
 
   using iObject::iObject;
+  static constexpr int kModeId = 1000, kInvertId = 1001, kVectorId = 1002, kReferenceId = 1003;
   static const TypeInfo& Type();
   std::int32_t GetNodeBaseType() const override { return NODE_HELPER; }
   std::int32_t GetNodeSubType() const override { return 53; }
@@ -48,11 +49,9 @@ class AlignmentVector3D final : public iObject {
   void SeedThreads(std::int32_t count, std::int32_t fallback);
   // The three axes set the vector.
   void SetMode(std::int32_t mode);
-  std::int32_t GetMode() const { return mode_; }
   void SetVector(const Vec3D& vector) { vector_ = vector; }
   const Vec3D& GetVector() const { return vector_; }
   void SetCentre(const Vec3D& centre) { centre_ = centre; }
-  void SetMatrix(const LMatrix& matrix) { matrix_ = matrix; }
 
  private:
   void TakeVolumeFrame();

@@ -6,7 +6,6 @@
 
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/scene/OrlixScene.h"
-#include "fluids/volumes/VolumeParameters.h"
 
 namespace orlix {
 
@@ -33,10 +32,10 @@ void VolumeBase::GetRetrieveTypes(std::uint32_t& mask) const {
 
 bool VolumeBase::ReadParameters() {
   if (!iVolume::ReadParameters()) return false;
-  SetFlag(NodeHasBounds, handler.GetBool(kVolumeHasBounds));
-  flipSign_ = handler.GetBool(kVolumeFlipSign);
-  padding_ = Vec3D(std::max(handler.GetDouble(kVolumePadding), 0.0));
-  hiddenFromLevelSets_ = handler.GetBool(kVolumeHidden);
+  SetFlag(NodeHasBounds, handler.GetBool(kExtendsContainerId));
+  flipSign_ = handler.GetBool(kFlipSignId);
+  padding_ = Vec3D(std::max(handler.GetDouble(kPaddingId), 0.0));
+  hiddenFromLevelSets_ = handler.GetBool(kHiddenFromLevelSetsId);
   const BaseObject* tag = handler.hostObject()->FindTag(kObstacleTagId);
   hasRigidBody_ = tag != nullptr;
   if (!tag) return true;

@@ -28,7 +28,13 @@ struct VolumeHit {
 
 class VolumeBase : public iVolume, public iCachedGrids {
  public:
+  enum class Display { Off, Box, Points };
+  enum class VirtualGeometry { Never, Always, Running };
+
   VolumeBase(BaseList2D* hostObject, OrlixScene& owner);
+  static constexpr int kExtendsContainerId = 1001, kObjectId = 1003, kShellId = 1006, kFlipSignId = 1007,
+                       kPaddingId = 1008, kThreadsId = 1010, kHiddenFromLevelSetsId = 1018;
+  static std::span<const Parameter> Parameters();
 
   void ResetSimulation() override;
   std::int32_t GetNodeSubType() const override { return 71; }
@@ -55,8 +61,6 @@ class VolumeBase : public iVolume, public iCachedGrids {
   const LevelSetView& View() const { return view_; }
   // Grows with each rebuild and loss of the level set: what was derived from it holds while this stays.
   std::uint64_t LevelSetVersion() const { return levelSetVersion_; }
-  // What stands for the distance outside the level set's box, m.
-  double OutsideValue() const { return levelSet_ ? levelSet_->space.simSize.x : 0; }
   // The largest interior distance, m; none when no node is inside.
   std::optional<double> MaximumDepth() const;
 
@@ -64,23 +68,18 @@ class VolumeBase : public iVolume, public iCachedGrids {
   double SampleLocal(const Vec3D& p) const { return view_.HasData() ? view_.Sample(view_.IndexOfLocal(p)) : 0; }
   double SampleWorld(const Vec3D& p) const { return view_.HasData() ? view_.Sample(view_.IndexOfWorld(p)) : 0; }
   bool InBox(const Vec3D& p) const { return view_.HasData() && view_.InBox(p); }
-  bool InsideLocal(const Vec3D& p, double iso = 0) const { return HasLevelSet() && IsNegative(SampleLocal(p), iso); }
   bool InsideWorld(const Vec3D& p, double iso = 0) const { return HasLevelSet() && IsNegative(SampleWorld(p), iso); }
   // The distance as a share of the largest interior one: 1 at the deepest node; 0 without an inside.
-  double DepthLocal(const Vec3D& p) const { return DepthOf(SampleLocal(p)); }
   double DepthWorld(const Vec3D& p) const { return DepthOf(SampleWorld(p)); }
   Vec3D NormalGrid(const Vec3D& p) const { return view_.HasData() ? view_.Normal(p) : Vec3D(); }
   Vec3D NormalLocal(const Vec3D& p) const { return view_.HasData() ? view_.Normal(view_.IndexOfLocal(p)) : Vec3D(); }
-  Vec3D NormalLattice(const Vec3D& p) const {
-    return view_.HasData() ? view_.Normal(view_.IndexOfLattice(p)) : Vec3D();
-  }
 
   // Moves a point from inside to the surface, to where the distance is -offset cells. world: p in simulation space, not
   // relative to the grid. True when the point was inside.
   bool PushOut(Vec3D& p, bool world, double offset) const;
-  // The same for a point in the lattice frame that stays; gives the place and the unit normal.
+  // The same for a point in lattice space, which stays; gives the place and the unit normal.
   bool PushOutNormal(const Vec3D& p, Vec3D& place, Vec3D& normal, double offset) const;
-  // In the lattice frame. True when the point is inside.
+  // In lattice space. True when the point is inside.
   bool Collide(const Vec3D& p, VolumeHit& hit, double iso) const;
 
   // --- the body

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "fluids/scene/OrlixScene.h"
-#include "fluids/volumes/VolumeParameters.h"
 
 namespace orlix {
 
@@ -20,20 +19,18 @@ std::uint32_t ParentsDirtyCount(const BaseObject& object) {
 }  // namespace
 
 const TypeInfo& VolumeMesh::Type() {
-  static const TypeInfo kType = [] {
-    TypeInfo type;
-    type.id = 1028106;
-    type.resource = "zq_volume";
-    type.className = "C4D_Volume_Object";
-    type.label = "Volume";
-    type.text =
-        "A signed distance field made from an object's polygons. Emitters fill it, constraints ask how deep a place "
-        "lies in it, and with an Obstacle tag fluids flow around it.";
-    type.kinds = kLinkVolume;
-    type.parameters = VolumeParameters();
-    type.common = CommonNodeParameters();
-    return type;
-  }();
+  static const TypeInfo kType = {
+      .id = 1028106,
+      .resource = "zq_volume",
+      .className = "C4D_Volume_Object",
+      .label = "Volume",
+      .text =
+          "A signed distance field made from an object's polygons. Emitters fill it, constraints ask how deep a place "
+          "lies in it, and with an Obstacle tag fluids flow around it.",
+      .kinds = kLinkVolume,
+      .parameters = Parameters(),
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -57,13 +54,13 @@ void VolumeMesh::GetRetrieveTypes(std::uint32_t& mask) const {
 bool VolumeMesh::ReadParameters() {
   priority = 0;
   if (!VolumeBase::ReadParameters()) return false;
-  shell_ = handler.GetDouble(kVolumeShell);
-  threadLimit_ = handler.GetInt(kVolumeThreads);
+  shell_ = handler.GetDouble(kShellId);
+  threadLimit_ = handler.GetInt(kThreadsId);
   return true;
 }
 
 bool VolumeMesh::ResolveLinks() {
-  hostGeometry_ = handler.GetObjectLink(kVolumeObject);
+  hostGeometry_ = handler.GetObjectLink(kObjectId);
   const std::uint64_t linked = hostGeometry_ ? hostGeometry_->creationNumber() : 0;
   // Another object's motion isn't that from the old one to it.
   if (linked != linkedObject_ && linkedObject_ != 0) hasPrevious_ = false;

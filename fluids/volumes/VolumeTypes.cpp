@@ -10,7 +10,7 @@ namespace orlix {
 void RegisterVolumeTypes(NodeFactory& factory) {
   factory.Add<AlignmentVector3D>();
   factory.Add<VolumeMesh>();
-  factory.AddTypeOnly(ObstacleTagType());
+  factory.AddTypeOnly(ObstacleTag::Type());
 }
 
 }  // namespace orlix

@@ -2,17 +2,26 @@
 // A parameter is written once: a constexpr row in its type's table. The object's defaults, the reader's fallback, the
 // checks of scene files, the rules for showing, the written reference and the editor schema all derive from the row.
 //
-//   constexpr Parameter kParameters[] = {
-//       FloatParameter(1002, "cell_size", 0.2, "m", "Cell edge of the preview").Above(0),
-//       BoolParameter(1006, "document_range", true, "Take the simulated range from the document"),
-//       IntParameter(1007, "start_frame", 0, "frames", "First frame").ShownWhen(1006, Relation::Is, 0),
+//   static constexpr int kUseFramesId = 1008, kStartFrameId = 1006;  // in the node's class
+//
+//   static constexpr Parameter kParameters[] = {  // in its Type()
+//       BoolParameter(kUseFramesId, "use_frames", false, "Times are given in frames"),
+//       IntParameter(kStartFrameId, "start_frame", 0, "frames", "Start").ShownWhen(kUseFramesId, Relation::Is, 1),
+//       ButtonParameter(1010, "pick_frame", "Takes the document's frame"),
 //   };
+//
+//   start = handler.GetInt(kStartFrameId);           // in its ReadParameters
+//   object.Set(Duration::kStartFrameId, 12);         // in a test
+//
+// A number that is used outside its row has a name: k, the key, Id. So a search for the key, case aside and without
+// underscores, finds the row and every reader.
 
 #include <array>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <span>
+#include <type_traits>
 
 #include "host/description/CurveData.h"
 #include "host/description/Value.h"
@@ -37,10 +46,15 @@ enum class ParameterType {
 
 const char* NameOf(ParameterType type);
 
+// One value of a choice; the values are those of an enum.
 struct Choice {
-  std::int64_t value;
-  const char* key;   // what a scene file may write instead of the number
-  const char* text;  // one line
+  constexpr Choice() = default;
+  template <class V>
+  constexpr Choice(V number, const char* word, const char* line)
+      : value(static_cast<std::int64_t>(number)), key(word), text(line) {}
+  std::int64_t value = 0;
+  const char* key = "";   // what a scene file may write instead of the number
+  const char* text = "";  // one line
 };
 
 enum class Relation { Is, IsNot, Above };
@@ -143,6 +157,11 @@ struct Parameter {
     p.shownWhen[p.shownCount++] = {other, relation, v};
     return p;
   }
+  template <class E>
+  requires std::is_enum_v<E>
+  constexpr Parameter ShownWhen(int other, Relation relation, E choice) const {
+    return ShownWhen(other, relation, static_cast<double>(choice));
+  }
   constexpr Parameter Hidden() const {
     Parameter p = *this;
     p.hidden = true;
@@ -165,7 +184,8 @@ constexpr Parameter IntParameter(int id, const char* key, std::int64_t value, co
   p.number = static_cast<double>(value), p.min = -2147483648.0, p.max = 2147483647.0;
   return p;
 }
-constexpr Parameter ChoiceParameter(int id, const char* key, std::int64_t value, std::span<const Choice> choices,
+template <class V>
+constexpr Parameter ChoiceParameter(int id, const char* key, V value, std::span<const Choice> choices,
                                     const char* text) {
   Parameter p = MakeParameter(id, key, ParameterType::Choice, "", text);
   p.number = static_cast<double>(value), p.choices = choices;

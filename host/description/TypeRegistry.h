@@ -28,7 +28,7 @@ struct TypeInfo {
   TypeRole role = TypeRole::Node;
   std::uint32_t kinds = 0;  // LinkKind bits that an object of this type satisfies
   std::span<const Parameter> parameters{};
-  std::span<const Parameter> common{};  // rows shared by many types, behind the type's own
+  std::span<const Parameter> common{};  // rows shared by many types, after the type's own
   // Behaviour beyond the table: a mesh that reads a file, say. Null for most types.
   std::unique_ptr<ObjectData> (*createData)() = nullptr;
 

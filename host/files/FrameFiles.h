@@ -21,7 +21,7 @@ std::string PadNumber(int number, int digits);
 std::filesystem::path FramePath(const std::filesystem::path& folder, std::string_view stem, int frame, int digits,
                                 std::string_view extension);
 
-// The number behind the stem in a file name without its extension; none unless the rest is one or more digits, and a
+// The number after the stem in a file name without its extension; none unless the rest is one or more digits, and a
 // number that an int holds.
 std::optional<int> FrameOfName(std::string_view name, std::string_view stem);
 

@@ -11,7 +11,7 @@
 //
 // A checksum (xxHash64) covers the items of one level: its values and the headers of its chunks, but not their
 // contents, which have their own. So each byte is covered once, a reader that needs one chunk checks only that one, and
-// the header of a frame is trusted without reading the bulk behind it.
+// the header of a frame is trusted without reading the bulk after it.
 
 #include <bit>
 #include <cstddef>
@@ -47,7 +47,7 @@ constexpr std::size_t kEnd = 25;
 constexpr std::size_t kEndHashed = 17;
 constexpr int kMaxDepth = 64;
 
-// Bytes behind the tag for the values of a fixed size, 0 for the others.
+// Bytes after the tag for the values of a fixed size, 0 for the others.
 constexpr std::size_t FixedSize(HyperValue value) {
   switch (value) {
     case HyperValue::Bool:

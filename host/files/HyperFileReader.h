@@ -63,7 +63,7 @@ class HyperFileReader {
  private:
   struct Item {
     HyperValue value = HyperValue::None;
-    std::uint64_t size = 0;  // of the content, behind the header
+    std::uint64_t size = 0;  // of the content, after the header
     std::size_t header = 0;  // bytes before the content
     hyper::ChunkHeader chunk;
   };

@@ -10,20 +10,19 @@ namespace orlix {
 
 namespace {
 
-constexpr int kSize = 1100;
-constexpr std::array<int, 3> kSegments{1101, 1102, 1103};
+constexpr std::array<int, 3> kSegments{kBoxSegmentsXId, kBoxSegmentsYId, kBoxSegmentsZId};
 
 constexpr Parameter kParameters[] = {
-    VectorParameter(kSize, "size", {200, 200, 200}, "host units", "Edge lengths along x, y and z").Min(0),
-    IntParameter(kSegments[0], "segments_x", 1, "", "Quads along x").Between(1, 512),
-    IntParameter(kSegments[1], "segments_y", 1, "", "Quads along y").Between(1, 512),
-    IntParameter(kSegments[2], "segments_z", 1, "", "Quads along z").Between(1, 512),
+    VectorParameter(kBoxSizeId, "size", {200, 200, 200}, "host units", "Edge lengths along x, y and z").Min(0),
+    IntParameter(kBoxSegmentsXId, "segments_x", 1, "", "Quads along x").Between(1, 512),
+    IntParameter(kBoxSegmentsYId, "segments_y", 1, "", "Quads along y").Between(1, 512),
+    IntParameter(kBoxSegmentsZId, "segments_z", 1, "", "Quads along z").Between(1, 512),
 };
 
 class BoxObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const Vec3D size = LengthsOf(object, kSize);
+    const Vec3D size = LengthsOf(object, kBoxSizeId);
     VecInt3D n;
     for (int axis = 0; axis < 3; ++axis) n[axis] = SegmentsOf(object, kSegments[axis], 1, 512);
     // Points of the lattice's surface, numbered when a face first uses them, so that faces share their edges.

@@ -11,23 +11,22 @@ namespace orlix {
 
 namespace {
 
-constexpr int kRadius = 1160, kHeight = 1161, kSegments = 1162, kHeightSegments = 1163;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kRadius, "radius", 50, "host units", "Radius of the mantle and of both ends").Min(0),
-    FloatParameter(kHeight, "height", 200, "host units", "Length along y over all, at least twice the radius").Min(0),
-    IntParameter(kSegments, "segments", 48, "", "Quads around the axis; a quarter as many on each end's arc")
+    FloatParameter(kCapsuleRadiusId, "radius", 50, "host units", "Radius of the mantle and of both ends").Min(0),
+    FloatParameter(kCapsuleHeightId, "height", 200, "host units", "Length along y over all, at least twice the radius")
+        .Min(0),
+    IntParameter(kCapsuleSegmentsId, "segments", 48, "", "Quads around the axis; a quarter as many on each end's arc")
         .Between(4, 2048),
-    IntParameter(kHeightSegments, "height_segments", 1, "", "Quads along the mantle").Between(1, 2048),
+    IntParameter(kCapsuleHeightSegmentsId, "height_segments", 1, "", "Quads along the mantle").Between(1, 2048),
 };
 
 class CapsuleObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double radius = LengthOf(object, kRadius);
-    const double half = std::max(LengthOf(object, kHeight) / 2 - radius, 0.0);  // of the mantle
-    const int segments = SegmentsOf(object, kSegments, 4), arc = std::max(segments / 4, 1);
-    const int layers = SegmentsOf(object, kHeightSegments, 1);
+    const double radius = LengthOf(object, kCapsuleRadiusId);
+    const double half = std::max(LengthOf(object, kCapsuleHeightId) / 2 - radius, 0.0);  // of the mantle
+    const int segments = SegmentsOf(object, kCapsuleSegmentsId, 4), arc = std::max(segments / 4, 1);
+    const int layers = SegmentsOf(object, kCapsuleHeightSegmentsId, 1);
     std::vector<ProfilePoint> profile{{0, -half - radius}};
     const auto addArcPoint = [&](int step, double side) {
       const double angle = std::numbers::pi / 2 * step / arc;

@@ -7,25 +7,22 @@ namespace orlix {
 
 namespace {
 
-constexpr int kTopRadius = 1150, kBottomRadius = 1151, kHeight = 1152, kSegments = 1153, kHeightSegments = 1154,
-              kCaps = 1155;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kTopRadius, "top_radius", 0, "host units", "Radius at the upper end; 0 is a tip").Min(0),
-    FloatParameter(kBottomRadius, "bottom_radius", 100, "host units", "Radius at the lower end").Min(0),
-    FloatParameter(kHeight, "height", 200, "host units", "Length along y").Min(0),
-    IntParameter(kSegments, "segments", 48, "", "Quads around the axis").Between(3, 2048),
-    IntParameter(kHeightSegments, "height_segments", 8, "", "Quads along the axis").Between(1, 2048),
-    BoolParameter(kCaps, "caps", true, "Close both ends"),
+    FloatParameter(kConeTopRadiusId, "top_radius", 0, "host units", "Radius at the upper end; 0 is a tip").Min(0),
+    FloatParameter(kConeBottomRadiusId, "bottom_radius", 100, "host units", "Radius at the lower end").Min(0),
+    FloatParameter(kConeHeightId, "height", 200, "host units", "Length along y").Min(0),
+    IntParameter(kConeSegmentsId, "segments", 48, "", "Quads around the axis").Between(3, 2048),
+    IntParameter(kConeHeightSegmentsId, "height_segments", 8, "", "Quads along the axis").Between(1, 2048),
+    BoolParameter(kConeCapsId, "caps", true, "Close both ends"),
 };
 
 class ConeObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double top = LengthOf(object, kTopRadius), bottom = LengthOf(object, kBottomRadius);
-    const double height = LengthOf(object, kHeight);
-    const int layers = SegmentsOf(object, kHeightSegments, 1);
-    const bool caps = object.GetBool(kCaps);
+    const double top = LengthOf(object, kConeTopRadiusId), bottom = LengthOf(object, kConeBottomRadiusId);
+    const double height = LengthOf(object, kConeHeightId);
+    const int layers = SegmentsOf(object, kConeHeightSegmentsId, 1);
+    const bool caps = object.GetBool(kConeCapsId);
     std::vector<ProfilePoint> profile;
     if (caps && bottom > 0) profile.push_back({0, -height / 2});
     for (int l = 0; l <= layers; ++l) {
@@ -33,7 +30,7 @@ class ConeObject : public GeneratedGeometry {
       profile.push_back({l == layers ? top : bottom + (top - bottom) * t, height * (t - 0.5)});
     }
     if (caps && top > 0) profile.push_back({0, height / 2});
-    Revolve(profile, false, SegmentsOf(object, kSegments, 3), result);
+    Revolve(profile, false, SegmentsOf(object, kConeSegmentsId, 3), result);
   }
 };
 

@@ -7,27 +7,25 @@ namespace orlix {
 
 namespace {
 
-constexpr int kRadius = 1140, kHeight = 1141, kSegments = 1142, kHeightSegments = 1143, kCaps = 1144;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kRadius, "radius", 50, "host units", "Distance of the mantle from the axis").Min(0),
-    FloatParameter(kHeight, "height", 200, "host units", "Length along y").Min(0),
-    IntParameter(kSegments, "segments", 48, "", "Quads around the axis").Between(3, 2048),
-    IntParameter(kHeightSegments, "height_segments", 1, "", "Quads along the axis").Between(1, 2048),
-    BoolParameter(kCaps, "caps", true, "Close both ends"),
+    FloatParameter(kCylinderRadiusId, "radius", 50, "host units", "Distance of the mantle from the axis").Min(0),
+    FloatParameter(kCylinderHeightId, "height", 200, "host units", "Length along y").Min(0),
+    IntParameter(kCylinderSegmentsId, "segments", 48, "", "Quads around the axis").Between(3, 2048),
+    IntParameter(kCylinderHeightSegmentsId, "height_segments", 1, "", "Quads along the axis").Between(1, 2048),
+    BoolParameter(kCylinderCapsId, "caps", true, "Close both ends"),
 };
 
 class CylinderObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double radius = LengthOf(object, kRadius), height = LengthOf(object, kHeight);
-    const int layers = SegmentsOf(object, kHeightSegments, 1);
-    const bool caps = object.GetBool(kCaps);
+    const double radius = LengthOf(object, kCylinderRadiusId), height = LengthOf(object, kCylinderHeightId);
+    const int layers = SegmentsOf(object, kCylinderHeightSegmentsId, 1);
+    const bool caps = object.GetBool(kCylinderCapsId);
     std::vector<ProfilePoint> profile;
     if (caps) profile.push_back({0, -height / 2});
     for (int l = 0; l <= layers; ++l) profile.push_back({radius, height * (double(l) / layers - 0.5)});
     if (caps) profile.push_back({0, height / 2});
-    Revolve(profile, false, SegmentsOf(object, kSegments, 3), result);
+    Revolve(profile, false, SegmentsOf(object, kCylinderSegmentsId, 3), result);
   }
 };
 

@@ -10,30 +10,29 @@ namespace orlix {
 
 namespace {
 
-constexpr int kShape = 1100, kSize = 1101, kInner = 1102, kStrength = 1103, kInvert = 1104;
-
-enum Shape : std::int64_t { kSphere = 0, kBox = 1, kLinear = 2 };
+enum class Shape { Sphere, Box, Linear };
 
 constexpr Choice kShapes[] = {
-    {kSphere, "sphere", "Falls in all directions"},
-    {kBox, "box", "Falls towards the faces of a box"},
-    {kLinear, "linear", "Falls along z, from the low end to the high one"},
+    {Shape::Sphere, "sphere", "Falls in all directions"},
+    {Shape::Box, "box", "Falls towards the faces of a box"},
+    {Shape::Linear, "linear", "Falls along z, from the low end to the high one"},
 };
 
 constexpr Parameter kParameters[] = {
-    ChoiceParameter(kShape, "shape", kSphere, kShapes, "Form of the border"),
-    VectorParameter(kSize, "size", {100, 100, 100}, "host units", "Radii, or half the edges").Min(0),
-    FloatParameter(kInner, "inner", 0.5, "", "Share of the size within which the factor is full").Between(0, 1),
-    FloatParameter(kStrength, "strength", 1.0, "", "The full factor"),
-    BoolParameter(kInvert, "invert", false, "Full outside, 0 inside"),
+    ChoiceParameter(kFalloffShapeId, "shape", Shape::Sphere, kShapes, "Form of the border"),
+    VectorParameter(kFalloffSizeId, "size", {100, 100, 100}, "host units", "Radii, or half the edges").Min(0),
+    FloatParameter(kFalloffInnerId, "inner", 0.5, "", "Share of the size within which the factor is full")
+        .Between(0, 1),
+    FloatParameter(kFalloffStrengthId, "strength", 1.0, "", "The full factor"),
+    BoolParameter(kFalloffInvertId, "invert", false, "Full outside, 0 inside"),
 };
 
 // 0 at the middle (or the low end), 1 at the border.
-double Reach(std::int64_t shape, const Vec3D& p) {
+double Reach(Shape shape, const Vec3D& p) {
   switch (shape) {
-    case kBox:
+    case Shape::Box:
       return std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)});
-    case kLinear:
+    case Shape::Linear:
       return 0.5 * (p.z + 1);
     default:
       return Length(p);
@@ -47,11 +46,12 @@ class FalloffObject : public ObjectData, public Falloff {
                    std::span<double> values) const override {
     const LMatrix inverse = object.GlobalMatrix().Inverse();
     // A size of 0 leaves nothing inside.
-    const Vec3D size = Max(object.GetVector(kSize), Vec3D(1e-30));
+    const Vec3D size = Max(object.GetVector(kFalloffSizeId), Vec3D(1e-30));
     const Vec3D first = inverse * start / size, along = inverse.Rotate(step) / size;
-    const std::int64_t shape = object.GetInt(kShape);
-    const double inner = std::clamp(object.GetDouble(kInner), 0.0, 1.0), strength = object.GetDouble(kStrength);
-    const bool invert = object.GetBool(kInvert);
+    const Shape shape = object.GetChoice<Shape>(kFalloffShapeId);
+    const double inner = std::clamp(object.GetDouble(kFalloffInnerId), 0.0, 1.0),
+                 strength = object.GetDouble(kFalloffStrengthId);
+    const bool invert = object.GetBool(kFalloffInvertId);
     for (std::size_t i = 0; i < values.size(); ++i) {
       const double reach = Reach(shape, first + along * static_cast<double>(i));
       const double share = reach <= inner ? 1 : reach >= 1 ? 0 : (1 - reach) / (1 - inner);

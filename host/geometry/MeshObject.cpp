@@ -16,28 +16,26 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kFile = 5101, kFrameOffset = 5102;
-
 constexpr Parameter kParameters[] = {
-    FileParameter(kFile, "file",
+    FileParameter(kMeshFileId, "file",
                   "OBJ, PLY or STL file; # signs stand for the frame number, as in walk.####.obj. A frame without a "
                   "file shows the one before it"),
-    IntParameter(kFrameOffset, "frame_offset", 0, "frames", "Added to the frame number of numbered files"),
+    IntParameter(kMeshFrameOffsetId, "frame_offset", 0, "frames", "Added to the frame number of numbered files"),
 };
 
 // A numbered file for the frame: of the greatest number that isn't above it, otherwise of the smallest. The result
 // doesn't depend on which frames were shown before.
 Result<fs::path> FileOfFrame(const fs::path& pattern, std::int64_t frame) {
   const std::string name = pattern.filename().string();
-  const std::size_t first = name.find('#'), behind = name.find_first_not_of('#', first);
+  const std::size_t first = name.find('#'), after = name.find_first_not_of('#', first);
   const auto fail = [&](std::string_view what) {
     return Error{ErrorKind::InputFile, fmt::format("{}: {}", pattern.string(), what)};
   };
-  if (behind == std::string::npos || name[behind] != '.' || name.find('#', behind) != std::string::npos) {
+  if (after == std::string::npos || name[after] != '.' || name.find('#', after) != std::string::npos) {
     return fail("the # signs must stand together, right before the extension");
   }
   const std::vector<FrameFile> files =
-      ScanFrameFiles(pattern.parent_path(), std::string_view(name).substr(0, first), name.substr(behind + 1));
+      ScanFrameFiles(pattern.parent_path(), std::string_view(name).substr(0, first), name.substr(after + 1));
   if (files.empty()) return fail("there is no numbered file of this name");
   const auto above = std::upper_bound(files.begin(), files.end(), frame,
                                       [](std::int64_t wanted, const FrameFile& file) { return wanted < file.frame; });
@@ -62,11 +60,11 @@ class MeshObject : public ObjectData {
  private:
   // Empty when the object names none.
   static Result<fs::path> FileNow(const BaseObject& object, const BaseTime& time) {
-    fs::path path = object.GetString(kFile);
+    fs::path path = object.GetString(kMeshFileId);
     if (path.empty()) return path;
     if (path.is_relative()) path = fs::path(object.document().folder) / path;
     if (path.filename().string().find('#') == std::string::npos) return path;
-    return FileOfFrame(path, std::int64_t(time.Frame(object.document().fps)) + object.GetInt(kFrameOffset));
+    return FileOfFrame(path, std::int64_t(time.Frame(object.document().fps)) + object.GetInt(kMeshFrameOffsetId));
   }
 
   PolygonObject polygons_;

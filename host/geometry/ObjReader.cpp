@@ -1,5 +1,5 @@
 // Wavefront OBJ: "v x y z" and "f a b c ..." lines; an index is 1-based or, below 0, counted back from the last point
-// so far; "/texture/normal" behind it is passed over.
+// so far; "/texture/normal" after it is passed over.
 
 #include <vector>
 

@@ -7,20 +7,18 @@ namespace orlix {
 
 namespace {
 
-constexpr int kWidth = 1180, kDepth = 1181, kSegmentsX = 1182, kSegmentsZ = 1183;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kWidth, "width", 400, "host units", "Length along x").Min(0),
-    FloatParameter(kDepth, "depth", 400, "host units", "Length along z").Min(0),
-    IntParameter(kSegmentsX, "segments_x", 1, "", "Quads along x").Between(1, 2048),
-    IntParameter(kSegmentsZ, "segments_z", 1, "", "Quads along z").Between(1, 2048),
+    FloatParameter(kPlaneWidthId, "width", 400, "host units", "Length along x").Min(0),
+    FloatParameter(kPlaneDepthId, "depth", 400, "host units", "Length along z").Min(0),
+    IntParameter(kPlaneSegmentsXId, "segments_x", 1, "", "Quads along x").Between(1, 2048),
+    IntParameter(kPlaneSegmentsZId, "segments_z", 1, "", "Quads along z").Between(1, 2048),
 };
 
 class PlaneObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double width = LengthOf(object, kWidth), depth = LengthOf(object, kDepth);
-    const int nx = SegmentsOf(object, kSegmentsX, 1), nz = SegmentsOf(object, kSegmentsZ, 1);
+    const double width = LengthOf(object, kPlaneWidthId), depth = LengthOf(object, kPlaneDepthId);
+    const int nx = SegmentsOf(object, kPlaneSegmentsXId, 1), nz = SegmentsOf(object, kPlaneSegmentsZId, 1);
     for (int k = 0; k <= nz; ++k) {
       for (int i = 0; i <= nx; ++i) {
         result.points.push_back({(double(i) / nx - 0.5) * width, 0, (double(k) / nz - 0.5) * depth});

@@ -204,7 +204,7 @@ class PlyReader {
   Status ReadElement(const PlyElement& element) {
     const std::size_t least = element.LeastBytes(format_);
     if (least == 0) return {};
-    // The last value of a text needs no blank behind it.
+    // The last value of a text needs no blank after it.
     const std::size_t perElement = format_ == PlyFormat::Ascii ? 2 * least : least;
     if (element.count > (text_.Remaining() + 1) / perElement) {
       return Fail(text_.Place(), fmt::format("{} elements \"{}\" need at least {} bytes each, {} bytes follow",

@@ -10,19 +10,17 @@ namespace orlix {
 
 namespace {
 
-constexpr int kRadius = 1110, kSegments = 1111;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kRadius, "radius", 100, "host units", "Distance of the points from the centre").Min(0),
-    IntParameter(kSegments, "segments", 48, "", "Quads around the axis; half as many from pole to pole")
+    FloatParameter(kSphereRadiusId, "radius", 100, "host units", "Distance of the points from the centre").Min(0),
+    IntParameter(kSphereSegmentsId, "segments", 48, "", "Quads around the axis; half as many from pole to pole")
         .Between(4, 2048),
 };
 
 class SphereObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double radius = LengthOf(object, kRadius);
-    const int segments = SegmentsOf(object, kSegments, 4), rings = segments / 2;
+    const double radius = LengthOf(object, kSphereRadiusId);
+    const int segments = SegmentsOf(object, kSphereSegmentsId, 4), rings = segments / 2;
     std::vector<ProfilePoint> profile{{0, -radius}};
     for (int r = 1; r < rings; ++r) {
       const double angle = std::numbers::pi * r / rings;

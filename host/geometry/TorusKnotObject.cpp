@@ -11,29 +11,28 @@ namespace orlix {
 
 namespace {
 
-constexpr int kRadius = 1190, kTubeRadius = 1191, kPipeRadius = 1192, kTurns = 1193, kWindings = 1194, kSegments = 1195,
-              kPipeSegments = 1196;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kRadius, "radius", 100, "host units", "From the axis to the middle of the ring").Min(0),
-    FloatParameter(kTubeRadius, "tube_radius", 40, "host units", "Radius of the ring that the knot winds around")
+    FloatParameter(kTorusKnotRadiusId, "radius", 100, "host units", "From the axis to the middle of the ring").Min(0),
+    FloatParameter(kTorusKnotTubeRadiusId, "tube_radius", 40, "host units",
+                   "Radius of the ring that the knot winds around")
         .Min(0),
-    FloatParameter(kPipeRadius, "pipe_radius", 15, "host units", "Radius of the pipe itself").Min(0),
-    IntParameter(kTurns, "turns", 2, "", "Turns about the axis").Between(1, 64),
-    IntParameter(kWindings, "windings", 3, "", "Windings around the ring").Between(0, 64),
-    IntParameter(kSegments, "segments", 240, "", "Quads along the knot").Between(3, 16384),
-    IntParameter(kPipeSegments, "pipe_segments", 24, "", "Quads around the pipe").Between(3, 512),
+    FloatParameter(kTorusKnotPipeRadiusId, "pipe_radius", 15, "host units", "Radius of the pipe itself").Min(0),
+    IntParameter(kTorusKnotTurnsId, "turns", 2, "", "Turns about the axis").Between(1, 64),
+    IntParameter(kTorusKnotWindingsId, "windings", 3, "", "Windings around the ring").Between(0, 64),
+    IntParameter(kTorusKnotSegmentsId, "segments", 240, "", "Quads along the knot").Between(3, 16384),
+    IntParameter(kTorusKnotPipeSegmentsId, "pipe_segments", 24, "", "Quads around the pipe").Between(3, 512),
 };
 
 class TorusKnotObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double ring = LengthOf(object, kRadius), tube = LengthOf(object, kTubeRadius);
-    const double pipe = LengthOf(object, kPipeRadius);
-    int p = SegmentsOf(object, kTurns, 1, 64), q = SegmentsOf(object, kWindings, 0, 64);
+    const double ring = LengthOf(object, kTorusKnotRadiusId), tube = LengthOf(object, kTorusKnotTubeRadiusId);
+    const double pipe = LengthOf(object, kTorusKnotPipeRadiusId);
+    int p = SegmentsOf(object, kTorusKnotTurnsId, 1, 64), q = SegmentsOf(object, kTorusKnotWindingsId, 0, 64);
     const int common = std::gcd(p, q);  // a knot that closes early would be run through again
     p /= common, q /= common;
-    const int along = SegmentsOf(object, kSegments, 3, 16384), around = SegmentsOf(object, kPipeSegments, 3, 512);
+    const int along = SegmentsOf(object, kTorusKnotSegmentsId, 3, 16384),
+              around = SegmentsOf(object, kTorusKnotPipeSegmentsId, 3, 512);
     for (int s = 0; s < along; ++s) {
       const double t = 2 * std::numbers::pi * s / along;
       const double cp = std::cos(p * t), sp = std::sin(p * t), cq = std::cos(q * t), sq = std::sin(q * t);

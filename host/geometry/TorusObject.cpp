@@ -10,26 +10,24 @@ namespace orlix {
 
 namespace {
 
-constexpr int kRadius = 1130, kPipeRadius = 1131, kSegments = 1132, kPipeSegments = 1133;
-
 constexpr Parameter kParameters[] = {
-    FloatParameter(kRadius, "radius", 100, "host units", "From the axis to the middle of the pipe").Min(0),
-    FloatParameter(kPipeRadius, "pipe_radius", 50, "host units", "Radius of the pipe").Min(0),
-    IntParameter(kSegments, "segments", 72, "", "Quads along the ring").Between(3, 2048),
-    IntParameter(kPipeSegments, "pipe_segments", 36, "", "Quads around the pipe").Between(3, 2048),
+    FloatParameter(kTorusRadiusId, "radius", 100, "host units", "From the axis to the middle of the pipe").Min(0),
+    FloatParameter(kTorusPipeRadiusId, "pipe_radius", 50, "host units", "Radius of the pipe").Min(0),
+    IntParameter(kTorusSegmentsId, "segments", 72, "", "Quads along the ring").Between(3, 2048),
+    IntParameter(kTorusPipeSegmentsId, "pipe_segments", 36, "", "Quads around the pipe").Between(3, 2048),
 };
 
 class TorusObject : public GeneratedGeometry {
  protected:
   void Build(const BaseObject& object, PolygonObject& result) const override {
-    const double radius = LengthOf(object, kRadius), pipe = LengthOf(object, kPipeRadius);
-    const int around = SegmentsOf(object, kPipeSegments, 3);
+    const double radius = LengthOf(object, kTorusRadiusId), pipe = LengthOf(object, kTorusPipeRadiusId);
+    const int around = SegmentsOf(object, kTorusPipeSegmentsId, 3);
     std::vector<ProfilePoint> profile;
     for (int s = 0; s < around; ++s) {
       const double angle = 2 * std::numbers::pi * s / around;
       profile.push_back({radius + pipe * std::cos(angle), pipe * std::sin(angle)});
     }
-    Revolve(profile, true, SegmentsOf(object, kSegments, 3), result);
+    Revolve(profile, true, SegmentsOf(object, kTorusSegmentsId, 3), result);
   }
 };
 

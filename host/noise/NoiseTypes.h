@@ -17,24 +17,25 @@ enum class NoiseType : int {
 };
 
 struct NoiseTypeInfo {
-  int number;
+  NoiseType type;
   const char* key;   // what a scene file may write instead of the number
   const char* text;  // one line
 };
 
 inline constexpr std::array<NoiseTypeInfo, 7> kNoiseTypes = {{
-    {3, "fbm", "Fractional Brownian motion: a weighted sum of octaves"},
-    {8, "turbulence", "A sum of absolute values: billows with creases"},
-    {13, "gradient", "Smooth gradient noise, each octave half as strong at twice the frequency"},
-    {15, "hybrid_multifractal", "Fine detail where the coarse octaves are high, smooth valleys"},
-    {16, "ridged_multifractal", "Sharp ridges, finest along the ridges"},
-    {25, "warped", "Fractional Brownian motion at places that it has moved itself: wisps and folds"},
-    {30, "cellular", "Distance to the nearest of scattered points, in octaves"},
+    {NoiseType::Fbm, "fbm", "Fractional Brownian motion: a weighted sum of octaves"},
+    {NoiseType::Turbulence, "turbulence", "A sum of absolute values: billows with creases"},
+    {NoiseType::Gradient, "gradient", "Smooth gradient noise, each octave half as strong at twice the frequency"},
+    {NoiseType::HybridMultifractal, "hybrid_multifractal",
+     "Fine detail where the coarse octaves are high, smooth valleys"},
+    {NoiseType::RidgedMultifractal, "ridged_multifractal", "Sharp ridges, finest along the ridges"},
+    {NoiseType::Warped, "warped", "Fractional Brownian motion at places that it has moved itself: wisps and folds"},
+    {NoiseType::Cellular, "cellular", "Distance to the nearest of scattered points, in octaves"},
 }};
 
 constexpr bool IsNoiseType(int number) {
-  for (const NoiseTypeInfo& type : kNoiseTypes) {
-    if (type.number == number) return true;
+  for (const NoiseTypeInfo& info : kNoiseTypes) {
+    if (static_cast<int>(info.type) == number) return true;
   }
   return false;
 }
@@ -49,12 +50,12 @@ constexpr bool UsesFractalTable(NoiseType type) { return type != NoiseType::Grad
 
 // The types as the rows {value, key, text} of a choice parameter:
 //   constexpr auto kNoiseChoices = NoiseTypeChoices<Choice>();
-//   ChoiceParameter(1004, "noise_type", 13, kNoiseChoices, "Kind of noise")
+//   ChoiceParameter(kNoiseTypeId, "noise_type", NoiseType::Gradient, kNoiseChoices, "Kind of noise")
 template <class Row>
 constexpr std::array<Row, kNoiseTypes.size()> NoiseTypeChoices() {
   std::array<Row, kNoiseTypes.size()> rows{};
   for (std::size_t i = 0; i < rows.size(); ++i)
-    rows[i] = {kNoiseTypes[i].number, kNoiseTypes[i].key, kNoiseTypes[i].text};
+    rows[i] = {kNoiseTypes[i].type, kNoiseTypes[i].key, kNoiseTypes[i].text};
   return rows;
 }
 

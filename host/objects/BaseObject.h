@@ -91,9 +91,16 @@ class BaseObject {
   const BaseContainer& container() const { return container_; }
   const Value& Get(int id) const { return container_.Get(id); }
   void Set(int id, Value value);
+  template <class E>
+  requires std::is_enum_v<E>
+  void Set(int id, E choice) { Set(id, static_cast<std::int64_t>(choice)); }
   double GetDouble(int id) const;  // with the row's fallback
   std::int64_t GetInt(int id) const;
   bool GetBool(int id) const;
+  template <class E>
+  E GetChoice(int id) const {
+    return static_cast<E>(GetInt(id));
+  }
   Vec3D GetVector(int id) const;
   std::string GetString(int id) const;
   BaseObject* GetLink(int id) const;  // null when the target is gone

@@ -9,9 +9,9 @@ namespace orlix {
 namespace {
 
 constexpr Choice kFalloffs[] = {
-    {static_cast<int>(LightFalloff::None), "none", "The same at any distance"},
-    {static_cast<int>(LightFalloff::Linear), "linear", "Falls in a straight line to 0 at the radius"},
-    {static_cast<int>(LightFalloff::InverseSquare), "inverse_square", "As real light does; full at the radius"},
+    {LightFalloff::None, "none", "The same at any distance"},
+    {LightFalloff::Linear, "linear", "Falls in a straight line to 0 at the radius"},
+    {LightFalloff::InverseSquare, "inverse_square", "As real light does; full at the radius"},
 };
 
 constexpr Parameter ColourRow() {
@@ -26,13 +26,13 @@ constexpr Parameter ShadowRow() {
   return BoolParameter(kLightShadowId, "shadow", true, "Whether what stands in the way casts a shadow");
 }
 constexpr Parameter FalloffRow() {
-  return ChoiceParameter(kLightFalloffId, "falloff", static_cast<int>(LightFalloff::None), kFalloffs,
+  return ChoiceParameter(kLightFalloffId, "falloff", LightFalloff::None, kFalloffs,
                          "How the light loses strength with distance");
 }
 constexpr Parameter RadiusRow() {
   return FloatParameter(kLightRadiusId, "radius", 10.0, "host units", "Distance that the falloff is measured by")
       .Above(0)
-      .ShownWhen(kLightFalloffId, Relation::IsNot, static_cast<int>(LightFalloff::None));
+      .ShownWhen(kLightFalloffId, Relation::IsNot, LightFalloff::None);
 }
 
 constexpr Parameter kPointRows[] = {ColourRow(), IntensityRow(), OnRow(), ShadowRow(), FalloffRow(), RadiusRow()};

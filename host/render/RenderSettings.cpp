@@ -27,7 +27,7 @@ constexpr Parameter kRows[] = {
     BoolParameter(kRenderExrId, "exr", true, "Write an OpenEXR picture with colour, alpha and depth"),
     BoolParameter(kRenderPngId, "png", true, "Write a PNG picture with an sRGB curve"),
     BoolParameter(kRenderVelocityId, "velocity", false, "Add velocities to the OpenEXR picture"),
-    StringParameter(kRenderNameId, "file_name", "picture", "Name of the pictures, before the frame number"),
+    StringParameter(kRenderFileNameId, "file_name", "picture", "Name of the pictures, before the frame number"),
     LinkParameter(kRenderCameraId, "camera", kLinkCamera, "The camera; the first one without a link"),
 };
 
@@ -63,7 +63,7 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   settings.writeExr = object.GetBool(kRenderExrId);
   settings.writePng = object.GetBool(kRenderPngId);
   settings.writeVelocity = object.GetBool(kRenderVelocityId);
-  settings.name = object.GetString(kRenderNameId);
+  settings.name = object.GetString(kRenderFileNameId);
   if (!IsFinite(settings.skyColour) || !std::isfinite(settings.skyLight) || !std::isfinite(settings.exposure)) {
     return Result<RenderSettings>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
   }

@@ -29,7 +29,7 @@ inline constexpr int kRenderExposureId = 1009;
 inline constexpr int kRenderExrId = 1010;
 inline constexpr int kRenderPngId = 1011;
 inline constexpr int kRenderVelocityId = 1012;
-inline constexpr int kRenderNameId = 1013;
+inline constexpr int kRenderFileNameId = 1013;
 inline constexpr int kRenderCameraId = 1014;
 
 struct RenderSettings {

@@ -10,6 +10,7 @@
 namespace orlix {
 namespace {
 
+using test::DriftNode;
 using test::DriftScene;
 using test::TemporaryFolder;
 
@@ -19,11 +20,11 @@ CheckpointHead HeadOf(int frame) {
   return head;
 }
 
-// Runs to a frame, keeps the state, goes on; and the same from the checkpoint in a fresh scene. The frames behind the
+// Runs to a frame, keeps the state, goes on; and the same from the checkpoint in a fresh scene. The frames after the
 // checkpoint whose state differs.
 std::vector<int> FramesThatDiffer(int checkpointFrame, int lastFrame, bool secret) {
   TemporaryFolder folder;
-  const auto prepare = [&](DriftScene& s) { s.first->Set(2, std::int64_t(secret)); };
+  const auto prepare = [&](DriftScene& s) { s.first->Set(DriftNode::kSecretId, std::int64_t(secret)); };
   DriftScene run;
   prepare(run);
   run.StepThrough(0, checkpointFrame);
@@ -99,7 +100,8 @@ TEST(Checkpoint, AnotherSceneIsRefused) {
   EXPECT_NE(refusal([](DriftScene& o) { o.second->name = "renamed"; }).find("renamed"), std::string::npos);
   EXPECT_NE(refusal([](DriftScene& o) { o.Add("test_drift", "third"); }), "");
   EXPECT_NE(refusal([](DriftScene& o) { o.document.RemoveObject(*o.second); }), "");
-  EXPECT_NE(refusal([](DriftScene& o) { o.document.AddObject(RootType()); }).find("1 scenes"), std::string::npos);
+  EXPECT_NE(refusal([](DriftScene& o) { o.document.AddObject(RootSettings::Type()); }).find("1 scenes"),
+            std::string::npos);
 }
 
 // Mutants with checksums that agree.
@@ -107,7 +109,7 @@ TEST(Checkpoint, MutantsAreRefusedOrRestored) {
   constexpr int kMutants = 200;
   TemporaryFolder folder;
   DriftScene s;
-  s.first->Set(1, std::int64_t(2));
+  s.first->Set(DriftNode::kCellsId, std::int64_t(2));
   s.StepThrough(0, 1);
   ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(1), s.hook).ok());
   const std::string text = test::ReadText(folder / "c");

@@ -13,20 +13,19 @@ class DriftNode final : public iObject {
   DriftNode(BaseList2D* object, OrlixScene& owner) : iObject(object, owner), random_(7) {
     stageMask = StageBit(kStageOperators);
   }
+  static constexpr int kCellsId = 1, kSecretId = 2, kRateId = 3;
   static const TypeInfo& Type() {
     static constexpr Parameter kRows[] = {
-        IntParameter(1, "cells", 6, "", "cells of an edge"),
-        BoolParameter(2, "secret", false, "has state that it doesn't list"),
-        FloatParameter(3, "rate", 0.5, "", "how fast"),
+        IntParameter(kCellsId, "cells", 6, "", "cells of an edge"),
+        BoolParameter(kSecretId, "secret", false, "has state that it doesn't list"),
+        FloatParameter(kRateId, "rate", 0.5, "", "how fast"),
     };
-    static const TypeInfo kType = [] {
-      TypeInfo type;
-      type.id = 9001;
-      type.resource = "test_drift";
-      type.parameters = kRows;
-      type.common = CommonNodeParameters();
-      return type;
-    }();
+    static const TypeInfo kType = {
+        .id = 9001,
+        .resource = "test_drift",
+        .parameters = kRows,
+        .common = CommonNodeParameters(),
+    };
     return kType;
   }
 
@@ -43,17 +42,17 @@ class DriftNode final : public iObject {
     if (scene->HasFlag(TimeMoved)) MarkDirty(false);
   }
   void Process(ProcessData&) override {
-    const int n = handler.GetInt(1);
+    const int n = handler.GetInt(kCellsId);
     if (!grid_) {
       grid_ = std::make_unique<ScalarGrid>(VecInt3D(n, n, n), Vec3D(n * 0.3), 0.3f, kGridSmoke, Vec3D(0.7, 0, -1));
       grid_->Fill(0.0);
     }
-    const double rate = handler.GetDouble(3) * GetSimulationInfo().substepDuration;
+    const double rate = handler.GetDouble(kRateId) * GetSimulationInfo().substepDuration;
     for (std::int64_t i = 0; i < grid_->count; i++) {
       (*grid_)[i] += rate * (random_.Uniform() + (i > 0 ? (*grid_)[i - 1] : sum_)) / 8;
     }
     sum_ = (*grid_)[grid_->count - 1] + secret_;
-    if (handler.GetBool(2)) secret_ += 0.25;
+    if (handler.GetBool(kSecretId)) secret_ += 0.25;
   }
   void VisitState(StateVisitor& visitor) override {
     visitor.VisitGrid("grid", grid_);
@@ -75,7 +74,7 @@ class DriftScene : public TestScene {
     factory.Add<DriftNode>();
     first = &Add("test_drift", "first");
     second = &Add("test_drift", "second");
-    second->Set(1, std::int64_t(4));
+    second->Set(DriftNode::kCellsId, std::int64_t(4));
   }
   BaseObject *first = nullptr, *second = nullptr;
 };

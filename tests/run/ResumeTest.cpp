@@ -28,7 +28,7 @@ using test::ProgramRunner;
 
 constexpr int kInterval = 5;
 
-// The state's hash behind each frame that the statistics hold.
+// The state's hash after each frame that the statistics hold.
 std::map<int, std::string> FrameHashes(const fs::path& statistics) {
   std::map<int, std::string> hashes;
   std::istringstream in(test::ReadText(statistics));

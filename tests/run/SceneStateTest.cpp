@@ -58,7 +58,7 @@ void Coarsen(BaseDocument& document, double factor) {
   for (BaseObject* root : document.ObjectsOfType(kRootTypeId)) root->Set(1002, root->GetDouble(1002) * factor);
 }
 
-// Runs the first frames, and from a checkpoint behind each of the given ones as many again as `more`.
+// Runs the first frames, and from a checkpoint after each of the given ones as many again as `more`.
 void ExpectSameAfterRestore(const std::string& file, const std::vector<int>& checkpointFrames, int more,
                             double coarser = 1) {
   test::TemporaryFolder folder;
@@ -92,7 +92,7 @@ void ExpectSameAfterRestore(const std::string& file, const std::vector<int>& che
       resumed.StepThrough(next, next);
       compare(next);
     }
-    EXPECT_EQ(differing, "") << file << ", put back behind frame " << frame;
+    EXPECT_EQ(differing, "") << file << ", restored after frame " << frame;
   }
 }
 

@@ -6,6 +6,9 @@
 #include <string>
 
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/scene/RootObject.h"
+#include "fluids/volumes/VolumeBase.h"
+#include "host/geometry/GeometryTypes.h"
 #include "tests/support/TestScene.h"
 
 namespace orlix::test {
@@ -15,16 +18,16 @@ class GasScene : public TestScene {
   // cells of the grid, ghost cells included; the smallest axis is 1 m long without them.
   explicit GasScene(const VecInt3D& gridCells, int workers = 1) : TestScene(workers), cells(gridCells) {
     cellSize = 1.0 / (std::min({cells.x, cells.y, cells.z}) - 2);
-    root->Set(1000, 1.0);
-    root->Set(1001, 1.0);
-    root->Set(1002, cellSize);
-    root->Set(1003, std::int64_t(1));  // one sub-step a frame
-    root->Set(1005, std::int64_t(0));
+    root->Set(RootSettings::kScaleUnitsId, 1.0);
+    root->Set(RootSettings::kScaleMetresId, 1.0);
+    root->Set(RootSettings::kVoxelSizeId, cellSize);
+    root->Set(RootSettings::kSubstepModeId, SubstepMode::FixedCount);  // one sub-step a frame
+    root->Set(RootSettings::kMaxSubstepsId, std::int64_t(0));
     fluid = &Add("fluid", "Air");
-    fluid->Set(1010, Vec3D(cells - VecInt3D(2, 2, 2)) * cellSize);
-    fluid->Set(1009, std::int64_t(cells.x + cells.y + cells.z));
+    fluid->Set(FluidSolver::kContainerId, Vec3D(cells - VecInt3D(2, 2, 2)) * cellSize);
+    fluid->Set(FluidSolver::kMarginId, std::int64_t(cells.x + cells.y + cells.z));
     // Something must ask for the box.
-    AddVolume("Seed", "sphere", Centre(), cellSize).Set(1001, std::int64_t(1));
+    AddVolume("Seed", "sphere", Centre(), cellSize).Set(VolumeBase::kExtendsContainerId, std::int64_t(1));
   }
 
   Vec3D Centre() const { return Vec3D(cells - VecInt3D(2, 2, 2)) * (0.5 * cellSize); }
@@ -34,11 +37,11 @@ class GasScene : public TestScene {
     BaseObject& shape = Add(primitive, name + " shape");
     shape.Set(kPositionId, place);
     if (primitive == "sphere")
-      shape.Set(1110, size);
+      shape.Set(kSphereRadiusId, size);
     else
-      shape.Set(1100, Vec3D(2 * size));
+      shape.Set(kBoxSizeId, Vec3D(2 * size));
     BaseObject& volume = Add("volume", name);
-    volume.Set(1003, LinkTo(shape));
+    volume.Set(VolumeBase::kObjectId, LinkTo(shape));
     return volume;
   }
   BaseObject& AddObstacle(const std::string& name, const std::string& primitive, const Vec3D& place, double size) {

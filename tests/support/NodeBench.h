@@ -15,7 +15,7 @@ class NodeBench : public TestScene {
   static constexpr double kCell = 0.25;  // m, and 25 host units; exact in single precision
 
   explicit NodeBench(int workers = 1) : TestScene(workers) {
-    root->Set(1002, kCell);
+    root->Set(RootSettings::kVoxelSizeId, kCell);
     Step(0);
     scene().info.substepDuration = 0.125;
     scene().info.time = 1;

@@ -1,5 +1,5 @@
 #pragma once
-// Gives a broken HyperFile checksums and an end record that agree, so that what lies behind them is tried too.
+// Gives a broken HyperFile checksums and an end record that agree, so that what follows them is tried, too.
 
 #include <algorithm>
 #include <cstddef>

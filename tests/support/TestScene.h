@@ -20,7 +20,7 @@ class TestScene {
     document.fps = 24;
     document.minTime = BaseTime::OfFrame(0, 24);
     document.maxTime = BaseTime::OfFrame(1000, 24);
-    root = &document.AddObject(RootType());
+    root = &document.AddObject(RootSettings::Type());
     root->name = "Scene";
     observer.wantsHash = true;
     observer.onSubstep = [this](const SubstepReport& report) { reports.push_back(report); };

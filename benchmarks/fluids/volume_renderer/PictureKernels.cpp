@@ -18,7 +18,7 @@ void BM_NoiseRow(benchmark::State& state) {
   std::vector<double> row(128);
   int line = 0;
   for (auto _ : state) {
-    noise.SampleRow(NoiseTypeOf(type.number), {0, 0.1 * line++, 0.3}, {0.05, 0, 0}, {.time = 0.5}, row);
+    noise.SampleRow(type.type, {0, 0.1 * line++, 0.3}, {0.05, 0, 0}, {.time = 0.5}, row);
     benchmark::DoNotOptimize(row.data());
   }
   for (const double v : row) {

@@ -1,4 +1,7 @@
 #include "fluids/caches/GridCacher.h"
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/helpers/Duration.h"
+#include "fluids/scene/RootObject.h"
 
 #include "fluids/caches/C4D_Operator_GridCache_Object.h"
 #include "tests/fluids/caches/PaintedScene.h"
@@ -9,12 +12,14 @@ namespace orlix {
 namespace {
 
 using test::PaintedScene;
+using test::PaintNode;
 using test::TemporaryFolder;
 
 std::vector<std::uint64_t> Record(const std::filesystem::path& folder, int lastFrame, int compression = 0) {
   PaintedScene s(folder, true);
   s.cache->Set(GridCacher::kCompressionId, std::int64_t(compression));
-  s.paint->Set(3, Vec3D(-3, 1, 7)), s.paint->Set(4, Vec3D(9, 8, 13)), s.paint->Set(5, 1.0);
+  s.paint->Set(PaintNode::kLowId, Vec3D(-3, 1, 7)), s.paint->Set(PaintNode::kHighId, Vec3D(9, 8, 13)),
+      s.paint->Set(PaintNode::kGrowthId, 1.0);
   std::vector<std::uint64_t> hashes;
   for (int frame = 0; frame <= lastFrame; frame++) {
     s.Step(frame);
@@ -45,9 +50,10 @@ TEST(GridCacher, ALatticeComesBackToTheBitInEveryScale) {
       TemporaryFolder folder;
       PaintedScene run(folder.path(), true), played(folder.path(), false);
       const double shift = std::floor(units * 7) - 300;
-      for (PaintedScene* s : {&run, &played}) s->root->Set(1000, units), s->root->Set(1002, cell);
-      run.paint->Set(3, Vec3D(shift, -shift + 2, 5 - 3 * shift));
-      run.paint->Set(4, Vec3D(shift + 3, -shift + 5, 8 - 3 * shift));
+      for (PaintedScene* s : {&run, &played})
+        s->root->Set(RootSettings::kScaleUnitsId, units), s->root->Set(RootSettings::kVoxelSizeId, cell);
+      run.paint->Set(PaintNode::kLowId, Vec3D(shift, -shift + 2, 5 - 3 * shift));
+      run.paint->Set(PaintNode::kHighId, Vec3D(shift + 3, -shift + 5, 8 - 3 * shift));
       run.Step(0);
       played.Step(0);
       EXPECT_EQ(played.HashGrids(), run.HashGrids()) << units << " units a metre, cells of " << cell << " m";
@@ -68,7 +74,7 @@ TEST(GridCacher, FramesAreChosenByOffsetOverrideAndReverse) {
               {3, 1, false, 0, 4},  {-7, 9, false, 2, 2}, {-1, 0, true, 1, 4},   {0, 0, true, 3, 5}};
   for (const auto& row : rows) {
     PaintedScene s(folder.path(), false);
-    s.cache->Set(GridCacher::kFrameOverrideId, std::int64_t(row.override));
+    s.cache->Set(GridCacher::kFrameId, std::int64_t(row.override));
     s.cache->Set(GridCacher::kFrameOffsetId, std::int64_t(row.offset));
     s.cache->Set(GridCacher::kReverseId, std::int64_t(row.reverse));
     s.StepThrough(0, row.step);
@@ -82,7 +88,7 @@ TEST(GridCacher, FramesAreNumberedFromTheStartOrByTheDocument) {
     PaintedScene s(folder.path(), true);
     s.document.minTime = BaseTime::OfFrame(10, 24);
     s.cache->Set(GridCacher::kNumberingId, std::int64_t(numbering));
-    s.cache->Set(1021, std::int64_t(3));
+    s.cache->Set(GridCacher::kDigitsId, std::int64_t(3));
     s.StepThrough(10, 11);
     const std::set<std::string> expected[] = {{"c000.cache", "c001.cache"}, {"c010.cache", "c011.cache"}};
     EXPECT_EQ(test::NamesIn(folder.path()), expected[numbering]);
@@ -109,11 +115,11 @@ TEST(GridCacher, ActsOnlyWhenItIsToAct) {
   TemporaryFolder folder;
   PaintedScene s(folder.path(), true);
   BaseObject& duration = s.Add("duration", "early");
-  duration.Set(1000, 1.5 / 24);  // from the start, for a frame and a half
-  s.cache->Set(1018, test::TestScene::LinkTo(duration));
+  duration.Set(Duration::kLengthId, 1.5 / 24);  // from the start, for a frame and a half
+  s.cache->Set(GridCacher::kActiveInId, test::TestScene::LinkTo(duration));
   s.StepThrough(0, 4);
   EXPECT_EQ(test::NamesIn(folder.path()), (std::set<std::string>{"c00000.cache", "c00001.cache"}));
-  s.cache->Set(1018, LinkValue{});
+  s.cache->Set(GridCacher::kActiveInId, LinkValue{});
   s.cache->Set(GridCacher::kRenderOnlyId, std::int64_t(1));
   s.Step(5);
   EXPECT_EQ(test::NamesIn(folder.path()).size(), 2u);
@@ -121,7 +127,7 @@ TEST(GridCacher, ActsOnlyWhenItIsToAct) {
   s.hook.Execute(s.document, &s.thread, true);
   EXPECT_EQ(test::NamesIn(folder.path()).count("c00006.cache"), 1u);
   s.cache->Set(GridCacher::kRenderOnlyId, std::int64_t(0));
-  s.cache->Set(GridCacher::kFolderSourceId, std::int64_t(1));
+  s.cache->Set(GridCacher::kFolderSourceId, GridCacher::FolderSource::Own);
   s.Step(7);
   EXPECT_TRUE(s.Warned("has no folder"));
   s.cache->Set(GridCacher::kFolderId, std::string("deep/er"));
@@ -141,7 +147,7 @@ TEST(GridCacher, AMissingFrameKeepsWhatIsThere) {
   const auto recorded = Record(folder.path(), 3);
   std::filesystem::remove(folder / "c00002.cache");
   PaintedScene s(folder.path(), false);
-  s.smoke->Set(1051, 1000.0);
+  s.smoke->Set(ScalarGridChannel::kValueMaxId, 1000.0);
   s.StepThrough(0, 1);
   // Without a fluid the container shrinks to the content: go by the place.
   const auto valueAt = [&](const VecInt3D& voxel) {
@@ -162,7 +168,7 @@ TEST(GridCacher, AnEmptyChannelIsNotPlayedBack) {
   TemporaryFolder folder;
   {
     PaintedScene s(folder.path(), false);  // nothing gives the channels a container
-    s.cache->Set(GridCacher::kModeId, std::int64_t(1));
+    s.cache->Set(GridCacher::kModeId, GridCacher::CacheMode::Record);
     s.Step(0);
   }
   HyperFile file;
@@ -231,9 +237,11 @@ TEST(GridCacher, TextsAndDeletionKnowTheirOwnFrames) {
   PaintedScene s(folder.path(), false);
   s.Step(1);
   UpdateGridCacheDescription(s.cacher());
-  EXPECT_EQ(s.cache->GetString(1008), "Grids: 2\nMax. cell count: 240\nGrid Type (1): Custom\nGrid Type (2): Custom\n");
+  EXPECT_EQ(s.cache->GetString(GridCacher::kFrameTextId),
+            "Grids: 2\nMax. cell count: 240\nGrid Type (1): Custom\nGrid Type (2): Custom\n");
   const std::uint64_t size = 7 * std::filesystem::file_size(folder / "c00001.cache");
-  EXPECT_EQ(s.cache->GetString(1015), "Length: 8 (0 - 7)\nSize: " + FormatSize(size) + "\nMissing Frames: 1\n");
+  EXPECT_EQ(s.cache->GetString(GridCacher::kFolderTextId),
+            "Length: 8 (0 - 7)\nSize: " + FormatSize(size) + "\nMissing Frames: 1\n");
   EXPECT_EQ(s.cache->GetString(GridCacher::kFolderId), folder.path().string());
   ASSERT_TRUE(s.cacher().DeleteCache().ok());
   EXPECT_EQ(test::NamesIn(folder.path()),
@@ -245,7 +253,7 @@ TEST(GridCacher, RecordedFoldersAreKnownBeforeTheRun) {
   TemporaryFolder folder;
   PaintedScene s(folder.path(), true);
   EXPECT_EQ(RecordedFolders(s.document), std::vector<std::filesystem::path>{folder.path()});
-  s.cache->Set(GridCacher::kModeId, std::int64_t(0));
+  s.cache->Set(GridCacher::kModeId, GridCacher::CacheMode::Playback);
   EXPECT_TRUE(RecordedFolders(s.document).empty());
 }
 

@@ -4,6 +4,7 @@
 #include "fluids/caches/GridCacher.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
+#include "fluids/scene/RootObject.h"
 #include "fluids/scene/StateCheck.h"
 #include "tests/support/Cells.h"
 #include "tests/support/TemporaryFolder.h"
@@ -11,27 +12,25 @@
 
 namespace orlix::test {
 
-// Parameters: 1 channel, 2 vector channel, 3 low corner and 4 high corner of the container in cells, 5 growth of the
-// high corner in cells a frame.
+// Paints a channel and a vector channel, and asks for a container that may grow.
 class PaintNode final : public iObject {
  public:
   PaintNode(BaseList2D* object, OrlixScene& owner) : iObject(object, owner) { stageMask = StageBit(kStageEmitters); }
+  static constexpr int kChannelId = 1, kVectorId = 2, kLowId = 3, kHighId = 4, kGrowthId = 5;
   static const TypeInfo& Type() {
     static constexpr Parameter kRows[] = {
-        LinkParameter(1, "channel", kLinkChannel, "painted"),
-        LinkParameter(2, "vector", kLinkChannel, "painted"),
-        VectorParameter(3, "low", {0, 0, 0}, "cells", "container"),
-        VectorParameter(4, "high", {8, 6, 5}, "cells", "container"),
-        FloatParameter(5, "growth", 0, "cells", "of the high corner, a frame"),
+        LinkParameter(kChannelId, "channel", kLinkChannel, "painted"),
+        LinkParameter(kVectorId, "vector", kLinkChannel, "painted"),
+        VectorParameter(kLowId, "low", {0, 0, 0}, "cells", "container"),
+        VectorParameter(kHighId, "high", {8, 6, 5}, "cells", "container"),
+        FloatParameter(kGrowthId, "growth", 0, "cells", "of the high corner, a frame"),
     };
-    static const TypeInfo kType = [] {
-      TypeInfo type;
-      type.id = 9000;
-      type.resource = "test_paint";
-      type.parameters = kRows;
-      type.common = CommonNodeParameters();
-      return type;
-    }();
+    static const TypeInfo kType = {
+        .id = 9000,
+        .resource = "test_paint",
+        .parameters = kRows,
+        .common = CommonNodeParameters(),
+    };
     return kType;
   }
   static double Field(int i, int j, int k, int frame) { return 0.1 + 0.01 * i + 0.1 * j + 0.003 * k + 0.7 * frame; }
@@ -44,13 +43,13 @@ class PaintNode final : public iObject {
   }
   void ExtendBounds(Vec3D& min, Vec3D& max) override {
     const double c = GetSimulationSpace().cellSize;
-    const Vec3D grown(handler.GetDouble(5) * scene->clock.frame);
-    min = Min(min, handler.GetVector(3) * c);
-    max = Max(max, (handler.GetVector(4) + grown) * c);
+    const Vec3D grown(handler.GetDouble(kGrowthId) * scene->clock.frame);
+    min = Min(min, handler.GetVector(kLowId) * c);
+    max = Max(max, (handler.GetVector(kHighId) + grown) * c);
   }
   void Process(ProcessData&) override {
-    Paint(scene->RetrieveAs<ScalarGridChannel>(handler.GetObjectLink(1), NODE_CHANNEL));
-    Paint(scene->RetrieveAs<VectorGridChannel>(handler.GetObjectLink(2), NODE_CHANNEL));
+    Paint(scene->RetrieveAs<ScalarGridChannel>(handler.GetObjectLink(kChannelId), NODE_CHANNEL));
+    Paint(scene->RetrieveAs<VectorGridChannel>(handler.GetObjectLink(kVectorId), NODE_CHANNEL));
   }
 
  private:
@@ -69,12 +68,13 @@ class PaintedScene : public TestScene {
     factory.Add<PaintNode>();
     document.folder = folder.string();
     // No power of two: roundings show.
-    root->Set(1000, 70.0), root->Set(1002, 0.1), root->Set(1015, 0.1);
+    root->Set(RootSettings::kScaleUnitsId, 70.0), root->Set(RootSettings::kVoxelSizeId, 0.1),
+        root->Set(RootSettings::kRenderVoxelSizeId, 0.1);
     smoke = &Add("channel_scalar", "smoke");
     wind = &Add("channel_vector", "wind");
     if (painted) {
       paint = &Add("test_paint", "paint");
-      paint->Set(1, LinkTo(*smoke)), paint->Set(2, LinkTo(*wind));
+      paint->Set(PaintNode::kChannelId, LinkTo(*smoke)), paint->Set(PaintNode::kVectorId, LinkTo(*wind));
     }
     cache = &Add("cache", "cache");
     cache->Set(GridCacher::kNodesId, ListOf({smoke, wind}));

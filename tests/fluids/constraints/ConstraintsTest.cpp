@@ -2,9 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/channels/ScalarChannels.h"
 #include "fluids/constraints/ChannelAverageConstraint.h"
+#include "fluids/constraints/Constraint.h"
+#include "fluids/constraints/GradientConstraint.h"
+#include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/constraints/NoiseConstraint.h"
 #include "fluids/constraints/RowWeights.h"
+#include "fluids/constraints/VolumeConstraint.h"
+#include "fluids/constraints/VoxelDistanceConstraint.h"
+#include "fluids/volumes/AlignmentVector3D.h"
+#include "fluids/volumes/VolumeBase.h"
 #include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/NodeBench.h"
 
@@ -37,17 +45,18 @@ class EveryConstraint : public testing::TestWithParam<const char*> {
     volume_ = &bench_.Add("volume", "volume");
     BaseObject& sphere = bench_.Add("sphere", "ball");
     sphere.Set(kPositionId, Vec3D(100, 100, 100));
-    volume_->Set(1003, NodeBench::LinkTo(sphere));
+    volume_->Set(VolumeBase::kObjectId, NodeBench::LinkTo(sphere));
     place_ = &sphere;
   }
   void Connect() {
     const std::string type = GetParam();
     if (type == "constraint_gridaverage" || type == "constraint_gridvalue")
-      object_->Set(1000, NodeBench::LinkTo(*channel_));
-    if (type == "constraint_volume") object_->Set(1000, NodeBench::LinkTo(*volume_));
-    if (type == "constraint_voxeldistance") object_->Set(1000, NodeBench::LinkTo(*place_));
-    if (type == "constraint_noise") object_->Set(1001, 40.0);
-    if (type == "constraint_gridaverage") object_->Set(1001, 0.0);
+      object_->Set(GridValueConstraint::kChannelId, NodeBench::LinkTo(*channel_));
+    if (type == "constraint_volume") object_->Set(VolumeConstraint::kVolumeId, NodeBench::LinkTo(*volume_));
+    if (type == "constraint_voxeldistance")
+      object_->Set(VoxelDistanceConstraint::kReferenceId, NodeBench::LinkTo(*place_));
+    if (type == "constraint_noise") object_->Set(NoiseConstraint::kFeatureSizeId, 40.0);
+    if (type == "constraint_gridaverage") object_->Set(ChannelAverageConstraint::kThresholdId, 0.0);
     Ready();
   }
   void Ready() {
@@ -96,19 +105,19 @@ TEST_P(EveryConstraint, IntensityEntersOnce) {
   Connect();
   const Vec3D place{1.1, 1.0, 0.9};
   const Outcome full = Ask(bench_, *object_, place);
-  object_->Set(1103, 0.25);
+  object_->Set(Constraint::kIntensityId, 0.25);
   bench_.Link();
   const Outcome quarter = Ask(bench_, *object_, place);
   EXPECT_DOUBLE_EQ(quarter.amount, 0.25 * full.amount);
   EXPECT_GT(full.amount, 0);
-  object_->Set(1103, 0.0);
+  object_->Set(Constraint::kIntensityId, 0.0);
   bench_.Link();
   EXPECT_EQ(Ask(bench_, *object_, place).amount, 0);
 }
 
 TEST_P(EveryConstraint, ACloneDoesTheSame) {
   Connect();
-  object_->Set(1103, 0.7);
+  object_->Set(Constraint::kIntensityId, 0.7);
   bench_.Link();
   const auto clone = bench_.Get<Constraint>(*object_).Clone();
   clone->Prepare(nullptr);
@@ -122,8 +131,8 @@ TEST_P(EveryConstraint, ACloneDoesTheSame) {
 
 TEST_P(EveryConstraint, WithoutItsLinkNothingIsStopped) {
   const std::string type = GetParam();
-  if (type == "constraint_noise") object_->Set(1001, 0.0);
-  if (type == "constraint_gradient") object_->Set(1000, Value());
+  if (type == "constraint_noise") object_->Set(NoiseConstraint::kFeatureSizeId, 0.0);
+  if (type == "constraint_gradient") object_->Set(GradientConstraint::kGradientId, Value());
   Ready();
   const Outcome outcome = Ask(bench_, *object_, {0.5, 0.5, 0.5}, 0.75);
   EXPECT_TRUE(outcome.goesOn);
@@ -138,18 +147,18 @@ INSTANTIATE_TEST_SUITE_P(Types, EveryConstraint,
 TEST(ChannelAverage, IsTheMeanOfWhatIsAboveZero) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_gridaverage", "c"), &channel = bench.Add("channel_scalar", "s");
-  constraint.Set(1000, NodeBench::LinkTo(channel));
-  constraint.Set(1001, 0.25);
-  channel.Set(1051, 2.0);
+  constraint.Set(ChannelAverageConstraint::kChannelId, NodeBench::LinkTo(channel));
+  constraint.Set(ChannelAverageConstraint::kThresholdId, 0.25);
+  channel.Set(ScalarGridChannel::kValueMaxId, 2.0);
   bench.Link();
   bench.Fit({4, 4, 4});
   FillCells(bench.GridOf(channel), [](int i, int, int) { return i == 0 ? 1.0 : i == 1 ? 0.5 : -3.0; });
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.375);  // 0.75 of 2
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {}).amount, 0.625);
   // Below the threshold the chain ends and the amount stays.
-  constraint.Set(1001, 0.8);
+  constraint.Set(ChannelAverageConstraint::kThresholdId, 0.8);
   bench.Link();
   const Outcome below = Ask(bench, constraint, {}, 0.9);
   EXPECT_FALSE(below.goesOn);
@@ -159,9 +168,9 @@ TEST(ChannelAverage, IsTheMeanOfWhatIsAboveZero) {
 TEST(ChannelAverage, KeepsTheLastMeanWhenNothingIsAboveZero) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_gridaverage", "c"), &channel = bench.Add("channel_scalar", "s");
-  constraint.Set(1000, NodeBench::LinkTo(channel));
-  constraint.Set(1001, 0.0);
-  channel.Set(1051, 2.0);
+  constraint.Set(ChannelAverageConstraint::kChannelId, NodeBench::LinkTo(channel));
+  constraint.Set(ChannelAverageConstraint::kThresholdId, 0.0);
+  channel.Set(ScalarGridChannel::kValueMaxId, 2.0);
   bench.Link();
   bench.Fit({4, 4, 4});
   bench.GridOf(channel).Fill(1.0);
@@ -174,20 +183,20 @@ TEST(VoxelDistance, FallsFromTheObjectToItsDistance) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_voxeldistance", "c"), &centre = bench.Add("null", "n");
   centre.Set(kPositionId, Vec3D(100, 0, 0));
-  constraint.Set(1000, NodeBench::LinkTo(centre));
-  constraint.Set(1001, 200.0);
+  constraint.Set(VoxelDistanceConstraint::kReferenceId, NodeBench::LinkTo(centre));
+  constraint.Set(VoxelDistanceConstraint::kDistanceId, 200.0);
   bench.Link();
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 1);
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 0.5, 0}).amount, 0.75);
   EXPECT_FALSE(Ask(bench, constraint, {1, 2, 0}).goesOn);
   EXPECT_EQ(Ask(bench, constraint, {9, 9, 9}).amount, 0);
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 0);
   EXPECT_FALSE(Ask(bench, constraint, {1, 0, 0}).goesOn);
   EXPECT_DOUBLE_EQ(Ask(bench, constraint, {1, 2, 0}).amount, 1);
   // No distance at all: nowhere but at the centre would differ.
-  constraint.Set(1001, 0.0);
+  constraint.Set(VoxelDistanceConstraint::kDistanceId, 0.0);
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, {1, 0, 0}).amount, 1);
   EXPECT_EQ(Ask(bench, constraint, {1, 0.1, 0}).amount, 1);
@@ -198,17 +207,17 @@ TEST(Gradient, FollowsTheAxisOfItsObject) {
   BaseObject &constraint = bench.Add("constraint_gradient", "c"), &frame = bench.Add("null", "n");
   frame.Set(kPositionId, Vec3D(0, 50, 0));
   frame.Set(kRotationId, Vec3D(0, 0, 90));
-  constraint.Set(1002, NodeBench::LinkTo(frame));
-  constraint.Set(1001, std::int64_t{0});
-  constraint.Set(1003, 100.0);
+  constraint.Set(GradientConstraint::kReferenceId, NodeBench::LinkTo(frame));
+  constraint.Set(GradientConstraint::kAxisId, GradientConstraint::Axis::X);
+  constraint.Set(GradientConstraint::kDistanceId, 100.0);
   bench.Link();
   // The frame's x is the world's y; t is the squared share of the distance.
   EXPECT_NEAR(Ask(bench, constraint, {7, 1.0, 7}).amount, 0.25, 1e-12);
   EXPECT_NEAR(Ask(bench, constraint, {7, 0.0, 7}).amount, 0.25, 1e-12);
   EXPECT_NEAR(Ask(bench, constraint, {7, 30, 7}).amount, 1, 1e-12);
   EXPECT_FALSE(Ask(bench, constraint, {0, 0.5, 0}).goesOn);
-  constraint.Set(1001, std::int64_t{3});
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(GradientConstraint::kAxisId, GradientConstraint::Axis::Radial);
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   EXPECT_NEAR(Ask(bench, constraint, {0.3, 0.9, 0}).amount, 0.75, 1e-12);
 }
@@ -216,9 +225,9 @@ TEST(Gradient, FollowsTheAxisOfItsObject) {
 TEST(Gradient, TakesTheLengthOfAnAlignment) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_gradient", "c"), &alignment = bench.Add("alignment", "a");
-  alignment.Set(1000, std::int64_t{7});
-  alignment.Set(1002, Vec3D(0, 0, 0.5));
-  constraint.Set(1005, NodeBench::LinkTo(alignment));
+  alignment.Set(AlignmentVector3D::kModeId, AlignmentVector3D::Vector);
+  alignment.Set(AlignmentVector3D::kVectorId, Vec3D(0, 0, 0.5));
+  constraint.Set(GradientConstraint::kAlignmentId, NodeBench::LinkTo(alignment));
   bench.Link();
   EXPECT_NEAR(Ask(bench, constraint, {3, 4, 5}).amount, 0.25, 1e-12);
 }
@@ -233,11 +242,11 @@ class GridValue : public testing::TestWithParam<ValueCase> {};
 TEST_P(GridValue, PassesItsTestAndFollowsTheCurve) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_gridvalue", "c"), &channel = bench.Add("channel_scalar", "s");
-  constraint.Set(1000, NodeBench::LinkTo(channel));
-  constraint.Set(1001, GetParam().test);
-  constraint.Set(1002, GetParam().low);
-  constraint.Set(1003, GetParam().high);
-  channel.Set(1051, 4.0);
+  constraint.Set(GridValueConstraint::kChannelId, NodeBench::LinkTo(channel));
+  constraint.Set(GridValueConstraint::kTestId, GetParam().test);
+  constraint.Set(GridValueConstraint::kLowId, GetParam().low);
+  constraint.Set(GridValueConstraint::kHighId, GetParam().high);
+  channel.Set(ScalarGridChannel::kValueMaxId, 4.0);
   bench.Link();
   bench.Fit({4, 4, 4});
   bench.GridOf(channel).Fill(GetParam().value * 4);
@@ -245,11 +254,11 @@ TEST_P(GridValue, PassesItsTestAndFollowsTheCurve) {
   EXPECT_NEAR(outcome.amount, GetParam().expected < 0 ? 0 : GetParam().expected, 1e-7);
   EXPECT_EQ(outcome.goesOn, GetParam().expected >= 0);
   // Inversion turns the curve, not the test.
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   const Outcome inverted = Ask(bench, constraint, {0.5, 0.5, 0.5});
   EXPECT_NEAR(inverted.amount, GetParam().expected < 0 ? 0 : 1 - GetParam().expected, 1e-7);
-  constraint.Set(1004, std::int64_t{0});
+  constraint.Set(GridValueConstraint::kUseCurveId, std::int64_t{0});
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, {0.5, 0.5, 0.5}).amount, GetParam().expected < 0 ? 0 : 1);
 }
@@ -266,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(Tests, GridValue,
 TEST(GridValueVector, CountsTheLength) {
   NodeBench bench;
   BaseObject &constraint = bench.Add("constraint_gridvalue", "c"), &channel = bench.Add("channel_vector", "v");
-  constraint.Set(1000, NodeBench::LinkTo(channel));
+  constraint.Set(GridValueConstraint::kChannelId, NodeBench::LinkTo(channel));
   bench.Link();
   bench.Fit({4, 4, 4});
   auto& grids = bench.Get<VectorGridChannel>(channel).grids;
@@ -277,9 +286,9 @@ TEST(GridValueVector, CountsTheLength) {
 TEST(NoiseConstraint, ClipsAndContrastSpanTheWholeRange) {
   NodeBench bench;
   BaseObject& constraint = bench.Add("constraint_noise", "c");
-  constraint.Set(1001, 10.0);
-  constraint.Set(1010, 0.4);
-  constraint.Set(1011, 0.6);
+  constraint.Set(NoiseConstraint::kFeatureSizeId, 10.0);
+  constraint.Set(NoiseConstraint::kLowClipId, 0.4);
+  constraint.Set(NoiseConstraint::kHighClipId, 0.6);
   bench.Link();
   int none = 0, all = 0, between = 0;
   for (int i = 0; i < 500; ++i) {
@@ -297,9 +306,9 @@ TEST(NoiseConstraint, ClipsAndContrastSpanTheWholeRange) {
 TEST(NoiseConstraint, DarknessStaysDarkWhenInverted) {
   NodeBench bench;
   BaseObject& constraint = bench.Add("constraint_noise", "c");
-  constraint.Set(1001, 10.0);
-  constraint.Set(1007, -1.0);
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(NoiseConstraint::kFeatureSizeId, 10.0);
+  constraint.Set(NoiseConstraint::kBrightnessId, -1.0);
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   // Nothing is left of the noise: the chain ends before the inversion.
   const Outcome o = Ask(bench, constraint, {0.123, 0.4, 0.6});
@@ -310,16 +319,16 @@ TEST(NoiseConstraint, DarknessStaysDarkWhenInverted) {
 TEST(NoiseConstraint, ChangesWithTimeBySpeedAlone) {
   NodeBench bench;
   BaseObject& constraint = bench.Add("constraint_noise", "c");
-  constraint.Set(1001, 10.0);
+  constraint.Set(NoiseConstraint::kFeatureSizeId, 10.0);
   bench.Link();
   const double still = Ask(bench, constraint, {0.123, 0.4, 0.6}).amount;
   bench.scene().info.time = 3.3;
   EXPECT_EQ(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
-  constraint.Set(1006, 1.0);
+  constraint.Set(NoiseConstraint::kSpeedId, 1.0);
   bench.Link();
   EXPECT_NE(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
-  constraint.Set(1006, 0.0);
-  constraint.Set(1008, std::int64_t{7});
+  constraint.Set(NoiseConstraint::kSpeedId, 0.0);
+  constraint.Set(NoiseConstraint::kSeedId, std::int64_t{7});
   bench.Link();
   EXPECT_NE(Ask(bench, constraint, {0.123, 0.4, 0.6}).amount, still);
 }
@@ -329,8 +338,8 @@ TEST(VolumeConstraint, ActsInsideAndByDepth) {
   BaseObject &constraint = bench.Add("constraint_volume", "c"), &volume = bench.Add("volume", "v"),
              &ball = bench.Add("sphere", "ball");
   ball.Set(kPositionId, Vec3D(100, 100, 100));
-  volume.Set(1003, NodeBench::LinkTo(ball));
-  constraint.Set(1000, NodeBench::LinkTo(volume));
+  volume.Set(VolumeBase::kObjectId, NodeBench::LinkTo(ball));
+  constraint.Set(VolumeConstraint::kVolumeId, NodeBench::LinkTo(volume));
   bench.Link();
   auto& mesh = bench.Get<VolumeMesh>(volume);
   mesh.Prepare();
@@ -341,20 +350,20 @@ TEST(VolumeConstraint, ActsInsideAndByDepth) {
   EXPECT_EQ(Ask(bench, constraint, centre).amount, 1);
   EXPECT_EQ(Ask(bench, constraint, outside).amount, 0);
   EXPECT_FALSE(Ask(bench, constraint, outside).goesOn);
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, centre).amount, 0);
   EXPECT_EQ(Ask(bench, constraint, outside).amount, 1);
-  constraint.Set(1100, std::int64_t{0});
-  constraint.Set(1001, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{0});
+  constraint.Set(VolumeConstraint::kUseCurveId, std::int64_t{1});
   bench.Link();
   const double deep = Ask(bench, constraint, centre).amount;
   EXPECT_NEAR(deep, mesh.DepthWorld(centre), 1e-6);
   const double shallow = Ask(bench, constraint, {1.7, 1, 1}).amount;
   EXPECT_LT(shallow, deep);
   // An offset of four cells moves the surface out by a metre.
-  constraint.Set(1001, std::int64_t{0});
-  constraint.Set(1004, 4.0);
+  constraint.Set(VolumeConstraint::kUseCurveId, std::int64_t{0});
+  constraint.Set(VolumeConstraint::kOffsetId, 4.0);
   bench.Link();
   const double surface = mesh.SampleWorld({2.2, 1, 1});
   ASSERT_GT(surface, 0);
@@ -389,13 +398,13 @@ TEST(VolumeConstraint, ActsBelowALiquidsSurface) {
   NodeBench bench;
   bench.factory.Add<Pond>();
   BaseObject &constraint = bench.Add("constraint_volume", "c"), &pond = bench.Add("pond", "p");
-  constraint.Set(1000, NodeBench::LinkTo(pond));
+  constraint.Set(VolumeConstraint::kVolumeId, NodeBench::LinkTo(pond));
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, {1, 0.9, 1}).amount, 1);
   const Outcome above = Ask(bench, constraint, {1, 1.1, 1});
   EXPECT_EQ(above.amount, 0);
   EXPECT_TRUE(above.goesOn);
-  constraint.Set(1100, std::int64_t{1});
+  constraint.Set(Constraint::kInvertId, std::int64_t{1});
   bench.Link();
   EXPECT_EQ(Ask(bench, constraint, {1, 0.9, 1}).amount, 0);
   EXPECT_EQ(Ask(bench, constraint, {1, 1.1, 1}).amount, 1);
@@ -413,7 +422,7 @@ TEST(RowWeights, OnlyWhatIsNeededIsAsked) {
   NodeBench bench;
   BaseObject &object = bench.Add("constraint_voxeldistance", "c"), &centre = bench.Add("null", "n"),
              &channel = bench.Add("channel_scalar", "s");
-  object.Set(1000, NodeBench::LinkTo(centre));
+  object.Set(VoxelDistanceConstraint::kReferenceId, NodeBench::LinkTo(centre));
   bench.Link();
   bench.Fit({6, 6, 6});
   Constraint* chain[] = {&bench.Get<Constraint>(object)};

@@ -1,4 +1,9 @@
+#include "fluids/boundary/GridBoundary.h"
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/dynamics/Grid_Viscosity.h"
+#include "fluids/dynamics/Substances.h"
+#include "fluids/dynamics/VelocityConstrain.h"
+#include "fluids/scene/RootObject.h"
 
 #include <gtest/gtest.h>
 
@@ -35,14 +40,14 @@ TEST(FluidSolver, GridIsTheContainerAndALayerOfGhostCells) {
 
 TEST(FluidSolver, ContainerIsScaledAnchoredAndSnapped) {
   GasScene s(kCells);
-  s.root->Set(1000, 100.0);  // 100 units a metre
-  s.fluid->Set(1010, Vec3D(203, 100, 100));
-  s.fluid->Set(1027, std::int64_t(2));  // the centre of the bottom
+  s.root->Set(RootSettings::kScaleUnitsId, 100.0);  // 100 units a metre
+  s.fluid->Set(FluidSolver::kContainerId, Vec3D(203, 100, 100));
+  s.fluid->Set(FluidSolver::kAnchorModeId, FluidSolver::AnchorMode::Bottom);
   s.fluid->Set(kPositionId, Vec3D(50, 25, 0));
   s.StepThrough(0, 1);
   const FluidSolver& solver = s.Solver();
   const double h = s.cellSize;
-  EXPECT_EQ(s.fluid->GetVector(1028), Vec3D(0.5, 0, 0.5));
+  EXPECT_EQ(s.fluid->GetVector(FluidSolver::kAnchorId), Vec3D(0.5, 0, 0.5));
   // x from -0.515 to 1.515 m.
   EXPECT_NEAR(solver.lowCorner.x, std::ceil(-0.515 / h) * h, 1e-9);
   EXPECT_NEAR(solver.lowCorner.x + solver.scaledSize.x, std::floor(1.515 / h) * h, 1e-9);
@@ -66,7 +71,7 @@ TEST(FluidSolver, EachFaceHasItsBitAndOnlyAllClosedRemovesTheMean) {
 
 TEST(FluidSolver, BoxGrowsByTheMarginWithinTheContainer) {
   GasScene s(kCells);
-  s.fluid->Set(1009, std::int64_t(2));
+  s.fluid->Set(FluidSolver::kMarginId, std::int64_t(2));
   s.StepThrough(0, 1);
   FluidSolver& solver = s.Solver();
   const double h = s.cellSize;
@@ -120,7 +125,7 @@ TEST(FluidSolver, WithoutABoxNothingRuns) {
 
 TEST(FluidSolver, ListOfObstaclesSaysOnceThatItIsNotRead) {
   GasScene s(kCells);
-  s.fluid->Set(1017, GasScene::ListOf({&s.AddObstacle("Ball", "sphere", s.Centre(), 0.2)}));
+  s.fluid->Set(FluidSolver::kObstaclesId, GasScene::ListOf({&s.AddObstacle("Ball", "sphere", s.Centre(), 0.2)}));
   s.StepThrough(0, 3);
   int said = 0;
   for (const auto& [node, text] : s.warnings) said += text.find("obstacle") != std::string::npos;
@@ -129,22 +134,22 @@ TEST(FluidSolver, ListOfObstaclesSaysOnceThatItIsNotRead) {
 
 TEST(FluidObject, PresetsSetValuesAndTurnToCustomAfterwards) {
   GasScene s(kCells);
-  s.fluid->Set(1025, std::int64_t(5));
-  s.fluid->Set(1026, std::int64_t(1031));
+  s.fluid->Set(FluidSolver::kViscosityPresetId, Substance::ThickOil);
+  s.fluid->Set(FluidSolver::kDensityPresetId, std::int64_t(1031));
   s.Step(0);
-  EXPECT_EQ(s.fluid->GetDouble(1019), 0.16376);
-  EXPECT_EQ(s.fluid->GetDouble(1001), 868);
+  EXPECT_EQ(s.fluid->GetDouble(Grid_Viscosity::kViscosityId), 0.16376);
+  EXPECT_EQ(s.fluid->GetDouble(Grid_Incompressibility::kDensityId), 868);
   s.Step(1);
-  EXPECT_EQ(s.fluid->GetInt(1025), 5);
-  s.fluid->Set(1021, std::int64_t(50));
+  EXPECT_EQ(s.fluid->GetInt(FluidSolver::kViscosityPresetId), 5);
+  s.fluid->Set(Grid_Incompressibility::kPressureIterationsId, std::int64_t(50));
   s.Step(2);
-  EXPECT_EQ(s.fluid->GetInt(1025), 0);
-  EXPECT_EQ(s.fluid->GetInt(1026), 1027);
-  EXPECT_EQ(s.fluid->GetDouble(1001), 868);
-  s.fluid->Set(1025, std::int64_t(8));  // keeps the value
+  EXPECT_EQ(s.fluid->GetInt(FluidSolver::kViscosityPresetId), 0);
+  EXPECT_EQ(s.fluid->GetInt(FluidSolver::kDensityPresetId), 1027);
+  EXPECT_EQ(s.fluid->GetDouble(Grid_Incompressibility::kDensityId), 868);
+  s.fluid->Set(FluidSolver::kViscosityPresetId, Substance::Keep);
   s.Step(3);
-  EXPECT_EQ(s.fluid->GetInt(1025), 8);
-  EXPECT_EQ(s.fluid->GetDouble(1019), 0.16376);
+  EXPECT_EQ(s.fluid->GetInt(FluidSolver::kViscosityPresetId), 8);
+  EXPECT_EQ(s.fluid->GetDouble(Grid_Viscosity::kViscosityId), 0.16376);
 }
 
 // --- solids ----------------------------------------------------------------------------------------------------------
@@ -163,7 +168,7 @@ TEST(Solids, StillOnesAreComputedOnceAndMovingOnesEachTime) {
   EXPECT_NE(solver.boundary.revision(), boundary);
   EXPECT_NE(solver.fractions.revision(), fractions);
   const std::uint64_t moved = solver.boundary.revision();
-  s.fluid->Set(1014, std::int64_t(0));
+  s.fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(0));
   s.Step(7);
   EXPECT_NE(solver.boundary.revision(), moved);
 }
@@ -254,8 +259,8 @@ TEST(VelocityAtSolids, SlipKeepsTheTangentialPartAndNoSlipNothing) {
 TEST(VelocityAtSolids, MovingObstacleGivesItsVelocity) {
   GasScene s(kCells);
   s.AddObstacle("Ball", "sphere", s.Centre(), 0.25);
-  s.fluid->Set(1035, 0.0);
-  s.fluid->Set(1047, std::int64_t(1));
+  s.fluid->Set(VelocityConstrain::kSlipId, 0.0);
+  s.fluid->Set(VelocityConstrain::kMoveWithObstaclesId, std::int64_t(1));
   s.StepThrough(0, 2);
   const Vec3D perFrame(0.01, 0.02, -0.03);
   for (int frame = 3; frame <= 4; ++frame) {
@@ -280,7 +285,7 @@ TEST(VelocityAtSolids, MovingObstacleGivesItsVelocity) {
 
 TEST(VelocityAtSolids, WallsStopTheFluidAndOpenFacesLetItThrough) {
   GasScene s(kCells);
-  s.fluid->Set(1014, std::int64_t(0));
+  s.fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(0));
   s.StepThrough(0, 1);
   FluidSolver& solver = s.Solver();
   for (auto& grid : solver.velocity.grids) grid->Fill(1);
@@ -289,7 +294,7 @@ TEST(VelocityAtSolids, WallsStopTheFluidAndOpenFacesLetItThrough) {
   for (int j = 2; j < kCells.y - 2; ++j) {
     EXPECT_EQ(u(1, j, 8), 0);
     EXPECT_EQ(u(kCells.x - 1, j, 8), 0);
-    EXPECT_EQ(v(0, j, 8), 0);  // no slip behind the wall after the projection
+    EXPECT_EQ(v(0, j, 8), 0);  // no slip in the wall after the projection
   }
   EXPECT_EQ(v(8, 1, 8), 0);
   EXPECT_EQ(v(8, kCells.y, 8), v(8, kCells.y - 1, 8));
@@ -297,8 +302,8 @@ TEST(VelocityAtSolids, WallsStopTheFluidAndOpenFacesLetItThrough) {
 
 TEST(Projection, SourceIsSpreadAndClearedAndLeavesThroughTheOpenFace) {
   GasScene s(kCells);
-  s.fluid->Set(1014, std::int64_t(0));
-  s.fluid->Set(1020, std::int64_t(0));
+  s.fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(0));
+  s.fluid->Set(Grid_Incompressibility::kPressureSolverId, kPressureCG);
   s.StepThrough(0, 1);
   ScalarGrid& source = *s.Solver().divergenceSource.grid;
   source(9, 6, 9) = 10;  // 1/s
@@ -317,8 +322,8 @@ TEST(Projection, SourceIsSpreadAndClearedAndLeavesThroughTheOpenFace) {
 TEST(Projection, MovingObstaclePushesTheFluidAside) {
   GasScene s(kCells, 2);
   s.AddObstacle("Ball", "sphere", s.Centre() - Vec3D(0, 0.1, 0), 0.2);
-  s.fluid->Set(1014, std::int64_t(0));
-  s.fluid->Set(1020, std::int64_t(0));
+  s.fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(0));
+  s.fluid->Set(Grid_Incompressibility::kPressureSolverId, kPressureCG);
   s.StepThrough(0, 2);
   for (int frame = 3; frame <= 4; ++frame) {
     BaseObject& ball = s.Geometry("Ball");

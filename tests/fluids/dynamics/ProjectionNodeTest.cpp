@@ -72,7 +72,7 @@ TEST(ProjectionNode, LimitIsCountedAndSaidOnce) {
   for (const std::int64_t type : {kTypes[0], kTypes[2]}) {
     StirredScene scene(type);
     scene.fluid->Set(kLimit, std::int64_t(1));
-    scene.root->Set(1003, std::int64_t(3));
+    scene.root->Set(RootSettings::kSubstepModeId, std::int64_t(3));
     for (int frame = 2; frame < 4; ++frame) {
       Stir(scene.Solver());
       scene.reports.clear();
@@ -108,7 +108,7 @@ TEST(ProjectionNode, DensityByCellIsTaken) {
   for (const std::int64_t type : kTypes) {
     StirredScene plain(type), scene(type);
     BaseObject& channel = scene.Add("channel_scalar", "Mass");
-    scene.fluid->Set(1000, TestScene::LinkTo(channel));
+    scene.fluid->Set(Grid_Incompressibility::kDensityChannelId, TestScene::LinkTo(channel));
     for (StirredScene* s : {&plain, &scene}) s->fluid->Set(kLimit, std::int64_t(2000));
     scene.Step(2);
     plain.Step(2);

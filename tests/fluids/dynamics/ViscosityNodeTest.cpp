@@ -16,13 +16,13 @@ TEST(ViscosityNode, AFlowBetweenWallsDecays) {
   constexpr double kSetting = 0.4, kViscosity = 0.1 * kSetting;
   for (const bool byChannel : {false, true}) {
     GasScene s({34, 18, 18});
-    s.fluid->Set(1301, std::int64_t(500));
-    s.fluid->Set(1302, 1e-7);
+    s.fluid->Set(Grid_Viscosity::kViscosityIterationsId, std::int64_t(500));
+    s.fluid->Set(Grid_Viscosity::kViscosityAccuracyId, 1e-7);
     if (byChannel) {
       BaseObject& channel = s.Add("channel_scalar", "Viscosity");
-      s.fluid->Set(1300, s.LinkTo(channel));
+      s.fluid->Set(Grid_Viscosity::kViscosityChannelId, s.LinkTo(channel));
     } else {
-      s.fluid->Set(1019, kSetting);
+      s.fluid->Set(Grid_Viscosity::kViscosityId, kSetting);
     }
     s.StepThrough(0, 1);
     FluidSolver& solver = s.Solver();

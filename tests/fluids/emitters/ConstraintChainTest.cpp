@@ -14,14 +14,19 @@ using test::NodeBench;
 class Ramp final : public Constraint {
  public:
   using Constraint::Constraint;
+  static constexpr int kRampEndId = 1;
   static const TypeInfo& Type() {
-    static constexpr Parameter kRows[] = {FloatParameter(1, "ramp_end", 10, "m", "Where the chain ends")};
-    static const TypeInfo kType = ConstraintType(1999911, "zq_ramp", "", "", "", kRows);
+    static constexpr Parameter kRows[] = {FloatParameter(kRampEndId, "ramp_end", 10, "m", "Where the chain ends")};
+    static const TypeInfo kType = {.id = 1999911,
+                                   .resource = "zq_ramp",
+                                   .kinds = kLinkHelper | kLinkConstraint,
+                                   .parameters = kRows,
+                                   .common = ConstraintParameters()};
     return kType;
   }
   bool ReadParameters() override {
     if (!Constraint::ReadParameters()) return false;
-    end = handler.GetDouble(1);
+    end = handler.GetDouble(kRampEndId);
     return true;
   }
   bool Evaluate(const Vec3D& p, double& amount, const iBase* caller, std::int32_t worker) const override {
@@ -41,8 +46,8 @@ class ConstraintChain : public testing::Test {
   ConstraintChain() { bench_.factory.Add<Ramp>(); }
   Ramp& Made(const std::string& name, double end = 10, double intensity = 1) {
     BaseObject& object = bench_.Add("ramp", name);
-    object.Set(1, end);
-    object.Set(1103, intensity);
+    object.Set(Ramp::kRampEndId, end);
+    object.Set(Constraint::kIntensityId, intensity);
     bench_.Link();
     chain_.push_back(&bench_.Get<Ramp>(object));
     return bench_.Get<Ramp>(object);

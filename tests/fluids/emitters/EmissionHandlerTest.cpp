@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
 #include "fluids/emitters/EmissionHandler.h"
 #include "fluids/grids/Spread.h"
 #include "tests/support/NodeBench.h"
@@ -15,10 +17,10 @@ class Emission : public testing::Test {
  protected:
   static constexpr double h = NodeBench::kCell;
   Emission() {
-    smoke_->Set(1050, -2.0);
-    smoke_->Set(1051, 5.0);
-    colour_->Set(1050, Vec3D(-1));
-    colour_->Set(1051, Vec3D(2, 3, 4));
+    smoke_->Set(ScalarGridChannel::kValueMinId, -2.0);
+    smoke_->Set(ScalarGridChannel::kValueMaxId, 5.0);
+    colour_->Set(VectorGridChannel::kValueMinId, Vec3D(-1));
+    colour_->Set(VectorGridChannel::kValueMaxId, Vec3D(2, 3, 4));
     bench_.Link();
     bench_.Fit({8, 7, 6}, {-0.5, 0, 1});
     for (ScalarGrid* grid : {&Smoke(), &Fire()}) grid->Fill(1);

@@ -6,8 +6,12 @@
 
 #include "fluids/dynamics/Force.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
+#include "fluids/emitters/EmissionRate.h"
+#include "fluids/emitters/GridEmissionSettings.h"
 #include "fluids/emitters/Grid_CellEmitter.h"
 #include "fluids/emitters/ObjectGridEmitter.h"
+#include "fluids/forces/Force_Gravity.h"
+#include "fluids/helpers/Duration.h"
 #include "fluids/volumes/VolumeBase.h"
 #include "tests/support/Cells.h"
 #include "tests/support/GasScene.h"
@@ -23,17 +27,17 @@ class EmitterScene : public GasScene {
  public:
   explicit EmitterScene(int workers = 1) : GasScene({16, 15, 17}, workers) {
     smoke = &Add("channel_scalar", "smoke");
-    smoke->Set(1051, 1000.0);
+    smoke->Set(ScalarGridChannel::kValueMaxId, 1000.0);
     AddVolume("Ball", "sphere", Centre(), 0.28);
     settings = &Add("emission_setting", "Amount");
-    settings->Set(1012, std::int64_t(0));
-    settings->Set(1013, 8.0);
+    settings->Set(GridEmissionSettings::kSpreadId, std::int64_t(0));
+    settings->Set(GridEmissionSettings::kValueId, 8.0);
     pair = &Add("channelsettings", "Pair");
-    pair->Set(1000, LinkTo(*smoke));
-    pair->Set(1001, LinkTo(*settings));
+    pair->Set(ChannelPair::kChannelId, LinkTo(*smoke));
+    pair->Set(ChannelPair::kSettingsId, LinkTo(*settings));
     emitter = &Add("gridemitter", "Source");
-    emitter->Set(1002, LinkTo(*document.FindByPath("Ball")));
-    emitter->Set(1000, ListOf({pair}));
+    emitter->Set(ObjectGridEmitter::kVolumeId, LinkTo(*document.FindByPath("Ball")));
+    emitter->Set(ObjectGridEmitter::kPairsId, ListOf({pair}));
   }
   // Two frames: volumes have their level set from the first on.
   ScalarGrid& Emitted() {
@@ -76,8 +80,8 @@ TEST(ObjectGridEmitter, FillsTheCellsInsideByTheTime) {
 
 TEST(ObjectGridEmitter, AnAmountPerSubstepIgnoresItsLength) {
   EmitterScene scene;
-  scene.settings->Set(1001, std::int64_t(1));
-  scene.settings->Set(1000, std::int64_t(1));
+  scene.settings->Set(GridEmissionSettings::kPerStepId, std::int64_t(1));
+  scene.settings->Set(GridEmissionSettings::kModeId, EmissionMode::Set);
   const ScalarGrid& grid = scene.Emitted();
   const int inside = scene.ForEachInside(
       grid, [&](int i, int j, int k, const Vec3D&, bool in) { EXPECT_EQ(grid(i, j, k), in ? 8 : 0); });
@@ -87,12 +91,12 @@ TEST(ObjectGridEmitter, AnAmountPerSubstepIgnoresItsLength) {
 TEST(ObjectGridEmitter, ARateReplacesTheValueAndALimitEndsTheSum) {
   EmitterScene scene;
   BaseObject& rate = scene.Add("rate", "Rate");
-  rate.Set(5001, 24.0);
+  rate.Set(EmissionRate::kScalarRateId, 24.0);
   BaseObject& limit = scene.Add("rate", "Limit");
-  limit.Set(5001, 1.25);
-  scene.settings->Set(1002, scene.LinkTo(rate));
-  scene.settings->Set(1003, scene.LinkTo(limit));
-  scene.settings->Set(1000, std::int64_t(2));
+  limit.Set(EmissionRate::kScalarRateId, 1.25);
+  scene.settings->Set(GridEmissionSettings::kRateId, scene.LinkTo(rate));
+  scene.settings->Set(GridEmissionSettings::kLimitId, scene.LinkTo(limit));
+  scene.settings->Set(GridEmissionSettings::kModeId, EmissionMode::AddToLimit);
   const ScalarGrid& grid = scene.Emitted();
   const Vec3D middle = Vec3D(grid.dims) * 0.5;
   EXPECT_NEAR(grid(int(middle.x), int(middle.y), int(middle.z)), 24 * scene.Dt(), 1e-12);
@@ -105,10 +109,12 @@ TEST(ObjectGridEmitter, FalloffsGoByTheDepth) {
   for (const std::int64_t falloff : {0, 1, 2}) {
     for (const bool curve : {true, false}) {
       EmitterScene scene;
-      scene.settings->Set(1006, falloff);
+      scene.settings->Set(GridEmissionSettings::kFalloffId, falloff);
       const SplineKnot knots[] = {{0, 2}, {1, 4}};
-      if (curve) scene.settings->Set(1005, SplineValue(std::make_shared<SplineData>(std::span(knots))));
-      if (!curve) scene.settings->Set(1005, SplineValue());
+      if (curve)
+        scene.settings->Set(GridEmissionSettings::kFalloffCurveId,
+                            SplineValue(std::make_shared<SplineData>(std::span(knots))));
+      if (!curve) scene.settings->Set(GridEmissionSettings::kFalloffCurveId, SplineValue());
       const ScalarGrid& grid = scene.Emitted();
       const int inside = scene.ForEachInside(grid, [&](int i, int j, int k, const Vec3D& p, bool in) {
         if (!in) return;
@@ -129,9 +135,9 @@ TEST(ObjectGridEmitter, DurationsStopAndWeighIt) {
   for (const auto& c : cases) {
     EmitterScene scene;
     BaseObject& duration = scene.Add("duration", "When");
-    duration.Set(1001, c.start);
-    duration.Set(1000, c.length);
-    scene.settings->Set(1004, scene.LinkTo(duration));
+    duration.Set(Duration::kStartId, c.start);
+    duration.Set(Duration::kLengthId, c.length);
+    scene.settings->Set(GridEmissionSettings::kActiveInId, scene.LinkTo(duration));
     const ScalarGrid& grid = scene.Emitted();
     const double time = scene.scene().info.time, dt = scene.Dt();
     const double weight = c.length > 0 && c.weight > 0 ? 1 - (time - dt) / c.length : c.weight;
@@ -145,9 +151,9 @@ TEST(ObjectGridEmitter, ConstraintsConfineIt) {
   // Noise would do; a volume is plain: only where a box is.
   scene.AddVolume("Half", "box", scene.Centre() + Vec3D(0.5, 0, 0), 0.5);
   BaseObject& confine = scene.Add("constraint_volume", "Right half");
-  confine.Set(1000, scene.LinkTo(*scene.document.FindByPath("Half")));
-  confine.Set(1103, 0.5);
-  scene.emitter->Set(kConstraintListId, scene.ListOf({&confine}));
+  confine.Set(VolumeConstraint::kVolumeId, scene.LinkTo(*scene.document.FindByPath("Half")));
+  confine.Set(Constraint::kIntensityId, 0.5);
+  scene.emitter->Set(kConstraintsId, scene.ListOf({&confine}));
   const ScalarGrid& grid = scene.Emitted();
   int right = 0, left = 0;
   scene.ForEachInside(grid, [&](int i, int j, int k, const Vec3D& p, bool in) {
@@ -162,7 +168,7 @@ TEST(ObjectGridEmitter, ConstraintsConfineIt) {
 
 TEST(ObjectGridEmitter, ASolverTakesTheValueAsExpansion) {
   EmitterScene scene;
-  scene.pair->Set(1000, scene.LinkTo(*scene.fluid));
+  scene.pair->Set(ChannelPair::kChannelId, scene.LinkTo(*scene.fluid));
   scene.StepThrough(0, 1);
   // What the projection took is cleared; the flow goes outwards from the ball.
   const ScalarGrid& u = *scene.Solver().velocity.grids[0];
@@ -174,7 +180,7 @@ TEST(ObjectGridEmitter, ASolverTakesTheValueAsExpansion) {
 TEST(ObjectGridEmitter, AVectorTargetTakesNothing) {
   EmitterScene scene;
   BaseObject& colour = scene.Add("channel_vector", "colour");
-  scene.pair->Set(1000, scene.LinkTo(colour));
+  scene.pair->Set(ChannelPair::kChannelId, scene.LinkTo(colour));
   scene.StepThrough(0, 1);
   const auto& grids = scene.NodeOf<VectorGridChannel>(colour)->grids;
   for (std::int64_t c = 0; c < grids[0]->count; ++c) ASSERT_EQ((*grids[0])[c], 0);
@@ -223,7 +229,10 @@ class RightHalf final : public Constraint {
  public:
   using Constraint::Constraint;
   static const TypeInfo& Type() {
-    static const TypeInfo kType = ConstraintType(1999902, "zq_right_half", "", "", "", std::span<const Parameter>());
+    static const TypeInfo kType = {.id = 1999902,
+                                   .resource = "zq_right_half",
+                                   .kinds = kLinkHelper | kLinkConstraint,
+                                   .common = ConstraintParameters()};
     return kType;
   }
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t worker) const override {
@@ -242,11 +251,11 @@ class CellScene : public GasScene {
     factory.Add<AddWeight>();
     factory.Add<RightHalf>();
     smoke = &Add("channel_scalar", "smoke");
-    smoke->Set(1051, 1000.0);
+    smoke->Set(ScalarGridChannel::kValueMaxId, 1000.0);
     op = &Add("add_weight", "Op");
     cells = &Add("grid_celliterator", "Cells");
-    cells->Set(1000, LinkTo(*smoke));
-    cells->Set(1001, ListOf({op, op}));
+    cells->Set(Grid_CellEmitter::kChannelId, LinkTo(*smoke));
+    cells->Set(Grid_CellEmitter::kOperatorsId, ListOf({op, op}));
   }
   ScalarGrid& Visited() {
     StepThrough(0, 1);
@@ -269,8 +278,8 @@ TEST(Grid_CellEmitter, ConstraintsWeighAndSkipCellsAtTheirPlaces) {
   for (const bool listed : {true, false}) {  // an empty list takes all constraints of the scene
     CellScene scene;
     BaseObject& half = scene.Add("right_half", "Half");
-    half.Set(1103, 0.25);
-    if (listed) scene.cells->Set(kConstraintListId, scene.ListOf({&half}));
+    half.Set(Constraint::kIntensityId, 0.25);
+    if (listed) scene.cells->Set(kConstraintsId, scene.ListOf({&half}));
     const ScalarGrid& grid = scene.Visited();
     ASSERT_NE(grid.space.simMin.x, 0);  // places are those of the scene
     for (int i = 1; i < grid.dims.x - 1; ++i) {
@@ -282,7 +291,7 @@ TEST(Grid_CellEmitter, ConstraintsWeighAndSkipCellsAtTheirPlaces) {
 
 TEST(Grid_CellEmitter, RestsWithoutOperators) {
   CellScene scene;
-  scene.cells->Set(1001, scene.ListOf({}));
+  scene.cells->Set(Grid_CellEmitter::kOperatorsId, scene.ListOf({}));
   const ScalarGrid& grid = scene.Visited();
   EXPECT_EQ(test::SumOf(grid), 0);
 }
@@ -296,16 +305,16 @@ TEST(EmitterThreads, AnyNumberOfWorkersGivesTheSameBits) {
         EmitterScene scene(workers);
         // Another pair into the same channel, so that what meets in a cell meets from two sides.
         BaseObject& other = scene.Add("emission_setting", "Other");
-        other.Set(1000, std::int64_t(1) - (mode == 1 ? 1 : 0));
-        other.Set(1012, spread);
-        other.Set(1006, std::int64_t(1));
-        other.Set(1013, 3.0);
+        other.Set(GridEmissionSettings::kModeId, std::int64_t(1) - (mode == 1 ? 1 : 0));
+        other.Set(GridEmissionSettings::kSpreadId, spread);
+        other.Set(GridEmissionSettings::kFalloffId, GridEmissionSettings::Falloff::Depth);
+        other.Set(GridEmissionSettings::kValueId, 3.0);
         BaseObject& second = scene.Add("channelsettings", "Second");
-        second.Set(1000, scene.LinkTo(*scene.smoke));
-        second.Set(1001, scene.LinkTo(other));
-        scene.settings->Set(1000, mode);
-        scene.settings->Set(1012, spread);
-        scene.emitter->Set(1000, scene.ListOf({scene.pair, &second}));
+        second.Set(ChannelPair::kChannelId, scene.LinkTo(*scene.smoke));
+        second.Set(ChannelPair::kSettingsId, scene.LinkTo(other));
+        scene.settings->Set(GridEmissionSettings::kModeId, mode);
+        scene.settings->Set(GridEmissionSettings::kSpreadId, spread);
+        scene.emitter->Set(ObjectGridEmitter::kPairsId, scene.ListOf({scene.pair, &second}));
         // Half a cell aside: a spread value meets eight cells.
         scene.Geometry("Ball").Set(kPositionId, scene.Centre() + Vec3D(0.3, 0.2, 0.4) * scene.cellSize);
         return test::ValuesOf(scene.Emitted());
@@ -320,7 +329,7 @@ TEST(EmitterThreads, AnyNumberOfWorkersGivesTheSameBits) {
 TEST(VelocityGridEmitter, AnEvenForceReachesEachOpenFaceByItsShare) {
   GasScene scene({14, 14, 14});
   BaseObject& wind = scene.Add("force_gravity", "Wind");
-  wind.Set(1000, Vec3D(1, 2, 3));
+  wind.Set(Force_Gravity::kDirectionId, Vec3D(1, 2, 3));
   scene.AddObstacle("Post", "box", scene.Centre(), 0.2);
   scene.StepThrough(0, 1);
   FluidSolver& solver = scene.Solver();

@@ -4,7 +4,17 @@
 
 #include <numbers>
 
+#include "fluids/channels/ScalarChannels.h"
 #include "fluids/constraints/Constraint.h"
+#include "fluids/constraints/GradientConstraint.h"
+#include "fluids/constraints/NoiseConstraint.h"
+#include "fluids/forces/Force_Buoyancy.h"
+#include "fluids/forces/Force_Curl.h"
+#include "fluids/forces/Force_Gravity.h"
+#include "fluids/forces/Force_TrigoWave.h"
+#include "fluids/forces/Force_Vortex.h"
+#include "fluids/helpers/Duration.h"
+#include "fluids/volumes/AlignmentVector3D.h"
 #include "tests/fluids/forces/ForceRig.h"
 #include "tests/support/Workers.h"
 
@@ -27,11 +37,12 @@ class EveryForce : public testing::TestWithParam<const char*> {
   // Links and contents under which every force acts.
   static void Connect(ForceRig& rig) {
     BaseObject &heat = rig.Add("channel_scalar", "heat"), &noise = rig.Add("constraint_noise", "noise");
-    noise.Set(1001, 60.0);
+    noise.Set(NoiseConstraint::kFeatureSizeId, 60.0);
     rig.object.Set(kPositionId, Vec3D(30, 20, 10));
-    if (std::string(GetParam()) == "force_buoyancy") rig.object.Set(1000, ForceRig::LinkTo(heat));
-    if (std::string(GetParam()) == "force_trigowave") rig.object.Set(1000, 30.0);
-    rig.object.Set(kConstraintListId, ForceRig::ListOf({&noise}));
+    if (std::string(GetParam()) == "force_buoyancy")
+      rig.object.Set(Force_Buoyancy::kTemperatureId, ForceRig::LinkTo(heat));
+    if (std::string(GetParam()) == "force_trigowave") rig.object.Set(Force_TrigoWave::kAmplitudeId, 30.0);
+    rig.object.Set(kConstraintsId, ForceRig::ListOf({&noise}));
     rig.Ready();
     FillCells(rig.GridOf(heat), [](int i, int j, int k) { return 10.0 + i + 2 * j + 3 * k; });
     rig.SetVelocity([](const Vec3D& p) { return Vec3D(std::sin(2 * p.y), std::cos(3 * p.z), std::sin(p.x * p.y)); });
@@ -46,11 +57,11 @@ class EveryForce : public testing::TestWithParam<const char*> {
 
 TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
   BaseObject& duration = rig_.Add("duration", "when");
-  duration.Set(1001, 2.0);  // s, no end
+  duration.Set(Duration::kStartId, 2.0);  // s, no end
   for (const Parameter& row : rig_.object.type().parameters) {
     if (std::string(row.key) == "force_duration") rig_.object.Set(row.id, ForceRig::LinkTo(duration));
   }
-  if (std::string(GetParam()) == "force_gravity") rig_.object.Set(kDurationLinkId, ForceRig::LinkTo(duration));
+  if (std::string(GetParam()) == "force_gravity") rig_.object.Set(kDurationId, ForceRig::LinkTo(duration));
   Connect(rig_);
   rig_.scene().info.time = 1.9;
   EXPECT_FALSE(rig_.Run());
@@ -60,7 +71,7 @@ TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
   const double full = Sum();
   EXPECT_GT(full, 0);
   // In a window of one second the strength falls to a quarter after three quarters.
-  duration.Set(1000, 1.0);
+  duration.Set(Duration::kLengthId, 1.0);
   rig_.scene().info.time = 2.75;
   rig_.Link();
   EXPECT_TRUE(rig_.Run());
@@ -75,11 +86,11 @@ TEST_P(EveryForce, ConstraintsWeighIt) {
   const double full = Sum();
   // Curl noise goes by the direction of its field alone, which a factor of the potentials doesn't turn.
   BaseObject& noise = *rig_.document.FindByPath("noise");
-  noise.Set(1103, 0.5);
+  noise.Set(Constraint::kIntensityId, 0.5);
   rig_.Link();
   rig_.Run();
   EXPECT_NEAR(Sum(), std::string(GetParam()) == "force_curl" ? full : full / 2, full * 1e-9);
-  noise.Set(1103, 0.0);
+  noise.Set(Constraint::kIntensityId, 0.0);
   rig_.Link();
   rig_.Run();
   EXPECT_EQ(Sum(), 0);
@@ -115,8 +126,8 @@ INSTANTIATE_TEST_SUITE_P(Types, ForceThreads, kTypes, kNameOf);
 
 TEST(Gravity, AddsTheAccelerationTurnedByItsObject) {
   ForceRig rig("force_gravity", kCells);
-  rig.object.Set(1000, Vec3D(0, -9.81, 1));
-  rig.object.Set(1002, 2.0);
+  rig.object.Set(Force_Gravity::kDirectionId, Vec3D(0, -9.81, 1));
+  rig.object.Set(Force_Gravity::kStrengthId, 2.0);
   rig.object.Set(kRotationId, Vec3D(0, 0, 90));
   rig.Ready();
   ASSERT_TRUE(rig.Run());
@@ -128,10 +139,10 @@ TEST(Gravity, AddsTheAccelerationTurnedByItsObject) {
 TEST(Gravity, FollowsAnAlignmentAsAUnitVector) {
   ForceRig rig("force_gravity", kCells);
   BaseObject &alignment = rig.Add("alignment", "a"), &centre = rig.Add("null", "n");
-  alignment.Set(1000, std::int64_t{3});
-  alignment.Set(1003, ForceRig::LinkTo(centre));
-  rig.object.Set(1001, ForceRig::LinkTo(alignment));
-  rig.object.Set(1002, 3.0);
+  alignment.Set(AlignmentVector3D::kModeId, AlignmentVector3D::FromCentre);
+  alignment.Set(AlignmentVector3D::kReferenceId, ForceRig::LinkTo(centre));
+  rig.object.Set(Force_Gravity::kAlignmentId, ForceRig::LinkTo(alignment));
+  rig.object.Set(Force_Gravity::kStrengthId, 3.0);
   rig.Ready();
   ASSERT_TRUE(rig.Run());
   rig.ForEach([&](int i, int j, int k, const Vec3D& f) {
@@ -142,11 +153,11 @@ TEST(Gravity, FollowsAnAlignmentAsAUnitVector) {
 class Buoyancy : public testing::Test {
  protected:
   Buoyancy() {
-    heat_.Set(1050, 20.0);
-    rig_.object.Set(1000, ForceRig::LinkTo(heat_));
-    rig_.object.Set(1003, Vec3D(0, 2, 0));
-    rig_.object.Set(1004, 0.01);
-    rig_.object.Set(1005, -0.3);
+    heat_.Set(ScalarGridChannel::kValueMinId, 20.0);
+    rig_.object.Set(Force_Buoyancy::kTemperatureId, ForceRig::LinkTo(heat_));
+    rig_.object.Set(Force_Buoyancy::kDirectionId, Vec3D(0, 2, 0));
+    rig_.object.Set(Force_Buoyancy::kTemperatureFactorId, 0.01);
+    rig_.object.Set(Force_Buoyancy::kDensityFactorId, -0.3);
   }
   ForceRig rig_{"force_buoyancy", kCells};
   BaseObject &heat_ = rig_.Add("channel_scalar", "heat"), &smoke_ = rig_.Add("channel_scalar", "smoke"),
@@ -165,8 +176,8 @@ TEST_F(Buoyancy, LiftsByTemperatureAlone) {
 }
 
 TEST_F(Buoyancy, WeighsDensityAndFuel) {
-  rig_.object.Set(1002, ForceRig::LinkTo(smoke_));
-  rig_.object.Set(1001, ForceRig::LinkTo(fuel_));
+  rig_.object.Set(Force_Buoyancy::kDensityId, ForceRig::LinkTo(smoke_));
+  rig_.object.Set(Force_Buoyancy::kFuelId, ForceRig::LinkTo(fuel_));
   rig_.Ready();
   FillCells(rig_.GridOf(heat_), [](int i, int, int) { return 20.0 + (i % 2) * 5; });
   FillCells(rig_.GridOf(smoke_), [](int, int j, int) { return j % 3 == 0 ? 0.0 : 0.5 * j; });
@@ -206,7 +217,7 @@ TEST_F(Buoyancy, IsIdleWithoutTemperatureOrTime) {
   rig_.scene().info.substepDuration = 0;
   EXPECT_FALSE(rig_.Run());
   rig_.scene().info.substepDuration = 0.1;
-  rig_.object.Set(1000, Value());
+  rig_.object.Set(Force_Buoyancy::kTemperatureId, Value());
   rig_.Link();
   EXPECT_FALSE(rig_.Run());
 }
@@ -216,7 +227,7 @@ TEST(Vortex, TurnsAboutItsAxisAndRestsOnIt) {
   // The axis runs through the centres of the cells i = 4, k = 3, along y.
   rig.object.Set(kPositionId, Vec3D(4.5, 0, 3.5) * 25.0);
   rig.object.Set(kRotationId, Vec3D(-90, 0, 0));
-  rig.object.Set(1000, 10.0);
+  rig.object.Set(Force_Vortex::kStrengthId, 10.0);
   rig.Ready();
   ASSERT_TRUE(rig.Run());
   const Vec3D axis = rig.object.GlobalMatrix().v3;
@@ -235,9 +246,9 @@ TEST(Curl, WithoutConstraintsOrInAConstantFieldNothingMoves) {
   EXPECT_FALSE(rig.Run());
   BaseObject& constraint = rig.Add("constraint_gradient", "c");
   static constexpr GradientKnot kWhite[] = {{0, {1, 1, 1}}};
-  constraint.Set(1000, std::make_shared<const Gradient>(kWhite));
-  constraint.Set(1103, 0.3);
-  rig.object.Set(kConstraintListId, ForceRig::ListOf({&constraint}));
+  constraint.Set(GradientConstraint::kGradientId, std::make_shared<const Gradient>(kWhite));
+  constraint.Set(Constraint::kIntensityId, 0.3);
+  rig.object.Set(kConstraintsId, ForceRig::ListOf({&constraint}));
   rig.Link();
   EXPECT_TRUE(rig.Run());
   const int cells = rig.ForEach([&](int, int, int, const Vec3D& f) { EXPECT_EQ(f, Vec3D()); });
@@ -247,10 +258,10 @@ TEST(Curl, WithoutConstraintsOrInAConstantFieldNothingMoves) {
 TEST(Curl, IsTheDirectionOfTheCurlOfThePotentials) {
   ForceRig rig("force_curl", kCells);
   BaseObject& noise = rig.Add("constraint_noise", "n");
-  noise.Set(1001, 50.0);
-  rig.object.Set(1000, 2.0);
-  rig.object.Set(1003, 0.5);
-  rig.object.Set(kConstraintListId, ForceRig::ListOf({&noise}));
+  noise.Set(NoiseConstraint::kFeatureSizeId, 50.0);
+  rig.object.Set(Force_Curl::kStrengthId, 2.0);
+  rig.object.Set(Force_Curl::kStepId, 0.5);
+  rig.object.Set(kConstraintsId, ForceRig::ListOf({&noise}));
   rig.Ready();
   ASSERT_TRUE(rig.Run());
   auto& constraint = rig.Get<Constraint>(noise);

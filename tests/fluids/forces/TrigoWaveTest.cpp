@@ -6,6 +6,7 @@
 #include <limits>
 #include <numbers>
 
+#include "fluids/forces/Force_TrigoWave.h"
 #include "fluids/forces/TrigTables.h"
 #include "fluids/forces/TrigoWave.h"
 #include "tests/fluids/forces/ForceRig.h"
@@ -23,7 +24,7 @@ void ExpectNear(const Vec3D& a, const Vec3D& b, double tolerance = kTable) {
 
 TrigoWave Wave(int type, int shape, double travelled = 0) {
   TrigoWave wave;
-  wave.type = type, wave.shape = shape, wave.travelled = travelled;
+  wave.type = static_cast<WaveType>(type), wave.shape = static_cast<WaveShape>(shape), wave.travelled = travelled;
   wave.amplitude = 2, wave.frequency = 0.25, wave.offsetVector = {0, 0, 2};
   return wave;
 }
@@ -107,11 +108,11 @@ TEST(TrigoWave, AFrequencyBeyondReasonGivesNoWave) {
 
 TEST(TrigoWaveForce, MovesTheGasByTheWaveInTheObjectsFrame) {
   test::ForceRig rig("force_trigowave", {9, 8, 7});
-  rig.object.Set(1000, 50.0);
-  rig.object.Set(1001, 100.0);
-  rig.object.Set(1002, 400.0);
-  rig.object.Set(1003, std::int64_t{0});
-  rig.object.Set(1004, std::int64_t{4});
+  rig.object.Set(Force_TrigoWave::kAmplitudeId, 50.0);
+  rig.object.Set(Force_TrigoWave::kSpeedId, 100.0);
+  rig.object.Set(Force_TrigoWave::kWavelengthId, 400.0);
+  rig.object.Set(Force_TrigoWave::kWaveTypeId, WaveType::Plane);
+  rig.object.Set(Force_TrigoWave::kWaveShapeId, WaveShape::Sine);
   rig.object.Set(kRotationId, Vec3D(-90, 0, 0));  // its z is the world's y
   rig.Ready();
   rig.scene().info.time = 0.5;
@@ -125,8 +126,8 @@ TEST(TrigoWaveForce, MovesTheGasByTheWaveInTheObjectsFrame) {
   });
   EXPECT_GT(largest, 0.02);
   // With a time of its own it stands still.
-  rig.object.Set(1009, std::int64_t{0});
-  rig.object.Set(1005, 0.25);
+  rig.object.Set(Force_TrigoWave::kUseTimeId, std::int64_t{0});
+  rig.object.Set(Force_TrigoWave::kPhaseId, 0.25);
   rig.Link();
   rig.Run();
   const Vec3D before = rig.At(3, 3, 3);

@@ -4,6 +4,7 @@
 
 #include <numbers>
 
+#include "fluids/forces/Force_Swirling.h"
 #include "fluids/forces/VorticityKernels.h"
 #include "globals/Random.h"
 #include "tests/fluids/forces/ForceRig.h"
@@ -98,7 +99,7 @@ TEST(Swirling, PushesAlongAGaussianVortex) {
 
 TEST(Swirling, IsIdleWithoutStrength) {
   ForceRig rig("force_swirling", kCells);
-  rig.object.Set(1000, 0.0);
+  rig.object.Set(Force_Swirling::kStrengthId, 0.0);
   rig.Ready();
   EXPECT_FALSE(rig.Run());
 }

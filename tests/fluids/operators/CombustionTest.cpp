@@ -1,6 +1,10 @@
 // Burning: what fuel and flames turn into, and where they stop.
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/constraints/VoxelDistanceConstraint.h"
 #include "fluids/operators/GridCombustion.h"
+#include "fluids/operators/GridOperator.h"
+#include "host/geometry/GeometryTypes.h"
 
 #include <gtest/gtest.h>
 
@@ -28,13 +32,13 @@ class Combustion : public testing::Test {
     fire_ = &bench_.Add("channel_fire", "fire");
     fuel_ = &bench_.Add("channel_fuel", "fuel");
     smoke_ = &bench_.Add("channel_scalar", "smoke");
-    burn_->Set(1000, OperatorBench::LinkTo(*heat_));
-    burn_->Set(1001, OperatorBench::LinkTo(*fire_));
-    burn_->Set(1002, OperatorBench::LinkTo(*fuel_));
-    burn_->Set(1003, OperatorBench::LinkTo(*smoke_));
-    burn_->Set(12, OperatorBench::LinkTo(*gas_));
-    heat_->Set(1051, 2000.0);
-    fire_->Set(2000, 1600.0);  // of 2000: the threshold is 0.8
+    burn_->Set(GridCombustion::kTemperatureId, OperatorBench::LinkTo(*heat_));
+    burn_->Set(GridCombustion::kFireId, OperatorBench::LinkTo(*fire_));
+    burn_->Set(GridCombustion::kFuelId, OperatorBench::LinkTo(*fuel_));
+    burn_->Set(GridCombustion::kSmokeId, OperatorBench::LinkTo(*smoke_));
+    burn_->Set(GridCombustion::kSolverId, OperatorBench::LinkTo(*gas_));
+    heat_->Set(TemperatureGridChannel::kValueMaxId, 2000.0);
+    fire_->Set(FireGridChannel::kFlameTemperatureId, 1600.0);  // of 2000: the threshold is 0.8
   }
   void Ready() {
     bench_.Link();
@@ -52,9 +56,9 @@ class Combustion : public testing::Test {
 };
 
 TEST_F(Combustion, FuelBurnsAtAFixedRateUntilItIsGone) {
-  burn_->Set(2, 2.0);
-  burn_->Set(7, 0.5);
-  burn_->Set(9, 3.0);
+  burn_->Set(GridCombustion::kBurnRateId, 2.0);
+  burn_->Set(GridCombustion::kSmokeRateId, 0.5);
+  burn_->Set(GridCombustion::kExpansionId, 3.0);
   Ready();
   Of(heat_).Fill(700);
   FillCells(Of(fuel_), [](int i, int, int) { return 0.1 * i; });
@@ -85,9 +89,9 @@ TEST_F(Combustion, ColdFuelDoesNotBurn) {
 }
 
 TEST_F(Combustion, AMixtureStopsWhenItsAirIsGone) {
-  burn_->Set(1004, std::int64_t{1});
-  burn_->Set(2, 4.0);
-  burn_->Set(7, 0.0);
+  burn_->Set(GridCombustion::kBurnModelId, BurnModel::MixtureLimited);
+  burn_->Set(GridCombustion::kBurnRateId, 4.0);
+  burn_->Set(GridCombustion::kSmokeRateId, 0.0);
   Ready();
   Of(heat_).Fill(700);
   FillCells(Of(fuel_), [](int i, int, int) { return 0.5 * i; });
@@ -114,11 +118,11 @@ TEST_F(Combustion, AMixtureStopsWhenItsAirIsGone) {
 }
 
 TEST_F(Combustion, FlamesBurnDownAlongTheirCurves) {
-  burn_->Set(1002, Value());
-  burn_->Set(2, 2.0);
+  burn_->Set(GridCombustion::kFuelId, Value());
+  burn_->Set(GridCombustion::kBurnRateId, 2.0);
   static constexpr SplineKnot kHeat[] = {{0, 0.25}, {1, 0.75}}, kSmoke[] = {{0, 1}, {1, 3}};
-  burn_->Set(6, std::make_shared<const SplineData>(kHeat));
-  burn_->Set(8, std::make_shared<const SplineData>(kSmoke));
+  burn_->Set(GridCombustion::kTemperatureCurveId, std::make_shared<const SplineData>(kHeat));
+  burn_->Set(GridCombustion::kSmokeCurveId, std::make_shared<const SplineData>(kSmoke));
   Ready();
   Of(heat_).Fill(42);
   constexpr double kFlames[] = {0, 0.5, 0.8, 0.85, 0.9, 1.0, 1.1, 0};
@@ -136,8 +140,8 @@ TEST_F(Combustion, FlamesBurnDownAlongTheirCurves) {
 }
 
 TEST_F(Combustion, AFlameHotterThanTheChannelHasAThresholdBelowOne) {
-  burn_->Set(1002, Value());
-  fire_->Set(2000, 9000.0);
+  burn_->Set(GridCombustion::kFuelId, Value());
+  fire_->Set(FireGridChannel::kFlameTemperatureId, 9000.0);
   Ready();
   FillCells(Of(fire_), [](int i, int, int) { return i < 4 ? 0.985 : 0.995; });
   Of(heat_).Fill(1);
@@ -148,13 +152,13 @@ TEST_F(Combustion, AFlameHotterThanTheChannelHasAThresholdBelowOne) {
 
 TEST_F(Combustion, ConstraintsAndFalloffsLeaveCells) {
   BaseObject &falloff = bench_.Add("falloff", "part"), &volume = bench_.Add("constraint_voxeldistance", "near");
-  falloff.Set(1100, std::int64_t{1});
-  falloff.Set(1101, Vec3D(100, 1000, 1000));
-  falloff.Set(1102, 1.0);
-  volume.Set(1000, OperatorBench::LinkTo(falloff));
-  volume.Set(1001, 130.0);
-  burn_->Set(2503, OperatorBench::ListOf({&falloff}));
-  burn_->Set(kConstraintListId, OperatorBench::ListOf({&volume}));
+  falloff.Set(kFalloffShapeId, std::int64_t{1});
+  falloff.Set(kFalloffSizeId, Vec3D(100, 1000, 1000));
+  falloff.Set(kFalloffInnerId, 1.0);
+  volume.Set(VoxelDistanceConstraint::kReferenceId, OperatorBench::LinkTo(falloff));
+  volume.Set(VoxelDistanceConstraint::kDistanceId, 130.0);
+  burn_->Set(kFalloffsId, OperatorBench::ListOf({&falloff}));
+  burn_->Set(kConstraintsId, OperatorBench::ListOf({&volume}));
   Ready();
   Of(heat_).Fill(700);
   Of(fuel_).Fill(1);
@@ -191,10 +195,10 @@ TEST_F(Combustion, WhatIsMissingLeavesItIdle) {
   EXPECT_FALSE(bench_.Run(*burn_));
   bench_.scene().info.substepDuration = 0.1;
   EXPECT_TRUE(bench_.Run(*burn_));
-  burn_->Set(1001, Value());
+  burn_->Set(GridCombustion::kFireId, Value());
   bench_.Link();
   EXPECT_FALSE(bench_.Run(*burn_));
-  burn_->Set(1001, OperatorBench::LinkTo(*fire_));
+  burn_->Set(GridCombustion::kFireId, OperatorBench::LinkTo(*fire_));
   bench_.Link();
   bench_.Get<ChannelBase_Scalar>(*heat_).grid =
       std::make_unique<ScalarGrid>(VecInt3D(3, 3, 3), Vec3D(75), 0.25f, kGridTemperature, Vec3D());

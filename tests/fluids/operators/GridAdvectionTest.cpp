@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
 #include "fluids/operators/GridAdvection.h"
 #include "tests/support/Cells.h"
 #include "tests/support/GasScene.h"
@@ -16,14 +18,14 @@ class AdvectionScene : public GasScene {
  public:
   explicit AdvectionScene(std::int64_t scheme, bool velocityTarget = false) : GasScene({18, 16, 17}) {
     smoke = &Add("channel_scalar", "smoke");
-    smoke->Set(1051, 100.0);
+    smoke->Set(ScalarGridChannel::kValueMaxId, 100.0);
     colour = &Add("channel_vector", "colour");
-    colour->Set(1051, Vec3D(100));
+    colour->Set(VectorGridChannel::kValueMaxId, Vec3D(100));
     node = &Add("grid_advection", "Carry");
-    node->Set(1005, LinkTo(*fluid));
-    node->Set(1002, scheme);
-    node->Set(1003, std::int64_t(1));
-    if (!velocityTarget) node->Set(1000, LinkTo(*smoke));
+    node->Set(GridAdvection::kSolverId, LinkTo(*fluid));
+    node->Set(GridAdvection::kSchemeId, scheme);
+    node->Set(GridAdvection::kIntegratorId, Integrator::Heun);
+    if (!velocityTarget) node->Set(GridAdvection::kChannelId, LinkTo(*smoke));
     Step(0);
     Step(1);
   }
@@ -110,7 +112,7 @@ TEST(GridAdvection, WithoutATargetTheVelocityCarriesItself) {
 TEST(GridAdvection, AVectorChannelTakesTheConservativeSchemesAsThePlainOne) {
   AdvectionScene plain(0), conservative(2);
   for (AdvectionScene* scene : {&plain, &conservative}) {
-    scene->node->Set(1000, scene->LinkTo(*scene->colour));
+    scene->node->Set(GridAdvection::kChannelId, scene->LinkTo(*scene->colour));
     GridAdvection& advection = scene->Linked();
     ASSERT_NE(advection.vectorChannel, nullptr);
     scene->Blow({0.3, 0.7, -0.2});
@@ -134,11 +136,11 @@ TEST(GridAdvection, RestsWithoutWhatItNeeds) {
     advection.Prepare();
     return advection.IsActive();
   }());
-  scene.smoke->Set(1002, std::int64_t(0));  // no previous grid
+  scene.smoke->Set(ScalarGridChannel::kKeepPreviousId, std::int64_t(0));  // no previous grid
   scene.Linked().Prepare();
   EXPECT_FALSE(scene.NodeOf<GridAdvection>(*scene.node)->IsActive());
-  scene.smoke->Set(1002, std::int64_t(1));
-  scene.node->Set(1005, LinkValue{});
+  scene.smoke->Set(ScalarGridChannel::kKeepPreviousId, std::int64_t(1));
+  scene.node->Set(GridAdvection::kSolverId, LinkValue{});
   GridAdvection& advection = scene.Linked();
   EXPECT_FALSE(advection.ResolveLinks());
   advection.Prepare();

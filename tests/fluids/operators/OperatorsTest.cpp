@@ -4,11 +4,17 @@
 
 #include <cmath>
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/operators/ChannelOperator_Math.h"
+#include "fluids/operators/GridCombustion.h"
 #include "fluids/operators/GridCooling.h"
 #include "fluids/operators/GridDiffusion.h"
 #include "fluids/operators/GridDissipate.h"
+#include "fluids/operators/GridOperator.h"
 #include "fluids/operators/GridVariableDensity.h"
+#include "host/geometry/GeometryTypes.h"
 #include "tests/fluids/operators/OperatorBench.h"
 #include "tests/support/Workers.h"
 
@@ -25,12 +31,12 @@ constexpr VecInt3D kCells{9, 8, 7};
 class Cooling : public testing::TestWithParam<std::int64_t> {
  protected:
   Cooling() {
-    cool_.Set(1000, OperatorBench::LinkTo(heat_));
-    cool_.Set(1002, 0.5);
-    cool_.Set(1004, GetParam());
-    heat_.Set(1050, 20.0);
-    heat_.Set(1051, 1020.0);
-    fire_.Set(2000, 816.0);  // a threshold of 0.8
+    cool_.Set(GridCooling::kTemperatureId, OperatorBench::LinkTo(heat_));
+    cool_.Set(GridCooling::kRateId, 0.5);
+    cool_.Set(GridCooling::kModelId, GetParam());
+    heat_.Set(TemperatureGridChannel::kValueMinId, 20.0);
+    heat_.Set(TemperatureGridChannel::kValueMaxId, 1020.0);
+    fire_.Set(FireGridChannel::kFlameTemperatureId, 816.0);  // a threshold of 0.8
   }
   void Ready() {
     bench_.Link();
@@ -67,7 +73,7 @@ TEST_P(Cooling, FollowsItsLawAndEndsAtTheMinimum) {
 }
 
 TEST_P(Cooling, FlamesAgeAndKeepTheirHeat) {
-  cool_.Set(1001, OperatorBench::LinkTo(fire_));
+  cool_.Set(GridCooling::kFireId, OperatorBench::LinkTo(fire_));
   Ready();
   constexpr double kFlames[] = {0, 0, 0.01, 0.5, 0.8, 0.805, 0.9, 1.7, 0};
   FillCells(bench_.GridOf(fire_), [&](int i, int, int) { return kFlames[i]; });
@@ -86,14 +92,14 @@ TEST_P(Cooling, FlamesAgeAndKeepTheirHeat) {
 
 TEST_P(Cooling, AmountsScaleTheLoss) {
   BaseObject& falloff = bench_.Add("falloff", "half");
-  falloff.Set(1101, Vec3D(1e6, 1e6, 1e6));
-  falloff.Set(1103, 0.25);
-  cool_.Set(2503, OperatorBench::ListOf({&falloff}));
+  falloff.Set(kFalloffSizeId, Vec3D(1e6, 1e6, 1e6));
+  falloff.Set(kFalloffStrengthId, 0.25);
+  cool_.Set(kFalloffsId, OperatorBench::ListOf({&falloff}));
   Ready();
   bench_.GridOf(heat_).Fill(800);
   ASSERT_TRUE(bench_.Run(cool_));
   EXPECT_NEAR(bench_.GridOf(heat_)(4, 4, 4), 800 - (800 - Law(800)) / 4, 1e-9);
-  falloff.Set(1103, 0.0);
+  falloff.Set(kFalloffStrengthId, 0.0);
   bench_.Run(cool_);
   const double after = bench_.GridOf(heat_)(4, 4, 4);
   bench_.Run(cool_);
@@ -107,7 +113,7 @@ TEST(CoolingModels, TheFourthPowerDoesNotDependOnTheStep) {
   for (int n = 0; n < 2; ++n) {
     OperatorBench bench;
     BaseObject &cool = bench.Add("grid_cooling", "cool"), &heat = bench.Add("channel_temp", "heat");
-    cool.Set(1000, OperatorBench::LinkTo(heat));
+    cool.Set(GridCooling::kTemperatureId, OperatorBench::LinkTo(heat));
     bench.Link();
     bench.Fit(kCells);
     bench.GridOf(heat).Fill(4000);
@@ -122,9 +128,9 @@ TEST(CoolingModels, TheFourthPowerDoesNotDependOnTheStep) {
 TEST(Dissipate, FallsButNeverCrossesTheBackground) {
   OperatorBench bench;
   BaseObject &fade = bench.Add("grid_dissipate", "fade"), &smoke = bench.Add("channel_scalar", "smoke");
-  fade.Set(1000, OperatorBench::LinkTo(smoke));
-  fade.Set(1001, 4.0);
-  smoke.Set(1052, 0.25);
+  fade.Set(GridDissipate::kChannelId, OperatorBench::LinkTo(smoke));
+  fade.Set(GridDissipate::kRateId, 4.0);
+  smoke.Set(ScalarGridChannel::kBackgroundId, 0.25);
   bench.Link();
   bench.Fit(kCells);
   const auto start = [](int i, int, int) { return 0.1 * i; };
@@ -142,9 +148,9 @@ TEST(Dissipate, FallsButNeverCrossesTheBackground) {
 TEST(Dissipate, VectorComponentsFallTogether) {
   OperatorBench bench;
   BaseObject &fade = bench.Add("grid_dissipate", "fade"), &colour = bench.Add("channel_vector", "colour");
-  fade.Set(1000, OperatorBench::LinkTo(colour));
-  fade.Set(1001, 4.0);
-  colour.Set(1051, Vec3D(2, 9, 9));
+  fade.Set(GridDissipate::kChannelId, OperatorBench::LinkTo(colour));
+  fade.Set(GridDissipate::kRateId, 4.0);
+  colour.Set(VectorGridChannel::kValueMaxId, Vec3D(2, 9, 9));
   bench.Link();
   bench.Fit(kCells);
   auto& grids = bench.Get<VectorGridChannel>(colour).grids;
@@ -164,11 +170,11 @@ TEST(Density, IsThatOfAWarmSmokyGas) {
   OperatorBench bench;
   BaseObject &density = bench.Add("grid_variabledensity", "density"), &target = bench.Add("channel_scalar", "target"),
              &smoke = bench.Add("channel_scalar", "smoke"), &heat = bench.Add("channel_temp", "heat");
-  density.Set(1000, OperatorBench::LinkTo(target));
-  density.Set(1001, OperatorBench::LinkTo(smoke));
-  density.Set(1002, OperatorBench::LinkTo(heat));
-  density.Set(1004, 1.2);
-  density.Set(1005, 3.0);
+  density.Set(GridVariableDensity::kTargetId, OperatorBench::LinkTo(target));
+  density.Set(GridVariableDensity::kDensityId, OperatorBench::LinkTo(smoke));
+  density.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
+  density.Set(GridVariableDensity::kAirDensityId, 1.2);
+  density.Set(GridVariableDensity::kGasDensityId, 3.0);
   bench.Link();
   bench.Fit(kCells);
   FillCells(bench.GridOf(smoke), [](int i, int, int) { return 0.1 * i; });
@@ -204,9 +210,9 @@ TEST(Density, AStaggeredTargetTakesHalvesFromBothSides) {
     bench.factory.Add<FaceChannel>();
     BaseObject &density = bench.Add("grid_variabledensity", "density"), &target = bench.Add("faces", "target"),
                &smoke = bench.Add("channel_scalar", "smoke"), &heat = bench.Add("channel_temp", "heat");
-    density.Set(1000, OperatorBench::LinkTo(target));
-    density.Set(1001, OperatorBench::LinkTo(smoke));
-    density.Set(1002, OperatorBench::LinkTo(heat));
+    density.Set(GridVariableDensity::kTargetId, OperatorBench::LinkTo(target));
+    density.Set(GridVariableDensity::kDensityId, OperatorBench::LinkTo(smoke));
+    density.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
     bench.Link();
     bench.Fit({9, 8, 15});
     FillCells(bench.GridOf(smoke), [](int i, int j, int k) { return 0.03 * i + 0.05 * j * k; });
@@ -232,11 +238,11 @@ TEST(Density, AStaggeredTargetTakesHalvesFromBothSides) {
 class Diffusion : public testing::Test {
  protected:
   void Ready(std::int64_t mode, double alpha, std::int64_t rounds = 1) {
-    blur_.Set(1003, OperatorBench::LinkTo(smoke_));
-    blur_.Set(1005, mode);
-    blur_.Set(1001, alpha * OperatorBench::kCell / bench_.scene().info.substepDuration);
-    blur_.Set(1002, rounds);
-    smoke_.Set(1051, 100.0);
+    blur_.Set(GridDiffusion::kChannelId, OperatorBench::LinkTo(smoke_));
+    blur_.Set(GridDiffusion::kModeId, mode);
+    blur_.Set(GridDiffusion::kAlphaId, alpha * OperatorBench::kCell / bench_.scene().info.substepDuration);
+    blur_.Set(GridDiffusion::kRoundsId, rounds);
+    smoke_.Set(ScalarGridChannel::kValueMaxId, 100.0);
     bench_.Link();
     bench_.Fit(kN);
   }
@@ -299,7 +305,7 @@ TEST_F(Diffusion, NeighboursAreAveragedInEachRound) {
     });
     // Two rounds are one and another one.
     const ScalarGrid once = grid;
-    blur_.Set(1002, std::int64_t{2});
+    blur_.Set(GridDiffusion::kRoundsId, std::int64_t{2});
     bench_.Link();
     FillCells(grid, start);
     bench_.Run(blur_);
@@ -314,8 +320,8 @@ TEST_F(Diffusion, EachComponentOfAVectorIsBlurred) {
   BaseObject& colour = bench_.Add("channel_vector", "colour");
   for (const std::int64_t mode : {0, 1}) {
     Ready(mode, 0.5);
-    blur_.Set(1003, OperatorBench::LinkTo(colour));
-    colour.Set(1051, Vec3D(9, 9, 9));
+    blur_.Set(GridDiffusion::kChannelId, OperatorBench::LinkTo(colour));
+    colour.Set(VectorGridChannel::kValueMaxId, Vec3D(9, 9, 9));
     bench_.Link();
     bench_.Fit(kN);
     auto& grids = bench_.Get<VectorGridChannel>(colour).grids;
@@ -361,8 +367,8 @@ TEST_P(Math, OnScalars) {
   OperatorBench bench;
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_scalar", "target"),
              &source = bench.Add("channel_scalar", "source"), &vector = bench.Add("channel_vector", "vector");
-  math.Set(1001, GetParam().operation);
-  math.Set(1002, 2.0);
+  math.Set(ChannelOperator_Math::kOperationId, GetParam().operation);
+  math.Set(ChannelOperator_Math::kValueId, 2.0);
   bench.Link();
   bench.Fit(kCells);
   auto& channel = bench.Get<ChannelBase_Scalar>(target);
@@ -376,24 +382,24 @@ TEST_P(Math, OnScalars) {
   // The same from a channel, and from the first component of a vector.
   bench.GridOf(source).Fill(2);
   for (int c = 0; c < 3; ++c) bench.Get<VectorGridChannel>(vector).grids[c]->Fill(c == 0 ? 2 : -50);
-  math.Set(1002, -9.0);
+  math.Set(ChannelOperator_Math::kValueId, -9.0);
   for (const BaseObject* link : {&source, &vector}) {
-    math.Set(1000, OperatorBench::LinkTo(*link));
+    math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(*link));
     bench.Link();
     EXPECT_EQ(result(), GetParam().expected);
   }
   // The emitter's weight and the constraints scale the operand; where nothing is left the cell stays.
-  math.Set(1000, OperatorBench::LinkTo(source));
+  math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(source));
   bench.GridOf(source).Fill(4);
   BaseObject& half = bench.Add("constraint_gridvalue", "half");
-  half.Set(1000, OperatorBench::LinkTo(target));
-  half.Set(1001, std::int64_t{1});  // anything but 0
-  half.Set(1004, std::int64_t{0});
-  half.Set(1103, 0.5);
-  math.Set(kConstraintListId, OperatorBench::ListOf({&half}));
+  half.Set(GridValueConstraint::kChannelId, OperatorBench::LinkTo(target));
+  half.Set(GridValueConstraint::kTestId, GridValueConstraint::Test::NotEqual);  // anything but 0
+  half.Set(GridValueConstraint::kUseCurveId, std::int64_t{0});
+  half.Set(Constraint::kIntensityId, 0.5);
+  math.Set(kConstraintsId, OperatorBench::ListOf({&half}));
   bench.Link();
   EXPECT_EQ(result(), GetParam().expected);
-  half.Set(1103, 0.0);
+  half.Set(Constraint::kIntensityId, 0.0);
   bench.Link();
   EXPECT_EQ(result(), 3);
 }
@@ -402,9 +408,9 @@ TEST_P(Math, OnVectors) {
   OperatorBench bench;
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_vector", "target"),
              &source = bench.Add("channel_scalar", "source"), &vector = bench.Add("channel_vector", "vector");
-  math.Set(1001, GetParam().operation);
-  math.Set(1002, 2.0);
-  math.Set(1003, Vec3D(2, 0.5, -1));
+  math.Set(ChannelOperator_Math::kOperationId, GetParam().operation);
+  math.Set(ChannelOperator_Math::kValueId, 2.0);
+  math.Set(ChannelOperator_Math::kVectorValueId, Vec3D(2, 0.5, -1));
   bench.Link();
   bench.Fit(kCells);
   auto& channel = bench.Get<VectorGridChannel>(target);
@@ -419,17 +425,17 @@ TEST_P(Math, OnVectors) {
   const auto op = static_cast<std::size_t>(GetParam().operation);
   const auto expected = [&](const Vec3D* table) { return op < 6 ? table[op] : Vec3D(3, 1, -2); };
   EXPECT_EQ(result(), expected(byNumber));
-  math.Set(1005, std::int64_t{1});
+  math.Set(ChannelOperator_Math::kUseVectorId, std::int64_t{1});
   bench.Link();
   EXPECT_EQ(result(), expected(byVector));
   bench.GridOf(source).Fill(2);
-  math.Set(1000, OperatorBench::LinkTo(source));
+  math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(source));
   bench.Link();
   EXPECT_EQ(result(), expected(byNumber));
   const Vec3D values(2, 0.5, -1);
   for (int c = 0; c < 3; ++c) bench.Get<VectorGridChannel>(vector).grids[c]->Fill(values[c]);
-  math.Set(1000, OperatorBench::LinkTo(vector));
-  math.Set(1003, Vec3D(99, 99, 99));
+  math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(vector));
+  math.Set(ChannelOperator_Math::kVectorValueId, Vec3D(99, 99, 99));
   bench.Link();
   EXPECT_EQ(result(), expected(byVector));
 }
@@ -444,7 +450,7 @@ TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
   bench.factory.Add<Gas>();
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_vector", "target"),
              &gas = bench.Add("stand_in_solver", "gas");
-  math.Set(1000, OperatorBench::LinkTo(gas));
+  math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(gas));
   bench.Link();
   bench.Fit(kCells);
   auto& velocity = bench.Get<Gas>(gas).velocity;
@@ -472,21 +478,23 @@ TEST_P(OperatorThreads, SameBits) {
                &fire = bench.Add("channel_fire", "fire"), &fuel = bench.Add("channel_fuel", "fuel"),
                &smoke = bench.Add("channel_scalar", "smoke"), &gas = bench.Add("stand_in_solver", "gas"),
                &where = bench.Add("constraint_gridvalue", "where");
-    where.Set(1000, OperatorBench::LinkTo(heat));
-    where.Set(1002, 0.01);
-    object.Set(kConstraintListId, OperatorBench::ListOf({&where}));
+    where.Set(GridValueConstraint::kChannelId, OperatorBench::LinkTo(heat));
+    where.Set(GridValueConstraint::kLowId, 0.01);
+    object.Set(kConstraintsId, OperatorBench::ListOf({&where}));
     const std::string type = GetParam();
     object.Set(type == "grid_diffusion" ? 1003 : 1000,
                OperatorBench::LinkTo(type == "grid_variabledensity" ? smoke : heat));
     if (type == "grid_combustion_fire") {
-      object.Set(1001, OperatorBench::LinkTo(fire));
-      object.Set(1002, OperatorBench::LinkTo(fuel));
-      object.Set(1003, OperatorBench::LinkTo(smoke));
-      object.Set(12, OperatorBench::LinkTo(gas));
+      object.Set(GridCombustion::kFireId, OperatorBench::LinkTo(fire));
+      object.Set(GridCombustion::kFuelId, OperatorBench::LinkTo(fuel));
+      object.Set(GridCombustion::kSmokeId, OperatorBench::LinkTo(smoke));
+      object.Set(GridCombustion::kSolverId, OperatorBench::LinkTo(gas));
     }
     if (type == "grid_variabledensity")
-      object.Set(1001, OperatorBench::LinkTo(fuel)), object.Set(1002, OperatorBench::LinkTo(heat));
-    if (type == "grid_diffusion") object.Set(1005, std::int64_t{0}), object.Set(1001, 4.0);
+      object.Set(GridVariableDensity::kDensityId, OperatorBench::LinkTo(fuel)),
+          object.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
+    if (type == "grid_diffusion")
+      object.Set(GridDiffusion::kModeId, DiffusionMode::Gaussian), object.Set(GridDiffusion::kAlphaId, 4.0);
     bench.Link();
     bench.Fit({11, 9, 12});
     FillCells(bench.GridOf(heat),
@@ -511,7 +519,7 @@ INSTANTIATE_TEST_SUITE_P(Types, OperatorThreads,
 TEST(Falloff, FormsAndTheirBorders) {
   OperatorBench bench;
   BaseObject& object = bench.Add("falloff", "f");
-  object.Set(1101, Vec3D(100, 200, 50));
+  object.Set(kFalloffSizeId, Vec3D(100, 200, 50));
   const auto at = [&](const Vec3D& p) {
     double value = 2;
     object.data()->AsFalloff()->MultiplyRow(object, p, {}, {&value, 1});
@@ -522,17 +530,17 @@ TEST(Falloff, FormsAndTheirBorders) {
   EXPECT_NEAR(at({75, 0, 0}), 0.5, 1e-12);
   EXPECT_NEAR(at({0, 150, 0}), 0.5, 1e-12);
   EXPECT_EQ(at({0, 0, 50}), 0);
-  object.Set(1100, std::int64_t{1});
+  object.Set(kFalloffShapeId, std::int64_t{1});
   EXPECT_NEAR(at({75, 150, 37.5}), 0.5, 1e-12);
   EXPECT_EQ(at({0, 201, 0}), 0);
-  object.Set(1100, std::int64_t{2});
-  object.Set(1102, 0.0);
+  object.Set(kFalloffShapeId, std::int64_t{2});
+  object.Set(kFalloffInnerId, 0.0);
   EXPECT_NEAR(at({7, 7, -25}), 0.75, 1e-12);
-  object.Set(1104, std::int64_t{1});
+  object.Set(kFalloffInvertId, std::int64_t{1});
   EXPECT_NEAR(at({7, 7, -25}), 0.25, 1e-12);
-  object.Set(1103, 0.5);
+  object.Set(kFalloffStrengthId, 0.5);
   EXPECT_NEAR(at({7, 7, -25}), 0.125, 1e-12);
-  object.Set(1101, Vec3D());
+  object.Set(kFalloffSizeId, Vec3D());
   EXPECT_TRUE(std::isfinite(at({1, 2, 3})));
 }
 

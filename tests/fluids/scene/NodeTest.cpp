@@ -5,6 +5,7 @@
 #include "fluids/helpers/Duration.h"
 #include "fluids/helpers/Kernel.h"
 #include "fluids/helpers/Property.h"
+#include "fluids/scene/RootObject.h"
 #include "fluids/scene/StateCheck.h"
 #include "tests/fluids/scene/TraceNode.h"
 
@@ -18,21 +19,21 @@ TEST(Handler, ConvertsLikeTheHost) {
   TracedScene s;
   BaseObject& n = s.AddTrace("n", 0);
   const C4D_InterfaceHandler handler(&n);
-  n.Set(3, std::int64_t(2));
-  EXPECT_FALSE(handler.GetBool(3)) << "only 1 is true";
-  n.Set(6, 3.99);
-  EXPECT_EQ(handler.GetInt(6), 3);
-  n.Set(6, -3.99);
-  EXPECT_EQ(handler.GetInt(6), -3);
-  n.Set(6, 1e300);
-  EXPECT_EQ(handler.GetInt(6), 2147483647);
-  n.Set(8, 0.2);
-  EXPECT_EQ(handler.GetFloat(8), 0.2f);
-  EXPECT_EQ(handler.GetDouble(8), 0.2);
+  n.Set(TraceNode::kSerialId, std::int64_t(2));
+  EXPECT_FALSE(handler.GetBool(TraceNode::kSerialId)) << "only 1 is true";
+  n.Set(TraceNode::kRoundsId, 3.99);
+  EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), 3);
+  n.Set(TraceNode::kRoundsId, -3.99);
+  EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), -3);
+  n.Set(TraceNode::kRoundsId, 1e300);
+  EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), 2147483647);
+  n.Set(TraceNode::kSpeedId, 0.2);
+  EXPECT_EQ(handler.GetFloat(TraceNode::kSpeedId), 0.2f);
+  EXPECT_EQ(handler.GetDouble(TraceNode::kSpeedId), 0.2);
   EXPECT_EQ(handler.GetVecInt(kPositionId), VecInt3D());
   const C4D_InterfaceHandler none;
-  EXPECT_EQ(none.GetInt(1, 42), 42);
-  EXPECT_EQ(none.GetString(1, "x"), "x");
+  EXPECT_EQ(none.GetInt(TraceNode::kStageBitsId, 42), 42);
+  EXPECT_EQ(none.GetString(TraceNode::kStageBitsId, "x"), "x");
   EXPECT_FALSE(none.HasObject());
   EXPECT_EQ(none.GetDocument(), nullptr);
   std::uint32_t count;
@@ -56,7 +57,7 @@ TEST(Handler, ObjectDefaultAndReadersFallbackDiffer) {
 TEST(Dirty, FirstCheckFindsAChangeAndMarksPersist) {
   TracedScene s;
   BaseObject& n = s.AddTrace("n", 0);
-  n.Set(10, std::int64_t(1));
+  n.Set(TraceNode::kIdleId, std::int64_t(1));
   s.Step(0);
   TraceNode node(&n, s.scene());
   node.CheckDirty();
@@ -68,13 +69,13 @@ TEST(Dirty, FirstCheckFindsAChangeAndMarksPersist) {
   node.ReleaseLinks();
   node.CheckDirty();
   EXPECT_TRUE(node.IsDirty()) << "a mark shows once more at the next check";
-  n.Set(8, 3.0);
+  n.Set(TraceNode::kSpeedId, 3.0);
   node.ReleaseLinks();
   node.CheckDirty();
   EXPECT_TRUE(node.IsDirty());
 }
 
-TEST(Iteration, RoundsAndRepeats) {
+TEST(Iteration, RoundsEndAtTheCount) {
   TracedScene s;
   BaseObject& n = s.AddTrace("n", 0);
   s.Step(0);
@@ -87,8 +88,6 @@ TEST(Iteration, RoundsAndRepeats) {
   };
   node.iterationCount = 3;
   EXPECT_EQ(rounds(), "012");
-  node.SetIterationRepeat(2, 3);
-  EXPECT_EQ(rounds(), "0101012") << "round 2 sends back twice";
   node.iterationCount = 0;
   EXPECT_EQ(rounds(), "");
 }
@@ -124,9 +123,9 @@ TEST(Duration, WindowsPausesAndWeights) {
 TEST(Duration, FrameModeCountsInFrames) {
   TracedScene s;
   BaseObject& object = s.Add("duration", "d");
-  object.Set(1008, std::int64_t(1));
-  object.Set(1005, std::int64_t(12));
-  object.Set(1006, std::int64_t(6));
+  object.Set(Duration::kUseFramesId, std::int64_t(1));
+  object.Set(Duration::kLengthFramesId, std::int64_t(12));
+  object.Set(Duration::kStartFrameId, std::int64_t(6));
   s.Step(0);
   const Duration* d = s.NodeOf<Duration>(object);
   ASSERT_NE(d, nullptr);
@@ -137,7 +136,7 @@ TEST(Duration, FrameModeCountsInFrames) {
 TEST(Kernel, NormalisedKindsIntegrateToOne) {
   // 4 pi times the integral of r^2 w(r); kinds 3 to 5 are as they are given and don't.
   const double h = 0.7;
-  const auto integral = [&](int kind) {
+  const auto integral = [&](KernelKind kind) {
     double sum = 0;
     const int steps = 200000;
     for (int n = 0; n < steps; ++n) {
@@ -146,9 +145,9 @@ TEST(Kernel, NormalisedKindsIntegrateToOne) {
     }
     return sum;
   };
-  EXPECT_NEAR(integral(1), 1, 1e-6);
-  EXPECT_NEAR(integral(2), 1, 1e-6);
-  EXPECT_NEAR(integral(0), 0.19875, 1e-4) << "the Gaussian's part within one sigma";
+  EXPECT_NEAR(integral(KernelKind::Poly6), 1, 1e-6);
+  EXPECT_NEAR(integral(KernelKind::Poly6Radius), 1, 1e-6);
+  EXPECT_NEAR(integral(KernelKind::Gauss), 0.19875, 1e-4) << "the Gaussian's part within one sigma";
 }
 
 TEST(Kernel, CentreEdgeAndCurve) {
@@ -158,10 +157,10 @@ TEST(Kernel, CentreEdgeAndCurve) {
     EXPECT_LE(EvaluateKernel(kind, {1, 2, 3}, {1, 2, 5.5}, h), 0) << kind;
     EXPECT_EQ(EvaluateKernel(kind, {1, 2, 3}, {1, 1, 3}, h), EvaluateKernel(kind, {1, 1, 3}, {1, 2, 3}, h));
   }
-  EXPECT_EQ(EvaluateKernel(13, {}, {}, h), 0);
+  EXPECT_EQ(EvaluateKernel(KernelKind(13), {}, {}, h), 0);
   TracedScene s;
   BaseObject& object = s.Add("kernel", "k");
-  object.Set(7150, std::int64_t(12));
+  object.Set(Kernel::kKindId, KernelKind::Curve);
   s.Step(0);
   const Kernel* kernel = s.NodeOf<Kernel>(object);
   ASSERT_NE(kernel, nullptr);
@@ -171,13 +170,13 @@ TEST(Kernel, CentreEdgeAndCurve) {
 
 TEST(Property, RadiusIsInVoxels) {
   TracedScene s;
-  s.root->Set(1002, 0.5);
+  s.root->Set(RootSettings::kVoxelSizeId, 0.5);
   BaseObject& real = s.Add("property_scalar", "r");
-  real.Set(1000, 3.0);
-  real.Set(2001, std::int64_t(0));
+  real.Set(iProperty::kValueId, 3.0);
+  real.Set(iProperty::kPropertyIdId, std::int64_t(0));
   BaseObject& whole = s.Add("property_int", "i");
-  whole.Set(1000, 3.0);
-  whole.Set(2001, std::int64_t(0));
+  whole.Set(iProperty::kValueId, 3.0);
+  whole.Set(iProperty::kPropertyIdId, std::int64_t(0));
   s.Step(0);
   EXPECT_DOUBLE_EQ(s.NodeOf<Property<double>>(real)->value, 1.5);
   EXPECT_EQ(s.NodeOf<Property<std::int32_t>>(whole)->value, 1) << "1.5 and half a cell, truncated";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/scene/RootObject.h"
 #include "fluids/scene/StageRunner.h"
 #include "tests/fluids/scene/TraceNode.h"
 
@@ -38,8 +39,8 @@ TEST(Pipeline, BlocksOpenAtAChangeOfKindAndAtOwnBlocks) {
   s.AddTrace("c", bit, 3, false).Set(kOwnBlockId, std::int64_t(1));
   s.AddTrace("d", bit, 4, true);
   BaseObject& e = s.AddTrace("e", bit, 5, true);
-  e.Set(4, std::int64_t(1));
-  e.Set(6, std::int64_t(2));
+  e.Set(TraceNode::kIteratedId, std::int64_t(1));
+  e.Set(TraceNode::kRoundsId, std::int64_t(2));
   s.Step(0);
   s.scene().SetStage(kStageStart);
   s.scene().EvaluateStage();
@@ -61,9 +62,9 @@ TEST(Pipeline, EachKindOfBlockCallsItsPhases) {
   const auto calls = [&](bool serial, bool iterated, bool each) {
     TracedScene s;
     BaseObject& n = s.AddTrace("n", bit, 0, serial);
-    n.Set(4, std::int64_t(iterated));
-    n.Set(5, std::int64_t(each));
-    n.Set(6, std::int64_t(2));
+    n.Set(TraceNode::kIteratedId, std::int64_t(iterated));
+    n.Set(TraceNode::kEachId, std::int64_t(each));
+    n.Set(TraceNode::kRoundsId, std::int64_t(2));
     s.Step(0);
     std::string text;
     for (const std::string& call : s.log.calls) text += call.substr(2) + " ";
@@ -82,7 +83,7 @@ TEST(PipelineThreads, AParallelBlockRunsOnEveryWorker) {
   s.Step(0);
   EXPECT_EQ(s.log.processed.load(), 8);
   s.log.processed = 0;
-  s.root->Set(1009, std::int64_t(3));
+  s.root->Set(RootSettings::kMaxThreadsId, std::int64_t(3));
   s.Step(1);
   EXPECT_EQ(s.log.processed.load(), 3) << "the scene's own limit";
 }
@@ -155,7 +156,7 @@ TEST(Pipeline, AValueThatIsNoNumberEndsTheRunByName) {
   BaseObject& bad = s.AddTrace("bad", StageBit(kStageOperators), 2);
   s.AddTrace("later", StageBit(kStageForces));
   s.StepThrough(0, 2);
-  bad.Set(9, std::int64_t(1));
+  bad.Set(TraceNode::kPoisonId, std::int64_t(1));
   s.log.calls.clear();
   s.Step(3);
   ASSERT_NE(s.hook.Failure(), nullptr);
@@ -196,7 +197,7 @@ TEST(Pipeline, SortIsSafeForAnyRelation) {
 
 TEST(Pipeline, AWarningIsToldOnceARun) {
   TracedScene checked, run;
-  for (TracedScene* t : {&checked, &run}) t->AddTrace("a", 0).Set(10, std::int64_t(1));
+  for (TracedScene* t : {&checked, &run}) t->AddTrace("a", 0).Set(TraceNode::kIdleId, std::int64_t(1));
   checked.AddTrace("busy", 0);
   checked.hook.BuildScenes(checked.document, false);
   ASSERT_EQ(checked.warnings.size(), 1u);  // known without a step

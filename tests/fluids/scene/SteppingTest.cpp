@@ -2,21 +2,23 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/scene/RootObject.h"
 #include "tests/fluids/scene/TraceNode.h"
 
 namespace orlix {
 namespace {
 
 using test::TracedScene;
+using test::TraceNode;
 
 struct Stepper : TracedScene {
   Stepper() {
     node = &AddTrace("n", StageBit(kStageOperators));
-    root->Set(1006, std::int64_t(0));
-    root->Set(1007, std::int64_t(0));
-    root->Set(1008, std::int64_t(20));
-    root->Set(1003, std::int64_t(1));
-    root->Set(1005, std::int64_t(1));  // two sub-steps
+    root->Set(RootSettings::kDocumentRangeId, std::int64_t(0));
+    root->Set(RootSettings::kStartFrameId, std::int64_t(0));
+    root->Set(RootSettings::kEndFrameId, std::int64_t(20));
+    root->Set(RootSettings::kSubstepModeId, SubstepMode::FixedCount);
+    root->Set(RootSettings::kMaxSubstepsId, std::int64_t(1));  // two sub-steps
   }
   struct Outcome {
     int substeps, resets;
@@ -51,8 +53,8 @@ TEST(Stepping, ARepeatedFrameIsAnUpdatePass) {
   auto again = s.Move(2);
   EXPECT_EQ(s.CountCalls(".Process"), 0) << "the mark of the simulated frame is still seen, but runs nothing";
   EXPECT_EQ(s.Move(2).substeps, 0) << "nothing changed";
-  s.node->Set(8, 1.0);
-  s.node->Set(7, std::int64_t(1));
+  s.node->Set(TraceNode::kSpeedId, 1.0);
+  s.node->Set(TraceNode::kUpdateId, std::int64_t(1));
   again = s.Move(2);
   EXPECT_EQ(again.substeps, 1);
   EXPECT_EQ(s.CountCalls("n.Process"), 1);
@@ -80,7 +82,7 @@ TEST(Stepping, BackToTheStartBeforeItAndPastTheEnd) {
   EXPECT_EQ(start.resets, 1);
   EXPECT_EQ(start.time, 0);
   s.Move(1);
-  s.root->Set(1007, std::int64_t(3));
+  s.root->Set(RootSettings::kStartFrameId, std::int64_t(3));
   auto before = s.Move(2);
   EXPECT_EQ(before.resets, 1);
   EXPECT_EQ(before.substeps, 0);
@@ -92,7 +94,7 @@ TEST(Stepping, BackToTheStartBeforeItAndPastTheEnd) {
 TEST(Stepping, AChangedCellSizeResetsOnce) {
   Stepper s;
   for (int f = 0; f <= 3; ++f) s.Move(f);
-  s.root->Set(1002, 0.1);
+  s.root->Set(RootSettings::kVoxelSizeId, 0.1);
   auto changed = s.Move(4);
   EXPECT_EQ(changed.resets, 1);
   EXPECT_EQ(changed.substeps, 1);
@@ -101,12 +103,12 @@ TEST(Stepping, AChangedCellSizeResetsOnce) {
 
 TEST(Stepping, SwappedRangeAndDocumentRange) {
   Stepper s;
-  s.root->Set(1007, std::int64_t(8));
-  s.root->Set(1008, std::int64_t(2));
+  s.root->Set(RootSettings::kStartFrameId, std::int64_t(8));
+  s.root->Set(RootSettings::kEndFrameId, std::int64_t(2));
   EXPECT_EQ(s.Move(3).substeps, 1) << "start and end are swapped";
   EXPECT_EQ(s.Move(8).substeps, 0);
   Stepper d;
-  d.root->Set(1006, std::int64_t(1));
+  d.root->Set(RootSettings::kDocumentRangeId, std::int64_t(1));
   d.document.maxTime = BaseTime::OfFrame(4, 24);
   d.Move(0);
   EXPECT_EQ(d.Move(4).substeps, 1) << "the document's last frame is simulated";
@@ -119,13 +121,13 @@ std::vector<double> Split(double wishFraction, int minSubsteps, int maxSubsteps)
   TracedScene s;
   s.document.fps = 30;
   BaseObject& node = s.AddTrace("n", StageBit(kStageOperators));
-  s.root->Set(1002, 1.0);
-  s.root->Set(1011, 1.0);
-  s.root->Set(1010, std::int64_t(minSubsteps - 1));
-  s.root->Set(1005, std::int64_t(maxSubsteps - 1));
+  s.root->Set(RootSettings::kVoxelSizeId, 1.0);
+  s.root->Set(RootSettings::kCflId, 1.0);
+  s.root->Set(RootSettings::kMinSubstepsId, std::int64_t(minSubsteps - 1));
+  s.root->Set(RootSettings::kMaxSubstepsId, std::int64_t(maxSubsteps - 1));
   for (int f = 0; f <= 1; ++f) s.Step(f);
   const double frame = static_cast<float>(1.0 / 30);
-  node.Set(8, 1.0 / (wishFraction * frame));
+  node.Set(TraceNode::kSpeedId, 1.0 / (wishFraction * frame));
   s.reports.clear();
   s.Step(2);
   std::vector<double> lengths;
@@ -153,7 +155,7 @@ TEST(AdaptiveSubsteps, SplitsAtThirtyFramesASecond) {
 TEST(AdaptiveSubsteps, TimeScaleZeroStandsStill) {
   TracedScene s;
   s.AddTrace("n", StageBit(kStageOperators));
-  s.root->Set(1013, 0.0);
+  s.root->Set(RootSettings::kTimeScaleId, 0.0);
   s.StepThrough(0, 3);
   EXPECT_EQ(s.scene().info.time, 0);
   EXPECT_EQ(s.reports.back().dt, 0);

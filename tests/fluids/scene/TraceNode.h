@@ -20,45 +20,45 @@ inline Trace* trace = nullptr;  // of the test that runs
 class TraceNode final : public iSolver {
  public:
   using iSolver::iSolver;
+  static constexpr int kStageBitsId = 1, kOwnPriorityId = 2, kSerialId = 3, kIteratedId = 4, kEachId = 5, kRoundsId = 6,
+                       kUpdateId = 7, kSpeedId = 8, kPoisonId = 9, kIdleId = 10;
   static const TypeInfo& Type() {
-    static constexpr Parameter kRows[] = {IntParameter(1, "stage_bits", 0, "", "stages"),
-                                          IntParameter(2, "own_priority", 0, "", "priority"),
-                                          BoolParameter(3, "serial", false, "runs serially"),
-                                          BoolParameter(4, "iterated", false, "iterated"),
-                                          BoolParameter(5, "each", false, "prepares each round"),
-                                          IntParameter(6, "rounds", 1, "", "rounds"),
-                                          BoolParameter(7, "update", false, "evaluates on update"),
-                                          FloatParameter(8, "speed", 0, "m/s", "speed"),
-                                          BoolParameter(9, "poison", false, "makes a NaN"),
-                                          BoolParameter(10, "idle", false, "marks nothing dirty")};
-    static const TypeInfo kType = [] {
-      TypeInfo type;
-      type.id = 999001;
-      type.resource = "trace";
-      type.parameters = kRows;
-      type.common = CommonNodeParameters();
-      type.kinds = kLinkSolver;
-      return type;
-    }();
+    static constexpr Parameter kRows[] = {IntParameter(kStageBitsId, "stage_bits", 0, "", "stages"),
+                                          IntParameter(kOwnPriorityId, "own_priority", 0, "", "priority"),
+                                          BoolParameter(kSerialId, "serial", false, "runs serially"),
+                                          BoolParameter(kIteratedId, "iterated", false, "iterated"),
+                                          BoolParameter(kEachId, "each", false, "prepares each round"),
+                                          IntParameter(kRoundsId, "rounds", 1, "", "rounds"),
+                                          BoolParameter(kUpdateId, "update", false, "evaluates on update"),
+                                          FloatParameter(kSpeedId, "speed", 0, "m/s", "speed"),
+                                          BoolParameter(kPoisonId, "poison", false, "makes a NaN"),
+                                          BoolParameter(kIdleId, "idle", false, "marks nothing dirty")};
+    static const TypeInfo kType = {
+        .id = 999001,
+        .resource = "trace",
+        .kinds = kLinkSolver,
+        .parameters = kRows,
+        .common = CommonNodeParameters(),
+    };
     return kType;
   }
 
   std::int32_t GetNodeBaseType() const override { return NODE_SOLVER; }
-  bool RunsSerially() const override { return handler.GetBool(3); }
-  bool IsIterated() const override { return handler.GetBool(4); }
-  bool PreparesEachIteration() const override { return handler.GetBool(5); }
-  bool EvaluatesOnUpdate() const override { return handler.GetBool(7); }
-  double SquaredSpeed() const override { return handler.GetDouble(8) * handler.GetDouble(8); }
+  bool RunsSerially() const override { return handler.GetBool(kSerialId); }
+  bool IsIterated() const override { return handler.GetBool(kIteratedId); }
+  bool PreparesEachIteration() const override { return handler.GetBool(kEachId); }
+  bool EvaluatesOnUpdate() const override { return handler.GetBool(kUpdateId); }
+  double SquaredSpeed() const override { return handler.GetDouble(kSpeedId) * handler.GetDouble(kSpeedId); }
   iBase* DivergenceSource() override { return nullptr; }
   bool ReadParameters() override {
-    priority = handler.GetInt(2);
-    iterationCount = static_cast<std::int16_t>(handler.GetInt(6));
-    stageMask = static_cast<std::uint32_t>(handler.GetInt(1));
+    priority = handler.GetInt(kOwnPriorityId);
+    iterationCount = static_cast<std::int16_t>(handler.GetInt(kRoundsId));
+    stageMask = static_cast<std::uint32_t>(handler.GetInt(kStageBitsId));
     return iSolver::ReadParameters();
   }
   void CheckDirty() override {
     iSolver::CheckDirty();
-    if (scene->HasFlag(TimeMoved) && !handler.GetBool(10)) MarkDirty(false);
+    if (scene->HasFlag(TimeMoved) && !handler.GetBool(kIdleId)) MarkDirty(false);
   }
   void ExtendBounds(Vec3D& min, Vec3D& max) override { min = {0, 0, 0}, max = {1, 1, 1}; }
   void Prepare(iBase*) override {
@@ -66,14 +66,14 @@ class TraceNode final : public iSolver {
     SetFlag(NodeActive, true);
   }
   void Advise() override {
-    if (handler.GetBool(10)) Warn("idle", "marks nothing dirty in frame " + std::to_string(scene->clock.frame));
+    if (handler.GetBool(kIdleId)) Warn("idle", "marks nothing dirty in frame " + std::to_string(scene->clock.frame));
   }
   void Conclude() override { Warn("over", "the run is over"); }
   void Setup() override { Note("Setup"); }
   void Process(ProcessData& data) override {
     if (RunsSerially() || data.threadIndex == 0) Note("Process");
     if (trace) ++trace->processed;
-    if (data.threadIndex == 0 && handler.GetBool(9)) {
+    if (data.threadIndex == 0 && handler.GetBool(kPoisonId)) {
       state = std::make_unique<ScalarGrid>(VecInt3D(3, 3, 3), Vec3D(3, 3, 3), 1.0f, kGridSmoke, Vec3D());
       state->Fill(0);
       (*state)(1, 2, 0) = NAN;
@@ -103,9 +103,9 @@ class TracedScene : public TestScene {
   ~TracedScene() { trace = nullptr; }
   BaseObject& AddTrace(const std::string& name, int stages, int priority = 0, bool serial = true) {
     BaseObject& object = Add("trace", name);
-    object.Set(1, std::int64_t(stages));
-    object.Set(2, std::int64_t(priority));
-    object.Set(3, std::int64_t(serial));
+    object.Set(TraceNode::kStageBitsId, std::int64_t(stages));
+    object.Set(TraceNode::kOwnPriorityId, std::int64_t(priority));
+    object.Set(TraceNode::kSerialId, std::int64_t(serial));
     object.Set(kOwnBlockId, std::int64_t(0));
     return object;
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fluids/volumes/AlignmentVector3D.h"
+#include "fluids/volumes/VolumeBase.h"
 #include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/NodeBench.h"
 
@@ -14,8 +15,8 @@ using test::NodeBench;
 class Alignment : public testing::Test {
  protected:
   AlignmentVector3D& Made(std::int64_t mode, bool invert = false) {
-    object_->Set(1000, mode);
-    object_->Set(1001, std::int64_t{invert});
+    object_->Set(AlignmentVector3D::kModeId, mode);
+    object_->Set(AlignmentVector3D::kInvertId, std::int64_t{invert});
     bench_.Link();
     auto& node = bench_.Get<AlignmentVector3D>(*object_);
     node.Prepare();
@@ -38,7 +39,7 @@ TEST_F(Alignment, AxesAreTurnedByTheObject) {
 }
 
 TEST_F(Alignment, AVectorAndNumbersWithoutAModeAreTurnedToo) {
-  object_->Set(1002, Vec3D(0, 2, 0));
+  object_->Set(AlignmentVector3D::kVectorId, Vec3D(0, 2, 0));
   object_->Set(kRotationId, Vec3D(0, 0, 90));
   ExpectNear(Made(7).GetDirection({}, 0), {-2, 0, 0});
   ExpectNear(Made(12, true).GetDirection({}, 0), {2, 0, 0});
@@ -76,7 +77,7 @@ TEST_F(Alignment, AroundZDropsTheLocalZ) {
 TEST_F(Alignment, CentreOfAnotherObject) {
   BaseObject& other = bench_.Add("null", "n");
   other.Set(kPositionId, Vec3D(8, 0, 0));
-  object_->Set(1003, NodeBench::LinkTo(other));
+  object_->Set(AlignmentVector3D::kReferenceId, NodeBench::LinkTo(other));
   const double perVoxel = bench_.scene().space.simPerVoxel.x;
   ExpectNear(Made(3).GetDirection({8 * perVoxel, 3, 0}, 0), {0, 1, 0});
 }
@@ -84,8 +85,8 @@ TEST_F(Alignment, CentreOfAnotherObject) {
 TEST_F(Alignment, NormalOfAVolumePointsOutwards) {
   BaseObject &volume = bench_.Add("volume", "v"), &ball = bench_.Add("sphere", "ball");
   ball.Set(kPositionId, Vec3D(100, 100, 100));
-  volume.Set(1003, NodeBench::LinkTo(ball));
-  object_->Set(1003, NodeBench::LinkTo(volume));
+  volume.Set(VolumeBase::kObjectId, NodeBench::LinkTo(ball));
+  object_->Set(AlignmentVector3D::kReferenceId, NodeBench::LinkTo(volume));
   bench_.Link();
   auto& mesh = bench_.Get<VolumeMesh>(volume);
   mesh.Prepare();

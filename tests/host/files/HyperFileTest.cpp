@@ -107,7 +107,7 @@ TEST(HyperFile, ReadsFailAtAChunksEndOnAnotherTypeAndForEver) {
   ASSERT_TRUE(file.Open(kIdent, bytes));
   for (int i = 0; i < 4; i++) ASSERT_TRUE(file.SkipValue());
   ASSERT_TRUE(file.ReadChunkStart(id, level) && id == 2);
-  EXPECT_FALSE(file.ReadString(text));  // there is one, but behind the chunk
+  EXPECT_FALSE(file.ReadString(text));  // there is one, but after the chunk
   EXPECT_EQ(file.status().error().kind, ErrorKind::InputFile);
   const std::string first = file.status().error().text;
   EXPECT_FALSE(file.ReadChunkEnd() || file.SkipValue() || file.ReadString(text));

@@ -222,7 +222,7 @@ TEST(MeshReader, CutFilesDoNoHarm) {
   int refused = 0;
   for (const auto& [format, content] : files) {
     for (std::size_t size = 0; size < content.size(); ++size) {
-      // A copy of the exact size, so that a read behind it is seen.
+      // A copy of the exact size, so that a read past its end is seen.
       const std::vector<char> bytes(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(size));
       refused += !ParseMesh({bytes.data(), bytes.size()}, format, "cut").ok();
     }
@@ -293,25 +293,25 @@ class MeshObjectTest : public testing::Test {
 TEST_F(MeshObjectTest, ReadsItsFileOnceBesideTheScene) {
   Write("a.obj", 5);
   EXPECT_EQ(At(0), -1);
-  object->Set(5101, std::string("a.obj"));
+  object->Set(kMeshFileId, std::string("a.obj"));
   EXPECT_EQ(At(0), 5);
   const std::uint64_t version = object->Polygons()->version;
   Write("a.obj", 6);
   EXPECT_EQ(At(1), 5);
   EXPECT_EQ(object->Polygons()->version, version);
-  object->Set(5101, std::string());
+  object->Set(kMeshFileId, std::string());
   EXPECT_EQ(At(2), -1);
 }
 
 // The frame's file, or the one before it; whichever frames were shown before.
 TEST_F(MeshObjectTest, NumberedFilesFollowTheFrame) {
   for (const int frame : {3, 4, 10}) Write(fmt::format("walk.{:04d}.obj", frame), frame);
-  object->Set(5101, std::string("walk.####.obj"));
+  object->Set(kMeshFileId, std::string("walk.####.obj"));
   for (const auto& [frame, expected] :
        std::vector<std::pair<int, int>>{{4, 4}, {0, 3}, {3, 3}, {9, 4}, {10, 10}, {99, 10}}) {
     EXPECT_EQ(At(frame), expected) << frame;
   }
-  object->Set(5102, std::int64_t(3));
+  object->Set(kMeshFrameOffsetId, std::int64_t(3));
   EXPECT_EQ(At(0), 3);
   EXPECT_EQ(At(7), 10);
 }
@@ -322,7 +322,7 @@ TEST_F(MeshObjectTest, SaysWhatIsWrong) {
                                                        {"#walk.obj", "right before the extension"},
                                                        {"a#.#.obj", "stand together"}};
   for (const auto& [file, text] : cases) {
-    object->Set(5101, file);
+    object->Set(kMeshFileId, file);
     const Status status = document.SetTime({});
     ASSERT_FALSE(status.ok()) << file;
     EXPECT_NE(status.error().text.find(text), std::string::npos) << status.error().text;

@@ -90,7 +90,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Primitives, SettingsChangeTheShape) {
   Geometry geometry;
   BaseObject& box = geometry.Add(kBoxTypeId);
-  box.Set(1100, Vec3D(1, 2, 3));
+  box.Set(kBoxSizeId, Vec3D(1, 2, 3));
   for (const int id : {1101, 1102, 1103}) box.Set(id, std::int64_t(id - 1098));
   const PolygonObject& mesh = geometry.Build(box);
   const std::uint64_t version = mesh.version;
@@ -99,7 +99,7 @@ TEST(Primitives, SettingsChangeTheShape) {
   EXPECT_EQ(Measure(mesh).openEdges, 0);
   geometry.Build(box);
   EXPECT_EQ(mesh.version, version);  // nothing changed, nothing is built
-  box.Set(1100, Vec3D(2, 2, 3));
+  box.Set(kBoxSizeId, Vec3D(2, 2, 3));
   geometry.Build(box);
   EXPECT_GT(mesh.version, version);
   EXPECT_NEAR(Measure(mesh).volume, 12, 1e-12);

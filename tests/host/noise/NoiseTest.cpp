@@ -23,7 +23,7 @@ struct Case {
 
 std::string NameOf(const testing::TestParamInfo<Case>& info) {
   for (const NoiseTypeInfo& type : kNoiseTypes) {
-    if (type.number == static_cast<int>(info.param.type)) return type.key;
+    if (type.type == info.param.type) return type.key;
   }
   return "unknown";
 }
@@ -156,8 +156,8 @@ INSTANTIATE_TEST_SUITE_P(Types, NoiseLaws,
 TEST(Noise, EveryListedTypeHasItsLaws) {
   std::set<int> numbers;
   for (const NoiseTypeInfo& type : kNoiseTypes) {
-    numbers.insert(type.number);
-    EXPECT_EQ(static_cast<int>(NoiseTypeOf(type.number)), type.number);
+    numbers.insert(static_cast<int>(type.type));
+    EXPECT_EQ(NoiseTypeOf(static_cast<int>(type.type)), type.type);
   }
   EXPECT_EQ(numbers, (std::set<int>{3, 8, 13, 15, 16, 25, 30}));
   EXPECT_FALSE(IsNoiseType(99));
@@ -213,7 +213,7 @@ TEST(Noise, DetailAttenuationRemovesFineOctaves) {
   const Noise noise(4);
   for (const NoiseTypeInfo& type : kNoiseTypes) {
     const auto sample = [&](int octaves, double detail, double radius) {
-      return noise.Sample(NoiseTypeOf(type.number), {0.37, 5.61, -2.2},
+      return noise.Sample(type.type, {0.37, 5.61, -2.2},
                           {.octaves = octaves, .sampleRadius = radius, .detailAttenuation = detail});
     };
     EXPECT_EQ(sample(6, 0, 1), sample(1, 1, 1)) << type.key;

@@ -50,7 +50,7 @@ TEST(BaseObject, StartsWithItsTypesDefaults) {
   EXPECT_EQ(node.GetVector(4), Vec3D(0, 1, 0));
   EXPECT_EQ(node.GetString(6), "text");
   EXPECT_EQ(node.GetLink(5), nullptr);
-  EXPECT_EQ(f.document.AddObject(kWithData).GetDouble(1), 1.5);  // Init comes behind the defaults
+  EXPECT_EQ(f.document.AddObject(kWithData).GetDouble(1), 1.5);  // Init comes after the defaults
 }
 
 TEST(BaseObject, AMissingValueReadsTheFallback) {
