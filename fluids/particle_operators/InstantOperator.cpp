@@ -5,7 +5,7 @@ namespace orlix {
 bool ConstrainedInstantOperator::ResolveLinks() {
   if (!iInstantOperator::ResolveLinks()) return false;
   const BaseList2D* own = handler.GetLink(DurationLinkId());
-  duration_ = scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationLinkId), NODE_HELPER);
+  duration_ = scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationId), NODE_HELPER);
   constraints_ = RetrieveConstraints(*scene, handler);
   return true;
 }
@@ -46,16 +46,6 @@ std::vector<iInstantOperator*> RetrieveInstantOperators(const OrlixScene& scene,
     if (auto* instant = dynamic_cast<iInstantOperator*>(node)) operators.push_back(instant);
   }
   return operators;
-}
-
-TypeInfo InstantOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                             std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
-  type.kinds = kLinkHelper | kLinkInstantOperator;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
 }
 
 }  // namespace orlix

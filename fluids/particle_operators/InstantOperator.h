@@ -64,8 +64,4 @@ class ConstrainedInstantOperator : public iInstantOperator {
 // The operators of an include list, in its order; an empty one gives all of the scene.
 std::vector<iInstantOperator*> RetrieveInstantOperators(const OrlixScene& scene, const C4D_InterfaceHandler& handler,
                                                         std::int32_t listId);
-// The type record of an instant operator.
-TypeInfo InstantOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                             std::span<const Parameter> rows);
-
 }  // namespace orlix

@@ -2,31 +2,35 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "bounce", 0.5, "", "Share of the motion into the surface that is taken away; 2 turns it round")
-        .Fallback(0.2),
-    LinkParameter(1001, "act_in", kLinkDuration, "When the operator acts"),
-    BoolParameter(1003, "positional", false, "Acts on the position instead of the velocity: for Verlet motion"),
-    FloatParameter(1004, "friction", 0, "", "Share of the motion along the surface that is taken away"),
-};
-
-}  // namespace
-
 const TypeInfo& InstantOperator_Repulsion::Type() {
-  static const TypeInfo kType =
-      InstantOperatorType(1300110, "zq_iop_repulsion", "C4D_InstantOperator_Repulsion", "PIOP::Repulsion",
-                          "Throws particles back from what they hit, and slows them along it.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(kBounceId, "bounce", 0.5, "",
+                     "Share of the motion into the surface that is taken away; 2 turns it round")
+          .Fallback(0.2),
+      LinkParameter(kActInId, "act_in", kLinkDuration, "When the operator acts"),
+      BoolParameter(kPositionalId, "positional", false,
+                    "Acts on the position instead of the velocity: for Verlet motion"),
+      FloatParameter(kFrictionId, "friction", 0, "", "Share of the motion along the surface that is taken away"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300110,
+      .resource = "zq_iop_repulsion",
+      .className = "C4D_InstantOperator_Repulsion",
+      .label = "PIOP::Repulsion",
+      .text = "Throws particles back from what they hit, and slows them along it.",
+      .kinds = kLinkHelper | kLinkInstantOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool InstantOperator_Repulsion::ReadParameters() {
   priority = 0;
   if (!ConstrainedInstantOperator::ReadParameters()) return false;
-  bounce_ = handler.GetDouble(1000);
-  positional_ = handler.GetBool(1003);
-  friction_ = handler.GetFloat(1004);
+  bounce_ = handler.GetDouble(kBounceId);
+  positional_ = handler.GetBool(kPositionalId);
+  friction_ = handler.GetFloat(kFrictionId);
   return true;
 }
 

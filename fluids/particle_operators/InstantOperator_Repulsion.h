@@ -12,6 +12,7 @@ namespace orlix {
 class InstantOperator_Repulsion final : public ConstrainedInstantOperator {
  public:
   using ConstrainedInstantOperator::ConstrainedInstantOperator;
+  static constexpr int kBounceId = 1000, kActInId = 1001, kPositionalId = 1003, kFrictionId = 1004;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 112; }
   bool ReadParameters() override;
@@ -20,7 +21,7 @@ class InstantOperator_Repulsion final : public ConstrainedInstantOperator {
              std::int32_t thread) override;
 
  protected:
-  std::int32_t DurationLinkId() const override { return 1001; }
+  std::int32_t DurationLinkId() const override { return kActInId; }
 
  private:
   double bounce_ = 0.5;

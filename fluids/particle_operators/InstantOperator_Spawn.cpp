@@ -10,32 +10,7 @@ namespace orlix {
 
 namespace {
 
-constexpr int kCountId = 1001, kCountVariationId = 1003, kLifeId = 1004, kLifeVariationId = 1005, kAngleId = 1006;
-constexpr int kAngleVariationId = 1007, kSpeedId = 1008, kSpeedVariationId = 1009, kTargetId = 1010;
-constexpr int kTargetKindId = 1014, kVerletId = 1015;
 constexpr int kMostChildren = 10000;  // of one contact
-
-constexpr Parameter kParameters[] = {
-    FloatParameter(1000, "unused_amount", 1000, "", "Kept, without effect").Hidden(),
-    IntParameter(kCountId, "count", 6, "", "Children of a contact").Fallback(10).Between(0, kMostChildren),
-    FloatParameter(1002, "unused_size", 15, "", "Kept, without effect").Hidden(),
-    FloatParameter(kCountVariationId, "count_variation", 0.3, "", "Share of the count that chance takes away")
-        .Fallback(0.25),
-    IntParameter(kLifeId, "life", 25, "frames", "Age of a child that has one").Fallback(100),
-    FloatParameter(kLifeVariationId, "life_variation", 0.5, "", "Share of the life that chance takes away"),
-    FloatParameter(kAngleId, "angle", std::numbers::pi / 3, "rad", "Between a child's way and the surface's normal"),
-    FloatParameter(kAngleVariationId, "angle_variation", 0.7, "", "Share of the angle that chance takes away")
-        .Fallback(0.4),
-    FloatParameter(kSpeedId, "speed", 1.0, "m/s", "Speed that a child gets away from the surface"),
-    FloatParameter(kSpeedVariationId, "speed_variation", 0.5, "", "Share of the speed that chance takes away")
-        .Fallback(0.8),
-    LinkParameter(kTargetId, "target", kLinkParticles,
-                  "The group that children join; without one they stay among their parents"),
-    LinkParameter(1012, "act_in", kLinkDuration, "When the operator acts"),
-    ChoiceParameter(kTargetKindId, "target_kind", PK_Passive, kParticleKindChoices, "The kind in the target group")
-        .Fallback(PK_Liquid),
-    BoolParameter(kVerletId, "verlet", false, "For children that move by Verlet's method"),
-};
 
 // v turned about a unit axis (Rodrigues 1840); a zero axis turns nothing.
 Vec3D Turned(const Vec3D& v, const Vec3D& axis, double angle) {
@@ -71,9 +46,37 @@ class InstantOperator_Spawn::Stream {
 };
 
 const TypeInfo& InstantOperator_Spawn::Type() {
-  static const TypeInfo kType =
-      InstantOperatorType(1300109, "zq_iop_spawn", "C4D_InstantOperator_Spawn", "PIOP::Spawn Particles",
-                          "Lets a particle burst into others at its first contact.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      FloatParameter(1000, "unused_amount", 1000, "", "Kept, without effect").Hidden(),
+      IntParameter(kCountId, "count", 6, "", "Children of a contact").Fallback(10).Between(0, kMostChildren),
+      FloatParameter(1002, "unused_size", 15, "", "Kept, without effect").Hidden(),
+      FloatParameter(kCountVariationId, "count_variation", 0.3, "", "Share of the count that chance takes away")
+          .Fallback(0.25),
+      IntParameter(kLifeId, "life", 25, "frames", "Age of a child that has one").Fallback(100),
+      FloatParameter(kLifeVariationId, "life_variation", 0.5, "", "Share of the life that chance takes away"),
+      FloatParameter(kAngleId, "angle", std::numbers::pi / 3, "rad", "Between a child's way and the surface's normal"),
+      FloatParameter(kAngleVariationId, "angle_variation", 0.7, "", "Share of the angle that chance takes away")
+          .Fallback(0.4),
+      FloatParameter(kSpeedId, "speed", 1.0, "m/s", "Speed that a child gets away from the surface"),
+      FloatParameter(kSpeedVariationId, "speed_variation", 0.5, "", "Share of the speed that chance takes away")
+          .Fallback(0.8),
+      LinkParameter(kTargetId, "target", kLinkParticles,
+                    "The group that children join; without one they stay among their parents"),
+      LinkParameter(kActInId, "act_in", kLinkDuration, "When the operator acts"),
+      ChoiceParameter(kTargetKindId, "target_kind", PK_Passive, kParticleKindChoices, "The kind in the target group")
+          .Fallback(PK_Liquid),
+      BoolParameter(kVerletId, "verlet", false, "For children that move by Verlet's method"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300109,
+      .resource = "zq_iop_spawn",
+      .className = "C4D_InstantOperator_Spawn",
+      .label = "PIOP::Spawn Particles",
+      .text = "Lets a particle burst into others at its first contact.",
+      .kinds = kLinkHelper | kLinkInstantOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 

@@ -11,6 +11,9 @@ namespace orlix {
 class InstantOperator_Spawn final : public ConstrainedInstantOperator {
  public:
   using ConstrainedInstantOperator::ConstrainedInstantOperator;
+  static constexpr int kCountId = 1001, kActInId = 1012, kCountVariationId = 1003, kLifeId = 1004,
+                       kLifeVariationId = 1005, kAngleId = 1006, kAngleVariationId = 1007, kSpeedId = 1008,
+                       kSpeedVariationId = 1009, kTargetId = 1010, kTargetKindId = 1014, kVerletId = 1015;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 111; }
   bool ReadParameters() override;
@@ -35,7 +38,7 @@ class InstantOperator_Spawn final : public ConstrainedInstantOperator {
   };
   class Stream;
 
-  std::int32_t DurationLinkId() const override { return 1012; }
+  std::int32_t DurationLinkId() const override { return kActInId; }
   void Burst(ParticleContact& contact, const InstantContext& context, std::int32_t count, Stream& random,
              std::vector<Child>& children) const;
   static void Add(const Child& child, const ParticleList& parents, ParticleList& list);

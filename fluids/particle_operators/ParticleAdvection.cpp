@@ -6,89 +6,95 @@ namespace orlix {
 
 namespace {
 
-constexpr int kGroupId = 1000, kOperatorsId = 1002, kSolversId = 1004, kSolverModeId = 1007, kSourceId = 1008;
-constexpr int kIntegratorId = 1009, kBallisticId = 1010, kCollisionId = 1011, kKillInsideId = 1012, kExtraId = 1013;
-constexpr int kKindId = 1014, kRadiusId = 1015;
 constexpr std::int32_t kAnySubType = 2000;
-
-constexpr Choice kSolverModes[] = {
-    {0, "only", "The solvers of the list; all when it is empty"},
-    {1, "all_but", "All solvers but those of the list"},
-};
-constexpr Choice kSources[] = {
-    {0, "none", "Nothing moves"},
-    {1, "solvers", "The velocity of the solvers carries"},
-    {2, "ballistic", "Free flight; no container, obstacles only"},
-    {3, "solvers_ballistic_inside", "The solvers' velocity; free flight for particles inside a solid"},
-};
-constexpr Choice kIntegrators[] = {
-    {0, "euler", "One stage"},
-    {1, "heun", "Two stages, second order"},
-    {2, "ralston", "Three stages, third order"},
-    {3, "runge_kutta", "Four stages, fourth order"},
-};
-constexpr Choice kBallistic[] = {
-    {0, "euler", "Semi-implicit Euler; forces are divided by the particle's mass"},
-    {1, "verlet", "By positions: the velocity is what a step moves"},
-    {2, "velocity_verlet", "Forces count as accelerations"},
-};
-constexpr Choice kCollisions[] = {
-    {0, "none", "Particles pass through everything"},
-    {1, "obstacles", "Obstacles where the scene has any, else the solver's walls and obstacles"},
-    {2, "boundary", "The solver's walls and obstacles; in free flight the obstacles"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kGroupId, "group", kLinkParticles, "The particles that move; required"),
-    ListParameter(kOperatorsId, "instant_operators", kLinkInstantOperator,
-                  "What happens at a contact; an empty list takes all instant operators of the scene"),
-    ListParameter(kSolversId, "solvers", kLinkSolver, "Whose velocity carries; an empty list takes all of the scene"),
-    ChoiceParameter(kSolverModeId, "solver_mode", 0, kSolverModes, "How the list of solvers is meant"),
-    ChoiceParameter(kSourceId, "motion_source", 1, kSources, "What moves the particles"),
-    ChoiceParameter(kIntegratorId, "integrator", 1, kIntegrators, "How a particle is traced through a velocity")
-        .Fallback(0),
-    ChoiceParameter(kBallisticId, "ballistic_integrator", 0, kBallistic, "How a particle flies by itself"),
-    ChoiceParameter(kCollisionId, "collisions", 2, kCollisions, "What particles collide with").Fallback(0),
-    BoolParameter(kKillInsideId, "kill_inside", true,
-                  "Particles that end a frame inside a solid die; a liquid loses volume by it"),
-    IntParameter(kExtraId, "extra_iterations", 1, "", "Steps of a sub-step beyond the first")
-        .Fallback(0)
-        .Between(0, 254),
-    ChoiceParameter(kKindId, "kind", PK_Liquid, kParticleKindChoices, "The kind of particles in the group")
-        .Fallback(PK_Passive),
-    FloatParameter(kRadiusId, "collision_radius", 0.001, "cells",
-                   "Distance from a surface that counts as a contact; from an obstacle in metres")
-        .Fallback(0)
-        .Min(0),
-};
 
 }  // namespace
 
 const TypeInfo& ParticleAdvection::Type() {
-  static const TypeInfo kType = ParticleOperatorType(
-      1300126, "zq_particle_advection", "C4D_Operator_ParticleAdvection_Object", "POP::Advection",
-      "Moves particles through the velocity of a solver, or in free flight, and lets them collide and age.",
-      kParameters);
+  static constexpr Choice kSolverModes[] = {
+      {SolverMode::Only, "only", "The solvers of the list; all when it is empty"},
+      {SolverMode::AllBut, "all_but", "All solvers but those of the list"},
+  };
+  static constexpr Choice kSources[] = {
+      {MotionSource::None, "none", "Nothing moves"},
+      {MotionSource::Solvers, "solvers", "The velocity of the solvers carries"},
+      {MotionSource::Ballistic, "ballistic", "Free flight; no container, obstacles only"},
+      {MotionSource::SolversBallisticInside, "solvers_ballistic_inside",
+       "The solvers' velocity; free flight for particles inside a solid"},
+  };
+  static constexpr Choice kIntegrators[] = {
+      {Integrator::Euler, "euler", "One stage"},
+      {Integrator::Heun, "heun", "Two stages, second order"},
+      {Integrator::Ralston, "ralston", "Three stages, third order"},
+      {Integrator::RungeKutta4, "runge_kutta", "Four stages, fourth order"},
+  };
+  static constexpr Choice kBallistic[] = {
+      {BallisticIntegrator::Euler, "euler", "Semi-implicit Euler; forces are divided by the particle's mass"},
+      {BallisticIntegrator::Verlet, "verlet", "By positions: the velocity is what a step moves"},
+      {BallisticIntegrator::VelocityVerlet, "velocity_verlet", "Forces count as accelerations"},
+  };
+  static constexpr Choice kCollisions[] = {
+      {CollisionMode::None, "none", "Particles pass through everything"},
+      {CollisionMode::ObstaclesFirst, "obstacles",
+       "Obstacles where the scene has any, else the solver's walls and obstacles"},
+      {CollisionMode::Boundary, "boundary", "The solver's walls and obstacles; in free flight the obstacles"},
+  };
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kGroupId, "group", kLinkParticles, "The particles that move; required"),
+      ListParameter(kInstantOperatorsId, "instant_operators", kLinkInstantOperator,
+                    "What happens at a contact; an empty list takes all instant operators of the scene"),
+      ListParameter(kSolversId, "solvers", kLinkSolver, "Whose velocity carries; an empty list takes all of the scene"),
+      ChoiceParameter(kSolverModeId, "solver_mode", SolverMode::Only, kSolverModes, "How the list of solvers is meant"),
+      ChoiceParameter(kMotionSourceId, "motion_source", MotionSource::Solvers, kSources, "What moves the particles"),
+      ChoiceParameter(kIntegratorId, "integrator", Integrator::Heun, kIntegrators,
+                      "How a particle is traced through a velocity")
+          .Fallback(Integrator::Euler),
+      ChoiceParameter(kBallisticIntegratorId, "ballistic_integrator", BallisticIntegrator::Euler, kBallistic,
+                      "How a particle flies by itself"),
+      ChoiceParameter(kCollisionsId, "collisions", CollisionMode::Boundary, kCollisions, "What particles collide with")
+          .Fallback(CollisionMode::None),
+      BoolParameter(kKillInsideId, "kill_inside", true,
+                    "Particles that end a frame inside a solid die; a liquid loses volume by it"),
+      IntParameter(kExtraIterationsId, "extra_iterations", 1, "", "Steps of a sub-step beyond the first")
+          .Fallback(0)
+          .Between(0, 254),
+      ChoiceParameter(kKindId, "kind", PK_Liquid, kParticleKindChoices, "The kind of particles in the group")
+          .Fallback(PK_Passive),
+      FloatParameter(kCollisionRadiusId, "collision_radius", 0.001, "cells",
+                     "Distance from a surface that counts as a contact; from an obstacle in metres")
+          .Fallback(0)
+          .Min(0),
+  };
+  static const TypeInfo kType = {
+      .id = 1300126,
+      .resource = "zq_particle_advection",
+      .className = "C4D_Operator_ParticleAdvection_Object",
+      .label = "POP::Advection",
+      .text = "Moves particles through the velocity of a solver, or in free flight, and lets them collide and age.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ParticleAdvection::ReadParameters() {
   if (!ParticleOperator::ReadParameters()) return false;
-  motion_.source = static_cast<MotionSource>(handler.GetChoice(kSourceId));
-  motion_.integrator = static_cast<Integrator>(handler.GetChoice(kIntegratorId));
-  motion_.ballistic = static_cast<BallisticIntegrator>(handler.GetChoice(kBallisticId));
-  motion_.collisions = static_cast<CollisionMode>(handler.GetChoice(kCollisionId));
+  motion_.source = handler.GetChoice<MotionSource>(kMotionSourceId);
+  motion_.integrator = handler.GetChoice<Integrator>(kIntegratorId);
+  motion_.ballistic = handler.GetChoice<BallisticIntegrator>(kBallisticIntegratorId);
+  motion_.collisions = handler.GetChoice<CollisionMode>(kCollisionsId);
   killInside_ = handler.GetBool(kKillInsideId);
-  extraIterations_ = handler.GetInt(kExtraId);
+  extraIterations_ = handler.GetInt(kExtraIterationsId);
   kind_ = handler.GetChoice(kKindId);
-  motion_.collisionRadius = handler.GetFloat(kRadiusId);
+  motion_.collisionRadius = handler.GetFloat(kCollisionRadiusId);
   return true;
 }
 
 bool ParticleAdvection::ResolveLinks() {
   if (!ParticleOperator::ResolveLinks()) return false;
   group_ = LinkedGroup(kGroupId);
-  operators_ = RetrieveInstantOperators(*scene, handler, kOperatorsId);
+  operators_ = RetrieveInstantOperators(*scene, handler, kInstantOperatorsId);
   RetrieveSolvers();
   return true;
 }
@@ -98,7 +104,7 @@ void ParticleAdvection::RetrieveSolvers() {
   if (list && list->entries.empty()) list = nullptr;
   std::vector<iBase*> found;
   scene->RetrieveAll(list, found, NODE_SOLVER, RETRIEVE_ANY, kAnySubType, RETRIEVE_ANY,
-                     handler.GetChoice(kSolverModeId) == 0);
+                     handler.GetChoice<SolverMode>(kSolverModeId) == SolverMode::Only);
   solvers_.clear();
   for (iBase* node : found) {
     if (auto* solver = dynamic_cast<FluidSolver*>(node)) solvers_.push_back(solver);

@@ -11,8 +11,14 @@ namespace orlix {
 
 class ParticleAdvection final : public ParticleOperator {
  public:
+  enum class SolverMode { Only, AllBut };
+
   ParticleAdvection(BaseList2D* object, OrlixScene& owner)
       : ParticleOperator(object, owner, kStageAdvection, kOwnPriority) {}
+  static constexpr int kGroupId = 1000, kInstantOperatorsId = 1002, kSolversId = 1004, kSolverModeId = 1007,
+                       kMotionSourceId = 1008, kIntegratorId = 1009, kBallisticIntegratorId = 1010,
+                       kCollisionsId = 1011, kKillInsideId = 1012, kExtraIterationsId = 1013, kKindId = 1014,
+                       kCollisionRadiusId = 1015;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 98; }
   bool ReadParameters() override;

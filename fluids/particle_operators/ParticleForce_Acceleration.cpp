@@ -2,36 +2,38 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(1000, "field", kLinkAlignment, "Gives the direction at each place instead"),
-    FloatParameter(1001, "strength", 9.81, "m/s^2", "Size of the acceleration"),
-    VectorParameter(1002, "direction", {0, -1, 0}, "",
-                    "Where it goes, in the object's own axes; its length is no factor"),
-    LinkParameter(1005, "force_duration", kLinkDuration, "When the force acts"),
-};
-
-}  // namespace
-
 const TypeInfo& ParticleForce_Acceleration::Type() {
-  static const TypeInfo kType = ForceType(
-      1300055, "zq_pforce_acceleration", "C4D_ParticleForce_Acceleration_Object", "PF::Acceleration",
-      "Accelerates particles along a direction: gravity, wind. A node of particle forces applies it.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kFieldId, "field", kLinkAlignment, "Gives the direction at each place instead"),
+      FloatParameter(kStrengthId, "strength", 9.81, "m/s^2", "Size of the acceleration"),
+      VectorParameter(kDirectionId, "direction", {0, -1, 0}, "",
+                      "Where it goes, in the object's own axes; its length is no factor"),
+      LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300055,
+      .resource = "zq_pforce_acceleration",
+      .className = "C4D_ParticleForce_Acceleration_Object",
+      .label = "PF::Acceleration",
+      .text = "Accelerates particles along a direction: gravity, wind. A node of particle forces applies it.",
+      .kinds = kLinkForce,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ParticleForce_Acceleration::ReadParameters() {
   priority = 0;
   if (!ConstrainedForce::ReadParameters()) return false;
-  strength_ = handler.GetDouble(1001);
-  direction_ = Normalized(handler.GetMatrix().Rotate(handler.GetVector(1002)));
+  strength_ = handler.GetDouble(kStrengthId);
+  direction_ = Normalized(handler.GetMatrix().Rotate(handler.GetVector(kDirectionId)));
   return true;
 }
 
 bool ParticleForce_Acceleration::ResolveLinks() {
   if (!ConstrainedForce::ResolveLinks()) return false;
-  field_ = scene->RetrieveAs<AlignmentVector3D>(handler.GetLink(1000), NODE_HELPER);
+  field_ = scene->RetrieveAs<AlignmentVector3D>(handler.GetLink(kFieldId), NODE_HELPER);
   return true;
 }
 

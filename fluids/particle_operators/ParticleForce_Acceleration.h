@@ -9,6 +9,7 @@ namespace orlix {
 class ParticleForce_Acceleration final : public ConstrainedForce {
  public:
   using ConstrainedForce::ConstrainedForce;
+  static constexpr int kFieldId = 1000, kStrengthId = 1001, kDirectionId = 1002, kForceDurationId = 1005;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 102; }
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_PARTICLE); }
@@ -21,7 +22,7 @@ class ParticleForce_Acceleration final : public ConstrainedForce {
   void ProcessParticles(const ForceParticles& run) override;
 
  protected:
-  Duration* FindDuration() const override { return DurationOf(1005); }
+  Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
   double strength_ = 0;  // m/s^2

@@ -4,30 +4,31 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr int kGroupId = 1000, kSolverId = 1001, kStrengthId = 1002, kKindId = 1005, kDurationId = 1006;
-constexpr int kRadiusId = 1008, kPassesId = 1009, kFallbackId = 1010, kSoftId = 1011;
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kGroupId, "group", kLinkParticles, "The particles; required"),
-    LinkParameter(kSolverId, "solver", kLinkSolver, "Whose walls keep particles out; without one the scene's volumes"),
-    FloatParameter(kStrengthId, "strength", 5.0, "1/s", "How strongly neighbours push each other away").Fallback(50.0),
-    ChoiceParameter(kKindId, "kind", PK_Liquid, kParticleKindChoices, "The kind of particles in the group"),
-    LinkParameter(kDurationId, "act_in", kLinkDuration, "When the operator acts"),
-    FloatParameter(kRadiusId, "radius", 0.5, "cells", "Distance up to which particles push").Fallback(1.4).Above(0),
-    IntParameter(kPassesId, "passes", 1, "", "How often it is done in a sub-step").Between(1, 100),
-    BoolParameter(kFallbackId, "fallback_mean", false,
-                  "A particle that moved out of all others' reach takes their mean velocity by mass, or 0"),
-    BoolParameter(kSoftId, "soft_boundary", false, "Pushes away from solids before particles touch them"),
-};
-
-}  // namespace
-
 const TypeInfo& ParticleForce_Corrector::Type() {
-  static const TypeInfo kType = ParticleOperatorType(
-      1300054, "zq_pforce_correct", "C4D_ParticleForce_Corrector_Object", "POP::Weak Spring",
-      "Keeps particles apart by weak springs: a liquid neither clumps nor thins out.", kParameters);
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kGroupId, "group", kLinkParticles, "The particles; required"),
+      LinkParameter(kSolverId, "solver", kLinkSolver,
+                    "Whose walls keep particles out; without one the scene's volumes"),
+      FloatParameter(kStrengthId, "strength", 5.0, "1/s", "How strongly neighbours push each other away")
+          .Fallback(50.0),
+      ChoiceParameter(kKindId, "kind", PK_Liquid, kParticleKindChoices, "The kind of particles in the group"),
+      LinkParameter(kActInId, "act_in", kLinkDuration, "When the operator acts"),
+      FloatParameter(kRadiusId, "radius", 0.5, "cells", "Distance up to which particles push").Fallback(1.4).Above(0),
+      IntParameter(kPassesId, "passes", 1, "", "How often it is done in a sub-step").Between(1, 100),
+      BoolParameter(kFallbackMeanId, "fallback_mean", false,
+                    "A particle that moved out of all others' reach takes their mean velocity by mass, or 0"),
+      BoolParameter(kSoftBoundaryId, "soft_boundary", false, "Pushes away from solids before particles touch them"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300054,
+      .resource = "zq_pforce_correct",
+      .className = "C4D_ParticleForce_Corrector_Object",
+      .label = "POP::Weak Spring",
+      .text = "Keeps particles apart by weak springs: a liquid neither clumps nor thins out.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
@@ -35,8 +36,8 @@ bool ParticleForce_Corrector::ReadParameters() {
   if (!ParticleOperator::ReadParameters()) return false;
   settings_.strength = handler.GetDouble(kStrengthId);
   settings_.radius = handler.GetDouble(kRadiusId) * GetSimulationSpace().cellSize;
-  settings_.fallbackMean = handler.GetBool(kFallbackId);
-  settings_.softBoundary = handler.GetBool(kSoftId);
+  settings_.fallbackMean = handler.GetBool(kFallbackMeanId);
+  settings_.softBoundary = handler.GetBool(kSoftBoundaryId);
   passes_ = handler.GetInt(kPassesId);
   kind_ = handler.GetChoice(kKindId);
   return true;
@@ -46,7 +47,7 @@ bool ParticleForce_Corrector::ResolveLinks() {
   if (!ParticleOperator::ResolveLinks()) return false;
   group_ = LinkedGroup(kGroupId);
   solver_ = scene->RetrieveAs<FluidSolver>(handler.GetLink(kSolverId), NODE_SOLVER);
-  duration_ = LinkedDuration(kDurationId);
+  duration_ = LinkedDuration(kActInId);
   return group_ != nullptr;
 }
 

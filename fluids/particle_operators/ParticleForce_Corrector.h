@@ -11,6 +11,8 @@ class ParticleForce_Corrector final : public ParticleOperator {
  public:
   ParticleForce_Corrector(BaseList2D* object, OrlixScene& owner)
       : ParticleOperator(object, owner, kStageOperators, 0) {}
+  static constexpr int kGroupId = 1000, kSolverId = 1001, kStrengthId = 1002, kKindId = 1005, kActInId = 1006,
+                       kRadiusId = 1008, kPassesId = 1009, kFallbackMeanId = 1010, kSoftBoundaryId = 1011;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 94; }
   bool ReadParameters() override;

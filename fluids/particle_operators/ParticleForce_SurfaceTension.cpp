@@ -4,45 +4,50 @@ namespace orlix {
 
 namespace {
 
-constexpr int kGroupId = 1000, kSolverId = 1001, kStrengthId = 1002, kRadiusId = 1005, kMinimumId = 1007;
-constexpr int kMaximumId = 1008, kMethodId = 1009, kKindId = 1010;
 constexpr int kMeanRounds = 3;  // the mean acts in each of a step's rounds
-
-constexpr Choice kMethods[] = {
-    {0, "mean", "Towards the middle of the neighbours, where the density is that of a surface"},
-    {1, "cohesion", "By cohesion and curvature"},
-};
-
-constexpr Parameter kParameters[] = {
-    LinkParameter(kGroupId, "group", kLinkParticles, "The particles; required"),
-    LinkParameter(kSolverId, "solver", kLinkSolver, "Whose cells the mean goes by; without one the scene's"),
-    FloatParameter(kStrengthId, "strength", 0.073, "N/m", "How strongly the surface pulls").Fallback(0),
-    FloatParameter(kRadiusId, "radius", 2.5, "cells", "How far particles feel each other").Fallback(1.0).Above(0),
-    FloatParameter(kMinimumId, "minimum_density", 0.05, "", "Particles of lower density are left alone")
-        .Fallback(0)
-        .ShownWhen(kMethodId, Relation::Is, 0),
-    FloatParameter(kMaximumId, "maximum_density", 0.7, "", "Particles of higher density are left alone: the inside")
-        .ShownWhen(kMethodId, Relation::Is, 0),
-    ChoiceParameter(kMethodId, "method", 1, kMethods, "How the tension is found").Fallback(0),
-    ChoiceParameter(kKindId, "kind", PK_Passive, kParticleKindChoices, "The kind of particles in the group"),
-};
 
 }  // namespace
 
 const TypeInfo& ParticleForce_SurfaceTension::Type() {
-  static const TypeInfo kType = ParticleOperatorType(
-      1300078, "zq_pforce_tension", "C4D_ParticleForce_SurfaceTension_Object", "POP::Surface Tension",
-      "Pulls particles together: drops round off, sheets tear into threads.", kParameters);
+  static constexpr Choice kMethods[] = {
+      {Method::Mean, "mean", "Towards the middle of the neighbours, where the density is that of a surface"},
+      {Method::Cohesion, "cohesion", "By cohesion and curvature"},
+  };
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kGroupId, "group", kLinkParticles, "The particles; required"),
+      LinkParameter(kSolverId, "solver", kLinkSolver, "Whose cells the mean goes by; without one the scene's"),
+      FloatParameter(kStrengthId, "strength", 0.073, "N/m", "How strongly the surface pulls").Fallback(0),
+      FloatParameter(kRadiusId, "radius", 2.5, "cells", "How far particles feel each other").Fallback(1.0).Above(0),
+      FloatParameter(kMinimumDensityId, "minimum_density", 0.05, "", "Particles of lower density are left alone")
+          .Fallback(0)
+          .ShownWhen(kMethodId, Relation::Is, Method::Mean),
+      FloatParameter(kMaximumDensityId, "maximum_density", 0.7, "",
+                     "Particles of higher density are left alone: the inside")
+          .ShownWhen(kMethodId, Relation::Is, Method::Mean),
+      ChoiceParameter(kMethodId, "method", Method::Cohesion, kMethods, "How the tension is found")
+          .Fallback(Method::Mean),
+      ChoiceParameter(kKindId, "kind", PK_Passive, kParticleKindChoices, "The kind of particles in the group"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300078,
+      .resource = "zq_pforce_tension",
+      .className = "C4D_ParticleForce_SurfaceTension_Object",
+      .label = "POP::Surface Tension",
+      .text = "Pulls particles together: drops round off, sheets tear into threads.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ParticleForce_SurfaceTension::ReadParameters() {
   if (!ParticleOperator::ReadParameters()) return false;
-  byMean_ = handler.GetChoice(kMethodId) == 0;
+  byMean_ = handler.GetChoice<Method>(kMethodId) == Method::Mean;
   settings_.strength = handler.GetDouble(kStrengthId) * (byMean_ ? 100.0 : 0.01);
   settings_.radius = handler.GetDouble(kRadiusId) * GetSimulationSpace().cellSize;
-  settings_.minimumDensity = handler.GetDouble(kMinimumId);
-  settings_.maximumDensity = handler.GetDouble(kMaximumId);
+  settings_.minimumDensity = handler.GetDouble(kMinimumDensityId);
+  settings_.maximumDensity = handler.GetDouble(kMaximumDensityId);
   kind_ = handler.GetChoice(kKindId);
   return true;
 }

@@ -9,8 +9,12 @@ namespace orlix {
 
 class ParticleForce_SurfaceTension final : public ParticleOperator {
  public:
+  enum class Method { Mean, Cohesion };
+
   ParticleForce_SurfaceTension(BaseList2D* object, OrlixScene& owner)
       : ParticleOperator(object, owner, kStageOperators, 20) {}
+  static constexpr int kGroupId = 1000, kSolverId = 1001, kStrengthId = 1002, kRadiusId = 1005,
+                       kMinimumDensityId = 1007, kMaximumDensityId = 1008, kMethodId = 1009, kKindId = 1010;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 104; }
   bool ReadParameters() override;

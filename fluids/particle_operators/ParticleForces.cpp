@@ -6,38 +6,43 @@ namespace orlix {
 
 namespace {
 
-constexpr int kGroupsId = 1000, kForcesId = 1001, kDurationId = 1003, kTargetId = 1004, kModeId = 1005;
-constexpr int kPerStepId = 1006;
 constexpr std::int32_t kAnySubType = 2000;
-
-constexpr Choice kModes[] = {
-    {0, "add", "The sum is added to the target"},
-    {1, "set", "The sum becomes the target"},
-};
-
-constexpr Parameter kParameters[] = {
-    ListParameter(kGroupsId, "groups", kLinkParticles,
-                  "Groups, each with the kind that acts; an empty list takes all particles of the scene"),
-    ListParameter(kForcesId, "forces", kLinkForce, "Forces that act on particles; without any nothing happens"),
-    IntParameter(1002, "interface_mode", 0, "", "Of the interface; nothing reads it").Hidden(),
-    LinkParameter(kDurationId, "act_in", kLinkDuration, "When the forces act"),
-    LinkParameter(kTargetId, "target", kLinkParticles, "Vector property that takes the sum; without one the velocity"),
-    ChoiceParameter(kModeId, "mode", 0, kModes, "How the target takes the sum"),
-    BoolParameter(kPerStepId, "per_step", true, "The sum is that of a sub-step; otherwise it is divided by its length"),
-};
 
 }  // namespace
 
 const TypeInfo& ParticleForces::Type() {
-  static const TypeInfo kType = ParticleOperatorType(
-      1300127, "zq_particle_forces", "C4D_Operator_ParticleForces_Object", "POP::Forces",
-      "Sums forces on particles and adds the sum to their velocity, or writes it to a property.", kParameters);
+  static constexpr Choice kModes[] = {
+      {Mode::Add, "add", "The sum is added to the target"},
+      {Mode::Set, "set", "The sum becomes the target"},
+  };
+  static constexpr Parameter kParameters[] = {
+      ListParameter(kGroupsId, "groups", kLinkParticles,
+                    "Groups, each with the kind that acts; an empty list takes all particles of the scene"),
+      ListParameter(kForcesId, "forces", kLinkForce, "Forces that act on particles; without any nothing happens"),
+      IntParameter(1002, "interface_mode", 0, "", "Of the interface; nothing reads it").Hidden(),
+      LinkParameter(kActInId, "act_in", kLinkDuration, "When the forces act"),
+      LinkParameter(kTargetId, "target", kLinkParticles,
+                    "Vector property that takes the sum; without one the velocity"),
+      ChoiceParameter(kModeId, "mode", Mode::Add, kModes, "How the target takes the sum"),
+      BoolParameter(kPerStepId, "per_step", true,
+                    "The sum is that of a sub-step; otherwise it is divided by its length"),
+  };
+  static const TypeInfo kType = {
+      .id = 1300127,
+      .resource = "zq_particle_forces",
+      .className = "C4D_Operator_ParticleForces_Object",
+      .label = "POP::Forces",
+      .text = "Sums forces on particles and adds the sum to their velocity, or writes it to a property.",
+      .kinds = kLinkOperator,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
   return kType;
 }
 
 bool ParticleForces::ReadParameters() {
   if (!ParticleOperator::ReadParameters()) return false;
-  sets_ = handler.GetChoice(kModeId) == 1;
+  sets_ = handler.GetChoice<Mode>(kModeId) == Mode::Set;
   perStep_ = handler.GetBool(kPerStepId);
   return true;
 }
@@ -54,7 +59,7 @@ bool ParticleForces::ResolveLinks() {
       if (auto* force = dynamic_cast<Force*>(node)) forces_.push_back(force);
     }
   }
-  duration_ = LinkedDuration(kDurationId);
+  duration_ = LinkedDuration(kActInId);
   property_ =
       scene->RetrieveAs<iProperty>(handler.GetLink(kTargetId), NODE_PARTICLES, RETRIEVE_PROPERTY, RETRIEVE_VECTOR);
   return true;

@@ -9,7 +9,11 @@ namespace orlix {
 
 class ParticleForces final : public ParticleOperator {
  public:
+  enum class Mode { Add, Set };
+
   ParticleForces(BaseList2D* object, OrlixScene& owner) : ParticleOperator(object, owner, kStageOperators, 20) {}
+  static constexpr int kGroupsId = 1000, kForcesId = 1001, kActInId = 1003, kTargetId = 1004, kModeId = 1005,
+                       kPerStepId = 1006;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 99; }
   bool ReadParameters() override;

@@ -41,7 +41,7 @@ void ParticleOperator::VisitOutputs(StateVisitor& visitor) {
 
 Duration* ParticleOperator::LinkedDuration(std::int32_t linkId) const {
   const BaseList2D* own = handler.GetLink(linkId);
-  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationLinkId), NODE_HELPER);
+  return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationId), NODE_HELPER);
 }
 
 void ParticleOperator::PrepareConstraints() {
@@ -64,16 +64,6 @@ void ParticleOperator::WeighAll(ParticleList& list, double start, std::vector<do
     const std::int32_t first = rows.first + rows.begin;
     Weigh(list, first, rows.end - rows.begin, worker, start, amounts.data() + first);
   });
-}
-
-TypeInfo ParticleOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                              std::span<const Parameter> rows) {
-  TypeInfo type;
-  type.id = id, type.resource = resource, type.className = className, type.label = label, type.text = text;
-  type.kinds = kLinkOperator;
-  type.parameters = rows;
-  type.common = CommonNodeParameters();
-  return type;
 }
 
 }  // namespace orlix

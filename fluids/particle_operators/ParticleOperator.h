@@ -74,8 +74,4 @@ inline constexpr Choice kParticleKindChoices[] = {
     {PK_Liquid, "liquid", "Particles of a liquid"},
     {PK_Diffuse, "diffuse", "Foam, spray, dust, embers"},
 };
-// The type record of an operator on particles.
-TypeInfo ParticleOperatorType(int id, const char* resource, const char* className, const char* label, const char* text,
-                              std::span<const Parameter> rows);
-
 }  // namespace orlix

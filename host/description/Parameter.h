@@ -147,6 +147,9 @@ struct Parameter {
     p.fallbackNumber = v;
     return p;
   }
+  template <class E>
+  requires std::is_enum_v<E>
+  constexpr Parameter Fallback(E choice) const { return Fallback(static_cast<double>(choice)); }
   constexpr Parameter Fallback(const Vec3D& v) const {
     Parameter p = *this;
     p.fallbackVector = v;

@@ -4,6 +4,7 @@
 
 #include <numeric>
 
+#include "fluids/constraints/VolumeConstraint.h"
 #include "fluids/dynamics/Force.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/emitters/EmissionRate.h"

@@ -2,6 +2,9 @@
 
 #include <numbers>
 
+#include "fluids/helpers/Duration.h"
+#include "fluids/particle_operators/InstantOperator_Repulsion.h"
+#include "fluids/particle_operators/InstantOperator_Spawn.h"
 #include "tests/fluids/particle_operators/MotionRig.h"
 #include "tests/support/NodeBench.h"
 
@@ -45,7 +48,7 @@ constexpr double kFloor = MotionRig::kCell;
 TEST(Repulsion, ABounceOfTwoIsElasticAndOfOnePlusEKeepsE) {
   for (const double e : {1.0, 0.25, 0.0}) {
     ContactBench bench("iop_repulsion");
-    bench.object.Set(1000, 1 + e);
+    bench.object.Set(InstantOperator_Repulsion::kBounceId, 1 + e);
     bench.Ready();
     const OrlixParticle p = bench.rig.Add({2.5, kFloor + 0.125, 2.5}, {1, -4, 0.5}, kBallistic);
     bench.Step();
@@ -60,8 +63,8 @@ TEST(Repulsion, ABounceOfTwoIsElasticAndOfOnePlusEKeepsE) {
 TEST(Repulsion, FrictionOnASlopeComesToItsTerminalSpeed) {
   ContactBench bench("iop_repulsion");
   constexpr double kFriction = 0.25;
-  bench.object.Set(1000, 1.0);
-  bench.object.Set(1004, kFriction);
+  bench.object.Set(InstantOperator_Repulsion::kBounceId, 1.0);
+  bench.object.Set(InstantOperator_Repulsion::kFrictionId, kFriction);
   bench.Ready();
   // A plane through the box's middle that rises by three in four.
   const Vec3D normal(-0.6, 0.8, 0);
@@ -82,8 +85,8 @@ TEST(Repulsion, FrictionOnASlopeComesToItsTerminalSpeed) {
 
 TEST(Repulsion, PositionalMovesThePlaceAndTellsTheForce) {
   ContactBench bench("iop_repulsion");
-  bench.object.Set(1000, 2.0);
-  bench.object.Set(1003, true);
+  bench.object.Set(InstantOperator_Repulsion::kBounceId, 2.0);
+  bench.object.Set(InstantOperator_Repulsion::kPositionalId, true);
   bench.Ready();
   bench.rig.settings.ballistic = BallisticIntegrator::Verlet;
   const double dt = bench.rig.settings.dt;
@@ -99,9 +102,9 @@ TEST(Repulsion, PositionalMovesThePlaceAndTellsTheForce) {
 TEST(Repulsion, IsWeighedByDurationAndConstraints) {
   ContactBench bench("iop_repulsion");
   BaseObject& duration = bench.Add("duration", "later");
-  duration.Set(1001, 2.0);  // the bench stands at one second
-  bench.object.Set(1001, NodeBench::LinkTo(duration));
-  bench.object.Set(1000, 2.0);
+  duration.Set(Duration::kStartId, 2.0);  // the bench stands at one second
+  bench.object.Set(InstantOperator_Repulsion::kActInId, NodeBench::LinkTo(duration));
+  bench.object.Set(InstantOperator_Repulsion::kBounceId, 2.0);
   bench.Ready();
   const OrlixParticle p = bench.rig.Add({2.5, kFloor + 0.125, 2.5}, {0, -4, 0}, kBallistic);
   bench.Step();
@@ -126,10 +129,10 @@ struct SpawnBench : ContactBench {
 
 TEST(Spawn, ChildrenLeaveInAConeAboutTheNormal) {
   SpawnBench bench;
-  bench.object.Set(1001, std::int64_t(5));
-  bench.object.Set(1004, std::int64_t(30));
-  bench.object.Set(1006, std::numbers::pi / 6);
-  bench.object.Set(1008, 3.0);
+  bench.object.Set(InstantOperator_Spawn::kCountId, std::int64_t(5));
+  bench.object.Set(InstantOperator_Spawn::kLifeId, std::int64_t(30));
+  bench.object.Set(InstantOperator_Spawn::kAngleId, std::numbers::pi / 6);
+  bench.object.Set(InstantOperator_Spawn::kSpeedId, 3.0);
   bench.ReadyWithGravity();
   const OrlixParticle parent = bench.AddFalling(2.5);
   parent.SetOrAddReal(PP::Age, 7);
@@ -158,9 +161,9 @@ TEST(Spawn, ChildrenLeaveInAConeAboutTheNormal) {
 
 TEST(Spawn, ALiquidsChildrenHaveOnlyWhatThrowsThem) {
   SpawnBench bench;
-  bench.object.Set(1001, std::int64_t(1));
-  bench.object.Set(1006, 0.0);
-  bench.object.Set(1008, 2.0);
+  bench.object.Set(InstantOperator_Spawn::kCountId, std::int64_t(1));
+  bench.object.Set(InstantOperator_Spawn::kAngleId, 0.0);
+  bench.object.Set(InstantOperator_Spawn::kSpeedId, 2.0);
   bench.ReadyWithGravity();
   bench.AddFalling(2.5, kBallistic | ParticleFlag::Liquid);
   bench.Step();
@@ -172,8 +175,8 @@ TEST(Spawn, ALiquidsChildrenHaveOnlyWhatThrowsThem) {
 
 TEST(Spawn, CountsVaryWithinTheirShareAndInTheOrderOfParents) {
   SpawnBench bench;
-  bench.object.Set(1001, std::int64_t(20));
-  bench.object.Set(1003, 0.5);
+  bench.object.Set(InstantOperator_Spawn::kCountId, std::int64_t(20));
+  bench.object.Set(InstantOperator_Spawn::kCountVariationId, 0.5);
   bench.ReadyWithGravity();
   constexpr int kParents = 200;
   for (int i = 0; i < kParents; ++i) bench.AddFalling(1 + 0.01 * i);

@@ -2,7 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/constraints/NoiseConstraint.h"
+#include "fluids/particle_operators/InstantOperator_Repulsion.h"
+#include "fluids/particle_operators/InstantOperator_Spawn.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
+#include "fluids/particle_operators/ParticleForce_Acceleration.h"
+#include "fluids/particle_operators/ParticleForce_Corrector.h"
+#include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
 #include "fluids/particle_operators/ParticleForces.h"
 #include "tests/support/GasScene.h"
 
@@ -17,9 +23,9 @@ struct ParticleScene : GasScene {
       : GasScene({18, 18, 18}, workers),
         group(&Add("particlegroup", "Group")),
         advection(&Add("particle_advection", "Move")) {
-    advection->Set(1000, LinkTo(*group));
-    advection->Set(1013, std::int64_t(0));
-    advection->Set(1014, std::int64_t(PK_Diffuse));
+    advection->Set(ParticleAdvection::kGroupId, LinkTo(*group));
+    advection->Set(ParticleAdvection::kExtraIterationsId, std::int64_t(0));
+    advection->Set(ParticleAdvection::kKindId, std::int64_t(PK_Diffuse));
   }
   // To the first frame that moves particles; what is added now moves in the next one.
   void Start() { StepThrough(0, frame); }
@@ -61,8 +67,8 @@ TEST(ParticleAdvection, MovesItsKindThroughEachSolverUnlessACacheHoldsIt) {
   scene.Next();
   EXPECT_EQ(own.GetPosition().x, x);
   scene.Group().SetKindKept(PK_Diffuse, false);
-  scene.advection->Set(1004, scene.ListOf({scene.fluid}));
-  scene.advection->Set(1007, std::int64_t(1));
+  scene.advection->Set(ParticleAdvection::kSolversId, scene.ListOf({scene.fluid}));
+  scene.advection->Set(ParticleAdvection::kSolverModeId, ParticleAdvection::SolverMode::AllBut);
   blow();
   scene.Next();
   EXPECT_EQ(own.GetPosition().x, x) << "all solvers but the only one";
@@ -70,7 +76,7 @@ TEST(ParticleAdvection, MovesItsKindThroughEachSolverUnlessACacheHoldsIt) {
 
 TEST(ParticleAdvection, ReportsWhoWallsSwallow) {
   ParticleScene scene;
-  scene.advection->Set(1011, std::int64_t(0));
+  scene.advection->Set(ParticleAdvection::kCollisionsId, CollisionMode::None);
   scene.Start();
   scene.AddParticle({-1, 0.5, 0.5}), scene.AddParticle({0.5, 0.5, 0.5}),
       scene.AddParticle({0.5, 0.5, 0.5}).SetOrAddReal(PP::Age, 1);
@@ -84,10 +90,10 @@ TEST(ParticleAdvection, ReportsWhoWallsSwallow) {
 TEST(ParticleAdvection, NoParticleStaysInsideAMovingBody) {
   ParticleScene scene;
   scene.AddObstacle("Ball", "sphere", scene.Centre(), 0.2);
-  scene.advection->Set(1008, std::int64_t(2));
-  scene.advection->Set(1011, std::int64_t(1));
-  scene.advection->Set(1015, 0.0);
-  scene.root->Set(kGravityId, Vec3D());
+  scene.advection->Set(ParticleAdvection::kMotionSourceId, MotionSource::Ballistic);
+  scene.advection->Set(ParticleAdvection::kCollisionsId, CollisionMode::ObstaclesFirst);
+  scene.advection->Set(ParticleAdvection::kCollisionRadiusId, 0.0);
+  scene.root->Set(RootSettings::kGravityId, Vec3D());
   scene.Start();
   std::vector<OrlixParticle> particles;
   for (double z = 0.2; z < 0.8; z += 0.05)
@@ -108,18 +114,19 @@ TEST(ParticleAdvection, NoParticleStaysInsideAMovingBody) {
 
 TEST(ParticleForces, SumsAccelerationsIntoAVelocityOrAProperty) {
   ParticleScene scene;
-  scene.advection->Set(1008, std::int64_t(0));
+  scene.advection->Set(ParticleAdvection::kMotionSourceId, MotionSource::None);
   BaseObject& down = scene.Add("pforce_acceleration", "Down");
   BaseObject& across = scene.Add("pforce_acceleration", "Across");
-  across.Set(1001, 3.0), across.Set(1002, Vec3D(5, 0, 0));
+  across.Set(ParticleForce_Acceleration::kStrengthId, 3.0),
+      across.Set(ParticleForce_Acceleration::kDirectionId, Vec3D(5, 0, 0));
   BaseObject& forces = scene.Add("particle_forces", "Forces");
-  forces.Set(1001, scene.ListOf({&down, &across}));
+  forces.Set(ParticleForces::kForcesId, scene.ListOf({&down, &across}));
   BaseObject& property = scene.Add("property_vector", "Push");
   BaseObject& write = scene.Add("particle_forces", "Write");
-  write.Set(1001, scene.ListOf({&across}));
-  write.Set(1004, scene.LinkTo(property));
-  write.Set(1005, std::int64_t(1));
-  write.Set(1006, false);
+  write.Set(ParticleForces::kForcesId, scene.ListOf({&across}));
+  write.Set(ParticleForces::kTargetId, scene.LinkTo(property));
+  write.Set(ParticleForces::kModeId, ParticleForces::Mode::Set);
+  write.Set(ParticleForces::kPerStepId, false);
   scene.Start();
   const OrlixParticle p = scene.AddParticle({0.5, 0.5, 0.5}, {0, 1, 0}), other = scene.AddParticle({0.1, 0.5, 0.5});
   const PropertyKey key(76, OwnerOf(*scene.NodeOf<iProperty>(property)));
@@ -136,10 +143,11 @@ TEST(ParticleOperators, TellWhereNothingHappens) {
   scene.Add("particle_advection", "Move");
   scene.Add("particle_forces", "Forces");
   BaseObject& down = scene.Add("pforce_acceleration", "Down");
-  down.Set(1001, 0.0), down.Set(1002, Vec3D());
-  for (const char* type : {"pforce_tension", "pforce_correct"}) scene.Add(type, type).Set(1002, 0.0);
-  scene.Add("iop_repulsion", "Bounce").Set(1000, 0.0);
-  scene.Add("iop_spawn", "Burst").Set(1001, std::int64_t(0));
+  down.Set(ParticleForce_Acceleration::kStrengthId, 0.0), down.Set(ParticleForce_Acceleration::kDirectionId, Vec3D());
+  for (const char* type : {"pforce_tension", "pforce_correct"})
+    scene.Add(type, type).Set(ParticleForce_SurfaceTension::kStrengthId, 0.0);
+  scene.Add("iop_repulsion", "Bounce").Set(InstantOperator_Repulsion::kBounceId, 0.0);
+  scene.Add("iop_spawn", "Burst").Set(InstantOperator_Spawn::kCountId, std::int64_t(0));
   scene.Step(0);
   std::vector<std::string> told;
   for (const auto& [node, text] : scene.warnings) {
@@ -160,22 +168,24 @@ TEST(ParticleOperators, TellWhereNothingHappens) {
 std::vector<std::uint64_t> RunAll(int workers) {
   ParticleScene scene(workers);
   scene.AddObstacle("Ball", "sphere", scene.Centre(), 0.2);
-  scene.advection->Set(1013, std::int64_t(2));
-  scene.advection->Set(1012, false);
-  scene.Add("iop_repulsion", "Bounce").Set(1000, 1.5);
+  scene.advection->Set(ParticleAdvection::kExtraIterationsId, std::int64_t(2));
+  scene.advection->Set(ParticleAdvection::kKillInsideId, false);
+  scene.Add("iop_repulsion", "Bounce").Set(InstantOperator_Repulsion::kBounceId, 1.5);
   scene.Add("iop_spawn", "Burst");
   BaseObject& down = scene.Add("pforce_acceleration", "Down");
   BaseObject& noise = scene.Add("constraint_noise", "Noise");
-  noise.Set(1001, 0.3);
+  noise.Set(NoiseConstraint::kFeatureSizeId, 0.3);
   BaseObject& forces = scene.Add("particle_forces", "Forces");
-  forces.Set(1001, scene.ListOf({&down}));
-  forces.Set(kConstraintListId, scene.ListOf({&noise}));
+  forces.Set(ParticleForces::kForcesId, scene.ListOf({&down}));
+  forces.Set(kConstraintsId, scene.ListOf({&noise}));
   for (const char* type : {"pforce_tension", "pforce_correct"}) {
     BaseObject& object = scene.Add(type, type);
-    object.Set(1000, scene.LinkTo(*scene.group));
-    object.Set(std::string(type) == "pforce_tension" ? 1010 : 1005, std::int64_t(PK_Diffuse));
-    object.Set(kConstraintListId, scene.ListOf({&noise}));
-    object.Set(1002, 20.0);
+    object.Set(ParticleForce_SurfaceTension::kGroupId, scene.LinkTo(*scene.group));
+    object.Set(std::string(type) == "pforce_tension" ? ParticleForce_SurfaceTension::kKindId
+                                                     : ParticleForce_Corrector::kKindId,
+               std::int64_t(PK_Diffuse));
+    object.Set(kConstraintsId, scene.ListOf({&noise}));
+    object.Set(ParticleForce_SurfaceTension::kStrengthId, 20.0);
   }
   scene.Start();
   BaseParticleData data;

@@ -152,9 +152,10 @@ TEST(Kernel, NormalisedKindsIntegrateToOne) {
 
 TEST(Kernel, CentreEdgeAndCurve) {
   const double h = 2;
-  EXPECT_EQ(EvaluateKernel(12, {}, {2, 0, 0}, h), -1);
-  for (int kind = 0; kind < 13; ++kind) {
-    EXPECT_LE(EvaluateKernel(kind, {1, 2, 3}, {1, 2, 5.5}, h), 0) << kind;
+  EXPECT_EQ(EvaluateKernel(KernelKind(12), {}, {2, 0, 0}, h), -1);
+  for (int type = 0; type < 13; ++type) {
+    const KernelKind kind{type};
+    EXPECT_LE(EvaluateKernel(kind, {1, 2, 3}, {1, 2, 5.5}, h), 0) << type;
     EXPECT_EQ(EvaluateKernel(kind, {1, 2, 3}, {1, 1, 3}, h), EvaluateKernel(kind, {1, 1, 3}, {1, 2, 3}, h));
   }
   EXPECT_EQ(EvaluateKernel(KernelKind(13), {}, {}, h), 0);
