@@ -48,9 +48,26 @@ Json Solvers(const std::vector<SolverReport>& solvers) {
   return list;
 }
 
+Json Groups(const std::vector<ParticleReport>& groups) {
+  Json list = Json::array();
+  for (const ParticleReport& group : groups) {
+    list.push_back({{"node", group.group},
+                    {"passive", group.counts[0]},
+                    {"vorticity", group.counts[1]},
+                    {"liquid", group.counts[2]},
+                    {"diffuse", group.counts[3]},
+                    {"born", group.born},
+                    {"died", group.died},
+                    {"lost", group.lost},
+                    {"bytes", group.bytes}});
+  }
+  return list;
+}
+
 void AddCommon(Json& json, const SubstepReport& report) {
   json["cells"] = report.cells;
   json["particles"] = report.particles;
+  json["groups"] = Groups(report.groups);
   json["solver"] = Solvers(report.solvers);
   json["grid_bytes"] = report.gridBytes;
   json["peak_bytes"] = report.peakBytes;
@@ -118,6 +135,11 @@ void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report
   sums.total.particles = std::max(report.particles, before.particles);
   sums.total.peakBytes = std::max(report.peakBytes, before.peakBytes);
   sums.total.solvers.insert(sums.total.solvers.begin(), before.solvers.begin(), before.solvers.end());
+  for (std::size_t g = 0; g < std::min(before.groups.size(), report.groups.size()); ++g) {
+    sums.total.groups[g].born += before.groups[g].born;
+    sums.total.groups[g].died += before.groups[g].died;
+    sums.total.groups[g].lost += before.groups[g].lost;
+  }
   ++sums.substeps;
   for (const auto& [stage, seconds] : report.stageSeconds) sums.stages[stage] += seconds;
   for (const auto& [node, seconds] : report.nodeSeconds) sums.nodes[node] += seconds;

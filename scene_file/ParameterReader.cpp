@@ -120,6 +120,36 @@ void ParameterReader::ReadReference(const ParameterSite& site, const JsonValue& 
   references_.push_back({site, {{value.offset, *name, 0}}});
 }
 
+namespace {
+
+std::string KindWords(const Parameter& row) {
+  std::string words;
+  for (const Choice& choice : row.choices) words += fmt::format("{}\"{}\"", words.empty() ? "" : " or ", choice.key);
+  return words;
+}
+
+// Of an entry of a list: 1 for a plain name, else by its "flags" or, in a list whose entries have kinds, its "kind".
+// Nothing when it is written otherwise.
+std::optional<std::uint32_t> ReadFlags(const Parameter& row, const JsonValue& item) {
+  if (!item.AsObject()) return 1;
+  const JsonValue* flags = item.Find("flags");
+  const JsonValue* kind = row.choices.empty() ? nullptr : item.Find("kind");
+  if (item.AsObject()->size() != (flags || kind ? 2u : 1u)) return std::nullopt;
+  if (kind) {
+    const std::string* word = kind->AsString();
+    for (const Choice& choice : row.choices) {
+      if (word && *word == choice.key) return static_cast<std::uint32_t>(choice.value);
+    }
+    return std::nullopt;
+  }
+  if (!flags) return 1;
+  const auto number = flags->AsInteger();
+  if (!number || *number < 0 || *number > std::int64_t(UINT32_MAX)) return std::nullopt;
+  return static_cast<std::uint32_t>(*number);
+}
+
+}  // namespace
+
 void ParameterReader::ReadList(const ParameterSite& site, const JsonValue& value) {
   const JsonValue::Array* items = value.AsArray();
   if (!items) {
@@ -127,23 +157,22 @@ void ParameterReader::ReadList(const ParameterSite& site, const JsonValue& value
     return;
   }
   Reference reference{site, {}};
-  std::set<std::string_view> seen;
+  std::set<std::pair<std::string_view, std::uint32_t>> seen;
+  const bool kinds = !site.row->choices.empty();  // one object may stand there once for each
   for (const JsonValue& item : *items) {
     const JsonValue* object = item.AsObject() ? item.Find("object") : &item;
-    const JsonValue* flags = item.Find("flags");
     const std::string* name = object ? object->AsString() : nullptr;
-    const bool goodFlags =
-        !flags || (flags->AsInteger() && *flags->AsInteger() >= 0 && *flags->AsInteger() <= std::int64_t(UINT32_MAX));
-    const std::size_t known = item.AsObject() ? 1 + (flags ? 1 : 0) : 0;
-    if (!name || name->empty() || !goodFlags || (item.AsObject() && item.AsObject()->size() != known)) {
-      site.Refuse(item, R"(a name or {"object": name, "flags": a whole number from 0 on})");
+    const std::optional<std::uint32_t> flags = ReadFlags(*site.row, item);
+    if (!name || name->empty() || !flags) {
+      site.Refuse(item, kinds ? R"(a name or {"object": name, "kind": )" + KindWords(*site.row) + "}"
+                              : R"(a name or {"object": name, "flags": a whole number from 0 on})");
       continue;
     }
-    if (!seen.insert(*name).second) {
+    if (!seen.insert({*name, kinds ? *flags : 0}).second) {
       site.Complain(item.offset, fmt::format("names {} twice", Quoted(*name)));
       continue;
     }
-    reference.targets.push_back({object->offset, *name, flags ? std::uint32_t(*flags->AsInteger()) : 1});
+    reference.targets.push_back({object->offset, *name, *flags});
   }
   references_.push_back(std::move(reference));
 }
@@ -180,7 +209,7 @@ void ParameterReader::ResolveReferences(const ObjectIndex& index) {
     for (const Target& target : reference.targets) {
       const BaseObject* object = Resolve(site, target, index);
       if (!object) continue;
-      if (list->Contains(object->creationNumber())) {
+      if (site.row->choices.empty() && list->Contains(object->creationNumber())) {
         site.Complain(target.offset, fmt::format("names {} twice", Quoted(object->Path(), 300)));
       }
       list->entries.push_back({object->creationNumber(), target.flags});

@@ -20,6 +20,7 @@ constexpr KindName kKindNames[] = {
     {kLinkOperator, "an operator"},
     {kLinkSolver, "a solver"},
     {kLinkParticles, "a particle group"},
+    {kLinkProperty, "a particle property"},
     {kLinkForce, "a force"},
     {kLinkCache, "a cache"},
     {kLinkSettings, "emission settings"},
@@ -136,6 +137,10 @@ std::string AllowedText(const Parameter& row) {
     case ParameterType::Link:
       return fmt::format("the name of {}", KindsText(row.linkKinds));
     case ParameterType::InExclude:
+      if (!row.choices.empty()) {
+        return fmt::format(R"(a list of names with kinds, such as [{{"object": "A", "kind": "{}"}}])",
+                           row.choices.front().key);
+      }
       return R"(a list of names, such as ["A", {"object": "B", "flags": 1}])";
     case ParameterType::Spline:
       return R"(a list of knots [x, y] or [x, y, "step"|"linear"|"cubic"])";

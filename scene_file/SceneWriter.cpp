@@ -124,7 +124,7 @@ class Writer {
         return name.empty() ? Json() : Json(name);
       }
       case ParameterType::InExclude:
-        return OfList(value);
+        return OfList(row, value);
       case ParameterType::Spline: {
         Json json = Json::array();
         if (const auto* curve = std::get_if<SplineValue>(&value); curve && *curve) {
@@ -141,14 +141,18 @@ class Writer {
     }
   }
 
-  Json OfList(const Value& value) const {
+  Json OfList(const Parameter& row, const Value& value) const {
     Json json = Json::array();
     const auto* list = std::get_if<InExcludeValue>(&value);
     if (!list || !*list) return json;
     for (const InExcludeData::Entry& entry : (*list)->entries) {
       const std::string name = NameOf(entry.target);
       if (name.empty()) continue;
-      if (entry.flags == 1)
+      const auto word = std::find_if(row.choices.begin(), row.choices.end(),
+                                     [&](const Choice& choice) { return choice.value == entry.flags; });
+      if (word != row.choices.end())
+        json.push_back({{"object", name}, {"kind", word->key}});
+      else if (entry.flags == 1)
         json.push_back(name);
       else
         json.push_back({{"object", name}, {"flags", entry.flags}});

@@ -2,6 +2,23 @@
 
 namespace orlix {
 
+namespace {
+
+constexpr int kTargetId = 1000, kScalarId = 1001, kVectorId = 1002, kFactorId = 1003, kPropertyId = 1004;
+constexpr int kUsePropertyId = 1007;
+
+constexpr Parameter kParameters[] = {
+    LinkParameter(kTargetId, "channel", kLinkChannel | kLinkSolver, "The channel"),
+    FloatParameter(kScalarId, "value", 1.0, "", "Value for a scalar channel"),
+    VectorParameter(kVectorId, "vector_value", {1, 1, 1}, "", "Value for a vector channel"),
+    FloatParameter(kFactorId, "property_scale", 0, "", "Factor of the property's value")
+        .ShownWhen(kUsePropertyId, Relation::Is, 1),
+    LinkParameter(kPropertyId, "property", kLinkProperty, "A particle property that gives the value instead"),
+    BoolParameter(kUsePropertyId, "use_property", false, "Takes the value from the linked property"),
+};
+
+}  // namespace
+
 const TypeInfo& ChannelValue::Type() {
   static constexpr Parameter kParameters[] = {
       LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver, "The channel"),

@@ -4,6 +4,10 @@
 #include "fluids/constraints/GradientConstraint.h"
 #include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/constraints/NoiseConstraint.h"
+#include "fluids/constraints/ParticleConstraint_Attribute.h"
+#include "fluids/constraints/ParticleConstraint_Property.h"
+#include "fluids/constraints/ParticleCountConstraint.h"
+#include "fluids/constraints/ParticleDistanceConstraint.h"
 #include "fluids/constraints/VolumeConstraint.h"
 #include "fluids/constraints/VoxelDistanceConstraint.h"
 #include "fluids/scene/NodeFactory.h"
@@ -15,6 +19,10 @@ void RegisterConstraintTypes(NodeFactory& factory) {
   factory.Add<GradientConstraint>();
   factory.Add<GridValueConstraint>();
   factory.Add<NoiseConstraint>();
+  factory.Add<ParticleConstraint_Attribute>();
+  factory.Add<ParticleConstraint_Property>();
+  factory.Add<ParticleCountConstraint>();
+  factory.Add<ParticleDistanceConstraint>();
   factory.Add<VolumeConstraint>();
   factory.Add<VoxelDistanceConstraint>();
 }

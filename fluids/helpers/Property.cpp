@@ -22,16 +22,16 @@ constexpr Parameter kState[] = {BoolParameter(iProperty::kValueId, "value", fals
 
 TypeInfo TypeOf(int id, const char* resource, const char* className, const char* label,
                 std::span<const Parameter> rows) {
-  return {
-      .id = id,
-      .resource = resource,
-      .className = className,
-      .label = label,
-      .text = "Gives particles one value under a property id.",
-      .kinds = kLinkParticles,
-      .parameters = rows,
-      .common = CommonNodeParameters(),
-  };
+  TypeInfo type;
+  type.id = id;
+  type.resource = resource;
+  type.className = className;
+  type.label = label;
+  type.text = "Gives particles one value under a property id.";
+  type.kinds = kLinkParticles | kLinkProperty;
+  type.parameters = rows;
+  type.common = CommonNodeParameters();
+  return type;
 }
 
 // The node types of the built-in properties: the free-form ones with the number filled in.

@@ -16,8 +16,8 @@ const TypeInfo& ParticleForces::Type() {
       {Mode::Set, "set", "The sum becomes the target"},
   };
   static constexpr Parameter kParameters[] = {
-      ListParameter(kGroupsId, "groups", kLinkParticles,
-                    "Groups, each with the kind that acts; an empty list takes all particles of the scene"),
+      GroupListParameter(kGroupsId, "groups",
+                         "Groups, each with the kind that acts; an empty list takes all particles of the scene"),
       ListParameter(kForcesId, "forces", kLinkForce, "Forces that act on particles; without any nothing happens"),
       IntParameter(1002, "interface_mode", 0, "", "Of the interface; nothing reads it").Hidden(),
       LinkParameter(kActInId, "act_in", kLinkDuration, "When the forces act"),

@@ -8,6 +8,7 @@
 #include "fluids/constraints/Constraint.h"
 #include "fluids/helpers/Duration.h"
 #include "fluids/particles/GroupList.h"
+#include "fluids/particles/KindChoices.h"
 
 namespace orlix {
 
@@ -67,11 +68,4 @@ class ParticleOperator : public iObject {
   std::int32_t ownPriority_;
 };
 
-// The kinds that a parameter chooses from.
-inline constexpr Choice kParticleKindChoices[] = {
-    {PK_Passive, "passive", "Particles that are only carried"},
-    {PK_Vorticity, "vorticity", "Particles that swirl a gas"},
-    {PK_Liquid, "liquid", "Particles of a liquid"},
-    {PK_Diffuse, "diffuse", "Foam, spray, dust, embers"},
-};
 }  // namespace orlix

@@ -75,8 +75,12 @@ class ParticleGroup final : public iObject {
   // Nearest first, strictly nearer than radius; none without a tree. Valid until the thread's next query.
   std::span<const Neighbour> Nearest(std::int32_t kind, const Vec3D& position, double radius,
                                      std::int32_t thread) const;
+  // How many that would be, and how far the nearest is (infinity: none). Neither disturbs a result of Nearest.
   std::int32_t NearestCount(std::int32_t kind, const Vec3D& position, double radius, std::int32_t thread) const {
-    return static_cast<std::int32_t>(Nearest(kind, position, radius, thread).size());
+    return Tree(kind) ? Tree(kind)->Count(position, radius * radius, thread) : 0;
+  }
+  double NearestDistance(std::int32_t kind, const Vec3D& position, double radius, std::int32_t thread) const {
+    return Tree(kind) ? Tree(kind)->NearestDistance(position, radius * radius, thread) : kNowhere;
   }
 
  private:

@@ -259,7 +259,6 @@ void ParticleList::Truncate(std::int32_t n) {
 
 void ParticleList::Clear() {
   links_.clear();
-  died_ += count();
   Truncate(0);
   userSlots_.store(0, std::memory_order_relaxed);
 }
@@ -340,7 +339,9 @@ std::uint64_t ParticleList::Version() {
       changed = true;
     }
   }
-  return version_ += changed ? 1 : 0;
+  static std::atomic<std::uint64_t> last{0};
+  if (changed) version_ = ++last;
+  return version_;
 }
 
 std::int64_t ParticleList::Bytes() const {

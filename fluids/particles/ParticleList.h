@@ -134,10 +134,14 @@ class ParticleList {
   // Rows without Alive leave. Swapped: the last row takes the place of a dead one, whose links go to its partners.
   // Kept: all rows behind move down. Gives how many left.
   std::int32_t RemoveDead(bool keepOrder);
+  // A new start: nobody has died.
   void Clear();
 
-  // A new number whenever rows came, left, moved, died or revived since the last call. On the driving thread.
+  // Another number whenever rows came, left, moved, died or revived since the last call; no two lists share one. On the
+  // driving thread.
   std::uint64_t Version();
+  // The sort that set or cleared ParticleFlag::Sorted last.
+  std::uint64_t sortStamp = 0;
   std::int64_t Bytes() const;
   // Walls that swallow particles report them here; safe from workers.
   void CountLost(std::int64_t n) { lost_.fetch_add(n, std::memory_order_relaxed); }
@@ -188,7 +192,7 @@ class ParticleList {
 
   std::unordered_map<std::int32_t, std::vector<ParticleLink>> links_;  // by the owner's id
   std::int32_t nextId_ = 0;
-  std::uint64_t version_ = 1;
+  std::uint64_t version_ = 0;
   bool changed_ = true;
   std::int64_t born_ = 0, died_ = 0;
   std::atomic<std::int64_t> lost_{0};

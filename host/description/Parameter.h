@@ -92,6 +92,7 @@ enum LinkKind : std::uint32_t {
   kLinkTag = 1u << 23,
   kLinkHostObject = 1u << 24,  // any object that is no node: nulls, cameras, geometry
   kLinkFalloff = 1u << 25,     // a host object that maps a place to a factor
+  kLinkProperty = 1u << 26,    // a property of particles
   kLinkAny = 0xffffffffu
 };
 
@@ -116,7 +117,7 @@ struct Parameter {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   bool minExclusive = false;
-  std::span<const Choice> choices{};
+  std::span<const Choice> choices{};  // of a list: words for the flags of an entry, which it writes as its "kind"
   std::uint32_t linkKinds = kLinkAny;
   std::array<Condition, 3> shownWhen{};  // all must hold
   int shownCount = 0;
@@ -220,6 +221,13 @@ constexpr Parameter LinkParameter(int id, const char* key, std::uint32_t kinds, 
 constexpr Parameter ListParameter(int id, const char* key, std::uint32_t kinds, const char* text) {
   Parameter p = MakeParameter(id, key, ParameterType::InExclude, "", text);
   p.linkKinds = kinds;
+  return p;
+}
+// Entries say by a word which kind of the object they mean.
+constexpr Parameter KindListParameter(int id, const char* key, std::uint32_t kinds, std::span<const Choice> words,
+                                      const char* text) {
+  Parameter p = ListParameter(id, key, kinds, text);
+  p.choices = words;
   return p;
 }
 constexpr Parameter SplineParameter(int id, const char* key, std::span<const SplineKnot> knots, const char* text) {
