@@ -8,6 +8,8 @@
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/helpers/HelperTypes.h"
 #include "fluids/operators/OperatorTypes.h"
+#include "fluids/particle_emitters/ParticleEmitterTypes.h"
+#include "fluids/particle_exchange/ParticleExchangeTypes.h"
 #include "fluids/particle_operators/ParticleOperatorTypes.h"
 #include "fluids/particles/ParticleTypes.h"
 #include "fluids/scene/NodeFactory.h"
@@ -16,6 +18,7 @@
 #include "fluids/volumes/VolumeTypes.h"
 #include "host/geometry/GeometryTypes.h"
 #include "host/render/RenderTypes.h"
+#include "host/shaders/ShaderTypes.h"
 
 namespace orlix {
 
@@ -30,22 +33,15 @@ struct PlannedType {
 constexpr PlannedType kPlanned[] = {
     {1300003, "zq_liquid"},
     {1300004, "zq_liquid_viscous"},
-    {1300006, "zq_particlegridemitter"},
-    {1300007, "zq_particlemeshemitter"},
-    {1300008, "zq_properties_particles"},
-    {1300017, "zq_force_particleturbulence"},
-    {1300026, "zq_particlemesh_emission_setting"},
     {1300032, "zq_surface_reconstruction"},
     {1300033, "zq_mesher"},
     {1300034, "zq_csg"},
     {1300035, "zq_levelset_smoother"},
-    {1300040, "zq_particle_converter"},
     {1300057, "zq_constraint_coffee"},
     {1300059, "zq_channelop_coffee"},
     {1300060, "zq_pforce_coffee"},
     {1300063, "zq_channelop_remap"},
     {1300064, "zq_psheet"},
-    {1300065, "zq_pvaluetoproperty"},
     {1300077, "zq_foamspraybubbles"},
     {1300079, "zq_psurfaceproperty"},
     {1300099, "zq_cache_particle"},
@@ -55,7 +51,6 @@ constexpr PlannedType kPlanned[] = {
     {1300135, "zq_mop_curvature"},
     {1300136, "zq_mop_smoothing"},
     {1300137, "zq_fluid_pb"},
-    {1300138, "zq_particle_gridtoparticles"},
     {13000141, "zq_force_coffee"},
 };
 
@@ -64,6 +59,7 @@ constexpr PlannedType kPlanned[] = {
 void RegisterTypes(NodeFactory& factory) {
   RegisterGeometryTypes(factory.types());
   RegisterRenderTypes(factory.types());
+  RegisterShaderTypes(factory.types());
   RegisterSceneTypes(factory);
   RegisterHelperTypes(factory);
   RegisterParticleTypes(factory);
@@ -72,9 +68,11 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterConstraintTypes(factory);
   RegisterDynamicsTypes(factory);
   RegisterEmitterTypes(factory);
+  RegisterParticleEmitterTypes(factory);
   RegisterForceTypes(factory);
   RegisterOperatorTypes(factory);
   RegisterParticleOperatorTypes(factory);
+  RegisterParticleExchangeTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);

@@ -39,6 +39,7 @@ constexpr KindName kKindNames[] = {
     {kLinkTag, "a tag"},
     {kLinkHostObject, "an object that is no node"},
     {kLinkFalloff, "a falloff"},
+    {kLinkShader, "a shader"},
 };
 
 std::string Joined(const std::vector<std::string>& parts, const char* last) {

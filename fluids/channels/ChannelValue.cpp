@@ -24,10 +24,10 @@ const TypeInfo& ChannelValue::Type() {
       LinkParameter(kChannelId, "channel", kLinkChannel | kLinkSolver, "The channel"),
       FloatParameter(kValueId, "value", 1.0, "", "Value for a scalar channel"),
       VectorParameter(kVectorValueId, "vector_value", {1, 1, 1}, "", "Value for a vector channel"),
-      FloatParameter(kPropertyScaleId, "property_scale", 0, "", "Factor of the property's value")
-          .ShownWhen(kUsePropertyId, Relation::Is, 1),
-      LinkParameter(kPropertyId, "property", kLinkParticles, "A particle property that gives the value instead"),
-      BoolParameter(kUsePropertyId, "use_property", false, "Takes the value from the linked property"),
+      FloatParameter(kPropertyScaleId, "property_scale", 0, "", "Kept, without effect").Hidden(),
+      LinkParameter(kPropertyId, "property", kLinkProperty,
+                    "A particle property that gives the value; the value itself is for particles without it"),
+      BoolParameter(kUsePropertyId, "use_property", false, "Kept, without effect").Hidden(),
   };
   static const TypeInfo kType = {
       .id = 1300013,

@@ -17,6 +17,9 @@ class EmissionRate final : public iBase {
   void GetRetrieveTypes(std::uint32_t& mask) const override;
   bool ReadParameters() override;
 
+  // Of particles: the number, or a rate's amount where it gives one.
+  double Count() const { return kind_ == Kind::Count ? countRate : scalarRate; }
+
   double scalarRate = 1;
   Vec3D vectorRate{1, 1, 1};
   std::int32_t countRate = 100;

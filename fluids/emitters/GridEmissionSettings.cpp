@@ -67,6 +67,8 @@ bool GridEmissionSettings::ReadParameters() {
   return true;
 }
 
+std::int32_t GridEmissionSettings::RateLinkId() const { return kRateId; }
+
 bool GridEmissionSettings::ResolveLinks() {
   limit = scene->RetrieveAs<EmissionRate>(handler.GetLink(kLimitId), NODE_SETTINGS);
   duration = scene->RetrieveAs<Duration>(handler.GetLink(kActiveInId), NODE_HELPER);

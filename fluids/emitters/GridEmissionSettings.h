@@ -13,9 +13,9 @@ class GridEmissionSettings final : public iEmissionSettings {
   enum class Falloff : std::int32_t { None = 0, Depth = 1, DepthCurve = 2 };
 
   using iEmissionSettings::iEmissionSettings;
-  static constexpr int kModeId = 1000, kPerStepId = 1001, kLimitId = 1003, kActiveInId = 1004, kFalloffCurveId = 1005,
-                       kFalloffId = 1006, kSpreadId = 1012, kValueId = 1013, kVectorValueId = 1014,
-                       kShowVectorId = 1015;
+  static constexpr int kModeId = 1000, kPerStepId = 1001, kRateId = 1002, kLimitId = 1003, kActiveInId = 1004,
+                       kFalloffCurveId = 1005, kFalloffId = 1006, kSpreadId = 1012, kValueId = 1013,
+                       kVectorValueId = 1014, kShowVectorId = 1015;
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 10; }
   bool ReadParameters() override;
@@ -43,6 +43,9 @@ class GridEmissionSettings final : public iEmissionSettings {
   // Between ResolveLinks and ReleaseLinks.
   const EmissionRate* limit = nullptr;
   const Duration* duration = nullptr;
+
+ protected:
+  std::int32_t RateLinkId() const override;
 
  private:
   const EmissionRate* amountRate_ = nullptr;  // rate

@@ -3,6 +3,7 @@
 #include "fluids/forces/Force_Buoyancy.h"
 #include "fluids/forces/Force_Curl.h"
 #include "fluids/forces/Force_Gravity.h"
+#include "fluids/forces/Force_GridTurbulence.h"
 #include "fluids/forces/Force_Swirling.h"
 #include "fluids/forces/Force_TrigoWave.h"
 #include "fluids/forces/Force_Vortex.h"
@@ -14,6 +15,7 @@ void RegisterForceTypes(NodeFactory& factory) {
   factory.Add<Force_Gravity>();
   factory.Add<Force_Buoyancy>();
   factory.Add<Force_Swirling>();
+  factory.Add<Force_GridTurbulence>();
   factory.Add<Force_TrigoWave>();
   factory.Add<Force_Vortex>();
   factory.Add<Force_Curl>();

@@ -87,6 +87,35 @@ void Force_Buoyancy::ProcessRow(const ForceRow& row) {
                        {row.forceX, row.forceY, row.forceZ}});
 }
 
+void Force_Buoyancy::PrepareParticles(iBase*) {
+  const double dt = simulationInfo->substepDuration;
+  if (!BeginParticles() || !temperature_ || !temperature_->GetReadGrid(0) || dt == 0) return;
+  terms_.temperatureMin = temperature_->GetReadGrid(0)->valueOffset;
+  terms_.direction = direction_ * (dt * 0.5);
+  EndParticles();
+}
+
+// 0 without the channel. voxel: array coordinates of the samples at cell centres.
+double Force_Buoyancy::SampleAt(const ChannelBase_Scalar* channel, const Vec3D& voxel) const {
+  const ScalarGrid* grid = channel ? channel->GetReadGrid(0) : nullptr;
+  return grid ? SampleGrid(GridView<const double>(*grid), voxel.x, voxel.y, voxel.z, Interpolation::Trilinear) : 0;
+}
+
+void Force_Buoyancy::ProcessParticles(const ForceParticles& run) {
+  if (!IsActive()) return;
+  const double* amounts = Amounts(run, strengthFactor_);
+  const ScalarGrid* lattice = density_ ? density_->GetReadGrid(0) : nullptr;
+  const GridSpace& space = (lattice ? lattice : temperature_->GetReadGrid(0))->space;
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    if (amounts[n] == 0) continue;
+    const Vec3D voxel = space.VoxelOfSim(run.positions[n]) - Vec3D(0.5);
+    const double d = SampleAt(density_, voxel), t = SampleAt(temperature_, voxel) - terms_.temperatureMin;
+    if (!(d > 0 || t > 0)) continue;
+    const double s = t * terms_.temperatureFactor + (d + SampleAt(fuel_, voxel)) * terms_.densityFactor;
+    run.forces[n] += terms_.direction * (s * amounts[n]);
+  }
+}
+
 ORLIX_MULTIVERSION
 void AddBuoyancy(const BuoyancyTerms& terms, const BuoyancyRow& row) {
   double strength[kBlock];

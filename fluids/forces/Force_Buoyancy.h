@@ -41,11 +41,15 @@ class Force_Buoyancy final : public ConstrainedForce {
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
+  void PrepareParticles(iBase* caller) override;
+  void ProcessParticles(const ForceParticles& run) override;
 
  protected:
   Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
+  double SampleAt(const ChannelBase_Scalar* channel, const Vec3D& voxel) const;
+
   ChannelBase_Scalar* temperature_ = nullptr;
   ChannelBase_Scalar* fuel_ = nullptr;
   ChannelBase_Scalar* density_ = nullptr;

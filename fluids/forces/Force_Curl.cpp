@@ -46,8 +46,7 @@ bool Force_Curl::ReadParameters() {
   return true;
 }
 
-void Force_Curl::Prepare(iBase*) {
-  if (!BeginPrepare() || !(step_ > 0)) return;
+bool Force_Curl::CloneChain() {
   data_.clones.clear(), data_.chain.clear();
   for (const Constraint* constraint : constraints_) {
     if (!constraint->IsEnabled() || constraint->RetrieveMask() != RetrieveBit(RETRIEVE_CONSTRAINT)) continue;
@@ -55,18 +54,25 @@ void Force_Curl::Prepare(iBase*) {
     data_.chain.push_back(data_.clones.back().get());
     data_.chain.back()->Prepare(this);
   }
-  if (data_.chain.empty()) return;
+  amount_ = simulationInfo->substepDuration * strengthFactor_ * strength_;
+  return !data_.chain.empty();
+}
+
+Vec3D Force_Curl::ShiftOf(const Tap& tap) const {
+  Vec3D shift(offsets_[tap.potential]);
+  shift[tap.axis] += tap.side * step_;
+  return shift;
+}
+
+void Force_Curl::Prepare(iBase*) {
+  if (!BeginPrepare() || !(step_ > 0) || !CloneChain()) return;
   for (int t = 0; t < kTaps; ++t) {
-    const Tap& tap = kTapList[t];
-    Vec3D shift(offsets_[tap.potential]);
-    shift[tap.axis] += tap.side * step_;
     shifted_[t] = Lattice();
-    shifted_[t].simMin += shift;
+    shifted_[t].simMin += ShiftOf(kTapList[t]);
   }
   const std::int32_t cells = Lattice().dims.x;
   potentials_.Prepare(data_.chain, cells, 1.0);
   field_.resize(static_cast<std::size_t>(cells) * 3 * WorkerPool::kMaxWorkers);
-  amount_ = simulationInfo->substepDuration * strengthFactor_ * strength_;
   SetFlag(NodeActive, true);
 }
 
@@ -96,6 +102,30 @@ void Force_Curl::ProcessRow(const ForceRow& row) {
     row.forceX[i] += push.x;
     row.forceY[i] += push.y;
     row.forceZ[i] += push.z;
+  }
+}
+
+Vec3D Force_Curl::Field(const Vec3D& place, std::int32_t threadIndex) const {
+  Vec3D field;
+  const double half = 0.5 / step_;
+  for (const Tap& tap : kTapList) {
+    double value = 1;
+    EvaluateChain(data_.chain, place + ShiftOf(tap), value, this, threadIndex);
+    field[tap.component] += value * (tap.sign * half);
+  }
+  return field;
+}
+
+void Force_Curl::PrepareParticles(iBase*) {
+  if (!BeginParticles() || !(step_ > 0) || !CloneChain()) return;
+  SetFlag(NodeActive, true);
+}
+
+void Force_Curl::ProcessParticles(const ForceParticles& run) {
+  if (!IsActive()) return;
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    if (run.weights[n] == 0) continue;
+    run.forces[n] += Normalized(Field(run.positions[n], run.threadIndex)) * (amount_ * run.weights[n]);
   }
 }
 

@@ -34,12 +34,19 @@ class Force_Curl final : public ConstrainedForce {
   bool ReadParameters() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
+  void PrepareParticles(iBase* caller) override;
+  void ProcessParticles(const ForceParticles& run) override;
   void Finish() override;
 
  protected:
   Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
+  // The clones of the enabled constraints, prepared. False without one.
+  bool CloneChain();
+  Vec3D ShiftOf(const Tap& tap) const;
+  // The curl at a place in simulation space.
+  Vec3D Field(const Vec3D& place, std::int32_t threadIndex) const;
   // The curl at the cells of a row, into three rows of this worker.
   void FieldRow(const ForceRow& row, double* x, double* y, double* z);
 

@@ -74,25 +74,46 @@ bool Force_TrigoWave::ReadParameters() {
   return true;
 }
 
+void Force_TrigoWave::TakeTime() {
+  wave_.travelled = speed_ * ((useTime_ ? simulationInfo->time : fixedTime_) + phase_);
+}
+
 void Force_TrigoWave::Prepare(iBase*) {
   if (!BeginPrepare()) return;
-  wave_.travelled = speed_ * ((useTime_ ? simulationInfo->time : fixedTime_) + phase_);
+  TakeTime();
   EndPrepare(simulationInfo->substepDuration * strengthFactor_);
 }
 
 void Force_TrigoWave::ProcessRow(const ForceRow& row) {
   if (!IsActive()) return;
   const double* amounts = Amounts(row);
-  const GridSpace& space = GetSimulationSpace();
   for (std::int32_t i = row.begin; i < row.end; ++i) {
     if (amounts[i] == 0) continue;
-    const Vec3D position = row.Position(i);
-    Vec3D q = inverse_ * (position * row.space->hostPerSim) * space.simPerHost;
-    q += wave_.At(q * scale_) * amounts[i];
-    const Vec3D push = matrix_ * (q * space.hostPerSim + space.hostMin) * space.simPerHost - position;
+    const Vec3D push = Push(row.Position(i), amounts[i]);
     row.forceX[i] += push.x;
     row.forceY[i] += push.y;
     row.forceZ[i] += push.z;
+  }
+}
+
+Vec3D Force_TrigoWave::Push(const Vec3D& position, double amount) const {
+  const GridSpace& space = GetSimulationSpace();
+  Vec3D q = inverse_ * (position * space.hostPerSim) * space.simPerHost;
+  q += wave_.At(q * scale_) * amount;
+  return matrix_ * (q * space.hostPerSim + space.hostMin) * space.simPerHost - position;
+}
+
+void Force_TrigoWave::PrepareParticles(iBase*) {
+  if (!BeginParticles()) return;
+  TakeTime();
+  EndParticles();
+}
+
+void Force_TrigoWave::ProcessParticles(const ForceParticles& run) {
+  if (!IsActive()) return;
+  const double* amounts = Amounts(run, simulationInfo->substepDuration * strengthFactor_);
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    if (amounts[n] != 0) run.forces[n] += Push(run.positions[n], amounts[n]);
   }
 }
 

@@ -20,11 +20,17 @@ class Force_TrigoWave final : public ConstrainedForce {
   bool ReadParameters() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
+  void PrepareParticles(iBase* caller) override;
+  void ProcessParticles(const ForceParticles& run) override;
 
  protected:
   Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
+  void TakeTime();
+  // How far the wave moves a place (simulation space) by an amount.
+  Vec3D Push(const Vec3D& position, double amount) const;
+
   TrigoWave wave_;
   double speed_ = 0;                  // m/s
   double phase_ = 0, fixedTime_ = 0;  // s

@@ -46,11 +46,23 @@ void Force_Vortex::ProcessRow(const ForceRow& row) {
   const double* amounts = Amounts(row);
   const Vec3D hostPerSim = row.space->hostPerSim;
   for (std::int32_t i = row.begin; i < row.end; ++i) {
-    const Vec3D q = inverse_ * (row.Position(i) * hostPerSim);
-    const Vec3D push = matrix_.Rotate({-q.y, q.x, 0}) * (strength_ * kTangentScale * amounts[i]);
+    const Vec3D push = Push(row.Position(i) * hostPerSim) * (strength_ * kTangentScale * amounts[i]);
     row.forceX[i] += push.x;
     row.forceY[i] += push.y;
     row.forceZ[i] += push.z;
+  }
+}
+
+void Force_Vortex::PrepareParticles(iBase*) {
+  if (BeginParticles()) EndParticles();
+}
+
+void Force_Vortex::ProcessParticles(const ForceParticles& run) {
+  if (!IsActive()) return;
+  const double* amounts = Amounts(run, simulationInfo->substepDuration * strengthFactor_);
+  const Vec3D hostPerSim = GetSimulationSpace().hostPerSim;
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    run.forces[n] += Push(run.positions[n] * hostPerSim) * (strength_ * kTangentScale * amounts[n]);
   }
 }
 

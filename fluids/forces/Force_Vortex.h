@@ -17,11 +17,19 @@ class Force_Vortex final : public ConstrainedForce {
   bool ReadParameters() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
+  void PrepareParticles(iBase* caller) override;
+  void ProcessParticles(const ForceParticles& run) override;
 
  protected:
   Duration* FindDuration() const override { return DurationOf(kForceDurationId); }
 
  private:
+  // Of a place in host space, before the amount.
+  Vec3D Push(const Vec3D& host) const {
+    const Vec3D q = inverse_ * host;
+    return matrix_.Rotate({-q.y, q.x, 0});
+  }
+
   double strength_ = 0;  // m
   LMatrix matrix_, inverse_;
 };

@@ -90,22 +90,50 @@ const TypeInfo& Kernel::Type() {
 
 bool Kernel::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
-  kind = handler.GetChoice<KernelKind>(kKindId);
-  curve = handler.GetSplineData(kCurveId);
+  base.kind = handler.GetChoice<KernelKind>(kKindId);
+  base.curve = handler.GetSplineData(kCurveId);
   return true;
 }
 
-double Kernel::Finished(double v) const {
+double Kernel::EvaluateSquared(double r2, double h2, double h3) const {
+  return base.Finished(EvaluateKernelSquared(base.kind, r2, h2, h3));
+}
+
+double KernelBase::Finished(double v) const {
   if (kind != KernelKind::Curve) return v;
   return curve && v > 0 ? curve->ValueAt(static_cast<float>(v)) : 0;
 }
 
-double Kernel::Evaluate(const Vec3D& a, const Vec3D& b, double radius) const {
-  return Finished(EvaluateKernel(kind, a, b, radius));
+double KernelBase::EvaluateWithin(double r2, double h2, double h3) const {
+  if (kind != KernelKind::Exponential) return Finished(EvaluateKernelSquared(kind, r2, h2, h3));
+  if (!(r2 < h2)) return 0;
+  return EvaluateKernelSquared(kind, r2, length > 0 ? length * length : h2, h3);
 }
 
-double Kernel::EvaluateSquared(double r2, double h2, double h3) const {
-  return Finished(EvaluateKernelSquared(kind, r2, h2, h3));
+// The kinds that are used most go without a branch for each pair.
+void KernelBase::EvaluateRun(const double* r2, std::int32_t count, double h2, double h3, double* out) const {
+  const auto each = [&](auto&& f) {
+    for (std::int32_t n = 0; n < count; ++n) out[n] = r2[n] < h2 ? f(r2[n] / h2) : 0;
+  };
+  switch (kind) {
+    case KernelKind::Poly6:
+    case KernelKind::Poly6Radius: {
+      const double scale = 315 / (201.06192982974676 * h3);
+      return each([=](double q) { return scale * Cube(1 - q); });
+    }
+    case KernelKind::Quadratic:
+      return each([](double q) { return 1 - q; });
+    case KernelKind::SoftObject:
+      return each([](double q) { return 1 - 2.44444 * q + 1.88888 * q * q - 0.44444 * q * q * q; });
+    case KernelKind::Smooth:
+      return each([](double q) { return Cube(1 - q * q); });
+    case KernelKind::Cubic:
+      return each([](double q) { return Cube(1 - q); });
+    default:
+      for (std::int32_t n = 0; n < count; ++n) out[n] = EvaluateWithin(r2[n], h2, h3);
+  }
 }
+
+std::span<const Choice> KernelKinds() { return kKinds; }
 
 }  // namespace orlix

@@ -29,6 +29,24 @@ enum class KernelKind {
 double EvaluateKernelSquared(KernelKind kind, double squaredDistance, double squaredRadius, double cubedRadius);
 double EvaluateKernel(KernelKind kind, const Vec3D& a, const Vec3D& b, double radius);
 
+// A weight function by value, as operators hold their own.
+struct KernelBase {
+  KernelKind kind = KernelKind::Quadratic;
+  double length = 0;                  // of Exponential, where it isn't the radius: e^(1 - r2 / length^2) within it
+  const SplineData* curve = nullptr;  // of Curve, over q; not owned
+
+  double Evaluate(const Vec3D& a, const Vec3D& b, double radius) const {
+    return EvaluateWithin(LengthSquared(a - b), radius * radius, radius * radius * radius);
+  }
+  // The same of a squared distance; 0 from the radius on.
+  double EvaluateWithin(double squaredDistance, double squaredRadius, double cubedRadius) const;
+  // The same of many.
+  void EvaluateRun(const double* squaredDistances, std::int32_t count, double squaredRadius, double cubedRadius,
+                   double* out) const;
+  // What the curve makes of a value of Curve; those of all others stay.
+  double Finished(double v) const;
+};
+
 class Kernel final : public iBase {
  public:
   using iBase::iBase;
@@ -38,14 +56,13 @@ class Kernel final : public iBase {
   std::int32_t GetNodeSubType() const override { return 52; }
   bool ReadParameters() override;
 
-  double Evaluate(const Vec3D& a, const Vec3D& b, double radius) const;
+  double Evaluate(const Vec3D& a, const Vec3D& b, double radius) const { return base.Evaluate(a, b, radius); }
   double EvaluateSquared(double squaredDistance, double squaredRadius, double cubedRadius) const;
 
-  KernelKind kind = KernelKind::Quadratic;
-  const SplineData* curve = nullptr;  // of KernelKind::Curve, not owned
-
- private:
-  double Finished(double v) const;
+  KernelBase base;
 };
+
+// The kinds, for the nodes that offer a kernel of their own.
+std::span<const Choice> KernelKinds();
 
 }  // namespace orlix

@@ -20,6 +20,18 @@ void Write(T& stored, const T& fresh, bool& moved) {
   moved = true;
 }
 
+void TakeTextures(const PolygonObject& polygons, TriMeshSTL& mesh) {
+  mesh.textureCoordinates.clear();
+  if (polygons.textureCoordinates.size() != polygons.polygons.size()) return;
+  for (std::size_t p = 0; p < polygons.polygons.size(); ++p) {
+    const auto& uv = polygons.textureCoordinates[p];
+    mesh.textureCoordinates.insert(mesh.textureCoordinates.end(), {uv[0], uv[1], uv[2]});
+    if (!polygons.polygons[p].IsTriangle()) {
+      mesh.textureCoordinates.insert(mesh.textureCoordinates.end(), {uv[0], uv[2], uv[3]});
+    }
+  }
+}
+
 }  // namespace
 
 LMatrix SimulationMatrix(const LMatrix& hostMatrix, const Vec3D& simPerHost) {
@@ -47,6 +59,7 @@ GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& ma
     Write(mesh.Triangles()[t++], {p.a, p.b, p.c}, moved);
     if (!p.IsTriangle()) Write(mesh.Triangles()[t++], {p.a, p.c, p.d}, moved);
   }
+  TakeTextures(polygons, mesh);
   mesh.matrix = SimulationMatrix(matrix, simPerHost);
   return moved ? GeometryChange::Moved : GeometryChange::Same;
 }

@@ -1,5 +1,5 @@
 #pragma once
-// Vector attributes of a mesh's points, a column for each attribute in use.
+// Attributes of a mesh's points, vectors and reals, a column for each attribute in use.
 
 #include <cstdint>
 #include <map>
@@ -17,9 +17,11 @@ class MeshProperties {
   void Resize(std::size_t points) {
     points_ = points;
     for (auto& [id, column] : columns_) column.resize(points);
+    for (auto& [id, column] : reals_) column.resize(points);
   }
   void Clear() {
     columns_.clear();
+    reals_.clear();
     points_ = 0;
   }
   std::size_t PointCount() const { return points_; }
@@ -30,14 +32,24 @@ class MeshProperties {
     column.resize(points_);
     return column;
   }
+  std::vector<double>& RealColumn(std::int32_t id) {
+    std::vector<double>& column = reals_[id];
+    column.resize(points_);
+    return column;
+  }
   // Null when no point has the attribute.
   const std::vector<Vec3D>* Find(std::int32_t id) const {
     const auto found = columns_.find(id);
     return found == columns_.end() ? nullptr : &found->second;
   }
+  const std::vector<double>* FindReal(std::int32_t id) const {
+    const auto found = reals_.find(id);
+    return found == reals_.end() ? nullptr : &found->second;
+  }
 
  private:
   std::map<std::int32_t, std::vector<Vec3D>> columns_;
+  std::map<std::int32_t, std::vector<double>> reals_;
   std::size_t points_ = 0;
 };
 

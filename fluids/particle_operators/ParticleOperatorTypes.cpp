@@ -7,6 +7,7 @@
 #include "fluids/particle_operators/ParticleForce_Corrector.h"
 #include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
 #include "fluids/particle_operators/ParticleForces.h"
+#include "fluids/particle_operators/ParticleVolumeProperties.h"
 #include "fluids/scene/NodeFactory.h"
 
 namespace orlix {
@@ -17,6 +18,7 @@ void RegisterParticleOperatorTypes(NodeFactory& factory) {
   factory.Add<ParticleForce_Acceleration>();
   factory.Add<ParticleForce_Corrector>();
   factory.Add<ParticleForce_SurfaceTension>();
+  factory.Add<ParticleVolumeProperties>();
   factory.Add<InstantOperator_Repulsion>();
   factory.Add<InstantOperator_Spawn>();
 }

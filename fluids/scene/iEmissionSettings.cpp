@@ -6,7 +6,7 @@ namespace orlix {
 
 bool iEmissionSettings::ResolveLinks() {
   if (!iBase::ResolveLinks()) return false;
-  rate = scene->Retrieve(handler.GetLink(kRateId), NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
+  rate = scene->Retrieve(handler.GetLink(RateLinkId()), NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
   return true;
 }
 

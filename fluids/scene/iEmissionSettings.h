@@ -13,8 +13,11 @@ class iEmissionSettings : public iBase {
   void ReleaseLinks() override;
   void CheckDirty() override;
 
-  static constexpr std::int32_t kRateId = 1002;
   iBase* rate = nullptr;  // an EmissionRate
+
+ protected:
+  // The parameter that links it.
+  virtual std::int32_t RateLinkId() const = 0;
 };
 
 }  // namespace orlix

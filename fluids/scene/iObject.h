@@ -38,6 +38,8 @@ class iSolver : public iObject {
   virtual VecInt3D MostCells() const { return {}; }
   // The velocity channel, m/s; null on a solver without one.
   virtual iBase* Velocity() { return nullptr; }
+  // It moves particles of a group.
+  virtual bool HoldsParticles() const { return false; }
   // The liquid's level set, m, negative inside; null on a solver without a surface.
   virtual const ScalarGrid* GetSurfaceGrid() const { return nullptr; }
 };

@@ -107,6 +107,12 @@ Vec3D AlignmentVector3D::GetDirection(const Vec3D& point, const LMatrix& matrix,
   return HasFlag(NodeInvert) ? -direction : direction;
 }
 
+Vec3D AlignmentVector3D::GetDirection(const Vec3D& point, MersenneTwister& random) const {
+  if (mode_ == Random) return RandomDirection(random);
+  const Vec3D direction = Unsigned(point, matrix_, centre_);
+  return HasFlag(NodeInvert) ? -direction : direction;
+}
+
 Vec3D AlignmentVector3D::Unsigned(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre) const {
   switch (mode_) {
     case FromCentre:

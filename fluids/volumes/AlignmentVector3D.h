@@ -45,6 +45,8 @@ class AlignmentVector3D final : public iObject {
   Vec3D GetDirection(const Vec3D& point, std::int32_t threadIndex) {
     return GetDirection(point, matrix_, centre_, threadIndex);
   }
+  // With the caller's generator where the direction is random.
+  Vec3D GetDirection(const Vec3D& point, MersenneTwister& random) const;
   // count generators, or fallback when count is below 1. Generator w starts from the scene's seed + 234145 + w.
   void SeedThreads(std::int32_t count, std::int32_t fallback);
   // The three axes set the vector.

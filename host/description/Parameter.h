@@ -93,6 +93,7 @@ enum LinkKind : std::uint32_t {
   kLinkHostObject = 1u << 24,  // any object that is no node: nulls, cameras, geometry
   kLinkFalloff = 1u << 25,     // a host object that maps a place to a factor
   kLinkProperty = 1u << 26,    // a property of particles
+  kLinkShader = 1u << 27,      // a host object that gives a place a colour
   kLinkAny = 0xffffffffu
 };
 

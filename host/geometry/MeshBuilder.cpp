@@ -96,7 +96,16 @@ bool MeshBuilder::AddPoint(const Vec3D& point) {
   return true;
 }
 
-void MeshBuilder::AddPolygon(std::span<const std::int64_t> corners, std::size_t place) {
+bool MeshBuilder::AddTexturePoint(const Vec2D& point) {
+  if (!std::isfinite(point.x) || !std::isfinite(point.y) || std::int64_t(texturePoints_.size()) >= kMaxElements) {
+    return false;
+  }
+  texturePoints_.push_back(point);
+  return true;
+}
+
+void MeshBuilder::AddPolygon(std::span<const std::int64_t> corners, std::size_t place,
+                             std::span<const std::int64_t> textures) {
   if (corners.size() < 3) return;
   for (const std::int64_t corner : corners) {
     if (!anyCorner_ || corner < lowest_) lowest_ = corner, lowestPlace_ = place;
@@ -109,13 +118,28 @@ void MeshBuilder::AddPolygon(std::span<const std::int64_t> corners, std::size_t 
     tooMany_ = true;
     return;
   }
-  const auto index = [&](std::size_t i) { return static_cast<std::int32_t>(corners[i]); };
-  if (corners.size() == 4) {
-    mesh_.polygons.push_back({index(0), index(1), index(2), index(3)});
-    return;
-  }
-  for (std::size_t i = 2; i < corners.size(); ++i) {
-    mesh_.polygons.push_back({index(0), index(i - 1), index(i), index(i)});
+  const auto add = [&](std::size_t a, std::size_t b, std::size_t c, std::size_t d) {
+    const auto index = [&](std::size_t i) { return static_cast<std::int32_t>(corners[i]); };
+    if (!textures.empty()) {
+      textureCorners_.resize(mesh_.polygons.size(), {-1, -1, -1, -1});
+      textureCorners_.push_back({textures[a], textures[b], textures[c], textures[d]});
+    }
+    mesh_.polygons.push_back({index(a), index(b), index(c), index(d)});
+  };
+  if (corners.size() == 4) return add(0, 1, 2, 3);
+  for (std::size_t i = 2; i < corners.size(); ++i) add(0, i - 1, i, i);
+}
+
+void MeshBuilder::TakeTextures() {
+  if (textureCorners_.empty()) return;
+  textureCorners_.resize(mesh_.polygons.size(), {-1, -1, -1, -1});
+  mesh_.textureCoordinates.resize(textureCorners_.size());
+  const auto count = static_cast<std::int64_t>(texturePoints_.size());
+  for (std::size_t p = 0; p < textureCorners_.size(); ++p) {
+    for (std::size_t corner = 0; corner < 4; ++corner) {
+      const std::int64_t at = textureCorners_[p][corner];
+      if (at >= 0 && at < count) mesh_.textureCoordinates[p][corner] = texturePoints_[static_cast<std::size_t>(at)];
+    }
   }
 }
 

@@ -52,10 +52,15 @@ class MeshBuilder {
  public:
   // False when a coordinate is no finite number or there are too many points.
   bool AddPoint(const Vec3D& point);
-  // Corners count from 0 and may be anything. place is where the file names them, for the message.
-  void AddPolygon(std::span<const std::int64_t> corners, std::size_t place);
+  // False likewise.
+  bool AddTexturePoint(const Vec2D& point);
+  // Corners count from 0 and may be anything. place is where the file names them, for the message. textures: the
+  // texture points of the corners, or none; one that isn't there gives (0, 0).
+  void AddPolygon(std::span<const std::int64_t> corners, std::size_t place,
+                  std::span<const std::int64_t> textures = {});
 
   std::size_t PointCount() const { return mesh_.points.size(); }
+  std::size_t TexturePointCount() const { return texturePoints_.size(); }
   void ReservePoints(std::size_t count) { mesh_.points.reserve(count); }
 
   // The mesh, or an error for the first place whose index lies outside: describe gives "file:line" of a place. first
@@ -70,12 +75,17 @@ class MeshBuilder {
                                                      (low ? lowest_ : highest_) + first, first, count - 1 + first)};
     }
     if (tooMany_) return Error{ErrorKind::InputFile, fmt::format("{}: too many polygons", describe(0))};
+    TakeTextures();
     mesh_.version = 1;
     return std::move(mesh_);
   }
 
  private:
+  void TakeTextures();
+
   PolygonObject mesh_;
+  std::vector<Vec2D> texturePoints_;
+  std::vector<std::array<std::int64_t, 4>> textureCorners_;  // of each polygon; empty while none has any
   bool anyCorner_ = false, tooMany_ = false;
   std::int64_t lowest_ = 0, highest_ = 0;
   std::size_t lowestPlace_ = 0, highestPlace_ = 0;

@@ -4,7 +4,7 @@
 // Files are not trusted. A count is held against the bytes that are there before memory is taken; an index outside, a
 // coordinate that is no finite number or a cut file is an error that names file and line (text) or byte (binary).
 // Polygons with more than four corners become fans of triangles; those with fewer than three corners are left out.
-// Normals, texture coordinates, colours, groups and materials are passed over.
+// Texture coordinates come from OBJ files; normals, colours, groups and materials are passed over.
 
 #include <filesystem>
 #include <optional>

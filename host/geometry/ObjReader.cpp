@@ -1,5 +1,5 @@
 // Wavefront OBJ: "v x y z" and "f a b c ..." lines; an index is 1-based or, below 0, counted back from the last point
-// so far; "/texture/normal" after it is passed over.
+// so far; "/texture" after it names a "vt u v" line likewise; "/normal" after that is passed over.
 
 #include <vector>
 
@@ -24,6 +24,8 @@ class ObjReader {
       }
       if (word == "v") {
         if (Status status = ReadPoint(); !status) return status.error();
+      } else if (word == "vt") {
+        if (Status status = ReadTexturePoint(); !status) return status.error();
       } else if (word == "f") {
         if (Status status = ReadFace(); !status) return status.error();
       }
@@ -54,9 +56,26 @@ class ObjReader {
     return {};
   }
 
+  Status ReadTexturePoint() {
+    const char* line = text_.Place();
+    double u = 0, v = 0;
+    text_.SkipBlanks();
+    if (!text_.Number(u)) return Fail(line, "a texture point needs a number");
+    text_.SkipBlanks();
+    text_.Number(v);
+    if (!builder_.AddTexturePoint({u, v})) return Fail(line, "a texture point's coordinates must be finite numbers");
+    return {};
+  }
+
+  // An index of the file, from 1 or back from -1, as one from 0.
+  static std::int64_t FromZero(std::int64_t index, std::size_t count) {
+    return index > 0 ? index - 1 : static_cast<std::int64_t>(count) + index;
+  }
+
   Status ReadFace() {
     const char* line = text_.Place();
-    corners_.clear();
+    corners_.clear(), textures_.clear();
+    bool textured = false;
     for (;;) {
       text_.SkipBlanks();
       if (text_.AtLineEnd() || *text_.Place() == '#') break;
@@ -65,10 +84,15 @@ class ObjReader {
         return Fail(line, "a face needs point numbers, counted from 1 or back from -1");
       }
       if (!text_.AtLineEnd() && *text_.Place() == '.') return Fail(line, "a face's point number must be whole");
-      corners_.push_back(index > 0 ? index - 1 : static_cast<std::int64_t>(builder_.PointCount()) + index);
+      corners_.push_back(FromZero(index, builder_.PointCount()));
+      std::int64_t texture = 0;
+      if (!text_.AtLineEnd() && *text_.Place() == '/') text_.Advance(1), text_.Integer(texture);
+      textures_.push_back(texture == 0 ? -1 : FromZero(texture, builder_.TexturePointCount()));
+      textured |= texture != 0;
       text_.Word();
     }
-    builder_.AddPolygon(corners_, static_cast<std::size_t>(line - begin_));
+    builder_.AddPolygon(corners_, static_cast<std::size_t>(line - begin_),
+                        textured ? std::span<const std::int64_t>(textures_) : std::span<const std::int64_t>());
     return {};
   }
 
@@ -76,7 +100,7 @@ class ObjReader {
   const char* begin_ = text_.Place();
   std::string_view name_;
   MeshBuilder builder_;
-  std::vector<std::int64_t> corners_;
+  std::vector<std::int64_t> corners_, textures_;
 };
 
 }  // namespace

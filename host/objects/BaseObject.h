@@ -1,6 +1,7 @@
 #pragma once
 // A host object: a type, a name, settings, a matrix, tags, children. It holds no simulation data; nodes mirror it.
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -38,6 +39,8 @@ struct PolygonObject {
   };
   std::vector<Vec3D> points;  // local space, host units
   std::vector<Polygon> polygons;
+  // (u, v) of a polygon's corners; empty when there are none.
+  std::vector<std::array<Vec2D, 4>> textureCoordinates;
   std::uint64_t version = 0;  // grows when points or polygons change
 };
 
@@ -48,6 +51,16 @@ class Falloff {
   // Multiplies values[i] by the factor at start + i x step, in host space.
   virtual void MultiplyRow(const BaseObject& object, const Vec3D& start, const Vec3D& step,
                            std::span<double> values) const = 0;
+};
+
+// A colour by place. Runs of places are asked at once, by several workers.
+class Shader {
+ public:
+  enum class PlaceKind { Space, Texture };  // host space, or texture coordinates (u, v, 0)
+  virtual ~Shader() = default;
+  // colours[i] of places[i], linear Rec. 709. Colours may take the memory of their places.
+  virtual void Colours(const BaseObject& object, PlaceKind kind, std::span<const Vec3D> places,
+                       std::span<Vec3D> colours) const = 0;
 };
 
 // What a type does beyond its table. One instance belongs to one object.
@@ -62,6 +75,8 @@ class ObjectData {
   virtual const PolygonObject* Polygons() const { return nullptr; }
   // The factor that the object makes of a place; null when it makes none.
   virtual const Falloff* AsFalloff() const { return nullptr; }
+  // The colours that the object gives to places; null when it gives none.
+  virtual const Shader* AsShader() const { return nullptr; }
 };
 
 class BaseObject {

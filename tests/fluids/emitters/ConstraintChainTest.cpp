@@ -105,5 +105,24 @@ TEST_F(ConstraintChain, ARowGivesWhatItsPlacesGive) {
   }
 }
 
+TEST_F(ConstraintChain, ARunOfParticlesGivesWhatItsParticlesGive) {
+  Made("a", 3, 0.5);
+  Made("b", 2);
+  ParticleList list;
+  list.Append(20, {});
+  std::vector<Vec3D> positions;
+  for (int n = 0; n < 12; ++n) positions.push_back(Vec3D(0.3 * n, 0, 0));
+  std::vector<double> amounts(12, 2.0);
+  std::vector<std::uint8_t> open(12, 1);
+  amounts[5] = 0, open[5] = 0;
+  EvaluateChain(chain_, ParticleRun{&list, 4, 12, 0, positions.data(), amounts.data(), open.data()}, nullptr);
+  for (std::size_t n = 0; n < 12; ++n) {
+    double expected = n == 5 ? 0 : 2;
+    if (n != 5) EvaluateChain(chain_, positions[n], expected, nullptr, 0, OrlixParticle(&list, 4 + int(n)));
+    EXPECT_EQ(amounts[n], expected) << n;
+    EXPECT_EQ(amounts[n], n == 5 ? 0 : At(positions[n].x)) << n;
+  }
+}
+
 }  // namespace
 }  // namespace orlix

@@ -105,6 +105,35 @@ TEST_P(EveryForce, IsIdleWithoutAVelocity) {
   node.Finish();
 }
 
+// What a force does to particles at the centres of cells is what it does to the cells.
+TEST_P(EveryForce, PushesParticlesAsCells) {
+  Connect(rig_);
+  const bool announced = rig_.Get<Force>(rig_.object).HasRetrieveType(RETRIEVE_PARTICLE);
+  ASSERT_TRUE(rig_.Run());
+  ParticleList list;
+  std::vector<Vec3D> places, expected;
+  rig_.ForEach([&](int i, int j, int k, const Vec3D& f) {
+    places.push_back(rig_.Centre(i, j, k)), expected.push_back(f * 0.5);
+    list.Append(1, {});
+  });
+  std::vector<double> weights(places.size(), 0.5);
+  weights[7] = 0, expected[7] = {};
+  std::vector<Vec3D> forces(places.size());
+  auto& node = rig_.Get<Force>(rig_.object);
+  node.PrepareParticles(nullptr);
+  EXPECT_EQ(node.IsActive(), announced);
+  node.ProcessParticles(
+      {&list, 0, static_cast<std::int32_t>(places.size()), 2, places.data(), weights.data(), forces.data()});
+  node.Finish();
+  if (!announced) return;
+  double largest = 0;
+  for (std::size_t n = 0; n < places.size(); ++n) {
+    ExpectNear(forces[n], expected[n], 1e-9);
+    largest = std::max(largest, Length(expected[n]));
+  }
+  EXPECT_GT(largest, 1e-3);
+}
+
 const auto kTypes = testing::Values("force_gravity", "force_buoyancy", "force_swirling", "force_trigowave",
                                     "force_vortex", "force_curl");
 const auto kNameOf = [](const auto& type) { return std::string(type.param).substr(6); };

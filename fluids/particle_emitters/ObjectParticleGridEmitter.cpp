@@ -1,0 +1,259 @@
+#include "fluids/particle_emitters/ObjectParticleGridEmitter.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "fluids/channels/VectorChannels.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kPriority = 5, kAnySubType = 2000, kGasSolver = 37;
+constexpr std::int32_t kMostSubdivision = 5;  // 32768 places in a voxel
+
+VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
+
+// The distances at the centres of a row's voxels, by the mean of their corners.
+void CentreDistances(const GridView<const double>& nodes, std::int32_t begin, std::int32_t end, std::int32_t j,
+                     std::int32_t k, double* distances) {
+  const double* p = nodes.data + nodes.Index(0, j, k);
+  const double *q = p + nodes.dims.x, *r = p + nodes.slab, *s = q + nodes.slab;
+  for (std::int32_t i = begin; i < end; ++i) {
+    distances[i] = ((p[i] + p[i + 1]) + (q[i] + q[i + 1]) + (r[i] + r[i + 1]) + (s[i] + s[i + 1])) * 0.125;
+  }
+}
+
+}  // namespace
+
+const TypeInfo& ObjectParticleGridEmitter::Type() {
+  static constexpr Parameter kParameters[] = {
+      LinkParameter(kEmitterGroupId, "group", kLinkParticles, "Particle group that is filled; required"),
+      EmitterKindParameter(),
+      LinkParameter(kSettingsId, "settings", kLinkSettings, "Particle emission settings; required"),
+      ListParameter(kPropertiesId, "properties", kLinkParticles, "Properties that the particles start with"),
+      LinkParameter(kVolumeId, "volume", kLinkVolume, "Where it emits; required"),
+      ListParameter(kSolversId, "solvers", kLinkSolver,
+                    "Liquid solvers in whose containers alone it emits; without one, everywhere"),
+      BoolParameter(
+          kFillId, "fill", true,
+          "Constraints are asked at each particle; otherwise once for a voxel, and the outer band reaches one "
+          "voxel"),
+      FloatParameter(kInnerBandId, "inner_band", 1.0, "",
+                     "How far below the surface it emits, as a share of the volume's greatest depth; 1 is all of it"),
+      FloatParameter(kOuterBandId, "outer_band", 0.0, "",
+                     "How far above the surface it emits, as a share of the volume's greatest depth"),
+      FloatParameter(kDeepLimitId, "deep_limit", -3.0, "cells", "Signed distance below which a voxel counts as deep"),
+      IntParameter(kDeepSubdivisionId, "deep_subdivision", 1, "",
+                   "Particles of a deep voxel, as a power of 2 along each axis: 1 gives 8")
+          .Between(0, kMostSubdivision),
+      IntParameter(kShallowSubdivisionId, "shallow_subdivision", 1, "",
+                   "Particles of all other voxels, as a power of 2 along each axis: 1 gives 8")
+          .Between(0, kMostSubdivision),
+      LinkParameter(kColourShaderId, "colour_shader", kLinkShader, "Gives the particles their colours, by place"),
+      FloatParameter(kSeparationId, "separation", 1.0, "",
+                     "Least distance from particles that are there, in distances of the lattice")
+          .Between(0, 8)
+          .Fallback(0.5),
+  };
+  static const TypeInfo kType = {
+      .id = 1300006,
+      .resource = "zq_particlegridemitter",
+      .className = "C4D_ParticleGridEmitter_Object",
+      .label = "Particle Grid Emitter",
+      .text =
+          "Fills a volume, or a band about its surface, with particles on a jittered lattice. Places that are too "
+          "close "
+          "to a particle stay free, so that later steps only top up what has left.",
+      .kinds = kLinkEmitter,
+      .parameters = kParameters,
+      .common = CommonNodeParameters(),
+  };
+  return kType;
+}
+
+ObjectParticleGridEmitter::ObjectParticleGridEmitter(BaseList2D* object, OrlixScene& owner)
+    : ObjectVolume(object, owner) {
+  stageMask = StageBit(kStageEmitters);
+  priority = kPriority;
+}
+
+void ObjectParticleGridEmitter::ExtendBounds(Vec3D& min, Vec3D& max) {
+  if (!volume || !handler_.settings) return;
+  const Duration* duration = handler_.settings->duration;
+  if (duration && duration->IsEnabled() && !duration->IsActive(simulationInfo->time)) return;
+  std::vector<VolumeBase*> members;
+  volume->AppendVolumes(members);
+  if (!members.empty() && members.front()->HasLevelSet()) volume->ExtendBounds(min, max);
+}
+
+bool ObjectParticleGridEmitter::ReadParameters() {
+  stageMask = StageBit(kStageEmitters);
+  priority = kPriority;
+  if (!ObjectVolume::ReadParameters()) return false;
+  fill_ = handler.GetBool(kFillId);
+  innerBand_ = handler.GetDouble(kInnerBandId);
+  outerBand_ = handler.GetDouble(kOuterBandId);
+  deepLimit_ = handler.GetDouble(kDeepLimitId);
+  deepSubdivision_ = std::clamp(handler.GetInt(kDeepSubdivisionId), 0, kMostSubdivision);
+  shallowSubdivision_ = std::clamp(handler.GetInt(kShallowSubdivisionId), 0, kMostSubdivision);
+  separation_ = handler.GetDouble(kSeparationId);
+  return true;
+}
+
+bool ObjectParticleGridEmitter::ResolveLinks() {
+  const bool resolved = ObjectVolume::ResolveLinks();
+  volume = scene->RetrieveAs<iVolume>(handler.GetLink(kVolumeId), NODE_VOLUME, RETRIEVE_VOLUME);
+  handler_.Resolve(*this, {kSettingsId, kPropertiesId, kColourShaderId});
+  containers_.clear();
+  const InExcludeData* list = handler.GetInExclude(kSolversId);
+  std::vector<iBase*> found;
+  if (list) scene->RetrieveAll(list, found, NODE_SOLVER, RETRIEVE_ANY, kAnySubType, RETRIEVE_ANY, true);
+  for (iBase* node : found) {
+    auto* solver = dynamic_cast<iSolver*>(node);
+    if (!solver || solver->GetNodeSubType() == kGasSolver || !solver->HoldsParticles()) continue;
+    if (const auto* velocity = dynamic_cast<ChannelBase_Vector*>(solver->Velocity())) containers_.push_back(velocity);
+  }
+  limitedBySolvers_ = !containers_.empty();
+  return resolved && volume;
+}
+
+void ObjectParticleGridEmitter::Advise() {
+  handler_.Advise(*this);
+  if (!volume) Warn("no-volume", "no volume is linked: nothing is emitted; link one under volume");
+  const InExcludeData* list = handler.GetInExclude(kSolversId);
+  if (list && !list->entries.empty() && !limitedBySolvers_) {
+    Warn("no-liquid", "none of solvers is a liquid that has particles: they limit nothing; list liquids");
+  }
+}
+
+void ObjectParticleGridEmitter::ReleaseLinks() {
+  handler_.Release();
+  containers_.clear();
+  SetFlag(NodeActive, false);
+  ObjectVolume::ReleaseLinks();
+}
+
+void ObjectParticleGridEmitter::CheckDirty() {
+  ObjectVolume::CheckDirty();
+  if (IsEnabled() && (scene->HasFlag(TimeMoved) || handler_.SettingsAreDirty())) MarkDirty(false);
+}
+
+void ObjectParticleGridEmitter::Prepare(iBase*) {
+  SetFlag(NodeActive, false);
+  members_.clear();
+  if (volume) volume->AppendVolumes(members_);
+  if (members_.empty() || !members_.front()->HasLevelSet()) return;
+  std::erase_if(members_, [](const VolumeBase* member) { return !member->HasLevelSet(); });
+  if (!handler_.Begin(*this)) return;
+  const double rate = handler_.settings->rate ? handler_.settings->Count() : 1;
+  if (!(rate * simulationInfo->substepDuration > 0)) return;
+  SetFlag(NodeActive, true);
+}
+
+LatticeFill ObjectParticleGridEmitter::FillOf(const VolumeBase& member) const {
+  const double h = member.LevelSet()->space.cellSize;
+  const double depth = member.MaximumDepth().value_or(0);
+  LatticeFill fill;
+  fill.levelSet = member.View();
+  fill.cellSize = h;
+  fill.jitter = h * handler_.settings->jitter * 0.25;
+  fill.deep = LatticeOf(h, deepSubdivision_, separation_);
+  fill.shallow = LatticeOf(h, shallowSubdivision_, separation_);
+  fill.inner = -innerBand_ * depth;
+  fill.outer = outerBand_ * depth;
+  fill.deepBelow = deepLimit_ * h;
+  fill.unlimited = innerBand_ == 1;
+  fill.wholeBand = fill_;
+  return fill;
+}
+
+void ObjectParticleGridEmitter::Setup() {
+  layers_.clear(), runs_.clear(), targets_.clear();
+  nextLayer_.store(0);
+  if (!IsActive()) return;
+  const ParticleList& list = *handler_.group->list(handler_.kind);
+  for (const VolumeBase* member : members_) {
+    const LatticeFill fill = FillOf(*member);
+    auto lines = std::make_unique<ParticleLines>();
+    const GridSpace& lattice = member->LevelSet()->space;
+    if (!list.empty()) lines->Build(list, lattice, VoxelNeighbours::Reach(lattice, fill.Widest()), scene->pool());
+    targets_.push_back({member, fill, std::move(lines)});
+  }
+  for (const Target& target : targets_) {
+    const VecInt3D end = CellsEnd(*target.volume);
+    for (std::int32_t k = 1; k < end.z; ++k) layers_.push_back({&target, k});
+  }
+  runs_.resize(layers_.size());
+  scratch_.resize(WorkerPool::kMaxWorkers);
+}
+
+void ObjectParticleGridEmitter::Process(ProcessData& data) {
+  if (!IsActive()) return;
+  const auto seed = static_cast<std::uint32_t>(
+      static_cast<std::int64_t>(GetNodeSubType() + double(scene->seed) + 1 + simulationInfo->time * 100));
+  const std::uint64_t step = std::uint64_t(static_cast<std::uint32_t>(simulationInfo->frame)) << 40 |
+                             std::uint64_t(simulationInfo->substep) << 32;
+  for (std::size_t at; (at = nextLayer_.fetch_add(1, std::memory_order_relaxed)) < layers_.size();) {
+    if (data.hostThread && data.hostThread->TestBreak()) return;
+    MersenneTwister random = RandomOfPiece(seed, step | at);
+    FillLayer(layers_[at], runs_[at], random, data.threadIndex);
+    handler_.Complete(runs_[at], {}, random);
+  }
+}
+
+void ObjectParticleGridEmitter::FillLayer(const Layer& layer, EmittedRun& run, MersenneTwister& random,
+                                          std::int32_t worker) {
+  Scratch& scratch = scratch_[static_cast<std::size_t>(worker)];
+  const LatticeFill& fill = layer.target->fill;
+  const ScalarGrid& nodes = *layer.target->volume->LevelSet();
+  const VecInt3D end = CellsEnd(*layer.target->volume);
+  scratch.distances.resize(static_cast<std::size_t>(std::max(end.x, 1)));
+  const auto distance = [&](std::int32_t i) { return scratch.distances[static_cast<std::size_t>(i)]; };
+  for (std::int32_t j = 1; j < end.y; ++j) {
+    CentreDistances(nodes, 1, end.x, j, layer.k, scratch.distances.data());
+    scratch.near.Find(*layer.target->lines, nodes.space, end.x, j, layer.k, fill.Widest(), [&](std::int32_t i) {
+      return fill.Reaches(distance(i)) ? fill.Looked(distance(i)).minimumDistance : 0;
+    });
+    for (std::int32_t i = 1; i < end.x; ++i) {
+      if (!fill.Reaches(distance(i))) continue;
+      FillVoxel(fill, nodes.space.SimOfVoxel(Vec3D(i, j, layer.k)), distance(i), scratch.near.Of(i), run, random,
+                worker);
+    }
+  }
+}
+
+void ObjectParticleGridEmitter::FillVoxel(const LatticeFill& fill, const Vec3D& corner, double d,
+                                          std::span<const Vec3D> near, EmittedRun& run, MersenneTwister& random,
+                                          std::int32_t worker) {
+  const Vec3D centre = corner + Vec3D(fill.cellSize * 0.5);
+  std::int64_t wanted = fill.Looked(d).count - static_cast<std::int64_t>(near.size());
+  if (wanted < 1) return;
+  if (limitedBySolvers_) {
+    if (!InContainers(centre)) return;
+    wanted = fill.Filled(d).count;
+  }
+  const auto weighed = [&](const Vec3D& place) {
+    double amount = handler_.weight;
+    EvaluateChain(handler_.constraints, place, amount, this, worker);
+    return amount != 0;
+  };
+  if (!fill_ && !weighed(centre)) return;
+  const auto accept = [&](const Vec3D& place) {
+    return (!limitedBySolvers_ || InContainers(place)) && (!fill_ || weighed(place));
+  };
+  fill.Walk(corner, d, near, wanted, random, accept, [&](const Vec3D& place) { run.positions.push_back(place); });
+}
+
+bool ObjectParticleGridEmitter::InContainers(const Vec3D& place) const {
+  return std::any_of(containers_.begin(), containers_.end(),
+                     [&](const ChannelBase_Vector* velocity) { return velocity->ContainsPoint(place); });
+}
+
+void ObjectParticleGridEmitter::Finish() {
+  if (IsActive()) handler_.Append(runs_);
+  handler_.End(*this);
+  layers_.clear(), runs_.clear(), targets_.clear(), members_.clear();
+}
+
+}  // namespace orlix

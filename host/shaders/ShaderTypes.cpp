@@ -1,0 +1,10 @@
+#include "host/shaders/ShaderTypes.h"
+
+namespace orlix {
+
+void RegisterShaderTypes(TypeRegistry& registry) {
+  registry.Add(kNoiseShaderType);
+  registry.Add(kPictureShaderType);
+}
+
+}  // namespace orlix

@@ -1,0 +1,197 @@
+// Emission inside volumes.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/particle_emitters/LatticeFill.h"
+#include "tests/fluids/particle_emitters/EmissionScene.h"
+
+namespace orlix {
+namespace {
+
+using test::EmissionScene;
+
+constexpr double h = 0.1;
+
+TEST(GridEmitter, FillsEachVoxelWithEightAndTopsUp) {
+  EmissionScene s("particlegridemitter");
+  s.Step(0);
+  EXPECT_EQ(s.Count(), 8000);
+  for (int i = 0; i < s.Count(); ++i) {
+    const OrlixParticle p = s.NodeOf<ParticleGroup>(s.group)->At(PK_Liquid, i);
+    ASSERT_EQ(p.GetFlags(), 0x081);
+    ASSERT_EQ(p.id(), i);
+    ASSERT_EQ(p.GetVectorOr(PP::OldPosition, {}), p.GetPosition());
+    ASSERT_LE(std::abs(p.GetPosition().x), 0.5);
+  }
+  s.Step(1);
+  EXPECT_GE(s.Count(), 8000);
+  EXPECT_LE(s.Count(), 10000) << "9.7 a voxel";
+}
+
+TEST(GridEmitter, WithoutJitterTheLatticeIsRegularAndFullAtOnce) {
+  EmissionScene s("particlegridemitter", 4);
+  s.settings.Set(1006, 0.0);
+  s.StepThrough(0, 2);
+  ASSERT_EQ(s.Count(), 512);
+  for (const Vec3D& p : s.Positions()) {
+    for (int axis = 0; axis < 3; ++axis) {
+      const double steps = (p[axis] - 0.025) / 0.05;
+      ASSERT_NEAR(steps, std::round(steps), 1e-6);
+    }
+  }
+}
+
+TEST(GridEmitter, SubdivisionsTellDeepVoxelsFromOthers) {
+  EmissionScene s("particlegridemitter", 6);
+  s.settings.Set(1006, 0.0);
+  s.emitter.Set(1015, -1.0);
+  s.emitter.Set(1016, std::int64_t(2));  // deep: 64 a voxel
+  s.emitter.Set(1017, std::int64_t(0));  // others: 1
+  s.Step(0);
+  int deep = 0, shallow = 0;
+  for (const Vec3D& p : s.Positions()) {
+    const double d = std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)}) - 0.3;
+    ++(d < -h + 1e-9 ? deep : shallow);
+  }
+  // A deep voxel looks for as many as the other lattice has, which is 1.
+  EXPECT_EQ(deep, 4 * 4 * 4);
+  EXPECT_EQ(shallow, 6 * 6 * 6 - 4 * 4 * 4);
+  s.emitter.Set(1017, std::int64_t(2));
+  s.settings.Set(1006, 1.0);
+  s.Step(1);
+  EXPECT_GT(s.Count(), 30 * 6 * 6 * 6);
+}
+
+TEST(GridEmitter, BandsLimitDepth) {
+  EmissionScene s("particlegridemitter");
+  s.settings.Set(1006, 0.0);
+  const auto depths = [&](double inner, double outer) {
+    s.emitter.Set(1013, inner), s.emitter.Set(1014, outer);
+    s.NodeOf<ParticleGroup>(s.group)->Clear(false);
+    s.Step(s.scene().clock.frame + 1);
+    std::pair<double, double> range{1, -1};
+    for (const Vec3D& p : s.Positions()) {
+      const double d = std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)}) - 0.5;
+      range = {std::min(range.first, d), std::max(range.second, d)};
+    }
+    return range;
+  };
+  s.Step(0);
+  EXPECT_LT(depths(1, 0).first, -0.45);
+  const auto shell = depths(0.4, 0);
+  EXPECT_GT(shell.first, -0.2 - 1e-9);
+  EXPECT_LT(shell.first, -0.1);
+  const auto outside = depths(1, 0.3);
+  EXPECT_GT(outside.second, 0.05);
+  EXPECT_LE(outside.second, 0.15 + 1e-9);
+}
+
+TEST(GridEmitter, ConstraintsRefuseForEachParticleOrForEachVoxel) {
+  EmissionScene s("particlegridemitter");
+  BaseObject &ball = s.Add("constraint_voxeldistance", "Ball"), &centre = s.Add("null", "Centre");
+  ball.Set(1000, s.LinkTo(centre));
+  ball.Set(1001, 33.0);  // host units
+  s.emitter.Set(kConstraintsId, s.ListOf({&ball}));
+  s.Step(0);
+  EXPECT_NEAR(s.Count(), 8000 * 4.0 / 3 * 3.14159265 * 0.33 * 0.33 * 0.33, 20);
+  for (const Vec3D& p : s.Positions()) ASSERT_LT(Length(p), 0.33);
+  s.emitter.Set(1007, false);
+  s.NodeOf<ParticleGroup>(s.group)->Clear(false);
+  s.Step(1);
+  EXPECT_EQ(s.Count() % 8, 0) << "whole voxels";
+}
+
+TEST(GridEmitter, GivesPropertiesColoursAndVorticity) {
+  EmissionScene s("particlegridemitter", 2);
+  BaseObject &own = s.Add("property_scalar", "Own"), &twin = s.Add("property_scalar", "Twin");
+  BaseObject &velocity = s.Add("property_vector", "Velocity"), &shader = s.Add("noise_shader", "Noise");
+  BaseObject& turn = s.Add("alignment", "Turn");
+  own.Set(1000, 4.0), twin.Set(1000, 5.0);
+  velocity.Set(2001, std::int64_t(PP::Velocity)), velocity.Set(1000, Vec3D(1, 2, 3));
+  turn.Set(1000, std::int64_t(8));  // random
+  const GradientKnot red[] = {{0, {0.5, 0.25, 0.125}}};
+  shader.Set(1105, GradientValue(std::make_shared<Gradient>(red)));
+  s.SetProperties({&own, &velocity, &twin});
+  s.emitter.Set(1001, std::int64_t(PK_Vorticity));
+  s.emitter.Set(1018, s.LinkTo(shader));
+  s.settings.Set(1005, s.LinkTo(turn));
+  s.Step(0);
+  ASSERT_EQ(s.Count(PK_Vorticity), 64);
+  Vec3D sum;
+  for (int i = 0; i < 64; ++i) {
+    const OrlixParticle p = s.NodeOf<ParticleGroup>(s.group)->At(PK_Vorticity, i);
+    EXPECT_EQ(p.GetFlags(), 0x101);
+    EXPECT_EQ(p.GetVelocity(), Vec3D(1, 2, 3));
+    EXPECT_EQ(p.GetRealOr({75, OwnerOf(*s.NodeOf<iBase>(own))}, 0), 4);
+    EXPECT_EQ(p.GetRealOr({75, OwnerOf(*s.NodeOf<iBase>(twin))}, 0), 5);
+    EXPECT_EQ(p.GetVectorOr(PP::Color, {}), Vec3D(0.5, 0.25, 0.125));
+    EXPECT_NEAR(Length(p.GetVectorOr(PP::Vorticity, {})), 1, 1e-12);
+    sum += p.GetVectorOr(PP::Vorticity, {});
+  }
+  EXPECT_LT(Length(sum), 30) << "directions differ";
+  s.settings.Set(1005, LinkValue());
+  s.NodeOf<ParticleGroup>(s.group)->Clear(false);
+  s.Step(1);
+  EXPECT_EQ(s.NodeOf<ParticleGroup>(s.group)->At(PK_Vorticity, 9).GetVectorOr(PP::Vorticity, {}), Vec3D(0, 1, 0));
+}
+
+TEST(GridEmitter, RestsWhenItsDurationOrRateSaysSo) {
+  EmissionScene s("particlegridemitter", 4);
+  BaseObject &once = s.Add("duration", "Once"), &rate = s.Add("rate", "Rate");
+  once.Set(1008, true), once.Set(1005, std::int64_t(1));
+  s.settings.Set(1002, s.LinkTo(once));
+  s.settings.Set(1001, s.LinkTo(rate));
+  rate.Set(5001, 0.0);
+  s.Step(0);
+  EXPECT_EQ(s.Count(), 0);
+  rate.Set(5001, 2.0);
+  s.Step(1);
+  const int filled = s.Count();
+  EXPECT_EQ(filled, 64 * 8) << "frame 1 still runs at time 0";
+  s.Step(2);
+  EXPECT_EQ(s.Count(), filled);
+  EXPECT_TRUE(s.warnings.empty());
+}
+
+TEST(GridEmitter, TellsWhatIsMissing) {
+  for (const int missing : {1000, 1003, 1005}) {
+    EmissionScene s("particlegridemitter", 2);
+    s.emitter.Set(missing, LinkValue());
+    s.Step(0);
+    EXPECT_EQ(s.Count(), 0);
+    EXPECT_TRUE(s.Warned("nothing is emitted")) << missing;
+  }
+}
+
+TEST(GridEmitter, TellsAtTheEndThatNothingCame) {
+  for (const double rate : {0.0, 1.0}) {
+    EmissionScene s("particlegridemitter", 2);
+    BaseObject& node = s.Add("rate", "Rate");
+    node.Set(5001, rate);
+    s.settings.Set(1001, s.LinkTo(node));
+    s.StepThrough(0, 1);
+    EXPECT_TRUE(s.warnings.empty());
+    s.hook.Conclude();
+    EXPECT_EQ(s.Warned("no particle was emitted"), rate == 0);
+  }
+}
+
+TEST(GridEmitterThreads, SameBits) {
+  std::uint64_t first = 0;
+  for (const int workers : {1, 2, 3, 8}) {
+    EmissionScene s("particlegridemitter", 7, workers);
+    BaseObject& turn = s.Add("alignment", "Turn");
+    turn.Set(1000, std::int64_t(8));
+    s.settings.Set(1005, s.LinkTo(turn));
+    s.emitter.Set(1001, std::int64_t(PK_Vorticity));
+    s.StepThrough(0, 2);
+    ASSERT_GT(s.Count(PK_Vorticity), 2744);
+    if (workers == 1) first = s.scene().HashState();
+    EXPECT_EQ(s.scene().HashState(), first) << workers;
+  }
+}
+
+}  // namespace
+}  // namespace orlix

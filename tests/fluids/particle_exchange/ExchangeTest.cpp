@@ -1,0 +1,282 @@
+// Values from grids to particles and back.
+
+#include <gtest/gtest.h>
+
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/particle_exchange/GridToParticles.h"
+#include "fluids/particle_exchange/ParticleToGridEmitter.h"
+#include "globals/Random.h"
+#include "tests/support/NodeBench.h"
+
+namespace orlix {
+namespace {
+
+using test::FillCells;
+using test::NodeBench;
+using test::SamplePlace;
+
+constexpr VecInt3D kCells{14, 12, 10};
+constexpr double h = NodeBench::kCell;
+
+// A node of one type with a group of particles, run by hand.
+class Exchange : public testing::Test {
+ protected:
+  explicit Exchange(const char* type, int workers = 1)
+      : bench_(workers), object_(bench_.Add(type, "node")), group_(bench_.Add("particlegroup", "group")) {}
+  ParticleList& List(int kind = PK_Passive) { return *bench_.Get<ParticleGroup>(group_).list(kind); }
+  OrlixParticle AddParticle(const Vec3D& x, BaseParticleData data = {}) {
+    data.position = x;
+    return {&List(), List().Append(1, data)};
+  }
+  void AddScattered(int count) {
+    MersenneTwister random(3);
+    for (int n = 0; n < count; ++n) {
+      BaseParticleData data;
+      if (n % 2) data.SetReal(PP::Mass, random.Uniform() + 0.5);
+      if (n % 3 == 0) data.SetReal(PP::Radius, random.Uniform());
+      data.SetReal(PP::Temperature, 100 * random.Uniform());
+      AddParticle(Vec3D(random.Uniform(), random.Uniform(), random.Uniform()) * Vec3D(kCells) * h, data);
+    }
+  }
+  void Run() {
+    auto& node = bench_.Get<iObject>(object_);
+    node.Prepare();
+    ProcessData data;
+    node.Process(data);
+    node.Finish();
+  }
+  static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
+
+  NodeBench bench_;
+  BaseObject &object_, &group_;
+};
+
+class ToParticles : public Exchange {
+ protected:
+  ToParticles() : Exchange("particle_gridtoparticles") {
+    object_.Set(1000, bench_.ListOf({&group_}));
+    object_.Set(1001, To(smoke_));
+    object_.Set(1004, To(heat_));
+    heat_.Set(2001, std::int64_t(PP::Temperature));
+  }
+  void Ready() {
+    bench_.Link();
+    bench_.Fit(kCells);
+    FillCells(bench_.GridOf(smoke_), [&](int i, int j, int k) { return Linear(Centre(i, j, k)); });
+    auto& flow = bench_.Get<VectorGridChannel>(flow_);
+    for (int c = 0; c < 3; ++c) {
+      FillCells(*flow.grids[static_cast<std::size_t>(c)],
+                [&](int i, int j, int k) { return Centre(i, j, k)[c] * (c + 1) - 1; });
+    }
+  }
+  static Vec3D Centre(int i, int j, int k) { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * h; }
+  static double Linear(const Vec3D& p) { return 3 + 2 * p.x - p.y + 4 * p.z; }
+  OrlixParticle Warm(const Vec3D& x) {
+    BaseParticleData data;
+    data.SetReal(PP::Temperature, -1);
+    return AddParticle(x, data);
+  }
+
+  BaseObject &smoke_ = bench_.Add("channel_scalar", "smoke"), &flow_ = bench_.Add("channel_vector", "flow"),
+             &heat_ = bench_.Add("property_scalar", "heat");
+};
+
+TEST_F(ToParticles, EveryInterpolationButTheBlurGivesALinearFieldExactly) {
+  Ready();
+  for (const int mode : {0, 2, 3}) {
+    object_.Set(1006, std::int64_t(mode));
+    List().Clear();
+    for (int n = 0; n < 200; ++n) Warm(Vec3D(0.8 + 0.005 * n, 0.7 + 0.004 * n, 0.6 + 0.003 * n));
+    bench_.Link();
+    Run();
+    for (int n = 0; n < 200; ++n) {
+      const OrlixParticle p(&List(), n);
+      ASSERT_NEAR(p.GetRealOr(PP::Temperature, 0), Linear(p.GetPosition()), 1e-12) << mode;
+    }
+  }
+  // A B-spline gives linear fields, too; the cosine doesn't but stays between the samples.
+  object_.Set(1006, std::int64_t(1));
+  bench_.Link();
+  Run();
+  for (int n = 0; n < 200; ++n) {
+    const OrlixParticle p(&List(), n);
+    ASSERT_NEAR(p.GetRealOr(PP::Temperature, 0), Linear(p.GetPosition()), 0.5);
+  }
+}
+
+TEST_F(ToParticles, OnlyWhoIsInsideAndHasThePropertyGetsAValue) {
+  const OrlixParticle outside = (Ready(), Warm(Vec3D(-0.1, 1, 1)));
+  const OrlixParticle bare = AddParticle({1, 1, 1});
+  Run();
+  EXPECT_EQ(outside.GetRealOr(PP::Temperature, 0), -1);
+  EXPECT_FALSE(bare.Has(PP::Temperature));
+}
+
+TEST_F(ToParticles, TargetsTakeWhatTheSourceHas) {
+  BaseObject &own = bench_.Add("property_state", "own"), &colour = bench_.Add("property_vector", "colour");
+  BaseObject& velocity = bench_.Add("property_vector", "velocity");
+  colour.Set(2001, std::int64_t(PP::Color)), velocity.Set(2001, std::int64_t(PP::Velocity));
+  Ready();
+  const PropertyKey key{75, OwnerOf(bench_.Get<iBase>(own))};
+  BaseParticleData data;
+  data.SetReal(PP::Temperature, 0), data.SetVector(PP::Color, {}), data.SetState(key, false);
+  const Vec3D place(1, 1.5, 2);
+  const OrlixParticle p = AddParticle(place, data);
+  const Vec3D flow(0, 2, 5);
+  const auto give = [&](const BaseObject& source, const BaseObject& target) {
+    object_.Set(1001, To(source)), object_.Set(1004, To(target));
+    bench_.Link();
+    Run();
+  };
+  give(flow_, heat_);
+  EXPECT_NEAR(p.GetRealOr(PP::Temperature, 0), Length(flow), 1e-12);
+  give(flow_, velocity);
+  EXPECT_LT(Length(p.GetVelocity() - flow), 1e-12);
+  give(smoke_, colour);
+  EXPECT_LT(Length(p.GetVectorOr(PP::Color, {}) - Vec3D(Linear(place))), 1e-12);
+  give(flow_, own);
+  EXPECT_TRUE(p.GetStateOr(key, false));
+  for (auto& grid : bench_.Get<VectorGridChannel>(flow_).grids) grid->Fill(0);
+  give(flow_, own);
+  EXPECT_FALSE(p.GetStateOr(key, true)) << "a vector of exactly zero";
+}
+
+TEST_F(ToParticles, TellsWhatIsMissing) {
+  object_.Set(1000, bench_.ListOf({})), object_.Set(1001, LinkValue()), object_.Set(1004, LinkValue());
+  bench_.Link();
+  Run();
+  EXPECT_EQ(bench_.warnings.size(), 3u);
+}
+
+class ToGrid : public Exchange {
+ protected:
+  explicit ToGrid(int workers = 1) : Exchange("properties_particles", workers) {
+    smoke_.Set(1051, 1e9);
+    object_.Set(1000, To(group_));
+    object_.Set(1002, bench_.ListOf({&pair_}));
+    pair_.Set(1000, To(smoke_)), pair_.Set(1001, 3.0);
+  }
+  void Ready() {
+    bench_.Link();
+    bench_.Fit(kCells);
+    bench_.GridOf(smoke_).Fill(0);
+  }
+  // The mean at a cell over all particles nearer than radius, one by one.
+  double MeanAt(const Vec3D& place, double radius, bool useHeat, const SplineData* falloff = nullptr) {
+    double sum = 0;
+    int count = 0;
+    for (int n = 0; n < List().count(); ++n) {
+      const OrlixParticle p(&List(), n);
+      const double d = Length(p.GetPosition() - place);
+      if (!(d < radius)) continue;
+      const double weight = p.GetRealOr(PP::Mass, 1) * p.GetRealOr(PP::Radius, radius) / radius;
+      sum += (useHeat ? p.GetRealOr(PP::Temperature, 0) : 3) * weight * (falloff ? falloff->ValueAt(d / radius) : 1);
+      ++count;
+    }
+    return count > 0 ? sum / count : 0;
+  }
+  template <class F>
+  int ForCells(F&& f) {
+    const ScalarGrid& grid = bench_.GridOf(smoke_);
+    int filled = 0;
+    for (int k = 0; k < kCells.z; ++k) {
+      for (int j = 0; j < kCells.y; ++j) {
+        for (int i = 0; i < kCells.x; ++i) filled += grid(i, j, k) != 0, f(SamplePlace(grid, i, j, k), grid(i, j, k));
+      }
+    }
+    return filled;
+  }
+
+  BaseObject &smoke_ = bench_.Add("channel_scalar", "smoke"), &pair_ = bench_.Add("channelvalue", "pair");
+};
+
+TEST_F(ToGrid, EachCellGetsTheMeanOfTheParticlesNearIt) {
+  BaseObject& heat = bench_.Add("property_scalar", "heat");
+  heat.Set(2001, std::int64_t(PP::Temperature));
+  const SplineKnot knots[] = {{0, 1}, {1, 0.25}};
+  const SplineData falloff(knots);
+  for (const bool useHeat : {false, true}) {
+    for (const bool curved : {false, true}) {
+      pair_.Set(1004, useHeat ? To(heat) : LinkValue());
+      object_.Set(1003, std::int64_t(curved ? 2 : 0));
+      object_.Set(1004, SplineValue(std::make_shared<SplineData>(falloff)));
+      Ready();
+      List().Clear();
+      AddScattered(150);
+      Run();
+      const int filled = ForCells([&](const Vec3D& place, double value) {
+        const double mean = MeanAt(place, 1.4 * h, useHeat, curved ? &falloff : nullptr);
+        ASSERT_NEAR(value, mean, 1e-10);
+      });
+      EXPECT_GT(filled, 300);
+      EXPECT_LT(filled, 1600) << "cells without particles keep what they have";
+    }
+  }
+}
+
+TEST_F(ToGrid, ValuesForASecondTakeTheSubStep) {
+  object_.Set(1007, true);
+  Ready();
+  AddParticle({1.1, 1.1, 1.1});
+  Run();
+  ForCells([&](const Vec3D&, double value) { EXPECT_TRUE(value == 0 || value == 3 * 0.125); });
+}
+
+TEST_F(ToGrid, ConstraintsWeighCellsOrParticles) {
+  BaseObject &ball = bench_.Add("constraint_voxeldistance", "ball"), &centre = bench_.Add("null", "centre");
+  centre.Set(kPositionId, Vec3D(150, 150, 100));
+  ball.Set(1000, To(centre)), ball.Set(1001, 100.0);
+  object_.Set(kConstraintsId, bench_.ListOf({&ball}));
+  const auto share = [](const Vec3D& p) { return std::max(0.0, 1 - Length(p - Vec3D(1.5, 1.5, 1))); };
+  Ready();
+  const Vec3D at(1.6, 1.4, 0.9);
+  AddParticle(at);
+  Run();
+  EXPECT_GT(ForCells([&](const Vec3D& place, double value) {
+              EXPECT_NEAR(value, Length(place - at) < 1.4 * h ? 3 * share(place) : 0, 1e-12);
+            }),
+            8);
+  object_.Set(1013, std::int64_t(1));
+  Ready();
+  Run();
+  ForCells([&](const Vec3D& place, double value) {
+    EXPECT_NEAR(value, Length(place - at) < 1.4 * h ? 3 * share(at) : 0, 1e-12);
+  });
+}
+
+TEST_F(ToGrid, VectorsGoIntoVectorChannels) {
+  BaseObject &flow = bench_.Add("channel_vector", "flow"), &velocity = bench_.Add("property_vector", "velocity");
+  flow.Set(1050, Vec3D(-9)), flow.Set(1051, Vec3D(9));
+  velocity.Set(2001, std::int64_t(PP::Velocity));
+  pair_.Set(1000, To(flow)), pair_.Set(1004, To(velocity));
+  Ready();
+  BaseParticleData data;
+  data.velocity = {1, -2, 3};
+  AddParticle({1.125, 1.125, 1.125}, data);
+  Run();
+  for (int c = 0; c < 3; ++c) {
+    const ScalarGrid& grid = *bench_.Get<VectorGridChannel>(flow).grids[static_cast<std::size_t>(c)];
+    EXPECT_EQ(grid(4, 4, 4), data.velocity[c]);
+    EXPECT_EQ(grid(5, 4, 4), data.velocity[c]);
+    EXPECT_EQ(grid(6, 4, 4), 0);
+  }
+}
+
+TEST(ExchangeThreads, SameBits) {
+  struct Rig : ToGrid {
+    explicit Rig(int workers) : ToGrid(workers) {}
+    void TestBody() override {}
+    std::vector<double> Cells() {
+      Ready();
+      AddScattered(3000);
+      Run();
+      const ScalarGrid& grid = bench_.GridOf(smoke_);
+      return {grid.data, grid.data + grid.count};
+    }
+  };
+  const std::vector<double> first = Rig(1).Cells();
+  for (const int workers : {2, 3, 8}) EXPECT_EQ(Rig(workers).Cells(), first) << workers;
+}
+
+}  // namespace
+}  // namespace orlix
