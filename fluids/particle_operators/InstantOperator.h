@@ -52,6 +52,8 @@ class ConstrainedInstantOperator : public iInstantOperator {
 
  protected:
   virtual std::int32_t DurationLinkId() const = 0;
+  // What the duration says of this pass.
+  bool Acts() const { return weight_ != 0; }
   // What duration and constraints leave of 1 at a contact; 0: it is left alone.
   double WeightAt(const ParticleContact& contact, const InstantContext& context, std::int32_t thread) const;
 

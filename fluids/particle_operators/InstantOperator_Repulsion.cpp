@@ -40,7 +40,7 @@ void InstantOperator_Repulsion::Advise() {
 
 void InstantOperator_Repulsion::Apply(std::int32_t event, std::span<ParticleContact> contacts,
                                       const InstantContext& context, std::int32_t thread) {
-  if (event != kContact) return;
+  if (event != kContact || !Acts()) return;
   for (ParticleContact& contact : contacts) {
     const double weight = WeightAt(contact, context, thread);
     if (weight == 0) continue;

@@ -108,7 +108,7 @@ void InstantOperator_Spawn::Advise() {
 
 void InstantOperator_Spawn::Apply(std::int32_t event, std::span<ParticleContact> contacts,
                                   const InstantContext& context, std::int32_t thread) {
-  if (event != kContact) return;
+  if (event != kContact || !Acts()) return;
   for (ParticleContact& contact : contacts) {
     const OrlixParticle parent(context.list, contact.index);
     if (parent.HasFlag(ParticleFlag::Spawned)) continue;
