@@ -31,7 +31,7 @@ const TypeInfo& ObjectParticleGridEmitter::Type() {
       LinkParameter(kEmitterGroupId, "group", kLinkParticles, "Particle group that is filled; required"),
       EmitterKindParameter(),
       LinkParameter(kSettingsId, "settings", kLinkSettings, "Particle emission settings; required"),
-      ListParameter(kPropertiesId, "properties", kLinkParticles, "Properties that the particles start with"),
+      ListParameter(kPropertiesId, "properties", kLinkProperty, "Properties that the particles start with"),
       LinkParameter(kVolumeId, "volume", kLinkVolume, "Where it emits; required"),
       ListParameter(kSolversId, "solvers", kLinkSolver,
                     "Liquid solvers in whose containers alone it emits; without one, everywhere"),

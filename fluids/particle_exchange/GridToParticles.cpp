@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "fluids/particles/KindChoices.h"
 #include "fluids/particles/PropertyList.h"
 
 namespace orlix {
@@ -15,12 +16,11 @@ const TypeInfo& GridToParticles::Type() {
       {Interpolation::QuadraticBSpline, "quadratic_bspline", "Smooth: blurs"},
   };
   static constexpr Parameter kParameters[] = {
-      ListParameter(kGroupsId, "groups", kLinkParticles,
-                    "Particle groups, each with the kind that gets values; required"),
+      GroupListParameter(kGroupsId, "groups", "Particle groups, each with the kind that gets values; required"),
       LinkParameter(kSourceId, "source", kLinkChannel | kLinkVolume | kLinkSolver,
                     "What is sampled: a channel, a volume's distance in metres, or a solver's velocity in m/s"),
       LinkParameter(kActsInId, "acts_in", kLinkDuration, "When it acts; without one, always"),
-      LinkParameter(kPropertyId, "property", kLinkParticles, "The property that gets the value; required"),
+      LinkParameter(kPropertyId, "property", kLinkProperty, "The property that gets the value; required"),
       ChoiceParameter(kInterpolationId, "interpolation", Interpolation::Trilinear, kInterpolations,
                       "How channels are sampled"),
   };

@@ -57,7 +57,7 @@ const TypeInfo& ParticleConverter::Type() {
                     "Particle emission settings: how many a chosen particle gives, and when; without them one, always"),
       FloatParameter(kCountVariationId, "count_variation", 0.0, "", "Share of the count that chance takes away")
           .Between(0, 1),
-      ListParameter(kPropertiesId, "properties", kLinkParticles, "Properties that new particles get besides"),
+      ListParameter(kPropertiesId, "properties", kLinkProperty, "Properties that new particles get besides"),
   };
   static const TypeInfo kType = {
       .id = 1300040,
