@@ -7,6 +7,7 @@
 #include "fluids/emitters/EmitterTypes.h"
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/helpers/HelperTypes.h"
+#include "fluids/liquids/LiquidTypes.h"
 #include "fluids/operators/OperatorTypes.h"
 #include "fluids/particle_emitters/ParticleEmitterTypes.h"
 #include "fluids/particle_exchange/ParticleExchangeTypes.h"
@@ -31,8 +32,6 @@ struct PlannedType {
 
 // Types that scenes may come to name. Each leaves the list by being registered.
 constexpr PlannedType kPlanned[] = {
-    {1300003, "zq_liquid"},
-    {1300004, "zq_liquid_viscous"},
     {1300032, "zq_surface_reconstruction"},
     {1300033, "zq_mesher"},
     {1300034, "zq_csg"},
@@ -70,6 +69,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterEmitterTypes(factory);
   RegisterParticleEmitterTypes(factory);
   RegisterForceTypes(factory);
+  RegisterLiquidTypes(factory);
   RegisterOperatorTypes(factory);
   RegisterParticleOperatorTypes(factory);
   RegisterParticleExchangeTypes(factory);

@@ -64,10 +64,23 @@ Json Groups(const std::vector<ParticleReport>& groups) {
   return list;
 }
 
+Json Liquids(const std::vector<LiquidReport>& liquids) {
+  Json list = Json::array();
+  for (const LiquidReport& liquid : liquids) {
+    list.push_back({{"node", liquid.node},
+                    {"surface_volume", Number(liquid.surfaceVolume)},
+                    {"particle_volume", Number(liquid.particleVolume)},
+                    {"particles", liquid.particles},
+                    {"outside", liquid.outside}});
+  }
+  return list;
+}
+
 void AddCommon(Json& json, const SubstepReport& report) {
   json["cells"] = report.cells;
   json["particles"] = report.particles;
   json["groups"] = Groups(report.groups);
+  json["liquids"] = Liquids(report.liquids);
   json["solver"] = Solvers(report.solvers);
   json["grid_bytes"] = report.gridBytes;
   json["peak_bytes"] = report.peakBytes;

@@ -63,26 +63,28 @@ class Grid_Incompressibility : public iObject {
   virtual void RemoveMeanDivergence();
   virtual void ApplyPressure();
 
-  FluidSolver* solver = nullptr;
-
- private:
-  PressureSolver& Solver();
-  // Gives back what a projection borrowed.
-  void Release();
   // The largest divergence that the velocity has now, beyond what source and bodies ask for.
-  double RemainingDivergence();
-  void ReportOutcome(const PressureOutcome& outcome, double divergenceAfter);
+  virtual double RemainingDivergence();
+  // Gives back what a projection borrowed.
+  virtual void Release();
   GridView<const double> DensityView() const;
 
-  std::unique_ptr<PressureSolver> pressureSolver_;
-  PressureSolverType madeFor_ = kPressureGauss;
+  FluidSolver* solver = nullptr;
 
   // Of one projection.
   DivergenceInput input_;
   PressureSystem system_;
-  ScratchPool::Lease<double> rhs_, pressure_, densityWeights_[3];
+  ScratchPool::Lease<double> rhs_, pressure_;
   DivergenceSums sums_;
   bool bodiesMove_ = false;
+
+ private:
+  PressureSolver& Solver();
+  void ReportOutcome(const PressureOutcome& outcome, double divergenceAfter);
+
+  std::unique_ptr<PressureSolver> pressureSolver_;
+  PressureSolverType madeFor_ = kPressureGauss;
+  ScratchPool::Lease<double> densityWeights_[3];
 };
 
 }  // namespace orlix

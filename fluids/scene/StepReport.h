@@ -28,6 +28,15 @@ struct ParticleReport {
   std::int64_t bytes = 0;
 };
 
+// A liquid at the end of a sub-step.
+struct LiquidReport {
+  std::string node;
+  double surfaceVolume = 0;   // m^3 inside its level set
+  double particleVolume = 0;  // m^3, an eighth of a cell a particle
+  std::int64_t particles = 0;
+  std::int64_t outside = 0;  // of them, those that stand in no cell
+};
+
 // By "node path:type/part/grid", in the order of the state.
 using GridHashes = std::vector<std::pair<std::string, std::uint64_t>>;
 
@@ -42,6 +51,7 @@ struct SubstepReport {
   std::int64_t cells = 0;
   std::int64_t particles = 0;
   std::vector<ParticleReport> groups;
+  std::vector<LiquidReport> liquids;
   std::vector<SolverReport> solvers;
   std::int64_t gridBytes = 0;  // kept by the scene at the end of the sub-step
   std::int64_t peakBytes = 0;  // the most that all grids took at once since the sub-step began

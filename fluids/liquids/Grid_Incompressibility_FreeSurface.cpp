@@ -1,0 +1,67 @@
+#include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
+
+#include "fluids/dynamics/FluidSolver.h"
+
+namespace orlix {
+
+bool Grid_Incompressibility_FreeSurface::ReadParameters() {
+  const bool read = Grid_Incompressibility::ReadParameters();
+  removeMeanDivergence = false;
+  return read;
+}
+
+bool Grid_Incompressibility_FreeSurface::GatherInput() {
+  if (!Grid_Incompressibility::GatherInput()) return false;
+  const ScalarGrid* phi = solver->GetSurfaceGrid();
+  if (!phi || phi->dims != input_.Cells()) return false;
+  surface_.phi = *phi;
+  surface_.density = DensityView();
+  for (int axis = 0; axis < 3; ++axis) surface_.share[axis] = input_.share[axis];
+  return true;
+}
+
+void Grid_Incompressibility_FreeSurface::AssembleSystem() {
+  const double dt = simulationInfo->substepDuration;
+  const double h = input_.cellSize;
+  const VecInt3D cells = input_.Cells();
+  GridView<double> weights[3];
+  for (int axis = 0; axis < 3; ++axis) {
+    weights_[axis] = scene->scratch().Take<double>(input_.share[axis].dims);
+    weights[axis] = GridView<double>(*weights_[axis]);
+    system_.weight[axis] = weights[axis];
+    system_.share[axis] = input_.share[axis];
+  }
+  equation_ = scene->scratch().Take<std::uint8_t>(cells);
+  FillSurfaceWeights(surface_, surface_.density.data ? dt / (h * h) : dt / (h * h) / density, weights, equation_->data,
+                     scene->pool());
+  AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
+  sums_ = KeepEquations(equation_->data, cells, rhs_->data, scene->pool());
+  system_.dims = cells;
+  system_.equation = equation_->data;
+  system_.scale = 1;
+}
+
+void Grid_Incompressibility_FreeSurface::ApplyPressure() {
+  const double dt = simulationInfo->substepDuration;
+  const double h = input_.cellSize;
+  GridView<double> velocity[3];
+  for (int axis = 0; axis < 3; ++axis) velocity[axis] = GridView<double>(*solver->velocity.GetGrid(axis));
+  ApplySurfaceGradient(surface_, pressure_->data, surface_.density.data ? dt / h : dt / density / h, velocity,
+                       scene->pool());
+}
+
+double Grid_Incompressibility_FreeSurface::RemainingDivergence() {
+  rhs_->Fill(0, &scene->pool());
+  AddBodyDivergence();
+  AssembleDivergence(input_, true, rhs_->data, scene->pool());
+  return KeepEquations(equation_->data, input_.Cells(), rhs_->data, scene->pool()).largest;
+}
+
+void Grid_Incompressibility_FreeSurface::Release() {
+  Grid_Incompressibility::Release();
+  for (auto& weights : weights_) weights.GiveBack();
+  equation_.GiveBack();
+  surface_ = {};
+}
+
+}  // namespace orlix

@@ -1,0 +1,250 @@
+#include "fluids/liquids/WaterSolver.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "fluids/dynamics/VelocityGridEmitter.h"
+#include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
+#include "fluids/particles/GroupList.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kBoundsCapacity = 8, kStepCapacity = 16;  // entries of a full cell
+constexpr double kLargest = std::numeric_limits<double>::max();
+constexpr double kParticlesACell = 8;  // of a full one
+
+// The box of the cells at or below 0, a cell wide at least.
+void RecordLiquidBox(ScalarGrid& phi, WorkerPool& pool) {
+  std::vector<VecInt3D> lows(std::size_t(phi.dims.z), phi.dims), highs(std::size_t(phi.dims.z), VecInt3D());
+  ParallelRange(pool, 0, phi.dims.z, [&](int k0, int k1, int) {
+    for (int k = k0; k < k1; ++k) {
+      for (int j = 0; j < phi.dims.y; ++j) {
+        const double* row = &phi(0, j, k);
+        const double* end = row + phi.dims.x;
+        const double* first = std::find_if(row, end, [](double v) { return v <= 0; });
+        if (first == end) continue;
+        const double* last = end - 1;
+        while (!(*last <= 0)) --last;
+        lows[std::size_t(k)] = Min(lows[std::size_t(k)], VecInt3D(int(first - row), j, k));
+        highs[std::size_t(k)] = Max(highs[std::size_t(k)], VecInt3D(int(last - row), j, k));
+      }
+    }
+  });
+  VecInt3D low = phi.dims, high;
+  for (const VecInt3D& v : lows) low = Min(low, v);
+  for (const VecInt3D& v : highs) high = Max(high, v);
+  if (low == high) low = Max(low - VecInt3D(1, 1, 1), VecInt3D()), high = Min(high + VecInt3D(1, 1, 1), phi.dims);
+  phi.activeMin = low, phi.activeMax = high;
+}
+
+}  // namespace
+
+WaterSolver::WaterSolver(BaseList2D* hostObject, OrlixScene& owner)
+    : FluidSolver(hostObject, owner), levelset(hostObject, owner) {
+  stageMask |= StageBit(kStageOperators) | StageBit(kStageFluidDynamics);
+  projection = std::make_unique<Grid_Incompressibility_FreeSurface>(hostObject, owner);
+  levelset.channelType = {kGridLevelset};
+  levelset.valueMin = -kLargest;
+  levelset.valueMax = levelset.backgroundValue = kLargest;
+}
+
+// --- settings and links ----------------------------------------------------------------------------------------------
+
+bool WaterSolver::ReadParameters() {
+  if (!FluidSolver::ReadParameters()) return false;
+  projection->removeMeanDivergence = false;  // air takes what is too much
+  extrapolation.liquidMode = true;
+  particleLevelset.mode = handler.GetInt(kLevelSetModeId);
+  particleLevelset.iso = handler.GetDouble(kLevelSetIsoId);
+  particleLevelset.minimumCount = handler.GetInt(kLevelSetMinimumId);
+  gather = handler.GetBool(kGatherId);
+  flipRatio = handler.GetDouble(kFlipRatioId);
+  gathering.radius = handler.GetDouble(kGatherRadiusId);
+  followCache = handler.GetBool(kFollowCacheId);
+  return true;
+}
+
+bool WaterSolver::ResolveLinks() {
+  const bool resolved = FluidSolver::ResolveLinks();
+  groups.clear();
+  for (const GroupEntry& entry : RetrieveGroups(*scene, handler, kGroupsId, 1u << PK_Liquid)) {
+    const bool known = std::find(groups.begin(), groups.end(), entry.group) != groups.end();
+    if (entry.kind == PK_Liquid && !known) groups.push_back(entry.group);
+  }
+  gathering.kernel = scene->RetrieveAs<Kernel>(handler.GetLink(kGatherKernelId), NODE_HELPER, RETRIEVE_ANY);
+  return resolved && !groups.empty();
+}
+
+void WaterSolver::ReleaseLinks() {
+  FluidSolver::ReleaseLinks();
+  sort.Clear(true);
+  groups.clear();
+  gathering.kernel = nullptr;
+}
+
+void WaterSolver::Advise() {
+  FluidSolver::Advise();
+  if (groups.empty()) {
+    Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
+    return;
+  }
+  if (velocityEmitter->forces.empty()) {
+    Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
+  }
+}
+
+// --- state -----------------------------------------------------------------------------------------------------------
+
+void WaterSolver::ResetSimulation() {
+  FluidSolver::ResetSimulation();
+  levelset.ResetSimulation();
+  sort.Clear(true);
+  ++surfaceRevision_;
+}
+
+void WaterSolver::ClearState(bool deactivate) {
+  FluidSolver::ClearState(deactivate);
+  levelset.ClearState(deactivate);
+  sort.Clear(false);
+  ++surfaceRevision_;
+}
+
+bool WaterSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
+  if (groups.empty()) {
+    ClearState(true);
+    return false;
+  }
+  if (!IsActive()) return true;
+  if (!FluidSolver::ApplyBounds(min, max)) return false;
+  SortParticles(kBoundsCapacity);
+  const bool applied = levelset.ApplyBounds(min, max);
+  ++surfaceRevision_;
+  SetFlag(NodeActive, applied);
+  return applied;
+}
+
+void WaterSolver::AfterStep() {
+  FluidSolver::AfterStep();
+  if (levelset.grid && levelset.grid->count > 0) RecordLiquidBox(*levelset.grid, scene->pool());
+}
+
+void WaterSolver::VisitOutputs(StateVisitor& visitor) {
+  FluidSolver::VisitOutputs(visitor);
+  if (scene->stage != kStageFlip) return;
+  for (ParticleGroup* group : groups) group->VisitOutputs(visitor);
+}
+
+std::int64_t WaterSolver::DerivedBytes() const {
+  return FluidSolver::DerivedBytes() + sort.Bytes() + (levelset.grid ? levelset.grid->MemorySize() : 0);
+}
+
+MemoryNeed WaterSolver::MemoryFor(const VecInt3D& cells) const {
+  MemoryNeed need = FluidSolver::MemoryFor(cells);
+  need.kept += levelset.MemoryFor(cells).kept;
+  // Sums and weights of a splat.
+  need.scratch = std::max(need.scratch, 6 * sizeof(double) * double(CellCount(cells)));
+  return need;
+}
+
+void WaterSolver::AddToReport(SubstepReport& report) {
+  if (!HasGrids()) return;
+  const double h = levelset.grid->space.cellSize;
+  LiquidReport liquid;
+  liquid.node = DisplayName();
+  liquid.surfaceVolume = LiquidVolume(*levelset.grid, h, fractions.View(0, 0), scene->pool());
+  for (const ParticleGroup* group : groups) liquid.particles += group->Count(PK_Liquid);
+  liquid.outside = liquid.particles - static_cast<std::int64_t>(sort.AllEntries().size());
+  liquid.particleVolume = double(liquid.particles) / kParticlesACell * h * h * h;
+  report.liquids.push_back(std::move(liquid));
+}
+
+// --- a sub-step ------------------------------------------------------------------------------------------------------
+
+bool WaterSolver::HasGrids() const {
+  return levelset.grid && velocity.grids[0] && levelset.grid->dims == velocity.grids[0]->space.dims;
+}
+
+FlipLattice WaterSolver::Lattice() const {
+  const GridSpace& space = velocity.grids[0]->space;
+  return {space.simMin, 1.0 / double(space.cellSize), {*velocity.grids[0], *velocity.grids[1], *velocity.grids[2]}};
+}
+
+void WaterSolver::SortParticles(std::int32_t capacity) {
+  sort.Configure(PK_Liquid, velocity.grids[0]->space, capacity);
+  sort.Sort(groups, false, scene->pool());
+}
+
+void WaterSolver::ProcessStage() {
+  switch (scene->stage) {
+    case kStageOperators:
+      return RebuildSurface();
+    case kStageFluidDynamics:
+      return ParticlesToGrid();
+    case kStageFlip:
+      return GridToParticles(flipRatio);
+    default:
+      return FluidSolver::ProcessStage();
+  }
+}
+
+void WaterSolver::ProcessPlayedStage() {
+  if (scene->stage != kStageFluidDynamics) return;
+  EmitVelocity();
+  if (!followCache || !HasGrids()) return;
+  SortParticles(kStepCapacity);
+  GridToParticles(0);
+}
+
+void WaterSolver::RebuildSurface() {
+  if (!HasGrids()) return;
+  SortParticles(kStepCapacity);
+  const ScalarGrid* solid = boundary.solidDistance.grid.get();
+  particleLevelset.Build(scene->pool(), scene->scratch(), sort,
+                         solid ? GridView<const double>(*solid) : GridView<const double>(), *levelset.grid);
+  ++surfaceRevision_;
+}
+
+void WaterSolver::ParticlesToGrid() {
+  if (!HasGrids()) return;
+  for (const auto& grid : velocity.grids) grid->Fill(0, &scene->pool());
+  if (gather) {
+    GatherVelocities(sort, Lattice(), gathering, scene->pool());
+  } else {
+    SplatVelocities(sort, Lattice(), scene->scratch(), scene->pool());
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    const ScalarGrid& now = *velocity.grids[axis];
+    if (!before_[axis] || before_[axis]->dims != now.dims) before_[axis] = scene->scratch().Take<double>(now.dims);
+    double* before = before_[axis]->data;
+    ParallelRange(scene->pool(), 0, now.dims.z, [&](int k0, int k1, int) {
+      std::copy(now.data + std::int64_t(now.slab) * k0, now.data + std::int64_t(now.slab) * k1,
+                before + std::int64_t(now.slab) * k0);
+    });
+  }
+}
+
+void WaterSolver::GridToParticles(double ratio) {
+  const bool hasBefore = before_[0] && before_[0]->dims == velocity.grids[0]->dims;
+  if (HasGrids() && (hasBefore || !(ratio > 0))) {
+    const GridView<double> change[3] = {hasBefore ? GridView<double>(*before_[0]) : GridView<double>(),
+                                        hasBefore ? GridView<double>(*before_[1]) : GridView<double>(),
+                                        hasBefore ? GridView<double>(*before_[2]) : GridView<double>()};
+    BlendVelocities(sort, Lattice(), change, ratio, scene->pool());
+  }
+  for (auto& grid : before_) grid.GiveBack();
+}
+
+void WaterSolver::Project() {
+  constraint.Apply();
+  ApplyContainerBoundary(1.0f);
+  projection->Project();
+  ExtrapolateVelocity();
+  constraint.Apply();
+  ApplyContainerBoundary(1.0f);
+  divergenceSource.ResetSimulation();
+}
+
+}  // namespace orlix

@@ -1,0 +1,70 @@
+#pragma once
+// The liquid: velocities on the staggered grid of the gas solver, carried by particles of kind liquid (FLIP, Zhu and
+// Bridson 2005). ParticleAdvection nodes move the particles, forces act on the grid; without a force a liquid floats.
+//
+// A sub-step, by stages: 5 the boundary; 6 nodes move the particles; 7 sorting and the level set; 8 particles to faces;
+// 9 forces; 10 viscosity and the projection with a free surface; 11 faces to particles; 16 the top speed.
+
+#include "fluids/dynamics/FluidSolver.h"
+#include "fluids/level_sets/ParticleToLevelset.h"
+#include "fluids/liquids/FlipTransfer.h"
+#include "fluids/liquids/LiquidVolume.h"
+
+namespace orlix {
+
+class WaterSolver final : public FluidSolver {
+ public:
+  static constexpr int kGroupsId = 1201, kModeId = 1203, kFlipRatioId = 1204, kGatherId = 1209, kLevelSetModeId = 1210,
+                       kGatherRadiusId = 1211, kLevelSetIsoId = 1212, kLevelSetMinimumId = 1214, kFollowCacheId = 1216,
+                       kGatherKernelId = 1217;
+
+  WaterSolver(BaseList2D* hostObject, OrlixScene& owner);
+  // "Liquid Dynamics", and the same with another interface for thick liquids.
+  static const TypeInfo& Type();
+  static const TypeInfo& ViscousType();
+
+  std::int32_t GetNodeSubType() const override { return 38; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  void ResetSimulation() override;
+  void ClearState(bool deactivate) override;
+  bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
+  void AfterStep() override;
+  void VisitOutputs(StateVisitor& visitor) override;
+  std::int64_t DerivedBytes() const override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
+  void AddToReport(SubstepReport& report) override;
+
+  void Project() override;
+  const ScalarGrid* GetSurfaceGrid() const override { return levelset.grid.get(); }
+  const ScalarGrid* GetSurfaceGridPrevious() const override { return levelset.grid.get(); }
+  std::uint64_t DistanceRevision() const override { return surfaceRevision_; }
+
+  std::vector<ParticleGroup*> groups;  // between ResolveLinks and ReleaseLinks
+  ParticleSort sort;
+  ChannelBase_Scalar levelset;  // m, negative inside; what is out of reach is huge
+  ParticleToLevelset particleLevelset;
+  bool gather = false;      // faces gather with a kernel instead of a splat
+  double flipRatio = 0.96;  // 0 takes the grid's velocity, 1 only its change
+  Gathering gathering;
+  bool followCache = false;  // particles move along with velocities that are played back
+
+ protected:
+  void ProcessStage() override;
+  void ProcessPlayedStage() override;
+
+ private:
+  bool HasGrids() const;
+  FlipLattice Lattice() const;
+  void SortParticles(std::int32_t capacity);
+  void RebuildSurface();
+  void ParticlesToGrid();
+  void GridToParticles(double ratio);
+
+  std::uint64_t surfaceRevision_ = 0;
+  ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11
+};
+
+}  // namespace orlix

@@ -1,0 +1,166 @@
+#include "fluids/liquids/FlipTransfer.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+
+#include "fluids/liquids/LiquidVolume.h"
+#include "fluids/pressure/FreeSurface.h"
+#include "tests/support/Cells.h"
+#include "tests/support/TestScene.h"
+
+namespace orlix {
+namespace {
+
+using test::ForAll;
+
+// Particles of two groups in a box of 8 x 6 x 7 cells of a quarter metre, all with one velocity.
+class Transfer : public ::testing::Test {
+ protected:
+  static constexpr double kCell = 0.25;
+  const Vec3D kVelocity{0.25, -1.5, 3};
+  const VecInt3D cells{8, 6, 7};
+
+  Transfer() {
+    BaseObject& a = scene_.Add("particlegroup", "A");
+    BaseObject& b = scene_.Add("particlegroup", "B");
+    scene_.Step(0);
+    groups = {scene_.NodeOf<ParticleGroup>(a), scene_.NodeOf<ParticleGroup>(b)};
+    for (ParticleGroup* group : groups) group->factory(PK_Liquid).SetListCount(1);
+    std::uint32_t state = 5;
+    const auto random = [&] { return (state = state * 1664525u + 1013904223u) / 4294967296.0; };
+    for (int n = 0; n < 6000; ++n) {
+      ParticleList& list = *groups[n % 3 == 0]->list(PK_Liquid);
+      const std::int32_t row = list.Append(1, BaseParticleData());
+      const Vec3D place = Vec3D(1 + 6 * random(), 1 + 4 * random(), 1 + 5 * random()) * kCell;
+      const OrlixParticle particle(&list, row);
+      particle.SetPosition(place), particle.SetVelocity(kVelocity);
+    }
+    space.Build(cells, Vec3D(cells) * kCell, static_cast<float>(kCell), Vec3D());
+    for (int axis = 0; axis < 3; ++axis) {
+      VecInt3D dims = cells;
+      ++dims[axis];
+      faces[axis] = std::make_unique<Grid<double>>(dims, static_cast<std::uint32_t>(axis));
+      faces[axis]->Fill(0);
+      change[axis] = std::make_unique<Grid<double>>(dims, static_cast<std::uint32_t>(axis));
+      lattice.faces[axis] = *faces[axis];
+    }
+    lattice.inverseCell = 1 / kCell;
+    sort.Configure(PK_Liquid, space, 16);
+    sort.Sort(groups, false, scene_.pool);
+  }
+
+  test::TestScene scene_{2};
+  std::vector<ParticleGroup*> groups;
+  GridSpace space;
+  ParticleSort sort;
+  FlipLattice lattice;
+  ScratchPool scratch;
+  std::unique_ptr<Grid<double>> faces[3], change[3];
+};
+
+TEST_F(Transfer, AUniformVelocityComesAndGoesWhole) {
+  ASSERT_EQ(sort.AllEntries().size(), 6000u);
+  for (const bool gather : {false, true}) {
+    if (gather) {
+      GatherVelocities(sort, lattice, {.radius = 1.4}, scene_.pool);
+    } else {
+      SplatVelocities(sort, lattice, scratch, scene_.pool);
+    }
+    int reached = 0, empty = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+      ForAll(faces[axis]->dims, [&](int i, int j, int k) {
+        const double u = (*faces[axis])(i, j, k);
+        u == 0 ? ++empty : ++reached;
+        EXPECT_NEAR(u, u == 0 ? 0 : kVelocity[axis], 1e-12);
+      });
+    }
+    EXPECT_GT(reached, 500) << gather;
+    EXPECT_GT(empty, 50) << "faces that no particle reaches hold 0";
+  }
+}
+
+// With ratio r a particle takes r times its own velocity and what the faces' change gives, and the rest from the faces.
+TEST_F(Transfer, TheRatioBlendsOldAndNew) {
+  for (const double ratio : {0.0, 0.75, 1.0}) {
+    for (int axis = 0; axis < 3; ++axis) faces[axis]->Fill(4), change[axis]->Fill(1.5);  // now, and before the forces
+    for (ParticleGroup* group : groups) {
+      for (int n = 0; n < group->Count(PK_Liquid); ++n) group->At(PK_Liquid, n).SetVelocity({1, 2, 3});
+    }
+    BlendVelocities(sort, lattice, {*change[0], *change[1], *change[2]}, ratio, scene_.pool);
+    const Vec3D expected = ratio * (Vec3D(1, 2, 3) + Vec3D(2.5)) + (1 - ratio) * Vec3D(4);
+    for (ParticleGroup* group : groups) {
+      for (int n = 0; n < group->Count(PK_Liquid); n += 7) {
+        EXPECT_LT(Length(group->At(PK_Liquid, n).GetVelocity() - expected), 1e-12) << ratio;
+      }
+    }
+  }
+}
+
+TEST(LiquidVolume, IsThatOfABox) {
+  Grid<double> phi({6, 6, 6}, 13);
+  ForAll(phi.dims, [&](int i, int j, int k) { phi(i, j, k) = (j - 2.3) * 0.5; });
+  WorkerPool pool(2);
+  EXPECT_NEAR(LiquidVolume(phi, 0.5, {}, pool), 36 * 2.8 * 0.125, 1e-12);
+}
+
+// --- the pressure system at a free surface
+
+struct Surface {
+  explicit Surface(const VecInt3D& cells) : phi(cells, 13), equation(cells, 0) {
+    for (int axis = 0; axis < 3; ++axis) {
+      VecInt3D dims = cells;
+      ++dims[axis];
+      share[axis] = std::make_unique<Grid<float>>(dims, 0u);
+      weight[axis] = std::make_unique<Grid<double>>(dims, 0u);
+      share[axis]->Fill(1);
+      surface.share[axis] = *share[axis], weights[axis] = *weight[axis];
+    }
+    surface.phi = phi;
+  }
+  Grid<double> phi;
+  Grid<std::uint8_t> equation;
+  std::unique_ptr<Grid<float>> share[3];
+  std::unique_ptr<Grid<double>> weight[3];
+  FreeSurface surface;
+  GridView<double> weights[3];
+};
+
+TEST(FreeSurface, WeightsAreSharesOverTheta) {
+  Surface s({5, 5, 5});
+  s.phi.Fill(10);
+  s.phi(2, 2, 2) = -0.001;
+  s.phi(3, 2, 2) = -1;
+  s.phi(4, 2, 2) = -1;  // the border has no equation
+  s.phi(2, 3, 2) = 0;   // exactly 0 is air
+  (*s.share[2])(3, 2, 2) = 0.5f;
+  WorkerPool pool(2);
+  EXPECT_EQ(FillSurfaceWeights(s.surface, 2, s.weights, s.equation.data, pool), 2);
+  EXPECT_NEAR(s.weights[0](2, 2, 2), 2 / 0.01, 1e-4);  // theta of 1e-4 is raised
+  EXPECT_EQ(s.weights[0](3, 2, 2), 2);                 // liquid on both sides
+  EXPECT_NEAR(s.weights[1](2, 3, 2), 2, 1e-12);        // the surface at the far cell's centre
+  EXPECT_NEAR(s.weights[2](3, 2, 2), 0.5 * 2 * 11, 1e-4);
+  EXPECT_EQ(s.weights[1](1, 1, 1), 0);  // in air
+}
+
+TEST(FreeSurface, ADropOfOneCellHasAPositiveDiagonalAndAirKeepsItsVelocity) {
+  Surface s({5, 5, 5});
+  s.phi.Fill(1);
+  s.phi(2, 2, 2) = -1;
+  (*s.share[0])(1, 2, 2) = 0;
+  WorkerPool pool(1);
+  EXPECT_EQ(FillSurfaceWeights(s.surface, 1, s.weights, s.equation.data, pool), 1);
+  Grid<double> pressure(s.phi.dims, 0u), u({6, 5, 5}, 0u), v({5, 6, 5}, 1u), w({5, 5, 6}, 2u);
+  for (Grid<double>* grid : {&pressure, &u, &v, &w}) grid->Fill(0);
+  u.Fill(3), pressure(2, 2, 2) = 1;
+  GridView<double> velocity[3] = {u, v, w};
+  ApplySurfaceGradient(s.surface, pressure.data, 0.5, velocity, pool);
+  EXPECT_NEAR(u(2, 2, 2), 3 - 0.5 / 0.5, 1e-6);  // theta is a half
+  EXPECT_NEAR(u(3, 2, 2), 3 + 0.5 / 0.5, 1e-6);
+  EXPECT_EQ(u(1, 2, 2), 0);  // closed
+  EXPECT_EQ(u(3, 3, 3), 3);  // in air
+}
+
+}  // namespace
+}  // namespace orlix
