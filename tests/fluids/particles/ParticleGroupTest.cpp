@@ -166,12 +166,12 @@ class HostileFile final : public StateVisitor {
     if (!Good()) return;
     auto* to = static_cast<std::uint8_t*>(bytes);
     const bool asItIs = random_() % 3 != 0 && size < 64;
-    for (std::size_t n = 0; n < size; ++n) {
-      if (!asItIs) to[n] = static_cast<std::uint8_t>(random_() % 4 == 0 ? random_() : n == 0 ? random_() % 20 : 0);
+    for (std::size_t n = 0; n < size && !asItIs; n += size < 64 ? 1 : 1 + random_() % 61) {
+      to[n] = static_cast<std::uint8_t>(random_() % 4 == 0 ? random_() : n == 0 ? random_() % 20 : 0);
     }
     items += 1;
     if (std::string_view(name) == "positions") ++chunks;
-    if (chunks > 20 || random_() % 200 == 0) Refuse("the file ends");
+    if (chunks > 3 || random_() % 100 == 0) Refuse("the file ends");
   }
   bool Reading() const override { return true; }
   bool Good() const override { return good_; }
@@ -185,7 +185,7 @@ class HostileFile final : public StateVisitor {
 
 TEST(ParticleList, WhatAFileSaysIsNotBelieved) {
   int chunks = 0, whole = 0;
-  for (unsigned seed = 0; seed < 400; ++seed) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
     ParticleList list;
     HostileFile file(seed);
     list.VisitState(file);
@@ -197,8 +197,8 @@ TEST(ParticleList, WhatAFileSaysIsNotBelieved) {
     StateHasher hasher;
     list.VisitState(hasher);
   }
-  EXPECT_GT(chunks, 50);
-  EXPECT_GT(whole, 5);
+  EXPECT_GT(chunks, 10);
+  EXPECT_GT(whole, 2);
 }
 
 TEST(PropertyIds, FixedNodesGiveTheirNumberAndType) {
