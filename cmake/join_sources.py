@@ -31,7 +31,7 @@ def names_of(text):
             elif function := re.match(r"[^(={;]*?\b(\w*[a-z]\w*)\(", statement):
                 names.add(function[1])
             else:
-                names.update(re.findall(r"\b(k[A-Z]\w*)(?= =|\[\w*\] =|\{|;)", statement.split("= {")[0] + "= {"))
+                names.update(re.findall(r"(?<![:\w])(k[A-Z]\w*)(?= =|\[\w*\] =|\{|;)", statement.split("= {")[0] + "= {"))
     return names
 
 

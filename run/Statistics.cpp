@@ -94,11 +94,11 @@ std::string Dump(const Json& json) { return json.dump(-1, ' ', false, Json::erro
 // The lines of frames before the given one; none of a file that isn't there. A killed run may leave half a line.
 std::string LinesBefore(const std::string& path, int frame) {
   std::ifstream in(path);
-  std::string kept, line;
-  while (std::getline(in, line)) {
-    const Json json = Json::parse(line, nullptr, false);
+  std::string kept, text;
+  while (std::getline(in, text)) {
+    const Json json = Json::parse(text, nullptr, false);
     if (!json.is_object() || !json.contains("frame") || !json["frame"].is_number_integer()) continue;
-    if (json["frame"].get<int>() < frame) kept += line + "\n";
+    if (json["frame"].get<int>() < frame) kept += text + "\n";
   }
   return kept;
 }

@@ -24,30 +24,30 @@ inline float InverseTheta(float below, float above) {
 }
 
 // What a row of faces lies between: pointers to the cells above the faces, and the step down to those below.
-struct FaceRow {
+struct SurfaceRow {
   const float* share;
   const double *phi, *density;  // density may be null
   std::int64_t step;
   int begin, end;
 };
 
-inline double DensityFactor(const FaceRow& row, int i) {
+inline double InverseDensity(const SurfaceRow& row, int i) {
   return row.density ? 1 / (0.5 * (row.density[i] + row.density[i - row.step])) : 1;
 }
 
-ORLIX_MULTIVERSION void WeightRow(const FaceRow& r, double k, double* __restrict weight) {
-  const FaceRow row = r;
+ORLIX_MULTIVERSION void SurfaceWeightRow(const SurfaceRow& r, double k, double* __restrict weight) {
+  const SurfaceRow row = r;
   for (int i = row.begin; i < row.end; ++i) {
     const float inverse = InverseTheta(Narrow(row.phi[i - row.step]), Narrow(row.phi[i]));
-    weight[i] = double(row.share[i]) * k * double(inverse) * DensityFactor(row, i);
+    weight[i] = double(row.share[i]) * k * double(inverse) * InverseDensity(row, i);
   }
 }
 
-ORLIX_MULTIVERSION void GradientRow(const FaceRow& r, const double* p, double k, double* __restrict u) {
-  const FaceRow row = r;
+ORLIX_MULTIVERSION void SurfaceGradientRow(const SurfaceRow& r, const double* p, double k, double* __restrict u) {
+  const SurfaceRow row = r;
   for (int i = row.begin; i < row.end; ++i) {
     const float inverse = InverseTheta(Narrow(row.phi[i - row.step]), Narrow(row.phi[i]));
-    const double moved = u[i] - (p[i] - p[i - row.step]) * (k * DensityFactor(row, i)) * double(inverse);
+    const double moved = u[i] - (p[i] - p[i - row.step]) * (k * InverseDensity(row, i)) * double(inverse);
     const double open = inverse > 0 ? moved : u[i];
     u[i] = row.share[i] > 0 ? open : row.share[i] == 0 ? 0 : u[i];
   }
@@ -56,7 +56,7 @@ ORLIX_MULTIVERSION void GradientRow(const FaceRow& r, const double* p, double k,
 // work(axis, j, layer, row) for the faces 1 to n - 1 of each axis between cells; rows across the other axes leave the
 // outermost cells out.
 template <class F>
-void ForFaceRows(const FreeSurface& s, WorkerPool& pool, F&& work) {
+void ForSurfaceRows(const FreeSurface& s, WorkerPool& pool, F&& work) {
   const VecInt3D n = s.phi.dims;
   ParallelRange(pool, 1, n.z, [&](int k0, int k1, int) {
     for (int layer = k0; layer < k1; ++layer) {
@@ -64,7 +64,7 @@ void ForFaceRows(const FreeSurface& s, WorkerPool& pool, F&& work) {
         if (axis != 2 && layer == n.z - 1) continue;
         const std::int64_t step = axis == 0 ? 1 : axis == 1 ? n.x : s.phi.slab;
         for (int j = 1; j < (axis == 1 ? n.y : n.y - 1); ++j) {
-          FaceRow row{&s.share[axis](0, j, layer), &s.phi(0, j, layer), nullptr, step, 1, axis == 0 ? n.x : n.x - 1};
+          SurfaceRow row{&s.share[axis](0, j, layer), &s.phi(0, j, layer), nullptr, step, 1, axis == 0 ? n.x : n.x - 1};
           if (s.density.data) row.density = &s.density(0, j, layer);
           work(axis, j, layer, row);
         }
@@ -78,8 +78,9 @@ void ForFaceRows(const FreeSurface& s, WorkerPool& pool, F&& work) {
 std::int64_t FillSurfaceWeights(const FreeSurface& surface, double k, GridView<double> (&weights)[3],
                                 std::uint8_t* equation, WorkerPool& pool) {
   for (auto& weight : weights) FillDoubles(weight.data, CellCount(weight.dims), 0, &pool);
-  ForFaceRows(surface, pool,
-              [&](int axis, int j, int layer, const FaceRow& row) { WeightRow(row, k, &weights[axis](0, j, layer)); });
+  ForSurfaceRows(surface, pool, [&](int axis, int j, int layer, const SurfaceRow& row) {
+    SurfaceWeightRow(row, k, &weights[axis](0, j, layer));
+  });
   const VecInt3D n = surface.phi.dims;
   std::vector<std::int64_t> counts(std::size_t(n.z), 0);
   ParallelRange(pool, 0, n.z, [&](int k0, int k1, int) {
@@ -130,8 +131,9 @@ DivergenceSums KeepEquations(const std::uint8_t* equation, const VecInt3D& cells
 void ApplySurfaceGradient(const FreeSurface& surface, const double* pressure, double k, GridView<double> (&velocity)[3],
                           WorkerPool& pool) {
   const VecInt3D n = surface.phi.dims;
-  ForFaceRows(surface, pool, [&](int axis, int j, int layer, const FaceRow& row) {
-    GradientRow(row, pressure + (surface.phi.slab * layer + std::int64_t(n.x) * j), k, &velocity[axis](0, j, layer));
+  ForSurfaceRows(surface, pool, [&](int axis, int j, int layer, const SurfaceRow& row) {
+    SurfaceGradientRow(row, pressure + (surface.phi.slab * layer + std::int64_t(n.x) * j), k,
+                       &velocity[axis](0, j, layer));
   });
 }
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "TestMeshes.h"
+#include "tests/fluids/level_sets/TestMeshes.h"
 #include "fluids/level_sets/RowCrossing.h"
 #include "fluids/level_sets/TriangleDistance.h"
 #include "host/threads/WorkerPool.h"
