@@ -41,7 +41,7 @@ Json Solvers(const std::vector<SolverReport>& solvers) {
     list.push_back({{"node", solver.node},
                     {"iterations", solver.iterations},
                     {"residual", Number(solver.residual)},
-                    {"converged", solver.converged},
+                    {"converged", solver.converged ? Json(*solver.converged) : Json()},
                     {"divergence_before", Number(solver.divergenceBefore)},
                     {"divergence_after", Number(solver.divergenceAfter)}});
   }

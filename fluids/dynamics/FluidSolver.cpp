@@ -65,7 +65,6 @@ bool FluidSolver::ReadParameters() {
   priority = kPriority;
   if (!iSolver::ReadParameters()) return false;
   for (iBase* part : Parts()) part->ReadParameters();
-  projection->removeMeanDivergence = boundary.closedFaces == kAllFacesClosed;
   fractions.method = 1;
   fractions.kinds |= 1u << 0 | 1u << 1;
   fractions.complement = true;

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/dynamics/SpeedKernel.h"
 #include "fluids/pressure/BodyMotion.h"
 #include "fluids/pressure/MultigridCycle.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -35,7 +37,6 @@ Grid_Incompressibility::~Grid_Incompressibility() = default;
 
 bool Grid_Incompressibility::ReadParameters() {
   if (!handler.HasObject()) return false;
-  removeMeanDivergence = false;
   density = handler.GetDouble(kDensityId);
   solverType = handler.GetChoice<PressureSolverType>(kPressureSolverId);
   settings.iterationLimit = handler.GetInt(kPressureIterationsId);
@@ -63,10 +64,14 @@ void Grid_Incompressibility::ReleaseLinks() {
   iObject::ReleaseLinks();
 }
 
-void Grid_Incompressibility::ResetSimulation() { pressureSolver_.reset(); }
+void Grid_Incompressibility::ResetSimulation() {
+  pressureSolver_.reset();
+  regions_.reset();
+}
 
 void Grid_Incompressibility::ClearState(bool deactivate) {
   pressureSolver_.reset();
+  regions_.reset();
   Release();
   iObject::ClearState(deactivate);
 }
@@ -83,11 +88,11 @@ void Grid_Incompressibility::Project() {
   bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return Moves(*v); });
   AddBodyDivergence();
   AssembleSystem();
-  if (removeMeanDivergence) RemoveMeanDivergence();
+  RemoveMeanDivergence();
   const PressureTools tools{scene->pool(), scene->scratch(), [this] { return scene->TestBreak(); }};
   const PressureOutcome outcome = Solver().Solve(system_, settings, tools, rhs_->data, pressure_->data);
   ApplyPressure();
-  ReportOutcome(outcome, RemainingDivergence());
+  ReportOutcome(outcome);
   Release();
 }
 
@@ -147,7 +152,7 @@ void Grid_Incompressibility::AddBodyDivergence() {
 void Grid_Incompressibility::AssembleSystem() {
   const double dt = simulationInfo->substepDuration;
   const float h = input_.cellSize;
-  sums_ = AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
+  divergenceBefore_ = largestRightSide_ = AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
   system_.dims = input_.Cells();
   for (int axis = 0; axis < 3; ++axis) system_.share[axis] = input_.share[axis];
   const GridView<const double> densities = DensityView();
@@ -166,9 +171,16 @@ void Grid_Incompressibility::AssembleSystem() {
   system_.scale = 1;
 }
 
+std::uint64_t Grid_Incompressibility::RegionRevision() const { return solver->fractions.revision(); }
+
 void Grid_Incompressibility::RemoveMeanDivergence() {
-  if (sums_.sum == 0) return;
-  AddToEquations(input_, -sums_.sum / static_cast<double>(sums_.count), rhs_->data, scene->pool());
+  if (!regions_ || regionsFor_ == 0 || regionsFor_ != RegionRevision()) {
+    regions_ = std::make_unique<ClosedRegions>(system_, scene->pool());
+    regionsFor_ = RegionRevision();
+  }
+  if (regions_->count() == 0) return;
+  regions_->RemoveMeans(rhs_->data, scene->pool());
+  largestRightSide_ = LargestMagnitude(*rhs_, scene->pool());
 }
 
 void Grid_Incompressibility::ApplyPressure() {
@@ -184,28 +196,45 @@ void Grid_Incompressibility::ApplyPressure() {
 // --- report ----------------------------------------------------------------------------------------------------------
 
 double Grid_Incompressibility::RemainingDivergence() {
-  if (!bodiesMove_) return AssembleDivergence(input_, false, nullptr, scene->pool()).largest;
-  rhs_->Fill(0, &scene->pool());
-  AddBodyDivergence();
-  return AssembleDivergence(input_, true, rhs_->data, scene->pool()).largest;
+  if (bodiesMove_) {
+    rhs_->Fill(0, &scene->pool());
+    AddBodyDivergence();
+  }
+  return AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
 }
 
-void Grid_Incompressibility::ReportOutcome(const PressureOutcome& outcome, double divergenceAfter) {
+double Grid_Incompressibility::RoundingOfDivergence() const {
+  const VecInt3D n = input_.Cells();
+  double speed = 0;
+  for (const auto& velocity : input_.velocity) speed = std::max(speed, LargestMagnitude(velocity, scene->pool()));
+  // A pressure differs across the container by up to its length times the differences that move the velocity.
+  return 16 * std::numeric_limits<double>::epsilon() * std::max({n.x, n.y, n.z}) * speed / input_.cellSize;
+}
+
+void Grid_Incompressibility::ReportOutcome(const PressureOutcome& outcome) {
   SolverReport report;
   report.node = DisplayName();
   report.iterations = outcome.iterations;
-  report.converged = outcome.converged;
-  report.divergenceBefore = sums_.largest;
-  report.divergenceAfter = divergenceAfter;
-  report.residual = outcome.residual;
-  if (solverType == kPressureGauss) report.residual = sums_.largest > 0 ? divergenceAfter / sums_.largest : 0;
+  report.divergenceBefore = divergenceBefore_;
+  double residual = report.divergenceAfter = RemainingDivergence();
+  if (regions_ && regions_->count() > 0) {
+    regions_->RemoveMeans(rhs_->data, scene->pool());
+    residual = LargestMagnitude(*rhs_, scene->pool());
+  }
+  // Conjugate gradients carry their residual along; where the system has no solution it falls though the true one
+  // stays.
+  report.residual = largestRightSide_ > 0 ? residual / largestRightSide_ : 0;
+  if (outcome.tested) report.converged = outcome.converged;
+  if (outcome.tested && outcome.converged && report.residual > settings.toleranceFactor) {
+    report.converged = residual <= std::max(4 * settings.toleranceFactor * largestRightSide_, RoundingOfDivergence());
+  }
   scene->Report(report);
-  if (outcome.converged) return;
+  if (report.converged.value_or(true)) return;
   char text[200];
   std::snprintf(text, sizeof text,
                 "the pressure solve ended after %d iterations at a relative residual of %.1e, above its tolerance of "
                 "%.0e; the statistics tell of each sub-step",
-                outcome.iterations, outcome.residual, settings.toleranceFactor);
+                outcome.iterations, report.residual, settings.toleranceFactor);
   Warn("not-converged", text);
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "fluids/pressure/ClosedRegions.h"
 #include "fluids/pressure/PressureAssembly.h"
 #include "fluids/pressure/PressureSolver.h"
 #include "fluids/scene/iObject.h"
@@ -36,7 +37,6 @@ class Grid_Incompressibility : public iObject {
 
   // Before ResolveLinks; not owned.
   void SetSolver(FluidSolver* fluidSolver) { solver = fluidSolver; }
-  // Sets removeMeanDivergence to false; the solver sets it afterwards.
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
@@ -48,7 +48,6 @@ class Grid_Incompressibility : public iObject {
   // Bytes that a projection borrows on a grid of these dims.
   double ScratchBytes(const VecInt3D& dims) const;
 
-  bool removeMeanDivergence = false;  // exactly when all six faces of the container are closed
   PressureSolverType solverType = kPressureGauss;
   PressureSettings settings;
   double density = 1.23;  // kg/m^3
@@ -60,10 +59,14 @@ class Grid_Incompressibility : public iObject {
   virtual bool GatherInput();
   virtual void AddBodyDivergence();
   virtual void AssembleSystem();
+  // No pressure can answer the mean of what the right side asks for in a region without a fixed pressure.
   virtual void RemoveMeanDivergence();
+  // Of what connects cells, in a gas the shares alone: closed regions are kept while it stays. 0: found each time.
+  virtual std::uint64_t RegionRevision() const;
   virtual void ApplyPressure();
 
-  // The largest divergence that the velocity has now, beyond what source and bodies ask for.
+  // The largest divergence that the velocity has now, beyond what source and bodies ask for. rhs_ takes it cell by
+  // cell.
   virtual double RemainingDivergence();
   // Gives back what a projection borrowed.
   virtual void Release();
@@ -75,15 +78,19 @@ class Grid_Incompressibility : public iObject {
   DivergenceInput input_;
   PressureSystem system_;
   ScratchPool::Lease<double> rhs_, pressure_;
-  DivergenceSums sums_;
+  double divergenceBefore_ = 0, largestRightSide_ = 0;
   bool bodiesMove_ = false;
 
  private:
   PressureSolver& Solver();
-  void ReportOutcome(const PressureOutcome& outcome, double divergenceAfter);
+  // A residual below it may be nothing but rounding.
+  double RoundingOfDivergence() const;
+  void ReportOutcome(const PressureOutcome& outcome);
 
   std::unique_ptr<PressureSolver> pressureSolver_;
   PressureSolverType madeFor_ = kPressureGauss;
+  std::unique_ptr<ClosedRegions> regions_;
+  std::uint64_t regionsFor_ = 0;
   ScratchPool::Lease<double> densityWeights_[3];
 };
 

@@ -9,18 +9,21 @@ namespace orlix {
 
 namespace {
 
-// Calls f(i, j, k, index) for the closed faces of a component, without the border and the last face of its own axis.
+// Calls f(i, j, k, index) for the closed faces of a component, without the border and the faces of a wall of the
+// container, which let nothing through whatever stands beside them.
 template <class F>
-void ForEachClosedFace(const CellMask& closed, int axis, WorkerPool& pool, F&& f) {
+void ForEachClosedFace(const CellMask& closed, int axis, bool lowWall, WorkerPool& pool, F&& f) {
+  VecInt3D begin(1, 1, 1);
+  if (lowWall) ++begin[axis];
   VecInt3D end = closed.dims() - VecInt3D(1, 1, 1);
   --end[axis];
   if (closed.IsEmpty()) return;
   const VecInt3D dims = closed.dims();
-  ParallelRange(pool, 1, end.z, [&](int k0, int k1, int) {
+  ParallelRange(pool, begin.z, end.z, [&](int k0, int k1, int) {
     for (int k = k0; k < k1; ++k) {
-      for (int j = 1; j < end.y; ++j) {
+      for (int j = begin.y; j < end.y; ++j) {
         const std::int64_t row = (std::int64_t(k) * dims.y + j) * dims.x;
-        CellMask::ForEachSet(closed.Row(j, k), 1, end.x, [&](int i) { f(i, j, k, row + i); });
+        CellMask::ForEachSet(closed.Row(j, k), begin.x, end.x, [&](int i) { f(i, j, k, row + i); });
       }
     }
   });
@@ -94,18 +97,20 @@ void VelocityConstrain::Apply() {
                          {*grids[0], *grids[1], *grids[2]},
                          first.space.simMin,
                          static_cast<double>(first.space.cellSize)};
+  const auto forEachFace = [&](int axis, auto&& f) {
+    const bool lowWall = (solver->closedFaces & ClosedLow(axis)) != 0;
+    ForEachClosedFace(solver->fractions.ClosedFaces(axis), axis, lowWall, scene->pool(), f);
+  };
   ScratchPool::Lease<double> values[3];  // only those of blocked faces are filled
   for (int axis = 0; axis < 3; ++axis) {
     values[axis] = scene->scratch().Take<double>(grids[axis]->dims);
     double* out = values[axis]->data;
-    ForEachClosedFace(solver->fractions.ClosedFaces(axis), axis, scene->pool(),
-                      [&](int i, int j, int k, std::int64_t index) { out[index] = faces.NewValue(axis, i, j, k); });
+    forEachFace(axis, [&](int i, int j, int k, std::int64_t index) { out[index] = faces.NewValue(axis, i, j, k); });
   }
   for (int axis = 0; axis < 3; ++axis) {
     const double* from = values[axis]->data;
     double* velocity = grids[axis]->data;
-    ForEachClosedFace(solver->fractions.ClosedFaces(axis), axis, scene->pool(),
-                      [&](int, int, int, std::int64_t index) { velocity[index] = from[index]; });
+    forEachFace(axis, [&](int, int, int, std::int64_t index) { velocity[index] = from[index]; });
   }
 }
 

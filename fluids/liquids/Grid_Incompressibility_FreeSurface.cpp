@@ -4,12 +4,6 @@
 
 namespace orlix {
 
-bool Grid_Incompressibility_FreeSurface::ReadParameters() {
-  const bool read = Grid_Incompressibility::ReadParameters();
-  removeMeanDivergence = false;
-  return read;
-}
-
 bool Grid_Incompressibility_FreeSurface::GatherInput() {
   if (!Grid_Incompressibility::GatherInput()) return false;
   const ScalarGrid* phi = solver->GetSurfaceGrid();
@@ -35,7 +29,7 @@ void Grid_Incompressibility_FreeSurface::AssembleSystem() {
   FillSurfaceWeights(surface_, surface_.density.data ? dt / (h * h) : dt / (h * h) / density, weights, equation_->data,
                      scene->pool());
   AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
-  sums_ = KeepEquations(equation_->data, cells, rhs_->data, scene->pool());
+  divergenceBefore_ = largestRightSide_ = KeepEquations(equation_->data, cells, rhs_->data, scene->pool());
   system_.dims = cells;
   system_.equation = equation_->data;
   system_.scale = 1;
@@ -54,7 +48,7 @@ double Grid_Incompressibility_FreeSurface::RemainingDivergence() {
   rhs_->Fill(0, &scene->pool());
   AddBodyDivergence();
   AssembleDivergence(input_, true, rhs_->data, scene->pool());
-  return KeepEquations(equation_->data, input_.Cells(), rhs_->data, scene->pool()).largest;
+  return KeepEquations(equation_->data, input_.Cells(), rhs_->data, scene->pool());
 }
 
 void Grid_Incompressibility_FreeSurface::Release() {

@@ -10,15 +10,13 @@ class Grid_Incompressibility_FreeSurface final : public Grid_Incompressibility {
  public:
   using Grid_Incompressibility::Grid_Incompressibility;
 
-  // Air takes what is too much: no mean is removed.
-  bool ReadParameters() override;
-
  protected:
   bool GatherInput() override;
   void AssembleSystem() override;
   void ApplyPressure() override;
   double RemainingDivergence() override;
   void Release() override;
+  std::uint64_t RegionRevision() const override { return 0; }  // the surface moves
 
  private:
   FreeSurface surface_;

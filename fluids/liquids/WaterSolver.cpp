@@ -55,7 +55,6 @@ WaterSolver::WaterSolver(BaseList2D* hostObject, OrlixScene& owner)
 
 bool WaterSolver::ReadParameters() {
   if (!FluidSolver::ReadParameters()) return false;
-  projection->removeMeanDivergence = false;  // air takes what is too much
   extrapolation.liquidMode = true;
   particleLevelset.mode = handler.GetInt(kLevelSetModeId);
   particleLevelset.iso = handler.GetDouble(kLevelSetIsoId);

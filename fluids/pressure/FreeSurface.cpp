@@ -106,26 +106,20 @@ std::int64_t FillSurfaceWeights(const FreeSurface& surface, double k, GridView<d
   return count;
 }
 
-DivergenceSums KeepEquations(const std::uint8_t* equation, const VecInt3D& cells, double* rhs, WorkerPool& pool) {
+double KeepEquations(const std::uint8_t* equation, const VecInt3D& cells, double* rhs, WorkerPool& pool) {
   const std::int64_t slab = std::int64_t(cells.x) * cells.y;
-  std::vector<DivergenceSums> layers{std::size_t(cells.z)};
+  std::vector<double> layers(std::size_t(cells.z), 0.0);
   ParallelRange(pool, 0, cells.z, [&](int k0, int k1, int) {
     for (int k = k0; k < k1; ++k) {
-      DivergenceSums& sums = layers[std::size_t(k)];
+      double largest = 0;
       for (std::int64_t c = slab * k; c < slab * (k + 1); ++c) {
         rhs[c] = equation[c] ? rhs[c] : 0;
-        sums.sum += rhs[c];
-        sums.count += equation[c];
-        sums.largest = std::fmax(sums.largest, std::fabs(rhs[c]));
+        largest = std::fmax(largest, std::fabs(rhs[c]));
       }
+      layers[std::size_t(k)] = largest;
     }
   });
-  DivergenceSums all;
-  for (const DivergenceSums& sums : layers) {
-    all.sum += sums.sum, all.count += sums.count;
-    all.largest = std::fmax(all.largest, sums.largest);
-  }
-  return all;
+  return *std::max_element(layers.begin(), layers.end());
 }
 
 void ApplySurfaceGradient(const FreeSurface& surface, const double* pressure, double k, GridView<double> (&velocity)[3],

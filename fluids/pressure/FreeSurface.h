@@ -24,8 +24,8 @@ struct FreeSurface {
 std::int64_t FillSurfaceWeights(const FreeSurface& surface, double k, GridView<double> (&weights)[3],
                                 std::uint8_t* equation, WorkerPool& pool);
 
-// rhs becomes 0 where there is no equation. Gives the largest magnitude, the sum and the count of the rest.
-DivergenceSums KeepEquations(const std::uint8_t* equation, const VecInt3D& cells, double* rhs, WorkerPool& pool);
+// rhs becomes 0 where there is no equation. Gives the largest magnitude of the rest.
+double KeepEquations(const std::uint8_t* equation, const VecInt3D& cells, double* rhs, WorkerPool& pool);
 
 // Takes the gradient off the faces of liquid cells: k (dt / (h density), without density by cell dt / h) over theta.
 // Open faces in air keep their velocity; a closed face becomes 0.

@@ -9,7 +9,7 @@ PressureOutcome Grid_GaussSolver::Solve(const PressureSystem& system, const Pres
   GaussSweeps sweeps(system, rhs, tools.pool, tools.scratch);
   PressureOutcome outcome;
   outcome.iterations = sweeps.Run(settings.iterationLimit, tools.stop);
-  outcome.converged = true;
+  outcome.tested = false;
   sweeps.Store(pressure);
   return outcome;
 }

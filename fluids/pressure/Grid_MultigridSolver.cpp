@@ -7,7 +7,6 @@ namespace orlix {
 
 void Grid_MultigridSolver::Forget() {
   cycle_.reset();
-  regions_.reset();
   builtFor_ = 0;
 }
 
@@ -15,8 +14,6 @@ PressureOutcome Grid_MultigridSolver::Solve(const PressureSystem& system, const 
                                             const PressureTools& tools, double* rhs, double* pressure) {
   WorkerPool& pool = tools.pool;
   if (system.revision == 0 || builtFor_ != system.revision || !(builtDims_ == system.dims)) Forget();
-  if (!regions_) regions_ = std::make_unique<ClosedRegions>(system, pool);
-  regions_->RemoveMeans(rhs, pool);
   auto search = tools.scratch.Take<double>(system.dims), product = tools.scratch.Take<double>(system.dims);
   ZeroBorder(search->dims, search->data);
   const auto precondition = [&](double largest) {

@@ -16,15 +16,14 @@ ORLIX_INLINE bool HasOpenFace(const FaceRow<float>& a, int i) {
   return (a.x[i] > 0) | (a.x[i + 1] > 0) | (a.yLow[i] > 0) | (a.yHigh[i] > 0) | (a.zLow[i] > 0) | (a.zHigh[i] > 0);
 }
 
-// b of a row in cells with an equation, elsewhere 0; gives their number.
-ORLIX_INLINE int DivergenceRow(const DivergenceInput& input, const GridView<const double> (&velocity)[3], int j, int k,
-                               double* __restrict b) {
+// b of a row in cells with an equation, elsewhere 0.
+ORLIX_INLINE void DivergenceRow(const DivergenceInput& input, const GridView<const double> (&velocity)[3], int j, int k,
+                                double* __restrict b) {
   const int nx = input.cellShare.dims.x;
   const FaceRow<float> a(input.share, j, k);
   const FaceRow<double> u(velocity, j, k);
   const double h = input.cellSize;
   const float* cell = &input.cellShare(0, j, k);
-  int count = 0;
   if (input.source.data) {
     const double* source = &input.source(0, j, k);
     for (int i = 1; i < nx - 1; ++i) b[i] = cell[i] * source[i];
@@ -37,25 +36,16 @@ ORLIX_INLINE int DivergenceRow(const DivergenceInput& input, const GridView<cons
     const double value = b[i] - flux / h;
     const bool open = HasOpenFace(a, i);
     b[i] = open ? value : 0.0;
-    count += open;
   }
-  return count;
 }
 
-struct LayerSums {
-  double sum = 0, largest = 0;
-  std::int64_t count = 0;
-};
-
-ORLIX_MULTIVERSION void DivergenceLayer(const DivergenceInput& input, int k, bool accumulate, double* rhs,
-                                        double* __restrict buffer, LayerSums& sums) {
+ORLIX_MULTIVERSION double DivergenceLayer(const DivergenceInput& input, int k, bool accumulate, double* rhs,
+                                          double* __restrict buffer) {
   const VecInt3D n = input.cellShare.dims;
   const GridView<const double> velocity[3] = {input.velocity[0], input.velocity[1], input.velocity[2]};
-  EightSums total;
   EightMaxima largest;
   for (int j = 1; j < n.y - 1; ++j) {
-    sums.count += DivergenceRow(input, velocity, j, k, buffer);
-    total.AddValues(buffer + 1, n.x - 2);
+    DivergenceRow(input, velocity, j, k, buffer);
     if (rhs) {
       double* __restrict row = rhs + (std::int64_t(k) * n.y + j) * n.x;
       if (accumulate) {
@@ -65,17 +55,7 @@ ORLIX_MULTIVERSION void DivergenceLayer(const DivergenceInput& input, int k, boo
     }
     largest.Add(buffer + 1, n.x - 2);
   }
-  sums.sum = total.Total();
-  sums.largest = largest.Largest();
-}
-
-ORLIX_MULTIVERSION void AddToEquationsLayer(const DivergenceInput& input, int k, double value, double* rhs) {
-  const VecInt3D n = input.cellShare.dims;
-  for (int j = 1; j < n.y - 1; ++j) {
-    const FaceRow<float> a(input.share, j, k);
-    double* __restrict row = rhs + (std::int64_t(k) * n.y + j) * n.x;
-    for (int i = 1; i < n.x - 1; ++i) row[i] += HasOpenFace(a, i) ? value : 0.0;
-  }
+  return largest.Largest();
 }
 
 // One over the mean density at a face, or with a density of 0 in both cells a large number.
@@ -127,27 +107,17 @@ void ForFaceRows(const VecInt3D& n, WorkerPool& pool, F&& f) {
 
 }  // namespace
 
-DivergenceSums AssembleDivergence(const DivergenceInput& input, bool accumulate, double* rhs, WorkerPool& pool) {
+double AssembleDivergence(const DivergenceInput& input, bool accumulate, double* rhs, WorkerPool& pool) {
   const VecInt3D n = input.cellShare.dims;
-  DivergenceSums sums;
   if (rhs && !accumulate) ZeroBorder(n, rhs);
-  std::vector<LayerSums> layers(std::size_t(std::max(n.z, 0)));
+  std::vector<double> layers(std::size_t(std::max(n.z, 0)));
   ParallelRange(pool, 1, n.z - 1, [&](int from, int to, int) {
     std::vector<double> buffer(std::size_t(n.x));
-    for (int k = from; k < to; ++k) DivergenceLayer(input, k, accumulate, rhs, buffer.data(), layers[std::size_t(k)]);
+    for (int k = from; k < to; ++k) {
+      layers[std::size_t(k)] = DivergenceLayer(input, k, accumulate, rhs, buffer.data());
+    }
   });
-  for (const LayerSums& layer : layers) {
-    sums.sum += layer.sum;
-    sums.count += layer.count;
-    sums.largest = std::max(sums.largest, layer.largest);
-  }
-  return sums;
-}
-
-void AddToEquations(const DivergenceInput& input, double value, double* rhs, WorkerPool& pool) {
-  ParallelRange(pool, 1, input.cellShare.dims.z - 1, [&](int from, int to, int) {
-    for (int k = from; k < to; ++k) AddToEquationsLayer(input, k, value, rhs);
-  });
+  return LargestOfLayers(layers);
 }
 
 void FillDensityWeights(const GridView<const float> (&share)[3], const GridView<const double>& density, double k,

@@ -20,18 +20,9 @@ struct DivergenceInput {
   VecInt3D Cells() const { return velocity[0].dims - VecInt3D(1, 0, 0); }
 };
 
-struct DivergenceSums {
-  double sum = 0;          // of b over the cells with an equation
-  std::int64_t count = 0;  // of these
-  double largest = 0;      // magnitude in the right side: of b and what was there before
-};
-
 // rhs takes b in the cells with an equation, those with an open face, and 0 elsewhere; with accumulate, b is added to
-// what the cell holds. Without rhs, only the sums are formed.
-DivergenceSums AssembleDivergence(const DivergenceInput& input, bool accumulate, double* rhs, WorkerPool& pool);
-
-// Adds a value to each cell with an equation.
-void AddToEquations(const DivergenceInput& input, double value, double* rhs, WorkerPool& pool);
+// what the cell holds. Gives the largest magnitude of what rhs takes; without rhs, of b.
+double AssembleDivergence(const DivergenceInput& input, bool accumulate, double* rhs, WorkerPool& pool);
 
 // Weights of a system of variable density: share k / (mean density of the face's two cells), k = dt / (h h). weights:
 // the dims of the shares.

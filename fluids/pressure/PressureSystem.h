@@ -37,6 +37,7 @@ struct PressureOutcome {
   double residual = 0;          // the largest, over the largest of the right side
   double absoluteResidual = 0;  // the largest
   bool converged = false;
+  bool tested = true;  // false: the solver looks at no residual, and converged means nothing
 };
 
 }  // namespace orlix

@@ -15,8 +15,8 @@ namespace orlix {
 struct SolverReport {
   std::string node;
   std::int32_t iterations = 0;
-  double residual = 0;  // relative
-  bool converged = true;
+  double residual = 0;                               // the largest, over the largest of the right side
+  std::optional<bool> converged;                     // none: nothing was tested
   double divergenceBefore = 0, divergenceAfter = 0;  // the largest of all cells, 1/s
 };
 

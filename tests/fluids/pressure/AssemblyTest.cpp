@@ -32,11 +32,11 @@ struct Projection {
     return input;
   }
   // Assembles, solves to a tolerance and takes the gradient off. densities: by cell, or null.
-  void Run(double tolerance, const Grid<double>* densities = nullptr, double density = 1, bool removeMean = false) {
+  void Run(double tolerance, const Grid<double>* densities = nullptr, double density = 1) {
     WorkerPool pool(2);
     rhs.assign(std::size_t(problem.system.count()), 0.0);
     before = AssembleDivergence(Input(), false, rhs.data(), pool);
-    if (removeMean) AddToEquations(Input(), -before.sum / double(before.count), rhs.data(), pool);
+    ClosedRegions(problem.system, pool).RemoveMeans(rhs.data(), pool);
     problem.system.scale = kDt / (kH * kH) / density;
     if (densities) {
       GridView<double> weights[3];
@@ -60,7 +60,7 @@ struct Projection {
   Grid<double> source;
   std::vector<double> rhs;
   Solution solution;
-  DivergenceSums before, after;
+  double before = 0, after = 0;
 };
 
 TEST(Projection, ConvergedFlowCarriesTheSourceInEachCell) {
@@ -84,8 +84,8 @@ TEST(Projection, ConvergedFlowCarriesTheSourceInEachCell) {
         ++cells;
       });
       EXPECT_GT(cells, 5000);
-      EXPECT_GT(p.before.largest, 1);
-      EXPECT_LT(p.after.largest, 1e-11);
+      EXPECT_GT(p.before, 1);
+      EXPECT_LT(p.after, 1e-11);
     }
   }
 }
@@ -93,7 +93,7 @@ TEST(Projection, ConvergedFlowCarriesTheSourceInEachCell) {
 TEST(Projection, UniformFlowInAClosedBoxComesToRest) {
   Projection p({16, 18, 17}, kClosed);
   for (int axis = 0; axis < 3; ++axis) p.problem.velocity[axis]->Fill(axis == 1 ? -9.81 * kDt : 0.5);
-  p.Run(1e-13, nullptr, 1.23, true);
+  p.Run(1e-13, nullptr, 1.23);
   int faces = 0;
   for (int axis = 0; axis < 3; ++axis) {
     p.problem.ForCells([&](int i, int j, int k) {
@@ -121,8 +121,8 @@ TEST(Projection, VariableDensityLeavesNoDivergence) {
   for (std::int64_t c = 0; c < densities.count; ++c) densities[c] = c % 20 < 10 ? 100 : 1;
   p.Run(1e-12, &densities);
   ASSERT_TRUE(p.solution.outcome.converged);
-  EXPECT_GT(p.before.largest, 1);
-  EXPECT_LT(p.after.largest, 1e-9);
+  EXPECT_GT(p.before, 1);
+  EXPECT_LT(p.after, 1e-9);
   Projection uniform({20, 20, 20}, kOpenTop, Sphere), constant({20, 20, 20}, kOpenTop, Sphere);
   densities.Fill(1.23);
   uniform.Run(1e-12, nullptr, 1.23);
@@ -136,7 +136,7 @@ TEST(Projection, VariableDensityLeavesNoDivergence) {
   empty.Fill(0);
   none.Run(1e-6, &empty);
   EXPECT_TRUE(none.solution.outcome.converged);
-  EXPECT_LT(none.after.largest, 1e-4);
+  EXPECT_LT(none.after, 1e-4);
 }
 
 TEST(Projection, MeanIsTakenFromEquationsOnly) {
@@ -144,8 +144,8 @@ TEST(Projection, MeanIsTakenFromEquationsOnly) {
   for (std::int64_t c = 0; c < p.source.count; ++c) p.source[c] = 2;
   WorkerPool pool(2);
   std::vector<double> rhs(p.problem.system.count(), -7.0);
-  const DivergenceSums sums = AssembleDivergence(p.Input(), false, rhs.data(), pool);
-  AddToEquations(p.Input(), -sums.sum / double(sums.count), rhs.data(), pool);
+  EXPECT_GT(AssembleDivergence(p.Input(), false, rhs.data(), pool), 2);
+  ClosedRegions(p.problem.system, pool).RemoveMeans(rhs.data(), pool);
   double total = 0;
   std::int64_t equations = 0, others = 0;
   ForAll(p.problem.dims, [&](int i, int j, int k) {
@@ -158,9 +158,8 @@ TEST(Projection, MeanIsTakenFromEquationsOnly) {
       ++others;
     }
   });
-  EXPECT_EQ(equations, sums.count);
+  EXPECT_GT(equations, 1000);
   EXPECT_GT(others, 14 * 14 * 6 - 200);
-  EXPECT_GT(std::abs(sums.sum), 100);
   EXPECT_NEAR(total, 0, 1e-9);
 }
 
