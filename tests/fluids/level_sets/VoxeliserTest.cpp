@@ -4,10 +4,10 @@
 
 #include <cstring>
 
-#include "tests/fluids/level_sets/TestMeshes.h"
 #include "fluids/level_sets/RowCrossing.h"
 #include "fluids/level_sets/TriangleDistance.h"
 #include "host/threads/WorkerPool.h"
+#include "tests/fluids/level_sets/TestMeshes.h"
 #include "tests/support/Cells.h"
 #include "tests/support/Workers.h"
 
