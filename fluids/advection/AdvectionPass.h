@@ -6,6 +6,7 @@
 #include <array>
 
 #include "fluids/advection/AdvectionKernels.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
@@ -120,7 +121,7 @@ class AdvectionPass {
   bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= kernels_.lanes; }
   // Rows [first, last) of what the run's cells of a later layer touch. Inlined: a function that does nothing but fetch
   // is one without effect to the compiler, which leaves out its calls.
-  __attribute__((always_inline)) void FetchAhead(const AdvectionRun& run, int first, int last) const {
+  ORLIX_INLINE void FetchAhead(const AdvectionRun& run, int first, int last) const {
     const int k = run.k + kLayersAhead;
     for (const GridView<const double>& grid : touched_) {
       if (k >= grid.dims.z) continue;

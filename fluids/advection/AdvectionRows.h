@@ -10,8 +10,6 @@
 namespace orlix {
 namespace ORLIX_ROWS {
 
-#define ORLIX_ROW_INLINE inline __attribute__((always_inline)) ORLIX_ROWS_TARGET
-
 constexpr int kLanes = ORLIX_ROWS_LANES;
 using F = double __attribute__((vector_size(8 * kLanes)));
 using M = std::int64_t __attribute__((vector_size(8 * kLanes)));
@@ -21,14 +19,14 @@ struct Block3 {
   F x, y, z;
 };
 
-ORLIX_ROW_INLINE void Load(F& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
-ORLIX_ROW_INLINE void Store(double* to, const F& v) { __builtin_memcpy(to, &v, sizeof v); }
-ORLIX_ROW_INLINE void Load(I& v, const std::int32_t* from) { __builtin_memcpy(&v, from, sizeof v); }
-ORLIX_ROW_INLINE void Store(std::int32_t* to, const I& v) { __builtin_memcpy(to, &v, sizeof v); }
+ORLIX_INLINE ORLIX_ROWS_TARGET void Load(F& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
+ORLIX_INLINE ORLIX_ROWS_TARGET void Store(double* to, const F& v) { __builtin_memcpy(to, &v, sizeof v); }
+ORLIX_INLINE ORLIX_ROWS_TARGET void Load(I& v, const std::int32_t* from) { __builtin_memcpy(&v, from, sizeof v); }
+ORLIX_INLINE ORLIX_ROWS_TARGET void Store(std::int32_t* to, const I& v) { __builtin_memcpy(to, &v, sizeof v); }
 
 // Bit l: lane l of a mask is set.
 constexpr unsigned kAllLanes = (1u << kLanes) - 1;
-ORLIX_ROW_INLINE unsigned Bits(const M& m) {
+ORLIX_INLINE ORLIX_ROWS_TARGET unsigned Bits(const M& m) {
 #if defined(ORLIX_ROWS_AVX512)
   return _mm512_movepi64_mask(reinterpret_cast<__m512i>(m));
 #elif defined(ORLIX_ROWS_AVX)
@@ -39,7 +37,7 @@ ORLIX_ROW_INLINE unsigned Bits(const M& m) {
 }
 
 // Bit l: lane l lies in [begin, end) along each axis.
-ORLIX_ROW_INLINE unsigned LanesWithin(const Block3& p, const Block3& begin, const Block3& end) {
+ORLIX_INLINE ORLIX_ROWS_TARGET unsigned LanesWithin(const Block3& p, const Block3& begin, const Block3& end) {
 #ifdef ORLIX_ROWS_AVX512
   unsigned m = _mm512_cmp_pd_mask(p.x, begin.x, _CMP_GE_OQ);
   m = _mm512_mask_cmp_pd_mask(__mmask8(m), p.y, begin.y, _CMP_GE_OQ);
@@ -52,12 +50,12 @@ ORLIX_ROW_INLINE unsigned LanesWithin(const Block3& p, const Block3& begin, cons
   return Bits((p.x >= begin.x) & (p.x < end.x) & (p.y >= begin.y) & (p.y < end.y) & (p.z >= begin.z) & (p.z < end.z));
 #endif
 }
-ORLIX_ROW_INLINE void Broadcast(Block3& block, const Vec3D& v) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void Broadcast(Block3& block, const Vec3D& v) {
   block.x = F{} + v.x, block.y = F{} + v.y, block.z = F{} + v.z;
 }
 
 // The whole part of non-negative numbers below 2^31.
-ORLIX_ROW_INLINE void Whole(F& whole, const F& x) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void Whole(F& whole, const F& x) {
 #if defined(ORLIX_ROWS_AVX512)
   // By a mask of all lanes: GCC 12 warns of the plain form's unused operand.
   whole = _mm512_maskz_roundscale_pd(kAllLanes, x, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
@@ -72,7 +70,7 @@ ORLIX_ROW_INLINE void Whole(F& whole, const F& x) {
 // `margin` nodes before a cell to margin + 1 after it.
 struct RowLimits {
   std::int64_t low, high;
-  ORLIX_ROW_INLINE RowLimits(const GridView<const double>& grid, int margin) {
+  ORLIX_INLINE ORLIX_ROWS_TARGET RowLimits(const GridView<const double>& grid, int margin) {
     const std::int64_t rows = grid.dims.x + grid.slab;
     low = margin * (1 + rows);
     high = grid.slab * grid.dims.z - (margin + 1) * rows - margin - 16;
@@ -89,7 +87,8 @@ struct Nodes {
   __m512i place;       // in them
 #endif
 };
-ORLIX_ROW_INLINE void Load(Nodes& nodes, const std::int32_t* from, [[maybe_unused]] const RowLimits& limits) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void Load(Nodes& nodes, const std::int32_t* from,
+                                         [[maybe_unused]] const RowLimits& limits) {
 #ifdef ORLIX_ROWS_AVX512
   // Room for the lanes below the first one's cell, and as much for those above it.
   std::int64_t first = from[0] - std::int64_t(3);
@@ -105,7 +104,7 @@ ORLIX_ROW_INLINE void Load(Nodes& nodes, const std::int32_t* from, [[maybe_unuse
 }
 
 // low[l] = data[node l], high[l] = data[node l + 1].
-ORLIX_ROW_INLINE void LoadPairs(const double* data, const Nodes& nodes, F& low, F& high) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void LoadPairs(const double* data, const Nodes& nodes, F& low, F& high) {
   const std::int32_t* n = nodes.of;
 #if defined(ORLIX_ROWS_AVX512)
   if (nodes.together) {
@@ -134,14 +133,16 @@ ORLIX_ROW_INLINE void LoadPairs(const double* data, const Nodes& nodes, F& low, 
 }
 
 // The last block of a run overlaps the one before it, and gives the same values again. A run has at least a block.
-ORLIX_ROW_INLINE int BlockStart(int next, int count) { return next + kLanes <= count ? next : count - kLanes; }
+ORLIX_INLINE ORLIX_ROWS_TARGET int BlockStart(int next, int count) {
+  return next + kLanes <= count ? next : count - kLanes;
+}
 
 // From nodes to linear indices of a grid.
 struct Indexer {
   F nx, slab;
-  ORLIX_ROW_INLINE explicit Indexer(const GridView<const double>& grid)
+  ORLIX_INLINE ORLIX_ROWS_TARGET explicit Indexer(const GridView<const double>& grid)
       : nx(F{} + static_cast<double>(grid.dims.x)), slab(F{} + static_cast<double>(grid.slab)) {}
-  ORLIX_ROW_INLINE void Store(std::int32_t* to, const F& i, const F& j, const F& k) const {
+  ORLIX_INLINE ORLIX_ROWS_TARGET void Store(std::int32_t* to, const F& i, const F& j, const F& k) const {
     const F linear = i + nx * j + slab * k;
     const I index = __builtin_convertvector(linear, I);
     __builtin_memcpy(to, &index, sizeof index);
@@ -149,9 +150,9 @@ struct Indexer {
 };
 
 // The trilinear interpolation of SampleTrilinear in cells whose linear indices and fractions stand in arrays.
-ORLIX_ROW_INLINE void TrilinearRun(const GridView<const double>& view, const std::int32_t* cell,
-                                   const double* fractionX, const double* fractionY, const double* fractionZ, int count,
-                                   double* value) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void TrilinearRun(const GridView<const double>& view, const std::int32_t* cell,
+                                                 const double* fractionX, const double* fractionY,
+                                                 const double* fractionZ, int count, double* value) {
   const double *p00 = view.data, *p10 = p00 + view.dims.x, *p01 = p00 + view.slab, *p11 = p01 + view.dims.x;
   const RowLimits limits(view, 0);
   for (int next = 0; next < count; next += kLanes) {
@@ -174,7 +175,8 @@ ORLIX_ROW_INLINE void TrilinearRun(const GridView<const double>& view, const std
 // --- the trace -------------------------------------------------------------------------------------------------------
 
 // The velocity at the samples of a run: they stand on nodes of the component's grid or half way between them.
-ORLIX_ROW_INLINE void FirstVelocity(const VelocityView& velocity, const Vec3D& offset, AdvectionRun& run) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void FirstVelocity(const VelocityView& velocity, const Vec3D& offset,
+                                                  AdvectionRun& run) {
   for (int c = 0; c < 3; ++c) {
     const GridView<const double>& grid = velocity.component[c];
     const std::int64_t strides[3] = {1, grid.dims.x, grid.slab};
@@ -204,20 +206,21 @@ ORLIX_ROW_INLINE void FirstVelocity(const VelocityView& velocity, const Vec3D& o
 // The samples' places: a row changes only in x.
 struct Starts {
   F x, y, z;
-  ORLIX_ROW_INLINE explicit Starts(const AdvectionRun& run)
+  ORLIX_INLINE ORLIX_ROWS_TARGET explicit Starts(const AdvectionRun& run)
       : x(F{} + run.start.x), y(F{} + run.start.y), z(F{} + run.start.z) {
     for (int l = 0; l < kLanes; ++l) x[l] = run.start.x + l;
   }
-  ORLIX_ROW_INLINE void At(int l, Block3& p) const { p.x = x + static_cast<double>(l), p.y = y, p.z = z; }
+  ORLIX_INLINE ORLIX_ROWS_TARGET void At(int l, Block3& p) const { p.x = x + static_cast<double>(l), p.y = y, p.z = z; }
 };
 
-ORLIX_ROW_INLINE void LoadVelocity(const AdvectionRun& run, int stage, int l, Block3& v) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void LoadVelocity(const AdvectionRun& run, int stage, int l, Block3& v) {
   Load(v.x, run.velocity[stage][0] + l), Load(v.y, run.velocity[stage][1] + l), Load(v.z, run.velocity[stage][2] + l);
 }
 
 // Finds the nodes and fractions of the three components at the points that the velocity of a stage leads to. Blocks
 // that lie too near to the ends of the arrays are marked in run.again and take any node.
-ORLIX_ROW_INLINE void LocateVelocity(const VelocityView& view, double step, int stage, AdvectionRun& run) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void LocateVelocity(const VelocityView& view, double step, int stage,
+                                                   AdvectionRun& run) {
   const Indexer indexU(view.component[0]), indexV(view.component[1]), indexW(view.component[2]);
   const F half = F{} + 0.5, stepLanes = F{} + step;
   Block3 begin, end;
@@ -259,7 +262,7 @@ ORLIX_ROWS_TARGET inline void NextStage(const VelocityView& view, double step, i
 
 // The last step of TracePoint for a block: from the start to the traced point.
 template <Integrator kIntegrator>
-ORLIX_ROW_INLINE void Combine(const AdvectionRun& run, double step, int l, Block3& p) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void Combine(const AdvectionRun& run, double step, int l, Block3& p) {
   Block3 k1, k2, k3, k4;
   LoadVelocity(run, 0, l, k1);
   if constexpr (kIntegrator == Integrator::Euler) {
@@ -295,7 +298,7 @@ struct SourceLattice {
   F offsetX, offsetY, offsetZ;
   Block3 begin, end;  // within [margin, n - 1 - margin)
 
-  ORLIX_ROW_INLINE SourceLattice(const AdvectionSource& source, int margin)
+  ORLIX_INLINE ORLIX_ROWS_TARGET SourceLattice(const AdvectionSource& source, int margin)
       : grid(source.values),
         index(source.values),
         offsetX(F{} + source.offset.x),
@@ -305,8 +308,9 @@ struct SourceLattice {
     Broadcast(end, Vec3D(grid.dims - VecInt3D(1 + margin, 1 + margin, 1 + margin)) + source.offset);
   }
 
-  ORLIX_ROW_INLINE bool Holds(const Block3& p) const { return LanesWithin(p, begin, end) == kAllLanes; }
-  ORLIX_ROW_INLINE void Locate(const F& x, const F& y, const F& z, int l, std::int32_t* cell, AdvectionRun& run) const {
+  ORLIX_INLINE ORLIX_ROWS_TARGET bool Holds(const Block3& p) const { return LanesWithin(p, begin, end) == kAllLanes; }
+  ORLIX_INLINE ORLIX_ROWS_TARGET void Locate(const F& x, const F& y, const F& z, int l, std::int32_t* cell,
+                                             AdvectionRun& run) const {
     F i, j, k;
     Whole(i, x), Whole(j, y), Whole(k, z);
     Store(run.own[0] + l, x - i), Store(run.own[1] + l, y - j), Store(run.own[2] + l, z - k);
@@ -315,7 +319,7 @@ struct SourceLattice {
 };
 
 // AdvectionField::Resolve against the container: gives the lanes that moved.
-ORLIX_ROW_INLINE unsigned ClampBlock(const VecInt3D& n, Block3& p) {
+ORLIX_INLINE ORLIX_ROWS_TARGET unsigned ClampBlock(const VecInt3D& n, Block3& p) {
   const double low = AdvectionField::kInset;
   const M lowX = ~(p.x >= 1.0), lowY = ~(p.y >= 1.0), lowZ = ~(p.z >= 1.0);
   const M highX = p.x > static_cast<double>(n.x - 2), highY = p.y > static_cast<double>(n.y - 2);
@@ -327,7 +331,7 @@ ORLIX_ROW_INLINE unsigned ClampBlock(const VecInt3D& n, Block3& p) {
 }
 
 // Numbers below this one are at most last.
-ORLIX_ROW_INLINE double JustBehind(int last) { return std::nextafter(double(last), double(last) + 1); }
+ORLIX_INLINE ORLIX_ROWS_TARGET double JustBehind(int last) { return std::nextafter(double(last), double(last) + 1); }
 
 // From the stages' velocities to run.place, clamped to the domain, and on to the source's cells. Blocks that may lie in
 // an obstacle are marked in run.near, blocks whose sample needs clamps in run.again.
@@ -391,8 +395,8 @@ ORLIX_ROWS_TARGET inline void TraceRun(const AdvectionField& field, const Advect
 
 // --- the samples -----------------------------------------------------------------------------------------------------
 
-ORLIX_ROW_INLINE void QuadraticBSpline(const GridView<const double>& grid, const Nodes& centre, const F& fx,
-                                       const F& fy, const F& fz, F& value) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void QuadraticBSpline(const GridView<const double>& grid, const Nodes& centre,
+                                                     const F& fx, const F& fy, const F& fz, F& value) {
   F w[3][3];
   const F* fractions[3] = {&fx, &fy, &fz};
   for (int axis = 0; axis < 3; ++axis) {
@@ -415,7 +419,8 @@ ORLIX_ROW_INLINE void QuadraticBSpline(const GridView<const double>& grid, const
   }
 }
 
-ORLIX_ROW_INLINE void MonotoneCubic(const F& fm, const F& f0, const F& f1, const F& f2, const F& t, F& value) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void MonotoneCubic(const F& fm, const F& f0, const F& f1, const F& f2, const F& t,
+                                                  F& value) {
   const F zero{}, d = f1 - f0;
   F m0 = (f1 - fm) / 2.0, m1 = (f2 - f0) / 2.0;
   // With d = 0 no product is above 0, so that both slopes vanish.
@@ -427,8 +432,8 @@ ORLIX_ROW_INLINE void MonotoneCubic(const F& fm, const F& f0, const F& f1, const
   value = p < low ? low : high < p ? high : p;
 }
 
-ORLIX_ROW_INLINE void MonotoneTricubic(const GridView<const double>& grid, const Nodes& cell, const F& fx, const F& fy,
-                                       const F& fz, F& value) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void MonotoneTricubic(const GridView<const double>& grid, const Nodes& cell, const F& fx,
+                                                     const F& fy, const F& fz, F& value) {
   F layer[4];
   for (int k = 0; k < 4; ++k) {
     F line[4];
@@ -476,8 +481,8 @@ ORLIX_ROWS_TARGET inline void SampleRun(const AdvectionSource& source, Advection
 }
 
 // The range of the eight source cells of recorded cells.
-ORLIX_ROW_INLINE void CornerRange(const GridView<const double>& grid, const RowLimits& limits, const std::int32_t* cell,
-                                  F& low, F& high) {
+ORLIX_INLINE ORLIX_ROWS_TARGET void CornerRange(const GridView<const double>& grid, const RowLimits& limits,
+                                                const std::int32_t* cell, F& low, F& high) {
   std::int32_t index[kLanes];
   I recorded;
   Load(recorded, cell);
@@ -515,8 +520,6 @@ ORLIX_ROWS_TARGET inline void CorrectRun(const MacCormackRow& row, AdvectionRun&
     Store(row.result + l, solid ? strength * source : limited);
   }
 }
-
-#undef ORLIX_ROW_INLINE
 
 }  // namespace ORLIX_ROWS
 }  // namespace orlix

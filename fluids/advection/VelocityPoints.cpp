@@ -8,10 +8,6 @@ namespace orlix {
 
 namespace {
 
-// Vector arguments go by reference and what calls is always inlined: the ABI for 32-byte vectors differs with the
-// instruction set.
-#define ORLIX_POINTS inline __attribute__((always_inline))
-
 constexpr int kLanes = 4;
 using F = double __attribute__((vector_size(8 * kLanes)));
 using I = std::int32_t __attribute__((vector_size(4 * kLanes)));
@@ -19,11 +15,11 @@ using Pair = double __attribute__((vector_size(16)));
 static_assert(PointRun::kMost % kLanes == 0);
 
 template <class V, class T>
-ORLIX_POINTS void Load(V& v, const T* from) {
+ORLIX_INLINE void Load(V& v, const T* from) {
   std::memcpy(&v, from, sizeof v);
 }
 template <class V, class T>
-ORLIX_POINTS void Store(T* to, const V& v) {
+ORLIX_INLINE void Store(T* to, const V& v) {
   std::memcpy(to, &v, sizeof v);
 }
 
@@ -36,18 +32,18 @@ struct PlacedRun {
 static_assert(PointRun::kMost / kLanes <= 64);
 
 // The part of a coordinate before the point, as a double; numbers from 0 to 2^31.
-ORLIX_POINTS void Whole(F& whole, I& node, const F& x) {
+ORLIX_INLINE void Whole(F& whole, I& node, const F& x) {
   node = __builtin_convertvector(x, I);
   whole = __builtin_convertvector(node, F);
 }
 
-ORLIX_POINTS bool AllWithin(const F& x, const F& y, const F& z, const double begin, const Vec3D& end) {
+ORLIX_INLINE bool AllWithin(const F& x, const F& y, const F& z, const double begin, const Vec3D& end) {
   const auto within = (x >= begin) & (x < end.x) & (y >= begin) & (y < end.y) & (z >= begin) & (z < end.z);
   return (within[0] & within[1] & within[2] & within[3]) != 0;
 }
 
 // low[l] = data[node[l]], high[l] = data[node[l] + 1].
-ORLIX_POINTS void LoadPairs(const double* data, const std::int32_t* node, F& low, F& high) {
+ORLIX_INLINE void LoadPairs(const double* data, const std::int32_t* node, F& low, F& high) {
   Pair a, b, c, d;
   Load(a, data + node[0]), Load(b, data + node[1]), Load(c, data + node[2]), Load(d, data + node[3]);
   const F even = __builtin_shufflevector(a, c, 0, 1, 2, 3), odd = __builtin_shufflevector(b, d, 0, 1, 2, 3);
@@ -55,7 +51,7 @@ ORLIX_POINTS void LoadPairs(const double* data, const std::int32_t* node, F& low
   high = __builtin_shufflevector(even, odd, 1, 5, 3, 7);
 }
 
-ORLIX_POINTS void TrilinearRun(const GridView<const double>& grid, const std::int32_t* node, const double* fractionX,
+ORLIX_INLINE void TrilinearRun(const GridView<const double>& grid, const std::int32_t* node, const double* fractionX,
                                const double* fractionY, const double* fractionZ, int count, double* out) {
   const double *p00 = grid.data, *p10 = p00 + grid.dims.x, *p01 = p00 + grid.slab, *p11 = p01 + grid.dims.x;
   for (int l = 0; l < count; l += kLanes) {
@@ -174,7 +170,7 @@ ORLIX_MULTIVERSION void Advance(const PointRun& from, double step, const PointRu
 
 // The last step of each method: p += step * the mean of the stages' velocities, rounded as TracePoint does.
 template <Integrator kIntegrator>
-ORLIX_POINTS void Combine(double step, const double* k1, const double* k2, const double* k3, const double* k4,
+ORLIX_INLINE void Combine(double step, const double* k1, const double* k2, const double* k3, const double* k4,
                           int count, double* p) {
   constexpr double a = 2.0 / 9.0, b = 1.0 / 3.0, c = 4.0 / 9.0;
   for (int n = 0; n < count; ++n) {
@@ -189,7 +185,7 @@ ORLIX_POINTS void Combine(double step, const double* k1, const double* k2, const
 }
 
 template <Integrator kIntegrator>
-ORLIX_POINTS void CombineAxes(double step, const PointRun k[4], PointRun& p) {
+ORLIX_INLINE void CombineAxes(double step, const PointRun k[4], PointRun& p) {
   const int count = (p.count + kLanes - 1) / kLanes * kLanes;
   Combine<kIntegrator>(step, k[0].x, k[1].x, k[2].x, k[3].x, count, p.x);
   Combine<kIntegrator>(step, k[0].y, k[1].y, k[2].y, k[3].y, count, p.y);

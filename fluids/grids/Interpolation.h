@@ -1,5 +1,5 @@
 #pragma once
-// The five interpolation kernels. Coordinates are array index coordinates: cell (i, j, k)'s sample stands at (i, j, k).
+// The five interpolation kernels. Coordinates are array coordinates: cell (i, j, k)'s sample stands at (i, j, k).
 //
 //   mode  kernel                nodes  order  beyond the border   notes
 //   0     trilinear                 8      2  border value
@@ -181,7 +181,7 @@ T SampleQuadraticBSpline(const GridView<const T>& g, double x, double y, double 
   return sum;
 }
 
-// The value at array index coordinates by a mode. useStencil false makes mode 3 the trilinear one, as for a caller
+// The value at array coordinates by a mode. useStencil false makes mode 3 the trilinear one, as for a caller
 // without a stencil. Adds the B-spline's 0.5. Grids need 2 nodes an axis (modes 0, 1) or 3 (2, 3, 4); smaller ones
 // are sampled by their nearest node.
 inline double SampleGrid(const GridView<const double>& g, double x, double y, double z, Interpolation mode,

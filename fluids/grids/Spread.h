@@ -28,7 +28,7 @@ void ApplySpread(T& cell, T share, SpreadOperation operation) {
   }
 }
 
-// x, y, z are index coordinates of the array; outside it the value goes to the border's cube. Each cell takes its
+// x, y, z are array coordinates; outside it the value goes to the border's cube. Each cell takes its
 // weight times value. Only z layers in [layerBegin, layerEnd) are written: a worker keeps to its own. Arrays need 2
 // cells an axis.
 template <class T>

@@ -18,7 +18,7 @@ inline Vec3D TrilinearGradient(const GridView<const double>& g, const AxisCell& 
           ((p001 - p000) * gx + (p101 - p100) * fx) * gy + ((p011 - p010) * gx + (p111 - p110) * fx) * fy};
 }
 
-// At array index coordinates, limited as by SampleTrilinear. Needs 2 nodes in each axis.
+// At array coordinates, limited as by SampleTrilinear. Needs 2 nodes in each axis.
 inline Vec3D TrilinearGradient(const GridView<const double>& g, const Vec3D& at) {
   return TrilinearGradient(g, LinearAxis(at.x, g.dims.x), LinearAxis(at.y, g.dims.y), LinearAxis(at.z, g.dims.z));
 }

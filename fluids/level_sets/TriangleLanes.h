@@ -3,15 +3,12 @@
 // are those of SquaredDistance in the same order, so the bits are the same.
 
 #include "fluids/level_sets/TriangleDistance.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
 inline constexpr int kLanes = 4;
 using Lanes = double __attribute__((vector_size(kLanes * sizeof(double))));
-
-// Vector arguments go by reference and what calls is always inlined: the ABI for 32-byte vectors differs with the
-// instruction set.
-#define ORLIX_LANES inline __attribute__((always_inline))
 
 template <class T>
 struct LaneVector {
@@ -25,13 +22,13 @@ struct LaneTriangle {
   T m13, m23, d, inverseDeterminant, inv12, inv13, inv23;
 };
 
-ORLIX_LANES void Broadcast(LaneTriangle<double>& out, const TriangleTerms& t) {
+ORLIX_INLINE void Broadcast(LaneTriangle<double>& out, const TriangleTerms& t) {
   out.x1 = {t.x1.x, t.x1.y, t.x1.z}, out.x2 = {t.x2.x, t.x2.y, t.x2.z}, out.x3 = {t.x3.x, t.x3.y, t.x3.z};
   out.m13 = t.m13, out.m23 = t.m23, out.d = t.d, out.inverseDeterminant = t.inverseDeterminant;
   out.inv12 = t.inv12, out.inv13 = t.inv13, out.inv23 = t.inv23;
 }
 
-ORLIX_LANES void Gather(LaneTriangle<Lanes>& out, const TriangleTerms* const t[kLanes]) {
+ORLIX_INLINE void Gather(LaneTriangle<Lanes>& out, const TriangleTerms* const t[kLanes]) {
   const auto vector = [&](LaneVector<Lanes> & v, Vec3D TriangleTerms::*m) __attribute__((always_inline)) {
     v.x = Lanes{(t[0]->*m).x, (t[1]->*m).x, (t[2]->*m).x, (t[3]->*m).x};
     v.y = Lanes{(t[0]->*m).y, (t[1]->*m).y, (t[2]->*m).y, (t[3]->*m).y};
@@ -48,8 +45,8 @@ ORLIX_LANES void Gather(LaneTriangle<Lanes>& out, const TriangleTerms* const t[k
 }
 
 template <class T>
-ORLIX_LANES void LaneSegment(Lanes& out, const LaneVector<Lanes>& p, const LaneVector<T>& a, const LaneVector<T>& b,
-                             const T& inverse) {
+ORLIX_INLINE void LaneSegment(Lanes& out, const LaneVector<Lanes>& p, const LaneVector<T>& a, const LaneVector<T>& b,
+                              const T& inverse) {
   const Lanes zero{}, one = zero + 1.0;
   Lanes s = ((a.x - p.x) * (a.x - b.x) + (a.y - p.y) * (a.y - b.y) + (a.z - p.z) * (a.z - b.z)) * inverse;
   s = s > zero ? (s < one ? s : one) : zero;
@@ -59,7 +56,7 @@ ORLIX_LANES void LaneSegment(Lanes& out, const LaneVector<Lanes>& p, const LaneV
 }
 
 template <class T>
-ORLIX_LANES void LaneSquaredDistances(Lanes& out, const LaneVector<Lanes>& p, const LaneTriangle<T>& t) {
+ORLIX_INLINE void LaneSquaredDistances(Lanes& out, const LaneVector<Lanes>& p, const LaneTriangle<T>& t) {
   const Lanes zero{};
   const LaneVector<T> x13{t.x1.x - t.x3.x, t.x1.y - t.x3.y, t.x1.z - t.x3.z};
   const LaneVector<T> x23{t.x2.x - t.x3.x, t.x2.y - t.x3.y, t.x2.z - t.x3.z};

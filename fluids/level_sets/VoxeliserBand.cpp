@@ -73,7 +73,7 @@ struct BoxBound {
     const double outY = Outside(y, low.y, high.y), outZ = Outside(z, low.z, high.z);
     return {outY * outY + outZ * outZ, normal.y * y + normal.z * z - planeAt3};
   }
-  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+  ORLIX_INLINE void Least(Lanes& least, const Lanes& x, const Row& row) const {
     const Lanes zero{}, below = low.x - x, above = x - high.x;
     Lanes outside = below > above ? below : above;
     outside = outside > zero ? outside : zero;
@@ -104,7 +104,7 @@ struct CornersBound {
     }
     return row;
   }
-  ORLIX_LANES void Least(Lanes& least, const Lanes& x, const Row& row) const {
+  ORLIX_INLINE void Least(Lanes& least, const Lanes& x, const Row& row) const {
     const Lanes d1 = x - corner[0].x, d2 = x - corner[1].x, d3 = x - corner[2].x;
     const Lanes e1 = d1 * d1 + row.outside[0], e2 = d2 * d2 + row.outside[1], e3 = d3 * d3 + row.outside[2];
     const Lanes e12 = e1 < e2 ? e1 : e2;
@@ -124,7 +124,7 @@ struct Block {
   Span x, y, z;
 };
 
-ORLIX_LANES bool AnyLane(const decltype(Lanes{} < Lanes{}) & mask) {
+ORLIX_INLINE bool AnyLane(const decltype(Lanes{} < Lanes{}) & mask) {
   const auto half = mask | __builtin_shufflevector(mask, mask, 2, 3, 0, 1);
   return (half[0] | half[1]) != 0;
 }

@@ -64,7 +64,7 @@ SweepBound MakeSweepBound(const NodeLattice& lattice, const TriangleTerms& t) {
   return bound;
 }
 
-ORLIX_LANES float LeastSquared(const SweepBound& b, float x, float y, float z) {
+ORLIX_INLINE float LeastSquared(const SweepBound& b, float x, float y, float z) {
   const CornerLanes dx = b.x - x, dy = b.y - y, dz = b.z - z;
   const CornerLanes d = dx * dx + dy * dy + dz * dz;
   const CornerLanes swapped = __builtin_shufflevector(d, d, 2, 3, 0, 1), half = d < swapped ? d : swapped;
@@ -140,7 +140,7 @@ constexpr int kTestLanes = 8;
 using IntLanes = std::int32_t __attribute__((vector_size(kTestLanes * sizeof(std::int32_t))));
 
 // A mask of the nodes from distance on that are nearer than a limit.
-ORLIX_LANES void AtMost(IntLanes& mask, const double* distance, double limit) {
+ORLIX_INLINE void AtMost(IntLanes& mask, const double* distance, double limit) {
   Lanes low, high;
   std::memcpy(&low, distance, sizeof low);
   std::memcpy(&high, distance + kLanes, sizeof high);
@@ -152,7 +152,7 @@ ORLIX_LANES void AtMost(IntLanes& mask, const double* distance, double limit) {
 // For the kTestLanes nodes from index on: a bit for each neighbour whose triangle is worth a try. A triangle that two
 // of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
 // 0) may still change, so nobody leaves a try to it.
-ORLIX_LANES void FindTests(const SweepField& field, const SweepRow& row, std::int64_t index, IntLanes& bits) {
+ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, std::int64_t index, IntLanes& bits) {
   const std::int32_t* closest = field.closest + index;
   IntLanes own, exact, triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
   std::memcpy(&own, closest, sizeof own);
@@ -177,7 +177,7 @@ ORLIX_LANES void FindTests(const SweepField& field, const SweepRow& row, std::in
 }
 
 // The same for one node, where each neighbour counts as new: to try again what was tried changes nothing.
-ORLIX_LANES std::int32_t FindNodeTests(const SweepField& field, const SweepRow& row, std::int64_t index) {
+ORLIX_INLINE std::int32_t FindNodeTests(const SweepField& field, const SweepRow& row, std::int64_t index) {
   if (field.distance[index] <= field.exact) return 0;
   std::int32_t bits = 0;
   for (int n = 0; n < kNeighbours; ++n) {
@@ -186,7 +186,7 @@ ORLIX_LANES std::int32_t FindNodeTests(const SweepField& field, const SweepRow& 
   return bits;
 }
 
-ORLIX_LANES void FindRowTests(const SweepField& field, const SweepRow& row, std::int32_t* tests) {
+ORLIX_INLINE void FindRowTests(const SweepField& field, const SweepRow& row, std::int32_t* tests) {
   if (row.count < kTestLanes) {
     for (int l = 0; l < row.count; ++l) tests[l] = FindNodeTests(field, row, row.begin + l);
     return;
@@ -202,7 +202,7 @@ ORLIX_LANES void FindRowTests(const SweepField& field, const SweepRow& row, std:
 }
 
 // Lists the nodes that have tests, and their candidates; gives the number of these.
-ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, RowWork& work) {
+ORLIX_INLINE int ListCandidates(const SweepField& field, const SweepRow& row, RowWork& work) {
   int actives = 0;
   for (int l = 0; l < row.count; ++l) {
     work.active[actives] = static_cast<std::int16_t>(l);
@@ -228,7 +228,7 @@ ORLIX_LANES int ListCandidates(const SweepField& field, const SweepRow& row, Row
 }
 
 // The candidates' triangles and bounds, and the least bound of each node.
-ORLIX_LANES void BoundCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
+ORLIX_INLINE void BoundCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
   const std::int32_t* closest = field.closest + row.begin;
   for (int c = 0; c < count; ++c) {
     const std::int32_t t = closest[work.active[work.node[c]] + row.offset[work.neighbour[c]]] & kTriangleMask;
@@ -256,8 +256,8 @@ ORLIX_LANES void BoundCandidates(const SweepField& field, const SweepRow& row, i
 }
 
 // distance[c]: of the candidate selected[c].
-ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected,
-                                   int count, RowWork& work) {
+ORLIX_INLINE void MeasureCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected,
+                                    int count, RowWork& work) {
   const Lanes zero{};
   const double* x = field.x + row.low;
   // All at once: one at a time, each would be waited for.
@@ -282,8 +282,8 @@ ORLIX_LANES void MeasureCandidates(const SweepField& field, const SweepRow& row,
   }
 }
 
-ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected, int count,
-                               RowWork& work) {
+ORLIX_INLINE void TryCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected, int count,
+                                RowWork& work) {
   MeasureCandidates(field, row, selected, count, work);
   for (int c = 0; c < count; ++c) {
     const int a = work.node[selected[c]], order = work.neighbour[selected[c]];
@@ -299,7 +299,7 @@ ORLIX_LANES void TryCandidates(const SweepField& field, const SweepRow& row, con
 }
 
 // Tries what passes its bound, the most promising one of each node first: most of the others are turned away then.
-ORLIX_LANES void SelectCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
+ORLIX_INLINE void SelectCandidates(const SweepField& field, const SweepRow& row, int count, RowWork& work) {
   int firsts = 0, rests = 0;
   for (int c = 0; c < count; ++c) {
     const int a = work.node[c];
@@ -325,7 +325,7 @@ struct RowAhead {
   int first = 0;  // node
   double distance[kLanes] = {};
 
-  ORLIX_LANES double Measure(const SweepField& field, const SweepRow& row, int l, std::int32_t t) {
+  ORLIX_INLINE double Measure(const SweepField& field, const SweepRow& row, int l, std::int32_t t) {
     if (row.count < kLanes) return std::sqrt(SquaredDistance({field.x[row.low + l], row.y, row.z}, field.triangles[t]));
     if (t != triangle || l < first || l >= first + kLanes) {
       triangle = t;
@@ -343,7 +343,7 @@ struct RowAhead {
 };
 
 // The distance of node l to what the neighbour in the row has just found, or more than best.
-ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, int l, double best, RowAhead& ahead) {
+ORLIX_INLINE double MeasureInRow(const SweepField& field, const SweepRow& row, int l, double best, RowAhead& ahead) {
   constexpr double kMore = std::numeric_limits<double>::max();
   const std::int64_t index = row.begin + l;
   const std::int32_t triangle = field.closest[index - row.step] & kTriangleMask;
@@ -356,7 +356,7 @@ ORLIX_LANES double MeasureInRow(const SweepField& field, const SweepRow& row, in
 
 // The neighbour in the row comes first in the order, and each node waits for the one before it. Only active nodes and
 // those after one that changed have anything to do.
-ORLIX_LANES void FollowRow(const SweepField& field, const SweepRow& row, RowWork& work) {
+ORLIX_INLINE void FollowRow(const SweepField& field, const SweepRow& row, RowWork& work) {
   std::int32_t* closest = field.closest + row.begin;
   double* distance = field.distance + row.begin;
   const int end = row.step > 0 ? work.actives : -1;

@@ -6,8 +6,6 @@
 namespace orlix {
 namespace ORLIX_LANES {
 
-#define ORLIX_LANE_INLINE inline __attribute__((always_inline)) ORLIX_LANES_TARGET
-
 constexpr int kLanes = 8;
 using F = double __attribute__((vector_size(64)));
 using M = std::int64_t __attribute__((vector_size(64)));
@@ -15,10 +13,10 @@ constexpr int kKeyLanes = 16;
 using U = std::uint32_t __attribute__((vector_size(64)));
 using Singles = float __attribute__((vector_size(32)));
 
-ORLIX_LANE_INLINE void Load(F& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
+ORLIX_INLINE ORLIX_LANES_TARGET void Load(F& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
 
 // Bit l: lane l of a mask is set.
-ORLIX_LANE_INLINE unsigned Bits(const M& m) {
+ORLIX_INLINE ORLIX_LANES_TARGET unsigned Bits(const M& m) {
 #if defined(ORLIX_LANES_AVX512)
   return _mm512_movepi64_mask(reinterpret_cast<__m512i>(m));
 #elif defined(ORLIX_LANES_AVX2)
@@ -33,7 +31,7 @@ ORLIX_LANE_INLINE unsigned Bits(const M& m) {
 }
 
 // How far the places from low to high lie from those between the bounds, along one axis; 0 where they overlap.
-ORLIX_LANE_INLINE void Apart(F& d, const double* low, const double* high, double from, double to) {
+ORLIX_INLINE ORLIX_LANES_TARGET void Apart(F& d, const double* low, const double* high, double from, double to) {
   F a, b;
   Load(a, low), Load(b, high);
   a -= to, b = from - b;
@@ -42,7 +40,7 @@ ORLIX_LANE_INLINE void Apart(F& d, const double* low, const double* high, double
 }
 
 // Squared distances of the eight boxes of a node from the box between two points.
-ORLIX_LANE_INLINE void BoxDistances(F& d, const KdBoxes& node, const Vec3D& from, const Vec3D& to) {
+ORLIX_INLINE ORLIX_LANES_TARGET void BoxDistances(F& d, const KdBoxes& node, const Vec3D& from, const Vec3D& to) {
   F dx, dy, dz;
   Apart(dx, node.low[0], node.high[0], from.x, to.x);
   Apart(dy, node.low[1], node.high[1], from.y, to.y);
@@ -50,7 +48,8 @@ ORLIX_LANE_INLINE void BoxDistances(F& d, const KdBoxes& node, const Vec3D& from
   d = dx * dx + dy * dy + dz * dz;
 }
 
-ORLIX_LANE_INLINE int Keep(const F& d, const std::int32_t* index, unsigned bits, KdScratch& s, int count) {
+ORLIX_INLINE ORLIX_LANES_TARGET int Keep(const F& d, const std::int32_t* index, unsigned bits, KdScratch& s,
+                                         int count) {
 #if defined(ORLIX_LANES_AVX512)
   _mm512_storeu_pd(s.distances + count, _mm512_maskz_compress_pd(__mmask8(bits), d));
   const __m256i all = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(index));
@@ -66,7 +65,8 @@ ORLIX_LANE_INLINE int Keep(const F& d, const std::int32_t* index, unsigned bits,
 }
 
 // Adds the points of a leaf that lie nearer than the limit.
-ORLIX_LANE_INLINE int ScanLeaf(const KdLeaf& leaf, const Vec3D& x, double limit, KdScratch& s, int count) {
+ORLIX_INLINE ORLIX_LANES_TARGET int ScanLeaf(const KdLeaf& leaf, const Vec3D& x, double limit, KdScratch& s,
+                                             int count) {
   for (int l = 0; l < KdLeaf::kPoints; l += kLanes) {
     F dx, dy, dz;
     Load(dx, leaf.x + l), Load(dy, leaf.y + l), Load(dz, leaf.z + l);
@@ -78,7 +78,7 @@ ORLIX_LANE_INLINE int ScanLeaf(const KdLeaf& leaf, const Vec3D& x, double limit,
 }
 
 // Adds 1 to the lanes of rank whose key is above another key.
-ORLIX_LANE_INLINE void CountAbove(U& rank, const U& keys, std::uint32_t other) {
+ORLIX_INLINE ORLIX_LANES_TARGET void CountAbove(U& rank, const U& keys, std::uint32_t other) {
 #if defined(ORLIX_LANES_AVX512)
   const __m512i own = reinterpret_cast<__m512i>(keys), r = reinterpret_cast<__m512i>(rank);
   const __mmask16 above = _mm512_cmplt_epu32_mask(_mm512_set1_epi32(static_cast<int>(other)), own);
@@ -123,7 +123,7 @@ struct Waiting {
 };
 
 // Puts a child on the stack, above bottom so that the nearest comes off first.
-ORLIX_LANE_INLINE void Push(Waiting* stack, int bottom, int& depth, const Waiting& child) {
+ORLIX_INLINE ORLIX_LANES_TARGET void Push(Waiting* stack, int bottom, int& depth, const Waiting& child) {
   int at = depth++;
   for (; at > bottom && stack[at - 1].distance < child.distance; --at) stack[at] = stack[at - 1];
   stack[at] = child;
@@ -155,7 +155,7 @@ ORLIX_LANES_TARGET int Search(const KdView& tree, const Vec3D& x, double limit, 
   return count;
 }
 
-ORLIX_LANE_INLINE void KeepPoints(const KdLeaf& leaf, int l, unsigned bits, KdGathered& to, int at) {
+ORLIX_INLINE ORLIX_LANES_TARGET void KeepPoints(const KdLeaf& leaf, int l, unsigned bits, KdGathered& to, int at) {
 #if defined(ORLIX_LANES_AVX512)
   const auto mask = __mmask8(bits);
   _mm512_storeu_pd(to.x + at, _mm512_maskz_compress_pd(mask, _mm512_loadu_pd(leaf.x + l)));
@@ -172,8 +172,8 @@ ORLIX_LANE_INLINE void KeepPoints(const KdLeaf& leaf, int l, unsigned bits, KdGa
 }
 
 // Adds the points of a leaf that lie nearer than the limit to the box between two points.
-ORLIX_LANE_INLINE int GatherLeaf(const KdLeaf& leaf, const Vec3D& from, const Vec3D& to, double limit,
-                                 KdGathered& gathered, int count) {
+ORLIX_INLINE ORLIX_LANES_TARGET int GatherLeaf(const KdLeaf& leaf, const Vec3D& from, const Vec3D& to, double limit,
+                                               KdGathered& gathered, int count) {
   for (int l = 0; l < KdLeaf::kPoints; l += kLanes) {
     F dx, dy, dz;
     Apart(dx, leaf.x + l, leaf.x + l, from.x, to.x);

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/particles/KdBuilder.h"
+#include "globals/Multiversion.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "fluids/pressure/PressureSystem.h"
+#include "globals/Multiversion.h"
 #include "host/threads/WorkerPool.h"
 
-#define ORLIX_INLINE [[gnu::always_inline]] inline
 // Before a loop whose passes don't depend on one another, where the compiler can't see it. Sanitized builds don't
 // vectorise, and clang says so as a warning.
 #if defined(ORLIX_SANITIZED)
