@@ -73,7 +73,7 @@ Result<MemoryForecast> SceneRun::Forecast() {
 
 void SceneRun::PrepareInterrupt(const FramePlan& plan) const {
   const double seconds = state_.secondsAFrame;
-  Interrupt::Prepare(fmt::format("interrupted: ends behind frame {}{}{}; a second interrupt ends at once", state_.frame,
+  Interrupt::Prepare(fmt::format("interrupted: ends after frame {}{}{}; a second interrupt ends at once", state_.frame,
                                  plan.checkpoints ? " with a checkpoint" : "",
                                  seconds > 0 ? fmt::format(", in up to {:.2g} s", seconds) : ""));
 }

@@ -169,7 +169,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   Status status = run.Run(*plan);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (run.state().interrupted && checkpoints.last()) {
-    spdlog::info("--resume goes on behind frame {}", *checkpoints.last());
+    spdlog::info("--resume goes on after frame {}", *checkpoints.last());
   }
   if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
   return status;

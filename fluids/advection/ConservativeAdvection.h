@@ -13,7 +13,7 @@ namespace orlix {
 struct ConservativeGrids {
   GridView<const double> inGamma;
   GridView<double> outGamma;
-  // Of the source's eight cells that a cell takes from; null where nobody asks.
+  // Of the source's eight cells that a cell takes from; null when not needed.
   GridView<double> minima, maxima;
 };
 

@@ -149,7 +149,7 @@ void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, ScalarGrid& ph
       }
     }
   });
-  // A side lends nothing to the other: what is kept is at most h, so that a node's own value, or one beside the gap, is
+  // The two sides don't mix: what is kept is at most h, so that a node's own value, or one beside the gap, is
   // never undercut from across it.
   SpreadDistances(pool, *above, h);
   SpreadDistances(pool, *below, h);

@@ -151,7 +151,7 @@ ORLIX_INLINE void AtMost(IntLanes& mask, const double* distance, double limit) {
 
 // For the kTestLanes nodes from index on: a bit for each neighbour whose triangle is worth a try. A triangle that two
 // of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
-// 0) may still change, so nobody leaves a try to it.
+// 0) may still change, so its triangle is never left out for having been tried elsewhere.
 ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, std::int64_t index, IntLanes& bits) {
   const std::int32_t* closest = field.closest + index;
   IntLanes own, exact, triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];

@@ -5,7 +5,7 @@
 //   ResolveLinks  handler.Resolve(node, links)
 //   Prepare       handler.Begin(node)                     false: nothing is emitted in this sub-step
 //   Process       each worker fills runs of its own, handler.Complete(run, ...)
-//   Finish        handler.Append(runs)                    in the order of the runs, whoever made them
+//   Finish        handler.Append(runs)                    in the order of the runs, not of the workers
 
 #include <span>
 
@@ -18,7 +18,7 @@
 
 namespace orlix {
 
-// What a piece of the work made. Columns behind the positions are empty where the emitter doesn't fill them.
+// What a piece of the work made. Columns after the positions are empty where the emitter doesn't fill them.
 struct EmittedRun {
   CountedVector<Vec3D> positions;
   CountedVector<Vec3D> normals, textures;     // texture coordinates (u, v, 0)

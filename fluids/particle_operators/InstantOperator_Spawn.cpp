@@ -163,7 +163,7 @@ void InstantOperator_Spawn::End() {
     children.insert(children.end(), brood.children.begin(), brood.children.end());
     brood = {};
   }
-  // A particle bursts once, so the order is that of the parents whoever met them in which pass.
+  // A particle bursts once, so the order is that of the parents, not that in which contacts were found.
   std::stable_sort(children.begin(), children.end(),
                    [](const Child& a, const Child& b) { return a.parent < b.parent; });
   ParticleGroup* group = target_ ? target_ : context.group;

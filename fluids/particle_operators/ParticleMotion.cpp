@@ -280,7 +280,7 @@ void MotionBlock::Resolve(std::span<iInstantOperator* const> operators, const In
   const std::span<ParticleContact> contacts(contacts_, static_cast<std::size_t>(contactCount_));
   Vec3D* velocities = rows_.EditVelocities();
   if (!operators.empty()) {
-    // Contacts of later iterations stand behind.
+    // Contacts of later iterations follow.
     std::sort(contacts.begin(), contacts.end(),
               [](const ParticleContact& a, const ParticleContact& b) { return a.index < b.index; });
     for (ParticleContact& contact : contacts) {

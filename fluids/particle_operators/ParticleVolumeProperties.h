@@ -6,7 +6,7 @@
 //   kernel sum       min(sum, reference)
 //   smoothed centre  0.8 x + 0.2 (weighted mean of the neighbours' places)
 //
-// The reference is measured in the stage of emitters of the first step, behind the emitters, and stays with the group.
+// The reference is measured in the stage of emitters of the first step, after the emitters, and stays with the group.
 
 #include "fluids/helpers/Kernel.h"
 #include "fluids/particle_operators/ParticleOperator.h"
@@ -26,7 +26,7 @@ class ParticleVolumeProperties final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
-  // Behind the emitters of particles and, among them, behind the solvers.
+  // After the emitters of particles and, among them, after the solvers.
   bool ComesBefore(const iBase& other) const override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

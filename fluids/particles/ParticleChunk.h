@@ -118,7 +118,7 @@ class ParticleChunk {
   Vec3D* velocities;
   std::int32_t* ids;
   std::uint16_t* flags;
-  // Set by whoever moves, kills or revives: neighbours found before are stale.
+  // Set by what moves, kills or revives particles: neighbours found before are stale.
   std::atomic<bool> moved{true};
 
  private:

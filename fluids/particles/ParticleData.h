@@ -1,5 +1,5 @@
 #pragma once
-// What a particle starts with: a record between whoever makes it and the list.
+// What a particle starts with: what an emitter hands to a list.
 
 #include <vector>
 

@@ -44,7 +44,7 @@ class ParticleFactory {
 
   ParticleBounds bounds;
   GridSpace frame;
-  // The kernel sum that counts as density 1, measured in the first step by whoever writes densities.
+  // The kernel sum that counts as density 1, measured in the first step by the node that writes densities.
   double referenceSum = 1;
 
  private:

@@ -12,7 +12,7 @@
 //   RetrieveGroups              the groups of an include list, with kinds: GroupList.h
 //   group.VisitOutputs(visitor) in the VisitOutputs of a node that writes positions or velocities
 //
-// Removal happens at the end of a sub-step; until then a dead particle stands in its list and whoever must skip it
+// Removal happens at the end of a sub-step; until then a dead particle stays in its list, and what must skip it
 // tests ParticleFlag::Alive.
 
 #include <atomic>

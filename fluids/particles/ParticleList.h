@@ -132,9 +132,9 @@ class ParticleList {
   // Cuts the list to n rows, or grows it by plain ones.
   void Resize(std::int32_t n);
   // Rows without Alive leave. Swapped: the last row takes the place of a dead one, whose links go to its partners.
-  // Kept: all rows behind move down. Gives how many left.
+  // Kept: all later rows move down. Gives how many left.
   std::int32_t RemoveDead(bool keepOrder);
-  // A new start: nobody has died.
+  // As a new list: none has died.
   void Clear();
 
   // Another number whenever rows came, left, moved, died or revived since the last call; no two lists share one. On the

@@ -44,7 +44,7 @@ class ParticleSort {
   // cell isn't full; cell and count are set as far as it got. True without groups.
   bool CellOf(const Vec3D& position, std::int32_t& cell, std::int32_t& count, bool checkCapacity,
               bool keepMargin) const;
-  // The flat indices in a cell; none for a cell that nobody is in.
+  // The flat indices in a cell; none for an empty cell.
   std::span<const std::int32_t> Entries(std::int32_t cell) const;
   // f(std::span of flat indices) for each row of occupied cells along x in the window of cells about centre, y before
   // z: centre - halfWidth to centre + halfWidth, or without the last cell of each axis when exclusive.

@@ -6,7 +6,7 @@
 
 namespace orlix {
 
-// The creation number of a node's host object; 0 is nobody in particular.
+// The creation number of a node's host object; 0 is no particular node.
 using PropertyOwner = std::uint64_t;
 inline PropertyOwner OwnerOf(const iBase& node) {
   return node.handler.HasObject() ? node.handler.hostObject()->creationNumber() : 0;

@@ -14,7 +14,7 @@ namespace orlix {
 struct Warning {
   std::string node;        // path of the object that it is about
   std::string key;         // "no-solver": what scripts go by; the same in every release
-  std::string text;        // what happens, and behind a semicolon the remedy
+  std::string text;        // what happens, and after a semicolon the remedy
   std::int32_t frame = 0;  // of the document
 };
 

@@ -118,7 +118,7 @@ class iBase {
   virtual bool ReadParameters();
   // Turns link parameters into node pointers, valid until ReleaseLinks. Runs after ReadParameters of all nodes.
   virtual bool ResolveLinks() { return handler.HasObject(); }
-  // Tells, by Warn, what in the node's settings and links can't work. Runs behind ResolveLinks of all nodes, in each
+  // Tells, by Warn, what in the node's settings and links can't work. Runs after ResolveLinks of all nodes, in each
   // frame and where a scene is only checked; it simulates nothing.
   virtual void Advise() {}
   // At the end of a run: tells what could be known only then.

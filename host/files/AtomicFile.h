@@ -32,7 +32,7 @@ class AtomicFile {
   AtomicFile& operator=(const AtomicFile&) = delete;
 
   // Creates the temporary. The folder must exist. A symbolic link at the path is replaced, whatever it leads to: a
-  // link that somebody put there never decides what is written. Anything else that isn't a plain file is refused.
+  // link that another user put there never decides what is written. Anything else that isn't a plain file is refused.
   Status Open(const std::filesystem::path& path);
   bool IsOpen() const { return descriptor_ >= 0; }
   const std::filesystem::path& Path() const { return path_; }

@@ -104,7 +104,7 @@ class PlyReader {
       if (Status status = ReadElement(element); !status) return status.error();
     }
     text_.SkipBlanksAndLines();
-    if (!text_.AtEnd()) return Fail(text_.Place(), "something stands behind the last element").error();
+    if (!text_.AtEnd()) return Fail(text_.Place(), "there is more after the last element").error();
     return builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 0);
   }
 

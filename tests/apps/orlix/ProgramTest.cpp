@@ -226,7 +226,7 @@ TEST(Program, ASignalEndsTheRunWithItsCode) {
     EXPECT_EQ(outcome.code, 128 + signal) << outcome.err;
     EXPECT_TRUE(nlohmann::json::parse(outcome.out).at("interrupted"));
     EXPECT_NE(outcome.err.find("with a checkpoint, in up to"), std::string::npos) << outcome.err;
-    EXPECT_NE(outcome.err.find("--resume goes on behind frame"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("--resume goes on after frame"), std::string::npos) << outcome.err;
     EXPECT_FALSE(Lines(test::ReadText(stats)).empty());  // every line is whole
     std::filesystem::remove(stats);
   }
