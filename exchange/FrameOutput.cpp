@@ -4,10 +4,12 @@
 #include <cctype>
 
 #include "exchange/SliceView.h"
+#include "fluids/scene/RootObject.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshWriter.h"
 #include "host/pictures/PictureFile.h"
+#include "host/render/RenderSettings.h"
 
 namespace orlix {
 
@@ -31,23 +33,57 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
 
 }  // namespace
 
+std::filesystem::path ResultPath(const std::filesystem::path& folder, const std::string& name, int frame,
+                                 const char* extension) {
+  return folder / (name + "." + PadNumber(frame, kFrameDigits) + extension);
+}
+
+std::string PictureName(const BaseDocument& document) {
+  const std::vector<BaseObject*> settings = document.ObjectsOfType(kRenderSettingsId);
+  return settings.empty() ? RenderSettings().name : settings.front()->GetString(kRenderFileNameId);
+}
+
+std::string SceneSuffix(const BaseObject& root) {
+  return root.document().ObjectsOfType(kRootTypeId).size() > 1 ? "_" + FileStem(root.Path()) : "";
+}
+
 FrameOutput::FrameOutput(const BaseDocument& document, std::filesystem::path results)
-    : document_(document), results_(std::move(results)) {
+    : document_(document), results_(std::move(results)), roots_(document.ObjectsOfType(kRootTypeId)) {
   for (const BaseObject* object : document.ObjectsOfType(OutputSettings::Type().id)) {
     outputs_.push_back(OutputSettings::Read(*object));
   }
 }
 
-std::filesystem::path FrameOutput::PathOf(const OutputSettings& output, const std::string& suffix, int frame,
-                                          const char* extension) const {
-  return results_ / output.folder / (output.name + suffix + "." + PadNumber(frame, kFrameDigits) + extension);
+std::vector<std::filesystem::path> FrameOutput::PictureFolders(std::optional<int> frame) const {
+  std::vector<std::filesystem::path> folders;
+  for (const OutputSettings& output : outputs_) {
+    if (output.pictures && (!frame || *frame % output.every == 0)) folders.push_back(results_ / output.folder);
+  }
+  return folders;
 }
 
-std::filesystem::path FrameOutput::PictureFolder(int frame) const {
+std::vector<ResultName> FrameOutput::Names(int frame) const {
+  std::vector<ResultName> names;
   for (const OutputSettings& output : outputs_) {
-    if (output.pictures && frame % output.every == 0) return results_ / output.folder;
+    const auto add = [&](const std::string& suffix, const char* extension) {
+      names.push_back({output.object, OutputSettings::kFileNameId, PathOf(output, suffix, frame, extension)});
+    };
+    for (const BaseObject* root : roots_) {
+      if (output.vdb) add(SceneSuffix(*root), ".vdb");
+      if (output.preview) add(kPreviewSuffix + SceneSuffix(*root), ".png");
+    }
+    document_.ForEachObject([&](const BaseObject& object) {
+      if (output.meshes == MeshOutput::None || !object.Polygons()) return;
+      add("_" + FileStem(object.Path()), output.meshes == MeshOutput::Ply ? ".ply" : ".obj");
+    });
+    if (output.pictures) {
+      for (const char* extension : {".exr", ".png"}) {
+        const auto path = ResultPath(results_ / output.folder, PictureName(document_), frame, extension);
+        names.push_back({output.object, OutputSettings::kFolderId, path});
+      }
+    }
   }
-  return {};
+  return names;
 }
 
 Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
@@ -56,9 +92,8 @@ Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
     if (frame % output.every != 0) continue;
     if (Status made = CreateFolders(results_ / output.folder); !made) return made;
     for (const auto& [key, scene] : hook.scenes()) {
-      // One scene has the plain name; each of several adds its own.
-      const std::string suffix = hook.scenes().size() > 1 ? "_" + FileStem(scene->Name()) : "";
-      if (Status status = WriteScene(*scene, output, suffix, frame); !status) return status;
+      if (Status status = WriteScene(*scene, output, SceneSuffix(*scene->GetHostObject()), frame); !status)
+        return status;
     }
     if (Status status = WriteMeshes(output, frame); !status) return status;
   }
@@ -78,7 +113,7 @@ Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, 
   if (output.preview) {
     const Picture picture = DrawSliceView(scene);
     if (picture.pixelCount() == 0) return {};
-    const auto path = PathOf(output, "_preview" + suffix, frame, ".png");
+    const auto path = PathOf(output, kPreviewSuffix + suffix, frame, ".png");
     if (Status status = WritePicture(path, picture); !status) return status;
     written_.push_back(path);
   }

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,23 @@
 
 namespace orlix {
 
+// A file that a scene's settings name.
+struct ResultName {
+  const BaseObject* object;  // whose
+  int row;                   // which of its settings
+  std::filesystem::path path;
+};
+
+// FOLDER/NAME.0001EXTENSION
+std::filesystem::path ResultPath(const std::filesystem::path& folder, const std::string& name, int frame,
+                                 const char* extension);
+
+// What pictures are called, by the render settings.
+std::string PictureName(const BaseDocument& document);
+inline constexpr const char* kPreviewSuffix = "_preview";  // behind the name of a quick look
+// What stands behind the name in files of a scene: nothing for the only one, its own name for each of several.
+std::string SceneSuffix(const BaseObject& root);
+
 class FrameOutput {
  public:
   // results: the folder that relative output folders stand in.
@@ -18,8 +36,10 @@ class FrameOutput {
 
   // VDB, meshes and quick looks of a simulated frame. The first error ends it; files that are there are whole.
   Status WriteFrame(const OrlixHook& hook, int frame);
-  // Where the frame's picture goes; empty when no output asks for one.
-  std::filesystem::path PictureFolder(int frame) const;
+  // Where the frame's picture goes: a folder for each output that asks for one, of this frame or, without one, of any.
+  std::vector<std::filesystem::path> PictureFolders(std::optional<int> frame) const;
+  // All files that a frame may have.
+  std::vector<ResultName> Names(int frame) const;
   // Every folder that files go to.
   std::vector<std::filesystem::path> Folders() const;
   // Mesh velocities of a frame come from the points written before it. A run that goes on after a frame sets the
@@ -36,11 +56,14 @@ class FrameOutput {
   // changed.
   std::vector<Vec3D> VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points);
   std::filesystem::path PathOf(const OutputSettings& output, const std::string& suffix, int frame,
-                               const char* extension) const;
+                               const char* extension) const {
+    return ResultPath(results_ / output.folder, output.name + suffix, frame, extension);
+  }
 
   const BaseDocument& document_;
   std::filesystem::path results_;
   std::vector<OutputSettings> outputs_;
+  std::vector<BaseObject*> roots_;
   std::vector<std::filesystem::path> written_;
   struct PointsBefore {
     std::vector<Vec3D> points;

@@ -52,6 +52,7 @@ const TypeInfo& OutputSettings::Type() {
 
 OutputSettings OutputSettings::Read(const BaseObject& object) {
   OutputSettings s;
+  s.object = &object;
   s.folder = object.GetString(kFolderId);
   s.name = object.GetString(kFileNameId);
   s.every = std::max<int>(1, static_cast<int>(std::min<std::int64_t>(object.GetInt(kEveryId), 1000000)));

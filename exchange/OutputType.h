@@ -19,6 +19,7 @@ struct OutputSettings {
                        kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12;
   static const TypeInfo& Type();
 
+  const BaseObject* object = nullptr;
   std::string folder;  // relative to the folder of results
   std::string name = "frame";
   int every = 1;  // frames

@@ -22,12 +22,16 @@ class FrameResults : public FrameListener {
   Status BeforeRun(const RunState& state) override;
   Status AfterFrame(const RunState& state) override;
   std::size_t files() const { return files_; }
+  // How many frames have a picture.
+  std::size_t pictures() const { return pictures_; }
 
  private:
+  std::vector<std::filesystem::path> PictureFolders(const RunState& state) const;
+
   bool always_, outputs_;
   PictureMaker maker_;
   std::unique_ptr<FrameOutput> output_;
-  std::size_t files_ = 0;
+  std::size_t files_ = 0, pictures_ = 0;
 };
 
 }  // namespace orlix

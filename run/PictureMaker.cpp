@@ -2,42 +2,40 @@
 
 #include <algorithm>
 
+#include "exchange/FrameOutput.h"
 #include "exchange/SliceView.h"
 #include "fluids/volume_renderer/GasMaterial.h"
-#include "host/files/FrameFiles.h"
 #include "host/pictures/PictureFile.h"
 #include "host/render/GatherRenderWorld.h"
 
 namespace orlix {
 
-namespace {
+namespace fs = std::filesystem;
 
-constexpr int kFrameDigits = 4;
-
-std::filesystem::path PathOf(const std::filesystem::path& folder, const std::string& name, int frame,
-                             const char* extension) {
-  return folder / (name + "." + PadNumber(frame, kFrameDigits) + extension);
-}
-
-}  // namespace
-
-Status PictureMaker::Make(const RunState& state, const std::filesystem::path& folder) {
+Status PictureMaker::Make(const RunState& state, const std::vector<fs::path>& folders) {
   written_.clear();
-  return options_.slices ? MakeSlices(state, folder) : Render(state, folder);
+  return options_.slices ? MakeSlices(state, folders) : Render(state, folders);
 }
 
-Status PictureMaker::MakeSlices(const RunState& state, const std::filesystem::path& folder) {
+Status PictureMaker::Write(const Picture& picture, const fs::path& path, double exposure) {
+  Status status = WritePicture(path, picture, exposure);
+  if (status.ok()) written_.push_back(path);
+  return status;
+}
+
+Status PictureMaker::MakeSlices(const RunState& state, const std::vector<fs::path>& folders) {
   for (const auto& [key, scene] : state.hook.scenes()) {
     const Picture picture = DrawSliceView(*scene);
     if (picture.pixelCount() == 0) continue;
-    const auto path = PathOf(folder, "preview_" + std::to_string(key), state.frame, ".png");
-    if (Status status = WritePicture(path, picture); !status) return status;
-    written_.push_back(path);
+    const std::string name = PictureName(state.document) + kPreviewSuffix + SceneSuffix(*scene->GetHostObject());
+    for (const fs::path& folder : folders) {
+      if (Status status = Write(picture, ResultPath(folder, name, state.frame, ".png")); !status) return status;
+    }
   }
   return {};
 }
 
-Status PictureMaker::Render(const RunState& state, const std::filesystem::path& folder) {
+Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& folders) {
   const auto materials = CollectGasMaterials(state.document, state.hook);
   GatherOptions gather;
   gather.width = options_.width, gather.height = options_.height;
@@ -60,9 +58,10 @@ Status PictureMaker::Render(const RunState& state, const std::filesystem::path& 
   const RenderSettings& settings = world.settings;
   for (const auto& [wanted, extension] : {std::pair(settings.writeExr, ".exr"), std::pair(settings.writePng, ".png")}) {
     if (!wanted) continue;
-    const auto path = PathOf(folder, settings.name, state.frame, extension);
-    if (Status status = WritePicture(path, *picture, settings.exposure); !status) return status;
-    written_.push_back(path);
+    for (const fs::path& folder : folders) {
+      const fs::path path = ResultPath(folder, settings.name, state.frame, extension);
+      if (Status status = Write(*picture, path, settings.exposure); !status) return status;
+    }
   }
   return {};
 }

@@ -19,14 +19,15 @@ class PictureMaker {
  public:
   PictureMaker(PictureOptions options, const BaseThread* thread) : options_(options), thread_(thread) {}
 
-  // Makes the picture of the frame as it stands and writes it into a folder that exists: OpenEXR, PNG or both.
-  Status Make(const RunState& state, const std::filesystem::path& folder);
+  // Makes the picture of the frame as it stands and writes it into folders that exist: OpenEXR, PNG or both.
+  Status Make(const RunState& state, const std::vector<std::filesystem::path>& folders);
   const RenderReport& report() const { return report_; }
   const std::vector<std::filesystem::path>& written() const { return written_; }
 
  private:
-  Status MakeSlices(const RunState& state, const std::filesystem::path& folder);
-  Status Render(const RunState& state, const std::filesystem::path& folder);
+  Status MakeSlices(const RunState& state, const std::vector<std::filesystem::path>& folders);
+  Status Render(const RunState& state, const std::vector<std::filesystem::path>& folders);
+  Status Write(const Picture& picture, const std::filesystem::path& path, double exposure = 0);
 
   PictureOptions options_;
   const BaseThread* thread_;

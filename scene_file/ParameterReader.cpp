@@ -39,6 +39,7 @@ void ParameterReader::Read(BaseObject& object, const std::shared_ptr<const Sourc
     const Place place{source, member.keyOffset};
     const Spelling spelling = ReadSpelling(object, place, member.key, skip);
     if (!spelling.row) continue;
+    places_.Add(object, spelling.row->id, place);
     const ParameterSite site{source, &object, spelling.row, &mistakes_, spelling.keys ? "@" : ""};
     const auto [first, fresh] = seen.emplace(std::pair(spelling.row->id, spelling.keys), member.key);
     if (!fresh && first->second != member.key) {  // the very same key is the JSON reader's to report

@@ -10,6 +10,7 @@
 
 #include "scene_file/ObjectIndex.h"
 #include "scene_file/ParameterSite.h"
+#include "scene_file/ScenePlaces.h"
 
 namespace orlix {
 
@@ -22,6 +23,8 @@ class ParameterReader {
             const std::vector<std::string_view>& skip);
   // Finds what the links and lists of all objects read so far name, and sets them.
   void ResolveReferences(const ObjectIndex& index);
+  ScenePlaces& places() { return places_; }
+  ScenePlaces TakePlaces() { return std::move(places_); }
 
  private:
   struct Target {
@@ -37,6 +40,7 @@ class ParameterReader {
   BaseDocument& document_;
   Mistakes& mistakes_;
   std::vector<Reference> references_;
+  ScenePlaces places_;
 
   struct Spelling {
     const Parameter* row = nullptr;

@@ -191,6 +191,7 @@ void SceneBuilder::ReadEntry(const Source& source, const Section& section, const
   const TypeInfo* type = ReadType(source, section, entry, tag);
   BaseObject& object = tag ? document_.AddTag(type ? *type : kUnknownType, *parent)
                            : document_.AddObject(type ? *type : kUnknownType, parent);
+  parameters_.places().Add(object, ScenePlaces::kWholeObject, {source, entry.offset});
   ReadName(source, entry, object);
   if (type) parameters_.Read(object, source, *entry.AsObject(), {"type", "name", "children", "tags"});
   if (const JsonValue* list = entry.Find("tags")) ReadEntries(source, section, *list, &object, true);

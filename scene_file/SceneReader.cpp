@@ -14,7 +14,7 @@ Result<SceneFile> ReadSceneText(const std::string& name, std::string text, const
   source->folder = std::filesystem::path(name).parent_path().string();
   source->text = std::move(text);
 
-  SceneFile scene{std::make_unique<BaseDocument>(types), {}};
+  SceneFile scene{std::make_unique<BaseDocument>(types), {}, {}};
   scene.document->folder = source->folder;
   Mistakes mistakes;
   SceneBuilder builder(*scene.document, mistakes, options.load);
@@ -28,6 +28,7 @@ Result<SceneFile> ReadSceneText(const std::string& name, std::string text, const
     return status.error();
   }
   builder.parameters().ResolveReferences(index);
+  scene.places = builder.parameters().TakePlaces();
   if (!mistakes.empty()) return Error{ErrorKind::Scene, mistakes.Text()};
   return scene;
 }

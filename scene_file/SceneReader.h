@@ -17,6 +17,7 @@
 
 #include "globals/Result.h"
 #include "host/objects/BaseDocument.h"
+#include "scene_file/ScenePlaces.h"
 #include "scene_file/SourceText.h"
 
 namespace orlix {
@@ -28,6 +29,7 @@ struct SceneReadOptions {
 
 struct SceneFile {
   std::unique_ptr<BaseDocument> document;
+  ScenePlaces places;
   std::vector<std::string> files;  // the scene file and those it includes, in the order of reading
 };
 

@@ -32,7 +32,8 @@ Status ValidateCommand(const Program& program, const SceneOptions& options);
 
 struct FrameOptions : SceneOptions {
   std::string frames, out;
-  bool allowMissing = false;  // of played caches
+  bool allowMissing = false;  // files of played caches
+  bool allowOutside = false;  // results may leave their folder
 };
 
 struct RunOptions : FrameOptions {

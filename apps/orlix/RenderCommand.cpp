@@ -6,6 +6,7 @@
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/Progress.h"
+#include "apps/orlix/SceneInput.h"
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "host/render/RenderSettings.h"
 #include "run/FrameList.h"
@@ -14,7 +15,6 @@
 #include "run/OutputFolders.h"
 #include "run/PlayedBack.h"
 #include "run/SceneRun.h"
-#include "scene_file/SceneReader.h"
 
 namespace orlix {
 
@@ -45,7 +45,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
     if (!frames) return frames.error();
     list = std::move(*frames);
   }
-  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  Result<SceneFile> scene = ReadScene(program, options, options.out, options.allowOutside);
   if (!scene) return scene.error();
   BaseDocument& document = *scene->document;
   Result<FramePlan> plan = PlanFrames(document, list);

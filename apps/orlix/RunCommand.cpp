@@ -7,6 +7,7 @@
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/Progress.h"
+#include "apps/orlix/SceneInput.h"
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "globals/ByteSize.h"
 #include "globals/Hash.h"
@@ -20,7 +21,6 @@
 #include "run/WarningReport.h"
 #include "scene_file/JsonLayout.h"
 #include "scene_file/SceneHash.h"
-#include "scene_file/SceneReader.h"
 
 namespace orlix {
 
@@ -123,7 +123,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
     if (!frames) return frames.error();
     list = std::move(*frames);
   }
-  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  Result<SceneFile> scene = ReadScene(program, options, options.out, options.allowOutside);
   if (!scene) return scene.error();
   BaseDocument& document = *scene->document;
   const Result<std::uint64_t> sceneHash = HashScene(document);

@@ -2,11 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "apps/orlix/Command.h"
+#include "apps/orlix/SceneInput.h"
 #include "run/SceneRun.h"
 #include "run/WarningReport.h"
 #include "scene_file/JsonLayout.h"
-#include "scene_file/SceneReader.h"
 
 namespace orlix {
 
@@ -21,7 +20,7 @@ struct Findings {
 
 // Reads the scene and whatever files its objects show in the first frame, and builds its nodes.
 Status Check(const Program& program, const SceneOptions& options, Findings& findings) {
-  Result<SceneFile> scene = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  Result<SceneFile> scene = ReadScene(program, options);
   if (!scene) return scene.error();
   scene->document->ForEachObject([&](BaseObject&) { ++findings.objects; });
   WorkerPool pool(1);

@@ -25,14 +25,21 @@ fs::path CacheFolderOf(const BaseObject& cacheObject) {
   return own.empty() ? own : base / own;
 }
 
-std::vector<fs::path> RecordedFolders(const BaseDocument& document) {
-  std::vector<fs::path> folders;
-  document.ForEachObject([&](BaseObject& object) {
+std::vector<RecordedCache> RecordedCaches(const BaseDocument& document) {
+  std::vector<RecordedCache> caches;
+  document.ForEachObject([&](const BaseObject& object) {
     if ((object.type().kinds & kLinkCache) == 0) return;
     if (object.GetChoice<CacheMode>(Cache_OperatorBase::kModeId) != CacheMode::Record) return;
     const fs::path folder = CacheFolderOf(object);
-    if (!folder.empty()) folders.push_back(folder);
+    const std::string stem = object.GetString(Cache_OperatorBase::kStemId);
+    if (!folder.empty()) caches.push_back({&object, folder, stem.empty() ? kGridCacheStem : stem, "cache"});
   });
+  return caches;
+}
+
+std::vector<fs::path> RecordedFolders(const BaseDocument& document) {
+  std::vector<fs::path> folders;
+  for (const RecordedCache& cache : RecordedCaches(document)) folders.push_back(cache.folder);
   return folders;
 }
 

@@ -12,6 +12,15 @@ namespace orlix {
 // The folder that the settings of a cache object name: its own, which may be relative to the document's, or the
 // document's. Empty when its own is to be taken and isn't set.
 std::filesystem::path CacheFolderOf(const BaseObject& cacheObject);
+inline constexpr const char* kGridCacheStem = "orlix_grid_c4d";  // where a grid cache has no stem of its own
+
+// The frame files of a cache that records, by its settings alone.
+struct RecordedCache {
+  const BaseObject* object;
+  std::filesystem::path folder;
+  std::string stem, extension;
+};
+std::vector<RecordedCache> RecordedCaches(const BaseDocument& document);
 // The folders that the caches of a document will write into. A program locks them against a second run.
 std::vector<std::filesystem::path> RecordedFolders(const BaseDocument& document);
 

@@ -36,7 +36,7 @@ CachedGridSet GridsOf(iCachedGrids* node) {
 
 }  // namespace
 
-GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, "orlix_grid_c4d") {
+GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, kGridCacheStem) {
   stageMask = StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageSaveCache);
 }
 

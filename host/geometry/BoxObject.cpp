@@ -5,6 +5,7 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
@@ -13,7 +14,8 @@ namespace {
 constexpr std::array<int, 3> kSegments{kBoxSegmentsXId, kBoxSegmentsYId, kBoxSegmentsZId};
 
 constexpr Parameter kParameters[] = {
-    VectorParameter(kBoxSizeId, "size", {200, 200, 200}, "host units", "Edge lengths along x, y and z").Min(0),
+    VectorParameter(kBoxSizeId, "size", {200, 200, 200}, "host units", "Edge lengths along x, y and z")
+        .Between(0, kMostHostUnits),
     IntParameter(kBoxSegmentsXId, "segments_x", 1, "", "Quads along x").Between(1, 512),
     IntParameter(kBoxSegmentsYId, "segments_y", 1, "", "Quads along y").Between(1, 512),
     IntParameter(kBoxSegmentsZId, "segments_z", 1, "", "Quads along z").Between(1, 512),

@@ -6,15 +6,17 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kCapsuleRadiusId, "radius", 50, "host units", "Radius of the mantle and of both ends").Min(0),
+    FloatParameter(kCapsuleRadiusId, "radius", 50, "host units", "Radius of the mantle and of both ends")
+        .Between(0, kMostHostUnits),
     FloatParameter(kCapsuleHeightId, "height", 200, "host units", "Length along y over all, at least twice the radius")
-        .Min(0),
+        .Between(0, kMostHostUnits),
     IntParameter(kCapsuleSegmentsId, "segments", 48, "", "Quads around the axis; a quarter as many on each end's arc")
         .Between(4, 2048),
     IntParameter(kCapsuleHeightSegmentsId, "height_segments", 1, "", "Quads along the mantle").Between(1, 2048),

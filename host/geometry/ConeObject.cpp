@@ -2,15 +2,18 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kConeTopRadiusId, "top_radius", 0, "host units", "Radius at the upper end; 0 is a tip").Min(0),
-    FloatParameter(kConeBottomRadiusId, "bottom_radius", 100, "host units", "Radius at the lower end").Min(0),
-    FloatParameter(kConeHeightId, "height", 200, "host units", "Length along y").Min(0),
+    FloatParameter(kConeTopRadiusId, "top_radius", 0, "host units", "Radius at the upper end; 0 is a tip")
+        .Between(0, kMostHostUnits),
+    FloatParameter(kConeBottomRadiusId, "bottom_radius", 100, "host units", "Radius at the lower end")
+        .Between(0, kMostHostUnits),
+    FloatParameter(kConeHeightId, "height", 200, "host units", "Length along y").Between(0, kMostHostUnits),
     IntParameter(kConeSegmentsId, "segments", 48, "", "Quads around the axis").Between(3, 2048),
     IntParameter(kConeHeightSegmentsId, "height_segments", 8, "", "Quads along the axis").Between(1, 2048),
     BoolParameter(kConeCapsId, "caps", true, "Close both ends"),

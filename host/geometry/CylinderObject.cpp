@@ -2,14 +2,16 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kCylinderRadiusId, "radius", 50, "host units", "Distance of the mantle from the axis").Min(0),
-    FloatParameter(kCylinderHeightId, "height", 200, "host units", "Length along y").Min(0),
+    FloatParameter(kCylinderRadiusId, "radius", 50, "host units", "Distance of the mantle from the axis")
+        .Between(0, kMostHostUnits),
+    FloatParameter(kCylinderHeightId, "height", 200, "host units", "Length along y").Between(0, kMostHostUnits),
     IntParameter(kCylinderSegmentsId, "segments", 48, "", "Quads around the axis").Between(3, 2048),
     IntParameter(kCylinderHeightSegmentsId, "height_segments", 1, "", "Quads along the axis").Between(1, 2048),
     BoolParameter(kCylinderCapsId, "caps", true, "Close both ends"),

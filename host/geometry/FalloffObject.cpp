@@ -5,6 +5,7 @@
 
 #include "host/geometry/GeometryTypes.h"
 #include "host/objects/BaseObject.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
@@ -20,7 +21,8 @@ constexpr Choice kShapes[] = {
 
 constexpr Parameter kParameters[] = {
     ChoiceParameter(kFalloffShapeId, "shape", Shape::Sphere, kShapes, "Form of the border"),
-    VectorParameter(kFalloffSizeId, "size", {100, 100, 100}, "host units", "Radii, or half the edges").Min(0),
+    VectorParameter(kFalloffSizeId, "size", {100, 100, 100}, "host units", "Radii, or half the edges")
+        .Between(0, kMostHostUnits),
     FloatParameter(kFalloffInnerId, "inner", 0.5, "", "Share of the size within which the factor is full")
         .Between(0, 1),
     FloatParameter(kFalloffStrengthId, "strength", 1.0, "", "The full factor"),

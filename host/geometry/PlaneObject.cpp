@@ -2,14 +2,15 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kPlaneWidthId, "width", 400, "host units", "Length along x").Min(0),
-    FloatParameter(kPlaneDepthId, "depth", 400, "host units", "Length along z").Min(0),
+    FloatParameter(kPlaneWidthId, "width", 400, "host units", "Length along x").Between(0, kMostHostUnits),
+    FloatParameter(kPlaneDepthId, "depth", 400, "host units", "Length along z").Between(0, kMostHostUnits),
     IntParameter(kPlaneSegmentsXId, "segments_x", 1, "", "Quads along x").Between(1, 2048),
     IntParameter(kPlaneSegmentsZId, "segments_z", 1, "", "Quads along z").Between(1, 2048),
 };

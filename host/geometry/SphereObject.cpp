@@ -5,13 +5,15 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kSphereRadiusId, "radius", 100, "host units", "Distance of the points from the centre").Min(0),
+    FloatParameter(kSphereRadiusId, "radius", 100, "host units", "Distance of the points from the centre")
+        .Between(0, kMostHostUnits),
     IntParameter(kSphereSegmentsId, "segments", 48, "", "Quads around the axis; half as many from pole to pole")
         .Between(4, 2048),
 };

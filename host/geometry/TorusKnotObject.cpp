@@ -6,17 +6,20 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kTorusKnotRadiusId, "radius", 100, "host units", "From the axis to the middle of the ring").Min(0),
+    FloatParameter(kTorusKnotRadiusId, "radius", 100, "host units", "From the axis to the middle of the ring")
+        .Between(0, kMostHostUnits),
     FloatParameter(kTorusKnotTubeRadiusId, "tube_radius", 40, "host units",
                    "Radius of the ring that the knot winds around")
-        .Min(0),
-    FloatParameter(kTorusKnotPipeRadiusId, "pipe_radius", 15, "host units", "Radius of the pipe itself").Min(0),
+        .Between(0, kMostHostUnits),
+    FloatParameter(kTorusKnotPipeRadiusId, "pipe_radius", 15, "host units", "Radius of the pipe itself")
+        .Between(0, kMostHostUnits),
     IntParameter(kTorusKnotTurnsId, "turns", 2, "", "Turns about the axis").Between(1, 64),
     IntParameter(kTorusKnotWindingsId, "windings", 3, "", "Windings around the ring").Between(0, 64),
     IntParameter(kTorusKnotSegmentsId, "segments", 240, "", "Quads along the knot").Between(3, 16384),

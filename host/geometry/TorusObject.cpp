@@ -5,14 +5,17 @@
 
 #include "host/geometry/GeneratedGeometry.h"
 #include "host/geometry/GeometryTypes.h"
+#include "host/objects/HostRange.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FloatParameter(kTorusRadiusId, "radius", 100, "host units", "From the axis to the middle of the pipe").Min(0),
-    FloatParameter(kTorusPipeRadiusId, "pipe_radius", 50, "host units", "Radius of the pipe").Min(0),
+    FloatParameter(kTorusRadiusId, "radius", 100, "host units", "From the axis to the middle of the pipe")
+        .Between(0, kMostHostUnits),
+    FloatParameter(kTorusPipeRadiusId, "pipe_radius", 50, "host units", "Radius of the pipe")
+        .Between(0, kMostHostUnits),
     IntParameter(kTorusSegmentsId, "segments", 72, "", "Quads along the ring").Between(3, 2048),
     IntParameter(kTorusPipeSegmentsId, "pipe_segments", 36, "", "Quads around the pipe").Between(3, 2048),
 };

@@ -3,6 +3,8 @@
 #include <cmath>
 
 #include "host/objects/BaseDocument.h"
+#include "host/objects/HostRange.h"
+#include "host/objects/RowMistake.h"
 
 namespace orlix {
 
@@ -11,8 +13,10 @@ namespace {
 constexpr int kRootTypeId = 1300000;
 
 constexpr Parameter kGeometry[] = {
-    VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space"),
-    VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes"),
+    VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space")
+        .Between(-kMostHostUnits, kMostHostUnits),
+    VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes")
+        .Between(-kMostScale, kMostScale),
     VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z"),
     LinkParameter(kMaterialId, "material", kLinkMaterial, "What the surface looks like in pictures; grey without one"),
     BoolParameter(kShownInPicturesId, "shown_in_pictures", true, "Whether pictures show the object and its shadow"),
@@ -112,6 +116,11 @@ LMatrix BaseObject::LocalMatrix() const {
   m.v3 *= scale.z;
   m.off = position;
   return m;
+}
+
+std::string Described(const BaseObject& object, int row, const std::string& text) {
+  const Parameter* found = object.type().Find(row);
+  return "\"" + object.Path() + "\"" + (found ? std::string(".") + found->key : "") + " " + text;
 }
 
 LMatrix BaseObject::GlobalMatrix() const { return parent_ ? parent_->GlobalMatrix() * LocalMatrix() : LocalMatrix(); }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/objects/HostRange.h"
+
 namespace orlix {
 
 namespace {
@@ -15,18 +17,24 @@ constexpr Choice kProjections[] = {
 constexpr Parameter kRows[] = {
     ChoiceParameter(kCameraProjectionId, "projection", 0, kProjections, "How depth is shown"),
     FloatParameter(kCameraFocalLengthId, "focal_length", 36.0, "mm", "Focal length; longer sees less")
-        .Above(0)
+        .Between(0.1, 1e6)
         .ShownWhen(kCameraProjectionId, Relation::Is, 0),
     FloatParameter(kCameraSensorWidthId, "sensor_width", 36.0, "mm", "Width of what the lens draws on")
-        .Above(0)
+        .Between(0.01, 1e4)
         .ShownWhen(kCameraProjectionId, Relation::Is, 0),
     FloatParameter(kCameraWidthId, "width", 10.0, "host units", "Width of the picture in the scene")
         .Above(0)
+        .Max(kMostHostUnits)
         .ShownWhen(kCameraProjectionId, Relation::Is, 1),
-    FloatParameter(kCameraNearId, "near", 0.1, "host units", "Nothing nearer to the camera is shown").Above(0),
-    FloatParameter(kCameraFarId, "far", 100000.0, "host units", "Nothing farther from the camera is shown").Above(0),
+    FloatParameter(kCameraNearId, "near", 0.1, "host units", "Nothing nearer to the camera is shown")
+        .Above(0)
+        .Max(kMostHostUnits),
+    FloatParameter(kCameraFarId, "far", 100000.0, "host units", "Nothing farther from the camera is shown")
+        .Above(0)
+        .Max(kMostHostUnits),
     BoolParameter(kCameraLookAtId, "look_at", true, "Turn to the target instead of by the rotation"),
     VectorParameter(kCameraTargetId, "target", {0, 0, 0}, "host units", "Point in host space that is looked at")
+        .Between(-kMostHostUnits, kMostHostUnits)
         .ShownWhen(kCameraLookAtId, Relation::Is, 1),
     VectorParameter(kCameraUpId, "up", {0, 1, 0}, "", "What is upwards in the picture")
         .ShownWhen(kCameraLookAtId, Relation::Is, 1),
@@ -105,9 +113,10 @@ Camera FramingCamera(const Vec3D& low, const Vec3D& high, int pictureWidth, int 
   return camera;
 }
 
-Result<Camera> ReadCamera(const BaseObject& object) {
-  const auto fail = [&](const char* what) {
-    return Result<Camera>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\"" + what);
+Result<Camera> ReadCamera(const BaseObject& object, RowMistake* mistake) {
+  const auto fail = [&](int row, const char* what) {
+    if (mistake) *mistake = {object.creationNumber(), row, what};
+    return Error{ErrorKind::Scene, Described(object, row, what)};
   };
   Camera camera;
   const LMatrix matrix = object.GlobalMatrix();
@@ -118,22 +127,23 @@ Result<Camera> ReadCamera(const BaseObject& object) {
   if (object.GetBool(kCameraLookAtId)) {
     camera.LookAt(object.GetVector(kCameraTargetId), object.GetVector(kCameraUpId));
   }
-  if (!IsFinite(camera.position) || !IsFinite(camera.right) || !IsFinite(camera.forward)) {
-    return fail(" has a place or direction that is no number");
+  if (!IsFinite(camera.right) || !IsFinite(camera.forward)) {
+    return fail(kRotationId, "leads to a direction that is no number");
   }
-  if (camera.right == Vec3D() || camera.forward == Vec3D()) return fail(".scale must not be zero");
+  if (!(Length(camera.position) <= kFarthest)) return fail(kPositionId, "leads to a place beyond all pictures");
+  if (camera.right == Vec3D() || camera.forward == Vec3D()) return fail(kScaleId, "must not be 0 along any axis");
   camera.projection = static_cast<Projection>(object.GetInt(kCameraProjectionId));
   camera.near = object.GetDouble(kCameraNearId);
   camera.far = object.GetDouble(kCameraFarId);
   if (!(camera.near > 0 && camera.near < camera.far) || !std::isfinite(camera.far)) {
-    return fail(".near must be above 0 and below far");
+    return fail(kCameraNearId, "must be above 0 and below far");
   }
   camera.halfWidth = camera.projection == Projection::Parallel
                          ? 0.5 * object.GetDouble(kCameraWidthId)
                          : 0.5 * object.GetDouble(kCameraSensorWidthId) / object.GetDouble(kCameraFocalLengthId);
   if (!(camera.halfWidth > 0) || !std::isfinite(camera.halfWidth)) {
-    return fail(camera.projection == Projection::Parallel ? ".width must be above 0"
-                                                          : ".focal_length and sensor_width must be above 0");
+    return camera.projection == Projection::Parallel ? fail(kCameraWidthId, "must be above 0")
+                                                     : fail(kCameraFocalLengthId, "and sensor_width must be above 0");
   }
   return camera;
 }

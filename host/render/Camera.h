@@ -5,9 +5,12 @@
 #include "globals/Result.h"
 #include "globals/Vec.h"
 #include "host/description/TypeRegistry.h"
-#include "host/objects/BaseObject.h"
+#include "host/objects/RowMistake.h"
 
 namespace orlix {
+
+// How far from the origin a picture's contents may lie, host units: parents multiply what a parameter's range allows.
+inline constexpr double kFarthest = 1e12;
 
 inline constexpr int kCameraId = 920010;
 
@@ -56,6 +59,6 @@ struct Camera {
 // A camera that sees the whole of a box from the front, a little from above and to the right.
 Camera FramingCamera(const Vec3D& low, const Vec3D& high, int pictureWidth, int pictureHeight);
 
-Result<Camera> ReadCamera(const BaseObject& object);
+Result<Camera> ReadCamera(const BaseObject& object, RowMistake* mistake = nullptr);
 
 }  // namespace orlix

@@ -70,6 +70,7 @@ Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoin
     const BaseObject* mesh = meshes[m];
     Surface surface;
     surface.polygons = mesh->Polygons();
+    surface.name = mesh->Path();
     surface.matrix = mesh->GlobalMatrix();
     if (const BaseObject* material = mesh->GetLink(kMaterialId)) {
       if (material->typeId() != kSurfaceMaterialId) continue;

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <numbers>
 
+#include "host/objects/HostRange.h"
+#include "host/render/Camera.h"
+
 namespace orlix {
 
 namespace {
@@ -32,6 +35,7 @@ constexpr Parameter FalloffRow() {
 constexpr Parameter RadiusRow() {
   return FloatParameter(kLightRadiusId, "radius", 10.0, "host units", "Distance that the falloff is measured by")
       .Above(0)
+      .Max(kMostHostUnits)
       .ShownWhen(kLightFalloffId, Relation::IsNot, LightFalloff::None);
 }
 
@@ -48,7 +52,8 @@ constexpr Parameter kSpotRows[] = {
         .Between(0, 180),
     FloatParameter(kLightOuterAngleId, "outer_angle", 40.0, "degrees", "No light outside this angle across the cone")
         .Between(0, 180),
-    VectorParameter(kLightTargetId, "target", {0, 0, 0}, "host units", "Point in host space that the light points at"),
+    VectorParameter(kLightTargetId, "target", {0, 0, 0}, "host units", "Point in host space that the light points at")
+        .Between(-kMostHostUnits, kMostHostUnits),
 };
 
 constexpr Parameter kDistantRows[] = {
@@ -127,9 +132,10 @@ Illumination Light::Illuminate(const Vec3D& x) const {
   return result;
 }
 
-Result<Light> ReadLight(const BaseObject& object) {
-  const auto fail = [&](const char* what) {
-    return Result<Light>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\"" + what);
+Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake) {
+  const auto fail = [&](int row, const char* what) {
+    if (mistake) *mistake = {object.creationNumber(), row, what};
+    return Error{ErrorKind::Scene, Described(object, row, what)};
   };
   Light light;
   light.kind = object.typeId() == kSpotLightId      ? LightKind::Spot
@@ -141,20 +147,22 @@ Result<Light> ReadLight(const BaseObject& object) {
   light.colour = object.GetVector(kLightColourId) * object.GetDouble(kLightIntensityId);
   const LMatrix matrix = object.GlobalMatrix();
   light.position = matrix.off;
-  if (!IsFinite(light.colour) || !IsFinite(light.position)) return fail(" has a colour or position that is no number");
+  if (!IsFinite(light.colour)) return fail(kLightColourId, "times intensity is no number");
+  if (!(Length(light.position) <= kFarthest)) return fail(kPositionId, "leads to a place beyond all pictures");
   if (light.kind == LightKind::Distant) {
     light.direction = Normalized(matrix.Rotate(object.GetVector(kLightDirectionId)));
-    if (light.direction == Vec3D() || !IsFinite(light.direction)) return fail(".direction must not be zero");
+    if (light.direction == Vec3D() || !IsFinite(light.direction)) return fail(kLightDirectionId, "must not be zero");
     return light;
   }
   light.falloff = static_cast<LightFalloff>(object.GetInt(kLightFalloffId));
   light.radius = object.GetDouble(kLightRadiusId);
-  if (!(light.radius > 0)) return fail(".radius must be above 0");
+  if (!(light.radius > 0)) return fail(kLightRadiusId, "must be above 0");
   if (light.kind == LightKind::Spot) {
     light.direction = Normalized(object.GetVector(kLightTargetId) - light.position);
-    if (light.direction == Vec3D() || !IsFinite(light.direction)) return fail(".target must not be its position");
+    if (light.direction == Vec3D() || !IsFinite(light.direction))
+      return fail(kLightTargetId, "must not be its position");
     const double inner = object.GetDouble(kLightInnerAngleId), outer = object.GetDouble(kLightOuterAngleId);
-    if (!(inner <= outer)) return fail(".inner_angle must not be above outer_angle");
+    if (!(inner <= outer)) return fail(kLightInnerAngleId, "must not be above outer_angle");
     light.cosInner = std::cos(inner * (std::numbers::pi / 360));
     light.cosOuter = std::cos(outer * (std::numbers::pi / 360));
   }

@@ -7,7 +7,7 @@
 #include "globals/Result.h"
 #include "globals/Vec.h"
 #include "host/description/TypeRegistry.h"
-#include "host/objects/BaseObject.h"
+#include "host/objects/RowMistake.h"
 
 namespace orlix {
 
@@ -67,6 +67,6 @@ struct Light {
 };
 
 // The light that an object of one of the three types describes. An error names what makes no sense.
-Result<Light> ReadLight(const BaseObject& object);
+Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake = nullptr);
 
 }  // namespace orlix

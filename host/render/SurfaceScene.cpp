@@ -8,6 +8,7 @@
 #include <limits>
 #include <numbers>
 
+#include "host/render/Camera.h"
 #include "host/render/SmoothNormals.h"
 
 namespace orlix {
@@ -148,6 +149,11 @@ Status SurfaceScene::Build(const std::vector<Surface>& surfaces) {
     for (const Triangle& t : triangles.back()) {
       for (const std::int32_t corner : t.corner) {
         const Vec3D& p = points.back()[static_cast<std::size_t>(corner)];
+        if (Length(p) > kFarthest) {
+          return Status::Fail(ErrorKind::Scene, fmt::format("\"{}\" reaches to ({:.3g}, {:.3g}, {:.3g}), pictures show "
+                                                            "what is within {:g} host units",
+                                                            surface.name, p.x, p.y, p.z, kFarthest));
+        }
         low = Min(low, p), high = Max(high, p);
       }
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "globals/Result.h"
@@ -19,6 +20,7 @@ struct Surface {
   LMatrix matrix{};  // local to host space
   SurfaceMaterial material{};
   const std::vector<Vec3D>* velocities = nullptr;  // of each point, host units a second; null for one at rest
+  std::string name{};                              // for messages
 };
 
 struct SurfaceHit {

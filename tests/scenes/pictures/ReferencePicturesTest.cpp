@@ -39,7 +39,7 @@ std::filesystem::path MakePicture(const Look& look, const std::filesystem::path&
                        .pool = shipped.pool,
                        .outputFolder = folder.string(),
                        .warnings = shipped.observer.warnings};
-  if (const Status made = maker.Make(state, folder); !made.ok()) throw std::runtime_error(made.error().text);
+  if (const Status made = maker.Make(state, {folder}); !made.ok()) throw std::runtime_error(made.error().text);
   // Each call looks at the gas at least once, on the whole, and at most as often as the finest steps allow.
   EXPECT_GT(maker.report().volumeSamples, maker.report().volumeCalls);
   EXPECT_LT(maker.report().volumeSamples, 2000 * maker.report().volumeCalls);

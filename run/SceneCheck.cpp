@@ -1,0 +1,158 @@
+#include "run/SceneCheck.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "exchange/FrameOutput.h"
+#include "fluids/caches/Cache_OperatorBase.h"
+#include "host/files/FrameFiles.h"
+#include "host/render/Camera.h"
+#include "host/render/Light.h"
+#include "host/render/RenderSettings.h"
+
+namespace orlix {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Found = std::vector<RowMistake>;
+
+void Add(Found& found, const BaseObject& object, int row, std::string text, ErrorKind kind = ErrorKind::Scene) {
+  found.push_back({object.creationNumber(), row, std::move(text), kind});
+}
+
+// --- what pictures refuse --------------------------------------------------------------------------------------------
+
+void CheckPictures(const BaseDocument& document, Found& found) {
+  document.ForEachObject([&](const BaseObject& object) {
+    RowMistake mistake;
+    const TypeRole role = object.type().role;
+    const bool good = role == TypeRole::Camera  ? ReadCamera(object, &mistake).ok()
+                      : role == TypeRole::Light ? ReadLight(object, &mistake).ok()
+                                                : true;
+    if (!good) found.push_back(mistake);
+    if (role != TypeRole::RenderSettings) return;
+    const Status size = CheckPictureSize(object.GetInt(kRenderWidthId), object.GetInt(kRenderHeightId));
+    if (!size.ok()) Add(found, object, kRenderWidthId, "times height: " + size.error().text);
+  });
+}
+
+// --- files that are read ---------------------------------------------------------------------------------------------
+
+// The name in the folder that is nearest to one that isn't there.
+std::string NearestFile(const fs::path& path) {
+  std::string best;
+  int least = 4;
+  std::error_code error;
+  for (fs::directory_iterator at(path.parent_path(), error), end; !error && at != end; at.increment(error)) {
+    const std::string name = at->path().filename().string();
+    const int distance = EditDistance(path.filename().string(), name, least);
+    if (distance < least) least = distance, best = name;
+  }
+  return best;
+}
+
+void CheckInputs(const BaseDocument& document, Found& found) {
+  document.ForEachObject([&](const BaseObject& object) {
+    object.type().ForEachParameter([&](const Parameter& row) {
+      const std::string name = row.type == ParameterType::File ? object.GetString(row.id) : "";
+      const fs::path path = fs::path(document.folder) / name;
+      std::error_code error;
+      // Numbered files are the mesh's to find.
+      if (name.empty() || path.filename().string().find('#') != std::string::npos || fs::exists(path, error)) return;
+      const std::string nearest = NearestFile(path);
+      Add(found, object, row.id,
+          fmt::format("is \"{}\": there is no such file in {}{}", name,
+                      fs::absolute(path, error).parent_path().string(),
+                      nearest.empty() ? "" : fmt::format(", did you mean \"{}\"?", nearest)),
+          ErrorKind::InputFile);
+    });
+  });
+}
+
+// --- files that are written ------------------------------------------------------------------------------------------
+
+bool Leaves(const fs::path& relative) {
+  const fs::path normal = relative.lexically_normal();
+  return normal.is_absolute() || (!normal.empty() && *normal.begin() == "..");
+}
+
+// An absolute folder is meant; a relative one, or a name, that leads out of the folder of results may be a trap.
+void CheckInside(const BaseObject& object, int folderRow, const fs::path& folder, int nameRow, const std::string& name,
+                 const char* base, Found& found) {
+  const bool byFolder = folder.is_relative() && Leaves(folder);
+  if (!byFolder && !Leaves(folder.is_relative() ? folder / name : fs::path(name))) return;
+  Add(found, object, byFolder ? folderRow : nameRow,
+      fmt::format("is \"{}\", which leads out of {}; an absolute folder or --allow-outside permits it",
+                  byFolder ? folder.string() : name, base));
+}
+
+void CheckOutside(const BaseDocument& document, Found& found) {
+  constexpr const char* kResults = "the folder of results";
+  document.ForEachObject([&](const BaseObject& object) {
+    if (object.type().role == TypeRole::Output) {
+      CheckInside(object, OutputSettings::kFolderId, object.GetString(OutputSettings::kFolderId),
+                  OutputSettings::kFileNameId, object.GetString(OutputSettings::kFileNameId), kResults, found);
+    } else if (object.type().role == TypeRole::RenderSettings) {
+      CheckInside(object, kRenderFileNameId, {}, kRenderFileNameId, object.GetString(kRenderFileNameId), kResults,
+                  found);
+    }
+  });
+  for (const RecordedCache& cache : RecordedCaches(document)) {
+    const bool own = cache.object->GetInt(Cache_OperatorBase::kFolderSourceId) != 0;
+    CheckInside(*cache.object, Cache_OperatorBase::kFolderId,
+                own ? cache.object->GetString(Cache_OperatorBase::kFolderId) : "", Cache_OperatorBase::kStemId,
+                cache.stem, "the scene's folder", found);
+  }
+}
+
+fs::path Settled(const fs::path& path) {
+  std::error_code error;
+  const fs::path settled = fs::weakly_canonical(path, error);
+  return error ? path.lexically_normal() : settled;
+}
+
+void CheckResultNames(const BaseDocument& document, const fs::path& results, Found& found) {
+  std::map<fs::path, const BaseObject*> taken;
+  for (const ResultName& name : FrameOutput(document, results).Names(document.minTime.Frame(document.fps))) {
+    const auto [first, fresh] = taken.emplace(Settled(name.path), name.object);
+    if (fresh) continue;
+    const std::string whose =
+        first->second == name.object ? "two of its objects" : fmt::format("\"{}\", too,", first->second->Path());
+    Add(found, *name.object, name.row, fmt::format("gives {}, which {} would write", name.path.string(), whose));
+  }
+}
+
+// Frames are told apart by what stands behind the stem: "smoke" and "smoke1" have one file for frames 10001 and 1.
+void CheckCacheNames(const BaseDocument& document, Found& found) {
+  const std::vector<RecordedCache> caches = RecordedCaches(document);
+  for (std::size_t b = 0; b < caches.size(); ++b) {
+    for (std::size_t a = 0; a < b; ++a) {
+      if (caches[a].extension != caches[b].extension || Settled(caches[a].folder) != Settled(caches[b].folder))
+        continue;
+      const std::string &one = caches[a].stem, &other = caches[b].stem;
+      if (one != other && !FrameOfName(one, other) && !FrameOfName(other, one)) continue;
+      Add(found, *caches[b].object, Cache_OperatorBase::kStemId,
+          fmt::format("is \"{}\": its files can't be told from those of \"{}\", in the same folder", other,
+                      caches[a].object->Path()));
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<RowMistake> FindSceneMistakes(const BaseDocument& document, const SceneCheckOptions& options) {
+  Found found;
+  CheckPictures(document, found);
+  CheckInputs(document, found);
+  if (!options.allowOutside) CheckOutside(document, found);
+  CheckResultNames(document, options.results, found);
+  CheckCacheNames(document, found);
+  return found;
+}
+
+}  // namespace orlix
