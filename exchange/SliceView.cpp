@@ -5,16 +5,19 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/particles/ParticleGroup.h"
 #include "host/description/CurveData.h"
-#include "host/pictures/Srgb.h"
+#include "host/pictures/Canvas.h"
 
 namespace orlix {
 
 namespace {
 
+constexpr double kNothing = -1;  // a pixel without a particle
 constexpr int kPanelHeight = 320, kMaxPanelWidth = 640, kBarHeight = 10, kLabelHeight = 14, kGap = 8, kFontScale = 2;
 
 // One field as it is seen from the front: x to the right, y up.
@@ -57,6 +60,55 @@ Panel MakePanel(std::string label, const VecInt3D& dims, Gradient colours, const
   return panel;
 }
 
+// The box of the solvers' containers, else of the population. Simulation space.
+void BoxOf(OrlixScene& scene, const ParticleFactory& factory, Vec3D& low, Vec3D& high) {
+  low = factory.bounds.min, high = factory.bounds.max;
+  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+    const auto* solver = dynamic_cast<FluidSolver*>(&node);
+    if (!solver || !solver->velocity.grids[0]) return;
+    low = solver->velocity.grids[0]->space.simMin;
+    high = solver->velocity.grids[0]->space.simMax;
+  });
+}
+
+// The speeds of the foremost particles.
+Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& low, const Vec3D& high) {
+  const Vec3D size = high - low;
+  const int ny = kPanelHeight / 2;  // fine enough to show waves, coarse enough to leave no gaps
+  const double perMetre = ny / size.y;
+  const int nx = static_cast<int>(std::clamp(size.x * perMetre, 1.0, 4.0 * kMaxPanelWidth));
+  Panel panel = MakePanel(std::move(label), {nx, ny, 1}, Sea(), [](int, int) { return kNothing; });
+  std::vector<double> front(panel.values.size(), -std::numeric_limits<double>::infinity());
+  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+      const Vec3D at = (rows.positions()[r] - low) * perMetre;
+      if (!(at.x >= 0 && at.x < nx && at.y >= 0 && at.y < ny)) continue;
+      const std::size_t pixel =
+          static_cast<std::size_t>(at.y) * static_cast<std::size_t>(nx) + static_cast<std::size_t>(at.x);
+      if (at.z <= front[pixel]) continue;
+      front[pixel] = at.z;
+      panel.values[pixel] = Length(rows.velocities()[r]);
+      panel.high = std::max(panel.high, panel.values[pixel]);
+    }
+  });
+  return panel;
+}
+
+void AddParticlePanels(OrlixScene& scene, std::vector<Panel>& panels) {
+  scene.ForEachNode(NODE_PARTICLES, NODE_PARTICLES, [&](iBase& node) {
+    auto* group = dynamic_cast<ParticleGroup*>(&node);
+    for (std::int32_t kind = 0; group && group->IsEnabled() && kind < kParticleKinds; ++kind) {
+      if (group->Count(kind) == 0) continue;
+      Vec3D low, high;
+      BoxOf(scene, group->factory(kind), low, high);
+      if (!(high.x > low.x && high.y > low.y) || !IsFinite(low) || !IsFinite(high)) continue;
+      const std::string label =
+          fmt::format("{} {} {} m/s", group->Count(kind), kParticleKindLabels[kind], group->handler.hostObject()->name);
+      panels.push_back(ParticlePanel(label, *group->list(kind), low, high));
+    }
+  });
+}
+
 std::vector<Panel> CollectPanels(OrlixScene& scene) {
   std::vector<Panel> panels;
   scene.ForEachNode(NODE_CHANNEL, NODE_CHANNEL, [&](iBase& node) {
@@ -84,60 +136,13 @@ std::vector<Panel> CollectPanels(OrlixScene& scene) {
       return Length(Vec3D(u(i, j, k) + u(i + 1, j, k), v(i, j, k) + v(i, j + 1, k), w(i, j, k) + w(i, j, k + 1)) * 0.5);
     }));
   });
+  AddParticlePanels(scene, panels);
   return panels;
 }
 
-// Five rows of three bits for each character that a label may have.
-std::uint16_t Glyph(char c) {
-  static constexpr std::uint16_t kDigits[] = {0x7b6f, 0x2492, 0x73e7, 0x73cf, 0x5bc9,
-                                              0x79cf, 0x79ef, 0x7249, 0x7bef, 0x7bcf};
-  static constexpr std::uint16_t kLetters[] = {0x7bed, 0x6bae, 0x7927, 0x6b6e, 0x79a7, 0x79a4, 0x796f, 0x5bed, 0x7497,
-                                               0x126f, 0x5bad, 0x4927, 0x5f6d, 0x5fed, 0x7b6f, 0x7be4, 0x7b79, 0x6bad,
-                                               0x79cf, 0x7492, 0x5b6f, 0x5b6a, 0x5bfd, 0x5aad, 0x5a92, 0x72a7};
-  if (c >= '0' && c <= '9') return kDigits[c - '0'];
-  if (c >= 'a' && c <= 'z') return kLetters[c - 'a'];
-  if (c >= 'A' && c <= 'Z') return kLetters[c - 'A'];
-  if (c == '.') return 0x0002;
-  if (c == '-') return 0x01c0;
-  if (c == '+') return 0x05d0;
-  if (c == '/') return 0x12a4;
-  return 0;
-}
-
-class Canvas {
- public:
-  Canvas(int width, int height) : picture_(width, height) {
-    for (const char* name : {"R", "G", "B"}) picture_.AddChannel(name, 0.012f);
-  }
-  // The colours are meant as they look; pictures hold linear ones.
-  void Set(int x, int y, const Vec3D& shown) {
-    if (x < 0 || y < 0 || x >= picture_.width() || y >= picture_.height()) return;
-    const Vec3D colour = SrgbToLinear(shown);
-    const std::size_t at = static_cast<std::size_t>(y) * picture_.width() + x;
-    picture_.Find("R")->values[at] = static_cast<float>(colour.x);
-    picture_.Find("G")->values[at] = static_cast<float>(colour.y);
-    picture_.Find("B")->values[at] = static_cast<float>(colour.z);
-  }
-  void Block(int x, int y) {
-    for (int n = 0; n < kFontScale * kFontScale; ++n) Set(x + n % kFontScale, y + n / kFontScale, {0.9, 0.9, 0.9});
-  }
-  void Text(int x, int y, const std::string& text) {
-    for (const char c : text) {
-      const std::uint16_t glyph = Glyph(c);
-      for (int bit = 0; bit < 15; ++bit) {
-        if ((glyph >> (14 - bit) & 1) != 0) Block(x + bit % 3 * kFontScale, y + bit / 3 * kFontScale);
-      }
-      x += 4 * kFontScale;
-    }
-  }
-  Picture Take() { return std::move(picture_); }
-
- private:
-  Picture picture_;
-};
-
 void DrawPanel(Canvas& canvas, const Panel& panel, int left, int width) {
   const auto colourOf = [&](double v) {
+    if (v == kNothing) return Vec3D(0.02, 0.02, 0.03);
     return std::isfinite(v) ? panel.colours.ColourAt(panel.high > 0 ? v / panel.high : 0) : Vec3D(1, 0, 1);
   };
   for (int y = 0; y < kPanelHeight; ++y) {
@@ -167,13 +172,15 @@ Picture DrawSliceView(OrlixScene& scene) {
     total += widths.back() + kGap;
   }
   if (panels.empty()) return {};
-  Canvas canvas(total, kPanelHeight + kBarHeight + kLabelHeight + 4 * kGap);
+  Picture picture(total, kPanelHeight + kBarHeight + kLabelHeight + 4 * kGap);
+  for (const char* name : {"R", "G", "B"}) picture.AddChannel(name, 0.012f);
+  Canvas canvas(picture, kFontScale);
   int left = kGap;
   for (std::size_t p = 0; p < panels.size(); ++p) {
     DrawPanel(canvas, panels[p], left, widths[p]);
     left += widths[p] + kGap;
   }
-  return canvas.Take();
+  return picture;
 }
 
 }  // namespace orlix

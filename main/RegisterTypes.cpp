@@ -12,6 +12,7 @@
 #include "fluids/particle_emitters/ParticleEmitterTypes.h"
 #include "fluids/particle_exchange/ParticleExchangeTypes.h"
 #include "fluids/particle_operators/ParticleOperatorTypes.h"
+#include "fluids/particle_renderer/ParticleRendererTypes.h"
 #include "fluids/particles/ParticleTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
@@ -75,6 +76,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterParticleExchangeTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
+  RegisterParticleRendererTypes(factory);
   for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }
 

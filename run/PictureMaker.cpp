@@ -4,13 +4,24 @@
 
 #include "exchange/FrameOutput.h"
 #include "exchange/SliceView.h"
+#include "fluids/particle_renderer/ParticlePicture.h"
 #include "fluids/volume_renderer/GasMaterial.h"
 #include "host/pictures/PictureFile.h"
 #include "host/render/GatherRenderWorld.h"
+#include "host/render/LegendBar.h"
 
 namespace orlix {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+bool WantsVelocities(const BaseDocument& document) {
+  const std::vector<BaseObject*> settings = document.ObjectsOfType(kRenderSettingsId);
+  return !settings.empty() && settings.front()->GetBool(kRenderVelocityId);
+}
+
+}  // namespace
 
 Status PictureMaker::Make(const RunState& state, const std::vector<fs::path>& folders) {
   written_.clear();
@@ -37,8 +48,13 @@ Status PictureMaker::MakeSlices(const RunState& state, const std::vector<fs::pat
 
 Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& folders) {
   const auto materials = CollectGasMaterials(state.document, state.hook);
+  const bool velocities = WantsVelocities(state.document);
+  Result<ParticlePicture> particles =
+      MakeParticlePicture(state.document, state.hook, state.pool, velocities, state.warnings, state.frame);
+  if (!particles) return particles.error();
   GatherOptions gather;
   gather.width = options_.width, gather.height = options_.height;
+  gather.boxLow = particles->low, gather.boxHigh = particles->high;
   for (const auto& material : materials) {
     Vec3D low, high;
     if (!material->Bounds(low, high)) continue;
@@ -49,15 +65,18 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
   RenderWorld world;
   if (Status gathered = GatherRenderWorld(state.document, gather, world); !gathered) return gathered;
   for (const auto& material : materials) world.volumes.push_back(material.get());
+  world.points = std::move(particles->clouds);
   RenderOptions render;
   render.time = state.document.time().Seconds();
   render.thread = thread_;
-  const Result<Picture> picture = RenderPicture(world, state.pool, render, &report_);
+  Result<Picture> picture = RenderPicture(world, state.pool, render, &report_);
   if (!picture) return picture.error();
   if (report_.broken) return {};
   const RenderSettings& settings = world.settings;
+  // OpenEXR first: its pictures go on to be composed, and have no legend.
   for (const auto& [wanted, extension] : {std::pair(settings.writeExr, ".exr"), std::pair(settings.writePng, ".png")}) {
     if (!wanted) continue;
+    if (extension == std::string_view(".png")) DrawLegends(particles->legends, settings.exposure, *picture);
     for (const fs::path& folder : folders) {
       const fs::path path = ResultPath(folder, settings.name, state.frame, extension);
       if (Status status = Write(*picture, path, settings.exposure); !status) return status;

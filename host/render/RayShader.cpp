@@ -55,11 +55,14 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
   return all;
 }
 
-ShadedRay RayShader::Shade(const CameraRay& ray, const Vec2D& pixelOffset, std::uint64_t firstIndex) {
+ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Vec2D& pixelOffset,
+                           std::uint64_t firstIndex) {
   ++counts_.camera;
+  const double toPoint = point ? (point->depth - world_.camera.near) / ray.cosine : ray.length;
   SurfaceHit hit;
-  const bool onSurface = world_.surfaces.Intersect(ray.origin, ray.direction, ray.length, hit);
-  const double end = onSurface ? hit.distance : ray.length;
+  const bool onSurface = world_.surfaces.Intersect(ray.origin, ray.direction, std::min(toPoint, ray.length), hit);
+  const bool onPoint = point && !onSurface;
+  const double end = onSurface ? hit.distance : std::min(toPoint, ray.length);
 
   VolumeRay volumeRay;
   volumeRay.origin = ray.origin, volumeRay.direction = ray.direction;
@@ -70,14 +73,15 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const Vec2D& pixelOffset, std::
   const RenderSettings& settings = world_.settings;
   Vec3D behind = settings.skyVisible ? settings.skyColour : Vec3D();
   if (onSurface) behind = ShadeSurface(hit, -ray.direction, pixelOffset, firstIndex);
+  if (onPoint) behind = ShadePoint(*point, ray.origin + ray.direction * end);
 
   ShadedRay result;
   result.colour = volumes.colour + volumes.transmittance * behind;
-  result.alpha = onSurface || settings.skyVisible ? 1 : 1 - Mean(volumes.transmittance);
+  result.alpha = onSurface || onPoint || settings.skyVisible ? 1 : 1 - Mean(volumes.transmittance);
   if (Mean(volumes.transmittance) < 0.5) {
     result.found = true, result.distance = volumes.distance, result.velocity = volumes.velocity;
-  } else if (onSurface) {
-    result.found = true, result.distance = hit.distance, result.velocity = hit.velocity;
+  } else if (onSurface || onPoint) {
+    result.found = true, result.distance = end, result.velocity = onPoint ? point->velocity : hit.velocity;
   }
   if (!IsFinite(result.colour) || !std::isfinite(result.alpha)) {
     ++counts_.notFinite;
@@ -101,6 +105,20 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
   ray.worker = worker_, ray.random = random_;
   for (const Span& span : spans_) passing = passing * span.volume->volume->Transparency(ray);
   return passing;
+}
+
+// A ball reflects evenly. The sky counts by how far the ball's surface looks up: no rays are spent on what else is
+// near.
+Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
+  if (!point.lit) return point.colour;
+  const RenderSettings& settings = world_.settings;
+  Vec3D light = settings.skyColour * (settings.skyLight * 0.5 * (1 + point.normal.y));
+  for (const Light& each : world_.lights) {
+    const Illumination illumination = each.Illuminate(x);
+    const double cosine = Dot(point.normal, illumination.toLight);
+    if (cosine > 0) light += illumination.colour * LightPassing(each, illumination, x) * cosine;
+  }
+  return point.colour * light;
 }
 
 Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset,

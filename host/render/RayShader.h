@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "globals/Random.h"
+#include "host/render/PointRaster.h"
 #include "host/render/RenderWorld.h"
 
 namespace orlix {
@@ -35,8 +36,9 @@ class RayShader {
   // The generator of the tile in hand: volumes draw from it.
   void SetRandom(MersenneTwister& random) { random_ = &random; }
 
-  // Gather rays take their directions from points firstIndex, firstIndex + 1, ... of the pixel's sequence.
-  ShadedRay Shade(const CameraRay& ray, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // point: of the clouds, where the ray meets one. Gather rays take their directions from points firstIndex, firstIndex
+  // + 1, ... of the pixel's sequence.
+  ShadedRay Shade(const CameraRay& ray, const PointHit* point, const Vec2D& pixelOffset, std::uint64_t firstIndex);
 
   const RayCounts& counts() const { return counts_; }
 
@@ -47,6 +49,7 @@ class RayShader {
   };
   VolumeSample VolumesAlong(VolumeRay& ray, double end);
   Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
+  Vec3D ShadePoint(const PointHit& point, const Vec3D& x);
   Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset, std::uint64_t firstIndex);
   Vec3D GatherAround(const SurfaceHit& hit, const Vec3D& origin, const Vec2D& pixelOffset, std::uint64_t firstIndex);
   bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end);

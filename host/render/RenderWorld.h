@@ -6,6 +6,7 @@
 
 #include "host/render/Camera.h"
 #include "host/render/Light.h"
+#include "host/render/PointCloud.h"
 #include "host/render/RenderSettings.h"
 #include "host/render/SurfaceScene.h"
 #include "host/render/VolumeShader.h"
@@ -19,6 +20,7 @@ class RenderWorld {
   std::vector<Light> lights;  // those that are on
   SurfaceScene surfaces;
   std::vector<VolumeShader*> volumes;  // owned by others, in the order of creation
+  std::vector<PointCloud> points;      // rays of the camera see them; lights and other rays pass
 
   // The share of a light that surfaces let through to a point off all surfaces, one value a colour: white, or black in
   // the shadow. White for a light that casts none.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <new>
 
+#include "host/render/PointRaster.h"
 #include "host/render/RayShader.h"
 #include "host/render/SampleSequence.h"
 
@@ -31,8 +32,9 @@ struct Tile {
 
 class PictureJob {
  public:
-  PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const RenderOptions& options,
-             Picture& picture);
+  // Throws std::bad_alloc.
+  PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const PointRaster& points,
+             const RenderOptions& options, int workers, Picture& picture);
 
   void Run(WorkerPool& workers);
   RayCounts counts() const;
@@ -41,11 +43,13 @@ class PictureJob {
  private:
   Tile TileAt(int number) const;
   void ShadeTiles(int worker);
-  void ShadePixel(RayShader& shader, int x, int y) const;
+  // points: what the pixel's samples see of the clouds; null where there are none.
+  void ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const;
   void Report(bool last);
 
   const RenderWorld& world_;
   const std::vector<VolumeInBox>& volumes_;
+  const PointRaster& points_;
   const RenderOptions& options_;
   Picture& picture_;
   Planes planes_{};
@@ -53,13 +57,14 @@ class PictureJob {
   std::atomic<int> next_{0}, done_{0};
   std::atomic<bool> broken_{false};
   std::vector<RayCounts> countsOfWorkers_;
+  std::vector<std::vector<PointSample>> drawn_;  // of each worker's tile, where there are points
   Clock::time_point start_ = Clock::now();
   double reported_ = 0;
 };
 
-PictureJob::PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const RenderOptions& options,
-                       Picture& picture)
-    : world_(world), volumes_(volumes), options_(options), picture_(picture) {
+PictureJob::PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const PointRaster& points,
+                       const RenderOptions& options, int workers, Picture& picture)
+    : world_(world), volumes_(volumes), points_(points), options_(options), picture_(picture) {
   columns_ = (picture.width() + kTileSize - 1) / kTileSize;
   tiles_ = columns_ * ((picture.height() + kTileSize - 1) / kTileSize);
   const auto plane = [&](const char* name) {
@@ -68,6 +73,11 @@ PictureJob::PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>&
   };
   planes_ = {plane("R"), plane("G"), plane("B"),
              plane("A"), plane("Z"), {plane("velocity.X"), plane("velocity.Y"), plane("velocity.Z")}};
+  countsOfWorkers_.resize(static_cast<std::size_t>(workers));
+  drawn_.resize(static_cast<std::size_t>(workers));
+  if (points.empty()) return;
+  for (auto& each : drawn_)
+    each.reserve(std::size_t(kTileSize) * kTileSize * static_cast<std::size_t>(world.settings.samples));
 }
 
 Tile PictureJob::TileAt(int number) const {
@@ -75,7 +85,7 @@ Tile PictureJob::TileAt(int number) const {
   return {left, top, std::min(left + kTileSize, picture_.width()), std::min(top + kTileSize, picture_.height())};
 }
 
-void PictureJob::ShadePixel(RayShader& shader, int x, int y) const {
+void PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const {
   const RenderSettings& settings = world_.settings;
   const Vec2D offset = PixelOffset(x, y, static_cast<std::uint32_t>(settings.seed));
   Vec3D colour, velocity;
@@ -84,7 +94,9 @@ void PictureJob::ShadePixel(RayShader& shader, int x, int y) const {
     const Vec2D place = PlaceInPixel(sample, settings.samples);
     const CameraRay ray = world_.camera.RayThrough(x + place.x, y + place.y, settings.width, settings.height);
     const auto first = static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(settings.skySamples);
-    const ShadedRay shaded = shader.Shade(ray, offset, first);
+    const bool onPoint = points && std::isfinite(points[sample].depth);
+    const PointHit point = onPoint ? points_.HitOf(points[sample]) : PointHit();
+    const ShadedRay shaded = shader.Shade(ray, onPoint ? &point : nullptr, offset, first);
     colour += shaded.colour;
     alpha += shaded.alpha;
     const double sampleDepth = world_.camera.near + shaded.distance * ray.cosine;
@@ -107,14 +119,20 @@ void PictureJob::ShadeTiles(int worker) {
   RayShader shader(world_, volumes_, worker);
   MersenneTwister random;
   shader.SetRandom(random);
+  std::vector<PointSample>& drawn = drawn_[static_cast<std::size_t>(worker)];
   for (int tile = next_++; tile < tiles_; tile = next_++) {
     random.Seed(kFirstSeed + static_cast<std::uint32_t>(tile) +
                 0x9e3779b9u * static_cast<std::uint32_t>(world_.settings.seed));
     const Tile area = TileAt(tile);
+    if (!points_.empty()) points_.Draw(tile, area.left, area.top, area.right, area.bottom, drawn);
     for (int y = area.top; y < area.bottom; ++y) {
       if (options_.thread && options_.thread->TestBreak()) broken_ = true;
       if (broken_) break;
-      for (int x = area.left; x < area.right; ++x) ShadePixel(shader, x, y);
+      for (int x = area.left; x < area.right; ++x) {
+        const std::size_t pixel =
+            static_cast<std::size_t>(y - area.top) * (area.right - area.left) + static_cast<std::size_t>(x - area.left);
+        ShadePixel(shader, x, y, drawn.empty() ? nullptr : &drawn[pixel * world_.settings.samples]);
+      }
     }
     ++done_;
     if (worker == 0) Report(false);
@@ -134,7 +152,6 @@ void PictureJob::Report(bool last) {
 
 void PictureJob::Run(WorkerPool& workers) {
   start_ = Clock::now();
-  countsOfWorkers_.assign(static_cast<std::size_t>(workers.count()), {});
   workers.Run(workers.count(), [&](int worker) { ShadeTiles(worker); });
   Report(true);
 }
@@ -192,15 +209,21 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
     VolumeInBox box{volume, {}, {}};
     if (volume->Bounds(box.low, box.high)) boxes.push_back(box);
   }
-  r.startSeconds = SecondsSince(start);
-
-  PictureJob job(world, boxes, options, *picture);
-  job.Run(workers);
-  r.raySeconds = SecondsSince(start) - r.startSeconds;
-  const RayCounts counts = job.counts();
-  r.cameraRays = counts.camera, r.shadowRays = counts.shadow, r.gatherRays = counts.gather;
-  r.volumeCalls = counts.volume, r.volumeSamples = counts.volumeSamples, r.notFinite = counts.notFinite;
-  r.broken = job.broken();
+  const RenderSettings& settings = world.settings;
+  try {
+    const PointRaster points(world.points, world.camera, settings.width, settings.height, kTileSize, settings.samples,
+                             workers);
+    PictureJob job(world, boxes, points, options, workers.count(), *picture);
+    r.startSeconds = SecondsSince(start);
+    job.Run(workers);
+    r.raySeconds = SecondsSince(start) - r.startSeconds;
+    const RayCounts counts = job.counts();
+    r.cameraRays = counts.camera, r.shadowRays = counts.shadow, r.gatherRays = counts.gather;
+    r.volumeCalls = counts.volume, r.volumeSamples = counts.volumeSamples, r.notFinite = counts.notFinite;
+    r.broken = job.broken();
+  } catch (const std::bad_alloc&) {
+    return Result<Picture>::Fail(ErrorKind::Memory, "no memory for the particles of the picture");
+  }
   return picture;
 }
 
