@@ -1,14 +1,13 @@
 #include "fluids/level_sets/ParticleToLevelset.h"
 
 #include <cassert>
+#include <vector>
 
 #include "globals/Multiversion.h"
 
 namespace orlix {
 
 namespace {
-
-constexpr double kPerCell = 1 / (0.5 * 0.5 * 0.5);  // particles of a full cell that stand half a cell apart
 
 // f(cell, entries) for each occupied cell, on the pool.
 template <class F>
@@ -47,6 +46,38 @@ void ParticleToLevelset::MarkCells(WorkerPool& pool, const ParticleSort& sort,
   });
 }
 
+void ParticleToLevelset::FillHoles(WorkerPool& pool, const GridView<std::uint8_t>& mask,
+                                   const GridView<const double>& solid) const {
+  const VecInt3D n = mask.dims;
+  const auto inSolid = [&](int i, int j, int k) {
+    double sum = 0;
+    for (int corner = 0; corner < 8; ++corner) sum += solid(i + (corner & 1), j + (corner >> 1 & 1), k + (corner >> 2));
+    return sum < 0;
+  };
+  std::vector<std::vector<std::int64_t>> holes(std::size_t(pool.count()));
+  ParallelRange(pool, 1, n.z - 1, [&](int from, int to, int worker) {
+    for (int k = from; k < to; ++k) {
+      for (int j = 1; j < n.y - 1; ++j) {
+        const std::uint8_t *m = &mask(0, j, k), *below = m - n.x, *above = m + n.x, *before = m - mask.slab,
+                           *behind = m + mask.slab;
+        for (int i = 1; i < n.x - 1; ++i) {
+          if (m[i] || !(m[i - 1] | m[i + 1] | below[i] | above[i] | before[i] | behind[i])) continue;
+          const auto closed = [&](std::uint8_t liquid, int di, int dj, int dk) {
+            return liquid || (solid.data && inSolid(i + di, j + dj, k + dk));
+          };
+          if (closed(m[i - 1], -1, 0, 0) && closed(m[i + 1], 1, 0, 0) && closed(below[i], 0, -1, 0) &&
+              closed(above[i], 0, 1, 0) && closed(before[i], 0, 0, -1) && closed(behind[i], 0, 0, 1)) {
+            holes[std::size_t(worker)].push_back(mask.slab * k + std::int64_t(n.x) * j + i);
+          }
+        }
+      }
+    }
+  });
+  for (const auto& found : holes) {
+    for (const std::int64_t cell : found) mask[cell] = 1;
+  }
+}
+
 void ParticleToLevelset::SubtractDensities(WorkerPool& pool, const ParticleSort& sort, ScalarGrid& target) const {
   ForCells(pool, sort, [&](std::int32_t cell, std::span<const std::int32_t> entries) {
     double sum = 0;
@@ -58,7 +89,7 @@ void ParticleToLevelset::SubtractDensities(WorkerPool& pool, const ParticleSort&
 void ParticleToLevelset::Build(WorkerPool& pool, ScratchPool& scratch, const ParticleSort& sort,
                                const GridView<const double>& solid, ScalarGrid& target) const {
   assert(target.dims == sort.space().dims);
-  double reach = kPerCell * iso;
+  double reach = Reach();
   if (mode == Mass) {
     target.Fill(reach, &pool);
     SubtractDensities(pool, sort, target);
@@ -69,6 +100,7 @@ void ParticleToLevelset::Build(WorkerPool& pool, ScratchPool& scratch, const Par
     ParallelRange(pool, 0, target.dims.z,
                   [&](int from, int to, int) { std::fill(mask->data + from * slab, mask->data + to * slab, 0); });
     MarkCells(pool, sort, *mask);
+    if (fillHoles) FillHoles(pool, *mask, solid);
     LevelSetFromMask(pool, *mask, target, kFar, true);
   }
   if (solid.data) ReachIntoSolids(pool, solid, reach, target);

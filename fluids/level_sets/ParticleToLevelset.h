@@ -21,6 +21,12 @@ struct ParticleToLevelset {
   std::int32_t mode = Cells;
   double iso = 0.2;
   std::int32_t minimumCount = 4;  // a liquid cell has more; particles that a sheet inserted don't count
+  // Cells: a cell that only liquid and solid cells touch is liquid. Without air in it such a gap would be a hole in the
+  // pressure, into which the liquid around falls.
+  bool fillHoles = false;
+
+  // By mass: the value of a cell without particles; 8 stand in a full one, half a cell apart.
+  double Reach() const { return 8 * iso; }
 
   // Fills target, whose cells are those of the sort. solid: the signed distance on the nodes of the same cells; without
   // data nothing reaches into solids. Throws std::bad_alloc.
@@ -29,6 +35,7 @@ struct ParticleToLevelset {
 
  private:
   void MarkCells(WorkerPool& pool, const ParticleSort& sort, const GridView<std::uint8_t>& mask) const;
+  void FillHoles(WorkerPool& pool, const GridView<std::uint8_t>& mask, const GridView<const double>& solid) const;
   void SubtractDensities(WorkerPool& pool, const ParticleSort& sort, ScalarGrid& target) const;
 };
 

@@ -6,9 +6,10 @@
 
 namespace orlix {
 
-// m^3: each cell by the share of it that its distance leaves on the inner side, linear over half a cell on both sides
-// of the surface, times its open share; without shares all are open. Sums go by layers, in their order.
-double LiquidVolume(const GridView<const double>& phi, double cellSize, const GridView<const float>& open,
-                    WorkerPool& pool);
+// m^3: each cell by the share of it that its value leaves on the inner side, linear over width (a cell's edge, where
+// phi is a distance) about the surface, times its open share; without shares all are open. Sums go by layers, in their
+// order.
+double LiquidVolume(const GridView<const double>& phi, double width, double cellVolume,
+                    const GridView<const float>& open, WorkerPool& pool);
 
 }  // namespace orlix

@@ -13,8 +13,8 @@ namespace orlix {
 namespace {
 
 constexpr std::int32_t kBoundsCapacity = 8, kStepCapacity = 16;  // entries of a full cell
+constexpr double kMostVolumeGain = 0.25;  // of a deviation that a sub-step takes away, or it would swing
 constexpr double kLargest = std::numeric_limits<double>::max();
-constexpr double kParticlesACell = 8;  // of a full one
 
 // The box of the cells at or below 0, a cell wide at least.
 void RecordLiquidBox(ScalarGrid& phi, WorkerPool& pool) {
@@ -63,6 +63,9 @@ bool WaterSolver::ReadParameters() {
   flipRatio = handler.GetDouble(kFlipRatioId);
   gathering.radius = handler.GetDouble(kGatherRadiusId);
   followCache = handler.GetBool(kFollowCacheId);
+  keeping.rate = handler.GetDouble(kKeepVolumeId);
+  particleLevelset.fillHoles = keeping.rate > 0;
+  keeping.particles = handler.GetInt(kFullCellId);
   return true;
 }
 
@@ -151,12 +154,14 @@ MemoryNeed WaterSolver::MemoryFor(const VecInt3D& cells) const {
 void WaterSolver::AddToReport(SubstepReport& report) {
   if (!HasGrids()) return;
   const double h = levelset.grid->space.cellSize;
+  const bool byMass = particleLevelset.mode == ParticleToLevelset::Mass;
   LiquidReport liquid;
   liquid.node = DisplayName();
-  liquid.surfaceVolume = LiquidVolume(*levelset.grid, h, fractions.View(0, 0), scene->pool());
+  liquid.surfaceVolume = LiquidVolume(*levelset.grid, byMass ? 2 * particleLevelset.Reach() : h, h * h * h,
+                                      fractions.View(0, 0), scene->pool());
   for (const ParticleGroup* group : groups) liquid.particles += group->Count(PK_Liquid);
   liquid.outside = liquid.particles - static_cast<std::int64_t>(sort.AllEntries().size());
-  liquid.particleVolume = double(liquid.particles) / kParticlesACell * h * h * h;
+  liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
   report.liquids.push_back(std::move(liquid));
 }
 
@@ -236,7 +241,17 @@ void WaterSolver::GridToParticles(double ratio) {
   for (auto& grid : before_) grid.GiveBack();
 }
 
+void WaterSolver::AddVolumeCorrection() {
+  ScalarGrid* source = divergenceSource.grid.get();
+  const GridView<const float> open = fractions.View(0, 0);
+  if (!HasGrids() || !source || source->dims != levelset.grid->dims || open.dims != source->dims) return;
+  VolumeKeeping steady = keeping;
+  steady.rate = std::min(keeping.rate, kMostVolumeGain / simulationInfo->substepDuration);
+  AddVolumeSource(steady, sort, *levelset.grid, open, scene->scratch(), *source, scene->pool());
+}
+
 void WaterSolver::Project() {
+  AddVolumeCorrection();
   constraint.Apply();
   ApplyContainerBoundary(1.0f);
   projection->Project();

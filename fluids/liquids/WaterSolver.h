@@ -9,6 +9,7 @@
 #include "fluids/level_sets/ParticleToLevelset.h"
 #include "fluids/liquids/FlipTransfer.h"
 #include "fluids/liquids/LiquidVolume.h"
+#include "fluids/liquids/VolumeKeeping.h"
 
 namespace orlix {
 
@@ -16,7 +17,7 @@ class WaterSolver final : public FluidSolver {
  public:
   static constexpr int kGroupsId = 1201, kModeId = 1203, kFlipRatioId = 1204, kGatherId = 1209, kLevelSetModeId = 1210,
                        kGatherRadiusId = 1211, kLevelSetIsoId = 1212, kLevelSetMinimumId = 1214, kFollowCacheId = 1216,
-                       kGatherKernelId = 1217;
+                       kGatherKernelId = 1217, kKeepVolumeId = 1218, kFullCellId = 1219;
 
   WaterSolver(BaseList2D* hostObject, OrlixScene& owner);
   // "Liquid Dynamics", and the same with another interface for thick liquids.
@@ -49,6 +50,7 @@ class WaterSolver final : public FluidSolver {
   bool gather = false;      // faces gather with a kernel instead of a splat
   double flipRatio = 0.96;  // 0 takes the grid's velocity, 1 only its change
   Gathering gathering;
+  VolumeKeeping keeping;
   bool followCache = false;  // particles move along with velocities that are played back
 
  protected:
@@ -62,6 +64,7 @@ class WaterSolver final : public FluidSolver {
   void RebuildSurface();
   void ParticlesToGrid();
   void GridToParticles(double ratio);
+  void AddVolumeCorrection();
 
   std::uint64_t surfaceRevision_ = 0;
   ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11

@@ -42,6 +42,14 @@ constexpr Parameter kParameters[] = {
         .Between(0, 1000),
     BoolParameter(WaterSolver::kFollowCacheId, "follow_cache", false,
                   "Particles move along with velocities that a cache plays"),
+    FloatParameter(
+        WaterSolver::kKeepVolumeId, "keep_volume", 0.0, "1/s",
+        "How fast particles that crowd are driven apart, and thinned ones closed up, so that splashing loses "
+        "no volume: 5 is a good value, 0 leaves it")
+        .Between(0, 1000),
+    IntParameter(WaterSolver::kFullCellId, "full_cell", 8, "",
+                 "Particles of a full cell: 8 of an emitter with subdivision 1, 64 with 2")
+        .Between(1, 32768),
     FloatParameter(Grid_Incompressibility::kDensityId, "density", 1000.0, "kg/m^3",
                    "Density of the liquid; it scales the pressure")
         .Above(0),

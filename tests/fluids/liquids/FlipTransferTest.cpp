@@ -102,7 +102,7 @@ TEST(LiquidVolume, IsThatOfABox) {
   Grid<double> phi({6, 6, 6}, 13);
   ForAll(phi.dims, [&](int i, int j, int k) { phi(i, j, k) = (j - 2.3) * 0.5; });
   WorkerPool pool(2);
-  EXPECT_NEAR(LiquidVolume(phi, 0.5, {}, pool), 36 * 2.8 * 0.125, 1e-12);
+  EXPECT_NEAR(LiquidVolume(phi, 0.5, 0.125, {}, pool), 36 * 2.8 * 0.125, 1e-12);
 }
 
 // --- the pressure system at a free surface

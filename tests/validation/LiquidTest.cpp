@@ -1,0 +1,285 @@
+// Liquids against experiments and theory. docs/validation.md tells of the results.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "tests/validation/Curve.h"
+#include "tests/validation/Tank.h"
+
+namespace orlix {
+namespace {
+
+using test::Curve;
+using test::Tank;
+using test::TankSettings;
+
+constexpr double kGravity = 9.81;  // m/s^2
+
+// Of the values, the one that a share of them doesn't pass.
+double Quantile(std::vector<double> values, double share) {
+  if (values.empty()) return 0;
+  const auto at = values.begin() + std::ptrdiff_t(double(values.size() - 1) * share);
+  std::nth_element(values.begin(), at, values.end());
+  return *at;
+}
+
+double TopSpeed(Tank& tank) {
+  double most = 0;
+  tank.ForEach([&](const Vec3D&, const Vec3D& v) { most = std::max(most, LengthSquared(v)); });
+  return std::sqrt(most);
+}
+
+// --- a collapsing column (Martin and Moyce 1952, tables 2 and 6 for a column twice as high as wide)
+
+struct Measured {
+  std::vector<double> time, value;
+  double At(double t) const {
+    const auto n = std::clamp<std::ptrdiff_t>(std::upper_bound(time.begin(), time.end(), t) - time.begin(), 1,
+                                              std::ssize(time) - 1);
+    const auto i = std::size_t(n);
+    return value[i - 1] + (value[i] - value[i - 1]) * (t - time[i - 1]) / (time[i] - time[i - 1]);
+  }
+};
+// Front over width against t sqrt(2 g / width).
+const Measured kFront = {{0.41, 0.84, 1.19, 1.43, 1.63, 1.83, 1.98, 2.20, 2.32, 2.51, 2.65, 2.83, 2.98, 3.11, 3.33},
+                         {1.11, 1.22, 1.44, 1.67, 1.89, 2.11, 2.33, 2.56, 2.78, 3.00, 3.22, 3.44, 3.67, 3.89, 4.11}};
+// Height over that at the start against t sqrt(g / width).
+const Measured kHeight = {{0.56, 0.77, 0.93, 1.08, 1.28, 1.46, 1.66, 1.84, 2.00, 2.21, 2.45, 2.70, 3.06, 3.44, 4.20},
+                          {0.94, 0.89, 0.83, 0.78, 0.72, 0.67, 0.61, 0.56, 0.50, 0.44, 0.39, 0.33, 0.28, 0.22, 0.17}};
+constexpr double kGateShift = 0.18;  // of t sqrt(2 g / width): the gate of the experiment took its time to leave
+
+// The mean over z of the furthest that particles which count reach along an axis. Their surface is a quarter of a cell,
+// half their distance, beyond the last ones.
+template <class F>
+double Reach(Tank& tank, double cell, int axis, F&& counts) {
+  std::vector<double> most;
+  tank.ForEach([&](const Vec3D& p, const Vec3D&) {
+    if (!counts(p)) return;
+    const auto slice = std::size_t(p.z / (cell / 2));
+    if (slice >= most.size()) most.resize(slice + 1, 0.0);
+    most[slice] = std::max(most[slice], p[axis]);
+  });
+  double sum = 0;
+  for (const double v : most) sum += v / double(most.size());
+  return sum + cell / 4;
+}
+
+void ComparesWithTheColumn(double cell, const std::string& name) {
+  constexpr double kWidth = 0.5;  // m
+  TankSettings settings;
+  settings.size = {2.4, 1.2, 4 * cell}, settings.cell = cell, settings.fps = 60;
+  settings.liquid = R"("keep_volume": 5,)";
+  Tank tank(settings);
+  tank.Fill([&](const Vec3D& p) { return p.x < kWidth && p.y < 2 * kWidth; });
+  Curve curve("column_" + name, "T,front,front (measured),height,height (measured)");
+  int compared = 0;
+  for (int frame = 1; frame <= 48; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    const double front = Reach(tank, cell, 0, [&](const Vec3D& p) { return p.y < 2 * cell; }) / kWidth;
+    const double height = Reach(tank, cell, 1, [&](const Vec3D& p) { return p.x < cell; }) / (2 * kWidth);
+    // Frame 1 stands at time 0. A step moves particles by the velocity before it: half a step late.
+    const double seconds = (frame - 1.5) / settings.fps;
+    const double time = seconds * std::sqrt(2 * kGravity / kWidth) + kGateShift, slow = time / std::sqrt(2.0);
+    curve.Add({time, front, kFront.At(time), height, kHeight.At(slow)});
+    if (time < 0.84 || time > 3.33) continue;
+    EXPECT_NEAR(front, kFront.At(time), 0.08 * kFront.At(time)) << "front at T " << time;
+    EXPECT_NEAR(height, kHeight.At(slow), 0.08 * kHeight.At(slow)) << "height at T " << time;
+    ++compared;
+  }
+  EXPECT_GT(compared, 20);
+}
+
+TEST(ColumnSlow, FrontAndHeightAreTheMeasuredOnes) { ComparesWithTheColumn(0.05, "coarse"); }
+TEST(ColumnSlow, FrontAndHeightAreTheMeasuredOnesAtTwiceTheResolution) { ComparesWithTheColumn(0.025, "fine"); }
+
+// --- rest, fall, waves
+
+void StaysAtRest(int frames, double keepVolume) {
+  TankSettings settings;
+  settings.size = {0.75, 1, 0.5}, settings.cell = 1.0 / 16;
+  settings.liquid = R"("keep_volume": )" + std::to_string(keepVolume) + ",";
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return p.y < 0.5; });
+  Curve curve("rest_" + std::to_string(int(keepVolume)), "frame,top speed (m/s),surface (m)");
+  double fastest = 0;
+  for (int frame = 1; frame <= frames; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    fastest = std::max(fastest, TopSpeed(tank));
+    std::vector<double> y;
+    tank.ForEach([&](const Vec3D& p, const Vec3D&) { y.push_back(p.y); });
+    const double surface = *std::max_element(y.begin(), y.end());
+    curve.Add({double(frame), TopSpeed(tank), surface});
+    EXPECT_NEAR(surface, 0.5, settings.cell / 2) << frame;
+  }
+  EXPECT_LT(fastest, 1e-3) << "m/s";
+}
+
+TEST(Tank, StaysAtRest) { StaysAtRest(6, 5); }
+TEST(TankSlow, StaysAtRestFor500Frames) { StaysAtRest(500, 5); }
+TEST(TankSlow, StaysAtRestFor500FramesWithoutVolumeKeeping) { StaysAtRest(500, 0); }
+
+TEST(Tank, ABodyOfWaterFallsFreely) {
+  TankSettings settings;
+  settings.size = {0.5, 2, 0.5}, settings.cell = 1.0 / 16, settings.fps = 48;
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return Length(p - Vec3D(0.25, 1.6, 0.25)) < 0.15; });
+  int compared = 0;
+  for (int frame = 1; frame <= 24; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    const double t = double(frame - 1) / settings.fps;
+    tank.ForEach([&](const Vec3D&, const Vec3D& v) {
+      EXPECT_LT(Length(v - Vec3D(0, -kGravity * t, 0)), 1e-3 * std::max(0.1, kGravity * t)) << frame;
+      ++compared;
+    });
+  }
+  EXPECT_GT(compared, 10000);
+  // A step moves by the velocity before it: half a step late.
+  double lowest = 2, highest = 0;
+  tank.ForEach([&](const Vec3D& p, const Vec3D&) { lowest = std::min(lowest, p.y), highest = std::max(highest, p.y); });
+  const double fallen = kGravity / 2 * 23 * 22 / (settings.fps * settings.fps);
+  EXPECT_NEAR((lowest + highest) / 2, 1.6 - fallen, 0.5 * settings.cell);
+}
+
+// The period of the first standing wave: omega^2 = g k tanh(k depth), k = pi / length.
+void SloshesAtItsPeriod(int cells, double seconds) {
+  constexpr double kDepth = 0.5, kAmplitude = 0.1;
+  TankSettings settings;
+  settings.cell = 1.0 / cells, settings.size = {1, 0.75, 4.0 / cells}, settings.fps = 48;
+  settings.liquid = R"("flip_ratio": 0.99, "keep_volume": 5,)";
+  settings.scene = R"("cfl": 1,)";
+  Tank tank(settings);
+  const double k = std::numbers::pi;
+  tank.Fill([&](const Vec3D& p) { return p.y < kDepth + kAmplitude * std::cos(k * p.x); });
+  const double period = 2 * std::numbers::pi / std::sqrt(kGravity * k * std::tanh(k * kDepth));
+  Curve curve("slosh_" + std::to_string(cells), "t (s),amplitude (m),linear theory (m)");
+  std::vector<double> crossings;
+  double before = 0;
+  for (int frame = 1; frame <= int(seconds * settings.fps); ++frame) {
+    tank.run.StepThrough(frame, frame);
+    // All of the liquid's mass carries its surface's first mode.
+    double sum = 0;
+    tank.ForEach([&](const Vec3D& p, const Vec3D&) { sum += std::cos(k * p.x); });
+    const double amplitude = 2 * sum * tank.ParticleVolume() / settings.size.z, t = double(frame - 1) / settings.fps;
+    curve.Add({t, amplitude, kAmplitude * std::cos(2 * std::numbers::pi * t / period)});
+    if (frame > 1 && (before > 0) != (amplitude > 0)) {
+      crossings.push_back(t - amplitude / (amplitude - before) / settings.fps);
+    }
+    before = amplitude;
+  }
+  ASSERT_GE(crossings.size(), 4u);
+  const double measured = 2 * (crossings.back() - crossings.front()) / double(crossings.size() - 1);
+  EXPECT_NEAR(measured, period, 0.03 * period) << crossings.size();
+}
+
+TEST(TankSlow, SloshesAtThePeriodOfLinearTheory) { SloshesAtItsPeriod(48, 4.5); }
+
+// --- walls
+
+// Beneath a gate the speed is that of a fall from the surface: v^2 / 2 + g y = g depth.
+void FlowsOutLikeTorricelli(int cells) {
+  constexpr double kGate = 0.1875;  // m
+  TankSettings settings;
+  settings.cell = 1.0 / cells, settings.size = {1.5, 1, 4.0 / cells}, settings.fps = 48;
+  settings.liquid = R"("face_x_max": "open", "keep_volume": 5,)";
+  settings.objects = R"({"type": "box", "name": "Gate", "size": [12.5, 200, 200], "position": [81.25, 118.75, 0]},)";
+  settings.nodes =
+      R"({"type": "volume", "name": "Gate volume", "object": "Gate", "tags": [{"type": "c4d_obstacle"}]},)";
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return p.x < 0.75 && p.y < 0.8; });
+  Curve curve("torricelli_" + std::to_string(cells), "t (s),speed (m/s),Torricelli (m/s)");
+  int compared = 0;
+  for (int frame = 1; frame <= 40; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    std::vector<double> surface, jet, fall;
+    tank.ForEach([&](const Vec3D& p, const Vec3D& v) {
+      if (p.x < 0.6) surface.push_back(p.y);
+      if (p.x > 0.95 && p.x < 1.1 && p.y < kGate) jet.push_back(Length(v)), fall.push_back(p.y);
+    });
+    if (jet.size() < 20) continue;
+    const double depth = Quantile(surface, 0.99), t = double(frame - 1) / settings.fps;
+    // The median: slow water that leaves the gate's edge mixes into the upper side of the jet.
+    const double speed = Quantile(jet, 0.5), expected = std::sqrt(2 * kGravity * (depth - Quantile(fall, 0.5)));
+    curve.Add({t, speed, expected});
+    if (t < 0.4) continue;
+    EXPECT_NEAR(speed, expected, 0.1 * expected) << t;
+    ++compared;
+  }
+  EXPECT_GT(compared, 15);
+}
+
+TEST(GateSlow, FlowsOutLikeTorricelli) { FlowsOutLikeTorricelli(32); }
+TEST(GateSlow, FlowsOutLikeTorricelliAtTwiceTheResolution) { FlowsOutLikeTorricelli(64); }
+
+// A wall of one and a half cells between two rooms, one of which sloshes.
+void AThinWallHolds(int frames) {
+  TankSettings settings;
+  settings.cell = 1.0 / 16, settings.size = {1.5, 1, 0.25}, settings.top = "closed";
+  settings.objects = R"({"type": "box", "name": "Wall", "size": [9.375, 300, 100], "position": [104.69, 50, 0]},)";
+  settings.nodes =
+      R"({"type": "volume", "name": "Wall volume", "object": "Wall", "tags": [{"type": "c4d_obstacle"}]},)";
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return p.x > 0.5 && p.x < 1 && p.y < 0.9; });
+  int all = 0, leaked = 0;
+  for (int frame = 1; frame <= frames; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    tank.ForEach([&](const Vec3D& p, const Vec3D&) { ++all, leaked += p.x > 1.0469; });
+  }
+  EXPECT_GT(all, frames * 3000);
+  EXPECT_EQ(leaked, 0);
+}
+
+TEST(Wall, AThinOneDoesNotLeak) { AThinWallHolds(8); }
+TEST(WallSlow, AThinOneDoesNotLeakWhenItSloshes) { AThinWallHolds(120); }
+
+// --- volume
+
+// The room that the particles take over what they took at first: by how many stand in cells that are surrounded by
+// others.
+double BulkVolume(Tank& tank) {
+  const ScalarGrid& phi = *tank.Solver().levelset.grid;
+  std::vector<int> counts(std::size_t(phi.count), 0);
+  tank.ForEach([&](const Vec3D& p, const Vec3D&) {
+    const Vec3D q = (p - phi.space.simMin) / phi.space.cellSize;
+    ++counts[std::size_t(phi.Index(int(q.x), int(q.y), int(q.z)))];
+  });
+  const std::int64_t steps[3] = {1, phi.dims.x, phi.slab};
+  double sum = 0;
+  int deep = 0;
+  for (std::int64_t c = phi.slab; c < phi.count - phi.slab; ++c) {
+    const bool inside = std::all_of(steps, steps + 3, [&](std::int64_t step) {
+      return counts[std::size_t(c - step)] > 0 && counts[std::size_t(c + step)] > 0;
+    });
+    if (inside) sum += counts[std::size_t(c)], ++deep;
+  }
+  return deep > 0 ? 8 * deep / sum : 0;
+}
+
+void KeepsItsVolume(int cells, int frames, const std::string& name) {
+  TankSettings settings;
+  settings.cell = 1.0 / cells, settings.size = {1, 1, 0.25}, settings.top = "closed";
+  settings.liquid = R"("keep_volume": 5,)";
+  settings.nodes =
+      R"({"type": "pforce_correct", "name": "Spring", "group": "Water", "solver": "Tank", "kind": "liquid"},)";
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return p.x < 0.5 && p.y < 0.75; });
+  Curve curve("volume_" + name, "frame,of the particles,by the level set");
+  double last = 0, count = 0;
+  for (int frame = 1; frame <= frames; ++frame) {
+    tank.run.StepThrough(frame, frame);
+    if (frame < 2) continue;
+    const double bulk = BulkVolume(tank), surface = tank.Report().surfaceVolume / tank.Report().particleVolume;
+    curve.Add({double(frame), bulk, surface});
+    if (frame > frames - 48) last += bulk / 48, ++count;
+    EXPECT_EQ(tank.Report().outside, 0) << frame;
+  }
+  EXPECT_EQ(count, 48);
+  EXPECT_NEAR(last, 1, 0.03);
+}
+
+TEST(VolumeSlow, StaysIn500FramesOfViolentSloshing) { KeepsItsVolume(24, 500, "kept"); }
+
+}  // namespace
+}  // namespace orlix
