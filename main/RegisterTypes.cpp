@@ -16,6 +16,7 @@
 #include "fluids/particles/ParticleTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
+#include "fluids/surfacing/SurfacingTypes.h"
 #include "fluids/volume_renderer/VolumeRendererTypes.h"
 #include "fluids/volumes/VolumeTypes.h"
 #include "host/geometry/GeometryTypes.h"
@@ -74,6 +75,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterOperatorTypes(factory);
   RegisterParticleOperatorTypes(factory);
   RegisterParticleExchangeTypes(factory);
+  RegisterSurfacingTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);

@@ -13,6 +13,7 @@
 #include "fluids/bodies/RigidMotion.h"
 #include "fluids/level_sets/LevelSetView.h"
 #include "fluids/level_sets/VolumeVoxeliser.h"
+#include "fluids/level_sets/iLevelSet.h"
 #include "fluids/scene/iCachedGrids.h"
 #include "fluids/volumes/iVolume.h"
 
@@ -26,7 +27,7 @@ struct VolumeHit {
   double distance = 0;
 };
 
-class VolumeBase : public iVolume, public iCachedGrids {
+class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
  public:
   enum class Display { Off, Box, Points };
   enum class VirtualGeometry { Never, Always, Running };
@@ -56,11 +57,11 @@ class VolumeBase : public iVolume, public iCachedGrids {
 
   // --- the level set
   bool HasLevelSet() const { return levelSet_ != nullptr; }
-  const ScalarGrid* LevelSet() const { return levelSet_.get(); }
-  ScalarGrid* LevelSet() { return levelSet_.get(); }
+  const ScalarGrid* LevelSet() const override { return levelSet_.get(); }
+  ScalarGrid* LevelSet() override { return levelSet_.get(); }
   const LevelSetView& View() const { return view_; }
-  // Grows with each rebuild and loss of the level set: what was derived from it holds while this stays.
-  std::uint64_t LevelSetVersion() const { return levelSetVersion_; }
+  std::uint64_t LevelSetVersion() const override { return levelSetVersion_; }
+  void LevelSetChanged() override { ++levelSetVersion_; }
   // The largest interior distance, m; none when no node is inside.
   std::optional<double> MaximumDepth() const;
 
@@ -103,8 +104,6 @@ class VolumeBase : public iVolume, public iCachedGrids {
   // Gives the level set this lattice; its content stays when it has it already. Throws std::bad_alloc.
   void SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float cell, const Vec3D& hostOrigin);
   void FreeLevelSet();
-  // The level set has new content.
-  void LevelSetChanged() { ++levelSetVersion_; }
 
   VolumeVoxeliser voxeliser_;
   ObjectMotion objectMotion_;

@@ -41,6 +41,15 @@ struct PolygonObject {
   std::vector<Polygon> polygons;
   // (u, v) of a polygon's corners; empty when there are none.
   std::vector<std::array<Vec2D, 4>> textureCoordinates;
+  // Of the points; empty when there are none.
+  std::vector<Vec3D> normals;     // unit vectors, or zero
+  std::vector<Vec3D> velocities;  // host units a second
+  struct Attribute {
+    std::string name;
+    int components = 1;          // 1 or 3 numbers a point
+    std::vector<double> values;  // point after point
+  };
+  std::vector<Attribute> attributes;
   std::uint64_t version = 0;  // grows when points or polygons change
 };
 
