@@ -4,6 +4,8 @@
 #include <cctype>
 
 #include "exchange/SliceView.h"
+#include "exchange/particles/ParticleFile.h"
+#include "fluids/particles/KindChoices.h"
 #include "fluids/scene/RootObject.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
@@ -21,6 +23,12 @@ std::string FileStem(const std::string& name) {
   std::string stem;
   for (const char c : name) stem += std::isalnum(static_cast<unsigned char>(c)) || c == '-' ? c : '_';
   return stem;
+}
+
+// "_Scene_Group_liquid"
+std::string ParticleSuffix(const BaseObject& group, std::int32_t kind) {
+  std::string word = kParticleKindChoices[kind].key;
+  return "_" + FileStem(group.Path()) + "_" + word;
 }
 
 // The object's polygons in host space.
@@ -72,6 +80,11 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
       if (output.vdb) add(SceneSuffix(*root), ".vdb");
       if (output.preview) add(kPreviewSuffix + SceneSuffix(*root), ".png");
     }
+    for (const BaseObject* group : document_.ObjectsOfType(ParticleGroup::Type().id)) {
+      for (std::int32_t kind = 0; output.particles && kind < kParticleKinds; ++kind) {
+        add(ParticleSuffix(*group, kind), ".ply");
+      }
+    }
     document_.ForEachObject([&](const BaseObject& object) {
       if (output.meshes == MeshOutput::None || !object.Polygons()) return;
       add("_" + FileStem(object.Path()), output.meshes == MeshOutput::Ply ? ".ply" : ".obj");
@@ -110,6 +123,9 @@ Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, 
       return status;
     written_.push_back(path);
   }
+  if (output.particles) {
+    if (Status status = WriteParticles(scene, output, frame); !status) return status;
+  }
   if (output.preview) {
     const Picture picture = DrawSliceView(scene);
     if (picture.pixelCount() == 0) return {};
@@ -118,6 +134,22 @@ Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, 
     written_.push_back(path);
   }
   return {};
+}
+
+// A kind has files from the first of its particles on, empty ones when all have died, so that a sequence has no gaps.
+Status FrameOutput::WriteParticles(OrlixScene& scene, const OutputSettings& output, int frame) {
+  Status status;
+  scene.ForEachNode(NODE_PARTICLES, NODE_PARTICLES, [&](iBase& node) {
+    const auto* group = dynamic_cast<const ParticleGroup*>(&node);
+    for (std::int32_t kind = 0; status && group && group->IsEnabled() && kind < kParticleKinds; ++kind) {
+      if (!group->list(kind) || !group->list(kind)->everHeld()) continue;
+      const BaseObject& object = *group->handler.hostObject();
+      const auto path = PathOf(output, ParticleSuffix(object, kind), frame, ".ply");
+      status = WriteParticleFile(path, *group, kind, {.group = object.Path(), .space = output.space});
+      if (status) written_.push_back(path);
+    }
+  });
+  return status;
 }
 
 std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points) {

@@ -34,7 +34,8 @@ class FrameOutput {
   // results: the folder that relative output folders stand in.
   FrameOutput(const BaseDocument& document, std::filesystem::path results);
 
-  // VDB, meshes and quick looks of a simulated frame. The first error ends it; files that are there are whole.
+  // VDB, particles, meshes and quick looks of a simulated frame. The first error ends it; files that are there are
+  // whole.
   Status WriteFrame(const OrlixHook& hook, int frame);
   // Where the frame's picture goes: a folder for each output that asks for one, of this frame or, without one, of any.
   std::vector<std::filesystem::path> PictureFolders(std::optional<int> frame) const;
@@ -51,6 +52,7 @@ class FrameOutput {
 
  private:
   Status WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame);
+  Status WriteParticles(OrlixScene& scene, const OutputSettings& output, int frame);
   Status WriteMeshes(const OutputSettings& output, int frame);
   // From the points that were written before, host units a second; none for the first frame and where their number
   // changed.

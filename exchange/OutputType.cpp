@@ -31,9 +31,11 @@ const TypeInfo& OutputSettings::Type() {
                       "Where OpenVDB files have the velocity")
           .ShownWhen(kVdbId, Relation::Is, 1),
       ChoiceParameter(kMeshesId, "meshes", MeshOutput::None, kMeshes, "The polygons of every volume"),
-      FloatParameter(kScaleId, "scale", 1, "", "Lengths of the other program a host unit, in OpenVDB files and meshes")
+      BoolParameter(kParticlesId, "particles", false,
+                    "Each particle group, a PLY file for each of its kinds, with velocities and all properties"),
+      FloatParameter(kScaleId, "scale", 1, "", "Lengths of the other program a host unit, in all files but pictures")
           .Above(0),
-      ChoiceParameter(kUpId, "up", UpAxis::Y, kUp, "What is upwards in OpenVDB files and meshes"),
+      ChoiceParameter(kUpId, "up", UpAxis::Y, kUp, "What is upwards in all files but pictures"),
       BoolParameter(kPicturesId, "pictures", false, "A picture of each frame, by the render settings"),
       BoolParameter(kPreviewId, "preview", false, "A quick look at each frame: slices with a colour bar, in PNG"),
   };
@@ -59,6 +61,7 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.vdb = object.GetBool(kVdbId);
   s.vdbNames = object.GetChoice<VdbNames>(kVdbNamesId);
   s.meshes = object.GetChoice<MeshOutput>(kMeshesId);
+  s.particles = object.GetBool(kParticlesId);
   s.pictures = object.GetBool(kPicturesId);
   s.preview = object.GetBool(kPreviewId);
   const InExcludeData* grids = object.GetInExclude(kGridsId);

@@ -16,7 +16,8 @@ enum class UpAxis { Y, Z };
 
 struct OutputSettings {
   static constexpr int kFolderId = 1, kFileNameId = 2, kEveryId = 3, kVdbId = 4, kVdbNamesId = 5, kMeshesId = 6,
-                       kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12;
+                       kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12,
+                       kParticlesId = 13;
   static const TypeInfo& Type();
 
   const BaseObject* object = nullptr;
@@ -26,6 +27,7 @@ struct OutputSettings {
   bool vdb = false;
   VdbNames vdbNames = VdbNames::Blender;
   MeshOutput meshes = MeshOutput::None;
+  bool particles = false;
   bool pictures = false;
   bool preview = false;
   std::set<std::uint64_t> grids{};  // creation numbers of the objects that VDB files hold; empty for all

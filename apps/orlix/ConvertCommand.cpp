@@ -1,10 +1,12 @@
-// orlix convert IN OUT: meshes (OBJ, PLY, STL to OBJ, PLY), pictures (EXR, PNG), grid caches to OpenVDB.
+// orlix convert IN OUT: meshes (OBJ, PLY, STL to OBJ, PLY), particles (PLY to text and back), pictures (EXR, PNG), grid
+// caches to OpenVDB.
 
 #include <fmt/format.h>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileCheck.h"
 #include "exchange/CachedFields.h"
+#include "exchange/particles/PointFile.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshReader.h"
@@ -28,6 +30,26 @@ Status ConvertMesh(const ConvertOptions& options) {
     WriteObj(*mesh, stream);
   if (Status done = stream.Commit(); !done) return done;
   fmt::print("{}: {} points, {} polygons\n", options.out, mesh->points.size(), mesh->polygons.size());
+  return {};
+}
+
+Status ConvertParticles(const ConvertOptions& options, PointFormat to) {
+  const Result<std::vector<std::byte>> content = ReadPointFile(options.in);
+  if (!content) return content.error();
+  PointReader reader(AsText(*content), options.in);
+  if (Status opened = reader.Open(); !opened) return opened;
+  AtomicStream stream;
+  if (Status opened = stream.Open(options.out); !opened) return opened;
+  {
+    PointWriter writer(to, reader.columns(), reader.count(), stream);
+    std::vector<double> row;
+    for (std::uint64_t n = 0; n < reader.count(); ++n) {
+      if (Status read = reader.Read(row); !read) return read;
+      writer.Write(row.data());
+    }
+  }
+  if (Status done = stream.Commit(); !done) return done;
+  fmt::print("{}: {} particles, {} values each\n", options.out, reader.count(), reader.columns().size());
   return {};
 }
 
@@ -75,11 +97,14 @@ Status ConvertCommand(const Program&, const ConvertOptions& options) {
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
   const bool meshIn = from == ".obj" || from == ".ply" || from == ".stl";
   if (meshIn && (to == ".obj" || to == ".ply")) return ConvertMesh(options);
+  if (from == ".ply" && to == ".txt") return ConvertParticles(options, PointFormat::Text);
+  if (from == ".txt" && to == ".ply") return ConvertParticles(options, PointFormat::Ply);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
-  return Status::Fail(ErrorKind::Usage,
-                      fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, from .exr, .png to "
-                                  ".exr, .png, and from .cache to .vdb",
-                                  options.in, options.out));
+  return Status::Fail(
+      ErrorKind::Usage,
+      fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, between .ply and .txt for "
+                  "particles, from .exr, .png to .exr, .png, and from .cache to .vdb",
+                  options.in, options.out));
 }
 
 }  // namespace orlix

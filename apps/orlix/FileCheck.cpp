@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "apps/orlix/IsolatedCheck.h"
+#include "exchange/particles/PointFile.h"
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
+#include "host/geometry/MeshReader.h"
 #include "host/pictures/PictureFile.h"
 #include "run/Checkpoint.h"
 
@@ -34,10 +36,19 @@ Status ReadWholePicture(const fs::path& path) { return ReadPicture(path).status(
 Status CheckVdb(const fs::path& path) { return RunIsolated(ReadWholeVdb, path); }
 Status CheckPicture(const fs::path& path) { return RunIsolated(ReadWholePicture, path); }
 
+// Particles or a mesh.
+Status CheckPly(const fs::path& path) {
+  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  if (!content) return content.error();
+  const std::string_view text = AsText(*content);
+  if (IsPointPly(text)) return DescribePoints(text, path.string()).status();
+  return ParseMesh(text, MeshFormat::Ply, path.string()).status();
+}
+
 constexpr FileCheck kChecks[] = {
     {".cache", CheckGridCache, true},        {".pcache", CheckFrameFile, true}, {".mcache", CheckFrameFile, true},
     {".checkpoint", CheckCheckpoint, false}, {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
-    {".png", CheckPicture, false},
+    {".png", CheckPicture, false},           {".ply", CheckPly, false},
 };
 
 }  // namespace

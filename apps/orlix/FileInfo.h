@@ -19,6 +19,8 @@ Status PrintSceneInfo(const Program& program, const std::string& path);
 Status PrintGridCacheInfo(const Program& program, const std::string& path);
 Status PrintCheckpointInfo(const Program& program, const std::string& path);
 Status PrintVdbInfo(const Program& program, const std::string& path);
+Status PrintPlyInfo(const Program& program, const std::string& path);
+Status PrintParticleInfo(const Program& program, const std::string& path);
 Status PrintMeshInfo(const Program& program, const std::string& path);
 Status PrintPictureInfo(const Program& program, const std::string& path);
 

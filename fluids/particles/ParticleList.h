@@ -81,6 +81,8 @@ class ParticleList {
 
   std::int32_t count() const { return count_.load(std::memory_order_acquire); }
   bool empty() const { return count() == 0; }
+  // Whether it has held any particle since its last new start.
+  bool everHeld() const { return nextId_ > 0; }
 
   // --- by chunks
   std::int32_t chunkCount() const { return (count() + kChunkRows - 1) >> kChunkShift; }

@@ -1,93 +1,16 @@
-// PLY (Turk 1994): a header that declares elements and their properties, then the elements' values in that order, as
-// text or binary of either byte order. Taken are x, y, z of "vertex" and the corner list of "face".
+// PLY meshes: taken are x, y, z of "vertex" and the corner list of "face".
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <cstring>
-#include <optional>
 #include <vector>
 
 #include "host/geometry/MeshBuilder.h"
 #include "host/geometry/MeshReader.h"
+#include "host/geometry/PlyHeader.h"
 
 namespace orlix {
 
 namespace {
-
-enum class PlyType { Int8, UInt8, Int16, UInt16, Int32, UInt32, Float32, Float64 };
-enum class PlyFormat { Ascii, LittleEndian, BigEndian };
-
-std::optional<PlyType> TypeOf(std::string_view word) {
-  constexpr std::pair<const char*, PlyType> kNames[] = {
-      {"char", PlyType::Int8},      {"int8", PlyType::Int8},       {"uchar", PlyType::UInt8},
-      {"uint8", PlyType::UInt8},    {"short", PlyType::Int16},     {"int16", PlyType::Int16},
-      {"ushort", PlyType::UInt16},  {"uint16", PlyType::UInt16},   {"int", PlyType::Int32},
-      {"int32", PlyType::Int32},    {"uint", PlyType::UInt32},     {"uint32", PlyType::UInt32},
-      {"float", PlyType::Float32},  {"float32", PlyType::Float32}, {"double", PlyType::Float64},
-      {"float64", PlyType::Float64}};
-  for (const auto& [name, type] : kNames) {
-    if (word == name) return type;
-  }
-  return {};
-}
-
-std::size_t SizeOf(PlyType type) {
-  constexpr std::size_t kSizes[] = {1, 1, 2, 2, 4, 4, 4, 8};
-  return kSizes[static_cast<int>(type)];
-}
-
-// A value of `type` at bytes that are there.
-double ValueAt(const char* bytes, PlyType type, bool swapped) {
-  std::uint64_t raw = 0;
-  const std::size_t size = SizeOf(type);
-  for (std::size_t i = 0; i < size; ++i) {
-    raw |= std::uint64_t(static_cast<unsigned char>(bytes[swapped ? size - 1 - i : i])) << (8 * i);
-  }
-  switch (type) {
-    case PlyType::Int8:
-      return static_cast<std::int8_t>(raw);
-    case PlyType::UInt8:
-    case PlyType::UInt16:
-    case PlyType::UInt32:
-      return static_cast<double>(raw);
-    case PlyType::Int16:
-      return static_cast<std::int16_t>(raw);
-    case PlyType::Int32:
-      return static_cast<std::int32_t>(raw);
-    case PlyType::Float32:
-      return std::bit_cast<float>(static_cast<std::uint32_t>(raw));
-    case PlyType::Float64:
-      break;
-  }
-  return std::bit_cast<double>(raw);
-}
-
-struct PlyProperty {
-  std::string_view name;
-  PlyType type = PlyType::Float32;   // of the value, or of a list's entries
-  std::optional<PlyType> countType;  // of a list
-};
-
-struct PlyElement {
-  std::string_view name;
-  std::uint64_t count = 0;
-  std::vector<PlyProperty> properties;
-
-  int IndexOf(std::string_view property) const {
-    for (std::size_t i = 0; i < properties.size(); ++i) {
-      if (properties[i].name == property) return static_cast<int>(i);
-    }
-    return -1;
-  }
-  // The fewest bytes that one element takes.
-  std::size_t LeastBytes(PlyFormat format) const {
-    std::size_t bytes = 0;
-    for (const PlyProperty& p : properties)
-      bytes += format == PlyFormat::Ascii ? 1 : SizeOf(p.countType.value_or(p.type));
-    return bytes;
-  }
-};
 
 class PlyReader {
  public:
@@ -96,11 +19,12 @@ class PlyReader {
   Result<PolygonObject> Read() {
     if (Status status = ReadHeader(); !status) return status.error();
     for (const char* needed : {"vertex", "face"}) {
-      if (std::none_of(elements_.begin(), elements_.end(), [&](const PlyElement& e) { return e.name == needed; })) {
+      if (std::none_of(header_.elements.begin(), header_.elements.end(),
+                       [&](const PlyElement& e) { return e.name == needed; })) {
         return Fail(begin_, fmt::format("the header declares no element \"{}\"", needed)).error();
       }
     }
-    for (const PlyElement& element : elements_) {
+    for (const PlyElement& element : header_.elements) {
       if (Status status = ReadElement(element); !status) return status.error();
     }
     text_.SkipBlanksAndLines();
@@ -111,12 +35,12 @@ class PlyReader {
   // What the header says; empty for one that can't be read.
   std::string_view Encoding() {
     if (!ReadHeader()) return "";
-    return format_ == PlyFormat::Ascii ? "text" : format_ == PlyFormat::LittleEndian ? "binary" : "binary big-endian";
+    return NameOf(header_.format);
   }
 
  private:
   std::string Where(const char* place) const {
-    if (inBody_ && format_ != PlyFormat::Ascii) return fmt::format("{}: byte {}", name_, place - begin_);
+    if (inBody_ && header_.format != PlyFormat::Ascii) return fmt::format("{}: byte {}", name_, place - begin_);
     return fmt::format("{}:{}", name_, text_.LineOf(place));
   }
   Status Fail(const char* place, std::string_view what) const {
@@ -125,91 +49,16 @@ class PlyReader {
   Status FailAtEnd() const { return Fail(begin_ + text_.Offset() + text_.Remaining(), "the file ends too early"); }
 
   Status ReadHeader() {
-    if (text_.Line() != "ply") return Fail(begin_, "a PLY file begins with the line \"ply\"");
-    bool hasFormat = false;
-    for (;;) {
-      if (text_.AtEnd()) return Fail(text_.Place(), "the header has no end");
-      const char* line = text_.Place();
-      TextCursor words(text_.Line());
-      const std::string_view key = NextWord(words);
-      if (key == "end_header") break;
-      if (key == "format") {
-        if (Status status = ReadFormat(line, words); !status) return status;
-        hasFormat = true;
-      } else if (key == "element") {
-        if (Status status = ReadElementLine(line, words); !status) return status;
-      } else if (key == "property") {
-        if (Status status = ReadPropertyLine(line, words); !status) return status;
-      } else if (key != "comment" && key != "obj_info" && !key.empty()) {
-        return Fail(line, fmt::format("unknown header line \"{}\"", key.substr(0, 40)));
-      }
-    }
-    if (!hasFormat) return Fail(begin_, "the header names no format");
+    Result<PlyHeader> header = PlyHeader::Read(text_, name_);
+    if (!header) return header.error();
+    header_ = std::move(*header);
     inBody_ = true;
     return {};
   }
 
-  static std::string_view NextWord(TextCursor& words) {
-    words.SkipBlanks();
-    return words.Word();
-  }
-
-  Status ReadFormat(const char* line, TextCursor& words) {
-    const std::string_view word = NextWord(words), version = NextWord(words);
-    if (word == "ascii") {
-      format_ = PlyFormat::Ascii;
-    } else if (word == "binary_little_endian") {
-      format_ = PlyFormat::LittleEndian;
-    } else if (word == "binary_big_endian") {
-      format_ = PlyFormat::BigEndian;
-    } else {
-      return Fail(line, "the format must be ascii, binary_little_endian or binary_big_endian");
-    }
-    if (version == "1.0") return {};
-    return Fail(line, fmt::format("the version is {}, must be 1.0", version.substr(0, 40)));
-  }
-
-  Status ReadElementLine(const char* line, TextCursor& words) {
-    PlyElement element;
-    element.name = NextWord(words);
-    std::int64_t count = -1;
-    words.SkipBlanks();
-    if (element.name.empty() || !words.Integer(count) || count < 0) {
-      return Fail(line, "an element needs a name and a count");
-    }
-    element.count = static_cast<std::uint64_t>(count);
-    elements_.push_back(std::move(element));
-    return {};
-  }
-
-  Status ReadPropertyLine(const char* line, TextCursor& words) {
-    if (elements_.empty()) return Fail(line, "a property stands before any element");
-    PlyProperty property;
-    std::string_view word = NextWord(words);
-    if (word == "list") {
-      property.countType = TypeOf(NextWord(words));
-      if (!property.countType || SizeOf(*property.countType) == 8 || *property.countType == PlyType::Float32) {
-        return Fail(line, "a list's count must be of a whole type");
-      }
-      word = NextWord(words);
-    }
-    const auto type = TypeOf(word);
-    property.name = NextWord(words);
-    if (!type || property.name.empty()) return Fail(line, "a property needs a type and a name");
-    property.type = *type;
-    elements_.back().properties.push_back(property);
-    return {};
-  }
-
   Status ReadElement(const PlyElement& element) {
-    const std::size_t least = element.LeastBytes(format_);
-    if (least == 0) return {};
-    // The last value of a text needs no blank after it.
-    const std::size_t perElement = format_ == PlyFormat::Ascii ? 2 * least : least;
-    if (element.count > (text_.Remaining() + 1) / perElement) {
-      return Fail(text_.Place(), fmt::format("{} elements \"{}\" need at least {} bytes each, {} bytes follow",
-                                             element.count, element.name, perElement, text_.Remaining()));
-    }
+    if (element.LeastBytes(header_.format) == 0) return {};
+    if (Status fits = header_.TestCount(element, text_, Where(text_.Place())); !fits) return fits;
     if (element.name == "vertex") return ReadVertices(element);
     if (element.name == "face") return ReadFaces(element);
     for (std::uint64_t e = 0; e < element.count; ++e) {
@@ -277,28 +126,29 @@ class PlyReader {
   }
 
   const char* StartOfElement() {
-    if (format_ == PlyFormat::Ascii) text_.SkipBlanksAndLines();
+    if (header_.format == PlyFormat::Ascii) text_.SkipBlanksAndLines();
     return text_.Place();
   }
   // In a text each element has a line of its own.
   bool AtElementEnd() {
-    if (format_ != PlyFormat::Ascii) return true;
+    if (header_.format != PlyFormat::Ascii) return true;
     text_.SkipBlanks();
     return text_.AtLineEnd();
   }
   Status FailRest(const char* begin) const { return Fail(begin, "the line has more than the element's numbers"); }
   Status FailValue(const char* begin) const {
-    return format_ == PlyFormat::Ascii && !text_.AtEnd() ? Fail(begin, "a number is missing or a count is too large")
-                                                         : FailAtEnd();
+    return header_.format == PlyFormat::Ascii && !text_.AtEnd()
+               ? Fail(begin, "a number is missing or a count is too large")
+               : FailAtEnd();
   }
 
   bool ReadValue(PlyType type, double& value) {
-    if (format_ == PlyFormat::Ascii) {
+    if (header_.format == PlyFormat::Ascii) {
       text_.SkipBlanks();
       return text_.Number(value);
     }
     if (text_.Remaining() < SizeOf(type)) return false;
-    value = ValueAt(text_.Place(), type, format_ == PlyFormat::BigEndian);
+    value = PlyValueAt(text_.Place(), type, header_.format == PlyFormat::BigEndian);
     text_.Advance(SizeOf(type));
     return true;
   }
@@ -307,7 +157,7 @@ class PlyReader {
   bool ReadListCount(const PlyProperty& property, std::size_t& count) {
     double value = 0;
     if (!ReadValue(*property.countType, value) || !(value >= 0) || value != std::floor(value)) return false;
-    const std::size_t perEntry = format_ == PlyFormat::Ascii ? 1 : SizeOf(property.type);
+    const std::size_t perEntry = header_.format == PlyFormat::Ascii ? 1 : SizeOf(property.type);
     if (value > static_cast<double>(text_.Remaining() / perEntry)) return false;
     count = static_cast<std::size_t>(value);
     return true;
@@ -316,7 +166,7 @@ class PlyReader {
   bool PassProperty(const PlyProperty& property) {
     std::size_t count = 1;
     if (property.countType && !ReadListCount(property, count)) return false;
-    if (format_ != PlyFormat::Ascii) {
+    if (header_.format != PlyFormat::Ascii) {
       if (text_.Remaining() < count * SizeOf(property.type)) return false;
       text_.Advance(count * SizeOf(property.type));
       return true;
@@ -331,9 +181,8 @@ class PlyReader {
   TextCursor text_;
   const char* begin_ = text_.Place();
   std::string_view name_;
-  PlyFormat format_ = PlyFormat::Ascii;
   bool inBody_ = false;
-  std::vector<PlyElement> elements_;
+  PlyHeader header_;
   MeshBuilder builder_;
 };
 

@@ -1,0 +1,180 @@
+// Particles as PLY and text: what is written can be read again, and what is broken is refused by name.
+
+#include "exchange/particles/ParticleFile.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <sstream>
+
+#include "exchange/FrameOutput.h"
+#include "exchange/particles/PointFile.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestScene.h"
+
+namespace orlix {
+namespace {
+
+struct ParticleStage : test::TestScene {
+  ParticleStage() {
+    groupObject = &Add("particlegroup", "Sparks");
+    own = &Add("property_scalar", "Wet ness");
+    Step(0);
+    group = NodeOf<ParticleGroup>(*groupObject);
+    for (int n = 0; n < 5000; ++n) {
+      BaseParticleData data;
+      data.position = {0.1 * n, 1, 2};
+      data.velocity = {0, 3, 0.5 * n};
+      data.SetReal(PP::Radius, 0.25);
+      if (n % 2 == 0) data.SetReal({75, own->creationNumber()}, n);
+      if (n < 10) data.SetVector(PP::Color, {0.1, 0.2, 0.3});
+      group->list(PK_Diffuse)->Append(1, data);
+    }
+    group->At(PK_Diffuse, 1).Kill();
+  }
+  BaseObject *groupObject, *own;
+  ParticleGroup* group;
+};
+
+struct Table {
+  std::vector<PointColumn> columns;
+  std::vector<std::vector<double>> rows;
+  std::string error;
+  double At(std::size_t row, const char* column) const {
+    for (std::size_t c = 0; c < columns.size(); ++c) {
+      if (columns[c].name == column) return rows.at(row)[c];
+    }
+    throw std::runtime_error(std::string("no column ") + column);
+  }
+};
+
+Table TableOf(std::string_view content) {
+  Table table;
+  PointReader reader(content, "file");
+  if (Status opened = reader.Open(); !opened) return {{}, {}, opened.error().text};
+  table.columns = reader.columns();
+  for (std::uint64_t n = 0; n < reader.count(); ++n) {
+    if (Status read = reader.Read(table.rows.emplace_back()); !read) return {{}, {}, read.error().text};
+  }
+  return table;
+}
+
+std::string Written(PointFormat format, const Table& table) {
+  std::ostringstream out;
+  {
+    PointWriter writer(format, table.columns, table.rows.size(), out);
+    for (const auto& row : table.rows) writer.Write(row.data());
+  }
+  return out.str();
+}
+
+TEST(ParticleFile, HoldsTheLivingWithAllTheirProperties) {
+  ParticleStage stage;
+  const test::TemporaryFolder folder;
+  const auto path = folder.path() / "sparks.ply";
+  ASSERT_TRUE(WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {.scale = 2, .upZ = true}}).ok());
+  const auto content = ReadPointFile(path);
+  ASSERT_TRUE(content.ok());
+  EXPECT_TRUE(IsPointPly(AsText(*content)));
+  const Table table = TableOf(AsText(*content));
+  ASSERT_EQ(table.error, "");
+  ASSERT_EQ(table.rows.size(), 4999u);
+  const double unit = 2 * stage.scene().GetSimulationSpace().hostPerSim.x;
+  const ParticleList& list = *stage.group->list(PK_Diffuse);
+  int checked = 0;
+  for (std::size_t row = 0; row < table.rows.size(); row += 37) {
+    const std::int32_t n = row == 0 ? 0 : static_cast<std::int32_t>(row) + 1;
+    EXPECT_EQ(table.At(row, "id"), list.Id(n));
+    EXPECT_FLOAT_EQ(table.At(row, "x"), 0.1 * n * unit);
+    EXPECT_FLOAT_EQ(table.At(row, "y"), -2 * unit) << "y is z there";
+    EXPECT_FLOAT_EQ(table.At(row, "vz"), 3 * unit);
+    EXPECT_FLOAT_EQ(table.At(row, "radius"), 0.25 * unit);
+    EXPECT_EQ(table.At(row, "has_wet_ness"), n % 2 == 0);
+    EXPECT_EQ(table.At(row, "wet_ness"), n % 2 == 0 ? n : 0);
+    EXPECT_FLOAT_EQ(table.At(row, "green"), n < 10 ? 0.2 : 0);
+    ++checked;
+  }
+  EXPECT_GT(checked, 100);
+  EXPECT_THROW(table.At(0, "has_radius"), std::runtime_error) << "all have one";
+}
+
+TEST(ParticleFile, RefusesWhatIsNoNumberAndLeavesTheOldFile) {
+  ParticleStage stage;
+  const test::TemporaryFolder folder;
+  const auto path = folder.path() / "sparks.ply";
+  ASSERT_TRUE(WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {}}).ok());
+  const auto before = std::filesystem::file_size(path);
+  for (const double bad : {std::numeric_limits<double>::quiet_NaN(), 1e39}) {
+    stage.group->At(PK_Diffuse, 6).SetReal(PP::Radius, bad);
+    const Status status = WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {}});
+    ASSERT_FALSE(status.ok());
+    EXPECT_EQ(status.error().kind, ErrorKind::Diverged);
+    EXPECT_NE(status.error().text.find("\"Sparks\": radius of Diffuse particle 6"), std::string::npos)
+        << status.error().text;
+    EXPECT_EQ(std::filesystem::file_size(path), before);
+  }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+}
+
+TEST(ParticleFile, AnOutputHasAFileForEachKindThatEverWas) {
+  ParticleStage stage;
+  const test::TemporaryFolder folder;
+  BaseObject& output = stage.document.AddObject(OutputSettings::Type());
+  output.Set(OutputSettings::kParticlesId, true);
+  FrameOutput writer(stage.document, folder.path());
+  ASSERT_TRUE(writer.WriteFrame(stage.hook, 3).ok());
+  ASSERT_EQ(writer.written().size(), 1u);
+  EXPECT_EQ(writer.written()[0].filename(), "frame_Scene_Sparks_diffuse.0003.ply");
+  const auto names = writer.Names(3);
+  EXPECT_EQ(std::count_if(names.begin(), names.end(), [&](const auto& n) { return n.path == writer.written()[0]; }), 1);
+  for (std::int32_t n = 0; n < 5000; ++n) stage.group->At(PK_Diffuse, n).Kill();
+  stage.group->RemoveDeadAll();
+  ASSERT_TRUE(writer.WriteFrame(stage.hook, 4).ok());
+  ASSERT_EQ(writer.written().size(), 1u) << "an empty one";
+  EXPECT_EQ(TableOf(AsText(*ReadPointFile(writer.written()[0]))).rows.size(), 0u);
+}
+
+TEST(PointFile, TextGoesToPlyAndBackWithoutALoss) {
+  const std::string text =
+      "# x y z id:int flags:ushort m:double a:b:float\n"
+      "1 0.1 -3e-10 -7 65535 0.1 2\n"
+      "-1e+30 0 4 2147483647 0 1e+300 0.25\n";
+  const Table table = TableOf(text);
+  ASSERT_EQ(table.error, "");
+  EXPECT_EQ(table.columns[6].name, "a:b");
+  const Table binary = TableOf(Written(PointFormat::Ply, table));
+  EXPECT_EQ(binary.error, "");
+  EXPECT_EQ(binary.columns, table.columns);
+  EXPECT_EQ(binary.rows, table.rows);
+  EXPECT_EQ(Written(PointFormat::Text, binary), text);
+}
+
+TEST(PointFile, WhatIsBrokenIsNamed) {
+  const std::string head = "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n";
+  const std::string whole = head + "property float z\nend_header\n1 2 3\n4 5 6\n";
+  EXPECT_EQ(TableOf(whole).rows.size(), 2u);
+  const std::pair<std::string, const char*> broken[] = {
+      {head + "end_header\n1 2\n3 4\n", "value z"},
+      {head + "property float x\nproperty float z\nend_header\n1 2 3 4\n4 5 6 7\n", "declared twice"},
+      {head + "property list uchar float z\nend_header\n1 2 1 3\n4 5 1 6\n", "list"},
+      {whole + "7", "after the last"},
+      {head + "property float z\nend_header\n1 2 3\n4 5 nan\n", "finite"},
+      {head + "property float z\nend_header\n1 2 3\n4 5    \n    ", "missing"},
+      {head + "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n1 2 3\n4 5 6\n",
+       "face"},
+      {"# x y z n:uchar\n1 2 3 256\n", "256"},
+      {"# x y z n:int\n1 2 3 0.5\n", "whole"},
+      {"# x y z n:word\n1 2 3 0\n", "n:word"},
+      {"# x y z\n1 2 3 4\n", "more numbers"},
+      {"x y z\n1 2 1e39\n", "finite"},
+      {"", "value x"},
+  };
+  for (const auto& [content, word] : broken) {
+    const std::string error = TableOf(content).error;
+    EXPECT_NE(error.find(word), std::string::npos) << content << "\n" << error;
+    EXPECT_EQ(error.rfind("file:", 0), 0u) << error;
+  }
+}
+
+}  // namespace
+}  // namespace orlix
