@@ -12,9 +12,9 @@ namespace orlix {
 
 class FrameResults : public FrameListener {
  public:
-  // pictures: null makes none but those that the outputs ask for; otherwise one of every wanted frame.
-  explicit FrameResults(const BaseThread* thread, std::optional<PictureOptions> pictures = {}, bool outputs = true)
-      : always_(pictures.has_value()), outputs_(outputs), maker_(pictures.value_or(PictureOptions()), thread) {}
+  enum class Pictures { AsAskedFor, OfEveryFrame };  // by outputs; or of every wanted frame, and no other results
+  FrameResults(const BaseThread* thread, Pictures which, const PictureOptions& options)
+      : always_(which == Pictures::OfEveryFrame), outputs_(!always_), maker_(options, thread) {}
 
   // Before a checkpoint's state is restored: the run will go on after this frame, whose results are there. Moves the
   // document's time.

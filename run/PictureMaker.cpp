@@ -28,8 +28,8 @@ Status PictureMaker::Make(const RunState& state, const std::vector<fs::path>& fo
   return options_.slices ? MakeSlices(state, folders) : Render(state, folders);
 }
 
-Status PictureMaker::Write(const Picture& picture, const fs::path& path, double exposure) {
-  Status status = WritePicture(path, picture, exposure);
+Status PictureMaker::Write(const Picture& picture, const fs::path& path, const PictureView& view) {
+  Status status = WritePicture(path, picture, view);
   if (status.ok()) written_.push_back(path);
   return status;
 }
@@ -73,13 +73,14 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
   if (!picture) return picture.error();
   if (report_.broken) return {};
   const RenderSettings& settings = world.settings;
+  const PictureView view{settings.view.exposure, options_.view.value_or(settings.view.transform)};
   // OpenEXR first: its pictures go on to be composed, and have no legend.
   for (const auto& [wanted, extension] : {std::pair(settings.writeExr, ".exr"), std::pair(settings.writePng, ".png")}) {
     if (!wanted) continue;
-    if (extension == std::string_view(".png")) DrawLegends(particles->legends, settings.exposure, *picture);
+    if (extension == std::string_view(".png")) DrawLegends(particles->legends, view.exposure, *picture);
     for (const fs::path& folder : folders) {
       const fs::path path = ResultPath(folder, settings.name, state.frame, extension);
-      if (Status status = Write(*picture, path, settings.exposure); !status) return status;
+      if (Status status = Write(*picture, path, view); !status) return status;
     }
   }
   return {};

@@ -2,6 +2,7 @@
 // Pictures of frames: surfaces, lights and gas, by the scene's render settings.
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "globals/Result.h"
@@ -11,8 +12,9 @@
 namespace orlix {
 
 struct PictureOptions {
-  int width = 0, height = 0;  // instead of the settings', where above 0
-  bool slices = false;        // a quick look at the grids instead of a picture
+  int width = 0, height = 0;            // instead of the settings', where above 0
+  bool slices = false;                  // a quick look at the grids instead of a picture
+  std::optional<ViewTransform> view{};  // instead of the settings'
 };
 
 class PictureMaker {
@@ -27,7 +29,7 @@ class PictureMaker {
  private:
   Status MakeSlices(const RunState& state, const std::vector<std::filesystem::path>& folders);
   Status Render(const RunState& state, const std::vector<std::filesystem::path>& folders);
-  Status Write(const Picture& picture, const std::filesystem::path& path, double exposure = 0);
+  Status Write(const Picture& picture, const std::filesystem::path& path, const PictureView& view = {});
 
   PictureOptions options_;
   const BaseThread* thread_;

@@ -1,11 +1,13 @@
 #pragma once
 // The commands of the program. Adding one: its options and its function here, its words in CommandLine.cpp.
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "apps/orlix/Console.h"
 #include "globals/Result.h"
+#include "host/pictures/PictureView.h"
 #include "run/Engine.h"
 
 namespace orlix {
@@ -34,6 +36,7 @@ struct FrameOptions : SceneOptions {
   std::string frames, out;
   bool allowMissing = false;  // files of played caches
   bool allowOutside = false;  // results may leave their folder
+  std::optional<ViewTransform> view;
 };
 
 struct RunOptions : FrameOptions {
@@ -58,8 +61,9 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options);
 struct ConvertOptions {
   std::string in, out;
   double exposure = 0;
-  bool houdini = false;  // how a VDB's velocity is called
-  std::string grids;     // names of a cache's entries, with commas between; an empty one keeps its own
+  std::optional<ViewTransform> view;  // without one "filmic" for OpenEXR, "srgb" for PNG
+  bool houdini = false;               // how a VDB's velocity is called
+  std::string grids;                  // names of a cache's entries, with commas between; an empty one keeps its own
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);
 

@@ -46,6 +46,14 @@ void AddScene(CLI::App& app, SceneOptions& options) {
   app.add_option("--set", options.overrides, "PATH.key=value, over what the scene file says")->allow_extra_args(false);
 }
 
+template <typename Options>
+void AddView(CLI::App& app, Options& options) {
+  static const std::map<std::string, ViewTransform> kViews = {
+      {"linear", ViewTransform::Linear}, {"srgb", ViewTransform::Srgb}, {"filmic", ViewTransform::Filmic}};
+  app.add_option("--view", options.view, "From light to the values of PNG: linear, srgb, filmic")
+      ->transform(CLI::CheckedTransformer(kViews));
+}
+
 // And those that go through its frames.
 void AddFrames(CLI::App& app, FrameOptions& options) {
   AddScene(app, options);
@@ -55,6 +63,7 @@ void AddFrames(CLI::App& app, FrameOptions& options) {
                "Names and relative folders of the scene may lead out of the folder of results");
   app.add_flag("--allow-missing", options.allowMissing,
                "Go on where a played cache has no whole file for a frame; its grids stay as they were");
+  AddView(app, options);
 }
 
 void AddRun(CLI::App& parent, CommandLine& line) {
@@ -112,6 +121,7 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
   words.app->add_option("in", words.options->in, "File to read")->required();
   words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();
   words.app->add_option("--exposure", words.options->exposure, "Stops, for PNG");
+  AddView(*words.app, *words.options);
   const std::map<std::string, bool> programs = {{"blender", false}, {"houdini", true}};
   words.app->add_option("--names", words.options->houdini, "Whose name a VDB's velocity has: blender, houdini")
       ->transform(CLI::CheckedTransformer(programs));

@@ -56,7 +56,9 @@ Status ConvertParticles(const ConvertOptions& options, PointFormat to) {
 Status ConvertPicture(const ConvertOptions& options) {
   const Result<Picture> picture = ReadPicture(options.in);
   if (!picture) return picture.error();
-  if (Status done = WritePicture(options.out, *picture, options.exposure); !done) return done;
+  const bool light = LowerExtension(options.in) == ".exr";
+  const ViewTransform view = options.view.value_or(light ? ViewTransform::Filmic : ViewTransform::Srgb);
+  if (Status done = WritePicture(options.out, *picture, {options.exposure, view}); !done) return done;
   fmt::print("{}: {} x {} pixels\n", options.out, picture->width(), picture->height());
   return {};
 }

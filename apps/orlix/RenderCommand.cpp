@@ -38,6 +38,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   Interrupt::Install();
   PictureOptions pictures;
   pictures.slices = options.preview;
+  pictures.view = options.view;
   if (Status size = ParseSize(options.size, pictures); !size) return size;
   std::optional<std::vector<int>> list;
   if (!options.frames.empty()) {
@@ -60,7 +61,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
-  FrameResults results(&Interrupt::Thread(), pictures, /*outputs=*/false);
+  FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::OfEveryFrame, pictures);
   run.AddListener(results);
   Progress progress(program.console);
   if (!program.options.quiet) {

@@ -145,7 +145,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
   Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
-  FrameResults results(&Interrupt::Thread());
+  FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, {.view = options.view});
   if (options.resume) {
     if (Status resumed = Resume(checkpoints, results, document, run, *plan); !resumed.ok()) return resumed;
   }

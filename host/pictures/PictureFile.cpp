@@ -59,14 +59,14 @@ std::string LowerExtension(const std::filesystem::path& path) {
 
 }  // namespace
 
-Status WritePicture(const std::filesystem::path& path, const Picture& picture, double exposure) {
+Status WritePicture(const std::filesystem::path& path, const Picture& picture, const PictureView& view) {
   const std::string extension = LowerExtension(path);
   if (extension != ".exr" && extension != ".png") {
     return Status::Fail(ErrorKind::Usage, path.string() + ": pictures end in .exr or .png");
   }
   AtomicStream stream;
   if (Status s = stream.Open(path); !s) return s;
-  const Status written = extension == ".exr" ? WriteExr(picture, stream) : WritePng(picture, exposure, stream);
+  const Status written = extension == ".exr" ? WriteExr(picture, stream) : WritePng(picture, view, stream);
   // The stream knows the file and the reason where it was the disk that refused.
   if (!written)
     return stream.status().ok() ? Status::Fail(written.error().kind, path.string() + ": " + written.error().text)

@@ -6,12 +6,13 @@
 
 #include "globals/Result.h"
 #include "host/pictures/Picture.h"
+#include "host/pictures/PictureView.h"
 
 namespace orlix {
 
-// ".exr" or ".png" (with the exposure), to a temporary name first, so that the path holds the old file, the whole new
+// ".exr" or ".png" (through the view), to a temporary name first, so that the path holds the old file, the whole new
 // one or nothing. An existing folder is asked for.
-Status WritePicture(const std::filesystem::path& path, const Picture& picture, double exposure = 0);
+Status WritePicture(const std::filesystem::path& path, const Picture& picture, const PictureView& view = {});
 
 // Told apart by the first bytes, not by the name.
 Result<Picture> ReadPicture(const std::filesystem::path& path);

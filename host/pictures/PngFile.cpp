@@ -130,12 +130,15 @@ struct ColourPlanes {
   const float *r, *g, *b, *a;  // a is null in a picture without transparency
 };
 
-void FillRow(const ColourPlanes& planes, std::size_t first, int width, double scale, std::vector<png_byte>& row) {
+void FillRow(const ColourPlanes& planes, std::size_t first, int width, const PictureView& view,
+             std::vector<png_byte>& row) {
+  const double scale = std::exp2(view.exposure);
   png_byte* out = row.data();
   for (std::size_t i = first; i < first + static_cast<std::size_t>(width); ++i) {
     const double alpha = planes.a ? planes.a[i] : 1.0;
     const double factor = planes.a ? (alpha > 0 ? scale / alpha : 0.0) : scale;
-    for (const float* plane : {planes.r, planes.g, planes.b}) *out++ = Quantised(LinearToSrgb(plane[i] * factor));
+    for (const float* plane : {planes.r, planes.g, planes.b})
+      *out++ = Quantised(Displayed(plane[i] * factor, view.transform));
     if (planes.a) *out++ = Quantised(alpha);
   }
 }
@@ -173,7 +176,7 @@ Result<Picture> ReadRows(Reading& r) {
 
 }  // namespace
 
-Status WritePng(const Picture& picture, double exposure, std::ostream& stream) {
+Status WritePng(const Picture& picture, const PictureView& view, std::ostream& stream) {
   const auto fail = [](const std::string& what) {
     return Status::Fail(ErrorKind::Output, "the PNG picture can't be written: " + what);
   };
@@ -187,13 +190,12 @@ Status WritePng(const Picture& picture, double exposure, std::ostream& stream) {
   w.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &w, WritingFailed, KeepWarningQuiet);
   w.info = w.png ? png_create_info_struct(w.png) : nullptr;
   if (!w.info) return fail("no memory");
-  const double scale = std::exp2(exposure);
   bool good =
       WriteHeader(w, static_cast<png_uint_32>(picture.width()), static_cast<png_uint_32>(picture.height()), !opaque);
   w.row.resize(static_cast<std::size_t>(picture.width()) * (opaque ? 3 : 4));
   for (int y = 0; good && y < picture.height(); ++y) {
     const std::size_t first = static_cast<std::size_t>(y) * static_cast<std::size_t>(picture.width());
-    FillRow(planes, first, picture.width(), scale, w.row);
+    FillRow(planes, first, picture.width(), view, w.row);
     good = WriteRow(w);
   }
   good = good && WriteEnd(w);

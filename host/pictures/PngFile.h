@@ -1,5 +1,5 @@
 #pragma once
-// PNG pictures of 8 bits with an sRGB curve.
+// PNG pictures of 8 bits.
 
 #include <cstddef>
 #include <ostream>
@@ -7,12 +7,13 @@
 
 #include "globals/Result.h"
 #include "host/pictures/Picture.h"
+#include "host/pictures/PictureView.h"
 
 namespace orlix {
 
-// Writes R, G and B times 2^exposure, limited to what a display shows; with an alpha channel, which isn't
+// Writes R, G and B through the view; with an alpha channel, which isn't
 // premultiplied in such files, when the picture has one that is below 1 anywhere.
-Status WritePng(const Picture& picture, double exposure, std::ostream& stream);
+Status WritePng(const Picture& picture, const PictureView& view, std::ostream& stream);
 
 // Reads any PNG as linear R, G, B and, where it has transparency, premultiplied with A. Files of more than
 // kMaxPicturePixels, or with more pixels than their size could hold, are refused.

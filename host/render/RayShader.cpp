@@ -71,7 +71,7 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
   const VolumeSample volumes = VolumesAlong(volumeRay, end);
 
   const RenderSettings& settings = world_.settings;
-  Vec3D behind = settings.skyVisible ? settings.skyColour : Vec3D();
+  Vec3D behind = settings.skyVisible ? world_.SkyColour(ray.direction) : Vec3D();
   if (onSurface) behind = ShadeSurface(hit, -ray.direction, pixelOffset, firstIndex);
   if (onPoint) behind = ShadePoint(*point, ray.origin + ray.direction * end);
 
@@ -139,9 +139,8 @@ Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const V
 Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, const Vec2D& pixelOffset,
                               std::uint64_t firstIndex) {
   const RenderSettings& settings = world_.settings;
-  const Vec3D sky = settings.skyColour * settings.skyLight;
   if (settings.skySamples <= 0 || hit.material->colour == Vec3D()) return {};
-  if (sky == Vec3D() && volumes_.empty() && world_.surfaces.empty()) return {};
+  if (settings.skyColour * settings.skyLight == Vec3D() && volumes_.empty() && world_.surfaces.empty()) return {};
   Vec3D sum;
   for (int i = 0; i < settings.skySamples; ++i) {
     VolumeRay ray;
@@ -154,7 +153,8 @@ Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, const 
     ray.hit = world_.surfaces.Intersect(origin, ray.direction, kSkyDistance, other);
     ray.hitDistance = ray.hit ? other.distance : kSkyDistance;
     const VolumeSample volumes = VolumesAlong(ray, ray.hitDistance);
-    sum += volumes.colour + volumes.transmittance * (ray.hit ? other.material->emission : sky);
+    const Vec3D behind = ray.hit ? other.material->emission : world_.SkyColour(ray.direction) * settings.skyLight;
+    sum += volumes.colour + volumes.transmittance * behind;
   }
   return hit.material->colour * sum / settings.skySamples;
 }

@@ -10,11 +10,18 @@ namespace {
 
 constexpr int kMaxSamples = 4096;
 
+constexpr Choice kViews[] = {{ViewTransform::Linear, "linear", "As it is, without a curve"},
+                             {ViewTransform::Srgb, "srgb", "The curve of sRGB; what is above white is cut off"},
+                             {ViewTransform::Filmic, "filmic", "The same, but bright parts roll off towards white"}};
+
 constexpr Parameter kRows[] = {
     IntParameter(kRenderWidthId, "width", 960, "pixels", "Width of the picture").Between(1, kMaxPictureSide),
     IntParameter(kRenderHeightId, "height", 540, "pixels", "Height of the picture").Between(1, kMaxPictureSide),
     IntParameter(kRenderSamplesId, "samples", 4, "", "Rays of each pixel").Between(1, kMaxSamples),
-    VectorParameter(kRenderSkyColourId, "sky_colour", {0.12, 0.14, 0.18}, "", "Colour behind everything").Min(0),
+    VectorParameter(kRenderSkyColourId, "sky_colour", {0.12, 0.14, 0.18}, "", "Colour of the sky overhead").Min(0),
+    VectorParameter(kRenderSkyHorizonId, "sky_horizon", {1.6, 1.45, 1.25}, "",
+                    "Factors of the sky's colour at the horizon; 1 gives one colour all around")
+        .Min(0),
     FloatParameter(kRenderSkyLightId, "sky_light", 1.0, "", "Factor of the light that the sky gives to surfaces")
         .Min(0),
     IntParameter(kRenderSkySamplesId, "sky_samples", 4, "",
@@ -24,8 +31,9 @@ constexpr Parameter kRows[] = {
     IntParameter(kRenderSeedId, "seed", 0, "", "Another seed gives another grain"),
     BoolParameter(kRenderLinearInputsId, "linear_inputs", true, "Colours in simulated channels are linear already"),
     FloatParameter(kRenderExposureId, "exposure", 0.0, "stops", "Brightness of PNG pictures; 1 doubles it"),
+    ChoiceParameter(kRenderViewId, "view", ViewTransform::Filmic, kViews, "From light to the values of PNG pictures"),
     BoolParameter(kRenderExrId, "exr", true, "Write an OpenEXR picture with colour, alpha and depth"),
-    BoolParameter(kRenderPngId, "png", true, "Write a PNG picture with an sRGB curve"),
+    BoolParameter(kRenderPngId, "png", true, "Write a PNG picture"),
     BoolParameter(kRenderVelocityId, "velocity", false, "Add velocities to the OpenEXR picture"),
     StringParameter(kRenderFileNameId, "file_name", "picture", "Name of the pictures, before the frame number"),
     LinkParameter(kRenderCameraId, "camera", kLinkCamera, "The camera; the first one without a link"),
@@ -55,16 +63,18 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   }
   settings.samples = static_cast<int>(samples), settings.skySamples = static_cast<int>(skySamples);
   settings.skyColour = object.GetVector(kRenderSkyColourId);
+  settings.skyHorizon = object.GetVector(kRenderSkyHorizonId);
   settings.skyLight = object.GetDouble(kRenderSkyLightId);
   settings.skyVisible = object.GetBool(kRenderSkyVisibleId);
   settings.seed = static_cast<std::int32_t>(object.GetInt(kRenderSeedId));
   settings.linearInputs = object.GetBool(kRenderLinearInputsId);
-  settings.exposure = object.GetDouble(kRenderExposureId);
+  settings.view = {object.GetDouble(kRenderExposureId), object.GetChoice<ViewTransform>(kRenderViewId)};
   settings.writeExr = object.GetBool(kRenderExrId);
   settings.writePng = object.GetBool(kRenderPngId);
   settings.writeVelocity = object.GetBool(kRenderVelocityId);
   settings.name = object.GetString(kRenderFileNameId);
-  if (!IsFinite(settings.skyColour) || !std::isfinite(settings.skyLight) || !std::isfinite(settings.exposure)) {
+  if (!IsFinite(settings.skyColour) || !IsFinite(settings.skyHorizon) || !std::isfinite(settings.skyLight) ||
+      !std::isfinite(settings.view.exposure)) {
     return Result<RenderSettings>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
   }
   return settings;

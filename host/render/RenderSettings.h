@@ -9,6 +9,7 @@
 #include "host/description/TypeRegistry.h"
 #include "host/objects/BaseObject.h"
 #include "host/pictures/Picture.h"
+#include "host/pictures/PictureView.h"
 
 namespace orlix {
 
@@ -31,17 +32,20 @@ inline constexpr int kRenderPngId = 1011;
 inline constexpr int kRenderVelocityId = 1012;
 inline constexpr int kRenderFileNameId = 1013;
 inline constexpr int kRenderCameraId = 1014;
+inline constexpr int kRenderSkyHorizonId = 1015;
+inline constexpr int kRenderViewId = 1016;
 
 struct RenderSettings {
   int width = 960, height = 540;
-  int samples = 4;  // rays of each pixel
-  Vec3D skyColour{0.12, 0.14, 0.18};
-  double skyLight = 1;     // factor of the sky's light on surfaces
-  int skySamples = 4;      // rays of each sample that look for light around a surface
-  bool skyVisible = true;  // false: black and transparent behind everything
+  int samples = 4;                    // rays of each pixel
+  Vec3D skyColour{0.12, 0.14, 0.18};  // overhead
+  Vec3D skyHorizon{1.6, 1.45, 1.25};  // times the colour, at the horizon and below
+  double skyLight = 1;                // factor of the sky's light on surfaces
+  int skySamples = 4;                 // rays of each sample that look for light around a surface
+  bool skyVisible = true;             // false: black and transparent behind everything
   std::int32_t seed = 0;
-  bool linearInputs = true;  // colours of scenes are linear already
-  double exposure = 0;       // stops, for pictures of 8 bits
+  bool linearInputs = true;                              // colours of scenes are linear already
+  PictureView view{.transform = ViewTransform::Filmic};  // of pictures of 8 bits
   bool writeExr = true, writePng = true, writeVelocity = false;
   std::string name = "picture";  // of the files, without number and ending
 };

@@ -2,6 +2,7 @@
 // Everything that a picture shows: camera, lights, surfaces, volumes and settings. Filled on one thread, then read by
 // all render threads.
 
+#include <algorithm>
 #include <vector>
 
 #include "host/render/Camera.h"
@@ -21,6 +22,12 @@ class RenderWorld {
   SurfaceScene surfaces;
   std::vector<VolumeShader*> volumes;  // owned by others, in the order of creation
   std::vector<PointCloud> points;      // rays of the camera see them; lights and other rays pass
+
+  // What a ray that leaves the scene meets: the colour at the horizon and below, and overhead that of the settings.
+  Vec3D SkyColour(const Vec3D& direction) const {
+    const double low = 1 - std::max(0.0, direction.y), weight = low * low * low;
+    return settings.skyColour * (Vec3D(1.0) + (settings.skyHorizon - Vec3D(1.0)) * weight);
+  }
 
   // The share of a light that surfaces let through to a point off all surfaces, one value a colour: white, or black in
   // the shadow. White for a light that casts none.

@@ -43,9 +43,9 @@ std::vector<std::byte> ExrOf(const Picture& picture) {
   EXPECT_TRUE(WriteExr(picture, stream));
   return Bytes(stream);
 }
-std::vector<std::byte> PngOf(const Picture& picture, double exposure = 0) {
+std::vector<std::byte> PngOf(const Picture& picture, const PictureView& view = {}) {
   std::ostringstream stream;
-  EXPECT_TRUE(WritePng(picture, exposure, stream));
+  EXPECT_TRUE(WritePng(picture, view, stream));
   return Bytes(stream);
 }
 
@@ -131,9 +131,26 @@ TEST(PngFile, KeepsAlphaAndDoesNotPremultiply) {
 TEST(PngFile, ExposureCountsInStops) {
   Picture picture(1, 1);
   for (const char* name : {"R", "G", "B"}) picture.AddChannel(name, 0.1f);
-  const Result<Picture> back = ReadPng(PngOf(picture, 2));
+  const Result<Picture> back = ReadPng(PngOf(picture, {.exposure = 2}));
   ASSERT_TRUE(back);
   EXPECT_NEAR(back->Find("G")->values[0], 0.4, 0.005);
+}
+
+TEST(PngFile, ViewsDifferInWhatBecomesOfBrightParts) {
+  Picture picture(5, 1);
+  for (const char* name : {"R", "G", "B"}) picture.AddChannel(name).values = {0.3f, 1, 2, 8, 1e6f};
+  const auto shown = [&](ViewTransform transform) {
+    const Result<Picture> back = ReadPng(PngOf(picture, {.transform = transform}));
+    return back ? back->Find("G")->values : std::vector<float>(5);
+  };
+  const auto srgb = shown(ViewTransform::Srgb), filmic = shown(ViewTransform::Filmic);
+  EXPECT_EQ(filmic[0], srgb[0]);  // below the knee
+  EXPECT_NEAR(LinearToSrgb(shown(ViewTransform::Linear)[0]), 0.3, 0.5 / 255 + 1e-6);
+  EXPECT_EQ(srgb[1], srgb[2]);
+  for (std::size_t i = 1; i < 5; ++i) EXPECT_GT(filmic[i], filmic[i - 1]);
+  EXPECT_EQ(filmic[4], 1);
+  // No edge at the knee.
+  EXPECT_NEAR(FilmicShoulder(0.4 + 1e-6) - FilmicShoulder(0.4 - 1e-6), 2e-6, 1e-9);
 }
 
 TEST(PngFile, WhatIsNoNumberIsBlack) {

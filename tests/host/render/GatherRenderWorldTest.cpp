@@ -62,6 +62,8 @@ TEST_F(Gathering, DefaultsOfSettingsAreThoseOfTheTable) {
   EXPECT_EQ(world_.settings.height, own.height);
   EXPECT_EQ(world_.settings.samples, own.samples);
   EXPECT_EQ(world_.settings.skyColour, own.skyColour);
+  EXPECT_EQ(world_.settings.skyHorizon, own.skyHorizon);
+  EXPECT_EQ(world_.settings.view.transform, own.view.transform);
   EXPECT_EQ(world_.settings.skySamples, own.skySamples);
   EXPECT_EQ(world_.settings.name, own.name);
   EXPECT_EQ(world_.settings.writeExr, own.writeExr);

@@ -183,6 +183,20 @@ TEST(Renderer, AnOpenPlaneGathersTheWholeSky) {
   }
 }
 
+TEST(Renderer, TheSkyGoesFromItsColourToThatOfTheHorizon) {
+  RenderWorld world;
+  SetUpPicture(world, 3, 101);
+  world.camera.position = {}, world.camera.LookAt({0, 0, -1}, {0, 1, 0});
+  world.camera.halfWidth = 0.1;  // some 73 degrees up and down
+  world.settings.skyColour = {0.1, 0.2, 0.3}, world.settings.skyHorizon = {3, 2, 1};
+  const Picture picture = Rendered(world);
+  for (int y = 1; y < 101; ++y) EXPECT_GE(At(picture, "R", 1, y), At(picture, "R", 1, y - 1));
+  EXPECT_NEAR(At(picture, "R", 1, 0), 0.1, 0.001);
+  EXPECT_NEAR(At(picture, "R", 1, 50), 0.3, 0.02);
+  EXPECT_NEAR(At(picture, "R", 1, 100), 0.3, 1e-6);
+  EXPECT_NEAR(At(picture, "B", 1, 50), 0.3, 1e-6);
+}
+
 TEST(Renderer, HalfASkyIsHalfTheLight) {
   // A high wall through the plane's middle, seen from a point at its foot.
   RenderWorld world;

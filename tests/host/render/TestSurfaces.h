@@ -64,7 +64,7 @@ class BoxVolume : public VolumeShader {
 inline void SetUpPicture(RenderWorld& world, int width, int height, int samples = 1) {
   world.settings.width = width, world.settings.height = height;
   world.settings.samples = samples;
-  world.settings.skyColour = {};
+  world.settings.skyColour = {}, world.settings.skyHorizon = {1, 1, 1};
   world.lights.clear();
 }
 
