@@ -25,20 +25,50 @@ ORLIX_INLINE ORLIX_LANES_TARGET void StoreRow(double* to, const Row& row) {
 }
 
 // Squared distances of points from a box.
-ORLIX_LANES_TARGET void BoxDistances(const double* x, const double* y, const double* z, int count, const Vec3D& low,
-                                     const Vec3D& high, double* squared) {
+ORLIX_INLINE ORLIX_LANES_TARGET void BoxDistances(F& squared, const F (&p)[3], const Vec3D& low, const Vec3D& high) {
+  squared = F{};
+  for (int axis = 0; axis < 3; ++axis) {
+    const F below = low[axis] - p[axis], above = p[axis] - high[axis];
+    F apart = below > above ? below : above;
+    apart = apart > 0.0 ? apart : F{};
+    squared += apart * apart;
+  }
+}
+
+// Writes the points of a vector whose bits are set; gives how many.
+ORLIX_INLINE ORLIX_LANES_TARGET int KeepPoints(const F (&p)[3], const M& near, const std::int32_t* slots,
+                                               NearPoints& out) {
+  const auto to = std::size_t(out.count);
+#if ORLIX_LANES_BYTES == 64
+  const __mmask8 bits = _mm512_movepi64_mask(reinterpret_cast<__m512i>(near));
+  _mm512_storeu_pd(&out.x[to], _mm512_maskz_compress_pd(bits, p[0]));
+  _mm512_storeu_pd(&out.y[to], _mm512_maskz_compress_pd(bits, p[1]));
+  _mm512_storeu_pd(&out.z[to], _mm512_maskz_compress_pd(bits, p[2]));
+  const __m256i all = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(slots));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(&out.slot[to]), _mm256_maskz_compress_epi32(bits, all));
+  return __builtin_popcount(bits);
+#else
+  std::size_t at = to;
+  for (int l = 0; l < kLanes; ++l) {
+    out.x[at] = p[0][l], out.y[at] = p[1][l], out.z[at] = p[2][l], out.slot[at] = slots[l];
+    at -= std::size_t(near[l]);  // -1 where it is near
+  }
+  return static_cast<int>(at - to);
+#endif
+}
+
+// The rest of the last vector is beyond the end: its points lie nowhere.
+ORLIX_LANES_TARGET void KeepNear(const double* x, const double* y, const double* z, const std::int32_t* slots,
+                                 int count, const Vec3D& low, const Vec3D& high, double limit, NearPoints& out) {
   for (int n = 0; n < count; n += kLanes) {
-    F sum = {};
-    const double* axes[3] = {x + n, y + n, z + n};
-    for (int axis = 0; axis < 3; ++axis) {
-      F p, below, above;
-      Load(p, axes[axis]);
-      below = low[axis] - p, above = p - high[axis];
-      F apart = below > above ? below : above;
-      apart = apart > 0.0 ? apart : F{};
-      sum += apart * apart;
+    F p[3], squared;
+    Load(p[0], x + n), Load(p[1], y + n), Load(p[2], z + n);
+    BoxDistances(squared, p, low, high);
+    M near = squared < limit;
+    if (n + kLanes > count) {
+      for (int l = count - n; l < kLanes; ++l) near[l] = 0;
     }
-    Store(squared + n, sum);
+    out.count += KeepPoints(p, near, slots + n, out);
   }
 }
 

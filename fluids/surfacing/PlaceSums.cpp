@@ -1,9 +1,11 @@
 #include "fluids/surfacing/PlaceSums.h"
 
-#include <algorithm>
-
 #include "fluids/particles/KdNodes.h"
 #include "globals/Multiversion.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #define ORLIX_LANES places_baseline
 #define ORLIX_LANES_TARGET
@@ -34,7 +36,7 @@ namespace orlix {
 namespace {
 
 struct PlaceKernels {
-  decltype(&places_baseline::BoxDistances) boxDistances;
+  decltype(&places_baseline::KeepNear) keepNear;
   decltype(&places_baseline::Distances) distances;
   decltype(&places_baseline::CountBelow) countBelow;
   decltype(&places_baseline::Weigh) weigh;
@@ -46,7 +48,7 @@ struct PlaceKernels {
 
 #define ORLIX_KERNELS_OF(lanes)                                                                              \
   {                                                                                                          \
-    lanes::BoxDistances, lanes::Distances, lanes::CountBelow, lanes::Weigh, lanes::AddOffsets,               \
+    lanes::KeepNear, lanes::Distances, lanes::CountBelow, lanes::Weigh, lanes::AddOffsets,               \
         lanes::AddWeights, lanes::StretchedLengths, lanes::AddStretchedOffsets                               \
   }
 
@@ -63,8 +65,6 @@ const PlaceKernels& ThePlaceKernels() {
   return kKernels;
 }
 
-constexpr int kAtOnce = 256;  // points whose distances from a box are known before any is kept
-
 }  // namespace
 
 void EightPlaces::FindBox() {
@@ -80,22 +80,11 @@ void NearPoints::Need(std::size_t n) {
 
 namespace place_sums {
 
-void KeepNear(const double* x, const double* y, const double* z, int count, const std::int32_t* slots,
-              std::int32_t first, const Vec3D& low, const Vec3D& high, double limit, NearPoints& out) {
+void KeepNear(const double* x, const double* y, const double* z, const std::int32_t* slots, int count, const Vec3D& low,
+              const Vec3D& high, double limit, NearPoints& out) {
   out.Need(std::size_t(out.count) + std::size_t(count));
-  alignas(64) double squared[kAtOnce];
-  for (int begin = 0; begin < count; begin += kAtOnce) {
-    const int some = std::min(kAtOnce, count - begin);
-    ThePlaceKernels().boxDistances(x + begin, y + begin, z + begin, some, low, high, squared);
-    for (int n = 0; n < some; ++n) {
-      const auto to = std::size_t(out.count);
-      out.x[to] = x[begin + n], out.y[to] = y[begin + n], out.z[to] = z[begin + n];
-      out.slot[to] = slots ? slots[begin + n] : first + begin + n;
-      out.count += squared[n] < limit;
-    }
-  }
+  ThePlaceKernels().keepNear(x, y, z, slots, count, low, high, limit, out);
 }
-
 void Distances(const NearPoints& points, const EightPlaces& places, double limit, double* squared,
                std::int64_t* counts) {
   ThePlaceKernels().distances(points, places, limit, squared, counts);

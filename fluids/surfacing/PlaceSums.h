@@ -47,10 +47,10 @@ struct StretchedBall {
 
 namespace place_sums {
 
-// Appends the points of [0, count) that lie nearer to the box than the root of limit. slots: null for first, first + 1...
-// Reads up to the end of a vector beyond the last.
-void KeepNear(const double* x, const double* y, const double* z, int count, const std::int32_t* slots,
-              std::int32_t first, const Vec3D& low, const Vec3D& high, double limit, NearPoints& out);
+// Appends the points of [0, count) that lie nearer to the box than the root of limit. All four arrays can be read, and
+// are, up to a whole number of eights.
+void KeepNear(const double* x, const double* y, const double* z, const std::int32_t* slots, int count, const Vec3D& low,
+              const Vec3D& high, double limit, NearPoints& out);
 // Squared distances of all points; how many are below the limit.
 void Distances(const NearPoints& points, const EightPlaces& places, double limit, double* squared,
                std::int64_t* counts);

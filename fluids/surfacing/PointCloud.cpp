@@ -49,13 +49,13 @@ void PointCloud::Build(WorkerPool& pool, std::span<const Vec3D> places, const Ve
   count_ = 0;
   for (std::int32_t& start : starts_) count_ += std::exchange(start, count_);
   const std::size_t room = std::size_t(count_) + kPlaces;
-  x_.resize(room), y_.resize(room), z_.resize(room), index_.resize(room);
+  x_.resize(room), y_.resize(room), z_.resize(room), index_.resize(room), slot_.resize(room);
   // Each cell's start moves to its end, which is the next one's start.
   pool.Run(pieces, [&](int piece) {
     forOwn(piece, [&](std::size_t n) {
       const auto to = std::size_t(starts_[std::size_t(keys[n])]++);
       x_[to] = places[n].x, y_[to] = places[n].y, z_[to] = places[n].z;
-      index_[to] = static_cast<std::int32_t>(n);
+      index_[to] = static_cast<std::int32_t>(n), slot_[to] = static_cast<std::int32_t>(to);
     });
   });
   std::copy_backward(starts_.begin(), starts_.end() - 1, starts_.end());
@@ -70,8 +70,8 @@ void PointCloud::Gather(const Vec3D& low, const Vec3D& high, double radius, Near
       const std::int32_t begin = starts_[std::size_t(Key(from.x, j, k))];
       const std::int32_t end = starts_[std::size_t(Key(to.x, j, k)) + 1];
       if (begin == end) continue;
-      place_sums::KeepNear(x_.data() + begin, y_.data() + begin, z_.data() + begin, end - begin, nullptr, begin, low,
-                           high, radius * radius, out);
+      place_sums::KeepNear(x_.data() + begin, y_.data() + begin, z_.data() + begin, slot_.data() + begin, end - begin,
+                           low, high, radius * radius, out);
     }
   }
 }

@@ -32,7 +32,7 @@ class PointCloud {
   int count_ = 0;
   CountedVector<std::int32_t> starts_;  // of each cell, and the end
   CountedVector<double> x_, y_, z_;
-  CountedVector<std::int32_t> index_;
+  CountedVector<std::int32_t> index_, slot_;  // slot_[n] is n, for what copies it along
 };
 
 }  // namespace orlix

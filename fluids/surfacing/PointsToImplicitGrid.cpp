@@ -98,8 +98,8 @@ void BlockWorker::SetUp(const NodeBlock& block) {
 // The neighbours of eight places among the block's points. False when none has any.
 bool BlockWorker::FindNear(const EightPlaces& places) {
   points_.count = 0;
-  KeepNear(blockPoints_.x.data(), blockPoints_.y.data(), blockPoints_.z.data(), blockPoints_.count,
-           blockPoints_.slot.data(), 0, places.low, places.high, all_.squaredRadius, points_);
+  KeepNear(blockPoints_.x.data(), blockPoints_.y.data(), blockPoints_.z.data(), blockPoints_.slot.data(),
+           blockPoints_.count, places.low, places.high, all_.squaredRadius, points_);
   if (points_.count == 0) return false;
   const std::size_t size = std::size_t(points_.count) * kPlaces;
   if (size > squared_.size()) squared_.resize(size * 2), lengths_.resize(size * 2), weights_.resize(size * 2);
