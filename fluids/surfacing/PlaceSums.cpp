@@ -46,10 +46,10 @@ struct PlaceKernels {
   decltype(&places_baseline::AddStretchedOffsets) addStretchedOffsets;
 };
 
-#define ORLIX_KERNELS_OF(lanes)                                                                              \
-  {                                                                                                          \
-    lanes::KeepNear, lanes::Distances, lanes::CountBelow, lanes::Weigh, lanes::AddOffsets,               \
-        lanes::AddWeights, lanes::StretchedLengths, lanes::AddStretchedOffsets                               \
+#define ORLIX_KERNELS_OF(lanes)                                                                               \
+  {                                                                                                           \
+    lanes::KeepNear, lanes::Distances, lanes::CountBelow, lanes::Weigh, lanes::AddOffsets, lanes::AddWeights, \
+        lanes::StretchedLengths, lanes::AddStretchedOffsets                                                   \
   }
 
 PlaceKernels ChoosePlaceKernels() {

@@ -1,6 +1,6 @@
 #pragma once
-// Sums over points near eight places at once: what a reconstruction takes of its particles. Places are the lanes, points
-// come one after the other, so that each place's sums are added in the order of the points on every machine.
+// Sums over points near eight places at once: what a reconstruction takes of its particles. Places are the lanes,
+// points come one after the other, so that each place's sums are added in the order of the points on every machine.
 //
 // Tables hold eight values a point, one for each place.
 

@@ -43,9 +43,7 @@ void PointCloud::Build(WorkerPool& pool, std::span<const Vec3D> places, const Ve
       if (keys[n] >= from && keys[n] < to) f(n);
     }
   };
-  pool.Run(pieces, [&](int piece) {
-    forOwn(piece, [&](std::size_t n) { ++starts_[std::size_t(keys[n])]; });
-  });
+  pool.Run(pieces, [&](int piece) { forOwn(piece, [&](std::size_t n) { ++starts_[std::size_t(keys[n])]; }); });
   count_ = 0;
   for (std::int32_t& start : starts_) count_ += std::exchange(start, count_);
   const std::size_t room = std::size_t(count_) + kPlaces;

@@ -13,16 +13,16 @@ namespace {
 
 using namespace place_sums;
 
-constexpr int kEdge = 4;            // nodes of a block along an axis
-constexpr int kCellNodes = 2;       // node distances of a cell of the cloud
-constexpr int kMostRounds = 32;     // of the search for a limit
+constexpr int kEdge = 4;         // nodes of a block along an axis
+constexpr int kCellNodes = 2;    // node distances of a cell of the cloud
+constexpr int kMostRounds = 32;  // of the search for a limit
 
 // What all workers read.
 struct Reconstruction {
   const ReconstructionSettings& settings;
   const PointCloud& cloud;
-  const double* ratios;         // by slot, or null
-  const StretchedBall* balls;   // by slot, or null
+  const double* ratios;        // by slot, or null
+  const StretchedBall* balls;  // by slot, or null
   ScalarGrid& grid;
   double radius, r0, squaredRadius;
 };
@@ -70,8 +70,8 @@ class BlockWorker {
   NearPoints blockPoints_, points_;
   std::vector<double> squared_, lengths_, weights_;
   std::vector<Neighbour> ranked_;
-  PlaceRow bounds_;                 // below them the squared distance of a neighbour lies
-  std::int64_t counts_[kPlaces];    // neighbours
+  PlaceRow bounds_;               // below them the squared distance of a neighbour lies
+  std::int64_t counts_[kPlaces];  // neighbours
   Eight eights_[kEights];
   int eightCount_ = 0;
 };

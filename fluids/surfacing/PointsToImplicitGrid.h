@@ -31,15 +31,15 @@ struct ReconstructionSettings {
   double lowerDensity = 0, upperDensity = 1.05;
   const KernelBase* kernel = nullptr;  // instead of the weights above; not owned
 
-  double Radius() const { return particleRadius * radiusScale; }     // R0
-  double SearchRadius() const { return Radius() * radiusFactor; }    // R
-  double RadiusShare(double density) const;  // of a neighbourhood of this density
+  double Radius() const { return particleRadius * radiusScale; }   // R0
+  double SearchRadius() const { return Radius() * radiusFactor; }  // R
+  double RadiusShare(double density) const;                        // of a neighbourhood of this density
 };
 
 struct ReconstructionPoints {
-  std::span<const Vec3D> places;           // where the search finds them
-  std::span<const double> ratios;          // mass / divisor; empty for all 1
-  std::span<const StretchedBall> balls;    // Density and Average
+  std::span<const Vec3D> places;         // where the search finds them
+  std::span<const double> ratios;        // mass / divisor; empty for all 1
+  std::span<const StretchedBall> balls;  // Density and Average
 };
 
 // Fills the grid. False after a break. Throws std::bad_alloc.

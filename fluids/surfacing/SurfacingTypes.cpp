@@ -1,9 +1,10 @@
 #include "fluids/surfacing/SurfacingTypes.h"
 
 #include "fluids/scene/NodeFactory.h"
+#include "fluids/surfacing/SurfaceReconstructor.h"
 
 namespace orlix {
 
-void RegisterSurfacingTypes(NodeFactory&) {}
+void RegisterSurfacingTypes(NodeFactory& factory) { factory.Add<SurfaceReconstructor>(); }
 
 }  // namespace orlix

@@ -12,8 +12,8 @@
 namespace orlix {
 namespace {
 
-constexpr int kSide = 92;      // particles
-constexpr int kMargin = 6;     // nodes
+constexpr int kSide = 92;       // particles
+constexpr int kMargin = 6;      // nodes
 constexpr float kCell = 0.05f;  // of the level set, m
 
 struct Setting {
