@@ -1,0 +1,30 @@
+#include "fluids/surfacing/SurfaceField.h"
+
+namespace orlix {
+
+BitRows OutsideNodes(const SurfaceField& field, WorkerPool& pool) {
+  BitRows outside(field.grid.dims);
+  const VecInt3D low = field.low, high = field.high;
+  ForLayers(pool, low.z, high.z + 1, [&](int k) {
+    for (int j = low.y; j <= high.y; ++j) {
+      const double* row = &field.grid(0, j, k);
+      std::uint64_t* bits = outside.Row(j, k);
+      for (int w = low.x / 64; w <= high.x / 64; ++w) {
+        const int end = std::min(64, high.x + 1 - 64 * w);
+        std::uint64_t word = 0;
+        // -nearest < v: a value that is near counts as outside.
+        for (int b = 0; b < end; ++b) word |= std::uint64_t(row[64 * w + b] - field.iso > -field.nearest) << b;
+        bits[w] = word & WordOfRange(w, low.x, high.x + 1);
+      }
+      if (!field.closed) continue;
+      const bool face = j == low.y || j == high.y || k == low.z || k == high.z;
+      for (int w = low.x / 64; w <= high.x / 64; ++w) {
+        bits[w] |= face ? WordOfRange(w, low.x, high.x + 1)
+                        : WordOfRange(w, low.x, low.x + 1) | WordOfRange(w, high.x, high.x + 1);
+      }
+    }
+  });
+  return outside;
+}
+
+}  // namespace orlix
