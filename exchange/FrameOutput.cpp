@@ -36,6 +36,8 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
   PolygonObject placed = local;
   const LMatrix matrix = object.GlobalMatrix();
   for (Vec3D& point : placed.points) point = matrix * point;
+  for (Vec3D& velocity : placed.velocities) velocity = matrix.Rotate(velocity);
+  for (Vec3D& normal : placed.normals) normal = Normalized(matrix.Rotate(normal));
   return placed;
 }
 
@@ -197,13 +199,13 @@ Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
     status = stream.Open(path);
     if (!status) return;
     PolygonObject placed = InHostSpace(object, *polygons);
-    std::vector<Vec3D> velocities;
-    if (ply) velocities = VelocitiesOf(object, placed.points);
-    for (std::vector<Vec3D>* vectors : {&placed.points, &velocities}) {
+    if (ply && placed.velocities.empty()) placed.velocities = VelocitiesOf(object, placed.points);
+    for (std::vector<Vec3D>* vectors : {&placed.points, &placed.velocities, &placed.normals}) {
       for (Vec3D& v : *vectors) v = output.space(v);
     }
+    for (Vec3D& n : placed.normals) n = Normalized(n);
     if (ply)
-      WritePly(placed, velocities, stream);
+      WritePly(placed, stream);
     else
       WriteObj(placed, stream);
     status = stream.Commit();

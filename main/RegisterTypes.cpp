@@ -34,7 +34,6 @@ struct PlannedType {
 
 // Types that scenes may come to name. Each leaves the list by being registered.
 constexpr PlannedType kPlanned[] = {
-    {1300033, "zq_mesher"},
     {1300034, "zq_csg"},
     {1300035, "zq_levelset_smoother"},
     {1300057, "zq_constraint_coffee"},

@@ -25,7 +25,7 @@ Status ConvertMesh(const ConvertOptions& options) {
   AtomicStream stream;
   if (Status opened = stream.Open(options.out); !opened) return opened;
   if (LowerExtension(options.out) == ".ply")
-    WritePly(*mesh, {}, stream);
+    WritePly(*mesh, stream);
   else
     WriteObj(*mesh, stream);
   if (Status done = stream.Commit(); !done) return done;

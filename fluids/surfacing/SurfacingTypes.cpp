@@ -1,10 +1,14 @@
 #include "fluids/surfacing/SurfacingTypes.h"
 
 #include "fluids/scene/NodeFactory.h"
+#include "fluids/surfacing/ImplicitMesher.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 
 namespace orlix {
 
-void RegisterSurfacingTypes(NodeFactory& factory) { factory.Add<SurfaceReconstructor>(); }
+void RegisterSurfacingTypes(NodeFactory& factory) {
+  factory.Add<SurfaceReconstructor>();
+  factory.Add<ImplicitMesher>();
+}
 
 }  // namespace orlix

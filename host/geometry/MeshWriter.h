@@ -2,17 +2,16 @@
 // Polygon meshes as OBJ and PLY. The stream's state tells whether the bytes were taken.
 
 #include <ostream>
-#include <span>
 
 #include "host/objects/BaseObject.h"
 
 namespace orlix {
 
-// Text with the shortest digits that give each double back.
+// Text with the shortest digits that give each double back; normals where the mesh has them.
 void WriteObj(const PolygonObject& mesh, std::ostream& out);
 
-// Binary, little endian, single precision; velocities (host units a second, one for each point, or none) as the
-// properties vx, vy, vz.
-void WritePly(const PolygonObject& mesh, std::span<const Vec3D> velocities, std::ostream& out);
+// Binary, little endian, single precision. What the mesh's points have: normals as the properties nx, ny, nz, velocities
+// (host units a second) as vx, vy, vz, and its attributes by their names, with _x, _y, _z for vectors.
+void WritePly(const PolygonObject& mesh, std::ostream& out);
 
 }  // namespace orlix

@@ -56,6 +56,15 @@ Status MeasureMotion(BaseDocument& document, const std::vector<const BaseObject*
   if (Status moved = document.SetTime(now); !moved) return moved;
   velocities = PointsOf(meshes);
   for (std::size_t m = 0; m < meshes.size(); ++m) {
+    // A mesh that is made anew in each frame knows its velocities, or has none.
+    const PolygonObject* polygons = meshes[m]->Polygons();
+    if (polygons && !polygons->velocities.empty()) {
+      const LMatrix matrix = meshes[m]->GlobalMatrix();
+      for (std::size_t i = 0; i < velocities[m].size(); ++i) {
+        velocities[m][i] = matrix.Rotate(polygons->velocities[i]);
+      }
+      continue;
+    }
     if (there[m].size() != velocities[m].size()) velocities[m].clear();
     for (std::size_t i = 0; i < velocities[m].size(); ++i) {
       velocities[m][i] = (there[m][i] - velocities[m][i]) * (step * document.fps);

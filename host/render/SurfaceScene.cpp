@@ -124,7 +124,13 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   std::vector<std::int32_t> corners;
   corners.reserve(list.size() * 3);
   for (const Triangle& t : list) corners.insert(corners.end(), t.corner, t.corner + 3);
-  data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
+  if (const std::vector<Vec3D>& own = surface.polygons->normals; own.size() == points.size()) {
+    for (const std::int32_t corner : corners) {
+      data.normals.emplace_back(Normalized(surface.matrix.Rotate(own[static_cast<std::size_t>(corner)])));
+    }
+  } else {
+    data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
+  }
   if (surface.velocities && surface.velocities->size() == points.size()) {
     for (const Vec3D& v : *surface.velocities) data.velocities.emplace_back(IsFinite(v) ? v : Vec3D());
   }

@@ -232,12 +232,16 @@ TEST(MeshReader, CutFilesDoNoHarm) {
 // --- files -----------------------------------------------------------------------------------------------------------
 
 TEST(MeshWriter, ObjGivesEveryBitBackAndPlySinglePrecision) {
-  const PolygonObject mesh = SpherePolygons(1, 20, 20);
+  PolygonObject mesh = SpherePolygons(1, 20, 20);
   std::ostringstream obj, ply, moving;
+  WritePly(mesh, ply);
+  mesh.velocities.assign(mesh.points.size(), Vec3D(1, 2, 3));
+  mesh.normals = mesh.points;
+  mesh.attributes = {{"x", 1, std::vector<double>(mesh.points.size())},
+                     {"my heat", 3, std::vector<double>(3 * mesh.points.size())}};
   WriteObj(mesh, obj);
-  WritePly(mesh, {}, ply);
-  const std::vector<Vec3D> velocities(mesh.points.size(), Vec3D(1, 2, 3));
-  WritePly(mesh, velocities, moving);
+  WritePly(mesh, moving);
+  EXPECT_NE(moving.str().find("property float value_x\nproperty float my_heat_x\n"), std::string::npos);
   const auto fromObj = ParseObj(obj.str(), "a.obj");
   ASSERT_TRUE(fromObj.ok()) << fromObj.error().text;
   EXPECT_EQ(fromObj->points, mesh.points);

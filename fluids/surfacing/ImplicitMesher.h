@@ -1,0 +1,55 @@
+#pragma once
+// The surface of a level set as polygons: of a volume, of volumes that were combined, of particles.
+
+#include "fluids/level_sets/iLevelSet.h"
+#include "fluids/surfacing/SurfaceExtractor.h"
+#include "fluids/surfacing/VertexData.h"
+
+namespace orlix {
+
+class ImplicitMesher final : public iObject {
+ public:
+  using iObject::iObject;
+  static constexpr int kRenderOnlyId = 1000, kInputId = 1001, kMethodId = 1002, kDivisorId = 1003, kNormalsId = 1005,
+                       kAdvectionTimeId = 1007, kIsoId = 1008, kVelocityId = 1009, kSamplingId = 1012, kClosedId = 1100,
+                       kVertexDataId = 1101;
+  static const TypeInfo& Type();
+
+  std::int32_t GetNodeBaseType() const override { return NODE_VOLUME; }
+  std::int32_t GetNodeSubType() const override { return 85; }
+  void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_MESH); }
+  bool RunsSerially() const override { return true; }
+  bool EvaluatesOnUpdate() const override { return true; }
+  void ResetSimulation() override;
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  void CheckDirty() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+  void Finish() override;
+  std::int64_t DerivedBytes() const override;
+
+  // In simulation space.
+  const TriMeshSTL& Mesh() const { return mesh_; }
+  TriMeshSTL& Mesh() { return mesh_; }
+  // The mesh was changed by another node: gives it to the host object.
+  void ShowMesh();
+
+ private:
+  const ScalarGrid* InputGrid() const;
+
+  ExtractionSettings settings_;
+  bool renderOnly_ = false, gradientNormals_ = true;
+  double advectionTime_ = 0;  // s
+  iBase* inputNode_ = nullptr;
+  iLevelSet* input_ = nullptr;
+  iSolver* velocity_ = nullptr;
+  VertexData vertexData_;
+  TriMeshSTL mesh_;
+  std::uint64_t builtVersion_ = 0;
+  std::uint64_t builtFrom_ = 0;  // the creation number of the input's object
+};
+
+}  // namespace orlix
