@@ -10,8 +10,8 @@ namespace orlix {
 // Text with the shortest digits that give each double back; normals where the mesh has them.
 void WriteObj(const PolygonObject& mesh, std::ostream& out);
 
-// Binary, little endian, single precision. What the mesh's points have: normals as the properties nx, ny, nz, velocities
-// (host units a second) as vx, vy, vz, and its attributes by their names, with _x, _y, _z for vectors.
+// Binary, little endian, single precision. What the mesh's points have: normals as the properties nx, ny, nz,
+// velocities (host units a second) as vx, vy, vz, and its attributes by their names, with _x, _y, _z for vectors.
 void WritePly(const PolygonObject& mesh, std::ostream& out);
 
 }  // namespace orlix
