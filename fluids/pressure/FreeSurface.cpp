@@ -13,7 +13,10 @@ namespace {
 constexpr float kLeastTheta = 0.01f;
 constexpr double kFloatRange = 3e38;
 
-inline float Narrow(double phi) { return static_cast<float>(std::fmin(std::fmax(phi, -kFloatRange), kFloatRange)); }
+inline float Narrow(double phi) {
+  const double most = phi < kFloatRange ? phi : kFloatRange;
+  return static_cast<float>(most > -kFloatRange ? most : -kFloatRange);
+}
 
 // One over theta of a face between two cells; 0 in air.
 inline float InverseTheta(float below, float above) {

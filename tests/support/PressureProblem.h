@@ -175,6 +175,13 @@ inline double Sheet(double x, double y, double z) {
   const double r = std::sqrt((x - 0.5) * (x - 0.5) + (z - 0.5) * (z - 0.5));
   return std::max(std::abs(y - 0.5 + 0.3 * (x - 0.5)) - 0.013, 0.1 - r);
 }
+// A breaking dam as the cells of particles show it: steps of half a cell on both sides, drops, and bubbles.
+inline double BreakingDam(double x, double y, double z) {
+  const double chance = std::sin(913 * x + 3571 * y + 7919 * z) * 43758.5453, drop = chance - std::floor(chance);
+  const bool column = x < 0.5 && y < 0.75 - 0.1 * std::sin(7 * x), tongue = x < 0.85 && y < 0.1;
+  const bool spray = x < 0.9 && y < 0.9 && drop < 0.04;
+  return (column || tongue ? drop > 0.002 : spray) ? -0.5 : 0.5;
+}
 inline double Waves(double x, double y, double z) { return y - 0.5 - 0.08 * std::sin(9 * x) * std::cos(11 * z); }
 
 }  // namespace orlix::test

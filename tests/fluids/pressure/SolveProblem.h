@@ -96,24 +96,24 @@ inline double LargestLeft(const PressureProblem& problem, const std::vector<doub
 struct ProblemCase {
   const char* name;
   unsigned closed;
-  PressureProblem::Field solid;
-  bool liquid;
+  PressureProblem::Field solid, liquid;
 };
 inline const ProblemCase kCases[] = {
-    {"closed", kClosed, nullptr, false},
-    {"open_top", kOpenTop, nullptr, false},
-    {"open", kOpen, nullptr, false},
-    {"closed_sphere", kClosed, Sphere, false},
-    {"open_top_sphere", kOpenTop, Sphere, false},
-    {"closed_knobbly", kClosed, Knobbly, false},
-    {"open_top_knobbly", kOpenTop, Knobbly, false},
-    {"liquid", kClosed, nullptr, true},
-    {"liquid_sphere", kClosed, Sphere, true},
+    {"closed", kClosed, nullptr, nullptr},
+    {"open_top", kOpenTop, nullptr, nullptr},
+    {"open", kOpen, nullptr, nullptr},
+    {"closed_sphere", kClosed, Sphere, nullptr},
+    {"open_top_sphere", kOpenTop, Sphere, nullptr},
+    {"closed_knobbly", kClosed, Knobbly, nullptr},
+    {"open_top_knobbly", kOpenTop, Knobbly, nullptr},
+    {"liquid", kClosed, nullptr, Waves},
+    {"liquid_sphere", kClosed, Sphere, Waves},
+    {"breaking_dam", kClosed, nullptr, BreakingDam},
 };
 inline PressureProblem Make(const ProblemCase& c, const VecInt3D& cells) {
   PressureProblem problem(cells, c.closed, c.solid);
   problem.FillVelocity();
-  if (c.liquid) problem.SetLiquid(Waves);
+  if (c.liquid) problem.SetLiquid(c.liquid);
   return problem;
 }
 
