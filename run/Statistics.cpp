@@ -71,7 +71,9 @@ Json Liquids(const std::vector<LiquidReport>& liquids) {
                     {"surface_volume", Number(liquid.surfaceVolume)},
                     {"particle_volume", Number(liquid.particleVolume)},
                     {"particles", liquid.particles},
-                    {"outside", liquid.outside}});
+                    {"outside", liquid.outside},
+                    {"in_walls", liquid.inWalls},
+                    {"left", liquid.left}});
   }
   return list;
 }
@@ -152,6 +154,9 @@ void Statistics::AfterSubstep(const RunState& state, const SubstepReport& report
     sums.total.groups[g].born += before.groups[g].born;
     sums.total.groups[g].died += before.groups[g].died;
     sums.total.groups[g].lost += before.groups[g].lost;
+  }
+  for (std::size_t l = 0; l < std::min(before.liquids.size(), report.liquids.size()); ++l) {
+    sums.total.liquids[l].left += before.liquids[l].left;
   }
   ++sums.substeps;
   for (const auto& [stage, seconds] : report.stageSeconds) sums.stages[stage] += seconds;

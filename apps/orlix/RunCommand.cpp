@@ -15,6 +15,7 @@
 #include "run/FrameList.h"
 #include "run/FrameResults.h"
 #include "run/Interrupt.h"
+#include "run/LiquidTotals.h"
 #include "run/OutputFolders.h"
 #include "run/SceneRun.h"
 #include "run/Statistics.h"
@@ -60,7 +61,7 @@ void PrintPlan(const Program& program, const RunOptions& options, const BaseDocu
 }
 
 void PrintOutcome(const Program& program, const RunOptions& options, const SceneRun& run, double seconds,
-                  std::int64_t peakBytes) {
+                  std::int64_t peakBytes, const LiquidTotals& liquids) {
   const RunState& state = run.state();
   if (program.options.json) {
     Json scenes = Json::array();
@@ -77,6 +78,7 @@ void PrintOutcome(const Program& program, const RunOptions& options, const Scene
   if (program.options.quiet) return;
   fmt::print("{}: {} frames in {:.3g} s, grids took up to {}{}\n", options.scene, state.framesDone, seconds,
              ByteSizeText(static_cast<double>(peakBytes)), state.interrupted ? "; interrupted" : "");
+  for (const auto& [name, total] : liquids.totals()) fmt::print("{}\n", LiquidTotals::Text(name.second, total));
 }
 
 // The most that grids took over the whole run; the engine's own peak starts anew with each sub-step.
@@ -158,6 +160,8 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   }
   PeakMemory peak;
   run.AddListener(peak);
+  LiquidTotals liquids;
+  run.AddListener(liquids);
   Progress progress(program.console);
   if (!program.options.quiet) {
     run.AddListener(progress);
@@ -171,7 +175,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   if (run.state().interrupted && checkpoints.last()) {
     spdlog::info("--resume goes on after frame {}", *checkpoints.last());
   }
-  if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes);
+  if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes, liquids);
   return status;
 }
 

@@ -1,8 +1,10 @@
 #include "fluids/liquids/WaterSolver.h"
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
@@ -40,6 +42,28 @@ void RecordLiquidBox(ScalarGrid& phi, WorkerPool& pool) {
   phi.activeMin = low, phi.activeMax = high;
 }
 
+std::int64_t KillBeyond(const ParticleRows& rows, const Vec3D& low, const Vec3D& high) {
+  const Vec3D* p = rows.positions();
+  std::int64_t killed = 0;
+  for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+    const bool inside = p[r].x >= low.x && p[r].y >= low.y && p[r].z >= low.z && p[r].x <= high.x && p[r].y <= high.y &&
+                        p[r].z <= high.z;
+    if (inside || !(rows.flags()[r] & ParticleFlag::Alive)) continue;
+    std::uint16_t* flags = rows.EditFlags();
+    flags[r] = static_cast<std::uint16_t>(flags[r] & ~ParticleFlag::Alive);
+    ++killed;
+  }
+  return killed;
+}
+
+std::int64_t ParticlesInWalls(const ParticleSort& sort, const GridView<const float>& open) {
+  const auto cells = sort.Cells(), begins = sort.CellBegins();
+  std::int64_t count = 0;
+  if (!open.data || open.dims != sort.space().dims) return 0;
+  for (std::size_t n = 0; n < cells.size(); ++n) count += open[cells[n]] == 0 ? begins[n + 1] - begins[n] : 0;
+  return count;
+}
+
 }  // namespace
 
 WaterSolver::WaterSolver(BaseList2D* hostObject, OrlixScene& owner)
@@ -63,6 +87,7 @@ bool WaterSolver::ReadParameters() {
   flipRatio = handler.GetDouble(kFlipRatioId);
   gathering.radius = handler.GetDouble(kGatherRadiusId);
   followCache = handler.GetBool(kFollowCacheId);
+  drain = handler.GetBool(kDrainId);
   keeping.rate = handler.GetDouble(kKeepVolumeId);
   particleLevelset.fillHoles = keeping.rate > 0;
   keeping.particles = handler.GetInt(kFullCellId);
@@ -162,6 +187,8 @@ void WaterSolver::AddToReport(SubstepReport& report) {
   for (const ParticleGroup* group : groups) liquid.particles += group->Count(PK_Liquid);
   liquid.outside = liquid.particles - static_cast<std::int64_t>(sort.AllEntries().size());
   liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
+  liquid.inWalls = ParticlesInWalls(sort, fractions.View(0, 0));
+  liquid.left = std::exchange(left_, 0);
   report.liquids.push_back(std::move(liquid));
 }
 
@@ -202,8 +229,28 @@ void WaterSolver::ProcessPlayedStage() {
   GridToParticles(0);
 }
 
+void WaterSolver::DrainOpenFaces() {
+  Vec3D low(-kLargest), high(kLargest);
+  // Bits of the faces by axis: the low and the high one.
+  static constexpr std::uint8_t kFaces[3][2] = {{1, 2}, {8, 4}, {16, 32}};
+  for (int axis = 0; axis < 3; ++axis) {
+    if (!(closedFaces & kFaces[axis][0])) low[axis] = lowCorner[axis];
+    if (!(closedFaces & kFaces[axis][1])) high[axis] = lowCorner[axis] + scaledSize[axis];
+  }
+  std::atomic<std::int64_t> left{0};
+  for (ParticleGroup* group : groups) {
+    const ParticleList* list = group->list(PK_Liquid);
+    if (!list) continue;
+    ParallelRange(scene->pool(), 0, list->chunkCount(), [&](int from, int to, int) {
+      for (int chunk = from; chunk < to; ++chunk) left += KillBeyond(list->Rows(chunk), low, high);
+    });
+  }
+  left_ += left;
+}
+
 void WaterSolver::RebuildSurface() {
   if (!HasGrids()) return;
+  if (drain) DrainOpenFaces();
   SortParticles(kStepCapacity);
   const ScalarGrid* solid = boundary.solidDistance.grid.get();
   particleLevelset.Build(scene->pool(), scene->scratch(), sort,

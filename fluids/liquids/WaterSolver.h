@@ -17,7 +17,7 @@ class WaterSolver final : public FluidSolver {
  public:
   static constexpr int kGroupsId = 1201, kModeId = 1203, kFlipRatioId = 1204, kGatherId = 1209, kLevelSetModeId = 1210,
                        kGatherRadiusId = 1211, kLevelSetIsoId = 1212, kLevelSetMinimumId = 1214, kFollowCacheId = 1216,
-                       kGatherKernelId = 1217, kKeepVolumeId = 1218, kFullCellId = 1219;
+                       kGatherKernelId = 1217, kKeepVolumeId = 1218, kFullCellId = 1219, kDrainId = 1220;
 
   WaterSolver(BaseList2D* hostObject, OrlixScene& owner);
   // "Liquid Dynamics", and the same with another interface for thick liquids.
@@ -51,6 +51,7 @@ class WaterSolver final : public FluidSolver {
   double flipRatio = 0.96;  // 0 takes the grid's velocity, 1 only its change
   Gathering gathering;
   VolumeKeeping keeping;
+  bool drain = false;        // particles beyond open faces of the container die
   bool followCache = false;  // particles move along with velocities that are played back
 
  protected:
@@ -61,12 +62,14 @@ class WaterSolver final : public FluidSolver {
   bool HasGrids() const;
   FlipLattice Lattice() const;
   void SortParticles(std::int32_t capacity);
+  void DrainOpenFaces();
   void RebuildSurface();
   void ParticlesToGrid();
   void GridToParticles(double ratio);
   void AddVolumeCorrection();
 
   std::uint64_t surfaceRevision_ = 0;
+  std::int64_t left_ = 0;                 // drained in this sub-step
   ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11
 };
 

@@ -47,6 +47,8 @@ constexpr Parameter kParameters[] = {
         "How fast particles that crowd are driven apart, and thinned ones closed up, so that splashing loses "
         "no volume: 5 is a good value, 0 leaves it")
         .Between(0, 1000),
+    BoolParameter(WaterSolver::kDrainId, "drain", false,
+                  "Particles that leave through open faces of the container die; otherwise they stay about"),
     IntParameter(WaterSolver::kFullCellId, "full_cell", 8, "",
                  "Particles of a full cell: 8 of an emitter with subdivision 1, 64 with 2")
         .Between(1, 32768),

@@ -35,6 +35,8 @@ struct LiquidReport {
   double particleVolume = 0;  // m^3, an eighth of a cell a particle
   std::int64_t particles = 0;
   std::int64_t outside = 0;  // of them, those that stand in no cell
+  std::int64_t inWalls = 0;  // and those in cells that solids fill
+  std::int64_t left = 0;     // removed in the sub-step beyond open faces
 };
 
 // By "node path:type/part/grid", in the order of the state.
