@@ -2,7 +2,22 @@
 
 #include <algorithm>
 
+#include "globals/Multiversion.h"
+
 namespace orlix {
+
+namespace {
+
+// As LatticeContainsPoint.
+ORLIX_MULTIVERSION void MarkInside(const GridSpace& space, const Vec3D* positions, SampledPoints& out) {
+  const Vec3D low = space.simMin, high = space.simMax;
+  for (std::int32_t n = 0; n < out.count; ++n) {
+    const Vec3D& p = positions[n];
+    out.inside[n] = (p.x >= low.x) & (p.y >= low.y) & (p.z >= low.z) & (p.x < high.x) & (p.y < high.y) & (p.z < high.z);
+  }
+}
+
+}  // namespace
 
 void PointSampler::SetScalar(const ScalarGrid& grid, Interpolation mode) {
   grids_ = {&grid, nullptr, nullptr};
@@ -36,8 +51,7 @@ void PointSampler::SetVolumes(std::vector<const VolumeBase*> volumes) {
 void PointSampler::Sample(const Vec3D* positions, std::int32_t count, SampledPoints& out) const {
   out.count = count;
   if (grids_[0]) {
-    const GridSpace& space = grids_[0]->space;
-    for (std::int32_t n = 0; n < count; ++n) out.inside[n] = LatticeContainsPoint(space, positions[n]);
+    MarkInside(grids_[0]->space, positions, out);
     return mode_ == Interpolation::Trilinear ? SampleTrilinearRun(positions, out) : SampleGrids(positions, out);
   }
   for (std::int32_t n = 0; n < count; ++n) {
@@ -71,7 +85,8 @@ void PointSampler::SampleTrilinearRun(const Vec3D* positions, SampledPoints& out
   if (velocity_.HasData()) {
     points.Load(positions, out.count, -space.simMin);
     SampleVelocity(velocity_, space.voxelsPerSim.x, points, found);
-    for (std::int32_t n = 0; n < out.count; ++n) out.vector[n] = found.Get(n);
+    found.count = out.count;
+    found.Unload(out.vector);
     return;
   }
   for (int c = 0; c < 3; ++c) {

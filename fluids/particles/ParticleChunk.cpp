@@ -50,6 +50,13 @@ void PropertyColumn::Free(PropertyColumn* column) noexcept {
   if (column) FreeGridMemory(column, static_cast<std::size_t>(BytesOf(column->type_)));
 }
 
+void PropertyColumn::MarkAll(std::int32_t begin, std::int32_t end) {
+  AllWords(begin, end, [&](std::int32_t w, std::uint64_t mask) {
+    std::atomic_ref(present_[w]).fetch_or(mask, std::memory_order_relaxed);
+    return true;
+  });
+}
+
 bool PropertyColumn::Any(std::int32_t begin, std::int32_t end) const {
   return !AllWords(begin, end, [&](std::int32_t w, std::uint64_t mask) { return (present_[w] & mask) == 0; });
 }

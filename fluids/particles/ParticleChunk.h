@@ -39,6 +39,8 @@ class PropertyColumn {
   void Mark(std::int32_t row) {
     if (!Has(row)) std::atomic_ref(present_[row >> 6]).fetch_or(1ull << (row & 63), std::memory_order_relaxed);
   }
+  // Rows [begin, end), a word at a time.
+  void MarkAll(std::int32_t begin, std::int32_t end);
   void Unmark(std::int32_t row) {
     if (Has(row)) std::atomic_ref(present_[row >> 6]).fetch_and(~(1ull << (row & 63)), std::memory_order_relaxed);
   }

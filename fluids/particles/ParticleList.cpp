@@ -17,10 +17,11 @@ bool HasKey(const std::vector<PropertyEntry<T>>& entries, std::int32_t id) {
   return std::any_of(entries.begin(), entries.end(), [id](const auto& entry) { return entry.key.id == id; });
 }
 
+// Of new rows, whose values are 0.
 template <class T>
 void FillColumn(PropertyColumn& column, std::int32_t begin, std::int32_t end, const T& value) {
-  std::fill(column.values<T>() + begin, column.values<T>() + end, value);
-  for (std::int32_t r = begin; r < end; ++r) column.Mark(r);
+  if (!(value == T())) std::fill(column.values<T>() + begin, column.values<T>() + end, value);
+  column.MarkAll(begin, end);
 }
 
 }  // namespace
@@ -154,23 +155,26 @@ std::int32_t ParticleList::Append(std::int32_t n, const BaseParticleData& data, 
   const std::int32_t end = begin + n;
   Reserve(end);
   const std::int32_t firstId = TakeIds(n);
-  // Columns first: a worker must not throw.
-  for (std::int32_t c = begin >> kChunkShift; c <= (end - 1) >> kChunkShift; ++c) {
-    ParticleChunk& chunk = ChunkOf(c << kChunkShift);
-    for (const auto& v : fill.reals) chunk.NeedColumn(v.slot, PropertyType::Real);
-    for (const auto& v : fill.vectors) chunk.NeedColumn(v.slot, PropertyType::Vector);
-    for (const auto& v : fill.states) chunk.NeedColumn(v.slot, PropertyType::State);
-  }
+  // Workers touch the memory of their chunks first, and must not throw.
+  std::atomic<bool> failed{false};
   const auto fillChunks = [&](int from, int to, int) {
     const std::int32_t a = std::max(begin, from << kChunkShift);
     const std::int64_t b = std::min<std::int64_t>(end, std::int64_t(to) << kChunkShift);
-    FillRows(a, static_cast<std::int32_t>(b), fill, firstId + (a - begin));
+    try {
+      FillRows(a, static_cast<std::int32_t>(b), fill, firstId + (a - begin));
+    } catch (const std::bad_alloc&) {
+      failed.store(true, std::memory_order_relaxed);
+    }
   };
   const int firstChunk = begin >> kChunkShift, endChunk = ((end - 1) >> kChunkShift) + 1;
   if (pool) {
     ParallelRange(*pool, firstChunk, endChunk, fillChunks);
   } else {
     fillChunks(firstChunk, endChunk, 0);
+  }
+  if (failed) {
+    EraseRows(begin, end);
+    throw std::bad_alloc();
   }
   count_.store(end, std::memory_order_release);
   changed_ = true;
@@ -236,19 +240,22 @@ void ParticleList::CopyColumns(const ParticleList& from, ParticleChunk& a, std::
   }
 }
 
+void ParticleList::EraseRows(std::int32_t begin, std::int32_t end) {
+  for (std::int32_t i = begin; i < end;) {
+    const std::int32_t row = i & kMask, n = std::min(end - i, kChunkRows - row);
+    for (int slot = 0; slot < kPropertySlots; ++slot) {
+      PropertyColumn* column = ChunkOf(i).column(slot);
+      for (std::int32_t r = row; column && r < row + n; ++r) column->Erase(r);
+    }
+    i += n;
+  }
+}
+
 // Rows from n on are forgotten. Their columns hold nothing then, as those of new rows must.
 void ParticleList::Truncate(std::int32_t n) {
   const std::int32_t end = count();
   const std::int32_t keptChunks = static_cast<std::int32_t>((std::int64_t(n) + kMask) >> kChunkShift);
-  if (n < end && (n & kMask) != 0) {
-    ParticleChunk& chunk = ChunkOf(n);
-    const std::int32_t to = std::min(kChunkRows, end - (n & ~kMask));
-    for (int slot = 0; slot < kPropertySlots; ++slot) {
-      if (PropertyColumn* column = chunk.column(slot)) {
-        for (std::int32_t r = n & kMask; r < to; ++r) column->Erase(r);
-      }
-    }
-  }
+  if (n < end && (n & kMask) != 0) EraseRows(n, std::min(end, keptChunks << kChunkShift));
   count_.store(n, std::memory_order_release);
   changed_ = true;
   for (ParticleChunk** table = table_.load(std::memory_order_relaxed); chunks_ > keptChunks; --chunks_) {

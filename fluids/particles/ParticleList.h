@@ -167,6 +167,8 @@ class ParticleList {
   void CopyColumns(const ParticleList& from, ParticleChunk& a, std::int32_t s, ParticleChunk& b, std::int32_t t,
                    std::int32_t rows);
   void Truncate(std::int32_t n);
+  // Takes all properties from rows that exist or are being made.
+  void EraseRows(std::int32_t begin, std::int32_t end);
   void HandOnLinks(std::int32_t index);
   void CompactKeepingOrder();
   void SwapDead();
