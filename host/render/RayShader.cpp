@@ -72,7 +72,17 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
 
   const RenderSettings& settings = world_.settings;
   Vec3D behind = settings.skyVisible ? world_.SkyColour(ray.direction) : Vec3D();
-  if (onSurface) behind = ShadeSurface(hit, -ray.direction, pixelOffset, firstIndex);
+  if (onSurface && hit.material->IsClear()) {
+    Path path;
+    path.direction = ray.direction, path.bounce = 0;
+    if (point) {
+      path.point = point, path.toPoint = toPoint - hit.distance;
+      path.pointPlace = ray.origin + ray.direction * toPoint;
+    }
+    behind = ShadeClear(hit, path, pixelOffset, firstIndex);
+  } else if (onSurface) {
+    behind = ShadeSurface(hit, -ray.direction, settings.skySamples, pixelOffset, firstIndex);
+  }
   if (onPoint) behind = ShadePoint(*point, ray.origin + ray.direction * end);
 
   ShadedRay result;
@@ -94,9 +104,8 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
 Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x) {
   if (!light.castsShadow) return {1, 1, 1};
   ++counts_.shadow;
-  if (world_.surfaces.Occluded(x, illumination.toLight, illumination.distance)) return {};
-  Vec3D passing{1, 1, 1};
-  if (!FindSpans(x, illumination.toLight, illumination.distance)) return passing;
+  Vec3D passing = world_.surfaces.Passing(x, illumination.toLight, illumination.distance);
+  if (passing == Vec3D() || !FindSpans(x, illumination.toLight, illumination.distance)) return passing;
   VolumeRay ray;
   ray.origin = x, ray.direction = illumination.toLight;
   ray.kind = kRayShadow;
@@ -121,7 +130,85 @@ Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
   return point.colour * light;
 }
 
-Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset,
+// Both ways are followed while they count for something; what is left then stands for sky.
+Vec3D RayShader::Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex) {
+  const RenderSettings& settings = world_.settings;
+  constexpr int kMostBounces = 12;
+  constexpr double kLeastWeight = 0.01;
+  if (path.bounce > kMostBounces || path.weight < kLeastWeight) return world_.SkyColour(path.direction);
+  SurfaceHit hit;
+  const double reach = path.point ? path.toPoint : kSkyDistance;
+  const bool onSurface = world_.surfaces.Intersect(path.origin, path.direction, std::min(reach, kSkyDistance), hit);
+  VolumeRay ray;
+  ray.origin = path.origin, ray.direction = path.direction, ray.kind = path.kind, ray.weight = path.weight;
+  ray.hit = onSurface || path.point;
+  ray.hitDistance = onSurface ? hit.distance : reach;
+  const VolumeSample volumes = VolumesAlong(ray, ray.hitDistance);
+  Vec3D behind;
+  if (onSurface && hit.material->IsClear()) {
+    Path on = path;
+    on.toPoint -= hit.distance;
+    behind = ShadeClear(hit, on, pixelOffset, firstIndex);
+  } else if (onSurface) {
+    behind =
+        ShadeSurface(hit, -path.direction, std::max(1, settings.skySamples >> path.bounce), pixelOffset, firstIndex);
+  } else {
+    behind = path.point ? ShadePoint(*path.point, path.pointPlace) : world_.SkyColour(path.direction);
+  }
+  Vec3D seen = volumes.colour + volumes.transmittance * behind;
+  if (path.medium) seen = seen * path.medium->Absorbed(ray.hitDistance);
+  return seen;
+}
+
+Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D& pixelOffset,
+                            std::uint64_t firstIndex) {
+  const SurfaceMaterial& material = *hit.material;
+  const double index = material.refraction;
+  const ClearSplit split = SplitAtSurface(path.direction, hit.normal, hit.outside ? 1 / index : index);
+  Path mirrored = path, bent = path;
+  mirrored.bounce = bent.bounce = path.bounce + 1;
+  mirrored.origin = world_.surfaces.OffSurface(hit);
+  mirrored.direction = split.reflection;
+  // A smoothed normal may send it into the surface.
+  if (Dot(mirrored.direction, hit.faceNormal) <= 0) {
+    mirrored.direction = SplitAtSurface(path.direction, hit.faceNormal, 1).reflection;
+  }
+  mirrored.kind = kRayReflection;
+  mirrored.point = nullptr;
+  mirrored.weight *= split.reflected;
+  const double through = (1 - split.reflected) * material.transmission;
+  bent.origin = world_.surfaces.BeyondSurface(hit);
+  bent.direction = split.refraction;
+  bent.kind = kRayRefraction;
+  bent.medium = hit.outside ? &material : nullptr;
+  bent.weight *= through;
+  Vec3D colour = material.emission;
+  if (split.reflected > 0) colour += Follow(mirrored, pixelOffset, firstIndex) * split.reflected;
+  if (through > 0) colour += Follow(bent, pixelOffset, firstIndex) * through;
+  if (!hit.outside) return colour;
+  if (material.transmission < 1) {
+    const int rays = std::max(1, world_.settings.skySamples >> path.bounce);
+    colour += ShadeSurface(hit, -path.direction, rays, pixelOffset, firstIndex) * (1 - material.transmission);
+  }
+  return colour + Highlights(hit, -path.direction) * material.transmission;
+}
+
+Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye) {
+  SurfaceMaterial gloss = *hit.material;
+  gloss.colour = {};
+  gloss.specular = std::pow((gloss.refraction - 1) / (gloss.refraction + 1), 2);
+  const Vec3D origin = world_.surfaces.OffSurface(hit);
+  Vec3D colour;
+  for (const Light& light : world_.lights) {
+    const Illumination illumination = light.Illuminate(hit.point);
+    if (Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
+    const Vec3D seen = illumination.colour * ReflectedLight(gloss, hit.normal, toEye, illumination.toLight);
+    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin);
+  }
+  return colour;
+}
+
+Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays, const Vec2D& pixelOffset,
                               std::uint64_t firstIndex) {
   const Vec3D origin = world_.surfaces.OffSurface(hit);
   Vec3D colour = hit.material->emission;
@@ -131,18 +218,18 @@ Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const V
     const Vec3D seen = illumination.colour * ReflectedLight(*hit.material, hit.normal, toEye, illumination.toLight);
     if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin);
   }
-  return colour + GatherAround(hit, origin, pixelOffset, firstIndex);
+  return colour + GatherAround(hit, origin, rays, pixelOffset, firstIndex);
 }
 
 // Light from the sky, from volumes that glow and from surfaces that do, over the half sphere above a surface. Light
 // that other surfaces scatter isn't followed.
-Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, const Vec2D& pixelOffset,
+Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, int rays, const Vec2D& pixelOffset,
                               std::uint64_t firstIndex) {
   const RenderSettings& settings = world_.settings;
   if (settings.skySamples <= 0 || hit.material->colour == Vec3D()) return {};
   if (settings.skyColour * settings.skyLight == Vec3D() && volumes_.empty() && world_.surfaces.empty()) return {};
   Vec3D sum;
-  for (int i = 0; i < settings.skySamples; ++i) {
+  for (int i = 0; i < rays; ++i) {
     VolumeRay ray;
     ray.direction = CosineDirection(hit.normal, SquarePoint(firstIndex + static_cast<std::uint64_t>(i), pixelOffset));
     if (Dot(ray.direction, hit.faceNormal) <= 0) continue;
@@ -150,13 +237,14 @@ Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, const 
     ray.origin = origin;
     ray.kind = kRayGlobal;
     SurfaceHit other;
-    ray.hit = world_.surfaces.Intersect(origin, ray.direction, kSkyDistance, other);
+    Vec3D passing(1.0);
+    ray.hit = world_.surfaces.IntersectOpaque(origin, ray.direction, kSkyDistance, other, passing);
     ray.hitDistance = ray.hit ? other.distance : kSkyDistance;
     const VolumeSample volumes = VolumesAlong(ray, ray.hitDistance);
     const Vec3D behind = ray.hit ? other.material->emission : world_.SkyColour(ray.direction) * settings.skyLight;
-    sum += volumes.colour + volumes.transmittance * behind;
+    sum += volumes.colour + volumes.transmittance * passing * behind;
   }
-  return hit.material->colour * sum / settings.skySamples;
+  return hit.material->colour * sum / rays;
 }
 
 }  // namespace orlix

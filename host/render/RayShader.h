@@ -49,9 +49,29 @@ class RayShader {
   };
   VolumeSample VolumesAlong(VolumeRay& ray, double end);
   Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
+  // A ray after its first surface.
+  struct Path {
+    Vec3D origin, direction;
+    std::uint32_t kind = 0;
+    const SurfaceMaterial* medium = nullptr;  // the clear shape that it runs through; null outside of all
+    double weight = 1;                        // what its light counts for the picture
+    int bounce = 1;
+    const PointHit* point = nullptr;  // that the ray of the camera would meet, and where: what is bent isn't followed
+    Vec3D pointPlace;                 // to that point
+    double toPoint = 0;
+  };
+  // The light that comes along a path. pixelOffset, firstIndex: of the pixel's sequence.
+  Vec3D Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // What a clear surface shows: what it mirrors and what is to be seen through it.
+  Vec3D ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // The highlights of the lights on a surface.
+  Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye);
   Vec3D ShadePoint(const PointHit& point, const Vec3D& x);
-  Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset, std::uint64_t firstIndex);
-  Vec3D GatherAround(const SurfaceHit& hit, const Vec3D& origin, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // rays: that look around the surface for the light of sky, gas and glowing surfaces.
+  Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays, const Vec2D& pixelOffset,
+                     std::uint64_t firstIndex);
+  Vec3D GatherAround(const SurfaceHit& hit, const Vec3D& origin, int rays, const Vec2D& pixelOffset,
+                     std::uint64_t firstIndex);
   bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end);
 
   const RenderWorld& world_;

@@ -29,13 +29,13 @@ class RenderWorld {
     return settings.skyColour * (Vec3D(1.0) + (settings.skyHorizon - Vec3D(1.0)) * weight);
   }
 
-  // The share of a light that surfaces let through to a point off all surfaces, one value a colour: white, or black in
-  // the shadow. White for a light that casts none.
+  // The share of a light that surfaces let through to a point off all surfaces, one value a colour: white, black in
+  // the shadow, or what comes through clear ones. White for a light that casts none.
   Vec3D ShadowColour(const Light& light, const Vec3D& x) const {
     if (!light.castsShadow) return {1, 1, 1};
     const Vec3D toLight = light.PositionFrom(x) - x;
     const double distance = Length(toLight);
-    return distance > 0 && surfaces.Occluded(x, toLight / distance, distance) ? Vec3D() : Vec3D{1, 1, 1};
+    return distance > 0 ? surfaces.Passing(x, toLight / distance, distance) : Vec3D{1, 1, 1};
   }
 };
 

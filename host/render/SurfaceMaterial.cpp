@@ -17,18 +17,33 @@ constexpr Parameter kRows[] = {
     FloatParameter(kMaterialEmissionStrengthId, "emission_strength", 1.0, "", "Factor of the emission").Min(0),
     FloatParameter(kMaterialSmoothAngleId, "smooth_angle", 40.0, "degrees", "Edges below this angle look smooth")
         .Between(0, 180),
+    FloatParameter(kMaterialTransmissionId, "transmission", 0.0, "",
+                   "Share of the light that goes through a closed shape: 1 for water and glass")
+        .Between(0, 1),
+    FloatParameter(kMaterialRefractionId, "refraction", 1.33, "", "Index of refraction: 1.33 of water, 1.5 of glass")
+        .Between(1, 4)
+        .ShownWhen(kMaterialTransmissionId, Relation::Above, 0),
+    VectorParameter(kMaterialTintId, "tint", {1, 1, 1}, "", "Light that is left of white after a way of tint_depth")
+        .Between(0, 1)
+        .ShownWhen(kMaterialTransmissionId, Relation::Above, 0),
+    FloatParameter(kMaterialTintDepthId, "tint_depth", 100.0, "host units", "The way after which white has the tint")
+        .Between(1e-6, 1e9)
+        .ShownWhen(kMaterialTransmissionId, Relation::Above, 0),
 };
+
+constexpr double kDarkest = 1e-4;  // of a tint
 
 }  // namespace
 
-const TypeInfo kSurfaceMaterialType = {.id = kSurfaceMaterialId,
-                                       .resource = "material",
-                                       .className = "SurfaceMaterial",
-                                       .label = "Material",
-                                       .text = "A surface with a diffuse colour, a glossy layer and a glow.",
-                                       .role = TypeRole::Material,
-                                       .kinds = kLinkMaterial,
-                                       .parameters = kRows};
+const TypeInfo kSurfaceMaterialType = {
+    .id = kSurfaceMaterialId,
+    .resource = "material",
+    .className = "SurfaceMaterial",
+    .label = "Material",
+    .text = "A surface with a diffuse colour, a glossy layer and a glow, or a clear one that refracts.",
+    .role = TypeRole::Material,
+    .kinds = kLinkMaterial,
+    .parameters = kRows};
 
 Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
   SurfaceMaterial material;
@@ -37,8 +52,14 @@ Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
   material.roughness = object.GetDouble(kMaterialRoughnessId);
   material.emission = object.GetVector(kMaterialEmissionId) * object.GetDouble(kMaterialEmissionStrengthId);
   material.smoothAngle = object.GetDouble(kMaterialSmoothAngleId);
+  material.transmission = object.GetDouble(kMaterialTransmissionId);
+  material.refraction = object.GetDouble(kMaterialRefractionId);
+  const Vec3D tint = object.GetVector(kMaterialTintId);
+  const double depth = object.GetDouble(kMaterialTintDepthId);
+  for (int c = 0; c < 3; ++c) material.absorption[c] = -std::log(std::max(tint[c], kDarkest)) / depth;
   if (!IsFinite(material.colour) || !IsFinite(material.emission) || !std::isfinite(material.specular) ||
-      !std::isfinite(material.roughness) || !std::isfinite(material.smoothAngle)) {
+      !std::isfinite(material.roughness) || !std::isfinite(material.smoothAngle) || !IsFinite(material.absorption) ||
+      !(material.refraction >= 1) || !(material.transmission >= 0)) {
     return Result<SurfaceMaterial>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
   }
   return material;
@@ -53,6 +74,25 @@ double Fresnel(double specular, double cosine) {
 }
 
 }  // namespace
+
+Vec3D SurfaceMaterial::Absorbed(double distance) const {
+  if (absorption == Vec3D()) return {1, 1, 1};
+  return {std::exp(-absorption.x * distance), std::exp(-absorption.y * distance), std::exp(-absorption.z * distance)};
+}
+
+ClearSplit SplitAtSurface(const Vec3D& direction, const Vec3D& n, double eta) {
+  ClearSplit split;
+  const double cosIn = std::clamp(-Dot(direction, n), 0.0, 1.0);
+  split.reflection = Normalized(direction + n * (2 * cosIn));
+  const double sin2 = eta * eta * (1 - cosIn * cosIn);
+  if (sin2 >= 1) return split;
+  const double cosOut = std::sqrt(1 - sin2);
+  const double across = (eta * cosIn - cosOut) / (eta * cosIn + cosOut);
+  const double along = (cosIn - eta * cosOut) / (cosIn + eta * cosOut);
+  split.reflected = 0.5 * (across * across + along * along);
+  split.refraction = Normalized(direction * eta + n * (eta * cosIn - cosOut));
+  return split;
+}
 
 // A layer of microfacets, with the distribution and masking of Walter et al. (2007, "GGX"), over Lambert, which gets
 // what the layer lets in and out again: no more than arrives, and the same both ways.

@@ -51,7 +51,9 @@ struct SurfaceScene::Impl {
   Vec3D centre, low, high;
   std::vector<SurfaceData> surfaces;  // by geometry number
   std::int64_t triangles = 0;
+  bool anyClear = false;
 
+  double Clearance(const SurfaceHit& hit) const;
   RTCRay RayOf(const Vec3D& origin, const Vec3D& direction, double length) const;
   Status Add(const Surface& surface, const std::vector<Vec3D>& points, const std::vector<Triangle>& triangles);
 };
@@ -134,6 +136,7 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   if (surface.velocities && surface.velocities->size() == points.size()) {
     for (const Vec3D& v : *surface.velocities) data.velocities.emplace_back(IsFinite(v) ? v : Vec3D());
   }
+  anyClear |= data.material.IsClear();
   surfaces.push_back(std::move(data));
   triangles += static_cast<std::int64_t>(list.size());
   return {};
@@ -220,7 +223,8 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
   const Vec3F* normals = &surface.normals[3 * triangle];
   hit.normal = Normalized(ToHost(normals[0]) * w + ToHost(normals[1]) * u + ToHost(normals[2]) * v);
   if (Dot(hit.normal, hit.faceNormal) < 0) hit.normal = -hit.normal;
-  if (Dot(hit.faceNormal, direction) > 0) hit.faceNormal = -hit.faceNormal, hit.normal = -hit.normal;
+  hit.outside = Dot(hit.faceNormal, direction) <= 0;
+  if (!hit.outside) hit.faceNormal = -hit.faceNormal, hit.normal = -hit.normal;
   // A smoothed normal may look away at the rim.
   if (Dot(hit.normal, direction) > -1e-3) hit.normal = hit.faceNormal;
   hit.velocity = {};
@@ -241,11 +245,45 @@ bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double 
   return ray.tfar < 0;
 }
 
+bool SurfaceScene::IntersectOpaque(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit,
+                                   Vec3D& passing) const {
+  constexpr int kMostLayers = 64;
+  Vec3D from = origin;
+  double gone = 0;
+  for (int layer = 0; layer < kMostLayers && Intersect(from, direction, length - gone, hit); ++layer) {
+    const SurfaceMaterial& material = *hit.material;
+    if (!hit.outside && material.IsClear()) passing = passing * material.Absorbed(hit.distance);
+    gone += hit.distance;
+    if (!material.IsClear()) {
+      hit.distance = gone;
+      return true;
+    }
+    // Not what is bent away at the inner side: the straight way stands for all that come through.
+    const ClearSplit split = SplitAtSurface(direction, hit.normal, 1 / material.refraction);
+    passing *= (1 - split.reflected) * material.transmission;
+    from = BeyondSurface(hit);
+  }
+  return false;
+}
+
+Vec3D SurfaceScene::Passing(const Vec3D& origin, const Vec3D& direction, double length) const {
+  if (!impl_->anyClear) return Occluded(origin, direction, length) ? Vec3D() : Vec3D(1.0);
+  SurfaceHit hit;
+  Vec3D passing(1.0);
+  return IntersectOpaque(origin, direction, length, hit, passing) ? Vec3D() : passing;
+}
+
 Vec3D SurfaceScene::OffSurface(const SurfaceHit& hit) const {
-  // A few units in the last place of the largest number that went into the hit.
-  const Vec3D p = hit.point - impl_->centre;
-  const double size = std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z), hit.distance});
-  return hit.point + hit.faceNormal * (size * 4e-6);
+  return hit.point + hit.faceNormal * impl_->Clearance(hit);
+}
+Vec3D SurfaceScene::BeyondSurface(const SurfaceHit& hit) const {
+  return hit.point - hit.faceNormal * impl_->Clearance(hit);
+}
+
+// A few units in the last place of the largest number that went into the hit.
+double SurfaceScene::Impl::Clearance(const SurfaceHit& hit) const {
+  const Vec3D p = hit.point - centre;
+  return std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z), hit.distance}) * 4e-6;
 }
 
 }  // namespace orlix

@@ -25,10 +25,11 @@ struct Surface {
 
 struct SurfaceHit {
   double distance = 0;
-  Vec3D point;       // host space
-  Vec3D normal;      // smoothed, unit, on the side that the ray comes from
-  Vec3D faceNormal;  // of the flat polygon, likewise
-  Vec3D velocity;    // host units a second
+  Vec3D point;          // host space
+  Vec3D normal;         // smoothed, unit, on the side that the ray comes from
+  Vec3D faceNormal;     // of the flat polygon, likewise
+  Vec3D velocity;       // host units a second
+  bool outside = true;  // the ray comes from the side that the polygon's own normal points to
   const SurfaceMaterial* material = nullptr;
 };
 
@@ -50,9 +51,17 @@ class SurfaceScene {
   bool Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit) const;
   // Whether any surface lies within (0, length).
   bool Occluded(const Vec3D& origin, const Vec3D& direction, double length) const;
+  // The nearest surface that isn't clear; passing is multiplied by what the clear ones before it let through, along the
+  // straight way.
+  bool IntersectOpaque(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit,
+                       Vec3D& passing) const;
+  // The share of light that comes along (0, length) from a light to origin.
+  Vec3D Passing(const Vec3D& origin, const Vec3D& direction, double length) const;
   // A point off the surface on the side that faceNormal points to, far enough that a ray from it doesn't meet the
   // surface that it left.
   Vec3D OffSurface(const SurfaceHit& hit) const;
+  // The same on the other side.
+  Vec3D BeyondSurface(const SurfaceHit& hit) const;
 
  private:
   struct Impl;
