@@ -57,7 +57,7 @@ bool SurfaceReconstructor::ReadParameters() {
   settings_.radiusFactor = handler.GetDouble(kRadiusFactorId);
   settings_.minNeighbours = handler.GetInt(kMinNeighboursId);
   settings_.maxNeighbours = handler.GetInt(kMaxNeighboursId);
-  settings_.useMassRatio = handler.GetBool(kMassRatioId);
+  settings_.useMassRatio = handler.GetBool(kUseMassRatioId);
   settings_.densityCorrection = handler.GetBool(kDensityCorrectionId);
   settings_.lowerDensity = handler.GetDouble(kLowerDensityId);
   settings_.upperDensity = handler.GetDouble(kUpperDensityId);

@@ -15,7 +15,7 @@ class SurfaceReconstructor final : public iObject, public iLevelSet {
   static constexpr std::int32_t kSubType = 84;
   static constexpr int kRenderOnlyId = 1000, kSourceId = 1001, kKindId = 1002, kSolverId = 1003, kSolidOffsetId = 1004,
                        kMethodId = 1005, kMinNeighboursId = 1006, kMaxNeighboursId = 1007, kRadiusScaleId = 1008,
-                       kRadiusFactorId = 1009, kDensityThresholdId = 1010, kMassRatioId = 1012, kFilterId = 1013,
+                       kRadiusFactorId = 1009, kDensityThresholdId = 1010, kUseMassRatioId = 1012, kFilterId = 1013,
                        kMaxRatioId = 1014, kStretchModeId = 1015, kVelocityStretchId = 1016, kSubdivisionId = 1017,
                        kDensityCorrectionId = 1021, kLowerDensityId = 1022, kUpperDensityId = 1023, kKernelId = 1024,
                        kUseCentresId = 1026, kStretchId = 1030;

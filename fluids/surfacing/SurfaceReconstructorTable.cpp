@@ -33,7 +33,7 @@ std::span<const Parameter> SurfaceReconstructor::Parameters() {
           .Between(1, 1000),
       IntParameter(kMaxNeighboursId, "max_neighbours", 100, "", "So many of the nearest count").Between(1, 1000),
       LinkParameter(kKernelId, "kernel", kLinkKernel, "A weight by distance that replaces the method's own"),
-      BoolParameter(kMassRatioId, "use_mass_ratio", true,
+      BoolParameter(kUseMassRatioId, "use_mass_ratio", true,
                     "Particles weigh by mass over kernel sum, where they have them")
           .ShownWhen(kMethodId, Relation::Is, Method::Spherical),
       BoolParameter(kDensityCorrectionId, "density_correction", true,

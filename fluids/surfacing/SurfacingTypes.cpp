@@ -1,6 +1,7 @@
 #include "fluids/surfacing/SurfacingTypes.h"
 
 #include "fluids/scene/NodeFactory.h"
+#include "fluids/surfacing/CSGoperatorGrid.h"
 #include "fluids/surfacing/ImplicitMesher.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 
@@ -9,6 +10,7 @@ namespace orlix {
 void RegisterSurfacingTypes(NodeFactory& factory) {
   factory.Add<SurfaceReconstructor>();
   factory.Add<ImplicitMesher>();
+  factory.Add<CSGoperatorGrid>();
 }
 
 }  // namespace orlix

@@ -36,14 +36,18 @@ bool VolumeBase::ReadParameters() {
   flipSign_ = handler.GetBool(kFlipSignId);
   padding_ = Vec3D(std::max(handler.GetDouble(kPaddingId), 0.0));
   hiddenFromLevelSets_ = handler.GetBool(kHiddenFromLevelSetsId);
+  ReadObstacleTag();
+  return true;
+}
+
+void VolumeBase::ReadObstacleTag() {
   const BaseObject* tag = handler.hostObject()->FindTag(kObstacleTagId);
   hasRigidBody_ = tag != nullptr;
-  if (!tag) return true;
+  if (!tag) return;
   rigidBody_->ReadTag(*tag);
   if (rigidBody_->wantsDynamic()) {
     Warn("body-stands-still", "a body that moves by forces isn't simulated yet: it stands still");
   }
-  return true;
 }
 
 bool VolumeBase::IsDirty() const {
@@ -51,13 +55,18 @@ bool VolumeBase::IsDirty() const {
 }
 
 void VolumeBase::ComputeBounds() {
+  const float cell = GetSimulationSpace().cellSize;
+  boundsMin -= padding_ * double(cell);
+  boundsMax += padding_ * double(cell);
+  GridSpace::SnapDown(boundsMin, cell);
+  GridSpace::SnapUp(boundsMax, cell);
+  TakeBounds();
+}
+
+void VolumeBase::TakeBounds() {
   const GridSpace& space = GetSimulationSpace();
   cellSize = space.cellSize;
   cellVector = space.hostPerVoxel;
-  boundsMin -= padding_ * cellSize;
-  boundsMax += padding_ * cellSize;
-  GridSpace::SnapDown(boundsMin, space.cellSize);
-  GridSpace::SnapUp(boundsMax, space.cellSize);
   resolution = SnappedCell((boundsMax - boundsMin) / cellSize);
   extent = Vec3D(resolution) * cellVector;
   origin = boundsMin * (1.0 / space.cellSize) * cellVector;
@@ -112,7 +121,7 @@ void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
 }
 
 std::optional<double> VolumeBase::MaximumDepth() const {
-  const std::optional<double>& depth = voxeliser_.maximumDepth();
+  const std::optional<double>& depth = deepest_ ? deepest_ : voxeliser_.maximumDepth();
   return levelSet_ && depth && *depth > 0 ? depth : std::nullopt;
 }
 

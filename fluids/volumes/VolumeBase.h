@@ -104,6 +104,10 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
   // Gives the level set this lattice; its content stays when it has it already. Throws std::bad_alloc.
   void SetLattice(const VecInt3D& cells, const Vec3D& hostSize, float cell, const Vec3D& hostOrigin);
   void FreeLevelSet();
+  // What the Obstacle tag makes of the volume.
+  void ReadObstacleTag();
+  // From bounds that lie on the scene's lattice: all else that describes the box.
+  void TakeBounds();
 
   VolumeVoxeliser voxeliser_;
   ObjectMotion objectMotion_;
@@ -111,7 +115,8 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
   bool hasRigidBody_ = false;
   bool hiddenFromLevelSets_ = false;
   bool flipSign_ = false;
-  Vec3D padding_{2.0};  // cells
+  Vec3D padding_{2.0};             // cells
+  std::optional<double> deepest_;  // the largest interior distance of a level set that isn't voxelised
 
  private:
   static bool IsNegative(double distance, double iso) { return static_cast<float>(distance - iso) < 0; }

@@ -15,7 +15,7 @@ using test::TestScene;
 class ReconstructorNode : public testing::Test {
  protected:
   ReconstructorNode() {
-    s.root->Set(1002, 0.2);
+    s.root->Set(RootSettings::kVoxelSizeId, 0.2);
     object.Set(SurfaceReconstructor::kSourceId, s.LinkTo(group));
     s.Step(0);
   }

@@ -1,0 +1,63 @@
+#pragma once
+// A volume from two others: their union, intersection, difference, or a blend that constraints may weigh place by
+// place. Its inputs may be such volumes again. It is made anew when an input, its own settings or a constraint changed.
+
+#include "fluids/constraints/RowWeights.h"
+#include "fluids/surfacing/LevelSetCombination.h"
+#include "fluids/volumes/VolumeBase.h"
+
+namespace orlix {
+
+class CSGoperatorGrid final : public VolumeBase {
+ public:
+  static constexpr int kOperationId = 1000, kOffsetId = 1001, kFirstId = 1002, kSecondId = 1003, kSwapId = 1006,
+                       kBlendId = 1007, kBlendValueId = 1008, kBlendModeId = 1009;
+  using Operation = CombinationSettings::Operation;
+  using BlendMode = CombinationSettings::BlendMode;
+
+  CSGoperatorGrid(BaseList2D* hostObject, OrlixScene& owner);
+  static const TypeInfo& Type();
+
+  std::int32_t GetNodeSubType() const override { return 79; }
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ReleaseLinks() override;
+  void Advise() override;
+  // Of equal priorities, the inputs go first.
+  bool ComesBefore(const iBase& other) const override;
+  void CheckDirty() override;
+  bool IsDirty() const override;
+  void ResetSimulation() override;
+  // From the inputs' boxes.
+  void ComputeBounds() override;
+  void Prepare(iBase* caller = nullptr) override;
+  void Process(ProcessData& data) override;
+
+ private:
+  // A volume that a link names.
+  struct Input {
+    iBase* node = nullptr;
+    iLevelSet* levelSet = nullptr;
+  };
+
+  Input FindInput(int linkId) const;
+  void AdviseInput(int linkId, const char* key) const;
+  bool IsMadeOf(const iBase& other, int depth = 0) const;
+  bool HasBothInputs() const;
+  bool InputsChanged();
+
+  CombinationSettings settings_;
+  double blend_ = 0.5;
+  bool swap_ = false;
+
+  // Between ResolveLinks and ReleaseLinks.
+  Input inputs_[2];
+  std::vector<Constraint*> filters_;
+
+  RowWeights weights_;
+  std::uint64_t seen_[2] = {};  // versions of the inputs, and whose they are
+  const iBase* seenNodes_[2] = {};
+  bool made_ = false;
+};
+
+}  // namespace orlix
