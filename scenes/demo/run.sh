@@ -17,7 +17,7 @@ fetch_rabbit() {
   rm -rf "$folder"
 }
 if [ -s "$out/rabbit.obj" ] || fetch_rabbit; then
-  sed -i 's|{ "type": "torus_knot", "name": "obstacle", .*|{ "type": "mesh", "name": "obstacle", "file": "rabbit.obj", "scale": [17, 17, 17], "position": [0, 150, 0], "material": "clay" },|' "$scene"
+  sed -i 's|{ "type": "torus_knot", "name": "obstacle", .*|{ "type": "mesh", "name": "obstacle", "file": "rabbit.obj", "scale": [14, 14, 14], "position": [0, 118, 0], "rotation": [0, 25, 0], "material": "clay" },|' "$scene"
 else
   echo "no rabbit to be had: a torus knot stands in"
 fi
