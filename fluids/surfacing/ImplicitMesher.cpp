@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <new>
 
+#include "fluids/helpers/PropertyIds.h"
 #include "fluids/surfacing/SurfaceObject.h"
 
 namespace orlix {
@@ -125,6 +126,14 @@ void ImplicitMesher::CheckDirty() {
   if (scene->HasFlag(ContainerChanged) || (inputNode_ && inputNode_->IsDirty())) MarkDirty(false);
 }
 
+// Anything that the mesh is made of changed.
+bool ImplicitMesher::IsDirty() const {
+  if (HasFlag(NodeDirty) || !input_) return HasFlag(NodeDirty);
+  const bool same = inputNode_->handler.hostObject()->creationNumber() == builtFrom_ &&
+                    input_->LevelSetVersion() == builtVersion_ && !velocity_ && vertexData_.empty();
+  return !same;
+}
+
 const ScalarGrid* ImplicitMesher::InputGrid() const {
   return input_ && inputNode_->IsEnabled() ? input_->LevelSet() : nullptr;
 }
@@ -139,9 +148,6 @@ void ImplicitMesher::Prepare(iBase*) {
 void ImplicitMesher::Process(ProcessData&) {
   const ScalarGrid* grid = InputGrid();
   if (!grid || HasFlag(NodeFromCache)) return;
-  const std::uint64_t from = inputNode_->handler.hostObject()->creationNumber();
-  const bool same = from == builtFrom_ && input_->LevelSetVersion() == builtVersion_ && !HasFlag(NodeDirty);
-  if (same && !velocity_ && vertexData_.empty()) return;
   const double hostPerSim = grid->space.hostPerSim.x;
   settings_.tolerance = kWeldTolerance / hostPerSim;
   if (settings_.tolerance > 0.25 * grid->space.cellSize) {
@@ -165,13 +171,22 @@ void ImplicitMesher::Process(ProcessData&) {
   } catch (const std::bad_alloc&) {
     scene->FailForMemory(*this, grid->dims);
   }
-  builtFrom_ = from, builtVersion_ = input_->LevelSetVersion();
+  builtFrom_ = inputNode_->handler.hostObject()->creationNumber();
+  builtVersion_ = input_->LevelSetVersion();
+  ++builds_;
   SetFlag(NodeDirty | NodeHardDirty, false);
   if (mesh_.TriangleCount() == 0) {
     Warn("no-surface",
          "the level set has no place at the distance \"iso\": the mesh is empty; look at the level set's "
          "source and at \"iso\"");
   }
+}
+
+void ImplicitMesher::MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved) {
+  if (pointsMoved && mesh_.pointAttributes.Find(kPointNormalId)) {
+    PointNormals(mesh_, adjacency, scene->pool(), mesh_.pointAttributes.Column(kPointNormalId));
+  }
+  ShowMesh();
 }
 
 void ImplicitMesher::Finish() { SetFlag(NodeActive, false); }
@@ -199,6 +214,9 @@ void ImplicitMesher::ShowMesh() {
     }
   }
   shown.attributes = vertexData_.Sample(mesh_, scene->pool());
+  if (const auto* curvatures = mesh_.pointAttributes.FindReal(PP::Curvature)) {
+    shown.attributes.push_back({"curvature", 1, *curvatures});
+  }
 }
 
 std::int64_t ImplicitMesher::DerivedBytes() const {

@@ -2,6 +2,7 @@
 // The surface of a level set as polygons: of a volume, of volumes that were combined, of particles.
 
 #include "fluids/level_sets/iLevelSet.h"
+#include "fluids/surfacing/MeshKernels.h"
 #include "fluids/surfacing/SurfaceExtractor.h"
 #include "fluids/surfacing/VertexData.h"
 
@@ -26,6 +27,7 @@ class ImplicitMesher final : public iObject {
   void ReleaseLinks() override;
   void Advise() override;
   void CheckDirty() override;
+  bool IsDirty() const override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;
@@ -34,10 +36,15 @@ class ImplicitMesher final : public iObject {
   // In simulation space.
   const TriMeshSTL& Mesh() const { return mesh_; }
   TriMeshSTL& Mesh() { return mesh_; }
-  // The mesh was changed by another node: gives it to the host object.
-  void ShowMesh();
+  // Grows with each mesh that was made.
+  std::uint64_t BuildCount() const { return builds_; }
+  // The next mesh is made although nothing that it is made from changes.
+  void Rebuild() { builtFrom_ = 0; }
+  // Another node changed the mesh: gives it to the host object.
+  void MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved);
 
  private:
+  void ShowMesh();
   const ScalarGrid* InputGrid() const;
 
   ExtractionSettings settings_;
@@ -49,6 +56,7 @@ class ImplicitMesher final : public iObject {
   VertexData vertexData_;
   TriMeshSTL mesh_;
   std::uint64_t builtVersion_ = 0;
+  std::uint64_t builds_ = 0;
   std::uint64_t builtFrom_ = 0;  // the creation number of the input's object
 };
 

@@ -3,6 +3,7 @@
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/surfacing/CSGoperatorGrid.h"
 #include "fluids/surfacing/ImplicitMesher.h"
+#include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 
 namespace orlix {
@@ -11,6 +12,8 @@ void RegisterSurfacingTypes(NodeFactory& factory) {
   factory.Add<SurfaceReconstructor>();
   factory.Add<ImplicitMesher>();
   factory.Add<CSGoperatorGrid>();
+  factory.Add<MeshCurvatureOperator>();
+  factory.Add<MeshSmoothingOperator>();
 }
 
 }  // namespace orlix
