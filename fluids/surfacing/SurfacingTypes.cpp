@@ -3,6 +3,7 @@
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/surfacing/CSGoperatorGrid.h"
 #include "fluids/surfacing/ImplicitMesher.h"
+#include "fluids/surfacing/LevelSetSmoother.h"
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 
@@ -14,6 +15,7 @@ void RegisterSurfacingTypes(NodeFactory& factory) {
   factory.Add<CSGoperatorGrid>();
   factory.Add<MeshCurvatureOperator>();
   factory.Add<MeshSmoothingOperator>();
+  factory.Add<LevelSetSmoother>();
 }
 
 }  // namespace orlix
