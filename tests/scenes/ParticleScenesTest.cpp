@@ -38,6 +38,42 @@ TEST(DissolvingMesh, TheFrontTakesTheGrainsAway) {
   EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
 }
 
+TEST(Dust, IsRolledUpAndCarriedAway) {
+  SceneFileRun run("scenes/dust.json", {"Hall.voxel_size=0.1"});
+  run.StepThrough(0, 3);
+  const std::vector<Vec3D> before = PositionsOf(run, "Dust", PK_Passive);
+  run.StepThrough(4, 30);
+  const std::vector<Vec3D> after = PositionsOf(run, "Dust", PK_Passive);
+  ASSERT_EQ(after.size(), before.size());
+  int away = 0, lifted = 0;
+  for (std::size_t n = 0; n < after.size(); ++n) {
+    const auto radius = [](const Vec3D& p) { return std::hypot(p.x, p.z); };
+    away += radius(after[n]) > radius(before[n]) + 0.1;
+    lifted += after[n].y > before[n].y + 0.05;
+  }
+  EXPECT_GT(away, static_cast<int>(before.size()) / 5);
+  EXPECT_GT(lifted, static_cast<int>(before.size()) / 20);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
+TEST(Embers, RiseHotAndCool) {
+  SceneFileRun run("scenes/embers.json", {"Fire.voxel_size=0.08"});
+  run.StepThrough(0, 48);
+  const ParticleList& list = *run.Get<ParticleGroup>("Embers").list(PK_Diffuse);
+  ASSERT_GT(list.count(), 100);
+  double hottest = 0, coolest = 1e9, highest = 0;
+  for (std::int32_t n = 0; n < list.count(); ++n) {
+    const OrlixParticle ember(const_cast<ParticleList*>(&list), n);
+    hottest = std::max(hottest, ember.GetRealOr(PP::Temperature, 0));
+    coolest = std::min(coolest, ember.GetRealOr(PP::Temperature, 0));
+    highest = std::max(highest, ember.GetPosition().y);
+  }
+  EXPECT_GT(hottest, 500);
+  EXPECT_LT(coolest, 0.5 * hottest);
+  EXPECT_GT(highest, 0.6) << "m; they leave the fire at 0.02 to 0.34";
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
 TEST(Rain, BurstsOnTheBall) {
   SceneFileRun run("scenes/rain.json", {"Drops.count=1500", "Shower.voxel_size=0.1"});
   run.StepThrough(0, 30);
