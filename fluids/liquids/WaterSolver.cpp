@@ -6,7 +6,6 @@
 #include <new>
 #include <utility>
 
-#include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
 #include "fluids/particles/GroupList.h"
 
@@ -101,6 +100,7 @@ bool WaterSolver::ResolveLinks() {
     const bool known = std::find(groups.begin(), groups.end(), entry.group) != groups.end();
     if (entry.kind == PK_Liquid && !known) groups.push_back(entry.group);
   }
+  hadGroups_ |= !groups.empty();
   gathering.kernel = scene->RetrieveAs<Kernel>(handler.GetLink(kGatherKernelId), NODE_HELPER, RETRIEVE_ANY);
   return resolved && !groups.empty();
 }
@@ -110,17 +110,6 @@ void WaterSolver::ReleaseLinks() {
   sort.Clear(true);
   groups.clear();
   gathering.kernel = nullptr;
-}
-
-void WaterSolver::Advise() {
-  FluidSolver::Advise();
-  if (groups.empty()) {
-    Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
-    return;
-  }
-  if (velocityEmitter->forces.empty()) {
-    Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
-  }
 }
 
 // --- state -----------------------------------------------------------------------------------------------------------
@@ -177,6 +166,7 @@ MemoryNeed WaterSolver::MemoryFor(const VecInt3D& cells) const {
 }
 
 void WaterSolver::AddToReport(SubstepReport& report) {
+  TellOfParticles();
   if (!HasGrids()) return;
   const double h = levelset.grid->space.cellSize;
   const bool byMass = particleLevelset.mode == ParticleToLevelset::Mass;

@@ -29,6 +29,7 @@ class WaterSolver final : public FluidSolver {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override;
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
   bool ApplyBounds(const Vec3D& min, const Vec3D& max) override;
@@ -59,6 +60,7 @@ class WaterSolver final : public FluidSolver {
   void ProcessPlayedStage() override;
 
  private:
+  void TellOfParticles();
   bool HasGrids() const;
   FlipLattice Lattice() const;
   void SortParticles(std::int32_t capacity);
@@ -69,6 +71,9 @@ class WaterSolver final : public FluidSolver {
   void AddVolumeCorrection();
 
   std::uint64_t surfaceRevision_ = 0;
+  // For what is told.
+  bool hadGroups_ = false, hadParticles_ = false;
+  int stepsOutside_ = 0;
   std::int64_t left_ = 0;                 // drained in this sub-step
   ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11
 };

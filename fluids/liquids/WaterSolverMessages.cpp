@@ -1,0 +1,89 @@
+// What a liquid tells when nothing, or not what one expects, comes of it.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "fluids/dynamics/VelocityGridEmitter.h"
+#include "fluids/liquids/WaterSolver.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000;
+constexpr double kLeastRadius = 0.25;  // cells: half the distance of eight in a cell
+constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that still close up
+constexpr int kStepsToEnter = 3;
+constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
+
+}  // namespace
+
+void WaterSolver::Advise() {
+  FluidSolver::Advise();
+  if (groups.empty()) {
+    Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
+    return;
+  }
+  if (velocityEmitter->forces.empty()) {
+    Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
+  }
+  for (const ParticleGroup* group : groups) {
+    bool moved = false;
+    scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
+      if (node.GetNodeSubType() != kAdvectionSubType || !node.IsEnabled()) return;
+      moved |= scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(kAdvectionGroupId), NODE_PARTICLES) == group;
+    });
+    if (moved) continue;
+    Warn("no-advection",
+         fmt::format("nothing moves the particles of \"{}\", so the liquid stays where it is emitted: add "
+                     "a particle_advection with this group, the kind liquid and the motion_source "
+                     "solvers",
+                     group->DisplayName()));
+    return;
+  }
+}
+
+void WaterSolver::Conclude() {
+  FluidSolver::Conclude();
+  if (!hadGroups_ || hadParticles_) return;
+  Warn("no-particles",
+       "the liquid had no particle in the whole run and did nothing: add a particlegridemitter with its group and the "
+       "kind liquid, or see why the one that is there emits nothing");
+}
+
+void WaterSolver::TellOfParticles() {
+  std::int64_t all = 0;
+  double radius = 0;
+  for (ParticleGroup* group : groups) {
+    all += group->Count(PK_Liquid);
+    radius = std::max(radius, group->factory(PK_Liquid).bounds.largestRadius);
+  }
+  if (all == 0) return;
+  hadParticles_ = true;
+  const std::int64_t inside = HasGrids() ? static_cast<std::int64_t>(sort.AllEntries().size()) : 0;
+  // What was emitted in a sub-step is computed from the next one on.
+  stepsOutside_ = inside == 0 ? stepsOutside_ + 1 : 0;
+  if (inside == 0) {
+    if (stepsOutside_ <= kStepsToEnter) return;
+    Warn("outside-container",
+         fmt::format("all {} particles stand outside the container, where no liquid is computed: move the emitter into "
+                     "it, or set container and anchor_mode so that it holds the emitter",
+                     all));
+    return;
+  }
+  const double h = levelset.grid->space.cellSize;
+  if (radius > 0 && radius < kLeastRadius * h) {
+    Warn("small-radius",
+         fmt::format("the particles' radius of {:.3g} m is small for cells of {:.3g} m, and a surface made "
+                     "of them has holes: raise property_radius to 0.5 cells",
+                     radius, h));
+  }
+  if (sort.Cells().size() > kFewCells && double(inside) < kLeastPerCell * double(sort.Cells().size())) {
+    Warn("sparse",
+         "the liquid has hardly a particle a cell and falls apart: raise deep_subdivision and "
+         "shallow_subdivision of its emitter to 1, which is eight a cell, or voxel_size");
+  }
+}
+
+}  // namespace orlix
