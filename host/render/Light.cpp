@@ -39,7 +39,18 @@ constexpr Parameter RadiusRow() {
       .ShownWhen(kLightFalloffId, Relation::IsNot, LightFalloff::None);
 }
 
-constexpr Parameter kPointRows[] = {ColourRow(), IntensityRow(), OnRow(), ShadowRow(), FalloffRow(), RadiusRow()};
+constexpr Parameter SizeRow() {
+  return FloatParameter(kLightSizeId, "size", 0.0, "host units", "Width of the disc that shines; 0 casts sharp shadows")
+      .Between(0, kMostHostUnits);
+}
+constexpr Parameter ShadowRaysRow() {
+  return IntParameter(kLightShadowRaysId, "shadow_rays", 4, "", "Rays to the disc for each sample of a surface")
+      .Between(1, 1024)
+      .ShownWhen(kLightSizeId, Relation::Above, 0);
+}
+
+constexpr Parameter kPointRows[] = {ColourRow(),  IntensityRow(), OnRow(),   ShadowRow(),
+                                    FalloffRow(), RadiusRow(),    SizeRow(), ShadowRaysRow()};
 
 constexpr Parameter kSpotRows[] = {
     ColourRow(),
@@ -48,6 +59,8 @@ constexpr Parameter kSpotRows[] = {
     ShadowRow(),
     FalloffRow(),
     RadiusRow(),
+    SizeRow(),
+    ShadowRaysRow(),
     FloatParameter(kLightInnerAngleId, "inner_angle", 20.0, "degrees", "Full light within this angle across the cone")
         .Between(0, 180),
     FloatParameter(kLightOuterAngleId, "outer_angle", 40.0, "degrees", "No light outside this angle across the cone")
@@ -61,6 +74,9 @@ constexpr Parameter kDistantRows[] = {
     IntensityRow(),
     OnRow(),
     ShadowRow(),
+    FloatParameter(kLightSizeId, "size", 0.0, "degrees", "Width of the disc that shines; the sun has 0.53")
+        .Between(0, 170),
+    ShadowRaysRow(),
     VectorParameter(kLightDirectionId, "direction", {-1, -2, -1}, "", "Where the light goes, in the object's space"),
 };
 
@@ -132,6 +148,17 @@ Illumination Light::Illuminate(const Vec3D& x) const {
   return result;
 }
 
+void Light::AimAtDisc(const Vec3D& x, const Vec2D& square, Illumination& illumination) const {
+  if (size <= 0) return;
+  const Vec3D towards = PositionFrom(x) - x, axis = Normalized(towards);
+  const Vec3D side = Normalized(Cross(axis, std::abs(axis.x) < 0.5 ? Vec3D{1, 0, 0} : Vec3D{0, 0, 1}));
+  const double out = 0.5 * size * std::sqrt(square.x), angle = 2 * std::numbers::pi * square.y;
+  const Vec3D offset = (side * std::cos(angle) + Cross(axis, side) * std::sin(angle)) * out;
+  const Vec3D aim = towards + (kind == LightKind::Distant ? offset * kDistantDistance : offset);
+  illumination.distance = Length(aim);
+  illumination.toLight = Normalized(aim);
+}
+
 Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake) {
   const auto fail = [&](int row, const char* what) {
     if (mistake) *mistake = {object.creationNumber(), row, what};
@@ -145,6 +172,9 @@ Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake) {
   light.on = object.GetBool(kLightOnId);
   light.castsShadow = object.GetBool(kLightShadowId);
   light.colour = object.GetVector(kLightColourId) * object.GetDouble(kLightIntensityId);
+  light.size = object.GetDouble(kLightSizeId);
+  if (light.kind == LightKind::Distant) light.size = 2 * std::tan(light.size * (std::numbers::pi / 360));
+  light.shadowRays = static_cast<int>(object.GetInt(kLightShadowRaysId));
   const LMatrix matrix = object.GlobalMatrix();
   light.position = matrix.off;
   if (!IsFinite(light.colour)) return fail(kLightColourId, "times intensity is no number");

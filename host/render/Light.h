@@ -28,6 +28,8 @@ inline constexpr int kLightInnerAngleId = 1006;
 inline constexpr int kLightOuterAngleId = 1007;
 inline constexpr int kLightTargetId = 1008;
 inline constexpr int kLightDirectionId = 1009;
+inline constexpr int kLightSizeId = 1010;
+inline constexpr int kLightShadowRaysId = 1011;
 
 enum class LightKind { Point, Spot, Distant };
 
@@ -57,13 +59,17 @@ struct Light {
   LightFalloff falloff = LightFalloff::None;
   double radius = 1;                  // host units, see LightFalloff
   double cosInner = 1, cosOuter = 0;  // of the half angles of the cone
-  std::uint64_t object = 0;           // creation number of the host object, 0 when there is none
+  double size = 0;     // of the disc that shines: host units across, of a distant light its width over its distance
+  int shadowRays = 4;  // to a disc
+  std::uint64_t object = 0;  // creation number of the host object, 0 when there is none
 
   // Where the light stands as seen from x.
   Vec3D PositionFrom(const Vec3D& x) const {
     return kind == LightKind::Distant ? x - direction * kDistantDistance : position;
   }
   Illumination Illuminate(const Vec3D& x) const;
+  // The direction and distance from x to a point of the disc, which faces x; square: which point, in the unit square.
+  void AimAtDisc(const Vec3D& x, const Vec2D& square, Illumination& illumination) const;
 };
 
 // The light that an object of one of the three types describes. An error names what makes no sense.

@@ -116,6 +116,20 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
   return passing;
 }
 
+Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x,
+                              const Vec2D& pixelOffset, std::uint64_t firstIndex) {
+  if (light.size <= 0 || !light.castsShadow) return LightPassing(light, illumination, x);
+  Vec3D sum;
+  Illumination aimed = illumination;
+  // Another part of the sequence for each light.
+  const std::uint64_t first = firstIndex + 7919 * (1 + light.object % 64);
+  for (int n = 0; n < light.shadowRays; ++n) {
+    light.AimAtDisc(x, SquarePoint(first + static_cast<std::uint64_t>(n), pixelOffset), aimed);
+    sum += LightPassing(light, aimed, x);
+  }
+  return sum / light.shadowRays;
+}
+
 // A ball reflects evenly. The sky counts by how far the ball's surface looks up: no rays are spent on what else is
 // near.
 Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
@@ -190,10 +204,11 @@ Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D
     const int rays = std::max(1, world_.settings.skySamples >> path.bounce);
     colour += ShadeSurface(hit, -path.direction, rays, pixelOffset, firstIndex) * (1 - material.transmission);
   }
-  return colour + Highlights(hit, -path.direction) * material.transmission;
+  return colour + Highlights(hit, -path.direction, pixelOffset, firstIndex) * material.transmission;
 }
 
-Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye) {
+Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset,
+                            std::uint64_t firstIndex) {
   SurfaceMaterial gloss = *hit.material;
   gloss.colour = {};
   gloss.specular = std::pow((gloss.refraction - 1) / (gloss.refraction + 1), 2);
@@ -203,7 +218,7 @@ Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye) {
     const Illumination illumination = light.Illuminate(hit.point);
     if (Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
     const Vec3D seen = illumination.colour * ReflectedLight(gloss, hit.normal, toEye, illumination.toLight);
-    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin);
+    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin, pixelOffset, firstIndex);
   }
   return colour;
 }
@@ -216,7 +231,7 @@ Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int ray
     const Illumination illumination = light.Illuminate(hit.point);
     if (Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
     const Vec3D seen = illumination.colour * ReflectedLight(*hit.material, hit.normal, toEye, illumination.toLight);
-    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin);
+    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin, pixelOffset, firstIndex);
   }
   return colour + GatherAround(hit, origin, rays, pixelOffset, firstIndex);
 }

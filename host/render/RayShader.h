@@ -49,6 +49,9 @@ class RayShader {
   };
   VolumeSample VolumesAlong(VolumeRay& ray, double end);
   Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
+  // The same, of a light with a width: the mean over its disc. firstIndex: of the pixel's sequence.
+  Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x, const Vec2D& pixelOffset,
+                     std::uint64_t firstIndex);
   // A ray after its first surface.
   struct Path {
     Vec3D origin, direction;
@@ -65,7 +68,7 @@ class RayShader {
   // What a clear surface shows: what it mirrors and what is to be seen through it.
   Vec3D ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex);
   // The highlights of the lights on a surface.
-  Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye);
+  Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset, std::uint64_t firstIndex);
   Vec3D ShadePoint(const PointHit& point, const Vec3D& x);
   // rays: that look around the surface for the light of sky, gas and glowing surfaces.
   Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays, const Vec2D& pixelOffset,

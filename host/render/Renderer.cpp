@@ -93,7 +93,8 @@ void PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSample* 
   for (int sample = 0; sample < settings.samples; ++sample) {
     const Vec2D place = PlaceInPixel(sample, settings.samples);
     const CameraRay ray = world_.camera.RayThrough(x + place.x, y + place.y, settings.width, settings.height);
-    const auto first = static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(settings.skySamples);
+    const auto first =
+        static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(std::max(settings.skySamples, 1));
     const bool onPoint = points && std::isfinite(points[sample].depth);
     const PointHit point = onPoint ? points_.HitOf(points[sample]) : PointHit();
     const ShadedRay shaded = shader.Shade(ray, onPoint ? &point : nullptr, offset, first);

@@ -65,6 +65,35 @@ TEST(Renderer, AnEmptyVolumeLeavesTheBackgroundExactly) {
   EXPECT_FLOAT_EQ(At(with, "G", 0, 0), 0.7f);
 }
 
+TEST(Renderer, ALightWithAWidthCastsSoftShadows) {
+  RenderWorld world;
+  SetUpPicture(world, 64, 4, 4);
+  LookDown(world);
+  world.settings.skySamples = 0, world.settings.skyColour = {};
+  const PolygonObject ground = SquareMesh(50);
+  PolygonObject screen = SquareMesh(50);  // over x < 0, half way to the light
+  for (Vec3D& p : screen.points) p.x -= 50, p.y = 2;
+  ASSERT_TRUE(world.surfaces.Build({{&ground, {}, kMatt, nullptr}, {&screen, {}, kMatt, nullptr}}));
+  world.camera.near = 18.5;  // below the screen
+  Light light;
+  light.position = {0, 4, 0};
+  light.size = 2, light.shadowRays = 64;
+  world.lights.push_back(light);
+  const Picture soft = Rendered(world);
+  world.lights[0].size = 0;
+  const Picture sharp = Rendered(world);
+  // The part of the disc on the far side of a line through it.
+  const auto visible = [](double x) {
+    return x >= 1 ? 1 : x <= -1 ? 0 : 1 - (std::acos(x) - x * std::sqrt(1 - x * x)) / M_PI;
+  };
+  for (int x = 33; x < 64; ++x) {
+    const double share = At(soft, "R", x, 2) / At(sharp, "R", x, 2);
+    EXPECT_NEAR(share, visible(GroundAt(world, x, 2).x), 0.03) << x;
+  }
+  EXPECT_EQ(At(sharp, "R", 31, 2), 0);
+  EXPECT_GT(At(soft, "R", 30, 2), 0);
+}
+
 TEST(Renderer, APointLightOnAMattPlaneFollowsLambertAndTheSquare) {
   RenderWorld world;
   SetUpPicture(world, 64, 48);
