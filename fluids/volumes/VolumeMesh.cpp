@@ -60,7 +60,7 @@ bool VolumeMesh::ReadParameters() {
 }
 
 bool VolumeMesh::ResolveLinks() {
-  hostGeometry_ = handler.GetObjectLink(kObjectId);
+  hostGeometry_ = isMember_ ? memberGeometry_ : handler.GetObjectLink(kObjectId);
   const std::uint64_t linked = hostGeometry_ ? hostGeometry_->creationNumber() : 0;
   // Another object's motion isn't that from the old one to it.
   if (linked != linkedObject_ && linkedObject_ != 0) hasPrevious_ = false;
@@ -70,7 +70,7 @@ bool VolumeMesh::ResolveLinks() {
 
 void VolumeMesh::ReleaseLinks() {
   VolumeBase::ReleaseLinks();
-  hostGeometry_ = nullptr;
+  hostGeometry_ = memberGeometry_ = nullptr;
 }
 
 void VolumeMesh::CheckDirty() {
@@ -115,7 +115,7 @@ GeometryChange VolumeMesh::ReadGeometry() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons) {
     if (hostGeometry_) {
-      Warn("no-polygons", "the linked object has no polygons");
+      Warn("no-polygons", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object that has some");
     } else {
       Warn("no-object", "no object is linked");
     }

@@ -12,6 +12,9 @@ namespace orlix {
 class VolumeMesh final : public VolumeBase {
  public:
   VolumeMesh(BaseList2D* hostObject, OrlixScene& owner);
+  // Of a volume of many objects: settings are those of its host object, polygons those of the object given before each
+  // ResolveLinks.
+  void BeMember(BaseObject* geometry) { isMember_ = true, memberGeometry_ = geometry; }
   static const TypeInfo& Type();
 
   void ResetSimulation() override;
@@ -39,6 +42,8 @@ class VolumeMesh final : public VolumeBase {
   void UpdateMotion();
 
   BaseObject* hostGeometry_ = nullptr;
+  BaseObject* memberGeometry_ = nullptr;
+  bool isMember_ = false;
   std::uint64_t linkedObject_ = 0;  // its creation number
   TriMeshSTL mesh_;
   LMatrix previousMatrix_;  // the mesh's, one frame back
