@@ -1,5 +1,7 @@
 #include "apps/orlix/FileCheck.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "apps/orlix/IsolatedCheck.h"
@@ -23,7 +25,12 @@ Status CheckGridCache(const fs::path& path) {
   HyperFile file;
   GridFrameHead head;
   if (!file.Open(kFrameFileIdent, path, HyperFile::Mode::Read)) return file.status();
-  return ReadGridFrameHead(file, path.string(), head);
+  if (Status read = ReadGridFrameHead(file, path.string(), head); !read.ok()) return read;
+  std::string number;
+  if (Status read = ReadGridFrameNumber(file, number); !read.ok()) return read;
+  if (path.stem().string().ends_with(number)) return {};
+  return Status::Fail(ErrorKind::InputFile,
+                      fmt::format("{}: a wrong name: it was written as frame {}", path.string(), number));
 }
 
 Status CheckCheckpoint(const fs::path& path) {

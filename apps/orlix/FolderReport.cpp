@@ -32,11 +32,15 @@ void AddFile(Sequences& sequences, const fs::path& path, const FileCheck& check)
   sequence.files.push_back({frame.value_or(0), path, 0});
 }
 
+// Folders below that can't be read are broken: what is in them was asked for. Links to folders aren't followed.
 Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) {
   std::error_code error;
-  fs::recursive_directory_iterator at(folder, fs::directory_options::skip_permission_denied, error), end;
-  for (; !error && at != end; at.increment(error)) {
+  for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
     std::error_code gone;
+    if (at->is_directory(gone) && !at->is_symlink(gone)) {
+      const Status below = Walk(at->path(), sequences, report);
+      if (!below.ok()) report.unreadable.push_back({at->path(), below.error().text});
+    }
     if (!at->is_regular_file(gone)) continue;
     if (TemporaryOwner(at->path().filename()) != 0) {
       report.unfinished.push_back(at->path());
@@ -103,7 +107,9 @@ Result<FolderReport> ReportFolder(const fs::path& path) {
     report.whole += done.whole;
     report.broken += static_cast<std::int64_t>(done.broken.size());
     report.missing += done.missingCount;
+    if (sequence.check->everyFrame) report.surelyMissing += done.missingCount;
   }
+  report.broken += static_cast<std::int64_t>(report.unreadable.size());
   std::sort(report.unfinished.begin(), report.unfinished.end());
   return report;
 }

@@ -27,7 +27,9 @@ struct SequenceReport {
 struct FolderReport {
   std::vector<SequenceReport> sequences;          // by name
   std::vector<std::filesystem::path> unfinished;  // temporaries; of a run that goes on, or of one that was killed
+  std::vector<BrokenFile> unreadable;             // folders below; counted as broken
   std::int64_t whole = 0, broken = 0, missing = 0;
+  std::int64_t surelyMissing = 0;  // of kinds that a run writes for every frame
 };
 
 // Checks each file of a known kind in the folder and those below, or the one file that the path names. InputFile when

@@ -21,6 +21,7 @@ void PrintText(const std::string& path, const FolderReport& report) {
     fmt::print("{}\n", line);
     for (const BrokenFile& file : sequence.broken) fmt::print("  broken: {}\n", file.reason);
   }
+  for (const BrokenFile& folder : report.unreadable) fmt::print("  broken: {}\n", folder.reason);
   for (const auto& file : report.unfinished) fmt::print("unfinished: {}\n", file.string());
   fmt::print("{}: {} whole, {} broken, {} missing\n", path, report.whole, report.broken, report.missing);
 }
@@ -31,7 +32,9 @@ void PrintJson(const std::string& path, const FolderReport& report) {
                {"broken", report.broken},
                {"missing", report.missing},
                {"sequences", Json::array()},
+               {"unreadable", Json::array()},
                {"unfinished", Json::array()}};
+  for (const BrokenFile& folder : report.unreadable) json["unreadable"].push_back(folder.path.string());
   for (const SequenceReport& sequence : report.sequences) {
     Json entry = {{"name", sequence.name},
                   {"whole", sequence.whole},
@@ -54,8 +57,9 @@ Status VerifyCommand(const Program& program, const std::string& path) {
   const Result<FolderReport> report = ReportFolder(path);
   if (!report.ok()) return report.error();
   program.options.json ? PrintJson(path, *report) : PrintText(path, *report);
-  if (report->broken == 0) return {};
-  return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {} broken", path, report->broken));
+  if (report->broken == 0 && report->surelyMissing == 0) return {};
+  return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {} broken, {} frames of caches are missing", path,
+                                                        report->broken, report->surelyMissing));
 }
 
 }  // namespace orlix

@@ -153,7 +153,8 @@ void GridCacher::Save() {
   if (!name_.OpenForWrite(file, FrameToSave(), path)) return FailSaving(file.status());
   std::vector<CachedGridSet> entries;
   for (const Target& target : targets_) entries.push_back(GridsOf(target.grids));
-  WriteGridFrame(file, scene->space, entries, compression_ == Compression::Packed);
+  const std::string number = path.stem().string().substr(name_.Stem().size());
+  WriteGridFrame(file, scene->space, entries, compression_ == Compression::Packed, number);
   if (const Status closed = file.Close(); !closed.ok()) FailSaving(closed);
 }
 

@@ -145,7 +145,7 @@ Status ReadNewGrid(HyperFileReader& file, const std::string& fileName, const Gri
 }  // namespace
 
 bool WriteGridFrame(HyperFileWriter& file, const GridSpace& sceneSpace, std::span<const CachedGridSet> entries,
-                    bool compress) {
+                    bool compress, std::string_view number) {
   if (!WriteGridSpace(file, sceneSpace) || !file.WriteLong(static_cast<std::int32_t>(entries.size()))) return false;
   for (const CachedGridSet& grids : entries) {
     if (!WriteHeader(file, grids)) return false;
@@ -158,7 +158,7 @@ bool WriteGridFrame(HyperFileWriter& file, const GridSpace& sceneSpace, std::spa
     }
     if (!file.WriteChunkEnd()) return false;
   }
-  return true;
+  return number.empty() || file.WriteString(number);
 }
 
 Status ReadGridFrameHead(HyperFileReader& file, const std::string& fileName, GridFrameHead& head) {
@@ -173,6 +173,14 @@ Status ReadGridFrameHead(HyperFileReader& file, const std::string& fileName, Gri
     head.entries.push_back(header);
   }
   return {};
+}
+
+Status ReadGridFrameNumber(HyperFileReader& file, std::string& number) {
+  number.clear();
+  for (HyperValue next = HyperValue::None; file.ReadValueHeader(next) && next != HyperValue::None;) {
+    if (!(next == HyperValue::String ? file.ReadString(number) : file.SkipValue())) break;
+  }
+  return file.readStatus();
 }
 
 Status ReadGridChunk(HyperFileReader& file, const std::string& fileName, const GridCacheHeader& header,

@@ -19,9 +19,10 @@ inline constexpr std::uint32_t kFrameFileIdent = 0x717A666D;
 // One node's grids: none, one or three.
 using CachedGridSet = std::vector<const ScalarGrid*>;
 
-// With compress, a block is stored at the compressor's level 9 unless that fails.
+// With compress, a block is stored at the compressor's level 9 unless that fails. The number is the one in the file's
+// name, digit by digit; it stands behind the last chunk, where players don't look.
 bool WriteGridFrame(HyperFileWriter& file, const GridSpace& sceneSpace, std::span<const CachedGridSet> entries,
-                    bool compress);
+                    bool compress, std::string_view number = {});
 
 struct GridFrameHead {
   GridSpace sceneSpace;
@@ -29,6 +30,8 @@ struct GridFrameHead {
 };
 // Reads up to the first chunk.
 Status ReadGridFrameHead(HyperFileReader& file, const std::string& fileName, GridFrameHead& head);
+// From behind the head: the number that the file was written with; empty in files that have none.
+Status ReadGridFrameNumber(HyperFileReader& file, std::string& number);
 
 // How blocks get into grids.
 struct GridPlayback {

@@ -75,6 +75,7 @@ TEST(Verify, GapsAreMissingFilesByEachKindsRule) {
   EXPECT_EQ(report->broken, 0);
   EXPECT_EQ(report->whole, 12);
   EXPECT_EQ(report->missing, 6);
+  EXPECT_EQ(report->surelyMissing, 5);
   ASSERT_EQ(report->unfinished.size(), 1u);
   const auto find = [&](const std::string& name) -> const SequenceReport& {
     return *std::find_if(report->sequences.begin(), report->sequences.end(),
@@ -83,6 +84,42 @@ TEST(Verify, GapsAreMissingFilesByEachKindsRule) {
   EXPECT_EQ(find("a#.cache").missing, (std::vector<FrameRange>{{2, 2}, {5, 8}}));
   EXPECT_EQ(find("b.#.vdb").missing, (std::vector<FrameRange>{{7, 7}}));
   EXPECT_EQ(find("deeper/alone.png").whole, 1);
+}
+
+TEST(Verify, ACacheOfAnotherFrameIsFoundByItsNumber) {
+  TemporaryFolder folder;
+  const ScalarGrid grid({2, 2, 2}, {2, 2, 2}, 1.0f, kGridSmoke, {});
+  const CachedGridSet entries[] = {{&grid}};
+  for (const char* number : {"00001", "00002", "00102"}) {
+    HyperFile cache;
+    ASSERT_TRUE(cache.Open(kFrameFileIdent, folder / ("a1" + std::string(number) + ".cache"), HyperFile::Mode::Write));
+    WriteGridFrame(cache, grid.space, entries, false, number);
+    ASSERT_TRUE(cache.Close().ok());
+  }
+  EXPECT_EQ(ReportFolder(folder.path())->broken, 0);
+  fs::copy_file(folder / "a100102.cache", folder / "a100002.cache", fs::copy_options::overwrite_existing);
+  const auto report = ReportFolder(folder.path());
+  ASSERT_EQ(report->broken, 1);
+  EXPECT_NE(report->sequences[0].broken[0].reason.find("written as frame 00102"), std::string::npos);
+}
+
+TEST(Verify, AFolderThatCanNotBeReadIsBroken) {
+  TemporaryFolder folder;
+  fs::create_directory(folder / "shut");
+  fs::permissions(folder.path(), fs::perms::all);
+  fs::permissions(folder / "shut", fs::perms::none);
+  const bool isRoot = ::geteuid() == 0;  // whom no permission stops
+  if (isRoot) {
+    ASSERT_EQ(::seteuid(65534), 0);
+  }
+  const auto report = ReportFolder(folder.path());
+  if (isRoot) {
+    ASSERT_EQ(::seteuid(0), 0);
+  }
+  fs::permissions(folder / "shut", fs::perms::all);
+  ASSERT_TRUE(report.ok()) << report.error().text;
+  EXPECT_EQ(report->broken, 1);
+  EXPECT_EQ(report->unreadable.size(), 1u);
 }
 
 TEST(Verify, AReaderThatCrashesOrHangsIsABrokenFile) {

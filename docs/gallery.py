@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""Makes the pictures of docs/gallery and writes docs/gallery.md: each scene is run with all its frames, one of them is
+shown. --quick makes the shown frames alone and keeps the times that the page has; names of scenes choose some."""
+import pathlib
+import re
+import resource
+import shutil
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+ORLIX = ROOT / "build/release/bin/orlix"
+PAGE = ROOT / "docs/gallery.md"
+PICTURES = ROOT / "docs/gallery"
+MOST_BYTES, MOST_BYTES_IN_ALL = 80 << 10, 2 << 20
+
+# Name of the scene, the frame that is shown, what there is to see.
+SCENES = [
+    ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
+    ("plume_around_obstacle", 85, "A plume meets a ball, parts and closes again, in a low sun."),
+    ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
+    ("candle", 30, "A small flame with the colours of a black body."),
+    ("wind_moving_obstacle", 85, "A wind tunnel: seven threads of smoke around a ball that swings to and fro."),
+    ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
+    ("curl_and_vortex", 44, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
+    ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
+    ("dam_break", 24, "A column of water collapses."),
+    ("embers", 60, "Particles rise from a fire, with the temperature of the air."),
+    ("dust", 40, "Dust on the ground, dragged by the air of a falling thing."),
+    ("rain", 48, "Drops burst on a ball."),
+    ("dissolving_mesh", 40, "A mesh turns to particles in a curl flow."),
+]
+HEAD = """# Gallery
+
+Every scene of [scenes/](../scenes), and [the demo](../scenes/demo) in the README. The time is that of all frames of the
+scene, simulation and pictures, in processor seconds of an AMD EPYC: two idle cores take a little more than half of it.
+`./dev gallery` makes everything on this page anew, `./dev gallery --quick NAME` one picture.
+"""
+
+
+def processor_seconds():
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
+def make_jpeg(png, jpeg):
+    for quality in range(2, 32):
+        subprocess.run(["ffmpeg", "-y", "-loglevel", "error", "-i", png, "-q:v", str(quality), jpeg], check=True)
+        if jpeg.stat().st_size <= MOST_BYTES:
+            return
+    sys.exit(f"{jpeg} stays larger than {MOST_BYTES} bytes")
+
+
+def make_picture(name, frame, quick):
+    """Seconds of the run, or None; the picture is in place afterwards if the scene makes one."""
+    with tempfile.TemporaryDirectory() as folder:
+        before = processor_seconds()
+        frames = ["--frames", str(frame)] if quick else []
+        done = subprocess.run([ORLIX, "--quiet", "render", ROOT / f"scenes/{name}.json", "--out", folder, *frames])
+        if done.returncode:
+            sys.exit(f"{name} ended with {done.returncode}")
+        found = list(pathlib.Path(folder).rglob(f"*.{frame:04}.png"))
+        if found:
+            make_jpeg(found[0], PICTURES / f"{name}.jpg")
+        return None if quick else processor_seconds() - before
+
+
+def write_page(times):
+    text = HEAD
+    for name, frame, words in SCENES:
+        text += f"\n## {name}\n\n{words}\n\n"
+        if (PICTURES / f"{name}.jpg").exists():
+            text += f"![{words}](gallery/{name}.jpg)\n\n"
+        time = f"   # {times[name]} s" if name in times else ""
+        text += f"    build/release/bin/orlix render scenes/{name}.json --out out/{name}{time}\n"
+    PAGE.write_text(text)
+    size = sum(file.stat().st_size for file in PICTURES.iterdir())
+    if size > MOST_BYTES_IN_ALL:
+        sys.exit(f"the pictures take {size} bytes, more than {MOST_BYTES_IN_ALL}")
+
+
+def main(arguments):
+    quick = "--quick" in arguments
+    names = [a for a in arguments if a != "--quick"]
+    unknown = set(names) - {name for name, _, _ in SCENES}
+    if unknown:
+        sys.exit(f"no such scene: {', '.join(sorted(unknown))}")
+    if not shutil.which("ffmpeg"):
+        sys.exit("the gallery needs ffmpeg")
+    old = PAGE.read_text() if PAGE.exists() else ""
+    times = dict(re.findall(r"scenes/(\w+)\.json .*# (\d+) s", old))
+    PICTURES.mkdir(exist_ok=True)
+    for name, frame, _ in SCENES:
+        if names and name not in names:
+            continue
+        seconds = make_picture(name, frame, quick)
+        if seconds is not None:
+            times[name] = round(seconds)
+        print(f"{name}: frame {frame}" + ("" if seconds is None else f", {seconds:.0f} s in all"), flush=True)
+        write_page(times)
+
+
+main(sys.argv[1:])
