@@ -18,10 +18,10 @@ MOST_BYTES, MOST_BYTES_IN_ALL = 80 << 10, 2 << 20
 # Name of the scene, the frame that is shown, what there is to see.
 SCENES = [
     ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
-    ("plume_around_obstacle", 85, "A plume meets a ball, parts and closes again, in a low sun."),
+    ("plume_around_obstacle", 90, "A plume meets a ball, parts and closes again, in a low sun."),
     ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
-    ("candle", 30, "A small flame with the colours of a black body."),
-    ("wind_moving_obstacle", 85, "A wind tunnel: seven threads of smoke around a ball that swings to and fro."),
+    ("candle", 20, "A small flame with the colours of a black body."),
+    ("wind_moving_obstacle", 70, "A wind tunnel: seven threads of smoke around a ball that swings to and fro."),
     ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
     ("curl_and_vortex", 44, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
