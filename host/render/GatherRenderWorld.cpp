@@ -121,6 +121,9 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
     if (!settings) return settings.status();
     world.settings = *settings;
   }
+  world.sky = {};
+  const BaseObject* sky = found.settings ? found.settings->GetLink(kRenderSkyId) : nullptr;
+  if (sky && sky->data() && sky->data()->AsShader()) world.sky.Build(*sky, *sky->data()->AsShader());
   if (options.width > 0) world.settings.width = options.width;
   if (options.height > 0) world.settings.height = options.height;
   if (Status s = CheckPictureSize(world.settings.width, world.settings.height); !s) return s;

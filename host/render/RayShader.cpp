@@ -135,7 +135,8 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
 Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
   if (!point.lit) return point.colour;
   const RenderSettings& settings = world_.settings;
-  Vec3D light = settings.skyColour * (settings.skyLight * 0.5 * (1 + point.normal.y));
+  const Vec3D above = world_.sky.empty() ? settings.skyColour : world_.SkyColour(point.normal);
+  Vec3D light = above * (settings.skyLight * 0.5 * (1 + point.normal.y));
   for (const Light& each : world_.lights) {
     const Illumination illumination = each.Illuminate(x);
     const double cosine = Dot(point.normal, illumination.toLight);
@@ -242,7 +243,9 @@ Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, int ra
                               std::uint64_t firstIndex) {
   const RenderSettings& settings = world_.settings;
   if (settings.skySamples <= 0 || hit.material->colour == Vec3D()) return {};
-  if (settings.skyColour * settings.skyLight == Vec3D() && volumes_.empty() && world_.surfaces.empty()) return {};
+  if (world_.sky.empty() && settings.skyColour * settings.skyLight == Vec3D() && volumes_.empty() &&
+      world_.surfaces.empty())
+    return {};
   Vec3D sum;
   for (int i = 0; i < rays; ++i) {
     VolumeRay ray;

@@ -22,6 +22,9 @@ constexpr Parameter kRows[] = {
     VectorParameter(kRenderSkyHorizonId, "sky_horizon", {1.6, 1.45, 1.25}, "",
                     "Factors of the sky's colour at the horizon; 1 gives one colour all around")
         .Min(0),
+    LinkParameter(
+        kRenderSkyId, "sky", kLinkShader,
+        "A shader that is the sky instead of these colours: a picture of longitudes and latitudes around, say"),
     FloatParameter(kRenderSkyLightId, "sky_light", 1.0, "", "Factor of the light that the sky gives to surfaces")
         .Min(0),
     IntParameter(kRenderSkySamplesId, "sky_samples", 4, "",

@@ -34,6 +34,7 @@ inline constexpr int kRenderFileNameId = 1013;
 inline constexpr int kRenderCameraId = 1014;
 inline constexpr int kRenderSkyHorizonId = 1015;
 inline constexpr int kRenderViewId = 1016;
+inline constexpr int kRenderSkyId = 1017;
 
 struct RenderSettings {
   int width = 960, height = 540;

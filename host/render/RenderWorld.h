@@ -9,6 +9,7 @@
 #include "host/render/Light.h"
 #include "host/render/PointCloud.h"
 #include "host/render/RenderSettings.h"
+#include "host/render/SkyMap.h"
 #include "host/render/SurfaceScene.h"
 #include "host/render/VolumeShader.h"
 
@@ -23,8 +24,11 @@ class RenderWorld {
   std::vector<VolumeShader*> volumes;  // owned by others, in the order of creation
   std::vector<PointCloud> points;      // rays of the camera see them; lights and other rays pass
 
+  SkyMap sky;  // empty without a shader for it
+
   // What a ray that leaves the scene meets: the colour at the horizon and below, and overhead that of the settings.
   Vec3D SkyColour(const Vec3D& direction) const {
+    if (!sky.empty()) return sky.Colour(direction);
     const double low = 1 - std::max(0.0, direction.y), weight = low * low * low;
     return settings.skyColour * (Vec3D(1.0) + (settings.skyHorizon - Vec3D(1.0)) * weight);
   }

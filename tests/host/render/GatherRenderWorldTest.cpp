@@ -29,12 +29,29 @@ const TypeInfo kSquareType = {
 const TypeInfo kOtherMaterialType = {
     .id = 999902, .resource = "test_gas", .text = "No surface.", .role = TypeRole::Material, .kinds = kLinkMaterial};
 
+// Shows where it was asked.
+class PlaceShader : public ObjectData, public Shader {
+ public:
+  const Shader* AsShader() const override { return this; }
+  void Colours(const BaseObject&, PlaceKind, std::span<const Vec3D> places, std::span<Vec3D> colours) const override {
+    std::copy(places.begin(), places.end(), colours.begin());
+  }
+};
+const TypeInfo kPlaceShaderType = {
+    .id = 999903,
+    .resource = "test_places",
+    .text = "A shader.",
+    .role = TypeRole::Object,
+    .kinds = kLinkShader,
+    .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<PlaceShader>(); }};
+
 class Gathering : public testing::Test {
  protected:
   Gathering() {
     RegisterRenderTypes(types_);
     types_.Add(kSquareType);
     types_.Add(kOtherMaterialType);
+    types_.Add(kPlaceShaderType);
   }
   BaseObject& Add(const TypeInfo& type, BaseObject* parent = nullptr) { return document_.AddObject(type, parent); }
   std::string Gather(const GatherOptions& options = {}) {
@@ -52,6 +69,17 @@ TEST_F(Gathering, AnEmptyDocumentGivesDefaultsALightAndACamera) {
   EXPECT_EQ(world_.settings.width, 960);
   EXPECT_EQ(world_.lights.size(), 1u);
   EXPECT_TRUE(world_.surfaces.empty());
+}
+
+TEST_F(Gathering, AShaderIsTheSkyByLongitudeAndLatitude) {
+  BaseObject& settings = Add(kRenderSettingsType);
+  settings.Set(kRenderSkyId, LinkValue{Add(kPlaceShaderType).creationNumber()});
+  ASSERT_EQ(Gather(), "");
+  const auto seen = [&](const Vec3D& direction) { return world_.SkyColour(Normalized(direction)); };
+  EXPECT_LT(Length(seen({1, 0, 0}) - Vec3D(0.75, 0.5, 0)), 1e-3);
+  EXPECT_LT(Length(seen({0, 0, -1}) - Vec3D(0.5, 0.5, 0)), 1e-3);
+  EXPECT_LT(Length(seen({-1, 1, 0}) - Vec3D(0.25, 0.75, 0)), 1e-3);
+  EXPECT_NEAR(seen({0, -1, 0}).y, 0, 1e-3);
 }
 
 TEST_F(Gathering, DefaultsOfSettingsAreThoseOfTheTable) {
