@@ -218,10 +218,11 @@ bool FluidSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   bool applied = velocity.ApplyBounds(min, max);
   if (fromCache) projection->ClearState(true);
   // A velocity that was put back from a checkpoint has its lattice, but nothing was derived from it yet.
-  const bool hasBoundary = boundary.IsActive() && (fromCache || boundary.HasSolidGrid());
+  const bool withoutBoundary = fromCache && !NeedsBoundaryInPlayback();
+  const bool hasBoundary = boundary.IsActive() && (withoutBoundary || boundary.HasSolidGrid());
   if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && hasBoundary) return true;
   scene->scratch().Trim();  // of sizes that nothing will ask for again
-  boundary.SetFlag(NodeFromCache, fromCache);
+  boundary.SetFlag(NodeFromCache, withoutBoundary);
   applied = applied && boundary.ApplyBounds(min, max);
   if (fromCache) {
     divergenceSource.ClearState(true);

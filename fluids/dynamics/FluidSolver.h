@@ -122,8 +122,9 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   virtual std::vector<iBase*> Parts();
   // The work of the scene's stage, in a frame that is simulated.
   virtual void ProcessStage();
-  // The same in a frame whose grids a cache plays back: a gas has none.
+  // The same in a frame whose grids a cache plays back: a gas has none, and needs no boundary for it.
   virtual void ProcessPlayedStage() {}
+  virtual bool NeedsBoundaryInPlayback() const { return false; }
   // A viscosity or a viscosity channel is set.
   virtual bool IsViscous() const;
 

@@ -212,6 +212,8 @@ void WaterSolver::ProcessStage() {
 }
 
 void WaterSolver::ProcessPlayedStage() {
+  if (scene->stage == kStageEmitters) return BuildBoundary();
+  if (scene->stage == kStageOperators) return RebuildSurface();
   if (scene->stage != kStageFluidDynamics) return;
   EmitVelocity();
   if (!followCache || !HasGrids()) return;

@@ -58,6 +58,8 @@ class WaterSolver final : public FluidSolver {
  protected:
   void ProcessStage() override;
   void ProcessPlayedStage() override;
+  // Particles move, and meet walls.
+  bool NeedsBoundaryInPlayback() const override { return true; }
 
  private:
   void TellOfParticles();
