@@ -2,11 +2,13 @@
 
 #include "fluids/particle_operators/InstantOperator_Repulsion.h"
 #include "fluids/particle_operators/InstantOperator_Spawn.h"
+#include "fluids/particle_operators/PSurface_Properties.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
 #include "fluids/particle_operators/ParticleForce_Acceleration.h"
 #include "fluids/particle_operators/ParticleForce_Corrector.h"
 #include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
 #include "fluids/particle_operators/ParticleForces.h"
+#include "fluids/particle_operators/ParticleSheet.h"
 #include "fluids/particle_operators/ParticleVolumeProperties.h"
 #include "fluids/scene/NodeFactory.h"
 
@@ -19,6 +21,8 @@ void RegisterParticleOperatorTypes(NodeFactory& factory) {
   factory.Add<ParticleForce_Corrector>();
   factory.Add<ParticleForce_SurfaceTension>();
   factory.Add<ParticleVolumeProperties>();
+  factory.Add<PSurface_Properties>();
+  factory.Add<ParticleSheet>();
   factory.Add<InstantOperator_Repulsion>();
   factory.Add<InstantOperator_Spawn>();
 }
