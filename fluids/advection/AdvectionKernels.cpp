@@ -69,6 +69,7 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
     forward(0, j, k) = forward(forward.dims.x - 1, j, k) = 0;
   };
   there.ForEachRun(writeForward, clearForward);
+  if (pool.Broken()) return;  // some cells know no traced one
 
   AdvectionSource ahead = source;
   ahead.values = forward;

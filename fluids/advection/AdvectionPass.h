@@ -83,6 +83,7 @@ class AdvectionPass {
       for (int tile = 1; tile < n.y - 1; tile += tileRows) {
         const int tileEnd = std::min(tile + tileRows, n.y - 1);
         for (run.k = begin; run.k < end; ++run.k) {
+          if (pool_.Broken()) return;
           for (run.j = tile; run.j < tileEnd; ++run.j) {
             const auto [first, last] = reached_[static_cast<std::size_t>(run.k) * n.y + run.j];
             if (first > 1) clear(1, first, run.j, run.k);

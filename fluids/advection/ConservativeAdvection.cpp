@@ -30,7 +30,7 @@ class ConservativePass {
   template <class F>
   void ForEachInterior(F&& f) const {
     ParallelRange(pool_, 1, n_.z - 1, [&](int begin, int end, int) {
-      for (int k = begin; k < end; ++k) {
+      for (int k = begin; k < end && !pool_.Broken(); ++k) {
         for (int j = 1; j < n_.y - 1; ++j) {
           for (int i = 1; i < n_.x - 1; ++i) f(i, j, k);
         }
@@ -253,9 +253,11 @@ void AdvectConservative(const AdvectionField& field, const AdvectionSource& sour
     ConservativePass pass(field, whole, pool);
     const auto beta = scratch.Take<double>(source.values.dims);
     pass.RecordBackward(grids);
+    if (pool.Broken()) return;  // some cells have no record
     pass.ApplyBackward(grids.inGamma, grids.outGamma);
     pass.ComputeBeta(*beta);
     pass.RecordForward(*beta);
+    if (pool.Broken()) return;
     pass.ClampGamma(grids.outGamma);
     pass.ComputeBeta(*beta);
     pass.ClampBeta(*beta);

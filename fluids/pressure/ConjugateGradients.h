@@ -36,7 +36,7 @@ PressureOutcome ConjugateGradients(const PressureSystem& system, const Conjugate
   PreconditionedVector z = precondition(largest);
   double rho = passes.DotResidual(z), alpha = 0, beta = 0;
   if (rho == 0 || !std::isfinite(rho)) return outcome;
-  for (std::int32_t i = 0; i < limits.iterations; ++i) {
+  for (std::int32_t i = 0; i < limits.iterations && !pool.Broken(); ++i) {
     const double curvature = passes.SearchAndMultiply(z, alpha, beta, i == 0);
     alpha = rho / curvature;
     if (!std::isfinite(alpha)) return outcome;  // a residual that rounding has emptied, or no numbers at all

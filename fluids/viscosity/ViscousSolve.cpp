@@ -230,7 +230,7 @@ PressureOutcome SolveViscosity(const ViscousSystem& system, const FaceVector& ve
   };
   judge();
   double beta = 0;
-  while (!outcome.converged && outcome.iterations < limits.iterations) {
+  while (!outcome.converged && outcome.iterations < limits.iterations && !pool.Broken()) {
     const double alpha = rho / solve.SearchAndMultiply(beta);
     if (!std::isfinite(alpha)) break;
     const LayerSums sums = solve.Update(alpha);

@@ -37,6 +37,7 @@ WorkerPool::WorkerPool(int count) : count_(std::clamp(count, 1, kMaxWorkers)) {
   } catch (const std::exception&) {
     count_ = static_cast<int>(threads_.size()) + 1;
   }
+  limit_ = count_;
 }
 
 WorkerPool::~WorkerPool() {
@@ -48,6 +49,8 @@ WorkerPool::~WorkerPool() {
   wake_.notify_all();
   for (std::thread& thread : threads_) thread.join();
 }
+
+void WorkerPool::Limit(int workers) { limit_ = workers < 1 ? count_ : std::min(workers, count_); }
 
 void WorkerPool::RunErased(int workers, Function function, void* context) {
   if (workers <= 0) return;

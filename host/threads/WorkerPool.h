@@ -31,10 +31,18 @@ class WorkerPool {
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
-  int count() const { return count_; }
+  // The workers among which passes divide their work: all threads, or fewer while a limit holds.
+  int count() const { return limit_; }
+  // From here on count() is at most this; below 1 it is all threads again. Not during a run.
+  void Limit(int workers);
+
+  // A pass that takes long asks once a layer or an iteration whether it is to stop, and then leaves its result
+  // unfinished. watched: whose break counts, null for none. Not during a run.
+  void WatchBreak(const BaseThread* watched) { watched_ = watched; }
+  bool Broken() const { return watched_ && watched_->TestBreak(); }
 
   // Calls work(worker) for each worker of [0, workers), each once, and returns when all have ended. workers may exceed
-  // count(): a thread then takes several in turn. A run from inside a run goes on the calling thread alone. work must
+  // the threads: one then takes several in turn. A run from inside a run goes on the calling thread alone. work must
   // not throw.
   template <class F>
   void Run(int workers, F&& work) {
@@ -49,7 +57,9 @@ class WorkerPool {
   void RunErased(int workers, Function function, void* context);
   void ThreadMain(int index);
 
-  int count_;
+  int count_;  // threads, the calling one among them
+  int limit_;
+  const BaseThread* watched_ = nullptr;
   std::mutex mutex_;
   std::condition_variable wake_, done_;
   std::uint64_t generation_ = 0;
