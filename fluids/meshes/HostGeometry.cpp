@@ -20,15 +20,25 @@ void Write(T& stored, const T& fresh, bool& moved) {
   moved = true;
 }
 
-void TakeTextures(const PolygonObject& polygons, TriMeshSTL& mesh) {
+void ReadTextureCoordinates(const PolygonObject& polygons, TriMeshSTL& mesh) {
   mesh.textureCoordinates.clear();
   if (polygons.textureCoordinates.size() != polygons.polygons.size()) return;
+  mesh.textureCoordinates.reserve(3 * static_cast<std::size_t>(mesh.TriangleCount()));
   for (std::size_t p = 0; p < polygons.polygons.size(); ++p) {
     const auto& uv = polygons.textureCoordinates[p];
-    mesh.textureCoordinates.insert(mesh.textureCoordinates.end(), {uv[0], uv[1], uv[2]});
-    if (!polygons.polygons[p].IsTriangle()) {
-      mesh.textureCoordinates.insert(mesh.textureCoordinates.end(), {uv[0], uv[2], uv[3]});
-    }
+    for (const int corner : {0, 1, 2}) mesh.textureCoordinates.push_back(uv[corner]);
+    if (polygons.polygons[p].IsTriangle()) continue;
+    for (const int corner : {0, 2, 3}) mesh.textureCoordinates.push_back(uv[corner]);
+  }
+}
+
+// A normal stands on tangents: it turns by the inverse of what they are multiplied with, transposed.
+void ReadNormals(const PolygonObject& polygons, const LMatrix& matrix, const Vec3D& simPerHost, TriMeshSTL& mesh) {
+  std::vector<Vec3D>& normals = mesh.pointAttributes.Column(kPointNormalId);
+  const LMatrix inverse = LMatrix{{}, matrix.v1 * simPerHost, matrix.v2 * simPerHost, matrix.v3 * simPerHost}.Inverse();
+  for (std::size_t p = 0; p < normals.size(); ++p) {
+    const Vec3D& n = polygons.normals[p];
+    normals[p] = Normalized(Vec3D(Dot(inverse.v1, n), Dot(inverse.v2, n), Dot(inverse.v3, n)));
   }
 }
 
@@ -41,7 +51,7 @@ LMatrix SimulationMatrix(const LMatrix& hostMatrix, const Vec3D& simPerHost) {
 }
 
 GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& matrix, const Vec3D& simPerHost,
-                                TriMeshSTL& mesh) {
+                                TriMeshSTL& mesh, bool withNormals) {
   const std::int64_t points = static_cast<std::int64_t>(polygons.points.size()), triangles = TriangleCount(polygons);
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
   if (points == 0 || triangles == 0 || points > kMost || triangles > kMost) return GeometryChange::Failed;
@@ -59,7 +69,10 @@ GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& ma
     Write(mesh.Triangles()[t++], {p.a, p.b, p.c}, moved);
     if (!p.IsTriangle()) Write(mesh.Triangles()[t++], {p.a, p.c, p.d}, moved);
   }
-  TakeTextures(polygons, mesh);
+  ReadTextureCoordinates(polygons, mesh);
+  if (withNormals && polygons.normals.size() == polygons.points.size()) {
+    ReadNormals(polygons, matrix, simPerHost, mesh);
+  }
   mesh.matrix = SimulationMatrix(matrix, simPerHost);
   return moved ? GeometryChange::Moved : GeometryChange::Same;
 }

@@ -12,10 +12,10 @@ enum class GeometryChange {
   Moved
 };
 
-// Points go through the matrix and the scale from host units to metres; quads become two triangles. On failure the mesh
-// is as it was.
+// Points go through the matrix and the scale from host units to metres; quads become two triangles. Texture coordinates
+// come along where the object has them; with withNormals its normals, too, as unit vectors under kPointNormalId. On failure the mesh is as it was.
 GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& matrix, const Vec3D& simPerHost,
-                                TriMeshSTL& mesh);
+                                TriMeshSTL& mesh, bool withNormals = false);
 
 // The host's matrix with its offset in metres.
 LMatrix SimulationMatrix(const LMatrix& hostMatrix, const Vec3D& simPerHost);

@@ -1,8 +1,9 @@
 #pragma once
-// Attributes of a mesh's points, vectors and reals, a column for each attribute in use.
+// Attributes of a mesh's points by number: tables of vectors, scalars and states, a column for each attribute in use.
 
 #include <cstdint>
 #include <map>
+#include <tuple>
 #include <vector>
 
 #include "globals/Vec.h"
@@ -13,43 +14,46 @@ inline constexpr std::int32_t kPointNormalId = 34;
 
 class MeshProperties {
  public:
+  // What a state's column holds: 0 or 1.
+  using State = std::uint8_t;
+
   // Columns in use keep what they hold; new points get 0.
   void Resize(std::size_t points) {
     points_ = points;
-    for (auto& [id, column] : columns_) column.resize(points);
-    for (auto& [id, column] : reals_) column.resize(points);
+    std::apply(
+        [&](auto&... tables) {
+          const auto resize = [&](auto& table) {
+            for (auto& [id, column] : table) column.resize(points);
+          };
+          (resize(tables), ...);
+        },
+        tables_);
   }
   void Clear() {
-    columns_.clear();
-    reals_.clear();
+    tables_ = {};
     points_ = 0;
   }
   std::size_t PointCount() const { return points_; }
 
-  // The attribute of all points; made, filled with 0, when it isn't there.
-  std::vector<Vec3D>& Column(std::int32_t id) {
-    std::vector<Vec3D>& column = columns_[id];
-    column.resize(points_);
-    return column;
-  }
-  std::vector<double>& RealColumn(std::int32_t id) {
-    std::vector<double>& column = reals_[id];
+  // The attribute of all points, T: Vec3D, double or State; made, filled with 0, when it isn't there.
+  template <class T = Vec3D>
+  std::vector<T>& Column(std::int32_t id) {
+    std::vector<T>& column = std::get<Table<T>>(tables_)[id];
     column.resize(points_);
     return column;
   }
   // Null when no point has the attribute.
-  const std::vector<Vec3D>* Find(std::int32_t id) const {
-    const auto found = columns_.find(id);
-    return found == columns_.end() ? nullptr : &found->second;
-  }
-  const std::vector<double>* FindReal(std::int32_t id) const {
-    const auto found = reals_.find(id);
-    return found == reals_.end() ? nullptr : &found->second;
+  template <class T = Vec3D>
+  const std::vector<T>* Find(std::int32_t id) const {
+    const Table<T>& table = std::get<Table<T>>(tables_);
+    const auto found = table.find(id);
+    return found == table.end() ? nullptr : &found->second;
   }
 
  private:
-  std::map<std::int32_t, std::vector<Vec3D>> columns_;
-  std::map<std::int32_t, std::vector<double>> reals_;
+  template <class T>
+  using Table = std::map<std::int32_t, std::vector<T>>;
+  std::tuple<Table<Vec3D>, Table<double>, Table<State>> tables_;
   std::size_t points_ = 0;
 };
 

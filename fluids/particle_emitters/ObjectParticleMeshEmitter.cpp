@@ -49,7 +49,7 @@ const TypeInfo& ObjectParticleMeshEmitter::Type() {
       .id = 1300007,
       .resource = "zq_particlemeshemitter",
       .className = "C4D_ParticleMeshEmitter_Object",
-      .label = "Particle Mesh Emitter",
+      .label = "Emitter::Particle On Mesh",
       .text =
           "Scatters particles over a volume's mesh, so many a second. Every triangle is equally likely: small ones get "
           "more particles for their area.",
@@ -147,7 +147,7 @@ void ObjectParticleMeshEmitter::Prepare(iBase*) {
   if (!handler_.Begin(*this)) return;
   attempts_ = Attempts();
   if (attempts_ <= 0) return;
-  curvature_ = curvatureLimit_ > 0 ? volume_->Mesh().pointAttributes.FindReal(PP::Curvature) : nullptr;
+  curvature_ = curvatureLimit_ > 0 ? volume_->Mesh().pointAttributes.Find<double>(PP::Curvature) : nullptr;
   AdviseOnMesh();
   handler_.group->EnsureTree(handler_.kind, false, 0);
   SetFlag(NodeActive, true);

@@ -27,6 +27,7 @@ constexpr Parameter kParameters[] = {
         .Between(0, 1),
     FloatParameter(kFalloffStrengthId, "strength", 1.0, "", "The full factor"),
     BoolParameter(kFalloffInvertId, "invert", false, "Full outside, 0 inside"),
+    BoolParameter(kFalloffEnabledId, "enabled", true, "Weighs places; otherwise lists pass it over"),
 };
 
 // 0 at the middle (or the low end), 1 at the border.
@@ -46,6 +47,7 @@ class FalloffObject : public ObjectData, public Falloff {
   const Falloff* AsFalloff() const override { return this; }
   void MultiplyRow(const BaseObject& object, const Vec3D& start, const Vec3D& step,
                    std::span<double> values) const override {
+    if (!object.GetBool(kFalloffEnabledId)) return;
     const LMatrix inverse = object.GlobalMatrix().Inverse();
     // A size of 0 leaves nothing inside.
     const Vec3D size = Max(object.GetVector(kFalloffSizeId), Vec3D(1e-30));

@@ -36,7 +36,7 @@ inline constexpr int kTorusKnotRadiusId = 1190, kTorusKnotTubeRadiusId = 1191, k
                      kTorusKnotTurnsId = 1193, kTorusKnotWindingsId = 1194, kTorusKnotSegmentsId = 1195,
                      kTorusKnotPipeSegmentsId = 1196;
 inline constexpr int kFalloffShapeId = 1100, kFalloffSizeId = 1101, kFalloffInnerId = 1102, kFalloffStrengthId = 1103,
-                     kFalloffInvertId = 1104;
+                     kFalloffInvertId = 1104, kFalloffEnabledId = 1105;
 inline constexpr int kMeshFileId = 5101, kMeshFrameOffsetId = 5102;
 
 // Links that take any object and links that want polygons both accept geometry.

@@ -39,7 +39,8 @@ struct PolygonObject {
   };
   std::vector<Vec3D> points;  // local space, host units
   std::vector<Polygon> polygons;
-  // (u, v) of a polygon's corners; empty when there are none.
+  // Of each polygon's corners, where the object has them: as many as polygons, or none. The fourth entry of a triangle
+  // isn't read.
   std::vector<std::array<Vec2D, 4>> textureCoordinates;
   // Of the points; empty when there are none.
   std::vector<Vec3D> normals;     // unit vectors, or zero

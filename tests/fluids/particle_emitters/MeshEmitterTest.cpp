@@ -72,7 +72,7 @@ TEST_F(MeshEmitter, MasksByShaderAndCurvature) {
   s.Step(1);
   EXPECT_EQ(s.Count(), 10);
   EXPECT_TRUE(s.Warned("curvature_limit has no effect"));
-  auto& curvature = s.NodeOf<VolumeMesh>(s.volume)->Mesh().pointAttributes.RealColumn(PP::Curvature);
+  auto& curvature = s.NodeOf<VolumeMesh>(s.volume)->Mesh().pointAttributes.Column<double>(PP::Curvature);
   std::fill(curvature.begin(), curvature.end(), 19.0);
   s.Step(2);
   EXPECT_EQ(s.Count(), 10);
