@@ -201,6 +201,10 @@ std::string ShownText(const TypeInfo& type, const Parameter& row) {
     std::string value = NumberText(condition.value);
     if (other && other->type == ParameterType::Bool) value = condition.value == 1 ? "true" : "false";
     if (other && other->type == ParameterType::Choice) value = ChoiceText(*other, condition.value);
+    if (other && other->type == ParameterType::Link) {
+      parts.push_back(fmt::format("{} is {}", other->key, condition.relation == Relation::Is ? "empty" : "linked"));
+      continue;
+    }
     parts.push_back(fmt::format("{} {} {}", other ? other->key : std::to_string(condition.id), relation, value));
   }
   return parts.empty() ? std::string() : "shown when " + Joined(parts, " and ");

@@ -23,11 +23,11 @@ const TypeInfo& ChannelPair::Type() {
       .id = 1300012,
       .resource = "zq_channelsettings",
       .className = "C4D_ChannelSettings_Object",
-      .label = "Channel/Settings",
+      .label = "Container::Channel/Settings",
       .text = "Pairs a channel with the settings by which an emitter fills it.",
       .kinds = kLinkSettings,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }
@@ -42,6 +42,15 @@ bool ChannelPair::ResolveLinks() {
   if (!found.Exists()) return false;
   settings = scene->Retrieve(emission, NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
   return settings != nullptr;
+}
+
+void ChannelPair::Advise() {
+  const BaseList2D* target = handler.GetLink(kChannelId);
+  if (!target || !ChannelTarget::Of(*scene, target).Exists()) {
+    Warn("no-channel", "it links no channel and no dynamics object, so nothing is filled; link one as \"channel\"");
+  } else if (!settings) {
+    Warn("no-settings", "it links no emission settings, so nothing is filled; link some as \"settings\"");
+  }
 }
 
 void ChannelPair::ReleaseLinks() {

@@ -23,6 +23,7 @@ class ChannelPair final : public iBase {
   std::int32_t GetNodeSubType() const override { return 90; }
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
 
   // Between ResolveLinks and ReleaseLinks.

@@ -89,39 +89,39 @@ TypeInfo ChannelType(int id, const char* resource, const char* className, const 
       .text = text,
       .kinds = kLinkChannel,
       .parameters = rows,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
 }
 
 }  // namespace
 
 const TypeInfo& ScalarGridChannel::Type() {
-  static const TypeInfo kType = ChannelType(1300027, "zq_channel_scalar", "C4D_ScalarChannel_Object", "Scalar Channel",
+  static const TypeInfo kType = ChannelType(1300027, "zq_channel_scalar", "C4D_ScalarChannel_Object", "Scalar",
                                             "A number in each cell: smoke, dust, a mask.", kScalar);
   return kType;
 }
 
 const TypeInfo& TemperatureGridChannel::Type() {
   static const TypeInfo kType =
-      ChannelType(1300112, "zq_channel_temp", "C4D_TempChannel_Object", "Temperature Channel",
+      ChannelType(1300112, "zq_channel_temp", "C4D_TempChannel_Object", "Temperature",
                   "Temperature above the surroundings; kelvin in pictures is the value + 273.5.", kTemperature);
   return kType;
 }
 
 const TypeInfo& FuelGridChannel::Type() {
-  static const TypeInfo kType = ChannelType(1300028, "zq_channel_fuel", "C4D_FuelChannel_Object", "Fuel Channel",
+  static const TypeInfo kType = ChannelType(1300028, "zq_channel_fuel", "C4D_FuelChannel_Object", "Fuel",
                                             "Fuel that combustion burns from its ignition temperature on.", kFuel);
   return kType;
 }
 
 const TypeInfo& FireGridChannel::Type() {
-  static const TypeInfo kType = ChannelType(1300029, "zq_channel_fire", "C4D_FireChannel_Object", "Fire Channel",
+  static const TypeInfo kType = ChannelType(1300029, "zq_channel_fire", "C4D_FireChannel_Object", "Fire",
                                             "Flames: what combustion makes, and how they cool.", kFire);
   return kType;
 }
 
 const TypeInfo& VectorGridChannel::Type() {
-  static const TypeInfo kType = ChannelType(1300030, "zq_channel_vector", "C4D_VectorChannel_Object", "Vector Channel",
+  static const TypeInfo kType = ChannelType(1300030, "zq_channel_vector", "C4D_VectorChannel_Object", "Vector",
                                             "A vector in each cell: colour, texture coordinates.", kVector);
   return kType;
 }

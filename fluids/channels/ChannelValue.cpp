@@ -33,11 +33,11 @@ const TypeInfo& ChannelValue::Type() {
       .id = 1300013,
       .resource = "zq_channelvalue",
       .className = "C4D_ChannelValue_Object",
-      .label = "Channel/Value",
+      .label = "Container::Channel/Value",
       .text = "Pairs a channel with a value, or with the particle property that gives it.",
       .kinds = kLinkSettings,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

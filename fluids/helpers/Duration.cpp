@@ -29,7 +29,7 @@ const TypeInfo& Duration::Type() {
       .text = "When the nodes that link it act: a window of time, repeated after pauses.",
       .kinds = kLinkHelper | kLinkDuration,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

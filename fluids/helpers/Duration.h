@@ -1,11 +1,11 @@
 #pragma once
 // When an operator acts: from a start for a length, again after pauses.
 
-#include "fluids/scene/iBase.h"
+#include "fluids/scene/iObject.h"
 
 namespace orlix {
 
-class Duration final : public iBase {
+class Duration final : public iBase, public iActivity {
  public:
   using iBase::iBase;
   static constexpr int kUseFramesId = 1008, kLengthId = 1000, kStartId = 1001, kRepeatsId = 1002, kPauseId = 1003,
@@ -15,7 +15,7 @@ class Duration final : public iBase {
   std::int32_t GetNodeSubType() const override { return 51; }
   bool ReadParameters() override;
 
-  bool IsActive(double time) const;
+  bool IsActive(double time) const override;
   // With a length, weight falls from 1 to 0 over each window, or follows the ramp; without one it stays as it is.
   bool IsActive(double time, double& weight) const;
 

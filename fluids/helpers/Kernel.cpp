@@ -83,7 +83,7 @@ const TypeInfo& Kernel::Type() {
       .text = "A weight that falls off with distance, for the nodes that link it.",
       .kinds = kLinkHelper | kLinkKernel,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

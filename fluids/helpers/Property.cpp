@@ -30,7 +30,7 @@ TypeInfo TypeOf(int id, const char* resource, const char* className, const char*
   type.text = "Gives particles one value under a property id.";
   type.kinds = kLinkParticles | kLinkProperty;
   type.parameters = rows;
-  type.common = CommonNodeParameters();
+  type.common = PlainNodeParameters();
   return type;
 }
 
@@ -85,7 +85,7 @@ bool iProperty::ReadParameters() {
 template <>
 const TypeInfo& Property<double>::Type() {
   static const TypeInfo kType =
-      TypeOf(1300037, "zq_property_scalar", "C4D_ParticlePropertyScalar_Object", "Scalar Property", kScalar);
+      TypeOf(1300037, "zq_property_scalar", "C4D_ParticlePropertyScalar_Object", "PP::Scalar", kScalar);
   return kType;
 }
 template <>
@@ -97,13 +97,13 @@ const TypeInfo& Property<std::int32_t>::Type() {
 template <>
 const TypeInfo& Property<Vec3D>::Type() {
   static const TypeInfo kType =
-      TypeOf(1300038, "zq_property_vector", "C4D_ParticlePropertyVector_Object", "Vector Property", kVector);
+      TypeOf(1300038, "zq_property_vector", "C4D_ParticlePropertyVector_Object", "PP::Vector", kVector);
   return kType;
 }
 template <>
 const TypeInfo& Property<bool>::Type() {
   static const TypeInfo kType =
-      TypeOf(13000391, "zq_property_state", "C4D_ParticlePropertyState_Object", "State Property", kState);
+      TypeOf(13000391, "zq_property_state", "C4D_ParticlePropertyState_Object", "PP::State", kState);
   return kType;
 }
 

@@ -19,7 +19,7 @@ const TypeInfo& ParticleGroup::Type() {
           "as foam or dust. Emitters fill it and operators move it. An entry of a list of groups says which kind it "
           "means.",
       .kinds = kLinkParticles,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

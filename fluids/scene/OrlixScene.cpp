@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "fluids/scene/RootObject.h"
+#include "fluids/scene/SceneAdvice.h"
 #include "fluids/scene/StageRunner.h"
 #include "fluids/scene/StateCheck.h"
 #include "globals/ByteSize.h"
@@ -37,7 +38,7 @@ bool OrlixScene::TestBreak(const BaseThread* extraThread) const {
   return failure_ || (hostThread && hostThread->TestBreak()) || (extraThread && extraThread->TestBreak());
 }
 
-void OrlixScene::Warn(const std::string& name, const char* key, const std::string& text) {
+void OrlixScene::Warn(const std::string& name, const std::string& key, const std::string& text) {
   host_.observer.warnings.Tell({.node = name, .key = key, .text = text, .frame = clock.frame});
 }
 
@@ -46,6 +47,20 @@ void OrlixScene::Conclude() {
   ForEachNode(NODE_CHANNEL, NODE_HELPER, [](iBase& node) {
     if (node.IsEnabled()) node.Conclude();
   });
+}
+
+bool OrlixScene::IsPlayed(const iBase& node) const {
+  bool played = node.HasFlag(NodeFromCache);
+  ForEachNode(NODE_CACHE, NODE_CACHE,
+              [&](const iBase& cache) { played = played || (cache.IsEnabled() && cache.PlaysBack(node)); });
+  return played;
+}
+
+bool OrlixScene::IsMoved(const iBase& node) const {
+  bool moved = false;
+  ForEachNode(NODE_CHANNEL, NODE_PARTICLES,
+              [&](const iBase& other) { moved = moved || (other.IsEnabled() && other.Moves(node)); });
+  return moved;
 }
 
 void OrlixScene::Fail(ErrorKind kind, std::string text) {
@@ -171,8 +186,9 @@ void OrlixScene::EvaluateStage() {
       if (node.IsEnabled()) f(node);
     });
   };
-  forEnabled([](iBase& node) { node.ReadParameters(); });
+  forEnabled([](iBase& node) { node.Reread(); });
   forEnabled([](iBase& node) { node.ResolveLinks(); });
+  if (info.time == 0) AdviseObjects(*this);
   forEnabled([](iBase& node) { node.Advise(); });
   RefuseWhatDoesNotFit();
   std::vector<iBase*> staged;
@@ -189,18 +205,21 @@ void OrlixScene::EvaluateStage() {
   });
 }
 
+void OrlixScene::LinkCaches() {
+  const auto forCaches = [&](auto&& f) {
+    ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
+      if (node.IsEnabled()) f(node);
+    });
+  };
+  forCaches([](iBase& node) { node.Reread(); });
+  forCaches([](iBase& node) { node.ResolveLinks(); });
+  forCaches([](iBase& node) { node.Advise(); });
+}
+
 void OrlixScene::LoadCaches() {
   SetStage(kStageLoadCache);
+  LinkCaches();
   const auto forCaches = [&](auto&& f) { ForEachNode(NODE_CACHE, NODE_CACHE, f); };
-  forCaches([](iBase& node) {
-    if (node.IsEnabled()) node.ReadParameters();
-  });
-  forCaches([](iBase& node) {
-    if (node.IsEnabled()) node.ResolveLinks();
-  });
-  forCaches([](iBase& node) {
-    if (node.IsEnabled()) node.Advise();
-  });
   forCaches([](iBase& node) {
     if (!node.HasFlag(NodeDirtyChecked)) node.CheckDirty();
   });
@@ -302,11 +321,20 @@ bool OrlixScene::UpdateBounds() {
     ForEachNode(NODE_CHANNEL, NODE_OPERATOR, f);
     ForEachNode(NODE_PARTICLES, NODE_CACHE, f);
   };
+  Vec3D playedMin = min, playedMax = max;
   forOthers([&](iBase& node) {
-    if (node.IsEnabled() && node.HasFlag(NodeHasBounds)) node.ExtendBounds(min, max);
+    if (!node.IsEnabled() || !node.HasFlag(NodeHasBounds)) return;
+    const bool played = node.GetNodeBaseType() == NODE_CHANNEL && node.HasFlag(NodeFromCache);
+    played ? node.ExtendBounds(playedMin, playedMax) : node.ExtendBounds(min, max);
   });
   const auto allDiffer = [](const Vec3D& a, const Vec3D& b) { return a.x != b.x || a.y != b.y || a.z != b.z; };
-  const bool touched = allDiffer(min, untouchedMin) && allDiffer(max, untouchedMax);
+  bool touched = allDiffer(min, untouchedMin) && allDiffer(max, untouchedMax);
+  playedBounds_.reset();
+  if (allDiffer(playedMin, untouchedMin) && allDiffer(playedMax, untouchedMax)) {
+    playedBounds_ = PlayedBounds{playedMin, playedMax, !touched};
+    if (!touched) min = playedMin, max = playedMax;
+    touched = true;
+  }
   if (!touched || min.x > max.x || min.y > max.y || min.z > max.z) {
     SetFlag(NoBounds, true);
     const auto clear = [](iBase& node) {

@@ -39,7 +39,7 @@ class OrlixScene final : public Scene {
   ~OrlixScene();
 
   // The main step, once per host frame. True when the frame was handled, also when nothing had to be done; false when
-  // a break or a failure ended it.
+  // a failure or a break ended it; thread's break ends long passes early.
   bool Step(const BaseThread* thread, bool renderingFrame);
   // Makes the container and the nodes with their settings, as the document has them now, without simulating: where a
   // kept state is put back, after which the next Step goes on from it.
@@ -103,10 +103,14 @@ class OrlixScene final : public Scene {
   std::string Name() const { return GetHostObject()->Path(); }
 
   // For the user, once a run for each name and key.
-  void Warn(const std::string& name, const char* key, const std::string& text);
+  void Warn(const std::string& name, const std::string& key, const std::string& text);
   bool MissingCachesFail() const { return host_.observer.missingCachesFail; }
   // The run is over: all nodes tell what they can say only now.
   void Conclude();
+  // A cache plays this node back, or is told to.
+  bool IsPlayed(const iBase& node) const;
+  // Some node carries it. See iBase::Moves.
+  bool IsMoved(const iBase& node) const;
   // The outcome of a solve, for the statistics of this sub-step.
   void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
@@ -122,6 +126,14 @@ class OrlixScene final : public Scene {
   // All simulated state: the clock, then each node in list order. Names are "path:type".
   void VisitState(StateVisitor& visitor);
   std::uint64_t HashState(GridHashes* grids = nullptr);
+
+  // The box that the channels that a cache plays back ask for in this sub-step, simulation space. It needs no margin:
+  // it is the container that was recorded. only: no other node asked for a box.
+  struct PlayedBounds {
+    Vec3D min, max;
+    bool only = false;
+  };
+  const std::optional<PlayedBounds>& playedBounds() const { return playedBounds_; }
 
   Vec3D gravity{0, -9.81, 0};
   std::int32_t rigidSubsteps = 10;
@@ -140,6 +152,7 @@ class OrlixScene final : public Scene {
   void EndFrame();
   iBase* FindNode(const BaseList2D* hostObject, std::int32_t list) const;
   void RunBeginSubstep();
+  void LinkCaches();
   bool UpdateBounds();
   void RefuseWhatDoesNotFit();
   void RunFinishStage(bool boundsValid);
@@ -151,6 +164,7 @@ class OrlixScene final : public Scene {
   ScratchPool scratch_;
   std::map<std::uint64_t, std::unique_ptr<iBase>> lists_[NODE_HELPER + 1];
   std::optional<Error> failure_;
+  std::optional<PlayedBounds> playedBounds_;
   SubstepReport substepReport_;
 };
 

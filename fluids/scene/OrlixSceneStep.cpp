@@ -8,6 +8,27 @@
 
 namespace orlix {
 
+namespace {
+
+constexpr int kMostSubsteps = 255;
+
+// The pool is the host's: what a scene sets in it holds for its own step.
+class PoolUse {
+ public:
+  PoolUse(WorkerPool& pool, const BaseThread* thread) : pool_(pool) { pool.WatchBreak(thread); }
+  ~PoolUse() {
+    pool_.Limit(0);
+    pool_.WatchBreak(nullptr);
+  }
+  PoolUse(const PoolUse&) = delete;
+  PoolUse& operator=(const PoolUse&) = delete;
+
+ private:
+  WorkerPool& pool_;
+};
+
+}  // namespace
+
 double OrlixScene::ComputeTimeStep(double minSquaredSpeed) const {
   for (const auto& [key, node] : lists_[NODE_SOLVER]) {
     if (const auto* solver = dynamic_cast<const iSolver*>(node.get())) {
@@ -79,6 +100,7 @@ RootSettings OrlixScene::BeginStep(bool renderingFrame, bool& containerChanged) 
   clock.Update(settings.startFrame, settings.endFrame, settings.documentRange);
   SetFlag(TimeMoved, clock.time != clock.lastTime);
   threadCount = settings.maxThreads >= 1 ? std::min(HostWorkers(), settings.maxThreads) : HostWorkers();
+  host_.pool.Limit(threadCount);
   rendering = renderingFrame;
   SetStage(kStageStart);
   CheckDirty();
@@ -89,14 +111,17 @@ RootSettings OrlixScene::BeginStep(bool renderingFrame, bool& containerChanged) 
 }
 
 void OrlixScene::BuildAt(bool renderingFrame) {
+  const PoolUse use(host_.pool, nullptr);
   bool containerChanged;
   BeginStep(renderingFrame, containerChanged);
   EvaluateStage();
   SetStage(kStageFinishVisual);
   EvaluateStage();
+  LinkCaches();
 }
 
 bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
+  const PoolUse use(host_.pool, thread);
   hostThread = thread;
   gravity = handler.GetVector(RootSettings::kGravityId);
   bool containerChanged, resetDone;
@@ -159,8 +184,10 @@ bool OrlixScene::ChooseSubstep(bool first, float minDt, float maxDt) {
     d = minDt;
   else if (d > frameLength)
     d = frameLength;
+  // The counters are bytes: the 255th sub-step takes what is left.
+  const bool noMore = info.substep >= kMostSubsteps - 1;
   bool last = false;
-  if (d + elapsed >= frameLength) {
+  if (d + elapsed >= frameLength || noMore) {
     d = frameLength - elapsed;
     last = true;
   } else if (1.5 * d + elapsed >= frameLength) {
@@ -171,7 +198,8 @@ bool OrlixScene::ChooseSubstep(bool first, float minDt, float maxDt) {
   info.substepFraction = d == 0 ? 0 : d / frameLength;
   info.frameRemaining -= info.substepFraction;
   if (elapsed != 0) {
-    ++info.substepCount, ++info.substep;
+    ++info.substep;
+    info.substepCount = static_cast<std::uint8_t>(std::min(info.substepCount + 1, kMostSubsteps));
   } else if (last) {
     info.substep = 1, info.substepCount = 1;
   } else {

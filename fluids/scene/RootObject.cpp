@@ -42,10 +42,14 @@ const TypeInfo& RootSettings::Type() {
           .Min(0),
       IntParameter(kSeedId, "seed", 2150, "", "Seed of all random numbers"),
       IntParameter(kRigidIterationsId, "rigid_iterations", 10, "", "Solver iterations of the rigid world")
-          .Between(0, 1000),
+          .Between(0, 1000)
+          .Unread(),
       IntParameter(kRigidSubstepsId, "rigid_substeps", 10, "", "Sub-steps of the rigid world in one sub-step")
-          .Between(0, 1000),
-      IntParameter(kRigidBroadphaseId, "rigid_broadphase", 0, "", "Broad phase of the rigid world").Between(0, 2),
+          .Between(0, 1000)
+          .Unread(),
+      IntParameter(kRigidBroadphaseId, "rigid_broadphase", 0, "", "Broad phase of the rigid world")
+          .Between(0, 2)
+          .Unread(),
       BoolParameter(1500, "cache_offset_mode", false, "Handed to new cache objects"),
       IntParameter(1513, "cache_offset", 0, "frames", "Handed to new cache objects"),
       IntParameter(1501, "cache_mode", 1, "", "Handed to new cache objects: their mode"),

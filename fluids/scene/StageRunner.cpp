@@ -46,10 +46,17 @@ std::vector<iObject*> StageRunner::Collect() const {
   return nodes;
 }
 
+bool StageRunner::ActsNow(const iObject& node) const {
+  const BaseList2D* link = node.handler.GetLink(kDurationId);
+  if (!link) return true;
+  const auto* duration = dynamic_cast<const iActivity*>(scene_.Retrieve(link, NODE_HELPER, RETRIEVE_ANY, RETRIEVE_ANY));
+  return !duration || duration->IsActive(scene_.info.time);
+}
+
 std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) const {
   std::vector<StageBlock> blocks;
   for (iObject* node : nodes) {
-    if (!node->IsDirty() || (updateOnly_ && !node->EvaluatesOnUpdate())) continue;
+    if (!node->IsDirty() || (updateOnly_ && !node->EvaluatesOnUpdate()) || !ActsNow(*node)) continue;
     const bool iterated = node->IsIterated(), serial = node->RunsSerially();
     const BlockKind kind = iterated ? (serial ? BlockKind::IteratedSerial : BlockKind::IteratedParallel)
                                     : (serial ? BlockKind::Serial : BlockKind::Parallel);
@@ -62,8 +69,9 @@ std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) 
 bool StageRunner::Run() {
   for (const StageBlock& block : Divide(Collect())) {
     RunBlock(block);
-    if (!scene_.failure()) TestOutputs(block.nodes);
     if (scene_.TestBreak()) return false;
+    TestOutputs(block.nodes);
+    if (scene_.failure()) return false;
   }
   return true;
 }

@@ -22,10 +22,11 @@ class StageRunner {
 
   // The enabled nodes of the stage in lists 1 to 8, sorted.
   std::vector<iObject*> Collect() const;
-  // Only dirty nodes; in an update pass only those that evaluate on update.
+  // Only dirty nodes whose duration says that they act now; in an update pass only those that evaluate on update.
   std::vector<StageBlock> Divide(const std::vector<iObject*>& nodes) const;
 
  private:
+  bool ActsNow(const iObject& node) const;
   void RunBlock(const StageBlock& block);
   void RunSerial(const StageBlock& block);
   void RunParallel(const StageBlock& block);

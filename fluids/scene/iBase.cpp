@@ -1,5 +1,7 @@
 #include "fluids/scene/iBase.h"
 
+#include <algorithm>
+
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {
@@ -8,25 +10,48 @@ namespace {
 
 constexpr int kLastStage = 22;  // of those that run nodes
 
-constexpr Parameter kCommon[] = {
-    VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space"),
-    VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes"),
-    VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z"),
-    ListParameter(kConstraintsId, "constraints", kLinkConstraint, "Constraints that confine where the node acts"),
-    ButtonParameter(2504, "add_constraint", "Adds a constraint beneath the object and enters it in the list"),
+constexpr Parameter kPositionRow =
+    VectorParameter(kPositionId, "position", {0, 0, 0}, "host units", "Place in the parent's space");
+constexpr Parameter kScaleRow =
+    VectorParameter(kScaleId, "scale", {1, 1, 1}, "", "Factors along the object's own axes");
+constexpr Parameter kRotationRow =
+    VectorParameter(kRotationId, "rotation", {0, 0, 0}, "degrees", "Turns about x, then y, then z");
+constexpr Parameter kConstraintsRow =
+    ListParameter(kConstraintsId, "constraints", kLinkConstraint, "Constraints that confine where the node acts");
+constexpr Parameter kUnreadConstraintsRow =
+    ListParameter(kConstraintsId, "constraints", kLinkConstraint, "Confines nothing on this node").Unread();
+constexpr Parameter kAddConstraintRow =
+    ButtonParameter(2504, "add_constraint", "Adds a constraint beneath the object and enters it in the list");
+constexpr Parameter kIterationsRow =
     IntParameter(kIterationsId, "iterations", 0, "", "Extra rounds; only the particle mesh emitter reads it")
         .Min(0)
-        .Hidden(),
-    LinkParameter(kDurationId, "duration", kLinkDuration, "When the node acts; without one, always"),
-    GroupParameter(10000, "execution", "Where and when the node runs in the pipeline"),
-    IntParameter(kStageId, "stage", 0, "", "Stage in which the node runs; 0 keeps its own").Between(0, kLastStage),
-    IntParameter(kPriorityId, "priority", 0, "", "Added to the node's own priority; the smaller runs earlier"),
-    BoolParameter(kOwnBlockId, "own_block", true, "The node opens an execution block of its own").Fallback(0.0),
-};
+        .Hidden();
+constexpr Parameter kDurationRow =
+    LinkParameter(kDurationId, "duration", kLinkDuration, "When the node acts; without one, always");
+constexpr Parameter kExecutionRow = GroupParameter(10000, "execution", "Where and when the node runs in the pipeline");
+constexpr Parameter kStageRow =
+    IntParameter(kStageId, "stage", 0, "", "Stage in which the node runs; 0 keeps its own").Between(0, kLastStage);
+constexpr Parameter kPriorityRow =
+    IntParameter(kPriorityId, "priority", 0, "", "Added to the node's own priority; the smaller runs earlier");
+constexpr Parameter kOwnBlockRow =
+    BoolParameter(kOwnBlockId, "own_block", true, "The node opens an execution block of its own").Fallback(0.0);
+
+constexpr Parameter kCommon[] = {kPositionRow,      kScaleRow,      kRotationRow, kConstraintsRow,
+                                 kAddConstraintRow, kIterationsRow, kDurationRow, kExecutionRow,
+                                 kStageRow,         kPriorityRow,   kOwnBlockRow};
+constexpr Parameter kConfined[] = {kPositionRow,  kScaleRow, kRotationRow, kConstraintsRow, kAddConstraintRow,
+                                   kExecutionRow, kStageRow, kPriorityRow, kOwnBlockRow};
+constexpr Parameter kTimed[] = {kPositionRow,  kScaleRow, kRotationRow, kUnreadConstraintsRow, kDurationRow,
+                                kExecutionRow, kStageRow, kPriorityRow, kOwnBlockRow};
+constexpr Parameter kPlain[] = {kPositionRow,  kScaleRow, kRotationRow, kUnreadConstraintsRow,
+                                kExecutionRow, kStageRow, kPriorityRow, kOwnBlockRow};
 
 }  // namespace
 
 std::span<const Parameter> CommonNodeParameters() { return kCommon; }
+std::span<const Parameter> ConfinedNodeParameters() { return kConfined; }
+std::span<const Parameter> TimedNodeParameters() { return kTimed; }
+std::span<const Parameter> PlainNodeParameters() { return kPlain; }
 
 iBase::iBase(BaseList2D* hostObject, OrlixScene& owner)
     : handler(hostObject), scene(&owner), simulationInfo(&owner.info) {}
@@ -35,7 +60,7 @@ const GridSpace& iBase::GetSimulationSpace() const { return scene->space; }
 
 std::string iBase::DisplayName() const { return handler.HasObject() ? handler.hostObject()->Path() : "(no object)"; }
 
-void iBase::Warn(const char* key, const std::string& text) const { scene->Warn(DisplayName(), key, text); }
+void iBase::Warn(const std::string& key, const std::string& text) const { scene->Warn(DisplayName(), key, text); }
 
 bool iBase::NextIteration() {
   ++iteration;
@@ -46,6 +71,13 @@ bool iBase::NextIteration() {
 
 void iBase::ClearState(bool) { SetFlag(NodeActive, false); }
 
+bool iBase::Reread() {
+  if (!classPlace_) classPlace_ = ClassPlace{stageMask, priority};
+  stageMask = classPlace_->stages;
+  priority = classPlace_->priority;
+  return ReadParameters();
+}
+
 bool iBase::ReadParameters() {
   if (!handler.HasObject()) return false;
   const std::int32_t stage = handler.GetInt(kStageId), userPriority = handler.GetInt(kPriorityId);
@@ -53,7 +85,8 @@ bool iBase::ReadParameters() {
     priority = userPriority;
     stageMask = StageBit(stage);
   } else {
-    priority += userPriority;
+    const std::int64_t sum = std::int64_t(priority) + userPriority;
+    priority = static_cast<std::int32_t>(std::clamp<std::int64_t>(sum, INT32_MIN, INT32_MAX));
   }
   SetFlag(NodeOwnBlock, handler.GetBool(kOwnBlockId));
   return true;

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "fluids/grids/GridSpace.h"
@@ -113,9 +114,12 @@ class iBase {
   virtual bool PreparesEachIteration() const { return false; }
   virtual bool EvaluatesOnUpdate() const { return false; }
   virtual bool ResetWhenDirty() const { return false; }
-  // Reads the node's settings. A subclass sets its class priority again just before it calls this base form, since the
-  // user's priority is an offset to it. False without a host object.
+  // Reads the node's settings; the user's priority is an offset to the class's, a stage of the user's replaces the
+  // class's. The scene calls it through Reread. False without a host object.
   virtual bool ReadParameters();
+  // The same, from the stages and the priority on that the class gave itself when it was made: what the user adds
+  // doesn't add up from one reading to the next.
+  bool Reread();
   // Turns link parameters into node pointers, valid until ReleaseLinks. Runs after ReadParameters of all nodes.
   virtual bool ResolveLinks() { return handler.HasObject(); }
   // Tells, by Warn, what in the node's settings and links can't work. Runs after ResolveLinks of all nodes, in each
@@ -123,6 +127,11 @@ class iBase {
   virtual void Advise() {}
   // At the end of a run: tells what could be known only then.
   virtual void Conclude() {}
+  // Whether it carries this channel, or the velocity of this solver, through a velocity. Between ResolveLinks and
+  // ReleaseLinks.
+  virtual bool Moves(const iBase&) const { return false; }
+  // Whether it is a cache that its settings tell to play this node back.
+  virtual bool PlaysBack(const iBase&) const { return false; }
   virtual void ReleaseLinks() { SetFlag(NodeDirtyChecked, false); }
   virtual void CheckDirty();
   virtual bool ComesBefore(const iBase& other) const { return priority < other.priority; }
@@ -168,7 +177,7 @@ class iBase {
   // What messages call the node: its host object's path.
   std::string DisplayName() const;
   // For the user, once a run for each key: what happens and the remedy. See Warnings.h.
-  void Warn(const char* key, const std::string& text) const;
+  void Warn(const std::string& key, const std::string& text) const;
 
   C4D_InterfaceHandler handler;
   std::uint32_t flags = NodeActive | NodeEnabled | NodeHasBounds;
@@ -177,6 +186,13 @@ class iBase {
   std::int32_t priority = 0;             // smaller runs earlier inside a stage
   std::int16_t iteration = -1, iterationCount = 1;
 
+ private:
+  struct ClassPlace {
+    std::uint32_t stages;
+    std::int32_t priority;
+  };
+  std::optional<ClassPlace> classPlace_;
+
  protected:
   OrlixScene* scene;
   const SimulationInfo* simulationInfo;
@@ -184,8 +200,16 @@ class iBase {
 
 constexpr std::uint32_t StageBit(int stage) { return 1u << stage; }
 
-// The rows that every node has: transform, constraint list, duration, execution settings.
+// The rows that nodes share: transform, constraint list, duration, execution settings. A row acts where a type has it:
+// nodes with a stage are passed over while their duration says so (StageRunner), a node that others call asks for it
+// itself, and each asks its constraints itself.
 std::span<const Parameter> CommonNodeParameters();
+// Of a node that is confined in space and has its time from its caller, or a duration of its own.
+std::span<const Parameter> ConfinedNodeParameters();
+// Of a node that acts at times, and then everywhere.
+std::span<const Parameter> TimedNodeParameters();
+// Of a node that others only read, or that acts always and everywhere.
+std::span<const Parameter> PlainNodeParameters();
 
 inline constexpr std::int32_t kDurationId = 950;
 inline constexpr std::int32_t kConstraintsId = 2502;

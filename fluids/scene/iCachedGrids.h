@@ -23,6 +23,8 @@ class iCachedGrids {
   // In playback, at the start of a frame, before containers are set: the lattice that the grids are to get. The node's
   // FromCache flag equals header.present.
   virtual void TakeCacheHeader(const GridCacheHeader& header) = 0;
+  // The grids hold what the cache has for this sub-step.
+  virtual void CacheLoaded() {}
 };
 
 }  // namespace orlix

@@ -5,6 +5,13 @@
 
 namespace orlix {
 
+// What tells when a node acts.
+class iActivity {
+ public:
+  virtual ~iActivity() = default;
+  virtual bool IsActive(double time) const = 0;  // s
+};
+
 class iObject : public iBase {
  public:
   using iBase::iBase;
@@ -36,6 +43,8 @@ class iSolver : public iObject {
   virtual iBase* DivergenceSource() = 0;
   // Cells of the container when it has grown to its whole size.
   virtual VecInt3D MostCells() const { return {}; }
+  // The container when it has grown to its whole size, simulation space; false where nothing bounds it.
+  virtual bool WholeContainer(Vec3D&, Vec3D&) const { return false; }
   // The velocity channel, m/s; null on a solver without one.
   virtual iBase* Velocity() { return nullptr; }
   // It moves particles of a group.

@@ -123,6 +123,7 @@ struct Parameter {
   std::array<Condition, 3> shownWhen{};  // all must hold
   int shownCount = 0;
   bool hidden = false;  // never shown in an interface; still read
+  bool unread = false;  // kept with the object; nothing reads it, and a user who sets it is told so
 
   constexpr double FallbackNumber() const { return fallbackNumber ? *fallbackNumber : number; }
   constexpr Vec3D FallbackVector() const { return fallbackVector ? *fallbackVector : vector; }
@@ -166,6 +167,11 @@ struct Parameter {
   requires std::is_enum_v<E>
   constexpr Parameter ShownWhen(int other, Relation relation, E choice) const {
     return ShownWhen(other, relation, static_cast<double>(choice));
+  }
+  constexpr Parameter Unread() const {
+    Parameter p = *this;
+    p.unread = true;
+    return p;
   }
   constexpr Parameter Hidden() const {
     Parameter p = *this;

@@ -54,6 +54,21 @@ TEST(Handler, ObjectDefaultAndReadersFallbackDiffer) {
   EXPECT_FALSE(handler.GetBool(kOwnBlockId)) << "what a reader takes without a value";
 }
 
+TEST(Settings, TheUsersPriorityIsAddedToTheClasssOnceAndAStageCanBeTakenBack) {
+  TracedScene s;
+  BaseObject& smoke = s.Add("channel_scalar", "smoke");
+  smoke.Set(kPriorityId, std::int64_t(2000000000));
+  s.StepThrough(0, 3);
+  const iBase& node = *s.hook.FindNode(&smoke);
+  EXPECT_EQ(node.priority, 2000000000);
+  smoke.Set(kStageId, std::int64_t(kStageChannels));
+  s.Step(4);
+  EXPECT_EQ(node.stageMask, StageBit(kStageChannels));
+  smoke.Set(kStageId, std::int64_t(0));
+  s.Step(5);
+  EXPECT_EQ(node.stageMask, 0u);
+}
+
 TEST(Dirty, FirstCheckFindsAChangeAndMarksPersist) {
   TracedScene s;
   BaseObject& n = s.AddTrace("n", 0);

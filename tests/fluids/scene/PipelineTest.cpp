@@ -195,6 +195,34 @@ TEST(Pipeline, SortIsSafeForAnyRelation) {
   EXPECT_EQ(nodes.front(), owned.back().get());
 }
 
+TEST(Pipeline, ANodeRunsWhileItsDurationIsActive) {
+  TracedScene s;
+  BaseObject& late = s.AddTrace("late", StageBit(kStageOperators));
+  BaseObject& duration = s.Add("duration", "from the third frame");
+  duration.Set(1001, 1.5 / 24);
+  late.Set(kDurationId, test::TestScene::LinkTo(duration));
+  s.AddTrace("always", StageBit(kStageOperators));
+  s.StepThrough(0, 2);
+  EXPECT_EQ(s.CountCalls("late.Process"), 0);
+  EXPECT_GE(s.CountCalls("always.Process"), 3);
+  s.Step(3);
+  EXPECT_GE(s.CountCalls("late.Process"), 1);
+}
+
+TEST(Pipeline, TheRootsThreadLimitHoldsForEveryPass) {
+  TracedScene s(4);
+  s.AddTrace("n", StageBit(kStageOperators));
+  s.root->Set(1009, std::int64_t(2));
+  s.observer.onSubstep = [&](const SubstepReport&) {
+    EXPECT_EQ(s.pool.count(), 2);
+    int pieces = 0;
+    ParallelRange(s.pool, 0, 100, [&](int, int, int worker) { pieces = std::max(pieces, worker + 1); });
+    EXPECT_EQ(pieces, 2);
+  };
+  s.StepThrough(0, 1);
+  EXPECT_EQ(s.pool.count(), 4) << "the pool is the host's";
+}
+
 TEST(Pipeline, AWarningIsToldOnceARun) {
   TracedScene checked, run;
   for (TracedScene* t : {&checked, &run}) t->AddTrace("a", 0).Set(TraceNode::kIdleId, std::int64_t(1));

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "fluids/scene/RootObject.h"
 #include "tests/fluids/scene/TraceNode.h"
 
@@ -150,6 +152,14 @@ TEST(AdaptiveSubsteps, SplitsAtThirtyFramesASecond) {
   ExpectSplit(Split(0.01, 1, 3), {1 / 3.0, 1 / 3.0, 1 / 6.0, 1 / 6.0});
   // More sub-steps asked for at least than at most: all have that length.
   ExpectSplit(Split(2.0, 4, 2), {0.25, 0.25, 0.25, 0.25});
+}
+
+TEST(AdaptiveSubsteps, ThereAreAtMost255) {
+  for (const auto& [least, most] : {std::pair(1, 255), std::pair(255, 255), std::pair(255, 1)}) {
+    const std::vector<double> lengths = Split(0.001, least, most);
+    EXPECT_EQ(lengths.size(), 255u);
+    EXPECT_NEAR(std::accumulate(lengths.begin(), lengths.end(), 0.0), 1, 1e-9);
+  }
 }
 
 TEST(AdaptiveSubsteps, TimeScaleZeroStandsStill) {

@@ -1,0 +1,74 @@
+#include "fluids/scene/SceneAdvice.h"
+
+#include <fmt/format.h>
+
+#include <set>
+
+#include "fluids/scene/OrlixScene.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kPropertySubType = 67;
+
+bool IsSet(const BaseObject& object, const Parameter& row) {
+  switch (row.type) {
+    case ParameterType::InExclude: {
+      const InExcludeData* list = object.GetInExclude(row.id);
+      return list && !list->entries.empty();
+    }
+    case ParameterType::Link:
+      return object.GetLink(row.id) != nullptr;
+    default:
+      return object.container().Has(row.id) && !SameValue(object.Get(row.id), DefaultOf(row));
+  }
+}
+
+// Told under the name of the object, which for a tag is the one that carries it.
+void AdviseRows(OrlixScene& scene, const BaseObject& object, const std::string& name) {
+  object.type().ForEachParameter([&](const Parameter& row) {
+    if (!row.unread || !IsSet(object, row)) return;
+    scene.Warn(name, std::string("row-not-read:") + row.key,
+               fmt::format("\"{}\" is set, but nothing reads it ({}); take it out", row.key, row.text));
+  });
+}
+
+// Creation numbers of all objects that some row of the document links to.
+std::set<std::uint64_t> LinkedObjects(const BaseDocument& document) {
+  std::set<std::uint64_t> linked;
+  document.ForEachObject([&](const BaseObject& object) {
+    for (const auto& [id, value] : object.container().entries()) {
+      if (const auto* link = std::get_if<LinkValue>(&value)) linked.insert(link->target);
+      if (const auto* list = std::get_if<InExcludeValue>(&value); list && *list) {
+        for (const InExcludeData::Entry& entry : (*list)->entries) linked.insert(entry.target);
+      }
+    }
+  });
+  return linked;
+}
+
+// Whether the object acts through links alone. Of constraints and instant operators an empty list takes all of the
+// scene.
+bool ActsThroughLinks(const iBase& node) {
+  if (node.GetNodeBaseType() == NODE_HELPER) {
+    return !node.HasRetrieveType(RETRIEVE_CONSTRAINT) && !node.HasRetrieveType(RETRIEVE_INSTANT);
+  }
+  return node.GetNodeBaseType() == NODE_SETTINGS || node.GetNodeSubType() == kPropertySubType;
+}
+
+}  // namespace
+
+void AdviseObjects(OrlixScene& scene) {
+  scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
+    AdviseRows(scene, object, object.Path());
+    for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
+  });
+  const std::set<std::uint64_t> linked = LinkedObjects(*scene.GetHostDocument());
+  scene.ForEachNode(NODE_CHANNEL, NODE_HELPER, [&](const iBase& node) {
+    if (!ActsThroughLinks(node) || linked.contains(node.handler.hostObject()->creationNumber())) return;
+    node.Warn("not-linked", "no object links to it, so it does nothing; link it where it is to act, or take it out");
+  });
+}
+
+}  // namespace orlix
