@@ -68,10 +68,10 @@ void GradientConstraint::Prepare(const iBase*) {
   SetFlag(NodeActive, gradient_ != nullptr);
 }
 
-bool GradientConstraint::Apply(const Vec3D& position, double& amount, std::int32_t threadIndex) const {
+bool GradientConstraint::Apply(const Vec3D& position, double& amount, std::int32_t) const {
   double s;
   if (alignment_) {
-    s = LengthSquared(alignment_->GetDirection(position, threadIndex));
+    s = LengthSquared(alignment_->GetDirection(position));
   } else {
     const Vec3D q = inverse_ * position;
     const int axis = static_cast<int>(axis_);

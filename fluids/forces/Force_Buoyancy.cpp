@@ -55,6 +55,10 @@ bool Force_Buoyancy::ResolveLinks() {
   return temperature_ != nullptr;
 }
 
+void Force_Buoyancy::Advise() {
+  if (!temperature_) Warn("no-temperature", "no temperature channel is linked, so it lifts nothing; link one");
+}
+
 void Force_Buoyancy::ReleaseLinks() {
   temperature_ = fuel_ = density_ = nullptr;
   temperatureRows_.Release(), fuelRows_.Release(), densityRows_.Release();

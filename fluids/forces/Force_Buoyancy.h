@@ -38,6 +38,7 @@ class Force_Buoyancy final : public ConstrainedForce {
   }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;

@@ -46,6 +46,10 @@ bool Force_Curl::ReadParameters() {
   return true;
 }
 
+void Force_Curl::Advise() {
+  if (constraints_.empty()) Warn("no-constraints", "it lists no constraints, so it has no field to swirl by; list one");
+}
+
 bool Force_Curl::CloneChain() {
   data_.clones.clear(), data_.chain.clear();
   for (const Constraint* constraint : constraints_) {

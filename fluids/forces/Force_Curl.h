@@ -32,6 +32,7 @@ class Force_Curl final : public ConstrainedForce {
     mask |= RetrieveBit(RETRIEVE_GRID) | RetrieveBit(RETRIEVE_PARTICLE);
   }
   bool ReadParameters() override;
+  void Advise() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
   void PrepareParticles(iBase* caller) override;

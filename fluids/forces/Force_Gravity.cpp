@@ -11,7 +11,8 @@ constexpr std::int32_t kSettingsDurationId = 1004;
 
 const TypeInfo& Force_Gravity::Type() {
   static constexpr Parameter kParameters[] = {
-      VectorParameter(kDirectionId, "direction", {0, -9.81, 0}, "m/s^2", "The acceleration, in the object's own axes"),
+      VectorParameter(kDirectionId, "direction", {0, -9.81, 0}, "m/s^2", "The acceleration, in the object's own axes")
+          .ShownWhen(kAlignmentId, Relation::Is, 0),
       LinkParameter(kAlignmentId, "alignment", kLinkAlignment, "Gives the direction at each place instead"),
       FloatParameter(kStrengthId, "strength", 1.0, "",
                      "Factor of the acceleration; with an alignment, its size in m/s^2"),
@@ -67,8 +68,7 @@ void Force_Gravity::ProcessRow(const ForceRow& row) {
   if (!IsActive()) return;
   const double* amounts = Amounts(row);
   for (std::int32_t i = row.begin; i < row.end; ++i) {
-    const Vec3D direction =
-        alignment_ ? Normalized(alignment_->GetDirection(row.Position(i), row.threadIndex)) : direction_;
+    const Vec3D direction = alignment_ ? Normalized(alignment_->GetDirection(row.Position(i))) : direction_;
     row.forceX[i] += direction.x * amounts[i];
     row.forceY[i] += direction.y * amounts[i];
     row.forceZ[i] += direction.z * amounts[i];

@@ -113,7 +113,7 @@ Vec3D TrigoWave::Mixed(const Terms& terms) const {
     case WaveShape::FigureFirst:
       return v1 * ((0.5 - TableCos(2 * terms.phase) * 0.5 * terms.factor) * k3) + v2 * (TableCos(terms.phase) * k2);
     case WaveShape::FigureSecond:
-      return v1 * (TableCos(terms.phase) * terms.factor * k3) + v2 * (0.5 - TableCos(2 * terms.phase) * 0.5);
+      return v1 * (TableCos(terms.phase) * terms.factor * k3) + v2 * ((0.5 - TableCos(2 * terms.phase) * 0.5) * k2);
     case WaveShape::Ellipse:
       return v1 * (TableCos(terms.phase) * terms.factor * k3) + v2 * (s * k2);
   }

@@ -59,7 +59,7 @@ void ParticleForce_Acceleration::ProcessParticles(const ForceParticles& run) {
   const double* amounts = Amounts(run, simulationInfo->substepDuration * strength_ * strengthFactor_);
   for (std::int32_t n = 0; n < run.count; ++n) {
     if (amounts[n] == 0) continue;
-    const Vec3D direction = field_ ? Normalized(field_->GetDirection(run.positions[n], run.threadIndex)) : direction_;
+    const Vec3D direction = field_ ? Normalized(field_->GetDirection(run.positions[n])) : direction_;
     run.forces[n] += direction * amounts[n];
   }
 }

@@ -4,11 +4,13 @@
 #include <cmath>
 #include <numbers>
 
+#include "globals/Hash.h"
+
 namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kSeedOffset = 234145;
+constexpr std::uint32_t kSeedOffset = 234145;
 
 }  // namespace
 
@@ -39,7 +41,7 @@ const TypeInfo& AlignmentVector3D::Type() {
       .text = "Gives a direction at each place, for forces, constraints and emitters.",
       .kinds = kLinkHelper | kLinkAlignment,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }
@@ -72,22 +74,12 @@ void AlignmentVector3D::ReleaseLinks() {
   iObject::ReleaseLinks();
 }
 
-void AlignmentVector3D::Prepare(iBase*) {
-  TakeVolumeFrame();
-  if (mode_ == Random) SeedThreads(std::max(scene->threadCount, scene->HostWorkers()), 1);
-}
+void AlignmentVector3D::Prepare(iBase*) { TakeVolumeFrame(); }
 
 void AlignmentVector3D::TakeVolumeFrame() {
   if (!volume_ || !volume_->HasLevelSet()) return;
   centre_ = volume_->centre;
   matrix_ = volume_->BodyMatrix();
-}
-
-void AlignmentVector3D::SeedThreads(std::int32_t count, std::int32_t fallback) {
-  random_.resize(static_cast<std::size_t>(std::max(count < 1 ? fallback : count, 1)));
-  for (std::size_t w = 0; w < random_.size(); ++w) {
-    random_[w].Seed(static_cast<std::uint32_t>(scene->seed) + static_cast<std::uint32_t>(kSeedOffset + w));
-  }
 }
 
 void AlignmentVector3D::SetMode(std::int32_t mode) {
@@ -97,12 +89,8 @@ void AlignmentVector3D::SetMode(std::int32_t mode) {
   if (mode_ == AxisZ) vector_ = {0, 0, 1};
 }
 
-Vec3D AlignmentVector3D::GetDirection(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre,
-                                      std::int32_t threadIndex) {
-  if (mode_ == Random) {
-    const auto worker = static_cast<std::size_t>(threadIndex);
-    return worker < random_.size() ? RandomDirection(random_[worker]) : Vec3D();
-  }
+Vec3D AlignmentVector3D::GetDirection(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre) const {
+  if (mode_ == Random) return RandomAt(point);
   const Vec3D direction = Unsigned(point, matrix, centre);
   return HasFlag(NodeInvert) ? -direction : direction;
 }
@@ -142,6 +130,25 @@ Vec3D AlignmentVector3D::Unsigned(const Vec3D& point, const LMatrix& matrix, con
   return matrix.Rotate(vector_);
 }
 
+// The point is cut to a raster of 1/64 of a cell, so that particles in one cell differ; a quarter of that aside, so
+// that cell centres, which lie on the raster, stay where they are when their container grows and their place rounds
+// anew.
+Vec3D AlignmentVector3D::RandomAt(const Vec3D& point) const {
+  struct {
+    std::int64_t place[3];
+    std::int32_t seed, frame;
+  } key{{}, static_cast<std::int32_t>(static_cast<std::uint32_t>(scene->seed) + kSeedOffset), simulationInfo->frame};
+  const double perRaster = 64 / static_cast<double>(GetSimulationSpace().cellSize);
+  constexpr double kFarthest = 9e18;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double at = std::floor(point[axis] * perRaster + 0.25);
+    key.place[axis] = at > -kFarthest && at < kFarthest ? static_cast<std::int64_t>(at) : 0;
+  }
+  const std::uint64_t bits = HashBytes(&key, sizeof key);
+  constexpr double kUnit = 1.0 / 4294967296.0;
+  return DirectionOf(static_cast<double>(bits >> 32) * kUnit, static_cast<double>(bits & 0xffffffffu) * kUnit);
+}
+
 Vec3D MajorAxisOf(const Vec3D& d) {
   const double x = std::abs(d.x), y = std::abs(d.y), z = std::abs(d.z);
   const auto sign = [](double v) { return v < 0 ? -1.0 : v > 0 ? 1.0 : 0.0; };
@@ -151,8 +158,13 @@ Vec3D MajorAxisOf(const Vec3D& d) {
 }
 
 Vec3D RandomDirection(MersenneTwister& random) {
-  const double z = random.Uniform() * 2 - 1;
-  const double phi = random.Uniform() * 2 * std::numbers::pi;
+  const double u = random.Uniform();
+  return DirectionOf(u, random.Uniform());
+}
+
+Vec3D DirectionOf(double u, double v) {
+  const double z = u * 2 - 1;
+  const double phi = v * 2 * std::numbers::pi;
   const double s = std::sqrt(std::max(1 - z * z, 0.0));
   return {std::cos(phi) * s, std::sin(phi) * s, z};
 }

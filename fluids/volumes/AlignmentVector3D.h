@@ -2,11 +2,8 @@
 // Turns a point into a direction: an axis, away from a centre, a volume's normal, a random direction, a body's
 // velocity.
 //
-//   alignment.Prepare();                                           // once a pass, on the stage's thread
-//   Vec3D direction = alignment.GetDirection(point, threadIndex);  // on a worker; point in simulation space
-
-#include <span>
-#include <vector>
+//   alignment.Prepare();                              // once a pass, on the stage's thread
+//   Vec3D direction = alignment.GetDirection(point);  // on any worker; point in simulation space
 
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -37,18 +34,15 @@ class AlignmentVector3D final : public iObject {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
-  // Brings the volume's place up to date and seeds the generators of all workers: each pass draws the same numbers.
+  // Brings the volume's place up to date.
   void Prepare(iBase* caller = nullptr) override;
 
-  // matrix turns directions; centre in simulation space.
-  Vec3D GetDirection(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre, std::int32_t threadIndex);
-  Vec3D GetDirection(const Vec3D& point, std::int32_t threadIndex) {
-    return GetDirection(point, matrix_, centre_, threadIndex);
-  }
+  // matrix turns directions; centre in simulation space. A random direction follows from the scene's seed, the frame
+  // and the point alone: who asks, and in which order, doesn't matter.
+  Vec3D GetDirection(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre) const;
+  Vec3D GetDirection(const Vec3D& point) const { return GetDirection(point, matrix_, centre_); }
   // With the caller's generator where the direction is random.
   Vec3D GetDirection(const Vec3D& point, MersenneTwister& random) const;
-  // count generators, or fallback when count is below 1. Generator w starts from the scene's seed + 234145 + w.
-  void SeedThreads(std::int32_t count, std::int32_t fallback);
   // The three axes set the vector.
   void SetMode(std::int32_t mode);
   void SetVector(const Vec3D& vector) { vector_ = vector; }
@@ -58,18 +52,19 @@ class AlignmentVector3D final : public iObject {
  private:
   void TakeVolumeFrame();
   Vec3D Unsigned(const Vec3D& point, const LMatrix& matrix, const Vec3D& centre) const;
+  Vec3D RandomAt(const Vec3D& point) const;
 
   std::int32_t mode_ = AxisX;
   Vec3D vector_, centre_;
   LMatrix matrix_;
-  std::vector<MersenneTwister> random_;  // one a worker
   VolumeBase* volume_ = nullptr;
 };
 
 // The axis of d's largest absolute component, with that component's sign. x wins only when strictly greatest, then y
 // over z.
 Vec3D MajorAxisOf(const Vec3D& d);
-// Uniform over the sphere.
+// Uniform over the sphere, by two numbers that are uniform in [0, 1).
+Vec3D DirectionOf(double u, double v);
 Vec3D RandomDirection(MersenneTwister& random);
 
 }  // namespace orlix

@@ -98,6 +98,21 @@ TEST(TrigoWave, ASpiralStartsOneAmplitudeFromTheAxis) {
   ExpectNear(Wave(4, 0).At({5, 0, 3}), Vec3D(-t.y, t.x, 0) * ((std::sin(phase) + 1) / 2 * 2 * factor), 0.3);
 }
 
+TEST(TrigoWave, TheNinthShapeWeighsItsSecondVectorToo) {
+  // Rings: a phase of pi, where the sine of the double frequency adds nothing; then a quarter further, all of it.
+  const double phase = kPi / 2, travelled = phase / (2 * kPi * 0.25);
+  ExpectNear(Wave(2, 9, travelled + 3).At({3, 0, 0}), Vec3D(2 * 3 / phase, 0, 0), 0.01);
+  // Around the axis at right angles: outward alone, times the amplitude.
+  const double quarter = kPi / 2 * 2;
+  ExpectNear(Wave(3, 9, quarter + travelled).At({0, 5, 0}), {0, 2, 0}, 0.02);
+  // A spiral's factor weighs it as it does the sine of shape 4.
+  const Vec3D place{5, 0, 3};
+  const double angle = 2 * kPi - std::acos(6 / std::sqrt(2.25 * 2.25 + 36));
+  const Vec3D sine = Wave(4, 4, angle * 2 + travelled).At(place), ninth = Wave(4, 9, angle * 2 + travelled).At(place);
+  EXPECT_GT(Length(ninth), 10);
+  ExpectNear(ninth, sine, 0.5);
+}
+
 TEST(TrigoWave, AFrequencyBeyondReasonGivesNoWave) {
   for (const double frequency : {1001.0, -1001.0, static_cast<double>(INFINITY), static_cast<double>(NAN)}) {
     TrigoWave wave = Wave(0, 0);

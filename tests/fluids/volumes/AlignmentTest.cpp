@@ -32,27 +32,27 @@ class Alignment : public testing::Test {
 
 TEST_F(Alignment, AxesAreTurnedByTheObject) {
   object_->Set(kRotationId, Vec3D(0, 0, 90));
-  ExpectNear(Made(0).GetDirection({5, 5, 5}, 0), {0, 1, 0});
-  ExpectNear(Made(1).GetDirection({5, 5, 5}, 0), {-1, 0, 0});
-  ExpectNear(Made(2).GetDirection({5, 5, 5}, 0), {0, 0, 1});
-  ExpectNear(Made(2, true).GetDirection({5, 5, 5}, 0), {0, 0, -1});
+  ExpectNear(Made(0).GetDirection({5, 5, 5}), {0, 1, 0});
+  ExpectNear(Made(1).GetDirection({5, 5, 5}), {-1, 0, 0});
+  ExpectNear(Made(2).GetDirection({5, 5, 5}), {0, 0, 1});
+  ExpectNear(Made(2, true).GetDirection({5, 5, 5}), {0, 0, -1});
 }
 
 TEST_F(Alignment, AVectorAndNumbersWithoutAModeAreTurnedToo) {
   object_->Set(AlignmentVector3D::kVectorId, Vec3D(0, 2, 0));
   object_->Set(kRotationId, Vec3D(0, 0, 90));
-  ExpectNear(Made(7).GetDirection({}, 0), {-2, 0, 0});
-  ExpectNear(Made(12, true).GetDirection({}, 0), {2, 0, 0});
-  ExpectNear(Made(9).GetDirection({}, 0), {-2, 0, 0});  // no body
-  ExpectNear(Made(6).GetDirection({}, 0), {-2, 0, 0});  // no volume: without z
+  ExpectNear(Made(7).GetDirection({}), {-2, 0, 0});
+  ExpectNear(Made(12, true).GetDirection({}), {2, 0, 0});
+  ExpectNear(Made(9).GetDirection({}), {-2, 0, 0});  // no body
+  ExpectNear(Made(6).GetDirection({}), {-2, 0, 0});  // no volume: without z
 }
 
 TEST_F(Alignment, FromCentreIsAUnitVector) {
   auto& node = Made(3);
   node.SetCentre({1, 2, 3});
-  ExpectNear(node.GetDirection({1, 2, 7}, 0), {0, 0, 1});
-  ExpectNear(node.GetDirection({4, 6, 3}, 0), {0.6, 0.8, 0});
-  ExpectNear(node.GetDirection({1, 2, 3}, 0), {0, 0, 0});
+  ExpectNear(node.GetDirection({1, 2, 7}), {0, 0, 1});
+  ExpectNear(node.GetDirection({4, 6, 3}), {0.6, 0.8, 0});
+  ExpectNear(node.GetDirection({1, 2, 3}), {0, 0, 0});
 }
 
 TEST_F(Alignment, MajorAxisPrefersXOnlyWhenStrictlyGreatest) {
@@ -63,15 +63,15 @@ TEST_F(Alignment, MajorAxisPrefersXOnlyWhenStrictlyGreatest) {
   auto& node = Made(4);
   node.SetVector({0, 0, 1});
   node.SetCentre({5, 0, 0});
-  ExpectNear(node.GetDirection({9, 9, 9}, 0), {-1, 0, 0});
+  ExpectNear(node.GetDirection({9, 9, 9}), {-1, 0, 0});
 }
 
 TEST_F(Alignment, AroundZDropsTheLocalZ) {
   object_->Set(kRotationId, Vec3D(0, 90, 0));  // its z is the world's x
   auto& node = Made(5);
   node.SetCentre({1, 1, 1});
-  ExpectNear(node.GetDirection({4, 3, 1}, 0), {0, 2, 0});
-  ExpectNear(node.GetDirection({-7, 1, 0}, 0), {0, 0, -1});
+  ExpectNear(node.GetDirection({4, 3, 1}), {0, 2, 0});
+  ExpectNear(node.GetDirection({-7, 1, 0}), {0, 0, -1});
 }
 
 TEST_F(Alignment, CentreOfAnotherObject) {
@@ -79,7 +79,7 @@ TEST_F(Alignment, CentreOfAnotherObject) {
   other.Set(kPositionId, Vec3D(8, 0, 0));
   object_->Set(AlignmentVector3D::kReferenceId, NodeBench::LinkTo(other));
   const double perVoxel = bench_.scene().space.simPerVoxel.x;
-  ExpectNear(Made(3).GetDirection({8 * perVoxel, 3, 0}, 0), {0, 1, 0});
+  ExpectNear(Made(3).GetDirection({8 * perVoxel, 3, 0}), {0, 1, 0});
 }
 
 TEST_F(Alignment, NormalOfAVolumePointsOutwards) {
@@ -92,12 +92,12 @@ TEST_F(Alignment, NormalOfAVolumePointsOutwards) {
   mesh.Prepare();
   ProcessData data;
   mesh.Process(data);
-  const Vec3D normal = Made(6).GetDirection({2, 1, 1}, 0);
+  const Vec3D normal = Made(6).GetDirection({2, 1, 1});
   EXPECT_NEAR(Length(normal), 1, 1e-12);
   EXPECT_GT(normal.x, 0.95);
-  EXPECT_LT(Made(6, true).GetDirection({2, 1, 1}, 0).x, -0.95);
+  EXPECT_LT(Made(6, true).GetDirection({2, 1, 1}).x, -0.95);
   // The centre is the volume's own.
-  ExpectNear(Made(3).GetDirection(mesh.centre + Vec3D(0, 0, 2), 0), {0, 0, 1});
+  ExpectNear(Made(3).GetDirection(mesh.centre + Vec3D(0, 0, 2)), {0, 0, 1});
 }
 
 TEST_F(Alignment, RandomDirectionsAreUnitVectorsAboutZero) {
@@ -105,7 +105,7 @@ TEST_F(Alignment, RandomDirectionsAreUnitVectorsAboutZero) {
   Vec3D sum, squares;
   constexpr int kDraws = 20000;
   for (int i = 0; i < kDraws; ++i) {
-    const Vec3D d = node.GetDirection({}, 0);
+    const Vec3D d = node.GetDirection({i * 0.21, 1, -2});
     EXPECT_NEAR(Length(d), 1, 1e-12);
     sum += d, squares += d * d;
   }
@@ -115,18 +115,22 @@ TEST_F(Alignment, RandomDirectionsAreUnitVectorsAboutZero) {
   }
 }
 
-TEST_F(Alignment, EachWorkerDrawsFromItsOwnSeed) {
+TEST_F(Alignment, ARandomDirectionFollowsFromSeedFrameAndPlace) {
   auto& node = Made(8);
-  node.SeedThreads(3, 1);
-  for (int worker = 0; worker < 3; ++worker) {
-    MersenneTwister expected(static_cast<std::uint32_t>(bench_.scene().seed + 234145 + worker));
-    for (int i = 0; i < 5; ++i) ExpectNear(node.GetDirection({}, worker), RandomDirection(expected));
-  }
-  // Beyond the workers there is no generator, and no crash.
-  ExpectNear(node.GetDirection({}, 40), {});
-  // None asked for: the fallback.
-  node.SeedThreads(0, 2);
-  EXPECT_NEAR(Length(node.GetDirection({}, 1)), 1, 1e-12);
+  const double cell = bench_.scene().space.cellSize;
+  const Vec3D centre = Vec3D(7.5, -3.5, 0.5) * cell, elsewhere = Vec3D(7.5, -2.5, 0.5) * cell;
+  const Vec3D first = node.GetDirection(centre);
+  node.GetDirection(elsewhere);
+  ExpectNear(node.GetDirection(centre), first);
+  ExpectNear(node.GetDirection(centre * (1 - 1e-15)), first);  // as another container rounds it
+  const auto differs = [&] { return Length(node.GetDirection(centre) - first) > 1e-3; };
+  EXPECT_GT(Length(node.GetDirection(elsewhere) - first), 1e-3);
+  EXPECT_GT(Length(node.GetDirection(centre + Vec3D(0.1 * cell, 0, 0)) - first), 1e-3);
+  bench_.scene().seed += 1;
+  EXPECT_TRUE(differs());
+  bench_.scene().seed -= 1, bench_.scene().info.frame += 1;
+  EXPECT_TRUE(differs());
+  EXPECT_TRUE(IsFinite(node.GetDirection({1e300, NAN, -1e300})));
 }
 
 }  // namespace
