@@ -146,6 +146,10 @@ bool GridBoundary::ResolveCollision(Vec3D& p, bool isLocal, double margin) const
   return moved;
 }
 
+void GridBoundary::WallContact(const Vec3D& p, SolidContact& contact, double margin) const {
+  if (HasSolidGrid()) View().WallContact(p, contact, static_cast<float>(margin));
+}
+
 bool GridBoundary::ResolveContact(const Vec3D& p, bool isWorld, SolidContact& contact, double margin) const {
   const bool hit = View().ResolveContact(isWorld ? Local(p) : p, contact, margin);
   if (isWorld && HasSolidGrid()) contact.position += View().origin();

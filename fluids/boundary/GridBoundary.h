@@ -58,6 +58,7 @@ class GridBoundary final : public iObject, public iFractionOwner {
   bool IsOutsideDomain(const Vec3D& p) const { return View().IsOutsideDomain(p); }
   bool ClampToDomain(Vec3D& p) const { return View().ClampToDomain(p); }
   bool ResolveCollision(Vec3D& p, bool isLocal, double margin) const;
+  // p is local. Nothing is changed without a field.
   void WallContact(const Vec3D& p, SolidContact& contact, double margin) const;
   bool ResolveContact(const Vec3D& p, bool isWorld, SolidContact& contact, double margin) const;
   bool PushOutVector(const Vec3D& p, bool isLocal, Vec3D& correction) const;

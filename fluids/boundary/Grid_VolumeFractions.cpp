@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "fluids/boundary/FractionKernels.h"
 #include "fluids/channels/iChannel.h"
@@ -52,6 +53,7 @@ void Grid_VolumeFractions::ClearState(bool deactivate) {
   for (auto& axes : grids_) {
     for (auto& grid : axes) grid.reset();
   }
+  previous_ = {};
   MarkChanged(0);
 }
 
@@ -99,6 +101,24 @@ void Grid_VolumeFractions::Prepare(iBase*) {
   SetFlag(NodeActive, active);
 }
 
+// All of a grid is about to be written anew: what it holds moves over. There is nothing before the first computation.
+void Grid_VolumeFractions::KeepPrevious(int axis, int kind) {
+  std::unique_ptr<FloatGrid>&grid = grids_[kind][axis], &previous = previous_[kind][axis];
+  if (!keepPrevious) {
+    previous.reset();
+    return;
+  }
+  std::unique_ptr<FloatGrid> fresh = std::move(previous);
+  if (!fresh || !fresh->space.Equals(grid->space)) {
+    fresh = std::make_unique<FloatGrid>(grid->dims, grid->space.hostSize, grid->space.cellSize, grid->gridType,
+                                        grid->space.hostMin);
+    fresh->space = grid->space;
+    fresh->valueOffset = grid->valueOffset, fresh->valueScale = grid->valueScale;
+  }
+  fresh->Fill(0);
+  previous = std::exchange(grid, std::move(fresh));
+}
+
 void Grid_VolumeFractions::Compute() {
   const ScalarGrid* distance = IsActive() && owner && !IsCurrent() ? owner->SignedDistance() : nullptr;
   if (!distance) return;
@@ -108,8 +128,9 @@ void Grid_VolumeFractions::Compute() {
   const int perAxis = std::clamp(oversampling, 1, kMaxOversampling);
   for (int kind = 0; kind < kKinds; ++kind) {
     for (int axis = 0; axis < 3; ++axis) {
+      if (!grids_[kind][axis]) continue;
+      KeepPrevious(axis, kind);
       FloatGrid* grid = grids_[kind][axis].get();
-      if (!grid) continue;
       const Vec3D offset = OffsetOf(axis, kind);
       if (onePass) {
         // Points that are shared by all grids: the middles of 2^oversampling parts of a cell.
@@ -138,8 +159,10 @@ void Grid_VolumeFractions::ZeroWallFaces(int axis, std::uint8_t mask) {
 
 std::int64_t Grid_VolumeFractions::DerivedBytes() const {
   std::int64_t bytes = 0;
-  for (const auto& axes : grids_) {
-    for (const auto& grid : axes) bytes += grid ? grid->MemorySize() : 0;
+  for (const Grids* all : {&grids_, &previous_}) {
+    for (const auto& axes : *all) {
+      for (const auto& grid : axes) bytes += grid ? grid->MemorySize() : 0;
+    }
   }
   for (const CellMask& mask : closed_) bytes += mask.Bytes();
   return bytes;

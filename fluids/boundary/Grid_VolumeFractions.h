@@ -46,6 +46,8 @@ class Grid_VolumeFractions final : public iObject {
 
   // Null when there are no grids.
   const FloatGrid* GetFloatGrid(int axis, int kind) const { return grids_[kind][axis].get(); }
+  // What it held before it was computed last; null when that isn't kept, or there was nothing.
+  const FloatGrid* GetFloatGridPrevious(int axis, int kind) const { return previous_[kind][axis].get(); }
   GridView<const float> View(int axis, int kind) const {
     const FloatGrid* grid = GetFloatGrid(axis, kind);
     return grid ? GridView<const float>(*grid) : GridView<const float>();
@@ -64,12 +66,16 @@ class Grid_VolumeFractions final : public iObject {
   std::uint32_t kinds = 0;  // bit n requests kind n
   std::int32_t oversampling = 2;
   bool complement = false;
+  bool keepPrevious = false;
 
  private:
   bool PrepareGrid(int axis, int kind, const GridSpace& space);
   void MarkChanged(std::uint64_t computedFor);
 
-  std::array<std::array<std::unique_ptr<FloatGrid>, 3>, kKinds> grids_;
+  using Grids = std::array<std::array<std::unique_ptr<FloatGrid>, 3>, kKinds>;
+  void KeepPrevious(int axis, int kind);
+
+  Grids grids_, previous_;
   std::uint64_t revision_ = 0, computedFor_ = 0;
   std::array<CellMask, 3> closed_;
 };

@@ -367,5 +367,33 @@ TEST(Projection, MovingObstaclePushesTheFluidAside) {
   EXPECT_LT(at(place + Vec3D(0.3, 0, 0)), 0.5 * beside);  // faster between ball and wall
 }
 
+TEST(FluidSolver, KnowsContactsWithItsWallsAndTheFractionsBefore) {
+  GasScene scene({12, 12, 12});
+  scene.AddObstacle("Block", "sphere", scene.Centre(), 0.2);
+  scene.StepThrough(0, 1);
+  FluidSolver& solver = scene.Solver();
+  SolidContact contact;
+  solver.boundary.WallContact({0.5, scene.cellSize * 0.5, 0.5}, contact, 0.01);
+  EXPECT_TRUE(contact.hit);
+  EXPECT_EQ(contact.normal, Vec3D(0, 1, 0));
+  EXPECT_NEAR(contact.position.y, scene.cellSize + 0.01, 1e-6);
+  EXPECT_NEAR(contact.depth, scene.cellSize * 0.5 + 0.01, 1e-6);
+  SolidContact free;
+  solver.boundary.WallContact({0.5, 0.5, 0.5}, free, 0.01);
+  EXPECT_FALSE(free.hit);
+
+  EXPECT_EQ(solver.fractions.GetFloatGridPrevious(0, 1), nullptr) << "only where it is asked for";
+  solver.fractions.keepPrevious = true;
+  const FloatGrid& before = *solver.fractions.GetFloatGrid(0, 1);
+  const std::vector<float> held(before.data, before.data + before.count);
+  scene.Geometry("Block").Set(kPositionId, scene.Centre() + Vec3D(0.1, 0, 0));
+  scene.Step(2);
+  const FloatGrid *previous = solver.fractions.GetFloatGridPrevious(0, 1), *now = solver.fractions.GetFloatGrid(0, 1);
+  ASSERT_NE(previous, nullptr);
+  ASSERT_EQ(previous->count, static_cast<std::int64_t>(held.size()));
+  EXPECT_TRUE(std::equal(held.begin(), held.end(), previous->data));
+  EXPECT_FALSE(std::equal(held.begin(), held.end(), now->data));
+}
+
 }  // namespace
 }  // namespace orlix
