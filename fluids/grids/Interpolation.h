@@ -1,13 +1,16 @@
 #pragma once
 // The five interpolation kernels. Coordinates are array coordinates: cell (i, j, k)'s sample stands at (i, j, k).
 //
-//   mode  kernel                nodes  order  beyond the border   notes
-//   0     trilinear                 8      2  border value
-//   1     cosine                    8      1  border value        smooth, flat at nodes
-//   2     cubic                    64      4  see CubicAxis       Lagrange through four nodes
-//   3     monotone cubic           64      2  border value        never leaves the range of its two middle samples
-//                                                                 (Fritsch and Carlson 1980)
-//   4     quadratic B-spline       27      2  border value        blurs; the caller adds 0.5 to each coordinate
+//   mode  kernel                nodes  order  beyond the array          notes
+//   0     trilinear                 8      2  the last node             from -1 to 0 as from 0 to 1
+//   1     cosine                    8      1  the last node             smooth, flat at nodes
+//   2     cubic                    64      4  the last node but one     Lagrange through four nodes
+//   3     monotone cubic           64      2  the last node             never leaves the range of its two middle
+//   samples
+//                                                                       (Fritsch and Carlson 1980)
+//   4     quadratic B-spline       27      2  mean of the last two      blurs; the caller adds 0.5 to each coordinate
+//
+// "Last" is nearest to the point, at either end. No kernel extrapolates.
 
 #include <algorithm>
 #include <cmath>

@@ -45,6 +45,16 @@ TEST_P(EachMode, BeyondTheArrayTheBorderHolds) {
   EXPECT_TRUE(std::isfinite(SampleGrid(grid, NAN, 0, 0, GetParam()))) << "a lost coordinate stays in the array";
 }
 
+TEST(Interpolation, WhatTheBorderHoldsGoesByTheKernel) {
+  const Grid<double> grid = Filled({7, 7, 7}, [](double x, double y, double z) { return x + 10 * y + 100 * z; });
+  for (const Interpolation mode : kModes) {
+    // In nodes from the end.
+    const double inset = mode == Interpolation::Cubic ? 1 : mode == Interpolation::QuadraticBSpline ? 0.5 : 0;
+    EXPECT_NEAR(SampleGrid(grid, 40, 40, 40, mode), 111 * (6 - inset), 1e-11) << static_cast<int>(mode);
+    EXPECT_NEAR(SampleGrid(grid, -2, -2, -2, mode), 111 * inset, 1e-11) << static_cast<int>(mode);
+  }
+}
+
 // What each kernel reproduces in the interior: linear fields all but the eased one, quadratic and cubic ones the
 // Lagrange kernel, and the B-spline a quadratic up to its constant blur.
 TEST(Interpolation, LinearFieldIsExact) {
