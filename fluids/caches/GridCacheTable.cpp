@@ -52,7 +52,7 @@ const TypeInfo& GridCacher::Type() {
                       "How played grids get onto a lattice that differs from theirs"),
       LinkParameter(kActiveInId, "active_in", kLinkDuration, "When the cache acts; without one, always"),
       ButtonParameter(1019, "add_duration", "Adds a duration beneath the object and links it"),
-      BoolParameter(1005, "stored", false, "Kept with the scene, without an effect").Hidden(),
+      BoolParameter(1005, "stored", false, "Kept with the scene, without an effect").Hidden().Unread(),
       StringParameter(kFrameTextId, "frame_text", "", "What the frame's file holds; written by the cache"),
       StringParameter(kFolderTextId, "folder_text", "", "What the folder holds; written by the cache"),
       ButtonParameter(1016, "delete_cache", "Really? Deletion cannot be undone! Choose wisely.."),
@@ -67,7 +67,7 @@ const TypeInfo& GridCacher::Type() {
           "computation.",
       .kinds = kLinkCache,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

@@ -144,6 +144,7 @@ void GridCacher::Load(const BaseThread* hostThread) {
       TellUnloaded(read.error().text);
       return ForgetHeaders(i);
     }
+    if (node && head.entries[i].present) node->CacheLoaded();
   }
 }
 
@@ -169,6 +170,12 @@ void GridCacher::VisitOutputs(StateVisitor& visitor) {
   for (const Target& target : targets_) {
     if (target.node->HasFlag(NodeFromCache)) target.node->VisitState(visitor);
   }
+}
+
+bool GridCacher::PlaysBack(const iBase& node) const {
+  const InExcludeData* list = handler.GetInExclude(kNodesId);
+  return list && handler.GetChoice(kModeId) == static_cast<int>(CacheMode::Playback) &&
+         list->Contains(node.handler.hostObject()->creationNumber());
 }
 
 GridCacheInfo GridCacher::ReadFrameInfo() const {

@@ -30,6 +30,7 @@ class GridCacher final : public Cache_OperatorBase {
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;
+  bool PlaysBack(const iBase& node) const override;
   // The grids that it loaded.
   void VisitOutputs(StateVisitor& visitor) override;
 

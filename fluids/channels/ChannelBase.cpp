@@ -54,12 +54,14 @@ void ChannelBase<T>::ClearState(bool deactivate) {
 
 template <class T>
 void ChannelBase<T>::ExtendBounds(Vec3D& min, Vec3D& max) {
-  for (const auto& grid : grids) {
-    if (grid) WidenByActiveBox(*grid, min, max);
-  }
+  // What the grids hold is about to be replaced by what the cache has.
   if (this->HasFlag(NodeFromCache) && this->cacheSpaceValid) {
     min = Min(min, this->cacheSpace.simMin);
     max = Max(max, this->cacheSpace.simMax);
+    return;
+  }
+  for (const auto& grid : grids) {
+    if (grid) WidenByActiveBox(*grid, min, max);
   }
 }
 

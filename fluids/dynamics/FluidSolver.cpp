@@ -1,5 +1,7 @@
 #include "fluids/dynamics/FluidSolver.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -78,7 +80,6 @@ bool FluidSolver::ReadParameters() {
   closedFaces = boundary.closedFaces;
   keepPrevious = handler.GetBool(VelocityGridChannel::kKeepPreviousId);
   PlaceContainer(h);
-  WarnOfUnread();
   return true;
 }
 
@@ -90,11 +91,11 @@ void FluidSolver::PlaceContainer(double h) {
   scaledSize = LowerToRaster(low + scaledSize, h) - lowCorner;
 }
 
-void FluidSolver::WarnOfUnread() {
-  if (const InExcludeData* list = handler.GetInExclude(kObstaclesId);
-      list && !list->entries.empty() && !warnedOfObstacles_) {
-    warnedOfObstacles_ = true;
-    Warn("row-not-read", "the list of obstacles isn't read: every volume whose object has an obstacle tag is one");
+void FluidSolver::Advise() {
+  if (!scene->IsMoved(*this) && !scene->IsPlayed(*this)) {
+    Warn("velocity-not-carried",
+         "nothing carries its velocity, so swirls stay where they are made; add a grid_advection with this solver and "
+         "without a channel");
   }
 }
 
@@ -122,7 +123,8 @@ void FluidSolver::ReleaseLinks() {
 void FluidSolver::CheckDirty() {
   velocityEmitter->CheckDirty();
   iSolver::CheckDirty();
-  if (!scene->HasFlag(TimeMoved)) {
+  // At the scene's first frame no time has passed yet, whatever its number is.
+  if (!scene->HasFlag(TimeMoved) || scene->clock.frame <= scene->clock.startFrame) {
     SetFlag(NodeDirty | NodeHardDirty, false);
   } else if (!IsDirty()) {
     MarkDirty(false);
@@ -182,6 +184,11 @@ VecInt3D FluidSolver::MostCells() const {
   return cells;
 }
 
+bool FluidSolver::WholeContainer(Vec3D& min, Vec3D& max) const {
+  min = lowCorner, max = lowCorner + scaledSize;
+  return true;
+}
+
 void FluidSolver::TakeCacheHeader(const GridCacheHeader& header) {
   cachedExtents.reset();
   if (header.present) cachedExtents = Extents{header.space.simMin, header.space.simMax};
@@ -198,8 +205,15 @@ void FluidSolver::ExtendBounds(Vec3D& min, Vec3D& max) {
   if (touched) min = FloorToRaster(min, h), max = CeilToRaster(max, h);
   const bool overlaps = touched && AllBelow(min, high) && AllBelow(low, max);
   if (overlaps && GetSimulationInfo().substepDuration != 0) {
-    max = Max(Min(high, max + Vec3D(margin)), low + Vec3D(h));
-    min = Min(Max(low, min - Vec3D(margin)), max - Vec3D(h));
+    const auto& played = scene->playedBounds();
+    if (played && played->only) min = RaiseToRaster(played->min, h), max = LowerToRaster(played->max, h);
+    const Vec3D band(played && played->only ? 0 : margin);
+    max = Max(Min(high, max + band), low + Vec3D(h));
+    min = Min(Max(low, min - band), max - Vec3D(h));
+    if (played && !played->only) {
+      max = Max(max, Min(high, LowerToRaster(played->max, h)));
+      min = Min(min, Max(low, RaiseToRaster(played->min, h)));
+    }
     SetFlag(NodeActive, true);
   } else if (HasFlag(NodeFromCache) && cachedExtents) {
     SetFlag(NodeActive, true);
@@ -256,6 +270,18 @@ void FluidSolver::AfterStep() {
     velocity.grids[c]->activeMax = velocity.grids[0]->activeMax;
   }
   maxSquaredSpeed = std::max(sum, kLeastSquaredSpeed);
+  WarnOfSpeed();
+}
+
+void FluidSolver::WarnOfSpeed() const {
+  const Vec3D& size = velocity.grids[0]->space.simSize;
+  const double crossings =
+      std::sqrt(maxSquaredSpeed) * simulationInfo->substepDuration / std::max({size.x, size.y, size.z});
+  if (!(crossings > kMostCrossings)) return;
+  Warn("too-fast",
+       fmt::format("its fluid moves at {:.3g} m/s and would cross its container {:.3g} times in a sub-step, so "
+                   "the result means nothing; take weaker forces and smaller rates, or more sub-steps",
+                   std::sqrt(maxSquaredSpeed), crossings));
 }
 
 }  // namespace orlix

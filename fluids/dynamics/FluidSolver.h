@@ -43,6 +43,7 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   bool RunsSerially() const override { return true; }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void CheckDirty() override;
   void Prepare(iBase* caller = nullptr) override;
@@ -57,6 +58,7 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
 
   MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   VecInt3D MostCells() const override;
+  bool WholeContainer(Vec3D& min, Vec3D& max) const override;
 
   int CachedGridCount() const override { return 3; }
   ScalarGrid* CachedGrid(int index) override { return velocity.GetGrid(index); }
@@ -116,6 +118,8 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   std::optional<Extents> cachedExtents;  // of the frame that is played back
 
   static constexpr double kSpeedAfterReset = 0.001;
+  // A velocity that would cross the container more often than this in a sub-step is told.
+  static constexpr double kMostCrossings = 10;
 
  protected:
   // The nodes inside that read the solver's parameters, in the order in which they do. divergenceSource has none.
@@ -131,9 +135,7 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
  private:
   // Snaps the container to whole cells.
   void PlaceContainer(double h);
-  void WarnOfUnread();
-
-  bool warnedOfObstacles_ = false;
+  void WarnOfSpeed() const;
 };
 
 // The rows of a gas, then those of all nodes: what a liquid has beside its own.

@@ -23,6 +23,13 @@ constexpr Choice kFace[] = {
     {GridBoundary::Face::Closed, "closed", "A wall, one cell inside the grid"},
 };
 
+constexpr int kMostIterations = 100000;
+
+constexpr Choice kDisplay[] = {
+    {0, "off", "Not drawn"},
+    {1, "on", "Drawn"},
+};
+
 constexpr Choice kAnchor[] = {
     {FluidSolver::AnchorMode::Corner, "corner", "The object's position is the container's low corner"},
     {FluidSolver::AnchorMode::Centre, "centre", "The object's position is the container's centre"},
@@ -60,7 +67,8 @@ constexpr Parameter kParameters[] = {
     Face(GridBoundary::kFaceZMinId, "face_z_min", "Container's face at the minimum of z"),
     Face(GridBoundary::kFaceZMaxId, "face_z_max", "Container's face at the maximum of z"),
     ListParameter(FluidSolver::kObstaclesId, "obstacles", kLinkVolume,
-                  "Not read: every volume with an obstacle tag is an obstacle"),
+                  "Every volume with an obstacle tag is an obstacle")
+        .Unread(),
     IntParameter(GridExtrapolation::kExtrapolationLayersId, "extrapolation_layers", 3, "cells",
                  "How deep velocity is carried into solids")
         .Between(0, 1000),
@@ -68,7 +76,7 @@ constexpr Parameter kParameters[] = {
                     kPressureSolverChoices, "Which solver finds the pressure"),
     IntParameter(Grid_Incompressibility::kPressureIterationsId, "pressure_iterations", 200, "",
                  "Most iterations, or the number of sweeps")
-        .Min(0),
+        .Between(0, kMostIterations),
     FloatParameter(Grid_Incompressibility::kPressureAccuracyId, "pressure_accuracy", 0.5, "",
                    "Tolerance of the pressure: 0.5 is 1e-8; each tenth is a digit")
         .Min(0),
@@ -96,14 +104,14 @@ constexpr Parameter kParameters[] = {
                   "Viscosity by cell, in place of the one value"),
     IntParameter(Grid_Viscosity::kViscosityIterationsId, "viscosity_iterations", 100, "",
                  "Most iterations of the viscous solve")
-        .Min(0),
+        .Between(0, kMostIterations),
     FloatParameter(Grid_Viscosity::kViscosityAccuracyId, "viscosity_accuracy", 0.2, "",
                    "Largest residual of the viscous solve, in thousandths of its largest velocity")
         .Min(0),
     BoolParameter(1029, "display_box", true, "Display in a view: the box of the grid"),
-    IntParameter(1030, "display_velocity", 0, "", "Display in a view: velocity"),
-    IntParameter(1031, "display_fractions", 0, "", "Display in a view: fractions of the viscous solve"),
-    IntParameter(1032, "display_boundary", 1, "", "Display in a view: the boundary's grid"),
+    ChoiceParameter(1030, "display_velocity", 0, kDisplay, "Display in a view: velocity"),
+    ChoiceParameter(1031, "display_fractions", 0, kDisplay, "Display in a view: fractions of the viscous solve"),
+    ChoiceParameter(1032, "display_boundary", 1, kDisplay, "Display in a view: the boundary's grid"),
     FloatParameter(1039, "display_velocity_scale", 0.5, "", "Display in a view: value of the velocity display"),
     BoolParameter(1040, "display_velocity_switch", false, "Display in a view: switch of the velocity display"),
     FloatParameter(1041, "display_velocity_min", 0.1, "", "Display in a view: value of the velocity display"),
@@ -115,12 +123,12 @@ constexpr Parameter kParameters[] = {
     ButtonParameter(1303, "choose_viscosity_channel", "Offers the kinds of channels for the viscosity channel"),
     ButtonParameter(2100, "make_variable_density", "Makes an operator and a channel of variable density"),
     ButtonParameter(2102, "make_vorticity_particles", "Makes an emitter and a force of vorticity particles"),
-    IntParameter(1003, "reserved_1003", 2, "", "Kept with the object; changes nothing").Hidden(),
-    FloatParameter(1004, "reserved_1004", 1.0, "", "Kept with the object; changes nothing").Hidden(),
-    IntParameter(1005, "reserved_1005", 1, "", "Kept with the object; changes nothing").Hidden(),
-    IntParameter(1006, "reserved_1006", 0, "", "Kept with the object; changes nothing").Hidden(),
-    IntParameter(1023, "reserved_1023", 2, "", "Kept with the object; changes nothing").Hidden(),
-    IntParameter(1024, "reserved_1024", 0, "", "Kept with the object; changes nothing").Hidden(),
+    IntParameter(1003, "reserved_1003", 2, "", "Kept with the object; changes nothing").Hidden().Unread(),
+    FloatParameter(1004, "reserved_1004", 1.0, "", "Kept with the object; changes nothing").Hidden().Unread(),
+    IntParameter(1005, "reserved_1005", 1, "", "Kept with the object; changes nothing").Hidden().Unread(),
+    IntParameter(1006, "reserved_1006", 0, "", "Kept with the object; changes nothing").Hidden().Unread(),
+    IntParameter(1023, "reserved_1023", 2, "", "Kept with the object; changes nothing").Hidden().Unread(),
+    IntParameter(1024, "reserved_1024", 0, "", "Kept with the object; changes nothing").Hidden().Unread(),
 };
 
 }  // namespace
@@ -128,7 +136,7 @@ constexpr Parameter kParameters[] = {
 std::span<const Parameter> FluidSolverParameters() {
   static const std::vector<Parameter> kRows = [] {
     std::vector<Parameter> rows(std::begin(kParameters), std::end(kParameters));
-    const auto common = CommonNodeParameters();
+    const auto common = PlainNodeParameters();
     rows.insert(rows.end(), common.begin(), common.end());
     return rows;
   }();
@@ -143,10 +151,11 @@ const TypeInfo& FluidSolver::Type() {
       .label = "Gaseous Dynamics",
       .text =
           "Smoke and fire: a container of air with its velocity. Channels hold what the air carries; forces move it, "
-          "and the pressure keeps it from being compressed.",
+          "and the pressure keeps it from being compressed. A velocity that would cross the container more than ten "
+          "times in a sub-step is told.",
       .kinds = kLinkSolver,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
       .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<FluidObject>(); },
   };
   return kType;

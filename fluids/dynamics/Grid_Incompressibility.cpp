@@ -21,7 +21,7 @@ bool SameDims(const VecInt3D& cells, int axis, const VecInt3D& faces) {
   return faces == expected;
 }
 
-bool Moves(const VolumeBase& volume) {
+bool IsMoving(const VolumeBase& volume) {
   return volume.IsEnabled() && volume.LevelSet() && volume.GetSimulationInfo().substepDuration > 0 &&
          !(volume.LinearMotion() == Vec3D() && volume.AngularMotion() == Vec3D());
 }
@@ -85,7 +85,7 @@ void Grid_Incompressibility::Project() {
     *vector = scene->scratch().Take<double>(input_.Cells());
     (*vector)->Fill(0, &scene->pool());
   }
-  bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return Moves(*v); });
+  bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return IsMoving(*v); });
   AddBodyDivergence();
   AssembleSystem();
   RemoveMeanDivergence();
@@ -136,7 +136,7 @@ void Grid_Incompressibility::AddBodyDivergence() {
   if (!bodiesMove_) return;
   const double dt = simulationInfo->substepDuration;
   for (const VolumeBase* volume : bodies) {
-    if (!Moves(*volume)) continue;
+    if (!IsMoving(*volume)) continue;
     const GridSpace& box = volume->LevelSet()->space;
     const MovingBody body{volume->View(),
                           box.simMin,
@@ -229,7 +229,7 @@ void Grid_Incompressibility::ReportOutcome(const PressureOutcome& outcome) {
     report.converged = residual <= std::max(4 * settings.toleranceFactor * largestRightSide_, RoundingOfDivergence());
   }
   scene->Report(report);
-  if (report.converged.value_or(true)) return;
+  if (report.converged.value_or(true) || scene->TestBreak()) return;
   char text[200];
   std::snprintf(text, sizeof text,
                 "the pressure solve ended after %d iterations at a relative residual of %.1e, above its tolerance of "

@@ -59,7 +59,7 @@ void VelocityGridEmitter::CheckDirty() {
 }
 
 bool VelocityGridEmitter::HasInput() const {
-  if (!solver || !solver->IsActive() || forces.empty()) return false;
+  if (!solver || !solver->IsActive() || solver->HasFlag(NodeFromCache) || forces.empty()) return false;
   const auto& grids = solver->velocity.grids;
   return grids[0] && grids[1] && grids[2] && FractionsOf(*solver)[0].data;
 }

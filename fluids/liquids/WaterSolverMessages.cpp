@@ -20,7 +20,6 @@ constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 }  // namespace
 
 void WaterSolver::Advise() {
-  FluidSolver::Advise();
   if (groups.empty()) {
     Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
     return;

@@ -91,7 +91,7 @@ const TypeInfo& WaterSolver::ViscousType() {
       .id = 1300004,
       .resource = "zq_liquid_viscous",
       .className = "C4D_Fluid_Viscous_Object",
-      .label = "Viscous Liquid Dynamics",
+      .label = "Viscous Liquid (Low to highly viscous)",
       .text = "Honey and the like: the same as a liquid, made for a viscosity.",
       .kinds = kLinkSolver,
       .parameters = kParameters,

@@ -38,7 +38,7 @@ const TypeInfo& ChannelOperator_Math::Type() {
       .text = "Arithmetic on the cells that a cell emitter visits.",
       .kinds = kLinkHelper | kLinkChannelOperator,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = ConfinedNodeParameters(),
   };
   return kType;
 }

@@ -4,8 +4,8 @@
 #include <array>
 
 #include "fluids/channels/LatticeRows.h"
+#include "fluids/constraints/CellWeights.h"
 #include "fluids/emitters/ChannelOperator.h"
-#include "fluids/operators/CellWeights.h"
 
 namespace orlix {
 

@@ -76,7 +76,7 @@ const TypeInfo& GridAdvection::Type() {
           "its velocity, in stage 6, and one for each channel, in stage 14.",
       .kinds = kLinkOperator,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = TimedNodeParameters(),
   };
   return kType;
 }
@@ -155,6 +155,25 @@ void GridAdvection::ReleaseLinks() {
   ForgetLinks();
   SetFlag(NodeActive, false);
   iObject::ReleaseLinks();
+}
+
+void GridAdvection::Advise() {
+  if (!solver_) return Warn("no-solver", "no dynamics object is linked, so it carries nothing; link one as \"solver\"");
+  const std::string target = "\"" + Target()->DisplayName() + "\"";
+  const bool keepsPrevious = scalarChannel   ? scalarChannel->keepPrevious
+                             : vectorChannel ? vectorChannel->keepPrevious
+                                             : velocityChannel->keepPrevious;
+  if (!keepsPrevious && !scene->IsPlayed(*Target())) {
+    Warn("no-previous", target + " keeps no previous grid, so it isn't carried; switch its keep_previous on");
+  }
+  const auto number = [](const iBase& node) { return node.handler.hostObject()->creationNumber(); };
+  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& other) {
+    if (number(other) >= number(*this) || !other.IsEnabled() || !other.Moves(*Target())) return;
+    const bool itself = !scalarChannel && !vectorChannel;
+    Warn("carried-twice", (itself ? "without a channel it carries the velocity of " : "it carries ") + target +
+                              ", as \"" + other.DisplayName() +
+                              "\" does; link the channel that it is to carry, or take it out");
+  });
 }
 
 iBase* GridAdvection::Target() const {

@@ -32,6 +32,8 @@ class GridAdvection final : public iObject {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
+  bool Moves(const iBase& node) const override { return Target() == &node; }
   void CheckDirty() override;
   // Exchanges the target's present and previous grids: the present ones are written.
   void Prepare(iBase* caller = nullptr) override;

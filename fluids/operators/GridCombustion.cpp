@@ -84,6 +84,11 @@ bool GridCombustion::ResolveLinks() {
   return temperature_ && fire_;
 }
 
+void GridCombustion::Advise() {
+  AdviseLink(temperature_, "temperature");
+  AdviseLink(fire_, "fire");
+}
+
 void GridCombustion::ReleaseLinks() {
   temperature_ = fire_ = fuel_ = smoke_ = divergence_ = nullptr;
   GridOperator::ReleaseLinks();
@@ -150,15 +155,15 @@ void GridCombustion::Process(ProcessData& data) {
   if (!IsActive()) return;
   const std::int32_t nx = lattice_->dims.x;
   std::vector<double> expansion(spreads_ ? static_cast<std::size_t>(nx) : 0);
+  std::vector<double> temperature, fire, fuel, smoke;
   ForEachRow(data, *lattice_, [&](std::int32_t j, std::int32_t k, std::int64_t index) {
-    const auto at = [&](ScalarGrid* grid) { return grid ? grid->data + index : nullptr; };
     BurnRow row{1,
                 nx - 1,
-                at(temperatureGrid_),
-                at(fireGrid_),
-                at(fuelGrid_),
-                at(smokeGrid_),
-                at(divergenceGrid_),
+                RowToChange(temperatureGrid_, temperature_, index, temperature),
+                RowToChange(fireGrid_, fire_, index, fire),
+                RowToChange(fuelGrid_, fuel_, index, fuel),
+                RowToChange(smokeGrid_, smoke_, index, smoke),
+                divergenceGrid_ ? divergenceGrid_->data + index : nullptr,
                 weights_.Row(j, k)};
     if (!spreads_) return Burn(row);
     std::fill(expansion.begin(), expansion.end(), 0.0);

@@ -55,6 +55,8 @@ bool GridCooling::ResolveLinks() {
   return temperature_ != nullptr;
 }
 
+void GridCooling::Advise() { AdviseLink(temperature_, "temperature"); }
+
 void GridCooling::ReleaseLinks() {
   temperature_ = fire_ = nullptr;
   GridOperator::ReleaseLinks();
@@ -93,10 +95,12 @@ void GridCooling::Prepare(iBase*) {
 
 void GridCooling::Process(ProcessData& data) {
   if (!IsActive()) return;
-  const ScalarGrid& grid = *temperature_->grid;
-  ForEachRow(data, grid, [&](std::int32_t j, std::int32_t k, std::int64_t index) {
+  ScalarGrid* grid = temperature_->grid.get();
+  std::vector<double> temperature, fire;
+  ForEachRow(data, *grid, [&](std::int32_t j, std::int32_t k, std::int64_t index) {
     CoolRow(cooling_, flames_,
-            {1, grid.dims.x - 1, grid.data + index, fireGrid_ ? fireGrid_->data + index : nullptr, weights_.Row(j, k)});
+            {1, grid->dims.x - 1, RowToChange(grid, temperature_, index, temperature),
+             RowToChange(fireGrid_, fire_, index, fire), weights_.Row(j, k)});
   });
 }
 

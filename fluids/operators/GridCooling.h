@@ -43,6 +43,7 @@ class GridCooling final : public GridOperator {
   std::int32_t GetNodeSubType() const override { return 57; }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   bool ComesBefore(const iBase& other) const override;
   void Prepare(iBase* caller = nullptr) override;

@@ -55,6 +55,8 @@ bool GridDiffusion::ResolveLinks() {
   return scalar_ || vector_;
 }
 
+void GridDiffusion::Advise() { AdviseLink(scalar_ ? static_cast<const void*>(scalar_) : vector_, "channel"); }
+
 void GridDiffusion::ReleaseLinks() {
   scalar_ = nullptr, vector_ = nullptr;
   source_.GiveBack(), result_.GiveBack();
@@ -84,7 +86,7 @@ ScalarGrid* GridDiffusion::Target() const {
 void GridDiffusion::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   ScalarGrid* grid = Target();
-  if (!grid || simulationInfo->substepDuration == 0) return;
+  if (!grid || simulationInfo->substepDuration == 0 || IsPlayed(scalar_) || IsPlayed(vector_)) return;
   limits_ = {grid->valueOffset, grid->valueScale};
   alpha_ = strength_ * simulationInfo->substepDuration;
   if (mode_ == DiffusionMode::Gaussian)

@@ -35,6 +35,7 @@ class GridDiffusion final : public GridOperator {
   bool NextIteration() override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

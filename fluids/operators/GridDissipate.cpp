@@ -38,6 +38,8 @@ bool GridDissipate::ResolveLinks() {
   return scalar_ || vector_;
 }
 
+void GridDissipate::Advise() { AdviseLink(scalar_ ? static_cast<const void*>(scalar_) : vector_, "channel"); }
+
 void GridDissipate::ReleaseLinks() {
   scalar_ = nullptr, vector_ = nullptr;
   GridOperator::ReleaseLinks();
@@ -46,7 +48,7 @@ void GridDissipate::ReleaseLinks() {
 void GridDissipate::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   const double dt = simulationInfo->substepDuration;
-  if (dt == 0) return;
+  if (dt == 0 || IsPlayed(scalar_) || IsPlayed(vector_)) return;
   // The sub-step enters twice: in the step, and in the amount that each cell starts from.
   if (HasStorage(scalar_)) {
     step_ = (scalar_->valueMax - scalar_->valueMin) * rate_ * dt;

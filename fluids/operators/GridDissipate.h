@@ -26,6 +26,7 @@ class GridDissipate final : public GridOperator {
   std::int32_t GetNodeSubType() const override { return 60; }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

@@ -1,5 +1,7 @@
 #include "fluids/operators/GridOperator.h"
 
+#include <fmt/format.h>
+
 namespace orlix {
 
 bool GridOperator::ReadParameters() {
@@ -54,6 +56,21 @@ void GridOperator::VisitOutputs(StateVisitor& visitor) {
       for (auto& grid : vector->grids) visitor.VisitGrid("grid", grid);
     }
   }
+}
+
+void GridOperator::AdviseLink(const void* channel, const char* key) const {
+  if (channel) return;
+  Warn(std::string("no-") + key,
+       fmt::format("\"{}\" links to no channel that it can take, so nothing happens; link one", key));
+}
+
+double* GridOperator::RowToChange(ScalarGrid* grid, const iBase* channel, std::int64_t index,
+                                  std::vector<double>& copy) {
+  if (!grid) return nullptr;
+  double* row = grid->data + index;
+  if (!IsPlayed(channel)) return row;
+  copy.assign(row, row + grid->dims.x);
+  return copy.data();
 }
 
 ChannelBase_Scalar* GridOperator::LinkedScalar(std::int32_t linkId) const {

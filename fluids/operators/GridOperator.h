@@ -3,8 +3,8 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
+#include "fluids/constraints/CellWeights.h"
 #include "fluids/grids/WorkSplit.h"
-#include "fluids/operators/CellWeights.h"
 
 namespace orlix {
 
@@ -33,6 +33,13 @@ class GridOperator : public iObject {
  protected:
   // The channels that the operator writes; null entries are left out.
   virtual std::vector<iBase*> WrittenChannels() const = 0;
+
+  // Tells that nothing happens without the channel of this row, where it isn't found.
+  void AdviseLink(const void* channel, const char* key) const;
+  // A cache plays the channel back: it is read and not changed.
+  static bool IsPlayed(const iBase* channel) { return channel && channel->HasFlag(NodeFromCache); }
+  // The row of a channel that the operator changes in place; of a played one a copy.
+  static double* RowToChange(ScalarGrid* grid, const iBase* channel, std::int64_t index, std::vector<double>& copy);
 
   ChannelBase_Scalar* LinkedScalar(std::int32_t linkId) const;
   static bool HasStorage(const ChannelBase_Scalar* channel) {

@@ -16,7 +16,7 @@ const TypeInfo& GridVariableDensity::Type() {
                     "The channel that takes the density; it should clear at each step"),
       LinkParameter(kDensityId, "density", kLinkChannel, "The channel of what makes the gas dense: smoke"),
       LinkParameter(kTemperatureId, "temperature", kLinkChannel, "The temperature channel"),
-      FloatParameter(1003, "factor", 0.5, "", "Kept, without effect").Hidden(),
+      FloatParameter(1003, "factor", 0.5, "", "Kept, without effect").Hidden().Unread(),
       FloatParameter(kAirDensityId, "air_density", 1.184, "kg/m^3", "Density of the clear gas at 294 K").Above(0),
       FloatParameter(kGasDensityId, "gas_density", 8.314472, "kg/m^3", "Density where the density channel is 1").Min(0),
   };
@@ -52,6 +52,12 @@ bool GridVariableDensity::ResolveLinks() {
   return (ports_.scalarTarget || ports_.vectorTarget) && ports_.density && ports_.temperature;
 }
 
+void GridVariableDensity::Advise() {
+  AdviseLink(ports_.scalarTarget ? static_cast<const void*>(ports_.scalarTarget) : ports_.vectorTarget, "target");
+  AdviseLink(ports_.density, "density");
+  AdviseLink(ports_.temperature, "temperature");
+}
+
 void GridVariableDensity::ReleaseLinks() {
   ports_ = {};
   densityRows_.Release(), temperatureRows_.Release();
@@ -61,6 +67,7 @@ void GridVariableDensity::ReleaseLinks() {
 void GridVariableDensity::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   const double dt = simulationInfo->substepDuration;
+  if (IsPlayed(ports_.scalarTarget) || IsPlayed(ports_.vectorTarget)) return;
   if (dt == 0 || !HasStorage(ports_.density) || !HasStorage(ports_.temperature)) return;
   lattice_ = ChooseLattice();
   if (!lattice_) return;

@@ -43,6 +43,7 @@ class GridVariableDensity final : public GridOperator {
   std::int32_t GetNodeSubType() const override { return 61; }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

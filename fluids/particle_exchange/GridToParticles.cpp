@@ -173,7 +173,7 @@ void GridToParticles::Store(const ParticleRows& rows, std::int32_t row, const Sa
 }
 
 void GridToParticles::Finish() {
-  if (IsActive() && Moves()) {
+  if (IsActive() && MovesParticles()) {
     for (const GroupEntry& entry : groups_) entry.group->SetKindDirty(entry.kind);
   }
   ParticleOperator::Finish();
@@ -181,7 +181,7 @@ void GridToParticles::Finish() {
 
 // Only positions and velocities are tested for values that are no numbers.
 void GridToParticles::VisitOutputs(StateVisitor& visitor) {
-  if (property_ && (property_->propertyId == PP::Velocity || Moves())) ParticleOperator::VisitOutputs(visitor);
+  if (property_ && (property_->propertyId == PP::Velocity || MovesParticles())) ParticleOperator::VisitOutputs(visitor);
 }
 
 std::vector<ParticleGroup*> GridToParticles::WrittenGroups() const {

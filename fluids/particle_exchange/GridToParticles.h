@@ -44,7 +44,7 @@ class GridToParticles final : public ParticleOperator {
  private:
   void FindSource();
   bool PrepareSampler();
-  bool Moves() const { return property_->propertyId == PP::Position; }
+  bool MovesParticles() const { return property_->propertyId == PP::Position; }
   void ProcessRows(ParticleList& list, const ParticleRows& rows, std::int32_t worker) const;
   void Store(const ParticleRows& rows, std::int32_t row, const SampledPoints& points) const;
 

@@ -150,9 +150,11 @@ void ParticleToGridEmitter::FindTargets() {
 }
 
 void ParticleToGridEmitter::AddTarget(const ChannelValue& pair) {
-  const ScalarGrid* grid = pair.scalarTarget   ? pair.scalarTarget->GetGrid(0)
-                           : pair.vectorTarget ? pair.vectorTarget->GetGrid(0)
-                                               : nullptr;
+  // What a cache plays back isn't filled.
+  const auto gridOf = [](const auto* channel) -> const ScalarGrid* {
+    return channel && !channel->HasFlag(NodeFromCache) ? channel->GetGrid(0) : nullptr;
+  };
+  const ScalarGrid* grid = pair.scalarTarget ? gridOf(pair.scalarTarget) : gridOf(pair.vectorTarget);
   if (!grid || !grid->data) return;
   auto target = std::make_unique<Target>();
   target->pair = &pair;

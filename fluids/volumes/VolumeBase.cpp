@@ -114,10 +114,28 @@ void VolumeBase::TakeCacheHeader(const GridCacheHeader& header) {
   levelSet_->activeMin = {};
   levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
   boundsMin = header.space.simMin, boundsMax = header.space.simMax;
+  centre = (boundsMin + boundsMax) * 0.5;
   cellSize = header.space.cellSize;
   voxeliser_.Reset();
   LevelSetChanged();
   SetFlag(NodeActive, true);
+}
+
+// A wall folds at its middle; turned round, the inside has the positive distances.
+void VolumeBase::CacheLoaded() {
+  LevelSetChanged();
+  if (!levelSet_) return;
+  std::vector<double> deepest(static_cast<std::size_t>(levelSet_->dims.z), 0.0);
+  const double sign = flipSign_ ? 1 : -1;
+  ParallelRange(scene->pool(), 0, levelSet_->dims.z, [&](int first, int last, int) {
+    for (int k = first; k < last; ++k) {
+      const double* layer = levelSet_->data + levelSet_->Index(0, 0, k);
+      for (std::int64_t i = 0; i < levelSet_->slab; ++i) deepest[k] = std::max(deepest[k], sign * layer[i]);
+    }
+  });
+  const double share = flipSign_ ? 1 : ShellShare();
+  const double found = *std::max_element(deepest.begin(), deepest.end());
+  deepest_ = share < 1 && share > 0 ? 2 * found / share : found;
 }
 
 std::optional<double> VolumeBase::MaximumDepth() const {

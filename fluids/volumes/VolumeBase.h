@@ -50,10 +50,11 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
   std::int64_t DerivedBytes() const override { return levelSet_ ? levelSet_->MemorySize() : 0; }
   void AppendVolumes(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
-  // A cache records the level set and gives it back; its depth isn't recorded.
+  // A cache records the level set and gives it back; its depth isn't recorded, but found anew from the distances.
   int CachedGridCount() const override { return 1; }
   ScalarGrid* CachedGrid(int) override { return levelSet_.get(); }
   void TakeCacheHeader(const GridCacheHeader& header) override;
+  void CacheLoaded() override;
 
   // --- the level set
   bool HasLevelSet() const { return levelSet_ != nullptr; }
@@ -119,6 +120,8 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
   std::optional<double> deepest_;  // the largest interior distance of a level set that isn't voxelised
 
  private:
+  // Of the solid's largest interior distance, how thick the wall is that the level set holds; 1 without a hollow.
+  virtual double ShellShare() const { return 1; }
   static bool IsNegative(double distance, double iso) { return static_cast<float>(distance - iso) < 0; }
   double DepthOf(double distance) const {
     const auto deepest = MaximumDepth();

@@ -1,7 +1,9 @@
 #include "fluids/volumes/VolumeMesh.h"
 
 #include <algorithm>
+#include <limits>
 
+#include "fluids/level_sets/InsideCells.h"
 #include "fluids/scene/OrlixScene.h"
 
 namespace orlix {
@@ -9,6 +11,18 @@ namespace orlix {
 namespace {
 
 constexpr int kMostWorkers = 8;  // there are eight sweeps
+
+// Whether keyframes change the object or one above it.
+bool IsKeyed(const BaseObject& object) {
+  const auto& tracks = object.document().tracks();
+  for (const BaseObject* up = &object; up; up = up->parent()) {
+    const std::uint64_t number = up->creationNumber();
+    if (std::any_of(tracks.begin(), tracks.end(), [=](const KeyTrack& track) { return track.object == number; })) {
+      return true;
+    }
+  }
+  return false;
+}
 
 std::uint32_t ParentsDirtyCount(const BaseObject& object) {
   std::uint32_t count = 0;
@@ -29,7 +43,7 @@ const TypeInfo& VolumeMesh::Type() {
           "lies in it, and with an Obstacle tag fluids flow around it.",
       .kinds = kLinkVolume,
       .parameters = Parameters(),
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }
@@ -66,6 +80,36 @@ bool VolumeMesh::ResolveLinks() {
   if (linked != linkedObject_ && linkedObject_ != 0) hasPrevious_ = false;
   linkedObject_ = linked;
   return VolumeBase::ResolveLinks();
+}
+
+bool VolumeMesh::StillBox(Vec3D& min, Vec3D& max) const {
+  const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
+  if (!polygons || polygons->points.empty() || IsKeyed(*hostGeometry_)) return false;
+  const LMatrix matrix = hostGeometry_->GlobalMatrix();
+  const Vec3D scale = GetSimulationSpace().simPerHost;
+  min = Vec3D(std::numeric_limits<double>::max()), max = Vec3D(std::numeric_limits<double>::lowest());
+  for (const Vec3D& point : polygons->points) {
+    const Vec3D p = (matrix * point) * scale;
+    min = Min(min, p), max = Max(max, p);
+  }
+  return IsFinite(min) && IsFinite(max);
+}
+
+void VolumeMesh::Advise() {
+  if (scene->IsPlayed(*this)) return;
+  if (!hostGeometry_) return Warn("no-geometry", "no object is linked, so it has no inside; link one with polygons");
+  Vec3D min, max;
+  if (!IsObstacle() || simulationInfo->time != 0 || !StillBox(min, max)) return;
+  const std::string thin = TooThinText(max - min, GetSimulationSpace().cellSize);
+  if (!thin.empty()) Warn("no-cell", "nothing flows around it: " + thin);
+}
+
+void VolumeMesh::WarnOfEmpty() {
+  filledCells_ = filledCells_ || !IsObstacle() || HasInsideCell(*LevelSet(), scene->pool());
+  if (filledCells_) return;
+  Warn("no-cell",
+       "it fills no cell, so nothing flows around it; it may be thinner than a cell, without area, or open: make it "
+       "larger, or voxel_size smaller");
 }
 
 void VolumeMesh::ReleaseLinks() {
@@ -114,11 +158,8 @@ void VolumeMesh::ComputeBounds() {
 GeometryChange VolumeMesh::ReadGeometry() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons) {
-    if (hostGeometry_) {
-      Warn("no-polygons", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object that has some");
-    } else {
-      Warn("no-object", "no object is linked");
-    }
+    if (hostGeometry_)
+      Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object with some");
     return GeometryChange::Failed;
   }
   const GeometryChange change =
@@ -144,8 +185,14 @@ void VolumeMesh::UpdateMotion() {
 }
 
 void VolumeMesh::Prepare(iBase*) {
-  if (!IsDirty() || HasFlag(NodeFromCache)) return;
+  if (!IsDirty()) return;
   needsVoxelising_ = false;
+  if (HasFlag(NodeFromCache)) {
+    // The shape comes from the cache, the motion from the object.
+    if (!hostGeometry_ || simulationInfo->substep > 1) return;
+    mesh_.matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
+    return UpdateMotion();
+  }
   const GeometryChange change = ReadGeometry();
   if (change == GeometryChange::Failed) {
     FreeLevelSet();
@@ -172,13 +219,14 @@ void VolumeMesh::Prepare(iBase*) {
 void VolumeMesh::Process(ProcessData& data) {
   if (!IsDirty() || !IsActive() || !needsVoxelising_ || HasFlag(NodeFromCache)) return;
   needsVoxelising_ = false;
+  deepest_.reset();
   LevelSetChanged();
   try {
-    if (!voxeliser_.Run(mesh_, *LevelSet(), scene->pool(), data.hostThread) && !scene->TestBreak(data.hostThread)) {
-      Warn("too-many-triangles", "the mesh has too many triangles for a level set");
-      FreeLevelSet();
-      SetFlag(NodeActive, false);
-    }
+    if (voxeliser_.Run(mesh_, *LevelSet(), scene->pool(), data.hostThread)) return WarnOfEmpty();
+    if (scene->TestBreak(data.hostThread)) return;
+    Warn("too-many-triangles", "the mesh has too many triangles for a level set");
+    FreeLevelSet();
+    SetFlag(NodeActive, false);
   } catch (const std::bad_alloc&) {
     scene->FailForMemory(*this, resolution + VecInt3D(1, 1, 1));
   }

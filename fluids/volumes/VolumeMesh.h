@@ -23,7 +23,9 @@ class VolumeMesh final : public VolumeBase {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
   void CheckDirty() override;
+  bool StillBox(Vec3D& min, Vec3D& max) const override;
   void ComputeBounds() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
@@ -37,8 +39,10 @@ class VolumeMesh final : public VolumeBase {
   BaseObject* HostGeometry() const { return hostGeometry_; }
 
  private:
+  double ShellShare() const override { return shell_; }
   GeometryChange ReadGeometry();
   VoxeliserSettings WantedSettings() const;
+  void WarnOfEmpty();
   void UpdateMotion();
 
   BaseObject* hostGeometry_ = nullptr;
@@ -53,6 +57,7 @@ class VolumeMesh final : public VolumeBase {
   double shell_ = 1;
   std::int32_t threadLimit_ = 0;
   bool needsVoxelising_ = false;
+  bool filledCells_ = false;  // at some time
 };
 
 }  // namespace orlix

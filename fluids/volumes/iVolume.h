@@ -29,6 +29,10 @@ class iVolume : public iObject {
   // The volumes with a level set of their own that this one stands for: itself, or its members.
   virtual void AppendVolumes(std::vector<VolumeBase*>& out) = 0;
 
+  // The box of its geometry as it stands, before anything is simulated; simulation space. False without one, or when
+  // keyframes may move it elsewhere.
+  virtual bool StillBox(Vec3D&, Vec3D&) const { return false; }
+
   void ResetBounds() {
     boundsMin = Vec3D(std::numeric_limits<double>::max());
     boundsMax = Vec3D(-std::numeric_limits<double>::max());

@@ -302,19 +302,14 @@ TEST(VolumeMesh, ABodyThatWouldFallSaysThatItStands) {
 // --- messages --------------------------------------------------------------------------------------------------------
 
 TEST(VolumeMesh, SaysWhyThereIsNoLevelSet) {
-  VolumeScene scene;
-  BaseObject& nothing = scene.Add("null", "Nothing");
-  BaseObject& empty = scene.Add("mesh", "Empty");
-  const std::pair<LinkValue, std::string> cases[] = {{{}, "no object is linked"},
-                                                     {TestScene::LinkTo(nothing), "no polygons"},
-                                                     {TestScene::LinkTo(empty), "no triangles"}};
-  int frame = 0;
-  for (const auto& [link, text] : cases) {
-    scene.host->Set(VolumeBase::kObjectId, link);
-    scene.warnings.clear();
-    scene.Step(frame++);
+  const std::pair<const char*, std::string> cases[] = {
+      {"", "no object is linked"}, {"null", "no polygons"}, {"mesh", "no triangles"}};
+  for (const auto& [type, text] : cases) {
+    VolumeScene scene;
+    scene.host->Set(VolumeBase::kObjectId, *type ? TestScene::LinkTo(scene.Add(type, "Nothing")) : LinkValue());
+    scene.StepThrough(0, 2);
     EXPECT_FALSE(scene.volume().IsActive());
-    ASSERT_FALSE(scene.warnings.empty()) << text;
+    ASSERT_EQ(scene.warnings.size(), 1u) << text;
     EXPECT_NE(scene.warnings[0].second.find(text), std::string::npos) << scene.warnings[0].second;
   }
 }
@@ -334,6 +329,45 @@ TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
   ASSERT_TRUE(failure);
   EXPECT_EQ(failure->kind, ErrorKind::Memory);
   EXPECT_NE(failure->text.find("MB"), std::string::npos) << failure->text;
+}
+
+TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
+  PolygonObject roof;
+  roof.points = {{0, 0, 0}, {2, 0, 0}, {2, 2, 2}, {0, 2, 2}, {4, 0, 0}};
+  roof.polygons = {{0, 1, 2, 3}, {1, 4, 2, 2}};
+  roof.textureCoordinates = {{{{0, 0}, {1, 0}, {1, 1}, {0, 1}}}, {{{0.5, 0}, {0.75, 0}, {0.5, 1}, {9, 9}}}};
+  const Vec3D up{0, -1, 1};
+  roof.normals = {{up, up, up, up}, {up, up, up, Vec3D(5, 5, 5)}};
+  TriMeshSTL mesh;
+  LMatrix flat;  // squeezes z: the normal turns the other way
+  flat.v3 = {0, 0, 0.5};
+  ASSERT_EQ(ReadHostGeometry(roof, flat, Vec3D(0.01), mesh, true), GeometryChange::Moved);
+  ASSERT_EQ(mesh.textureCoordinates.size(), 9u);
+  EXPECT_EQ(mesh.textureCoordinates[4], Vec2D(1, 1));  // the quad's second half goes on from its first corner
+  EXPECT_EQ(mesh.textureCoordinates[5], Vec2D(0, 1));
+  EXPECT_EQ(mesh.textureCoordinates[7], Vec2D(0.75, 0));
+  const std::vector<Vec3D>* normals = mesh.pointAttributes.Find(kPointNormalId);
+  ASSERT_NE(normals, nullptr);
+  const VecInt3D triangle = mesh.Triangles()[0];
+  const Vec3D across = Cross(mesh.Points()[static_cast<std::size_t>(triangle.y)] - mesh.Points()[0],
+                             mesh.Points()[static_cast<std::size_t>(triangle.z)] - mesh.Points()[0]);
+  for (const Vec3D& normal : *normals) EXPECT_LT(Length(normal - Normalized(across)), 1e-12);
+  roof.textureCoordinates.pop_back();  // not one for each polygon
+  ReadHostGeometry(roof, flat, Vec3D(0.01), mesh);
+  EXPECT_TRUE(mesh.textureCoordinates.empty());
+}
+
+TEST(MeshProperties, TablesOfThreeKindsGrowWithThePoints) {
+  MeshProperties properties;
+  properties.Resize(2);
+  properties.Column(7)[1] = {1, 2, 3};
+  properties.Column<double>(7)[0] = 0.5;
+  properties.Column<MeshProperties::State>(8)[1] = 1;
+  properties.Resize(3);
+  EXPECT_EQ((*properties.Find(7))[1], Vec3D(1, 2, 3));
+  EXPECT_EQ(*properties.Find<double>(7), (std::vector<double>{0.5, 0, 0}));
+  EXPECT_EQ(properties.Find<MeshProperties::State>(8)->size(), 3u);
+  EXPECT_EQ(properties.Find<double>(8), nullptr);
 }
 
 }  // namespace
