@@ -44,7 +44,7 @@ void Constraint::EvaluateParticles(const ParticleRun& run, const iBase* caller) 
 std::span<const Parameter> ConstraintParameters() {
   static const std::vector<Parameter> kRows = [] {
     std::vector<Parameter> rows(std::begin(kShared), std::end(kShared));
-    const auto common = CommonNodeParameters();
+    const auto common = PlainNodeParameters();
     rows.insert(rows.end(), common.begin(), common.end());
     return rows;
   }();

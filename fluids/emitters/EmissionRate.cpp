@@ -21,11 +21,11 @@ const TypeInfo& EmissionRate::Type() {
       .id = 1300011,
       .resource = "zq_rate",
       .className = "C4D_EmissionRate_Object",
-      .label = "Emission Rate",
+      .label = "Value",
       .text = "An amount that emission settings link, as their value or as their limit.",
       .kinds = kLinkSettings,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

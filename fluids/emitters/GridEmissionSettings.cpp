@@ -36,21 +36,24 @@ const TypeInfo& GridEmissionSettings::Type() {
       BoolParameter(kSpreadId, "spread", false, "Writes into the eight cells around a point; limits don't apply then")
           .Fallback(1.0),
       FloatParameter(kValueId, "value", 1.0, "", "Amount a second, or a sub-step")
+          .ShownWhen(kRateId, Relation::Is, 0)
           .ShownWhen(kShowVectorId, Relation::Is, 0),
       VectorParameter(kVectorValueId, "vector_value", {1, 1, 1}, "",
                       "Amount a second, or a sub-step, for vector channels")
+          .ShownWhen(kRateId, Relation::Is, 0)
           .ShownWhen(kShowVectorId, Relation::Is, 1),
-      BoolParameter(kShowVectorId, "show_vector", false, "Shows the value for vector channels"),
+      BoolParameter(kShowVectorId, "show_vector", false, "Shows the value for vector channels")
+          .ShownWhen(kRateId, Relation::Is, 0),
   };
   static const TypeInfo kType = {
       .id = 1300024,
       .resource = "zq_emission_setting",
       .className = "C4D_Emission_Object",
-      .label = "Emission Settings",
+      .label = "Settings::Grid Emission",
       .text = "How much an emitter puts into a channel, when, and in which way.",
       .kinds = kLinkSettings,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

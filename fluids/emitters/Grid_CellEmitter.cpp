@@ -21,7 +21,7 @@ const TypeInfo& Grid_CellEmitter::Type() {
       .id = 1300121,
       .resource = "zq_grid_celliterator",
       .className = "C4D_CellEmitter_Object",
-      .label = "Cell Emitter",
+      .label = "Emitter::Cell Iterator",
       .text =
           "Visits every cell of a channel and lets channel operators change it, where its constraints allow. Without a "
           "list of constraints, all of the scene confine it.",
@@ -60,6 +60,11 @@ bool Grid_CellEmitter::ResolveLinks() {
   return Target() != nullptr;
 }
 
+void Grid_CellEmitter::Advise() {
+  if (!Target()) return Warn("no-channel", "no channel is linked, so it visits no cells; link one");
+  if (ports_.operators.empty()) Warn("no-operators", "it lists no channel operators, so it changes nothing; list one");
+}
+
 void Grid_CellEmitter::ReleaseLinks() {
   ports_.scalarTarget = nullptr, ports_.vectorTarget = nullptr;
   ports_.operators.clear();
@@ -89,10 +94,9 @@ void Grid_CellEmitter::CheckDirty() {
 void Grid_CellEmitter::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   const ScalarGrid* grid = FirstGrid();
-  if (!grid || !Target()->IsEnabled() || ports_.operators.empty()) return;
+  if (!grid || !Target()->IsEnabled() || Target()->HasFlag(NodeFromCache) || ports_.operators.empty()) return;
   CloneConstraints();
-  // A constraint may read the very channel that is changed: then one worker does it all, in the grid's order.
-  if (!SplitLayers(slabs_, grid->dims, false, constraints_.empty() ? scene->threadCount : 1)) return;
+  if (!SplitLayers(slabs_, grid->dims, false, scene->threadCount)) return;
   for (ChannelOperator* op : ports_.operators) {
     if (!op->IsEnabled()) continue;
     op->AttachInput(Target());
@@ -120,9 +124,8 @@ void Grid_CellEmitter::CloneConstraints() {
 
 void Grid_CellEmitter::Setup() {
   if (!IsActive()) return;
-  const std::size_t cells = static_cast<std::size_t>(FirstGrid()->dims.x);
-  scratch_.resize(static_cast<std::size_t>(slabs_.slices));
-  for (RowScratch& scratch : scratch_) scratch.weights.resize(cells), scratch.open.resize(cells);
+  // All cells are asked before an operator changes one.
+  weights_.Build(*scene, this, constraints_, {}, *FirstGrid(), 1.0, [](std::int64_t) { return true; });
   for (ChannelOperator* op : ports_.operators) {
     if (op->IsEnabled()) op->Setup();
   }
@@ -139,18 +142,12 @@ void Grid_CellEmitter::Process(ProcessData& data) {
 }
 
 void Grid_CellEmitter::ProcessRow(const ScalarGrid& grid, std::int32_t j, std::int32_t k, std::int32_t worker) {
-  RowScratch& scratch = scratch_[static_cast<std::size_t>(worker)];
-  std::fill(scratch.weights.begin(), scratch.weights.end(), 1.0);
   ChannelRow row;
   row.begin = 1, row.end = grid.dims.x - 1, row.j = j, row.k = k;
   row.threadIndex = worker;
   row.space = &grid.space;
   row.index = grid.Index(0, j, k);
-  row.weights = scratch.weights.data();
-  if (!constraints_.empty()) {
-    std::fill(scratch.open.begin(), scratch.open.end(), std::uint8_t(1));
-    EvaluateChain(constraints_, {row, scratch.weights.data(), scratch.open.data()}, this);
-  }
+  row.weights = weights_.Row(j, k);
   for (ChannelOperator* op : ports_.operators) {
     if (op->IsEnabled()) op->ProcessRow(row);
   }
@@ -163,6 +160,7 @@ void Grid_CellEmitter::Finish() {
     }
     for (const auto& constraint : ports_.constraints) constraint->Finish();
   }
+  weights_.Release();
   ports_.constraints.clear();
   constraints_.clear();
   SetFlag(NodeActive, false);

@@ -6,7 +6,7 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
-#include "fluids/constraints/Constraint.h"
+#include "fluids/constraints/CellWeights.h"
 #include "fluids/emitters/ChannelOperator.h"
 #include "fluids/grids/WorkSplit.h"
 
@@ -31,6 +31,7 @@ class Grid_CellEmitter final : public iObject {
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_GRID); }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
   void CheckDirty() override;
   void Prepare(iBase* caller = nullptr) override;
@@ -40,11 +41,6 @@ class Grid_CellEmitter final : public iObject {
   void VisitOutputs(StateVisitor& visitor) override;
 
  private:
-  struct RowScratch {
-    std::vector<double> weights;
-    std::vector<std::uint8_t> open;
-  };
-
   iObject* Target() const;
   const ScalarGrid* FirstGrid() const;
   void CloneConstraints();
@@ -52,7 +48,7 @@ class Grid_CellEmitter final : public iObject {
 
   Grid_CellEmitterPortData ports_;
   LayerSlabs slabs_;
-  std::vector<RowScratch> scratch_;       // one a worker
+  CellWeights weights_;
   std::vector<Constraint*> constraints_;  // of the clones
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "fluids/level_sets/InsideCells.h"
 #include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
@@ -11,20 +12,6 @@ namespace {
 
 constexpr std::int32_t kPriority = 10;
 constexpr std::int32_t kPairSubType = 90, kParticleToGridSubType = 8;
-
-// Marks the cells of a row whose level set, as the mean of their eight corners, isn't above 0. False when none is.
-bool MarkInside(const GridView<const double>& nodes, std::int32_t begin, std::int32_t end, std::int32_t j,
-                std::int32_t k, std::uint8_t* inside) {
-  const double* p = nodes.data + nodes.Index(0, j, k);
-  const double *q = p + nodes.dims.x, *r = p + nodes.slab, *s = q + nodes.slab;
-  std::uint8_t any = 0;
-  for (std::int32_t i = begin; i < end; ++i) {
-    const double sum = p[i] + p[i + 1] + q[i] + q[i + 1] + r[i] + r[i + 1] + s[i] + s[i + 1];
-    inside[i] = sum * 0.125 <= 0 ? 1 : 0;
-    any |= inside[i];
-  }
-  return any != 0;
-}
 
 // The cells of a level set that emit: all but the outer ones.
 VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
@@ -50,7 +37,7 @@ const TypeInfo& ObjectGridEmitter::Type() {
       .id = 1300005,
       .resource = "zq_gridemitter",
       .className = "C4D_GridEmitter_Object",
-      .label = "Grid Emitter",
+      .label = "Emitter::Grid",
       .text = "Fills channels inside a volume: smoke, heat, fuel, or the expansion of a solver's fluid.",
       .kinds = kLinkEmitter,
       .parameters = kParameters,
@@ -93,6 +80,72 @@ bool ObjectGridEmitter::ResolveLinks() {
   return resolved && volume && !pairs.empty();
 }
 
+void ObjectGridEmitter::Advise() {
+  if (!volume) return Warn("no-volume", "no volume is linked, so it fills nothing; link one as \"volume\"");
+  if (pairs.empty())
+    return Warn("no-pairs", "it has no pairs, so it fills nothing; list pairs of channel and settings");
+  Reach(Progress::Linked);
+  for (const ChannelPair* pair : pairs) {
+    if (!pair->scalarTarget && pair->vectorTarget) {
+      Warn("vector-channel:" + pair->DisplayName(), "it fills scalar channels only, and \"" + pair->DisplayName() +
+                                                        "\" has a vector channel; link a scalar one there");
+    }
+    const ChannelBase_Scalar* target = pair->scalarTarget;
+    const bool isChannel =
+        target && scene->Retrieve(target->handler.hostObject(), NODE_CHANNEL, RETRIEVE_SCALAR, RETRIEVE_ANY) == target;
+    if (!isChannel || target->clearEachStep || scene->IsMoved(*target) || scene->IsPlayed(*target)) continue;
+    target->Warn("not-carried", "\"" + DisplayName() +
+                                    "\" fills it and nothing carries it, so what is emitted stays where it is; add a "
+                                    "grid_advection that links it");
+  }
+  if (simulationInfo->time == 0) AdvisePlace();
+}
+
+void ObjectGridEmitter::AdvisePlace() {
+  Vec3D min, max;
+  if (!volume->StillBox(min, max)) return;
+  const std::string thin = TooThinText(max - min, GetSimulationSpace().cellSize);
+  if (!thin.empty()) return Warn("no-cell", "nothing is emitted, because of its volume: " + thin);
+  std::string containers;
+  bool outside = true;
+  scene->ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    const auto* solver = dynamic_cast<const iSolver*>(&node);
+    Vec3D low, high;
+    if (!solver || !solver->IsEnabled() || !solver->WholeContainer(low, high)) return;
+    const bool apart =
+        max.x < low.x || max.y < low.y || max.z < low.z || min.x > high.x || min.y > high.y || min.z > high.z;
+    outside = outside && apart;
+    containers += (containers.empty() ? "\"" : ", \"") + solver->DisplayName() + "\"";
+  });
+  if (outside && !containers.empty()) WarnOutside(containers);
+}
+
+void ObjectGridEmitter::WarnOutside(const std::string& containers) {
+  Warn("outside", "its volume lies outside the container of " + containers +
+                      ", so nothing is emitted there; move it, or place the container around it");
+}
+
+void ObjectGridEmitter::Reach(Progress progress) {
+  Progress before = progress_.load(std::memory_order_relaxed);
+  while (before < progress && !progress_.compare_exchange_weak(before, progress, std::memory_order_relaxed)) {
+  }
+}
+
+void ObjectGridEmitter::Conclude() {
+  switch (progress_.load()) {
+    case Progress::Linked:
+      return Warn("nothing-emitted",
+                  "nothing was emitted: it was never active in the frames of this run; its durations, "
+                  "or a volume without polygons, kept it from it");
+    case Progress::InContainer:
+      return Warn("nothing-emitted",
+                  "nothing was emitted: its values, durations, falloffs and constraints left nothing of it; see which "
+                  "of them is 0");
+    default:
+      return;
+  }
+}
+
 void ObjectGridEmitter::ReleaseLinks() {
   pairs.clear();
   constraints.clear();
@@ -133,23 +186,26 @@ void ObjectGridEmitter::Prepare(iBase*) {
   if (members_.empty() || !members_.front()->HasLevelSet()) return;
   std::erase_if(members_, [](const VolumeBase* member) { return !member->HasLevelSet(); });
   if (!PrepareSources()) return;
+  Reach(Progress::Acting);
   for (Constraint* constraint : constraints) constraint->Prepare(this);
   SetFlag(NodeActive, true);
 }
 
-// False when no pair is active.
+// False when no pair is active. What a cache plays back isn't filled.
 bool ObjectGridEmitter::PrepareSources() {
   weights_.assign(pairs.size(), 1.0);
   sources_.clear();
   bool active = false;
   for (std::size_t p = 0; p < pairs.size(); ++p) {
     const auto* settings = dynamic_cast<const GridEmissionSettings*>(pairs[p]->settings);
-    if (!settings) continue;
+    const ChannelBase_Scalar* target = pairs[p]->scalarTarget;
+    const bool played = target && target->HasFlag(NodeFromCache);
+    if (played) Reach(Progress::Emitted);
+    if (!settings || played) continue;
     const Duration* duration = settings->duration && settings->duration->IsEnabled() ? settings->duration : nullptr;
     const bool on = !duration || duration->IsActive(simulationInfo->time, weights_[p]);
     if (!on) weights_[p] = 0;
     active |= on;
-    const ChannelBase_Scalar* target = pairs[p]->scalarTarget;
     if (!target || !target->grid || weights_[p] == 0) continue;
     const double amount = settings->BaseAmount(simulationInfo->substepDuration);
     const GridEmissionWriter writer = CreateEmissionHandler(*target)->Writer(settings->Emission());
@@ -178,9 +234,7 @@ void ObjectGridEmitter::Setup() {
     }
   }
   if (low >= high) return;
-  // A constraint may read the very channel that is filled: then one worker does it all, in the volume's order.
-  const int workers = constraints.empty() ? std::clamp(scene->threadCount, 1, WorkerPool::kMaxWorkers) : 1;
-  const int pieces = std::min(workers, high - low);
+  const int pieces = std::min(std::clamp(scene->threadCount, 1, WorkerPool::kMaxWorkers), high - low);
   for (int w = 0; w < pieces; ++w) {
     const std::int64_t span = high - low;
     layers_.push_back(
@@ -188,45 +242,77 @@ void ObjectGridEmitter::Setup() {
   }
   layers_.front().begin = std::numeric_limits<std::int32_t>::min();
   layers_.back().end = std::numeric_limits<std::int32_t>::max();
-  scratch_.resize(layers_.size());
+  scratch_.resize(std::max(layers_.size(), static_cast<std::size_t>(scene->pool().count())));
   for (RowScratch& scratch : scratch_) {
     const std::size_t cells = static_cast<std::size_t>(rowCells_);
-    scratch.inside.resize(cells), scratch.open.resize(cells);
-    scratch.amounts.resize(cells * sources_.size());
+    scratch.distances.resize(cells), scratch.open.resize(cells);
+    scratch.amounts.assign(RowValues(), 0.0);
   }
+  if (!constraints.empty()) AskConstraints();
 }
 
 void ObjectGridEmitter::Process(ProcessData& data) {
   if (!IsActive() || data.threadIndex >= static_cast<std::int32_t>(layers_.size())) return;
   const LayerRange& layers = layers_[static_cast<std::size_t>(data.threadIndex)];
-  for (const VolumeBase* member : members_) {
-    const VecInt3D end = CellsEnd(*member);
-    const GridSpace& space = member->LevelSet()->space;
+  for (std::size_t m = 0; m < members_.size(); ++m) {
+    const VecInt3D end = CellsEnd(*members_[m]);
+    const GridSpace& space = members_[m]->LevelSet()->space;
     for (std::int32_t k = 1; k < end.z; ++k) {
       if (data.hostThread && data.hostThread->TestBreak()) return;
       const bool reaches = std::any_of(sources_.begin(), sources_.end(), [&](const Source& source) {
         const LayerRange range = source.writer.LayersOf(CellCentre(space, 0, 0, k).z);
         return range.begin < layers.end && layers.begin < range.end;
       });
-      for (std::int32_t j = 1; reaches && j < end.y; ++j) EmitRow(*member, j, k, data.threadIndex, layers);
+      for (std::int32_t j = 1; reaches && j < end.y; ++j) EmitRow(m, j, k, data.threadIndex, layers);
     }
   }
 }
 
-void ObjectGridEmitter::EmitRow(const VolumeBase& member, std::int32_t j, std::int32_t k, std::int32_t worker,
-                                const LayerRange& layers) {
+// What each source puts into the cells of a row, source after source; null when none of the volume is there.
+const double* ObjectGridEmitter::FindAmounts(const VolumeBase& member, std::int32_t j, std::int32_t k,
+                                             std::int32_t worker) {
   RowScratch& scratch = scratch_[static_cast<std::size_t>(worker)];
   const ScalarGrid& nodes = *member.LevelSet();
   const std::int32_t end = CellsEnd(member).x;
-  if (!MarkInside(nodes, 1, end, j, k, scratch.inside.data())) return;
+  if (!(MeanDistances(nodes, 1, end, j, k, scratch.distances.data()) <= 0)) return nullptr;
   for (std::size_t s = 0; s < sources_.size(); ++s) FindAmounts(member, s, j, k, worker);
+  return scratch.amounts.data();
+}
+
+// Asks the constraints for all cells before the first one is written: one may read the very channel that is filled, and
+// sees the same values at any number of workers.
+void ObjectGridEmitter::AskConstraints() {
+  WorkerPool& pool = scene->pool();
+  for (const VolumeBase* member : members_) {
+    const VecInt3D end = CellsEnd(*member);
+    asked_.push_back(scene->scratch().Take<double>({static_cast<std::int32_t>(RowValues()), end.y, end.z}));
+    Grid<double>& asked = *asked_.back();
+    ParallelRange(pool, 1, end.z, [&](int first, int last, int worker) {
+      for (std::int32_t k = first; k < last && !pool.Broken(); ++k) {
+        for (std::int32_t j = 1; j < end.y; ++j) {
+          const double* amounts = FindAmounts(*member, j, k, worker);
+          double* row = asked.data + asked.Index(0, j, k);
+          amounts ? std::copy_n(amounts, RowValues(), row) : std::fill_n(row, RowValues(), 0.0);
+        }
+      }
+    });
+  }
+}
+
+void ObjectGridEmitter::EmitRow(std::size_t m, std::int32_t j, std::int32_t k, std::int32_t worker,
+                                const LayerRange& layers) {
+  const VolumeBase& member = *members_[m];
+  const double* amounts =
+      constraints.empty() ? FindAmounts(member, j, k, worker) : asked_[m]->data + asked_[m]->Index(0, j, k);
+  if (!amounts) return;
+  const GridSpace& space = member.LevelSet()->space;
+  const std::int32_t end = CellsEnd(member).x;
   // Cell by cell, and in a cell pair by pair: pairs may have one target.
   for (std::int32_t i = 1; i < end; ++i) {
-    if (!scratch.inside[static_cast<std::size_t>(i)]) continue;
-    const Vec3D point = CellCentre(nodes.space, i, j, k);
     for (std::size_t s = 0; s < sources_.size(); ++s) {
-      const double amount = scratch.amounts[s * static_cast<std::size_t>(rowCells_) + static_cast<std::size_t>(i)];
-      if (amount != 0) sources_[s].writer.Emit(sources_[s].settings->Value() * amount, point, layers);
+      const double amount = amounts[s * static_cast<std::size_t>(rowCells_) + static_cast<std::size_t>(i)];
+      if (amount == 0) continue;
+      sources_[s].writer.Emit(sources_[s].settings->Value() * amount, CellCentre(space, i, j, k), layers);
     }
   }
 }
@@ -243,23 +329,39 @@ void ObjectGridEmitter::FindAmounts(const VolumeBase& member, std::size_t index,
   row.space = &space;
   row.amounts = scratch.amounts.data() + index * static_cast<std::size_t>(rowCells_);
   row.open = scratch.open.data();
+  bool contained = false, emitted = false;
   for (std::int32_t i = row.begin; i < row.end; ++i) {
-    const bool emits =
-        scratch.inside[static_cast<std::size_t>(i)] && LatticeContainsPoint(*source.target, row.Position(i));
+    const bool inside = scratch.distances[static_cast<std::size_t>(i)] <= 0;
+    const bool emits = inside && LatticeContainsPoint(*source.target, row.Position(i));
+    contained |= emits;
     row.amounts[i] = emits ? source.amount : 0;
-    row.open[i] = emits && source.amount != 0 ? 1 : 0;
+    row.open[i] = row.amounts[i] != 0 ? 1 : 0;
   }
+  if (!contained) return;
+  Reach(Progress::InContainer);
   if (!constraints.empty()) EvaluateChain(constraints, row, this);
   const bool needsDepth = source.settings->falloff != GridEmissionSettings::Falloff::None;
   for (std::int32_t i = row.begin; i < row.end; ++i) {
     if (row.amounts[i] == 0) continue;
     const double depth = needsDepth ? member.DepthWorld(row.Position(i)) : 0;
     row.amounts[i] *= source.settings->FalloffFactor(depth, source.weight);
+    emitted |= row.amounts[i] != 0 && source.settings->Value() != 0;
   }
+  if (emitted) Reach(Progress::Emitted);
+}
+
+// In this sub-step it was active and no cell of its volume lay in a container.
+void ObjectGridEmitter::WarnOfPlace() {
+  const bool fills = std::any_of(members_.begin(), members_.end(), [&](const VolumeBase* member) {
+    return HasInsideCell(*member->LevelSet(), scene->pool());
+  });
+  if (fills) return WarnOutside("its channels");
+  Warn("no-cell", "its volume fills no cell, so nothing is emitted; make it larger, or voxel_size smaller");
 }
 
 void ObjectGridEmitter::Finish() {
   if (IsActive()) {
+    if (progress_.load() == Progress::Acting && !scene->TestBreak()) WarnOfPlace();
     for (Constraint* constraint : constraints) constraint->Finish();
   }
   SetFlag(NodeActive, false);
@@ -267,6 +369,7 @@ void ObjectGridEmitter::Finish() {
   sources_.clear();
   members_.clear();
   layers_.clear();
+  asked_.clear();
 }
 
 void ObjectGridEmitter::VisitOutputs(StateVisitor& visitor) {

@@ -4,6 +4,7 @@
 // Workers divide the layers of the channels, not those of the volume: each goes through the volume's cells in their
 // order and writes only its own layers, so that what meets in one cell meets there in one order whatever their number.
 
+#include <atomic>
 #include <vector>
 
 #include "fluids/channels/ChannelPair.h"
@@ -28,6 +29,8 @@ class ObjectGridEmitter final : public ObjectVolume {
   void ExtendBounds(Vec3D& min, Vec3D& max) override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
+  void Conclude() override;
   void ReleaseLinks() override;
   void CheckDirty() override;
   bool ComesBefore(const iBase& other) const override;
@@ -51,12 +54,22 @@ class ObjectGridEmitter final : public ObjectVolume {
   };
   // A worker's row of the volume.
   struct RowScratch {
-    std::vector<std::uint8_t> inside, open;
+    std::vector<double> distances;  // of the cells, as the mean of their corners
+    std::vector<std::uint8_t> open;
     std::vector<double> amounts;  // of each source in turn
   };
 
+  // How far it came towards a value in a cell, since the run began.
+  enum class Progress : std::int32_t { Idle, Linked, Acting, InContainer, Emitted };
+  void Reach(Progress progress);
+  void AdvisePlace();
+  void WarnOutside(const std::string& containers);
+  void WarnOfPlace();
   bool PrepareSources();
-  void EmitRow(const VolumeBase& member, std::int32_t j, std::int32_t k, std::int32_t worker, const LayerRange& layers);
+  std::size_t RowValues() const { return static_cast<std::size_t>(rowCells_) * sources_.size(); }
+  void AskConstraints();
+  void EmitRow(std::size_t member, std::int32_t j, std::int32_t k, std::int32_t worker, const LayerRange& layers);
+  const double* FindAmounts(const VolumeBase& member, std::int32_t j, std::int32_t k, std::int32_t worker);
   void FindAmounts(const VolumeBase& member, std::size_t source, std::int32_t j, std::int32_t k, std::int32_t worker);
 
   std::vector<double> weights_;  // of each pair
@@ -64,7 +77,9 @@ class ObjectGridEmitter final : public ObjectVolume {
   std::vector<VolumeBase*> members_;
   std::vector<LayerRange> layers_;  // of the channels, one a worker
   std::vector<RowScratch> scratch_;
+  std::vector<ScratchPool::Lease<double>> asked_;  // rows of amounts of each member, where there are constraints
   std::int32_t rowCells_ = 0;
+  std::atomic<Progress> progress_{Progress::Idle};
 };
 
 }  // namespace orlix

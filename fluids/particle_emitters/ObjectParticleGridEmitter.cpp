@@ -60,7 +60,7 @@ const TypeInfo& ObjectParticleGridEmitter::Type() {
       .id = 1300006,
       .resource = "zq_particlegridemitter",
       .className = "C4D_ParticleGridEmitter_Object",
-      .label = "Particle Grid Emitter",
+      .label = "Emitter::Particle In Volume",
       .text =
           "Fills a volume, or a band about its surface, with particles on a jittered lattice. Places that are too "
           "close "

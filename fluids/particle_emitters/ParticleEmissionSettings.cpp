@@ -22,11 +22,11 @@ const TypeInfo& ParticleEmissionSettings::Type() {
       .id = 1300026,
       .resource = "zq_particlemesh_emission_setting",
       .className = "C4D_ParticleEmissionSettings_Object",
-      .label = "Particle Emission Settings",
+      .label = "Settings::Particle Emission",
       .text = "How many particles an emitter makes, when, and how they start.",
       .kinds = kLinkSettings,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = PlainNodeParameters(),
   };
   return kType;
 }

@@ -194,7 +194,10 @@ TEST(ObjectGridEmitter, RestsWithoutAVolumeOrPairs) {
     scene.emitter->Set(missing, missing == 1002 ? Value(LinkValue{}) : scene.ListOf({}));
     const ScalarGrid& grid = scene.Emitted();
     EXPECT_EQ(test::SumOf(grid), 0);
-    EXPECT_TRUE(scene.warnings.empty());
+    const auto& told = scene.observer.warnings.all();
+    EXPECT_TRUE(std::any_of(told.begin(), told.end(), [&](const Warning& warning) {
+      return warning.node == "Scene/Source" && warning.key == (missing == 1002 ? "no-volume" : "no-pairs");
+    }));
   }
 }
 
