@@ -43,10 +43,12 @@ constexpr GradientKnot kWhite[] = {{0, {1, 1, 1}}, {1, {1, 1, 1}}};
 constexpr GradientKnot kRamp[] = {{0, {0, 0, 0}}, {1, {1, 1, 1}}};
 constexpr GradientKnot kFire[] = {{0, {0, 0, 0}}, {0.25, {0.35, 0.02, 0}}, {0.6, {1, 0.35, 0.03}}, {1, {1, 0.9, 0.55}}};
 
+constexpr double kLeastStep = 0.01;  // cells: a ray through a thousand of them ends within 100,000 steps
+
 StepSettings ReadSteps(const BaseObject& m, int jitter, int fine, int coarse) {
   StepSettings steps;
   steps.jitter = m.GetDouble(jitter);
-  steps.fine = m.GetDouble(fine);
+  steps.fine = std::max(m.GetDouble(fine), kLeastStep);
   steps.coarse = std::max(steps.fine, m.GetDouble(coarse));
   return steps;
 }
@@ -72,9 +74,10 @@ const TypeInfo& GasSettings::Type() {
       ChoiceParameter(kCopyInterpolationId, "copy_interpolation", Interpolation::Trilinear, kInterpolations,
                       "Interpolation of copies of another resolution"),
       FloatParameter(kJitterId, "jitter", 1.0, "steps", "Random start of a ray, against banding").Between(0, 1),
-      FloatParameter(kFineStepId, "fine_step", 2.0, "cells", "Step inside the gas").Above(0),
-      FloatParameter(kCoarseStepId, "coarse_step", 5.0, "cells", "Step in empty space; at least the fine one").Above(0),
-      IntParameter(2156, "quality", 0, "", "Kept; no step reads it").Hidden(),
+      FloatParameter(kFineStepId, "fine_step", 2.0, "cells", "Step inside the gas").Min(kLeastStep),
+      FloatParameter(kCoarseStepId, "coarse_step", 5.0, "cells", "Step in empty space; at least the fine one")
+          .Min(kLeastStep),
+      IntParameter(2156, "quality", 0, "", "Kept; no step reads it").Hidden().Unread(),
       BoolParameter(kStopWhenOpaqueId, "stop_when_opaque", true, "End a ray where nothing shines through any more"),
       ListParameter(kExcludedLightsId, "excluded_lights", kLinkLight, "Lights that don't light the gas"),
       BoolParameter(kTrapezoidId, "trapezoid", true, "Average each step with the one before"),
@@ -82,7 +85,7 @@ const TypeInfo& GasSettings::Type() {
       FloatParameter(kFallbackDensityId, "fallback_density", 0.02, "", "Density of flames where there is no smoke")
           .Min(0),
       FloatParameter(kSmokeShiftId, "smoke_shift", 0.05, "s", "Shift of smoke samples along the velocity"),
-      BoolParameter(2226, "use_gradient", true, "Kept; no step reads it").Hidden(),
+      BoolParameter(2226, "use_gradient", true, "Kept; no step reads it").Hidden().Unread(),
       GradientParameter(kSmokeGradientId, "smoke_gradient", kWhite, "Colour of the smoke by density"),
       BoolParameter(kRawDensityId, "raw_density", true, "Take the density as it is; noise is worked into the copy"),
       FloatParameter(kDensityMultiplierId, "density_multiplier", 1.0, "", "Factor of the density").Min(0),
@@ -135,9 +138,10 @@ const TypeInfo& GasSettings::Type() {
                     "Constraints that scale the phase function"),
 
       FloatParameter(kShadowJitterId, "shadow_jitter", 1.0, "steps", "Random start of rays to lights").Between(0, 1),
-      FloatParameter(kShadowFineStepId, "shadow_fine_step", 2.0, "cells", "Step inside the gas, to lights").Above(0),
+      FloatParameter(kShadowFineStepId, "shadow_fine_step", 2.0, "cells", "Step inside the gas, to lights")
+          .Min(kLeastStep),
       FloatParameter(kShadowCoarseStepId, "shadow_coarse_step", 5.0, "cells", "Step in empty space, to lights")
-          .Above(0),
+          .Min(kLeastStep),
       VectorParameter(kShadowDensityId, "shadow_density", {0.1, 0.1, 0.1}, "1/host unit",
                       "How dark the gas shades itself")
           .Min(0),
@@ -149,11 +153,11 @@ const TypeInfo& GasSettings::Type() {
       FloatParameter(kLightMapBlurSigmaId, "light_map_blur_sigma", 0.7, "cells", "Blur of the light maps: width")
           .Between(0, 50)
           .ShownWhen(kLightMapBlurId, Relation::Above, 0),
-      FloatParameter(2459, "light_map_factor", 1.0, "", "Kept; no step reads it").Hidden(),
+      FloatParameter(2459, "light_map_factor", 1.0, "", "Kept; no step reads it").Hidden().Unread(),
       BoolParameter(kShadowTrapezoidId, "shadow_trapezoid", false, "Average each step to a light with the one before"),
       ListParameter(kShadowFiltersId, "shadow_filters", kLinkConstraint, "Constraints that scale the shadow density"),
       VectorParameter(2462, "swatch", {0, 0, 0}, "", "Colour swatch of an interface").Hidden(),
-      IntParameter(2463, "diffuse_maps", 1, "", "Kept; no step reads it").Hidden(),
+      IntParameter(2463, "diffuse_maps", 1, "", "Kept; no step reads it").Hidden().Unread(),
 
       BoolParameter(kSurfaceShadowsId, "surface_shadows", true, "Surfaces shade the gas"),
       BoolParameter(kCastShadowsId, "cast_shadows", false, "The gas shades surfaces"),
@@ -161,9 +165,10 @@ const TypeInfo& GasSettings::Type() {
           .Between(0, 1)
           .ShownWhen(kCastShadowsId, Relation::Is, 1),
       FloatParameter(kCastJitterId, "cast_jitter", 1.0, "steps", "Random start in the gas's shadow").Between(0, 1),
-      FloatParameter(kCastFineStepId, "cast_fine_step", 2.0, "cells", "Step inside the gas, in its shadow").Above(0),
+      FloatParameter(kCastFineStepId, "cast_fine_step", 2.0, "cells", "Step inside the gas, in its shadow")
+          .Min(kLeastStep),
       FloatParameter(kCastCoarseStepId, "cast_coarse_step", 5.0, "cells", "Step in empty space, in its shadow")
-          .Above(0),
+          .Min(kLeastStep),
       VectorParameter(kCastColourId, "cast_colour", {1, 1, 1}, "",
                       "Colour of the gas's shadow: black is dark, white none")
           .Min(0),
@@ -175,7 +180,7 @@ const TypeInfo& GasSettings::Type() {
           .Min(0)
           .ShownWhen(kSurfaceShadowsId, Relation::Is, 1),
 
-      IntParameter(2550, "fire_mode", 0, "", "Kept; no step reads it").Hidden(),
+      IntParameter(2550, "fire_mode", 0, "", "Kept; no step reads it").Hidden().Unread(),
       FloatParameter(kFireShiftId, "fire_shift", 0.02, "s", "Shift of fire samples along the velocity"),
       FloatParameter(kGatherBoostId, "gather_boost", 5.0, "", "Factor of the gas's light on surfaces around").Min(0),
       ChoiceParameter(kFlameSourceId, "flame_source", FlameSource::Temperature, kFlames, "What makes a flame"),
