@@ -52,6 +52,13 @@ struct RenderCommandOptions : FrameOptions {
 };
 Status RenderCommand(const Program& program, const RenderCommandOptions& options);
 
+struct CacheCommandOptions : SceneOptions {
+  std::string cache;  // a cache's name or path; empty for all
+  std::optional<int> frame;
+  bool remove = false, yes = false;
+};
+Status CacheCommand(const Program& program, const CacheCommandOptions& options);
+
 struct ParamsOptions {
   std::string type, markdown;
   bool schema = false;

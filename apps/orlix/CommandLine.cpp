@@ -95,6 +95,17 @@ void AddValidate(CLI::App& parent, CommandLine& line) {
   AddScene(*words.app, *words.options);
 }
 
+void AddCache(CLI::App& parent, CommandLine& line) {
+  const Words<CacheCommandOptions> words(parent, line, "cache", "Say what a scene's caches hold, or delete them",
+                                         CacheCommand);
+  CacheCommandOptions& options = *words.options;
+  AddScene(*words.app, options);
+  words.app->add_option("--cache", options.cache, "Name of one cache; all without it");
+  words.app->add_option("--frame", options.frame, "Frame whose file is looked into; the scene's first without it");
+  auto* remove = words.app->add_flag("--delete", options.remove, "Delete the frames");
+  words.app->add_flag("--yes", options.yes, "Without asking")->needs(remove);
+}
+
 void AddInfo(CLI::App& parent, CommandLine& line) {
   const Words<std::string> words(parent, line, "info",
                                  "Say what is in a file; with --json a scene as it was understood", InfoCommand);
@@ -150,7 +161,8 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   app.require_subcommand(1);
   app.fallthrough();
   AddGlobalOptions(app, line.options);
-  for (const auto add : {AddRun, AddRender, AddValidate, AddInfo, AddVerify, AddParams, AddConvert}) add(app, line);
+  for (const auto add : {AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert})
+    add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
   std::reverse(words.begin(), words.end());  // the parser takes them from the back
   try {
