@@ -75,11 +75,15 @@ void VolumeBase::TakeBounds() {
 
 bool VolumeBase::PrepareGrid() {
   const double nodes = (resolution.x + 1.0) * (resolution.y + 1.0) * (resolution.z + 1.0);
-  if (!IsFinite(boundsMin) || !IsFinite(boundsMax) || std::min({resolution.x, resolution.y, resolution.z}) < 1 ||
-      !(nodes <= double(kMaxGridCells))) {
-    Warn("level-set-size", fmt::format("a level set of {} x {} x {} cells can't be made: it needs 1 to {:.0f} nodes",
-                                       resolution.x, resolution.y, resolution.z, double(kMaxGridCells)));
+  if (!IsFinite(boundsMin) || !IsFinite(boundsMax) || std::min({resolution.x, resolution.y, resolution.z}) < 1) {
+    Warn("level-set-size", fmt::format("a level set of {} x {} x {} cells can't be made; see where its object is",
+                                       resolution.x, resolution.y, resolution.z));
     FreeLevelSet();
+    return false;
+  }
+  if (!(nodes <= double(kMaxGridCells))) {
+    FreeLevelSet();
+    scene->FailForMemory(*this, resolution);
     return false;
   }
   try {

@@ -4,6 +4,7 @@
 
 #include <numeric>
 
+#include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/constraints/VolumeConstraint.h"
 #include "fluids/dynamics/Force.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
@@ -326,6 +327,25 @@ TEST(EmitterThreads, AnyNumberOfWorkersGivesTheSameBits) {
       EXPECT_GT(std::accumulate(values.begin(), values.end(), 0.0), 1) << "mode " << mode << ", spread " << spread;
     }
   }
+}
+
+// Where nothing is yet; a spread value reaches into the next rows before their turn comes.
+TEST(EmitterThreads, AConstraintSeesWhatTheFilledChannelHeldBefore) {
+  const auto sums = test::SameForAnyWorkers([](int workers) {
+    EmitterScene scene(workers);
+    scene.settings->Set(GridEmissionSettings::kSpreadId, std::int64_t(1));
+    BaseObject& empty = scene.Add("constraint_gridvalue", "Empty");
+    empty.Set(GridValueConstraint::kChannelId, scene.LinkTo(*scene.smoke));
+    empty.Set(GridValueConstraint::kTestId, GridValueConstraint::Test::Equal);
+    empty.Set(GridValueConstraint::kUseCurveId, std::int64_t(0));
+    scene.emitter->Set(kConstraintsId, scene.ListOf({&empty}));
+    scene.Geometry("Ball").Set(kPositionId, scene.Centre() + Vec3D(0.3, 0.2, 0.4) * scene.cellSize);
+    const ScalarGrid& grid = scene.Emitted();
+    const int inside = scene.ForEachInside(grid, [](int, int, int, const Vec3D&, bool) {});
+    return std::vector<double>{test::SumOf(grid), 8 * scene.Dt() * inside};
+  });
+  EXPECT_GT(sums[1], 10);
+  EXPECT_NEAR(sums[0], sums[1], 0.02 * sums[1]);
 }
 
 // --- forces ----------------------------------------------------------------------------------------------------------

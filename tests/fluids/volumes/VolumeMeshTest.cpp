@@ -315,20 +315,23 @@ TEST(VolumeMesh, SaysWhyThereIsNoLevelSet) {
 }
 
 TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
-  VolumeScene scene;
-  scene.sphere->Set(kSphereRadius, 1e9);
-  scene.Step(0);
-  EXPECT_FALSE(scene.volume().HasLevelSet());
-  EXPECT_NE(scene.warnings.at(0).second.find("cells"), std::string::npos);
-  SetGridMemoryBudget(1 << 20);
-  scene.sphere->Set(kSphereRadius, 500.0);
-  scene.Step(1);
-  SetGridMemoryBudget(0);
-  EXPECT_FALSE(scene.volume().HasLevelSet());
-  const auto& failure = scene.scene().failure();
-  ASSERT_TRUE(failure);
-  EXPECT_EQ(failure->kind, ErrorKind::Memory);
-  EXPECT_NE(failure->text.find("MB"), std::string::npos) << failure->text;
+  const struct {
+    double radius;
+    std::int64_t budget;
+    const char* unit;
+  } cases[] = {{500.0, 1 << 20, "MB"}, {1e7, 0, "TB"}};
+  for (const auto& c : cases) {
+    VolumeScene scene;
+    SetGridMemoryBudget(c.budget);
+    scene.sphere->Set(kSphereRadius, c.radius);
+    scene.Step(0);
+    SetGridMemoryBudget(0);
+    EXPECT_FALSE(scene.volume().HasLevelSet());
+    const auto& failure = scene.scene().failure();
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->kind, ErrorKind::Memory);
+    EXPECT_NE(failure->text.find(c.unit), std::string::npos) << failure->text;
+  }
 }
 
 TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
@@ -337,7 +340,7 @@ TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
   roof.polygons = {{0, 1, 2, 3}, {1, 4, 2, 2}};
   roof.textureCoordinates = {{{{0, 0}, {1, 0}, {1, 1}, {0, 1}}}, {{{0.5, 0}, {0.75, 0}, {0.5, 1}, {9, 9}}}};
   const Vec3D up{0, -1, 1};
-  roof.normals = {{up, up, up, up}, {up, up, up, Vec3D(5, 5, 5)}};
+  roof.normals.assign(roof.points.size(), up);
   TriMeshSTL mesh;
   LMatrix flat;  // squeezes z: the normal turns the other way
   flat.v3 = {0, 0, 0.5};
