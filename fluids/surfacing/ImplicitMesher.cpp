@@ -214,7 +214,7 @@ void ImplicitMesher::ShowMesh() {
     }
   }
   shown.attributes = vertexData_.Sample(mesh_, scene->pool());
-  if (const auto* curvatures = mesh_.pointAttributes.FindReal(PP::Curvature)) {
+  if (const auto* curvatures = mesh_.pointAttributes.Find<double>(PP::Curvature)) {
     shown.attributes.push_back({"curvature", 1, *curvatures});
   }
 }

@@ -123,7 +123,7 @@ void MeshCurvatureOperator::Work(TriMeshSTL& mesh, const MeshAdjacency& adjacenc
   MeanCurvatures(mesh, adjacency, scene->pool(), curvatures, areas);
   if (smooth_) curvatures = SmoothByArea(mesh, adjacency, scene->pool(), curvatures, areas);
   mesh.pointAttributes.Resize(static_cast<std::size_t>(mesh.PointCount()));
-  std::vector<double>& stored = mesh.pointAttributes.RealColumn(PP::Curvature);
+  std::vector<double>& stored = mesh.pointAttributes.Column<double>(PP::Curvature);
   for (std::size_t p = 0; p < shares.size(); ++p) {
     if (shares[p] != 0) stored[p] = curvatures[p];
   }
