@@ -13,7 +13,8 @@ enum class GeometryChange {
 };
 
 // Points go through the matrix and the scale from host units to metres; quads become two triangles. Texture coordinates
-// come along where the object has them; with withNormals its normals, too, as unit vectors under kPointNormalId. On failure the mesh is as it was.
+// come along where the object has them; with withNormals its normals, too, as unit vectors under kPointNormalId. On
+// failure the mesh is as it was.
 GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& matrix, const Vec3D& simPerHost,
                                 TriMeshSTL& mesh, bool withNormals = false);
 
