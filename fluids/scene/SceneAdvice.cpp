@@ -5,6 +5,7 @@
 #include <set>
 
 #include "fluids/scene/OrlixScene.h"
+#include "fluids/scene/RootObject.h"
 
 namespace orlix {
 
@@ -60,6 +61,15 @@ bool ActsThroughLinks(const iBase& node) {
 }  // namespace
 
 void AdviseObjects(OrlixScene& scene) {
+  const BaseObject& root = *scene.GetHostObject();
+  const double cell = root.GetDouble(RootSettings::kVoxelSizeId);
+  const double ofPictures = root.GetDouble(RootSettings::kRenderVoxelSizeId);
+  if (scene.rendering && ofPictures > cell) {
+    scene.Warn(root.Path(), "coarse-pictures",
+               fmt::format("pictures are simulated in cells of {} m, runs and previews in finer ones of {} m; set "
+                           "\"render_voxel_size\"",
+                           ofPictures, cell));
+  }
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
