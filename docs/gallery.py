@@ -17,6 +17,7 @@ MOST_BYTES, MOST_BYTES_IN_ALL = 80 << 10, 2 << 20
 
 # Name of the scene, the frame that is shown, what there is to see.
 SCENES = [
+    ("demo", 70, "Smoke rises around a scanned rabbit."),
     ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
     ("plume_around_obstacle", 90, "A plume meets a ball, parts and closes again, in a low sun."),
     ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
@@ -33,7 +34,7 @@ SCENES = [
 ]
 HEAD = """# Gallery
 
-Every scene of [scenes/](../scenes), and [the demo](../scenes/demo) in the README. The time is that of all frames of the
+Every scene of [scenes/](../scenes). The time is that of all frames of the
 scene, simulation and pictures, in processor seconds of an AMD EPYC: two idle cores take a little more than half of it.
 `./dev gallery` makes everything on this page anew, `./dev gallery --quick NAME` one picture.
 """
@@ -57,7 +58,10 @@ def make_picture(name, frame, quick):
     with tempfile.TemporaryDirectory() as folder:
         before = processor_seconds()
         frames = ["--frames", str(frame)] if quick else []
-        done = subprocess.run([ORLIX, "--quiet", "render", ROOT / f"scenes/{name}.json", "--out", folder, *frames])
+        command = [ORLIX, "--quiet", "render", ROOT / f"scenes/{name}.json", "--out", folder, *frames]
+        if name == "demo":
+            command, folder = [ROOT / "scenes/demo/run.sh", "--quiet", *frames], ROOT / "out/demo"
+        done = subprocess.run(command)
         if done.returncode:
             sys.exit(f"{name} ended with {done.returncode}")
         found = list(pathlib.Path(folder).rglob(f"*.{frame:04}.png"))
@@ -73,7 +77,8 @@ def write_page(times):
         if (PICTURES / f"{name}.jpg").exists():
             text += f"![{words}](gallery/{name}.jpg)\n\n"
         time = f"   # {times[name]} s" if name in times else ""
-        text += f"    build/release/bin/orlix render scenes/{name}.json --out out/{name}{time}\n"
+        command = "./dev demo" if name == "demo" else f"build/release/bin/orlix render scenes/{name}.json --out out/{name}"
+        text += f"    {command}{time}\n"
     PAGE.write_text(text)
     size = sum(file.stat().st_size for file in PICTURES.iterdir())
     if size > MOST_BYTES_IN_ALL:
@@ -89,7 +94,7 @@ def main(arguments):
     if not shutil.which("ffmpeg"):
         sys.exit("the gallery needs ffmpeg")
     old = PAGE.read_text() if PAGE.exists() else ""
-    times = dict(re.findall(r"scenes/(\w+)\.json .*# (\d+) s", old))
+    times = dict(re.findall(r"^    .*?(\w+)   # (\d+) s$", old, re.M))
     PICTURES.mkdir(exist_ok=True)
     for name, frame, _ in SCENES:
         if names and name not in names:

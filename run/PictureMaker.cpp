@@ -62,6 +62,7 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
     gather.boxLow = first ? low : Min(gather.boxLow, low);
     gather.boxHigh = first ? high : Max(gather.boxHigh, high);
   }
+  if (!options_.box.Empty()) gather.boxLow = options_.box.low, gather.boxHigh = options_.box.high;
   RenderWorld world;
   if (Status gathered = GatherRenderWorld(state.document, gather, world); !gathered) return gathered;
   for (const auto& material : materials) world.volumes.push_back(material.get());

@@ -11,9 +11,20 @@
 
 namespace orlix {
 
+// What a camera of our own choice sees; nothing while low lies above high.
+struct FramedBox {
+  Vec3D low{1, 1, 1}, high{0, 0, 0};
+  bool Empty() const { return low.x > high.x; }
+  void Add(const Vec3D& point) {
+    const bool first = Empty();
+    low = first ? point : Min(low, point), high = first ? point : Max(high, point);
+  }
+};
+
 struct PictureOptions {
   int width = 0, height = 0;            // instead of the settings', where above 0
   bool slices = false;                  // a quick look at the grids instead of a picture
+  FramedBox box{};                      // instead of that of the frame's own gas and particles, where it isn't empty
   std::optional<ViewTransform> view{};  // instead of the settings'
 };
 

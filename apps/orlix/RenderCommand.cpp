@@ -59,6 +59,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   folders.emplace_back(folder);
   const auto locks = LockOutputFolders(folders);
   if (!locks) return locks.error();
+  if (!options.preview) pictures.box = FindFraming(program, options, document, *plan, pool);
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
   FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::OfEveryFrame, pictures);

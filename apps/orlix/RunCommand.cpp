@@ -98,6 +98,12 @@ std::vector<std::filesystem::path> FoldersWritten(const BaseDocument& document, 
   return folders;
 }
 
+bool MakesPictures(const BaseDocument& document) {
+  const std::vector<BaseObject*> outputs = document.ObjectsOfType(OutputSettings::Type().id);
+  return std::any_of(outputs.begin(), outputs.end(),
+                     [](const BaseObject* output) { return output->GetBool(OutputSettings::kPicturesId); });
+}
+
 // Restores the latest checkpoint's state; the plan begins after it.
 Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& document, SceneRun& run, FramePlan& plan) {
   const auto found = checkpoints.FindLatest();
@@ -142,12 +148,14 @@ Status RunCommand(const Program& program, const RunOptions& options) {
     PrintPlan(program, options, document, *plan, *memory, pool.count(), run.state().warnings);
     return {};
   }
+  PictureOptions pictures{.view = options.view};
+  if (MakesPictures(document)) pictures.box = FindFraming(program, options, document, *plan, pool);
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
   Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
-  FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, {.view = options.view});
+  FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, pictures);
   if (options.resume) {
     if (Status resumed = Resume(checkpoints, results, document, run, *plan); !resumed.ok()) return resumed;
   }

@@ -1,5 +1,8 @@
 #include "apps/orlix/SceneInput.h"
 
+#include <spdlog/spdlog.h>
+
+#include "run/Rehearsal.h"
 #include "run/SceneCheck.h"
 #include "scene_file/Mistakes.h"
 
@@ -21,6 +24,16 @@ Result<SceneFile> ReadScene(const Program& program, const SceneOptions& options,
     if (mistake.kind == ErrorKind::Scene) kind = ErrorKind::Scene;
   }
   return Error{kind, mistakes.Text()};
+}
+
+FramedBox FindFraming(const Program& program, const SceneOptions& options, const BaseDocument& document,
+                      const FramePlan& plan, WorkerPool& pool) {
+  if (!WantsRehearsal(document)) return {};
+  const Result<SceneFile> again = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
+  if (!again) return {};
+  again->document->minTime = document.minTime, again->document->maxTime = document.maxTime;
+  spdlog::info("the scene has no camera: its frames are run with coarse cells first, for one that sees all of them");
+  return Rehearse(program.engine, *again->document, pool, plan);
 }
 
 }  // namespace orlix

@@ -3,6 +3,8 @@
 // here.
 
 #include "apps/orlix/Command.h"
+#include "run/PictureMaker.h"
+#include "run/SceneRun.h"
 #include "scene_file/SceneReader.h"
 
 namespace orlix {
@@ -10,5 +12,9 @@ namespace orlix {
 // out: the folder of results; empty for the scene's own.
 Result<SceneFile> ReadScene(const Program& program, const SceneOptions& options, const std::string& out = {},
                             bool allowOutside = false);
+
+// What a camera of our own choice has to see in all frames of the plan; empty for a scene with a camera of its own.
+FramedBox FindFraming(const Program& program, const SceneOptions& options, const BaseDocument& document,
+                      const FramePlan& plan, WorkerPool& pool);
 
 }  // namespace orlix

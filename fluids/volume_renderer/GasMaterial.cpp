@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
@@ -101,6 +102,30 @@ bool GasMaterial::Bounds(Vec3D& low, Vec3D& high) const {
     return true;
   }
   return false;
+}
+
+bool GasMaterial::ContentBounds(Vec3D& low, Vec3D& high) const {
+  constexpr double kShare = 0.02;
+  const GasChannels channels = FindChannels();
+  VecInt3D first(std::numeric_limits<std::int32_t>::max()), last(-1);
+  const ScalarGrid* grid = channels.density ? channels.density : channels.temperature;
+  if (!grid) grid = channels.third;
+  if (!grid || grid->count < 2) return false;
+  double most = 0;
+  for (std::int64_t n = 0; n < grid->count; ++n) most = std::max(most, (*grid)[n]);
+  if (!(most > 0)) return false;
+  const VecInt3D dims = grid->dims;
+  for (int k = 0; k < dims.z; ++k) {
+    for (int j = 0; j < dims.y; ++j) {
+      for (int i = 0; i < dims.x; ++i) {
+        if (!((*grid)(i, j, k) > kShare * most)) continue;
+        first = {std::min(first.x, i), std::min(first.y, j), std::min(first.z, k)};
+        last = {std::max(last.x, i), std::max(last.y, j), std::max(last.z, k)};
+      }
+    }
+  }
+  low = grid->space.HostOfVoxel(Vec3D(first)), high = grid->space.HostOfVoxel(Vec3D(last) + Vec3D(1.0));
+  return true;
 }
 
 bool GasMaterial::Sees(std::uint32_t kind) const {

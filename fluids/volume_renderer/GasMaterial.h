@@ -17,6 +17,8 @@ class GasMaterial final : public VolumeShader {
   Status RenderStart(const RenderContext& context) override;
   void RenderEnd() override { marcher_.reset(); }
   bool Bounds(Vec3D& low, Vec3D& high) const override;
+  // Of the cells that hold more than a fiftieth of the most; false where there is nothing.
+  bool ContentBounds(Vec3D& low, Vec3D& high) const;
   void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
   Vec3D Transparency(const VolumeRay& ray) const override;
 

@@ -98,18 +98,26 @@ void Camera::LookAt(const Vec3D& target, const Vec3D& upwards) {
 }
 
 Camera FramingCamera(const Vec3D& low, const Vec3D& high, int pictureWidth, int pictureHeight) {
+  constexpr double kMargin = 0.88;  // of the picture's sides
   Camera camera;
   const Vec3D centre = (low + high) * 0.5;
   const double radius = std::max(0.5 * Length(high - low), 1e-6);
   camera.halfWidth = 0.5;
   const double halfHeight = camera.halfWidth * pictureHeight / pictureWidth;
-  // A sphere of this radius touches the narrower pair of the picture's sides.
-  const double halfAngle = std::atan(std::min(camera.halfWidth, halfHeight));
-  const double distance = radius / std::sin(halfAngle);
-  camera.position = centre + Normalized(Vec3D{0.45, 0.3, 1}) * distance;
+  camera.position = centre + Normalized(Vec3D{0.45, 0.3, 1});
+  camera.LookAt(centre, {0, 1, 0});
+  // As near as each corner of the box allows.
+  double distance = 1.5 * radius;
+  for (int corner = 0; corner < 8; ++corner) {
+    const Vec3D p{corner & 1 ? low.x : high.x, corner & 2 ? low.y : high.y, corner & 4 ? low.z : high.z},
+        d = p - centre;
+    const double sideways =
+        std::max(std::abs(Dot(d, camera.right)) / camera.halfWidth, std::abs(Dot(d, camera.up)) / halfHeight);
+    distance = std::max(distance, sideways / kMargin - Dot(d, camera.forward));
+  }
+  camera.position = centre - camera.forward * distance;
   camera.near = std::max(distance - 2 * radius, 1e-3 * distance);
   camera.far = std::max(100 * distance, 100000.0);
-  camera.LookAt(centre, {0, 1, 0});
   return camera;
 }
 

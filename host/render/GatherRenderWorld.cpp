@@ -93,21 +93,40 @@ Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoin
   return scene.Build(surfaces);
 }
 
-// From behind the camera, higher and to its left.
-Light ShoulderLight(const Camera& camera) {
+// Over the camera's left shoulder, and a cool fill from its right: what it leaves in the shade stays readable.
+void AddOwnLights(const Camera& camera, std::vector<Light>& lights) {
   Light light;
   light.kind = LightKind::Distant;
   light.direction = Normalized(camera.forward + camera.right * 0.6 - camera.up * 0.8);
-  return light;
+  lights.push_back(light);
+  light.direction = Normalized(camera.forward - camera.right * 1.5 - camera.up * 0.4);
+  light.colour = Vec3D{0.6, 0.78, 1} * 0.25;
+  lights.push_back(light);
 }
 
-Camera OwnCamera(const GatherOptions& options, const RenderWorld& world) {
-  Vec3D low{-1, -1, -1}, high{1, 1, 1}, meshLow, meshHigh;
-  const bool hasBox = options.boxLow.x < options.boxHigh.x && options.boxLow.y < options.boxHigh.y &&
-                      options.boxLow.z < options.boxHigh.z;
-  const bool hasMeshes = world.surfaces.Bounds(meshLow, meshHigh);
-  if (hasBox) low = options.boxLow, high = options.boxHigh;
-  if (hasMeshes) low = hasBox ? Min(low, meshLow) : meshLow, high = hasBox ? Max(high, meshHigh) : meshHigh;
+bool IsFlat(const std::vector<Vec3D>& points) {
+  Vec3D low = points.front(), high = low;
+  for (const Vec3D& p : points) low = Min(low, p), high = Max(high, p);
+  return low.x == high.x || low.y == high.y || low.z == high.z;
+}
+
+// The box and the meshes; floors and other flat ones only where there is nothing else.
+Camera OwnCamera(const GatherOptions& options, const Found& found, const RenderWorld& world) {
+  Vec3D low{1, 1, 1}, high{0, 0, 0};
+  const auto add = [&](const Vec3D& p) {
+    const bool first = low.x > high.x;
+    low = first ? p : Min(low, p), high = first ? p : Max(high, p);
+  };
+  if (options.boxLow.x <= options.boxHigh.x) add(options.boxLow), add(options.boxHigh);
+  const MeshPoints meshes = PointsOf(found.meshes);
+  for (const bool flat : {false, true}) {
+    if (flat && low.x <= high.x) break;
+    for (const std::vector<Vec3D>& points : meshes) {
+      if (points.empty() || IsFlat(points) != flat) continue;
+      for (const Vec3D& p : points) add(p);
+    }
+  }
+  if (low.x > high.x) low = {-1, -1, -1}, high = {1, 1, 1};
   return FramingCamera(low, high, world.settings.width, world.settings.height);
 }
 
@@ -138,7 +157,7 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
     if (!camera) return camera.status();
     world.camera = *camera;
   } else {
-    world.camera = OwnCamera(options, world);
+    world.camera = OwnCamera(options, found, world);
   }
   world.lights.clear();
   for (const BaseObject* object : found.lights) {
@@ -146,7 +165,7 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
     if (!light) return light.status();
     if (light->on) world.lights.push_back(*light);
   }
-  if (found.lights.empty()) world.lights.push_back(ShoulderLight(world.camera));
+  if (found.lights.empty()) AddOwnLights(world.camera, world.lights);
   return {};
 }
 

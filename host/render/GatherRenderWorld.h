@@ -15,10 +15,10 @@ struct GatherOptions {
 
 // Fills all of the world but its volumes from the document as it stands at its time: the first render settings, their
 // camera or else the first one, all lights that are on, and every object with polygons that is shown. Without a camera
-// the picture frames everything; without a light there is a distant one over the camera's shoulder. An object whose
-// material is of another kind than a surface's, a volume's say, isn't shown itself. The polygons of the document must
-// stay as they are while the world lives. Where the settings ask for velocities, the document's time moves by a frame
-// and back to learn how meshes move.
+// the picture frames everything but floors; without a light there are a key over the camera's shoulder and a fill. An
+// object whose material is of another kind than a surface's, a volume's say, isn't shown itself. The polygons of the
+// document must stay as they are while the world lives. Where the settings ask for velocities, the document's time
+// moves by a frame and back to learn how meshes move.
 Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, RenderWorld& world);
 
 }  // namespace orlix

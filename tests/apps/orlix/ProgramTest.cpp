@@ -128,7 +128,11 @@ TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
   ProgramRunner runner;
   const std::string scene = SourceFolder() + "/scenes/smoke_plume.json";
   const auto run = [&](std::vector<std::string> more) {
-    std::vector<std::string> arguments = {"run", scene, "--memory", "10M", "--out", runner.folder.path().string()};
+    std::vector<std::string> arguments = {"run",      scene,
+                                          "--memory", "10M",
+                                          "--out",    runner.folder.path().string(),
+                                          "--set",    "Plume.voxel_size=0.0625",
+                                          "--set",    "Air.container=[200, 400, 200]"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return runner.Run(arguments);
   };

@@ -67,7 +67,7 @@ class Gathering : public testing::Test {
 TEST_F(Gathering, AnEmptyDocumentGivesDefaultsALightAndACamera) {
   ASSERT_EQ(Gather(), "");
   EXPECT_EQ(world_.settings.width, 960);
-  EXPECT_EQ(world_.lights.size(), 1u);
+  EXPECT_EQ(world_.lights.size(), 2u);
   EXPECT_TRUE(world_.surfaces.empty());
 }
 
