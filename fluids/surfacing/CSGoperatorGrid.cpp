@@ -22,7 +22,8 @@ const TypeInfo& CSGoperatorGrid::Type() {
                                            {Operation::Subtraction, "subtraction", "The first without the second"},
                                            {Operation::Blend, "blend", "Both, flowing into each other"}};
   static constexpr Choice kBlendModes[] = {
-      {BlendMode::Smooth, "smooth", "A union whose seam is filled: a little at a blend of 1, more towards 0"},
+      {BlendMode::Smooth, "smooth",
+       "A union that grows by blend_value, and at a seam by more: not at a blend of 1, most at 0"},
       {BlendMode::Soft, "soft", "Soft objects that reach blend metres and merge where they are near"},
       {BlendMode::Morph, "morph", "From the first, at 0, to the second, at 1"}};
   static constexpr Parameter kParameters[] = {
@@ -37,9 +38,8 @@ const TypeInfo& CSGoperatorGrid::Type() {
                      "Weight of the blend, which the constraints scale; of soft, a reach in metres")
           .Between(0, 1000)
           .ShownWhen(kOperationId, Relation::Is, Operation::Blend),
-      FloatParameter(
-          kBlendValueId, "blend_value", 0.7, "",
-          "Smooth: metres by which the result shrinks, or below 0 grows; soft: where the surface lies, 0 to 1")
+      FloatParameter(kBlendValueId, "blend_value", 0.7, "",
+                     "Smooth: metres by which the result grows; soft: where the surface lies, 0 to 1")
           .ShownWhen(kOperationId, Relation::Is, Operation::Blend)
           .ShownWhen(kBlendModeId, Relation::IsNot, BlendMode::Morph),
   };
@@ -167,12 +167,19 @@ void CSGoperatorGrid::ResetSimulation() {
   made_ = false;
 }
 
+// By how much a blend reaches beyond both of its inputs, m.
+double CSGoperatorGrid::Swelling() const {
+  if (settings_.operation != Operation::Blend) return 0;
+  if (settings_.blendMode == BlendMode::Smooth) return std::max(settings_.blendValue, 0.0);
+  return settings_.blendMode == BlendMode::Soft ? blend_ : 0;
+}
+
 // On the scene's cells: where an input's lie on them too, its nodes are the result's.
 void CSGoperatorGrid::ComputeBounds() {
   const GridSpace& a = inputs_[0].levelSet->LevelSet()->space;
   const GridSpace& b = inputs_[1].levelSet->LevelSet()->space;
-  const Vec3D grown(std::max(settings_.offset, 0.0));
-  boundsMin = a.simMin, boundsMax = a.simMax;
+  const Vec3D swollen(Swelling()), grown = swollen + Vec3D(std::max(settings_.offset, 0.0));
+  boundsMin = a.simMin - swollen, boundsMax = a.simMax + swollen;
   if (settings_.operation == Operation::Intersection) {
     boundsMin = Max(boundsMin, b.simMin - grown), boundsMax = Min(boundsMax, b.simMax + grown);
   } else if (settings_.operation != Operation::Subtraction) {

@@ -45,6 +45,7 @@ class CSGoperatorGrid final : public VolumeBase {
   bool IsMadeOf(const iBase& other, int depth = 0) const;
   bool HasBothInputs() const;
   bool InputsChanged();
+  double Swelling() const;
 
   CombinationSettings settings_;
   double blend_ = 0.5;

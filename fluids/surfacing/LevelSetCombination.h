@@ -6,7 +6,9 @@
 //   Intersection   max(a, b')
 //   Subtraction    max(a, -b')
 //   Blend          by its mode, with t from a node's weight
-//     Smooth       (a + b' - sqrt(|a^2 + b'^2 - 2 t a b'|)) / (t + 1) - value: an R-function (Rvachev), min(a, b') at 1
+//     Smooth       (a + b' - sqrt(|a^2 + b'^2 - 2 t a b'|)) / (t + 1) - value: an R-function (Rvachev), min(a, b') at
+//     1,
+//                  whose zero is the union's; value moves the surface out, further at seams
 //     Soft         (value - h(a) - h(b)) 4/3 t, h(x) = 2 s^3 - 3 s^2 + 1, s = x / t in [0, 1]: soft objects of reach t;
 //                  no distance, but its zero is a surface. The union at t = 0
 //     Morph        a + (b' - a) t
@@ -24,7 +26,7 @@ struct CombinationSettings {
   Operation operation = Operation::Union;
   BlendMode blendMode = BlendMode::Smooth;
   double offset = 0;      // m, by which the second grows
-  double blendValue = 0;  // m, of Smooth; a density of Soft
+  double blendValue = 0;  // m, of Smooth; of Soft, where the surface lies
 };
 
 void CombineRow(const CombinationSettings& settings, const double* a, const double* b, const double* t, int count,

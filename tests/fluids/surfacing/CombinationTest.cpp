@@ -106,6 +106,8 @@ TEST(CSGoperatorGrid, BlendsFollowTheirFormulas) {
   };
   s.Step(0);
   expect(BlendMode::Smooth, 1, [](double a, double b) { return std::min(a, b) - 0.03; });
+  EXPECT_NEAR(s.Node().SampleWorld({-0.53, 0, 0}), 0, 0.01);
+  EXPECT_LT(s.Grid().space.simMin.x, s.Input(0).space.simMin.x - 0.02);  // it doesn't grow out of its box
   expect(BlendMode::Smooth, 0, [](double a, double b) { return a + b - std::sqrt(a * a + b * b) - 0.03; });
   expect(BlendMode::Morph, 0, [](double a, double) { return a; });
   expect(BlendMode::Morph, 1, [](double, double b) { return b; });
