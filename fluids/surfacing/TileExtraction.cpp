@@ -11,10 +11,11 @@ namespace {
 // A cell whose own edges or whose tile may be cut.
 struct TileCell {
   std::int32_t i;
-  std::uint8_t signs;        // of the cell's samples; bit: outside
-  std::int32_t values = -1;  // of the samples; -1: not known, they have one sign
-  std::uint64_t cut = 0;     // of the cell's edges
-  std::uint32_t points = 0;  // number of the first cut edge in the layer
+  std::uint8_t signs;          // of the cell's samples; bit: outside
+  std::int32_t values = -1;    // of the samples; -1: not known, they have one sign
+  std::uint64_t cut = 0;       // of the cell's edges
+  std::uint64_t vertices = 0;  // bits of the tile's vertices that are outside
+  std::uint32_t points = 0;    // number of the first cut edge in the layer
 };
 
 struct TileLayer {
@@ -42,7 +43,6 @@ class TileExtraction {
     ForLayers(pool_, low, high + 1, [&](int k) { FindMixed(k); });
     ForLayers(pool_, low, high + 1, [&](int k) { FindKept(k); });
     ForLayers(pool_, low, high + 1, [&](int k) { FindCuts(k); });
-    ForLayers(pool_, low, high, [&](int k) { CountTriangles(k); });
     std::int64_t points = 0, triangles = 0;
     for (int k = low; k <= high; ++k) {
       TileLayer& layer = layers_[At(k)];
@@ -168,12 +168,6 @@ class TileExtraction {
     if (!kept_.Has(i, j, k)) return nullptr;
     return &layers_[At(k)].cells[kept_.Number(i, j, k)];
   }
-  std::uint8_t SignsOf(int i, int j, int k) const {
-    const VecInt3D c = Clamped({i, j, k});
-    const TileCell* cell = Find(c.x, c.y, c.z);
-    return cell ? cell->signs : outside_.Has(c.x, c.y, c.z) ? std::uint8_t(255) : std::uint8_t(0);
-  }
-
   // Calls f(cell, j) for the kept cells of a layer.
   template <class F>
   void ForCells(int k, F&& f) {
@@ -183,35 +177,48 @@ class TileExtraction {
     }
   }
 
+  // The signs of the samples of a cell and of those after it along the axes, in the order of AcuteTile::Corner::cell.
+  void GatherSigns(int i, int j, int k, std::uint8_t (&signs)[8]) const {
+    for (int row = 0; row < 4; ++row) {
+      const int jj = std::min(j + (row & 1), field_.high.y), kk = std::min(k + (row >> 1), field_.high.z);
+      const std::vector<TileCell>& cells = layers_[At(kk)].cells;
+      const bool here = kept_.Has(i, jj, kk), last = i == field_.high.x;
+      const std::uint32_t number = kept_.Number(i, jj, kk);
+      signs[2 * row] = here ? cells[number].signs : SignsOfNode(i, jj, kk);
+      if (last) {
+        signs[2 * row + 1] = signs[2 * row];
+      } else {
+        signs[2 * row + 1] = kept_.Has(i + 1, jj, kk) ? cells[number + here].signs : SignsOfNode(i + 1, jj, kk);
+      }
+    }
+  }
+  std::uint8_t SignsOfNode(int i, int j, int k) const {
+    return outside_.Has(i, j, k) ? std::uint8_t(255) : std::uint8_t(0);
+  }
+
   void FindCuts(int k) {
     TileLayer& layer = layers_[At(k)];
     ForCells(k, [&](TileCell& cell, int j) {
-      std::uint64_t cut = 0;
-      for (int n = 0; n < 8; ++n) cut ^= tile_.cutBits[n][SignsOf(cell.i + (n & 1), j + (n >> 1 & 1), k + (n >> 2))];
-      const int at[3] = {cell.i, j, k};
-      for (int axis = 0; axis < 3; ++axis) {
-        if (at[axis] == field_.high[axis]) cut &= tile_.edgesWithin[axis];
+      std::uint8_t signs[8];
+      GatherSigns(cell.i, j, k, signs);
+      for (int n = 0; n < 8; ++n) {
+        cell.cut ^= tile_.cutBits[n][signs[n]];
+        cell.vertices |= tile_.vertexBits[n][signs[n]];
       }
-      cell.cut = cut;
+      const int at[3] = {cell.i, j, k};
+      bool atEnd = false;
+      for (int axis = 0; axis < 3; ++axis) {
+        if (at[axis] != field_.high[axis]) continue;
+        cell.cut &= tile_.edgesWithin[axis];
+        atEnd = true;
+      }
       cell.points = layer.points;
-      layer.points += static_cast<std::uint32_t>(std::popcount(cut));
-    });
-  }
-
-  std::uint64_t VertexSigns(int i, int j, int k) const {
-    std::uint64_t signs = 0;
-    for (int n = 0; n < 8; ++n) signs |= tile_.vertexBits[n][SignsOf(i + (n & 1), j + (n >> 1 & 1), k + (n >> 2))];
-    return signs;
-  }
-
-  void CountTriangles(int k) {
-    TileLayer& layer = layers_[At(k)];
-    ForCells(k, [&](const TileCell& cell, int j) {
-      if (cell.i == field_.high.x || j == field_.high.y) return;
-      const std::uint64_t signs = VertexSigns(cell.i, j, k);
+      layer.points += static_cast<std::uint32_t>(std::popcount(cell.cut));
+      if (atEnd) cell.vertices = 0;  // the box holds no tile there
+      if (cell.vertices == 0) return;
       for (const auto& t : tile_.tetrahedra) {
-        const int outside = std::popcount(signs & t.mask);
-        layer.triangles += static_cast<std::uint32_t>((outside & 3) == 0 ? 0 : outside == 2 ? 2 : 1);
+        static constexpr std::uint8_t kTriangles[5] = {0, 1, 2, 1, 0};  // by the number of corners outside
+        layer.triangles += kTriangles[std::popcount(cell.vertices & t.mask)];
       }
     });
   }
@@ -238,8 +245,8 @@ class TileExtraction {
   void PlaceTriangles(int k, TriMeshSTL& mesh) {
     VecInt3D* triangle = mesh.Triangles().data() + layers_[At(k)].triangleBegin;
     ForCells(k, [&](const TileCell& cell, int j) {
-      if (cell.i == field_.high.x || j == field_.high.y) return;
-      const std::uint64_t signs = VertexSigns(cell.i, j, k);
+      const std::uint64_t signs = cell.vertices;
+      if (signs == 0) return;
       const TileCell* owners[8];
       std::int64_t first[8];
       for (int n = 0; n < 8; ++n) {
