@@ -249,9 +249,10 @@ void BlockWorker::Correct() {
 void BlockWorker::Density(Eight& eight) {
   if (!FindNear(eight.places)) return;
   StretchedLengths(points_, all_.balls, eight.places, squared_.data(), bounds_, lengths_.data());
-  PlaceRow one;
-  for (double& each : one.at) each = all_.settings.kernel ? kNowhere : 1;
-  Weigh(lengths_.data(), one, 1, 1);
+  const double reach = all_.settings.BallReach() * all_.settings.BallReach();
+  PlaceRow bounds;
+  for (double& each : bounds.at) each = all_.settings.kernel ? kNowhere : reach;
+  Weigh(lengths_.data(), bounds, 1 / reach, 1);
   PlaceRow sum;
   AddWeights(points_, all_.ratios, weights_.data(), sum);
   for (int n = 0; n < kPlaces; ++n) {

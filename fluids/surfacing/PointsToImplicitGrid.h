@@ -4,7 +4,7 @@
 //
 //   Spherical   |x - mean place| - R0, the mean with weights (1 - (d / R)^4)^3 (Zhu and Bridson 2005). With the density
 //               correction R0 shrinks where few particles are near the mean: thin sheets stay thin.
-//   Density     R0 - sum of (mass / divisor) (1 - q^2)^3, times the particle radius; q = |G (x - centre)| in metres
+//   Density     R0 - sum of (mass / divisor) (1 - q^2)^3, times the particle radius; q = |G (x - centre)| / ball reach
 //   Average     min(|mean of G (x - centre)|, R0) - R0, the mean with weights (1 - (q / R)^2)^3
 //
 // G draws a particle's ball out along its neighbourhood (Yu and Turk 2013). Nodes that no particle reaches, and the
@@ -29,11 +29,13 @@ struct ReconstructionSettings {
   bool densityCorrection = false;
   // The density at which the radius is 0, and from which on it is whole.
   double lowerDensity = 0, upperDensity = 1.05;
+  double ballReach = 1;                // m, of Density; 0 for R
   const KernelBase* kernel = nullptr;  // instead of the weights above; not owned
 
   double Radius() const { return particleRadius * radiusScale; }   // R0
   double SearchRadius() const { return Radius() * radiusFactor; }  // R
-  double RadiusShare(double density) const;                        // of a neighbourhood of this density
+  double BallReach() const { return ballReach > 0 ? ballReach : SearchRadius(); }
+  double RadiusShare(double density) const;  // of a neighbourhood of this density
 };
 
 struct ReconstructionPoints {

@@ -61,6 +61,7 @@ bool SurfaceReconstructor::ReadParameters() {
   settings_.densityCorrection = handler.GetBool(kDensityCorrectionId);
   settings_.lowerDensity = handler.GetDouble(kLowerDensityId);
   settings_.upperDensity = handler.GetDouble(kUpperDensityId);
+  settings_.ballReach = handler.GetDouble(kBallReachId);
   useCentres_ = settings_.method != ReconstructionMethod::Spherical && handler.GetBool(kUseCentresId);
   stretch_ = handler.GetChoice<Stretch>(kStretchId);
   anisotropy_.mode = handler.GetChoice<AnisotropySettings::Mode>(kStretchModeId);

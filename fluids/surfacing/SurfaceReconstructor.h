@@ -18,7 +18,7 @@ class SurfaceReconstructor final : public iObject, public iLevelSet {
                        kRadiusFactorId = 1009, kDensityThresholdId = 1010, kUseMassRatioId = 1012, kFilterId = 1013,
                        kMaxRatioId = 1014, kStretchModeId = 1015, kVelocityStretchId = 1016, kSubdivisionId = 1017,
                        kDensityCorrectionId = 1021, kLowerDensityId = 1022, kUpperDensityId = 1023, kKernelId = 1024,
-                       kUseCentresId = 1026, kStretchId = 1030;
+                       kUseCentresId = 1026, kStretchId = 1030, kBallReachId = 1031;
   // Where the stretch of the particles' balls comes from.
   enum class Stretch { Stored, Computed };
 

@@ -10,8 +10,12 @@ std::span<const Parameter> SurfaceReconstructor::Parameters() {
   using Mode = AnisotropySettings::Mode;
   static constexpr Choice kMethods[] = {
       {Method::Spherical, "spherical", "Distance from the weighted mean of the particles near a node"},
-      {Method::Density, "anisotropic_density", "Sum of stretched balls; the surface lies where it reaches the radius"},
-      {Method::Average, "anisotropic_average", "Distance from the mean of stretched balls: flat where the liquid is"}};
+      {Method::Density, "anisotropic_density",
+       "Sum of stretched balls, subtracted from the radius, times the radius: no distance, and a mesher wants an iso "
+       "below 0"},
+      {Method::Average, "anisotropic_average",
+       "Distance from the mean of stretched balls, never above 0: a mesher wants an iso between minus the radius and "
+       "0"}};
   static constexpr Choice kStretches[] = {
       {Stretch::Stored, "stored", "What the particles carry (POP::Surface Properties); others are round"},
       {Stretch::Computed, "computed", "By the node itself, of all particles"}};
@@ -48,6 +52,10 @@ std::span<const Parameter> SurfaceReconstructor::Parameters() {
           .Min(0)
           .ShownWhen(kMethodId, Relation::Is, Method::Spherical)
           .ShownWhen(kDensityCorrectionId, Relation::Is, 1),
+      FloatParameter(kBallReachId, "ball_reach", 1, "m",
+                     "How far a stretched ball reaches; 0 for as far as a node looks")
+          .Min(0)
+          .ShownWhen(kMethodId, Relation::Is, Method::Density),
       ChoiceParameter(kStretchId, "stretch", Stretch::Stored, kStretches, "Where the stretch of the balls comes from")
           .ShownWhen(kMethodId, Relation::IsNot, Method::Spherical),
       ChoiceParameter(kStretchModeId, "stretch_mode", Mode::ByNeighbourhood, kModes, "Along what balls are stretched")

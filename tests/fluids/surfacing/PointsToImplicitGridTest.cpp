@@ -71,7 +71,7 @@ class PlainLoop {
       const StretchedBall& ball = cloud_.balls[std::size_t(n.index)];
       const Vec3D q = ball.stretch * (x - ball.centre);
       if (s_.method == ReconstructionMethod::Density) {
-        sum += cloud_.ratios[std::size_t(n.index)] * Weight(LengthSquared(q), 1, 1);
+        sum += cloud_.ratios[std::size_t(n.index)] * Weight(LengthSquared(q), s_.BallReach() * s_.BallReach(), 1);
       } else {
         const double w = Weight(LengthSquared(q), r * r, 1);
         sum += w, mean += q * w;
@@ -142,6 +142,7 @@ TEST_P(Reconstruction, IsWhatAPlainLoopGives) {
   settings.useMassRatio = true;
   settings.densityCorrection = c.jittered;  // about a mean on a lattice equal distances differ by rounding
   settings.lowerDensity = 0.1, settings.upperDensity = 0.9;
+  settings.ballReach = c.most < 100 ? 1 : 0;
   if (c.kernel) settings.kernel = &kernel;
   const PlainLoop plain(settings, cloud);
   test::SameForAnyWorkers([&](int workers) {
@@ -173,6 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Methods, Reconstruction,
                                          Case{ReconstructionMethod::Spherical, false, false, 1, 30},
                                          Case{ReconstructionMethod::Density, true, false, 1, 20},
                                          Case{ReconstructionMethod::Density, true, true, 1, 100},
+                                         Case{ReconstructionMethod::Density, true, false, 1, 100},
                                          Case{ReconstructionMethod::Average, true, false, 4, 25},
                                          Case{ReconstructionMethod::Average, false, true, 1, 1}));
 
