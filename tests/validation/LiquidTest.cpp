@@ -143,6 +143,37 @@ TEST(Tank, ABodyOfWaterFallsFreely) {
   EXPECT_NEAR((lowest + highest) / 2, 1.6 - fallen, 0.5 * settings.cell);
 }
 
+// Where the particles are after some frames, in the tank's own frame.
+std::vector<Vec3D> CollapseIn(const Vec3D& corner, bool mirrored) {
+  TankSettings settings;
+  settings.cell = 1.0 / 16, settings.size = {1, 0.75, 0.5}, settings.corner = corner, settings.mirrored = mirrored;
+  settings.liquid = R"("keep_volume": 5,)";
+  Tank tank(settings);
+  tank.Fill([](const Vec3D& p) { return p.x < 0.4 && p.y < 0.5; });
+  tank.run.StepThrough(1, 6);
+  std::vector<Vec3D> places;
+  tank.ForEach([&](const Vec3D& p, const Vec3D&) {
+    places.push_back(p - corner);
+    if (mirrored) places.back().x = settings.size.x - places.back().x;
+  });
+  return places;
+}
+
+TEST(Tank, IsTheSameMovedByCellsAndMirrored) {
+  const std::vector<Vec3D> plain = CollapseIn({}, false);
+  ASSERT_GT(plain.size(), 1000u);
+  for (const bool mirrored : {false, true}) {
+    const std::vector<Vec3D> other = CollapseIn(mirrored ? Vec3D() : Vec3D(2, 1, -0.5), mirrored);
+    ASSERT_EQ(other.size(), plain.size());
+    double apart = 0, moved = 0;
+    for (std::size_t n = 0; n < plain.size(); ++n) {
+      apart = std::max(apart, Length(other[n] - plain[n])), moved = std::max(moved, plain[n].x);
+    }
+    EXPECT_LT(apart, 1e-4) << mirrored;
+    EXPECT_GT(moved, 0.45);
+  }
+}
+
 // The period of the first standing wave: omega^2 = g k tanh(k depth), k = pi / length.
 void SloshesAtItsPeriod(int cells, double seconds) {
   constexpr double kDepth = 0.5, kAmplitude = 0.1;

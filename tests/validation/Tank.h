@@ -20,6 +20,8 @@ struct TankSettings {
   std::string liquid;        // rows of the liquid's object, each with a comma behind it
   std::string scene;         // rows of the scene's
   std::string motion;        // rows of the particles' motion
+  Vec3D corner;              // m, of the container; what Fill takes is relative to it
+  bool mirrored = false;     // Fill turns x about the container's middle
   std::string objects;       // objects beside the scene, and nodes beneath it, the same
   std::string nodes;
   int workers = 2;
@@ -47,6 +49,8 @@ class Tank {
           data.flags = ParticleFlag::Alive | ParticleFlag::Liquid;
           const auto jitter = [&] { return 0.5 + 0.5 * (random.Uniform() - 0.5); };
           data.position = (Vec3D(i, j, k) + Vec3D(jitter(), jitter(), jitter())) * step;
+          if (settings_.mirrored) data.position.x = settings_.size.x - data.position.x;
+          data.position += settings_.corner;
           data.velocity = velocity;
           list.Append(1, data);
         }
@@ -76,7 +80,8 @@ class Tank {
                         << R"("max_substeps": 15, )" << s.scene << R"("children": [)" << s.nodes
                         << R"({"type": "particlegroup", "name": "Water"},
       {"type": "liquid", "name": "Tank", "container": )"
-                        << vector(s.size * 100) << R"(, "face_y_max": ")" << s.top << R"(", )" << s.liquid
+                        << vector(s.size * 100) << R"(, "position": )" << vector(s.corner * 100)
+                        << R"(, "face_y_max": ")" << s.top << R"(", )" << s.liquid
                         << R"("pressure_solver": "multigrid", "pressure_accuracy": 0.3},
       {"type": "force_gravity", "name": "Fall", "strength": 0},
       {"type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid", "motion_source": "solvers",)"
