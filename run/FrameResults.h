@@ -21,6 +21,10 @@ class FrameResults : public FrameListener {
   Status ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document, const std::string& outputFolder);
   Status BeforeRun(const RunState& state) override;
   Status AfterFrame(const RunState& state) override;
+  Status AfterRun(const RunState& state) override {
+    if (!state.interrupted) maker_.TellEmpty(state);
+    return {};
+  }
   std::size_t files() const { return files_; }
   // How many frames have a picture.
   std::size_t pictures() const { return pictures_; }

@@ -1,9 +1,12 @@
 #include "run/PictureMaker.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "exchange/FrameOutput.h"
 #include "exchange/SliceView.h"
+#include "fluids/channels/ScalarChannels.h"
 #include "fluids/particle_renderer/ParticlePicture.h"
 #include "fluids/volume_renderer/GasMaterial.h"
 #include "host/pictures/PictureFile.h"
@@ -46,6 +49,57 @@ Status PictureMaker::MakeSlices(const RunState& state, const std::vector<fs::pat
   return {};
 }
 
+namespace {
+
+bool HoldsSomething(const OrlixHook& hook) {
+  bool found = false;
+  for (const auto& [key, scene] : hook.scenes()) {
+    scene->ForEachNode(NODE_CHANNEL, NODE_CHANNEL, [&](iBase& node) {
+      const auto* channel = dynamic_cast<ChannelBase_Scalar*>(&node);
+      const ScalarGrid* grid = channel ? channel->grid.get() : nullptr;
+      for (std::int64_t n = 0; grid && n < grid->count && !found; ++n) found = (*grid)[n] > 0;
+    });
+  }
+  return found;
+}
+
+}  // namespace
+
+// A picture without the gas that is there says why.
+void PictureMaker::TellUnseen(const RunState& state, const std::vector<std::unique_ptr<GasMaterial>>& materials) {
+  if (materials.empty()) {
+    if (!hadGas_ && HoldsSomething(state.hook)) {
+      hadGas_ = true;
+      state.warnings.Tell(
+          {"pictures", "no-gas-material",
+           "channels hold something that no picture shows; add { \"type\": \"gas\", \"density\": CHANNEL } to "
+           "\"materials\"",
+           state.frame});
+    }
+    return;
+  }
+  for (const auto& material : materials) {
+    Vec3D low, high;
+    const bool holds = material->ContentBounds(low, high);
+    if (!hadGas_ && !holds) emptyMaterial_ = material->Path();
+    hadGas_ |= holds;
+    if (!holds || report_.volumeSamples > 0) continue;
+    state.warnings.Tell({material->Path(), "gas-unseen",
+                         fmt::format("the camera doesn't see its gas; turn it to ({:.4g}, {:.4g}, {:.4g}) to ({:.4g}, "
+                                     "{:.4g}, {:.4g})",
+                                     low.x, low.y, low.z, high.x, high.y, high.z),
+                         state.frame});
+  }
+}
+
+void PictureMaker::TellEmpty(const RunState& state) const {
+  if (hadGas_ || emptyMaterial_.empty()) return;
+  state.warnings.Tell(
+      {emptyMaterial_, "gas-empty",
+       "no picture shows gas, its channels were empty in all of them; link the channel that an emitter fills",
+       state.frame});
+}
+
 Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& folders) {
   const auto materials = CollectGasMaterials(state.document, state.hook);
   const bool velocities = WantsVelocities(state.document);
@@ -73,6 +127,7 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
   Result<Picture> picture = RenderPicture(world, state.pool, render, &report_);
   if (!picture) return picture.error();
   if (report_.broken) return {};
+  if (world.points.empty() || !materials.empty()) TellUnseen(state, materials);
   const RenderSettings& settings = world.settings;
   const PictureView view{settings.view.exposure, options_.view.value_or(settings.view.transform)};
   // OpenEXR first: its pictures go on to be composed, and have no legend.

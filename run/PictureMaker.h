@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "fluids/volume_renderer/GasMaterial.h"
 #include "globals/Result.h"
 #include "host/render/Renderer.h"
 #include "run/FrameListener.h"
@@ -35,14 +36,19 @@ class PictureMaker {
   // Makes the picture of the frame as it stands and writes it into folders that exist: OpenEXR, PNG or both.
   Status Make(const RunState& state, const std::vector<std::filesystem::path>& folders);
   const RenderReport& report() const { return report_; }
+  // Warns where pictures were made and none of them showed gas because there never was any.
+  void TellEmpty(const RunState& state) const;
   const std::vector<std::filesystem::path>& written() const { return written_; }
 
  private:
   Status MakeSlices(const RunState& state, const std::vector<std::filesystem::path>& folders);
   Status Render(const RunState& state, const std::vector<std::filesystem::path>& folders);
+  void TellUnseen(const RunState& state, const std::vector<std::unique_ptr<GasMaterial>>& materials);
   Status Write(const Picture& picture, const std::filesystem::path& path, const PictureView& view = {});
 
   PictureOptions options_;
+  std::string emptyMaterial_;  // a gas material whose channels were empty in every picture; empty when one wasn't
+  bool hadGas_ = false;
   const BaseThread* thread_;
   RenderReport report_;
   std::vector<std::filesystem::path> written_;

@@ -71,7 +71,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   }
   Status status = run.Run(*plan);
   if (status.ok() && !program.options.quiet)
-    fmt::print("{}: {} pictures in {}\n", options.scene, results.files(), folder);
+    fmt::print("{}: pictures of {} frames in {}\n", options.scene, results.pictures(), folder);
   return status;
 }
 

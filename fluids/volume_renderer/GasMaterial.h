@@ -22,6 +22,7 @@ class GasMaterial final : public VolumeShader {
   void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
   Vec3D Transparency(const VolumeRay& ray) const override;
 
+  std::string Path() const { return object_.Path(); }
   const RayMarcher* marcher() const { return marcher_.get(); }
 
  private:
