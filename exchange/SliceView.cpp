@@ -10,6 +10,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/particles/ParticleGroup.h"
+#include "fluids/particles/SeenVelocity.h"
 #include "host/description/CurveData.h"
 #include "host/pictures/Canvas.h"
 
@@ -72,7 +73,8 @@ void BoxOf(OrlixScene& scene, const ParticleFactory& factory, Vec3D& low, Vec3D&
 }
 
 // The speeds of the foremost particles.
-Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& low, const Vec3D& high) {
+Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& low, const Vec3D& high,
+                    double dt) {
   const Vec3D size = high - low;
   const int ny = kPanelHeight / 2;  // fine enough to show waves, coarse enough to leave no gaps
   const double perMetre = ny / size.y;
@@ -80,6 +82,7 @@ Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& lo
   Panel panel = MakePanel(std::move(label), {nx, ny, 1}, Sea(), [](int, int) { return kNothing; });
   std::vector<double> front(panel.values.size(), -std::numeric_limits<double>::infinity());
   list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
+    const SeenVelocity velocities(rows, dt);
     for (std::int32_t r = rows.begin; r < rows.end; ++r) {
       const Vec3D at = (rows.positions()[r] - low) * perMetre;
       if (!(at.x >= 0 && at.x < nx && at.y >= 0 && at.y < ny)) continue;
@@ -87,7 +90,7 @@ Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& lo
           static_cast<std::size_t>(at.y) * static_cast<std::size_t>(nx) + static_cast<std::size_t>(at.x);
       if (at.z <= front[pixel]) continue;
       front[pixel] = at.z;
-      panel.values[pixel] = Length(rows.velocities()[r]);
+      panel.values[pixel] = Length(velocities.Of(r));
       panel.high = std::max(panel.high, panel.values[pixel]);
     }
   });
@@ -104,7 +107,8 @@ void AddParticlePanels(OrlixScene& scene, std::vector<Panel>& panels) {
       if (!(high.x > low.x && high.y > low.y) || !IsFinite(low) || !IsFinite(high)) continue;
       const std::string label =
           fmt::format("{} {} {} m/s", group->Count(kind), kParticleKindLabels[kind], group->handler.hostObject()->name);
-      panels.push_back(ParticlePanel(label, *group->list(kind), low, high));
+      panels.push_back(ParticlePanel(label, *group->list(kind), low, high,
+                                     group->GetSimulationInfo().substepDuration));
     }
   });
 }

@@ -56,8 +56,9 @@ void PrintPlan(const Program& program, const RunOptions& options, const BaseDocu
   fmt::print(
       "{}: {} objects, {} frames a second, frames {} to {}{}, {} workers{}; nothing was simulated\n", options.scene,
       objects, document.fps, plan.first, plan.last, wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers,
-      memory.cells > 0 ? fmt::format(", up to {:.0f} cells in about {}", memory.cells, ByteSizeText(memory.bytes))
-                       : "");
+      memory.cells > 0   ? fmt::format(", up to {:.0f} cells in about {}", memory.cells, ByteSizeText(memory.bytes))
+      : memory.bytes > 0 ? fmt::format(", particles in about {}", ByteSizeText(memory.bytes))
+                         : "");
 }
 
 void PrintOutcome(const Program& program, const RunOptions& options, const SceneRun& run, double seconds,

@@ -10,6 +10,7 @@
 
 #include "exchange/particles/PointFile.h"
 #include "fluids/helpers/PropertyIds.h"
+#include "fluids/particles/SeenVelocity.h"
 #include "host/files/AtomicStream.h"
 
 namespace orlix {
@@ -112,8 +113,8 @@ std::vector<PointColumn> ColumnsFor(const std::vector<WrittenProperty>& properti
 class ChunkTable {
  public:
   ChunkTable(const ParticleRows& rows, const std::vector<WrittenProperty>& properties, const GridSpace& space,
-             const ExportSpace& out)
-      : rows_(rows), space_(space), out_(out) {
+             const ExportSpace& out, double dt)
+      : rows_(rows), velocities_(rows, dt), space_(space), out_(out) {
     for (const WrittenProperty& property : properties) {
       View& view = views_.emplace_back(View{property, {}, {}, {}});
       if (property.type == PropertyType::Real) view.reals = rows.Property<double>(property.key);
@@ -125,7 +126,7 @@ class ChunkTable {
   void Make(std::int32_t r, std::vector<double>& row) const {
     row.clear();
     Add(Placed(rows_.positions()[r]), row);
-    Add(Placed(rows_.velocities()[r]), row);
+    Add(Placed(velocities_.Of(r)), row);
     row.push_back(rows_.ids()[r]);
     for (const View& view : views_) {
       bool has = false;
@@ -159,6 +160,7 @@ class ChunkTable {
   }
 
   const ParticleRows& rows_;
+  const SeenVelocity velocities_;
   const GridSpace& space_;
   const ExportSpace& out_;
   std::vector<View> views_;
@@ -192,7 +194,8 @@ Status WriteRows(const ParticleGroup& group, std::int32_t kind, const ParticleFi
   std::vector<double> row;
   Status status;
   list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
-    const ChunkTable table(rows, properties, group.factory(kind).frame, options.space);
+    const ChunkTable table(rows, properties, group.factory(kind).frame, options.space,
+                           group.GetSimulationInfo().substepDuration);
     for (std::int32_t r = rows.begin; r < rows.end && status; ++r) {
       if (!Lives(rows, r)) continue;
       table.Make(r, row);

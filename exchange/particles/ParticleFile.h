@@ -2,6 +2,7 @@
 // A population as a PLY file of points: id, place, velocity and properties of each living particle.
 //
 //   x y z vx vy vz       host units and host units a second, in the space of the other program
+//                        (of a particle that rides a flow and keeps no velocity: what it moved in the last sub-step)
 //   id                   stays with a particle
 //   radius, temperature, mass, ...   properties by name; of vectors name_x, name_y, name_z, but nx ny nz for a normal
 //                        and red green blue for a colour. A property of one's own has its object's name

@@ -1,9 +1,11 @@
 #include "fluids/particle_emitters/ObjectParticleGridEmitter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "fluids/channels/VectorChannels.h"
+#include "fluids/particle_emitters/EmissionForecast.h"
 
 namespace orlix {
 
@@ -125,6 +127,16 @@ void ObjectParticleGridEmitter::Advise() {
   if (list && !list->entries.empty() && !limitedBySolvers_) {
     Warn("no-liquid", "none of solvers is a liquid that has particles: they limit nothing; list liquids");
   }
+}
+
+// The whole volume, full. What flows out of it and is filled up again can't be foretold.
+MemoryNeed ObjectParticleGridEmitter::MemoryFor(const VecInt3D&) const {
+  constexpr double kLaterSteps = 1.5;  // jittered lattices find some more places: 12 for 8
+  const double h = GetSimulationSpace().cellSize;
+  const MeshSize size = SizeOfVolume(*this, kVolumeId);
+  const double voxels = size.volume / (h * h * h) + size.area / (h * h);
+  const double each = std::exp2(3 * std::max(deepSubdivision_, shallowSubdivision_));
+  return MemoryOfParticles(*this, voxels * each * kLaterSteps, kPropertiesId);
 }
 
 void ObjectParticleGridEmitter::ReleaseLinks() {

@@ -35,6 +35,7 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   void Advise() override;
   void Conclude() override { handler_.Conclude(*this); }
   void ReleaseLinks() override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void CheckDirty() override;
   void Prepare(iBase* caller = nullptr) override;
   void Setup() override;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/particle_emitters/EmissionForecast.h"
+
 namespace orlix {
 
 namespace {
@@ -117,6 +119,21 @@ void ObjectParticleMeshEmitter::AdviseOnMesh() const {
   if (curvatureLimit_ > 0 && !curvature_) {
     Warn("no-curvature", "the mesh's points carry no curvature: curvature_limit has no effect; set it to 0");
   }
+}
+
+// What the settings ask for in the document's frames, one sub-step each, as far as it lives that long.
+MemoryNeed ObjectParticleMeshEmitter::MemoryFor(const VecInt3D&) const {
+  const ParticleEmissionSettings* settings = SettingsOf(*this, kSettingsId);
+  const BaseDocument* document = scene->GetHostDocument();
+  if (!settings || !document) return {};
+  double seconds = document->maxTime.Seconds() - document->minTime.Seconds() + 1.0 / document->fps;
+  const GivenProperties given = RetrieveProperties(*scene, handler, kPropertiesId);
+  if (const double* age = given.data.FindReal(PP::Age)) seconds = std::min(seconds, (*age + 1) / document->fps);
+  const auto* duration = scene->RetrieveAs<Duration>(
+      settings->handler.GetLink(ParticleEmissionSettings::kActiveInId), NODE_HELPER);
+  if (duration && duration->repeats == 0 && duration->length > 0) seconds = std::min(seconds, duration->length);
+  const double each = settings->countPerStep ? settings->Count() * document->fps : settings->Count();
+  return MemoryOfParticles(*this, each * seconds, kPropertiesId);
 }
 
 void ObjectParticleMeshEmitter::ReleaseLinks() {

@@ -32,6 +32,7 @@ class ObjectParticleMeshEmitter final : public iObject {
   void Advise() override;
   void Conclude() override { handler_.Conclude(*this); }
   void ReleaseLinks() override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void CheckDirty() override;
   void Prepare(iBase* caller = nullptr) override;
   void Setup() override;

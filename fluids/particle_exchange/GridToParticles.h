@@ -32,6 +32,7 @@ class GridToParticles final : public ParticleOperator {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(RetrieveGroups(*scene, handler, kGroupsId, 0)); }
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

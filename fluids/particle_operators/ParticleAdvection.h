@@ -25,6 +25,7 @@ class ParticleAdvection final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(kGroupId, kind_); }
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;

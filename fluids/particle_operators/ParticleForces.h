@@ -20,6 +20,7 @@ class ParticleForces final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(RetrieveGroups(*scene, handler, kGroupsId, 0)); }
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;

@@ -1,5 +1,7 @@
 #include "fluids/particle_operators/ParticleOperator.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace orlix {
@@ -64,6 +66,18 @@ void ParticleOperator::WeighAll(ParticleList& list, double start, std::vector<do
     const std::int32_t first = rows.first + rows.begin;
     Weigh(list, first, rows.end - rows.begin, worker, start, amounts.data() + first);
   });
+}
+
+void ParticleOperator::WarnWithoutKind(std::span<const GroupEntry> entries) const {
+  if (entries.empty() || std::any_of(entries.begin(), entries.end(), [](const GroupEntry& entry) {
+        const ParticleList* list = entry.group->list(entry.kind);
+        return !list || list->everHeld() || entry.group->KindIsKept(entry.kind);
+      })) {
+    return;
+  }
+  Warn("no-such-particles",
+       fmt::format("\"{}\" held no {} particle in the whole run, so it did nothing; choose the kind that its emitter makes",
+                   entries.front().group->DisplayName(), kParticleKindChoices[entries.front().kind].key));
 }
 
 }  // namespace orlix

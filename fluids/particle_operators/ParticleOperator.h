@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <new>
+#include <span>
 #include <vector>
 
 #include "fluids/constraints/Constraint.h"
@@ -37,6 +38,12 @@ class ParticleOperator : public iObject {
   }
   // The duration of an own link, or else of the link that all nodes have; null without one.
   Duration* LinkedDuration(std::int32_t linkId) const;
+  // At the end of a run, where no particle was ever of the kind: says so, and that the operator did nothing.
+  void WarnWithoutKind(std::span<const GroupEntry> entries) const;
+  void WarnWithoutKind(std::int32_t groupLinkId, std::int32_t kind) const {
+    const GroupEntry entry{LinkedGroup(groupLinkId), kind};
+    if (entry.group) WarnWithoutKind({&entry, 1});
+  }
   // Starts the constraints; Finish ends them while the node is active.
   void PrepareConstraints();
   // f(const ParticleRows&, worker) over all rows of a list on all workers, to a break. Memory that f doesn't get is

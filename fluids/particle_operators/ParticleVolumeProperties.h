@@ -26,6 +26,7 @@ class ParticleVolumeProperties final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(kGroupId, kind_); }
   // After the emitters of particles and, among them, after the solvers.
   bool ComesBefore(const iBase& other) const override;
   void Prepare(iBase* caller = nullptr) override;

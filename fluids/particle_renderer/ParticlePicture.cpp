@@ -62,6 +62,7 @@ std::vector<Shown> FindShown(const std::vector<BaseObject*>& materials, const Or
 
 ColourSource SourceOf(const ParticleLook& look, const OrlixScene& scene) {
   ColourSource source;
+  source.dt = scene.GetSimulationInfo().substepDuration;
   source.plain = !look.property && look.colourBy == ParticleLook::kPlain;
   if (source.plain) return source;
   source.key = look.colourBy;
@@ -152,6 +153,7 @@ void CloudMaker::Fill(const ParticleRows& rows, PointCloud& cloud, std::size_t a
   const auto radii = rows.Property<double>(PP::Radius);
   const auto ages = rows.Property<double>(PP::Age);
   const ColourValues values(rows, source_);
+  const SeenVelocity velocities(rows, source_.dt);
   const double perMetre = space_.hostPerSim.x, size = cloud.lit ? look_.radiusFactor * perMetre : 0;
   Vec3D value;
   bool any = false;
@@ -166,7 +168,7 @@ void CloudMaker::Fill(const ParticleRows& rows, PointCloud& cloud, std::size_t a
     double opacity = look_.opacity;
     if (look_.fadeOut > 0) opacity *= std::clamp(ages.Get(r, look_.fadeOut) / look_.fadeOut, 0.0, 1.0);
     point.opacity = static_cast<float>(opacity);
-    if (velocities_) cloud.velocities[at] = Vec3F(rows.velocities()[r] * space_.hostPerSim);
+    if (velocities_) cloud.velocities[at] = Vec3F(velocities.Of(r) * space_.hostPerSim);
     ++at;
   }
   if (any) anyValue_.store(true, std::memory_order_relaxed);

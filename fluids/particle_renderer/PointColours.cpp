@@ -13,8 +13,10 @@ constexpr int kColours = 1024;
 
 ColourValues::ColourValues(const ParticleRows& rows, const ColourSource& source) {
   if (source.plain) return;
-  if (source.key.id == PP::Velocity || source.key.id == PP::Position) {
-    core_ = source.key.id == PP::Velocity ? rows.velocities() : rows.positions();
+  if (source.key.id == PP::Velocity) {
+    velocities_.emplace(rows, source.dt);
+  } else if (source.key.id == PP::Position) {
+    positions_ = rows.positions();
   } else if (source.type == PropertyType::Real) {
     reals_ = rows.Property<double>(source.key);
   } else if (source.type == PropertyType::Vector) {
@@ -25,8 +27,10 @@ ColourValues::ColourValues(const ParticleRows& rows, const ColourSource& source)
 }
 
 bool ColourValues::Get(std::int32_t row, Vec3D& value) const {
-  if (core_) {
-    value = core_[row];
+  if (velocities_) {
+    value = velocities_->Of(row);
+  } else if (positions_) {
+    value = positions_[row];
   } else if (reals_.Has(row)) {
     value = {reals_.values()[row], 0, 0};
   } else if (vectors_.Has(row)) {

@@ -1,10 +1,11 @@
 #pragma once
 // From a property of particles to colours.
 
+#include <optional>
 #include <vector>
 
 #include "fluids/particle_renderer/ParticleLook.h"
-#include "fluids/particles/ParticleList.h"
+#include "fluids/particles/SeenVelocity.h"
 
 namespace orlix {
 
@@ -13,6 +14,7 @@ struct ColourSource {
   bool plain = true;
   PropertyKey key{PP::Velocity};
   PropertyType type = PropertyType::Vector;
+  double dt = 0;        // of the last sub-step, s
   bool direct = false;  // a vector that is itself the colour or becomes one by its direction
 };
 
@@ -24,7 +26,8 @@ class ColourValues {
   bool Get(std::int32_t row, Vec3D& value) const;
 
  private:
-  const Vec3D* core_ = nullptr;
+  const Vec3D* positions_ = nullptr;
+  std::optional<SeenVelocity> velocities_;
   PropertyView<double> reals_;
   PropertyView<Vec3D> vectors_;
   PropertyView<std::uint8_t> states_;

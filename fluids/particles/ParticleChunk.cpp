@@ -106,8 +106,10 @@ PropertyColumn& ParticleChunk::NeedColumn(int slot, PropertyType type) {
   return *expected;
 }
 
+std::int64_t ParticleChunk::CoreBytes() { return static_cast<std::int64_t>(kCoreBytes + sizeof(ParticleChunk)); }
+
 std::int64_t ParticleChunk::Bytes() const {
-  std::int64_t bytes = static_cast<std::int64_t>(kCoreBytes + sizeof(ParticleChunk));
+  std::int64_t bytes = CoreBytes();
   for (const auto& column : columns_) {
     if (const PropertyColumn* c = column.load(std::memory_order_relaxed)) bytes += PropertyColumn::BytesOf(c->type());
   }

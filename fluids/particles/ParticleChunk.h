@@ -115,6 +115,8 @@ class ParticleChunk {
   // Makes the column if need be; several workers may ask at once.
   PropertyColumn& NeedColumn(int slot, PropertyType type);
   std::int64_t Bytes() const;
+  // Without columns.
+  static std::int64_t CoreBytes();
 
   Vec3D* positions;
   Vec3D* velocities;

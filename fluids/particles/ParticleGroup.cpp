@@ -1,10 +1,14 @@
 #include "fluids/particles/ParticleGroup.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kSheetSubType = 95;  // inserts liquid whose links go by order
+constexpr std::int32_t kSheetSubType = 95;      // inserts liquid whose links go by order
+constexpr std::int32_t kAdvectionSubType = 98;  // moves particles
 
 }  // namespace
 
@@ -75,6 +79,19 @@ void ParticleGroup::UpdateBounds() {
 }
 
 void ParticleGroup::AfterStep() { UpdateBounds(); }
+
+void ParticleGroup::Conclude() {
+  if (kept_ != 0) return;
+  if (std::none_of(std::begin(factories_), std::end(factories_),
+                   [](const ParticleFactory& each) { return each.list() && each.list()->everHeld(); })) {
+    return Warn("no-particles", "it held no particle in the whole run; link it under \"group\" of an emitter");
+  }
+  bool moved = false;
+  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
+    moved |= node.IsEnabled() && node.GetNodeSubType() == kAdvectionSubType;
+  });
+  if (!moved) Warn("no-advection", "nothing moves its particles, nor do they age; add a particle_advection");
+}
 
 void ParticleGroup::RemoveDeadAll() {
   for (std::int32_t kind = 0; kind < kParticleKinds; ++kind) {

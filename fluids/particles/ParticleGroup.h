@@ -39,6 +39,7 @@ class ParticleGroup final : public iObject {
   void ExtendBounds(Vec3D& min, Vec3D& max) override;
   void EndStep() override { RemoveDeadAll(); }
   void AfterStep() override;
+  void Conclude() override;
   void VisitState(StateVisitor& visitor) override;
   void VisitOutputs(StateVisitor& visitor) override;
   std::int64_t DerivedBytes() const override;

@@ -360,6 +360,16 @@ std::int64_t ParticleList::Bytes() const {
   return bytes;
 }
 
+std::int64_t ParticleList::BytesOfChunk(const BaseParticleData& data) {
+  const ParticleList none;
+  const Fill fill(none, data);
+  const auto columns = [](const auto& values, PropertyType type) {
+    return static_cast<std::int64_t>(values.size()) * PropertyColumn::BytesOf(type);
+  };
+  return ParticleChunk::CoreBytes() + columns(fill.reals, PropertyType::Real) +
+         columns(fill.vectors, PropertyType::Vector) + columns(fill.states, PropertyType::State);
+}
+
 ParticleTally ParticleList::TakeTally() {
   return {std::exchange(born_, 0), std::exchange(died_, 0), lost_.exchange(0, std::memory_order_relaxed)};
 }

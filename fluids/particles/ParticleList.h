@@ -145,6 +145,8 @@ class ParticleList {
   // The sort that set or cleared ParticleFlag::Sorted last.
   std::uint64_t sortStamp = 0;
   std::int64_t Bytes() const;
+  // Of a chunk full of particles like data.
+  static std::int64_t BytesOfChunk(const BaseParticleData& data);
   // Walls that swallow particles report them here; safe from workers.
   void CountLost(std::int64_t n) { lost_.fetch_add(n, std::memory_order_relaxed); }
   ParticleTally TakeTally();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <utility>
 
 #include "globals/Multiversion.h"
@@ -26,29 +27,52 @@ struct CellMap {
         ny(space.dims.y) {}
 };
 
-// Along one axis: the cell, limited to the lattice.
-inline std::int32_t CellAlong(double c, double last) {
-  const double moved = c + kNudge;
-  return static_cast<std::int32_t>(moved < last ? moved : last);
-}
-
-// keys[r]: the cell of each position, outside where it lies in none (or is no number).
-ORLIX_MULTIVERSION void FillKeys(const Vec3D* positions, std::int32_t count, const CellMap& map, std::uint32_t outside,
-                                 std::uint32_t* keys) {
-  const Vec3D origin = map.origin, scale = map.scale, dims = map.dims, last = map.last;
-  for (std::int32_t r = 0; r < count; ++r) {
-    const double x = (positions[r].x - origin.x) * scale.x, y = (positions[r].y - origin.y) * scale.y,
-                 z = (positions[r].z - origin.z) * scale.z;
-    const bool in = (x >= 0) & (y >= 0) & (z >= 0) & (x < dims.x) & (y < dims.y) & (z < dims.z);
-    // Where it isn't in, the conversion sees 0.
-    const std::int32_t i = CellAlong(in ? x : 0.0, last.x), j = CellAlong(in ? y : 0.0, last.y),
-                       k = CellAlong(in ? z : 0.0, last.z);
-    const std::uint32_t key = static_cast<std::uint32_t>((k * map.ny + j) * map.nx + i);
-    keys[r] = in ? key : outside;
-  }
-}
-
 constexpr std::uint32_t kOutside = 0xFFFFFFFF;
+
+// Along one axis: the cell, limited to the lattice.
+inline std::int32_t CellAlong(double c, double last) { return static_cast<std::int32_t>(std::min(c + kNudge, last)); }
+
+// The cell of a position, outside where it lies in none (or is no number).
+inline std::uint32_t KeyOfPosition(const Vec3D& p, const CellMap& map) {
+  const Vec3D c = (p - map.origin) * map.scale;
+  if (!(c.x >= 0 && c.y >= 0 && c.z >= 0 && c.x < map.dims.x && c.y < map.dims.y && c.z < map.dims.z)) return kOutside;
+  const std::int32_t i = CellAlong(c.x, map.last.x), j = CellAlong(c.y, map.last.y), k = CellAlong(c.z, map.last.z);
+  return static_cast<std::uint32_t>((k * map.ny + j) * map.nx + i);
+}
+
+using Four = double __attribute__((vector_size(32)));
+using FourInt = std::int32_t __attribute__((vector_size(16)));
+
+ORLIX_INLINE void CellsAlong(const Four& c, double last, FourInt& cells) {
+  const Four moved = c + kNudge, most = Four{} + last;
+  cells = __builtin_convertvector(moved < most ? moved : most, FourInt);
+}
+
+// keys[r]: the cell of each position, four at a time.
+ORLIX_MULTIVERSION void FillKeys(const Vec3D* positions, std::int32_t count, const CellMap& map, std::uint32_t* keys) {
+  std::int32_t r = 0;
+  for (; r + 4 <= count; r += 4) {
+    Four a, b, c;  // x0 y0 z0 x1, y1 z1 x2 y2, z2 x3 y3 z3
+    const double* p = &positions[r].x;
+    std::memcpy(&a, p, sizeof a), std::memcpy(&b, p + 4, sizeof b), std::memcpy(&c, p + 8, sizeof c);
+    Four x = __builtin_shufflevector(__builtin_shufflevector(a, b, 0, 3, 6, 6), c, 0, 1, 2, 5);
+    Four y = __builtin_shufflevector(__builtin_shufflevector(a, b, 1, 4, 7, 7), c, 0, 1, 2, 6);
+    Four z = __builtin_shufflevector(__builtin_shufflevector(a, b, 2, 5, 5, 5), c, 0, 1, 4, 7);
+    x = (x - map.origin.x) * map.scale.x, y = (y - map.origin.y) * map.scale.y, z = (z - map.origin.z) * map.scale.z;
+    const auto in = (x >= 0.0) & (y >= 0.0) & (z >= 0.0) & (x < map.dims.x) & (y < map.dims.y) & (z < map.dims.z);
+    // Where it isn't in, the conversion sees 0.
+    const Four none{};
+    FourInt i, j, k;
+    CellsAlong(in ? x : none, map.last.x, i);
+    CellsAlong(in ? y : none, map.last.y, j);
+    CellsAlong(in ? z : none, map.last.z, k);
+    const FourInt key = (k * map.ny + j) * map.nx + i, mask = __builtin_convertvector(in, FourInt);
+    const FourInt kept = key | ~mask;  // all bits where it is outside
+    std::memcpy(keys + r, &kept, sizeof kept);
+  }
+  for (; r < count; ++r) keys[r] = KeyOfPosition(positions[r], map);
+}
+
 constexpr std::int64_t kFineBuckets = 1 << 14, kBuckets = 1 << 10, kSmallBucket = 1 << 11;
 
 std::uint64_t Pair(std::uint32_t key, std::int32_t value) {
@@ -149,7 +173,7 @@ void ParticleSort::Pass::MakeKeys() {
     for (Piece& piece : Share(w)) {
       std::uint32_t* keys = sort.keys_.get() + piece.base;
       std::uint16_t* flags = piece.rows.TagFlags();
-      FillKeys(piece.rows.positions(), piece.rows.end, map, kOutside, keys);
+      FillKeys(piece.rows.positions(), piece.rows.end, map, keys);
       for (std::int32_t r = 0; r < piece.rows.end; ++r) {
         const std::uint16_t flag = flags[r];
         if ((flag & ParticleFlag::Alive) == 0) keys[r] = kOutside;

@@ -300,18 +300,21 @@ MemoryForecast OrlixScene::ForecastMemory() const {
     scratch += most;
   }
   const double count = double(cells.x) * cells.y * cells.z;
-  return {.cells = count, .bytes = count > 0 ? kept + scratch : 0};
+  return {.cells = count, .bytes = kept + scratch};
 }
 
 void OrlixScene::RefuseWhatDoesNotFit() {
   const auto budget = static_cast<double>(GridMemoryBudget());
   const MemoryForecast forecast = ForecastMemory();
   if (budget <= 0 || forecast.bytes <= budget) return;
+  const std::string what =
+      forecast.cells > 0 ? fmt::format("its whole container has {:.0f} cells, whose grids and particles take about {}",
+                                       forecast.cells, ByteSizeText(forecast.bytes))
+                         : fmt::format("its particles take about {}", ByteSizeText(forecast.bytes));
   Fail(ErrorKind::Memory,
-       fmt::format("\"{}\": its whole container has {:.0f} cells, whose grids take about {}; the memory budget is {}. "
-                   "A voxel_size of {:.3g} or a smaller container would fit",
-                   Name(), forecast.cells, ByteSizeText(forecast.bytes), ByteSizeText(budget),
-                   space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05));
+       fmt::format("\"{}\": {}; the memory budget is {}. A voxel_size of {:.3g}{} would fit", Name(), what,
+                   ByteSizeText(budget), space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05,
+                   forecast.cells > 0 ? " or a smaller container" : " or fewer particles"));
 }
 
 bool OrlixScene::UpdateBounds() {

@@ -15,6 +15,8 @@
 namespace orlix {
 namespace {
 
+constexpr int kRider = 60;  // rides a flow and keeps no velocity
+
 struct ParticleStage : test::TestScene {
   ParticleStage() {
     groupObject = &Add("particlegroup", "Sparks");
@@ -28,6 +30,8 @@ struct ParticleStage : test::TestScene {
       data.SetReal(PP::Radius, 0.25);
       if (n % 2 == 0) data.SetReal({75, own->creationNumber()}, n);
       if (n < 10) data.SetVector(PP::Color, {0.1, 0.2, 0.3});
+      data.SetVector(PP::OldPosition, data.position - Vec3D(0.02, 0, 0));
+      if (n == kRider) data.velocity = {};
       group->list(PK_Diffuse)->Append(1, data);
     }
     group->At(PK_Diffuse, 1).Kill();
@@ -95,6 +99,9 @@ TEST(ParticleFile, HoldsTheLivingWithAllTheirProperties) {
     ++checked;
   }
   EXPECT_GT(checked, 100);
+  const double dt = stage.group->GetSimulationInfo().substepDuration;
+  EXPECT_NEAR(table.At(kRider - 1, "vx"), 0.02 / dt * unit, 1e-4 * unit) << "what it moved";
+  EXPECT_EQ(table.At(kRider - 1, "vz"), 0);
   EXPECT_THROW(table.At(0, "has_radius"), std::runtime_error) << "all have one";
 }
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/mount.h>
 
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -15,6 +16,7 @@
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Folders.h"
 #include "tests/support/SmallDisk.h"
 
 namespace orlix {
@@ -42,6 +44,7 @@ std::map<int, std::string> FrameHashes(const fs::path& statistics) {
 // A plume and the folder of its results.
 struct Plume {
   explicit Plume(const PlumeSettings& settings) { scene = runner.Write("plume.json", PlumeScene(settings)); }
+  explicit Plume(const char* text) { scene = runner.Write("scene.json", text); }
   fs::path Folder(const std::string& name) const { return runner.folder / name; }
   fs::path Statistics(const std::string& out) const { return runner.folder / (out + ".jsonl"); }
   std::vector<std::string> Arguments(const std::string& out, bool resume) const {
@@ -133,6 +136,38 @@ TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
   EXPECT_TRUE(fs::exists(plume.Folder("out") / fmt::format("checkpoints/state{:05}.checkpoint", last)));
   ASSERT_EQ(plume.Run("out", true).code, 0);
   EXPECT_EQ(FrameHashes(plume.Statistics("out")), FrameHashes(plume.Statistics("whole")));
+}
+
+// The rain, with files of its particles in place of pictures.
+std::string SmallRain() {
+  std::string text = test::ReadText(fs::path(SourceFolder()) / "scenes/rain.json");
+  for (const auto& [from, to] : {std::pair("[0, 72]", "[0, 24]"), std::pair("\"count\": 14000", "\"count\": 1500"),
+                                 std::pair("\"pictures\"", "\"particles\"")}) {
+    const std::size_t at = text.find(from);
+    if (at == std::string::npos) throw std::runtime_error(std::string("the rain has no ") + from);
+    text.replace(at, std::strlen(from), to);
+  }
+  return text;
+}
+
+TEST(Resume, AKilledRunOfParticlesGoesOnWithTheSameBits) {
+  const std::string text = SmallRain();
+  Plume rain(text.c_str());
+  const ProgramOutcome whole = rain.Run("whole", false);
+  ASSERT_EQ(whole.code, 0) << whole.err;
+  const ProgramOutcome killed = rain.Run("out", false, [&](pid_t process) {
+    AwaitFile(rain.Folder("out") / "checkpoints/state00014.checkpoint", process);
+    ::kill(process, SIGKILL);
+  });
+  ASSERT_TRUE(killed.code == 256 + SIGKILL || killed.code == 0) << killed.err;
+  const ProgramOutcome resumed = rain.Run("out", true);
+  ASSERT_EQ(resumed.code, 0) << resumed.err;
+  EXPECT_EQ(FrameHashes(rain.Statistics("out")), FrameHashes(rain.Statistics("whole")));
+  for (const char* name : {"rain_Shower_Rain_passive.0024.ply", "rain_Shower_Splashes_diffuse.0024.ply"}) {
+    const std::string bytes = test::ReadText(rain.Folder("out") / "out" / name);
+    EXPECT_GT(bytes.size(), 1000u) << name;
+    EXPECT_EQ(bytes, test::ReadText(rain.Folder("whole") / "out" / name));
+  }
 }
 
 TEST(Resume, AChangedSceneIsRefused) {

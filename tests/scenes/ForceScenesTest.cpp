@@ -232,7 +232,12 @@ INSTANTIATE_TEST_SUITE_P(Scenes, SceneThreads,
                                          std::pair("scenes/wind_moving_obstacle.json", "Tunnel.voxel_size=0.25"),
                                          std::pair("scenes/constraint_shaped_emission.json", "Room.voxel_size=0.25"),
                                          std::pair("scenes/curl_and_vortex.json", "Box.voxel_size=0.25"),
-                                         std::pair("scenes/smoke_plume.json", "Plume.voxel_size=0.125")),
+                                         std::pair("scenes/smoke_plume.json", "Plume.voxel_size=0.125"),
+                                         std::pair("scenes/embers.json", "Fire.voxel_size=0.12"),
+                                         std::pair("scenes/dust.json", "Hall.voxel_size=0.15"),
+                                         std::pair("scenes/rain.json", "Drops.count=3000"),
+                                         std::pair("scenes/dissolving_mesh.json", "Grains.count=2000"),
+                                         std::pair("scenes/vortex_particles.json", "Fine.voxel_size=0.2")),
                          [](const auto& scene) {
                            const std::string file = scene.param.first;
                            return file.substr(7, file.find('.') - 7);

@@ -4,7 +4,9 @@
 
 #include <cmath>
 
+#include "fluids/grids/GridMemory.h"
 #include "fluids/particle_emitters/LatticeFill.h"
+#include "fluids/particle_emitters/ParticleEmissionSettings.h"
 #include "tests/fluids/particle_emitters/EmissionScene.h"
 
 namespace orlix {
@@ -28,6 +30,32 @@ TEST(GridEmitter, FillsEachVoxelWithEightAndTopsUp) {
   s.Step(1);
   EXPECT_GE(s.Count(), 8000);
   EXPECT_LE(s.Count(), 10000) << "9.7 a voxel";
+}
+
+// Before the first step it isn't known what noise finds room for; jittered lattices come to 12 for 8.
+TEST(ParticleForecast, HoldsWhatEmittersFillAndSaysSoBefore) {
+  for (const char* type : {"particlegridemitter", "particlemeshemitter"}) {
+    EmissionScene s(type, 20);
+    s.document.maxTime = BaseTime::OfFrame(3, 24);
+    s.settings.Set(ParticleEmissionSettings::kCountId, std::int64_t(400000));
+    s.hook.BuildScenes(s.document, false);
+    const double foretold = s.scene().ForecastMemory().bytes;
+    s.StepThrough(0, 3);
+    const auto held = static_cast<double>(s.List().Bytes());
+    EXPECT_GT(held, 1e6);
+    EXPECT_LE(held, foretold) << type;
+    EXPECT_GT(held, 0.4 * foretold) << type;
+    EXPECT_NEAR(s.scene().ForecastMemory().bytes, foretold, 0.02 * foretold) << "what is there counts once";
+    SetGridMemoryBudget(static_cast<std::int64_t>(0.9 * foretold));
+    EmissionScene refused(type, 20);
+    refused.document.maxTime = s.document.maxTime;
+    refused.settings.Set(ParticleEmissionSettings::kCountId, std::int64_t(400000));
+    refused.hook.BuildScenes(refused.document, false);
+    SetGridMemoryBudget(0);
+    ASSERT_TRUE(refused.hook.Failure()) << type;
+    EXPECT_EQ(refused.hook.Failure()->kind, ErrorKind::Memory);
+    EXPECT_NE(refused.hook.Failure()->text.find("particles take about"), std::string::npos);
+  }
 }
 
 TEST(GridEmitter, WithoutJitterTheLatticeIsRegularAndFullAtOnce) {
