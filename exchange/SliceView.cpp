@@ -73,8 +73,7 @@ void BoxOf(OrlixScene& scene, const ParticleFactory& factory, Vec3D& low, Vec3D&
 }
 
 // The speeds of the foremost particles.
-Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& low, const Vec3D& high,
-                    double dt) {
+Panel ParticlePanel(std::string label, const ParticleList& list, const Vec3D& low, const Vec3D& high, double dt) {
   const Vec3D size = high - low;
   const int ny = kPanelHeight / 2;  // fine enough to show waves, coarse enough to leave no gaps
   const double perMetre = ny / size.y;
@@ -107,8 +106,7 @@ void AddParticlePanels(OrlixScene& scene, std::vector<Panel>& panels) {
       if (!(high.x > low.x && high.y > low.y) || !IsFinite(low) || !IsFinite(high)) continue;
       const std::string label =
           fmt::format("{} {} {} m/s", group->Count(kind), kParticleKindLabels[kind], group->handler.hostObject()->name);
-      panels.push_back(ParticlePanel(label, *group->list(kind), low, high,
-                                     group->GetSimulationInfo().substepDuration));
+      panels.push_back(ParticlePanel(label, *group->list(kind), low, high, group->GetSimulationInfo().substepDuration));
     }
   });
 }

@@ -129,8 +129,8 @@ MemoryNeed ObjectParticleMeshEmitter::MemoryFor(const VecInt3D&) const {
   double seconds = document->maxTime.Seconds() - document->minTime.Seconds() + 1.0 / document->fps;
   const GivenProperties given = RetrieveProperties(*scene, handler, kPropertiesId);
   if (const double* age = given.data.FindReal(PP::Age)) seconds = std::min(seconds, (*age + 1) / document->fps);
-  const auto* duration = scene->RetrieveAs<Duration>(
-      settings->handler.GetLink(ParticleEmissionSettings::kActiveInId), NODE_HELPER);
+  const auto* duration =
+      scene->RetrieveAs<Duration>(settings->handler.GetLink(ParticleEmissionSettings::kActiveInId), NODE_HELPER);
   if (duration && duration->repeats == 0 && duration->length > 0) seconds = std::min(seconds, duration->length);
   const double each = settings->countPerStep ? settings->Count() * document->fps : settings->Count();
   return MemoryOfParticles(*this, each * seconds, kPropertiesId);

@@ -76,8 +76,9 @@ void ParticleOperator::WarnWithoutKind(std::span<const GroupEntry> entries) cons
     return;
   }
   Warn("no-such-particles",
-       fmt::format("\"{}\" held no {} particle in the whole run, so it did nothing; choose the kind that its emitter makes",
-                   entries.front().group->DisplayName(), kParticleKindChoices[entries.front().kind].key));
+       fmt::format(
+           "\"{}\" held no {} particle in the whole run, so it did nothing; choose the kind that its emitter makes",
+           entries.front().group->DisplayName(), kParticleKindChoices[entries.front().kind].key));
 }
 
 }  // namespace orlix

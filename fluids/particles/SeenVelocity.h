@@ -1,6 +1,6 @@
 #pragma once
-// The velocity with which a particle is seen, in files and pictures: its own, or, since one that rides a flow keeps none,
-// what it moved in the last sub-step.
+// The velocity with which a particle is seen, in files and pictures: its own, or, since one that rides a flow keeps
+// none, what it moved in the last sub-step.
 
 #include "fluids/particles/ParticleList.h"
 

@@ -112,16 +112,22 @@ void PointRaster::Sort(WorkerPool& workers) {
   spots_.resize(sum);
   wide_.resize(wide);
   forEachPlace([](std::vector<Spot>& to, const Spot& spot, std::size_t& place) { to[place++] = spot; });
+  std::sort(wide_.begin(), wide_.end(), [&](const Spot& a, const Spot& b) {
+    const float nearA = a.depth - BulgeOf(a), nearB = b.depth - BulgeOf(b);
+    return nearA < nearB || (nearA == nearB && a.point < b.point);
+  });
+}
+
+// The depth by which the middle of a ball is nearer than its rim.
+float PointRaster::BulgeOf(const Spot& spot) const {
+  if (!clouds_[CloudOf(spot.point)].lit) return 0;
+  const auto perPixel = static_cast<float>(2 * camera_.halfWidth / width_);
+  return spot.radius * perPixel * (camera_.projection == Projection::Parallel ? 1 : spot.depth);
 }
 
 void PointRaster::DrawSpot(const Spot& spot, int left, int top, int right, int bottom,
                            std::vector<PointSample>& drawn) const {
-  const float inverse = 1 / spot.radius;
-  // Depth by which the middle of a ball is nearer than its rim.
-  const bool parallel = camera_.projection == Projection::Parallel;
-  const bool lit = clouds_[CloudOf(spot.point)].lit;
-  const auto perPixel = static_cast<float>(2 * camera_.halfWidth / width_);
-  const float bulge = lit ? spot.radius * perPixel * (parallel ? 1 : spot.depth) : 0;
+  const float inverse = 1 / spot.radius, bulge = BulgeOf(spot);
   const auto within = [](float at, int low, int high) {
     return static_cast<int>(std::clamp(std::floor(at), static_cast<float>(low), static_cast<float>(high)));
   };
@@ -146,14 +152,21 @@ void PointRaster::DrawSpot(const Spot& spot, int left, int top, int right, int b
 
 void PointRaster::Draw(int tile, int left, int top, int right, int bottom, std::vector<PointSample>& drawn) const {
   drawn.assign(static_cast<std::size_t>(right - left) * (bottom - top) * samples_, {});
-  for (std::size_t s = starts_[tile]; s < starts_[static_cast<std::size_t>(tile) + 1]; ++s) {
-    DrawSpot(spots_[s], left, top, right, bottom, drawn);
-  }
+  // The nearest of the wide ones come first: what lies behind all that they cover is passed over, so that a heap of
+  // points before the camera takes no longer than the few that are seen.
+  float farthest = std::numeric_limits<float>::infinity();
   for (const Spot& spot : wide_) {
-    if (spot.x + spot.radius > left && spot.x - spot.radius < right && spot.y + spot.radius > top &&
-        spot.y - spot.radius < bottom) {
-      DrawSpot(spot, left, top, right, bottom, drawn);
+    if (spot.depth - BulgeOf(spot) > farthest) break;
+    if (!(spot.x + spot.radius > left && spot.x - spot.radius < right && spot.y + spot.radius > top &&
+          spot.y - spot.radius < bottom)) {
+      continue;
     }
+    DrawSpot(spot, left, top, right, bottom, drawn);
+    farthest = 0;
+    for (const PointSample& sample : drawn) farthest = std::max(farthest, sample.depth);
+  }
+  for (std::size_t s = starts_[tile]; s < starts_[static_cast<std::size_t>(tile) + 1]; ++s) {
+    if (spots_[s].depth - BulgeOf(spots_[s]) <= farthest) DrawSpot(spots_[s], left, top, right, bottom, drawn);
   }
 }
 

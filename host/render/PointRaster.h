@@ -56,6 +56,7 @@ class PointRaster {
   template <class F>
   void ForEachSpot(std::size_t begin, std::size_t end, F&& f) const;
   std::size_t CloudOf(std::size_t point) const;
+  float BulgeOf(const Spot& spot) const;
   void DrawSpot(const Spot& spot, int left, int top, int right, int bottom, std::vector<PointSample>& drawn) const;
 
   const std::vector<PointCloud>& clouds_;
@@ -64,7 +65,7 @@ class PointRaster {
   std::vector<std::size_t> firsts_;  // of each cloud's points, and the end
   std::vector<Spot> spots_;          // tile by tile
   std::vector<std::size_t> starts_;  // of each tile in spots_, and the end
-  std::vector<Spot> wide_;           // those that lie in many tiles
+  std::vector<Spot> wide_;           // those that lie in many tiles, the nearest first
   std::vector<Vec2D> places_;        // of the samples in a pixel
 };
 

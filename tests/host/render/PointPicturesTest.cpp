@@ -125,6 +125,21 @@ TEST(PointPictures, LitBallsFollowLambertAndSurfacesShadeThem) {
   EXPECT_EQ(ValueAt(PictureOf(world), "R", 32, 20), 0);
 }
 
+// 200,000 that each fill the picture: 70 thousand million samples, if they were drawn.
+TEST(PointPictures, AHeapBeforeTheCameraEndsSoon) {
+  RenderWorld world;
+  LookAhead(world, 160, 2);
+  PointCloud cloud;
+  cloud.lit = false;
+  for (int n = 0; n < 200000; ++n) {
+    const float shade = static_cast<float>(n) / 200000;
+    cloud.points.push_back({{0, 0, 8 * shade}, 50, Vec3F(shade), 0.5f});
+  }
+  world.points.push_back(cloud);
+  const Picture picture = PictureOf(world);
+  for (const float v : picture.Find("R")->values) ASSERT_GT(v, 0.999f);
+}
+
 TEST(PointPictures, OpacityIsTheShareOfSamples) {
   RenderWorld world;
   LookAhead(world, 16, 64);
