@@ -27,10 +27,10 @@ SCENES = [
     ("curl_and_vortex", 44, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
     ("dam_break", 24, "A column of water collapses."),
-    ("embers", 60, "Particles rise from a fire, with the temperature of the air."),
-    ("dust", 40, "Dust on the ground, dragged by the air of a falling thing."),
+    ("embers", 44, "Embers rise from a fire and glow by the temperature of the air."),
+    ("dust", 40, "A slab falls, and its air rolls up the dust on the ground."),
     ("rain", 48, "Drops burst on a ball."),
-    ("dissolving_mesh", 40, "A mesh turns to particles in a curl flow."),
+    ("dissolving_mesh", 80, "A knot of coloured grains dissolves in a curl flow."),
 ]
 HEAD = """# Gallery
 
