@@ -141,7 +141,7 @@ TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
 // The rain, with files of its particles in place of pictures.
 std::string SmallRain() {
   std::string text = test::ReadText(fs::path(SourceFolder()) / "scenes/rain.json");
-  for (const auto& [from, to] : {std::pair("[0, 72]", "[0, 24]"), std::pair("\"count\": 14000", "\"count\": 1500"),
+  for (const auto& [from, to] : {std::pair("[0, 72]", "[0, 19]"), std::pair("\"count\": 14000", "\"count\": 1500"),
                                  std::pair("\"pictures\"", "\"particles\"")}) {
     const std::size_t at = text.find(from);
     if (at == std::string::npos) throw std::runtime_error(std::string("the rain has no ") + from);
@@ -156,14 +156,14 @@ TEST(Resume, AKilledRunOfParticlesGoesOnWithTheSameBits) {
   const ProgramOutcome whole = rain.Run("whole", false);
   ASSERT_EQ(whole.code, 0) << whole.err;
   const ProgramOutcome killed = rain.Run("out", false, [&](pid_t process) {
-    AwaitFile(rain.Folder("out") / "checkpoints/state00014.checkpoint", process);
+    AwaitFile(rain.Folder("out") / "checkpoints/state00009.checkpoint", process);
     ::kill(process, SIGKILL);
   });
   ASSERT_TRUE(killed.code == 256 + SIGKILL || killed.code == 0) << killed.err;
   const ProgramOutcome resumed = rain.Run("out", true);
   ASSERT_EQ(resumed.code, 0) << resumed.err;
   EXPECT_EQ(FrameHashes(rain.Statistics("out")), FrameHashes(rain.Statistics("whole")));
-  for (const char* name : {"rain_Shower_Rain_passive.0024.ply", "rain_Shower_Splashes_diffuse.0024.ply"}) {
+  for (const char* name : {"rain_Shower_Rain_passive.0019.ply", "rain_Shower_Splashes_diffuse.0019.ply"}) {
     const std::string bytes = test::ReadText(rain.Folder("out") / "out" / name);
     EXPECT_GT(bytes.size(), 1000u) << name;
     EXPECT_EQ(bytes, test::ReadText(rain.Folder("whole") / "out" / name));

@@ -38,18 +38,20 @@ TEST(ParticleForecast, HoldsWhatEmittersFillAndSaysSoBefore) {
     EmissionScene s(type, 20);
     s.document.maxTime = BaseTime::OfFrame(3, 24);
     s.settings.Set(ParticleEmissionSettings::kCountId, std::int64_t(400000));
+    ASSERT_TRUE(s.document.SetTime(s.document.minTime).ok());
     s.hook.BuildScenes(s.document, false);
     const double foretold = s.scene().ForecastMemory().bytes;
     s.StepThrough(0, 3);
     const auto held = static_cast<double>(s.List().Bytes());
     EXPECT_GT(held, 1e6);
     EXPECT_LE(held, foretold) << type;
-    EXPECT_GT(held, 0.4 * foretold) << type;
+    EXPECT_GT(held, 0.3 * foretold) << type;  // the mesh emitter refuses places too close
     EXPECT_NEAR(s.scene().ForecastMemory().bytes, foretold, 0.02 * foretold) << "what is there counts once";
     SetGridMemoryBudget(static_cast<std::int64_t>(0.9 * foretold));
     EmissionScene refused(type, 20);
     refused.document.maxTime = s.document.maxTime;
     refused.settings.Set(ParticleEmissionSettings::kCountId, std::int64_t(400000));
+    ASSERT_TRUE(refused.document.SetTime(refused.document.minTime).ok());
     refused.hook.BuildScenes(refused.document, false);
     SetGridMemoryBudget(0);
     ASSERT_TRUE(refused.hook.Failure()) << type;
