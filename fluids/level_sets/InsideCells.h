@@ -39,6 +39,17 @@ inline std::string TooThinText(const Vec3D& size, double cellSize) {
       cells.x, cells.y, cells.z);
 }
 
+inline bool HasInsideNode(const GridView<const double>& nodes, WorkerPool& pool) {
+  std::atomic<bool> found{false};
+  ParallelRange(pool, 0, nodes.dims.z, [&](int first, int last, int) {
+    for (int k = first; k < last && !found.load(std::memory_order_relaxed); ++k) {
+      const double* layer = nodes.data + nodes.Index(0, 0, k);
+      if (std::any_of(layer, layer + nodes.slab, [](double d) { return d < 0; })) found.store(true);
+    }
+  });
+  return found.load();
+}
+
 inline bool HasInsideCell(const GridView<const double>& nodes, WorkerPool& pool) {
   std::atomic<bool> found{false};
   ParallelRange(pool, 0, nodes.dims.z - 1, [&](int first, int last, int) {

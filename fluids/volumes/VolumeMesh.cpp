@@ -100,16 +100,19 @@ void VolumeMesh::Advise() {
   if (!hostGeometry_) return Warn("no-geometry", "no object is linked, so it has no inside; link one with polygons");
   Vec3D min, max;
   if (!IsObstacle() || simulationInfo->time != 0 || !StillBox(min, max)) return;
-  const std::string thin = TooThinText(max - min, GetSimulationSpace().cellSize);
-  if (!thin.empty()) Warn("no-cell", "nothing flows around it: " + thin);
+  // What is thin in one axis closes faces where nodes lie in it: that shows when it runs.
+  const Vec3D cells = (max - min) / GetSimulationSpace().cellSize;
+  constexpr double kFlat = 1e-3;
+  if (std::max({cells.x, cells.y, cells.z}) >= 1 && std::min({cells.x, cells.y, cells.z}) >= kFlat) return;
+  Warn("no-cell", "nothing flows around it: " + TooThinText(max - min, GetSimulationSpace().cellSize));
 }
 
 void VolumeMesh::WarnOfEmpty() {
-  filledCells_ = filledCells_ || !IsObstacle() || HasInsideCell(*LevelSet(), scene->pool());
-  if (filledCells_) return;
+  hadInside_ = hadInside_ || !IsObstacle() || HasInsideNode(*LevelSet(), scene->pool());
+  if (hadInside_) return;
   Warn("no-cell",
-       "it fills no cell, so nothing flows around it; it may be thinner than a cell, without area, or open: make it "
-       "larger, or voxel_size smaller");
+       "no point of the grid lies in it, so nothing flows around it; it may be thinner than a cell, without area, or "
+       "open: make it larger, or voxel_size smaller");
 }
 
 void VolumeMesh::ReleaseLinks() {

@@ -57,7 +57,7 @@ class VolumeMesh final : public VolumeBase {
   double shell_ = 1;
   std::int32_t threadLimit_ = 0;
   bool needsVoxelising_ = false;
-  bool filledCells_ = false;  // at some time
+  bool hadInside_ = false;  // at some time
 };
 
 }  // namespace orlix
