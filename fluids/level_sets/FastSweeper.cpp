@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <new>
+#include <vector>
 
 #include "fluids/grids/RowPipeline.h"
 #include "globals/Multiversion.h"
@@ -101,7 +102,7 @@ void ForInnerRows(WorkerPool& pool, const ScalarGrid& grid, F&& work) {
 }
 
 // What a node next to the zero of phi keeps; 0 or more, kFar elsewhere.
-double KeptDistance(const ScalarGrid& phi, int i, int j, int k, double h) {
+double KeptDistance(const GridView<double>& phi, int i, int j, int k, double h) {
   const double a = phi(i, j, k);
   const std::int64_t c = phi.Index(i, j, k), strides[3] = {1, phi.dims.x, phi.slab};
   const int at[3] = {i, j, k};
@@ -122,6 +123,17 @@ double KeptDistance(const ScalarGrid& phi, int i, int j, int k, double h) {
   return kept;
 }
 
+// Whether a row's nodes, but for the first and last, have a neighbour on the other side of the zero.
+ORLIX_MULTIVERSION void MarkCrossings(const double* row, const double* below, const double* above, const double* before,
+                                      const double* behind, int n, std::uint8_t* crosses) {
+  for (int i = 1; i < n - 1; ++i) {
+    const int side = row[i] >= 0;
+    crosses[i] =
+        static_cast<std::uint8_t>((side ^ (row[i - 1] >= 0)) | (side ^ (row[i + 1] >= 0)) | (side ^ (below[i] >= 0)) |
+                                  (side ^ (above[i] >= 0)) | (side ^ (before[i] >= 0)) | (side ^ (behind[i] >= 0)));
+  }
+}
+
 }  // namespace
 
 void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h) {
@@ -134,15 +146,18 @@ void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h)
   SpreadThroughLayers(pool, values, h, -1);
 }
 
-void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, ScalarGrid& phi) {
-  const double h = phi.space.cellSize;
+void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<double>& phi, double h) {
   const auto above = scratch.Take<double>(phi.dims), below = scratch.Take<double>(phi.dims);
-  ParallelRange(pool, 0, phi.dims.z, [&](int begin, int end, int) {
+  const VecInt3D n = phi.dims;
+  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
+    std::vector<std::uint8_t> crosses(std::size_t(n.x), 1);
     for (int k = begin; k < end; ++k) {
-      for (int j = 0; j < phi.dims.y; ++j) {
-        for (int i = 0; i < phi.dims.x; ++i) {
+      for (int j = 0; j < n.y; ++j) {
+        MarkCrossings(&phi(0, j, k), &phi(0, std::max(j - 1, 0), k), &phi(0, std::min(j + 1, n.y - 1), k),
+                      &phi(0, j, std::max(k - 1, 0)), &phi(0, j, std::min(k + 1, n.z - 1)), n.x, crosses.data());
+        for (int i = 0; i < n.x; ++i) {
           const std::int64_t c = phi.Index(i, j, k);
-          const double kept = KeptDistance(phi, i, j, k, h);
+          const double kept = crosses[std::size_t(i)] ? KeptDistance(phi, i, j, k, h) : kFar;
           (*above)[c] = phi[c] >= 0 ? kept : kFar;
           (*below)[c] = phi[c] >= 0 ? kFar : kept;
         }

@@ -19,7 +19,7 @@ void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h)
 // The distances of phi anew, on both sides of its zero, which stays where it is. The ends of an edge that crosses it
 // are kept, scaled as if the edge were one cell long where |a| + |b| is above 0.9 h; what nothing reaches becomes the
 // largest double of its sign. 0 counts as positive.
-void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, ScalarGrid& phi);
+void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<double>& phi, double h);
 
 // Distances from a region of marked cells (mask 1, else 0): its outermost layer of cells holds minus half a cell, what
 // lies outside grows by a cell edge a step, and so does with signInterior the inside, downwards. Nodes that nothing

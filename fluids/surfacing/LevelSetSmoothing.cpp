@@ -70,12 +70,14 @@ class Smoothing {
  private:
   void Reinitialise() {
     if (!upper_) upper_ = Shifted(settings_.above), lower_ = Shifted(settings_.below);
-    for (ScalarGrid* grid : {upper_.get(), lower_.get(), &phi_}) ReinitialiseLevelSet(pool_, scratch_, *grid);
+    for (Grid<double>* grid : {&*upper_, &*lower_, static_cast<Grid<double>*>(&phi_)}) {
+      ReinitialiseLevelSet(pool_, scratch_, *grid, h_);
+    }
     fresh_ = false;
   }
   // The bounds are those of the level set that was given: they are made before anything moved.
-  std::unique_ptr<ScalarGrid> Shifted(double by) {
-    auto grid = ScalarGrid::CreateLike(phi_, kGridScratch);
+  ScratchPool::Lease<double> Shifted(double by) {
+    auto grid = scratch_.Take<double>(phi_.dims);
     ParallelRange(pool_, 0, phi_.dims.z, [&](int from, int to, int) {
       for (std::int64_t c = std::int64_t(from) * phi_.slab; c < std::int64_t(to) * phi_.slab; ++c) {
         (*grid)[c] = phi_[c] + by;
@@ -102,7 +104,7 @@ class Smoothing {
   bool fresh_ = false;  // the runs are those of phi
   ActiveRuns wide_, narrow_;
   CountedVector<double> low_, high_, next_;
-  std::unique_ptr<ScalarGrid> lower_, upper_;
+  ScratchPool::Lease<double> lower_, upper_;
 };
 
 void Smoothing::Collect(bool biharmonic) {

@@ -87,7 +87,7 @@ TEST(Smoothing, IsWhatThePlainRoundsGive) {
     if (settings.biharmonicRounds > 0) {
       WorkerPool pool(1);
       ScratchPool scratch;
-      for (ScalarGrid* grid : {&lower, &upper, expected.get()}) ReinitialiseLevelSet(pool, scratch, *grid);
+      for (ScalarGrid* grid : {&lower, &upper, expected.get()}) ReinitialiseLevelSet(pool, scratch, *grid, kCell);
       PlainRounds(*expected, lower, upper, settings.biharmonicRounds, true);
     }
     return expected;

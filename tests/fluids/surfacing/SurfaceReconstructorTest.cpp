@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/constraints/VoxelDistanceConstraint.h"
 #include "globals/Random.h"
 #include "tests/support/TestScene.h"
 
@@ -78,7 +79,8 @@ TEST_F(ReconstructorNode, TheFilterLeavesParticlesOut) {
   AddParticle({0.9, 1, 1}), AddParticle({5, 1, 1}, 0.9), AddParticle({1, 5, 1}, 0.3);
   BaseObject &ball = s.Add("constraint_voxeldistance", "ball"), &centre = s.Add("null", "centre");
   centre.Set(kPositionId, Vec3D(100, 500, 100));
-  ball.Set(1000, s.LinkTo(centre)), ball.Set(1001, 60.0);
+  ball.Set(VoxelDistanceConstraint::kReferenceId, s.LinkTo(centre));
+  ball.Set(VoxelDistanceConstraint::kDistanceId, 60.0);
   object.Set(kConstraintsId, s.ListOf({&ball}));
   object.Set(SurfaceReconstructor::kDensityThresholdId, 0.5);
   s.Step(1);
