@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Makes the pictures of docs/gallery and writes docs/gallery.md: each scene is run with all its frames, one of them is
-shown. --quick makes the shown frames alone and keeps the times that the page has; names of scenes choose some."""
+shown. --quick makes the shown frames alone and keeps the times that the page has, --page writes the page by what is
+there; names of scenes choose some."""
 import pathlib
 import re
 import resource
@@ -15,14 +16,15 @@ PAGE = ROOT / "docs/gallery.md"
 PICTURES = ROOT / "docs/gallery"
 MOST_BYTES, MOST_BYTES_IN_ALL = 80 << 10, 2 << 20
 
-# Name of the scene, the frame that is shown, what there is to see.
+# Name of the scene, the frame that is shown, what there is to see. Scenes that aren't here follow by name, with their own
+# first sentence.
 SCENES = [
-    ("demo", 70, "Smoke rises around a scanned rabbit."),
+    ("demo", 60, "Smoke rises around a scanned rabbit."),
     ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
     ("plume_around_obstacle", 90, "A plume meets a ball, parts and closes again, in a low sun."),
     ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
     ("candle", 20, "A small flame with the colours of a black body."),
-    ("wind_moving_obstacle", 70, "A wind tunnel: seven threads of smoke around a ball that swings to and fro."),
+    ("wind_moving_obstacle", 60, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
     ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
     ("curl_and_vortex", 44, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
@@ -34,10 +36,22 @@ SCENES = [
 ]
 HEAD = """# Gallery
 
-Every scene of [scenes/](../scenes). The time is that of all frames of the
-scene, simulation and pictures, in processor seconds of an AMD EPYC: two idle cores take a little more than half of it.
-`./dev gallery` makes everything on this page anew, `./dev gallery --quick NAME` one picture.
+Every scene of [scenes/](../scenes). `./dev gallery` makes everything on this page anew and measures the time of all
+frames of each scene, simulation and pictures, in processor seconds (two idle cores take a little more than half of it);
+`./dev gallery --quick NAME` makes one picture.
 """
+
+
+def add_others():
+    known = {name for name, _, _ in SCENES}
+    for file in sorted((ROOT / "scenes").glob("*.json")):
+        if file.stem in known:
+            continue
+        text = file.read_text()
+        comment = re.match(r"(?://.*\n)+", text)
+        words = re.sub(r"\s*//\s*", " ", comment[0]).strip() if comment else file.stem
+        last = re.search(r'"frames": \[\d+, (\d+)\]', text)
+        SCENES.append((file.stem, int(last[1]) * 2 // 3 if last else 0, words.split(". ")[0].rstrip(".") + "."))
 
 
 def processor_seconds():
@@ -86,8 +100,9 @@ def write_page(times):
 
 
 def main(arguments):
+    add_others()
     quick = "--quick" in arguments
-    names = [a for a in arguments if a != "--quick"]
+    names = [a for a in arguments if not a.startswith("--")]
     unknown = set(names) - {name for name, _, _ in SCENES}
     if unknown:
         sys.exit(f"no such scene: {', '.join(sorted(unknown))}")
@@ -96,6 +111,8 @@ def main(arguments):
     old = PAGE.read_text() if PAGE.exists() else ""
     times = dict(re.findall(r"^    .*?(\w+)   # (\d+) s$", old, re.M))
     PICTURES.mkdir(exist_ok=True)
+    if "--page" in arguments:
+        return write_page(times)
     for name, frame, _ in SCENES:
         if names and name not in names:
             continue

@@ -30,13 +30,14 @@ bool TakeChar(std::string_view& text, char c) {
 }
 
 // One range, "5", "1-100" or "1-100x2".
-bool AddRange(std::string_view range, std::vector<int>& frames) {
+bool AddRange(std::string_view range, std::vector<int>& frames, bool& reversed) {
   const auto first = TakeInt(range);
   if (!first) return false;
   int last = *first, step = 1;
   if (TakeChar(range, '-')) {
     const auto end = TakeInt(range);
-    if (!end || *end < *first) return false;
+    reversed = end && *end < *first;
+    if (!end || reversed) return false;
     last = *end;
     if (TakeChar(range, 'x')) {
       const auto by = TakeInt(range);
@@ -56,12 +57,15 @@ bool AddRange(std::string_view range, std::vector<int>& frames) {
 Result<std::vector<int>> ParseFrameList(std::string_view text) {
   std::vector<int> frames;
   std::string_view rest = text;
-  bool good = !text.empty();
+  bool good = !text.empty(), reversed = false;
   while (good) {
     const auto comma = rest.find(',');
-    good = AddRange(rest.substr(0, comma), frames);
+    good = AddRange(rest.substr(0, comma), frames, reversed);
     if (comma == std::string_view::npos) break;
     rest.remove_prefix(comma + 1);
+  }
+  if (reversed) {
+    return Error{ErrorKind::Usage, fmt::format("--frames {}: a range ends before it begins", text)};
   }
   if (!good) {
     return Error{ErrorKind::Usage,

@@ -1,5 +1,7 @@
 #include "apps/orlix/CommandLine.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -7,6 +9,7 @@
 #include <memory>
 
 #include "apps/orlix/ExitCode.h"
+#include "host/description/TypeRegistry.h"
 #include "host/threads/WorkerPool.h"
 
 namespace orlix {
@@ -152,6 +155,38 @@ std::vector<std::string> CommandFirst(int count, const char* const* arguments, c
   return list;
 }
 
+// "did you mean" for a word that is none of the names but nearly one.
+std::string Suggestion(const std::string& word, const std::vector<std::string>& names) {
+  constexpr int kMostEdits = 3;
+  std::string best;
+  int least = kMostEdits + 1;
+  for (const std::string& name : names) {
+    if (const int edits = EditDistance(word, name, least); edits < least) least = edits, best = name;
+  }
+  return best.empty() || least == 0 ? "" : fmt::format("{}: did you mean {}?\n", word, best);
+}
+
+// For a command and options that the parser doesn't know. Words are in the order in which they were typed.
+std::string Suggestions(const std::vector<std::string>& words, const CLI::App& app) {
+  std::vector<std::string> commands, options;
+  for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; })) {
+    commands.push_back(each->get_name());
+  }
+  const bool known = !words.empty() && std::count(commands.begin(), commands.end(), words[0]) > 0;
+  const auto addOptions = [&](const CLI::App& from) {
+    for (const CLI::Option* option : from.get_options()) {
+      for (const std::string& name : option->get_lnames()) options.push_back("--" + name);
+    }
+  };
+  addOptions(app);
+  if (known) addOptions(*app.get_subcommand(words[0]));
+  std::string text = known || words.empty() || words[0].starts_with('-') ? "" : Suggestion(words[0], commands);
+  for (const std::string& word : words) {
+    if (word.starts_with("--")) text += Suggestion(word.substr(0, word.find('=')), options);
+  }
+  return text;
+}
+
 }  // namespace
 
 std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const* arguments, int& exitCode) {
@@ -164,11 +199,12 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   for (const auto add : {AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert})
     add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
-  std::reverse(words.begin(), words.end());  // the parser takes them from the back
+  std::vector<std::string> fromBack(words.rbegin(), words.rend());  // as the parser takes them
   try {
-    app.parse(words);
+    app.parse(fromBack);
   } catch (const CLI::ParseError& error) {
     exitCode = app.exit(error, std::cout, std::cerr) == 0 ? 0 : ExitCodeOf(ErrorKind::Usage);
+    if (exitCode != 0) std::cerr << Suggestions(words, app);
     return std::nullopt;
   }
   return line;

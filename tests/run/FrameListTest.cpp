@@ -25,6 +25,7 @@ TEST(FrameList, AnythingElseIsRefused) {
     const auto list = ParseFrameList(text);
     ASSERT_FALSE(list.ok()) << text;
     EXPECT_EQ(list.error().kind, ErrorKind::Usage);
+    EXPECT_EQ(list.error().text.find("before it begins") != std::string::npos, std::string(text) == "3-1") << text;
   }
 }
 

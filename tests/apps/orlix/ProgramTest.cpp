@@ -98,6 +98,14 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
               code == 0 && (arguments.empty() || arguments[0] != "run" || arguments[1] == "--help"));
   }
   EXPECT_EQ(runner.Run({"params"}, {}, "/dev/full").code, 5);
+  const std::pair<std::vector<std::string>, const char*> slips[] = {
+      {{"rendr", scene}, "rendr: did you mean render?"},
+      {{"run", scene, "--frame=3"}, "--frame: did you mean --frames?"},
+      {{"convert", "a", "b", "--exposur", "1"}, "--exposur: did you mean --exposure?"},
+  };
+  for (const auto& [arguments, hint] : slips) {
+    EXPECT_NE(runner.Run(arguments).err.find(hint), std::string::npos) << hint;
+  }
 }
 
 // Standard streams that are closed, files that must not grow, pipes for files: an exit code, never a kill or a wait.
