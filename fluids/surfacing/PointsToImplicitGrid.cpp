@@ -11,8 +11,6 @@ namespace orlix {
 
 namespace {
 
-using namespace place_sums;
-
 constexpr int kEdge = 4;         // nodes of a block along an axis
 constexpr int kCellNodes = 2;    // node distances of a cell of the cloud
 constexpr int kMostRounds = 32;  // of the search for a limit
@@ -98,12 +96,12 @@ void BlockWorker::SetUp(const NodeBlock& block) {
 // The neighbours of eight places among the block's points. False when none has any.
 bool BlockWorker::FindNear(const EightPlaces& places) {
   points_.count = 0;
-  KeepNear(blockPoints_.x.data(), blockPoints_.y.data(), blockPoints_.z.data(), blockPoints_.slot.data(),
-           blockPoints_.count, places.low, places.high, all_.squaredRadius, points_);
+  place_sums::KeepNear(blockPoints_.x.data(), blockPoints_.y.data(), blockPoints_.z.data(), blockPoints_.slot.data(),
+                       blockPoints_.count, places.low, places.high, all_.squaredRadius, points_);
   if (points_.count == 0) return false;
   const std::size_t size = std::size_t(points_.count) * kPlaces;
   if (size > squared_.size()) squared_.resize(size * 2), lengths_.resize(size * 2), weights_.resize(size * 2);
-  Distances(points_, places, all_.squaredRadius, squared_.data(), counts_);
+  place_sums::Distances(points_, places, all_.squaredRadius, squared_.data(), counts_);
   for (double& bound : bounds_.at) bound = all_.squaredRadius;
   const std::int64_t most = *std::max_element(counts_, counts_ + kPlaces);
   if (most > all_.settings.maxNeighbours) LimitToNearest(counts_);
@@ -135,7 +133,7 @@ void BlockWorker::LimitToNearest(const std::int64_t (&counts)[kPlaces]) {
       if (round % 3 == 2) share = 0.5;
       tries[n] = low[n] + (high[n] - low[n]) * share;
     }
-    CountBelow(squared_.data(), points_.count, tries, found);
+    place_sums::CountBelow(squared_.data(), points_.count, tries, found);
     for (int n = 0; n < kPlaces; ++n) {
       if (!open[n]) continue;
       if (found[n] == k) {
@@ -201,7 +199,8 @@ void BlockWorker::Spherical(Eight& eight) {
   if (!FindNear(eight.places)) return;
   Weigh(squared_.data(), bounds_, 1 / all_.squaredRadius, 2);
   PlaceRow sums[4];
-  AddOffsets(points_, eight.places, all_.settings.useMassRatio ? all_.ratios : nullptr, weights_.data(), sums);
+  place_sums::AddOffsets(points_, eight.places, all_.settings.useMassRatio ? all_.ratios : nullptr, weights_.data(),
+                         sums);
   for (int n = 0; n < kPlaces; ++n) {
     if (!eight.wanted[n] || counts_[n] == 0) continue;
     if (counts_[n] == 1 || sums[0][n] == 0) {
@@ -237,7 +236,7 @@ void BlockWorker::Correct() {
     if (!eight.HasMean() || !FindNear(eight.places)) continue;
     Weigh(squared_.data(), bounds_, 1 / all_.squaredRadius, 2);
     PlaceRow density;
-    AddWeights(points_, all_.ratios, weights_.data(), density);
+    place_sums::AddWeights(points_, all_.ratios, weights_.data(), density);
     for (int n = 0; n < kPlaces; ++n) {
       if (!eight.wanted[n] || counts_[n] == 0) continue;
       const VecInt3D node = eight.node[n];
@@ -248,13 +247,13 @@ void BlockWorker::Correct() {
 
 void BlockWorker::Density(Eight& eight) {
   if (!FindNear(eight.places)) return;
-  StretchedLengths(points_, all_.balls, eight.places, squared_.data(), bounds_, lengths_.data());
+  place_sums::StretchedLengths(points_, all_.balls, eight.places, squared_.data(), bounds_, lengths_.data());
   const double reach = all_.settings.BallReach() * all_.settings.BallReach();
   PlaceRow bounds;
   for (double& each : bounds.at) each = all_.settings.kernel ? kNowhere : reach;
   Weigh(lengths_.data(), bounds, 1 / reach, 1);
   PlaceRow sum;
-  AddWeights(points_, all_.ratios, weights_.data(), sum);
+  place_sums::AddWeights(points_, all_.ratios, weights_.data(), sum);
   for (int n = 0; n < kPlaces; ++n) {
     if (eight.wanted[n] && counts_[n] > 0) Store(eight, n, (all_.r0 - sum[n]) * all_.settings.particleRadius);
   }
@@ -262,12 +261,12 @@ void BlockWorker::Density(Eight& eight) {
 
 void BlockWorker::Average(Eight& eight) {
   if (!FindNear(eight.places)) return;
-  StretchedLengths(points_, all_.balls, eight.places, squared_.data(), bounds_, lengths_.data());
+  place_sums::StretchedLengths(points_, all_.balls, eight.places, squared_.data(), bounds_, lengths_.data());
   PlaceRow whole;
   for (double& each : whole.at) each = all_.squaredRadius;
   Weigh(lengths_.data(), whole, 1 / all_.squaredRadius, 1);
   PlaceRow sums[4];
-  AddStretchedOffsets(points_, all_.balls, eight.places, weights_.data(), sums);
+  place_sums::AddStretchedOffsets(points_, all_.balls, eight.places, weights_.data(), sums);
   for (int n = 0; n < kPlaces; ++n) {
     if (!eight.wanted[n] || counts_[n] == 0 || sums[0][n] == 0) continue;
     const double length = Length(Vec3D(sums[1][n], sums[2][n], sums[3][n]) / sums[0][n]);
