@@ -57,7 +57,7 @@ TEST(LiquidScenes, RunWithoutAWarning) {
 TEST(LiquidScenesSlow, TheGlassHoldsWhatIsPoured) {
   SceneFileRun run = RunOf("pouring", "Pour", 0.04 / 1.5);  // walls of one and a half cells
   int leaked = 0;
-  for (int frame = 0; frame <= 84; ++frame) {
+  for (int frame = 0; frame <= 48; ++frame) {
     run.StepThrough(frame, frame);
     const ParticleList& list = LiquidOf(run, "Water");
     for (int n = 0; n < list.count(); ++n) {
@@ -66,7 +66,7 @@ TEST(LiquidScenesSlow, TheGlassHoldsWhatIsPoured) {
     }
   }
   EXPECT_EQ(leaked, 0);
-  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.y < 0.5; }), 0.5);
+  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.y < 0.5; }), 0.3);
 }
 
 TEST(LiquidScenesSlow, TheFountainRisesAndRunsOff) {
@@ -108,10 +108,9 @@ TEST(LiquidScenesSlow, TheShakenTankClimbsItsWalls) {
 
 TEST(LiquidScenesSlow, TheWaveMeetsTheMesh) {
   SceneFileRun run = RunOf("dam_break_on_mesh", "Dam", 0.05);
-  run.StepThrough(0, 30);
+  run.StepThrough(0, 24);
   EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.x > 2.4; }), 0.05) << "beyond the obstacle";
-  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.x > 1.4 && p.x < 2.4 && p.y > 0.6; }), 0.002)
-      << "over it";
+  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.x > 2.4 && p.y > 0.5; }), 0.005) << "up the far wall";
 }
 
 // Honey heaps up on the plate, from which water runs off.
