@@ -118,10 +118,10 @@ TEST(ParticlePicture, ColoursComeFromRealsVectorsAndOnesOwnProperties) {
   EXPECT_NEAR(Length(colourOf(0) - Vec3D(0.5)), 0, 1e-6) << "it stands still";
 
   BaseObject& own = stage.Add("property_scalar", "Wetness");
+  look.Set(ParticleLook::kPropertyId, test::TestScene::LinkTo(own));
   stage.Step(0);
   stage.group = stage.NodeOf<ParticleGroup>(*stage.groupObject);
   if (stage.group->Count(PK_Diffuse) == 0) stage.Fill(PK_Diffuse, 3);
-  look.Set(ParticleLook::kPropertyId, test::TestScene::LinkTo(own));
   EXPECT_TRUE(stage.warnings.empty());
   EXPECT_NEAR(colourOf(1).x, 0.6, 1e-6);
   ASSERT_EQ(stage.warnings.size(), 1u) << "told once";
