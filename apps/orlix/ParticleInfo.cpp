@@ -10,8 +10,9 @@ namespace orlix {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 Status PrintPoints(const Program& program, const std::string& path, std::string_view content) {
-  using Json = nlohmann::ordered_json;
   const Result<PointFileInfo> info = DescribePoints(content, path);
   if (!info) return info.error();
   if (!program.options.json) {
