@@ -303,6 +303,23 @@ MemoryForecast OrlixScene::ForecastMemory() const {
   return {.cells = count, .bytes = kept + scratch};
 }
 
+namespace {
+
+// A cell edge with which a forecast of bytes comes to the budget. Some layers of cells along each axis stay whatever
+// their edge: ghosts, and what rounding to whole cells adds.
+double FittingCell(double cell, double cells, double bytes, double budget) {
+  constexpr double kLayers = 6, kStep = 1.02;
+  const double side = std::cbrt(std::max(cells, 1.0)), inner = std::max(side - kLayers, 1.0);
+  const auto fits = [&](double factor) {
+    return bytes * std::pow((inner / factor + kLayers) / (inner + kLayers), 3) <= budget;
+  };
+  double factor = kStep;
+  while (!fits(factor) && factor < inner) factor *= kStep;
+  return cell * factor * kStep;
+}
+
+}  // namespace
+
 void OrlixScene::RefuseWhatDoesNotFit() {
   const auto budget = static_cast<double>(GridMemoryBudget());
   const MemoryForecast forecast = ForecastMemory();
@@ -313,7 +330,7 @@ void OrlixScene::RefuseWhatDoesNotFit() {
                          : fmt::format("its particles take about {}", ByteSizeText(forecast.bytes));
   Fail(ErrorKind::Memory,
        fmt::format("\"{}\": {}; the memory budget is {}. A voxel_size of {:.3g}{} would fit", Name(), what,
-                   ByteSizeText(budget), space.cellSize * std::cbrt(forecast.bytes / budget) * 1.05,
+                   ByteSizeText(budget), FittingCell(space.cellSize, forecast.cells, forecast.bytes, budget),
                    forecast.cells > 0 ? " or a smaller container" : " or fewer particles"));
 }
 
