@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace orlix {
 
@@ -181,12 +182,14 @@ CubeTiling CubeTables::Tetrahedra(std::uint8_t code, bool odd) const {
     if (outsides == 0 || insides == 0) continue;
     const auto point = [](int a, int b) { return static_cast<std::uint8_t>(EdgeBetween(a, b)); };
     std::vector<std::uint8_t> loop;
-    if (outsides == 1)
-      loop = {point(outside[0], inside[0]), point(outside[0], inside[1]), point(outside[0], inside[2])};
-    if (insides == 1) loop = {point(inside[0], outside[0]), point(inside[0], outside[1]), point(inside[0], outside[2])};
     if (outsides == 2) {
-      loop = {point(outside[0], inside[0]), point(outside[0], inside[1]), point(outside[1], inside[1]),
-              point(outside[1], inside[0])};
+      for (const auto& [a, b] : {std::pair(0, 0), std::pair(0, 1), std::pair(1, 1), std::pair(1, 0)}) {
+        loop.push_back(point(outside[a], inside[b]));
+      }
+    } else {
+      for (int n = 0; n < 3; ++n) {
+        loop.push_back(outsides == 1 ? point(outside[0], inside[n]) : point(inside[0], outside[n]));
+      }
     }
     // Turned so that the first triangle's normal points from the inside corners to the outside ones.
     const auto at = [&](std::uint8_t edge) {
