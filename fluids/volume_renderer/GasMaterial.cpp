@@ -146,12 +146,11 @@ void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
   if (!ClipToBox(ray.origin, ray.direction, space.hostMin, space.hostMax, kClipTolerance, begin, end)) return;
   if (begin > rayEnd) return;
   MarchResult result;
-  if (settings_.march) {
-    const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
-    result = marcher_->March(march, ray.random, ray.worker);
-  }
+  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
+  if (settings_.march) result = marcher_->March(march, ray.random, ray.worker);
   Vec3D colour = result.colour, transmittance = result.transmittance;
   if (!std::isfinite(colour.x) || !std::isfinite(colour.z)) colour = {};
+  if (colour != Vec3D() || transmittance != Vec3D()) colour += marcher_->Scattered(march, ray.random, ray.worker);
   colour *= ray.weight;
   PostStep(colour, transmittance);
   sample.colour = (ray.kind & kRayGlobal) != 0 ? colour * settings_.gatherBoost : colour;

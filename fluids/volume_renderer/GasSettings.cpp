@@ -137,6 +137,46 @@ const TypeInfo& GasSettings::Type() {
       ListParameter(kPhaseScaleFiltersId, "phase_scale_filters", kLinkConstraint,
                     "Constraints that scale the phase function"),
 
+      BoolParameter(kScatterId, "multiple_scattering", false, "Light that scatters many times inside the gas"),
+      BoolParameter(kScatterHomogeneousId, "scatter_homogeneous", false,
+                    "Take the gas for one of its mean density throughout: faster, without shape"),
+      FloatParameter(kScatterMapScaleId, "scatter_map_scale", 1.0, "", "Resolution of its maps against the grid's")
+          .Between(0.02, 2),
+      FloatParameter(kScatterLengthScaleId, "scatter_length_scale", 1.0, "",
+                     "Factor of the ways of light: long ways spread wide and lose light; small for large gases")
+          .Between(0, 1e6),
+      FloatParameter(2404, "scatter_jitter", 1.0, "", "Kept; no step reads it").Hidden().Unread(),
+      FloatParameter(kScatterAbsorptionId, "scatter_absorption", 0.1, "1/host unit",
+                     "Light that a density of 1 takes away on the way")
+          .Min(0)
+          .ShownWhen(kScatterUseAbsorptionId, Relation::Is, 0),
+      FloatParameter(kScatterScatteringId, "scatter_scattering", 0.6, "1/host unit",
+                     "Light that a density of 1 turns on the way; 0 gives no light")
+          .Min(0),
+      FloatParameter(kScatterSpreadId, "scatter_spread", 2.0943951023931953, "radians",
+                     "How far light turns: wide angles spread it to all sides")
+          .Between(1e-4, 100)
+          .ShownWhen(kScatterUsePhaseId, Relation::Is, 0),
+      FloatParameter(kScatterLeastDepthId, "scatter_least_depth", 0.01, "",
+                     "Optical depth up to which the edge of the gas adds nothing")
+          .Min(0),
+      FloatParameter(kScatterStepId, "scatter_step", 2.0, "cells", "Its own step")
+          .Min(kLeastStep)
+          .ShownWhen(kScatterUseStepId, Relation::Is, 0),
+      FloatParameter(kScatterWidthId, "scatter_width", 0.6, "cells", "Blur of the sharpest of its maps").Between(0, 10),
+      FloatParameter(kScatterDensityId, "scatter_density", 1.0, "", "Factor of the density").Min(0),
+      BoolParameter(kScatterUseAbsorptionId, "scatter_use_absorption", true, "Take the material's absorption"),
+      BoolParameter(kScatterUseStepId, "scatter_use_step", true, "Take the material's fine step"),
+      BoolParameter(kScatterUsePhaseId, "scatter_use_phase", true, "Take scatter_phase_g for the spread"),
+      FloatParameter(kScatterPhaseGId, "scatter_phase_g", 0.01, "", "Ahead (1) or behind (-1)").Between(-1, 1),
+      FloatParameter(kScatterPhaseScaleId, "scatter_phase_scale", 0.01, "", "Strength of the scattered light").Min(0),
+      ListParameter(kScatterFiltersId, "scatter_filters", kLinkConstraint, "Constraints that scale its scattering"),
+      ListParameter(kScatterDensityFiltersId, "scatter_density_filters", kLinkConstraint,
+                    "Constraints that scale its density"),
+      ListParameter(kScatterPhaseFiltersId, "scatter_phase_filters", kLinkConstraint, "Constraints that scale its g"),
+      ListParameter(kScatterPhaseScaleFiltersId, "scatter_phase_scale_filters", kLinkConstraint,
+                    "Constraints that scale its strength"),
+
       FloatParameter(kShadowJitterId, "shadow_jitter", 1.0, "steps", "Random start of rays to lights").Between(0, 1),
       FloatParameter(kShadowFineStepId, "shadow_fine_step", 2.0, "cells", "Step inside the gas, to lights")
           .Min(kLeastStep),
@@ -262,6 +302,25 @@ void GasSettings::ReadNoise(const BaseObject& m) {
   n.contrast = m.GetDouble(kNoiseContrastId);
 }
 
+void GasSettings::ReadScattering(const BaseObject& m) {
+  scatter.enabled = m.GetBool(kScatterId);
+  scatter.homogeneous = m.GetBool(kScatterHomogeneousId);
+  scatter.mapScale = m.GetDouble(kScatterMapScaleId);
+  scatter.lengthScale = m.GetDouble(kScatterLengthScaleId);
+  scatter.absorption = m.GetDouble(kScatterAbsorptionId);
+  scatter.scattering = m.GetDouble(kScatterScatteringId);
+  scatter.spread = m.GetDouble(kScatterSpreadId);
+  scatter.leastDepth = m.GetDouble(kScatterLeastDepthId);
+  scatter.step = m.GetDouble(kScatterStepId);
+  scatter.baseWidth = m.GetDouble(kScatterWidthId);
+  scatter.densityScale = m.GetDouble(kScatterDensityId);
+  scatter.ownAbsorption = !m.GetBool(kScatterUseAbsorptionId);
+  scatter.ownStep = !m.GetBool(kScatterUseStepId);
+  scatter.ownSpread = !m.GetBool(kScatterUsePhaseId);
+  scatter.phaseG = m.GetDouble(kScatterPhaseGId);
+  scatter.phaseScale = m.GetDouble(kScatterPhaseScaleId);
+}
+
 void GasSettings::ReadFire(const BaseObject& m) {
   flameFromThird = m.GetChoice<FlameSource>(kFlameSourceId) == FlameSource::Third;
   flameStrength = m.GetDouble(kFlameStrengthId);
@@ -319,6 +378,7 @@ GasSettings GasSettings::Read(const BaseObject& m) {
   s.phaseScale = m.GetDouble(kPhaseScaleId);
   s.phaseSecond = m.GetDouble(kPhaseSecondId);
   s.ReadNoise(m);
+  s.ReadScattering(m);
   s.smokeShift = m.GetDouble(kSmokeShiftId);
   s.fireShift = m.GetDouble(kFireShiftId);
   s.ReadShadows(m);

@@ -19,6 +19,10 @@ enum GasFilter {
   kFilterScattering,
   kFilterPhase,
   kFilterPhaseScale,
+  kFilterScatterAmount,
+  kFilterScatterDensity,
+  kFilterScatterPhase,
+  kFilterScatterPhaseScale,
   kFilterFire,
   kFilterThird,
   kGasFilters
@@ -47,6 +51,21 @@ struct StepSettings {
   bool trapezoid = false;
 };
 
+// Light that scatters many times.
+struct ScatteringSettings {
+  bool enabled = false;
+  bool homogeneous = false;  // a medium of the mean density
+  double mapScale = 1;       // of the density grid's resolution
+  double lengthScale = 1, densityScale = 1;
+  bool ownAbsorption = false, ownSpread = false, ownStep = false;  // instead of the march's
+  double absorption = 0.1, scattering = 0.6;
+  double spread = 2.0943951023931953;
+  double leastDepth = 0.01;  // optical depth
+  double step = 2;           // cells
+  double baseWidth = 0.6;    // cells
+  double phaseG = 0.01, phaseScale = 0.01;
+};
+
 // The values of the material's choices.
 enum class NoiseSpace { Host, Simulation };
 enum class FlameSource { Temperature, Third };
@@ -67,12 +86,19 @@ struct GasSettings {
                        kNoiseBrightnessId = 2316, kNoiseContrastId = 2317, kAmbientId = 2350, kAbsorptionId = 2351,
                        kScatteringId = 2352, kPhaseId = 2353, kPhaseGId = 2354, kPhaseScaleId = 2355,
                        kPhaseSecondId = 2356, kAbsorptionFiltersId = 2357, kScatteringFiltersId = 2358,
-                       kPhaseFiltersId = 2359, kPhaseScaleFiltersId = 2360, kShadowJitterId = 2450,
-                       kShadowFineStepId = 2451, kShadowCoarseStepId = 2452, kShadowDensityId = 2453,
-                       kShadowColourId = 2454, kLightMapScaleId = 2455, kGreyAbsorptionId = 2456,
-                       kLightMapBlurId = 2457, kLightMapBlurSigmaId = 2458, kShadowTrapezoidId = 2460,
-                       kShadowFiltersId = 2461, kSurfaceShadowsId = 2500, kCastShadowsId = 2501, kCastStrengthId = 2502,
-                       kCastJitterId = 2503, kCastFineStepId = 2504, kCastCoarseStepId = 2505, kCastColourId = 2506,
+                       kPhaseFiltersId = 2359, kPhaseScaleFiltersId = 2360, kScatterId = 2400,
+                       kScatterHomogeneousId = 2401, kScatterMapScaleId = 2402, kScatterLengthScaleId = 2403,
+                       kScatterAbsorptionId = 2405, kScatterScatteringId = 2406, kScatterSpreadId = 2407,
+                       kScatterLeastDepthId = 2408, kScatterStepId = 2409, kScatterWidthId = 2410,
+                       kScatterDensityId = 2411, kScatterUseAbsorptionId = 2412, kScatterUseStepId = 2413,
+                       kScatterUsePhaseId = 2414, kScatterPhaseGId = 2415, kScatterPhaseScaleId = 2416,
+                       kScatterFiltersId = 2417, kScatterDensityFiltersId = 2418, kScatterPhaseFiltersId = 2419,
+                       kScatterPhaseScaleFiltersId = 2420, kShadowJitterId = 2450, kShadowFineStepId = 2451,
+                       kShadowCoarseStepId = 2452, kShadowDensityId = 2453, kShadowColourId = 2454,
+                       kLightMapScaleId = 2455, kGreyAbsorptionId = 2456, kLightMapBlurId = 2457,
+                       kLightMapBlurSigmaId = 2458, kShadowTrapezoidId = 2460, kShadowFiltersId = 2461,
+                       kSurfaceShadowsId = 2500, kCastShadowsId = 2501, kCastStrengthId = 2502, kCastJitterId = 2503,
+                       kCastFineStepId = 2504, kCastCoarseStepId = 2505, kCastColourId = 2506,
                        kSurfaceShadowStrengthId = 2507, kSurfaceShadowColourId = 2508, kFireShiftId = 2553,
                        kGatherBoostId = 2554, kFlameSourceId = 2556, kFireColourId = 2600, kFireGradientId = 2602,
                        kColourSystemId = 2603, kWhiteBalanceId = 2604, kFireIntensityId = 2605,
@@ -103,6 +129,7 @@ struct GasSettings {
   bool greyAbsorption = false;
   std::uint32_t phase = 1;
   double phaseG = 0.6, phaseScale = 1, phaseSecond = 0;
+  ScatteringSettings scatter;
   GasNoiseSettings noise;
   double smokeShift = 0.05, fireShift = 0.02;  // s along the velocity
   // Light maps and shadows.
@@ -135,6 +162,7 @@ struct GasSettings {
 
  private:
   void ReadNoise(const BaseObject& material);
+  void ReadScattering(const BaseObject& material);
   void ReadShadows(const BaseObject& material);
   void ReadFire(const BaseObject& material);
 };

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/volume_renderer/LightMapBuilder.h"
+#include "fluids/volume_renderer/MultipleScattering.h"
 
 namespace orlix {
 
@@ -63,6 +64,9 @@ void VelocityGridDisplacer::DisplaceBoth(Vec3D& smoke, Vec3D& fire) const {
 
 // --- build -----------------------------------------------------------------------------------------------------------
 
+RayMarcher::RayMarcher() = default;
+RayMarcher::~RayMarcher() = default;
+
 Status RayMarcher::Build(Input input) {
   settings_ = input.settings;
   gradients_ = std::move(input.gradients);
@@ -89,10 +93,27 @@ Status RayMarcher::Build(Input input) {
   show("Scattering maps");
   const auto start = std::chrono::steady_clock::now();
   LightMapBuilder builder(*this, input.pool, input.thread, input.status);
-  const Status lit = builder.Build(input.lights);
+  Status lit = builder.Build(input.lights);
+  if (lit.ok()) lit = BuildScattering(input);
   mapSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   empty_ = !lit.ok();
   return lit;
+}
+
+Status RayMarcher::BuildScattering(const Input& input) {
+  scattering_.reset();
+  if (!settings_.scatter.enabled || !copies_.density) return {};
+  try {
+    scattering_ = std::make_unique<MultipleScattering>(*this);
+    scattering_->Build(input.lights, input.pool, input.thread);
+  } catch (const std::bad_alloc&) {
+    return Status::Fail(ErrorKind::Memory, "the maps of multiple scattering of a gas material don't fit");
+  }
+  return {};
+}
+
+Vec3D RayMarcher::Scattered(const MarchRay& ray, MersenneTwister* random, int worker) const {
+  return scattering_ ? scattering_->Along(ray, random, worker) : Vec3D();
 }
 
 void RayMarcher::SetUpSamplers() {
@@ -118,13 +139,6 @@ void RayMarcher::SetUpColours() {
 
 // --- samples ---------------------------------------------------------------------------------------------------------
 
-struct RayMarcher::Place {
-  Vec3D x;      // where the ray is
-  Vec3D smoke;  // where the smoke is taken from
-  bool hasDensity = false, hasTemperature = false, hasThird = false;
-  double density = 0, temperature = 0, third = 0;
-};
-
 bool RayMarcher::Inside(const Vec3D& x) const {
   // A ray ends on the box's far face: the last step belongs to the gas, whatever the rounding of its end.
   constexpr double kSlack = 1e-6;
@@ -142,6 +156,12 @@ bool RayMarcher::SampleDensity(const Vec3D& x, double& d) const {
   if (!(d > kDensityThreshold)) return false;
   if (noise_) d *= noise_->Value(noise_->hostSpace() ? x : x * space_.simPerHost);
   return true;
+}
+
+bool RayMarcher::SampleShifted(const Vec3D& x, double& d) const {
+  Vec3D smoke = x, fire = x;
+  displacer_.DisplaceBoth(smoke, fire);
+  return SampleDensity(smoke, d);
 }
 
 bool RayMarcher::SampleTemperature(const Vec3D& x, double& t) const {

@@ -85,8 +85,13 @@ class VelocityGridDisplacer {
   std::array<HostSampler<double>, 3> velocity_, fireVelocity_;
 };
 
+class MultipleScattering;
+
 class RayMarcher {
  public:
+  RayMarcher();
+  ~RayMarcher();
+
   struct Input {
     GasChannels channels;
     GasSettings settings;
@@ -113,6 +118,10 @@ class RayMarcher {
   Vec3D Transmittance(const MarchRay& ray, const StepSettings& steps, const Vec3D& k, MersenneTwister* random,
                       int worker) const;
 
+  // The light that scatters many times along a ray; black where the settings leave it out.
+  Vec3D Scattered(const MarchRay& ray, MersenneTwister* random, int worker) const;
+  const MultipleScattering* scattering() const { return scattering_.get(); }
+
   // The gas at a place; false when there is none.
   bool SampleDensity(const Vec3D& x, double& density) const;
   bool SampleTemperature(const Vec3D& x, double& temperature) const;
@@ -121,13 +130,23 @@ class RayMarcher {
   bool Inside(const Vec3D& x) const;
 
  private:
-  struct Place;  // the gas at one step
+  // The gas at one step.
+  struct Place {
+    Vec3D x;      // where the ray is
+    Vec3D smoke;  // where the smoke is taken from
+    bool hasDensity = false, hasTemperature = false, hasThird = false;
+    double density = 0, temperature = 0, third = 0;
+  };
   struct MarchState;
   friend class LightMapBuilder;
+  friend class MultipleScattering;
 
   void SetUpSamplers();
+  Status BuildScattering(const Input& input);
   void SetUpColours();
   bool SamplePlace(const Vec3D& x, Place& place) const;
+  // The density, with the shift along the velocity.
+  bool SampleShifted(const Vec3D& x, double& density) const;
   void Shade(const MarchRay& ray, double t, double ds, const Place& place, int worker, MarchState& state) const;
   void ShadeFlame(double ds, const Place& place, MarchState& state) const;
   void ShadeSmoke(const MarchRay& ray, double ds, const Place& place, int worker, MarchState& state) const;
@@ -153,6 +172,7 @@ class RayMarcher {
   BlackBodyTable blackBody_;
   std::vector<LightMap> lightMaps_;
   std::optional<FireMap> fireMap_;
+  std::unique_ptr<MultipleScattering> scattering_;
   double mapSeconds_ = 0;
 };
 
