@@ -1,8 +1,8 @@
-# The sources that a target compiles: of a sanitized build a few that join up to a dozen each, since most of its time
-# goes into reading headers. The other builds compile each source alone, and so find the #include that one lacks.
+# The sources that a target compiles: with ORLIX_JOIN a few that join up to a dozen each, since half of the time goes
+# into reading headers. The other builds compile each source alone, and so find the #include that one lacks.
 function(orlix_sources result target)
   set(left ${ARGN})
-  if(NOT ORLIX_SANITIZE OR ORLIX_FUZZ)
+  if(NOT ORLIX_JOIN)
     set(${result} ${left} PARENT_SCOPE)
     return()
   endif()
@@ -36,7 +36,7 @@ function(orlix_library folder)
     target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
     target_link_libraries(${target} PUBLIC ${ARG_DEPS})
     target_compile_options(${target} PRIVATE ${ORLIX_WARNINGS})
-    if(ORLIX_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    if(ORLIX_JOIN AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
       # Of joined sources: a class with members of an unnamed namespace stands in one source nevertheless.
       target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
     endif()
@@ -48,6 +48,17 @@ function(orlix_library folder)
     target_include_directories(${target} INTERFACE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${target} INTERFACE ${ARG_DEPS})
   endif()
+endfunction()
+
+# The shipped scenes as a source of a target: what `orlix new` starts from.
+function(orlix_recipes target)
+  file(GLOB scenes CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/scenes/*.json)
+  file(GLOB beside CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/scenes/*.obj)
+  set(out ${PROJECT_BINARY_DIR}/recipes.cpp)
+  set(script ${PROJECT_SOURCE_DIR}/cmake/embed_recipes.py)
+  add_custom_command(OUTPUT ${out} COMMAND python3 ${script} ${out} ${scenes} DEPENDS ${script} ${scenes} ${beside}
+                     VERBATIM)
+  target_sources(${target} PRIVATE ${out})
 endfunction()
 
 # Every folder below tests/ that holds sources is one test program. It links the engine, and what stands above the engine
@@ -93,7 +104,7 @@ function(orlix_tests)
     endif()
     target_link_libraries(test_${suffix} PRIVATE orlix_test_support ${library} GTest::gtest GTest::gtest_main)
     target_compile_options(test_${suffix} PRIVATE ${ORLIX_WARNINGS} -O1)
-    if(ORLIX_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    if(ORLIX_JOIN AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
       # gcc 12 sees gaps in std::regex in instrumented code.
       target_compile_options(test_${suffix} PRIVATE -Wno-maybe-uninitialized -Wno-subobject-linkage)
     endif()
