@@ -59,6 +59,13 @@ struct CacheCommandOptions : SceneOptions {
 };
 Status CacheCommand(const Program& program, const CacheCommandOptions& options);
 
+struct NewOptions {
+  std::string recipe;       // empty: the list of them
+  std::string out;          // a folder; the recipe's name without it
+  std::string size, cells;  // "2m", "2M"
+};
+Status NewCommand(const Program& program, const NewOptions& options);
+
 struct ParamsOptions {
   std::string type, markdown;
   bool schema = false;

@@ -109,6 +109,15 @@ void AddCache(CLI::App& parent, CommandLine& line) {
   words.app->add_flag("--yes", options.yes, "Without asking")->needs(remove);
 }
 
+void AddNew(CLI::App& parent, CommandLine& line) {
+  const Words<NewOptions> words(parent, line, "new", "Start a scene from a recipe, in a folder of its own", NewCommand);
+  NewOptions& options = *words.options;
+  words.app->add_option("recipe", options.recipe, "Name of a recipe; without it they are listed");
+  words.app->add_option("--out", options.out, "The folder; the recipe's name without it");
+  words.app->add_option("--size", options.size, "Longest side of the container, such as 2m or 50cm");
+  words.app->add_option("--cells", options.cells, "Cells of the container, such as 2M or 500k");
+}
+
 void AddInfo(CLI::App& parent, CommandLine& line) {
   const Words<std::string> words(parent, line, "info",
                                  "Say what is in a file; with --json a scene as it was understood", InfoCommand);
@@ -196,7 +205,7 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   app.require_subcommand(1);
   app.fallthrough();
   AddGlobalOptions(app, line.options);
-  for (const auto add : {AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert})
+  for (const auto add : {AddNew, AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert})
     add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
   std::vector<std::string> fromBack(words.rbegin(), words.rend());  // as the parser takes them
