@@ -1,33 +1,27 @@
-// The reader of particle files on any bytes: what it takes can be written, and read again with the same numbers.
+// The readers of particle files on any bytes: the first line is the name's ending, the rest the file. What is read can
+// be written in the same format, where that has a writer, and read again.
 
 #include <cstdlib>
 #include <sstream>
 
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/PointFormats.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace orlix;
-  const std::string_view content{reinterpret_cast<const char*>(data), size};
-  const bool points = IsPointPly(content);
-  PointReader reader(content, "fuzz");
-  if (!reader.Open()) return 0;
+  const std::string_view input{reinterpret_cast<const char*>(data), size};
+  const std::size_t line = input.find('\n');
+  if (line == std::string_view::npos) return 0;
+  const PointFormat* format = FindPointFormat("a" + std::string(input.substr(0, line)));
+  if (!format || !format->read) return 0;
+  const std::string_view content = input.substr(line + 1);
+  static_cast<void>(ParsePoints(content, *format, "header", true));
+  const Result<PointSet> set = ParsePoints(content, *format, "fuzz");
+  if (!set) return 0;
+  if (!set->HasValues()) std::abort();
   std::ostringstream out;
-  std::vector<double> row, again;
-  {
-    PointWriter writer(PointFormat::Text, reader.columns(), reader.count(), out);
-    for (std::uint64_t n = 0; n < reader.count(); ++n) {
-      if (!reader.Read(row)) return 0;
-      writer.Write(row.data());
-    }
-  }
-  if (reader.format() == PointFormat::Ply && !points) std::abort();
-  const std::string text = out.str();
-  PointReader second(text, "again"), first(content, "fuzz");
-  if (!second.Open() || !first.Open() || second.count() != first.count() || second.columns() != first.columns()) {
-    std::abort();
-  }
-  for (std::uint64_t n = 0; n < first.count(); ++n) {
-    if (!first.Read(row) || !second.Read(again) || row != again) std::abort();
-  }
+  if (!format->write || !format->write(*set, {out})) return 0;
+  const std::string again = out.str();
+  const Result<PointSet> second = ParsePoints(again, *format, "again");
+  if (!second || second->count != set->count || !second->HasValues()) std::abort();
   return 0;
 }

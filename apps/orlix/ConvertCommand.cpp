@@ -6,7 +6,8 @@
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileCheck.h"
 #include "exchange/CachedFields.h"
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/FlatColumns.h"
+#include "exchange/points/PointFormats.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshReader.h"
@@ -33,24 +34,21 @@ Status ConvertMesh(const ConvertOptions& options) {
   return {};
 }
 
-Status ConvertParticles(const ConvertOptions& options, PointFormat to) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(options.in);
-  if (!content) return content.error();
-  PointReader reader(AsText(*content), options.in);
-  if (Status opened = reader.Open(); !opened) return opened;
-  AtomicStream stream;
-  if (Status opened = stream.Open(options.out); !opened) return opened;
-  {
-    PointWriter writer(to, reader.columns(), reader.count(), stream);
-    std::vector<double> row;
-    for (std::uint64_t n = 0; n < reader.count(); ++n) {
-      if (Status read = reader.Read(row); !read) return read;
-      writer.Write(row.data());
-    }
-  }
-  if (Status done = stream.Commit(); !done) return done;
-  fmt::print("{}: {} particles, {} values each\n", options.out, reader.count(), reader.columns().size());
+Status ConvertParticles(const ConvertOptions& options) {
+  const Result<PointSet> set = ReadPoints(options.in);
+  if (!set) return set.error();
+  WorkerPool pool(HostWorkerCount());
+  if (Status done = WritePoints(options.out, *set, false, &pool); !done) return done;
+  fmt::print("{}: {} particles, {} values each\n", options.out, set->count, FlatColumnsOf(*set).size());
   return {};
+}
+
+// A PLY file may be a mesh as well.
+bool HoldsParticles(const std::string& path) {
+  const PointFormat* format = FindPointFormat(path);
+  if (!format || LowerExtension(path) != ".ply") return format;
+  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  return content.ok() && IsPointPly(AsText(*content));
 }
 
 Status ConvertPicture(const ConvertOptions& options) {
@@ -97,10 +95,9 @@ Status ConvertCache(const ConvertOptions& options) {
 Status ConvertCommand(const Program&, const ConvertOptions& options) {
   const std::string from = LowerExtension(options.in), to = LowerExtension(options.out);
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
+  if (FindPointFormat(options.out) && HoldsParticles(options.in)) return ConvertParticles(options);
   const bool meshIn = from == ".obj" || from == ".ply" || from == ".stl";
   if (meshIn && (to == ".obj" || to == ".ply")) return ConvertMesh(options);
-  if (from == ".ply" && to == ".txt") return ConvertParticles(options, PointFormat::Text);
-  if (from == ".txt" && to == ".ply") return ConvertParticles(options, PointFormat::Ply);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
   return Status::Fail(
       ErrorKind::Usage,

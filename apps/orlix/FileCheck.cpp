@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "apps/orlix/IsolatedCheck.h"
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/PointFormats.h"
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "host/geometry/MeshReader.h"
@@ -43,12 +43,14 @@ Status ReadWholePicture(const fs::path& path) { return ReadPicture(path).status(
 Status CheckVdb(const fs::path& path) { return RunIsolated(ReadWholeVdb, path); }
 Status CheckPicture(const fs::path& path) { return RunIsolated(ReadWholePicture, path); }
 
+Status CheckPoints(const fs::path& path) { return ReadPoints(path).status(); }
+
 // Particles or a mesh.
 Status CheckPly(const fs::path& path) {
   const Result<std::vector<std::byte>> content = ReadPointFile(path);
   if (!content) return content.error();
   const std::string_view text = AsText(*content);
-  if (IsPointPly(text)) return DescribePoints(text, path.string()).status();
+  if (IsPointPly(text)) return CheckPoints(path);
   return ParseMesh(text, MeshFormat::Ply, path.string()).status();
 }
 

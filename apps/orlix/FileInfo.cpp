@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "apps/orlix/FileCheck.h"
+#include "exchange/points/PointFormats.h"
 
 namespace orlix {
 
@@ -15,7 +16,6 @@ constexpr FileKind kKinds[] = {
     {".vdb", "OpenVDB", PrintVdbInfo},
     {".obj", "mesh", PrintMeshInfo},
     {".ply", "mesh or particles", PrintPlyInfo},
-    {".txt", "particles", PrintParticleInfo},
     {".stl", "mesh", PrintMeshInfo},
     {".exr", "OpenEXR", PrintPictureInfo},
     {".png", "PNG", PrintPictureInfo},
@@ -29,6 +29,13 @@ Status InfoCommand(const Program& program, const std::string& path) {
   for (const FileKind& kind : kKinds) {
     if (extension == kind.extension) return kind.print(program, path);
     known += fmt::format("{}{} ({})", known.empty() ? "" : ", ", kind.extension, kind.text);
+  }
+  if (const PointFormat* format = FindPointFormat(path); format && format->read)
+    return PrintParticleInfo(program, path);
+  for (const PointFormat& format : PointFormats()) {
+    if (format.read && format.extension != std::string_view(".ply")) {
+      known += fmt::format(", {} ({})", format.extension, format.label);
+    }
   }
   return Status::Fail(ErrorKind::Usage, fmt::format("{}: info knows files that end in {}", path, known));
 }

@@ -3,7 +3,8 @@
 #include <fmt/format.h>
 
 #include "apps/orlix/FileInfo.h"
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/FlatColumns.h"
+#include "exchange/points/PointFormats.h"
 #include "scene_file/JsonLayout.h"
 
 namespace orlix {
@@ -12,31 +13,31 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Status PrintPoints(const Program& program, const std::string& path, std::string_view content) {
-  const Result<PointFileInfo> info = DescribePoints(content, path);
-  if (!info) return info.error();
-  if (!program.options.json) {
-    fmt::print("{}: particles, {} ({}), {} of them\n", path, info->format == PointFormat::Ply ? "PLY" : "one a line",
-               info->encoding, info->count);
+void PrintPoints(const Program& program, const std::string& path, const PointSet& set) {
+  const bool json = program.options.json;
+  if (!json) {
+    fmt::print("{}: particles, {} ({}), {} of them\n", path, FindPointFormat(path)->label, set.encoding, set.count);
   }
-  Json json = {{"kind", "particles"}, {"encoding", info->encoding}, {"count", info->count}, {"values", Json::array()}};
-  for (const PointFileInfo::Column& column : info->columns) {
-    const char* type = NameOf(column.column.type);
-    if (program.options.json) {
-      json["values"].push_back({{"name", column.column.name},
-                                {"type", type},
-                                {"min", column.low},
-                                {"max", column.high},
-                                {"mean", column.mean}});
-    } else if (info->count > 0) {
-      fmt::print("  {}: {}, {:.6g} to {:.6g}, mean {:.6g}\n", column.column.name, type, column.low, column.high,
-                 column.mean);
+  Json all = {{"kind", "particles"}, {"encoding", set.encoding}, {"count", set.count}, {"values", Json::array()}};
+  for (const ColumnRange& range : RangesOf(set)) {
+    if (json) {
+      all["values"].push_back(
+          {{"name", range.name}, {"type", range.type}, {"min", range.low}, {"max", range.high}, {"mean", range.mean}});
+    } else if (set.count > 0) {
+      fmt::print("  {}: {}, {:.6g} to {:.6g}, mean {:.6g}\n", range.name, range.type, range.low, range.high,
+                 range.mean);
     } else {
-      fmt::print("  {}: {}\n", column.column.name, type);
+      fmt::print("  {}: {}\n", range.name, range.type);
     }
   }
-  if (program.options.json) fmt::print("{}\n", LaidOut(json));
-  return {};
+  if (set.units.metresPerUnit > 0) {
+    all["metres_per_unit"] = set.units.metresPerUnit;
+    all["up"] = set.units.upZ ? "z" : "y";
+    if (!json) {
+      fmt::print("  a unit is {:.6g} m, {} is up\n", set.units.metresPerUnit, set.units.upZ ? "z" : "y");
+    }
+  }
+  if (json) fmt::print("{}\n", LaidOut(all));
 }
 
 }  // namespace
@@ -44,12 +45,13 @@ Status PrintPoints(const Program& program, const std::string& path, std::string_
 Status PrintPlyInfo(const Program& program, const std::string& path) {
   const Result<std::vector<std::byte>> content = ReadPointFile(path);
   if (!content) return content.error();
-  return IsPointPly(AsText(*content)) ? PrintPoints(program, path, AsText(*content)) : PrintMeshInfo(program, path);
+  return IsPointPly(AsText(*content)) ? PrintParticleInfo(program, path) : PrintMeshInfo(program, path);
 }
 
 Status PrintParticleInfo(const Program& program, const std::string& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
-  return content ? PrintPoints(program, path, AsText(*content)) : content.status();
+  const Result<PointSet> set = ReadPoints(path);
+  if (set) PrintPoints(program, path, *set);
+  return set.status();
 }
 
 }  // namespace orlix

@@ -8,10 +8,9 @@
 #include <limits>
 #include <set>
 
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/PointFormats.h"
 #include "fluids/helpers/PropertyIds.h"
 #include "fluids/particles/SeenVelocity.h"
-#include "host/files/AtomicStream.h"
 
 namespace orlix {
 
@@ -75,7 +74,7 @@ void CountHolders(const ParticleList& list, PropertyKey key, std::int64_t& livin
 
 std::vector<WrittenProperty> PropertiesOf(const ParticleList& list, const BaseDocument& document) {
   std::vector<WrittenProperty> found;
-  std::set<std::string> names{"x", "y", "z", "vx", "vy", "vz", "id"};
+  std::set<std::string> names{"position", "velocity", "id", "x", "y", "z", "vx", "vy", "vz"};
   list.ForEachSlot([&](int, PropertyKey key, PropertyType type) {
     std::string name = NameOfProperty(key, document);
     if (name.empty()) return;
@@ -90,136 +89,143 @@ std::vector<WrittenProperty> PropertiesOf(const ParticleList& list, const BaseDo
   return found;
 }
 
-void AddColumns(const WrittenProperty& property, std::vector<PointColumn>& columns) {
-  static constexpr const char* kColour[] = {"red", "green", "blue"};
-  static constexpr const char* kNormal[] = {"nx", "ny", "nz"};
-  for (int axis = 0; axis < 3 && property.type == PropertyType::Vector; ++axis) {
-    columns.push_back({property.key.id == PP::Color    ? kColour[axis]
-                       : property.key.id == PP::Normal ? kNormal[axis]
-                                                       : property.name + "_" + "xyz"[axis]});
-  }
-  if (property.type == PropertyType::Real) columns.push_back({property.name});
-  if (property.type == PropertyType::State) columns.push_back({property.name, PlyType::UInt8});
-  if (!property.everybody) columns.push_back({"has_" + property.name, PlyType::UInt8});
-}
-
-std::vector<PointColumn> ColumnsFor(const std::vector<WrittenProperty>& properties) {
-  std::vector<PointColumn> columns = {{"x"}, {"y"}, {"z"}, {"vx"}, {"vy"}, {"vz"}, {"id", PlyType::Int32}};
-  for (const WrittenProperty& property : properties) AddColumns(property, columns);
-  return columns;
-}
-
-// The rows of a chunk as numbers, one for each column.
-class ChunkTable {
+// Columns of floats that are filled row by row; the first value that single precision has no number for is kept.
+class Filler {
  public:
-  ChunkTable(const ParticleRows& rows, const std::vector<WrittenProperty>& properties, const GridSpace& space,
-             const ExportSpace& out, double dt)
-      : rows_(rows), velocities_(rows, dt), space_(space), out_(out) {
-    for (const WrittenProperty& property : properties) {
-      View& view = views_.emplace_back(View{property, {}, {}, {}});
-      if (property.type == PropertyType::Real) view.reals = rows.Property<double>(property.key);
-      if (property.type == PropertyType::Vector) view.vectors = rows.Property<Vec3D>(property.key);
-      if (property.type == PropertyType::State) view.states = rows.Property<std::uint8_t>(property.key);
-    }
-  }
+  Filler(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options)
+      : list_(*group.list(kind)),
+        space_(group.factory(kind).frame),
+        options_(options),
+        dt_(group.GetSimulationInfo().substepDuration),
+        kind_(kParticleKindLabels[kind]) {}
 
-  void Make(std::int32_t r, std::vector<double>& row) const {
-    row.clear();
-    Add(Placed(rows_.positions()[r]), row);
-    Add(Placed(velocities_.Of(r)), row);
-    row.push_back(rows_.ids()[r]);
-    for (const View& view : views_) {
-      bool has = false;
-      if (view.property.type == PropertyType::Vector) {
-        has = view.vectors.Has(r);
-        Add(Turned(view.vectors.Get(r, Vec3D()), view.property.meaning), row);
-      } else if (view.property.type == PropertyType::Real) {
-        has = view.reals.Has(r);
-        row.push_back(view.reals.Get(r, 0) * (view.property.meaning == Meaning::Length ? LengthScale() : 1));
-      } else {
-        has = view.states.Has(r);
-        row.push_back(view.states.Get(r, 0));
+  // make(rows) gives what makes row r's value, a double or a Vec3D.
+  template <class Make>
+  void Fill(PointAttribute& column, Make&& make) {
+    float* to = column.Data<float>();
+    list_.ForEachChunk(0, list_.count(), [&](const ParticleRows& rows) {
+      const auto value = make(rows);
+      for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+        if (!Lives(rows, r)) continue;
+        to = Put(column, rows, r, value(r), to);
       }
-      if (!view.property.everybody) row.push_back(has);
-    }
+    });
   }
-
- private:
-  struct View {
-    const WrittenProperty& property;
-    PropertyView<double> reals;
-    PropertyView<Vec3D> vectors;
-    PropertyView<std::uint8_t> states;
-  };
-  static void Add(const Vec3D& v, std::vector<double>& row) { row.insert(row.end(), {v.x, v.y, v.z}); }
-  double LengthScale() const { return space_.hostPerSim.x * out_.scale; }
-  Vec3D Placed(const Vec3D& v) const { return out_(v * space_.hostPerSim); }
+  Vec3D Placed(const Vec3D& v) const { return options_.space(v * space_.hostPerSim); }
   Vec3D Turned(const Vec3D& v, Meaning meaning) const {
     if (meaning == Meaning::Place) return Placed(v);
-    return meaning == Meaning::Direction ? ExportSpace{1, out_.upZ}(v) : v;
+    return meaning == Meaning::Direction ? ExportSpace{1, options_.space.upZ}(v) : v;
+  }
+  double LengthScale(Meaning meaning) const {
+    return meaning == Meaning::Length ? space_.hostPerSim.x * options_.space.scale : 1.0;
+  }
+  double dt() const { return dt_; }
+  const ParticleList& list() const { return list_; }
+  const Status& status() const { return status_; }
+
+ private:
+  float* Put(const PointAttribute& column, const ParticleRows& rows, std::int32_t r, double value, float* to) {
+    if (!(std::abs(value) <= std::numeric_limits<float>::max()) && status_) {
+      status_ = Status::Fail(ErrorKind::Diverged,
+                             fmt::format("\"{}\": {} of {} particle {} is no finite number of single precision",
+                                         options_.group, column.name, kind_, rows.ids()[r]));
+    }
+    *to = static_cast<float>(value);
+    return to + 1;
+  }
+  float* Put(const PointAttribute& column, const ParticleRows& rows, std::int32_t r, const Vec3D& value, float* to) {
+    for (int axis = 0; axis < 3; ++axis) to = Put(column, rows, r, value[axis], to);
+    return to;
   }
 
-  const ParticleRows& rows_;
-  const SeenVelocity velocities_;
+  const ParticleList& list_;
   const GridSpace& space_;
-  const ExportSpace& out_;
-  std::vector<View> views_;
+  const ParticleFileOptions& options_;
+  const double dt_;
+  const char* const kind_;
+  Status status_;
 };
 
-// The first column that single precision has no number for; null when all are well.
-const PointColumn* FirstUnfit(const std::vector<PointColumn>& columns, const std::vector<double>& row) {
-  for (std::size_t c = 0; c < row.size(); ++c) {
-    if (columns[c].type == PlyType::Float32 && !(std::abs(row[c]) <= std::numeric_limits<float>::max())) {
-      return &columns[c];
+// Whole numbers, likewise.
+template <class T, class Make>
+void FillWhole(const ParticleList& list, PointAttribute& column, Make&& make) {
+  T* to = column.Data<T>();
+  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
+    const auto value = make(rows);
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+      if (Lives(rows, r)) *to++ = static_cast<T>(value(r));
     }
+  });
+}
+
+template <class T>
+void FillHas(const ParticleList& list, PropertyKey key, PointAttribute& column) {
+  FillWhole<std::uint8_t>(list, column, [&](const ParticleRows& rows) {
+    return [property = rows.Property<T>(key)](std::int32_t r) { return property.Has(r); };
+  });
+}
+
+void AddProperty(const WrittenProperty& property, Filler& filler, PointSet& set) {
+  const PropertyKey key = property.key;
+  const Meaning meaning = property.meaning;
+  const ParticleList& list = filler.list();
+  const auto has = [&]() -> PointAttribute& {
+    return set.Add("has_" + property.name, PointType::Int, 1, NumberType::UInt8);
+  };
+  if (property.type == PropertyType::Real) {
+    filler.Fill(set.Add(property.name, PointType::Float, 1, NumberType::Float32), [&](const ParticleRows& rows) {
+      return [values = rows.Property<double>(key), scale = filler.LengthScale(meaning)](std::int32_t r) {
+        return values.Get(r, 0) * scale;
+      };
+    });
+    if (!property.everybody) FillHas<double>(list, key, has());
+  } else if (property.type == PropertyType::Vector) {
+    filler.Fill(set.Add(property.name, PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
+      return [&filler, meaning, values = rows.Property<Vec3D>(key)](std::int32_t r) {
+        return filler.Turned(values.Get(r, Vec3D()), meaning);
+      };
+    });
+    if (!property.everybody) FillHas<Vec3D>(list, key, has());
+  } else {
+    FillWhole<std::uint8_t>(
+        list, set.Add(property.name, PointType::Int, 1, NumberType::UInt8), [&](const ParticleRows& rows) {
+          return [values = rows.Property<std::uint8_t>(key)](std::int32_t r) { return values.Get(r, 0); };
+        });
+    if (!property.everybody) FillHas<std::uint8_t>(list, key, has());
   }
-  return nullptr;
-}
-
-Status Proof(const std::filesystem::path& path, std::uint64_t bytes) {
-  std::error_code error;
-  if (std::filesystem::file_size(path, error) == bytes && !error) return {};
-  return Status::Fail(ErrorKind::Output, path.string() + ": not all bytes are there");
-}
-
-Status WriteRows(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options,
-                 const std::vector<WrittenProperty>& properties, std::ostream& stream) {
-  const ParticleList& list = *group.list(kind);
-  const std::vector<PointColumn> columns = ColumnsFor(properties);
-  std::uint64_t living = 0;
-  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
-    for (std::int32_t r = rows.begin; r < rows.end; ++r) living += Lives(rows, r);
-  });
-  PointWriter writer(PointFormat::Ply, columns, living, stream);
-  std::vector<double> row;
-  Status status;
-  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
-    const ChunkTable table(rows, properties, group.factory(kind).frame, options.space,
-                           group.GetSimulationInfo().substepDuration);
-    for (std::int32_t r = rows.begin; r < rows.end && status; ++r) {
-      if (!Lives(rows, r)) continue;
-      table.Make(r, row);
-      if (const PointColumn* unfit = FirstUnfit(columns, row)) {
-        status = Status::Fail(ErrorKind::Diverged,
-                              fmt::format("\"{}\": {} of {} particle {} is no finite number of single precision",
-                                          options.group, unfit->name, kParticleKindLabels[kind], rows.ids()[r]));
-      }
-      writer.Write(row.data());
-    }
-  });
-  return status;
 }
 
 }  // namespace
 
+Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options) {
+  const ParticleList& list = *group.list(kind);
+  Filler filler(group, kind, options);
+  PointSet set;
+  set.units = {options.metresPerUnit, options.space.upZ};
+  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) set.count += Lives(rows, r);
+  });
+  filler.Fill(set.Add("position", PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
+    return [&, at = rows.positions()](std::int32_t r) { return filler.Placed(at[r]); };
+  });
+  filler.Fill(set.Add("velocity", PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
+    return [&, seen = SeenVelocity(rows, filler.dt())](std::int32_t r) { return filler.Placed(seen.Of(r)); };
+  });
+  FillWhole<std::int32_t>(list, set.Add("id", PointType::Int, 1, NumberType::Int32), [](const ParticleRows& rows) {
+    return [ids = rows.ids()](std::int32_t r) { return ids[r]; };
+  });
+  for (const WrittenProperty& property : PropertiesOf(list, *group.handler.GetDocument())) {
+    AddProperty(property, filler, set);
+  }
+  if (!filler.status()) return filler.status().error();
+  return set;
+}
+
 Status WriteParticleFile(const std::filesystem::path& path, const ParticleGroup& group, std::int32_t kind,
                          const ParticleFileOptions& options) {
-  AtomicStream stream;
-  if (Status opened = stream.Open(path); !opened) return opened;
-  const std::vector<WrittenProperty> properties = PropertiesOf(*group.list(kind), *group.handler.GetDocument());
-  if (Status written = WriteRows(group, kind, options, properties, stream); !written) return written;
-  const auto bytes = static_cast<std::uint64_t>(stream.tellp());
-  return stream.Commit([&](const std::filesystem::path& temporary) { return Proof(temporary, bytes); });
+  const Result<PointSet> set = PointsOf(group, kind, options);
+  if (!set) return set.error();
+  return WritePoints(path, *set, options.packed, &group.GetScene().pool());
 }
 
 }  // namespace orlix

@@ -1,11 +1,10 @@
 #pragma once
-// A population as a PLY file of points: id, place, velocity and properties of each living particle.
+// A population as a table for files: place, velocity, id and properties of each living particle.
 //
-//   x y z vx vy vz       host units and host units a second, in the space of the other program
+//   position velocity    host units and host units a second, in the space of the other program
 //                        (of a particle that rides a flow and keeps no velocity: what it moved in the last sub-step)
 //   id                   stays with a particle
-//   radius, temperature, mass, ...   properties by name; of vectors name_x, name_y, name_z, but nx ny nz for a normal
-//                        and red green blue for a colour. A property of one's own has its object's name
+//   radius, temperature, mass, color, normal ...   properties by name; one of one's own has its object's name
 //   has_NAME             1 or 0, only where some particles lack the property, whose value is 0 then
 //
 // Lengths are in host units, everything else in the units of the simulation. What operators keep for themselves isn't
@@ -14,6 +13,7 @@
 #include <filesystem>
 #include <string>
 
+#include "exchange/points/PointSet.h"
 #include "exchange/vdb/ExportSpace.h"
 #include "fluids/particles/ParticleGroup.h"
 
@@ -22,10 +22,15 @@ namespace orlix {
 struct ParticleFileOptions {
   std::string group;  // as messages name it
   ExportSpace space{};
+  double metresPerUnit = 0;  // of the other program, for formats that say so
+  bool packed = false;       // by gzip
 };
 
-// To a temporary name first, so that the path holds the old file, the whole new one or nothing. Diverged, by group and
-// particle, when a value is no finite number of single precision.
+// Diverged, by group and particle, when a value is no finite number of single precision.
+Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options);
+
+// By the path's extension. To a temporary name first, so that the path holds the old file, the whole new one or
+// nothing.
 Status WriteParticleFile(const std::filesystem::path& path, const ParticleGroup& group, std::int32_t kind,
                          const ParticleFileOptions& options);
 

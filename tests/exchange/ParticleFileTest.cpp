@@ -8,7 +8,8 @@
 #include <sstream>
 
 #include "exchange/FrameOutput.h"
-#include "exchange/particles/PointFile.h"
+#include "exchange/points/FlatColumns.h"
+#include "exchange/points/PointFormats.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestScene.h"
 
@@ -41,34 +42,25 @@ struct ParticleStage : test::TestScene {
 };
 
 struct Table {
-  std::vector<PointColumn> columns;
-  std::vector<std::vector<double>> rows;
+  PointSet set;
   std::string error;
-  double At(std::size_t row, const char* column) const {
-    for (std::size_t c = 0; c < columns.size(); ++c) {
-      if (columns[c].name == column) return rows.at(row)[c];
+  double At(std::uint64_t row, const char* name) const {
+    for (const FlatColumn& column : FlatColumnsOf(set)) {
+      if (column.name == name) return column.attribute->Real(row, column.component);
     }
-    throw std::runtime_error(std::string("no column ") + column);
+    throw std::runtime_error(std::string("no column ") + name);
   }
 };
 
 Table TableOf(std::string_view content) {
-  Table table;
-  PointReader reader(content, "file");
-  if (Status opened = reader.Open(); !opened) return {{}, {}, opened.error().text};
-  table.columns = reader.columns();
-  for (std::uint64_t n = 0; n < reader.count(); ++n) {
-    if (Status read = reader.Read(table.rows.emplace_back()); !read) return {{}, {}, read.error().text};
-  }
-  return table;
+  const char* name = content.starts_with("ply") ? "a.ply" : "a.txt";
+  Result<PointSet> set = ParsePoints(content, *FindPointFormat(name), "file");
+  return set ? Table{std::move(*set), ""} : Table{{}, set.error().text};
 }
 
-std::string Written(PointFormat format, const Table& table) {
+std::string Written(const char* name, const PointSet& set) {
   std::ostringstream out;
-  {
-    PointWriter writer(format, table.columns, table.rows.size(), out);
-    for (const auto& row : table.rows) writer.Write(row.data());
-  }
+  EXPECT_TRUE(FindPointFormat(name)->write(set, {out}).ok());
   return out.str();
 }
 
@@ -82,11 +74,11 @@ TEST(ParticleFile, HoldsTheLivingWithAllTheirProperties) {
   EXPECT_TRUE(IsPointPly(AsText(*content)));
   const Table table = TableOf(AsText(*content));
   ASSERT_EQ(table.error, "");
-  ASSERT_EQ(table.rows.size(), 4999u);
+  ASSERT_EQ(table.set.count, 4999u);
   const double unit = 2 * stage.scene().GetSimulationSpace().hostPerSim.x;
   const ParticleList& list = *stage.group->list(PK_Diffuse);
   int checked = 0;
-  for (std::size_t row = 0; row < table.rows.size(); row += 37) {
+  for (std::uint64_t row = 0; row < table.set.count; row += 37) {
     const std::int32_t n = row == 0 ? 0 : static_cast<std::int32_t>(row) + 1;
     EXPECT_EQ(table.At(row, "id"), list.Id(n));
     EXPECT_FLOAT_EQ(table.At(row, "x"), 0.1 * n * unit);
@@ -138,30 +130,30 @@ TEST(ParticleFile, AnOutputHasAFileForEachKindThatEverWas) {
   stage.group->RemoveDeadAll();
   ASSERT_TRUE(writer.WriteFrame(stage.hook, 4).ok());
   ASSERT_EQ(writer.written().size(), 1u) << "an empty one";
-  EXPECT_EQ(TableOf(AsText(*ReadPointFile(writer.written()[0]))).rows.size(), 0u);
+  EXPECT_EQ(TableOf(AsText(*ReadPointFile(writer.written()[0]))).set.count, 0u);
 }
 
 TEST(PointFile, TextGoesToPlyAndBackWithoutALoss) {
   const std::string text =
-      "# x y z id:int flags:ushort m:double a:b:float\n"
-      "1 0.1 -3e-10 -7 65535 0.1 2\n"
-      "-1e+30 0 4 2147483647 0 1e+300 0.25\n";
+      "# x y z id:int flags:ushort m:double a:b:float spin_x spin_y spin_z\n"
+      "1 0.1 -3e-10 -7 65535 0.1 2 1 2 3\n"
+      "-1e+30 0 4 2147483647 0 1e+300 0.25 4 5 6\n";
   const Table table = TableOf(text);
   ASSERT_EQ(table.error, "");
-  EXPECT_EQ(table.columns[6].name, "a:b");
-  const Table binary = TableOf(Written(PointFormat::Ply, table));
+  ASSERT_NE(table.set.Find("spin"), nullptr);
+  EXPECT_EQ(table.set.Find("spin")->components, 3);
+  ASSERT_NE(table.set.Find("a:b"), nullptr);
+  const Table binary = TableOf(Written("a.ply", table.set));
   EXPECT_EQ(binary.error, "");
-  EXPECT_EQ(binary.columns, table.columns);
-  EXPECT_EQ(binary.rows, table.rows);
-  EXPECT_EQ(Written(PointFormat::Text, binary), text);
+  EXPECT_EQ(Written("a.txt", binary.set), text);
 }
 
 TEST(PointFile, WhatIsBrokenIsNamed) {
   const std::string head = "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n";
   const std::string whole = head + "property float z\nend_header\n1 2 3\n4 5 6\n";
-  EXPECT_EQ(TableOf(whole).rows.size(), 2u);
+  EXPECT_EQ(TableOf(whole).set.count, 2u);
   const std::pair<std::string, const char*> broken[] = {
-      {head + "end_header\n1 2\n3 4\n", "value z"},
+      {head + "end_header\n1 2\n3 4\n", "no position"},
       {head + "property float x\nproperty float z\nend_header\n1 2 3 4\n4 5 6 7\n", "declared twice"},
       {head + "property list uchar float z\nend_header\n1 2 1 3\n4 5 1 6\n", "list"},
       {whole + "7", "after the last"},
@@ -174,7 +166,7 @@ TEST(PointFile, WhatIsBrokenIsNamed) {
       {"# x y z n:word\n1 2 3 0\n", "n:word"},
       {"# x y z\n1 2 3 4\n", "more numbers"},
       {"x y z\n1 2 1e39\n", "finite"},
-      {"", "value x"},
+      {"", "no position"},
   };
   for (const auto& [content, word] : broken) {
     const std::string error = TableOf(content).error;
