@@ -56,6 +56,9 @@ Json Groups(const std::vector<ParticleReport>& groups) {
                     {"vorticity", group.counts[1]},
                     {"liquid", group.counts[2]},
                     {"diffuse", group.counts[3]},
+                    {"foam", group.foam},
+                    {"spray", group.spray},
+                    {"bubbles", group.bubbles},
                     {"born", group.born},
                     {"died", group.died},
                     {"lost", group.lost},
@@ -78,11 +81,25 @@ Json Liquids(const std::vector<LiquidReport>& liquids) {
   return list;
 }
 
+Json Densities(const std::vector<DensityReport>& densities) {
+  Json list = Json::array();
+  for (const DensityReport& density : densities) {
+    list.push_back({{"node", density.node},
+                    {"particles", density.particles},
+                    {"rest_density", Number(density.restDensity)},
+                    {"mean_error", Number(density.mean)},
+                    {"largest_error", Number(density.largest)},
+                    {"largest_compression", Number(density.compressed)}});
+  }
+  return list;
+}
+
 void AddCommon(Json& json, const SubstepReport& report) {
   json["cells"] = report.cells;
   json["particles"] = report.particles;
   json["groups"] = Groups(report.groups);
   json["liquids"] = Liquids(report.liquids);
+  json["densities"] = Densities(report.densities);
   json["solver"] = Solvers(report.solvers);
   json["grid_bytes"] = report.gridBytes;
   json["peak_bytes"] = report.peakBytes;

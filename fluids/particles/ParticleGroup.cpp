@@ -3,12 +3,22 @@
 #include <algorithm>
 #include <iterator>
 
+#include "fluids/particles/DiffuseClass.h"
+
 namespace orlix {
 
 namespace {
 
 constexpr std::int32_t kSheetSubType = 95;      // inserts liquid whose links go by order
 constexpr std::int32_t kAdvectionSubType = 98;  // moves particles
+
+void CountClasses(const ParticleList& list, ParticleReport& report) {
+  std::int64_t counts[kDiffuseClasses] = {};
+  list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) ++counts[static_cast<int>(ClassOfFlags(rows.flags()[r]))];
+  });
+  report.bubbles = counts[0], report.foam = counts[1], report.spray = counts[2];
+}
 
 }  // namespace
 
@@ -189,6 +199,7 @@ void ParticleGroup::AddToReport(SubstepReport& report) {
     own.bytes += factories_[kind].Bytes();
     report.particles += Count(kind);
   }
+  if (const ParticleList* diffuse = list(PK_Diffuse)) CountClasses(*diffuse, own);
   report.groups.push_back(std::move(own));
 }
 

@@ -26,6 +26,16 @@ struct ParticleReport {
   std::int32_t counts[4] = {};                // by kind
   std::int64_t born = 0, died = 0, lost = 0;  // in the sub-step; lost are those of the dead that solids swallowed
   std::int64_t bytes = 0;
+  std::int64_t foam = 0, spray = 0, bubbles = 0;  // the diffuse ones by class
+};
+
+// How well a liquid of particles alone keeps its density: |density / rest density - 1| after a sub-step's corrections.
+struct DensityReport {
+  std::string node;
+  std::int64_t particles = 0;
+  double restDensity = 0;        // 1/m^3
+  double mean = 0, largest = 0;  // of all particles
+  double compressed = 0;         // the largest of those that are too dense
 };
 
 // A liquid at the end of a sub-step.
@@ -54,6 +64,7 @@ struct SubstepReport {
   std::int64_t particles = 0;
   std::vector<ParticleReport> groups;
   std::vector<LiquidReport> liquids;
+  std::vector<DensityReport> densities;
   std::vector<SolverReport> solvers;
   std::int64_t gridBytes = 0;  // kept by the scene at the end of the sub-step
   std::int64_t peakBytes = 0;  // the most that all grids took at once since the sub-step began
