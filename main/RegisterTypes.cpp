@@ -5,6 +5,7 @@
 #include "fluids/constraints/ConstraintTypes.h"
 #include "fluids/dynamics/DynamicsTypes.h"
 #include "fluids/emitters/EmitterTypes.h"
+#include "fluids/foam/FoamTypes.h"
 #include "fluids/forces/ForceTypes.h"
 #include "fluids/helpers/HelperTypes.h"
 #include "fluids/liquids/LiquidTypes.h"
@@ -35,9 +36,8 @@ struct PlannedType {
 // Types that scenes may come to name. Each leaves the list by being registered.
 constexpr PlannedType kPlanned[] = {
     {1300057, "zq_constraint_coffee"}, {1300059, "zq_channelop_coffee"}, {1300060, "zq_pforce_coffee"},
-    {1300063, "zq_channelop_remap"},   {1300077, "zq_foamspraybubbles"}, {1300099, "zq_cache_particle"},
-    {1300100, "zq_cache_mesh"},        {1300123, "zq_rigid_forces"},     {1300137, "zq_fluid_pb"},
-    {13000141, "zq_force_coffee"},
+    {1300063, "zq_channelop_remap"},   {1300099, "zq_cache_particle"},   {1300100, "zq_cache_mesh"},
+    {1300123, "zq_rigid_forces"},      {1300137, "zq_fluid_pb"},         {13000141, "zq_force_coffee"},
 };
 
 }  // namespace
@@ -61,6 +61,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterParticleOperatorTypes(factory);
   RegisterParticleExchangeTypes(factory);
   RegisterSurfacingTypes(factory);
+  RegisterFoamTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);

@@ -1,6 +1,7 @@
 #include "fluids/particle_renderer/ParticleLook.h"
 
 #include "fluids/helpers/PropertyIds.h"
+#include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/KindChoices.h"
 
 namespace orlix {
@@ -25,6 +26,12 @@ constexpr Choice kSources[] = {
     {PP::Vorticity, "vorticity", "How they swirl the gas"},
     {PP::Normal, "normal", "Normal of the surface"},
 };
+constexpr Choice kClasses[] = {
+    {ParticleLook::kAllClasses, "all", "All particles"},
+    {DiffuseClass::Foam, "foam", "Of diffuse particles those that ride on a liquid, and all that neither fly nor sink"},
+    {DiffuseClass::Spray, "spray", "Of diffuse particles those that fly"},
+    {DiffuseClass::Bubble, "bubbles", "Of diffuse particles those that are dragged along below"},
+};
 constexpr Choice kVectors[] = {
     {VectorColours::Length, "length", "Its length, by the gradient"},
     {VectorColours::Direction, "direction", "x, y and z as red, green and blue, grey for none"},
@@ -41,6 +48,8 @@ const TypeInfo& ParticleLook::Type() {
       GroupListParameter(kGroupsId, "groups",
                          "Particle groups, each with the kind that is meant; an empty list is all that no other "
                          "material names"),
+      ChoiceParameter(kClassId, "class", ParticleLook::kAllClasses, kClasses,
+                      "Which of the particles are meant; a material of a class goes before one of all"),
       BoolParameter(kVisibleId, "visible", true, "Off: pictures don't show these particles"),
       ChoiceParameter(kShapeId, "shape", ParticleShape::Spheres, kShapes, "What a particle is drawn as"),
       FloatParameter(kRadiusFactorId, "radius_factor", 1, "", "Factor of the radius")

@@ -17,9 +17,12 @@ struct ParticleLook {
   static constexpr int kGroupsId = 1000, kVisibleId = 1001, kShapeId = 1002, kRadiusFactorId = 1003,
                        kDefaultRadiusId = 1004, kDotSizeId = 1005, kLeastSizeId = 1006, kColourById = 1007,
                        kPropertyId = 1008, kVectorColoursId = 1009, kColoursId = 1010, kLowId = 1011, kHighId = 1012,
-                       kColourId = 1013, kBrightnessId = 1014, kOpacityId = 1015, kFadeOutId = 1016, kLegendId = 1017;
+                       kColourId = 1013, kBrightnessId = 1014, kOpacityId = 1015, kFadeOutId = 1016, kLegendId = 1017,
+                       kClassId = 1018;
   // Of kColourById; any other value is the number of a property.
   static constexpr std::int32_t kPlain = -1;
+  // Of kClassId; any other value is a DiffuseClass.
+  static constexpr std::int32_t kAllClasses = -1;
   static const TypeInfo& Type();
   static ParticleLook Read(const BaseObject& material);
   // Without a material: water from deep blue to white, everything else by its speed; vorticity isn't shown.

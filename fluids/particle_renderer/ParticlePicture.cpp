@@ -7,6 +7,7 @@
 
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/particle_renderer/PointColours.h"
+#include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/GroupList.h"
 #include "fluids/particles/PropertyList.h"
 
@@ -14,11 +15,21 @@ namespace orlix {
 
 namespace {
 
+constexpr std::int32_t kAll = ParticleLook::kAllClasses;
+
+// A population, or one class of it.
+struct ShownEntry : GroupEntry {
+  std::int32_t diffuseClass = kAll;
+  bool Has(std::uint16_t flags) const {
+    return diffuseClass == kAll || static_cast<std::int32_t>(ClassOfFlags(flags)) == diffuseClass;
+  }
+};
+
 // Groups and kinds of one scene that look alike.
 struct Shown {
   ParticleLook look;
   const BaseObject* material = nullptr;  // null: the look of a kind
-  std::vector<GroupEntry> entries{};
+  std::vector<ShownEntry> entries{};
 };
 
 bool Names(const InExcludeData* list, std::uint64_t object, std::int32_t kind) {
@@ -27,34 +38,45 @@ bool Names(const InExcludeData* list, std::uint64_t object, std::int32_t kind) {
          });
 }
 
-// The first material that names the group and kind, else the first that names none, else null.
-const BaseObject* MaterialOf(const std::vector<BaseObject*>& materials, const GroupEntry& entry) {
+// The first material that names the group and kind, else the first that names none, else null; of the entry's class,
+// else of all.
+const BaseObject* MaterialOf(const std::vector<BaseObject*>& materials, const ShownEntry& entry) {
   const std::uint64_t object = entry.group->handler.hostObject()->creationNumber();
-  const BaseObject* general = nullptr;
+  const BaseObject* best = nullptr;
+  int bestFit = 0;
   for (const BaseObject* material : materials) {
     const InExcludeData* list = material->GetInExclude(ParticleLook::kGroupsId);
-    if (Names(list, object, entry.kind)) return material;
-    if (!general && (!list || list->entries.empty())) general = material;
+    const bool names = Names(list, object, entry.kind), general = !list || list->entries.empty();
+    const auto wanted = static_cast<std::int32_t>(material->GetInt(ParticleLook::kClassId));
+    if (!(names || general) || (wanted != kAll && wanted != entry.diffuseClass)) continue;
+    const int fit = 1 + (names ? 1 : 0) + (wanted != kAll ? 2 : 0);
+    if (fit > bestFit) best = material, bestFit = fit;
   }
-  return general;
+  return best;
 }
 
 std::vector<Shown> FindShown(const std::vector<BaseObject*>& materials, const OrlixScene& scene) {
   std::vector<Shown> all;
+  const auto add = [&](const ShownEntry& entry) {
+    const BaseObject* material = MaterialOf(materials, entry);
+    const auto same = std::find_if(all.begin(), all.end(),
+                                   [&](const Shown& shown) { return material && shown.material == material; });
+    if (same != all.end()) return same->entries.push_back(entry);
+    Shown shown{material ? ParticleLook::Read(*material) : ParticleLook::OfKind(entry.kind), material, {entry}};
+    if (shown.look.visible) all.push_back(std::move(shown));
+  };
+  const bool byClass = std::any_of(materials.begin(), materials.end(), [](const BaseObject* material) {
+    return material->GetInt(ParticleLook::kClassId) != kAll;
+  });
   scene.ForEachNode(NODE_PARTICLES, NODE_PARTICLES, [&](iBase& node) {
     auto* group = dynamic_cast<ParticleGroup*>(&node);
     for (std::int32_t kind = 0; group && group->IsEnabled() && kind < kParticleKinds; ++kind) {
       if (group->Count(kind) == 0) continue;
-      const GroupEntry entry{group, kind};
-      const BaseObject* material = MaterialOf(materials, entry);
-      const auto same = std::find_if(all.begin(), all.end(),
-                                     [&](const Shown& shown) { return material && shown.material == material; });
-      if (same != all.end()) {
-        same->entries.push_back(entry);
+      if (kind != PK_Diffuse || !byClass) {
+        add({{group, kind}, kAll});
         continue;
       }
-      Shown shown{material ? ParticleLook::Read(*material) : ParticleLook::OfKind(kind), material, {entry}};
-      if (shown.look.visible) all.push_back(std::move(shown));
+      for (std::int32_t c = 0; c < kDiffuseClasses; ++c) add({{group, kind}, c});
     }
   });
   return all;
@@ -106,12 +128,12 @@ class CloudMaker {
              bool velocities)
       : space_(scene.GetSimulationSpace()), look_(look), source_(source), colours_(colours), velocities_(velocities) {}
 
-  PointCloud Make(const ParticleList& list, WorkerPool& workers);
+  PointCloud Make(const ShownEntry& entry, WorkerPool& workers);
   // Whether any particle so far had the value that its colour comes from.
   bool anyValue() const { return anyValue_; }
 
  private:
-  void Fill(const ParticleRows& rows, PointCloud& cloud, std::size_t at);
+  void Fill(const ParticleRows& rows, const ShownEntry& entry, PointCloud& cloud, std::size_t at);
 
   const GridSpace& space_;
   const ParticleLook& look_;
@@ -121,11 +143,12 @@ class CloudMaker {
   std::atomic<bool> anyValue_{false};
 };
 
-bool IsShown(const ParticleRows& rows, std::int32_t r) {
-  return (rows.flags()[r] & ParticleFlag::Alive) != 0 && IsFinite(rows.positions()[r]);
+bool IsShown(const ParticleRows& rows, const ShownEntry& entry, std::int32_t r) {
+  return (rows.flags()[r] & ParticleFlag::Alive) != 0 && entry.Has(rows.flags()[r]) && IsFinite(rows.positions()[r]);
 }
 
-PointCloud CloudMaker::Make(const ParticleList& list, WorkerPool& workers) {
+PointCloud CloudMaker::Make(const ShownEntry& entry, WorkerPool& workers) {
+  const ParticleList& list = *entry.group->list(entry.kind);
   PointCloud cloud;
   cloud.lit = look_.shape == ParticleShape::Spheres;
   cloud.leastRadius = static_cast<float>(0.5 * (cloud.lit ? look_.leastSize : look_.dotSize));
@@ -134,7 +157,7 @@ PointCloud CloudMaker::Make(const ParticleList& list, WorkerPool& workers) {
   ParallelChunks(workers, list, [&](int chunk, const ParticleRows& rows) {
     const auto c = static_cast<std::size_t>(chunk);
     for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-      if (IsShown(rows, r)) ++starts[c + 1], sums[c] += rows.positions()[r];
+      if (IsShown(rows, entry, r)) ++starts[c + 1], sums[c] += rows.positions()[r];
     }
   });
   Vec3D sum;
@@ -144,12 +167,12 @@ PointCloud CloudMaker::Make(const ParticleList& list, WorkerPool& workers) {
   cloud.points.resize(starts.back());
   if (velocities_) cloud.velocities.resize(starts.back());
   ParallelChunks(workers, list, [&](int chunk, const ParticleRows& rows) {
-    Fill(rows, cloud, starts[static_cast<std::size_t>(chunk)]);
+    Fill(rows, entry, cloud, starts[static_cast<std::size_t>(chunk)]);
   });
   return cloud;
 }
 
-void CloudMaker::Fill(const ParticleRows& rows, PointCloud& cloud, std::size_t at) {
+void CloudMaker::Fill(const ParticleRows& rows, const ShownEntry& entry, PointCloud& cloud, std::size_t at) {
   const auto radii = rows.Property<double>(PP::Radius);
   const auto ages = rows.Property<double>(PP::Age);
   const ColourValues values(rows, source_);
@@ -158,7 +181,7 @@ void CloudMaker::Fill(const ParticleRows& rows, PointCloud& cloud, std::size_t a
   Vec3D value;
   bool any = false;
   for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-    if (!IsShown(rows, r)) continue;
+    if (!IsShown(rows, entry, r)) continue;
     PointCloud::Point& point = cloud.points[at];
     point.position = Vec3F(rows.positions()[r] * space_.hostPerSim - cloud.origin);
     point.radius = static_cast<float>(radii.Get(r, look_.defaultRadius * space_.cellSize) * size);
@@ -213,7 +236,7 @@ ValueRange RangeOf(const Shown& shown, const ColourSource& source, const OrlixSc
   }
   if (look.low != look.high && !look.byFall) return {look.low, look.high};
   ValueRange range;
-  for (const GroupEntry& entry : shown.entries) {
+  for (const ShownEntry& entry : shown.entries) {
     range.Add(RangeOfValues(*entry.group->list(entry.kind), source, workers));
   }
   return range;
@@ -231,8 +254,8 @@ class PictureMaking {
         source.plain || source.direct ? ValueRange{0, 1} : RangeOf(shown, source, scene_, workers_);
     const ColourTable colours(shown.look, source, range.low, range.high);
     CloudMaker maker(scene_, shown.look, source, colours, velocities_);
-    for (const GroupEntry& entry : shown.entries) {
-      PointCloud cloud = maker.Make(*entry.group->list(entry.kind), workers_);
+    for (const ShownEntry& entry : shown.entries) {
+      PointCloud cloud = maker.Make(entry, workers_);
       if (cloud.points.empty()) continue;
       Vec3D low, high;
       if (!ContainerBox(scene_, low, high)) PointBox(cloud, low, high);

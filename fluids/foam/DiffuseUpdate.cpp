@@ -1,0 +1,67 @@
+#include "fluids/foam/DiffuseUpdate.h"
+
+#include "fluids/foam/ParticleSeeding.h"
+#include "fluids/particles/DiffuseClass.h"
+
+namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kCrowded = 20;  // neighbours of one well inside the liquid
+
+// The zones about the surface, m.
+struct Layer {
+  double height, lower, upper;
+  explicit Layer(const FoamSettings& s)
+      : height(s.surfaceOffset * s.cellSize), lower(height - s.cellSize), upper(height + 0.5 * s.cellSize) {}
+};
+
+double DistanceByNeighbours(std::int32_t about, const Layer& layer, double cellSize) {
+  return about < ParticleSeeding::kSprayBelow ? 1.0 : about < kCrowded ? 0.0 : layer.height - 2 * cellSize;
+}
+
+// The flags that follow from a distance.
+std::uint16_t Converted(std::uint16_t flags, double phi, const Layer& layer, const FoamSettings& s, bool& onLayer) {
+  int f = flags;
+  if ((f & ParticleFlag::Ballistic) != 0 && !(phi > layer.height)) {
+    f &= s.sprayToFoam ? ~ParticleFlag::Ballistic : ~ParticleFlag::Alive;
+  }
+  if ((f & ParticleFlag::Drag) != 0 && phi > layer.lower) {
+    f &= ~ParticleFlag::Drag;
+    if (phi > layer.height) f |= ParticleFlag::Ballistic;
+  }
+  onLayer = false;
+  if ((f & kDiffuseClassBits) != 0) return static_cast<std::uint16_t>(f);
+  if (phi > layer.upper) {
+    f = s.foamToSpray ? f | ParticleFlag::Ballistic : f & ~ParticleFlag::Alive;
+  } else if (phi > layer.lower) {
+    onLayer = true;
+  } else {
+    f |= ParticleFlag::Drag;
+  }
+  return static_cast<std::uint16_t>(f);
+}
+
+}  // namespace
+
+void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const ParticleGroup& liquid,
+                   const ParticleRows& rows, std::int32_t thread) {
+  const Layer layer(s);
+  const bool grid = surface.HasLevelSet();
+  Vec3D* positions = rows.EditPositions();
+  std::uint16_t* flags = rows.EditFlags();
+  for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+    if ((flags[r] & ParticleFlag::Excluded) != 0) {
+      flags[r] = static_cast<std::uint16_t>(flags[r] & ~ParticleFlag::Excluded);
+      continue;
+    }
+    const double phi = grid ? surface.Distance(positions[r])
+                            : DistanceByNeighbours(liquid.NearestCount(PK_Liquid, positions[r], s.cellSize, thread),
+                                                   layer, s.cellSize);
+    bool onLayer;
+    flags[r] = Converted(flags[r], phi, layer, s, onLayer);
+    if (onLayer && grid) positions[r] -= surface.Normal(positions[r]) * (phi - layer.height);
+  }
+}
+
+}  // namespace orlix

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+
+void RegisterFoamTypes(NodeFactory& factory);
+
+}  // namespace orlix
