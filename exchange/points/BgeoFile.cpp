@@ -11,13 +11,12 @@
 // Only points are written. Of a file with primitives the points are read.
 
 #include "exchange/points/FormatList.h"
-#include "exchange/points/PointBytes.h"
+#include "exchange/points/HoudiniNames.h"
 
 namespace orlix {
 
 namespace {
 
-constexpr PointName kHoudiniNames[] = {{"velocity", "v"}, {"color", "Cd"}, {"normal", "N"}, {"radius", "pscale"}};
 constexpr std::int32_t kFloatType = 0, kIntType = 1, kTextType = 4, kVectorType = 5;
 constexpr std::size_t kBgeoPoint = 16;
 constexpr int kMostComponents = 64;
@@ -89,9 +88,7 @@ Result<PointSet> ReadBgeo(const PointContent& content) {
 Status WriteBgeo(const PointSet& set, const PointSink& sink) {
   const Result<const PointAttribute*> position = PositionsOf(set);
   if (!position) return position.error();
-  if (set.count > std::numeric_limits<std::int32_t>::max()) {
-    return Status::Fail(ErrorKind::Output, "more particles than the format counts");
-  }
+  if (Status fits = TestInt32Count(set); !fits) return fits;
   ByteBuffer head(true), point(true);
   head.Text("BgeoV");
   const auto points = static_cast<std::int32_t>(set.count), columns = static_cast<std::int32_t>(set.attributes.size());

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "exchange/points/FlatColumns.h"
+
 namespace orlix {
 
 namespace {
@@ -83,22 +85,62 @@ Status ReadRow(TextCursor& text, std::uint64_t row, std::string_view file, Point
     return Status::Fail(ErrorKind::InputFile, fmt::format("{}:{}: {}", file, text.LineOf(begin), what));
   };
   for (PointAttribute& column : set.attributes) {
-    text.SkipBlanks();
-    double value = 0;
-    const char* place = text.Place();
-    if (!text.Number(value)) return fail("a number is missing");
-    std::int64_t whole = 0;
     // Numbers of 64 bits don't pass through a double.
     const bool large = !IsReal(column.number) && SizeOf(column.number) == 8;
-    const bool fits =
-        large ? std::from_chars(place, text.Place(), whole).ptr == text.Place() && column.SetWhole(row, 0, whole)
-              : column.SetReal(row, 0, value);
-    if (fits) continue;
-    return fail(fmt::format("{} is {}, must be a finite {} of type {}", column.name.substr(0, 40), value,
-                            IsReal(column.number) ? "number" : "whole number", NameOf(column.number)));
+    for (int c = 0; c < column.components; ++c) {
+      text.SkipBlanks();
+      double value = 0;
+      std::int64_t whole = 0;
+      const char* place = text.Place();
+      if (!text.Number(value)) return fail("a number is missing");
+      const bool fits =
+          large ? std::from_chars(place, text.Place(), whole).ptr == text.Place() && column.SetWhole(row, c, whole)
+                : column.SetReal(row, c, value);
+      if (fits) continue;
+      return fail(fmt::format("{} is {}, must be a finite {} of type {}", column.name.substr(0, 40), value,
+                              IsReal(column.number) ? "number" : "whole number", NameOf(column.number)));
+    }
   }
   text.SkipBlanks();
   return text.AtLineEnd() ? Status() : fail("the line has more numbers than there are names");
+}
+
+SimpleColumns::SimpleColumns(const PointSet& set) {
+  for (const PointAttribute& column : set.attributes) {
+    if (column.components == 1 || (column.components == 3 && IsReal(column.number))) all.push_back(&column);
+  }
+  for (const FlatColumn& flat : FlatColumnsOf(set)) {
+    const PointAttribute& from = *flat.attribute;
+    if (from.components == 1 || (from.components == 3 && IsReal(from.number))) continue;
+    PointAttribute& single = made_.emplace_back();
+    single.name = flat.name, single.number = from.number;
+    single.type = IsReal(from.number) ? PointType::Float : PointType::Int;
+    single.values.resize(set.count * single.RowBytes());
+    const std::size_t size = single.RowBytes(), offset = static_cast<std::size_t>(flat.component) * size;
+    for (std::uint64_t row = 0; row < set.count; ++row) {
+      std::memcpy(single.values.data() + row * size, from.values.data() + row * from.RowBytes() + offset, size);
+    }
+    all.push_back(&single);
+  }
+}
+
+void AppendValues(const PointAttribute& column, std::uint64_t row, const char* between, std::string& text) {
+  const auto end = std::back_inserter(text);
+  for (int c = 0; c < column.components; ++c) {
+    if (c > 0) text += between;
+    if (column.number == NumberType::Float32) {
+      fmt::format_to(end, "{}", static_cast<float>(column.Real(row, c)));
+    } else if (column.number == NumberType::Float64) {
+      fmt::format_to(end, "{}", column.Real(row, c));
+    } else {
+      fmt::format_to(end, "{}", column.Whole(row, c));
+    }
+  }
+}
+
+Status TestInt32Count(const PointSet& set) {
+  if (set.count <= static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max())) return {};
+  return Status::Fail(ErrorKind::Output, "more particles than the format counts");
 }
 
 Result<const PointAttribute*> PositionsOf(const PointSet& set) {

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <optional>
@@ -146,6 +147,20 @@ inline void FlushText(std::string& text, std::ostream& out, std::size_t above = 
   text.clear();
 }
 
+// The columns of a set with one or three components; what has others, or three whole numbers, becomes single ones.
+struct SimpleColumns {
+  explicit SimpleColumns(const PointSet& set);
+  std::vector<const PointAttribute*> all;
+
+ private:
+  std::deque<PointAttribute> made_;
+};
+
+// The values of a row with the fewest digits that give them back.
+void AppendValues(const PointAttribute& column, std::uint64_t row, const char* between, std::string& text);
+
+// An error for more particles than a format of 32 bits counts.
+Status TestInt32Count(const PointSet& set);
 // An error when a set to be written has no positions.
 Result<const PointAttribute*> PositionsOf(const PointSet& set);
 // The number that a format of 32 bits keeps for a column.

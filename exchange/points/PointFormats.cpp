@@ -16,10 +16,31 @@ namespace {
 constexpr std::uint64_t kMaxPointFile = std::uint64_t(1) << 36;
 
 constexpr PointFormat kFormats[] = {
+    {".bgeo", "Houdini geometry, classic binary", ReadBgeo, WriteBgeo},
+    {".bhclassic", "Houdini geometry, classic binary", ReadBgeo, WriteBgeo},
+    {".geo", "Houdini geometry, classic text", ReadGeo, WriteGeo},
+    {".hclassic", "Houdini geometry, classic text", ReadGeo, WriteGeo},
+    {".pdb", "PDB particles", ReadPdbAny, WritePdb32},
+    {".pdb32", "PDB particles of 32 bits", ReadPdb32, WritePdb32},
+    {".pdb64", "PDB particles of 64 bits", ReadPdb64, WritePdb64},
+    {".pda", "Maya particles, text", ReadPda, WritePda},
+    {".mc", "Maya cache", ReadMc, WriteMc},
+    {".ptc", "RenderMan point cloud", ReadPtc, WritePtc},
+    {".pdc", "Maya particles", ReadPdc, WritePdc},
+    {".prt", "Krakatoa particles", ReadPrt, WritePrt},
+    {".bin", "RealFlow particles", ReadBin, WriteBin,
+     "position velocity force vorticity normal neighbors texture "
+     "infoBits age isolationTime viscosity density pressure mass temperature id"},
+    {".pts", "points of a scanner", ReadPts, nullptr},
+    {".ptf", "RenderMan point cloud", ReadPtc, WritePtc},
+    {".xyz", "points, a line each", ReadXyz, WriteXyz, "position"},
+    {".pcd", "PCL point cloud, text", ReadPcd, WritePcd},
+    {".icecache", "Softimage ICE cache", ReadIcecache, WriteIcecache},
+    {".itbl", "Houdini geometry, classic binary", ReadBgeo, WriteBgeo},
+    {".atbl", "Houdini geometry, classic binary", ReadBgeo, WriteBgeo},
     {".ply", "PLY", ReadPly, WritePly},
     {".txt", "one a line", ReadTextPoints, WriteTextPoints},
-    {".bgeo", "Houdini geometry, classic binary", ReadBgeo, WriteBgeo},
-    {".prt", "Krakatoa particles", ReadPrt, WritePrt},
+    {".rib", "RenderMan scene", nullptr, WriteRib},
 };
 
 std::string LowerName(const std::filesystem::path& path) {

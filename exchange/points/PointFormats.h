@@ -37,6 +37,7 @@ struct PointFormat {
   const char* label;
   Result<PointSet> (*read)(const PointContent& content);        // null for a format that is only written
   Status (*write)(const PointSet& set, const PointSink& sink);  // null for one that is only read
+  const char* keeps = nullptr;                                  // the columns that it has a place for; null for all
 };
 std::span<const PointFormat> PointFormats();
 

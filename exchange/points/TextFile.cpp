@@ -18,18 +18,6 @@ std::optional<NumberType> NumberTypeOf(std::string_view word) {
   return ply ? std::optional(static_cast<NumberType>(*ply)) : std::nullopt;
 }
 
-void AppendNumber(const FlatColumn& column, std::uint64_t row, std::string& text) {
-  const auto end = std::back_inserter(text);
-  const PointAttribute& values = *column.attribute;
-  if (values.number == NumberType::Float32) {
-    fmt::format_to(end, "{}", static_cast<float>(values.Real(row, column.component)));
-  } else if (values.number == NumberType::Float64) {
-    fmt::format_to(end, "{}", values.Real(row, column.component));
-  } else {
-    fmt::format_to(end, "{}", values.Whole(row, column.component));
-  }
-}
-
 Status ReadNames(TextCursor& text, const PointContent& content, PointSet& set) {
   TextCursor names(text.Line());
   names.SkipBlanks();
@@ -68,9 +56,8 @@ Result<PointSet> ReadTextPoints(const PointContent& content) {
 }
 
 Status WriteTextPoints(const PointSet& set, const PointSink& sink) {
-  const std::vector<FlatColumn> columns = FlatColumnsOf(set);
   std::string text = "#";
-  for (const FlatColumn& column : columns) {
+  for (const FlatColumn& column : FlatColumnsOf(set)) {
     text += " " + column.name;
     const NumberType number = column.attribute->number;
     if (number != NumberType::Float32 || column.name.find(':') != std::string::npos) {
@@ -79,9 +66,9 @@ Status WriteTextPoints(const PointSet& set, const PointSink& sink) {
   }
   text += "\n";
   for (std::uint64_t row = 0; row < set.count; ++row) {
-    for (const FlatColumn& column : columns) {
-      if (&column != &columns.front()) text += ' ';
-      AppendNumber(column, row, text);
+    for (const PointAttribute& column : set.attributes) {
+      if (&column != &set.attributes.front()) text += ' ';
+      AppendValues(column, row, " ", text);
     }
     text += '\n';
     FlushText(text, sink.out);
