@@ -15,6 +15,7 @@
 #include "fluids/particle_operators/ParticleOperatorTypes.h"
 #include "fluids/particle_renderer/ParticleRendererTypes.h"
 #include "fluids/particles/ParticleTypes.h"
+#include "fluids/position_based/PositionBasedTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/surfacing/SurfacingTypes.h"
@@ -37,7 +38,7 @@ struct PlannedType {
 constexpr PlannedType kPlanned[] = {
     {1300057, "zq_constraint_coffee"}, {1300059, "zq_channelop_coffee"}, {1300060, "zq_pforce_coffee"},
     {1300063, "zq_channelop_remap"},   {1300099, "zq_cache_particle"},   {1300100, "zq_cache_mesh"},
-    {1300123, "zq_rigid_forces"},      {1300137, "zq_fluid_pb"},         {13000141, "zq_force_coffee"},
+    {1300123, "zq_rigid_forces"},      {13000141, "zq_force_coffee"},
 };
 
 }  // namespace
@@ -62,6 +63,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterParticleExchangeTypes(factory);
   RegisterSurfacingTypes(factory);
   RegisterFoamTypes(factory);
+  RegisterPositionBasedTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);

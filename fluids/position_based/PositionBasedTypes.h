@@ -1,0 +1,9 @@
+#pragma once
+
+namespace orlix {
+
+class NodeFactory;
+
+void RegisterPositionBasedTypes(NodeFactory& factory);
+
+}  // namespace orlix
