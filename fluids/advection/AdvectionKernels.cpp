@@ -1,6 +1,9 @@
 #include "fluids/advection/AdvectionKernels.h"
 
+#include <algorithm>
+
 #include "fluids/advection/AdvectionPass.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
@@ -18,6 +21,64 @@ void ClearOuterRows(const GridView<double>& grid) {
 }
 
 bool HasInterior(const VecInt3D& n) { return n.x > 2 && n.y > 2 && n.z > 2; }
+
+// A run of cells of a row of the grid, each a mean of its 27 neighbours with weights 1 2 1 along each axis; the
+// interior's outermost cells stand for those of the border. Pairs are added first, so that mirror images stay such.
+ORLIX_MULTIVERSION void SmoothRun(const GridView<double>& grid, int begin, int count, int j, int k, double* out) {
+  const VecInt3D n = grid.dims;
+  const int first = std::max(begin - 1, 1), end = std::min(begin + count + 1, n.x - 1);
+  const double* row[3][3];
+  for (int dz = 0; dz < 3; ++dz) {
+    for (int dy = 0; dy < 3; ++dy) {
+      row[dz][dy] =
+          grid.data + grid.Index(first, std::clamp(j + dy - 1, 1, n.y - 2), std::clamp(k + dz - 1, 1, n.z - 2));
+    }
+  }
+  double line[AdvectionRun::kCells + 2];
+  double* at = line + (first - begin + 1);
+  for (int i = 0; i < end - first; ++i) {
+    double layer[3];
+    for (int dz = 0; dz < 3; ++dz) layer[dz] = 2 * row[dz][1][i] + (row[dz][0][i] + row[dz][2][i]);
+    at[i] = 2 * layer[1] + (layer[0] + layer[2]);
+  }
+  if (first == begin) line[0] = line[1];
+  if (end == begin + count) line[count + 1] = line[count];
+  for (int i = 0; i < count; ++i) out[i] = (2 * line[i + 1] + (line[i] + line[i + 2])) * (1.0 / 64);
+}
+
+// The error of each cell stands in result: adds it, smoothed, to the way there, and limits the sum.
+void CorrectSmoothed(const AdvectionPass& pass, const AdvectionSource& source, double strength, GridView<double> result,
+                     const MacCormackScratch& scratch, WorkerPool& pool) {
+  const VecInt3D n = result.dims;
+  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+    AdvectionRun run;
+    double error[AdvectionRun::kCells], corrected[AdvectionRun::kCells];
+    for (int k = begin; k < end; ++k) {
+      for (int j = 1; j < n.y - 1; ++j) {
+        const RowSpan reached = pass.Reached(j, k);
+        for (run.begin = reached.first; run.begin < reached.last; run.begin += run.count) {
+          run.count = std::min(AdvectionRun::kCells, reached.last - run.begin);
+          SmoothRun(result, run.begin, run.count, j, k, error);
+          const std::int64_t index = result.Index(run.begin, j, k);
+          const double* values = source.values.data + index;
+          for (int l = 0; l < run.count; ++l) run.value[l] = values[l] - error[l];
+          double* forward = scratch.forward.data + index;
+          // Not in place: the last block of a run overlaps the one before it.
+          pass.Correct({source.values, values, forward, scratch.traced.data + index, corrected, strength}, run);
+          std::copy_n(corrected, run.count, forward);
+        }
+      }
+    }
+  });
+  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+    for (int k = begin; k < end; ++k) {
+      for (int j = 1; j < n.y - 1; ++j) {
+        const std::int64_t index = result.Index(1, j, k);
+        std::copy_n(scratch.forward.data + index, n.x - 2, result.data + index);
+      }
+    }
+  });
+}
 
 }  // namespace
 
@@ -43,7 +104,7 @@ void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& so
   pass.ForEachRun(write, clear);
 }
 
-void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, float strength,
+void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, MacCormackCorrection correction,
                       GridView<double> result, const MacCormackScratch& scratch, WorkerPool& pool) {
   if (!HasInterior(source.values.dims)) return;
   const GridView<double>& forward = scratch.forward;
@@ -74,19 +135,22 @@ void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source
   AdvectionSource ahead = source;
   ahead.values = forward;
   const AdvectionPass back(field, ahead, {source.values, result}, there);
+  const double strength = static_cast<double>(correction.strength) * 0.5;
   const auto correct = [&](AdvectionRun& run) {
     back.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) { run.value[i - run.begin] = 0; });
     const std::int64_t index = result.Index(run.begin, run.j, run.k);
     const MacCormackRow row{source.values,        source.values.data + index,
                             forward.data + index, scratch.traced.data + index,
-                            result.data + index,  static_cast<double>(strength) * 0.5};
-    back.Correct(row, run);
+                            result.data + index,  strength};
+    if (!correction.smoothed) return back.Correct(row, run);
+    for (int l = 0; l < run.count; ++l) row.result[l] = row.traced[l] < 0 ? 0.0 : row.source[l] - run.value[l];
   };
   // What the way there left at 0 between eight zeros stays 0 after the limiter.
   const auto clear = [&](int begin, int end, int j, int k) {
     std::fill_n(result.data + result.Index(begin, j, k), end - begin, 0.0);
   };
   back.ForEachRun(correct, clear);
+  if (correction.smoothed && !pool.Broken()) CorrectSmoothed(back, source, strength, result, scratch, pool);
 }
 
 RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool) {

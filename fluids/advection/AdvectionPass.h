@@ -110,6 +110,8 @@ class AdvectionPass {
     }
   }
   void Correct(const MacCormackRow& row, AdvectionRun& run) const;
+  // The cells of a row that something may reach, [1, n - 1) at most.
+  RowSpan Reached(int j, int k) const { return reached_[static_cast<std::size_t>(k) * source_.values.dims.y + j]; }
 
  private:
   static constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache

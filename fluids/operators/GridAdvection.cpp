@@ -65,6 +65,9 @@ const TypeInfo& GridAdvection::Type() {
       ButtonParameter(1006, "pick_solver", "Offers the dynamics objects of the scene"),
       FloatParameter(kCorrectionStrengthId, "correction_strength", 1.0, "", "Weight of MacCormack's correction")
           .ShownWhen(kSchemeId, Relation::Is, GridAdvection::Scheme::MacCormack),
+      BoolParameter(kSmoothCorrectionId, "smooth_correction", false,
+                    "Leaves out what is a cell wide: no fringes along the flow, and nearly the same detail")
+          .ShownWhen(kSchemeId, Relation::Is, GridAdvection::Scheme::MacCormack),
   };
   static const TypeInfo kType = {
       .id = 1300122,
@@ -128,6 +131,7 @@ bool GridAdvection::ReadParameters() {
   integrator = handler.GetChoice<Integrator>(kIntegratorId);
   interpolation = handler.GetChoice<AdvectionSampling>(kInterpolationId);
   correctionStrength = handler.GetFloat(kCorrectionStrengthId);
+  smoothCorrection = handler.GetBool(kSmoothCorrectionId);
   return true;
 }
 
@@ -251,7 +255,7 @@ bool GridAdvection::AdvectGrid(const ScalarGrid* source, ScalarGrid* result) {
     const VecInt3D dims = staggered ? result->space.dims + VecInt3D(1, 1, 1) : result->dims;
     const auto forward = scene->scratch().Take<double>(dims);
     const auto traced = scene->scratch().Take<std::int32_t>(dims);
-    AdvectMacCormack(field, Source(*source), correctionStrength, *result,
+    AdvectMacCormack(field, Source(*source), {correctionStrength, smoothCorrection}, *result,
                      {{forward->data, result->dims}, {traced->data, result->dims}}, scene->pool());
     return true;
   }

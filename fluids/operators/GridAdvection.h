@@ -18,7 +18,7 @@ class GridAdvection final : public iObject {
 
   GridAdvection(BaseList2D* object, OrlixScene& owner);
   static constexpr int kChannelId = 1000, kSchemeId = 1002, kIntegratorId = 1003, kInterpolationId = 1004,
-                       kSolverId = 1005, kCorrectionStrengthId = 1007;
+                       kSolverId = 1005, kCorrectionStrengthId = 1007, kSmoothCorrectionId = 1008;
   static const TypeInfo& Type();
 
   void ResetSimulation() override;
@@ -45,6 +45,7 @@ class GridAdvection final : public iObject {
   Integrator integrator = Integrator::Euler;
   AdvectionSampling interpolation = AdvectionSampling::Trilinear;
   float correctionStrength = 1;
+  bool smoothCorrection = false;
 
   // Between ResolveLinks and ReleaseLinks. velocityChannel is the target when the two others are null.
   ScalarGridChannel* scalarChannel = nullptr;

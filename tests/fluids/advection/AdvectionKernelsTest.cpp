@@ -62,7 +62,7 @@ TEST_P(FastAdvection, GivesTheBitsOfAPlainLoop) {
         Grid<std::int32_t> traced(n, kGridScratch);
         forward.Fill(99);
         test::PlainMacCormack(bench.field, source, 0.7f, expected);
-        AdvectMacCormack(bench.field, source, 0.7f, got, {forward, traced}, pool);
+        AdvectMacCormack(bench.field, source, {0.7f}, got, {forward, traced}, pool);
       } else {
         test::PlainSemiLagrangian(bench.field, source, expected);
         AdvectSemiLagrangian(bench.field, source, got, pool);
