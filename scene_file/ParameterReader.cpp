@@ -6,6 +6,7 @@
 #include <charconv>
 #include <set>
 
+#include "host/objects/Presets.h"
 #include "scene_file/ParameterText.h"
 #include "scene_file/ValueReader.h"
 
@@ -27,6 +28,17 @@ std::string Described(const BaseObject& object) {
   return fmt::format("of type {}{}", WrittenName(type), type.kinds ? " (" + KindsText(type.kinds) + ")" : "");
 }
 
+// What names a preset comes first: the other members change what it sets.
+std::vector<const JsonMember*> InOrder(const BaseObject& object, const JsonValue::Object& members) {
+  std::vector<const JsonMember*> order;
+  for (const JsonMember& member : members) order.push_back(&member);
+  const auto* presets = dynamic_cast<const Presets*>(object.data());
+  const Parameter* row = presets ? object.type().Find(presets->PresetRow()) : nullptr;
+  std::stable_partition(order.begin(), order.end(),
+                        [&](const JsonMember* member) { return row && member->key == row->key; });
+  return order;
+}
+
 bool IsRelative(std::string_view path) { return !path.empty() && path[0] != '/'; }
 
 }  // namespace
@@ -34,7 +46,8 @@ bool IsRelative(std::string_view path) { return !path.empty() && path[0] != '/';
 void ParameterReader::Read(BaseObject& object, const std::shared_ptr<const SourceText>& source,
                            const JsonValue::Object& members, const std::vector<std::string_view>& skip) {
   std::map<std::pair<int, bool>, std::string_view> seen;
-  for (const JsonMember& member : members) {
+  for (const JsonMember* each : InOrder(object, members)) {
+    const JsonMember& member = *each;
     if (std::find(skip.begin(), skip.end(), member.key) != skip.end()) continue;
     const Place place{source, member.keyOffset};
     const Spelling spelling = ReadSpelling(object, place, member.key, skip);
@@ -48,6 +61,10 @@ void ParameterReader::Read(BaseObject& object, const std::shared_ptr<const Sourc
       continue;
     }
     ReadMember(site, member.value, spelling.keys);
+    const auto* presets = dynamic_cast<const Presets*>(object.data());
+    if (!presets || spelling.row->id != presets->PresetRow()) continue;
+    if (spelling.keys) site.Complain(member.keyOffset, "can't have keys; give keys to what it sets");
+    presets->ApplyPreset(object);
   }
 }
 

@@ -23,6 +23,19 @@ Gradient GradientOf(const BaseObject& object, int id) {
 
 }  // namespace
 
+const FluidSolver* GasMaterial::FindSolver() const {
+  const FluidSolver* found = nullptr;
+  for (const int id : {GasSettings::kDensityId, GasSettings::kTemperatureId, GasSettings::kThirdId}) {
+    BaseObject* link = object_.GetLink(id);
+    const auto* node = link ? dynamic_cast<iObject*>(hook_.FindNode(link)) : nullptr;
+    if (!node || found) continue;
+    node->GetScene().ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& each) {
+      if (!found) found = dynamic_cast<const FluidSolver*>(&each);
+    });
+  }
+  return found;
+}
+
 GasChannels GasMaterial::FindChannels() const {
   const auto scalar = [&](int id) -> const ScalarGrid* {
     BaseObject* link = object_.GetLink(id);
@@ -44,12 +57,21 @@ GasChannels GasMaterial::FindChannels() const {
   channels.colour = vector(GasSettings::kColourId);
   channels.velocity = vector(GasSettings::kVelocityId);
   channels.fireVelocity = vector(GasSettings::kFireVelocityId);
+  if (const FluidSolver* solver = FindSolver()) {
+    for (int c = 0; c < 3; ++c) channels.ownVelocity[c] = solver->velocity.grids[c].get();
+  }
   return channels;
 }
 
 RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
   RayMarcher::Input input{channels_,      settings_,     {}, {}, {}, context.world, context.time, *context.workers,
                           context.thread, context.status};
+  if (const FluidSolver* solver = FindSolver()) {
+    const Vec3D size = solver->containerSize;
+    input.containerSide = (size.x + size.y + size.z) / 3;
+  }
+  input.colourShader = ShaderSlot::Of(object_, GasSettings::kColourShaderId);
+  input.densityShader = ShaderSlot::Of(object_, GasSettings::kDensityShaderId);
   if (context.preview && !object_.GetBool(GasSettings::kFullPreviewId))
     input.settings.copyScale = std::min(1.0, settings_.copyScale) * 0.5;
   GasGradients& g = input.gradients;
@@ -81,11 +103,15 @@ Status GasMaterial::RenderStart(const RenderContext& context) {
   marcher_.reset();
   settings_ = GasSettings::Read(object_);
   postGradient_ = GradientOf(object_, GasSettings::kPostGradientId);
+  wantsVelocity_ = context.world->settings.NeedsMotion();
   channels_ = FindChannels();
   if (!channels_.HasGas()) return {};
   auto marcher = std::make_unique<RayMarcher>();
   if (Status built = marcher->Build(MakeInput(context)); !built) return built;
-  if (!marcher->IsEmpty()) marcher_ = std::move(marcher);
+  if (marcher->IsEmpty()) return {};
+  marcher_ = std::move(marcher);
+  glow_ = {};
+  if (settings_.glowPoints > 0) glow_.Build(*marcher_, *context.workers);
   return {};
 }
 
@@ -146,21 +172,25 @@ void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
   if (!ClipToBox(ray.origin, ray.direction, space.hostMin, space.hostMax, kClipTolerance, begin, end)) return;
   if (begin > rayEnd) return;
   MarchResult result;
-  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
+  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin, ray.jitter, ray.time};
   if (settings_.march) result = marcher_->March(march, ray.random, ray.worker);
   Vec3D colour = result.colour, transmittance = result.transmittance;
   if (!std::isfinite(colour.x) || !std::isfinite(colour.z)) colour = {};
   if (colour != Vec3D() || transmittance != Vec3D()) colour += marcher_->Scattered(march, ray.random, ray.worker);
+  const bool asPoints = (ray.kind & kRayGlobal) != 0 && GlowPoints() > 0;
+  if (asPoints) colour -= result.emission;
+  sample.emission = asPoints || !IsFinite(result.emission) ? Vec3D() : result.emission * ray.weight;
   colour *= ray.weight;
   PostStep(colour, transmittance);
   sample.colour = (ray.kind & kRayGlobal) != 0 ? colour * settings_.gatherBoost : colour;
   sample.transmittance = transmittance;
   sample.samples = result.samples;
   sample.distance = begin + result.distance;
-  if (channels_.velocity[2]) {
+  const auto& velocity = channels_.velocity[2] ? channels_.velocity : channels_.ownVelocity;
+  if (wantsVelocity_ && velocity[2]) {
     const Vec3D x = ray.origin + ray.direction * sample.distance;
     for (int c = 0; c < 3; ++c) {
-      const ScalarGrid& grid = *channels_.velocity[c];
+      const ScalarGrid& grid = *velocity[c];
       const HostSampler<double> sampler(grid, grid.space, CellSampleOffset(grid.gridType));
       sample.velocity[c] = sampler(x) * grid.space.hostPerSim[c];
     }
@@ -187,7 +217,7 @@ Vec3D GasMaterial::Transparency(const VolumeRay& ray) const {
   const GridSpace& space = marcher_->Space();
   if (!ClipToBox(ray.origin, ray.direction, space.hostMin, space.hostMax, kClipTolerance, begin, end))
     return Vec3D(1.0);
-  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin};
+  const MarchRay march{ray.origin + ray.direction * begin, ray.direction, end - begin, -1, ray.time};
   const Vec3D t =
       marcher_->Transmittance(march, marcher_->settings().cast, marcher_->ShadowExtinction(), ray.random, ray.worker);
   // The light of a full shadow is the shadow's colour, component by component, so that clear gas gives 1.

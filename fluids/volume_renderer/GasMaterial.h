@@ -5,9 +5,12 @@
 #include <memory>
 
 #include "fluids/scene/OrlixHook.h"
+#include "fluids/volume_renderer/GasGlow.h"
 #include "fluids/volume_renderer/RayMarcher.h"
 
 namespace orlix {
+
+class FluidSolver;
 
 class GasMaterial final : public VolumeShader {
  public:
@@ -16,6 +19,8 @@ class GasMaterial final : public VolumeShader {
 
   Status RenderStart(const RenderContext& context) override;
   void RenderEnd() override { marcher_.reset(); }
+  int GlowPoints() const override { return glow_.empty() ? 0 : settings_.glowPoints; }
+  GlowPoint GlowAt(const Vec3D& draws) const override { return glow_.PointAt(draws); }
   bool Bounds(Vec3D& low, Vec3D& high) const override;
   // Of the cells that hold more than a fiftieth of the most; false where there is nothing.
   bool ContentBounds(Vec3D& low, Vec3D& high) const;
@@ -27,6 +32,8 @@ class GasMaterial final : public VolumeShader {
 
  private:
   GasChannels FindChannels() const;
+  // The solver of the scene that the gas belongs to; null when there is none.
+  const FluidSolver* FindSolver() const;
   RayMarcher::Input MakeInput(const RenderContext& context) const;
   bool Sees(std::uint32_t kind) const;
   void PostStep(Vec3D& colour, Vec3D& transmittance) const;
@@ -37,6 +44,8 @@ class GasMaterial final : public VolumeShader {
   Gradient postGradient_;
   GasChannels channels_;
   std::unique_ptr<RayMarcher> marcher_;
+  GasGlow glow_;
+  bool wantsVelocity_ = false;
 };
 
 // One for each gas material of the document, in the order of creation.

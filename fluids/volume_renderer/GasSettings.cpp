@@ -1,8 +1,10 @@
 #include "fluids/volume_renderer/GasSettings.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "fluids/grids/Interpolation.h"
+#include "fluids/volume_renderer/GasPresets.h"
 #include "fluids/volume_renderer/PhaseFunction.h"
 #include "host/noise/NoiseTypes.h"
 
@@ -60,13 +62,22 @@ BlurSettings ReadBlur(const BaseObject& m, int iterations, int sigma) {
 }  // namespace
 
 const TypeInfo& GasSettings::Type() {
-  static constexpr Parameter kParameters[] = {
+  static const std::vector<Choice> kPresets = GasPresetChoices();
+  static const Parameter kParameters[] = {
+      ChoiceParameter(kPresetId, "preset", 0, kPresets, "A look to start from; what else is set changes it"),
       LinkParameter(kDensityId, "density", kLinkChannel, "Channel of the smoke"),
       LinkParameter(kTemperatureId, "temperature", kLinkChannel, "Channel of the temperature"),
       LinkParameter(kThirdId, "third", kLinkChannel, "A further channel, for flames"),
       LinkParameter(kColourId, "colour", kLinkChannel, "Vector channel of the smoke's colour"),
       LinkParameter(kVelocityId, "velocity", kLinkChannel | kLinkSolver, "Velocity along which samples are shifted"),
       LinkParameter(kFireVelocityId, "fire_velocity", kLinkChannel | kLinkSolver, "Velocity of the fire's shift"),
+
+      FloatParameter(kUnitLengthId, "unit_length", 1.0, "host units",
+                     "Length that absorption, scattering, shadows and glow are given for; 0: a tenth of the container")
+          .Min(0),
+      FloatParameter(kUnitDensityId, "unit_density", 1.0, "", "Density that they are given for").Above(0),
+      LinkParameter(kColourShaderId, "colour_shader", kLinkShader, "A shader that multiplies the smoke's colour"),
+      LinkParameter(kDensityShaderId, "density_shader", kLinkShader, "A shader that multiplies the density"),
 
       FloatParameter(kCopyScaleId, "copy_scale", 1.0, "", "Resolution of the render's copies against the channels")
           .Between(0.01, 8),
@@ -197,7 +208,14 @@ const TypeInfo& GasSettings::Type() {
       BoolParameter(kShadowTrapezoidId, "shadow_trapezoid", false, "Average each step to a light with the one before"),
       ListParameter(kShadowFiltersId, "shadow_filters", kLinkConstraint, "Constraints that scale the shadow density"),
       VectorParameter(2462, "swatch", {0, 0, 0}, "", "Colour swatch of an interface").Hidden(),
-      IntParameter(2463, "diffuse_maps", 1, "", "Kept; no step reads it").Hidden().Unread(),
+      IntParameter(kDiffuseMapsId, "diffuse_maps", 1, "", "Light maps even out the grain of their jitter")
+          .Between(0, 1),
+      FloatParameter(kSkyLightId, "sky_light", 0.0, "",
+                     "Light of the sky in the gas, shaded by the gas; 1 is all of it")
+          .Min(0),
+      IntParameter(kSkyRaysId, "sky_rays", 24, "", "Directions that it comes from")
+          .Between(1, 1024)
+          .ShownWhen(kSkyLightId, Relation::Above, 0),
 
       BoolParameter(kSurfaceShadowsId, "surface_shadows", true, "Surfaces shade the gas"),
       BoolParameter(kCastShadowsId, "cast_shadows", false, "The gas shades surfaces"),
@@ -223,6 +241,11 @@ const TypeInfo& GasSettings::Type() {
       IntParameter(2550, "fire_mode", 0, "", "Kept; no step reads it").Hidden().Unread(),
       FloatParameter(kFireShiftId, "fire_shift", 0.02, "s", "Shift of fire samples along the velocity"),
       FloatParameter(kGatherBoostId, "gather_boost", 5.0, "", "Factor of the gas's light on surfaces around").Min(0),
+      BoolParameter(kGlowOnSurfacesId, "glow_on_surfaces", false,
+                    "Flames light surfaces by points of their power, without grain, instead of by rays that meet them"),
+      IntParameter(kGlowPointsId, "glow_points", 2, "", "Points of the flames for each sample of a surface")
+          .Between(1, 256)
+          .ShownWhen(kGlowOnSurfacesId, Relation::Is, 1),
       ChoiceParameter(kFlameSourceId, "flame_source", FlameSource::Temperature, kFlames, "What makes a flame"),
       ChoiceParameter(kFireColourId, "fire_colour", FireColour::BlackBody, kFireColours, "Colour of flames"),
       GradientParameter(kFireGradientId, "fire_gradient", kFire, "Colour of flames by temperature"),
@@ -278,6 +301,7 @@ const TypeInfo& GasSettings::Type() {
       .role = TypeRole::Material,
       .kinds = kLinkMaterial,
       .parameters = kParameters,
+      .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<GasPresets>(); },
   };
   return kType;
 }
@@ -337,6 +361,7 @@ void GasSettings::ReadFire(const BaseObject& m) {
   fireLightStrength = m.GetDouble(kFireLightStrengthId);
   fireLightPhase = m.GetBool(kFireLightPhaseId);
   gatherBoost = m.GetDouble(kGatherBoostId);
+  glowPoints = m.GetBool(kGlowOnSurfacesId) ? static_cast<std::int32_t>(m.GetInt(kGlowPointsId)) : 0;
 }
 
 void GasSettings::ReadShadows(const BaseObject& m) {
@@ -356,8 +381,24 @@ void GasSettings::ReadShadows(const BaseObject& m) {
   castColour = m.GetVector(kCastColourId);
 }
 
+void GasSettings::ApplyUnits(double length) {
+  const double factor = 1 / (length * unitDensity);
+  for (Vec3D* value : {&absorption, &scattering, &shadowDensity}) *value *= factor;
+  flameAbsorption *= factor, flameStrength *= factor;
+  // Its own absorption and scattering stand in its formulas beside ways: they stay, depths and ways are brought there.
+  scatter.densityScale *= factor;
+  scatter.lengthScale /= length, scatter.widthScale = length;
+  if (!scatter.ownAbsorption) scatter.absorption = (absorption.x + absorption.y + absorption.z) / 3 / factor;
+  fireLightReach *= length, fallbackDensity *= unitDensity;
+}
+
 GasSettings GasSettings::Read(const BaseObject& m) {
   GasSettings s;
+  s.unitLength = m.GetDouble(kUnitLengthId);
+  s.unitDensity = m.GetDouble(kUnitDensityId);
+  s.skyLight = m.GetDouble(kSkyLightId);
+  s.skyRays = static_cast<std::int32_t>(m.GetInt(kSkyRaysId));
+  s.diffuseMaps = m.GetInt(kDiffuseMapsId) != 0;
   s.copyScale = m.GetDouble(kCopyScaleId);
   s.copyInterpolation = static_cast<std::int32_t>(m.GetInt(kCopyInterpolationId));
   s.densityBlur = ReadBlur(m, kDensityBlurId, kDensityBlurSigmaId);

@@ -57,6 +57,7 @@ struct ScatteringSettings {
   bool homogeneous = false;  // a medium of the mean density
   double mapScale = 1;       // of the density grid's resolution
   double lengthScale = 1, densityScale = 1;
+  double widthScale = 1;                                           // host units for a width of 1
   bool ownAbsorption = false, ownSpread = false, ownStep = false;  // instead of the march's
   double absorption = 0.1, scattering = 0.6;
   double spread = 2.0943951023931953;
@@ -110,13 +111,18 @@ struct GasSettings {
                        kFireMapGradientId = 2759, kFireLightPhaseId = 2760, kPostAmountId = 2800,
                        kPostGradientId = 2801, kPostAddId = 2802, kPostContrastId = 2803, kPostSaturationId = 2804,
                        kMarchId = 2862, kSeenByGatherId = 2863, kSeenByRefractionId = 2864, kSeenByCameraId = 2865,
-                       kSeenByReflectionId = 2866, kSeenByOcclusionId = 2867;
+                       kSeenByReflectionId = 2866, kSeenByOcclusionId = 2867, kPresetId = 2100, kDiffuseMapsId = 2463,
+                       kUnitLengthId = 2900, kUnitDensityId = 2901, kSkyLightId = 2902, kSkyRaysId = 2903,
+                       kGlowOnSurfacesId = 2904, kGlowPointsId = 2905, kColourShaderId = 2906, kDensityShaderId = 2907;
   // The lists by GasFilter.
   static constexpr int kFilterIds[kGasFilters] = {kDensityFiltersId,    kShadowFiltersId, kAbsorptionFiltersId,
                                                   kScatteringFiltersId, kPhaseFiltersId,  kPhaseScaleFiltersId,
                                                   kFireFiltersId,       kThirdFiltersId};
   static const TypeInfo& Type();
 
+  // Length (host units) and density that absorption, scattering, shadows and glow are given for. A length of 0 stands
+  // for a tenth of the container.
+  double unitLength = 1, unitDensity = 1;
   double copyScale = 1;
   std::int32_t copyInterpolation = 0;
   BlurSettings densityBlur, temperatureBlur, thirdBlur, mapBlur;
@@ -132,7 +138,11 @@ struct GasSettings {
   ScatteringSettings scatter;
   GasNoiseSettings noise;
   double smokeShift = 0.05, fireShift = 0.02;  // s along the velocity
+  // Light of the sky in the gas, and from how many directions.
+  double skyLight = 0;
+  std::int32_t skyRays = 24;
   // Light maps and shadows.
+  bool diffuseMaps = true;
   Vec3D shadowDensity{0.1}, shadowColour{1, 1, 1};
   double mapResolution = 0.5;  // of the grid's
   bool surfaceShadows = true;
@@ -151,6 +161,7 @@ struct GasSettings {
   double fireLightScale = 1, fireLightReach = 100, fireLightStrength = 0;
   bool fireLightPhase = false;
   double gatherBoost = 5;
+  std::int32_t glowPoints = 0;  // of each sample of a surface; 0: rays meet flames by chance
   // Post step.
   double postAmount = 0, postAdd = 0, postContrast = 1, postSaturation = 1;
   // Which rays see the gas.
@@ -159,6 +170,8 @@ struct GasSettings {
 
   // Steps that would never end are raised: the coarse step is at least the fine one.
   static GasSettings Read(const BaseObject& material);
+  // Brings what is given for the unit's length and density to host units and the density as it is.
+  void ApplyUnits(double length);
 
  private:
   void ReadNoise(const BaseObject& material);

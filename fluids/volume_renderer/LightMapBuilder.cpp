@@ -6,6 +6,7 @@
 
 #include "fluids/level_sets/FastSweeper.h"
 #include "fluids/volume_renderer/Diffusor.h"
+#include "host/render/SampleSequence.h"
 
 namespace orlix {
 
@@ -21,9 +22,10 @@ Vec3D CentreOf(const GridSpace& space, int i, int j, int k) { return space.HostO
 
 Status LightMapBuilder::Build(const std::vector<Light>& lights) {
   try {
-    MakeLattice();
-    FindLitCells();
+    lattice_ = LatticeOf(marcher_.settings_.mapResolution);
+    lit_ = FindLitCells(lattice_);
     BuildLightMaps(lights);
+    BuildSkyMap();
     BuildFireMap();
   } catch (const std::bad_alloc&) {
     return Status::Fail(ErrorKind::Memory, "the light maps of a gas material don't fit");
@@ -31,23 +33,24 @@ Status LightMapBuilder::Build(const std::vector<Light>& lights) {
   return {};
 }
 
-void LightMapBuilder::MakeLattice() {
+GridSpace LightMapBuilder::LatticeOf(double scale) const {
   const GridSpace& space = marcher_.space_;
-  const double scale = marcher_.settings_.mapResolution;
   const VecInt3D cells = Max(SnappedCell(Vec3D(space.dims) * scale), VecInt3D(2, 2, 2));
-  lattice_.Build(cells, space.hostSize, static_cast<float>(space.cellSize / scale), space.hostMin);
+  GridSpace lattice;
+  lattice.Build(cells, space.hostSize, static_cast<float>(space.cellSize / scale), space.hostMin);
+  return lattice;
 }
 
 // A cell with gas, or one beside it: linear reads at the edge of the gas stay smooth.
-void LightMapBuilder::FindLitCells() {
-  const VecInt3D n = lattice_.dims;
+std::unique_ptr<Grid<std::uint8_t>> LightMapBuilder::FindLitCells(const GridSpace& lattice) const {
+  const VecInt3D n = lattice.dims;
   Grid<std::uint8_t> gas(n, kGridScratch);
-  lit_ = std::make_unique<Grid<std::uint8_t>>(n, kGridScratch);
+  auto lit = std::make_unique<Grid<std::uint8_t>>(n, kGridScratch);
   ParallelRange(pool_, 0, n.z, [&](int k0, int k1, int) {
     double density;
     for (int k = k0; k < k1; ++k) {
       for (int j = 0; j < n.y; ++j) {
-        for (int i = 0; i < n.x; ++i) gas(i, j, k) = marcher_.SampleDensity(CentreOf(lattice_, i, j, k), density);
+        for (int i = 0; i < n.x; ++i) gas(i, j, k) = marcher_.SampleDensity(CentreOf(lattice, i, j, k), density);
       }
     }
   });
@@ -55,34 +58,47 @@ void LightMapBuilder::FindLitCells() {
     for (int k = k0; k < k1; ++k) {
       for (int j = 0; j < n.y; ++j) {
         for (int i = 0; i < n.x; ++i) {
-          (*lit_)(i, j, k) = gas(i, j, k) || (i > 0 && gas(i - 1, j, k)) || (i < n.x - 1 && gas(i + 1, j, k)) ||
-                             (j > 0 && gas(i, j - 1, k)) || (j < n.y - 1 && gas(i, j + 1, k)) ||
-                             (k > 0 && gas(i, j, k - 1)) || (k < n.z - 1 && gas(i, j, k + 1));
+          (*lit)(i, j, k) = gas(i, j, k) || (i > 0 && gas(i - 1, j, k)) || (i < n.x - 1 && gas(i + 1, j, k)) ||
+                            (j > 0 && gas(i, j - 1, k)) || (j < n.y - 1 && gas(i, j + 1, k)) ||
+                            (k > 0 && gas(i, j, k - 1)) || (k < n.z - 1 && gas(i, j, k + 1));
         }
       }
     }
   });
+  return lit;
+}
+
+Vec3D LightMapBuilder::Passing(const Vec3D& x, const Illumination& illumination, MersenneTwister& random,
+                               int worker) const {
+  const Vec3D extinction = marcher_.ShadowExtinction();
+  if (extinction == Vec3D()) return Vec3D(1.0);
+  // Only the way inside the gas's box matters.
+  double begin = 0, end = illumination.distance;
+  MarchRay ray{x, illumination.toLight};
+  const GridSpace& space = marcher_.space_;
+  if (ClipToBox(x, ray.direction, space.hostMin, space.hostMax, 0, begin, end)) ray.length = end;
+  return marcher_.Transmittance(ray, marcher_.settings_.shadowSteps, extinction, &random, worker);
+}
+
+// From a light with a width, the mean over some of its points.
+Vec3D LightMapBuilder::LightAt(const Light& light, const Vec3D& x, MersenneTwister& random, int worker) const {
+  const int rays = light.HasWidth() && (light.castsShadow || light.kind == LightKind::Area) ? light.shadowRays : 1;
+  const Vec2D offset = rays > 1 ? Vec2D{random.Uniform(), random.Uniform()} : Vec2D();
+  Vec3D sum;
+  for (int n = 0; n < rays; ++n) {
+    const Illumination illumination =
+        rays > 1 ? light.IlluminateFrom(x, SquarePoint(static_cast<std::uint64_t>(n), offset)) : light.Illuminate(x);
+    if (illumination.colour == Vec3D()) continue;
+    sum += light.castsShadow ? illumination.colour * Passing(x, illumination, random, worker) : illumination.colour;
+  }
+  return sum / rays;
 }
 
 // Rows have random numbers of their own, so that a map is the same at any number of workers.
 void LightMapBuilder::LightRow(LightMap& map, int j, int k, int worker) const {
   MersenneTwister random(kMapSeed + static_cast<std::uint32_t>(k * lattice_.dims.y + j));
-  const Vec3D extinction = marcher_.ShadowExtinction();
   for (int i = 0; i < lattice_.dims.x; ++i) {
-    if (!(*lit_)(i, j, k)) continue;
-    const Vec3D x = CentreOf(lattice_, i, j, k);
-    const Illumination illumination = map.light.Illuminate(x);
-    Vec3D colour = illumination.colour;
-    if (colour == Vec3D()) continue;
-    if (map.light.castsShadow && extinction != Vec3D()) {
-      // Only the way inside the gas's box matters.
-      double begin = 0, end = illumination.distance;
-      MarchRay ray{x, illumination.toLight, 0};
-      const GridSpace& space = marcher_.space_;
-      if (ClipToBox(x, ray.direction, space.hostMin, space.hostMax, 0, begin, end)) ray.length = end;
-      colour = colour * marcher_.Transmittance(ray, marcher_.settings_.shadowSteps, extinction, &random, worker);
-    }
-    (*map.grid)(i, j, k) = colour;
+    if ((*lit_)(i, j, k)) (*map.grid)(i, j, k) = LightAt(map.light, CentreOf(lattice_, i, j, k), random, worker);
   }
 }
 
@@ -100,10 +116,85 @@ void LightMapBuilder::BuildLightMaps(const std::vector<Light>& lights) {
         for (int j = 0; j < lattice_.dims.y; ++j) LightRow(map, j, k, worker);
       }
     });
+    if (marcher_.settings_.diffuseMaps && marcher_.settings_.shadowSteps.jitter > 0) DiffuseMap(*map.grid);
     BlurLightMap(*map.grid);
     map.sampler = HostSampler<Vec3D>(*map.grid, map.grid->space, kCellCentre);
     marcher_.lightMaps_.push_back(std::move(map));
   }
+}
+
+void LightMapBuilder::DiffuseMap(VectorGrid& map) {
+  const VectorGrid before(map);
+  const VecInt3D n = lattice_.dims;
+  ParallelRange(pool_, 0, n.z, [&](int k0, int k1, int) {
+    for (int k = k0; k < k1; ++k) {
+      for (int j = 0; j < n.y; ++j) {
+        for (int i = 0; i < n.x; ++i) {
+          if (!(*lit_)(i, j, k)) continue;
+          Vec3D sum;
+          int lit = 0;
+          const auto add = [&](int x, int y, int z) {
+            if (!(*lit_)(x, y, z)) return;
+            sum += before(x, y, z);
+            ++lit;
+          };
+          if (i > 0) add(i - 1, j, k);
+          if (i < n.x - 1) add(i + 1, j, k);
+          if (j > 0) add(i, j - 1, k);
+          if (j < n.y - 1) add(i, j + 1, k);
+          if (k > 0) add(i, j, k - 1);
+          if (k < n.z - 1) add(i, j, k + 1);
+          // A step of the heat equation: half of itself, half of its neighbours.
+          if (lit > 0) map(i, j, k) = (before(i, j, k) + sum / lit) * 0.5;
+        }
+      }
+    }
+  });
+}
+
+// The mean over all directions of the sky that gets through gas and past surfaces.
+Vec3D LightMapBuilder::SkyAt(const Vec3D& x, MersenneTwister& random, int worker) const {
+  const RenderWorld& world = *marcher_.world_;
+  const int rays = marcher_.settings_.skyRays;
+  constexpr double kFar = 1e6, kTurn = 2.399963229728653;  // the golden angle: points of a spiral cover a ball evenly
+  Vec3D sum;
+  for (int n = 0; n < rays; ++n) {
+    const double y = 1 - 2 * (n + 0.5) / rays, out = std::sqrt(1 - y * y);
+    Illumination illumination;
+    illumination.toLight = {out * std::cos(kTurn * n), y, out * std::sin(kTurn * n)};
+    illumination.distance = kFar;
+    Vec3D light = world.SkyColour(illumination.toLight);
+    if (marcher_.settings_.surfaceShadows && !world.surfaces.empty()) {
+      light = light * world.surfaces.Passing(x, illumination.toLight, kFar);
+    }
+    if (light != Vec3D()) sum += light * Passing(x, illumination, random, worker);
+  }
+  return sum * (marcher_.settings_.skyLight * world.settings.skyLight / rays);
+}
+
+// Changes slowly from place to place: half the resolution of the other maps.
+void LightMapBuilder::BuildSkyMap() {
+  marcher_.skyMap_.reset();
+  if (!(marcher_.settings_.skyLight > 0) || !marcher_.world_ || !marcher_.copies_.density) return;
+  const GridSpace lattice = LatticeOf(0.5 * marcher_.settings_.mapResolution);
+  const auto lit = FindLitCells(lattice);
+  SkyLightMap map;
+  map.grid =
+      std::make_unique<VectorGrid>(lattice.dims, lattice.hostSize, lattice.cellSize, kGridScratch, lattice.hostMin);
+  map.grid->Fill(Vec3D());
+  ParallelRange(pool_, 0, lattice.dims.z, [&](int k0, int k1, int worker) {
+    for (int k = k0; k < k1; ++k) {
+      if (thread_ && thread_->TestBreak()) return;
+      for (int j = 0; j < lattice.dims.y; ++j) {
+        MersenneTwister random(kMapSeed + static_cast<std::uint32_t>(k * lattice.dims.y + j));
+        for (int i = 0; i < lattice.dims.x; ++i) {
+          if ((*lit)(i, j, k)) (*map.grid)(i, j, k) = SkyAt(CentreOf(lattice, i, j, k), random, worker);
+        }
+      }
+    }
+  });
+  map.sampler = HostSampler<Vec3D>(*map.grid, map.grid->space, kCellCentre);
+  marcher_.skyMap_ = std::move(map);
 }
 
 std::unique_ptr<ScalarGrid> LightMapBuilder::NewScalar(double fill) const {
@@ -178,6 +269,13 @@ void LightMapBuilder::BuildFireMap() {
   const double sigma = m.settings_.fireLightReach * lattice_.voxelsPerHost.x / 3;
   for (ScalarGrid* grid : {fire.transmittance.get(), fire.value.get()}) {
     static_cast<void>(Blur(pool_, thread_, *grid, *grid, std::min(sigma, 8.0), 1, 0, 1e300));
+  }
+  if (const Gradient& remap = m.gradients_.fireMap; !remap.knots().empty()) {
+    const double hottest = temperature.valueScale;
+    for (std::int64_t n = 0; n < fire.value->count; ++n) {
+      (*fire.transmittance)[n] = remap.ColourAt((*fire.transmittance)[n]).x;
+      if (hottest > 0) (*fire.value)[n] = remap.ColourAt((*fire.value)[n] / hottest).x * hottest;
+    }
   }
   m.fireMap_ = std::move(fire);
   FireMap& map = *m.fireMap_;

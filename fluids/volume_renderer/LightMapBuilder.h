@@ -17,8 +17,15 @@ class LightMapBuilder {
   Status Build(const std::vector<Light>& lights);
 
  private:
-  void MakeLattice();
-  void FindLitCells();
+  GridSpace LatticeOf(double scale) const;
+  std::unique_ptr<Grid<std::uint8_t>> FindLitCells(const GridSpace& lattice) const;
+  void BuildSkyMap();
+  Vec3D SkyAt(const Vec3D& x, MersenneTwister& random, int worker) const;
+  // Evens out what jitter left between lit cells.
+  void DiffuseMap(VectorGrid& map);
+  // The share of a light that gets to a place, from one of its points.
+  Vec3D Passing(const Vec3D& x, const Illumination& illumination, MersenneTwister& random, int worker) const;
+  Vec3D LightAt(const Light& light, const Vec3D& x, MersenneTwister& random, int worker) const;
   void BuildLightMaps(const std::vector<Light>& lights);
   void BuildFireMap();
   void BlurLightMap(VectorGrid& map);

@@ -91,8 +91,6 @@ double LightPyramid::Sample(const Vec3D& x, double width) const {
 
 MultipleScattering::MultipleScattering(const RayMarcher& marcher)
     : marcher_(marcher), settings_(marcher.settings_.scatter) {
-  const Vec3D own = marcher.settings_.absorption;
-  absorption_ = settings_.ownAbsorption ? settings_.absorption : (own.x + own.y + own.z) / 3;
   spread_ = std::max(settings_.ownSpread ? settings_.spread : settings_.phaseG, kLeastSpread);
   step_ = std::max(settings_.ownStep ? settings_.step * marcher.cell_ : marcher.settings_.steps.fine, kLeastStep);
   phase_ = PhaseFunction::Make(marcher.settings_.phase, static_cast<float>(settings_.phaseG));
@@ -111,24 +109,26 @@ void MultipleScattering::MeasureRay(const MarchRay& ray, int mode, Measure& out,
   if (settings_.homogeneous) {
     const double depth = meanDensity_ * density * ray.length;
     out.scattering = depth * settings_.scattering;
-    if (mode == 0) out.length = ray.length * settings_.lengthScale, out.absorption = depth * absorption_;
+    if (mode == 0) out.length = ray.length * settings_.lengthScale, out.absorption = depth * settings_.absorption;
     return;
   }
   const ConstraintChain& scatters = marcher_.filters_[kFilterScatterAmount];
   const ConstraintChain& densities = marcher_.filters_[kFilterScatterDensity];
   double t = 0, scattered = 0, absorbed = 0;
   const double jitter = marcher_.settings_.steps.jitter;
-  if (jitter > 0 && random) t = std::min(ray.length, step_ * jitter * (1 - random->Uniform()));
+  if (jitter > 0 && (ray.jitter >= 0 || random)) {
+    t = std::min(ray.length, step_ * jitter * (1 - (ray.jitter >= 0 ? ray.jitter : random->Uniform())));
+  }
   for (double ds = t;;) {
     const Vec3D x = ray.origin + ray.direction * t;
     double d;
-    if (marcher_.Inside(x) && marcher_.SampleShifted(x, d)) {
+    if (marcher_.Inside(x) && marcher_.SampleShifted(x, ray.time, d)) {
       double s = settings_.scattering, kd = settings_.densityScale;
       if (!scatters.empty()) s = std::clamp(s * marcher_.Filtered(kFilterScatterAmount, x, worker), 0.001, 2.0);
-      if (!densities.empty()) kd = std::clamp(kd * marcher_.Filtered(kFilterScatterDensity, x, worker), 0.0001, 1.0);
+      if (!densities.empty()) kd *= std::clamp(marcher_.Filtered(kFilterScatterDensity, x, worker), 0.0001, 1.0);
       const double depth = d * marcher_.settings_.densityMultiplier * ds * kd;
       scattered += depth * s;
-      absorbed += depth * absorption_;
+      absorbed += depth * settings_.absorption;
       if (mode == 0) out.length = settings_.lengthScale * t;
     }
     if (!(t < ray.length)) break;
@@ -153,14 +153,14 @@ void MultipleScattering::FillRow(ScatteringMap& map, ScalarGrid& light, int j, i
     double density;
     if (!marcher_.SampleDensity(x, density)) continue;
     const Illumination illumination = map.light.Illuminate(x);
-    MarchRay ray{x, illumination.toLight, 0};
+    MarchRay ray{x, illumination.toLight};
     double begin = 0, end = illumination.distance;
     if (ClipToBox(x, ray.direction, box.hostMin, box.hostMax, 0, begin, end)) ray.length = end;
     Measure way;
     MeasureRay(ray, 0, way, &random, worker);
     (*map.depthGrid)[n] = static_cast<float>(way.scattering);
     (*map.lengthGrid)[n] = static_cast<float>(way.length);
-    light[n] = std::exp(-(settings_.scattering + absorption_) * (way.absorption + way.scattering)) *
+    light[n] = std::exp(-(settings_.scattering + settings_.absorption) * (way.absorption + way.scattering)) *
                Luminance(illumination.colour);
   }
 }
@@ -207,7 +207,8 @@ Vec3D MultipleScattering::LightAt(const MarchRay& ray, const Vec3D& x, double t,
     const double turned = angle * angle * c0 / depth;
     if (!(turned < kDarkest)) continue;
     const double width =
-        std::sqrt(length * length * depth * d2 / ((absorption_ / s * d2 * depth * depth / 12 + 1) * 24));
+        settings_.widthScale *
+        std::sqrt(length * length * depth * d2 / ((settings_.absorption / s * d2 * depth * depth / 12 + 1) * 24));
     const double light = std::max(0.0, map.pyramid.Sample(x, width));
     const double phase = phase_->Evaluate(cosine, g, marcher_.settings_.phaseSecond) * p;
     sum += map.hue * (light * std::exp(-turned - far) * phase);
@@ -226,7 +227,8 @@ Vec3D MultipleScattering::Along(const MarchRay& ray, MersenneTwister* random, in
     RayMarcher::Place place;
     if (marcher_.Inside(x)) {
       place.x = place.smoke = x;
-      place.hasDensity = marcher_.SampleDensity(x, place.density) && place.density >= kLeastDensity && t != before;
+      place.hasDensity = marcher_.SampleDensity(x, place.density) &&
+                         place.density >= kLeastDensity * marcher_.settings_.unitDensity && t != before;
       if (!place.hasDensity) {
         coarse = true;
       } else if (coarse) {
@@ -236,7 +238,8 @@ Vec3D MultipleScattering::Along(const MarchRay& ray, MersenneTwister* random, in
         continue;
       } else {
         Measure way;
-        MeasureRay({ray.origin + ray.direction * before, ray.direction, t - before}, 1, way, random, worker);
+        MeasureRay({ray.origin + ray.direction * before, ray.direction, t - before, ray.jitter, ray.time}, 1, way,
+                   random, worker);
         tau += way.scattering;
         if (tau > settings_.leastDepth) {
           const double g = std::clamp(settings_.phaseG * marcher_.Filtered(kFilterScatterPhase, x, worker), -1.0, 1.0);

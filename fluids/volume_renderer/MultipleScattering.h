@@ -65,7 +65,7 @@ class MultipleScattering {
 
   const RayMarcher& marcher_;
   const ScatteringSettings& settings_;
-  double absorption_, spread_, step_;  // those of the marcher or this effect's own
+  double spread_, step_;  // those of the marcher or this effect's own
   double meanDensity_ = 0;
   std::optional<PhaseFunction> phase_;
   std::vector<ScatteringMap> maps_;

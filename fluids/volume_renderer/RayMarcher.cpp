@@ -27,25 +27,28 @@ Vec3D Exp(const Vec3D& v) { return {std::exp(v.x), std::exp(v.y), std::exp(v.z)}
 bool AllAtMost(const Vec3D& v, double limit) { return v.x <= limit && v.y <= limit && v.z <= limit; }
 
 // The random start that hides the banding of a fixed step.
-double JitteredStart(const StepSettings& steps, double length, MersenneTwister* random) {
-  if (!(steps.jitter > 0) || !random) return 0;
-  return std::min(length, steps.coarse * steps.jitter * (1 - random->Bits() * kDrawScale));
+double JitteredStart(const StepSettings& steps, const MarchRay& ray, MersenneTwister* random) {
+  if (!(steps.jitter > 0) || (!random && ray.jitter < 0)) return 0;
+  const double draw = ray.jitter >= 0 ? ray.jitter : random->Bits() * kDrawScale;
+  return std::min(ray.length, steps.coarse * steps.jitter * (1 - draw));
 }
 
 }  // namespace
 
 // --- displacement ----------------------------------------------------------------------------------------------------
 
-void VelocityGridDisplacer::Setup(const GasChannels& channels, const GasSettings& settings) {
-  active_ = channels.velocity[2] != nullptr;
+void VelocityGridDisplacer::Setup(const GasChannels& channels, const GasSettings& settings, bool moves) {
+  const bool linked = channels.velocity[2] != nullptr;
+  const auto& smoke = linked ? channels.velocity : channels.ownVelocity;
+  active_ = linked || (moves && smoke[2] != nullptr);
   if (!active_) return;
-  smokeShift_ = static_cast<float>(settings.smokeShift);
-  fireShift_ = static_cast<float>(settings.fireShift);
+  smokeShift_ = linked ? static_cast<float>(settings.smokeShift) : 0;
+  fireShift_ = linked ? static_cast<float>(settings.fireShift) : 0;
   same_ = !(smokeShift_ != 0 && fireShift_ != 0 && smokeShift_ != fireShift_);
-  hostPerSim_ = channels.velocity[0]->space.hostPerSim;
-  const auto& fire = channels.fireVelocity[2] ? channels.fireVelocity : channels.velocity;
+  hostPerSim_ = smoke[0]->space.hostPerSim;
+  const auto& fire = channels.fireVelocity[2] ? channels.fireVelocity : smoke;
   for (int c = 0; c < 3; ++c) {
-    const ScalarGrid &g = *channels.velocity[c], &f = *fire[c];
+    const ScalarGrid &g = *smoke[c], &f = *fire[c];
     velocity_[c] = HostSampler<double>(g, g.space, CellSampleOffset(g.gridType));
     fireVelocity_[c] = HostSampler<double>(f, f.space, CellSampleOffset(f.gridType));
   }
@@ -55,11 +58,11 @@ Vec3D VelocityGridDisplacer::ShiftAt(const std::array<HostSampler<double>, 3>& v
   return Vec3D(velocity[0](x), velocity[1](x), velocity[2](x)) * hostPerSim_;
 }
 
-void VelocityGridDisplacer::DisplaceBoth(Vec3D& smoke, Vec3D& fire) const {
+void VelocityGridDisplacer::DisplaceBoth(Vec3D& smoke, Vec3D& fire, double time) const {
   if (!active_) return;
   const Vec3D x = smoke;
-  smoke = x - ShiftAt(velocity_, x) * smokeShift_;
-  fire = same_ ? smoke : x - ShiftAt(fireVelocity_, x) * fireShift_;
+  smoke = x - ShiftAt(velocity_, x) * (smokeShift_ + time);
+  fire = same_ ? smoke : x - ShiftAt(fireVelocity_, x) * (fireShift_ + time);
 }
 
 // --- build -----------------------------------------------------------------------------------------------------------
@@ -83,12 +86,16 @@ Status RayMarcher::Build(Input input) {
   if (settings_.noise.enabled) noise_.emplace(settings_.noise, &gradients_.noiseCurve, input.time);
   const bool linear = !world_ || world_->settings.linearInputs;
   show("Preprocessors");
-  const Status copied = MakeRenderCopies(
-      {input.channels, settings_, filters_, noise_ ? &*noise_ : nullptr, linear, input.pool, input.thread}, copies_);
+  const Status copied = MakeRenderCopies({input.channels, settings_, filters_, noise_ ? &*noise_ : nullptr, linear,
+                                          input.pool, input.thread, input.colourShader, input.densityShader},
+                                         copies_);
   if (!copied) return copied;
   if (!copies_.density && !copies_.temperature && !copies_.third) return {};
   SetUpSamplers();
-  displacer_.Setup(input.channels, settings_);
+  const Vec3D box = space_.hostSize;
+  const double side = input.containerSide > 0 ? input.containerSide : (box.x + box.y + box.z) / 3;
+  settings_.ApplyUnits(settings_.unitLength > 0 ? settings_.unitLength : 0.1 * side);
+  displacer_.Setup(input.channels, settings_, world_ && world_->settings.shutter > 0);
   SetUpColours();
   show("Scattering maps");
   const auto start = std::chrono::steady_clock::now();
@@ -158,9 +165,9 @@ bool RayMarcher::SampleDensity(const Vec3D& x, double& d) const {
   return true;
 }
 
-bool RayMarcher::SampleShifted(const Vec3D& x, double& d) const {
+bool RayMarcher::SampleShifted(const Vec3D& x, double time, double& d) const {
   Vec3D smoke = x, fire = x;
-  displacer_.DisplaceBoth(smoke, fire);
+  displacer_.DisplaceBoth(smoke, fire, time);
   return SampleDensity(smoke, d);
 }
 
@@ -170,10 +177,10 @@ bool RayMarcher::SampleTemperature(const Vec3D& x, double& t) const {
   return t + kKelvinOffset > settings_.flameThreshold;
 }
 
-bool RayMarcher::SamplePlace(const Vec3D& x, Place& place) const {
+bool RayMarcher::SamplePlace(const Vec3D& x, double time, Place& place) const {
   place.x = place.smoke = x;
   Vec3D fire = x;
-  displacer_.DisplaceBoth(place.smoke, fire);
+  displacer_.DisplaceBoth(place.smoke, fire, time);
   place.hasDensity = SampleDensity(place.smoke, place.density);
   place.hasTemperature = SampleTemperature(fire, place.temperature);
   place.hasThird = third_ && (place.third = third_(fire)) > kDensityThreshold;
@@ -203,7 +210,7 @@ Vec3D RayMarcher::FireColour(double temperature) const {
 // --- light at a place ------------------------------------------------------------------------------------------------
 
 Vec3D RayMarcher::LightAt(const MarchRay& ray, const Vec3D& x, double g, double p) const {
-  Vec3D sum;
+  Vec3D sum = skyMap_ ? skyMap_->sampler(x) * p : Vec3D();
   for (const LightMap& map : lightMaps_) {
     const Vec3D light = map.sampler(x);
     if (light == Vec3D()) continue;
@@ -257,14 +264,26 @@ struct RayMarcher::MarchState {
   }
 };
 
+Vec3D RayMarcher::FlameLight(const Place& place) const {
+  const double density = place.hasDensity ? place.density : settings_.fallbackDensity;
+  const Vec3D fire = place.hasTemperature ? FireColour(place.temperature) : FireColour(place.third);
+  return fire * (density * settings_.flameStrength);
+}
+
+Vec3D RayMarcher::GlowAt(const Vec3D& x) const {
+  Place place;
+  return SamplePlace(x, 0, place) && IsFlame(place) ? FlameLight(place) : Vec3D();
+}
+
 void RayMarcher::ShadeFlame(double ds, const Place& place, MarchState& state) const {
   const double density = place.hasDensity ? place.density : settings_.fallbackDensity;
   const bool trapezoid = settings_.steps.trapezoid;
   if (settings_.flameAbsorption != 0) {
     state.Step(Vec3D(std::exp(-density * settings_.flameAbsorption * ds)), trapezoid);
   }
-  const Vec3D fire = place.hasTemperature ? FireColour(place.temperature) : FireColour(place.third);
-  state.AddLight(state.result.transmittance * fire * (ds * density * settings_.flameStrength), trapezoid);
+  const Vec3D before = state.result.colour;
+  state.AddLight(state.result.transmittance * FlameLight(place) * ds, trapezoid);
+  state.result.emission += state.result.colour - before;
 }
 
 void RayMarcher::ShadeSmoke(const MarchRay& ray, double ds, const Place& place, int worker, MarchState& state) const {
@@ -285,8 +304,7 @@ void RayMarcher::ShadeSmoke(const MarchRay& ray, double ds, const Place& place, 
 void RayMarcher::Shade(const MarchRay& ray, double t, double ds, const Place& place, int worker,
                        MarchState& state) const {
   const Vec3D before = state.result.transmittance;
-  const bool flame = settings_.flameFromThird ? place.hasThird : place.hasTemperature;
-  if (flame)
+  if (IsFlame(place))
     ShadeFlame(ds, place, state);
   else if (place.hasDensity)
     ShadeSmoke(ray, ds, place, worker, state);
@@ -301,14 +319,14 @@ MarchResult RayMarcher::March(const MarchRay& ray, MersenneTwister* random, int 
   if (empty_ || !(ray.length > 0)) return state.result;
   const StepSettings& steps = settings_.steps;
   bool coarse = true;
-  double step = steps.coarse, t = JitteredStart(steps, ray.length, random), ds = t, seen = 0;
+  double step = steps.coarse, t = JitteredStart(steps, ray, random), ds = t, seen = 0;
   for (;;) {
     const Vec3D x = ray.origin + ray.direction * t;
     if (!coarse) seen = t;
     if (Inside(x)) {
       Place place;
       ++state.result.samples;
-      if (!SamplePlace(x, place)) {
+      if (!SamplePlace(x, ray.time, place)) {
         coarse = true;
         step = steps.coarse;
       } else if (coarse) {
@@ -337,13 +355,13 @@ Vec3D RayMarcher::Transmittance(const MarchRay& ray, const StepSettings& steps, 
   Vec3D transmittance(1.0), previous(1.0);
   if (empty_ && !density_) return transmittance;
   bool coarse = true, firstSample = false;
-  double t = JitteredStart(steps, ray.length, random), ds = t;
+  double t = JitteredStart(steps, ray, random), ds = t;
   while (true) {
     const Vec3D x = ray.origin + ray.direction * t;
     Vec3D smoke = x, fire = x;
     double step = coarse ? steps.coarse : steps.fine, density = 0;
     if (Inside(x)) {
-      displacer_.DisplaceBoth(smoke, fire);
+      displacer_.DisplaceBoth(smoke, fire, ray.time);
       if (SampleDensity(smoke, density)) {
         if (coarse) {
           coarse = false;

@@ -42,10 +42,13 @@ class HostSampler {
 struct MarchRay {
   Vec3D origin, direction;  // direction is of unit length
   double length = 0;
+  double jitter = -1;  // in [0, 1): where it starts in its first step; below 0 its generator decides
+  double time = 0;     // seconds off the time of the picture: the gas is taken as the velocity has moved it by then
 };
 
 struct MarchResult {
   Vec3D colour, transmittance{1, 1, 1};
+  Vec3D emission;       // the part of colour that flames shine
   double distance = 0;  // mean of what takes light away or gives it, from the ray's origin
   std::uint32_t samples = 0;
 };
@@ -53,6 +56,12 @@ struct MarchResult {
 // A map of the light of one light at each place: its lattice is coarser than the gas's, as a rule.
 struct LightMap {
   Light light;
+  std::unique_ptr<VectorGrid> grid;
+  HostSampler<Vec3D> sampler;
+};
+
+// The light of the sky at each place, of all directions that get through the gas.
+struct SkyLightMap {
   std::unique_ptr<VectorGrid> grid;
   HostSampler<Vec3D> sampler;
 };
@@ -72,10 +81,11 @@ struct GasGradients {
 // The shift of samples along the velocity: moving the place and not the gas looks like motion over a shutter.
 class VelocityGridDisplacer {
  public:
-  void Setup(const GasChannels& channels, const GasSettings& settings);
+  // moves: rays have times of their own, and the velocity that the channels hold without a link is taken, too.
+  void Setup(const GasChannels& channels, const GasSettings& settings, bool moves = false);
   bool active() const { return active_; }
-  // Both positions, in host space: smoke's and fire's.
-  void DisplaceBoth(Vec3D& smoke, Vec3D& fire) const;
+  // Both positions, in host space: smoke's and fire's. time: seconds beyond the shift.
+  void DisplaceBoth(Vec3D& smoke, Vec3D& fire, double time = 0) const;
 
  private:
   Vec3D ShiftAt(const std::array<HostSampler<double>, 3>& velocity, const Vec3D& x) const;
@@ -103,6 +113,8 @@ class RayMarcher {
     WorkerPool& pool;
     const BaseThread* thread = nullptr;
     StatusLine* status = nullptr;
+    double containerSide = 0;  // host units, mean of the three; 0: that of the gas's grid
+    ShaderSlot colourShader{}, densityShader{};
   };
 
   // Makes all that rays read. Without gas it succeeds and IsEmpty says so.
@@ -110,6 +122,7 @@ class RayMarcher {
   bool IsEmpty() const { return empty_; }
   const GridSpace& Space() const { return space_; }
   double mapSeconds() const { return mapSeconds_; }
+  double cell() const { return cell_; }  // host units
 
   // From all workers at once; random belongs to the ray's tile and may be null when there is no jitter.
   MarchResult March(const MarchRay& ray, MersenneTwister* random, int worker) const;
@@ -122,6 +135,8 @@ class RayMarcher {
   Vec3D Scattered(const MarchRay& ray, MersenneTwister* random, int worker) const;
   const MultipleScattering* scattering() const { return scattering_.get(); }
 
+  // The light that the gas glows with at a place, for a host unit of way; 0 where there is no flame.
+  Vec3D GlowAt(const Vec3D& x) const;
   // The gas at a place; false when there is none.
   bool SampleDensity(const Vec3D& x, double& density) const;
   bool SampleTemperature(const Vec3D& x, double& temperature) const;
@@ -144,10 +159,12 @@ class RayMarcher {
   void SetUpSamplers();
   Status BuildScattering(const Input& input);
   void SetUpColours();
-  bool SamplePlace(const Vec3D& x, Place& place) const;
+  bool SamplePlace(const Vec3D& x, double time, Place& place) const;
   // The density, with the shift along the velocity.
-  bool SampleShifted(const Vec3D& x, double& density) const;
+  bool SampleShifted(const Vec3D& x, double time, double& density) const;
   void Shade(const MarchRay& ray, double t, double ds, const Place& place, int worker, MarchState& state) const;
+  bool IsFlame(const Place& place) const { return settings_.flameFromThird ? place.hasThird : place.hasTemperature; }
+  Vec3D FlameLight(const Place& place) const;  // for a host unit of way
   void ShadeFlame(double ds, const Place& place, MarchState& state) const;
   void ShadeSmoke(const MarchRay& ray, double ds, const Place& place, int worker, MarchState& state) const;
   Vec3D LightAt(const MarchRay& ray, const Vec3D& x, double g, double p) const;
@@ -171,6 +188,7 @@ class RayMarcher {
   std::optional<PhaseFunction> phase_;
   BlackBodyTable blackBody_;
   std::vector<LightMap> lightMaps_;
+  std::optional<SkyLightMap> skyMap_;
   std::optional<FireMap> fireMap_;
   std::unique_ptr<MultipleScattering> scattering_;
   double mapSeconds_ = 0;

@@ -70,6 +70,50 @@ void Smooth(const std::unique_ptr<ScalarGrid>& grid, const BlurSettings& blur, c
       Blur(input.pool, input.thread, *grid, *grid, blur.sigma, blur.iterations, grid->valueOffset, grid->valueScale));
 }
 
+// Asks a shader at the centres of a row of cells.
+void ColoursOfRow(const ShaderSlot& slot, const GridSpace& space, int j, int k, std::vector<Vec3D>& row) {
+  for (int i = 0; i < space.dims.x; ++i) {
+    row[static_cast<std::size_t>(i)] = space.HostOfVoxel({i + 0.5, j + 0.5, k + 0.5});
+  }
+  if (slot.shader) {
+    slot.shader->Colours(*slot.object, Shader::PlaceKind::Space, row, row);
+  } else {
+    for (Vec3D& c : row) c = slot.surface->ColourAt(*slot.object, {c, {}, {}, false});
+  }
+  for (Vec3D& c : row) c = IsFinite(c) ? Max(c, Vec3D()) : Vec3D();
+}
+
+// The shaders' colours multiply the density and the colours; without a colour channel they are the colours.
+void ApplyShaders(const CopyInput& input, RenderCopies& copies) {
+  if (input.colourShader && copies.density && !copies.colour[2]) {
+    for (auto& grid : copies.colour) {
+      grid = ScalarGrid::CreateLike(*copies.density, kGridScratch);
+      grid->Fill(1.0, &input.pool);
+    }
+  }
+  const auto apply = [&](const ShaderSlot& slot, const GridSpace& space, auto&& multiply) {
+    ParallelRange(input.pool, 0, space.dims.z, [&](int k0, int k1, int) {
+      std::vector<Vec3D> row(static_cast<std::size_t>(space.dims.x));
+      for (int k = k0; k < k1; ++k) {
+        if (input.thread && input.thread->TestBreak()) return;
+        for (int j = 0; j < space.dims.y; ++j) {
+          ColoursOfRow(slot, space, j, k, row);
+          for (int i = 0; i < space.dims.x; ++i) multiply(i, j, k, row[static_cast<std::size_t>(i)]);
+        }
+      }
+    });
+  };
+  if (input.colourShader && copies.colour[2]) {
+    apply(input.colourShader, copies.colour[0]->space, [&](int i, int j, int k, const Vec3D& c) {
+      for (int axis = 0; axis < 3; ++axis) (*copies.colour[axis])(i, j, k) *= c[axis];
+    });
+  }
+  if (input.densityShader && copies.density) {
+    apply(input.densityShader, copies.density->space,
+          [&](int i, int j, int k, const Vec3D& c) { (*copies.density)(i, j, k) *= (c.x + c.y + c.z) / 3; });
+  }
+}
+
 void MakeAll(const CopyInput& input, RenderCopies& copies) {
   const GasChannels& channels = input.channels;
   copies.density = CopyOf(channels.density, input);
@@ -82,6 +126,7 @@ void MakeAll(const CopyInput& input, RenderCopies& copies) {
   if (copies.temperature) Preprocess(*copies.temperature, nullptr, input.filters[kFilterFire], input);
   if (copies.third) Preprocess(*copies.third, nullptr, input.filters[kFilterThird], input);
   if (!input.linearInputs) ToLinear(copies, input.pool);
+  ApplyShaders(input, copies);
   Smooth(copies.density, input.settings.densityBlur, input);
   Smooth(copies.temperature, input.settings.temperatureBlur, input);
   Smooth(copies.third, input.settings.thirdBlur, input);

@@ -9,6 +9,7 @@
 #include "fluids/constraints/Constraint.h"
 #include "fluids/volume_renderer/GasNoise.h"
 #include "fluids/volume_renderer/GasSettings.h"
+#include "host/render/ShaderSlot.h"
 #include "host/render/VolumeShader.h"
 
 namespace orlix {
@@ -20,6 +21,7 @@ struct GasChannels {
   const ScalarGrid* third = nullptr;
   std::array<const ScalarGrid*, 3> colour{};
   std::array<const ScalarGrid*, 3> velocity{}, fireVelocity{};
+  std::array<const ScalarGrid*, 3> ownVelocity{};  // of the scene's solver, for motion blur without a link
 
   bool HasGas() const { return density || temperature || third; }
 };
@@ -42,6 +44,7 @@ struct CopyInput {
   bool linearInputs = true;         // the colour channel holds linear colours
   WorkerPool& pool;
   const BaseThread* thread = nullptr;
+  ShaderSlot colourShader{}, densityShader{};
 };
 
 // An error when memory doesn't suffice; a break leaves copies that nothing should be made of.

@@ -38,6 +38,13 @@ constexpr Parameter kRows[] = {
         .ShownWhen(kCameraLookAtId, Relation::Is, 1),
     VectorParameter(kCameraUpId, "up", {0, 1, 0}, "", "What is upwards in the picture")
         .ShownWhen(kCameraLookAtId, Relation::Is, 1),
+    FloatParameter(kCameraApertureId, "aperture", 0.0, "host units",
+                   "Width of the lens: what lies before and behind the focus blurs; 0 keeps all sharp")
+        .Between(0, kMostHostUnits)
+        .ShownWhen(kCameraProjectionId, Relation::Is, 0),
+    FloatParameter(kCameraFocusId, "focus_distance", 0.0, "host units", "Depth that is sharp; 0 is that of the target")
+        .Between(0, kMostHostUnits)
+        .ShownWhen(kCameraApertureId, Relation::Above, 0),
 };
 
 // Some unit vector at a right angle to a unit vector.
@@ -76,6 +83,33 @@ CameraRay Camera::RayThrough(double x, double y, int pictureWidth, int pictureHe
   ray.origin = position + toPlane * near;
   ray.length = (far - near) * length;
   return ray;
+}
+
+Camera Camera::Towards(const Camera& end, double time) const {
+  const auto between = [&](const Vec3D& a, const Vec3D& b) { return a * (1 - time) + b * time; };
+  Camera camera = *this;
+  camera.position = between(position, end.position);
+  const Vec3D ahead = Normalized(between(forward, end.forward));
+  const Vec3D sideways = Normalized(Cross(ahead, between(up, end.up)));
+  // A camera that turns by half a circle within the shutter has no way between.
+  if (ahead == Vec3D() || sideways == Vec3D()) return camera;
+  camera.forward = ahead, camera.right = sideways, camera.up = Cross(sideways, ahead);
+  camera.halfWidth = halfWidth * (1 - time) + end.halfWidth * time;
+  camera.focus = focus * (1 - time) + end.focus * time;
+  return camera;
+}
+
+CameraRay Camera::ThroughLens(const CameraRay& ray, const Vec2D& disc) const {
+  if (!(aperture > 0) || projection == Projection::Parallel) return ray;
+  const Vec3D sharp = position + ray.direction * (focus / ray.cosine);
+  const Vec3D lens = position + (right * disc.x + up * disc.y) * (0.5 * aperture);
+  CameraRay bent;
+  bent.direction = Normalized(sharp - lens);
+  bent.cosine = Dot(bent.direction, forward);
+  if (!(bent.cosine > 0)) return ray;
+  bent.origin = lens + bent.direction * (near / bent.cosine);
+  bent.length = (far - near) / bent.cosine;
+  return bent;
 }
 
 ProjectedPoint Camera::Project(const Vec3D& point, int pictureWidth, int pictureHeight) const {
@@ -149,6 +183,13 @@ Result<Camera> ReadCamera(const BaseObject& object, RowMistake* mistake) {
   camera.halfWidth = camera.projection == Projection::Parallel
                          ? 0.5 * object.GetDouble(kCameraWidthId)
                          : 0.5 * object.GetDouble(kCameraSensorWidthId) / object.GetDouble(kCameraFocalLengthId);
+  camera.aperture = object.GetDouble(kCameraApertureId);
+  camera.focus = object.GetDouble(kCameraFocusId);
+  if (!(camera.focus > 0)) {
+    const bool aims = object.GetBool(kCameraLookAtId);
+    camera.focus = aims ? Dot(object.GetVector(kCameraTargetId) - camera.position, camera.forward) : 0;
+    if (!(camera.focus > 0)) camera.focus = 1;
+  }
   if (!(camera.halfWidth > 0) || !std::isfinite(camera.halfWidth)) {
     return camera.projection == Projection::Parallel ? fail(kCameraWidthId, "must be above 0")
                                                      : fail(kCameraFocalLengthId, "and sensor_width must be above 0");

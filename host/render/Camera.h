@@ -25,6 +25,8 @@ inline constexpr int kCameraFarId = 1005;
 inline constexpr int kCameraLookAtId = 1006;
 inline constexpr int kCameraTargetId = 1007;
 inline constexpr int kCameraUpId = 1008;
+inline constexpr int kCameraApertureId = 1009;
+inline constexpr int kCameraFocusId = 1010;
 
 enum class Projection : int { Perspective = 0, Parallel = 1 };
 
@@ -47,7 +49,13 @@ struct Camera {
   Projection projection = Projection::Perspective;
   double halfWidth = 0.5;  // of the picture: at depth 1 for a perspective, in host units for a parallel projection
   double near = 0.1, far = 100000;
+  double aperture = 0;  // width of the lens, host units; 0: all is sharp
+  double focus = 10;    // depth that is sharp, host units
 
+  // The camera between this one and another, both at the ends of a shutter: 0 is this one.
+  Camera Towards(const Camera& end, double time) const;
+  // The same ray through another point of the lens, in the unit disc: where the ray meets the depth in focus stays.
+  CameraRay ThroughLens(const CameraRay& ray, const Vec2D& disc) const;
   CameraRay RayThrough(double x, double y, int pictureWidth, int pictureHeight) const;
   // For a perspective, the depth of a point must not be 0.
   ProjectedPoint Project(const Vec3D& point, int pictureWidth, int pictureHeight) const;

@@ -1,5 +1,7 @@
 #include "host/render/GatherRenderWorld.h"
 
+#include <optional>
+
 namespace orlix {
 
 namespace {
@@ -73,7 +75,44 @@ Status MeasureMotion(BaseDocument& document, const std::vector<const BaseObject*
   return {};
 }
 
-Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoints& velocities, SurfaceScene& scene) {
+// Camera and lights at one end of the shutter.
+struct ShutterEnd {
+  std::optional<Camera> camera;
+  std::vector<Light> lights;  // as many as the document's, on or not
+};
+
+Status ReadShutterEnd(BaseDocument& document, const Found& found, double frames, ShutterEnd& end) {
+  const double frame = document.time().Frame(document.fps) + frames;
+  if (Status moved = document.SetTime({frame, document.fps}); !moved) return moved;
+  if (found.camera) {
+    Result<Camera> camera = ReadCamera(*found.camera);
+    if (!camera) return camera.status();
+    end.camera = *camera;
+  }
+  for (const BaseObject* object : found.lights) {
+    Result<Light> light = ReadLight(*object);
+    if (!light) return light.status();
+    end.lights.push_back(*light);
+  }
+  return {};
+}
+
+bool SameView(const Camera& a, const Camera& b) {
+  return a.position == b.position && a.forward == b.forward && a.up == b.up && a.halfWidth == b.halfWidth &&
+         a.focus == b.focus;
+}
+
+// The document's time moves to both ends of the shutter and back.
+Status ReadShutter(BaseDocument& document, const Found& found, double shutter, ShutterEnd& open, ShutterEnd& close) {
+  const BaseTime now = document.time();
+  if (Status read = ReadShutterEnd(document, found, -0.5 * shutter, open); !read) return read;
+  if (Status moved = document.SetTime(now); !moved) return moved;
+  if (Status read = ReadShutterEnd(document, found, 0.5 * shutter, close); !read) return read;
+  return document.SetTime(now);
+}
+
+Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoints& velocities, double shutter,
+                    SurfaceScene& scene) {
   std::vector<Surface> surfaces;
   for (std::size_t m = 0; m < meshes.size(); ++m) {
     const BaseObject* mesh = meshes[m];
@@ -90,7 +129,7 @@ Status ReadSurfaces(const std::vector<const BaseObject*>& meshes, const MeshPoin
     if (m < velocities.size() && !velocities[m].empty()) surface.velocities = &velocities[m];
     surfaces.push_back(surface);
   }
-  return scene.Build(surfaces);
+  return scene.Build(surfaces, shutter);
 }
 
 // Over the camera's left shoulder, and a cool fill from its right: what it leaves in the shade stays readable.
@@ -148,10 +187,14 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
   if (Status s = CheckPictureSize(world.settings.width, world.settings.height); !s) return s;
 
   MeshPoints velocities;
-  if (world.settings.writeVelocity) {
+  if (world.settings.NeedsMotion()) {
     if (Status s = MeasureMotion(document, found.meshes, velocities); !s) return s;
   }
-  if (Status s = ReadSurfaces(found.meshes, velocities, world.surfaces); !s) return s;
+  ShutterEnd open, close;
+  if (world.settings.shutter > 0) {
+    if (Status s = ReadShutter(document, found, world.settings.shutter, open, close); !s) return s;
+  }
+  if (Status s = ReadSurfaces(found.meshes, velocities, world.settings.ShutterSeconds(), world.surfaces); !s) return s;
   if (found.camera) {
     Result<Camera> camera = ReadCamera(*found.camera);
     if (!camera) return camera.status();
@@ -159,10 +202,19 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
   } else {
     world.camera = OwnCamera(options, found, world);
   }
+  world.closing = world.camera;
+  world.cameraMoves = open.camera && !SameView(*open.camera, *close.camera);
+  if (world.cameraMoves) world.camera = *open.camera, world.closing = *close.camera;
   world.lights.clear();
-  for (const BaseObject* object : found.lights) {
-    Result<Light> light = ReadLight(*object);
+  world.lightsMove = false;
+  for (std::size_t n = 0; n < found.lights.size(); ++n) {
+    Result<Light> light = ReadLight(*found.lights[n]);
     if (!light) return light.status();
+    if (n < close.lights.size()) {
+      light->move = close.lights[n].position - open.lights[n].position;
+      light->turn = close.lights[n].direction - open.lights[n].direction;
+      world.lightsMove |= light->move != Vec3D() || light->turn != Vec3D();
+    }
     if (light->on) world.lights.push_back(*light);
   }
   if (found.lights.empty()) AddOwnLights(world.camera, world.lights);

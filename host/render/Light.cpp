@@ -69,6 +69,23 @@ constexpr Parameter kSpotRows[] = {
         .Between(-kMostHostUnits, kMostHostUnits),
 };
 
+constexpr Parameter kAreaRows[] = {
+    ColourRow(),
+    IntensityRow(),
+    OnRow(),
+    ShadowRow(),
+    FalloffRow(),
+    RadiusRow(),
+    FloatParameter(kLightWidthId, "width", 100.0, "host units", "Width of the area that shines, to its sides")
+        .Above(0)
+        .Max(kMostHostUnits),
+    FloatParameter(kLightHeightId, "height", 100.0, "host units", "Its height").Above(0).Max(kMostHostUnits),
+    IntParameter(kLightShadowRaysId, "shadow_rays", 4, "", "Rays to the area for each sample of a surface")
+        .Between(1, 1024),
+    VectorParameter(kLightTargetId, "target", {0, 0, 0}, "host units", "Point in host space that the area faces")
+        .Between(-kMostHostUnits, kMostHostUnits),
+};
+
 constexpr Parameter kDistantRows[] = {
     ColourRow(),
     IntensityRow(),
@@ -136,6 +153,36 @@ const TypeInfo kDistantLightType = {.id = kDistantLightId,
                                     .parameters = kDistantRows,
                                     .common = TransformParameters()};
 
+const TypeInfo kAreaLightType = {.id = kAreaLightId,
+                                 .resource = "light_area",
+                                 .className = "AreaLight",
+                                 .label = "Area Light",
+                                 .text = "A rectangle that shines to its front, towards its target: soft light.",
+                                 .role = TypeRole::Light,
+                                 .kinds = kKinds,
+                                 .parameters = kAreaRows,
+                                 .common = TransformParameters()};
+
+Illumination Light::IlluminateFrom(const Vec3D& x, const Vec2D& square) const {
+  if (kind == LightKind::Area) {
+    Light point = *this;
+    point.position += across * (2 * square.x - 1) + along * (2 * square.y - 1);
+    return point.Illuminate(x);
+  }
+  Illumination illumination = Illuminate(x);
+  AimAtDisc(x, square, illumination);
+  return illumination;
+}
+
+Light Light::AtTime(double time) const {
+  Light light = *this;
+  light.position += move * (time - 0.5);
+  if (turn == Vec3D()) return light;
+  const Vec3D turned = Normalized(direction + turn * (time - 0.5));
+  if (turned != Vec3D()) light.direction = turned;
+  return light;
+}
+
 Illumination Light::Illuminate(const Vec3D& x) const {
   if (kind == LightKind::Distant) return {colour, -direction, kDistantDistance};
   const Vec3D toLight = position - x;
@@ -144,6 +191,8 @@ Illumination Light::Illuminate(const Vec3D& x) const {
   result.toLight = Normalized(toLight);
   double strength = FalloffAt(*this, result.distance);
   if (kind == LightKind::Spot) strength *= SmoothStep(cosOuter, cosInner, -Dot(result.toLight, direction));
+  // A flat area: as much less light as it looks smaller from the side.
+  if (kind == LightKind::Area) strength *= std::max(0.0, -Dot(result.toLight, direction));
   result.colour = colour * strength;
   return result;
 }
@@ -167,12 +216,13 @@ Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake) {
   Light light;
   light.kind = object.typeId() == kSpotLightId      ? LightKind::Spot
                : object.typeId() == kDistantLightId ? LightKind::Distant
+               : object.typeId() == kAreaLightId    ? LightKind::Area
                                                     : LightKind::Point;
   light.object = object.creationNumber();
   light.on = object.GetBool(kLightOnId);
   light.castsShadow = object.GetBool(kLightShadowId);
   light.colour = object.GetVector(kLightColourId) * object.GetDouble(kLightIntensityId);
-  light.size = object.GetDouble(kLightSizeId);
+  if (light.kind != LightKind::Area) light.size = object.GetDouble(kLightSizeId);
   if (light.kind == LightKind::Distant) light.size = 2 * std::tan(light.size * (std::numbers::pi / 360));
   light.shadowRays = static_cast<int>(object.GetInt(kLightShadowRaysId));
   const LMatrix matrix = object.GlobalMatrix();
@@ -187,10 +237,19 @@ Result<Light> ReadLight(const BaseObject& object, RowMistake* mistake) {
   light.falloff = static_cast<LightFalloff>(object.GetInt(kLightFalloffId));
   light.radius = object.GetDouble(kLightRadiusId);
   if (!(light.radius > 0)) return fail(kLightRadiusId, "must be above 0");
-  if (light.kind == LightKind::Spot) {
+  if (light.kind == LightKind::Spot || light.kind == LightKind::Area) {
     light.direction = Normalized(object.GetVector(kLightTargetId) - light.position);
     if (light.direction == Vec3D() || !IsFinite(light.direction))
       return fail(kLightTargetId, "must not be its position");
+  }
+  if (light.kind == LightKind::Area) {
+    Vec3D side = Normalized(Cross(light.direction, matrix.v2));
+    if (side == Vec3D()) side = Normalized(Cross(light.direction, matrix.v3));
+    if (!IsFinite(side)) return fail(kScaleId, "leads to a size that is no number");
+    light.across = side * (0.5 * object.GetDouble(kLightWidthId));
+    light.along = Cross(side, light.direction) * (0.5 * object.GetDouble(kLightHeightId));
+  }
+  if (light.kind == LightKind::Spot) {
     const double inner = object.GetDouble(kLightInnerAngleId), outer = object.GetDouble(kLightOuterAngleId);
     if (!(inner <= outer)) return fail(kLightInnerAngleId, "must not be above outer_angle");
     light.cosInner = std::cos(inner * (std::numbers::pi / 360));

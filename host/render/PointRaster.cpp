@@ -63,18 +63,18 @@ void PointRaster::ForEachSpot(std::size_t begin, std::size_t end, F&& f) const {
 }
 
 PointRaster::PointRaster(const std::vector<PointCloud>& clouds, const Camera& camera, int width, int height,
-                         int tileSize, int samples, WorkerPool& workers)
+                         int tileSize, std::vector<Vec2D> places, WorkerPool& workers)
     : clouds_(clouds),
       camera_(camera),
       width_(width),
       height_(height),
       tileSize_(tileSize),
-      samples_(samples),
+      samples_(static_cast<int>(places.size())),
       columns_((width + tileSize - 1) / tileSize),
-      rows_((height + tileSize - 1) / tileSize) {
+      rows_((height + tileSize - 1) / tileSize),
+      places_(std::move(places)) {
   firsts_.push_back(0);
   for (const PointCloud& cloud : clouds) firsts_.push_back(firsts_.back() + cloud.points.size());
-  for (int s = 0; s < samples; ++s) places_.push_back(PlaceInPixel(s, samples));
   Sort(workers);
 }
 

@@ -30,9 +30,9 @@ struct PointHit {
 
 class PointRaster {
  public:
-  // The clouds must stay as they are while the raster lives. samples: of each pixel. Throws std::bad_alloc.
+  // The clouds must stay as they are while the raster lives. places: of each pixel's samples. Throws std::bad_alloc.
   PointRaster(const std::vector<PointCloud>& clouds, const Camera& camera, int width, int height, int tileSize,
-              int samples, WorkerPool& workers);
+              std::vector<Vec2D> places, WorkerPool& workers);
 
   bool empty() const { return spots_.empty() && wide_.empty(); }
   // Points that may be seen, once for each tile that they lie in.

@@ -11,6 +11,8 @@ namespace {
 
 double Mean(const Vec3D& colour) { return (colour.x + colour.y + colour.z) / 3; }
 
+SurfacePlace PlaceOf(const SurfaceHit& hit) { return {hit.point, hit.normal, hit.texture, hit.hasTexture}; }
+
 // How far a ray goes that nothing ends, in host units.
 constexpr double kSkyDistance = 1e6;
 
@@ -37,6 +39,7 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
   if (!FindSpans(ray.origin, ray.direction, end)) return all;
   ray.worker = worker_;
   ray.random = random_;
+  ray.time = (draws_.time - 0.5) * world_.settings.ShutterSeconds();
   bool seen = false;
   for (const Span& span : spans_) {
     VolumeSample sample;
@@ -44,6 +47,7 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
     ++counts_.volume;
     counts_.volumeSamples += sample.samples;
     all.colour += all.transmittance * sample.colour;
+    all.emission += all.transmittance * sample.emission;
     all.transmittance = all.transmittance * sample.transmittance;
     // The depth is that of the volume with which the ray gets more than half opaque.
     if (!seen && Mean(all.transmittance) < 0.5) {
@@ -55,12 +59,17 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
   return all;
 }
 
-ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Vec2D& pixelOffset,
-                           std::uint64_t firstIndex) {
+ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const SampleDraws& draws) {
   ++counts_.camera;
+  draws_ = draws;
+  if (world_.lightsMove) {
+    lights_.clear();
+    for (const Light& light : world_.lights) lights_.push_back(light.AtTime(draws.time));
+  }
   const double toPoint = point ? (point->depth - world_.camera.near) / ray.cosine : ray.length;
   SurfaceHit hit;
-  const bool onSurface = world_.surfaces.Intersect(ray.origin, ray.direction, std::min(toPoint, ray.length), hit);
+  const bool onSurface =
+      world_.surfaces.Intersect(ray.origin, ray.direction, std::min(toPoint, ray.length), hit, draws.time);
   const bool onPoint = point && !onSurface;
   const double end = onSurface ? hit.distance : std::min(toPoint, ray.length);
 
@@ -68,6 +77,7 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
   volumeRay.origin = ray.origin, volumeRay.direction = ray.direction;
   volumeRay.hit = onSurface || end < kSkyDistance;
   volumeRay.hitDistance = end;
+  volumeRay.jitter = draws.jitter;
   const VolumeSample volumes = VolumesAlong(volumeRay, end);
 
   const RenderSettings& settings = world_.settings;
@@ -79,14 +89,17 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
       path.point = point, path.toPoint = toPoint - hit.distance;
       path.pointPlace = ray.origin + ray.direction * toPoint;
     }
-    behind = ShadeClear(hit, path, pixelOffset, firstIndex);
+    behind = ShadeClear(hit, path);
   } else if (onSurface) {
-    behind = ShadeSurface(hit, -ray.direction, settings.skySamples, pixelOffset, firstIndex);
+    behind = ShadeSurface(hit, -ray.direction, settings.skySamples);
   }
   if (onPoint) behind = ShadePoint(*point, ray.origin + ray.direction * end);
 
   ShadedRay result;
   result.colour = volumes.colour + volumes.transmittance * behind;
+  result.gas = volumes.colour, result.emission = volumes.emission;
+  if (onSurface || onPoint) result.surfaces = volumes.transmittance * behind;
+  result.gasAlpha = 1 - Mean(volumes.transmittance);
   result.alpha = onSurface || onPoint || settings.skyVisible ? 1 : 1 - Mean(volumes.transmittance);
   if (Mean(volumes.transmittance) < 0.5) {
     result.found = true, result.distance = volumes.distance, result.velocity = volumes.velocity;
@@ -95,7 +108,8 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
   }
   if (!IsFinite(result.colour) || !std::isfinite(result.alpha)) {
     ++counts_.notFinite;
-    result.colour = {}, result.alpha = 1;
+    result.colour = result.gas = result.surfaces = result.emission = {};
+    result.alpha = 1, result.gasAlpha = 0;
   }
   return result;
 }
@@ -104,7 +118,7 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Ve
 Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x) {
   if (!light.castsShadow) return {1, 1, 1};
   ++counts_.shadow;
-  Vec3D passing = world_.surfaces.Passing(x, illumination.toLight, illumination.distance);
+  Vec3D passing = world_.surfaces.Passing(x, illumination.toLight, illumination.distance, draws_.time);
   if (passing == Vec3D() || !FindSpans(x, illumination.toLight, illumination.distance)) return passing;
   VolumeRay ray;
   ray.origin = x, ray.direction = illumination.toLight;
@@ -112,22 +126,60 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
   ray.light = &light;
   ray.lightDistance = illumination.distance;
   ray.worker = worker_, ray.random = random_;
+  ray.time = (draws_.time - 0.5) * world_.settings.ShutterSeconds();
   for (const Span& span : spans_) passing = passing * span.volume->volume->Transparency(ray);
   return passing;
 }
 
-Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x,
-                              const Vec2D& pixelOffset, std::uint64_t firstIndex) {
-  if (light.size <= 0 || !light.castsShadow) return LightPassing(light, illumination, x);
+Vec3D RayShader::LightOnSurface(const Light& light, const SurfaceHit& hit, const SurfaceMaterial& material,
+                                const Vec3D& origin, const Vec3D& toEye) {
+  const auto reflected = [&](const Illumination& illumination) {
+    if (Dot(hit.faceNormal, illumination.toLight) <= 0) return Vec3D();
+    return illumination.colour * ReflectedLight(material, hit.normal, toEye, illumination.toLight);
+  };
+  const bool area = light.kind == LightKind::Area;
+  const Illumination middle = light.Illuminate(hit.point);
+  // A disc faces the point and counts by its middle; an area may be seen in part.
+  const Vec3D seen = area ? Vec3D() : reflected(middle);
+  if (!area && seen == Vec3D()) return {};
+  if (!light.HasWidth() || (!area && !light.castsShadow)) return seen * LightPassing(light, middle, origin);
   Vec3D sum;
-  Illumination aimed = illumination;
   // Another part of the sequence for each light.
-  const std::uint64_t first = firstIndex + 7919 * (1 + light.object % 64);
+  const std::uint64_t first = draws_.first + 7919 * (1 + light.object % 64);
   for (int n = 0; n < light.shadowRays; ++n) {
-    light.AimAtDisc(x, SquarePoint(first + static_cast<std::uint64_t>(n), pixelOffset), aimed);
-    sum += LightPassing(light, aimed, x);
+    const Vec2D square = SquarePoint(first + static_cast<std::uint64_t>(n), draws_.offset);
+    const Illumination aimed = light.IlluminateFrom(origin, square);
+    const Vec3D colour = area ? reflected(aimed) : seen;
+    if (colour != Vec3D()) sum += colour * LightPassing(light, aimed, origin);
   }
   return sum / light.shadowRays;
+}
+
+Vec3D RayShader::GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin,
+                               const Vec3D& toEye) {
+  Vec3D all;
+  for (const VolumeInBox& box : volumes_) {
+    const int points = box.volume->GlowPoints();
+    Vec3D sum;
+    for (int n = 0; n < points; ++n) {
+      const std::uint64_t index = draws_.first * static_cast<std::uint64_t>(points) + static_cast<std::uint64_t>(n);
+      const Vec2D a = SquarePoint(index + 104729, draws_.offset),
+                  b = SquarePoint(index + 1299709, {a.x, draws_.offset.y});
+      const GlowPoint glow = box.volume->GlowAt({a.x, a.y, b.y});
+      const Vec3D towards = glow.place - origin;
+      Illumination illumination;
+      illumination.distance = Length(towards), illumination.toLight = Normalized(towards);
+      if (glow.colour == Vec3D() || Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
+      const double d2 = std::max(illumination.distance * illumination.distance, glow.size * glow.size);
+      illumination.colour = glow.colour / d2;
+      const Vec3D seen = illumination.colour * ReflectedLight(material, hit.normal, toEye, illumination.toLight);
+      Light point;
+      point.position = glow.place;
+      if (seen != Vec3D()) sum += seen * LightPassing(point, illumination, origin);
+    }
+    if (points > 0) all += sum / points;
+  }
+  return all;
 }
 
 // A ball reflects evenly. The sky counts by how far the ball's surface looks up: no rays are spent on what else is
@@ -137,7 +189,7 @@ Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
   const RenderSettings& settings = world_.settings;
   const Vec3D above = world_.sky.empty() ? settings.skyColour : world_.SkyColour(point.normal);
   Vec3D light = above * (settings.skyLight * 0.5 * (1 + point.normal.y));
-  for (const Light& each : world_.lights) {
+  for (const Light& each : Lights()) {
     const Illumination illumination = each.Illuminate(x);
     const double cosine = Dot(point.normal, illumination.toLight);
     if (cosine > 0) light += illumination.colour * LightPassing(each, illumination, x) * cosine;
@@ -146,14 +198,15 @@ Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
 }
 
 // Both ways are followed while they count for something; what is left then stands for sky.
-Vec3D RayShader::Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex) {
+Vec3D RayShader::Follow(const Path& path) {
   const RenderSettings& settings = world_.settings;
   constexpr int kMostBounces = 12;
   constexpr double kLeastWeight = 0.01;
   if (path.bounce > kMostBounces || path.weight < kLeastWeight) return world_.SkyColour(path.direction);
   SurfaceHit hit;
   const double reach = path.point ? path.toPoint : kSkyDistance;
-  const bool onSurface = world_.surfaces.Intersect(path.origin, path.direction, std::min(reach, kSkyDistance), hit);
+  const bool onSurface =
+      world_.surfaces.Intersect(path.origin, path.direction, std::min(reach, kSkyDistance), hit, draws_.time);
   VolumeRay ray;
   ray.origin = path.origin, ray.direction = path.direction, ray.kind = path.kind, ray.weight = path.weight;
   ray.hit = onSurface || path.point;
@@ -163,10 +216,9 @@ Vec3D RayShader::Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_
   if (onSurface && hit.material->IsClear()) {
     Path on = path;
     on.toPoint -= hit.distance;
-    behind = ShadeClear(hit, on, pixelOffset, firstIndex);
+    behind = ShadeClear(hit, on);
   } else if (onSurface) {
-    behind =
-        ShadeSurface(hit, -path.direction, std::max(1, settings.skySamples >> path.bounce), pixelOffset, firstIndex);
+    behind = ShadeSurface(hit, -path.direction, std::max(1, settings.skySamples >> path.bounce));
   } else {
     behind = path.point ? ShadePoint(*path.point, path.pointPlace) : world_.SkyColour(path.direction);
   }
@@ -175,8 +227,7 @@ Vec3D RayShader::Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_
   return seen;
 }
 
-Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D& pixelOffset,
-                            std::uint64_t firstIndex) {
+Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path) {
   const SurfaceMaterial& material = *hit.material;
   const double index = material.refraction;
   const ClearSplit split = SplitAtSurface(path.direction, hit.normal, hit.outside ? 1 / index : index);
@@ -198,71 +249,66 @@ Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D
   bent.medium = hit.outside ? &material : nullptr;
   bent.weight *= through;
   Vec3D colour = material.emission;
-  if (split.reflected > 0) colour += Follow(mirrored, pixelOffset, firstIndex) * split.reflected;
-  if (through > 0) colour += Follow(bent, pixelOffset, firstIndex) * through;
+  if (split.reflected > 0) colour += Follow(mirrored) * split.reflected;
+  if (through > 0) colour += Follow(bent) * through;
   if (!hit.outside) return colour;
   if (material.transmission < 1) {
     const int rays = std::max(1, world_.settings.skySamples >> path.bounce);
-    colour += ShadeSurface(hit, -path.direction, rays, pixelOffset, firstIndex) * (1 - material.transmission);
+    colour += ShadeSurface(hit, -path.direction, rays) * (1 - material.transmission);
   }
-  return colour + Highlights(hit, -path.direction, pixelOffset, firstIndex) * material.transmission;
+  return colour + Highlights(hit, -path.direction) * material.transmission;
 }
 
-Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset,
-                            std::uint64_t firstIndex) {
+Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye) {
   SurfaceMaterial gloss = *hit.material;
   gloss.colour = {};
   gloss.specular = std::pow((gloss.refraction - 1) / (gloss.refraction + 1), 2);
   const Vec3D origin = world_.surfaces.OffSurface(hit);
   Vec3D colour;
-  for (const Light& light : world_.lights) {
-    const Illumination illumination = light.Illuminate(hit.point);
-    if (Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
-    const Vec3D seen = illumination.colour * ReflectedLight(gloss, hit.normal, toEye, illumination.toLight);
-    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin, pixelOffset, firstIndex);
-  }
+  for (const Light& light : Lights()) colour += LightOnSurface(light, hit, gloss, origin, toEye);
   return colour;
 }
 
-Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays, const Vec2D& pixelOffset,
-                              std::uint64_t firstIndex) {
+Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays) {
   const Vec3D origin = world_.surfaces.OffSurface(hit);
-  Vec3D colour = hit.material->emission;
-  for (const Light& light : world_.lights) {
-    const Illumination illumination = light.Illuminate(hit.point);
-    if (Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
-    const Vec3D seen = illumination.colour * ReflectedLight(*hit.material, hit.normal, toEye, illumination.toLight);
-    if (seen != Vec3D()) colour += seen * LightPassing(light, illumination, origin, pixelOffset, firstIndex);
-  }
-  return colour + GatherAround(hit, origin, rays, pixelOffset, firstIndex);
+  const bool shaders = hit.material->HasShaders();
+  const SurfaceMaterial own = shaders ? hit.material->At(PlaceOf(hit)) : SurfaceMaterial();
+  const SurfaceMaterial& material = shaders ? own : *hit.material;
+  Vec3D colour = material.emission;
+  for (const Light& light : Lights()) colour += LightOnSurface(light, hit, material, origin, toEye);
+  return colour + GlowOnSurface(hit, material, origin, toEye) + GatherAround(hit, material, origin, rays);
 }
 
 // Light from the sky, from volumes that glow and from surfaces that do, over the half sphere above a surface. Light
 // that other surfaces scatter isn't followed.
-Vec3D RayShader::GatherAround(const SurfaceHit& hit, const Vec3D& origin, int rays, const Vec2D& pixelOffset,
-                              std::uint64_t firstIndex) {
+Vec3D RayShader::GatherAround(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, int rays) {
   const RenderSettings& settings = world_.settings;
-  if (settings.skySamples <= 0 || hit.material->colour == Vec3D()) return {};
+  if (settings.skySamples <= 0 || material.colour == Vec3D()) return {};
   if (world_.sky.empty() && settings.skyColour * settings.skyLight == Vec3D() && volumes_.empty() &&
       world_.surfaces.empty())
     return {};
   Vec3D sum;
   for (int i = 0; i < rays; ++i) {
     VolumeRay ray;
-    ray.direction = CosineDirection(hit.normal, SquarePoint(firstIndex + static_cast<std::uint64_t>(i), pixelOffset));
+    ray.direction =
+        CosineDirection(hit.normal, SquarePoint(draws_.first + static_cast<std::uint64_t>(i), draws_.offset));
     if (Dot(ray.direction, hit.faceNormal) <= 0) continue;
     ++counts_.gather;
     ray.origin = origin;
     ray.kind = kRayGlobal;
     SurfaceHit other;
     Vec3D passing(1.0);
-    ray.hit = world_.surfaces.IntersectOpaque(origin, ray.direction, kSkyDistance, other, passing);
+    ray.hit = world_.surfaces.IntersectOpaque(origin, ray.direction, kSkyDistance, other, passing, draws_.time);
     ray.hitDistance = ray.hit ? other.distance : kSkyDistance;
     const VolumeSample volumes = VolumesAlong(ray, ray.hitDistance);
-    const Vec3D behind = ray.hit ? other.material->emission : world_.SkyColour(ray.direction) * settings.skyLight;
+    Vec3D behind = world_.SkyColour(ray.direction) * settings.skyLight;
+    if (ray.hit) {
+      behind = other.material->emission;
+      if (behind != Vec3D() && other.material->HasShaders()) behind = other.material->At(PlaceOf(other)).emission;
+    }
     sum += volumes.colour + volumes.transmittance * passing * behind;
   }
-  return hit.material->colour * sum / rays;
+  return material.colour * sum / rays;
 }
 
 }  // namespace orlix

@@ -23,10 +23,20 @@ struct RayCounts {
 
 struct ShadedRay {
   Vec3D colour;
+  Vec3D gas, surfaces, emission;  // parts of it: of volumes, of surfaces and points, and the volumes' own light
+  double gasAlpha = 0;
   double alpha = 0;     // 0 where the ray goes on unhindered to a hidden sky
   bool found = false;   // whether there is anything at distance
   double distance = 0;  // from the ray's origin
   Vec3D velocity;       // host units a second
+};
+
+// What a sample draws its numbers from.
+struct SampleDraws {
+  Vec2D offset;             // of the pixel
+  std::uint64_t first = 0;  // in the pixel's sequence: rays around surfaces take the points from there on
+  double jitter = 0.5;      // where rays into volumes start in their first step
+  double time = 0.5;        // of the shutter
 };
 
 class RayShader {
@@ -36,9 +46,8 @@ class RayShader {
   // The generator of the tile in hand: volumes draw from it.
   void SetRandom(MersenneTwister& random) { random_ = &random; }
 
-  // point: of the clouds, where the ray meets one. Gather rays take their directions from points firstIndex, firstIndex
-  // + 1, ... of the pixel's sequence.
-  ShadedRay Shade(const CameraRay& ray, const PointHit* point, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // point: of the clouds, where the ray meets one.
+  ShadedRay Shade(const CameraRay& ray, const PointHit* point, const SampleDraws& draws);
 
   const RayCounts& counts() const { return counts_; }
 
@@ -49,9 +58,11 @@ class RayShader {
   };
   VolumeSample VolumesAlong(VolumeRay& ray, double end);
   Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
-  // The same, of a light with a width: the mean over its disc. firstIndex: of the pixel's sequence.
-  Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x, const Vec2D& pixelOffset,
-                     std::uint64_t firstIndex);
+  // The light of one light that a surface sends to the eye; of one with a width, the mean over it.
+  Vec3D LightOnSurface(const Light& light, const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin,
+                       const Vec3D& toEye);
+  // The same of what glows in volumes, by points of its power.
+  Vec3D GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, const Vec3D& toEye);
   // A ray after its first surface.
   struct Path {
     Vec3D origin, direction;
@@ -63,25 +74,26 @@ class RayShader {
     Vec3D pointPlace;                 // to that point
     double toPoint = 0;
   };
-  // The light that comes along a path. pixelOffset, firstIndex: of the pixel's sequence.
-  Vec3D Follow(const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  // The light that comes along a path.
+  Vec3D Follow(const Path& path);
   // What a clear surface shows: what it mirrors and what is to be seen through it.
-  Vec3D ShadeClear(const SurfaceHit& hit, const Path& path, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  Vec3D ShadeClear(const SurfaceHit& hit, const Path& path);
   // The highlights of the lights on a surface.
-  Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye, const Vec2D& pixelOffset, std::uint64_t firstIndex);
+  Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye);
   Vec3D ShadePoint(const PointHit& point, const Vec3D& x);
   // rays: that look around the surface for the light of sky, gas and glowing surfaces.
-  Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays, const Vec2D& pixelOffset,
-                     std::uint64_t firstIndex);
-  Vec3D GatherAround(const SurfaceHit& hit, const Vec3D& origin, int rays, const Vec2D& pixelOffset,
-                     std::uint64_t firstIndex);
+  Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays);
+  Vec3D GatherAround(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, int rays);
+  const std::vector<Light>& Lights() const { return world_.lightsMove ? lights_ : world_.lights; }
   bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end);
 
   const RenderWorld& world_;
   const std::vector<VolumeInBox>& volumes_;
   const int worker_;
   MersenneTwister* random_ = nullptr;
-  std::vector<Span> spans_;  // along the ray in hand
+  std::vector<Span> spans_;    // along the ray in hand
+  std::vector<Light> lights_;  // at the sample's time, where they move
+  SampleDraws draws_;
   RayCounts counts_;
 };
 

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "host/objects/BaseDocument.h"
+
 namespace orlix {
 
 namespace {
@@ -18,6 +20,15 @@ constexpr Parameter kRows[] = {
     IntParameter(kRenderWidthId, "width", 960, "pixels", "Width of the picture").Between(1, kMaxPictureSide),
     IntParameter(kRenderHeightId, "height", 540, "pixels", "Height of the picture").Between(1, kMaxPictureSide),
     IntParameter(kRenderSamplesId, "samples", 4, "", "Rays of each pixel").Between(1, kMaxSamples),
+    IntParameter(kRenderMostSamplesId, "max_samples", 0, "",
+                 "Rays of a pixel that stays noisy; up to samples, all pixels have as many")
+        .Between(0, kMaxSamples),
+    FloatParameter(kRenderNoiseId, "noise", 0.02, "", "Error of a pixel's brightness at which it gets no more rays")
+        .Between(0.0001, 1)
+        .ShownWhen(kRenderMostSamplesId, Relation::Above, 0),
+    FloatParameter(kRenderShutterId, "shutter", 0.0, "frames",
+                   "How long the shutter is open: motion blur; half is usual")
+        .Between(0, 2),
     VectorParameter(kRenderSkyColourId, "sky_colour", {0.12, 0.14, 0.18}, "", "Colour of the sky overhead").Min(0),
     VectorParameter(kRenderSkyHorizonId, "sky_horizon", {1.6, 1.45, 1.25}, "",
                     "Factors of the sky's colour at the horizon; 1 gives one colour all around")
@@ -38,6 +49,8 @@ constexpr Parameter kRows[] = {
     BoolParameter(kRenderExrId, "exr", true, "Write an OpenEXR picture with colour, alpha and depth"),
     BoolParameter(kRenderPngId, "png", true, "Write a PNG picture"),
     BoolParameter(kRenderVelocityId, "velocity", false, "Add velocities to the OpenEXR picture"),
+    BoolParameter(kRenderLayersId, "layers", false,
+                  "Add gas, surfaces, emission and motion in pixels a frame to the OpenEXR picture"),
     StringParameter(kRenderFileNameId, "file_name", "picture", "Name of the pictures, before the frame number"),
     LinkParameter(kRenderCameraId, "camera", kLinkCamera, "The camera; the first one without a link"),
 };
@@ -59,12 +72,19 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   if (Status s = CheckPictureSize(width, height); !s) return s.error();
   settings.width = static_cast<int>(width), settings.height = static_cast<int>(height);
   const std::int64_t samples = object.GetInt(kRenderSamplesId), skySamples = object.GetInt(kRenderSkySamplesId);
-  if (samples < 1 || samples > kMaxSamples || skySamples < 0 || skySamples > kMaxSamples) {
+  const std::int64_t most = object.GetInt(kRenderMostSamplesId);
+  if (samples < 1 || samples > kMaxSamples || most < 0 || most > kMaxSamples || skySamples < 0 ||
+      skySamples > kMaxSamples) {
     return Result<RenderSettings>::Fail(
         ErrorKind::Scene, fmt::format("\"{}\" has {} samples and {} sky samples; at most {} each, at least 1 sample",
                                       object.Path(), samples, skySamples, kMaxSamples));
   }
   settings.samples = static_cast<int>(samples), settings.skySamples = static_cast<int>(skySamples);
+  settings.mostSamples = static_cast<int>(most);
+  settings.noise = object.GetDouble(kRenderNoiseId);
+  settings.shutter = object.GetDouble(kRenderShutterId);
+  settings.frameSeconds = 1 / object.document().fps;
+  settings.writeLayers = object.GetBool(kRenderLayersId);
   settings.skyColour = object.GetVector(kRenderSkyColourId);
   settings.skyHorizon = object.GetVector(kRenderSkyHorizonId);
   settings.skyLight = object.GetDouble(kRenderSkyLightId);

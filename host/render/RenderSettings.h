@@ -35,10 +35,18 @@ inline constexpr int kRenderCameraId = 1014;
 inline constexpr int kRenderSkyHorizonId = 1015;
 inline constexpr int kRenderViewId = 1016;
 inline constexpr int kRenderSkyId = 1017;
+inline constexpr int kRenderShutterId = 1018;
+inline constexpr int kRenderMostSamplesId = 1019;
+inline constexpr int kRenderNoiseId = 1020;
+inline constexpr int kRenderLayersId = 1021;
 
 struct RenderSettings {
   int width = 960, height = 540;
   int samples = 4;                    // rays of each pixel
+  int mostSamples = 0;                // of a pixel that stays noisy; no more than samples: all have the same
+  double noise = 0.02;                // standard error, of the brightness that is seen, at which a pixel is done
+  double shutter = 0;                 // frames that it is open, about the middle of the frame; 0: nothing moves
+  double frameSeconds = 1.0 / 24;     // of the document
   Vec3D skyColour{0.12, 0.14, 0.18};  // overhead
   Vec3D skyHorizon{1.6, 1.45, 1.25};  // times the colour, at the horizon and below
   double skyLight = 1;                // factor of the sky's light on surfaces
@@ -47,8 +55,13 @@ struct RenderSettings {
   std::int32_t seed = 0;
   bool linearInputs = true;                              // colours of scenes are linear already
   PictureView view{.transform = ViewTransform::Filmic};  // of pictures of 8 bits
-  bool writeExr = true, writePng = true, writeVelocity = false;
+  bool writeExr = true, writePng = true, writeVelocity = false, writeLayers = false;
   std::string name = "picture";  // of the files, without number and ending
+
+  bool IsAdaptive() const { return mostSamples > samples; }
+  int SamplesAtMost() const { return IsAdaptive() ? mostSamples : samples; }
+  double ShutterSeconds() const { return shutter * frameSeconds; }
+  bool NeedsMotion() const { return writeVelocity || writeLayers || shutter > 0; }
 };
 
 Result<RenderSettings> ReadRenderSettings(const BaseObject& object);

@@ -8,7 +8,7 @@
 namespace orlix {
 
 void RegisterRenderTypes(TypeRegistry& types) {
-  for (const TypeInfo* type : {&kPointLightType, &kSpotLightType, &kDistantLightType, &kCameraType,
+  for (const TypeInfo* type : {&kPointLightType, &kSpotLightType, &kDistantLightType, &kAreaLightType, &kCameraType,
                                &kSurfaceMaterialType, &kRenderSettingsType}) {
     types.Add(*type);
   }

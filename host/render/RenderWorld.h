@@ -18,6 +18,8 @@ namespace orlix {
 class RenderWorld {
  public:
   Camera camera;
+  Camera closing;  // where the camera is when the shutter closes; camera is where it is when it opens
+  bool cameraMoves = false, lightsMove = false;
   RenderSettings settings;
   std::vector<Light> lights;  // those that are on
   SurfaceScene surfaces;
@@ -35,11 +37,11 @@ class RenderWorld {
 
   // The share of a light that surfaces let through to a point off all surfaces, one value a colour: white, black in
   // the shadow, or what comes through clear ones. White for a light that casts none.
-  Vec3D ShadowColour(const Light& light, const Vec3D& x) const {
-    if (!light.castsShadow) return {1, 1, 1};
+  Vec3D ShadowColour(const Light& light, const Vec3D& x, double time = 0.5) const {
+    if (!light.castsShadow || surfaces.empty()) return {1, 1, 1};
     const Vec3D toLight = light.PositionFrom(x) - x;
     const double distance = Length(toLight);
-    return distance > 0 ? surfaces.Passing(x, toLight / distance, distance) : Vec3D{1, 1, 1};
+    return distance > 0 ? surfaces.Passing(x, toLight / distance, distance, time) : Vec3D{1, 1, 1};
   }
 };
 

@@ -21,9 +21,43 @@ double SecondsSince(Clock::time_point start) { return std::chrono::duration<doub
 // The seed of the first tile's generator.
 constexpr std::uint32_t kFirstSeed = 9229837u;
 
-// The planes of the picture while it is made.
+// Sums over the samples of a pixel.
+struct PixelSums {
+  Vec3D colour, gas, surfaces, emission, velocity, nearest;
+  double alpha = 0, gasAlpha = 0, depth = 0;
+  double seen = 0, seenSquared = 0;  // brightness as the eye takes it
+  int samples = 0;
+
+  // The standard error is small enough, and what was seen so far doesn't rest on too few samples.
+  bool IsDone(double noise) const {
+    const double mean = seen / samples, variance = std::max(0.0, seenSquared / samples - mean * mean);
+    return samples >= kFewest && std::sqrt(variance / (samples - 1)) <= noise * std::max(mean, 0.1);
+  }
+  static constexpr int kFewest = 4;
+};
+
+// The planes of the picture while it is made. Those of what isn't asked for are null.
 struct Planes {
-  float *red, *green, *blue, *alpha, *depth, *velocity[3];
+  explicit Planes(Picture& picture) {
+    const auto plane = [&](const std::string& name) {
+      PictureChannel* channel = picture.Find(name);
+      return channel ? channel->values.data() : nullptr;
+    };
+    const char* kAxes[] = {"X", "Y", "Z"};
+    const char* kColours[] = {"R", "G", "B"};
+    for (int c = 0; c < 3; ++c) {
+      colour[c] = plane(kColours[c]), velocity[c] = plane(std::string("velocity.") + kAxes[c]);
+      gas[c] = plane(std::string("gas.") + kColours[c]), surfaces[c] = plane(std::string("surfaces.") + kColours[c]);
+      emission[c] = plane(std::string("emission.") + kColours[c]);
+    }
+    alpha = plane("A"), depth = plane("Z"), gasAlpha = plane("gas.A"), done = plane(kDoneChannel);
+    motion[0] = plane("motion.X"), motion[1] = plane("motion.Y");
+  }
+  static void Put(float* const (&planes)[3], std::size_t pixel, const Vec3D& value) {
+    for (int c = 0; c < 3 && planes[c]; ++c) planes[c][pixel] = static_cast<float>(value[c]);
+  }
+  float *colour[3], *velocity[3], *gas[3], *surfaces[3], *emission[3];
+  float *alpha, *depth, *gasAlpha, *done, *motion[2];
 };
 
 struct Tile {
@@ -34,28 +68,39 @@ class PictureJob {
  public:
   // Throws std::bad_alloc.
   PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const PointRaster& points,
-             const RenderOptions& options, int workers, Picture& picture);
+             const std::vector<Vec2D>& places, const RenderOptions& options, int workers, Picture& picture);
 
   void Run(WorkerPool& workers);
   RayCounts counts() const;
   bool broken() const { return broken_.load(); }
+  int tiles() const { return tiles_; }
+  int tilesDone() const { return done_.load(); }
+  std::uint64_t samples() const { return samples_.load(); }
 
  private:
   Tile TileAt(int number) const;
+  bool TakeDone(const Tile& area);
+  bool IsInCrop(const Tile& area) const;
   void ShadeTiles(int worker);
+  void ShadeTile(RayShader& shader, const Tile& area, const std::vector<PointSample>& drawn);
   // points: what the pixel's samples see of the clouds; null where there are none.
-  void ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const;
+  PixelSums ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const;
+  CameraRay RayOf(const SampleDraws& draws, int x, int y, int sample) const;
+  void Write(const PixelSums& sums, int x, int y);
   void Report(bool last);
 
   const RenderWorld& world_;
   const std::vector<VolumeInBox>& volumes_;
   const PointRaster& points_;
+  const std::vector<Vec2D>& places_;
   const RenderOptions& options_;
   Picture& picture_;
-  Planes planes_{};
+  Planes planes_;
   int columns_, tiles_;
+  std::vector<int> order_;  // numbers of the tiles that are to be made
   std::atomic<int> next_{0}, done_{0};
   std::atomic<bool> broken_{false};
+  std::atomic<std::uint64_t> samples_{0};
   std::vector<RayCounts> countsOfWorkers_;
   std::vector<std::vector<PointSample>> drawn_;  // of each worker's tile, where there are points
   Clock::time_point start_ = Clock::now();
@@ -63,21 +108,26 @@ class PictureJob {
 };
 
 PictureJob::PictureJob(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, const PointRaster& points,
-                       const RenderOptions& options, int workers, Picture& picture)
-    : world_(world), volumes_(volumes), points_(points), options_(options), picture_(picture) {
+                       const std::vector<Vec2D>& places, const RenderOptions& options, int workers, Picture& picture)
+    : world_(world),
+      volumes_(volumes),
+      points_(points),
+      places_(places),
+      options_(options),
+      picture_(picture),
+      planes_(picture) {
   columns_ = (picture.width() + kTileSize - 1) / kTileSize;
   tiles_ = columns_ * ((picture.height() + kTileSize - 1) / kTileSize);
-  const auto plane = [&](const char* name) {
-    PictureChannel* channel = picture_.Find(name);
-    return channel ? channel->values.data() : nullptr;
-  };
-  planes_ = {plane("R"), plane("G"), plane("B"),
-             plane("A"), plane("Z"), {plane("velocity.X"), plane("velocity.Y"), plane("velocity.Z")}};
+  for (int tile = 0; tile < tiles_; ++tile) {
+    const Tile area = TileAt(tile);
+    if (!IsInCrop(area) || TakeDone(area)) continue;
+    order_.push_back(tile);
+  }
+  tiles_ = static_cast<int>(order_.size());
   countsOfWorkers_.resize(static_cast<std::size_t>(workers));
   drawn_.resize(static_cast<std::size_t>(workers));
   if (points.empty()) return;
-  for (auto& each : drawn_)
-    each.reserve(std::size_t(kTileSize) * kTileSize * static_cast<std::size_t>(world.settings.samples));
+  for (auto& each : drawn_) each.reserve(std::size_t(kTileSize) * kTileSize * places.size());
 }
 
 Tile PictureJob::TileAt(int number) const {
@@ -85,35 +135,122 @@ Tile PictureJob::TileAt(int number) const {
   return {left, top, std::min(left + kTileSize, picture_.width()), std::min(top + kTileSize, picture_.height())};
 }
 
-void PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const {
+bool PictureJob::IsInCrop(const Tile& area) const {
+  const PictureCrop& crop = options_.crop;
+  return crop.Empty() ||
+         (area.left < crop.right && area.right > crop.left && area.top < crop.bottom && area.bottom > crop.top);
+}
+
+// From the unfinished picture, where it has the tile.
+bool PictureJob::TakeDone(const Tile& area) {
+  const Picture* before = options_.unfinished;
+  const PictureChannel* done = before ? before->Find(kDoneChannel) : nullptr;
+  const auto first = static_cast<std::size_t>(area.top) * static_cast<std::size_t>(picture_.width()) +
+                     static_cast<std::size_t>(area.left);
+  if (!done || before->width() != picture_.width() || before->height() != picture_.height() ||
+      !(done->values[first] > 0.5f)) {
+    return false;
+  }
+  for (const PictureChannel& channel : before->channels()) {
+    PictureChannel* own = picture_.Find(channel.name);
+    for (int y = area.top; own && y < area.bottom; ++y) {
+      const auto row = static_cast<std::size_t>(y) * static_cast<std::size_t>(picture_.width());
+      std::copy(channel.values.data() + row + area.left, channel.values.data() + row + area.right,
+                own->values.data() + row + area.left);
+    }
+  }
+  return true;
+}
+
+CameraRay PictureJob::RayOf(const SampleDraws& draws, int x, int y, int sample) const {
   const RenderSettings& settings = world_.settings;
-  const Vec2D offset = PixelOffset(x, y, static_cast<std::uint32_t>(settings.seed));
-  Vec3D colour, velocity;
-  double alpha = 0, depth = world_.camera.far;
-  for (int sample = 0; sample < settings.samples; ++sample) {
-    const Vec2D place = PlaceInPixel(sample, settings.samples);
-    const CameraRay ray = world_.camera.RayThrough(x + place.x, y + place.y, settings.width, settings.height);
-    const auto first =
-        static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(std::max(settings.skySamples, 1));
+  const Camera moved = world_.cameraMoves ? world_.camera.Towards(world_.closing, draws.time) : world_.camera;
+  const Vec2D place = places_[static_cast<std::size_t>(sample)];
+  const CameraRay ray = moved.RayThrough(x + place.x, y + place.y, settings.width, settings.height);
+  if (!(moved.aperture > 0)) return ray;
+  const auto seed = static_cast<std::uint32_t>(settings.seed);
+  const Vec2D offset{PixelDraw(x, y, seed, 2, 0), PixelDraw(x, y, seed, 3, 0)};
+  return moved.ThroughLens(ray, DiscPoint(SquarePoint(static_cast<std::uint64_t>(sample), offset)));
+}
+
+PixelSums PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const {
+  const RenderSettings& settings = world_.settings;
+  const auto seed = static_cast<std::uint32_t>(settings.seed);
+  SampleDraws draws;
+  draws.offset = PixelOffset(x, y, seed);
+  PixelSums sums;
+  sums.depth = world_.camera.far;
+  for (int sample = 0; sample < settings.SamplesAtMost(); ++sample) {
+    draws.first = static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(std::max(settings.skySamples, 1));
+    draws.jitter = PixelDraw(x, y, seed, 0, sample);
+    draws.time = settings.shutter > 0 ? PixelDraw(x, y, seed, 1, sample) : 0.5;
+    const CameraRay ray = RayOf(draws, x, y, sample);
     const bool onPoint = points && std::isfinite(points[sample].depth);
     const PointHit point = onPoint ? points_.HitOf(points[sample]) : PointHit();
-    const ShadedRay shaded = shader.Shade(ray, onPoint ? &point : nullptr, offset, first);
-    colour += shaded.colour;
-    alpha += shaded.alpha;
+    const ShadedRay shaded = shader.Shade(ray, onPoint ? &point : nullptr, draws);
+    sums.colour += shaded.colour, sums.gas += shaded.gas, sums.surfaces += shaded.surfaces;
+    sums.emission += shaded.emission;
+    sums.alpha += shaded.alpha, sums.gasAlpha += shaded.gasAlpha;
+    const double bright = 0.2126 * shaded.colour.x + 0.7152 * shaded.colour.y + 0.0722 * shaded.colour.z;
+    const double seen = std::sqrt(std::max(bright, 0.0) / (1 + std::max(bright, 0.0)));
+    sums.seen += seen, sums.seenSquared += seen * seen;
+    ++sums.samples;
     const double sampleDepth = world_.camera.near + shaded.distance * ray.cosine;
-    if (shaded.found && sampleDepth < depth) depth = sampleDepth, velocity = shaded.velocity;
+    if (shaded.found && sampleDepth < sums.depth) {
+      sums.depth = sampleDepth, sums.velocity = shaded.velocity;
+      sums.nearest = ray.origin + ray.direction * shaded.distance;
+    }
+    if (settings.IsAdaptive() && sums.samples >= settings.samples && sums.IsDone(settings.noise)) break;
   }
+  return sums;
+}
+
+void PictureJob::Write(const PixelSums& sums, int x, int y) {
+  const RenderSettings& settings = world_.settings;
   const std::size_t pixel =
       static_cast<std::size_t>(y) * static_cast<std::size_t>(settings.width) + static_cast<std::size_t>(x);
-  const double share = 1.0 / settings.samples;
-  planes_.red[pixel] = static_cast<float>(colour.x * share);
-  planes_.green[pixel] = static_cast<float>(colour.y * share);
-  planes_.blue[pixel] = static_cast<float>(colour.z * share);
-  planes_.alpha[pixel] = static_cast<float>(alpha * share);
-  planes_.depth[pixel] = static_cast<float>(depth);
-  for (int axis = 0; axis < 3 && planes_.velocity[axis]; ++axis) {
-    planes_.velocity[axis][pixel] = static_cast<float>(velocity[axis]);
+  const double share = 1.0 / sums.samples;
+  Planes::Put(planes_.colour, pixel, sums.colour * share);
+  Planes::Put(planes_.velocity, pixel, sums.velocity);
+  Planes::Put(planes_.gas, pixel, sums.gas * share);
+  Planes::Put(planes_.surfaces, pixel, sums.surfaces * share);
+  Planes::Put(planes_.emission, pixel, sums.emission * share);
+  planes_.alpha[pixel] = static_cast<float>(sums.alpha * share);
+  planes_.depth[pixel] = static_cast<float>(sums.depth);
+  planes_.done[pixel] = 1;
+  if (planes_.gasAlpha) planes_.gasAlpha[pixel] = static_cast<float>(sums.gasAlpha * share);
+  if (!planes_.motion[0] || sums.depth >= world_.camera.far) return;
+  // Where that place is a frame later, seen by the camera as it moves.
+  const Vec3D later = sums.nearest + sums.velocity * settings.frameSeconds;
+  const double frames = settings.shutter > 0 ? 1 / settings.shutter : 0;
+  Camera moved = world_.camera;
+  if (world_.cameraMoves) moved.position += (world_.closing.position - world_.camera.position) * frames;
+  const ProjectedPoint now = world_.camera.Project(sums.nearest, settings.width, settings.height);
+  const ProjectedPoint then = moved.Project(later, settings.width, settings.height);
+  if (!(then.depth > 0) || !(now.depth > 0)) return;
+  planes_.motion[0][pixel] = static_cast<float>(then.x - now.x);
+  planes_.motion[1][pixel] = static_cast<float>(then.y - now.y);
+}
+
+void PictureJob::ShadeTile(RayShader& shader, const Tile& area, const std::vector<PointSample>& drawn) {
+  std::uint64_t samples = 0;
+  // The channel of what is done speaks for whole tiles: a tile that is broken off leaves nothing.
+  std::vector<PixelSums> all;
+  for (int y = area.top; y < area.bottom; ++y) {
+    if (options_.thread && options_.thread->TestBreak()) broken_ = true;
+    if (broken_) return;
+    for (int x = area.left; x < area.right; ++x) {
+      const std::size_t pixel = all.size();
+      all.push_back(ShadePixel(shader, x, y, drawn.empty() ? nullptr : &drawn[pixel * places_.size()]));
+      samples += static_cast<std::uint64_t>(all.back().samples);
+    }
   }
+  std::size_t pixel = 0;
+  for (int y = area.top; y < area.bottom; ++y) {
+    for (int x = area.left; x < area.right; ++x) Write(all[pixel++], x, y);
+  }
+  samples_ += samples;
+  ++done_;
 }
 
 void PictureJob::ShadeTiles(int worker) {
@@ -121,21 +258,13 @@ void PictureJob::ShadeTiles(int worker) {
   MersenneTwister random;
   shader.SetRandom(random);
   std::vector<PointSample>& drawn = drawn_[static_cast<std::size_t>(worker)];
-  for (int tile = next_++; tile < tiles_; tile = next_++) {
+  for (int next = next_++; next < tiles_ && !broken_; next = next_++) {
+    const int tile = order_[static_cast<std::size_t>(next)];
     random.Seed(kFirstSeed + static_cast<std::uint32_t>(tile) +
                 0x9e3779b9u * static_cast<std::uint32_t>(world_.settings.seed));
     const Tile area = TileAt(tile);
     if (!points_.empty()) points_.Draw(tile, area.left, area.top, area.right, area.bottom, drawn);
-    for (int y = area.top; y < area.bottom; ++y) {
-      if (options_.thread && options_.thread->TestBreak()) broken_ = true;
-      if (broken_) break;
-      for (int x = area.left; x < area.right; ++x) {
-        const std::size_t pixel =
-            static_cast<std::size_t>(y - area.top) * (area.right - area.left) + static_cast<std::size_t>(x - area.left);
-        ShadePixel(shader, x, y, drawn.empty() ? nullptr : &drawn[pixel * world_.settings.samples]);
-      }
-    }
-    ++done_;
+    ShadeTile(shader, area, drawn);
     if (worker == 0) Report(false);
   }
   countsOfWorkers_[static_cast<std::size_t>(worker)] = shader.counts();
@@ -147,7 +276,7 @@ void PictureJob::Report(bool last) {
   constexpr double kInterval = 0.1;
   if (!options_.onProgress || (!last && elapsed < reported_ + kInterval)) return;
   reported_ = elapsed;
-  const double fraction = static_cast<double>(done_.load()) / tiles_;
+  const double fraction = tiles_ > 0 ? static_cast<double>(done_.load()) / tiles_ : 1;
   options_.onProgress({fraction, elapsed, fraction > 0 ? elapsed * (1 - fraction) / fraction : -1});
 }
 
@@ -176,10 +305,34 @@ Result<Picture> EmptyPicture(const RenderWorld& world) {
     if (settings.writeVelocity) {
       for (const char* name : {"velocity.X", "velocity.Y", "velocity.Z"}) picture.AddChannel(name);
     }
+    if (settings.writeLayers) {
+      for (const char* name : {"gas.R", "gas.G", "gas.B", "gas.A", "surfaces.R", "surfaces.G", "surfaces.B",
+                               "emission.R", "emission.G", "emission.B", "motion.X", "motion.Y"}) {
+        picture.AddChannel(name);
+      }
+    }
+    picture.AddChannel(kDoneChannel);
     return picture;
   } catch (const std::bad_alloc&) {
     return Result<Picture>::Fail(ErrorKind::Memory, "no memory for the picture");
   }
+}
+
+// What of a whole picture isn't asked for goes.
+Picture Finished(const Picture& whole, const PictureCrop& crop) {
+  const PictureCrop area = crop.Empty() ? PictureCrop{0, 0, whole.width(), whole.height()} : crop;
+  Picture picture(area.right - area.left, area.bottom - area.top);
+  for (const PictureChannel& channel : whole.channels()) {
+    if (channel.name == kDoneChannel) continue;
+    PictureChannel& part = picture.AddChannel(channel.name, 0, channel.single);
+    for (int y = area.top; y < area.bottom; ++y) {
+      const float* row = channel.values.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(whole.width());
+      std::copy(
+          row + area.left, row + area.right,
+          part.values.data() + static_cast<std::size_t>(y - area.top) * static_cast<std::size_t>(picture.width()));
+    }
+  }
+  return picture;
 }
 
 // Ends the volumes whose start went well, in any way that leaves the picture.
@@ -197,6 +350,11 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
   RenderReport ownReport;
   RenderReport& r = report ? *report : ownReport;
   r = {};
+  const PictureCrop& crop = options.crop;
+  if (!crop.Empty() &&
+      (crop.left < 0 || crop.top < 0 || crop.right > world.settings.width || crop.bottom > world.settings.height)) {
+    return Result<Picture>::Fail(ErrorKind::Usage, "the part of the picture that is asked for lies outside of it");
+  }
   Result<Picture> picture = EmptyPicture(world);
   if (!picture) return picture;
 
@@ -212,16 +370,19 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
   }
   const RenderSettings& settings = world.settings;
   try {
-    const PointRaster points(world.points, world.camera, settings.width, settings.height, kTileSize, settings.samples,
-                             workers);
-    PictureJob job(world, boxes, points, options, workers.count(), *picture);
+    const std::vector<Vec2D> places = PlacesInPixel(settings.SamplesAtMost(), settings.IsAdaptive());
+    const PointRaster points(world.points, world.camera, settings.width, settings.height, kTileSize, places, workers);
+    PictureJob job(world, boxes, points, places, options, workers.count(), *picture);
     r.startSeconds = SecondsSince(start);
     job.Run(workers);
     r.raySeconds = SecondsSince(start) - r.startSeconds;
     const RayCounts counts = job.counts();
     r.cameraRays = counts.camera, r.shadowRays = counts.shadow, r.gatherRays = counts.gather;
     r.volumeCalls = counts.volume, r.volumeSamples = counts.volumeSamples, r.notFinite = counts.notFinite;
+    r.pixelSamples = job.samples();
+    r.tiles = job.tiles(), r.tilesDone = job.tilesDone();
     r.broken = job.broken();
+    if (!r.broken) return Finished(*picture, options.crop);
   } catch (const std::bad_alloc&) {
     return Result<Picture>::Fail(ErrorKind::Memory, "no memory for the particles of the picture");
   }

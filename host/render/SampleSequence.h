@@ -5,8 +5,10 @@
 #include <cmath>
 #include <cstdint>
 #include <numbers>
+#include <vector>
 
 #include "globals/Vec.h"
+#include "host/render/BlueNoise.h"
 
 namespace orlix {
 
@@ -17,16 +19,19 @@ inline Vec2D SquarePoint(std::uint64_t index, const Vec2D& offset) {
   return {x - std::floor(x), y - std::floor(y)};
 }
 
-// An offset for each pixel, so that neighbours err in different directions.
+// Offsets for each pixel: blue noise, so that neighbours err in different directions. The seed moves the tile; draws
+// are for what a pixel needs beside its square.
 inline Vec2D PixelOffset(int x, int y, std::uint32_t seed) {
-  std::uint64_t h = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(y)) << 32) ^ static_cast<std::uint32_t>(x);
-  h += static_cast<std::uint64_t>(seed) * 0x9e3779b97f4a7c15ull;
-  // The finaliser of SplitMix64 (Steele et al. 2014).
-  h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ull;
-  h = (h ^ (h >> 27)) * 0x94d049bb133111ebull;
-  h ^= h >> 31;
-  constexpr double kUnit = 1.0 / 4294967296.0;
-  return {static_cast<double>(h & 0xffffffffu) * kUnit, static_cast<double>(h >> 32) * kUnit};
+  const std::uint32_t h = seed * 0x9e3779b9u;
+  const int sx = x + static_cast<int>(h >> 26), sy = y + static_cast<int>(h >> 20 & 63u);
+  return {BlueNoise(sx, sy), BlueNoise(sx + 23, sy + 41)};
+}
+// Draw n of a sample in [0, 1): a further offset of the pixel, and the golden ratio's sequence over its samples.
+inline double PixelDraw(int x, int y, std::uint32_t seed, int n, int sample) {
+  constexpr double kGolden = 0.6180339887498949;
+  const Vec2D offset = PixelOffset(x + 11 * (n + 1), y + 37 * (n + 1), seed);
+  const double v = offset.x + kGolden * sample;
+  return v - std::floor(v);
 }
 
 // Where sample index of count lies in its pixel, (0, 0) to (1, 1): the middle for one sample, otherwise spread (the
@@ -37,6 +42,22 @@ inline Vec2D PlaceInPixel(int index, int count) {
   double inverse = 0, digit = 0.5;
   for (; bits != 0; bits >>= 1, digit *= 0.5) inverse += (bits & 1u) ? digit : 0;
   return {(index + 0.5) / count, inverse + 0.5 / count};
+}
+
+// Where all samples of a pixel lie. Progressive: any number of the first ones is spread, for pixels that may stop
+// early.
+inline std::vector<Vec2D> PlacesInPixel(int count, bool progressive) {
+  std::vector<Vec2D> places;
+  for (int n = 0; n < count; ++n) {
+    places.push_back(progressive ? SquarePoint(static_cast<std::uint64_t>(n), {}) : PlaceInPixel(n, count));
+  }
+  return places;
+}
+
+// A point of the unit disc, evenly.
+inline Vec2D DiscPoint(const Vec2D& square) {
+  const double radius = std::sqrt(square.x), angle = 2 * std::numbers::pi * square.y;
+  return {radius * std::cos(angle), radius * std::sin(angle)};
 }
 
 // A direction about a unit normal with a density of cosine / pi (Malley's method).

@@ -29,6 +29,11 @@ constexpr Parameter kRows[] = {
     FloatParameter(kMaterialTintDepthId, "tint_depth", 100.0, "host units", "The way after which white has the tint")
         .Between(1e-6, 1e9)
         .ShownWhen(kMaterialTransmissionId, Relation::Above, 0),
+    LinkParameter(kMaterialColourShaderId, "colour_shader", kLinkShader, "A shader that multiplies the colour"),
+    LinkParameter(kMaterialEmissionShaderId, "emission_shader", kLinkShader, "A shader that multiplies the emission"),
+    LinkParameter(kMaterialSpecularShaderId, "specular_shader", kLinkShader, "A shader that multiplies specular"),
+    LinkParameter(kMaterialRoughnessShaderId, "roughness_shader", kLinkShader,
+                  "A shader that multiplies the roughness"),
 };
 
 constexpr double kDarkest = 1e-4;  // of a tint
@@ -57,6 +62,10 @@ Result<SurfaceMaterial> ReadSurfaceMaterial(const BaseObject& object) {
   const Vec3D tint = object.GetVector(kMaterialTintId);
   const double depth = object.GetDouble(kMaterialTintDepthId);
   for (int c = 0; c < 3; ++c) material.absorption[c] = -std::log(std::max(tint[c], kDarkest)) / depth;
+  material.colourShader = ShaderSlot::Of(object, kMaterialColourShaderId);
+  material.emissionShader = ShaderSlot::Of(object, kMaterialEmissionShaderId);
+  material.specularShader = ShaderSlot::Of(object, kMaterialSpecularShaderId);
+  material.roughnessShader = ShaderSlot::Of(object, kMaterialRoughnessShaderId);
   if (!IsFinite(material.colour) || !IsFinite(material.emission) || !std::isfinite(material.specular) ||
       !std::isfinite(material.roughness) || !std::isfinite(material.smoothAngle) || !IsFinite(material.absorption) ||
       !(material.refraction >= 1) || !(material.transmission >= 0)) {
@@ -74,6 +83,23 @@ double Fresnel(double specular, double cosine) {
 }
 
 }  // namespace
+
+SurfaceMaterial SurfaceMaterial::At(const SurfacePlace& place) const {
+  SurfaceMaterial here = *this;
+  const auto ask = [&](const ShaderSlot& slot) {
+    const Vec3D c = slot ? slot.Colour(place) : Vec3D(1.0);
+    return IsFinite(c) ? Max(c, Vec3D()) : Vec3D();
+  };
+  const auto share = [&](const ShaderSlot& slot, double value) {
+    const Vec3D c = ask(slot);
+    return std::clamp(value * (c.x + c.y + c.z) / 3, 0.0, 1.0);
+  };
+  here.colour = Min(colour * ask(colourShader), Vec3D(1.0));
+  here.emission = emission * ask(emissionShader);
+  here.specular = share(specularShader, specular);
+  here.roughness = share(roughnessShader, roughness);
+  return here;
+}
 
 Vec3D SurfaceMaterial::Absorbed(double distance) const {
   if (absorption == Vec3D()) return {1, 1, 1};

@@ -5,6 +5,7 @@
 #include "globals/Vec.h"
 #include "host/description/TypeRegistry.h"
 #include "host/objects/BaseObject.h"
+#include "host/render/ShaderSlot.h"
 
 namespace orlix {
 
@@ -22,6 +23,10 @@ inline constexpr int kMaterialTransmissionId = 1006;
 inline constexpr int kMaterialRefractionId = 1007;
 inline constexpr int kMaterialTintId = 1008;
 inline constexpr int kMaterialTintDepthId = 1009;
+inline constexpr int kMaterialColourShaderId = 1010;
+inline constexpr int kMaterialEmissionShaderId = 1011;
+inline constexpr int kMaterialSpecularShaderId = 1012;
+inline constexpr int kMaterialRoughnessShaderId = 1013;
 
 struct SurfaceMaterial {
   Vec3D colour{0.5, 0.5, 0.5};  // share of light that is scattered evenly
@@ -33,6 +38,11 @@ struct SurfaceMaterial {
   double refraction = 1.33;     // index; what is around the shape has 1
   Vec3D absorption{};           // 1 / host unit, within the shape (Beer's law)
 
+  ShaderSlot colourShader{}, emissionShader{}, specularShader{}, roughnessShader{};
+
+  bool HasShaders() const { return colourShader || emissionShader || specularShader || roughnessShader; }
+  // With what the shaders give at a place; colours stay within 0 to 1.
+  SurfaceMaterial At(const SurfacePlace& place) const;
   bool IsClear() const { return transmission > 0; }
   // The share of light that is left after a way through the shape.
   Vec3D Absorbed(double distance) const;

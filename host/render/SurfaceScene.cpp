@@ -21,12 +21,15 @@ constexpr std::size_t kMaxPolygons = std::size_t(1) << 29;
 // The corners of one triangle in the points of its surface.
 struct Triangle {
   std::int32_t corner[3];
+  std::int32_t polygon = 0;
+  bool second = false;  // of a quad
 };
 
 struct SurfaceData {
   std::vector<Triangle> triangles;
   std::vector<Vec3F> normals;     // three a triangle, host space
   std::vector<Vec3F> velocities;  // one a point, or none
+  std::vector<Vec2D> textures;    // three a triangle, or none
   SurfaceMaterial material;
 };
 
@@ -52,9 +55,11 @@ struct SurfaceScene::Impl {
   std::vector<SurfaceData> surfaces;  // by geometry number
   std::int64_t triangles = 0;
   bool anyClear = false;
+  double shutter = 0;  // s
 
+  bool SetVertices(RTCGeometry geometry, const Surface& surface, const std::vector<Vec3D>& points) const;
   double Clearance(const SurfaceHit& hit) const;
-  RTCRay RayOf(const Vec3D& origin, const Vec3D& direction, double length) const;
+  RTCRay RayOf(const Vec3D& origin, const Vec3D& direction, double length, double time) const;
   Status Add(const Surface& surface, const std::vector<Vec3D>& points, const std::vector<Triangle>& triangles);
 };
 
@@ -77,8 +82,9 @@ std::vector<Triangle> TrianglesOf(const PolygonObject& object, const std::vector
   triangles.reserve(object.polygons.size() * 2);
   for (const PolygonObject::Polygon& p : object.polygons) {
     if (!usable(p.a) || !usable(p.b) || !usable(p.c) || !usable(p.d)) continue;
-    triangles.push_back({{p.a, p.b, p.c}});
-    if (!p.IsTriangle()) triangles.push_back({{p.a, p.c, p.d}});
+    const auto polygon = static_cast<std::int32_t>(&p - object.polygons.data());
+    triangles.push_back({{p.a, p.b, p.c}, polygon, false});
+    if (!p.IsTriangle()) triangles.push_back({{p.a, p.c, p.d}, polygon, true});
   }
   return triangles;
 }
@@ -96,22 +102,56 @@ bool SurfaceScene::Bounds(Vec3D& low, Vec3D& high) const {
   return !empty();
 }
 
+namespace {
+
+bool HasVelocities(const Surface& surface, const std::vector<Vec3D>& points) {
+  return surface.velocities && surface.velocities->size() == points.size();
+}
+
+std::vector<Vec2D> TexturesOf(const PolygonObject& object, const std::vector<Triangle>& triangles) {
+  std::vector<Vec2D> textures;
+  if (object.textureCoordinates.size() != object.polygons.size()) return textures;
+  textures.reserve(3 * triangles.size());
+  for (const Triangle& t : triangles) {
+    const auto& corners = object.textureCoordinates[static_cast<std::size_t>(t.polygon)];
+    for (const std::size_t c : {std::size_t(0), t.second ? std::size_t(2) : 1, t.second ? std::size_t(3) : 2})
+      textures.push_back(corners[c]);
+  }
+  return textures;
+}
+
+}  // namespace
+
+// Points that move get a place for the shutter's opening and one for its closing.
+bool SurfaceScene::Impl::SetVertices(RTCGeometry geometry, const Surface& surface,
+                                     const std::vector<Vec3D>& points) const {
+  const bool moves = shutter > 0 && HasVelocities(surface, points);
+  if (moves) rtcSetGeometryTimeStepCount(geometry, 2);
+  for (unsigned step = 0; step < (moves ? 2u : 1u); ++step) {
+    auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, step,
+                                                                 RTC_FORMAT_FLOAT3, 3 * sizeof(float), points.size()));
+    if (!vertices) return false;
+    const double seconds = moves ? (step - 0.5) * shutter : 0;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      Vec3D p = IsFinite(points[i]) ? points[i] - centre : Vec3D();
+      if (moves && IsFinite((*surface.velocities)[i])) p += (*surface.velocities)[i] * seconds;
+      for (std::size_t axis = 0; axis < 3; ++axis)
+        vertices[3 * i + axis] = static_cast<float>(p[static_cast<int>(axis)]);
+    }
+  }
+  return true;
+}
+
 Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>& points,
                                const std::vector<Triangle>& list) {
   const auto failed = [] { return Status::Fail(ErrorKind::Memory, "no memory for the surfaces of the picture"); };
   RTCGeometry geometry = rtcNewGeometry(embree.device, RTC_GEOMETRY_TYPE_TRIANGLE);
   if (!geometry) return failed();
-  auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                                               3 * sizeof(float), points.size()));
   auto* indices = static_cast<unsigned*>(
       rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(unsigned), list.size()));
-  if (!vertices || !indices) {
+  if (!indices || !SetVertices(geometry, surface, points)) {
     rtcReleaseGeometry(geometry);
     return failed();
-  }
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    const Vec3D p = IsFinite(points[i]) ? points[i] - centre : Vec3D();
-    for (int axis = 0; axis < 3; ++axis) vertices[3 * i + static_cast<std::size_t>(axis)] = static_cast<float>(p[axis]);
   }
   for (std::size_t t = 0; t < list.size(); ++t) {
     for (std::size_t c = 0; c < 3; ++c) indices[3 * t + c] = static_cast<unsigned>(list[t].corner[c]);
@@ -133,7 +173,8 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   } else {
     data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
   }
-  if (surface.velocities && surface.velocities->size() == points.size()) {
+  data.textures = TexturesOf(*surface.polygons, list);
+  if (HasVelocities(surface, points)) {
     for (const Vec3D& v : *surface.velocities) data.velocities.emplace_back(IsFinite(v) ? v : Vec3D());
   }
   anyClear |= data.material.IsClear();
@@ -142,8 +183,9 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   return {};
 }
 
-Status SurfaceScene::Build(const std::vector<Surface>& surfaces) {
+Status SurfaceScene::Build(const std::vector<Surface>& surfaces, double shutter) {
   impl_ = std::make_unique<Impl>();
+  impl_->shutter = shutter;
   std::vector<std::vector<Vec3D>> points;
   std::vector<std::vector<Triangle>> triangles;
   constexpr double kFar = std::numeric_limits<double>::max();
@@ -191,22 +233,24 @@ Status SurfaceScene::Build(const std::vector<Surface>& surfaces) {
   return {};
 }
 
-RTCRay SurfaceScene::Impl::RayOf(const Vec3D& origin, const Vec3D& direction, double length) const {
+RTCRay SurfaceScene::Impl::RayOf(const Vec3D& origin, const Vec3D& direction, double length, double time) const {
   const Vec3F o(origin - centre), d(direction);
   RTCRay ray{};
   ray.org_x = o.x, ray.org_y = o.y, ray.org_z = o.z;
   ray.dir_x = d.x, ray.dir_y = d.y, ray.dir_z = d.z;
   ray.tnear = 0;
+  ray.time = static_cast<float>(time);
   constexpr double kLongest = 1e30;
   ray.tfar = static_cast<float>(std::min(length, kLongest));
   ray.mask = 0xffffffffu;
   return ray;
 }
 
-bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit) const {
+bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit,
+                             double time) const {
   if (empty()) return false;
   RTCRayHit query{};
-  query.ray = impl_->RayOf(origin, direction, length);
+  query.ray = impl_->RayOf(origin, direction, length, time);
   query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
@@ -233,12 +277,17 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
     const auto at = [&](int c) { return ToHost(surface.velocities[static_cast<std::size_t>(corner[c])]); };
     hit.velocity = at(0) * w + at(1) * u + at(2) * v;
   }
+  hit.hasTexture = !surface.textures.empty();
+  if (hit.hasTexture) {
+    const Vec2D* t = &surface.textures[3 * triangle];
+    hit.texture = {t[0].x * w + t[1].x * u + t[2].x * v, t[0].y * w + t[1].y * u + t[2].y * v};
+  }
   return true;
 }
 
-bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double length) const {
+bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double length, double time) const {
   if (empty()) return false;
-  RTCRay ray = impl_->RayOf(origin, direction, length);
+  RTCRay ray = impl_->RayOf(origin, direction, length, time);
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   rtcOccluded1(impl_->embree.scene, &context, &ray);
@@ -246,11 +295,11 @@ bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double 
 }
 
 bool SurfaceScene::IntersectOpaque(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit,
-                                   Vec3D& passing) const {
+                                   Vec3D& passing, double time) const {
   constexpr int kMostLayers = 64;
   Vec3D from = origin;
   double gone = 0;
-  for (int layer = 0; layer < kMostLayers && Intersect(from, direction, length - gone, hit); ++layer) {
+  for (int layer = 0; layer < kMostLayers && Intersect(from, direction, length - gone, hit, time); ++layer) {
     const SurfaceMaterial& material = *hit.material;
     if (!hit.outside && material.IsClear()) passing = passing * material.Absorbed(hit.distance);
     gone += hit.distance;
@@ -266,11 +315,11 @@ bool SurfaceScene::IntersectOpaque(const Vec3D& origin, const Vec3D& direction, 
   return false;
 }
 
-Vec3D SurfaceScene::Passing(const Vec3D& origin, const Vec3D& direction, double length) const {
-  if (!impl_->anyClear) return Occluded(origin, direction, length) ? Vec3D() : Vec3D(1.0);
+Vec3D SurfaceScene::Passing(const Vec3D& origin, const Vec3D& direction, double length, double time) const {
+  if (!impl_->anyClear) return Occluded(origin, direction, length, time) ? Vec3D() : Vec3D(1.0);
   SurfaceHit hit;
   Vec3D passing(1.0);
-  return IntersectOpaque(origin, direction, length, hit, passing) ? Vec3D() : passing;
+  return IntersectOpaque(origin, direction, length, hit, passing, time) ? Vec3D() : passing;
 }
 
 Vec3D SurfaceScene::OffSurface(const SurfaceHit& hit) const {

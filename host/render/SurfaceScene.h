@@ -25,10 +25,12 @@ struct Surface {
 
 struct SurfaceHit {
   double distance = 0;
-  Vec3D point;          // host space
-  Vec3D normal;         // smoothed, unit, on the side that the ray comes from
-  Vec3D faceNormal;     // of the flat polygon, likewise
-  Vec3D velocity;       // host units a second
+  Vec3D point;       // host space
+  Vec3D normal;      // smoothed, unit, on the side that the ray comes from
+  Vec3D faceNormal;  // of the flat polygon, likewise
+  Vec3D velocity;    // host units a second
+  Vec2D texture;     // where hasTexture
+  bool hasTexture = false;
   bool outside = true;  // the ray comes from the side that the polygon's own normal points to
   const SurfaceMaterial* material = nullptr;
 };
@@ -41,22 +43,24 @@ class SurfaceScene {
   SurfaceScene& operator=(const SurfaceScene&) = delete;
 
   // Polygons with an index that isn't there or a point that is no number are left out. Replaces what was there.
-  Status Build(const std::vector<Surface>& surfaces);
+  // shutter: seconds; points with velocities move by them. Rays ask at a time of the shutter, 0 to 1; surfaces are
+  // given for its middle.
+  Status Build(const std::vector<Surface>& surfaces, double shutter = 0);
   bool empty() const;
   std::int64_t triangleCount() const;
   // The box of all triangles; false when there are none.
   bool Bounds(Vec3D& low, Vec3D& high) const;
 
   // The nearest surface within (0, length) along a unit direction.
-  bool Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit) const;
+  bool Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit, double time = 0.5) const;
   // Whether any surface lies within (0, length).
-  bool Occluded(const Vec3D& origin, const Vec3D& direction, double length) const;
+  bool Occluded(const Vec3D& origin, const Vec3D& direction, double length, double time = 0.5) const;
   // The nearest surface that isn't clear; passing is multiplied by what the clear ones before it let through, along the
   // straight way.
-  bool IntersectOpaque(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit,
-                       Vec3D& passing) const;
+  bool IntersectOpaque(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit, Vec3D& passing,
+                       double time = 0.5) const;
   // The share of light that comes along (0, length) from a light to origin.
-  Vec3D Passing(const Vec3D& origin, const Vec3D& direction, double length) const;
+  Vec3D Passing(const Vec3D& origin, const Vec3D& direction, double length, double time = 0.5) const;
   // A point off the surface on the side that faceNormal points to, far enough that a ray from it doesn't meet the
   // surface that it left.
   Vec3D OffSurface(const SurfaceHit& hit) const;

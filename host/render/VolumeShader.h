@@ -43,15 +43,25 @@ struct VolumeRay {
   double lightDistance = 0;      // to that light
   int worker = 0;                // 0 to 63
   MersenneTwister* random = nullptr;
+  double jitter = -1;  // in [0, 1): where in its first step the ray starts; below 0 the generator decides
+  double time = 0;     // seconds before (below 0) or after the time of the picture, within the shutter
 };
 
 // What a volume adds along a ray.
 struct VolumeSample {
   Vec3D colour;                  // light that it sends along the ray
+  Vec3D emission;                // the part of it that the volume shines by itself
   Vec3D transmittance{1, 1, 1};  // share of the light behind it that passes
   double distance = 0;           // from the ray's origin to where the volume is to be seen, for the depth channel
   Vec3D velocity;                // there, in host units a second
   std::uint32_t samples = 0;     // places at which the volume was looked at
+};
+
+// A point of a volume that glows, for surfaces to be lit by.
+struct GlowPoint {
+  Vec3D place;
+  Vec3D colour;     // of a white surface a host unit away that faces it, as if all of the volume's light came from here
+  double size = 0;  // host units across: nearer than that it isn't a point
 };
 
 // What a render start can reach.
@@ -80,6 +90,11 @@ class VolumeShader {
 
   // The share of a light that comes through along a shadow ray.
   virtual Vec3D Transparency(const VolumeRay& ray) const = 0;
+
+  // How many points of its glow a sample of a surface asks for, and one of them: taken in proportion to their power by
+  // three numbers in [0, 1). With 0, rays that look around surfaces meet the glow by chance.
+  virtual int GlowPoints() const { return 0; }
+  virtual GlowPoint GlowAt(const Vec3D& /*draws*/) const { return {}; }
 };
 
 // The part of a ray that lies in a box; begin and end are in units of the direction's length and given with the limits
