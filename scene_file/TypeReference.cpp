@@ -56,6 +56,9 @@ std::string Description(const TypeInfo& type, const Parameter& row) {
   return text;
 }
 
+// Rows that a scene file has a use for: not buttons and headings of an interface, nor what nothing reads.
+bool ActsInScenes(const Parameter& row) { return row.HoldsValue() && !row.unread; }
+
 // Pads the cells of each column to a common width.
 std::string Aligned(const std::vector<std::vector<std::string>>& lines, const char* indent) {
   std::vector<std::size_t> widths;
@@ -86,7 +89,9 @@ std::string Page(const TypeInfo& type) {
   std::string out = fmt::format("# {}\n\n{}\n\nType {}, id {}, {}.\n", WrittenName(type), type.text, names, type.id,
                                 RoleText(type.role));
   std::vector<const Parameter*> rows;
-  type.ForEachParameter([&](const Parameter& row) { rows.push_back(&row); });
+  type.ForEachParameter([&](const Parameter& row) {
+    if (ActsInScenes(row)) rows.push_back(&row);
+  });
   if (rows.empty()) return out + "\nIt has no parameters.\n";
   out += "\n| Id | Key | Type | Default | Takes | Meaning |\n|---|---|---|---|---|---|\n";
   for (const Parameter* row : rows) {
@@ -108,10 +113,11 @@ std::string TypeList(const TypeRegistry& types) {
   return Aligned(lines, "");
 }
 
-std::string TypeTable(const TypeInfo& type) {
+std::string TypeTable(const TypeInfo& type, bool all) {
   std::string out = fmt::format("{} ({}, id {})\n{}\n\n", WrittenName(type), RoleText(type.role), type.id, type.text);
   std::vector<std::vector<std::string>> lines;
   type.ForEachParameter([&](const Parameter& row) {
+    if (!all && !ActsInScenes(row)) return;
     lines.push_back({std::to_string(row.id), row.key, TypeColumn(row), WithFallback(row), TakesColumn(row),
                      Description(type, row)});
   });
@@ -121,7 +127,12 @@ std::string TypeTable(const TypeInfo& type) {
 std::map<std::string, std::string> MarkdownPages(const TypeRegistry& types) {
   std::map<std::string, std::string> pages;
   std::string index =
-      "# Types\n\nWritten by `orlix params --markdown`; `./dev docs` writes it anew.\n\n"
+      "# Types\n\nWritten by `orlix params --markdown`; `./dev docs` writes it anew. What a scene file has no use for "
+      "is left "
+      "out: `orlix params fluid --all` shows buttons, headings and rows that nothing reads, too. In a column of "
+      "defaults "
+      "\"absent\" is what a reader takes where an object has no value at all, as in a file of an older version; a new "
+      "object has the default.\n\n"
       "| Type | Id | For | |\n|---|---|---|---|\n";
   ForEachByRole(types, [&](const TypeInfo& type) {
     const std::string name(WrittenName(type));

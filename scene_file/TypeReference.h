@@ -10,8 +10,8 @@ namespace orlix {
 
 // One line a type: name, id, role, label.
 std::string TypeList(const TypeRegistry& types);
-// All rows of one type.
-std::string TypeTable(const TypeInfo& type);
+// The rows of one type that act in a scene file, or all of them.
+std::string TypeTable(const TypeInfo& type, bool all = false);
 
 // File name to content: a page for each type, and index.md. The same for the same types.
 std::map<std::string, std::string> MarkdownPages(const TypeRegistry& types);

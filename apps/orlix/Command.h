@@ -68,7 +68,7 @@ Status NewCommand(const Program& program, const NewOptions& options);
 
 struct ParamsOptions {
   std::string type, markdown;
-  bool schema = false;
+  bool schema = false, all = false;
 };
 Status ParamsCommand(const Program& program, const ParamsOptions& options);
 

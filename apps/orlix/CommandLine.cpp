@@ -133,6 +133,7 @@ void AddVerify(CLI::App& parent, CommandLine& line) {
 void AddParams(CLI::App& parent, CommandLine& line) {
   const Words<ParamsOptions> words(parent, line, "params", "Print the types, or the parameters of one", ParamsCommand);
   words.app->add_option("type", words.options->type, "A type's name or id");
+  words.app->add_flag("--all", words.options->all, "Buttons, headings and rows that nothing reads, too");
   auto* schema = words.app->add_flag("--schema", words.options->schema, "A JSON schema of scene files, for editors");
   words.app->add_option("--markdown", words.options->markdown, "Write the reference pages into this folder")
       ->excludes(schema);

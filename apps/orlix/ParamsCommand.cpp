@@ -46,7 +46,7 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options) {
   if (program.options.json) {
     fmt::print("{}", TypesAsJson(types, type));
   } else {
-    fmt::print("{}", type ? TypeTable(*type) : TypeList(types));
+    fmt::print("{}", type ? TypeTable(*type, options.all) : TypeList(types));
   }
   return {};
 }

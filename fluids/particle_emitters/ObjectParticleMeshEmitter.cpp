@@ -21,6 +21,7 @@ const TypeInfo& ObjectParticleMeshEmitter::Type() {
       LinkParameter(kVolumeId, "volume", kLinkVolume, "Volume over whose mesh it scatters; required"),
       LinkParameter(kSettingsId, "settings", kLinkSettings, "Particle emission settings; required"),
       ListParameter(kPropertiesId, "properties", kLinkProperty, "Properties that the particles start with"),
+      IntParameter(kIterationsId, "iterations", 0, "", "Extra rounds of scattering").Min(0).Hidden(),
       IntParameter(kSampleInSpaceId, "sample_in_space", 1, "",
                    "1: shaders go by the place in space; 0: by the mesh's texture coordinates")
           .Between(0, 1),

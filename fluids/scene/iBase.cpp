@@ -23,9 +23,10 @@ constexpr Parameter kUnreadConstraintsRow =
 constexpr Parameter kAddConstraintRow =
     ButtonParameter(2504, "add_constraint", "Adds a constraint beneath the object and enters it in the list");
 constexpr Parameter kIterationsRow =
-    IntParameter(kIterationsId, "iterations", 0, "", "Extra rounds; only the particle mesh emitter reads it")
+    IntParameter(kIterationsId, "iterations", 0, "", "Kept with the object; emitters on meshes alone have extra rounds")
         .Min(0)
-        .Hidden();
+        .Hidden()
+        .Unread();
 constexpr Parameter kDurationRow =
     LinkParameter(kDurationId, "duration", kLinkDuration, "When the node acts; without one, always");
 constexpr Parameter kExecutionRow = GroupParameter(10000, "execution", "Where and when the node runs in the pipeline");
