@@ -38,7 +38,7 @@ struct PlannedType {
 constexpr PlannedType kPlanned[] = {
     {1300057, "zq_constraint_coffee"}, {1300059, "zq_channelop_coffee"}, {1300060, "zq_pforce_coffee"},
     {1300063, "zq_channelop_remap"},   {1300099, "zq_cache_particle"},   {1300100, "zq_cache_mesh"},
-    {1300123, "zq_rigid_forces"},      {13000141, "zq_force_coffee"},
+    {13000141, "zq_force_coffee"},
 };
 
 }  // namespace
@@ -64,6 +64,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterSurfacingTypes(factory);
   RegisterFoamTypes(factory);
   RegisterPositionBasedTypes(factory);
+  RegisterRigidBodyTypes(factory);
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);

@@ -10,6 +10,18 @@ const TypeInfo& ObstacleTag::Type() {
       {MassMode::Density, "density", "The mass is density times volume"},
   };
 
+  static constexpr Choice kInertias[] = {
+      {Inertia::Points, "points",
+       "The points of the mesh share it, and the body turns about its object's origin; a box of eight points is three "
+       "times as hard to turn as a full one"},
+      {Inertia::Solid, "solid", "It fills the closed mesh, and the body turns about its centre of mass"},
+  };
+  static constexpr Choice kRecordings[] = {
+      {Recording::Off, "off", "No motion is kept"},
+      {Recording::Frames, "frames", "Where the body is at the end of each frame"},
+      {Recording::Substeps, "substeps", "Where it is after each sub-step"},
+  };
+
   static constexpr Parameter kParameters[] = {
       BoolParameter(kDrivenId, "driven", true,
                     "The body follows its host object; otherwise it stands, or moves by forces")
@@ -20,31 +32,42 @@ const TypeInfo& ObstacleTag::Type() {
                      "Factor on the rotation that the fluid feels"),
       ChoiceParameter(kMassModeId, "mass_mode", MassMode::Mass, kMassModes, "Where the mass comes from"),
       FloatParameter(kMassId, "mass", 0, "kg", "Mass of a body that isn't driven; 0 stands still").Min(0),
-      FloatParameter(kDensityId, "density", 100, "kg/m^3", "Density, for a mass by density; 0 has no mass").Min(0),
-      FloatParameter(2030, "force_scale", 1, "", "Factor on the force of the pressure on the body"),
-      FloatParameter(2031, "torque_scale", 1, "", "Factor on the torque of the pressure on the body"),
-      BoolParameter(2006, "no_response", false, "The body passes through others"),
-      FloatParameter(2007, "linear_sleep", 0.1, "m/s", "Below this speed the body may fall asleep").Fallback(0),
-      FloatParameter(2020, "angular_sleep", 0.08726646259971647, "rad/s", "Below this spin the body may fall asleep")
+      FloatParameter(kDensityId, "density", 100, "kg/m^3", "Density, for a mass by density; 0 stands still").Min(0),
+      FloatParameter(kForceScaleId, "force_scale", 1, "", "Factor on the force of the pressure on the body"),
+      FloatParameter(kTorqueScaleId, "torque_scale", 1, "", "Factor on the torque of the pressure on the body"),
+      BoolParameter(kNoResponseId, "no_response", false, "The body passes through others"),
+      FloatParameter(kLinearSleepId, "linear_sleep", 0.1, "m/s", "Below this speed the body may fall asleep")
           .Fallback(0),
-      FloatParameter(2009, "linear_damping", 0, "", "Share of the speed that is lost in a second"),
-      FloatParameter(2010, "angular_damping", 0, "", "Share of the spin that is lost in a second"),
-      FloatParameter(2011, "margin", 0.04, "m", "Margin of the collision shape; below 0 the shape keeps its own")
+      FloatParameter(kAngularSleepId, "angular_sleep", 0.08726646259971647, "rad/s",
+                     "Below this spin the body may fall asleep")
           .Fallback(0),
-      FloatParameter(2012, "restitution", 0.4, "", "How much a contact gives back").Fallback(0),
-      FloatParameter(2013, "friction", 0.3, "", "Friction at contacts").Fallback(0),
-      FloatParameter(2014, "rolling_friction", 0.3, "", "Rolling friction at contacts").Fallback(0),
-      VectorParameter(2021, "linear_factor", {1, 1, 1}, "", "Axes along which forces act").Fallback(Vec3D()),
-      VectorParameter(2022, "angular_factor", {1, 1, 1}, "", "Axes about which torques act").Fallback(Vec3D()),
-      LinkParameter(2023, "velocity_field", kLinkAlignment, "Direction of the first velocity"),
-      FloatParameter(2024, "velocity_speed", 1, "m/s", "Length of the first velocity").Fallback(0),
-      ListParameter(2025, "linear_damping_constraints", kLinkConstraint, "Scale the linear damping"),
-      ListParameter(2026, "angular_damping_constraints", kLinkConstraint, "Scale the angular damping"),
-      ListParameter(2027, "restitution_constraints", kLinkConstraint, "Scale the restitution at a contact"),
-      ListParameter(2028, "friction_constraints", kLinkConstraint, "Scale the friction at a contact"),
-      ListParameter(2029, "rolling_friction_constraints", kLinkConstraint, "Scale the rolling friction at a contact"),
-      BoolParameter(2032, "start_asleep", false, "A new body starts asleep"),
-      BoolParameter(2034, "start_asleep_too", false, "A new body starts asleep, as with start_asleep"),
+      FloatParameter(kLinearDampingId, "linear_damping", 0, "", "Share of the speed that is lost in a second"),
+      FloatParameter(kAngularDampingId, "angular_damping", 0, "", "Share of the spin that is lost in a second"),
+      FloatParameter(kMarginId, "margin", 0.04, "m", "Margin of the collision shape; below 0 the shape keeps its own")
+          .Fallback(0),
+      FloatParameter(kRestitutionId, "restitution", 0.4, "", "How much a contact gives back").Fallback(0),
+      FloatParameter(kFrictionId, "friction", 0.3, "", "Friction at contacts").Fallback(0),
+      FloatParameter(kRollingFrictionId, "rolling_friction", 0.3, "", "Rolling friction at contacts").Fallback(0),
+      VectorParameter(kLinearFactorId, "linear_factor", {1, 1, 1}, "", "Axes along which forces act").Fallback(Vec3D()),
+      VectorParameter(kAngularFactorId, "angular_factor", {1, 1, 1}, "", "Axes about which torques act")
+          .Fallback(Vec3D()),
+      LinkParameter(kVelocityFieldId, "velocity_field", kLinkAlignment, "Direction of the first velocity"),
+      FloatParameter(kVelocitySpeedId, "velocity_speed", 1, "m/s", "Length of the first velocity").Fallback(0),
+      ListParameter(kLinearDampingListId, "linear_damping_constraints", kLinkConstraint, "Scale the linear damping"),
+      ListParameter(kAngularDampingListId, "angular_damping_constraints", kLinkConstraint, "Scale the angular damping"),
+      ListParameter(kRestitutionListId, "restitution_constraints", kLinkConstraint,
+                    "Scale the restitution at a contact"),
+      ListParameter(kFrictionListId, "friction_constraints", kLinkConstraint, "Scale the friction at a contact"),
+      ListParameter(kRollingFrictionListId, "rolling_friction_constraints", kLinkConstraint,
+                    "Scale the rolling friction at a contact"),
+      BoolParameter(kStartAsleepId, "start_asleep", false, "A new body starts asleep"),
+      BoolParameter(kStartAsleepTooId, "start_asleep_too", false, "A new body starts asleep, as with start_asleep"),
+      ChoiceParameter(kInertiaId, "inertia", Inertia::Points, kInertias, "How the mass is spread: what turning takes"),
+      ChoiceParameter(
+          kRecordId, "record_motion", Recording::Off, kRecordings,
+          "Keeps the motion, so that replay_motion can show it again; a run that starts anew keeps it, too"),
+      BoolParameter(kReplayId, "replay_motion", false, "A driven body follows its recorded motion, not its object"),
+      IntParameter(kReplayOffsetId, "replay_offset", 0, "frames", "Added to the frame whose motion is replayed"),
       // Kept with the object; nothing reads them.
       IntParameter(2000, "state_2000", 0, "", "Kept for other programs").Hidden().Unread(),
       IntParameter(2001, "state_2001", 1, "", "Kept for other programs").Hidden().Unread(),
@@ -65,8 +88,10 @@ const TypeInfo& ObstacleTag::Type() {
       .className = "C4D_Obstacle_Tag",
       .label = "Obstacle",
       .text =
-          "Makes the volume that carries it an obstacle: fluids flow around it, and one that is driven by its host "
-          "object pushes them.",
+          "Makes the volume that carries it an obstacle and a body: fluids flow around it. A driven body follows its "
+          "host object and pushes fluids and other bodies; without driven, a body with a mass falls, floats, sinks and "
+          "collides, and one without a mass stands still. The list of constraints for a damping or a contact takes all "
+          "constraints of the scene while it is empty.",
       .role = TypeRole::Tag,
       .kinds = kLinkTag,
       .parameters = kParameters,

@@ -1,35 +1,31 @@
 #pragma once
-// The rigid body of an obstacle. It stands still, or its host object drives it; a body that the fluid pushes needs the
-// rigid world, and until there is one it stands still.
+// The body of an obstacle, as fluids see it: its mass may follow from a density, and factors scale what it hands to a
+// fluid and takes from it.
 
-#include <cstdint>
-
-#include "globals/Vec.h"
-#include "host/objects/BaseObject.h"
+#include "fluids/bodies/RigidBody.h"
 
 namespace orlix {
 
-// The tag that makes a volume an obstacle.
-inline constexpr int kObstacleTagId = 1300111;
-
-enum class BodyType : std::int32_t { Static = 0, Driven = 1, Dynamic = 2 };
-
-class RigidBody_Variational {
+class RigidBody_Variational final : public RigidBody {
  public:
-  // The tag's settings, with their rows' fallbacks.
-  void ReadTag(const BaseObject& tag);
-
-  BodyType bodyType() const { return bodyType_; }
+  void ReadTag(const BaseObject& tag, bool started) override;
+  // 0 of a driven body; by density, density times volume.
+  double GetMass() const override { return currentMass; }
+  // Of a body whose mesh isn't closed, whose volume cells tell, m^3.
+  void SetVolume(double volume);
   // The tag asks for a body that moves by forces.
-  bool wantsDynamic() const { return wantsDynamic_; }
+  bool WantsDynamic() const { return !driven && (byDensity ? density > 0 : mass > 0); }
 
-  // Factors on the motion that the fluid feels.
-  double linearMotionScale = 1.0;
-  double angularMotionScale = 0.25;
+  bool byDensity = false;
+  double density = 100;    // kg/m^3; with a given mass, mass over volume
+  double currentMass = 1;  // kg
+  // Factors on the motion that the fluid feels, and on what its pressure does to the body.
+  double linearMotionScale = 1.0, angularMotionScale = 0.25;
+  double forceScale = 1.0, torqueScale = 1.0;
 
  private:
-  BodyType bodyType_ = BodyType::Static;
-  bool wantsDynamic_ = false;
+  void VolumeChanged() override { UpdateMass(); }
+  void UpdateMass();
 };
 
 }  // namespace orlix

@@ -1,6 +1,7 @@
 #include "fluids/bodies/RigidMotion.h"
 
 #include <cmath>
+#include <initializer_list>
 
 namespace orlix {
 
@@ -38,6 +39,19 @@ ObjectMotion MotionBetween(const LMatrix& from, const LMatrix& to) {
   }
   motion.rotation = axis * motion.angle;
   return motion;
+}
+
+LMatrix MovedBy(const LMatrix& from, const ObjectMotion& motion, double share) {
+  LMatrix moved = from;
+  moved.off += motion.displacement * share;
+  const double angle = motion.angle * share;
+  if (angle == 0) return moved;
+  // Rodrigues' formula.
+  const Vec3D axis = Normalized(motion.rotation);
+  const double c = std::cos(angle), s = std::sin(angle);
+  for (Vec3D* v : {&moved.v1, &moved.v2, &moved.v3})
+    *v = *v * c + Cross(axis, *v) * s + axis * (Dot(axis, *v) * (1 - c));
+  return moved;
 }
 
 }  // namespace orlix

@@ -15,5 +15,7 @@ struct ObjectMotion {
 
 // Scale in the axes is left out. Axes that are linearly dependent give no rotation.
 ObjectMotion MotionBetween(const LMatrix& from, const LMatrix& to);
+// A share of the motion, from there on.
+LMatrix MovedBy(const LMatrix& from, const ObjectMotion& motion, double share);
 
 }  // namespace orlix

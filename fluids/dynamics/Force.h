@@ -17,7 +17,7 @@ struct ForceRow : CellRow {
 // Some particles that follow each other in a list: element n is the particle first + n. At most kMost.
 struct ForceParticles {
   static constexpr std::int32_t kMost = kChunkRows;
-  ParticleList* list = nullptr;
+  ParticleList* list = nullptr;  // null: places alone
   std::int32_t first = 0, count = 0;
   std::int32_t threadIndex = 0;
   const Vec3D* positions = nullptr;  // simulation space

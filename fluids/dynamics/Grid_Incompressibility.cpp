@@ -8,6 +8,7 @@
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/dynamics/SpeedKernel.h"
 #include "fluids/pressure/BodyMotion.h"
+#include "fluids/pressure/BodyPressure.h"
 #include "fluids/pressure/MultigridCycle.h"
 #include "fluids/volumes/VolumeBase.h"
 
@@ -26,6 +27,15 @@ bool IsMoving(const VolumeBase& volume) {
          !(volume.LinearMotion() == Vec3D() && volume.AngularMotion() == Vec3D());
 }
 
+// As the fluid feels it. A body that forces move has the velocity that they left it with.
+ForceAndTorque BodyVelocity(const VolumeBase& volume) {
+  const double dt = volume.GetSimulationInfo().substepDuration;
+  if (!volume.IsDynamicBody()) return {volume.LinearMotion() / dt, volume.AngularMotion() / dt};
+  const RigidBody_Variational& body = *volume.Body();
+  if (body.IsHeld()) return {};
+  return {body.state.velocity * body.linearMotionScale, body.state.spin * body.angularMotionScale};
+}
+
 }  // namespace
 
 Grid_Incompressibility::Grid_Incompressibility(BaseList2D* solverObject, OrlixScene& owner)
@@ -38,6 +48,7 @@ Grid_Incompressibility::~Grid_Incompressibility() = default;
 bool Grid_Incompressibility::ReadParameters() {
   if (!handler.HasObject()) return false;
   density = handler.GetDouble(kDensityId);
+  couplingMode = handler.GetChoice<BodyCouplingMode>(kBodyCouplingId);
   solverType = handler.GetChoice<PressureSolverType>(kPressureSolverId);
   settings.iterationLimit = handler.GetInt(kPressureIterationsId);
   settings.toleranceFactor = ToleranceFactor(handler.GetDouble(kPressureAccuracyId));
@@ -86,12 +97,15 @@ void Grid_Incompressibility::Project() {
     (*vector)->Fill(0, &scene->pool());
   }
   bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return IsMoving(*v); });
+  if (IsJoint()) BuildCoupling();
   AddBodyDivergence();
   AssembleSystem();
+  if (!coupled_.empty()) system_.bodies = &coupling_, system_.dt = simulationInfo->substepDuration;
   RemoveMeanDivergence();
   const PressureTools tools{scene->pool(), scene->scratch(), [this] { return scene->TestBreak(); }};
   const PressureOutcome outcome = Solver().Solve(system_, settings, tools, rhs_->data, pressure_->data);
   ApplyPressure();
+  GatherBodyForces();
   ReportOutcome(outcome);
   Release();
 }
@@ -101,6 +115,8 @@ void Grid_Incompressibility::Release() {
   for (auto& weights : densityWeights_) weights.GiveBack();
   system_ = {};
   input_ = {};
+  coupling_ = {};
+  coupled_.clear();
 }
 
 PressureSolver& Grid_Incompressibility::Solver() {
@@ -132,19 +148,108 @@ bool Grid_Incompressibility::GatherInput() {
   return same;
 }
 
+bool Grid_Incompressibility::HasDynamicBody() const {
+  return std::any_of(bodies.begin(), bodies.end(),
+                     [](const VolumeBase* v) { return v->IsEnabled() && v->IsDynamicBody() && v->Body()->HasBody(); });
+}
+
+void Grid_Incompressibility::BuildCoupling() {
+  const double dt = simulationInfo->substepDuration;
+  std::vector<CoupledBody> taken;
+  for (VolumeBase* volume : bodies) {
+    if (!volume->IsEnabled() || !volume->LevelSet() || !(dt > 0)) continue;
+    const RigidBody_Variational& body = *volume->Body();
+    const bool dynamic = volume->IsDynamicBody() && body.HasBody();
+    const GridSpace& box = volume->LevelSet()->space;
+    CoupledBody coupled{volume->View(), box.simMin, box.simMax, volume->BodyCentre(), BodyVelocity(*volume), {}};
+    if (dynamic && !body.IsHeld()) {
+      const double linear = std::max(body.linearMotionScale * body.forceScale, 0.0);
+      const double angular = std::max(body.angularMotionScale * body.torqueScale, 0.0);
+      coupled.inverseMass = body.linearFactor * body.linearFactor * (body.InverseMass() * linear);
+      coupled.inverseInertia = {{},
+                                body.InverseInertiaTimes({1, 0, 0}) * angular,
+                                body.InverseInertiaTimes({0, 1, 0}) * angular,
+                                body.InverseInertiaTimes({0, 0, 1}) * angular};
+    }
+    taken.push_back(coupled);
+    coupled_.push_back(volume);
+  }
+  const ScalarGrid *solid = solver->boundary.SignedDistance(), *surface = solver->GetSurfaceGrid();
+  coupling_.Build(std::move(taken), input_, solver->velocity.GetGrid(0)->space,
+                  solid ? GridView<const double>(*solid) : GridView<const double>(),
+                  surface ? GridView<const double>(*surface) : GridView<const double>(), scene->pool());
+  bodiesMove_ = !coupled_.empty();
+  if (!surface) return;
+  // A liquid's weight, over the way between the cells' middles and the bodies.
+  for (std::size_t n = 0; n < coupled_.size(); ++n) {
+    VolumeBase& volume = *coupled_[n];
+    if (!volume.IsDynamicBody() || !volume.Body()->HasBody() || volume.Body()->IsHeld() || !coupling_.IsWet(n))
+      continue;
+    const ForceAndTorque more = coupling_.SurfaceOffset(n, scene->gravity * density);
+    volume.TakeImpulse(more.force * (dt * volume.Body()->forceScale), more.torque * (dt * volume.Body()->torqueScale));
+    coupling_.SetVelocity(n, BodyVelocity(volume));
+  }
+}
+
+MovingBody Grid_Incompressibility::MovingBodyOf(const VolumeBase& volume) const {
+  const double dt = simulationInfo->substepDuration;
+  const GridSpace& box = volume.LevelSet()->space;
+  return {volume.View(),
+          box.simMin,
+          box.simMax,
+          volume.BodyCentre(),
+          volume.LinearMotion() / dt,
+          volume.AngularMotion() / dt};
+}
+
+std::vector<VolumeBase*> Grid_Incompressibility::SplitBodies() const {
+  std::vector<VolumeBase*> found;
+  if (couplingMode != BodyCouplingMode::Split || !(simulationInfo->substepDuration > 0)) return found;
+  for (VolumeBase* volume : bodies) {
+    const bool dynamic = volume->IsEnabled() && volume->IsDynamicBody() && volume->Body()->HasBody();
+    if (dynamic && volume->LevelSet()) found.push_back(volume);
+  }
+  return found;
+}
+
+// The pressure's differences times dt / (density h): what the bodies' next step takes.
+void Grid_Incompressibility::GatherSplitForces() {
+  const double scale = simulationInfo->substepDuration / density / input_.cellSize;
+  const ScalarGrid* surface = solver->GetSurfaceGrid();
+  for (VolumeBase* volume : SplitBodies()) {
+    const ForceAndTorque sum =
+        SumBodyPressure(input_, solver->velocity.GetGrid(0)->space, MovingBodyOf(*volume), pressure_->data,
+                        surface ? GridView<const double>(*surface) : GridView<const double>(), scene->pool(),
+                        [this] { return scene->TestBreak(); });
+    RigidBody_Variational& body = *volume->Body();
+    const Vec3D force = sum.force * (-scale * body.forceScale), torque = sum.torque * (scale * body.torqueScale);
+    if (!body.FeelsForce(force, torque)) continue;
+    body.AddForce(force);
+    body.AddTorque(torque);
+  }
+}
+
+void Grid_Incompressibility::GatherBodyForces() {
+  if (coupled_.empty()) return GatherSplitForces();
+  const double dt = simulationInfo->substepDuration;
+  const std::vector<ForceAndTorque> forces = coupling_.Forces(pressure_->data, scene->pool());
+  for (std::size_t n = 0; n < coupled_.size(); ++n) {
+    VolumeBase& volume = *coupled_[n];
+    if (!volume.IsDynamicBody() || !volume.Body()->HasBody() || !coupling_.IsWet(n)) continue;
+    RigidBody_Variational& body = *volume.Body();
+    const Vec3D force = forces[n].force * body.forceScale, torque = forces[n].torque * body.torqueScale;
+    if (!body.FeelsForce(force, torque)) continue;
+    volume.TakeImpulse(force * dt, torque * dt);
+    coupling_.SetVelocity(n, BodyVelocity(volume));
+  }
+}
+
 void Grid_Incompressibility::AddBodyDivergence() {
   if (!bodiesMove_) return;
-  const double dt = simulationInfo->substepDuration;
+  if (!coupled_.empty()) return coupling_.AddMotion(rhs_->data);
   for (const VolumeBase* volume : bodies) {
     if (!IsMoving(*volume)) continue;
-    const GridSpace& box = volume->LevelSet()->space;
-    const MovingBody body{volume->View(),
-                          box.simMin,
-                          box.simMax,
-                          volume->BodyCentre(),
-                          volume->LinearMotion() / dt,
-                          volume->AngularMotion() / dt};
-    AddBodyMotion(input_, solver->velocity.GetGrid(0)->space, body, rhs_->data, scene->pool(),
+    AddBodyMotion(input_, solver->velocity.GetGrid(0)->space, MovingBodyOf(*volume), rhs_->data, scene->pool(),
                   [this] { return scene->TestBreak(); });
   }
 }

@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "fluids/pressure/BodyCoupling.h"
+#include "fluids/pressure/BodyMotion.h"
 #include "fluids/pressure/ClosedRegions.h"
 #include "fluids/pressure/PressureAssembly.h"
 #include "fluids/pressure/PressureSolver.h"
@@ -26,6 +28,16 @@ inline constexpr Choice kPressureSolverChoices[] = {
     {kPressureMultigrid, "multigrid", "Conjugate gradients with a multigrid cycle, to the tolerance; the fastest"},
 };
 
+enum class BodyCouplingMode { Joint = 0, Split = 1 };
+inline constexpr Choice kBodyCouplingChoices[] = {
+    {BodyCouplingMode::Joint, "joint",
+     "Fluid and bodies find their velocities in one solve: forces in newtons, steady at any ratio of densities"},
+    {BodyCouplingMode::Split, "split",
+     "The pressure's force acts in the next sub-step, times dt / (density h^3), and the inverse mass of a body "
+     "stiffens "
+     "the faces that it covers; for a body much lighter than what it displaces it swings"},
+};
+
 class Grid_Incompressibility : public iObject {
  public:
   Grid_Incompressibility(BaseList2D* solverObject, OrlixScene& owner);
@@ -33,7 +45,7 @@ class Grid_Incompressibility : public iObject {
   // Rows of the solver.
   static constexpr int kDensityChannelId = 1000, kDensityId = 1001, kPressureSolverId = 1020,
                        kPressureIterationsId = 1021, kPressureAccuracyId = 1022, kMinDiagonalRatioId = 1045,
-                       kModificationId = 1046;
+                       kModificationId = 1046, kBodyCouplingId = 1050;
 
   // Before ResolveLinks; not owned.
   void SetSolver(FluidSolver* fluidSolver) { solver = fluidSolver; }
@@ -52,12 +64,15 @@ class Grid_Incompressibility : public iObject {
   PressureSettings settings;
   double density = 1.23;  // kg/m^3
   ChannelBase_Scalar* densityChannel = nullptr;
+  BodyCouplingMode couplingMode = BodyCouplingMode::Joint;
   std::vector<VolumeBase*> bodies;  // volumes that move: not static
 
  protected:
   // The steps of a projection, in this order.
   virtual bool GatherInput();
   virtual void AddBodyDivergence();
+  // What the pressure does to the bodies.
+  virtual void GatherBodyForces();
   virtual void AssembleSystem();
   // No pressure can answer the mean of what the right side asks for in a region without a fixed pressure.
   virtual void RemoveMeanDivergence();
@@ -71,6 +86,9 @@ class Grid_Incompressibility : public iObject {
   // Gives back what a projection borrowed.
   virtual void Release();
   GridView<const double> DensityView() const;
+  MovingBody MovingBodyOf(const VolumeBase& volume) const;
+  // Those that forces move, where the coupling is split.
+  std::vector<VolumeBase*> SplitBodies() const;
 
   FluidSolver* solver = nullptr;
 
@@ -80,8 +98,14 @@ class Grid_Incompressibility : public iObject {
   ScratchPool::Lease<double> rhs_, pressure_;
   double divergenceBefore_ = 0, largestRightSide_ = 0;
   bool bodiesMove_ = false;
+  BodyCoupling coupling_;
+  std::vector<VolumeBase*> coupled_;  // in its order
 
  private:
+  bool HasDynamicBody() const;
+  bool IsJoint() const { return couplingMode == BodyCouplingMode::Joint && HasDynamicBody(); }
+  void BuildCoupling();
+  void GatherSplitForces();
   PressureSolver& Solver();
   // A residual below it may be nothing but rounding.
   double RoundingOfDivergence() const;

@@ -52,6 +52,13 @@ const double* ConstrainedForce::Amounts(const ForceParticles& run, double start)
   double* amounts = amounts_.data() + offset;
   for (std::int32_t n = 0; n < run.count; ++n) amounts[n] = run.weights[n] * start;
   if (constraints_.empty()) return amounts;
+  if (!run.list) {
+    // Places without particles.
+    for (std::int32_t n = 0; n < run.count; ++n) {
+      if (amounts[n] != 0) EvaluateChain(constraints_, run.positions[n], amounts[n], this, run.threadIndex);
+    }
+    return amounts;
+  }
   std::uint8_t* open = open_.data() + offset;
   for (std::int32_t n = 0; n < run.count; ++n) open[n] = amounts[n] != 0;
   EvaluateChain(constraints_, {run.list, run.first, run.count, run.threadIndex, run.positions, amounts, open}, this);

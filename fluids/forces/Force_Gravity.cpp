@@ -75,4 +75,19 @@ void Force_Gravity::ProcessRow(const ForceRow& row) {
   }
 }
 
+void Force_Gravity::PrepareParticles(iBase*) {
+  if (!BeginParticles()) return;
+  if (alignment_) alignment_->Prepare(this);
+  EndParticles();
+}
+
+void Force_Gravity::ProcessParticles(const ForceParticles& run) {
+  if (!IsActive()) return;
+  const double* amounts = Amounts(run, simulationInfo->substepDuration * strength_ * strengthFactor_);
+  for (std::int32_t n = 0; n < run.count; ++n) {
+    const Vec3D direction = alignment_ ? Normalized(alignment_->GetDirection(run.positions[n])) : direction_;
+    run.forces[n] += direction * amounts[n];
+  }
+}
+
 }  // namespace orlix

@@ -17,6 +17,9 @@ class Force_Gravity final : public ConstrainedForce {
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
+  // For places on bodies; it isn't a force on particles.
+  void PrepareParticles(iBase* caller) override;
+  void ProcessParticles(const ForceParticles& run) override;
 
  protected:
   Duration* FindDuration() const override;

@@ -1,6 +1,8 @@
 #include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
 
 #include "fluids/dynamics/FluidSolver.h"
+#include "fluids/pressure/BodyPressure.h"
+#include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
 
@@ -28,6 +30,10 @@ void Grid_Incompressibility_FreeSurface::AssembleSystem() {
   equation_ = scene->scratch().Take<std::uint8_t>(cells);
   FillSurfaceWeights(surface_, surface_.density.data ? dt / (h * h) : dt / (h * h) / density, weights, equation_->data,
                      scene->pool());
+  for (const VolumeBase* volume : SplitBodies()) {
+    AddBodyWeights(surface_, solver->velocity.GetGrid(0)->space, MovingBodyOf(*volume), h,
+                   volume->Body()->InverseMass() * dt / density, weights, scene->pool());
+  }
   AssembleDivergence(input_, bodiesMove_, rhs_->data, scene->pool());
   divergenceBefore_ = largestRightSide_ = KeepEquations(equation_->data, cells, rhs_->data, scene->pool());
   system_.dims = cells;

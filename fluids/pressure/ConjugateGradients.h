@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "fluids/pressure/BodyCoupling.h"
 #include "fluids/pressure/ConjugateGradientPasses.h"
 
 namespace orlix {
@@ -37,7 +38,8 @@ PressureOutcome ConjugateGradients(const PressureSystem& system, const Conjugate
   double rho = passes.DotResidual(z), alpha = 0, beta = 0;
   if (rho == 0 || !std::isfinite(rho)) return outcome;
   for (std::int32_t i = 0; i < limits.iterations && !pool.Broken(); ++i) {
-    const double curvature = passes.SearchAndMultiply(z, alpha, beta, i == 0);
+    double curvature = passes.SearchAndMultiply(z, alpha, beta, i == 0);
+    if (system.bodies) curvature += system.bodies->AddProduct(vectors.search, vectors.product, system.dt, pool);
     alpha = rho / curvature;
     if (!std::isfinite(alpha)) return outcome;  // a residual that rounding has emptied, or no numbers at all
     outcome.absoluteResidual = passes.UpdateResidual(alpha);

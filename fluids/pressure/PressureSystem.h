@@ -13,6 +13,8 @@
 
 namespace orlix {
 
+class BodyCoupling;
+
 struct PressureSystem {
   VecInt3D dims;  // cells, the outermost layer included
   // Open share of each axis's faces, 0 to 1; one more face than cells along the axis.
@@ -24,6 +26,10 @@ struct PressureSystem {
   const std::uint8_t* equation = nullptr;
   // Of weights, mask and dims: while it stays and isn't 0, a solver may keep what it built from them.
   std::uint64_t revision = 0;
+  // Where set, bodies that move with the fluid add to each product; not known to Gauss-Seidel sweeps, nor to what
+  // conditions the others. dt in s.
+  const BodyCoupling* bodies = nullptr;
+  double dt = 0;
 
   std::int64_t row() const { return dims.x; }
   std::int64_t slab() const { return std::int64_t(dims.x) * dims.y; }

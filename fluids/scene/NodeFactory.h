@@ -8,6 +8,8 @@
 
 namespace orlix {
 
+class iRigidWorld;
+
 class NodeFactory {
  public:
   explicit NodeFactory(TypeRegistry& types) : types_(types) {}
@@ -34,6 +36,9 @@ class NodeFactory {
     return found == creators_.end() ? nullptr : found->second(object, scene);
   }
   TypeRegistry& types() const { return types_; }
+
+  // Makes the world of each scene's bodies.
+  std::unique_ptr<iRigidWorld> (*makeRigidWorld)() = nullptr;
 
  private:
   using Creator = std::unique_ptr<iBase> (*)(BaseObject&, OrlixScene&);

@@ -24,7 +24,10 @@ constexpr std::int32_t kAnySubType = 2000;
 
 }  // namespace
 
-OrlixScene::OrlixScene(BaseObject& root, const SceneHost& sceneHost) : Scene(root), host_(sceneHost) {}
+OrlixScene::OrlixScene(BaseObject& root, const SceneHost& sceneHost)
+    : Scene(root),
+      host_(sceneHost),
+      rigidWorld_(sceneHost.factory.makeRigidWorld ? sceneHost.factory.makeRigidWorld() : nullptr) {}
 OrlixScene::~OrlixScene() { DestroyNodes(); }
 
 void OrlixScene::CheckDirty() { settingsCopy = GetHostObject()->container(); }
@@ -256,6 +259,7 @@ void OrlixScene::ResetNodes(bool hard) {
   ForEachNode(NODE_CHANNEL, NODE_CACHE, reset);
   ForEachNode(NODE_SETTINGS, NODE_HELPER, reset);
   if (!hard) return;
+  if (rigidWorld_) rigidWorld_->Reset();
   info.time = 0;
   failure_.reset();
   scratch_.Trim();
@@ -412,6 +416,9 @@ bool OrlixScene::RunStageWork(bool updateOnly, bool& boundsValid) {
     case kStageFinish:
       if (!updateOnly) RunFinishStage(boundsValid);
       return !TestBreak();
+    case kStageVolumes:
+      if (rigidWorld_ && !updateOnly && info.time != 0) rigidWorld_->Step(*this);
+      return StageRunner(*this, updateOnly).Run();
     default:
       return StageRunner(*this, updateOnly).Run();
   }
@@ -471,6 +478,7 @@ void OrlixScene::VisitState(StateVisitor& visitor) {
   };
   ForEachNode(NODE_CHANNEL, NODE_CACHE, visit);
   ForEachNode(NODE_SETTINGS, NODE_HELPER, visit);
+  if (rigidWorld_) rigidWorld_->VisitState(visitor);
 }
 
 std::uint64_t OrlixScene::HashState(GridHashes* grids) {

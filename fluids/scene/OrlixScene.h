@@ -18,6 +18,18 @@
 
 namespace orlix {
 
+// What moves a scene's bodies by forces and contacts, and what follows the simulation outside of its nodes.
+class iRigidWorld {
+ public:
+  virtual ~iRigidWorld() = default;
+  // Before the volumes of a sub-step run, but for the first one.
+  virtual void Step(OrlixScene& scene) = 0;
+  // After the last sub-step of a simulated frame.
+  virtual void EndFrame(OrlixScene& scene) = 0;
+  virtual void Reset() = 0;
+  virtual void VisitState(StateVisitor& visitor) = 0;
+};
+
 // What a scene needs of its host.
 struct SceneHost {
   WorkerPool& pool;
@@ -161,6 +173,7 @@ class OrlixScene final : public Scene {
   void FinishReport();
 
   SceneHost host_;
+  std::unique_ptr<iRigidWorld> rigidWorld_;  // null where the factory has none
   ScratchPool scratch_;
   std::map<std::uint64_t, std::unique_ptr<iBase>> lists_[NODE_HELPER + 1];
   std::optional<Error> failure_;

@@ -169,6 +169,7 @@ bool OrlixScene::RunFrame(bool resetDone) {
   if (whole) {
     ShowStatus({});
     VisualStage();
+    if (rigidWorld_) rigidWorld_->EndFrame(*this);
   }
   EndFrame();
   return whole;

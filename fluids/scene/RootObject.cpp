@@ -11,6 +11,12 @@ const TypeInfo& RootSettings::Type() {
       {SubstepMode::FixedTime, "fixed_time", "Sub-steps that share a fixed time"},
   };
 
+  static constexpr Choice kBroadphases[] = {
+      {RigidBroadphase::Tree, "tree", "A tree of boxes; any number of bodies, anywhere"},
+      {RigidBroadphase::Sweep, "sweep", "Sorted along the axes in 16 bits; up to 1024 bodies, within 10 km"},
+      {RigidBroadphase::FineSweep, "fine_sweep", "Sorted along the axes in 32 bits; up to 1024 bodies, within 10 km"},
+  };
+
   static constexpr Parameter kParameters[] = {
       FloatParameter(kScaleUnitsId, "scale_units", 100.0, "host units", "So many host units are scale_metres").Above(0),
       FloatParameter(kScaleMetresId, "scale_metres", 1.0, "m", "What scale_units measure in the simulation").Above(0),
@@ -42,14 +48,17 @@ const TypeInfo& RootSettings::Type() {
           .Min(0),
       IntParameter(kSeedId, "seed", 2150, "", "Seed of all random numbers"),
       IntParameter(kRigidIterationsId, "rigid_iterations", 10, "", "Solver iterations of the rigid world")
-          .Between(0, 1000)
-          .Unread(),
+          .Between(0, 1000),
       IntParameter(kRigidSubstepsId, "rigid_substeps", 10, "", "Sub-steps of the rigid world in one sub-step")
-          .Between(0, 1000)
-          .Unread(),
-      IntParameter(kRigidBroadphaseId, "rigid_broadphase", 0, "", "Broad phase of the rigid world")
-          .Between(0, 2)
-          .Unread(),
+          .Between(0, 1000),
+      ChoiceParameter(kRigidBroadphaseId, "rigid_broadphase", RigidBroadphase::Tree, kBroadphases,
+                      "How the rigid world finds bodies that may touch"),
+      FloatParameter(
+          kRigidSlopId, "rigid_slop", 0.1, "m",
+          "How far bodies may sink into each other before they are pushed apart; a few hundredths of their size")
+          .Min(0),
+      BoolParameter(kRigidWallsId, "rigid_walls", false,
+                    "The closed faces of the solvers' containers hold bodies back, too"),
       BoolParameter(1500, "cache_offset_mode", false, "Handed to new cache objects"),
       IntParameter(1513, "cache_offset", 0, "frames", "Handed to new cache objects"),
       IntParameter(1501, "cache_mode", 1, "", "Handed to new cache objects: their mode"),

@@ -15,6 +15,7 @@ VolumeBase::VolumeBase(BaseList2D* hostObject, OrlixScene& owner)
 void VolumeBase::ResetSimulation() {
   FreeLevelSet();
   objectMotion_ = {};
+  rigidBody_->Free();
   voxeliser_.Reset();
   SetFlag(NodeActive, false);
 }
@@ -44,10 +45,7 @@ void VolumeBase::ReadObstacleTag() {
   const BaseObject* tag = handler.hostObject()->FindTag(kObstacleTagId);
   hasRigidBody_ = tag != nullptr;
   if (!tag) return;
-  rigidBody_->ReadTag(*tag);
-  if (rigidBody_->wantsDynamic()) {
-    Warn("body-stands-still", "a body that moves by forces isn't simulated yet: it stands still");
-  }
+  rigidBody_->ReadTag(*tag, simulationInfo->time > 0);
 }
 
 bool VolumeBase::IsDirty() const {
@@ -179,15 +177,28 @@ bool VolumeBase::Collide(const Vec3D& p, VolumeHit& hit, double iso) const {
 
 // --- motion ----------------------------------------------------------------------------------------------------------
 
-// A frame's motion is shared out over its sub-steps, so that it is the same velocity in all of them.
+// A frame's motion is shared out over its sub-steps, so that it is the same velocity in all of them. A dynamic body has
+// a motion of each sub-step.
+double VolumeBase::MotionShare() const { return IsDynamicBody() ? 1 : simulationInfo->substepFraction; }
+
 Vec3D VolumeBase::LinearMotion() const {
   const double scale = hasRigidBody_ ? rigidBody_->linearMotionScale : 1;
-  return objectMotion_.displacement * (scale * simulationInfo->substepFraction);
+  return objectMotion_.displacement * (scale * MotionShare());
 }
 
 Vec3D VolumeBase::AngularMotion() const {
   const double scale = hasRigidBody_ ? rigidBody_->angularMotionScale : 1;
-  return objectMotion_.rotation * (scale * simulationInfo->substepFraction);
+  return objectMotion_.rotation * (scale * MotionShare());
+}
+
+void VolumeBase::TakeImpulse(const Vec3D& impulse, const Vec3D& angularImpulse) {
+  if (!IsDynamicBody()) return;
+  rigidBody_->AddImpulse(impulse);
+  rigidBody_->AddAngularImpulse(angularImpulse);
+  const double dt = simulationInfo->substepDuration;
+  objectMotion_.displacement = rigidBody_->state.velocity * dt;
+  objectMotion_.rotation = rigidBody_->state.spin * dt;
+  objectMotion_.angle = Length(objectMotion_.rotation);
 }
 
 Vec3D VolumeBase::VelocityAt(const Vec3D& p) const {

@@ -89,9 +89,21 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
   bool IsDynamicBody() const { return HasBody(BodyType::Dynamic); }
   bool IsDrivenBody() const { return HasBody(BodyType::Driven); }
   bool IsStaticBody() const { return HasBody(BodyType::Static); }
-  // Place and axes of the body, simulation space; it turns about the place.
+  // Null on a volume that is no obstacle.
+  RigidBody_Variational* Body() const { return hasRigidBody_ ? rigidBody_.get() : nullptr; }
+  // Makes the body, where there is none yet and the volume has a mesh.
+  virtual bool EnsureBody() { return false; }
+  // What the rigid world takes of the body in this sub-step.
+  virtual RigidEntry BodyEntry() { return rigidBody_->Entry({}, 1); }
+  // The pressure's impulse and angular impulse of this sub-step (N s, N m s) on a dynamic body, whose motion from then
+  // on is what the fluid sees.
+  void TakeImpulse(const Vec3D& impulse, const Vec3D& angularImpulse);
+  // Place and axes of the body, simulation space; without a body of its own it turns about the place.
   virtual LMatrix BodyMatrix() const { return {centre, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}; }
-  Vec3D BodyCentre() const { return BodyMatrix().off; }
+  // What it turns about.
+  Vec3D BodyCentre() const {
+    return IsDynamicBody() && rigidBody_->HasBody() ? rigidBody_->state.pose.off : BodyMatrix().off;
+  }
   // The motion in this sub-step: displacement (m) and rotation vector (rad) with the body's factors. Over the
   // sub-step's duration they are velocities.
   Vec3D LinearMotion() const;
@@ -127,6 +139,7 @@ class VolumeBase : public iVolume, public iCachedGrids, public iLevelSet {
     const auto deepest = MaximumDepth();
     return deepest ? std::abs(distance) / *deepest : 0;
   }
+  double MotionShare() const;
   bool HasBody(BodyType type) const { return hasRigidBody_ && rigidBody_->bodyType() == type; }
 
   std::unique_ptr<ScalarGrid> levelSet_;

@@ -53,6 +53,7 @@ VolumeMesh::VolumeMesh(BaseList2D* hostObject, OrlixScene& owner) : VolumeBase(h
 }
 
 void VolumeMesh::ResetSimulation() {
+  ReturnToStart();
   VolumeBase::ResetSimulation();
   mesh_.Clear();
   mesh_.matrix = {};
@@ -77,7 +78,10 @@ bool VolumeMesh::ResolveLinks() {
   hostGeometry_ = isMember_ ? memberGeometry_ : handler.GetObjectLink(kObjectId);
   const std::uint64_t linked = hostGeometry_ ? hostGeometry_->creationNumber() : 0;
   // Another object's motion isn't that from the old one to it.
-  if (linked != linkedObject_ && linkedObject_ != 0) hasPrevious_ = false;
+  if (linked != linkedObject_ && linkedObject_ != 0) {
+    hasPrevious_ = hasStart_ = false;
+    rigidBody_->Free();
+  }
   linkedObject_ = linked;
   return VolumeBase::ResolveLinks();
 }
@@ -128,8 +132,9 @@ void VolumeMesh::CheckDirty() {
     ResetSimulation();
     return;
   }
-  const LMatrix matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
-  if (matrix.off == mesh_.matrix.off) {
+  const LMatrix matrix = DrivingMatrix();
+  const bool moves = IsDynamicBody() && rigidBody_->HasBody();
+  if (moves ? !scene->HasFlag(TimeMoved) : matrix.off == mesh_.matrix.off) {
     previousMatrix_ = mesh_.matrix;
     objectMotion_ = {};
     SetChanged(false);
@@ -165,8 +170,10 @@ GeometryChange VolumeMesh::ReadGeometry() {
       Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object with some");
     return GeometryChange::Failed;
   }
-  const GeometryChange change =
-      ReadHostGeometry(*polygons, hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost, mesh_);
+  LMatrix matrix = DrivingMatrix();
+  matrix.off = matrix.off * GetSimulationSpace().hostPerSim;
+  const GeometryChange change = ReadHostGeometry(*polygons, IsReplaying() ? matrix : hostGeometry_->GlobalMatrix(),
+                                                 GetSimulationSpace().simPerHost, mesh_);
   if (change == GeometryChange::Failed) {
     Warn("no-triangles", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
   }
@@ -190,6 +197,7 @@ void VolumeMesh::UpdateMotion() {
 void VolumeMesh::Prepare(iBase*) {
   if (!IsDirty()) return;
   needsVoxelising_ = false;
+  if (FollowsBody() && !HasFlag(NodeFromCache)) return PrepareBody();
   if (HasFlag(NodeFromCache)) {
     // The shape comes from the cache, the motion from the object.
     if (!hostGeometry_ || simulationInfo->substep > 1) return;
@@ -212,6 +220,7 @@ void VolumeMesh::Prepare(iBase*) {
     return;
   }
   UpdateMotion();
+  UpdateBodyShape(change);
   const std::uint64_t version = LevelSetVersion();
   const bool hadLevelSet = HasLevelSet();
   ComputeBounds();
@@ -224,7 +233,15 @@ void VolumeMesh::Process(ProcessData& data) {
   needsVoxelising_ = false;
   deepest_.reset();
   LevelSetChanged();
+  FillLevelSet(data);
+}
+
+void VolumeMesh::FillLevelSet(ProcessData& data) {
   try {
+    if (filledPose_) {
+      deepest_ = field_.maximumDepth();
+      return field_.Fill(*filledPose_, *LevelSet(), scene->pool());
+    }
     if (voxeliser_.Run(mesh_, *LevelSet(), scene->pool(), data.hostThread)) return WarnOfEmpty();
     if (scene->TestBreak(data.hostThread)) return;
     Warn("too-many-triangles", "the mesh has too many triangles for a level set");
@@ -241,6 +258,16 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   visitor.Visit("hasPrevious", hasPrevious_);
   visitor.Visit("motion", objectMotion_);
   visitor.Visit("linkedObject", linkedObject_);
+  if (!IsObstacle()) return;
+  bool hasBody = rigidBody_->HasBody();
+  visitor.Visit("hasBody", hasBody);
+  recorded_.VisitState(visitor);
+  if (!hasBody) return rigidBody_->HasBody() ? rigidBody_->Free() : void();
+  rigidBody_->VisitState(visitor);
+  visitor.Visit("startMatrix", startMatrix_);
+  visitor.Visit("hasStart", hasStart_);
+  visitor.Visit("lastPose", lastPose_);
+  if (visitor.Reading()) filledPose_.reset(), bodyVersion_ = 0;
 }
 
 }  // namespace orlix

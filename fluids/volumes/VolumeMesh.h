@@ -4,7 +4,9 @@
 // What stands still costs nothing: points are read each frame, and only when one moved, the lattice changed, or a
 // setting that shapes the level set did, is the level set built again.
 
+#include "fluids/bodies/RecordedMotion.h"
 #include "fluids/meshes/HostGeometry.h"
+#include "fluids/volumes/BodyField.h"
 #include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
@@ -30,6 +32,9 @@ class VolumeMesh final : public VolumeBase {
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void VisitState(StateVisitor& visitor) override;
+  std::int64_t DerivedBytes() const override { return VolumeBase::DerivedBytes() + field_.Bytes(); }
+  bool EnsureBody() override;
+  RigidEntry BodyEntry() override;
   LMatrix BodyMatrix() const override { return mesh_.matrix; }
 
   // In simulation space.
@@ -44,6 +49,24 @@ class VolumeMesh final : public VolumeBase {
   VoxeliserSettings WantedSettings() const;
   void WarnOfEmpty();
   void UpdateMotion();
+  void FillLevelSet(ProcessData& data);
+
+  // --- the body
+  // What is simulated places the mesh: its object is read at the start alone.
+  bool FollowsBody() const { return simulationInfo->time > 0 && IsDynamicBody() && rigidBody_->HasBody(); }
+  void PrepareBody();
+  // A body that doesn't move by forces: its shape after the mesh was read.
+  void UpdateBodyShape(GeometryChange change);
+  void ReshapeBody();
+  void StartVelocity();
+  // Puts the host object where the body is.
+  void ShowBody();
+  void ReturnToStart();
+  // The host object's place, or the recorded one.
+  LMatrix DrivingMatrix() const;
+  void RecordMotion();
+  bool IsReplaying() const;
+  double InsideVolume() const;
 
   BaseObject* hostGeometry_ = nullptr;
   BaseObject* memberGeometry_ = nullptr;
@@ -58,6 +81,14 @@ class VolumeMesh final : public VolumeBase {
   std::int32_t threadLimit_ = 0;
   bool needsVoxelising_ = false;
   bool hadInside_ = false;  // at some time
+
+  LMatrix startMatrix_;  // of the host object of a dynamic body, host units
+  bool hasStart_ = false;
+  LMatrix lastPose_;  // of the body, a sub-step back
+  BodyField field_;
+  std::uint64_t bodyVersion_ = 0;      // of the polygons that the body has
+  std::optional<LMatrix> filledPose_;  // that the level set shows
+  RecordedMotion recorded_;
 };
 
 }  // namespace orlix

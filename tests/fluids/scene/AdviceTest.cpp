@@ -83,11 +83,6 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
     scene.hook.BuildScenes(scene.document, false);
     EXPECT_TRUE(scene.Told(c.node, c.key)) << c.node << " " << c.key << ", but:\n" << scene.All();
   }
-  SmokeScene root;
-  root.root->Set(1300, std::int64_t(3));
-  root.hook.BuildScenes(root.document, false);
-  ASSERT_EQ(root.observer.warnings.all().size(), 1u);
-  EXPECT_EQ(root.observer.warnings.all()[0].key, "row-not-read:rigid_iterations");
 }
 
 TEST(Advice, WhatAnEmptyListTakesNeedsNoLink) {

@@ -1,0 +1,260 @@
+#include "fluids/bodies/RigidDynamics.h"
+
+// The only source that includes Bullet.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wall"
+#pragma GCC diagnostic ignored "-Wextra"
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
+#include <BulletCollision/BroadphaseCollision/btAxisSweep3.h>
+#include <BulletCollision/BroadphaseCollision/btDbvtBroadphase.h>
+#include <BulletCollision/CollisionDispatch/btCollisionDispatcher.h>
+#include <BulletCollision/CollisionDispatch/btDefaultCollisionConfiguration.h>
+#include <BulletCollision/CollisionShapes/btBvhTriangleMeshShape.h>
+#include <BulletCollision/CollisionShapes/btStaticPlaneShape.h>
+#include <BulletCollision/CollisionShapes/btTriangleIndexVertexArray.h>
+#include <BulletCollision/Gimpact/btGImpactCollisionAlgorithm.h>
+#include <BulletCollision/Gimpact/btGImpactShape.h>
+#include <BulletDynamics/ConstraintSolver/btSequentialImpulseConstraintSolver.h>
+#include <BulletDynamics/Dynamics/btDiscreteDynamicsWorld.h>
+#include <BulletDynamics/Dynamics/btRigidBody.h>
+#pragma GCC diagnostic pop
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace orlix {
+
+namespace {
+
+btVector3 ToBullet(const Vec3D& v) { return btVector3(btScalar(v.x), btScalar(v.y), btScalar(-v.z)); }
+Vec3D FromBullet(const btVector3& v) { return {v.x(), v.y(), -v.z()}; }
+btVector3 AxialToBullet(const Vec3D& v) { return btVector3(btScalar(-v.x), btScalar(-v.y), btScalar(v.z)); }
+Vec3D AxialFromBullet(const btVector3& v) { return {-v.x(), -v.y(), v.z()}; }
+// A factor has no direction.
+btVector3 Plain(const Vec3D& v) { return btVector3(btScalar(v.x), btScalar(v.y), btScalar(v.z)); }
+
+// With F the flip of z, a turn R is F R F there.
+btTransform ToBullet(const LMatrix& m) {
+  const btMatrix3x3 basis(btScalar(m.v1.x), btScalar(m.v2.x), btScalar(-m.v3.x), btScalar(m.v1.y), btScalar(m.v2.y),
+                          btScalar(-m.v3.y), btScalar(-m.v1.z), btScalar(-m.v2.z), btScalar(m.v3.z));
+  return btTransform(basis, ToBullet(m.off));
+}
+LMatrix FromBullet(const btTransform& t) {
+  const btMatrix3x3& b = t.getBasis();
+  return {FromBullet(t.getOrigin()),
+          {b[0][0], b[1][0], -b[2][0]},
+          {b[0][1], b[1][1], -b[2][1]},
+          {-b[0][2], -b[1][2], b[2][2]}};
+}
+
+}  // namespace
+
+struct RigidShape::Parts {
+  std::vector<int> indices;
+  std::vector<float> vertices;
+  std::unique_ptr<btTriangleIndexVertexArray> mesh;
+  std::unique_ptr<btCollisionShape> shape;
+  btGImpactMeshShape* moving = nullptr;
+};
+
+RigidShape::RigidShape(std::span<const Vec3D> points, std::span<const VecInt3D> triangles, bool still, double margin)
+    : parts_(std::make_unique<Parts>()) {
+  Parts& p = *parts_;
+  p.vertices.reserve(3 * points.size());
+  for (const Vec3D& v : points) p.vertices.insert(p.vertices.end(), {float(v.x), float(v.y), float(-v.z)});
+  p.indices.reserve(3 * triangles.size());
+  for (const VecInt3D& t : triangles) p.indices.insert(p.indices.end(), {t.z, t.y, t.x});
+  p.mesh = std::make_unique<btTriangleIndexVertexArray>(int(triangles.size()), p.indices.data(), 12, int(points.size()),
+                                                        p.vertices.data(), 12);
+  if (still) {
+    p.shape = std::make_unique<btBvhTriangleMeshShape>(p.mesh.get(), true);
+  } else {
+    auto shape = std::make_unique<btGImpactMeshShape>(p.mesh.get());
+    p.moving = shape.get();
+    p.shape = std::move(shape);
+  }
+  p.shape->setLocalScaling(btVector3(1, 1, 1));
+  SetMargin(margin);
+  if (p.moving) p.moving->updateBound();
+}
+
+RigidShape::~RigidShape() = default;
+
+void RigidShape::SetMargin(double margin) {
+  Parts& p = *parts_;
+  if (margin < 0 || p.shape->getMargin() == float(margin)) return;
+  p.shape->setMargin(btScalar(margin));
+  if (p.moving) p.moving->updateBound();
+}
+
+Vec3D RigidShape::PointInertia(double mass) const {
+  const std::vector<float>& v = parts_->vertices;
+  Vec3D squares;
+  for (std::size_t i = 0; i < v.size(); i += 3)
+    squares += {double(v[i]) * v[i], double(v[i + 1]) * v[i + 1], double(v[i + 2]) * v[i + 2]};
+  if (v.empty()) return {};
+  squares *= mass / (double(v.size()) / 3);
+  return {squares.y + squares.z, squares.x + squares.z, squares.x + squares.y};
+}
+
+namespace {
+
+// Where a driven body is to stand: Bullet asks for it when a step begins.
+class Target final : public btMotionState {
+ public:
+  explicit Target(const btTransform& t) : transform_(t) {}
+  void getWorldTransform(btTransform& t) const override { t = transform_; }
+  void setWorldTransform(const btTransform&) override {}
+
+ private:
+  btTransform transform_;
+};
+
+// Steps of an exact number: Bullet's own count comes from a quotient of floats.
+class World final : public btDiscreteDynamicsWorld {
+ public:
+  using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
+  void Run(double dt, int substeps) {
+    const btScalar each = btScalar(dt / substeps);
+    saveKinematicState(btScalar(dt));
+    applyGravity();
+    for (int i = 0; i < substeps; ++i) internalSingleStepSimulation(each);
+    clearForces();
+  }
+};
+
+const RigidEntry* EntryOf(const btCollisionObjectWrapper* wrap) {
+  return static_cast<const RigidEntry*>(wrap->getCollisionObject()->getUserPointer());
+}
+
+// What two bodies bring to a contact is multiplied, each with its factor at its own point.
+bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int, int,
+                  const btCollisionObjectWrapper* b, int, int) {
+  const RigidEntry *first = EntryOf(a), *second = EntryOf(b);
+  if (!first || !second) return false;
+  const Vec3D places[2] = {FromBullet(point.getPositionWorldOnA()), FromBullet(point.getPositionWorldOnB())};
+  const auto share = [&](const RigidEntry& e, int side, RigidContact what, double value) {
+    return e.contact ? value * e.contact->ContactScale(what, places[side]) : value;
+  };
+  const auto combined = [&](RigidContact what, double RigidEntry::*value) {
+    return btScalar(share(*first, 0, what, first->*value) * share(*second, 1, what, second->*value));
+  };
+  point.m_combinedFriction = combined(RigidContact::Friction, &RigidEntry::friction);
+  point.m_combinedRollingFriction = combined(RigidContact::RollingFriction, &RigidEntry::rollingFriction);
+  point.m_combinedRestitution = combined(RigidContact::Restitution, &RigidEntry::restitution);
+  return true;
+}
+
+std::unique_ptr<btBroadphaseInterface> MakeBroadphase(int which) {
+  const btScalar end = btScalar(kSortedExtent);
+  const btVector3 low(-end, -end, -end), high(end, end, end);
+  const auto most = static_cast<unsigned>(kMostSortedBodies);
+  if (which == 0) return std::make_unique<btDbvtBroadphase>();
+  if (which == 1) return std::make_unique<btAxisSweep3>(low, high, static_cast<unsigned short>(most));
+  return std::make_unique<bt32BitAxisSweep3>(low, high, most);
+}
+
+void Configure(World& world, const RigidStep& step) {
+  btContactSolverInfo& solver = world.getSolverInfo();
+  solver.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
+  solver.m_numIterations = step.iterations;
+  solver.m_splitImpulse = true;
+  solver.m_splitImpulsePenetrationThreshold = -0.02f;
+  solver.m_linearSlop = btScalar(step.slop);
+  world.getDispatchInfo().m_useContinuous = true;
+  world.getDispatchInfo().m_allowedCcdPenetration = 0.04f;
+  world.setGravity(ToBullet(step.gravity));
+}
+
+std::unique_ptr<btRigidBody> MakeBody(const RigidEntry& entry, btMotionState* target) {
+  const RigidState& state = *entry.state;
+  const bool dynamic = entry.kind == RigidEntry::Kind::Dynamic;
+  btRigidBody::btRigidBodyConstructionInfo info(dynamic ? btScalar(entry.mass) : 0, nullptr,
+                                                entry.shape->parts().shape.get(),
+                                                dynamic ? Plain(entry.inertia) : btVector3(0, 0, 0));
+  info.m_startWorldTransform = ToBullet(state.pose);
+  auto body = std::make_unique<btRigidBody>(info);
+  int flags = body->getCollisionFlags() | btCollisionObject::CF_CUSTOM_MATERIAL_CALLBACK;
+  if (entry.passesThrough) flags |= btCollisionObject::CF_NO_CONTACT_RESPONSE;
+  if (entry.kind == RigidEntry::Kind::Driven) {
+    flags = (flags & ~btCollisionObject::CF_STATIC_OBJECT) | btCollisionObject::CF_KINEMATIC_OBJECT;
+    body->setMotionState(target);
+    body->setWorldTransform(ToBullet(state.pose));
+    body->setInterpolationWorldTransform(ToBullet(state.pose));
+  }
+  body->setCollisionFlags(flags);
+  body->setContactProcessingThreshold(btScalar(1e18));
+  body->setUserPointer(const_cast<RigidEntry*>(&entry));
+  body->setFriction(btScalar(entry.friction));
+  body->setRestitution(btScalar(entry.restitution));
+  body->setRollingFriction(btScalar(entry.rollingFriction));
+  if (!dynamic) return body;
+  body->setLinearFactor(Plain(entry.linearFactor));
+  body->setAngularFactor(Plain(entry.angularFactor));
+  body->setDamping(btScalar(entry.linearDamping), btScalar(entry.angularDamping));
+  body->setSleepingThresholds(btScalar(entry.linearSleep), btScalar(entry.angularSleep));
+  body->setCcdSweptSphereRadius(btScalar(entry.sweptRadius));
+  body->setCcdMotionThreshold(btScalar(entry.sweptThreshold));
+  body->setLinearVelocity(ToBullet(state.velocity));
+  body->setAngularVelocity(AxialToBullet(state.spin));
+  body->updateInertiaTensor();
+  body->applyCentralForce(ToBullet(state.force));
+  body->applyTorque(AxialToBullet(state.torque));
+  body->setDeactivationTime(state.idleTime);
+  body->forceActivationState(state.asleep ? ISLAND_SLEEPING : ACTIVE_TAG);
+  return body;
+}
+
+void ReadBack(const RigidEntry& entry, const btRigidBody& body) {
+  RigidState& state = *entry.state;
+  state.force = state.torque = {};
+  if (entry.kind == RigidEntry::Kind::Still) return;
+  // A driven body is where it was sent, whatever the narrowing made of it.
+  state.pose = entry.kind == RigidEntry::Kind::Driven ? entry.target : FromBullet(body.getWorldTransform());
+  state.velocity = FromBullet(body.getLinearVelocity());
+  state.spin = AxialFromBullet(body.getAngularVelocity());
+  state.idleTime = body.getDeactivationTime();
+  state.asleep = body.getActivationState() == ISLAND_SLEEPING;
+}
+
+}  // namespace
+
+void StepRigidBodies(std::span<const RigidEntry> bodies, const RigidStep& step) {
+  if (bodies.empty() || step.substeps < 1 || !(step.dt > 0)) return;
+  gContactAddedCallback = ScaleContact;
+  btDefaultCollisionConstructionInfo pools;
+  pools.m_defaultMaxPersistentManifoldPoolSize = 4096;
+  pools.m_defaultMaxCollisionAlgorithmPoolSize = 4096;
+  btDefaultCollisionConfiguration configuration(pools);
+  btCollisionDispatcher dispatcher(&configuration);
+  const auto broadphase = MakeBroadphase(step.broadphase);
+  btSequentialImpulseConstraintSolver solver;
+  World world(&dispatcher, broadphase.get(), &solver, &configuration);
+  Configure(world, step);
+  btGImpactCollisionAlgorithm::registerAlgorithm(&dispatcher);
+
+  std::vector<std::unique_ptr<btStaticPlaneShape>> planes;
+  std::vector<std::unique_ptr<btRigidBody>> made;
+  std::vector<std::unique_ptr<Target>> targets;
+  for (const RigidPlane& wall : step.walls) {
+    planes.push_back(std::make_unique<btStaticPlaneShape>(ToBullet(wall.normal), btScalar(wall.offset)));
+    made.push_back(std::make_unique<btRigidBody>(0, nullptr, planes.back().get()));
+    // A contact multiplies what both bring: walls leave what the body has.
+    made.back()->setFriction(1);
+    made.back()->setRollingFriction(1);
+    made.back()->setRestitution(1);
+    world.addRigidBody(made.back().get());
+  }
+  const std::size_t first = made.size();
+  for (const RigidEntry& entry : bodies) {
+    targets.push_back(std::make_unique<Target>(ToBullet(entry.target)));
+    made.push_back(MakeBody(entry, targets.back().get()));
+    world.addRigidBody(made.back().get());
+  }
+  world.Run(step.dt, step.substeps);
+  for (std::size_t n = 0; n < bodies.size(); ++n) ReadBack(bodies[n], *made[first + n]);
+  for (auto body = made.rbegin(); body != made.rend(); ++body) world.removeRigidBody(body->get());
+}
+
+}  // namespace orlix
