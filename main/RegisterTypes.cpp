@@ -16,6 +16,7 @@
 #include "fluids/particle_renderer/ParticleRendererTypes.h"
 #include "fluids/particles/ParticleTypes.h"
 #include "fluids/position_based/PositionBasedTypes.h"
+#include "fluids/rigid_bodies/RigidBodyTypes.h"
 #include "fluids/scene/NodeFactory.h"
 #include "fluids/scene/SceneTypes.h"
 #include "fluids/surfacing/SurfacingTypes.h"
