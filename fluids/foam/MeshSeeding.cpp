@@ -15,7 +15,8 @@ double CrossOf(const Vec2D& a, const Vec2D& b, const Vec2D& c) {
   return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
 }
 
-// Squared areas decide: stricter than being inside, so that samples keep off edges.
+// Squared areas decide, of the triangle and of the three that p makes with its edges: p may lie a little beyond an
+// edge, so that triangles overlap and no seam shows.
 bool InTriangle(const Vec2D v[3], const Vec2D& p, double weights[3]) {
   const double whole = CrossOf(v[0], v[1], v[2]);
   const double a = CrossOf(p, v[0], v[1]), b = CrossOf(p, v[1], v[2]), c = CrossOf(p, v[2], v[0]);

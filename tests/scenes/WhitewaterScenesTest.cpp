@@ -1,0 +1,60 @@
+// The scenes that show whitewater and liquids of particles alone: each runs, and does what it is there to show.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/particles/ParticleGroup.h"
+#include "tests/support/SceneFileRun.h"
+#include "tests/support/Workers.h"
+
+namespace orlix {
+namespace {
+
+TEST(BreakingWave, HasAllClassesAndTheSameBitsAtAnyNumberOfWorkers) {
+  test::SameForAnyWorkers([](int workers) {
+    test::SceneFileRun run("scenes/breaking_wave.json", {"Coast.voxel_size=0.16", "Whitewater.foam_life=0.4"}, workers);
+    run.observer.wantsHash = true;
+    run.StepThrough(0, 2);
+    EXPECT_EQ(run.Get<ParticleGroup>("Water").Count(PK_Diffuse), 0) << "the first frames stand at time 0 or at rest";
+    run.StepThrough(3, 16);
+    EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+    const ParticleReport& report = run.reports.back().groups.at(0);
+    EXPECT_EQ(report.foam + report.spray + report.bubbles, report.counts[PK_Diffuse]);
+    EXPECT_GT(report.foam, 20);
+    EXPECT_GT(report.spray, 20);
+    EXPECT_GT(report.bubbles, 20);
+    return run.reports.back().hash;
+  });
+}
+
+TEST(TwoLiquids, StayInTheGlass) {
+  test::SceneFileRun run("scenes/two_liquids.json", {"Pour.voxel_size=0.05", "Liquid.rest_density=521"});
+  run.StepThrough(0, 14);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+  const ParticleList& list = *run.Get<ParticleGroup>("Water").list(PK_Liquid);
+  EXPECT_GT(list.count(), 60);
+  for (int n = 0; n < list.count(); ++n) EXPECT_LT(std::hypot(list.Position(n).x, list.Position(n).z), 0.5);
+}
+
+TEST(TwoLiquidsSlow, TheOilComesToLieOnTheWater) {
+  test::SceneFileRun run("scenes/two_liquids.json", {"Pour.voxel_size=0.04", "Liquid.rest_density=1017"});
+  run.StepThrough(0, 72);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+  const auto height = [&](const char* group) {
+    const ParticleList& list = *run.Get<ParticleGroup>(group).list(PK_Liquid);
+    double sum = 0;
+    int inside = 0;
+    for (int n = 0; n < list.count(); ++n) {
+      const Vec3D& p = list.Position(n);
+      if (p.y > 0 && p.y < 1) sum += p.y, ++inside;
+    }
+    EXPECT_GT(inside, 0.7 * list.count()) << "in the glass";
+    return sum / inside;
+  };
+  EXPECT_GT(height("Oil"), height("Water") + 0.02);
+  EXPECT_EQ(run.reports.back().densities.size(), 1u);
+}
+
+}  // namespace
+}  // namespace orlix
