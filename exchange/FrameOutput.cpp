@@ -4,12 +4,14 @@
 #include <cctype>
 
 #include "exchange/SliceView.h"
+#include "exchange/meshes/MeshFiles.h"
+#include "exchange/meshes/UsdaFile.h"
 #include "exchange/particles/ParticleFile.h"
+#include "exchange/points/PointFormats.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/scene/RootObject.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
-#include "host/geometry/MeshWriter.h"
 #include "host/pictures/PictureFile.h"
 #include "host/render/RenderSettings.h"
 
@@ -44,7 +46,7 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
 }  // namespace
 
 std::filesystem::path ResultPath(const std::filesystem::path& folder, const std::string& name, int frame,
-                                 const char* extension) {
+                                 const std::string& extension) {
   return folder / (name + "." + PadNumber(frame, kFrameDigits) + extension);
 }
 
@@ -75,7 +77,7 @@ std::vector<std::filesystem::path> FrameOutput::PictureFolders(std::optional<int
 std::vector<ResultName> FrameOutput::Names(int frame) const {
   std::vector<ResultName> names;
   for (const OutputSettings& output : outputs_) {
-    const auto add = [&](const std::string& suffix, const char* extension) {
+    const auto add = [&](const std::string& suffix, const std::string& extension) {
       names.push_back({output.object, OutputSettings::kFileNameId, PathOf(output, suffix, frame, extension)});
     };
     for (const BaseObject* root : roots_) {
@@ -84,13 +86,18 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
     }
     for (const BaseObject* group : document_.ObjectsOfType(ParticleGroup::Type().id)) {
       for (std::int32_t kind = 0; output.particles && kind < kParticleKinds; ++kind) {
-        add(ParticleSuffix(*group, kind), ".ply");
+        add(ParticleSuffix(*group, kind), output.ParticleExtension());
+        if (output.usd) add(ParticleSuffix(*group, kind), ".usda");
       }
     }
     document_.ForEachObject([&](const BaseObject& object) {
       if (output.meshes == MeshOutput::None || !object.Polygons()) return;
-      add("_" + FileStem(object.Path()), output.meshes == MeshOutput::Ply ? ".ply" : ".obj");
+      add("_" + FileStem(object.Path()), output.MeshExtension());
+      if (output.usd && output.meshes != MeshOutput::Usda) add("_" + FileStem(object.Path()), ".usda");
     });
+    if (output.usd) {
+      names.push_back({output.object, OutputSettings::kFileNameId, results_ / output.folder / (output.name + ".usda")});
+    }
     if (output.pictures) {
       for (const char* extension : {".exr", ".png"}) {
         const auto path = ResultPath(results_ / output.folder, PictureName(document_), frame, extension);
@@ -107,10 +114,12 @@ Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
     if (frame % output.every != 0) continue;
     if (Status made = CreateFolders(results_ / output.folder); !made) return made;
     for (const auto& [key, scene] : hook.scenes()) {
+      metresPerHost_ = 1 / scene->GetSimulationSpace().hostPerSim.x;
       if (Status status = WriteScene(*scene, output, SceneSuffix(*scene->GetHostObject()), frame); !status)
         return status;
     }
     if (Status status = WriteMeshes(output, frame); !status) return status;
+    if (Status status = output.usd ? WriteStage(output) : Status(); !status) return status;
   }
   return {};
 }
@@ -118,12 +127,14 @@ Status FrameOutput::WriteFrame(const OrlixHook& hook, int frame) {
 Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame) {
   if (output.vdb) {
     const auto path = PathOf(output, suffix, frame, ".vdb");
-    if (Status status =
-            WriteVdb(path, CollectFields(scene, output.vdbNames, output.grids),
-                     {.frame = frame, .space = output.space, .velocityEverywhere = output.velocityEverywhere});
-        !status)
-      return status;
+    const std::vector<VdbField> fields = CollectFields(scene, output.vdbNames, output.grids);
+    const VdbOptions options{.frame = frame,
+                             .space = output.space,
+                             .units = UnitsOf(output),
+                             .velocityEverywhere = output.velocityEverywhere};
+    if (Status status = WriteVdb(path, fields, options); !status) return status;
     written_.push_back(path);
+    for (const VdbField& field : fields) stages_[output.object][suffix].contents.insert(field.name);
   }
   if (output.particles) {
     if (Status status = WriteParticles(scene, output, frame); !status) return status;
@@ -145,13 +156,73 @@ Status FrameOutput::WriteParticles(OrlixScene& scene, const OutputSettings& outp
     const auto* group = dynamic_cast<const ParticleGroup*>(&node);
     for (std::int32_t kind = 0; status && group && group->IsEnabled() && kind < kParticleKinds; ++kind) {
       if (!group->list(kind) || !group->list(kind)->everHeld()) continue;
-      const BaseObject& object = *group->handler.hostObject();
-      const auto path = PathOf(output, ParticleSuffix(object, kind), frame, ".ply");
-      status = WriteParticleFile(path, *group, kind, {.group = object.Path(), .space = output.space});
-      if (status) written_.push_back(path);
+      status = WritePoints(*group, kind, output, frame);
     }
   });
   return status;
+}
+
+Status FrameOutput::WritePoints(const ParticleGroup& group, std::int32_t kind, const OutputSettings& output,
+                                int frame) {
+  const BaseObject& object = *group.handler.hostObject();
+  const std::string suffix = ParticleSuffix(object, kind);
+  const FileUnits units = UnitsOf(output);
+  const Result<PointSet> set =
+      PointsOf(group, kind, {.group = object.Path(), .space = output.space, .metresPerUnit = units.metresPerUnit});
+  if (!set) return set.error();
+  if (output.particleFormat != ParticleOutput::Usda) {
+    const auto path = PathOf(output, suffix, frame, output.ParticleExtension());
+    const Status status = output.particleFormat == ParticleOutput::Vdb
+                              ? WriteVdbPoints(path, *set, frame)
+                              : orlix::WritePoints(path, *set, false, &group.GetScene().pool());
+    if (!status) return status;
+    written_.push_back(path);
+  }
+  if (!output.UsdParticles()) return {};
+  StagePart& part = stages_[output.object][suffix];
+  part.kind = StagePart::Points;
+  return WriteFrameFile(PathOf(output, suffix, frame, ".usda"), [&](std::ostream& out) {
+    part.contents.merge(WriteUsda(*set, units, frame, out));
+    return Status();
+  });
+}
+
+Status FrameOutput::WriteFrameFile(const std::filesystem::path& path,
+                                   const std::function<Status(std::ostream&)>& write) {
+  AtomicStream stream;
+  if (Status opened = stream.Open(path); !opened) return opened;
+  if (Status status = write(stream); !status) return status;
+  if (Status done = stream.Commit(); !done) return done;
+  written_.push_back(path);
+  return {};
+}
+
+FileUnits FrameOutput::UnitsOf(const OutputSettings& output) const {
+  return {metresPerHost_ / output.space.scale, output.space.upZ};
+}
+
+// All frames that are there, also of a run before this one.
+Status FrameOutput::WriteStage(const OutputSettings& output) const {
+  UsdaStage stage;
+  stage.units = UnitsOf(output);
+  stage.fps = document_.fps;
+  const std::filesystem::path folder = results_ / output.folder;
+  const auto found = stages_.find(output.object);
+  if (found == stages_.end()) return {};
+  for (const auto& [suffix, part] : found->second) {
+    UsdaStage::Files files;
+    const char* extension = part.kind == StagePart::Volume ? "vdb" : "usda";
+    for (const FrameFile& file : ScanFrameFiles(folder, output.name + suffix + ".", extension)) {
+      files[file.frame] = file.path.filename().string();
+    }
+    const std::string name = suffix.empty() ? "volumes" : suffix.substr(1);
+    if (part.kind == StagePart::Volume) {
+      stage.volumes.push_back({name, part.contents, std::move(files)});
+    } else {
+      stage.clips.push_back({name, part.kind == StagePart::Points, part.contents, std::move(files)});
+    }
+  }
+  return stage.Write(folder / (output.name + ".usda"));
 }
 
 std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points) {
@@ -176,7 +247,7 @@ std::vector<std::filesystem::path> FrameOutput::Folders() const {
 
 bool FrameOutput::WritesVelocities(int frame) const {
   return std::any_of(outputs_.begin(), outputs_.end(), [&](const OutputSettings& output) {
-    return output.meshes == MeshOutput::Ply && frame % output.every == 0;
+    return output.HasMeshVelocities() && frame % output.every == 0;
   });
 }
 
@@ -192,26 +263,36 @@ Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
   Status status;
   document_.ForEachObject([&](BaseObject& object) {
     const PolygonObject* polygons = object.Polygons();
-    if (!status || !polygons || polygons->points.empty()) return;
-    const bool ply = output.meshes == MeshOutput::Ply;
-    const auto path = PathOf(output, "_" + FileStem(object.Path()), frame, ply ? ".ply" : ".obj");
-    AtomicStream stream;
-    status = stream.Open(path);
-    if (!status) return;
-    PolygonObject placed = InHostSpace(object, *polygons);
-    if (ply && placed.velocities.empty()) placed.velocities = VelocitiesOf(object, placed.points);
-    for (std::vector<Vec3D>* vectors : {&placed.points, &placed.velocities, &placed.normals}) {
-      for (Vec3D& v : *vectors) v = output.space(v);
-    }
-    for (Vec3D& n : placed.normals) n = Normalized(n);
-    if (ply)
-      WritePly(placed, stream);
-    else
-      WriteObj(placed, stream);
-    status = stream.Commit();
-    if (status) written_.push_back(path);
+    // A stage shows a mesh until its next frame, which an empty one must be.
+    const bool shown = stages_[output.object].contains("_" + FileStem(object.Path()));
+    if (status && polygons && (shown || !polygons->points.empty())) status = WriteMesh(output, object, frame);
   });
   return status;
+}
+
+Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, int frame) {
+  const std::string suffix = "_" + FileStem(object.Path());
+  const FileUnits units = UnitsOf(output);
+  PolygonObject placed = InHostSpace(object, *object.Polygons());
+  if (output.HasMeshVelocities() && placed.velocities.empty()) {
+    placed.velocities = VelocitiesOf(object, placed.points);
+  }
+  for (std::vector<Vec3D>* vectors : {&placed.points, &placed.velocities, &placed.normals}) {
+    for (Vec3D& v : *vectors) v = output.space(v);
+  }
+  for (Vec3D& n : placed.normals) n = Normalized(n);
+  if (output.meshes != MeshOutput::Usda && !placed.points.empty()) {
+    const auto path = PathOf(output, suffix, frame, output.MeshExtension());
+    if (Status status = WriteMeshFile(path, placed, units); !status) return status;
+    written_.push_back(path);
+  }
+  if (!output.UsdMeshes()) return {};
+  StagePart& part = stages_[output.object][suffix];
+  part.kind = StagePart::Mesh;
+  return WriteFrameFile(PathOf(output, suffix, frame, ".usda"), [&](std::ostream& out) {
+    part.contents.merge(WriteUsda(placed, units, frame, out));
+    return Status();
+  });
 }
 
 }  // namespace orlix

@@ -2,12 +2,16 @@
 // Writes what a scene's outputs ask for, a frame at a time.
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
+#include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "exchange/OutputType.h"
+#include "fluids/particles/ParticleGroup.h"
 #include "fluids/scene/OrlixHook.h"
 
 namespace orlix {
@@ -21,7 +25,7 @@ struct ResultName {
 
 // FOLDER/NAME.0001EXTENSION
 std::filesystem::path ResultPath(const std::filesystem::path& folder, const std::string& name, int frame,
-                                 const char* extension);
+                                 const std::string& extension);
 
 // What pictures are called, by the render settings.
 std::string PictureName(const BaseDocument& document);
@@ -53,12 +57,17 @@ class FrameOutput {
  private:
   Status WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame);
   Status WriteParticles(OrlixScene& scene, const OutputSettings& output, int frame);
+  Status WritePoints(const ParticleGroup& group, std::int32_t kind, const OutputSettings& output, int frame);
   Status WriteMeshes(const OutputSettings& output, int frame);
+  Status WriteMesh(const OutputSettings& output, BaseObject& object, int frame);
+  Status WriteFrameFile(const std::filesystem::path& path, const std::function<Status(std::ostream&)>& write);
+  Status WriteStage(const OutputSettings& output) const;
+  FileUnits UnitsOf(const OutputSettings& output) const;
   // From the points that were written before, host units a second; none for the first frame and where their number
   // changed.
   std::vector<Vec3D> VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points);
   std::filesystem::path PathOf(const OutputSettings& output, const std::string& suffix, int frame,
-                               const char* extension) const {
+                               const std::string& extension) const {
     return ResultPath(results_ / output.folder, output.name + suffix, frame, extension);
   }
 
@@ -67,6 +76,13 @@ class FrameOutput {
   std::vector<OutputSettings> outputs_;
   std::vector<BaseObject*> roots_;
   std::vector<std::filesystem::path> written_;
+  // What a stage of USD shows: by the output, then the suffix of its files.
+  struct StagePart {
+    enum Kind { Volume, Mesh, Points } kind = Volume;
+    std::set<std::string> contents;  // the grids of volumes, the attributes of others
+  };
+  std::map<const BaseObject*, std::map<std::string, StagePart>> stages_;
+  double metresPerHost_ = 0;
   struct PointsBefore {
     std::vector<Vec3D> points;
     double seconds = 0;

@@ -9,7 +9,27 @@ const TypeInfo& OutputSettings::Type() {
                                       {VdbNames::Houdini, "houdini", "The velocity is \"vel\""}};
   static constexpr Choice kMeshes[] = {{MeshOutput::None, "none", "No meshes"},
                                        {MeshOutput::Obj, "obj", "Text, for every program"},
-                                       {MeshOutput::Ply, "ply", "Binary, with velocities where there are any"}};
+                                       {MeshOutput::Ply, "ply", "Binary, with velocities where there are any"},
+                                       {MeshOutput::Stl, "stl", "Binary triangles, for printing"},
+                                       {MeshOutput::Glb, "glb", "glTF 2.0, binary, with velocities and values"},
+                                       {MeshOutput::Usda, "usda", "USD text, with velocities and values"}};
+  static constexpr Choice kParticles[] = {{ParticleOutput::Ply, "ply", "PLY, binary"},
+                                          {ParticleOutput::Bgeo, "bgeo", "Houdini, classic binary"},
+                                          {ParticleOutput::Geo, "geo", "Houdini, classic text"},
+                                          {ParticleOutput::Prt, "prt", "Krakatoa and others"},
+                                          {ParticleOutput::Pdb, "pdb", "PDB of 32 bits"},
+                                          {ParticleOutput::Pda, "pda", "Maya, text"},
+                                          {ParticleOutput::Pdc, "pdc", "Maya, binary"},
+                                          {ParticleOutput::Mc, "mc", "Maya, cache of a frame"},
+                                          {ParticleOutput::Ptc, "ptc", "RenderMan point cloud"},
+                                          {ParticleOutput::Bin, "bin", "RealFlow; no properties beyond its own"},
+                                          {ParticleOutput::Xyz, "xyz", "Places only, a line each"},
+                                          {ParticleOutput::Pcd, "pcd", "Point Cloud Library, text"},
+                                          {ParticleOutput::Icecache, "icecache", "Softimage ICE"},
+                                          {ParticleOutput::Rib, "rib", "RenderMan scene, text"},
+                                          {ParticleOutput::Text, "txt", "A line of names, then a line a particle"},
+                                          {ParticleOutput::Vdb, "vdb", "OpenVDB, a grid of points"},
+                                          {ParticleOutput::Usda, "usda", "USD text"}};
 
   static constexpr Choice kVelocity[] = {
       {VdbVelocity::Near, "near", "Within three cells of what the other grids hold; all of it without others"},
@@ -32,7 +52,16 @@ const TypeInfo& OutputSettings::Type() {
           .ShownWhen(kVdbId, Relation::Is, 1),
       ChoiceParameter(kMeshesId, "meshes", MeshOutput::None, kMeshes, "The polygons of every volume"),
       BoolParameter(kParticlesId, "particles", false,
-                    "Each particle group, a PLY file for each of its kinds, with velocities and all properties"),
+                    "Each particle group, a file for each of its kinds, with velocities and all properties"),
+      ChoiceParameter(kParticleFormatId, "particle_format", ParticleOutput::Ply, kParticles,
+                      "The format of particle files")
+          .ShownWhen(kParticlesId, Relation::Is, 1),
+      BoolParameter(kPackedId, "packed", false, "Pack particle files by gzip: .gz behind their names")
+          .ShownWhen(kParticlesId, Relation::Is, 1),
+      BoolParameter(
+          kUsdId, "usd", false,
+          "A USD stage NAME.usda that shows the whole sequence: VDB volumes, meshes and particles; the latter "
+          "two get .usda files beside their own"),
       FloatParameter(kScaleId, "scale", 1, "", "Lengths of the other program a host unit, in all files but pictures")
           .Above(0),
       ChoiceParameter(kUpId, "up", UpAxis::Y, kUp, "What is upwards in all files but pictures"),
@@ -62,6 +91,9 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.vdbNames = object.GetChoice<VdbNames>(kVdbNamesId);
   s.meshes = object.GetChoice<MeshOutput>(kMeshesId);
   s.particles = object.GetBool(kParticlesId);
+  s.particleFormat = object.GetChoice<ParticleOutput>(kParticleFormatId);
+  s.packed = object.GetBool(kPackedId);
+  s.usd = object.GetBool(kUsdId);
   s.pictures = object.GetBool(kPicturesId);
   s.preview = object.GetBool(kPreviewId);
   const InExcludeData* grids = object.GetInExclude(kGridsId);
@@ -69,6 +101,19 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.velocityEverywhere = object.GetChoice<VdbVelocity>(kVdbVelocityId) == VdbVelocity::Everywhere;
   s.space = {.scale = object.GetDouble(kScaleId), .upZ = object.GetChoice<UpAxis>(kUpId) == UpAxis::Z};
   return s;
+}
+
+const char* OutputSettings::MeshExtension() const {
+  static constexpr const char* kExtensions[] = {"", ".obj", ".ply", ".stl", ".glb", ".usda"};
+  return kExtensions[static_cast<int>(meshes)];
+}
+
+std::string OutputSettings::ParticleExtension() const {
+  static constexpr const char* kExtensions[] = {".ply",      ".bgeo", ".geo", ".prt", ".pdb", ".pda",
+                                                ".pdc",      ".mc",   ".ptc", ".bin", ".xyz", ".pcd",
+                                                ".icecache", ".rib",  ".txt", ".vdb", ".usda"};
+  const bool plain = particleFormat == ParticleOutput::Vdb || particleFormat == ParticleOutput::Usda;
+  return std::string(kExtensions[static_cast<int>(particleFormat)]) + (packed && !plain ? ".gz" : "");
 }
 
 }  // namespace orlix

@@ -10,14 +10,33 @@
 
 namespace orlix {
 
-enum class MeshOutput { None = 0, Obj = 1, Ply = 2 };
+enum class MeshOutput { None = 0, Obj = 1, Ply = 2, Stl = 3, Glb = 4, Usda = 5 };
+enum class ParticleOutput {
+  Ply,
+  Bgeo,
+  Geo,
+  Prt,
+  Pdb,
+  Pda,
+  Pdc,
+  Mc,
+  Ptc,
+  Bin,
+  Xyz,
+  Pcd,
+  Icecache,
+  Rib,
+  Text,
+  Vdb,
+  Usda
+};
 enum class VdbVelocity { Near, Everywhere };
 enum class UpAxis { Y, Z };
 
 struct OutputSettings {
   static constexpr int kFolderId = 1, kFileNameId = 2, kEveryId = 3, kVdbId = 4, kVdbNamesId = 5, kMeshesId = 6,
                        kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12,
-                       kParticlesId = 13;
+                       kParticlesId = 13, kParticleFormatId = 14, kPackedId = 15, kUsdId = 16;
   static const TypeInfo& Type();
 
   const BaseObject* object = nullptr;
@@ -28,11 +47,23 @@ struct OutputSettings {
   VdbNames vdbNames = VdbNames::Blender;
   MeshOutput meshes = MeshOutput::None;
   bool particles = false;
+  ParticleOutput particleFormat = ParticleOutput::Ply;
+  bool packed = false;
+  bool usd = false;
   bool pictures = false;
   bool preview = false;
   std::set<std::uint64_t> grids{};  // creation numbers of the objects that VDB files hold; empty for all
   bool velocityEverywhere = false;
   ExportSpace space{};
+
+  // With the dot; empty for no meshes.
+  const char* MeshExtension() const;
+  std::string ParticleExtension() const;
+  // Frames of a stage of USD, which no other format of theirs can be part of.
+  bool UsdMeshes() const { return meshes == MeshOutput::Usda || (usd && meshes != MeshOutput::None); }
+  bool UsdParticles() const { return particles && (usd || particleFormat == ParticleOutput::Usda); }
+
+  bool HasMeshVelocities() const { return UsdMeshes() || meshes == MeshOutput::Ply || meshes == MeshOutput::Glb; }
 
   static OutputSettings Read(const BaseObject& object);
 };

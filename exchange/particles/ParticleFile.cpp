@@ -8,7 +8,6 @@
 #include <limits>
 #include <set>
 
-#include "exchange/points/PointFormats.h"
 #include "fluids/helpers/PropertyIds.h"
 #include "fluids/particles/SeenVelocity.h"
 
@@ -219,13 +218,6 @@ Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const P
   }
   if (!filler.status()) return filler.status().error();
   return set;
-}
-
-Status WriteParticleFile(const std::filesystem::path& path, const ParticleGroup& group, std::int32_t kind,
-                         const ParticleFileOptions& options) {
-  const Result<PointSet> set = PointsOf(group, kind, options);
-  if (!set) return set.error();
-  return WritePoints(path, *set, options.packed, &group.GetScene().pool());
 }
 
 }  // namespace orlix

@@ -10,7 +10,6 @@
 // Lengths are in host units, everything else in the units of the simulation. What operators keep for themselves isn't
 // written.
 
-#include <filesystem>
 #include <string>
 
 #include "exchange/points/PointSet.h"
@@ -23,15 +22,9 @@ struct ParticleFileOptions {
   std::string group;  // as messages name it
   ExportSpace space{};
   double metresPerUnit = 0;  // of the other program, for formats that say so
-  bool packed = false;       // by gzip
 };
 
 // Diverged, by group and particle, when a value is no finite number of single precision.
 Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options);
-
-// By the path's extension. To a temporary name first, so that the path holds the old file, the whole new one or
-// nothing.
-Status WriteParticleFile(const std::filesystem::path& path, const ParticleGroup& group, std::int32_t kind,
-                         const ParticleFileOptions& options);
 
 }  // namespace orlix

@@ -29,8 +29,8 @@ Status ReadPlyBinary(TextCursor& text, const PlyHeader& header, const PointConte
 }
 
 // The comments that WritePly leaves.
-PointUnits UnitsOf(std::string_view header) {
-  PointUnits units;
+FileUnits UnitsOf(std::string_view header) {
+  FileUnits units;
   constexpr std::string_view kMetres = "\ncomment metres_per_unit ";
   if (const std::size_t at = header.find(kMetres); at != std::string_view::npos) {
     TextCursor number(header.substr(at + kMetres.size()));

@@ -18,6 +18,8 @@
 #include <string_view>
 #include <vector>
 
+#include "exchange/points/FileUnits.h"
+
 namespace orlix {
 
 // What a column's numbers mean. A vector has three components; the numbers of a text are places in its list of words.
@@ -69,16 +71,10 @@ struct PointAttribute {
   }
 };
 
-// What lengths and directions of a file mean, for formats that have a place to say so.
-struct PointUnits {
-  double metresPerUnit = 0;  // 0 when nothing is known
-  bool upZ = false;          // y otherwise
-};
-
 struct PointSet {
   std::uint64_t count = 0;
   std::deque<PointAttribute> attributes;  // references to its columns last
-  PointUnits units{};
+  FileUnits units{};
   const char* encoding = "binary";  // of the file that it was read from: "binary", "binary big-endian", "text"
 
   // Values are 0.

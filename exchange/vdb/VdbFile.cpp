@@ -4,6 +4,7 @@
 #include <openvdb/io/File.h>
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
+#include <openvdb/points/PointDataGrid.h>
 #include <openvdb/tools/Dense.h>
 #include <openvdb/tools/Morphology.h>
 #include <openvdb/tools/SignedFloodFill.h>
@@ -12,8 +13,11 @@
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <span>
 #include <stdexcept>
+#include <tuple>
 
+#include "exchange/points/PointBytes.h"
 #include "host/files/AtomicStream.h"
 
 namespace orlix {
@@ -200,6 +204,13 @@ openvdb::GridBase::Ptr MakeGrid(const VdbField& field, const ExportSpace& to, co
   return VelocityGrid(field, to, near);
 }
 
+// Units and upward axis, where they are known.
+void AddUnits(openvdb::GridBase& grid, const FileUnits& units) {
+  if (!(units.metresPerUnit > 0)) return;
+  grid.insertMeta("metres_per_unit", openvdb::DoubleMetadata(units.metresPerUnit));
+  grid.insertMeta("up_axis", openvdb::StringMetadata(units.upZ ? "z" : "y"));
+}
+
 openvdb::GridPtrVec MakeGrids(const std::vector<VdbField>& fields, const VdbOptions& options) {
   openvdb::GridPtrVec grids(fields.size());
   openvdb::MaskTree near;
@@ -221,6 +232,7 @@ openvdb::GridPtrVec MakeGrids(const std::vector<VdbField>& fields, const VdbOpti
     grids[f]->setName(fields[f].name);
     grids[f]->setCreator("Orlix");
     grids[f]->insertMeta("frame", openvdb::Int32Metadata(options.frame));
+    AddUnits(*grids[f], options.units);
     grids[f]->addStatsMetadata();
   }
   return grids;
@@ -234,15 +246,15 @@ void WriteStream(std::ostream& stream, const openvdb::GridPtrVec& grids) {
 
 }  // namespace
 
-Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options) {
-  Initialise();
-  for (const VdbField& field : fields) {
-    if (Status fits = TestRange(field); !fits) return fits;
-  }
+namespace {
+
+// make() gives the grids.
+template <class Make>
+Status WriteGrids(const std::filesystem::path& path, std::size_t count, Make&& make) {
   AtomicStream stream;
   if (Status opened = stream.Open(path); !opened) return opened;
   try {
-    WriteStream(stream, MakeGrids(fields, options));
+    WriteStream(stream, make());
   } catch (const std::exception& e) {
     // A failed write is the file's error, with its reason; anything else is the library's.
     if (!stream.status()) return stream.status();
@@ -251,10 +263,20 @@ Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& 
   return stream.Commit([&](const std::filesystem::path& temporary) {
     const auto info = ReadVdbInfo(temporary, false);
     if (!info) return info.status();
-    if (info->size() == fields.size()) return Status();
+    if (info->size() == count) return Status();
     return Status::Fail(ErrorKind::Output,
-                        fmt::format("{}: {} of {} grids can be read back", path.string(), info->size(), fields.size()));
+                        fmt::format("{}: {} of {} grids can be read back", path.string(), info->size(), count));
   });
+}
+
+}  // namespace
+
+Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options) {
+  Initialise();
+  for (const VdbField& field : fields) {
+    if (Status fits = TestRange(field); !fits) return fits;
+  }
+  return WriteGrids(path, fields.size(), [&] { return MakeGrids(fields, options); });
 }
 
 namespace {
@@ -288,6 +310,215 @@ Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, 
     return Unreadable(path, e.what());
   }
   return infos;
+}
+
+// --- points ----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+namespace points = openvdb::points;
+using PointLeaf = points::PointDataTree::LeafNodeType;
+using VectorColumn = points::TypedAttributeArray<openvdb::Vec3f>;
+using FloatColumn = points::TypedAttributeArray<float>;
+using IntColumn = points::TypedAttributeArray<std::int32_t>;
+
+constexpr PointName kVdbNames[] = {{"position", "P"}, {"velocity", "v"}, {"color", "Cd"}, {"radius", "pscale"}};
+constexpr int kPointsPerVoxel = 8;
+
+// Rows by the leaf and the voxel in it that they lie in.
+struct PlacedRow {
+  openvdb::Coord leaf;
+  openvdb::Index voxel;
+  std::uint32_t row;
+  bool operator<(const PlacedRow& o) const {
+    return leaf == o.leaf ? std::tie(voxel, row) < std::tie(o.voxel, o.row) : leaf < o.leaf;
+  }
+};
+
+Vec3D PlaceOf(const PointAttribute& position, std::uint64_t row) {
+  return {position.Real(row, 0), position.Real(row, 1), position.Real(row, 2)};
+}
+
+// For eight points a voxel, were they spread evenly; flat clouds have fewer.
+double PointVoxel(const PointAttribute& position, std::uint64_t count) {
+  Vec3D low, high;
+  for (std::uint64_t row = 0; row < count; ++row) {
+    const Vec3D at = PlaceOf(position, row);
+    for (int axis = 0; axis < 3; ++axis) {
+      low[axis] = row == 0 ? at[axis] : std::min(low[axis], at[axis]);
+      high[axis] = row == 0 ? at[axis] : std::max(high[axis], at[axis]);
+    }
+  }
+  const Vec3D size = high - low;
+  const double most = std::max({size.x, size.y, size.z});
+  double far = 0;
+  for (const Vec3D& corner : {low, high}) {
+    for (int axis = 0; axis < 3; ++axis) far = std::max(far, std::fabs(corner[axis]));
+  }
+  const double even = std::cbrt(size.x * size.y * size.z * kPointsPerVoxel / std::max(1.0, double(count)));
+  constexpr double kMostIndex = 1e8;  // of a lattice of 32 bits
+  return std::max({even, most > 0 ? most / 2000 : 1.0, far / kMostIndex});
+}
+
+std::vector<PlacedRow> PlacedRows(const PointSet& set, const openvdb::math::Transform& transform) {
+  const PointAttribute& position = *set.Find("position");
+  std::vector<PlacedRow> rows(set.count);
+  for (std::uint64_t row = 0; row < set.count; ++row) {
+    const Vec3D at = PlaceOf(position, row);
+    const openvdb::Coord voxel = transform.worldToIndexNodeCentered(openvdb::Vec3d(at.x, at.y, at.z));
+    const openvdb::Coord leaf = voxel & ~(PointLeaf::DIM - 1);
+    rows[row] = {leaf, PointLeaf::coordToOffset(voxel), static_cast<std::uint32_t>(row)};
+  }
+  std::sort(rows.begin(), rows.end());
+  return rows;
+}
+
+template <class T, class Value>
+void FillColumn(PointLeaf& leaf, const std::string& name, std::span<const PlacedRow> rows, Value&& value) {
+  points::AttributeWriteHandle<T> handle(leaf.attributeArray(name));
+  for (std::size_t n = 0; n < rows.size(); ++n) handle.set(static_cast<openvdb::Index>(n), value(rows[n]));
+}
+
+void FillLeaf(PointLeaf& leaf, std::span<const PlacedRow> rows, const PointSet& set,
+              const openvdb::math::Transform& transform) {
+  std::vector<PointLeaf::ValueType> ends(PointLeaf::SIZE);
+  for (const PlacedRow& row : rows) ends[row.voxel] = ends[row.voxel] + 1;
+  for (std::size_t n = 1; n < ends.size(); ++n) ends[n] = ends[n] + ends[n - 1];
+  leaf.setOffsets(ends);
+  for (const PointAttribute& column : set.attributes) {
+    const std::string name = TheirName(kVdbNames, column.name);
+    if (column.name == "position") {
+      FillColumn<openvdb::Vec3f>(leaf, name, rows, [&](const PlacedRow& row) {
+        const Vec3D at = PlaceOf(column, row.row);
+        const openvdb::Vec3d index = transform.worldToIndex(openvdb::Vec3d(at.x, at.y, at.z));
+        return openvdb::Vec3f(index - leaf.offsetToGlobalCoord(row.voxel).asVec3d());
+      });
+    } else if (column.components == 3) {
+      FillColumn<openvdb::Vec3f>(leaf, name, rows, [&](const PlacedRow& row) {
+        const Vec3D v = PlaceOf(column, row.row);
+        return openvdb::Vec3f(openvdb::Vec3d(v.x, v.y, v.z));
+      });
+    } else if (column.components == 1 && IsReal(column.number)) {
+      FillColumn<float>(leaf, name, rows, [&](const PlacedRow& row) { return float(column.Real(row.row, 0)); });
+    } else if (column.components == 1) {
+      FillColumn<std::int32_t>(leaf, name, rows, [&](const PlacedRow& row) {
+        return static_cast<std::int32_t>(std::clamp<std::int64_t>(column.Whole(row.row, 0), INT32_MIN, INT32_MAX));
+      });
+    }
+  }
+}
+
+openvdb::GridBase::Ptr PointGrid(const PointSet& set, int frame) {
+  const auto grid = points::PointDataGrid::create();
+  grid->setTransform(openvdb::math::Transform::createLinearTransform(PointVoxel(*set.Find("position"), set.count)));
+  // The library adds columns one at a time, each to the descriptor before it.
+  std::vector<points::AttributeSet::Descriptor::Ptr> columns{
+      points::AttributeSet::Descriptor::create(VectorColumn::attributeType())};
+  for (const PointAttribute& column : set.attributes) {
+    if (column.name == "position" || (column.components != 1 && column.components != 3)) continue;
+    columns.push_back(columns.back()->duplicateAppend(TheirName(kVdbNames, column.name),
+                                                      column.components == 3  ? VectorColumn::attributeType()
+                                                      : IsReal(column.number) ? FloatColumn::attributeType()
+                                                                              : IntColumn::attributeType()));
+  }
+  const std::vector<PlacedRow> rows = PlacedRows(set, grid->transform());
+  for (std::size_t first = 0, end; first < rows.size(); first = end) {
+    for (end = first; end < rows.size() && rows[end].leaf == rows[first].leaf;) ++end;
+    PointLeaf& leaf = *grid->tree().touchLeaf(rows[first].leaf);
+    leaf.initializeAttributes(columns[0], static_cast<openvdb::Index>(end - first));
+    for (std::size_t c = 1; c < columns.size(); ++c) leaf.appendAttribute(*columns[c - 1], columns[c], c);
+    FillLeaf(leaf, {rows.data() + first, end - first}, set, grid->transform());
+  }
+  grid->setName("points");
+  grid->setCreator("Orlix");
+  grid->insertMeta("frame", openvdb::Int32Metadata(frame));
+  AddUnits(*grid, set.units);
+  return grid;
+}
+
+// The columns of a leaf that a set can hold.
+template <class T, class Store>
+bool CopyColumn(const PointLeaf& leaf, std::size_t slot, std::uint64_t first, Store&& store) {
+  const points::AttributeArray& array = leaf.constAttributeArray(slot);
+  if (!array.hasValueType<T>()) return false;
+  points::AttributeHandle<T> handle(array);
+  std::uint64_t row = first;
+  for (openvdb::Index n = 0; n < array.size(); ++n) store(row++, handle.get(n));
+  return true;
+}
+
+void CopyLeaf(const PointLeaf& leaf, const openvdb::math::Transform& transform, std::uint64_t first, PointSet& set) {
+  const points::AttributeHandle<openvdb::Vec3f> inVoxel(leaf.constAttributeArray("P"));
+  std::uint64_t row = first;
+  for (auto point = leaf.beginIndexAll(); point; ++point, ++row) {
+    const openvdb::Vec3d at = transform.indexToWorld(openvdb::Vec3d(inVoxel.get(*point)) + point.getCoord().asVec3d());
+    for (int c = 0; c < 3; ++c) set.attributes[0].SetReal(row, c, at[c]);
+  }
+  for (std::size_t a = 1; a < set.attributes.size(); ++a) {
+    PointAttribute& column = set.attributes[a];
+    const std::size_t slot = leaf.attributeSet().find(TheirName(kVdbNames, column.name));
+    if (slot == points::AttributeSet::INVALID_POS) continue;
+    if (column.components == 3) {
+      CopyColumn<openvdb::Vec3s>(leaf, slot, first, [&](std::uint64_t at, const openvdb::Vec3s& v) {
+        for (int c = 0; c < 3; ++c) column.SetReal(at, c, v[c]);
+      });
+    } else if (IsReal(column.number)) {
+      CopyColumn<float>(leaf, slot, first, [&](std::uint64_t at, float v) { column.SetReal(at, 0, v); });
+    } else {
+      CopyColumn<std::int32_t>(leaf, slot, first, [&](std::uint64_t at, int v) { column.SetWhole(at, 0, v); });
+    }
+  }
+}
+
+// What the first leaf has stands for all.
+void DeclareColumns(const PointLeaf& leaf, PointSet& set) {
+  for (const auto& [name, slot] : leaf.attributeSet().descriptor().map()) {
+    const points::AttributeArray& array = leaf.constAttributeArray(slot);
+    if (name == "P" || !CanAdd(set, OurName(kVdbNames, name)) || array.stride() != 1) continue;
+    const std::string ours = OurName(kVdbNames, name);
+    if (array.hasValueType<openvdb::Vec3s>()) set.Add(ours, PointType::Vector, 3, NumberType::Float32);
+    if (array.hasValueType<float>()) set.Add(ours, PointType::Float, 1, NumberType::Float32);
+    if (array.hasValueType<std::int32_t>()) set.Add(ours, PointType::Int, 1, NumberType::Int32);
+  }
+}
+
+}  // namespace
+
+Status WriteVdbPoints(const std::filesystem::path& path, const PointSet& set, int frame) {
+  Initialise();
+  if (const auto position = PositionsOf(set); !position) return position.error();
+  if (Status fits = TestInt32Count(set); !fits) return fits;
+  return WriteGrids(path, 1, [&] { return openvdb::GridPtrVec{PointGrid(set, frame)}; });
+}
+
+Result<PointSet> ReadVdbPoints(const std::filesystem::path& path) {
+  Initialise();
+  PointSet set;
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return Unreadable(path, "not a plain file");
+  try {
+    const openvdb::GridPtrVecPtr grids = ReadGrids(path);
+    std::vector<points::PointDataGrid::ConstPtr> found;
+    for (const openvdb::GridBase::Ptr& grid : *grids) {
+      if (const auto each = openvdb::gridPtrCast<points::PointDataGrid>(grid)) found.push_back(each);
+    }
+    if (found.empty()) return Unreadable(path, "it has no grid of points");
+    for (const auto& grid : found) {
+      for (auto leaf = grid->tree().cbeginLeaf(); leaf; ++leaf) set.count += leaf->pointCount();
+    }
+    set.Add("position", PointType::Vector, 3, NumberType::Float32);
+    std::uint64_t first = 0;
+    for (const auto& grid : found) {
+      for (auto leaf = grid->tree().cbeginLeaf(); leaf; ++leaf) {
+        if (set.attributes.size() == 1) DeclareColumns(*leaf, set);
+        CopyLeaf(*leaf, grid->transform(), first, set);
+        first += leaf->pointCount();
+      }
+    }
+  } catch (const std::exception& e) {
+    return Unreadable(path, e.what());
+  }
+  return set;
 }
 
 }  // namespace orlix

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "exchange/points/PointSet.h"
 #include "exchange/vdb/ExportSpace.h"
 #include "fluids/grids/EGrid.h"
 #include "globals/Result.h"
@@ -31,6 +32,7 @@ struct VdbField {
 struct VdbOptions {
   int frame = 0;  // for the metadata
   ExportSpace space{};
+  FileUnits units{};                // for the metadata
   bool velocityEverywhere = false;  // otherwise near the voxels of fog volumes, where there are any
 };
 
@@ -44,6 +46,13 @@ struct VdbGridInfo {
 
 // Blosc-compressed. The file gets its name only when it is whole. Diverged when a value is beyond a float's range.
 Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options);
+
+// Particles as one grid of points, "points". Its points are in the cells of a lattice, within which they have all but
+// the precision of floats; columns keep their names, but for "P" (positions), "v" and "Cd".
+Status WriteVdbPoints(const std::filesystem::path& path, const PointSet& set, int frame = 0);
+// All grids of points of a file, as one set; columns that not all of them have are left out. Reads any file that the
+// library takes: a crafted one may make it take much memory.
+Result<PointSet> ReadVdbPoints(const std::filesystem::path& path);
 // Reads the whole file when withValues, otherwise its headers only (low and high are 0 then).
 Result<std::vector<VdbGridInfo>> ReadVdbInfo(const std::filesystem::path& path, bool withValues);
 

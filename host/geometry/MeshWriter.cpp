@@ -71,14 +71,15 @@ void WriteObj(const PolygonObject& mesh, std::ostream& out) {
   Flush(text, out, 0);
 }
 
-void WritePly(const PolygonObject& mesh, std::ostream& out) {
+void WritePly(const PolygonObject& mesh, std::ostream& out, std::string_view comments) {
   const bool smooth = HasAll(mesh, mesh.normals), moving = HasAll(mesh, mesh.velocities);
   const auto properties = [&](std::string_view names) {
     for (const std::string_view name : {names.substr(0, 2), names.substr(2, 2), names.substr(4, 2)}) {
       out << "property float " << name << '\n';
     }
   };
-  out << "ply\nformat binary_little_endian 1.0\nelement vertex " << mesh.points.size()
+  out << "ply\nformat binary_little_endian 1.0\n"
+      << comments << "element vertex " << mesh.points.size()
       << "\nproperty float x\nproperty float y\nproperty float z\n";
   if (smooth) properties("nxnynz");
   if (moving) properties("vxvyvz");
@@ -103,6 +104,28 @@ void WritePly(const PolygonObject& mesh, std::ostream& out) {
     const std::int32_t corners[4] = {polygon.a, polygon.b, polygon.c, polygon.d};
     bytes.push_back(static_cast<char>(CornerCount(polygon)));
     for (int c = 0; c < CornerCount(polygon); ++c) Append32(bytes, static_cast<std::uint32_t>(corners[c]));
+    Flush(bytes, out, kFlushAt);
+  }
+  Flush(bytes, out, 0);
+}
+
+void WriteStl(const PolygonObject& mesh, std::ostream& out, std::string_view text) {
+  constexpr std::size_t kHead = 80;
+  std::string bytes(text.substr(0, kHead));
+  bytes.resize(kHead);
+  std::uint32_t triangles = 0;
+  for (const PolygonObject::Polygon& polygon : mesh.polygons) triangles += polygon.IsTriangle() ? 1 : 2;
+  Append32(bytes, triangles);
+  const auto triangle = [&](std::int32_t a, std::int32_t b, std::int32_t c) {
+    const Vec3D corners[] = {mesh.points[static_cast<std::size_t>(a)], mesh.points[static_cast<std::size_t>(b)],
+                             mesh.points[static_cast<std::size_t>(c)]};
+    AppendVector(bytes, Normalized(Cross(corners[1] - corners[0], corners[2] - corners[0])));
+    for (const Vec3D& corner : corners) AppendVector(bytes, corner);
+    bytes.append(2, '\0');
+  };
+  for (const PolygonObject::Polygon& polygon : mesh.polygons) {
+    triangle(polygon.a, polygon.b, polygon.c);
+    if (!polygon.IsTriangle()) triangle(polygon.a, polygon.c, polygon.d);
     Flush(bytes, out, kFlushAt);
   }
   Flush(bytes, out, 0);

@@ -66,15 +66,15 @@ std::string Written(const char* name, const PointSet& set) {
 
 TEST(ParticleFile, HoldsTheLivingWithAllTheirProperties) {
   ParticleStage stage;
-  const test::TemporaryFolder folder;
-  const auto path = folder.path() / "sparks.ply";
-  ASSERT_TRUE(WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {.scale = 2, .upZ = true}}).ok());
-  const auto content = ReadPointFile(path);
-  ASSERT_TRUE(content.ok());
-  EXPECT_TRUE(IsPointPly(AsText(*content)));
-  const Table table = TableOf(AsText(*content));
+  const Result<PointSet> made = PointsOf(*stage.group, PK_Diffuse, {"Sparks", {.scale = 2, .upZ = true}, 0.5});
+  ASSERT_TRUE(made.ok());
+  const std::string content = Written("a.ply", *made);
+  EXPECT_TRUE(IsPointPly(content));
+  const Table table = TableOf(content);
   ASSERT_EQ(table.error, "");
   ASSERT_EQ(table.set.count, 4999u);
+  EXPECT_EQ(table.set.units.metresPerUnit, 0.5);
+  EXPECT_TRUE(table.set.units.upZ);
   const double unit = 2 * stage.scene().GetSimulationSpace().hostPerSim.x;
   const ParticleList& list = *stage.group->list(PK_Diffuse);
   int checked = 0;
@@ -97,22 +97,15 @@ TEST(ParticleFile, HoldsTheLivingWithAllTheirProperties) {
   EXPECT_THROW(table.At(0, "has_radius"), std::runtime_error) << "all have one";
 }
 
-TEST(ParticleFile, RefusesWhatIsNoNumberAndLeavesTheOldFile) {
+TEST(ParticleFile, RefusesWhatIsNoNumber) {
   ParticleStage stage;
-  const test::TemporaryFolder folder;
-  const auto path = folder.path() / "sparks.ply";
-  ASSERT_TRUE(WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {}}).ok());
-  const auto before = std::filesystem::file_size(path);
   for (const double bad : {std::numeric_limits<double>::quiet_NaN(), 1e39}) {
     stage.group->At(PK_Diffuse, 6).SetReal(PP::Radius, bad);
-    const Status status = WriteParticleFile(path, *stage.group, PK_Diffuse, {"Sparks", {}});
-    ASSERT_FALSE(status.ok());
-    EXPECT_EQ(status.error().kind, ErrorKind::Diverged);
-    EXPECT_NE(status.error().text.find("\"Sparks\": radius of Diffuse particle 6"), std::string::npos)
-        << status.error().text;
-    EXPECT_EQ(std::filesystem::file_size(path), before);
+    const Result<PointSet> set = PointsOf(*stage.group, PK_Diffuse, {"Sparks"});
+    ASSERT_FALSE(set.ok());
+    EXPECT_EQ(set.error().kind, ErrorKind::Diverged);
+    EXPECT_NE(set.error().text.find("\"Sparks\": radius of Diffuse particle 6"), std::string::npos) << set.error().text;
   }
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
 }
 
 TEST(ParticleFile, AnOutputHasAFileForEachKindThatEverWas) {
@@ -131,6 +124,33 @@ TEST(ParticleFile, AnOutputHasAFileForEachKindThatEverWas) {
   ASSERT_TRUE(writer.WriteFrame(stage.hook, 4).ok());
   ASSERT_EQ(writer.written().size(), 1u) << "an empty one";
   EXPECT_EQ(TableOf(AsText(*ReadPointFile(writer.written()[0]))).set.count, 0u);
+}
+
+TEST(ParticleFile, AnOutputWritesTheFormatAskedForAndAStageOfAllFrames) {
+  ParticleStage stage;
+  const test::TemporaryFolder folder;
+  BaseObject& output = stage.document.AddObject(OutputSettings::Type());
+  output.Set(OutputSettings::kParticlesId, true);
+  output.Set(OutputSettings::kParticleFormatId, std::int64_t(ParticleOutput::Bgeo));
+  output.Set(OutputSettings::kPackedId, true);
+  output.Set(OutputSettings::kUsdId, true);
+  output.Set(OutputSettings::kScaleId, 0.01);
+  for (const int frame : {3, 4}) {
+    FrameOutput writer(stage.document, folder.path());  // as after a resume
+    ASSERT_TRUE(writer.WriteFrame(stage.hook, frame).ok());
+  }
+  EXPECT_EQ(test::NamesIn(folder.path()),
+            (std::set<std::string>{"frame.usda", "frame_Scene_Sparks_diffuse.manifest.usda",
+                                   "frame_Scene_Sparks_diffuse.0003.bgeo.gz", "frame_Scene_Sparks_diffuse.0003.usda",
+                                   "frame_Scene_Sparks_diffuse.0004.bgeo.gz", "frame_Scene_Sparks_diffuse.0004.usda"}));
+  EXPECT_EQ(ReadPoints(folder / "frame_Scene_Sparks_diffuse.0004.bgeo.gz")->count, 4999u);
+  const std::string text = test::ReadText(folder / "frame.usda");
+  for (const char* part :
+       {"metersPerUnit = 1\n", "startTimeCode = 3", "endTimeCode = 4", "def Points \"Scene_Sparks_diffuse\"",
+        "asset[] assetPaths = [@./frame_Scene_Sparks_diffuse.0003.usda@, @./frame_Scene_Sparks_diffuse.0004.usda@]",
+        "double2[] active = [(3, 0), (4, 1)]", "primPath = \"/Points\"", "vector3f[] velocities", "float[] widths"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
+  }
 }
 
 TEST(PointFile, TextGoesToPlyAndBackWithoutALoss) {
