@@ -38,8 +38,7 @@ struct PlannedType {
 // Types that scenes may come to name. Each leaves the list by being registered.
 constexpr PlannedType kPlanned[] = {
     {1300057, "zq_constraint_coffee"}, {1300059, "zq_channelop_coffee"}, {1300060, "zq_pforce_coffee"},
-    {1300063, "zq_channelop_remap"},   {1300099, "zq_cache_particle"},   {1300100, "zq_cache_mesh"},
-    {13000141, "zq_force_coffee"},
+    {1300063, "zq_channelop_remap"},   {13000141, "zq_force_coffee"},
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/FrameFiles.h"
 #include "host/files/HyperFile.h"
@@ -65,6 +66,8 @@ Status Checkpoints::AfterFrame(const RunState& state) {
 }
 
 Status Checkpoints::Write(const RunState& state) {
+  // A checkpoint says that the frame is there, so what caches still write is awaited.
+  if (Status written = FlushCaches(state.hook); !written) return written;
   if (Status created = CreateFolders(folder_); !created.ok()) return created;
   const fs::path path = folder_ / (kStem + PadNumber(state.frame - state.firstFrame, 5) + "." + kCheckpointExtension);
   CheckpointHead head;

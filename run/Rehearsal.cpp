@@ -41,7 +41,7 @@ bool WantsRehearsal(const BaseDocument& document) {
 }
 
 FramedBox Rehearse(Engine& engine, BaseDocument& document, WorkerPool& pool, const FramePlan& plan) {
-  for (const RecordedCache& cache : RecordedCaches(document)) {
+  for (const CacheFiles& cache : RecordedCaches(document)) {
     document.RemoveObject(*document.FindObject(cache.object->creationNumber()));
   }
   for (BaseObject* root : document.ObjectsOfType(kRootTypeId)) {

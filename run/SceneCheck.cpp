@@ -101,7 +101,7 @@ void CheckOutside(const BaseDocument& document, Found& found) {
                   found);
     }
   });
-  for (const RecordedCache& cache : RecordedCaches(document)) {
+  for (const CacheFiles& cache : RecordedCaches(document)) {
     const bool own = cache.object->GetInt(Cache_OperatorBase::kFolderSourceId) != 0;
     CheckInside(*cache.object, Cache_OperatorBase::kFolderId,
                 own ? cache.object->GetString(Cache_OperatorBase::kFolderId) : "", Cache_OperatorBase::kStemId,
@@ -128,7 +128,7 @@ void CheckResultNames(const BaseDocument& document, const fs::path& results, Fou
 
 // Frames are told apart by what stands behind the stem: "smoke" and "smoke1" have one file for frames 10001 and 1.
 void CheckCacheNames(const BaseDocument& document, Found& found) {
-  const std::vector<RecordedCache> caches = RecordedCaches(document);
+  const std::vector<CacheFiles> caches = RecordedCaches(document);
   for (std::size_t b = 0; b < caches.size(); ++b) {
     for (std::size_t a = 0; a < b; ++a) {
       if (caches[a].extension != caches[b].extension || Settled(caches[a].folder) != Settled(caches[b].folder))

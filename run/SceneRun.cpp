@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "run/Interrupt.h"
 
 namespace orlix {
@@ -43,6 +44,7 @@ SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std
              .pool = pool,
              .outputFolder = std::move(outputFolder),
              .warnings = observer_.warnings} {
+  observer_.writeBehind = true;
   observer_.onSubstep = [this](const SubstepReport& report) {
     for (FrameListener* listener : listeners_) listener->AfterSubstep(state_, report);
   };
@@ -122,6 +124,8 @@ Status SceneRun::Run(const FramePlan& plan) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }
   Status outcome = RunFrames(plan);
+  Status written = FlushCaches(hook_);
+  if (outcome.ok()) outcome = std::move(written);
   if (outcome.ok() && Interrupt::Signal() == 0) hook_.Conclude();
   state_.interrupted = Interrupt::Signal() != 0;
   for (FrameListener* listener : listeners_) {

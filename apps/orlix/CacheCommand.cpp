@@ -7,6 +7,7 @@
 
 #include "apps/orlix/Command.h"
 #include "fluids/caches/C4D_Operator_GridCache_Object.h"
+#include "fluids/caches/CacheRows.h"
 #include "host/description/TypeRegistry.h"
 #include "run/OutputFolders.h"
 #include "run/SceneRun.h"
@@ -19,13 +20,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kDeleteId = 1016, kFrameTextId = 1008, kFolderTextId = 1015;
-
-std::vector<GridCacher*> CachesOf(const SceneRun& run, const std::string& name) {
-  std::vector<GridCacher*> caches;
+std::vector<Cache_OperatorBase*> CachesOf(const SceneRun& run, const std::string& name) {
+  std::vector<Cache_OperatorBase*> caches;
   for (const auto& [key, scene] : run.state().hook.scenes()) {
     scene->ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
-      auto* cache = dynamic_cast<GridCacher*>(&node);
+      auto* cache = dynamic_cast<Cache_OperatorBase*>(&node);
       const std::string path = node.DisplayName();
       const bool named = name.empty() || path == name || path.ends_with("/" + name);
       if (cache && node.IsEnabled() && named) caches.push_back(cache);
@@ -34,7 +33,7 @@ std::vector<GridCacher*> CachesOf(const SceneRun& run, const std::string& name) 
   return caches;
 }
 
-Json AsJson(const GridCacher& cache) {
+Json AsJson(const Cache_OperatorBase& cache) {
   const CacheInfo info = cache.GetCacheInfo();
   Json json = {{"cache", cache.DisplayName()}, {"folder", cache.name().folder.string()}, {"found", info.found}};
   if (!info.found) return json;
@@ -45,36 +44,37 @@ Json AsJson(const GridCacher& cache) {
   return json;
 }
 
-void Print(GridCacher& cache) {
+void Print(Cache_OperatorBase& cache) {
   fmt::print("{}: {}\n", cache.DisplayName(), cache.name().folder.string());
   if (!cache.GetCacheInfo().found) {
     fmt::print("no frames\n");
     return;
   }
-  UpdateGridCacheDescription(cache);
-  fmt::print("{}{}", cache.handler.GetString(kFolderTextId), cache.handler.GetString(kFrameTextId));
+  UpdateCacheDescription(cache);
+  fmt::print("{}{}", cache.handler.GetString(Cache_OperatorBase::kFolderTextId),
+             cache.handler.GetString(Cache_OperatorBase::kFrameTextId));
 }
 
 // The question of the object's own button.
 Status Confirm(const CacheCommandOptions& options) {
   if (options.yes) return {};
   if (isatty(STDIN_FILENO) != 1) return Status::Fail(ErrorKind::Usage, "--delete without a terminal needs --yes");
-  fmt::print("{} [y/N] ", GridCacher::Type().Find(kDeleteId)->text);
+  fmt::print("{} [y/N] ", cache_rows::DeleteButton(0).text);
   std::fflush(stdout);
   std::string answer;
   std::getline(std::cin, answer);
   return answer == "y" || answer == "Y" ? Status() : Status::Fail(ErrorKind::Usage, "nothing was deleted");
 }
 
-Status Delete(const std::vector<GridCacher*>& caches, const CacheCommandOptions& options) {
+Status Delete(const std::vector<Cache_OperatorBase*>& caches, const CacheCommandOptions& options) {
   if (Status confirmed = Confirm(options); !confirmed.ok()) return confirmed;
   std::vector<std::filesystem::path> folders;
-  for (const GridCacher* cache : caches) {
+  for (const Cache_OperatorBase* cache : caches) {
     if (cache->GetCacheInfo().found) folders.push_back(cache->name().folder);
   }
   const auto locks = LockOutputFolders(folders);
   if (!locks) return locks.error();
-  for (GridCacher* cache : caches) {
+  for (Cache_OperatorBase* cache : caches) {
     if (Status deleted = cache->DeleteCache(); !deleted.ok()) return deleted;
   }
   return {};
@@ -93,7 +93,7 @@ Status CacheCommand(const Program& program, const CacheCommandOptions& options) 
     if (Status moved = document.SetTime(BaseTime::OfFrame(*options.frame, document.fps)); !moved.ok()) return moved;
     run.hook().BuildScenes(document, false);
   }
-  const std::vector<GridCacher*> caches = CachesOf(run, options.cache);
+  const std::vector<Cache_OperatorBase*> caches = CachesOf(run, options.cache);
   if (caches.empty()) {
     return Status::Fail(ErrorKind::Usage, options.cache.empty()
                                               ? options.scene + " has no cache"
@@ -104,10 +104,10 @@ Status CacheCommand(const Program& program, const CacheCommandOptions& options) 
   }
   if (program.options.json) {
     Json list = Json::array();
-    for (const GridCacher* cache : caches) list.push_back(AsJson(*cache));
+    for (const Cache_OperatorBase* cache : caches) list.push_back(AsJson(*cache));
     fmt::print("{}\n", LaidOut(list));
   } else if (!program.options.quiet) {
-    for (GridCacher* cache : caches) Print(*cache);
+    for (Cache_OperatorBase* cache : caches) Print(*cache);
   }
   return {};
 }

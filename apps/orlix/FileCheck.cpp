@@ -8,6 +8,8 @@
 #include "exchange/points/PointFormats.h"
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
+#include "fluids/caches/MeshFrameFile.h"
+#include "fluids/caches/ParticleFrameFile.h"
 #include "host/geometry/MeshReader.h"
 #include "host/pictures/PictureFile.h"
 #include "run/Checkpoint.h"
@@ -18,19 +20,51 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Status CheckFrameFile(const fs::path& path) { return HyperFile::Verify(kFrameFileIdent, path); }
-
-Status CheckGridCache(const fs::path& path) {
-  if (Status whole = CheckFrameFile(path); !whole.ok()) return whole;
-  HyperFile file;
-  GridFrameHead head;
-  if (!file.Open(kFrameFileIdent, path, HyperFile::Mode::Read)) return file.status();
-  if (Status read = ReadGridFrameHead(file, path.string(), head); !read.ok()) return read;
+// From behind what the file is known to hold: the number in its name is the one that it was written with.
+Status CheckNumber(HyperFile& file, const fs::path& path) {
   std::string number;
   if (Status read = ReadGridFrameNumber(file, number); !read.ok()) return read;
   if (path.stem().string().ends_with(number)) return {};
   return Status::Fail(ErrorKind::InputFile,
                       fmt::format("{}: a wrong name: it was written as frame {}", path.string(), number));
+}
+
+Status OpenWhole(HyperFile& file, const fs::path& path) {
+  if (Status whole = HyperFile::Verify(kFrameFileIdent, path); !whole.ok()) return whole;
+  return file.Open(kFrameFileIdent, path, HyperFile::Mode::Read) ? Status() : file.status();
+}
+
+Status CheckGridCache(const fs::path& path) {
+  HyperFile file;
+  GridFrameHead head;
+  if (Status whole = OpenWhole(file, path); !whole.ok()) return whole;
+  if (Status read = ReadGridFrameHead(file, path.string(), head); !read.ok()) return read;
+  return CheckNumber(file, path);
+}
+
+Status CheckParticleCache(const fs::path& path) {
+  HyperFile file;
+  ParticleFrameHead head;
+  if (Status whole = OpenWhole(file, path); !whole.ok()) return whole;
+  if (Status read = ReadParticleFrameHead(file, path.string(), head); !read.ok()) return read;
+  for (const ParticleEntryHeader& entry : head.entries) {
+    ParticleEntryFacts facts;
+    const auto pass = [](std::int32_t, ParticleRunData&) { return Status(); };
+    if (Status read = ReadParticleChunk(file, path.string(), entry, facts, pass); !read.ok()) return read;
+  }
+  return CheckNumber(file, path);
+}
+
+Status CheckMeshCache(const fs::path& path) {
+  HyperFile file;
+  std::int32_t count = 0;
+  if (Status whole = OpenWhole(file, path); !whole.ok()) return whole;
+  if (Status read = ReadMeshFrameHead(file, path.string(), count); !read.ok()) return read;
+  PolygonObject mesh;
+  for (bool present = false; count > 0; --count) {
+    if (Status read = ReadMeshChunk(file, path.string(), mesh, present); !read.ok()) return read;
+  }
+  return CheckNumber(file, path);
 }
 
 Status CheckCheckpoint(const fs::path& path) {
@@ -55,9 +89,10 @@ Status CheckPly(const fs::path& path) {
 }
 
 constexpr FileCheck kChecks[] = {
-    {".cache", CheckGridCache, true},        {".pcache", CheckFrameFile, true}, {".mcache", CheckFrameFile, true},
-    {".checkpoint", CheckCheckpoint, false}, {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
-    {".png", CheckPicture, false},           {".ply", CheckPly, false},
+    {".cache", CheckGridCache, true},  {".pcache", CheckParticleCache, true},
+    {".mcache", CheckMeshCache, true}, {".checkpoint", CheckCheckpoint, false},
+    {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
+    {".png", CheckPicture, false},     {".ply", CheckPly, false},
 };
 
 }  // namespace

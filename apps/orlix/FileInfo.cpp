@@ -12,6 +12,8 @@ namespace {
 constexpr FileKind kKinds[] = {
     {".json", "scene file", PrintSceneInfo},
     {".cache", "grid cache", PrintGridCacheInfo},
+    {".pcache", "particle cache", PrintParticleCacheInfo},
+    {".mcache", "mesh cache", PrintMeshCacheInfo},
     {".checkpoint", "checkpoint", PrintCheckpointInfo},
     {".vdb", "OpenVDB", PrintVdbInfo},
     {".obj", "mesh", PrintMeshInfo},

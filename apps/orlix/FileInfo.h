@@ -17,6 +17,8 @@ struct FileKind {
 
 Status PrintSceneInfo(const Program& program, const std::string& path);
 Status PrintGridCacheInfo(const Program& program, const std::string& path);
+Status PrintParticleCacheInfo(const Program& program, const std::string& path);
+Status PrintMeshCacheInfo(const Program& program, const std::string& path);
 Status PrintCheckpointInfo(const Program& program, const std::string& path);
 Status PrintVdbInfo(const Program& program, const std::string& path);
 Status PrintPlyInfo(const Program& program, const std::string& path);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 
 namespace orlix {
 
@@ -25,21 +26,32 @@ fs::path CacheFolderOf(const BaseObject& cacheObject) {
   return own.empty() ? own : base / own;
 }
 
-std::vector<RecordedCache> RecordedCaches(const BaseDocument& document) {
-  std::vector<RecordedCache> caches;
+CacheFiles CacheFilesOf(const BaseObject& cacheObject) {
+  const bool grid = cacheObject.typeId() == kGridCacheTypeId, mesh = cacheObject.typeId() == kMeshCacheTypeId;
+  const std::int64_t format = cacheObject.GetInt(Cache_OperatorBase::kFormatId);
+  ZQ_C4DCacheName_Operator name;
+  name.SetExtension(static_cast<std::int32_t>(std::clamp<std::int64_t>(format, 0, 100)) + (grid ? kGridExtensions
+                                                                                           : mesh
+                                                                                               ? kMeshExtensions
+                                                                                               : kParticleExtensions));
+  name.stem = cacheObject.GetString(Cache_OperatorBase::kStemId);
+  name.defaultStem = grid ? kGridCacheStem : mesh ? kMeshCacheStem : kParticleCacheStem;
+  return {&cacheObject, CacheFolderOf(cacheObject), name.Stem(), name.extension};
+}
+
+std::vector<CacheFiles> RecordedCaches(const BaseDocument& document) {
+  std::vector<CacheFiles> caches;
   document.ForEachObject([&](const BaseObject& object) {
     if ((object.type().kinds & kLinkCache) == 0) return;
     if (object.GetChoice<CacheMode>(Cache_OperatorBase::kModeId) != CacheMode::Record) return;
-    const fs::path folder = CacheFolderOf(object);
-    const std::string stem = object.GetString(Cache_OperatorBase::kStemId);
-    if (!folder.empty()) caches.push_back({&object, folder, stem.empty() ? kGridCacheStem : stem, "cache"});
+    if (CacheFiles files = CacheFilesOf(object); !files.folder.empty()) caches.push_back(std::move(files));
   });
   return caches;
 }
 
 std::vector<fs::path> RecordedFolders(const BaseDocument& document) {
   std::vector<fs::path> folders;
-  for (const RecordedCache& cache : RecordedCaches(document)) folders.push_back(cache.folder);
+  for (const CacheFiles& cache : RecordedCaches(document)) folders.push_back(cache.folder);
   return folders;
 }
 
@@ -94,14 +106,18 @@ void Cache_OperatorBase::CheckDirty() {
   }
 }
 
-std::int32_t Cache_OperatorBase::FrameToLoad() const {
+double Cache_OperatorBase::PlaceToLoad(double speed) const {
   const FrameClock& clock = scene->clock;
-  const std::int64_t base = frameOverride_ != -1 ? frameOverride_ : FramesSinceStart(clock);
-  std::int64_t frame = base <= -1 ? clock.frame : base + frameOffset_;
+  const double base = (frameOverride_ != -1 ? frameOverride_ : FramesSinceStart(clock)) * speed;
+  double frame = base <= -1 ? clock.frame : base + frameOffset_;
   if (reverse_) {
     if (const CacheInfo info = GetCacheInfo(); info.found) frame = info.lastFrame - frame;
   }
-  return static_cast<std::int32_t>(std::clamp<std::int64_t>(frame, INT32_MIN, INT32_MAX));
+  return frame;
+}
+
+std::int32_t Cache_OperatorBase::FrameToLoad() const {
+  return static_cast<std::int32_t>(std::clamp<double>(std::ceil(PlaceToLoad(Speed())), INT32_MIN, INT32_MAX));
 }
 
 std::int32_t Cache_OperatorBase::FrameToSave() const {
@@ -115,14 +131,21 @@ bool Cache_OperatorBase::TakesPart() {
     return false;
   }
   if (duration_ && duration_->IsEnabled() && !duration_->IsActive(simulationInfo->time)) return false;
-  for (Constraint* constraint : constraints_) constraint->Prepare(this);
+  for (Constraint* constraint : constraints_) {
+    // When frames are saved, the scene's links are released already.
+    if (scene->stage == kStageSaveCache) constraint->ResolveLinks();
+    constraint->Prepare(this);
+  }
   inPass_ = true;
   return true;
 }
 
 void Cache_OperatorBase::FinishPass() {
   if (!inPass_) return;
-  for (Constraint* constraint : constraints_) constraint->Finish();
+  for (Constraint* constraint : constraints_) {
+    constraint->Finish();
+    if (scene->stage == kStageSaveCache) constraint->ReleaseLinks();
+  }
   inPass_ = false;
 }
 
@@ -137,6 +160,31 @@ bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {
   TellUnloaded(fs::exists(path, error) ? file.status().error().text
                                        : "Cache File " + path.string() + " could not be found!");
   return false;
+}
+
+void Cache_OperatorBase::SaveFrame(WriteFrame write, bool behind) {
+  auto job = [name = name_, frame = FrameToSave(), write = std::move(write)]() mutable -> Status {
+    HyperFile file;
+    fs::path path;
+    if (!name.OpenForWrite(file, frame, path)) return file.status();
+    write(file, path.stem().string().substr(name.Stem().size()));
+    return file.Close();
+  };
+  Status status = writer_.Flush();
+  if (status.ok()) status = behind ? writer_.Submit(std::move(job)) : job();
+  if (!status.ok()) FailSaving(status);
+}
+
+Status FlushCaches(const OrlixHook& hook) {
+  Status status;
+  for (const auto& [key, scene] : hook.scenes()) {
+    scene->ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
+      auto* cache = dynamic_cast<Cache_OperatorBase*>(&node);
+      Status flushed = cache ? cache->Flush() : Status();
+      if (status.ok()) status = std::move(flushed);
+    });
+  }
+  return status;
 }
 
 }  // namespace orlix

@@ -1,7 +1,10 @@
 #include "fluids/caches/GridCacher.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <limits>
+#include <new>
 
 namespace orlix {
 
@@ -32,6 +35,26 @@ CachedGridSet GridsOf(iCachedGrids* node) {
     grids.push_back(grid);
   }
   return grids;
+}
+
+using GridCopies = std::vector<std::unique_ptr<ScalarGrid>>;
+
+// Copies for a writer beside the simulation; entries then name them. False, with entries as they were, without room.
+bool CopyGrids(std::vector<CachedGridSet>& entries, GridCopies& copies) {
+  std::vector<CachedGridSet> copied = entries;
+  try {
+    for (CachedGridSet& grids : copied) {
+      for (const ScalarGrid*& grid : grids) {
+        copies.push_back(std::make_unique<ScalarGrid>(*grid));
+        grid = copies.back().get();
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    copies.clear();
+    return false;
+  }
+  entries = std::move(copied);
+  return true;
 }
 
 }  // namespace
@@ -149,14 +172,15 @@ void GridCacher::Load(const BaseThread* hostThread) {
 }
 
 void GridCacher::Save() {
-  HyperFile file;
-  fs::path path;
-  if (!name_.OpenForWrite(file, FrameToSave(), path)) return FailSaving(file.status());
   std::vector<CachedGridSet> entries;
   for (const Target& target : targets_) entries.push_back(GridsOf(target.grids));
-  const std::string number = path.stem().string().substr(name_.Stem().size());
-  WriteGridFrame(file, scene->space, entries, compression_ == Compression::Packed, number);
-  if (const Status closed = file.Close(); !closed.ok()) FailSaving(closed);
+  auto copies = std::make_shared<GridCopies>();
+  // Where a copy finds no room, the simulation waits for the disk.
+  const bool behind = scene->WritesBehind() && CopyGrids(entries, *copies);
+  SaveFrame(
+      [copies, entries, space = scene->space, packed = compression_ == Compression::Packed](
+          HyperFile& file, const std::string& number) { return WriteGridFrame(file, space, entries, packed, number); },
+      behind);
 }
 
 void GridCacher::Finish() {
@@ -176,6 +200,15 @@ bool GridCacher::PlaysBack(const iBase& node) const {
   const InExcludeData* list = handler.GetInExclude(kNodesId);
   return list && handler.GetChoice(kModeId) == static_cast<int>(CacheMode::Playback) &&
          list->Contains(node.handler.hostObject()->creationNumber());
+}
+
+std::string GridCacher::FrameText() const {
+  const GridCacheInfo info = ReadFrameInfo();
+  std::string text = fmt::format("Grids: {}\nMax. cell count: {}\n", info.gridTypes.size(), CellCount(info.maxDims));
+  for (std::size_t i = 0; i < info.gridTypes.size(); i++) {
+    text += fmt::format("Grid Type ({}): {}\n", i + 1, GridTypeText(info.gridTypes[i]));
+  }
+  return text;
 }
 
 GridCacheInfo GridCacher::ReadFrameInfo() const {

@@ -36,12 +36,12 @@ class GridCacher final : public Cache_OperatorBase {
 
   // Reads the head of the frame to load.
   GridCacheInfo ReadFrameInfo() const;
+  std::string FrameText() const override;
 
-  static constexpr std::int32_t kNodesId = 1012, kInterpolationId = 1020, kActiveInId = 1018, kDigitsId = 1021,
-                                kFrameTextId = 1008, kFolderTextId = 1015;
+  static constexpr std::int32_t kNodesId = 1012, kInterpolationId = 1020, kActiveInId = 1018, kDigitsId = 1021;
 
  protected:
-  Ids GetIds() const override { return {kActiveInId, kDigitsId, 21}; }
+  Ids GetIds() const override { return {kActiveInId, kDigitsId, kGridExtensions}; }
   bool HasTargets() const override { return !targets_.empty(); }
 
  private:

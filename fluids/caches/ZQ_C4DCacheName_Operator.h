@@ -17,6 +17,9 @@ struct CacheInfo {
   std::uint64_t size = 0;           // bytes
 };
 
+// Where the formats of each cache begin in the table of extensions.
+inline constexpr std::int32_t kParticleExtensions = 0, kGridExtensions = 21, kMeshExtensions = 24;
+
 class ZQ_C4DCacheName_Operator final : public iZQCacheName_Operator<HyperFile, std::filesystem::path> {
  public:
   void Reset() override;

@@ -63,6 +63,12 @@ std::int64_t ParticlesInWalls(const ParticleSort& sort, const GridView<const flo
   return count;
 }
 
+// A cache gives particles their velocities, too.
+bool ArePlayed(const std::vector<ParticleGroup*>& groups) {
+  return !groups.empty() && std::all_of(groups.begin(), groups.end(),
+                                        [](const ParticleGroup* group) { return group->KindIsKept(PK_Liquid); });
+}
+
 }  // namespace
 
 WaterSolver::WaterSolver(BaseList2D* hostObject, OrlixScene& owner)
@@ -232,7 +238,7 @@ void WaterSolver::DrainOpenFaces() {
   std::atomic<std::int64_t> left{0};
   for (ParticleGroup* group : groups) {
     const ParticleList* list = group->list(PK_Liquid);
-    if (!list) continue;
+    if (!list || group->KindIsKept(PK_Liquid)) continue;
     ParallelRange(scene->pool(), 0, list->chunkCount(), [&](int from, int to, int) {
       for (int chunk = from; chunk < to; ++chunk) left += KillBeyond(list->Rows(chunk), low, high);
     });
@@ -271,7 +277,7 @@ void WaterSolver::ParticlesToGrid() {
 
 void WaterSolver::GridToParticles(double ratio) {
   const bool hasBefore = before_[0] && before_[0]->dims == velocity.grids[0]->dims;
-  if (HasGrids() && (hasBefore || !(ratio > 0))) {
+  if (HasGrids() && !ArePlayed(groups) && (hasBefore || !(ratio > 0))) {
     const GridView<double> change[3] = {hasBefore ? GridView<double>(*before_[0]) : GridView<double>(),
                                         hasBefore ? GridView<double>(*before_[1]) : GridView<double>(),
                                         hasBefore ? GridView<double>(*before_[2]) : GridView<double>()};

@@ -70,7 +70,7 @@ void ParticleEmissionHandler::Advise(const iObject& node) const {
 }
 
 void ParticleEmissionHandler::Conclude(const iObject& node) const {
-  if (emitted_ > 0 || !linked_) return;
+  if (emitted_ > 0 || !linked_ || played_) return;
   node.Warn("nothing-emitted",
             "no particle was emitted in the whole run; see whether its volume has an inside, its duration and rate, "
             "and what its constraints leave");
@@ -84,7 +84,8 @@ void ParticleEmissionHandler::Release() {
 bool ParticleEmissionHandler::Begin(iObject& node) {
   weight = 1;
   if (!group || !settings) return false;
-  if (!group->list(kind) || group->KindIsKept(kind)) return false;
+  if (!group->list(kind)) return false;
+  if (group->KindIsKept(kind)) return played_ = true, false;
   if (const Duration* duration = settings->duration; duration && duration->IsEnabled()) {
     if (!duration->IsActive(node.GetSimulationInfo().time, weight)) return weight = 0, false;
   }

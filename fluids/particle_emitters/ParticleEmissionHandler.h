@@ -70,6 +70,7 @@ class ParticleEmissionHandler {
 
   GivenProperties properties_;  // what all particles start as
   bool linked_ = false;         // group and settings are there
+  bool played_ = false;         // a cache filled the group in its place
   std::int64_t emitted_ = 0;    // in all, for Conclude
   const BaseObject* colourShader_ = nullptr;
   OrlixScene* scene_ = nullptr;

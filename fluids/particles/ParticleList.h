@@ -6,6 +6,7 @@
 // so that the order doesn't depend on timing: workers gather what they make and it is appended in the order of their
 // ranges. Memory that doesn't suffice, also beyond 2^31 - 1 rows, throws std::bad_alloc and leaves the list as it was.
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -133,6 +134,8 @@ class ParticleList {
   std::int32_t AppendCopy(const ParticleList& from, std::int32_t index);
   // Cuts the list to n rows, or grows it by plain ones.
   void Resize(std::int32_t n);
+  // Later births get numbers above this one: rows came with numbers of their own.
+  void ClaimIds(std::int32_t last) { nextId_ = std::max(nextId_, last < INT32_MAX ? last + 1 : last); }
   // Rows without Alive leave. Swapped: the last row takes the place of a dead one, whose links go to its partners.
   // Kept: all later rows move down. Gives how many left.
   std::int32_t RemoveDead(bool keepOrder);

@@ -59,6 +59,10 @@ bool OrlixScene::IsPlayed(const iBase& node) const {
   return played;
 }
 
+bool OrlixScene::PassHas(const iBase& node) const {
+  return host_.observer.passNodes->contains(node.handler.hostObject()->creationNumber());
+}
+
 bool OrlixScene::IsMoved(const iBase& node) const {
   bool moved = false;
   ForEachNode(NODE_CHANNEL, NODE_PARTICLES,
@@ -347,7 +351,7 @@ bool OrlixScene::UpdateBounds() {
   };
   Vec3D playedMin = min, playedMax = max;
   forOthers([&](iBase& node) {
-    if (!node.IsEnabled() || !node.HasFlag(NodeHasBounds)) return;
+    if (!node.IsEnabled() || !node.HasFlag(NodeHasBounds) || (IsPass() && !PassHas(node))) return;
     const bool played = node.GetNodeBaseType() == NODE_CHANNEL && node.HasFlag(NodeFromCache);
     played ? node.ExtendBounds(playedMin, playedMax) : node.ExtendBounds(min, max);
   });
@@ -370,13 +374,17 @@ bool OrlixScene::UpdateBounds() {
   }
   SetFlag(NoBounds, false);
   const iBase* lastSolver = nullptr;
+  // A pass needs no grids of what isn't played.
+  const auto takesPart = [&](const iBase& node) {
+    return node.IsEnabled() && (!IsPass() || node.HasFlag(NodeFromCache));
+  };
   ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
-    if (!node.IsEnabled()) return;
+    if (!takesPart(node)) return;
     node.ExtendBounds(min, max);
     lastSolver = &node;
   });
   ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
-    if (node.IsEnabled()) node.ApplyBounds(min, max);
+    if (takesPart(node)) node.ApplyBounds(min, max);
   });
   const bool active = lastSolver && lastSolver->IsActive();
   if (!lastSolver || active) {

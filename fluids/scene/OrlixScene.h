@@ -117,6 +117,10 @@ class OrlixScene final : public Scene {
   // For the user, once a run for each name and key.
   void Warn(const std::string& name, const std::string& key, const std::string& text);
   bool MissingCachesFail() const { return host_.observer.missingCachesFail; }
+  bool WritesBehind() const { return host_.observer.writeBehind; }
+  // A pass over what caches play back, and whether a node has a part in it.
+  bool IsPass() const { return host_.observer.passNodes != nullptr; }
+  bool PassHas(const iBase& node) const;
   // The run is over: all nodes tell what they can say only now.
   void Conclude();
   // A cache plays this node back, or is told to.
@@ -157,6 +161,7 @@ class OrlixScene final : public Scene {
   enum class FrameKind { Ignore, ResetOnly, Update, Simulate };
   RootSettings BeginStep(bool renderingFrame, bool& containerChanged);
   FrameKind DecideFrame(bool containerChanged, bool& resetDone);
+  void StandAlone();
   bool RunUpdate();
   bool RunFrame(bool resetDone);
   bool RunSubsteps();

@@ -132,8 +132,16 @@ bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
                      settings.cfl, settings.fixedTime, settings.substeps,
                      static_cast<std::uint8_t>(settings.minSubsteps), static_cast<std::int32_t>(clock.fps),
                      rendering ? blurSample : 0, rendering ? blurSamples : 0);
+  if (IsPass()) StandAlone(), resetDone = true;
   LoadCaches();
   return kind == FrameKind::Update ? RunUpdate() : RunFrame(resetDone);
+}
+
+// Each frame of a pass begins anew, at the time that a simulation has there: its results don't depend on what was done
+// before it.
+void OrlixScene::StandAlone() {
+  ResetNodes(true);
+  for (std::int64_t f = std::int64_t(clock.frame) - clock.startFrame; f > 1; --f) info.time += info.frameDuration;
 }
 
 void OrlixScene::EndFrame() {
@@ -224,7 +232,10 @@ bool OrlixScene::RunSubsteps() {
     const bool first = info.time == 0;
     bool last;
     double d;
-    if (adaptive) {
+    if (IsPass()) {
+      d = info.substepDuration = frameLength;
+      last = true;
+    } else if (adaptive) {
       last = ChooseSubstep(first, minDt, maxDt);
       d = info.substepDuration;
     } else {

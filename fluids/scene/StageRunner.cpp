@@ -46,6 +46,14 @@ std::vector<iObject*> StageRunner::Collect() const {
   return nodes;
 }
 
+// In a pass nothing is simulated: of the stages before the visual ones, volumes are made, caches load, and what they
+// play takes in what it got.
+bool StageRunner::HasPart(const iObject& node) const {
+  if (!scene_.IsPass() || node.GetNodeBaseType() == NODE_CACHE) return true;
+  if (!scene_.PassHas(node)) return false;
+  return scene_.stage < kStageEmitters || scene_.stage > kStageFinish || node.HasFlag(NodeFromCache);
+}
+
 bool StageRunner::ActsNow(const iObject& node) const {
   const BaseList2D* link = node.handler.GetLink(kDurationId);
   if (!link) return true;
@@ -56,7 +64,7 @@ bool StageRunner::ActsNow(const iObject& node) const {
 std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) const {
   std::vector<StageBlock> blocks;
   for (iObject* node : nodes) {
-    if (!node->IsDirty() || (updateOnly_ && !node->EvaluatesOnUpdate()) || !ActsNow(*node)) continue;
+    if (!HasPart(*node) || !node->IsDirty() || (updateOnly_ && !node->EvaluatesOnUpdate()) || !ActsNow(*node)) continue;
     const bool iterated = node->IsIterated(), serial = node->RunsSerially();
     const BlockKind kind = iterated ? (serial ? BlockKind::IteratedSerial : BlockKind::IteratedParallel)
                                     : (serial ? BlockKind::Serial : BlockKind::Parallel);

@@ -26,6 +26,7 @@ class StageRunner {
   std::vector<StageBlock> Divide(const std::vector<iObject*>& nodes) const;
 
  private:
+  bool HasPart(const iObject& node) const;
   bool ActsNow(const iObject& node) const;
   void RunBlock(const StageBlock& block);
   void RunSerial(const StageBlock& block);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -92,6 +93,11 @@ struct Divergence {
 struct StepObserver {
   bool wantsHash = false;
   bool missingCachesFail = false;  // a played frame that is missing or broken ends the run; otherwise it is a warning
+  // A cache's frame may be written while the next one is simulated; whoever sets this flushes the caches at the end.
+  bool writeBehind = false;
+  // Frames stand alone: nothing is simulated, and of the nodes only these (by their objects' creation numbers) work on
+  // what caches play back. Null: a simulation.
+  const std::set<std::uint64_t>* passNodes = nullptr;
   std::function<void(const SubstepReport&)> onSubstep;
   Warnings warnings;
 };

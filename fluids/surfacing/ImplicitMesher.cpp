@@ -110,7 +110,7 @@ void ImplicitMesher::ReleaseLinks() {
 }
 
 void ImplicitMesher::Advise() {
-  if (renderOnly_ && !scene->rendering) return;
+  if ((renderOnly_ && !scene->rendering) || scene->IsPlayed(*this)) return;
   if (!inputNode_) Warn("no-input", "no level set is linked: there is no mesh; link a volume under \"input\"");
   if (inputNode_ && !input_) {
     Warn("input-without-level-set", "\"" + inputNode_->DisplayName() +
@@ -140,7 +140,7 @@ const ScalarGrid* ImplicitMesher::InputGrid() const {
 
 void ImplicitMesher::Prepare(iBase*) {
   const ScalarGrid* grid = InputGrid();
-  SetFlag(NodeActive, grid != nullptr);
+  SetFlag(NodeActive, grid != nullptr || HasFlag(NodeFromCache));
   if (HasFlag(NodeFromCache)) return;
   if (!grid) ResetSimulation();
 }
@@ -180,6 +180,26 @@ void ImplicitMesher::Process(ProcessData&) {
          "the level set has no place at the distance \"iso\": the mesh is empty; look at the level set's "
          "source and at \"iso\"");
   }
+}
+
+const PolygonObject* ImplicitMesher::Shown() const {
+  return handler.HasObject() ? handler.hostObject()->Polygons() : nullptr;
+}
+
+void ImplicitMesher::TakePlayed(PolygonObject* played) {
+  SetFlag(NodeFromCache, played != nullptr);
+  auto* object = dynamic_cast<SurfaceObject*>(handler.hostObject() ? handler.hostObject()->data() : nullptr);
+  if (!played || !object) return;
+  const std::uint64_t version = object->mesh.version;
+  std::swap(object->mesh, *played);  // what was shown has room for the next one
+  object->mesh.version = version + 1;
+  const PolygonObject& shown = object->mesh;
+  const Vec3D simPerHost = GetSimulationSpace().simPerHost;
+  const LMatrix global = handler.GetMatrix();
+  mesh_.Clear();
+  for (const Vec3D& p : shown.points) mesh_.Points().push_back(global * p * simPerHost);
+  for (const PolygonObject::Polygon& p : shown.polygons) mesh_.Triangles().push_back({p.a, p.b, p.c});
+  Rebuild();
 }
 
 void ImplicitMesher::MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved) {

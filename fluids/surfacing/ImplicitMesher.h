@@ -40,6 +40,10 @@ class ImplicitMesher final : public iObject {
   std::uint64_t BuildCount() const { return builds_; }
   // The next mesh is made although nothing that it is made from changes.
   void Rebuild() { builtFrom_ = 0; }
+  // A cache plays a mesh, in the object's local space, and nothing is made in this frame; null takes it away.
+  void TakePlayed(PolygonObject* played);
+  // What the host object shows; null without a mesh.
+  const PolygonObject* Shown() const;
   // Another node changed the mesh: gives it to the host object.
   void MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved);
 

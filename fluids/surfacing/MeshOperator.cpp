@@ -61,7 +61,8 @@ bool MeshOperator::IsDirty() const {
 }
 
 TriMeshSTL* MeshOperator::Mesh() const {
-  if (mesher_ && mesher_->IsEnabled()) return &mesher_->Mesh();
+  // A played mesh was recorded as operators left it.
+  if (mesher_ && mesher_->IsEnabled()) return mesher_->HasFlag(NodeFromCache) ? nullptr : &mesher_->Mesh();
   return volume_ && volume_->IsEnabled() ? &volume_->Mesh() : nullptr;
 }
 

@@ -72,5 +72,103 @@ TEST(PlayedCaches, AMissingOrBrokenFileEndsWithItsName) {
   test::WriteText(file, whole);
 }
 
+// A column of water for some frames, its particles and its surface in caches.
+std::string WaterScene(const std::string& caches, const std::string& outputs) {
+  return R"({ "orlix": 1, "fps": 24, "frames": [0, 5], "up": "y",
+  "objects": [
+    { "type": "box", "name": "Column", "size": [30, 40, 30], "position": [-20, 20, 0] },
+    { "type": "scene", "name": "Dam", "scale_units": 100, "scale_metres": 1, "voxel_size": 0.1,
+      "render_voxel_size": 0.1, "cfl": 2, "children": [
+        { "type": "volume", "name": "Column volume", "object": "Column" },
+        { "type": "particlegroup", "name": "Water" },
+        { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid",
+          "volume": "Column volume", "settings": "At the start", "deep_limit": 1000 },
+        { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
+        { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
+        { "type": "liquid", "name": "Tank", "container": [80, 60, 40], "anchor_mode": "bottom" },
+        { "type": "force_gravity", "name": "Fall", "strength": 0 },
+        { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid",
+          "motion_source": "solvers" },
+        { "type": "surface_reconstruction", "name": "Level", "source": "Water" },
+        { "type": "mesher", "name": "Surface", "input": "Level", "advection_time": 0 },
+        )" +
+         caches + R"(] } ],
+  "output": [)" +
+         outputs + "] }";
+}
+std::string WaterCache(const std::string& type, const std::string& targets, bool record) {
+  return R"({ "type": ")" + type + R"(", "name": ")" + type + R"(", )" + targets +
+         R"(, "folder_source": "own", "folder": "water", "compression": "packed", "mode": ")" +
+         (record ? "record" : "playback") + "\" }";
+}
+const char* const kDrops = R"("groups": [{ "object": "Water", "kind": "liquid" }])";
+const char* const kSkin = R"("meshers": ["Surface"])";
+
+// Water that was recorded once.
+struct RecordedWater {
+  RecordedWater() {
+    const std::string scene = runner.Write(
+        "record.json",
+        WaterScene(WaterCache("cache_particle", kDrops, true) + ", " + WaterCache("cache_mesh", kSkin, true),
+                   R"({ "meshes": "obj", "particles": true, "folder": "run" })"));
+    EXPECT_EQ(Run({"run", scene}).code, 0);
+  }
+  ProgramOutcome Run(std::vector<std::string> arguments) {
+    arguments.emplace_back("--quiet");
+    if (arguments[0] == "run") arguments.insert(arguments.end(), {"--checkpoint-every", "0"});
+    ProgramOutcome outcome = runner.Run(arguments);
+    EXPECT_EQ(outcome.err, "") << arguments[1];
+    return outcome;
+  }
+  std::string Play(const std::string& name, const std::string& cache, const std::string& outputs) {
+    return runner.Write(name, WaterScene(cache, outputs));
+  }
+  std::string Result(const std::string& name) { return test::ReadText(runner.folder / name); }
+  ProgramRunner runner;
+};
+RecordedWater& Water() {
+  static RecordedWater recorded;
+  return recorded;
+}
+
+TEST(PlayedCaches, WaterIsMeshedAgainFromItsParticlesAsInTheRun) {
+  RecordedWater& water = Water();
+  const std::string scene = water.Play("again.json", WaterCache("cache_particle", kDrops, false),
+                                       R"({ "meshes": "obj", "particles": true, "folder": "again" })");
+  EXPECT_EQ(water.Run({"run", scene}).code, 0);
+  int files = 0;
+  for (const std::string& name : test::NamesIn(water.runner.folder / "run")) {
+    if (name.starts_with("orlix")) continue;
+    EXPECT_TRUE(water.Result("again/" + name) == water.Result("run/" + name)) << name;
+    ++files;
+  }
+  EXPECT_EQ(files, 3 * 6) << "the column, the surface and the particles";
+}
+
+TEST(PlayedCaches, TheProgramKnowsParticleAndMeshCaches) {
+  RecordedWater& water = Water();
+  const std::string folder = (water.runner.folder / "water").string();
+  const std::string drops = folder + "/orlix_particle_c4d00003.pcache", skin = folder + "/orlix_mesh_c4d00003.mcache";
+  EXPECT_NE(water.Run({"info", drops}).out.find("Old Position"), std::string::npos);
+  EXPECT_NE(water.Run({"info", skin}).out.find("polygons, normals"), std::string::npos);
+  const std::string scene = water.Play("told.json", WaterCache("cache_mesh", kSkin, false), "");
+  EXPECT_NE(water.Run({"cache", scene, "--json"}).out.find("\"last\": 5"), std::string::npos);
+  EXPECT_EQ(water.Run({"verify", folder}).code, 0);
+  for (const std::string& file : {drops, skin}) {
+    const std::string whole = test::ReadText(file),
+                      copy = folder + "/x/" + std::filesystem::path(file).filename().string();
+    std::filesystem::create_directories(folder + "/x");
+    for (const std::size_t flipped : {std::size_t(30), whole.size() / 2, whole.size() - 60}) {
+      std::string broken = whole;
+      broken[flipped] = static_cast<char>(broken[flipped] ^ 4);
+      test::WriteText(copy, broken);
+      EXPECT_EQ(water.runner.Run({"verify", copy}).code, 4) << flipped;
+    }
+    test::WriteText(copy, whole.substr(0, whole.size() / 2));
+    EXPECT_EQ(water.runner.Run({"info", copy}).code, 4);
+  }
+  std::filesystem::remove_all(folder + "/x");
+}
+
 }  // namespace
 }  // namespace orlix

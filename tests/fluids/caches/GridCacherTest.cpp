@@ -236,7 +236,7 @@ TEST(GridCacher, TextsAndDeletionKnowTheirOwnFrames) {
   }
   PaintedScene s(folder.path(), false);
   s.Step(1);
-  UpdateGridCacheDescription(s.cacher());
+  UpdateCacheDescription(s.cacher());
   EXPECT_EQ(s.cache->GetString(GridCacher::kFrameTextId),
             "Grids: 2\nMax. cell count: 240\nGrid Type (1): Custom\nGrid Type (2): Custom\n");
   const std::uint64_t size = 7 * std::filesystem::file_size(folder / "c00001.cache");

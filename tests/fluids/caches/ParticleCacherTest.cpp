@@ -1,0 +1,320 @@
+#include "fluids/caches/ParticleCacher.h"
+
+#include <random>
+
+#include "fluids/caches/C4D_Operator_GridCache_Object.h"
+#include "fluids/caches/GridFrameFile.h"
+#include "fluids/caches/GridSpaceRecord.h"
+#include "tests/fluids/particles/StirNode.h"
+#include "tests/support/RepairHyperFile.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::TemporaryFolder;
+
+constexpr std::int32_t kLastFrame = 3;
+
+// A group that is stirred and recorded, or one of the same name that a cache fills.
+class CachedScene : public test::StirScene {
+ public:
+  CachedScene(const std::filesystem::path& folder, bool records, int workers = 1) : StirScene(workers) {
+    document.folder = folder.string();
+    if (!records) {
+      document.RemoveObject(*stir);
+      Add("particlegroup", "Stir");  // the owner of the stirred particles' own property, by its name
+    }
+    cache = &Add("cache_particle", "cache");
+    auto list = std::make_shared<InExcludeData>();
+    list->entries.push_back({drops->creationNumber(), 8});
+    cache->Set(ParticleCacher::kGroupsId, InExcludeValue(std::move(list)));
+    cache->Set(ParticleCacher::kModeId, std::int64_t(records));
+    cache->Set(ParticleCacher::kStemId, std::string("p"));
+  }
+  ParticleList& list() { return *group().list(PK_Diffuse); }
+  bool Warned(const std::string& part) const {
+    return std::any_of(warnings.begin(), warnings.end(),
+                       [&](const auto& w) { return w.second.find(part) != std::string::npos; });
+  }
+  BaseObject* cache = nullptr;
+};
+
+// Each particle's numbers, its own property and its links, in the list's order.
+std::vector<double> Numbers(const ParticleList& list) {
+  std::vector<double> all;
+  for (std::int32_t i = 0; i < list.count(); ++i) {
+    const OrlixParticle p(const_cast<ParticleList*>(&list), i);
+    for (const Vec3D& v : {p.GetPosition(), p.GetVelocity(), p.GetVectorOr(PP::ExternalForce, Vec3D(-1))}) {
+      all.insert(all.end(), {v.x, v.y, v.z});
+    }
+    all.insert(all.end(), {double(p.id()), double(p.GetFlags()), p.GetRealOr(90, -1), p.GetRealOr(PP::Age, -1)});
+    for (const ParticleLink& link : list.Links(i)) all.insert(all.end(), {link.weight, double(link.partner)});
+  }
+  return all;
+}
+
+std::vector<std::vector<double>> Record(const std::filesystem::path& folder, int compression = 0) {
+  CachedScene s(folder, true, 2);
+  s.cache->Set(ParticleCacher::kCompressionId, std::int64_t(compression));
+  std::vector<std::vector<double>> frames;
+  for (int frame = 0; frame <= kLastFrame; ++frame) {
+    s.Step(frame);
+    frames.push_back(Numbers(s.list()));
+  }
+  return frames;
+}
+
+TEST(ParticleCacher, PlaybackEqualsTheRunBitForBitInAnyOrder) {
+  for (const int compression : {0, 1}) {
+    TemporaryFolder folder;
+    const auto recorded = Record(folder.path(), compression);
+    ASSERT_GT(recorded[2].size(), 13u * kChunkRows) << "more than a chunk";
+    CachedScene s(folder.path(), false);
+    for (const int frame : {0, 1, 3, 2, 3}) {
+      s.Step(frame);
+      EXPECT_TRUE(Numbers(s.list()) == recorded[static_cast<std::size_t>(frame)]) << frame << ", " << compression;
+      EXPECT_FALSE(s.group().KindIsKept(PK_Diffuse)) << "released at the frame's end";
+    }
+    EXPECT_TRUE(s.warnings.empty()) << s.warnings[0].second;
+    const OrlixParticle first = s.group().At(PK_Diffuse, 0);
+    const BaseObject& owner = *s.document.FindByPath("Stir");
+    EXPECT_TRUE(first.Has({90, owner.creationNumber()})) << "known by its node's name";
+    EXPECT_GT(s.list().AppendCopy(s.list(), 0), 0);
+    const auto newest = s.list().Id(s.list().count() - 1);
+    for (std::int32_t i = 0; i + 1 < s.list().count(); ++i) ASSERT_NE(s.list().Id(i), newest);
+  }
+}
+
+// Speed 0.5 at frame 3 is file 2, half way from where it found its particles; the offset is added in frames.
+TEST(ParticleCacher, FramesAreChosenBySpeedOffsetOverrideAndReverse) {
+  TemporaryFolder folder;
+  const auto recorded = Record(folder.path());
+  const struct {
+    double speed;
+    int override, offset;
+    bool reverse;
+    int step, file;
+  } rows[] = {{0.5, -1, 0, false, 3, 2}, {1, -1, 1, false, 1, 2}, {1, 2, 0, false, 1, 2},
+              {2, -1, -1, false, 1, 1},  {1, -1, 0, true, 1, 2},  {-1, -1, 0, false, 2, 2}};
+  for (const auto& row : rows) {
+    CachedScene s(folder.path(), false);
+    s.cache->Set(ParticleCacher::kSpeedId, row.speed);
+    s.cache->Set(ParticleCacher::kFrameId, std::int64_t(row.override));
+    s.cache->Set(ParticleCacher::kFrameOffsetId, std::int64_t(row.offset));
+    s.cache->Set(ParticleCacher::kReverseId, std::int64_t(row.reverse));
+    s.Step(row.step);
+    EXPECT_TRUE(Numbers(s.list()) == recorded[static_cast<std::size_t>(row.file)]) << row.speed << " " << row.offset;
+  }
+}
+
+// Two particles of which one knows its old place, in a file between frames, moved with its object, from a scene of
+// other units, at a constraint.
+TEST(ParticleCacher, ParticlesArePlacedBetweenFramesAndAtTheirObject) {
+  TemporaryFolder folder;
+  {
+    CachedScene s(folder.path(), true);
+    s.stir->Set(2, std::int64_t(0));
+    s.Step(0), s.Step(1);
+    BaseParticleData data;
+    data.position = {1, 2, 3};
+    data.SetVector(PP::OldPosition, {3, 2, 1});
+    s.list().Append(1, data);
+    data.vectors.clear();
+    s.list().Append(1, data);
+    s.Step(2);
+  }
+  CachedScene s(folder.path(), false);
+  s.cache->Set(ParticleCacher::kSpeedId, 1.5);  // frame 1: 1.5, so file 2
+  s.cache->Set(kPositionId, Vec3D(0, 250, 0));
+  s.Step(1);
+  ASSERT_EQ(s.list().count(), 2);
+  const double up = 250 / s.scene().space.hostPerSim.y;
+  const Vec3D end = Vec3D(1, 2, 3) * 1.01 + Vec3D(0.001 * (0 % 7));  // the stirring of the frame
+  const Vec3D half = Vec3D(3, 2, 1) + (end - Vec3D(3, 2, 1)) * 0.5 + Vec3D(0, up, 0);
+  for (int axis = 0; axis < 3; ++axis) EXPECT_NEAR(s.list().Position(0)[axis], half[axis], 1e-12);
+  EXPECT_NEAR(s.list().Position(1).z, end.z + 0.001, 1e-12) << "without an old place it stands at its place";
+}
+
+TEST(ParticleCacher, AFilterAndConstraintsChooseWhatIsKept) {
+  TemporaryFolder folder;
+  CachedScene s(folder.path(), true);
+  BaseObject& age = s.Add("property_age", "age");
+  s.cache->Set(ParticleCacher::kPropertiesId, test::TestScene::ListOf({&age}));
+  s.StepThrough(0, 1);
+  CachedScene played(folder.path(), false);
+  played.Step(1);
+  const OrlixParticle p = played.group().At(PK_Diffuse, 5);
+  ASSERT_TRUE(p);
+  EXPECT_TRUE(p.Has(PP::Age) && !p.Has(90) && !p.Has(PP::ExternalForce));
+
+  const auto confine = [](CachedScene& scene) {
+    BaseObject& named = scene.Add("property_age", "named");
+    BaseObject& old = scene.Add("constraint_particle_property", "old");
+    old.Set(1000, test::TestScene::LinkTo(named));
+    old.Set(1002, 150.0), old.Set(1003, 160.0);  // none has so long to live
+    scene.cache->Set(kConstraintsId, test::TestScene::ListOf({&old}));
+  };
+  confine(played);
+  played.Step(1);
+  EXPECT_EQ(played.list().count(), 0);
+  confine(s);
+  s.Step(2);
+  CachedScene without(folder.path(), false);
+  without.Step(2);
+  EXPECT_EQ(without.list().count(), 0);
+  EXPECT_TRUE(without.warnings.empty()) << without.warnings[0].second;
+}
+
+TEST(ParticleCacher, AMissingOrDamagedFrameIsToldAndKeepsNothing) {
+  TemporaryFolder folder;
+  Record(folder.path());
+  const std::filesystem::path path = folder / "p00002.pcache";
+  const std::string whole = test::ReadText(path);
+  int told = 0;
+  for (const std::size_t cut : {whole.size(), whole.size() / 2, std::size_t(0)}) {
+    test::WriteText(path, cut == whole.size() ? "" : whole.substr(0, cut));
+    if (cut == 0) std::filesystem::remove(path);
+    CachedScene s(folder.path(), false);
+    s.StepThrough(1, 2);
+    told += s.Warned("p00002.pcache");
+    EXPECT_FALSE(s.group().HasFlag(NodeFromCache) || s.group().KindIsKept(PK_Diffuse));
+  }
+  EXPECT_EQ(told, 3);
+}
+
+TEST(ParticleCacher, ItsTextCountsParticles) {
+  TemporaryFolder folder;
+  Record(folder.path());
+  CachedScene s(folder.path(), false);
+  s.Step(1);
+  auto& cacher = *s.NodeOf<ParticleCacher>(*s.cache);
+  UpdateCacheDescription(cacher);
+  const std::string count = std::to_string(s.list().count());
+  EXPECT_EQ(s.cache->GetString(ParticleCacher::kFrameTextId),
+            "Particles: " + count + "\nParticle Groups: 1\nParticle Group (1): " + count + "\n");
+}
+
+// --- the file --------------------------------------------------------------------------------------------------------
+
+ParticleFrameData SmallFrame() {
+  ParticleFrameData frame;
+  frame.sceneSpace = GridSpace::FromScale(100, 1, 0.5f);
+  ParticleEntryData entry;
+  entry.header = {true, {2}};
+  entry.facts.space = frame.sceneSpace;
+  ParticleRunData run;
+  run.positions = {{1, 2, 3}, {4, 5, 6}}, run.velocities = {{0, -1, 0}, {0, 0, 0.5}};
+  run.flags = {0x81, 0x80}, run.ids = {7, 9};
+  run.columns.resize(2);
+  run.columns[0].id = PP::Radius, run.columns[0].reals = {0.25f, 0}, run.columns[0].present = {1};
+  run.columns[1].id = 60, run.columns[1].type = PropertyType::State, run.columns[1].states = {0, 1};
+  run.links = {{1, 7, 0.5f}};
+  entry.lists = {{run}};
+  frame.entries = {entry, {}};
+  return frame;
+}
+
+std::vector<std::byte> BytesOf(const ParticleFrameData& frame, bool compress) {
+  TemporaryFolder folder;
+  HyperFile file;
+  file.Open(kFrameFileIdent, folder / "f", HyperFile::Mode::Write);
+  WriteParticleFrame(file, frame, compress, "00012");
+  EXPECT_TRUE(file.Close().ok());
+  const std::string text = test::ReadText(folder / "f");
+  const auto* data = reinterpret_cast<const std::byte*>(text.data());
+  return {data, data + text.size()};
+}
+
+bool Reads(const std::vector<std::byte>& bytes) {
+  HyperFile file;
+  ParticleFrameHead head;
+  if (!file.Open(kFrameFileIdent, bytes) || !ReadParticleFrameHead(file, "f", head).ok()) return false;
+  std::int64_t rows = 0;
+  for (const ParticleEntryHeader& entry : head.entries) {
+    ParticleEntryFacts facts;
+    const auto count = [&](std::int32_t, ParticleRunData& run) {
+      rows += static_cast<std::int64_t>(run.rows());
+      return Status();
+    };
+    if (!ReadParticleChunk(file, "f", entry, facts, count).ok()) return false;
+  }
+  return rows >= 0;
+}
+
+// What stands behind the last lattice, written by hand: the run of the first list, then the second population's chunk.
+TEST(ParticleFrameFile, TheBytesOfARunAreTheseInThisOrder) {
+  const std::vector<std::byte> bytes = BytesOf(SmallFrame(), false);
+  std::string expected;
+  const auto put = [&](char tag, const auto& value) {
+    expected += tag;
+    expected.append(reinterpret_cast<const char*>(&value), sizeof value);
+  };
+  const auto block = [&](const auto& values) {
+    put(1, std::uint8_t(0));
+    put(8, std::uint64_t(sizeof values));
+    expected.append(reinterpret_cast<const char*>(values), sizeof values);
+  };
+  put(3, std::int32_t(2));
+  const double places[] = {1, 2, 3, 4, 5, 6}, speeds[] = {0, -1, 0, 0, 0, 0.5};
+  const std::uint16_t flags[] = {0x81, 0x80};
+  const std::int32_t ids[] = {7, 9};
+  block(places), block(speeds), block(flags), block(ids);
+  put(3, std::int32_t(2));
+  put(3, std::int32_t(0)), put(3, std::int32_t(0)), put(1, std::uint8_t(0));
+  const std::uint64_t present[] = {1};
+  const float radii[] = {0.25f, 0};
+  block(present), block(radii);
+  put(3, std::int32_t(60)), put(3, std::int32_t(2)), put(1, std::uint8_t(1));
+  const std::uint8_t states[] = {0, 1};
+  block(states);
+  put(3, std::int32_t(1));
+  const struct {
+    std::int32_t row, partner;
+    float weight;
+  } links[] = {{1, 7, 0.5f}};
+  block(links);
+  const std::string all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  const std::size_t at = all.find(expected);
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(all.substr(0, 8), "qzfmhyp1");
+  EXPECT_EQ(at + expected.size() + hyper::kChunkHeader + 1 + 8 + 5 + hyper::kEnd, all.size())
+      << "an empty chunk and the frame's number follow";
+}
+
+TEST(ParticleFrameFile, MutantsAreRefusedOrRead) {
+  std::mt19937 random(5);
+  const std::vector<std::byte> frames[] = {BytesOf(SmallFrame(), false), BytesOf(SmallFrame(), true)};
+  ASSERT_TRUE(Reads(frames[0]) && Reads(frames[1]));
+  int read = 0, refused = 0;
+  for (int mutant = 0; mutant < 2000; ++mutant) {
+    Reads(test::MutantOf(frames[mutant % 2], kFrameFileIdent, random)) ? ++read : ++refused;
+  }
+  EXPECT_GT(read, 100);
+  EXPECT_GT(refused, 100);
+}
+
+TEST(ParticleFrameFile, WhatCanNotBeIsRefused) {
+  const auto refused = [](auto change) {
+    ParticleFrameData frame = SmallFrame();
+    change(frame.entries[0], frame.entries[0].lists[0][0]);
+    return !Reads(BytesOf(frame, false));
+  };
+  using Entry = ParticleEntryData;
+  using Run = ParticleRunData;
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.positions[1].y = std::nan(""); }));
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.ids[0] = -1; }));
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.ids.pop_back(); }));
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.columns[0].id = PP::Position; }));
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.columns[1].id = 30; }));
+  EXPECT_TRUE(refused([](Entry&, Run& run) { run.links[0].row = 2; }));
+  EXPECT_TRUE(refused([](Entry& entry, Run&) { entry.header.sizes[0] = 1; }));
+  EXPECT_TRUE(refused([](Entry& entry, Run&) { entry.header.sizes = {2, -5}; }));
+  EXPECT_TRUE(refused([](Entry& entry, Run&) { entry.header.sizes = {2, 0}; })) << "a list without a chunk";
+  EXPECT_TRUE(refused([](Entry& entry, Run&) { entry.facts.space.dims.x = 0; }));
+  // A constraint left one out: the sizes stay, and the next population is where it was.
+  EXPECT_FALSE(refused([](Entry& entry, Run&) { entry.header.sizes[0] = 5; }));
+}
+
+}  // namespace
+}  // namespace orlix
