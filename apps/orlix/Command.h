@@ -81,6 +81,18 @@ struct ConvertOptions {
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);
 
+struct FilmOptions {
+  std::string folder, name, out;  // name: of the pictures; out: NAME.mp4 in the folder without it
+  double fps = 24;
+};
+Status FilmCommand(const Program& program, const FilmOptions& options);
+
+struct SheetOptions {
+  std::string folder, name, out;  // as above; NAME_sheet.png
+  int columns = 5, count = 20, width = 320;
+};
+Status SheetCommand(const Program& program, const SheetOptions& options);
+
 // By the file's extension; Usage for one that nothing here knows.
 Status InfoCommand(const Program& program, const std::string& path);
 

@@ -140,7 +140,7 @@ void AddParams(CLI::App& parent, CommandLine& line) {
 }
 
 void AddConvert(CLI::App& parent, CommandLine& line) {
-  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh, a picture or a grid cache",
+  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh, particles, a picture or a grid cache",
                                     ConvertCommand);
   words.app->add_option("in", words.options->in, "File to read")->required();
   words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();
@@ -151,6 +151,29 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
       ->transform(CLI::CheckedTransformer(programs));
   words.app->add_option("--grids", words.options->grids,
                         "Names of a cache's entries, in order, with commas between; a cache itself has none");
+}
+
+void AddFilm(CLI::App& parent, CommandLine& line) {
+  const Words<FilmOptions> words(parent, line, "film", "Make a film of a folder's pictures, where ffmpeg is installed",
+                                 FilmCommand);
+  FilmOptions& options = *words.options;
+  words.app->add_option("folder", options.folder, "A folder with pictures such as frame.0001.png")->required();
+  words.app->add_option("--name", options.name, "Which pictures: frame; without it those of which there are most");
+  words.app->add_option("--out", options.out, "File to write; its ending says the kind of film");
+  words.app->add_option("--fps", options.fps, "Pictures a second, 24 without it")->check(CLI::Range(0.01, 1000.0));
+}
+
+void AddSheet(CLI::App& parent, CommandLine& line) {
+  const Words<SheetOptions> words(parent, line, "sheet", "Put a folder's pictures on one, small, with their numbers",
+                                  SheetCommand);
+  SheetOptions& options = *words.options;
+  words.app->add_option("folder", options.folder, "A folder with pictures such as frame.0001.png")->required();
+  words.app->add_option("--name", options.name, "Which pictures: frame; without it those of which there are most");
+  words.app->add_option("--out", options.out, "PNG or OpenEXR file to write");
+  words.app->add_option("--columns", options.columns, "Pictures beside each other, 5 without it")
+      ->check(CLI::Range(1, 1000));
+  words.app->add_option("--count", options.count, "How many at most, 20 without it")->check(CLI::Range(1, 10000));
+  words.app->add_option("--width", options.width, "Pixels of each, 320 without it")->check(CLI::Range(1, 4096));
 }
 
 // The arguments with the command first, so that its options may stand before it too.
@@ -206,7 +229,8 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   app.require_subcommand(1);
   app.fallthrough();
   AddGlobalOptions(app, line.options);
-  for (const auto add : {AddNew, AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert})
+  for (const auto add :
+       {AddNew, AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert, AddFilm, AddSheet})
     add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
   std::vector<std::string> fromBack(words.rbegin(), words.rend());  // as the parser takes them

@@ -1,17 +1,19 @@
-// orlix convert IN OUT: meshes (OBJ, PLY, STL to OBJ, PLY), particles (PLY to text and back), pictures (EXR, PNG), grid
-// caches to OpenVDB.
+// orlix convert IN OUT: meshes (OBJ, PLY, STL to these, glTF and USD), particles (all formats, OpenVDB's points, USD),
+// pictures (EXR, PNG), grid caches to OpenVDB.
 
 #include <fmt/format.h>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileCheck.h"
+#include "apps/orlix/IsolatedCheck.h"
 #include "exchange/CachedFields.h"
+#include "exchange/meshes/MeshFiles.h"
+#include "exchange/meshes/UsdaFile.h"
 #include "exchange/points/FlatColumns.h"
 #include "exchange/points/PointFormats.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/geometry/MeshReader.h"
-#include "host/geometry/MeshWriter.h"
 #include "host/pictures/PictureFile.h"
 
 namespace orlix {
@@ -23,30 +25,58 @@ bool IsPicture(const std::string& extension) { return extension == ".exr" || ext
 Status ConvertMesh(const ConvertOptions& options) {
   Result<PolygonObject> mesh = ReadMesh(options.in);
   if (!mesh) return mesh.error();
-  AtomicStream stream;
-  if (Status opened = stream.Open(options.out); !opened) return opened;
-  if (LowerExtension(options.out) == ".ply")
-    WritePly(*mesh, stream);
-  else
-    WriteObj(*mesh, stream);
-  if (Status done = stream.Commit(); !done) return done;
+  if (Status done = WriteMeshFile(options.out, *mesh, {}); !done) return done;
   fmt::print("{}: {} points, {} polygons\n", options.out, mesh->points.size(), mesh->polygons.size());
   return {};
 }
 
-Status ConvertParticles(const ConvertOptions& options) {
-  const Result<PointSet> set = ReadPoints(options.in);
-  if (!set) return set.error();
+Status ReadWholePoints(const std::filesystem::path& path) { return ReadVdbPoints(path).status(); }
+
+Result<PointSet> ReadParticles(const std::string& path) {
+  if (LowerExtension(path) != ".vdb") return ReadPoints(path);
+  // A few crafted bytes make the library take gigabytes: what a process of its own survives is read.
+  if (Status readable = RunIsolated(ReadWholePoints, path); !readable) return readable.error();
+  return ReadVdbPoints(path);
+}
+
+Status WriteParticles(const std::string& path, const PointSet& set) {
+  if (LowerExtension(path) == ".vdb") return WriteVdbPoints(path, set);
+  if (LowerExtension(path) == ".usda") {
+    AtomicStream stream;
+    if (Status opened = stream.Open(path); !opened) return opened;
+    WriteUsda(set, set.units, {}, stream);
+    return stream.Commit();
+  }
   WorkerPool pool(HostWorkerCount());
-  if (Status done = WritePoints(options.out, *set, false, &pool); !done) return done;
-  fmt::print("{}: {} particles, {} values each\n", options.out, set->count, FlatColumnsOf(*set).size());
+  return WritePoints(path, set, false, &pool);
+}
+
+// What the format has no place for.
+std::string LeftOut(const std::string& path, const PointSet& set) {
+  const PointFormat* format = FindPointFormat(path);
+  std::string names;
+  for (const PointAttribute& column : set.attributes) {
+    if (!format || !format->keeps || column.name == "position") continue;
+    const bool kept = (" " + std::string(format->keeps) + " ").find(" " + column.name + " ") != std::string::npos;
+    if (!kept) names += (names.empty() ? "; it has no place for " : ", ") + column.name;
+  }
+  return names;
+}
+
+Status ConvertParticles(const ConvertOptions& options) {
+  const Result<PointSet> set = ReadParticles(options.in);
+  if (!set) return set.error();
+  if (Status done = WriteParticles(options.out, *set); !done) return done;
+  fmt::print("{}: {} particles, {} values each{}\n", options.out, set->count, FlatColumnsOf(*set).size(),
+             LeftOut(options.out, *set));
   return {};
 }
 
 // A PLY file may be a mesh as well.
 bool HoldsParticles(const std::string& path) {
+  if (LowerExtension(path) == ".vdb") return true;
   const PointFormat* format = FindPointFormat(path);
-  if (!format || LowerExtension(path) != ".ply") return format;
+  if (!format || LowerExtension(path) != ".ply") return format && format->read;
   const Result<std::vector<std::byte>> content = ReadPointFile(path);
   return content.ok() && IsPointPly(AsText(*content));
 }
@@ -90,20 +120,30 @@ Status ConvertCache(const ConvertOptions& options) {
   return {};
 }
 
+std::string ParticleEndings() {
+  std::string endings;
+  for (const PointFormat& format : PointFormats()) {
+    if (format.read && format.write) endings += (endings.empty() ? "" : ", ") + std::string(format.extension);
+  }
+  return endings;
+}
+
 }  // namespace
 
 Status ConvertCommand(const Program&, const ConvertOptions& options) {
   const std::string from = LowerExtension(options.in), to = LowerExtension(options.out);
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
-  if (FindPointFormat(options.out) && HoldsParticles(options.in)) return ConvertParticles(options);
-  const bool meshIn = from == ".obj" || from == ".ply" || from == ".stl";
-  if (meshIn && (to == ".obj" || to == ".ply")) return ConvertMesh(options);
+  const PointFormat* points = FindPointFormat(options.out);
+  const bool pointsOut = (points && points->write) || to == ".vdb" || to == ".usda";
+  if (pointsOut && HoldsParticles(options.in)) return ConvertParticles(options);
+  if (MeshFormatOf(options.in) && FindMeshFileFormat(options.out)) return ConvertMesh(options);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
   return Status::Fail(
       ErrorKind::Usage,
-      fmt::format("{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, between .ply and .txt for "
-                  "particles, from .exr, .png to .exr, .png, and from .cache to .vdb",
-                  options.in, options.out));
+      fmt::format(
+          "{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, .stl, .glb, .usda; for particles between {} "
+          "and .vdb, and to .rib, .usda; from .exr, .png to .exr, .png; and from .cache to .vdb",
+          options.in, options.out, ParticleEndings()));
 }
 
 }  // namespace orlix

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "apps/orlix/ExchangeInfo.h"
 #include "apps/orlix/IsolatedCheck.h"
 #include "exchange/points/PointFormats.h"
 #include "exchange/vdb/VdbFile.h"
@@ -88,11 +89,22 @@ Status CheckPly(const fs::path& path) {
   return ParseMesh(text, MeshFormat::Ply, path.string()).status();
 }
 
+Status CheckGlb(const fs::path& path) { return DescribeGlb(path).status(); }
+Status CheckUsda(const fs::path& path) { return DescribeUsda(path).status(); }
+Status CheckMesh(const fs::path& path) { return ReadMesh(path).status(); }
+
 constexpr FileCheck kChecks[] = {
     {".cache", CheckGridCache, true},  {".pcache", CheckParticleCache, true},
     {".mcache", CheckMeshCache, true}, {".checkpoint", CheckCheckpoint, false},
     {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
     {".png", CheckPicture, false},     {".ply", CheckPly, false},
+    {".obj", CheckMesh, false},        {".stl", CheckMesh, false},
+    {".glb", CheckGlb, false},         {".usda", CheckUsda, false},
+    {".bgeo", CheckPoints, false},     {".geo", CheckPoints, false},
+    {".prt", CheckPoints, false},      {".pdb", CheckPoints, false},
+    {".pda", CheckPoints, false},      {".pdc", CheckPoints, false},
+    {".ptc", CheckPoints, false},      {".pcd", CheckPoints, false},
+    {".icecache", CheckPoints, false},
 };
 
 }  // namespace
@@ -105,7 +117,7 @@ std::string LowerExtension(const fs::path& path) {
 }
 
 const FileCheck* FindFileCheck(const fs::path& path) {
-  const std::string extension = LowerExtension(path);
+  const std::string extension = LowerExtension(EndsInGz(path) ? path.stem() : path);
   for (const FileCheck& check : kChecks) {
     if (extension == check.extension) return &check;
   }

@@ -19,6 +19,8 @@ constexpr FileKind kKinds[] = {
     {".obj", "mesh", PrintMeshInfo},
     {".ply", "mesh or particles", PrintPlyInfo},
     {".stl", "mesh", PrintMeshInfo},
+    {".glb", "glTF 2.0", PrintGlbInfo},
+    {".usda", "USD text", PrintUsdaInfo},
     {".exr", "OpenEXR", PrintPictureInfo},
     {".png", "PNG", PrintPictureInfo},
 };

@@ -24,6 +24,8 @@ Status PrintVdbInfo(const Program& program, const std::string& path);
 Status PrintPlyInfo(const Program& program, const std::string& path);
 Status PrintParticleInfo(const Program& program, const std::string& path);
 Status PrintMeshInfo(const Program& program, const std::string& path);
+Status PrintGlbInfo(const Program& program, const std::string& path);
+Status PrintUsdaInfo(const Program& program, const std::string& path);
 Status PrintPictureInfo(const Program& program, const std::string& path);
 
 }  // namespace orlix
