@@ -105,6 +105,7 @@ Status NewCommand(const Program& program, const NewOptions& options) {
     if (Status written = WriteWhole(folder / file.name, file.text); !written.ok()) return written;
   }
   if (Status written = WriteWhole(scene, WithPaths(*text, recipe.name, scene.string())); !written.ok()) return written;
+  if (program.options.quiet) return {};
   program.console.Line(
       fmt::format("{0}\norlix render {0} --frames 1-24 --preview   # a first look\norlix run {0}", scene.string()));
   return {};

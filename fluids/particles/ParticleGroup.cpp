@@ -96,11 +96,13 @@ void ParticleGroup::Conclude() {
                    [](const ParticleFactory& each) { return each.list() && each.list()->everHeld(); })) {
     return Warn("no-particles", "it held no particle in the whole run; link it under \"group\" of an emitter");
   }
-  bool moved = false;
-  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
+  // Without a solver and a force they are meant to stand still, as the points of a surface.
+  bool moved = false, pushed = false;
+  scene->ForEachNode(NODE_OPERATOR, NODE_FORCE, [&](const iBase& node) {
     moved |= node.IsEnabled() && node.GetNodeSubType() == kAdvectionSubType;
+    pushed |= node.GetNodeBaseType() == NODE_SOLVER || node.GetNodeBaseType() == NODE_FORCE;
   });
-  if (!moved) Warn("no-advection", "nothing moves its particles, nor do they age; add a particle_advection");
+  if (!moved && pushed) Warn("no-advection", "nothing moves its particles, nor do they age; add a particle_advection");
 }
 
 void ParticleGroup::RemoveDeadAll() {

@@ -49,13 +49,55 @@ std::set<std::uint64_t> LinkedObjects(const BaseDocument& document) {
   return linked;
 }
 
-// Whether the object acts through links alone. Of constraints and instant operators an empty list takes all of the
-// scene.
+// Of instant operators an empty list takes all of the scene; constraints and forces are looked at apart.
 bool ActsThroughLinks(const iBase& node) {
   if (node.GetNodeBaseType() == NODE_HELPER) {
     return !node.HasRetrieveType(RETRIEVE_CONSTRAINT) && !node.HasRetrieveType(RETRIEVE_INSTANT);
   }
   return node.GetNodeBaseType() == NODE_SETTINGS || node.GetNodeSubType() == kPropertySubType;
+}
+
+// Whether a solver's list of forces is empty, which takes all of the scene.
+bool ASolverTakesAllForces(OrlixScene& scene) {
+  bool takesAll = false;
+  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    const BaseObject& object = *node.handler.hostObject();
+    object.type().ForEachParameter([&](const Parameter& row) {
+      if (row.type != ParameterType::InExclude || row.linkKinds != kLinkForce) return;
+      const InExcludeData* list = object.GetInExclude(row.id);
+      takesAll |= !list || list->entries.empty();
+    });
+  });
+  return takesAll;
+}
+
+// Whether a node takes all constraints of the scene by an empty list: of all that have one, this type alone.
+bool ANodeTakesAllConstraints(const BaseDocument& document) {
+  bool takesAll = false;
+  document.ForEachObject(
+      [&](const BaseObject& object) { takesAll |= object.type().ShortName() == "grid_celliterator"; });
+  return takesAll;
+}
+
+void AdviseUnlinked(OrlixScene& scene) {
+  const std::set<std::uint64_t> linked = LinkedObjects(*scene.GetHostDocument());
+  const auto isLinked = [&](const iBase& node) { return linked.contains(node.handler.hostObject()->creationNumber()); };
+  const bool takesForces = ASolverTakesAllForces(scene);
+  const bool takesConstraints = ANodeTakesAllConstraints(*scene.GetHostDocument());
+  scene.ForEachNode(NODE_CHANNEL, NODE_HELPER, [&](const iBase& node) {
+    if (!node.IsEnabled() || isLinked(node)) return;
+    if (ActsThroughLinks(node)) {
+      node.Warn("not-linked", "no object links to it, so it does nothing; link it where it is to act, or take it out");
+    } else if (node.GetNodeBaseType() == NODE_FORCE && !takesForces) {
+      node.Warn("not-linked",
+                "no list of forces has it, so it pushes nothing; add it to the \"forces\" of a solver or of "
+                "particle_forces, or take it out");
+    } else if (node.HasRetrieveType(RETRIEVE_CONSTRAINT) && !takesConstraints) {
+      node.Warn("not-linked",
+                "no list of constraints has it, so it confines nothing; add it to the \"constraints\" of a node, or "
+                "take it out");
+    }
+  });
 }
 
 }  // namespace
@@ -74,11 +116,7 @@ void AdviseObjects(OrlixScene& scene) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
   });
-  const std::set<std::uint64_t> linked = LinkedObjects(*scene.GetHostDocument());
-  scene.ForEachNode(NODE_CHANNEL, NODE_HELPER, [&](const iBase& node) {
-    if (!ActsThroughLinks(node) || linked.contains(node.handler.hostObject()->creationNumber())) return;
-    node.Warn("not-linked", "no object links to it, so it does nothing; link it where it is to act, or take it out");
-  });
+  AdviseUnlinked(scene);
 }
 
 }  // namespace orlix

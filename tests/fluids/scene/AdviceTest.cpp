@@ -73,6 +73,12 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Cells", "no-operators", [](auto& s) { s.Add("grid_celliterator", "Cells").Set(1000, s.LinkTo(*s.smoke)); }},
       {"Weight", "not-linked", [](auto& s) { s.Add("kernel", "Weight"); }},
       {"When", "not-linked", [](auto& s) { s.Add("duration", "When"); }},
+      {"Patches", "not-linked", [](auto& s) { s.Add("constraint_noise", "Patches"); }},
+      {"Swirl", "not-linked",
+       [](auto& s) {
+         s.fluid->Set(VelocityGridEmitter::kForcesId, s.ListOf({&s.Add("force_gravity", "Wind")}));
+         s.Add("force_swirling", "Swirl");
+       }},
       {"Air", "row-not-read:obstacles", [](auto& s) { s.fluid->Set(1017, s.ListOf({s.emitter})); }},
       {"smoke", "row-not-read:constraints", [](auto& s) { s.smoke->Set(kConstraintsId, s.ListOf({s.emitter})); }},
   };
@@ -88,7 +94,7 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
 TEST(Advice, WhatAnEmptyListTakesNeedsNoLink) {
   SmokeScene scene;
   scene.Add("iop_repulsion", "Bounce");
-  scene.Add("constraint_noise", "Noise");
+  scene.Add("force_swirling", "Stir");
   scene.hook.BuildScenes(scene.document, false);
   EXPECT_EQ(scene.All(), "");
 }
