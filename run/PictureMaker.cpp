@@ -9,6 +9,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/particle_renderer/ParticlePicture.h"
 #include "fluids/volume_renderer/GasMaterial.h"
+#include "fluids/volume_renderer/SceneSampler.h"
 #include "host/pictures/PictureFile.h"
 #include "host/render/GatherRenderWorld.h"
 #include "host/render/LegendBar.h"
@@ -21,7 +22,9 @@ namespace {
 
 bool WantsVelocities(const BaseDocument& document) {
   const std::vector<BaseObject*> settings = document.ObjectsOfType(kRenderSettingsId);
-  return !settings.empty() && settings.front()->GetBool(kRenderVelocityId);
+  if (settings.empty()) return false;
+  const BaseObject& render = *settings.front();
+  return render.GetBool(kRenderVelocityId) || render.GetBool(kRenderLayersId);
 }
 
 }  // namespace
@@ -102,6 +105,7 @@ void PictureMaker::TellEmpty(const RunState& state) const {
 
 Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& folders) {
   const auto materials = CollectGasMaterials(state.document, state.hook);
+  const StartedSamplers samplers(state.document, state.hook, state.pool);
   const bool velocities = WantsVelocities(state.document);
   Result<ParticlePicture> particles =
       MakeParticlePicture(state.document, state.hook, state.pool, velocities, state.warnings, state.frame);
@@ -119,14 +123,21 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
   if (!options_.box.Empty()) gather.boxLow = options_.box.low, gather.boxHigh = options_.box.high;
   RenderWorld world;
   if (Status gathered = GatherRenderWorld(state.document, gather, world); !gathered) return gathered;
+  if (options_.samples > 0) world.settings.samples = options_.samples, world.settings.mostSamples = 0;
   for (const auto& material : materials) world.volumes.push_back(material.get());
   world.points = std::move(particles->clouds);
   RenderOptions render;
   render.time = state.document.time().Seconds();
   render.thread = thread_;
+  render.crop = options_.crop;
+  render.onProgress = options_.onProgress;
+  const Picture unfinished = options_.work ? options_.work->Unfinished(state.frame) : Picture();
+  if (unfinished.pixelCount() > 0) render.unfinished = &unfinished;
   Result<Picture> picture = RenderPicture(world, state.pool, render, &report_);
   if (!picture) return picture.error();
-  if (report_.broken) return {};
+  if (report_.broken) {
+    return options_.work && report_.tilesDone > 0 ? options_.work->KeepUnfinished(*picture, state.frame) : Status();
+  }
   if (world.points.empty() || !materials.empty()) TellUnseen(state, materials);
   const RenderSettings& settings = world.settings;
   const PictureView view{settings.view.exposure, options_.view.value_or(settings.view.transform)};
@@ -139,6 +150,7 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
       if (Status status = Write(*picture, path, view); !status) return status;
     }
   }
+  if (options_.work) options_.work->ForgetUnfinished(state.frame);
   return {};
 }
 

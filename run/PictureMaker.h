@@ -2,6 +2,7 @@
 // Pictures of frames: surfaces, lights and gas, by the scene's render settings.
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -9,12 +10,14 @@
 #include "globals/Result.h"
 #include "host/render/Renderer.h"
 #include "run/FrameListener.h"
+#include "run/PictureWork.h"
 
 namespace orlix {
 
 // What a camera of our own choice sees; nothing while low lies above high.
 struct FramedBox {
   Vec3D low{1, 1, 1}, high{0, 0, 0};
+  double density = 0;  // the mean of the gas where there is some, of the frame in which that is most
   bool Empty() const { return low.x > high.x; }
   void Add(const Vec3D& point) {
     const bool first = Empty();
@@ -23,7 +26,11 @@ struct FramedBox {
 };
 
 struct PictureOptions {
-  int width = 0, height = 0;            // instead of the settings', where above 0
+  int width = 0, height = 0;          // instead of the settings', where above 0
+  int samples = 0;                    // likewise; of all pixels
+  PictureCrop crop{};                 // a part of the picture, where it isn't empty
+  const PictureWork* work = nullptr;  // keeps what is done of a picture that is broken off, and goes on with it
+  std::function<void(const RenderProgress&)> onProgress{};
   bool slices = false;                  // a quick look at the grids instead of a picture
   FramedBox box{};                      // instead of that of the frame's own gas and particles, where it isn't empty
   std::optional<ViewTransform> view{};  // instead of the settings'

@@ -5,6 +5,7 @@
 
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "fluids/volume_renderer/GasSettings.h"
+#include "host/render/SurfaceMaterial.h"
 
 namespace orlix {
 
@@ -54,6 +55,8 @@ std::set<const BaseObject*> ShownObjects(const BaseDocument& document, bool slic
   std::set<const BaseObject*> seen, shown;
   const std::vector<BaseObject*> materials = document.ObjectsOfType(kGasMaterialId);
   for (const BaseObject* material : materials) AddShown(material, seen, shown);
+  // What surfaces look up by their shaders.
+  for (const BaseObject* material : document.ObjectsOfType(kSurfaceMaterialId)) AddShown(material, seen, shown);
   const std::uint32_t always = slices || materials.empty() ? kSimulated : kLinkParticles;
   document.ForEachObject([&](BaseObject& object) {
     if ((object.type().kinds & always) != 0) shown.insert(&object);

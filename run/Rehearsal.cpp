@@ -1,5 +1,7 @@
 #include "run/Rehearsal.h"
 
+#include <algorithm>
+
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "fluids/particle_renderer/ParticlePicture.h"
 #include "fluids/scene/RootObject.h"
@@ -19,7 +21,9 @@ class BoxListener : public FrameListener {
     if (!state.wanted) return {};
     for (const auto& material : CollectGasMaterials(state.document, state.hook)) {
       FramedBox content;
-      if (material->ContentBounds(content.low, content.high)) box.Add(content.low), box.Add(content.high);
+      if (!material->ContentBounds(content.low, content.high, &content.density)) continue;
+      box.Add(content.low), box.Add(content.high);
+      box.density = std::max(box.density, content.density);
     }
     Warnings unheard;
     const Result<ParticlePicture> particles =

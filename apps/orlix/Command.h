@@ -47,8 +47,9 @@ struct RunOptions : FrameOptions {
 Status RunCommand(const Program& program, const RunOptions& options);
 
 struct RenderCommandOptions : FrameOptions {
-  std::string size;
-  bool preview = false;
+  std::string size, crop;
+  int samples = 0;
+  bool preview = false, dryRun = false, resume = false;
 };
 Status RenderCommand(const Program& program, const RenderCommandOptions& options);
 

@@ -89,6 +89,12 @@ void AddRender(CLI::App& parent, CommandLine& line) {
   RenderCommandOptions& options = *words.options;
   AddFrames(*words.app, options);
   words.app->add_option("--size", options.size, "WIDTHxHEIGHT, over the scene's render settings");
+  words.app->add_option("--samples", options.samples, "Rays of each pixel, over the scene's render settings")
+      ->check(CLI::Range(1, 4096));
+  words.app->add_option("--crop", options.crop, "WIDTHxHEIGHT+LEFT+TOP: only that part of the picture, in pixels");
+  words.app->add_flag("--resume", options.resume,
+                      "Go on: pictures that are done stay, one that was broken off is ended");
+  words.app->add_flag("--dry-run", options.dryRun, "Read and check the scene, say what would be done");
   words.app->add_flag("--preview", options.preview, "A quick look: slices of the grids with colour bars");
 }
 

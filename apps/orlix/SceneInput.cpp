@@ -2,6 +2,7 @@
 
 #include <spdlog/spdlog.h>
 
+#include "run/DefaultLook.h"
 #include "run/Rehearsal.h"
 #include "run/SceneCheck.h"
 #include "scene_file/Mistakes.h"
@@ -26,14 +27,23 @@ Result<SceneFile> ReadScene(const Program& program, const SceneOptions& options,
   return Error{kind, mistakes.Text()};
 }
 
-FramedBox FindFraming(const Program& program, const SceneOptions& options, const BaseDocument& document,
+FramedBox FindFraming(const Program& program, const SceneOptions& options, BaseDocument& document,
                       const FramePlan& plan, WorkerPool& pool) {
-  if (!WantsRehearsal(document)) return {};
+  BaseObject* look = AddDefaultLook(document);
+  if (!look && !WantsRehearsal(document)) return {};
   const Result<SceneFile> again = ReadSceneFile(options.scene, program.engine.types, {.overrides = options.overrides});
   if (!again) return {};
   again->document->minTime = document.minTime, again->document->maxTime = document.maxTime;
-  spdlog::info("the scene has no camera: its frames are run with coarse cells first, for one that sees all of them");
-  return Rehearse(program.engine, *again->document, pool, plan);
+  spdlog::info("the scene has no {}: its frames are run with coarse cells first, for one that {}",
+               WantsRehearsal(document) ? "camera" : "gas material",
+               WantsRehearsal(document) ? "sees all of them" : "fits what its channels hold");
+  if (look) AddDefaultLook(*again->document);
+  const FramedBox box = Rehearse(program.engine, *again->document, pool, plan);
+  if (look) {
+    FitDefaultLook(*look, box.density);
+    spdlog::info("pictures show its channels by a look of their own; a \"gas\" among \"materials\" replaces it");
+  }
+  return WantsRehearsal(document) ? box : FramedBox();
 }
 
 }  // namespace orlix

@@ -13,8 +13,9 @@ namespace orlix {
 Result<SceneFile> ReadScene(const Program& program, const SceneOptions& options, const std::string& out = {},
                             bool allowOutside = false);
 
-// What a camera of our own choice has to see in all frames of the plan; empty for a scene with a camera of its own.
-FramedBox FindFraming(const Program& program, const SceneOptions& options, const BaseDocument& document,
+// What a camera of our own choice has to see in all frames of the plan; empty for a scene with a camera of its own. A
+// scene without a gas material gets one by what its channels hold in these frames.
+FramedBox FindFraming(const Program& program, const SceneOptions& options, BaseDocument& document,
                       const FramePlan& plan, WorkerPool& pool);
 
 }  // namespace orlix

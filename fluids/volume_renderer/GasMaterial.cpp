@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
@@ -111,7 +112,11 @@ Status GasMaterial::RenderStart(const RenderContext& context) {
   if (marcher->IsEmpty()) return {};
   marcher_ = std::move(marcher);
   glow_ = {};
-  if (settings_.glowPoints > 0) glow_.Build(*marcher_, *context.workers);
+  try {
+    if (settings_.glowPoints > 0) glow_.Build(*marcher_, *context.workers);
+  } catch (const std::bad_alloc&) {
+    return Status::Fail(ErrorKind::Memory, "the glow of a gas material doesn't fit");
+  }
   return {};
 }
 
@@ -130,7 +135,7 @@ bool GasMaterial::Bounds(Vec3D& low, Vec3D& high) const {
   return false;
 }
 
-bool GasMaterial::ContentBounds(Vec3D& low, Vec3D& high) const {
+bool GasMaterial::ContentBounds(Vec3D& low, Vec3D& high, double* mean) const {
   constexpr double kShare = 0.02;
   const GasChannels channels = FindChannels();
   VecInt3D first(std::numeric_limits<std::int32_t>::max()), last(-1);
@@ -141,16 +146,19 @@ bool GasMaterial::ContentBounds(Vec3D& low, Vec3D& high) const {
   for (std::int64_t n = 0; n < grid->count; ++n) most = std::max(most, (*grid)[n]);
   if (!(most > 0)) return false;
   const VecInt3D dims = grid->dims;
+  double sum = 0, cells = 0;
   for (int k = 0; k < dims.z; ++k) {
     for (int j = 0; j < dims.y; ++j) {
       for (int i = 0; i < dims.x; ++i) {
         if (!((*grid)(i, j, k) > kShare * most)) continue;
+        sum += (*grid)(i, j, k), ++cells;
         first = {std::min(first.x, i), std::min(first.y, j), std::min(first.z, k)};
         last = {std::max(last.x, i), std::max(last.y, j), std::max(last.z, k)};
       }
     }
   }
   low = grid->space.HostOfVoxel(Vec3D(first)), high = grid->space.HostOfVoxel(Vec3D(last) + Vec3D(1.0));
+  if (mean) *mean = sum / cells;
   return true;
 }
 

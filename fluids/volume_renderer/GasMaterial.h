@@ -20,10 +20,15 @@ class GasMaterial final : public VolumeShader {
   Status RenderStart(const RenderContext& context) override;
   void RenderEnd() override { marcher_.reset(); }
   int GlowPoints() const override { return glow_.empty() ? 0 : settings_.glowPoints; }
-  GlowPoint GlowAt(const Vec3D& draws) const override { return glow_.PointAt(draws); }
+  GlowPoint GlowAt(const Vec3D& draws) const override {
+    GlowPoint point = glow_.PointAt(draws);
+    point.colour *= settings_.gatherBoost;
+    return point;
+  }
   bool Bounds(Vec3D& low, Vec3D& high) const override;
   // Of the cells that hold more than a fiftieth of the most; false where there is nothing.
-  bool ContentBounds(Vec3D& low, Vec3D& high) const;
+  // mean: of what these cells hold; may be null.
+  bool ContentBounds(Vec3D& low, Vec3D& high, double* mean = nullptr) const;
   void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
   Vec3D Transparency(const VolumeRay& ray) const override;
 

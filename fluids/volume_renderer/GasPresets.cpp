@@ -42,6 +42,7 @@ void SetFlames(BaseObject& m, double threshold, double strength, std::span<const
   m.Set(S::kFlameThresholdId, threshold), m.Set(S::kFlameStrengthId, strength);
   m.Set(S::kFireLightStrengthId, 1.0), m.Set(S::kFireLightReachId, 2.5);
   m.Set(S::kGlowOnSurfacesId, std::int64_t(1)), m.Set(S::kSeenByGatherId, std::int64_t(0));
+  m.Set(S::kGatherBoostId, 60.0);
 }
 
 constexpr GradientKnot kWoodFire[] = {
@@ -84,7 +85,7 @@ void ColouredSmoke(BaseObject& m) {
 }
 void Fire(BaseObject& m) {
   SetMedium(m, Vec3D(2.0), Vec3D(0.5), Vec3D(0.8));
-  SetFlames(m, 750, 6, kWoodFire);
+  SetFlames(m, 650, 14, kWoodFire);
   m.Set(S::kFlameAbsorptionId, 0.5), m.Set(S::kFallbackDensityId, 0.25);
 }
 void Fireball(BaseObject& m) {
@@ -105,7 +106,7 @@ constexpr GasPreset kPresets[] = {
     {"soot", "Black smoke of burning oil", &Soot},
     {"coloured smoke", "For a colour channel or gradient: colours stay bright and bleed into each other",
      &ColouredSmoke},
-    {"fire", "Flames from 750 K on, with little smoke; they light what is around", &Fire},
+    {"fire", "Flames from 650 K on, with little smoke; they light what is around", &Fire},
     {"fireball", "Burning fuel that turns to dark smoke, lit by its own fire", &Fireball},
 };
 

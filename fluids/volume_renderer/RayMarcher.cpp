@@ -210,7 +210,7 @@ Vec3D RayMarcher::FireColour(double temperature) const {
 // --- light at a place ------------------------------------------------------------------------------------------------
 
 Vec3D RayMarcher::LightAt(const MarchRay& ray, const Vec3D& x, double g, double p) const {
-  Vec3D sum = skyMap_ ? skyMap_->sampler(x) * p : Vec3D();
+  Vec3D sum = SkyLightAt(x) * p;
   for (const LightMap& map : lightMaps_) {
     const Vec3D light = map.sampler(x);
     if (light == Vec3D()) continue;

@@ -135,6 +135,8 @@ class RayMarcher {
   Vec3D Scattered(const MarchRay& ray, MersenneTwister* random, int worker) const;
   const MultipleScattering* scattering() const { return scattering_.get(); }
 
+  // The light of the sky that gets to a place, over all directions.
+  Vec3D SkyLightAt(const Vec3D& x) const { return skyMap_ ? skyMap_->sampler(x) : Vec3D(); }
   // The light that the gas glows with at a place, for a host unit of way; 0 where there is no flame.
   Vec3D GlowAt(const Vec3D& x) const;
   // The gas at a place; false when there is none.

@@ -1,0 +1,147 @@
+// What decides how pictures look and which of them are made: presets of scene files, the look of scenes without one,
+// samplers, and pictures that another run goes on with.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/volume_renderer/GasSettings.h"
+#include "fluids/volume_renderer/SceneSampler.h"
+#include "host/pictures/PictureFile.h"
+#include "run/DefaultLook.h"
+#include "run/FrameResults.h"
+#include "run/PictureWork.h"
+#include "run/SceneRun.h"
+#include "scene_file/SceneReader.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+std::string Scene(const std::string& objects, const std::string& materials) {
+  return R"({ "orlix": 1, "frames": [0, 1], "objects": [ )" + objects + R"(
+    { "type": "sphere", "name": "ball", "radius": 40 },
+    { "type": "scene", "name": "S", "voxel_size": 0.2, "render_voxel_size": 0.2, "children": [
+      { "type": "fluid", "name": "Air", "container": [200, 200, 200], "anchor_mode": "centre" },
+      { "type": "channel_scalar", "name": "smoke", "value_max": 2 },
+      { "type": "volume", "name": "source", "object": "ball" },
+      { "type": "emission_setting", "name": "rate", "mode": "set", "per_step": true, "value": 1 },
+      { "type": "channelsettings", "name": "pair", "channel": "smoke", "settings": "rate" },
+      { "type": "gridemitter", "volume": "source", "pairs": ["pair"] },
+      { "type": "particlegroup", "name": "grains" },
+      { "type": "property_scalar", "name": "size" },
+      { "type": "grid_advection", "solver": "Air", "channel": "smoke" } ] } ],
+    "render": { "exr": false, "samples": 1, "sky_samples": 0 }, "camera": { "position": [0, 0, 500] },
+    "materials": [ )" +
+         materials + " ] }";
+}
+
+struct Read {
+  explicit Read(const std::string& text, const std::vector<std::string>& overrides = {})
+      : file(ReadSceneText("s.json", text, engine.types, {.overrides = overrides})) {
+    EXPECT_TRUE(file.ok()) << (file.ok() ? "" : file.error().text);
+  }
+  BaseDocument& document() { return *file->document; }
+  const BaseObject& gas() { return *document().ObjectsOfType(kGasMaterialId).front(); }
+  Engine engine;
+  Result<SceneFile> file;
+};
+
+TEST(Look, APresetIsWhereTheOtherKeysStartFromWhateverTheirOrder) {
+  Read plain(Scene("", R"({ "type": "gas", "name": "G", "preset": "soot", "density": "smoke" })"));
+  Read changed(Scene("", R"({ "type": "gas", "name": "G", "phase_g": 0.1, "fine_step": 2, "density": "smoke",
+                              "preset": "soot" })"));
+  const GasSettings soot = GasSettings::Read(plain.gas()), own = GasSettings::Read(changed.gas());
+  EXPECT_NE(soot.absorption, GasSettings().absorption);
+  EXPECT_EQ(own.absorption, soot.absorption);
+  EXPECT_EQ(own.steps.fine, 2) << "also where it is the row's default";
+  EXPECT_NE(soot.steps.fine, 2);
+  EXPECT_EQ(own.phaseG, 0.1);
+  EXPECT_NE(changed.gas().GetLink(GasSettings::kDensityId), nullptr);
+  Read over(Scene("", R"({ "type": "gas", "name": "G", "fine_step": 2, "density": "smoke" })"), {"G.preset=soot"});
+  EXPECT_EQ(GasSettings::Read(over.gas()).steps.fine, soot.steps.fine);
+  Engine engine;
+  const auto wrong = ReadSceneText("s.json", Scene("", R"({ "type": "gas", "preset": "thick fog" })"), engine.types);
+  ASSERT_FALSE(wrong.ok());
+  EXPECT_NE(wrong.error().text.find("thick fog"), std::string::npos);
+  const auto keyed =
+      ReadSceneText("s.json", Scene("", R"({ "type": "gas", "preset@": { "keys": [[0, 1]] } })"), engine.types);
+  EXPECT_FALSE(keyed.ok());
+}
+
+TEST(Look, AScenesOwnLookComesBeforeTheDefaultOne) {
+  Read bare(Scene("", ""));
+  BaseObject* look = AddDefaultLook(bare.document());
+  ASSERT_NE(look, nullptr);
+  EXPECT_EQ(look->GetLink(GasSettings::kDensityId)->name, "smoke");
+  EXPECT_DOUBLE_EQ(look->GetDouble(GasSettings::kUnitDensityId), 0.2) << "a tenth of the range";
+  FitDefaultLook(*look, 0.7);
+  EXPECT_DOUBLE_EQ(look->GetDouble(GasSettings::kUnitDensityId), 0.7);
+  EXPECT_EQ(AddDefaultLook(bare.document()), nullptr);
+}
+
+TEST(Look, SamplersGiveValuesInGasAndWhiteWithoutOne) {
+  Read scene(Scene(R"({ "type": "grid_sampler", "name": "in gas", "source": "smoke",
+                        "gradient": [[0, [0, 0, 0.5]], [1, [1, 0, 0]]], "output_high": 0.9 },
+                      { "type": "grid_sampler", "name": "no source" },
+                      { "type": "particle_sampler", "name": "no particles", "group": "grains", "property": "size" },)",
+                   ""));
+  WorkerPool pool(1);
+  SceneRun run(scene.engine, scene.document(), pool, "");
+  ASSERT_TRUE(run.Run(*PlanFrames(scene.document(), {})).ok());
+  const auto ask = [&](const char* name, const Vec3D& place) {
+    Vec3D colour;
+    scene.document().ForEachObject([&](BaseObject& object) {
+      if (object.name != name) return;
+      object.data()->AsShader()->Colours(object, Shader::PlaceKind::Space, {&place, 1}, {&colour, 1});
+    });
+    return colour;
+  };
+  EXPECT_EQ(ask("in gas", {0, 0, 0}), Vec3D(1.0)) << "not started";
+  const StartedSamplers samplers(scene.document(), run.hook(), pool);
+  const Vec3D inside = ask("in gas", {1, 1, 1});
+  EXPECT_NEAR(inside.x, 0.5, 0.03) << "1 of a range to 2";
+  EXPECT_NEAR(inside.z, 0.25, 0.03);
+  EXPECT_EQ(ask("in gas", {0, 900, 0}), Vec3D(0, 0, 0.5)) << "outside of the grid";
+  EXPECT_EQ(ask("no source", {0, 0, 0}), Vec3D(1.0));
+  EXPECT_EQ(ask("no particles", {0, 0, 0}), Vec3D(1.0));
+}
+
+TEST(PictureWork, KnowsItsOwnPicturesAndEndsUnfinishedOnes) {
+  const test::TemporaryFolder folder;
+  Read scene(Scene("", R"({ "type": "gas", "density": "smoke" })"));
+  const std::string out = folder.path().string();
+  const PictureWork work(out, 7), other(out, 8);
+  EXPECT_FALSE(*work.Continue());
+  ASSERT_TRUE(work.Start().ok());
+  EXPECT_TRUE(*work.Continue());
+  EXPECT_FALSE(other.Continue().ok());
+  EXPECT_FALSE(work.HasMade(scene.document(), 0));
+
+  WorkerPool pool(1);
+  SceneRun run(scene.engine, scene.document(), pool, out);
+  FrameResults results(nullptr, FrameResults::Pictures::OfEveryFrame, {.width = 64, .height = 32, .work = &work});
+  run.AddListener(results);
+  // Half of frame 1 is there, white.
+  Picture half(64, 32);
+  for (const char* name : {"R", "G", "B", "A", "Z"}) half.AddChannel(name, 1);
+  PictureChannel& done = half.AddChannel(kDoneChannel);
+  for (std::size_t n = 0; n < done.values.size(); ++n) done.values[n] = n % 64 < 32;
+  ASSERT_TRUE(work.KeepUnfinished(half, 1).ok());
+  EXPECT_EQ(work.Unfinished(1).pixelCount(), 64u * 32);
+  ASSERT_TRUE(run.Run(*PlanFrames(scene.document(), {})).ok());
+  EXPECT_TRUE(work.HasMade(scene.document(), 0));
+  EXPECT_TRUE(work.HasMade(scene.document(), 1));
+  EXPECT_FALSE(work.HasMade(scene.document(), 2));
+  EXPECT_EQ(work.Unfinished(1).pixelCount(), 0u) << "it was ended";
+  const auto picture = ReadPicture(PicturePaths(scene.document(), out, 1).front());
+  ASSERT_TRUE(picture.ok());
+  EXPECT_GT(picture->Find("R")->values[5], 0.7) << "from the half that was there";
+  EXPECT_LT(picture->Find("R")->values[60], 0.7);
+
+  ASSERT_TRUE(other.Start().ok());
+  EXPECT_FALSE(work.Continue().ok()) << "a new work forgets the old one";
+}
+
+}  // namespace
+}  // namespace orlix
