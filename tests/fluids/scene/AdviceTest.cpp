@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "fluids/dynamics/VelocityGridEmitter.h"
 #include "tests/support/GasScene.h"
 
 namespace orlix {
