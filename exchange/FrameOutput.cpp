@@ -8,6 +8,7 @@
 #include "exchange/meshes/UsdaFile.h"
 #include "exchange/particles/ParticleFile.h"
 #include "exchange/points/PointFormats.h"
+#include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/scene/RootObject.h"
 #include "host/files/AtomicStream.h"
@@ -28,8 +29,8 @@ std::string FileStem(const std::string& name) {
 }
 
 // "_Scene_Group_liquid"
-std::string ParticleSuffix(const BaseObject& group, std::int32_t kind) {
-  std::string word = kParticleKindChoices[kind].key;
+std::string ParticleSuffix(const BaseObject& group, std::int32_t kind, std::optional<DiffuseClass> only = {}) {
+  const std::string word = only ? kDiffuseClassNames[static_cast<int>(*only)] : kParticleKindChoices[kind].key;
   return "_" + FileStem(group.Path()) + "_" + word;
 }
 
@@ -86,8 +87,14 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
     }
     for (const BaseObject* group : document_.ObjectsOfType(ParticleGroup::Type().id)) {
       for (std::int32_t kind = 0; output.particles && kind < kParticleKinds; ++kind) {
-        add(ParticleSuffix(*group, kind), output.ParticleExtension());
-        if (output.usd) add(ParticleSuffix(*group, kind), ".usda");
+        const auto addSuffix = [&](const std::string& suffix) {
+          add(suffix, output.ParticleExtension());
+          if (output.usd) add(suffix, ".usda");
+        };
+        addSuffix(ParticleSuffix(*group, kind));
+        for (int c = 0; output.classes && kind == PK_Diffuse && c < kDiffuseClasses; ++c) {
+          addSuffix(ParticleSuffix(*group, kind, static_cast<DiffuseClass>(c)));
+        }
       }
     }
     document_.ForEachObject([&](const BaseObject& object) {
@@ -156,19 +163,25 @@ Status FrameOutput::WriteParticles(OrlixScene& scene, const OutputSettings& outp
     const auto* group = dynamic_cast<const ParticleGroup*>(&node);
     for (std::int32_t kind = 0; status && group && group->IsEnabled() && kind < kParticleKinds; ++kind) {
       if (!group->list(kind) || !group->list(kind)->everHeld()) continue;
-      status = WritePoints(*group, kind, output, frame);
+      if (!output.classes || kind != PK_Diffuse) {
+        status = WritePoints(*group, kind, {}, output, frame);
+        continue;
+      }
+      for (int c = 0; c < kDiffuseClasses && status; ++c) {
+        status = WritePoints(*group, kind, static_cast<DiffuseClass>(c), output, frame);
+      }
     }
   });
   return status;
 }
 
-Status FrameOutput::WritePoints(const ParticleGroup& group, std::int32_t kind, const OutputSettings& output,
-                                int frame) {
+Status FrameOutput::WritePoints(const ParticleGroup& group, std::int32_t kind, std::optional<DiffuseClass> only,
+                                const OutputSettings& output, int frame) {
   const BaseObject& object = *group.handler.hostObject();
-  const std::string suffix = ParticleSuffix(object, kind);
+  const std::string suffix = ParticleSuffix(object, kind, only);
   const FileUnits units = UnitsOf(output);
-  const Result<PointSet> set =
-      PointsOf(group, kind, {.group = object.Path(), .space = output.space, .metresPerUnit = units.metresPerUnit});
+  const Result<PointSet> set = PointsOf(
+      group, kind, {.group = object.Path(), .space = output.space, .metresPerUnit = units.metresPerUnit, .only = only});
   if (!set) return set.error();
   if (output.particleFormat != ParticleOutput::Usda) {
     const auto path = PathOf(output, suffix, frame, output.ParticleExtension());

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "exchange/OutputType.h"
+#include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/ParticleGroup.h"
 #include "fluids/scene/OrlixHook.h"
 
@@ -57,7 +58,8 @@ class FrameOutput {
  private:
   Status WriteScene(OrlixScene& scene, const OutputSettings& output, const std::string& suffix, int frame);
   Status WriteParticles(OrlixScene& scene, const OutputSettings& output, int frame);
-  Status WritePoints(const ParticleGroup& group, std::int32_t kind, const OutputSettings& output, int frame);
+  Status WritePoints(const ParticleGroup& group, std::int32_t kind, std::optional<DiffuseClass> only,
+                     const OutputSettings& output, int frame);
   Status WriteMeshes(const OutputSettings& output, int frame);
   Status WriteMesh(const OutputSettings& output, BaseObject& object, int frame);
   Status WriteFrameFile(const std::filesystem::path& path, const std::function<Status(std::ostream&)>& write);

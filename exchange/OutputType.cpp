@@ -58,6 +58,9 @@ const TypeInfo& OutputSettings::Type() {
           .ShownWhen(kParticlesId, Relation::Is, 1),
       BoolParameter(kPackedId, "packed", false, "Pack particle files by gzip: .gz behind their names")
           .ShownWhen(kParticlesId, Relation::Is, 1),
+      BoolParameter(kClassesId, "classes", false,
+                    "Diffuse particles go to three files, of their foam, spray and bubbles")
+          .ShownWhen(kParticlesId, Relation::Is, 1),
       BoolParameter(
           kUsdId, "usd", false,
           "A USD stage NAME.usda that shows the whole sequence: VDB volumes, meshes and particles; the latter "
@@ -94,6 +97,7 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.particleFormat = object.GetChoice<ParticleOutput>(kParticleFormatId);
   s.packed = object.GetBool(kPackedId);
   s.usd = object.GetBool(kUsdId);
+  s.classes = object.GetBool(kClassesId);
   s.pictures = object.GetBool(kPicturesId);
   s.preview = object.GetBool(kPreviewId);
   const InExcludeData* grids = object.GetInExclude(kGridsId);

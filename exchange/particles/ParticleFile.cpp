@@ -59,28 +59,37 @@ std::string NameOfProperty(PropertyKey key, const BaseDocument& document) {
   return owner && !owner->name.empty() ? Word(owner->name) : "property_" + std::to_string(key.id);
 }
 
-bool Lives(const ParticleRows& rows, std::int32_t r) { return (rows.flags()[r] & ParticleFlag::Alive) != 0; }
+// Which particles are written.
+struct WrittenRows {
+  std::optional<DiffuseClass> only;
+  bool operator()(const ParticleRows& rows, std::int32_t r) const {
+    const std::uint16_t flags = rows.flags()[r];
+    return (flags & ParticleFlag::Alive) != 0 && (!only || ClassOfFlags(flags) == *only);
+  }
+};
 
 template <class T>
-void CountHolders(const ParticleList& list, PropertyKey key, std::int64_t& living, std::int64_t& holders) {
+void CountHolders(const ParticleList& list, const WrittenRows& written, PropertyKey key, std::int64_t& living,
+                  std::int64_t& holders) {
   list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
     const auto property = rows.Property<T>(key);
     for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-      living += Lives(rows, r), holders += Lives(rows, r) && property.Has(r);
+      living += written(rows, r), holders += written(rows, r) && property.Has(r);
     }
   });
 }
 
-std::vector<WrittenProperty> PropertiesOf(const ParticleList& list, const BaseDocument& document) {
+std::vector<WrittenProperty> PropertiesOf(const ParticleList& list, const WrittenRows& written,
+                                          const BaseDocument& document) {
   std::vector<WrittenProperty> found;
   std::set<std::string> names{"position", "velocity", "id", "x", "y", "z", "vx", "vy", "vz"};
   list.ForEachSlot([&](int, PropertyKey key, PropertyType type) {
     std::string name = NameOfProperty(key, document);
     if (name.empty()) return;
     std::int64_t living = 0, holders = 0;
-    if (type == PropertyType::Real) CountHolders<double>(list, key, living, holders);
-    if (type == PropertyType::Vector) CountHolders<Vec3D>(list, key, living, holders);
-    if (type == PropertyType::State) CountHolders<std::uint8_t>(list, key, living, holders);
+    if (type == PropertyType::Real) CountHolders<double>(list, written, key, living, holders);
+    if (type == PropertyType::Vector) CountHolders<Vec3D>(list, written, key, living, holders);
+    if (type == PropertyType::State) CountHolders<std::uint8_t>(list, written, key, living, holders);
     if (holders == 0) return;
     while (!names.insert(name).second) name += "_2";
     found.push_back({key, type, MeaningOf(key.id), std::move(name), holders == living});
@@ -105,7 +114,7 @@ class Filler {
     list_.ForEachChunk(0, list_.count(), [&](const ParticleRows& rows) {
       const auto value = make(rows);
       for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-        if (!Lives(rows, r)) continue;
+        if (!written()(rows, r)) continue;
         to = Put(column, rows, r, value(r), to);
       }
     });
@@ -120,6 +129,7 @@ class Filler {
   }
   double dt() const { return dt_; }
   const ParticleList& list() const { return list_; }
+  WrittenRows written() const { return {options_.only}; }
   const Status& status() const { return status_; }
 
  private:
@@ -147,19 +157,20 @@ class Filler {
 
 // Whole numbers, likewise.
 template <class T, class Make>
-void FillWhole(const ParticleList& list, PointAttribute& column, Make&& make) {
+void FillWhole(const Filler& filler, PointAttribute& column, Make&& make) {
   T* to = column.Data<T>();
+  const ParticleList& list = filler.list();
   list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
     const auto value = make(rows);
     for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-      if (Lives(rows, r)) *to++ = static_cast<T>(value(r));
+      if (filler.written()(rows, r)) *to++ = static_cast<T>(value(r));
     }
   });
 }
 
 template <class T>
-void FillHas(const ParticleList& list, PropertyKey key, PointAttribute& column) {
-  FillWhole<std::uint8_t>(list, column, [&](const ParticleRows& rows) {
+void FillHas(const Filler& filler, PropertyKey key, PointAttribute& column) {
+  FillWhole<std::uint8_t>(filler, column, [&](const ParticleRows& rows) {
     return [property = rows.Property<T>(key)](std::int32_t r) { return property.Has(r); };
   });
 }
@@ -167,7 +178,6 @@ void FillHas(const ParticleList& list, PropertyKey key, PointAttribute& column) 
 void AddProperty(const WrittenProperty& property, Filler& filler, PointSet& set) {
   const PropertyKey key = property.key;
   const Meaning meaning = property.meaning;
-  const ParticleList& list = filler.list();
   const auto has = [&]() -> PointAttribute& {
     return set.Add("has_" + property.name, PointType::Int, 1, NumberType::UInt8);
   };
@@ -177,20 +187,20 @@ void AddProperty(const WrittenProperty& property, Filler& filler, PointSet& set)
         return values.Get(r, 0) * scale;
       };
     });
-    if (!property.everybody) FillHas<double>(list, key, has());
+    if (!property.everybody) FillHas<double>(filler, key, has());
   } else if (property.type == PropertyType::Vector) {
     filler.Fill(set.Add(property.name, PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
       return [&filler, meaning, values = rows.Property<Vec3D>(key)](std::int32_t r) {
         return filler.Turned(values.Get(r, Vec3D()), meaning);
       };
     });
-    if (!property.everybody) FillHas<Vec3D>(list, key, has());
+    if (!property.everybody) FillHas<Vec3D>(filler, key, has());
   } else {
     FillWhole<std::uint8_t>(
-        list, set.Add(property.name, PointType::Int, 1, NumberType::UInt8), [&](const ParticleRows& rows) {
+        filler, set.Add(property.name, PointType::Int, 1, NumberType::UInt8), [&](const ParticleRows& rows) {
           return [values = rows.Property<std::uint8_t>(key)](std::int32_t r) { return values.Get(r, 0); };
         });
-    if (!property.everybody) FillHas<std::uint8_t>(list, key, has());
+    if (!property.everybody) FillHas<std::uint8_t>(filler, key, has());
   }
 }
 
@@ -202,7 +212,7 @@ Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const P
   PointSet set;
   set.units = {options.metresPerUnit, options.space.upZ};
   list.ForEachChunk(0, list.count(), [&](const ParticleRows& rows) {
-    for (std::int32_t r = rows.begin; r < rows.end; ++r) set.count += Lives(rows, r);
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) set.count += filler.written()(rows, r);
   });
   filler.Fill(set.Add("position", PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
     return [&, at = rows.positions()](std::int32_t r) { return filler.Placed(at[r]); };
@@ -210,10 +220,10 @@ Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const P
   filler.Fill(set.Add("velocity", PointType::Vector, 3, NumberType::Float32), [&](const ParticleRows& rows) {
     return [&, seen = SeenVelocity(rows, filler.dt())](std::int32_t r) { return filler.Placed(seen.Of(r)); };
   });
-  FillWhole<std::int32_t>(list, set.Add("id", PointType::Int, 1, NumberType::Int32), [](const ParticleRows& rows) {
+  FillWhole<std::int32_t>(filler, set.Add("id", PointType::Int, 1, NumberType::Int32), [](const ParticleRows& rows) {
     return [ids = rows.ids()](std::int32_t r) { return ids[r]; };
   });
-  for (const WrittenProperty& property : PropertiesOf(list, *group.handler.GetDocument())) {
+  for (const WrittenProperty& property : PropertiesOf(list, filler.written(), *group.handler.GetDocument())) {
     AddProperty(property, filler, set);
   }
   if (!filler.status()) return filler.status().error();

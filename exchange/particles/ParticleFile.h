@@ -10,10 +10,12 @@
 // Lengths are in host units, everything else in the units of the simulation. What operators keep for themselves isn't
 // written.
 
+#include <optional>
 #include <string>
 
 #include "exchange/points/PointSet.h"
 #include "exchange/vdb/ExportSpace.h"
+#include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/ParticleGroup.h"
 
 namespace orlix {
@@ -21,7 +23,8 @@ namespace orlix {
 struct ParticleFileOptions {
   std::string group;  // as messages name it
   ExportSpace space{};
-  double metresPerUnit = 0;  // of the other program, for formats that say so
+  double metresPerUnit = 0;            // of the other program, for formats that say so
+  std::optional<DiffuseClass> only{};  // of diffuse particles one class
 };
 
 // Diverged, by group and particle, when a value is no finite number of single precision.

@@ -153,6 +153,30 @@ TEST(ParticleFile, AnOutputWritesTheFormatAskedForAndAStageOfAllFrames) {
   }
 }
 
+TEST(ParticleFile, AnOutputHasAFileForEachClassOfWhitewater) {
+  ParticleStage stage;
+  const test::TemporaryFolder folder;
+  BaseObject& output = stage.document.AddObject(OutputSettings::Type());
+  output.Set(OutputSettings::kParticlesId, true);
+  output.Set(OutputSettings::kClassesId, true);
+  for (std::int32_t n = 0; n < 5000; ++n) {
+    const OrlixParticle particle = stage.group->At(PK_Diffuse, n);
+    particle.SetFlag(ParticleFlag::Ballistic, n % 5 == 0);
+    particle.SetFlag(ParticleFlag::Drag, n % 5 == 1);
+  }
+  FrameOutput writer(stage.document, folder.path());
+  ASSERT_TRUE(writer.WriteFrame(stage.hook, 3).ok());
+  ASSERT_EQ(writer.written().size(), 3u);
+  std::uint64_t sum = 0;
+  for (const auto& [word, share] : {std::pair{"bubbles", 0.2}, {"foam", 0.6}, {"spray", 0.2}}) {
+    const auto path = folder.path() / (std::string("frame_Scene_Sparks_") + word + ".0003.ply");
+    const std::uint64_t count = TableOf(AsText(*ReadPointFile(path))).set.count;
+    EXPECT_NEAR(static_cast<double>(count), share * 5000, 1) << word;
+    sum += count;
+  }
+  EXPECT_EQ(sum, 4999u) << "the living";
+}
+
 TEST(PointFile, TextGoesToPlyAndBackWithoutALoss) {
   const std::string text =
       "# x y z id:int flags:ushort m:double a:b:float spin_x spin_y spin_z\n"
