@@ -28,6 +28,32 @@ TEST(BreakingWave, HasAllClassesAndTheSameBitsAtAnyNumberOfWorkers) {
   });
 }
 
+TEST(Waterfall, FallsOnTheRocksWithSpray) {
+  test::SceneFileRun run("scenes/waterfall.json", {"Gorge.voxel_size=0.1"});
+  run.StepThrough(0, 14);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+  const ParticleReport& report = run.reports.back().groups.at(0);
+  EXPECT_GT(report.counts[PK_Liquid], 500);
+  EXPECT_GT(report.spray, 10);
+}
+
+TEST(Drops, HangInTheRoomUntilTheFastOneMeetsThem) {
+  test::SceneFileRun run("scenes/drops.json", {"Station.voxel_size=0.06", "Liquid.rest_density=301"});
+  run.StepThrough(0, 1);
+  const ParticleList& list = *run.Get<ParticleGroup>("Water").list(PK_Liquid);
+  const Vec3D before = list.Position(0);
+  run.StepThrough(2, 24);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+  EXPECT_GT(list.count(), 1000);
+  EXPECT_LT(Length(list.Position(0) - before), 0.5);
+  int out = 0;
+  for (int n = 0; n < list.count(); ++n) {
+    const Vec3D& p = list.Position(n);
+    out += std::abs(p.x) > 1.31 || std::abs(p.y) > 1.01 || std::abs(p.z) > 0.81;
+  }
+  EXPECT_EQ(out, 0);
+}
+
 TEST(TwoLiquids, StayInTheGlass) {
   test::SceneFileRun run("scenes/two_liquids.json", {"Pour.voxel_size=0.05", "Liquid.rest_density=521"});
   run.StepThrough(0, 14);
