@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "exchange/BodyFile.h"
 #include "exchange/SliceView.h"
 #include "exchange/meshes/MeshFiles.h"
 #include "exchange/meshes/UsdaFile.h"
@@ -83,6 +84,7 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
     };
     for (const BaseObject* root : roots_) {
       if (output.vdb) add(SceneSuffix(*root), ".vdb");
+      if (output.bodies) add(kBodiesSuffix + SceneSuffix(*root), ".jsonl");
       if (output.preview) add(kPreviewSuffix + SceneSuffix(*root), ".png");
     }
     for (const BaseObject* group : document_.ObjectsOfType(ParticleGroup::Type().id)) {
@@ -145,6 +147,11 @@ Status FrameOutput::WriteScene(OrlixScene& scene, const OutputSettings& output, 
   }
   if (output.particles) {
     if (Status status = WriteParticles(scene, output, frame); !status) return status;
+  }
+  if (output.bodies) {
+    const auto path = PathOf(output, kBodiesSuffix + suffix, frame, ".jsonl");
+    if (Status status = WriteBodyFile(path, CollectBodyTransforms(scene), frame, output.space); !status) return status;
+    written_.push_back(path);
   }
   if (output.preview) {
     const Picture picture = DrawSliceView(scene);

@@ -31,6 +31,7 @@ std::filesystem::path ResultPath(const std::filesystem::path& folder, const std:
 // What pictures are called, by the render settings.
 std::string PictureName(const BaseDocument& document);
 inline constexpr const char* kPreviewSuffix = "_preview";  // behind the name of a quick look
+inline constexpr const char* kBodiesSuffix = "_bodies";
 // What stands behind the name in files of a scene: nothing for the only one, its own name for each of several.
 std::string SceneSuffix(const BaseObject& root);
 

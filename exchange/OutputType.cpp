@@ -65,6 +65,8 @@ const TypeInfo& OutputSettings::Type() {
           kUsdId, "usd", false,
           "A USD stage NAME.usda that shows the whole sequence: VDB volumes, meshes and particles; the latter "
           "two get .usda files beside their own"),
+      BoolParameter(kBodiesId, "bodies", false,
+                    "Where each body is, as lines of JSON: matrix, velocity, spin, for programs that move the meshes"),
       FloatParameter(kScaleId, "scale", 1, "", "Lengths of the other program a host unit, in all files but pictures")
           .Above(0),
       ChoiceParameter(kUpId, "up", UpAxis::Y, kUp, "What is upwards in all files but pictures"),
@@ -98,6 +100,7 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
   s.packed = object.GetBool(kPackedId);
   s.usd = object.GetBool(kUsdId);
   s.classes = object.GetBool(kClassesId);
+  s.bodies = object.GetBool(kBodiesId);
   s.pictures = object.GetBool(kPicturesId);
   s.preview = object.GetBool(kPreviewId);
   const InExcludeData* grids = object.GetInExclude(kGridsId);

@@ -36,7 +36,8 @@ enum class UpAxis { Y, Z };
 struct OutputSettings {
   static constexpr int kFolderId = 1, kFileNameId = 2, kEveryId = 3, kVdbId = 4, kVdbNamesId = 5, kMeshesId = 6,
                        kPicturesId = 7, kPreviewId = 8, kGridsId = 9, kVdbVelocityId = 10, kScaleId = 11, kUpId = 12,
-                       kParticlesId = 13, kParticleFormatId = 14, kPackedId = 15, kUsdId = 16, kClassesId = 40;
+                       kParticlesId = 13, kParticleFormatId = 14, kPackedId = 15, kUsdId = 16, kBodiesId = 20,
+                       kClassesId = 40;
   static const TypeInfo& Type();
 
   const BaseObject* object = nullptr;
@@ -51,6 +52,7 @@ struct OutputSettings {
   bool packed = false;
   bool usd = false;
   bool classes = false;  // of diffuse particles in files of their own
+  bool bodies = false;
   bool pictures = false;
   bool preview = false;
   std::set<std::uint64_t> grids{};  // creation numbers of the objects that VDB files hold; empty for all

@@ -201,7 +201,8 @@ std::unique_ptr<btRigidBody> MakeBody(const RigidEntry& entry, btMotionState* ta
   body->updateInertiaTensor();
   body->applyCentralForce(ToBullet(state.force));
   body->applyTorque(AxialToBullet(state.torque));
-  body->setDeactivationTime(state.idleTime);
+  if (state.idleTime < 0) body->setFlags(body->getFlags() | BT_DISABLE_WORLD_GRAVITY);  // a fluid took its weight
+  body->setDeactivationTime(std::max(state.idleTime, 0.0f));
   body->forceActivationState(state.asleep ? ISLAND_SLEEPING : ACTIVE_TAG);
   return body;
 }

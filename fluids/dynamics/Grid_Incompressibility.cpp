@@ -179,16 +179,30 @@ void Grid_Incompressibility::BuildCoupling() {
                   solid ? GridView<const double>(*solid) : GridView<const double>(),
                   surface ? GridView<const double>(*surface) : GridView<const double>(), scene->pool());
   bodiesMove_ = !coupled_.empty();
-  if (!surface) return;
-  // A liquid's weight, over the way between the cells' middles and the bodies.
-  for (std::size_t n = 0; n < coupled_.size(); ++n) {
-    VolumeBase& volume = *coupled_[n];
-    if (!volume.IsDynamicBody() || !volume.Body()->HasBody() || volume.Body()->IsHeld() || !coupling_.IsWet(n))
-      continue;
-    const ForceAndTorque more = coupling_.SurfaceOffset(n, scene->gravity * density);
-    volume.TakeImpulse(more.force * (dt * volume.Body()->forceScale), more.torque * (dt * volume.Body()->torqueScale));
-    coupling_.SetVelocity(n, BodyVelocity(volume));
+  for (std::size_t n = 0; n < coupled_.size(); ++n) TakeWeight(n, surface != nullptr);
+}
+
+// A body in a fluid gets its weight of this sub-step where the fluid has its own: before the pressure, which answers
+// both. The rigid world then moves it as it is. Were its weight part of that step, a body that floats would be seen to
+// rise at every solve by half of what gravity makes of a sub-step, and pump the fluid up along its sides.
+void Grid_Incompressibility::TakeWeight(std::size_t n, bool inLiquid) {
+  VolumeBase& volume = *coupled_[n];
+  RigidBody_Variational& body = *volume.Body();
+  if (!volume.IsDynamicBody() || !body.HasBody() || body.IsHeld() || !coupling_.IsWet(n)) return;
+  const double dt = simulationInfo->substepDuration;
+  ForceAndTorque force;
+  if (!(body.state.idleTime < 0)) {
+    body.state.idleTime = -1;
+    force.force = scene->gravity / body.InverseMass();
   }
+  if (inLiquid) {
+    // The liquid's weight over the way between the cells' middles and the body.
+    const ForceAndTorque offset = coupling_.SurfaceOffset(n, scene->gravity * density);
+    force.force += offset.force * body.forceScale;
+    force.torque = offset.torque * body.torqueScale;
+  }
+  volume.TakeImpulse(force.force * dt, force.torque * dt);
+  coupling_.SetVelocity(n, BodyVelocity(volume));
 }
 
 MovingBody Grid_Incompressibility::MovingBodyOf(const VolumeBase& volume) const {

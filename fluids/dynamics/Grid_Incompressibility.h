@@ -106,6 +106,7 @@ class Grid_Incompressibility : public iObject {
   bool IsJoint() const { return couplingMode == BodyCouplingMode::Joint && HasDynamicBody(); }
   void BuildCoupling();
   void GatherSplitForces();
+  void TakeWeight(std::size_t body, bool inLiquid);
   PressureSolver& Solver();
   // A residual below it may be nothing but rounding.
   double RoundingOfDivergence() const;

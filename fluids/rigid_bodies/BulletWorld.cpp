@@ -28,12 +28,23 @@ std::vector<VolumeBase*> Obstacles(const OrlixScene& scene) {
   return volumes;
 }
 
+// What its tag says may change in the course of the run: a body that is driven now may be let go.
+bool IsKeyed(const VolumeBase& volume) {
+  const BaseObject* tag = volume.handler.hostObject()->FindTag(kObstacleTagId);
+  const auto& tracks = tag->document().tracks();
+  return std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
+    const bool ofMass = track.parameter == ObstacleTag::kDrivenId || track.parameter == ObstacleTag::kMassId ||
+                        track.parameter == ObstacleTag::kDensityId || track.parameter == ObstacleTag::kMassModeId;
+    return track.object == tag->creationNumber() && ofMass;
+  });
+}
+
 // Bodies exist only where one of them moves by forces: what merely stands or is driven needs no world.
 bool PrepareBodies(std::vector<VolumeBase*>& volumes) {
-  const auto isDynamic = [](const VolumeBase* v) { return v->Body()->WantsDynamic() || v->IsDynamicBody(); };
-  if (std::none_of(volumes.begin(), volumes.end(), isDynamic)) return false;
+  const auto moves = [](const VolumeBase* v) { return v->Body()->WantsDynamic() || v->IsDynamicBody() || IsKeyed(*v); };
+  if (std::none_of(volumes.begin(), volumes.end(), moves)) return false;
   std::erase_if(volumes, [](VolumeBase* v) { return !v->EnsureBody(); });
-  return std::any_of(volumes.begin(), volumes.end(), [](const VolumeBase* v) { return v->IsDynamicBody(); });
+  return std::any_of(volumes.begin(), volumes.end(), moves);
 }
 
 // The constraints of a body's tag, ready to be asked: one that stands in several lists is prepared once a list.

@@ -266,7 +266,6 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   rigidBody_->VisitState(visitor);
   visitor.Visit("startMatrix", startMatrix_);
   visitor.Visit("hasStart", hasStart_);
-  visitor.Visit("lastPose", lastPose_);
   if (visitor.Reading()) filledPose_.reset(), bodyVersion_ = 0;
 }
 

@@ -37,6 +37,8 @@ class VolumeMesh final : public VolumeBase {
   RigidEntry BodyEntry() override;
   LMatrix BodyMatrix() const override { return mesh_.matrix; }
 
+  // The object whose polygons the volume had last; null when it left the document.
+  const BaseObject* LinkedObject() const;
   // In simulation space.
   const TriMeshSTL& Mesh() const { return mesh_; }
   TriMeshSTL& Mesh() { return mesh_; }
@@ -84,7 +86,7 @@ class VolumeMesh final : public VolumeBase {
 
   LMatrix startMatrix_;  // of the host object of a dynamic body, host units
   bool hasStart_ = false;
-  LMatrix lastPose_;  // of the body, a sub-step back
+  LMatrix lastPose_;  // of the body, before the rigid world's step
   BodyField field_;
   std::uint64_t bodyVersion_ = 0;      // of the polygons that the body has
   std::optional<LMatrix> filledPose_;  // that the level set shows

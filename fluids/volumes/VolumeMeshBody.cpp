@@ -75,7 +75,6 @@ bool VolumeMesh::EnsureBody() {
   if (mesh_.Triangles().empty() || !rigidBody_->Create(mesh_, false)) return false;
   rigidBody_->SetVolume(InsideVolume());
   rigidBody_->ApplySettings();
-  lastPose_ = rigidBody_->state.pose;
   filledPose_.reset();
   if (rigidBody_->WantsDynamic() && !IsDynamicBody()) {
     Warn("no-volume",
@@ -101,7 +100,7 @@ void VolumeMesh::StartVelocity() {
 }
 
 RigidEntry VolumeMesh::BodyEntry() {
-  LMatrix target = rigidBody_->state.pose;
+  LMatrix target = lastPose_ = rigidBody_->state.pose;
   if (IsDrivenBody() && hostGeometry_) {
     // The frame's motion is shared out over its sub-steps: the rest of it over what is left of the frame.
     const SimulationInfo& info = *simulationInfo;
@@ -114,13 +113,11 @@ RigidEntry VolumeMesh::BodyEntry() {
 }
 
 void VolumeMesh::UpdateBodyShape(GeometryChange change) {
-  if (!IsObstacle() || !rigidBody_->HasBody() || simulationInfo->time == 0) {
-    if (IsObstacle() && rigidBody_->HasBody()) rigidBody_->Free();
-    return;
-  }
+  if (!IsObstacle() || !rigidBody_->HasBody()) return;
   RecordMotion();
   if (change != GeometryChange::Moved) return;
-  if (IsStaticBody()) return rigidBody_->Free();  // made anew where it is now
+  // Made anew where it is now.
+  if (IsStaticBody() || simulationInfo->time == 0) return rigidBody_->Free();
   if (!IsSameShape(rigidBody_->RestPoints(), rigidBody_->PoseOf(mesh_.matrix), mesh_.Points())) {
     const RigidState state = rigidBody_->state;
     rigidBody_->state.pose = rigidBody_->PoseOf(mesh_.matrix);
@@ -156,6 +153,10 @@ void VolumeMesh::ShowBody() {
   SetGlobalMatrix(*hostGeometry_, matrix);
 }
 
+const BaseObject* VolumeMesh::LinkedObject() const {
+  return dynamic_cast<const BaseObject*>(scene->GetHostDocument()->FindObject(linkedObject_));
+}
+
 void VolumeMesh::ReturnToStart() {
   filledPose_.reset();
   field_ = {};
@@ -175,7 +176,6 @@ void VolumeMesh::PrepareBody() {
   ReshapeBody();
   const LMatrix& pose = rigidBody_->state.pose;
   objectMotion_ = MotionBetween(lastPose_, pose);
-  lastPose_ = pose;
   const VoxeliserSettings wanted = WantedSettings();
   const bool sameField = field_.Bytes() > 0 && field_.settings().SameResult(wanted);
   if (!sameField || !filledPose_ || !(*filledPose_ == pose)) rigidBody_->TakeMesh(mesh_);

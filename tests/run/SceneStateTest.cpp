@@ -158,5 +158,43 @@ void TryShippedScenes(const std::vector<int>& checkpointFrames, int more) {
 TEST(SceneState, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({1, 3}, 2); }
 TEST(SceneStateSlow, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({0, 5, 12, 20}, 6); }
 
+// Crates that collide in water, one that is let go, one that a force node pushes: in the midst of their contacts.
+constexpr const char* kBodyScene = R"({
+  "orlix": 1, "fps": 24, "frames": [0, 40],
+  "objects": [
+    { "type": "box", "name": "A", "size": [24, 24, 24], "position": [-8, 52, 3], "rotation": [20, 10, 30] },
+    { "type": "box", "name": "B", "size": [24, 24, 24], "position": [10, 80, -2], "rotation": [0, 40, 10] },
+    { "type": "sphere", "name": "C", "radius": 12, "segments": 8, "position": [-30, 70, 0],
+      "position@": { "keys": [[0, [-30, 70, 0]], [12, [-10, 60, 0], "linear"]] } },
+    { "type": "box", "name": "Floor", "size": [80, 8, 60], "position": [0, 0, 0] },
+    { "type": "box", "name": "Pool", "size": [80, 30, 60], "position": [0, 20, 0] },
+    { "type": "scene", "name": "Room", "voxel_size": 0.06, "max_substeps": 3, "rigid_walls": true, "rigid_slop": 0.01,
+      "children": [
+      { "type": "volume_multi", "name": "Crates", "objects": ["A", "B"],
+        "tags": [{ "type": "c4d_obstacle", "driven": false, "mass_mode": "density", "density": 600, "inertia": "solid",
+                   "record_motion": "substeps" }] },
+      { "type": "volume", "name": "Ball", "object": "C",
+        "tags": [{ "type": "c4d_obstacle", "driven@": { "keys": [[0, true], [7, true], [8, false]] }, "mass": 3 }] },
+      { "type": "volume", "name": "Ground", "object": "Floor", "tags": [{ "type": "c4d_obstacle", "driven": false }] },
+      { "type": "rigid_forces", "name": "Wind", "bodies": ["Crates"], "forces": ["Blow"], "sampling": "points" },
+      { "type": "force_gravity", "name": "Blow", "direction": [20, 0, 5] },
+      { "type": "volume", "name": "Pool volume", "object": "Pool" },
+      { "type": "particlegroup", "name": "Water" },
+      { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid", "volume": "Pool volume",
+        "settings": "At the start", "deep_limit": 1000 },
+      { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
+      { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
+      { "type": "liquid", "name": "Tank", "container": [80, 90, 60], "anchor_mode": "bottom", "face_y_max": "open",
+        "pressure_solver": "multigrid", "pressure_accuracy": 0.1, "forces": ["Fall"] },
+      { "type": "force_gravity", "name": "Fall", "strength": 0 },
+      { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid", "motion_source": "solvers",
+        "integrator": "heun", "collisions": "boundary", "kill_inside": false } ] } ] })";
+
+TEST(SceneState, BodiesGoOnInTheMidstOfTheirContacts) {
+  const test::TemporaryFolder folder;
+  test::WriteText(folder / "bodies.json", kBodyScene);
+  ExpectSameAfterRestore((folder / "bodies.json").string(), {2, 6, 9}, 4);
+}
+
 }  // namespace
 }  // namespace orlix

@@ -1,0 +1,117 @@
+// The scenes that show bodies: each runs, and does what it is there to show.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "exchange/BodyFile.h"
+#include "fluids/volumes/MultiVolume.h"
+#include "tests/support/SceneFileRun.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace orlix {
+namespace {
+
+using test::SceneFileRun;
+
+struct BodiesPage {
+  const char *file, *root;
+  double cell;  // m, of the fast test
+};
+constexpr BodiesPage kPages[] = {{"floating_crate", "Splash", 0.1},
+                                 {"crates_in_pool", "Splash", 0.1},
+                                 {"raft", "Splash", 0.1},
+                                 {"dominoes_in_wave", "Wave", 0.1},
+                                 {"ball_lets_go", "Room", 0.2}};
+
+SceneFileRun PageAt(const BodiesPage& page, double cell) {
+  return SceneFileRun("scenes/" + std::string(page.file) + ".json",
+                      {std::string(page.root) + ".voxel_size=" + std::to_string(cell)});
+}
+
+TEST(BodyScenes, RunWithoutAWarning) {
+  for (const BodiesPage& page : kPages) {
+    SceneFileRun run = PageAt(page, page.cell);
+    run.StepThrough(0, 5);
+    EXPECT_TRUE(run.warnings.empty()) << page.file << ": " << run.warnings.front();
+    const std::vector<BodyTransform> bodies = CollectBodyTransforms(run.scene());
+    ASSERT_FALSE(bodies.empty()) << page.file;
+    EXPECT_TRUE(std::all_of(bodies.begin(), bodies.end(), [](const auto& b) { return IsFinite(b.matrix.off); }));
+  }
+}
+
+TEST(BodyScenes, TheCrateFloats) {
+  SceneFileRun run = PageAt(kPages[0], 0.1);
+  run.StepThrough(0, 40);
+  const double height = run.Object("Crate").GlobalMatrix().off.y;
+  EXPECT_GT(height, 60);  // host units; the pool is 80 deep
+  EXPECT_LT(height, 105);
+}
+
+TEST(BodyScenes, LinesOfJsonSayWhereBodiesAre) {
+  const test::TemporaryFolder folder;
+  SceneFileRun run = PageAt(kPages[1], 0.2);
+  run.StepThrough(0, 3);
+  const std::vector<BodyTransform> bodies = CollectBodyTransforms(run.scene());
+  ASSERT_TRUE(WriteBodyFile(folder / "b.jsonl", bodies, 3, {.scale = 0.01, .upZ = true}).ok());
+  std::ifstream in(folder / "b.jsonl");
+  std::string line;
+  std::size_t lines = 0;
+  for (; std::getline(in, line); ++lines) {
+    const auto json = nlohmann::json::parse(line);
+    const Vec3D place = run.Object(json["object"]).GlobalMatrix().off;
+    EXPECT_EQ(json["frame"], 3);
+    EXPECT_NEAR(json["matrix"][3][2].get<double>(), place.y * 0.01, 1e-9);
+    EXPECT_GT(json["mass"].get<double>(), 1);
+  }
+  EXPECT_EQ(lines, 20u);
+}
+
+// What a density is lies as high as it should: cork, then oak, and stone on the ground.
+TEST(BodyScenesSlow, TheCratesSortThemselves) {
+  SceneFileRun run = PageAt(kPages[1], 0.05);
+  run.StepThrough(0, 110);
+  double mean[3] = {};
+  const char* kinds[] = {"Corks", "Oaks", "Stones"};
+  for (int kind = 0; kind < 3; ++kind) {
+    const auto& volume = run.Get<MultiVolume>(kinds[kind]);
+    for (std::size_t n = 0; n < volume.memberCount(); ++n) {
+      mean[kind] += volume.member(n).BodyCentre().y / double(volume.memberCount());
+    }
+  }
+  EXPECT_GT(mean[0], mean[1] + 0.03);
+  EXPECT_GT(mean[1], 0.5);
+  EXPECT_LT(mean[2], 0.3);
+}
+
+TEST(BodyScenesSlow, TheWaveTakesTheDominoesOneByOne) {
+  SceneFileRun run = PageAt(kPages[3], 0.04);
+  std::vector<int> fell(9, 0);
+  for (int frame = 0; frame <= 60; ++frame) {
+    run.StepThrough(frame, frame);
+    for (std::size_t n = 0; n < fell.size(); ++n) {
+      const LMatrix m = run.Object("Domino " + std::to_string(n + 1)).GlobalMatrix();
+      if (fell[n] == 0 && m.v2.y < 0.9 * Length(m.v2)) fell[n] = frame;
+    }
+  }
+  EXPECT_GT(fell[0], 0);
+  EXPECT_GT(fell[3], fell[0]);
+}
+
+TEST(BodyScenesSlow, TheBallFliesOn) {
+  SceneFileRun run = PageAt(kPages[4], 0.08);
+  run.StepThrough(0, 56);
+  const auto ball = [&] { return run.Object("Ball").GlobalMatrix().off; };
+  const Vec3D letGo = ball();
+  run.StepThrough(57, 62);
+  const double t = 6 / 24.0;
+  // On at 3.0 m/s, and down.
+  EXPECT_NEAR(ball().x - letGo.x, 300 * t, 20);
+  EXPECT_NEAR(ball().y - letGo.y, (0.5 * t - 0.5 * 9.81 * t * t) * 100, 12);
+}
+
+}  // namespace
+}  // namespace orlix
