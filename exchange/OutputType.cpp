@@ -42,8 +42,10 @@ const TypeInfo& OutputSettings::Type() {
       StringParameter(kFileNameId, "file_name", "frame", "Name of the files, before the frame number"),
       IntParameter(kEveryId, "every", 1, "frames", "Write each so many frames").Min(1),
       BoolParameter(kVdbId, "vdb", false, "OpenVDB: channels, the velocity and level sets"),
-      ListParameter(kGridsId, "grids", kLinkChannel | kLinkSolver | kLinkVolume,
-                    "Which channels, solvers (for their velocity) and volumes OpenVDB files hold; an empty list is all")
+      ListParameter(
+          kGridsId, "grids", kLinkChannel | kLinkSolver | kLinkVolume,
+          "Which channels, solvers (for their velocity), volumes and reconstructed surfaces OpenVDB files hold; an "
+          "empty list is all")
           .ShownWhen(kVdbId, Relation::Is, 1),
       ChoiceParameter(kVdbNamesId, "vdb_names", VdbNames::Blender, kNames, "How grids are called in OpenVDB files")
           .ShownWhen(kVdbId, Relation::Is, 1),

@@ -5,7 +5,7 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
-#include "fluids/volumes/VolumeBase.h"
+#include "fluids/level_sets/iLevelSet.h"
 
 namespace orlix {
 
@@ -58,11 +58,11 @@ std::vector<VdbField> CollectFields(OrlixScene& scene, VdbNames preset, const st
                       node.DisplayName()});
   });
   scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
-    auto* volume = dynamic_cast<VolumeBase*>(&node);
-    if (!volume || !taken(node) || !volume->LevelSet()) return;
+    auto* surface = dynamic_cast<iLevelSet*>(&node);
+    if (!surface || !taken(node) || !surface->LevelSet()) return;
     fields.push_back({names.Take("surface_" + PlainName(node.handler.hostObject()->name)),
                       VdbClass::LevelSet,
-                      {volume->LevelSet()},
+                      {surface->LevelSet()},
                       0,
                       node.DisplayName()});
   });

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "fluids/helpers/PropertyIds.h"
+#include "fluids/particles/KindChoices.h"
 #include "fluids/surfacing/SurfaceObject.h"
 
 namespace orlix {
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::int32_t kPriority = 10;
 constexpr double kWeldTolerance = 0.01;  // host units
+constexpr double kVertexVoxels = 2;
 
 constexpr Choice kMethods[] = {
     {ExtractionMethod::Cubes, "cubes", "Marching cubes: few triangles"},
@@ -49,8 +51,14 @@ const TypeInfo& ImplicitMesher::Type() {
                       "How tiles sample the level set between its nodes")
           .ShownWhen(kMethodId, Relation::Is, ExtractionMethod::Tiles),
       BoolParameter(kClosedId, "closed", true, "The surface is closed where the level set ends; otherwise it is open"),
-      ListParameter(kVertexDataId, "vertex_data", kLinkChannel,
-                    "Channels whose values the points carry in files, by the channel's name"),
+      ListParameter(kVertexDataId, "vertex_data", kLinkChannel | kLinkVolume | kLinkProperty,
+                    "What the points carry in files, by its name: values of channels, distances from volumes and "
+                    "reconstructed surfaces, properties of the particles about them"),
+      GroupListParameter(kVertexGroupsId, "vertex_groups",
+                         "Whose properties the points take; all groups and kinds without an entry"),
+      FloatParameter(kVertexRadiusId, "vertex_radius", 0, "m",
+                     "How far away particles count; 0 is two voxels of the scene")
+          .Min(0),
       ButtonParameter(1010, "pick_input", "Offers the level sets of the scene"),
       ButtonParameter(1011, "pick_velocity", "Offers the solvers of the scene"),
       LinkParameter(kMaterialId, "material", kLinkMaterial,
@@ -97,7 +105,9 @@ bool ImplicitMesher::ResolveLinks() {
   inputNode_ = scene->Retrieve(handler.GetLink(kInputId), NODE_VOLUME, RETRIEVE_ANY, RETRIEVE_ANY);
   input_ = dynamic_cast<iLevelSet*>(inputNode_);
   velocity_ = scene->RetrieveAs<iSolver>(handler.GetLink(kVelocityId), NODE_SOLVER);
-  vertexData_.Resolve(*scene, handler, kVertexDataId);
+  const double radius = handler.GetDouble(kVertexRadiusId);
+  vertexData_.Resolve(*scene, handler, kVertexDataId, kVertexGroupsId,
+                      radius > 0 ? radius : kVertexVoxels * GetSimulationSpace().cellSize);
   return true;
 }
 

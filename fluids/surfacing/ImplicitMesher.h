@@ -13,7 +13,7 @@ class ImplicitMesher final : public iObject {
   using iObject::iObject;
   static constexpr int kRenderOnlyId = 1000, kInputId = 1001, kMethodId = 1002, kDivisorId = 1003, kNormalsId = 1005,
                        kAdvectionTimeId = 1007, kIsoId = 1008, kVelocityId = 1009, kSamplingId = 1012, kClosedId = 1100,
-                       kVertexDataId = 1101;
+                       kVertexDataId = 1101, kVertexGroupsId = 1102, kVertexRadiusId = 1103;
   static const TypeInfo& Type();
 
   std::int32_t GetNodeBaseType() const override { return NODE_VOLUME; }

@@ -11,6 +11,7 @@ Written for Blender 3.4 and later.
 """
 
 import argparse
+import mmap
 import pathlib
 import re
 import struct
@@ -141,18 +142,23 @@ def load_frame(obj, frame):
         mesh.polygons.foreach_set("material_index", numpy.zeros(len(counts), "i4"))
 
 
+def add_attribute(mesh, name, kind, field, values):
+    attribute = mesh.attributes.get(name) or mesh.attributes.new(name, kind, "POINT")
+    if attribute and attribute.data_type == kind:  # some names are Blender's own
+        attribute.data.foreach_set(field, values)
+
+
 def add_attributes(mesh, points):
     names = points.dtype.names
     vectors = {"velocity": ("vx", "vy", "vz"), "color": ("red", "green", "blue")}
     for name, parts in vectors.items():
         if all(part in names for part in parts):
             values = numpy.stack([points[part] for part in parts], axis=1).astype("f4")
-            mesh.attributes.new(name, "FLOAT_VECTOR", "POINT").data.foreach_set("vector", values.ravel())
-    taken = {"x", "y", "z", "nx", "ny", "nz"}.union(*vectors.values())
+            add_attribute(mesh, name, "FLOAT_VECTOR", "vector", values.ravel())
+    taken = {"x", "y", "z", "nx", "ny", "nz", "id"}.union(*vectors.values())
     for name in names:
-        if name not in taken and name not in mesh.attributes:
-            values = points[name].astype("f4")
-            mesh.attributes.new(name, "FLOAT", "POINT").data.foreach_set("value", values)
+        if name not in taken:
+            add_attribute(mesh, name, "FLOAT", "value", points[name].astype("f4"))
 
 
 def follow_frame(scene, _graph=None):
@@ -183,14 +189,22 @@ def new_material(name):
     return material, tree, tree.nodes.new("ShaderNodeOutputMaterial")
 
 
-def smoke(unit):
-    """Density as it is in the file is that of a metre; flames glow by their temperature where there is one."""
+def has_grid(path, name):
+    """OpenVDB keeps a grid's name as a counted text before its data."""
+    with open(path, "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as data:
+        return data.find(struct.pack("<I", len(name)) + name.encode()) >= 0
+
+
+def smoke(hot):
+    """Density as it is in the file is that of a metre; what burns glows by "flame", else by its temperature."""
     material, tree, out = new_material("Orlix smoke")
     volume = tree.nodes.new("ShaderNodeVolumePrincipled")
     volume.inputs["Color"].default_value = (0.6, 0.6, 0.62, 1)
-    volume.inputs["Density"].default_value = 20 / unit
+    volume.inputs["Density"].default_value = 20
     volume.inputs["Density Attribute"].default_value = "density"
-    volume.inputs["Temperature Attribute"].default_value = ""
+    volume.inputs["Temperature Attribute"].default_value = "temperature"
+    volume.inputs["Temperature"].default_value = 1  # a factor: the files have kelvin
+    volume.inputs["Blackbody Intensity"].default_value = 40 if hot else 0
     flame = tree.nodes.new("ShaderNodeAttribute")
     flame.attribute_name = "flame"
     ramp = tree.nodes.new("ShaderNodeValToRGB")
@@ -198,7 +212,7 @@ def smoke(unit):
     ramp.color_ramp.elements[1].color = (1, 0.7, 0.25, 1)
     strength = tree.nodes.new("ShaderNodeMath")
     strength.operation = "MULTIPLY"
-    strength.inputs[1].default_value = 40 / unit
+    strength.inputs[1].default_value = 40
     tree.links.new(flame.outputs["Fac"], ramp.inputs["Fac"])
     tree.links.new(flame.outputs["Fac"], strength.inputs[0])
     tree.links.new(ramp.outputs["Color"], volume.inputs["Emission Color"])
@@ -272,8 +286,11 @@ def add_volumes(folder, parent, unit, wanted):
             # The number of the file shown is that of the scene's frame.
             volume.is_sequence = True
             volume.frame_start, volume.frame_duration, volume.frame_offset = first, len(files), first - 1
-        volume.materials.append(smoke(1.0))
-        volume.velocity_grid = "velocity"
+        last_file = files[last]
+        hot = has_grid(last_file, "temperature") and not has_grid(last_file, "flame")
+        volume.materials.append(smoke(hot))
+        if has_grid(last_file, "velocity"):
+            volume.velocity_grid = "velocity"
         objects.append((obj, files))
     return objects
 
@@ -312,14 +329,32 @@ def bounds(objects):
             box = shown.bound_box
         corners += [shown.matrix_world @ mathutils.Vector(corner) for corner in box]
     if not corners:
-        return mathutils.Vector((0, 0, 0)), 1.0
+        return mathutils.Vector((0, 0, 0)), 1.0, 0.0
     low = mathutils.Vector([min(c[i] for c in corners) for i in range(3)])
     high = mathutils.Vector([max(c[i] for c in corners) for i in range(3)])
-    return (low + high) / 2, max((high - low).length, 1e-3)
+    return (low + high) / 2, max((high - low).length, 1e-3), low.z
+
+
+def add_floor(centre, size, low):
+    mesh = bpy.data.meshes.new("Floor")
+    wide = 20 * size
+    mesh.from_pydata([(centre.x + x * wide, centre.y + y * wide, low - 0.002 * size) for x, y in
+                      ((-1, -1), (1, -1), (1, 1), (-1, 1))], [], [(0, 1, 2, 3)])
+    material, tree, out = new_material("Orlix floor")
+    surface, tiles = tree.nodes.new("ShaderNodeBsdfDiffuse"), tree.nodes.new("ShaderNodeTexChecker")
+    place = tree.nodes.new("ShaderNodeTexCoord")
+    tiles.inputs["Scale"].default_value = 6 / size
+    tiles.inputs["Color1"].default_value, tiles.inputs["Color2"].default_value = (0.5, 0.47, 0.42, 1), (0.3, 0.29, 0.27, 1)
+    tree.links.new(place.outputs["Object"], tiles.inputs["Vector"])
+    tree.links.new(tiles.outputs["Color"], surface.inputs["Color"])
+    tree.links.new(surface.outputs[0], out.inputs["Surface"])
+    mesh.materials.append(material)
+    add_object("Floor", mesh, None)
 
 
 def add_camera_and_light(objects, scene):
-    centre, size = bounds(objects)
+    centre, size, low = bounds(objects)
+    add_floor(centre, size, low)
     camera = bpy.data.cameras.new("Camera")
     camera.clip_start, camera.clip_end = size * 1e-3, size * 100
     obj = add_object("Camera", camera, None)
@@ -336,7 +371,6 @@ def add_camera_and_light(objects, scene):
     world.node_tree.nodes["Background"].inputs["Color"].default_value = (0.35, 0.5, 0.75, 1)
     world.node_tree.nodes["Background"].inputs["Strength"].default_value = 0.5
     scene.world = world
-    return centre, size
 
 
 def build(folder, options):

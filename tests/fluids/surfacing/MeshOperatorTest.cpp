@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "fluids/helpers/PropertyIds.h"
+#include "fluids/particles/ParticleGroup.h"
 #include "fluids/volumes/VolumeBase.h"
 #include "tests/fluids/level_sets/TestMeshes.h"
 #include "tests/fluids/surfacing/MeshCheck.h"
@@ -99,6 +100,41 @@ TEST(MeshNodes, MesherShowsAClosedMeshAndASmootherWorksInTheSameFrameOnce) {
   rig.Step(4);
   ASSERT_EQ(rig.warnings.size(), 1u);
   EXPECT_NE(rig.warnings[0].second.find("frame before"), std::string::npos);
+}
+
+TEST(MeshNodes, PointsCarryDistancesAndPropertiesOfParticles) {
+  Rig rig("");
+  BaseObject& groupObject = rig.Add("particlegroup", "Drops");
+  BaseObject& heat = rig.Add("property_temperature", "Heat");
+  BaseObject& volume = *rig.mesher->GetLink(ImplicitMesher::kInputId);
+  rig.mesher->Set(ImplicitMesher::kVertexDataId, rig.ListOf({&volume, &heat}));
+  rig.mesher->Set(ImplicitMesher::kVertexRadiusId, 0.15);
+  rig.Step(0);
+  auto* group = rig.NodeOf<ParticleGroup>(groupObject);
+  // Two at the same corner of the box and one far away.
+  const Vec3D corner =
+      *std::max_element(rig.Mesh().Points().begin(), rig.Mesh().Points().end(),
+                        [](const Vec3D& a, const Vec3D& b) { return a.x + a.y + a.z < b.x + b.y + b.z; });
+  for (const auto& [off, value] : {std::pair{0.0, 100.0}, {0.0, 300.0}, {1.0, 5000.0}}) {
+    BaseParticleData data;
+    data.position = corner + Vec3D(off);
+    data.SetReal(PP::Temperature, value);
+    group->list(PK_Passive)->Append(1, data);
+  }
+  rig.Step(1);
+  const PolygonObject* shown = rig.mesher->Polygons();
+  ASSERT_NE(shown, nullptr);
+  ASSERT_EQ(shown->attributes.size(), 2u);
+  EXPECT_EQ(shown->attributes[0].name, "Volume");
+  for (const double distance : shown->attributes[0].values) EXPECT_NEAR(distance, 0, 0.02);
+  EXPECT_EQ(shown->attributes[1].name, "Heat");
+  int hot = 0, cold = 0;
+  for (const double value : shown->attributes[1].values) {
+    EXPECT_TRUE(value == 0 || std::abs(value - 200) < 1e-9) << value;
+    value > 0 ? ++hot : ++cold;
+  }
+  EXPECT_GT(hot, 0);
+  EXPECT_GT(cold, hot);
 }
 
 TEST(MeshNodes, CurvatureGoesToTheShownMeshAndMissingInputsAreTold) {
