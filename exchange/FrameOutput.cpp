@@ -12,6 +12,7 @@
 #include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/scene/RootObject.h"
+#include "fluids/surfacing/ImplicitMesher.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
 #include "host/pictures/PictureFile.h"
@@ -44,6 +45,9 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
   for (Vec3D& normal : placed.normals) normal = Normalized(matrix.Rotate(normal));
   return placed;
 }
+
+// A mesher's points are other ones in each frame.
+bool KeepsItsPoints(const BaseObject& object) { return object.typeId() != ImplicitMesher::Type().id; }
 
 }  // namespace
 
@@ -274,7 +278,8 @@ bool FrameOutput::WritesVelocities(int frame) const {
 void FrameOutput::RememberMeshes() {
   document_.ForEachObject([&](BaseObject& object) {
     const PolygonObject* polygons = object.Polygons();
-    if (polygons && !polygons->points.empty()) VelocitiesOf(object, InHostSpace(object, *polygons).points);
+    if (polygons && !polygons->points.empty() && KeepsItsPoints(object))
+      VelocitiesOf(object, InHostSpace(object, *polygons).points);
   });
 }
 
@@ -294,7 +299,7 @@ Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, 
   const std::string suffix = "_" + FileStem(object.Path());
   const FileUnits units = UnitsOf(output);
   PolygonObject placed = InHostSpace(object, *object.Polygons());
-  if (output.HasMeshVelocities() && placed.velocities.empty()) {
+  if (output.HasMeshVelocities() && placed.velocities.empty() && KeepsItsPoints(object)) {
     placed.velocities = VelocitiesOf(object, placed.points);
   }
   for (std::vector<Vec3D>* vectors : {&placed.points, &placed.velocities, &placed.normals}) {

@@ -21,7 +21,8 @@ struct RunState {
   double secondsAFrame = 0;  // of the last frames, with their results; 0 before the first
   int framesDone = 0, framesLeft = 0;
   bool interrupted = false;
-  Warnings& warnings;  // of the whole run; listeners tell theirs here, too
+  bool standsAlone = false;  // nothing is simulated: each frame is made from what caches play
+  Warnings& warnings;        // of the whole run; listeners tell theirs here, too
 };
 
 class FrameListener {
@@ -29,6 +30,8 @@ class FrameListener {
   virtual ~FrameListener() = default;
   virtual bool WantsHash() const { return false; }
   virtual Status BeforeRun(const RunState&) { return {}; }
+  // Before the document's time moves to the frame. An error ends the run.
+  virtual Status BeforeFrame(const RunState&) { return {}; }
   // A sub-step of one scene ended.
   virtual void AfterSubstep(const RunState&, const SubstepReport&) {}
   // Came from a node or a listener. In a frame it may come from any thread, one at a time.

@@ -1,5 +1,8 @@
 #include "run/FrameResults.h"
 
+#include <system_error>
+
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "host/files/FrameFiles.h"
 
 namespace orlix {
@@ -28,13 +31,31 @@ std::vector<fs::path> FrameResults::PictureFolders(const RunState& state) const 
   return folders;
 }
 
+// The velocity of a mesh in a frame that stands alone: from its points in the frame before, which wasn't made.
+Status FrameResults::BeforeFrame(const RunState& state) {
+  if (!state.standsAlone || !outputs_ || !output_->WritesVelocities(state.frame)) return {};
+  int before = state.frame - 1;
+  while (before >= state.firstFrame && !output_->WritesVelocities(before)) --before;
+  if (before < state.firstFrame) return {};
+  BaseDocument& document = state.document;
+  if (Status moved = document.SetTime(BaseTime::OfFrame(before, document.fps)); !moved.ok()) return moved;
+  output_->RememberMeshes();
+  return {};
+}
+
 Status FrameResults::AfterFrame(const RunState& state) {
   if (!state.wanted) return {};
   if (outputs_) {
     if (Status status = output_->WriteFrame(state.hook, state.frame); !status) return status;
     files_ += output_->written().size();
   }
+  if (Status status = MakePicture(state); !status) return status;
+  return record_ ? Record(state) : Status();
+}
+
+Status FrameResults::MakePicture(const RunState& state) {
   const std::vector<fs::path> folders = PictureFolders(state);
+  madePicture_ = !folders.empty();
   if (folders.empty()) return {};
   for (const fs::path& folder : folders) {
     if (Status made = CreateFolders(folder); !made) return made;
@@ -43,6 +64,25 @@ Status FrameResults::AfterFrame(const RunState& state) {
   files_ += maker_.written().size();
   pictures_ += !maker_.written().empty();
   return status;
+}
+
+// The frames of caches that are recorded belong to what a run of passes makes; a simulation's own are found by their
+// numbers.
+Status FrameResults::Record(const RunState& state) {
+  RecordedFrame made;
+  const auto add = [&](const fs::path& path, bool picture) {
+    std::error_code error;
+    const std::uint64_t bytes = fs::file_size(path, error);
+    made.files.push_back({path.lexically_proximate(fs::path(state.outputFolder)).string(), bytes, picture});
+  };
+  for (const fs::path& path : output_->written()) add(path, false);
+  for (const fs::path& path : madePicture_ ? maker_.written() : std::vector<fs::path>()) add(path, true);
+  if (state.standsAlone) {
+    if (Status flushed = FlushCaches(state.hook); !flushed) return flushed;
+    for (const fs::path& path : SavedFrames(state.hook)) add(path, false);
+  }
+  made.origin = OriginOf(*passes_, state.document, state.hook, simulation_);
+  return record_->Add(state.frame, std::move(made));
 }
 
 }  // namespace orlix

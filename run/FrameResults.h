@@ -6,6 +6,7 @@
 #include "exchange/FrameOutput.h"
 #include "run/FrameListener.h"
 #include "run/PictureMaker.h"
+#include "run/ResultRecord.h"
 #include "run/SceneRun.h"
 
 namespace orlix {
@@ -19,7 +20,12 @@ class FrameResults : public FrameListener {
   // Before a checkpoint's state is restored: the run will go on after this frame, whose results are there. Moves the
   // document's time.
   Status ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document, const std::string& outputFolder);
+  // What is made goes into the record, which must have begun.
+  void KeepRecord(ResultRecord& record, const std::vector<Pass>& passes, std::uint64_t simulation) {
+    record_ = &record, passes_ = &passes, simulation_ = simulation;
+  }
   Status BeforeRun(const RunState& state) override;
+  Status BeforeFrame(const RunState& state) override;
   Status AfterFrame(const RunState& state) override;
   Status AfterRun(const RunState& state) override {
     if (!state.interrupted) maker_.TellEmpty(state);
@@ -31,11 +37,17 @@ class FrameResults : public FrameListener {
 
  private:
   std::vector<std::filesystem::path> PictureFolders(const RunState& state) const;
+  Status MakePicture(const RunState& state);
+  Status Record(const RunState& state);
 
   bool always_, outputs_;
   PictureMaker maker_;
   std::unique_ptr<FrameOutput> output_;
   std::size_t files_ = 0, pictures_ = 0;
+  bool madePicture_ = false;  // of the current frame
+  ResultRecord* record_ = nullptr;
+  const std::vector<Pass>* passes_ = nullptr;
+  std::uint64_t simulation_ = 0;
 };
 
 }  // namespace orlix

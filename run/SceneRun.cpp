@@ -54,6 +54,12 @@ SceneRun::SceneRun(Engine& engine, BaseDocument& document, WorkerPool& pool, std
   };
 }
 
+void SceneRun::StandAlone(std::set<std::uint64_t> nodes) {
+  passNodes_ = std::move(nodes);
+  observer_.passNodes = &passNodes_;
+  state_.standsAlone = true;
+}
+
 Status SceneRun::Check() {
   BaseDocument& document = state_.document;
   if (Status status = document.SetTime(document.minTime); !status) return status;
@@ -89,6 +95,9 @@ Status SceneRun::RunFrame(int frame, const FramePlan& plan) {
   state_.wanted = plan.Wants(frame);
   PrepareInterrupt(plan);
   BaseDocument& document = state_.document;
+  for (FrameListener* listener : listeners_) {
+    if (Status status = listener->BeforeFrame(state_); !status) return status;
+  }
   if (Status status = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !status) return status;
   hook_.Execute(document, &Interrupt::Thread(), plan.rendering);
   if (const Error* failure = hook_.Failure()) return *failure;
@@ -126,7 +135,8 @@ Status SceneRun::Run(const FramePlan& plan) {
   Status outcome = RunFrames(plan);
   Status written = FlushCaches(hook_);
   if (outcome.ok()) outcome = std::move(written);
-  if (outcome.ok() && Interrupt::Signal() == 0) hook_.Conclude();
+  // What only a whole simulation can tell.
+  if (outcome.ok() && Interrupt::Signal() == 0 && !state_.standsAlone) hook_.Conclude();
   state_.interrupted = Interrupt::Signal() != 0;
   for (FrameListener* listener : listeners_) {
     Status status = listener->AfterRun(state_);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@ class SceneRun {
   // Whether a missing or broken file of a played cache ends the run: otherwise it is a warning.
   void SetMissingCachesFail(bool fail) { observer_.missingCachesFail = fail; }
 
+  // Nothing is simulated: only these objects' nodes work, on what caches play. See Passes.h.
+  void StandAlone(std::set<std::uint64_t> nodes);
+
   // Builds the scene at its first frame and tells, as warnings, what can't work in it. Simulates nothing.
   Status Check();
   // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
@@ -53,6 +57,7 @@ class SceneRun {
   OrlixHook hook_;
   std::vector<FrameListener*> listeners_;
   RunState state_;
+  std::set<std::uint64_t> passNodes_;
 
   Status RunFrame(int frame, const FramePlan& plan);
   void PrepareInterrupt(const FramePlan& plan) const;

@@ -42,9 +42,22 @@ struct FrameOptions : SceneOptions {
 struct RunOptions : FrameOptions {
   std::string stats;
   bool dryRun = false, resume = false;
+  bool missing = false;  // only frames whose results aren't whole
   int checkpointEvery = 10;
 };
 Status RunCommand(const Program& program, const RunOptions& options);
+
+// What of a scene's results can be made from which caches.
+struct PassesOptions : SceneOptions {
+  std::string out;
+};
+Status PassesCommand(const Program& program, const PassesOptions& options);
+
+struct WatchOptions {
+  std::string folder;
+  bool once = false;
+};
+Status WatchCommand(const Program& program, const WatchOptions& options);
 
 struct RenderCommandOptions : FrameOptions {
   std::string size, crop;

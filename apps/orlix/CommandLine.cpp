@@ -75,12 +75,29 @@ void AddRun(CLI::App& parent, CommandLine& line) {
   RunOptions& options = *words.options;
   AddFrames(*words.app, options);
   words.app->add_option("--stats", options.stats, "Write statistics here, one JSON object a line");
+  words.app->add_flag("--missing", options.missing,
+                      "Make only frames whose results aren't whole or were made from something else");
   words.app->add_flag("--resume", options.resume, "Go on from the last checkpoint in the folder of results");
   words.app
       ->add_option("--checkpoint-every", options.checkpointEvery,
                    "Frames from one checkpoint to the next, 10 without it; 0 writes none")
       ->check(CLI::Range(0, 1000000));
   words.app->add_flag("--dry-run", options.dryRun, "Read and check the scene, say what would be done");
+}
+
+void AddPasses(CLI::App& parent, CommandLine& line) {
+  const Words<PassesOptions> words(parent, line, "passes",
+                                   "Say which results of a scene can be made from which caches, and what is missing",
+                                   PassesCommand);
+  AddScene(*words.app, *words.options);
+  words.app->add_option("--out", words.options->out, "Folder of results; the scene's own without it");
+}
+
+void AddWatch(CLI::App& parent, CommandLine& line) {
+  const Words<WatchOptions> words(parent, line, "watch",
+                                  "Say what a running job has finished, its pace, what is broken", WatchCommand);
+  words.app->add_option("folder", words.options->folder, "A folder of results")->required();
+  words.app->add_flag("--once", words.options->once, "Once, instead of until the job ends");
 }
 
 void AddRender(CLI::App& parent, CommandLine& line) {
@@ -235,8 +252,8 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   app.require_subcommand(1);
   app.fallthrough();
   AddGlobalOptions(app, line.options);
-  for (const auto add :
-       {AddNew, AddRun, AddRender, AddValidate, AddCache, AddInfo, AddVerify, AddParams, AddConvert, AddFilm, AddSheet})
+  for (const auto add : {AddNew, AddRun, AddPasses, AddWatch, AddRender, AddValidate, AddCache, AddInfo, AddVerify,
+                         AddParams, AddConvert, AddFilm, AddSheet})
     add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
   std::vector<std::string> fromBack(words.rbegin(), words.rend());  // as the parser takes them

@@ -6,6 +6,7 @@
 
 #include "apps/orlix/FileCheck.h"
 #include "host/files/AtomicFile.h"
+#include "run/ResultRecord.h"
 
 namespace orlix {
 
@@ -32,6 +33,19 @@ void AddFile(Sequences& sequences, const fs::path& path, const FileCheck& check)
   sequence.files.push_back({frame.value_or(0), path, 0});
 }
 
+void AddRecord(const fs::path& path, FolderReport& report) {
+  const Result<ResultRecord> record = ResultRecord::Read(path);
+  if (!record.ok()) return report.unreadable.push_back({path, record.error().text});
+  RecordReport own{path, {}, record->NeverMade(), record->MadeFromOthers()};
+  for (const auto& [frame, made] : record->frames()) {
+    for (std::string& name : record->MissingFiles(frame)) own.missing.push_back(std::move(name));
+  }
+  const std::int64_t missing = static_cast<std::int64_t>(own.missing.size()) + CountFrames(own.neverMade);
+  report.missing += missing, report.surelyMissing += missing;
+  report.stale += CountFrames(own.fromOthers);
+  report.records.push_back(std::move(own));
+}
+
 // Folders below that can't be read are broken: what is in them was asked for. Links to folders aren't followed.
 Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) {
   std::error_code error;
@@ -44,6 +58,8 @@ Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) 
     if (!at->is_regular_file(gone)) continue;
     if (TemporaryOwner(at->path().filename()) != 0) {
       report.unfinished.push_back(at->path());
+    } else if (at->path().extension() == ResultRecord::kExtension) {
+      AddRecord(at->path(), report);
     } else if (const FileCheck* check = FindFileCheck(at->path())) {
       AddFile(sequences, at->path(), *check);
     }
@@ -98,6 +114,8 @@ Result<FolderReport> ReportFolder(const fs::path& path) {
     if (Status walked = Walk(path, sequences, report); !walked.ok()) return walked.error();
   } else if (const FileCheck* check = FindFileCheck(path)) {
     AddFile(sequences, path, *check);
+  } else if (path.extension() == ResultRecord::kExtension) {
+    AddRecord(path, report);
   } else {
     return Error{ErrorKind::Usage, path.string() + ": not a kind of file that is checked"};
   }

@@ -24,12 +24,22 @@ struct SequenceReport {
   std::int64_t missingCount = 0;
 };
 
+// What the record of a run says of its results.
+struct RecordReport {
+  std::filesystem::path path;
+  std::vector<std::string> missing;    // files that were made and aren't there with their size
+  std::vector<FrameRange> neverMade;   // planned frames
+  std::vector<FrameRange> fromOthers;  // frames whose caches have changed since
+};
+
 struct FolderReport {
+  std::vector<RecordReport> records;              // of runs, in no order
   std::vector<SequenceReport> sequences;          // by name
   std::vector<std::filesystem::path> unfinished;  // temporaries; of a run that goes on, or of one that was killed
   std::vector<BrokenFile> unreadable;             // folders below; counted as broken
   std::int64_t whole = 0, broken = 0, missing = 0;
-  std::int64_t surelyMissing = 0;  // of kinds that a run writes for every frame
+  std::int64_t surelyMissing = 0;  // of kinds that a run writes for every frame, and by the records of runs
+  std::int64_t stale = 0;          // frames made from caches that have changed
 };
 
 // Checks each file of a known kind in the folder and those below, or the one file that the path names. InputFile when

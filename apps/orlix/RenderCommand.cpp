@@ -16,7 +16,7 @@
 #include "run/FrameResults.h"
 #include "run/Interrupt.h"
 #include "run/OutputFolders.h"
-#include "run/PlayedBack.h"
+#include "run/Passes.h"
 #include "run/SceneRun.h"
 #include "run/WarningReport.h"
 #include "scene_file/JsonLayout.h"
@@ -134,7 +134,8 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   if (!hash) return hash.error();
   Result<FramePlan> plan = PlanFrames(document, list);
   if (!plan) return plan.error();
-  plan->onlyWanted = PicturesArePlayedBack(document, options.preview);
+  const std::vector<Pass> passes = FindPasses(document, options.preview ? PassResults::Slices : PassResults::Pictures);
+  plan->onlyWanted = AllStandAlone(passes);
   plan->rendering = !options.preview;
   WorkerPool pool(program.options.threads > 0 ? program.options.threads : HostWorkerCount());
   const std::string folder = options.out.empty() ? document.folder : options.out;
@@ -165,6 +166,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   plan->wanted = all.left, plan->last = all.left.back();
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
+  if (plan->onlyWanted) run.StandAlone(NodesOf(passes));
   Progress progress(program.console);
   if (!options.preview) pictures.work = &work;
   if (!program.options.quiet) {

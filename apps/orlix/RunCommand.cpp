@@ -14,6 +14,7 @@
 #include "run/Checkpoints.h"
 #include "run/FrameList.h"
 #include "run/FrameResults.h"
+#include "run/FramesToMake.h"
 #include "run/Interrupt.h"
 #include "run/LiquidTotals.h"
 #include "run/OutputFolders.h"
@@ -95,8 +96,52 @@ std::vector<std::filesystem::path> FoldersWritten(const BaseDocument& document, 
                                                   const RunOptions& options) {
   std::vector<std::filesystem::path> folders = RecordedFolders(document);
   for (const std::filesystem::path& folder : FrameOutput(document, outputFolder).Folders()) folders.push_back(folder);
-  if (options.checkpointEvery > 0 || !options.out.empty()) folders.emplace_back(outputFolder);
+  if (options.checkpointEvery > 0 || !options.out.empty() || !folders.empty()) folders.emplace_back(outputFolder);
   return folders;
+}
+
+// A frame for each line, up to a few.
+void TellReasons(const std::vector<FrameToMake>& frames) {
+  constexpr std::size_t kTold = 5;
+  for (std::size_t n = 0; n < std::min(kTold, frames.size()); ++n) {
+    spdlog::info("frame {}: {}", frames[n].frame, frames[n].reason);
+  }
+  if (frames.size() > kTold) spdlog::info("and {} frames more", frames.size() - kTold);
+}
+
+// What a run makes from what, and the record of it.
+struct Work {
+  std::vector<Pass> passes;
+  std::filesystem::path recordPath;  // empty when nothing is kept
+  ResultRecord record;
+  bool nothingToDo = false;
+};
+
+// With --missing the plan's frames become those that have to be made.
+Status PlanWork(const Program& program, const RunOptions& options, BaseDocument& document, WorkerPool& pool,
+                const std::string& outputFolder, std::uint64_t sceneHash, FramePlan& plan, Work& work) {
+  work.passes = FindPasses(document, PassResults::Run);
+  plan.onlyWanted = AllStandAlone(work.passes);
+  const bool outputs = !FrameOutput(document, outputFolder).Folders().empty();
+  if (options.missing && !outputs && !plan.onlyWanted) {
+    return Status::Fail(ErrorKind::Usage, "--missing: the scene has no output, so there is nothing to complete");
+  }
+  if (!outputs && !plan.onlyWanted) return {};
+  work.recordPath = ResultRecord::PathOf(outputFolder, options.scene);
+  Result<ResultRecord> record = ResultRecord::Read(work.recordPath);
+  if (!record && options.missing) return record.error();
+  if (record) work.record = std::move(*record);
+  if (!options.missing) return {};
+  Result<std::vector<FrameToMake>> frames =
+      FramesToMake(program.engine, document, pool, plan, work.passes, work.record, sceneHash);
+  if (!frames) return frames.error();
+  TellReasons(*frames);
+  work.nothingToDo = frames->empty();
+  if (work.nothingToDo) return {};
+  plan.wanted.clear();
+  for (const FrameToMake& each : *frames) plan.wanted.push_back(each.frame);
+  plan.last = plan.wanted.back();
+  return {};
 }
 
 bool MakesPictures(const BaseDocument& document) {
@@ -149,15 +194,33 @@ Status RunCommand(const Program& program, const RunOptions& options) {
     PrintPlan(program, options, document, *plan, *memory, pool.count(), run.state().warnings);
     return {};
   }
+  const std::vector<int> asked = WantedFrames(*plan);
+  Work work;
+  if (Status planned = PlanWork(program, options, document, pool, outputFolder, *sceneHash, *plan, work); !planned) {
+    return planned;
+  }
+  if (work.nothingToDo) {
+    if (!program.options.quiet) fmt::print("{}: all {} frames are whole\n", options.scene, asked.size());
+    return {};
+  }
+  if (plan->onlyWanted) {
+    plan->checkpoints = false;
+    spdlog::info("caches play all that the results are made from: nothing is simulated");
+  }
   PictureOptions pictures{.view = options.view};
   if (MakesPictures(document)) pictures.box = FindFraming(program, options, document, *plan, pool);
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
-  Checkpoints checkpoints(outputFolder, options.checkpointEvery, *sceneHash);
+  if (plan->onlyWanted) run.StandAlone(NodesOf(work.passes));
+  Checkpoints checkpoints(outputFolder, plan->checkpoints ? options.checkpointEvery : 0, *sceneHash);
   FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, pictures);
-  if (options.resume) {
+  if (!work.recordPath.empty()) {
+    if (Status begun = work.record.Begin(work.recordPath, asked); !begun) return begun;
+    results.KeepRecord(work.record, work.passes, *sceneHash);
+  }
+  if (options.resume && !plan->onlyWanted) {
     if (Status resumed = Resume(checkpoints, results, document, run, *plan); !resumed.ok()) return resumed;
   }
   std::unique_ptr<Statistics> statistics;

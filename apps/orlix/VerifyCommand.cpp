@@ -21,6 +21,14 @@ void PrintText(const std::string& path, const FolderReport& report) {
     fmt::print("{}\n", line);
     for (const BrokenFile& file : sequence.broken) fmt::print("  broken: {}\n", file.reason);
   }
+  for (const RecordReport& record : report.records) {
+    const std::string name = record.path.string();
+    for (const std::string& file : record.missing) fmt::print("{}: {} is missing or cut off\n", name, file);
+    if (!record.neverMade.empty()) fmt::print("{}: frames never made: {}\n", name, FormatRanges(record.neverMade));
+    if (!record.fromOthers.empty()) {
+      fmt::print("{}: frames made from caches that have changed since: {}\n", name, FormatRanges(record.fromOthers));
+    }
+  }
   for (const BrokenFile& folder : report.unreadable) fmt::print("  broken: {}\n", folder.reason);
   for (const auto& file : report.unfinished) fmt::print("unfinished: {}\n", file.string());
   fmt::print("{}: {} whole, {} broken, {} missing\n", path, report.whole, report.broken, report.missing);
@@ -31,9 +39,20 @@ void PrintJson(const std::string& path, const FolderReport& report) {
                {"whole", report.whole},
                {"broken", report.broken},
                {"missing", report.missing},
+               {"stale", report.stale},
+               {"records", Json::array()},
                {"sequences", Json::array()},
                {"unreadable", Json::array()},
                {"unfinished", Json::array()}};
+  for (const RecordReport& record : report.records) {
+    Json entry = {{"path", record.path.string()},
+                  {"missing", record.missing},
+                  {"never_made", Json::array()},
+                  {"stale", Json::array()}};
+    for (const FrameRange& range : record.neverMade) entry["never_made"].push_back({range.first, range.last});
+    for (const FrameRange& range : record.fromOthers) entry["stale"].push_back({range.first, range.last});
+    json["records"].push_back(std::move(entry));
+  }
   for (const BrokenFile& folder : report.unreadable) json["unreadable"].push_back(folder.path.string());
   for (const SequenceReport& sequence : report.sequences) {
     Json entry = {{"name", sequence.name},
@@ -57,9 +76,11 @@ Status VerifyCommand(const Program& program, const std::string& path) {
   const Result<FolderReport> report = ReportFolder(path);
   if (!report.ok()) return report.error();
   program.options.json ? PrintJson(path, *report) : PrintText(path, *report);
-  if (report->broken == 0 && report->surelyMissing == 0) return {};
-  return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {} broken, {} frames of caches are missing", path,
-                                                        report->broken, report->surelyMissing));
+  if (report->broken == 0 && report->surelyMissing == 0 && report->stale == 0) return {};
+  return Status::Fail(
+      ErrorKind::InputFile,
+      fmt::format("{}: {} broken, {} frames or files are missing{}", path, report->broken, report->surelyMissing,
+                  report->stale > 0 ? fmt::format(", {} frames are stale", report->stale) : ""));
 }
 
 }  // namespace orlix

@@ -175,6 +175,19 @@ void Cache_OperatorBase::SaveFrame(WriteFrame write, bool behind) {
   if (!status.ok()) FailSaving(status);
 }
 
+std::vector<fs::path> SavedFrames(const OrlixHook& hook) {
+  std::vector<fs::path> saved;
+  for (const auto& [key, scene] : hook.scenes()) {
+    scene->ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
+      const auto* cache = dynamic_cast<const Cache_OperatorBase*>(&node);
+      if (!cache || !node.IsEnabled() || cache->mode() != CacheMode::Record) return;
+      std::error_code error;
+      if (const fs::path path = cache->PathToSave(); fs::exists(path, error)) saved.push_back(path);
+    });
+  }
+  return saved;
+}
+
 Status FlushCaches(const OrlixHook& hook) {
   Status status;
   for (const auto& [key, scene] : hook.scenes()) {

@@ -62,6 +62,7 @@ class Cache_OperatorBase : public iObject {
   std::int32_t FrameToLoad() const;
   std::filesystem::path PathToLoad() const { return name_.PathOf(FrameToLoad()); }
   std::int32_t FrameToSave() const;
+  std::filesystem::path PathToSave() const { return name_.PathOf(FrameToSave()); }
 
   // The ids that all caches have in common.
   static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004, kFrameId = 1006,
@@ -112,6 +113,8 @@ class Cache_OperatorBase : public iObject {
   FrameWriter writer_;
 };
 
+// The files of this frame that caches recorded.
+std::vector<std::filesystem::path> SavedFrames(const OrlixHook& hook);
 // Waits for the frames that caches still write; the first error.
 Status FlushCaches(const OrlixHook& hook);
 

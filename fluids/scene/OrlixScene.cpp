@@ -196,7 +196,9 @@ void OrlixScene::EvaluateStage() {
   forEnabled([](iBase& node) { node.Reread(); });
   forEnabled([](iBase& node) { node.ResolveLinks(); });
   if (info.time == 0) AdviseObjects(*this);
-  forEnabled([](iBase& node) { node.Advise(); });
+  forEnabled([&](iBase& node) {
+    if (!IsPass() || PassHas(node)) node.Advise();
+  });
   RefuseWhatDoesNotFit();
   std::vector<iBase*> staged;
   for (std::int32_t s = 0; s <= kStageVisualPost; ++s) {

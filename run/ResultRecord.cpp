@@ -1,0 +1,205 @@
+#include "run/ResultRecord.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "globals/Hash.h"
+#include "host/files/AtomicFile.h"
+#include "host/files/ByteSource.h"
+
+namespace orlix {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+constexpr std::uint64_t kLargestRecord = std::uint64_t(256) << 20;
+
+std::uint64_t HashOf(const Json& json, const char* key) {
+  const std::string text = json.value(key, std::string());
+  std::uint64_t hash = 0;
+  std::from_chars(text.data(), text.data() + text.size(), hash, 16);
+  return hash;
+}
+
+RecordedFrame FrameOf(const Json& json) {
+  RecordedFrame frame;
+  frame.origin.files = HashOf(json, "from");
+  frame.origin.pictures = HashOf(json, "pictures_from");
+  for (const Json& file : json.value("files", Json::array())) {
+    frame.files.push_back(
+        {file.value("name", std::string()), file.value("bytes", std::uint64_t(0)), file.value("picture", false)});
+  }
+  for (const Json& cache : json.value("caches", Json::array())) {
+    frame.origin.caches.push_back({cache.value("path", std::string()), HashOf(cache, "stamp")});
+  }
+  return frame;
+}
+
+// Both sorted lists of ranges as one.
+std::vector<FrameRange> Merge(const std::vector<FrameRange>& a, const std::vector<FrameRange>& b) {
+  std::vector<FrameRange> all(a), merged;
+  all.insert(all.end(), b.begin(), b.end());
+  std::sort(all.begin(), all.end(), [](const FrameRange& x, const FrameRange& y) { return x.first < y.first; });
+  for (const FrameRange& range : all) {
+    if (!merged.empty() && range.first <= std::int64_t(merged.back().last) + 1) {
+      merged.back().last = std::max(merged.back().last, range.last);
+    } else {
+      merged.push_back(range);
+    }
+  }
+  return merged;
+}
+
+std::string PlannedLine(const std::vector<FrameRange>& planned) {
+  Json ranges = Json::array();
+  for (const FrameRange& range : planned) ranges.push_back({range.first, range.last});
+  return Json{{"planned", ranges}}.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Status AppendLine(const fs::path& path, const std::string& line) {
+  const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW);
+  const bool whole = file >= 0 && ::write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  const int error = errno;
+  if (file >= 0) ::close(file);
+  if (whole) return {};
+  return Status::Fail(ErrorKind::Output, "can't write " + path.string() + ": " + std::strerror(error));
+}
+
+}  // namespace
+
+std::vector<FrameRange> RangesOf(const std::vector<int>& frames) {
+  std::vector<FrameRange> ranges;
+  for (const int frame : frames) {
+    if (!ranges.empty() && frame == ranges.back().last + 1) {
+      ranges.back().last = frame;
+    } else {
+      ranges.push_back({frame, frame});
+    }
+  }
+  return ranges;
+}
+
+fs::path ResultRecord::PathOf(const fs::path& folder, const std::string& scene) {
+  return folder / (fs::path(scene).stem().string() + kExtension);
+}
+
+Result<ResultRecord> ResultRecord::Read(const fs::path& path) {
+  ResultRecord record;
+  record.path_ = path;
+  std::error_code error;
+  if (!fs::exists(path, error)) return record;
+  const Result<std::vector<std::byte>> bytes = ReadWholeFile(path, kLargestRecord);
+  if (!bytes) return bytes.error();
+  const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+  std::vector<FrameRange> planned;
+  bool known = text.empty();
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    const Json json = Json::parse(text.substr(at, end - at), nullptr, false);
+    at = end + 1;
+    if (!json.is_object()) continue;
+    try {
+      for (const Json& range : json.value("planned", Json::array())) {
+        const FrameRange one{range.at(0).get<int>(), range.at(1).get<int>()};
+        if (one.first <= one.last) planned.push_back(one);
+      }
+      if (json.contains("frame")) record.frames_[json["frame"].get<int>()] = FrameOf(json);
+      known = known || json.contains("planned");
+    } catch (const Json::exception&) {
+      return Error{ErrorKind::InputFile, path.string() + ": damaged: a line that isn't a record's"};
+    }
+  }
+  if (!known) return Error{ErrorKind::InputFile, path.string() + ": damaged: not a record of results"};
+  record.planned_ = Merge(planned, {});
+  return record;
+}
+
+std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
+  Json files = Json::array(), caches = Json::array();
+  for (const ResultFile& file : made.files) {
+    files.push_back({{"name", file.name}, {"bytes", file.bytes}});
+    if (file.picture) files.back()["picture"] = true;
+  }
+  for (const CacheStamp& cache : made.origin.caches) {
+    caches.push_back({{"path", cache.path}, {"stamp", HexHash(cache.stamp)}});
+  }
+  const Json json = {{"frame", frame},
+                     {"files", files},
+                     {"from", HexHash(made.origin.files)},
+                     {"pictures_from", HexHash(made.origin.pictures)},
+                     {"caches", caches}};
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Status ResultRecord::Begin(const fs::path& path, const std::vector<int>& planned) {
+  path_ = path;
+  planned_ = Merge(planned_, RangesOf(planned));
+  std::string text = PlannedLine(planned_);
+  for (const auto& [frame, made] : frames_) text += LineOf(frame, made);
+  return WriteFileAtomically(path, text);
+}
+
+Status ResultRecord::Add(int frame, RecordedFrame made) {
+  const std::string line = LineOf(frame, made);
+  frames_[frame] = std::move(made);
+  return AppendLine(path_, line);
+}
+
+std::vector<std::string> ResultRecord::MissingFiles(int frame) const {
+  std::vector<std::string> missing;
+  const auto found = frames_.find(frame);
+  for (const ResultFile& file : found == frames_.end() ? std::vector<ResultFile>() : found->second.files) {
+    std::error_code error;
+    const std::uint64_t bytes = fs::file_size(path_.parent_path() / file.name, error);
+    if (error || bytes != file.bytes) missing.push_back(file.name);
+  }
+  return missing;
+}
+
+std::vector<FrameRange> ResultRecord::NeverMade() const {
+  std::vector<FrameRange> never;
+  for (const FrameRange& range : planned_) {
+    std::int64_t next = range.first;
+    for (auto made = frames_.lower_bound(range.first); made != frames_.end() && made->first <= range.last; ++made) {
+      if (made->first > next) never.push_back({static_cast<int>(next), made->first - 1});
+      next = std::int64_t(made->first) + 1;
+    }
+    if (next <= range.last) never.push_back({static_cast<int>(next), range.last});
+  }
+  return never;
+}
+
+std::vector<FrameRange> ResultRecord::MadeFromOthers() const {
+  std::vector<int> changed;
+  for (const auto& [frame, made] : frames_) {
+    const auto differs = [](const CacheStamp& cache) {
+      std::error_code error;
+      return fs::exists(cache.path, error) && StampOf(cache.path) != cache.stamp;
+    };
+    if (std::any_of(made.origin.caches.begin(), made.origin.caches.end(), differs)) changed.push_back(frame);
+  }
+  return RangesOf(changed);
+}
+
+std::string ResultRecord::WhyMake(int frame, const FrameOrigin& origin) const {
+  const auto found = frames_.find(frame);
+  if (found == frames_.end()) return "never made";
+  if (const auto missing = MissingFiles(frame); !missing.empty()) return missing.front() + " isn't whole";
+  const RecordedFrame& made = found->second;
+  const bool pictures =
+      std::any_of(made.files.begin(), made.files.end(), [](const ResultFile& file) { return file.picture; });
+  if (made.origin.files == origin.files && (!pictures || made.origin.pictures == origin.pictures)) return {};
+  return made.origin.caches == origin.caches ? "made with other settings" : "made from another simulation";
+}
+
+}  // namespace orlix

@@ -1,0 +1,67 @@
+#pragma once
+// The record that a run leaves in its folder of results, SCENE.results: which frames it was to make, and for each frame
+// that it made the files, with their sizes and what they were made from. One JSON object a line, written as the frames
+// become whole; a line that a kill cut off counts as none.
+//
+//   {"planned": [[0, 100]]}
+//   {"frame": 12, "files": [{"name": "out/frame_Dam_Surface.0012.ply", "bytes": 123456}], "from": "0123456789abcdef",
+//    "pictures_from": "fedcba9876543210", "caches": [{"path": "/a/b.pcache", "stamp": "0123456789abcdef"}]}
+//
+// Names are relative to the record's folder.
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/files/FrameFiles.h"
+#include "run/FrameOrigin.h"
+
+namespace orlix {
+
+struct ResultFile {
+  std::string name;
+  std::uint64_t bytes = 0;
+  bool picture = false;
+};
+struct RecordedFrame {
+  std::vector<ResultFile> files;
+  FrameOrigin origin;
+};
+
+class ResultRecord {
+ public:
+  static constexpr const char* kExtension = ".results";
+  static std::filesystem::path PathOf(const std::filesystem::path& folder, const std::string& scene);
+
+  // No record where there is no file. InputFile for one that is none.
+  static Result<ResultRecord> Read(const std::filesystem::path& path);
+  // Begins a run that is to make these frames, ascending: the record as it stands is written anew, in one piece.
+  Status Begin(const std::filesystem::path& path, const std::vector<int>& planned);
+  // The frame is whole.
+  Status Add(int frame, RecordedFrame made);
+
+  const std::map<int, RecordedFrame>& frames() const { return frames_; }
+  const std::vector<FrameRange>& planned() const { return planned_; }
+
+  // Files of a frame that aren't there with their size.
+  std::vector<std::string> MissingFiles(int frame) const;
+  // Planned frames that were never made.
+  std::vector<FrameRange> NeverMade() const;
+  // Frames whose caches have changed since they were made.
+  std::vector<FrameRange> MadeFromOthers() const;
+  // Why a frame has to be made; empty when it is whole and made from this.
+  std::string WhyMake(int frame, const FrameOrigin& origin) const;
+
+ private:
+  std::string LineOf(int frame, const RecordedFrame& made) const;
+
+  std::filesystem::path path_;
+  std::map<int, RecordedFrame> frames_;
+  std::vector<FrameRange> planned_;
+};
+
+// Frames, ascending, as ranges.
+std::vector<FrameRange> RangesOf(const std::vector<int>& frames);
+
+}  // namespace orlix
