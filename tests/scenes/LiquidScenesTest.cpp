@@ -6,6 +6,8 @@
 #include <cmath>
 
 #include "fluids/liquids/WaterSolver.h"
+#include "fluids/surfacing/ImplicitMesher.h"
+#include "tests/fluids/surfacing/MeshCheck.h"
 #include "tests/support/SceneFileRun.h"
 
 namespace orlix {
@@ -51,6 +53,22 @@ TEST(LiquidScenes, RunWithoutAWarning) {
     ASSERT_FALSE(run.reports.back().liquids.empty()) << scene.file;
     EXPECT_GT(run.reports.back().liquids[0].surfaceVolume, 0) << scene.file;
   }
+}
+
+// Five seconds of a splash: crown, drops and films, each frame's surface is closed, also where it meets the tank.
+TEST(LiquidScenesSlow, TheSurfaceOfASplashIsWatertight) {
+  SceneFileRun run("scenes/ball_into_pool.json",
+                   {"Splash.voxel_size=0.08", "Level.render_only=false", "Surface.render_only=false"});
+  int meshed = 0;
+  for (int frame = 0; frame <= 120; ++frame) {
+    run.StepThrough(frame, frame);
+    const TriMeshSTL& mesh = run.Get<ImplicitMesher>("Surface").Mesh();
+    if (mesh.TriangleCount() == 0) continue;
+    ++meshed;
+    const test::MeshCheck check = test::Check(mesh);
+    ASSERT_EQ(check.openEdges + check.equalPoints + check.unusedPoints, 0) << "frame " << frame;
+  }
+  EXPECT_GE(meshed, 120);
 }
 
 // The glass's walls taper from 30 to 38 units at the outside.
