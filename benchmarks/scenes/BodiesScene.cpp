@@ -18,7 +18,7 @@ namespace {
 constexpr int kWarm = 6, kTurns = 7;
 
 std::string TextOf(const std::string& file) {
-  std::ifstream in(std::filesystem::path(test::SourceFolder()) / file);
+  std::ifstream in(std::filesystem::path(SourceFolder()) / file);
   return {std::istreambuf_iterator<char>(in), {}};
 }
 

@@ -1,5 +1,7 @@
 #include "fluids/bodies/RecordedMotion.h"
 
+#include <utility>
+
 namespace orlix {
 
 bool RecordedMotion::Replay(std::int32_t frame, float key, LMatrix& matrix) const {
@@ -18,23 +20,36 @@ bool RecordedMotion::Replay(std::int32_t frame, float key, LMatrix& matrix) cons
   return true;
 }
 
+// Number by number: an entry has gaps between its members.
 void RecordedMotion::VisitState(StateVisitor& visitor) {
+  constexpr std::size_t kNumbers = 13;
   auto count = static_cast<std::int64_t>(frames_.size());
   visitor.Visit("recordedFrames", count);
-  if (visitor.Reading()) {
-    frames_.clear();
-    for (std::int64_t n = 0; n < count && visitor.Good(); ++n) {
-      std::int32_t frame = 0;
-      visitor.Visit("frame", frame);
-      visitor.VisitVector("transforms", frames_[frame]);
+  std::map<std::int32_t, std::vector<Entry>> read;
+  auto next = frames_.begin();
+  for (std::int64_t n = 0; n < count && visitor.Good(); ++n) {
+    std::int32_t frame = visitor.Reading() ? 0 : next->first;
+    std::vector<double> numbers;
+    for (const Entry& e : visitor.Reading() ? std::vector<Entry>() : next->second) {
+      numbers.push_back(e.key);
+      for (const Vec3D& v : {e.matrix.off, e.matrix.v1, e.matrix.v2, e.matrix.v3}) {
+        numbers.insert(numbers.end(), {v.x, v.y, v.z});
+      }
     }
-    return;
+    visitor.Visit("frame", frame);
+    visitor.VisitVector("transforms", numbers);
+    if (!visitor.Reading()) {
+      ++next;
+      continue;
+    }
+    std::vector<Entry>& entries = read[frame];
+    for (std::size_t at = 0; at + kNumbers <= numbers.size(); at += kNumbers) {
+      const double* v = &numbers[at];
+      entries.push_back(
+          {float(v[0]), {{v[1], v[2], v[3]}, {v[4], v[5], v[6]}, {v[7], v[8], v[9]}, {v[10], v[11], v[12]}}});
+    }
   }
-  for (auto& [frame, entries] : frames_) {
-    std::int32_t number = frame;
-    visitor.Visit("frame", number);
-    visitor.VisitVector("transforms", entries);
-  }
+  if (visitor.Reading()) frames_ = std::move(read);
 }
 
 }  // namespace orlix

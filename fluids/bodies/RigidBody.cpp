@@ -75,6 +75,7 @@ bool RigidBody::Create(const TriMeshSTL& mesh, bool isChange) {
                  [&](const Vec3D& p) { return inverse * p; });
   triangles_ = mesh.Triangles();
   VolumeChanged();
+  previousMass_ = GetMass();
   ApplySettings();
   return true;
 }

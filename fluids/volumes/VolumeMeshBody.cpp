@@ -130,14 +130,14 @@ void VolumeMesh::UpdateBodyShape(GeometryChange change) {
 void VolumeMesh::ReshapeBody() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons || !hasStart_ || polygons->version == bodyVersion_) return;
-  const bool isFirst = bodyVersion_ == 0;
   bodyVersion_ = polygons->version;
   TriMeshSTL mesh;
   if (ReadHostGeometry(*polygons, startMatrix_, GetSimulationSpace().simPerHost, mesh) == GeometryChange::Failed)
     return;
   // From its start to where it is.
   const LMatrix atStart = rigidBody_->PoseOf(SimulationMatrix(startMatrix_, GetSimulationSpace().simPerHost));
-  if (isFirst && IsSameShape(rigidBody_->RestPoints(), atStart, mesh.Points())) return;
+  // An object that was moved may have made the same polygons anew.
+  if (IsSameShape(rigidBody_->RestPoints(), atStart, mesh.Points())) return;
   const LMatrix way = rigidBody_->state.pose * atStart.Inverse();
   for (Vec3D& p : mesh.Points()) p = way * p;
   mesh.matrix = rigidBody_->MeshMatrix();
