@@ -69,17 +69,25 @@ void BM_PlumeSubstepTo1e6(benchmark::State& state) { Substep(state, {"Plume/Air.
 // The same container, of which the tenth around the smoke is computed.
 void BM_PlumeSubstepOfATenth(benchmark::State& state) { Substep(state, {"Plume/Air.margin=5"}); }
 
-// The plume's picture, 640 x 480 with one light and its shadows, steps of one cell, one sample a pixel. Counters:
-// seconds of the light map and of the march apart, rays and samples of the gas a second.
-void BM_PlumePicture(benchmark::State& state) {
-  test::SceneFileRun run(kScene, {}, static_cast<int>(state.range(0)));
+// A picture of the plume, 640 x 480, steps of one cell. Counters: seconds of what is made before the first ray and of
+// the march apart, rays and samples of the gas a second.
+void PictureOfPlume(benchmark::State& state, int workers, const std::vector<std::string>& overrides, int lights,
+                    int samples) {
+  test::SceneFileRun run(kScene, overrides, workers);
   run.StepThrough(0, kStart);
   const auto materials = CollectGasMaterials(*run.document, run.hook);
   RenderWorld world;
-  if (materials.size() != 1 || !GatherRenderWorld(*run.document, {}, world).ok()) {
+  if (materials.size() != 1 || !GatherRenderWorld(*run.document, {}, world).ok() || world.lights.empty()) {
     return state.SkipWithError("the scene shows no gas");
   }
   world.volumes.push_back(materials[0].get());
+  world.settings.samples = samples;
+  for (int n = 1; n < lights; ++n) {
+    Light light = world.lights.front();
+    light.kind = LightKind::Distant;
+    light.direction = Normalized(Vec3D(std::cos(0.8 * n), -0.7, std::sin(0.8 * n)));
+    world.lights.push_back(light);
+  }
   RenderReport report;
   std::vector<double> maps, rays;
   for (auto _ : state) {
@@ -95,6 +103,22 @@ void BM_PlumePicture(benchmark::State& state) {
   state.counters["rays/s"] = static_cast<double>(report.cameraRays) / MedianOf(rays);
 }
 
+// One light and its shadows, one sample a pixel: threads.
+void BM_PlumePicture(benchmark::State& state) { PictureOfPlume(state, static_cast<int>(state.range(0)), {}, 1, 1); }
+
+// The same with light that scatters many times; lights and samples in the list. Eight lights: fire lights the smoke,
+// too.
+void BM_ScatteringPicture(benchmark::State& state) {
+  const int lights = static_cast<int>(state.range(0));
+  std::vector<std::string> overrides = {"Smoke look.multiple_scattering=true", "Smoke look.scatter_use_phase=false",
+                                        "Smoke look.scatter_length_scale=0.001"};
+  if (lights > 1) {
+    overrides.insert(overrides.end(), {"Smoke look.temperature=Plume/temperature", "Smoke look.flame_threshold=500",
+                                       "Smoke look.fire_light_strength=1", "Smoke look.glow_on_surfaces=true"});
+  }
+  PictureOfPlume(state, 2, overrides, lights, static_cast<int>(state.range(1)));
+}
+
 // Medians are taken within: once is enough.
 void Once(benchmark::internal::Benchmark* bench) {
   bench->Iterations(kFrames)->Repetitions(1)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -103,6 +127,7 @@ BENCHMARK(BM_PlumeSubstep)->Arg(1)->Arg(2)->Apply(Once);
 BENCHMARK(BM_PlumeSubstepTo1e6)->Arg(2)->Apply(Once);
 BENCHMARK(BM_PlumeSubstepOfATenth)->Arg(2)->Apply(Once);
 BENCHMARK(BM_PlumePicture)->Arg(1)->Arg(2)->Apply(Once);
+BENCHMARK(BM_ScatteringPicture)->Args({1, 1})->Args({1, 4})->Args({8, 1})->Apply(Once);
 
 }  // namespace
 

@@ -50,9 +50,9 @@ constexpr GradientKnot kWoodFire[] = {
 
 void ThinSmoke(BaseObject& m) { SetMedium(m, Vec3D(0.5), Vec3D(0.3, 0.32, 0.35), Vec3D(0.4)); }
 void ThickSmoke(BaseObject& m) {
-  SetMedium(m, Vec3D(3.0), Vec3D(1.1), Vec3D(1.8));
+  SetMedium(m, Vec3D(3.0), Vec3D(0.5), Vec3D(1.8));
   SetColour(m, {0.6, 0.6, 0.62}, {0.42, 0.42, 0.44});
-  SetScattering(m, 10, 0.07, 0.04);
+  SetScattering(m, 10, 0.07, 0.03);
 }
 void WhiteCloud(BaseObject& m) {
   SetMedium(m, Vec3D(9.0), Vec3D(3.2), Vec3D(4.5));
@@ -68,15 +68,15 @@ void Mist(BaseObject& m) {
   m.Set(S::kPhaseId, PhaseKind::HenyeyGreenstein), m.Set(S::kPhaseGId, 0.5);
 }
 void Dust(BaseObject& m) {
-  SetMedium(m, Vec3D(2.0), Vec3D(1.1), Vec3D(1.3));
-  SetColour(m, {0.78, 0.62, 0.42}, {0.6, 0.44, 0.28});
+  SetMedium(m, Vec3D(3.0), Vec3D(1.3), Vec3D(1.3));
+  SetColour(m, {0.62, 0.42, 0.22}, {0.5, 0.31, 0.14});
+  m.Set(S::kGreyAbsorptionId, std::int64_t(1));
   SetScattering(m, 10, 0.1, 0.03);
 }
 void Soot(BaseObject& m) {
   SetMedium(m, Vec3D(5.0), Vec3D(1.0), Vec3D(3.0));
   SetColour(m, {0.09, 0.08, 0.075}, {0.04, 0.036, 0.034});
-  m.Set(S::kGreyAbsorptionId, std::int64_t(0)), m.Set(S::kAbsorptionId, Vec3D(60.0));
-  m.Set(S::kScatteringId, Vec3D(30.0));
+  m.Set(S::kAbsorptionId, Vec3D(80.0)), m.Set(S::kScatteringId, Vec3D(4.0, 3.8, 3.6));
 }
 void ColouredSmoke(BaseObject& m) {
   SetMedium(m, Vec3D(3.0), Vec3D(1.8), Vec3D(1.2));
@@ -89,7 +89,7 @@ void Fire(BaseObject& m) {
   m.Set(S::kFlameAbsorptionId, 0.5), m.Set(S::kFallbackDensityId, 0.25);
 }
 void Fireball(BaseObject& m) {
-  SetMedium(m, Vec3D(7.0), Vec3D(2.2), Vec3D(2.0));
+  SetMedium(m, Vec3D(8.0), Vec3D(1.0), Vec3D(2.0));
   SetColour(m, {0.5, 0.45, 0.42}, {0.3, 0.27, 0.25});
   SetFlames(m, 800, 5, kWoodFire);
   m.Set(S::kFlameAbsorptionId, 2.0), m.Set(S::kFallbackDensityId, 0.3);

@@ -124,7 +124,18 @@ bool WriteEnd(Writing& w) {
   return true;
 }
 
-png_byte Quantised(double v) { return static_cast<png_byte>(std::isnan(v) ? 0 : std::clamp(v, 0.0, 1.0) * 255 + 0.5); }
+// dither: within a step, from -0.5 to 0.5.
+png_byte Quantised(double v, double dither = 0) {
+  return static_cast<png_byte>(std::isnan(v) ? 0 : std::clamp(v, 0.0, 1.0) * 255 + 0.5 + dither);
+}
+
+// Gradients of a sky would show the steps of 8 bits as bands: neighbours round in different ways (interleaved gradient
+// noise, Jimenez 2014).
+double Dither(std::size_t x, std::size_t y) {
+  const double inner = 0.06711056 * static_cast<double>(x) + 0.00583715 * static_cast<double>(y);
+  const double outer = 52.9829189 * (inner - std::floor(inner));
+  return 0.98 * (outer - std::floor(outer) - 0.5);
+}
 
 struct ColourPlanes {
   const float *r, *g, *b, *a;  // a is null in a picture without transparency
@@ -137,8 +148,9 @@ void FillRow(const ColourPlanes& planes, std::size_t first, int width, const Pic
   for (std::size_t i = first; i < first + static_cast<std::size_t>(width); ++i) {
     const double alpha = planes.a ? planes.a[i] : 1.0;
     const double factor = planes.a ? (alpha > 0 ? scale / alpha : 0.0) : scale;
+    const double dither = view.transform == ViewTransform::Filmic ? Dither(i - first, first / static_cast<std::size_t>(width)) : 0;
     for (const float* plane : {planes.r, planes.g, planes.b})
-      *out++ = Quantised(Displayed(plane[i] * factor, view.transform));
+      *out++ = Quantised(Displayed(plane[i] * factor, view.transform), dither);
     if (planes.a) *out++ = Quantised(alpha);
   }
 }

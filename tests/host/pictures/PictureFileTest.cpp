@@ -144,13 +144,26 @@ TEST(PngFile, ViewsDifferInWhatBecomesOfBrightParts) {
     return back ? back->Find("G")->values : std::vector<float>(5);
   };
   const auto srgb = shown(ViewTransform::Srgb), filmic = shown(ViewTransform::Filmic);
-  EXPECT_EQ(filmic[0], srgb[0]);  // below the knee
+  EXPECT_NEAR(LinearToSrgb(filmic[0]), LinearToSrgb(srgb[0]), 1.01 / 255);  // below the knee, but for the dither
   EXPECT_NEAR(LinearToSrgb(shown(ViewTransform::Linear)[0]), 0.3, 0.5 / 255 + 1e-6);
   EXPECT_EQ(srgb[1], srgb[2]);
   for (std::size_t i = 1; i < 5; ++i) EXPECT_GT(filmic[i], filmic[i - 1]);
   EXPECT_EQ(filmic[4], 1);
   // No edge at the knee.
   EXPECT_NEAR(FilmicShoulder(0.4 + 1e-6) - FilmicShoulder(0.4 - 1e-6), 2e-6, 1e-9);
+}
+
+TEST(PngFile, GradientsOfPicturesAreDitheredWithoutChangingTheirMean) {
+  Picture picture(64, 64);
+  const double value = 100.3 / 255;  // between two steps
+  for (const char* name : {"R", "G", "B"}) {
+    picture.AddChannel(name, static_cast<float>(SrgbToLinear(value)));
+  }
+  const Result<Picture> back = ReadPng(PngOf(picture, {.transform = ViewTransform::Filmic}));
+  ASSERT_TRUE(back.ok());
+  double sum = 0;
+  for (const float v : back->Find("R")->values) sum += LinearToSrgb(v) * 255 / 4096;
+  EXPECT_NEAR(sum, 100.3, 0.05);
 }
 
 TEST(PngFile, WhatIsNoNumberIsBlack) {
