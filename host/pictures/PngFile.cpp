@@ -148,7 +148,8 @@ void FillRow(const ColourPlanes& planes, std::size_t first, int width, const Pic
   for (std::size_t i = first; i < first + static_cast<std::size_t>(width); ++i) {
     const double alpha = planes.a ? planes.a[i] : 1.0;
     const double factor = planes.a ? (alpha > 0 ? scale / alpha : 0.0) : scale;
-    const double dither = view.transform == ViewTransform::Filmic ? Dither(i - first, first / static_cast<std::size_t>(width)) : 0;
+    const double dither =
+        view.transform == ViewTransform::Filmic ? Dither(i - first, first / static_cast<std::size_t>(width)) : 0;
     for (const float* plane : {planes.r, planes.g, planes.b})
       *out++ = Quantised(Displayed(plane[i] * factor, view.transform), dither);
     if (planes.a) *out++ = Quantised(alpha);
