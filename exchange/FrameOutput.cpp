@@ -95,7 +95,7 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
       for (std::int32_t kind = 0; output.particles && kind < kParticleKinds; ++kind) {
         const auto addSuffix = [&](const std::string& suffix) {
           add(suffix, output.ParticleExtension());
-          if (output.usd) add(suffix, ".usda");
+          if (output.usd && output.particleFormat != ParticleOutput::Usda) add(suffix, ".usda");
         };
         addSuffix(ParticleSuffix(*group, kind));
         for (int c = 0; output.classes && kind == PK_Diffuse && c < kDiffuseClasses; ++c) {

@@ -109,6 +109,15 @@ void CheckOutside(const BaseDocument& document, Found& found) {
   }
 }
 
+void CheckStages(const BaseDocument& document, Found& found) {
+  for (const BaseObject* object : document.ObjectsOfType(OutputSettings::Type().id)) {
+    const OutputSettings output = OutputSettings::Read(*object);
+    if (!output.usd || output.vdb || output.particles || output.meshes != MeshOutput::None) continue;
+    Add(found, *object, OutputSettings::kUsdId,
+        "asks for a stage that would be empty: the output writes none of \"vdb\", \"meshes\", \"particles\"");
+  }
+}
+
 fs::path Settled(const fs::path& path) {
   std::error_code error;
   const fs::path settled = fs::weakly_canonical(path, error);
@@ -150,6 +159,7 @@ std::vector<RowMistake> FindSceneMistakes(const BaseDocument& document, const Sc
   CheckPictures(document, found);
   CheckInputs(document, found);
   if (!options.allowOutside) CheckOutside(document, found);
+  CheckStages(document, found);
   CheckResultNames(document, options.results, found);
   CheckCacheNames(document, found);
   return found;

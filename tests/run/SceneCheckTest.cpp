@@ -76,6 +76,11 @@ std::vector<Case> Cases() {
       {"two kinds of one name", R"("objects": [ { "type": "scene" }, { "type": "sphere" } ],
          "output": [ { "name": "A", "vdb": true, "preview": true, "pictures": true }, { "name": "B", "meshes": "ply" } ])",
        ""},
+      {"an empty stage", R"("output": [ { "usd": true } ])", "2: \"output\".usd asks for a stage that would be empty"},
+      {"a stage of particles in its own format", R"("objects": [ { "type": "scene",
+         "children": [ { "type": "particlegroup" } ] } ],
+         "output": [ { "usd": true, "particles": true, "particle_format": "usda", "meshes": "usda" } ])",
+       ""},
       {"one stem", kCaches + R"(
          "stem": "a" } ] } ])",
        "6: \"server/B\".stem is \"a\": its files can't be told from those of \"server/A\""},
