@@ -10,16 +10,15 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 ORLIX = ROOT / "build/release/bin/orlix"
 PICTURES = ROOT / "docs/whitewater"
 MOST_BYTES = 80 << 10
-FRAME = 24
-QUICK = ["Coast.render_voxel_size=0.06"]
+FRAME = 21
+QUICK = ["Coast.voxel_size=0.075", "Coast.render_voxel_size=0.075"]
 
 # The name of a picture, and what differs from the shipped scene.
 PICTURES_OF = {
     "shipped": [],
-    "crest_rate": ["Whitewater.crest_rate=15000"],
-    "trapped_air_rate": ["Whitewater.trapped_air_rate=0"],
+    "crest_rate": ["Whitewater.crest_rate=40000"],
+    "trapped_air_min": ["Whitewater.trapped_air_min=10", "Whitewater.trapped_air_max=60"],
     "energy_min": ["Whitewater.energy_min=3"],
-    "foam_curvature": ["Whitewater.foam_curvature=-3"],
     "foam_life": ["Whitewater.foam_life=0.5"],
     "spray_boost": ["Whitewater.spray_boost=1.5"],
     "spray_kick": ["Whitewater.spray_kick=40"],
