@@ -2,6 +2,7 @@
 // turns of one run. Half of them swim in the column, half lie on the ground beside it.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -9,7 +10,6 @@
 
 #include "benchmarks/Triad.h"
 #include "tests/support/SceneFileRun.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace orlix::bench {
 
@@ -52,11 +52,12 @@ double MiddleOfTimes(std::vector<double> values) {
 // Counters: milliseconds of a sub-step without and with bodies, and the ratio; stages of the one with them. The second
 // argument says whether they stand still.
 void BM_BodiesInDamBreak(benchmark::State& state) {
-  const test::TemporaryFolder folder;
+  const auto page = std::filesystem::temp_directory_path() / ("orlix_bodies_" + std::to_string(getpid()) + ".json");
   const std::string plain = TextOf("benchmarks/scenes/dam_break.json");
-  std::ofstream(folder / "bodies.json") << WithBodies(plain, 200, state.range(1) != 0);
+  std::ofstream(page) << WithBodies(plain, 200, state.range(1) != 0);
   test::SceneFileRun without("benchmarks/scenes/dam_break.json", {}, static_cast<int>(state.range(0)));
-  test::SceneFileRun with((folder / "bodies.json").string(), {}, static_cast<int>(state.range(0)));
+  test::SceneFileRun with(page.string(), {}, static_cast<int>(state.range(0)));
+  std::filesystem::remove(page);
   without.StepThrough(0, kWarm), with.StepThrough(0, kWarm);
   std::vector<double> bare, loaded, ratios, volumes, pressure, surface, boundary;
   int frame = kWarm;

@@ -53,13 +53,16 @@ void LowerByNodes(ScalarGrid& nodes, const ScalarGrid& levelSet, const VecInt3D&
     to[axis] = std::min(nodes.dims[axis], offset[axis] + levelSet.dims[axis] - 1);
     if (from[axis] >= to[axis]) return;
   }
-  ParallelRange(pool, from.z, to.z, [&](int k0, int k1, int) {
+  const auto lower = [&](int k0, int k1, int) {
     for (int k = k0; k < k1; ++k) {
       for (int j = from.y; j < to.y; ++j) {
         LowerTo(&nodes(from.x, j, k), &levelSet(from.x - offset.x, j - offset.y, k - offset.z), to.x - from.x);
       }
     }
-  });
+  };
+  constexpr std::int64_t kSmall = 1 << 16;  // nodes: below it the workers' coming together takes longer
+  if (CellCount(to - from) < kSmall) return lower(from.z, to.z, 0);
+  ParallelRange(pool, from.z, to.z, lower);
 }
 
 void LowerBySamples(ScalarGrid& nodes, const ScalarGrid& levelSet, WorkerPool& pool) {

@@ -13,6 +13,7 @@ namespace orlix {
 namespace {
 
 constexpr double kPadding = 2;              // of the scene's cells
+constexpr std::int64_t kSmall = 1 << 15;    // nodes
 constexpr double kMostFineNodes = 1 << 20;  // at half a cell
 
 }  // namespace
@@ -48,7 +49,7 @@ void BodyField::Fill(const LMatrix& pose, ScalarGrid& levelSet, WorkerPool& pool
   const Vec3D low = grid_->space.simMin, high = grid_->space.simMax;
   const double h = levelSet.space.cellSize;
   const Vec3D step = toBody.v1 * h;
-  ParallelRange(pool, 0, levelSet.dims.z, [&](int k0, int k1, int) {
+  const auto fill = [&](int k0, int k1, int) {
     for (int k = k0; k < k1; ++k) {
       for (int j = 0; j < levelSet.dims.y; ++j) {
         const Vec3D start = toBody * (levelSet.space.simMin + Vec3D(0, j, k) * h);
@@ -62,7 +63,10 @@ void BodyField::Fill(const LMatrix& pose, ScalarGrid& levelSet, WorkerPool& pool
         }
       }
     }
-  });
+  };
+  // Hundreds of small bodies: the workers' coming together would take longer than each.
+  if (levelSet.count < kSmall) return fill(0, levelSet.dims.z, 0);
+  ParallelRange(pool, 0, levelSet.dims.z, fill);
 }
 
 }  // namespace orlix

@@ -54,6 +54,7 @@ VolumeMesh::VolumeMesh(BaseList2D* hostObject, OrlixScene& owner) : VolumeBase(h
 
 void VolumeMesh::ResetSimulation() {
   ReturnToStart();
+  readVersion_ = 0;
   VolumeBase::ResetSimulation();
   mesh_.Clear();
   mesh_.matrix = {};
@@ -80,6 +81,7 @@ bool VolumeMesh::ResolveLinks() {
   // Another object's motion isn't that from the old one to it.
   if (linked != linkedObject_ && linkedObject_ != 0) {
     hasPrevious_ = hasStart_ = false;
+    readVersion_ = 0;
     rigidBody_->Free();
   }
   linkedObject_ = linked;
@@ -170,10 +172,16 @@ GeometryChange VolumeMesh::ReadGeometry() {
       Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object with some");
     return GeometryChange::Failed;
   }
+  // What neither moved nor changed isn't read again.
+  const bool still = readVersion_ == polygons->version && readVersion_ != 0 && !IsReplaying() &&
+                     readMatrix_ == hostGeometry_->GlobalMatrix() && mesh_.PointCount() > 0;
+  if (still && !scene->HasFlag(ContainerChanged)) return GeometryChange::Same;
   LMatrix matrix = DrivingMatrix();
   matrix.off = matrix.off * GetSimulationSpace().hostPerSim;
   const GeometryChange change = ReadHostGeometry(*polygons, IsReplaying() ? matrix : hostGeometry_->GlobalMatrix(),
                                                  GetSimulationSpace().simPerHost, mesh_);
+  readVersion_ = IsReplaying() || change == GeometryChange::Failed ? 0 : polygons->version;
+  readMatrix_ = hostGeometry_->GlobalMatrix();
   if (change == GeometryChange::Failed) {
     Warn("no-triangles", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
   }
@@ -266,7 +274,7 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   rigidBody_->VisitState(visitor);
   visitor.Visit("startMatrix", startMatrix_);
   visitor.Visit("hasStart", hasStart_);
-  if (visitor.Reading()) filledPose_.reset(), bodyVersion_ = 0;
+  if (visitor.Reading()) filledPose_.reset(), bodyShape_ = 0;
 }
 
 }  // namespace orlix

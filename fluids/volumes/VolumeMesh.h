@@ -88,7 +88,9 @@ class VolumeMesh final : public VolumeBase {
   bool hasStart_ = false;
   LMatrix lastPose_;  // of the body, before the rigid world's step
   BodyField field_;
-  std::uint64_t bodyVersion_ = 0;      // of the polygons that the body has
+  std::uint64_t bodyShape_ = 0;        // of the polygons that the body has: a hash
+  LMatrix readMatrix_;                 // of the host object, when its points were read
+  std::uint64_t readVersion_ = 0;      // of its polygons then; 0: none were
   std::optional<LMatrix> filledPose_;  // that the level set shows
   RecordedMotion recorded_;
 };

@@ -6,6 +6,7 @@
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/volumes/AlignmentVector3D.h"
 #include "fluids/volumes/VolumeMesh.h"
+#include "globals/Hash.h"
 #include "host/objects/PlaceObject.h"
 
 namespace orlix {
@@ -13,6 +14,14 @@ namespace orlix {
 namespace {
 
 constexpr double kSameShape = 1e-6;  // of a body's size: more than its turning makes of the points
+
+// Of points and polygons: an object that is moved makes the same ones anew.
+std::uint64_t ShapeHash(const PolygonObject& polygons) {
+  StateHash hash;
+  hash.Add(polygons.points.data(), polygons.points.size() * sizeof(Vec3D));
+  hash.Add(polygons.polygons.data(), polygons.polygons.size() * sizeof(PolygonObject::Polygon));
+  return hash.Value();
+}
 
 bool IsSameShape(const std::vector<Vec3D>& rest, const LMatrix& pose, const std::vector<Vec3D>& points) {
   if (rest.size() != points.size()) return false;
@@ -86,7 +95,7 @@ bool VolumeMesh::EnsureBody() {
   }
   if (!hostGeometry_) return true;
   if (!IsDrivenBody()) startMatrix_ = hostGeometry_->GlobalMatrix(), hasStart_ = true;
-  bodyVersion_ = hostGeometry_->Polygons() ? hostGeometry_->Polygons()->version : 0;
+  bodyShape_ = hostGeometry_->Polygons() ? ShapeHash(*hostGeometry_->Polygons()) : 0;
   if (IsDynamicBody()) StartVelocity();
   return true;
 }
@@ -129,14 +138,16 @@ void VolumeMesh::UpdateBodyShape(GeometryChange change) {
 // Other polygons of the object, where it started: the body has them where it is.
 void VolumeMesh::ReshapeBody() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
-  if (!polygons || !hasStart_ || polygons->version == bodyVersion_) return;
-  bodyVersion_ = polygons->version;
+  if (!polygons || !hasStart_ || simulationInfo->substep > 1) return;
+  const std::uint64_t shape = ShapeHash(*polygons);
+  if (shape == bodyShape_) return;
+  bodyShape_ = shape;
   TriMeshSTL mesh;
   if (ReadHostGeometry(*polygons, startMatrix_, GetSimulationSpace().simPerHost, mesh) == GeometryChange::Failed)
     return;
   // From its start to where it is.
   const LMatrix atStart = rigidBody_->PoseOf(SimulationMatrix(startMatrix_, GetSimulationSpace().simPerHost));
-  // An object that was moved may have made the same polygons anew.
+  // After a resume the hash isn't known.
   if (IsSameShape(rigidBody_->RestPoints(), atStart, mesh.Points())) return;
   const LMatrix way = rigidBody_->state.pose * atStart.Inverse();
   for (Vec3D& p : mesh.Points()) p = way * p;

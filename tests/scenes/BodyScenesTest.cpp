@@ -24,7 +24,7 @@ struct BodiesPage {
 constexpr BodiesPage kPages[] = {{"floating_crate", "Splash", 0.1},
                                  {"crates_in_pool", "Splash", 0.1},
                                  {"raft", "Splash", 0.1},
-                                 {"dominoes_in_wave", "Wave", 0.1},
+                                 {"dominoes_in_wave", "Wave", 0.06},
                                  {"ball_lets_go", "Room", 0.2}};
 
 SceneFileRun PageAt(const BodiesPage& page, double cell) {
