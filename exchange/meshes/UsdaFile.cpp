@@ -18,6 +18,13 @@ std::string Head(const FileUnits& units, const char* prim, const std::string& mo
                      prim, units.metresPerUnit > 0 ? units.metresPerUnit : 1.0, units.upZ ? 'Z' : 'Y', more);
 }
 
+// Behind the declaration of values of vertices; without it USD takes them for one value of all.
+std::string Interpolation(const std::string& attribute) {
+  const bool ofVertices =
+      attribute.find("primvars:") != std::string::npos || attribute.find("normals") != std::string::npos;
+  return ofVertices ? " (\n        interpolation = \"vertex\"\n    )" : "";
+}
+
 // Writes attributes with arrays of values.
 class ArrayWriter {
  public:
@@ -27,14 +34,16 @@ class ArrayWriter {
   template <class Value>
   void Array(const std::string& declaration, std::size_t count, Value&& value) {
     attributes.insert(declaration);
+    const std::string interpolation = Interpolation(declaration);
+    if (frame_ && !interpolation.empty()) text_ += "    " + declaration + interpolation + "\n";
     text_ += "    " + declaration;
     text_ += frame_ ? fmt::format(".timeSamples = {{\n        {}: [", *frame_) : " = [";
     for (std::size_t n = 0; n < count; ++n) {
-      if (n > 0) text_ += n % 8 == 0 ? ",\n" : ", ";
+      if (n > 0) text_ += ", ";  // on one line, which the simplest readers want
       value(n, text_);
       Flush(kUsdFlush);
     }
-    text_ += frame_ ? "],\n    }\n" : "]\n";
+    text_ += frame_ ? "],\n    }\n" : "]" + interpolation + "\n";
   }
   void Vectors(const std::string& declaration, const std::vector<Vec3D>& values) {
     Array(declaration, values.size(), [&](std::size_t n, std::string& text) { Triple(values[n], text); });
@@ -105,20 +114,16 @@ void WriteColumn(ArrayWriter& writer, const PointAttribute& column, std::uint64_
                [&](std::size_t n, std::string& text) { ArrayWriter::Number(column.Real(n, 0), text); });
 }
 
-// Values of vertices; without it USD takes them for one value of all.
-std::string Interpolation(const std::string& attribute) {
-  const bool ofVertices =
-      attribute.find("primvars:") != std::string::npos || attribute.find("normals") != std::string::npos;
-  return ofVertices ? " (\n            interpolation = \"vertex\"\n        )" : "";
-}
-
 std::string Asset(const std::string& file) { return "@./" + file + "@"; }
 
 void AddClips(const UsdaStage::Clips& clips, const std::string& manifest, std::string& text) {
   const auto end = std::back_inserter(text);
   const char* prim = clips.points ? "Points" : "Mesh";
-  fmt::format_to(end, "    def {} \"{}\" (\n        clips = {{\n            dictionary default = {{\n", prim,
-                 UsdName(clips.name));
+  // Readers that know no clips show the first frame, which a reference brings.
+  fmt::format_to(end,
+                 "    def {0} \"{1}\" (\n        prepend references = {2}</{0}>\n"
+                 "        clips = {{\n            dictionary default = {{\n",
+                 prim, UsdName(clips.name), Asset(clips.files.begin()->second));
   std::string assets, active, times;
   int index = 0;
   for (const auto& [frame, file] : clips.files) {
@@ -228,6 +233,7 @@ Status UsdaStage::Write(const std::filesystem::path& path) const {
   text += "def Xform \"World\"\n{\n";
   for (const Volume& volume : volumes) AddVolume(volume, text);
   for (const Clips& clip : clips) {
+    if (clip.files.empty()) continue;
     const char* prim = clip.points ? "Points" : "Mesh";
     const std::string manifest = path.stem().string() + "_" + UsdName(clip.name) + ".manifest.usda";
     std::string declared = fmt::format("#usda 1.0\n\ndef {0} \"{0}\"\n{{\n", prim);

@@ -108,6 +108,9 @@ def Mesh "Mesh"
     vector3f[] velocities.timeSamples = {
         12: [(0, 0.5, 0), (0, 0.5, 0), (0, 0.5, 0), (0, 0.5, 0), (0, 0.5, 0)],
     }
+    float[] primvars:wet_ness (
+        interpolation = "vertex"
+    )
     float[] primvars:wet_ness.timeSamples = {
         12: [0, 0.25, 0.5, 0.75, 1],
     }

@@ -148,7 +148,9 @@ TEST(ParticleFile, AnOutputWritesTheFormatAskedForAndAStageOfAllFrames) {
   for (const char* part :
        {"metersPerUnit = 1\n", "startTimeCode = 3", "endTimeCode = 4", "def Points \"Scene_Sparks_diffuse\"",
         "asset[] assetPaths = [@./frame_Scene_Sparks_diffuse.0003.usda@, @./frame_Scene_Sparks_diffuse.0004.usda@]",
-        "double2[] active = [(3, 0), (4, 1)]", "primPath = \"/Points\"", "vector3f[] velocities", "float[] widths"}) {
+        "double2[] active = [(3, 0), (4, 1)]", "primPath = \"/Points\"",
+        "prepend references = @./frame_Scene_Sparks_diffuse.0003.usda@</Points>", "vector3f[] velocities",
+        "float[] widths"}) {
     EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
   }
 }
