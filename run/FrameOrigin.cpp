@@ -89,6 +89,12 @@ void AddObjects(StateHash& hash, const BaseDocument& document, const std::set<st
 }  // namespace
 
 std::uint64_t StampOf(const fs::path& frameFile) {
+  const std::string extension = frameFile.extension().string();
+  if (extension != ".cache" && extension != ".pcache" && extension != ".mcache") {
+    StateHash hash;
+    AddFile(hash, frameFile);
+    return hash.Value();
+  }
   ByteSource source;
   unsigned char end[hyper::kEnd];
   if (!source.Open(frameFile).ok() || source.Size() < sizeof end) return 0;

@@ -163,13 +163,17 @@ bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {
 }
 
 void Cache_OperatorBase::SaveFrame(WriteFrame write, bool behind) {
-  auto job = [name = name_, frame = FrameToSave(), write = std::move(write)]() mutable -> Status {
+  std::function<Status()> job = [name = name_, frame = FrameToSave(), write = std::move(write)]() mutable -> Status {
     HyperFile file;
     fs::path path;
     if (!name.OpenForWrite(file, frame, path)) return file.status();
     write(file, path.stem().string().substr(name.Stem().size()));
     return file.Close();
   };
+  WriteFile(std::move(job), behind);
+}
+
+void Cache_OperatorBase::WriteFile(std::function<Status()> job, bool behind) {
   Status status = writer_.Flush();
   if (status.ok()) status = behind ? writer_.Submit(std::move(job)) : job();
   if (!status.ok()) FailSaving(status);

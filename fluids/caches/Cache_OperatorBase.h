@@ -97,6 +97,8 @@ class Cache_OperatorBase : public iObject {
   // on. number is the one in the file's name, digit by digit.
   using WriteFrame = std::function<bool(HyperFile& file, const std::string& number)>;
   void SaveFrame(WriteFrame write, bool behind);
+  // Any other file.
+  void WriteFile(std::function<Status()> job, bool behind);
 
   ZQ_C4DCacheName_Operator name_;
   Compression compression_ = Compression::None;

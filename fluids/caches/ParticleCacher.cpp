@@ -6,8 +6,10 @@
 #include <cmath>
 #include <new>
 
+#include "exchange/points/PointFormats.h"
 #include "fluids/caches/CacheRows.h"
 #include "fluids/caches/GridFrameFile.h"
+#include "fluids/caches/ParticleExchange.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/particles/PropertyList.h"
 
@@ -17,6 +19,25 @@ namespace fs = std::filesystem;
 
 const TypeInfo& ParticleCacher::Type() {
   using namespace cache_rows;
+  // By their places in the table of extensions.
+  static constexpr Choice kFormats[] = {
+      {Format::Cache, "cache", "The engine's own frame files"},
+      {1, "prt", "Krakatoa"},
+      {2, "bgeo", "Houdini, classic binary"},
+      {4, "geo", "Houdini, classic text"},
+      {5, "bin", "RealFlow"},
+      {6, "pda", "Maya, text"},
+      {7, "pdb", "PDB"},
+      {8, "pdb32", "PDB of 32 bits"},
+      {9, "pdb64", "PDB of 64 bits"},
+      {10, "pdc", "Maya"},
+      {11, "ptc", "RenderMan point cloud"},
+      {12, "pts", "Points of a scanner; only played"},
+      {13, "rib", "RenderMan scene; only recorded"},
+      {14, "xyz", "Points, a line each"},
+      {15, "mc", "Maya cache"},
+      {16, "icecache", "Softimage"},
+  };
   static constexpr Parameter kParameters[] = {
       GroupListParameter(kGroupsId, "groups",
                          "Whose particles are cached, a kind an entry; a file's particles go by their place in this "
@@ -30,7 +51,9 @@ const TypeInfo& ParticleCacher::Type() {
       kFolder,
       Stem("What file names begin with; orlix_particle_c4d when empty"),
       Digits(kDigitsId),
-      ChoiceParameter(kFormatId, "format", Format::Cache, kCacheFormat, "Kind of the files"),
+      ChoiceParameter(kFormatId, "format", Format::Cache, kFormats,
+                      "Kind of the files. Those of other programs hold single precision; played, they fill the first "
+                      "population, which goes on being simulated"),
       CompressionRow("How particles are stored"),
       cache_rows::kNumbering,
       FloatParameter(kSpeedId, "speed", 1, "",
@@ -100,7 +123,9 @@ void ParticleCacher::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   Release(0);
   if (!TakesPart()) return;
-  if (scene->stage == kStageLoadCache && mode() == CacheMode::Playback) TakeHeaders();
+  if (scene->stage == kStageLoadCache && mode() == CacheMode::Playback) {
+    format_ == Format::Cache ? TakeHeaders() : SetFlag(NodeActive, HasExchangeFrame());
+  }
   if (scene->stage == kStageSaveCache && mode() == CacheMode::Record) {
     if (const Status folder = name_.CheckFolder(true); !folder.ok()) return FailSaving(folder);
     SetFlag(NodeActive, true);
@@ -136,8 +161,12 @@ void ParticleCacher::TakeHeaders() {
 
 void ParticleCacher::Process(ProcessData&) {
   if (!IsActive() || !IsDirty()) return;
-  if (scene->stage == kStageEmitters && mode() != CacheMode::Record) Load();
-  if (scene->stage == kStageSaveCache && mode() != CacheMode::Playback) Save();
+  if (scene->stage == kStageEmitters && mode() != CacheMode::Record) {
+    format_ == Format::Cache ? Load() : LoadExchange();
+  }
+  if (scene->stage == kStageSaveCache && mode() != CacheMode::Playback) {
+    format_ == Format::Cache ? Save() : SaveExchange();
+  }
 }
 
 void ParticleCacher::Finish() {
@@ -266,11 +295,68 @@ void ParticleCacher::Save() {
       scene->WritesBehind());
 }
 
+// --- files of other programs -----------------------------------------------------------------------------------------
+
+bool ParticleCacher::HasExchangeFrame() {
+  const fs::path path = PathToLoad();
+  std::error_code error;
+  if (!fs::exists(path, error)) {
+    TellUnloaded("Cache File " + path.string() + " could not be found!");
+    return false;
+  }
+  const Result<PointSet> heads = ReadPoints(path, true);
+  if (!heads) TellUnloaded(heads.error().text);
+  return heads && heads->count > 0;
+}
+
+void ParticleCacher::LoadExchange() {
+  const Result<PointSet> set = ReadPoints(PathToLoad());
+  if (!set) return TellUnloaded(set.error().text);
+  const GroupEntry& target = targets_.front();
+  ParticleFactory& factory = target.group->factory(target.kind);
+  const double place = PlaceToLoad(speed_);
+  const double t = std::clamp(place - std::trunc(place + std::copysign(1e-6, place)), 0.0, 1.0);
+  factory.SetListCount(1);
+  ParticleRefill refill(*factory.list(), *handler.GetDocument());
+  const auto bits = static_cast<std::uint16_t>(ParticleFlag::Alive | FlagOfKind(target.kind));
+  try {
+    for (std::uint64_t begin = 0; begin < set->count; begin += kChunkRows) {
+      const auto rows = static_cast<std::size_t>(std::min<std::uint64_t>(kChunkRows, set->count - begin));
+      ParticleRunData run = ImportParticles(*set, begin, rows, bits);
+      Place(run, scene->space, t);
+      refill.Put(run);
+    }
+  } catch (const std::bad_alloc&) {
+    TellUnloaded(PathToLoad().string() + ": no memory for its particles");
+  }
+  refill.End();
+  factory.UpdateBounds(scene->pool());
+  target.group->SetKindDirty(target.kind);
+}
+
+void ParticleCacher::SaveExchange() {
+  auto set = std::make_shared<PointSet>(ExportParticles(targets_, filter_));
+  if (set->count == 0) return;
+  const fs::path path = PathToSave();
+  const PointFormat* format = FindPointFormat(path);
+  if (!format || !format->write) {
+    return Warn("no-writer", "files of " + name_.extension + " are only played; choose another format to record");
+  }
+  WriteFile([set, path, packed = compression_ == Compression::Packed] { return WritePoints(path, *set, packed); },
+            scene->WritesBehind());
+}
+
 // --- what it tells ---------------------------------------------------------------------------------------------------
 
 ParticleCacheInfo ParticleCacher::ReadFrameInfo() const {
   ParticleCacheInfo info;
   const fs::path path = PathToLoad();
+  if (format_ != Format::Cache) {
+    const Result<PointSet> heads = ReadPoints(path, true);
+    info.found = heads.ok();
+    if (heads) info.counts.push_back(static_cast<std::int64_t>(heads->count));
+    return info;
+  }
   HyperFile file;
   ParticleFrameHead head;
   info.found =

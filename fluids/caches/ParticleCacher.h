@@ -50,6 +50,10 @@ class ParticleCacher final : public Cache_OperatorBase {
                    const GroupEntry& target);
   void Place(ParticleRunData& run, const GridSpace& space, double t) const;
   void Save();
+  void LoadExchange();
+  void SaveExchange();
+  // Whether the frame to load is there in the format of another program, with particles.
+  bool HasExchangeFrame();
   void Weigh(ParticleList& list, std::int32_t first, std::int32_t count, const Vec3D* places, double* weights) const;
 
   std::vector<GroupEntry> targets_;

@@ -92,7 +92,7 @@ void SurfaceReconstructor::ReleaseLinks() {
 }
 
 void SurfaceReconstructor::Advise() {
-  if (renderOnly_ && !scene->rendering) return;
+  if ((renderOnly_ && !scene->rendering) || scene->IsPlayed(*this)) return;
   if (!group_ && !(hostPoints_ && hostPoints_->Polygons())) {
     Warn("no-source", "no particles are linked: there is no level set; link a particle group or a mesh under source");
   }
@@ -105,7 +105,7 @@ void SurfaceReconstructor::Advise() {
 }
 
 void SurfaceReconstructor::Conclude() {
-  if (everMade_ || (renderOnly_ && !scene->rendering)) return;
+  if (everMade_ || (renderOnly_ && !scene->rendering) || scene->IsPlayed(*this)) return;
   Warn("no-surface", "no particle of the kind was ever there: no level set was made; look at source and kind");
 }
 
@@ -266,18 +266,27 @@ bool SurfaceReconstructor::MakeGrid() {
   const Vec3D perCell = space.hostPerSim * double(cell);
   GridSpace wanted;
   wanted.Build(cells, Vec3D(cells) * perCell, cell, low * (1 / double(cell)) * perCell);
+  return TakeLattice(wanted);
+}
+
+bool SurfaceReconstructor::TakeLattice(const GridSpace& wanted) {
   if (levelSet_ && levelSet_->space.Equals(wanted)) return true;
   FreeLevelSet();
+  const VecInt3D nodes = wanted.dims + VecInt3D(1, 1, 1);
   try {
-    levelSet_ = std::make_unique<ScalarGrid>(cells + VecInt3D(1, 1, 1), wanted.hostSize, cell, kGridNodalLevelset,
-                                             wanted.hostMin);
+    levelSet_ =
+        std::make_unique<ScalarGrid>(nodes, wanted.hostSize, wanted.cellSize, kGridNodalLevelset, wanted.hostMin);
   } catch (const std::bad_alloc&) {
-    scene->FailForMemory(*this, cells + VecInt3D(1, 1, 1));
+    scene->FailForMemory(*this, nodes);
     return false;
   }
   levelSet_->activeMin = {};
   levelSet_->activeMax = levelSet_->dims - VecInt3D(1, 1, 1);
   return true;
+}
+
+void SurfaceReconstructor::TakeCacheHeader(const GridCacheHeader& header) {
+  if (header.present) TakeLattice(header.space);
 }
 
 void SurfaceReconstructor::Prepare(iBase*) {

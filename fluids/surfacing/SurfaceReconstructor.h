@@ -6,11 +6,12 @@
 #include "fluids/level_sets/iLevelSet.h"
 #include "fluids/liquids/WaterSolver.h"
 #include "fluids/particles/AnisotropyPass.h"
+#include "fluids/scene/iCachedGrids.h"
 #include "fluids/surfacing/PointsToImplicitGrid.h"
 
 namespace orlix {
 
-class SurfaceReconstructor final : public iObject, public iLevelSet {
+class SurfaceReconstructor final : public iObject, public iLevelSet, public iCachedGrids {
  public:
   static constexpr std::int32_t kSubType = 84;
   static constexpr int kRenderOnlyId = 1000, kSourceId = 1001, kKindId = 1002, kSolverId = 1003, kSolidOffsetId = 1004,
@@ -47,6 +48,10 @@ class SurfaceReconstructor final : public iObject, public iLevelSet {
   ScalarGrid* LevelSet() override { return levelSet_.get(); }
   std::uint64_t LevelSetVersion() const override { return version_; }
   void LevelSetChanged() override { ++version_; }
+  int CachedGridCount() const override { return 1; }
+  ScalarGrid* CachedGrid(int) override { return levelSet_.get(); }
+  void TakeCacheHeader(const GridCacheHeader& header) override;
+  void CacheLoaded() override { LevelSetChanged(); }
   // Trilinear, at coordinates of the grid; 0 without one.
   double SampleGrid(const Vec3D& index) const;
 
@@ -59,6 +64,7 @@ class SurfaceReconstructor final : public iObject, public iLevelSet {
   void CollectRatios();
   void CollectBalls();
   bool MakeGrid();
+  bool TakeLattice(const GridSpace& wanted);
   void FreeLevelSet();
 
   ReconstructionSettings settings_;

@@ -79,12 +79,11 @@ void AwaitFile(const fs::path& path, pid_t process) {
 
 // Killed at random moments and resumed, again and again: what has its name is whole, and all frames have the bits of a
 // run that was left alone.
-void KillAndResume(const PlumeSettings& settings, int kills) {
-  Plume plume(settings);
+void KillAndResume(Plume& plume, int lastFrame, int kills) {
   const ProgramOutcome whole = plume.Run("whole", false);
   ASSERT_EQ(whole.code, 0) << whole.err;
   const auto expected = FrameHashes(plume.Statistics("whole"));
-  ASSERT_EQ(expected.size(), std::size_t(settings.lastFrame) + 1);
+  ASSERT_EQ(expected.size(), std::size_t(lastFrame) + 1);
   std::mt19937 random(31);
   int killed = 0, finished = 0;
   while (killed < kills) {
@@ -118,8 +117,45 @@ void KillAndResume(const PlumeSettings& settings, int kills) {
   EXPECT_EQ(FrameHashes(plume.Statistics("out")), expected);
   EXPECT_EQ(ReportFolder(plume.Folder("out"))->unfinished.size(), 0u) << "what dead runs left is removed";
 }
-TEST(Resume, AKilledRunGoesOnWithTheSameBits) { KillAndResume({.cells = 12, .lastFrame = 12}, 20); }
-TEST(ResumeSlow, AKilledRunGoesOnWithTheSameBits) { KillAndResume({.cells = 16, .lastFrame = 40}, 200); }
+TEST(Resume, AKilledRunGoesOnWithTheSameBits) {
+  Plume plume({.cells = 12, .lastFrame = 12});
+  KillAndResume(plume, 12, 20);
+}
+TEST(ResumeSlow, AKilledRunGoesOnWithTheSameBits) {
+  Plume plume({.cells = 16, .lastFrame = 40});
+  KillAndResume(plume, 40, 200);
+}
+
+// Water with all caches, and results of every kind beside them.
+const char* const kWater = R"({ "orlix": 1, "fps": 24, "frames": [0, 20], "up": "y",
+  "objects": [
+    { "type": "box", "name": "Column", "size": [30, 40, 30], "position": [-20, 20, 0] },
+    { "type": "scene", "name": "Dam", "scale_units": 100, "scale_metres": 1, "voxel_size": 0.08,
+      "render_voxel_size": 0.08, "cfl": 2, "children": [
+        { "type": "volume", "name": "Column volume", "object": "Column" },
+        { "type": "particlegroup", "name": "Water" },
+        { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid",
+          "volume": "Column volume", "settings": "At the start", "deep_limit": 1000 },
+        { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
+        { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
+        { "type": "liquid", "name": "Tank", "container": [80, 60, 40], "anchor_mode": "bottom" },
+        { "type": "force_gravity", "name": "Fall", "strength": 0 },
+        { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid",
+          "motion_source": "solvers" },
+        { "type": "surface_reconstruction", "name": "Level", "source": "Water" },
+        { "type": "mesher", "name": "Surface", "input": "Level", "advection_time": 0 },
+        { "type": "cache", "name": "Grids", "nodes": ["Tank", "Level"], "mode": "record", "folder_source": "own",
+          "folder": "caches", "compression": "packed" },
+        { "type": "cache_particle", "name": "Drops", "groups": [{ "object": "Water", "kind": "liquid" }],
+          "mode": "record", "folder_source": "own", "folder": "caches", "compression": "packed" },
+        { "type": "cache_mesh", "name": "Skin", "meshers": ["Surface"], "mode": "record", "folder_source": "own",
+          "folder": "caches" }] } ],
+  "output": [{ "folder": "out", "vdb": true, "meshes": "ply", "particles": true, "preview": true }] })";
+
+TEST(ResumeSlow, AKilledRunThatWritesEverythingGoesOnWithTheSameBits) {
+  Plume water(kWater);
+  KillAndResume(water, 20, 60);
+}
 
 TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
   Plume plume({.cells = 12, .lastFrame = 12});

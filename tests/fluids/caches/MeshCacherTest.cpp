@@ -3,8 +3,9 @@
 #include <random>
 
 #include "fluids/caches/C4D_Operator_GridCache_Object.h"
-#include "fluids/caches/GridFrameFile.h"
+#include "fluids/caches/GridCacher.h"
 #include "fluids/surfacing/MeshOperator.h"
+#include "fluids/surfacing/SurfaceReconstructor.h"
 #include "fluids/volumes/VolumeBase.h"
 #include "tests/support/RepairHyperFile.h"
 #include "tests/support/TemporaryFolder.h"
@@ -81,6 +82,31 @@ TEST(MeshCacher, PlaybackEqualsTheMeshThatOperatorsLeft) {
   played.StepThrough(0, 1);
   EXPECT_EQ(played.warnings.size(), 1u) << "the mesher then makes its own";
   EXPECT_TRUE(played.mesher->Polygons());
+}
+
+// A reconstruction is played as grids are, on its own lattice.
+TEST(GridCacher, ARecordedReconstructionIsMeshedAgain) {
+  TemporaryFolder folder;
+  std::vector<Vec3D> points;
+  for (const bool records : {true, false}) {
+    test::TestScene s;
+    s.document.folder = folder.path().string();
+    s.root->Set(RootSettings::kVoxelSizeId, 0.1);
+    BaseObject& level = s.Add("surface_reconstruction", "Level");
+    if (records) level.Set(SurfaceReconstructor::kSourceId, test::TestScene::LinkTo(s.Add("sphere", "Points")));
+    level.Set(SurfaceReconstructor::kSubdivisionId, 2.0);
+    BaseObject& mesher = s.Add("mesher", "Mesher");
+    mesher.Set(ImplicitMesher::kInputId, test::TestScene::LinkTo(level));
+    BaseObject& cache = s.Add("cache", "cache");
+    cache.Set(GridCacher::kNodesId, test::TestScene::ListOf({&level}));
+    cache.Set(GridCacher::kModeId, std::int64_t(records));
+    s.Step(0);
+    ASSERT_TRUE(mesher.Polygons());
+    if (records) points = mesher.Polygons()->points;
+    EXPECT_TRUE(mesher.Polygons()->points == points);
+    EXPECT_TRUE(s.warnings.empty()) << s.warnings[0].second;
+  }
+  EXPECT_GT(points.size(), 100u);
 }
 
 PolygonObject SmallMesh() {

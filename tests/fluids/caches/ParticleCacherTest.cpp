@@ -183,6 +183,31 @@ TEST(ParticleCacher, AMissingOrDamagedFrameIsToldAndKeepsNothing) {
   EXPECT_EQ(told, 3);
 }
 
+// A file of another program fills the group in single precision, and the group goes on being simulated.
+TEST(ParticleCacher, FilesOfOtherProgramsAreRecordedAndPlayed) {
+  TemporaryFolder folder;
+  constexpr std::int64_t kBgeo = 2, kPts = 12;
+  CachedScene run(folder.path(), true);
+  run.cache->Set(ParticleCacher::kFormatId, kBgeo);
+  run.StepThrough(0, 1);
+  CachedScene s(folder.path(), false);
+  s.cache->Set(ParticleCacher::kFormatId, kBgeo);
+  s.Step(1);
+  ASSERT_EQ(s.list().count(), run.list().count());
+  ASSERT_GT(s.list().count(), kChunkRows);
+  for (std::int32_t i = 0; i < s.list().count(); i += 97) {
+    ASSERT_EQ(s.list().Position(i), Vec3D(Vec3F(run.list().Position(i))));
+    ASSERT_EQ(s.list().Velocity(i), Vec3D(Vec3F(run.list().Velocity(i))));
+    ASSERT_EQ(s.group().At(PK_Diffuse, i).GetRealOr(PP::Age, -1), 100);
+  }
+  EXPECT_FALSE(s.group().KindIsKept(PK_Diffuse) || s.group().HasFlag(NodeFromCache));
+  run.cache->Set(ParticleCacher::kFormatId, kPts);
+  run.Step(2);
+  EXPECT_TRUE(run.Warned("only played"));
+  s.Step(3);
+  EXPECT_TRUE(s.Warned("p00003.bgeo"));
+}
+
 TEST(ParticleCacher, ItsTextCountsParticles) {
   TemporaryFolder folder;
   Record(folder.path());
