@@ -42,6 +42,18 @@ std::uint16_t Converted(std::uint16_t flags, double phi, const Layer& layer, con
   return static_cast<std::uint16_t>(f);
 }
 
+// The mean of the liquid within a cell, the nearer the heavier; its own where none is near.
+Vec3D VelocityAbout(const ParticleGroup& liquid, const Vec3D& p, double cellSize, const Vec3D& own,
+                    std::int32_t thread) {
+  Vec3D sum;
+  double weights = 0;
+  for (const Neighbour& near : liquid.Nearest(PK_Liquid, p, cellSize, thread)) {
+    const double w = 1 - near.distanceSquared / (cellSize * cellSize);
+    sum += w * liquid.list(PK_Liquid)->Velocity(near.index), weights += w;
+  }
+  return weights > 0 ? sum / weights : own;
+}
+
 }  // namespace
 
 void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const ParticleGroup& liquid,
@@ -49,6 +61,7 @@ void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const Part
   const Layer layer(s);
   const bool grid = surface.HasLevelSet();
   Vec3D* positions = rows.EditPositions();
+  Vec3D* velocities = rows.EditVelocities();
   std::uint16_t* flags = rows.EditFlags();
   for (std::int32_t r = rows.begin; r < rows.end; ++r) {
     if ((flags[r] & ParticleFlag::Excluded) != 0) {
@@ -60,6 +73,9 @@ void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const Part
                                                    layer, s.cellSize);
     bool onLayer;
     flags[r] = Converted(flags[r], phi, layer, s, onLayer);
+    if (s.carried && (flags[r] & ParticleFlag::Ballistic) == 0) {
+      velocities[r] = VelocityAbout(liquid, positions[r], s.cellSize, velocities[r], thread);
+    }
     if (onLayer && grid) positions[r] -= surface.Normal(positions[r]) * (phi - layer.height);
   }
 }

@@ -15,7 +15,7 @@
 namespace orlix {
 
 // Rows of one chunk of a diffuse list. Without a level set the liquid's particles about one tell where it is; its tree
-// is there then.
+// is there then, and where settings.carried says so.
 void UpdateDiffuse(const FoamSettings& settings, const FoamSurface& surface, const ParticleGroup& liquid,
                    const ParticleRows& rows, std::int32_t thread);
 

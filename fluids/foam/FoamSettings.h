@@ -69,6 +69,7 @@ struct FoamSettings {
   double frameTime = 0;    // s, that passed since the last time
   std::int32_t fps = 24;
   double gravity = 9.81;  // m/s^2, of spray's first step
+  bool carried = false;   // no grid's velocity carries foam and bubbles: they take that of the particles about them
 };
 
 }  // namespace orlix

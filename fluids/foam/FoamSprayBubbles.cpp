@@ -200,6 +200,7 @@ void FoamSprayBubbles::Prepare(iBase*) {
   settings_.frameTime = simulationInfo->frameElapsed;
   settings_.fps = simulationInfo->fps;
   const bool byParticles = settings_.source == FoamSource::Particles;
+  settings_.carried = solver_->GetNodeSubType() == kPositionBasedSubType;
   if (iteration == 0 && !BuildSurface()) return;
   if ((byParticles || !surface_.HasLevelSet()) && !group_->EnsureTree(PK_Liquid, false, 0)) return;
   for (Constraint* constraint : constraints_) constraint->Prepare(this);

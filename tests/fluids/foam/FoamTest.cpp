@@ -277,6 +277,27 @@ TEST(DiffuseUpdate, WithoutALevelSetTheCrowdTells) {
   }
 }
 
+// Without a grid nothing else carries foam.
+TEST(DiffuseUpdate, FoamOnParticlesTakesTheirVelocityAndSprayKeepsItsOwn) {
+  for (const DiffuseClass kind : {DiffuseClass::Foam, DiffuseClass::Spray}) {
+    Spring spring;
+    WorkerPool pool(1);
+    const ScalarGrid still = LevelSetOf(20, [](const Vec3D& p) { return p.y - 1; });
+    spring.surface.UseLevelSet(still, pool);
+    spring.AddWater({1, 0.98, 1}, {2, 0, 0}), spring.AddWater({1, 0.98, 1.02}, {2, 0, 0}), spring.AddWater({1.5, 1, 1});
+    spring.group->EnsureTree(PK_Liquid, true, 0);
+    spring.s.carried = true, spring.s.foamToSpray = false;
+    ParticleList list;
+    BaseParticleData data;
+    data.flags = static_cast<std::uint16_t>(FlagsOfClass(kind) & ~ParticleFlag::Excluded);
+    data.position = {1, 1.02, 1}, data.velocity = {0, 5, 0};
+    list.Append(1, data);
+    UpdateDiffuse(spring.s, spring.surface, *spring.group, list.Rows(0), 0);
+    EXPECT_EQ(ClassOfFlags(list.Flags(0)), kind);
+    EXPECT_LT(Length(list.Velocity(0) - (kind == DiffuseClass::Foam ? Vec3D(2, 0, 0) : Vec3D(0, 5, 0))), 1e-9);
+  }
+}
+
 // A ball of mesh in a stream along x that shears along y.
 struct Stream {
   Stream() {
