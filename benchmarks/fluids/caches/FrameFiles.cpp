@@ -2,6 +2,9 @@
 // zstd at its fastest level. What is read is compared before anything is timed.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "fluids/caches/GridFrameFile.h"
 #include "fluids/caches/MeshFrameFile.h"
@@ -9,12 +12,28 @@
 #include "globals/Random.h"
 #include "host/files/Compressor.h"
 #include "host/objects/BaseDocument.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace orlix {
 namespace {
 
 constexpr std::int32_t kParticles = 500000;
+
+// A folder of the system's, gone at the end.
+class ScratchFolder {
+ public:
+  ScratchFolder() { std::filesystem::create_directories(path_); }
+  ~ScratchFolder() {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  std::filesystem::path operator/(const char* name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_ =
+      std::filesystem::temp_directory_path() / ("orlix_bench_frames_" + std::to_string(::getpid()));
+};
 
 void Fill(ParticleList& list) {
   BaseParticleData data;
@@ -75,7 +94,7 @@ void BM_ParticleFrame(benchmark::State& state) {
   WorkerPool pool(1);
   ParticleList list, back;
   Fill(list);
-  const test::TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto path = folder / "f.pcache";
   if (!Write(path, FrameOf(list, document, pool), packed) || !Read(path, back, document) ||
       back.count() != kParticles || back.Position(kParticles - 1) != list.Position(kParticles - 1)) {
@@ -106,7 +125,7 @@ void BM_FrameMeasures(benchmark::State& state) {
       bytes.insert(bytes.end(), part.begin(), part.end());
     }
   }
-  const test::TemporaryFolder folder;
+  const ScratchFolder folder;
   for (auto _ : state) {
     if (state.range(0) != 0) {
       Compressor::Compress(bytes, 1, packed);
@@ -132,7 +151,7 @@ void BM_MeshFrame(benchmark::State& state) {
     mesh.normals.push_back(Normalized(Vec3D(std::cos(n * 0.01), 0.1, 1)));
     if (n % kSide + 1 < kSide && n / kSide + 1 < kSide) mesh.polygons.push_back({n, n + 1, n + kSide + 1, n + kSide});
   }
-  const test::TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto path = folder / "f.mcache";
   const auto write = [&] {
     HyperFile file;
