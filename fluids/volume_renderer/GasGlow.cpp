@@ -10,6 +10,25 @@ namespace {
 
 constexpr int kCellsASide = 2;  // of the gas's lattice in one of these
 
+// The share of a place's light that gets out of the gas, over the axes and the diagonals.
+Vec3D EscapeFrom(const RayMarcher& marcher, const Vec3D& x, int worker) {
+  if (!marcher.settings().castsShadows) return Vec3D(1.0);
+  const GridSpace& space = marcher.Space();
+  Vec3D sum;
+  int directions = 0;
+  for (int n = 0; n < 27; ++n) {
+    const Vec3D towards(n % 3 - 1, n / 3 % 3 - 1, n / 9 - 1);
+    const double squared = Dot(towards, towards);
+    if (squared == 0 || squared == 2) continue;
+    MarchRay ray{x, Normalized(towards)};
+    double begin = 0, end = 1e9;
+    if (ClipToBox(x, ray.direction, space.hostMin, space.hostMax, 0, begin, end)) ray.length = end;
+    sum += marcher.Transmittance(ray, marcher.settings().cast, marcher.ShadowExtinction(), nullptr, worker);
+    ++directions;
+  }
+  return sum / directions;
+}
+
 double BrightnessOf(const Vec3D& c) { return 0.2126 * c.x + 0.7152 * c.y + 0.0722 * c.z; }
 
 }  // namespace
@@ -22,7 +41,7 @@ void GasGlow::Build(const RayMarcher& marcher, WorkerPool& pool) {
   const Vec3D h = space.hostPerVoxel;
   side_ = kCellsASide * h.x;
   std::vector<std::vector<Cell>> layers(static_cast<std::size_t>(n.z));
-  ParallelRange(pool, 0, n.z, [&](int k0, int k1, int) {
+  ParallelRange(pool, 0, n.z, [&](int k0, int k1, int worker) {
     for (int k = k0; k < k1; ++k) {
       for (int j = 0; j < n.y; ++j) {
         for (int i = 0; i < n.x; ++i) {
@@ -34,7 +53,9 @@ void GasGlow::Build(const RayMarcher& marcher, WorkerPool& pool) {
             if (at.x >= space.dims.x || at.y >= space.dims.y || at.z >= space.dims.z) continue;
             cell.intensity += marcher.GlowAt(space.HostOfVoxel(Vec3D(at) + Vec3D(0.5)));
           }
-          cell.intensity *= h.x * h.y * h.z;
+          if (cell.intensity == Vec3D()) continue;
+          const Vec3D middle = cell.low + h * (0.5 * kCellsASide);
+          cell.intensity = cell.intensity * EscapeFrom(marcher, middle, worker) * (h.x * h.y * h.z);
           cell.upTo = BrightnessOf(cell.intensity);
           if (cell.upTo > 0 && std::isfinite(cell.upTo)) layers[static_cast<std::size_t>(k)].push_back(cell);
         }

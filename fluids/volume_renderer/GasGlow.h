@@ -10,7 +10,8 @@ namespace orlix {
 
 class GasGlow {
  public:
-  // Of a marcher that is built. Throws std::bad_alloc.
+  // Of a marcher that is built. A cell's power is what gets out of the gas, on the mean over directions: what shines
+  // deep inside would draw points that hardly light anything. Throws std::bad_alloc.
   void Build(const RayMarcher& marcher, WorkerPool& pool);
   bool empty() const { return cells_.empty(); }
   // By three numbers in [0, 1).

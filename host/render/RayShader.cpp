@@ -115,7 +115,8 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Sa
 }
 
 // The share of the light that reaches x through surfaces and volumes.
-Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x) {
+Vec3D RayShader::LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x,
+                              const VolumeShader* except) {
   if (!light.castsShadow) return {1, 1, 1};
   ++counts_.shadow;
   Vec3D passing = world_.surfaces.Passing(x, illumination.toLight, illumination.distance, draws_.time);
@@ -127,7 +128,9 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
   ray.lightDistance = illumination.distance;
   ray.worker = worker_, ray.random = random_;
   ray.time = (draws_.time - 0.5) * world_.settings.ShutterSeconds();
-  for (const Span& span : spans_) passing = passing * span.volume->volume->Transparency(ray);
+  for (const Span& span : spans_) {
+    if (span.volume->volume != except) passing = passing * span.volume->volume->Transparency(ray);
+  }
   return passing;
 }
 
@@ -175,7 +178,7 @@ Vec3D RayShader::GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& mat
       const Vec3D seen = illumination.colour * ReflectedLight(material, hit.normal, toEye, illumination.toLight);
       Light point;
       point.position = glow.place;
-      if (seen != Vec3D()) sum += seen * LightPassing(point, illumination, origin);
+      if (seen != Vec3D()) sum += seen * LightPassing(point, illumination, origin, box.volume);
     }
     if (points > 0) all += sum / points;
   }

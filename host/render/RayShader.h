@@ -57,7 +57,8 @@ class RayShader {
     const VolumeInBox* volume;
   };
   VolumeSample VolumesAlong(VolumeRay& ray, double end);
-  Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x);
+  Vec3D LightPassing(const Light& light, const Illumination& illumination, const Vec3D& x,
+                     const VolumeShader* except = nullptr);
   // The light of one light that a surface sends to the eye; of one with a width, the mean over it.
   Vec3D LightOnSurface(const Light& light, const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin,
                        const Vec3D& toEye);

@@ -92,7 +92,8 @@ class VolumeShader {
   virtual Vec3D Transparency(const VolumeRay& ray) const = 0;
 
   // How many points of its glow a sample of a surface asks for, and one of them: taken in proportion to their power by
-  // three numbers in [0, 1). With 0, rays that look around surfaces meet the glow by chance.
+  // three numbers in [0, 1). What the volume itself takes away is in their power. With 0, rays that look around
+  // surfaces meet the glow by chance.
   virtual int GlowPoints() const { return 0; }
   virtual GlowPoint GlowAt(const Vec3D& /*draws*/) const { return {}; }
 };
