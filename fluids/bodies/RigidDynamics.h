@@ -22,7 +22,7 @@ struct RigidState {
   LMatrix pose;          // turns and moves alone
   Vec3D velocity, spin;  // m/s, rad/s
   Vec3D force, torque;   // N, N m; act for one step
-  float idleTime = 0;    // s at less than the sleeping thresholds
+  float idleTime = 0;    // s below the sleeping thresholds; below 0: a fluid took its weight
   std::int32_t asleep = 0;
 };
 

@@ -43,7 +43,13 @@ bool IsKeyed(const VolumeBase& volume) {
 bool PrepareBodies(std::vector<VolumeBase*>& volumes) {
   const auto moves = [](const VolumeBase* v) { return v->Body()->WantsDynamic() || v->IsDynamicBody() || IsKeyed(*v); };
   if (std::none_of(volumes.begin(), volumes.end(), moves)) return false;
-  std::erase_if(volumes, [](VolumeBase* v) { return !v->EnsureBody(); });
+  std::erase_if(volumes, [](VolumeBase* v) {
+    if (v->EnsureBody()) return false;
+    if (v->Body()->WantsDynamic() && v->HasLevelSet()) {
+      v->Warn("no-body", "only a volume of a mesh moves by forces: it stands still; put the tag on such a one");
+    }
+    return true;
+  });
   return std::any_of(volumes.begin(), volumes.end(), moves);
 }
 

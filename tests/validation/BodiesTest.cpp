@@ -164,10 +164,10 @@ TEST(FloatingSlow, SparBobsWithItsPeriod) {
   EXPECT_NEAR(turns[2] - turns[0], period, 0.1 * period);
 }
 
-// Half a second of a cube in water at ratios of densities between 0.05 and 20: no speed beyond what falling or rising
-// gives.
+// Half a second of a cube in water of a twentieth and of twenty times its density: no speed beyond what falling or
+// rising gives.
 TEST(Floating, LightAndHeavyBodiesAreSteady) {
-  for (const double ratio : {0.05, 0.2, 5.0, 20.0}) {
+  for (const double ratio : {0.05, 20.0}) {
     BodySettings body;
     body.size = Vec3D(0.3), body.density = ratio * kWater;
     body.place = {0.4, 0.4, 0.4};
