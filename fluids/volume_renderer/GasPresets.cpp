@@ -42,7 +42,7 @@ void SetFlames(BaseObject& m, double threshold, double strength, std::span<const
   m.Set(S::kFlameThresholdId, threshold), m.Set(S::kFlameStrengthId, strength);
   m.Set(S::kFireLightStrengthId, 1.0), m.Set(S::kFireLightReachId, 2.5);
   m.Set(S::kGlowOnSurfacesId, std::int64_t(1)), m.Set(S::kSeenByGatherId, std::int64_t(0));
-  m.Set(S::kGatherBoostId, 60.0);
+  m.Set(S::kGatherBoostId, 60.0), m.Set(S::kGlowPointsId, std::int64_t(4));
 }
 
 constexpr GradientKnot kWoodFire[] = {
