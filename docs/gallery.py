@@ -44,7 +44,7 @@ SCENES = [
     ("floating_crate", 40, "A crate falls into a pool and floats."),
     ("crates_in_pool", 60, "Twenty crates of three densities."),
     ("raft", 40, "A crate lands on a raft."),
-    ("dominoes_in_wave", 40, "A wave and a row of dominoes."),
+    ("dominoes_in_wave", 22, "A wave and a row of dominoes."),
     ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
     ("pouring", 60, "Water is poured into a glass with thin walls."),
     ("fountain", 60, "A jet of water falls back into its basin."),

@@ -80,8 +80,10 @@ constexpr Parameter kParameters[] = {
     FloatParameter(Grid_Incompressibility::kPressureAccuracyId, "pressure_accuracy", 0.5, "",
                    "Tolerance of the pressure: 0.5 is 1e-8; each tenth is a digit")
         .Min(0),
-    ChoiceParameter(Grid_Incompressibility::kBodyCouplingId, "body_coupling", BodyCouplingMode::Joint,
-                    kBodyCouplingChoices, "How bodies that move by forces and the pressure find their way together"),
+    ChoiceParameter(
+        Grid_Incompressibility::kBodyCouplingId, "body_coupling", BodyCouplingMode::Joint, kBodyCouplingChoices,
+        "How bodies that move by forces and the pressure find their way together: joint is steady at any ratio of "
+        "densities; split throws out a body of less than a fiftieth of the mass at which it floats"),
     FloatParameter(VelocityConstrain::kSlipId, "slip", 1.0, "",
                    "At solids: 0 takes the solid's velocity, 1 slides along it")
         .Min(0),

@@ -35,7 +35,7 @@ inline constexpr Choice kBodyCouplingChoices[] = {
     {BodyCouplingMode::Split, "split",
      "The pressure's force acts in the next sub-step, times dt / (density h^3), and the inverse mass of a body "
      "stiffens "
-     "the faces that it covers; for a body much lighter than what it displaces it swings"},
+     "the faces that it covers; a body of less than a fiftieth of the mass at which it floats is thrown out"},
 };
 
 class Grid_Incompressibility : public iObject {
