@@ -138,6 +138,8 @@ class PassFinder {
       if (pass.picture || !IsA(target, kLinkMaterial)) Add(pass, target);
     });
     for (const auto& tag : object.tags()) Add(pass, *tag);
+    const InExcludeData* carried = object.GetInExclude(ImplicitMesher::kVertexDataId);
+    if (object.typeId() == ImplicitMesher::Type().id && (!carried || carried->entries.empty())) return;
     // An empty list of groups means all of the scene.
     object.type().ForEachParameter([&](const Parameter& row) {
       if (row.type != ParameterType::InExclude || row.linkKinds != kLinkParticles) return;
