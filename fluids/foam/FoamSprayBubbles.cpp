@@ -5,7 +5,6 @@
 #include <new>
 
 #include "fluids/foam/DiffuseUpdate.h"
-#include "fluids/foam/ParticleSeeding.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
 #include "globals/Hash.h"
 
@@ -199,10 +198,9 @@ void FoamSprayBubbles::Prepare(iBase*) {
   settings_.dt = simulationInfo->substepDuration;
   settings_.frameTime = simulationInfo->frameElapsed;
   settings_.fps = simulationInfo->fps;
-  const bool byParticles = settings_.source == FoamSource::Particles;
   settings_.carried = solver_->GetNodeSubType() == kPositionBasedSubType;
   if (iteration == 0 && !BuildSurface()) return;
-  if ((byParticles || !surface_.HasLevelSet()) && !group_->EnsureTree(PK_Liquid, false, 0)) return;
+  if ((settings_.carried || !surface_.HasLevelSet()) && !group_->EnsureTree(PK_Liquid, false, 0)) return;
   for (Constraint* constraint : constraints_) constraint->Prepare(this);
   SetFlag(NodeActive, true);
 }
@@ -288,7 +286,9 @@ void FoamSprayBubbles::Births() {
 void FoamSprayBubbles::SeedByParticles(std::vector<DiffuseBirths>& pieces) {
   const bool sortedOnly = solver_->GetNodeSubType() == kLiquidSubType;
   ParticleList& list = *group_->list(PK_Liquid);
-  const ParticleSeeding seeding(settings_, surface_, *group_, sortedOnly);
+  const ParticleBounds& bounds = group_->factory(PK_Liquid).bounds;
+  cells_.Build(list, settings_.cellSize, (bounds.min + bounds.max) * 0.5, scene->pool());
+  const ParticleSeeding seeding(settings_, surface_, list, cells_, sortedOnly);
   pieces.resize(static_cast<std::size_t>(list.chunkCount()));
   ForPieces(*scene, list.chunkCount(), [&](int piece, int worker) {
     const ParticleRows rows = list.Rows(piece);
@@ -301,8 +301,9 @@ void FoamSprayBubbles::SeedByParticles(std::vector<DiffuseBirths>& pieces) {
                     this);
     }
     FoamRandom random = RandomOf(scene->seed, piece);
-    seeding.Seed(rows, weights, random, pieces[static_cast<std::size_t>(piece)], worker);
+    seeding.Seed(rows, weights, random, pieces[static_cast<std::size_t>(piece)]);
   });
+  cells_.Clear();
 }
 
 void FoamSprayBubbles::SeedByMesh(std::vector<DiffuseBirths>& pieces) {

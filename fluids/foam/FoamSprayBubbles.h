@@ -7,6 +7,7 @@
 // or run of triangles, seeded alike in each frame: the same particles at any number of workers.
 
 #include "fluids/foam/MeshSeeding.h"
+#include "fluids/foam/ParticleSeeding.h"
 #include "fluids/liquids/WaterSolver.h"
 #include "fluids/surfacing/ImplicitMesher.h"
 
@@ -74,6 +75,7 @@ class FoamSprayBubbles final : public iObject {
   void UpdateClasses();
 
   FoamSettings settings_;
+  LiquidCells cells_;
   FoamSurface surface_;                            // between the rounds
   double surfaceResolution_ = 1.5;                 // cells of the mesh's level set a cell
   double foamCurvature_ = 0, sprayCurvature_ = 0;  // in cells of the surface

@@ -11,23 +11,37 @@ constexpr double kBubbleLife = 10000;  // s: until it surfaces
 
 }  // namespace
 
-double ParticleSeeding::TrappedAir(const Vec3D& position, const Vec3D& velocity, std::int32_t thread) const {
-  const double invDt = 1 / s_.dt, perSquare = 1 / (s_.cellSize * s_.cellSize);
-  double sum = 0, weights = 0;
-  for (const Neighbour& near : group_.Nearest(PK_Liquid, position, s_.cellSize, thread)) {
-    const double w = 1 - near.distanceSquared * perSquare;
-    if (w <= 0) continue;
-    const Vec3D u = (velocity - list_.Velocity(near.index)) * invDt;
-    const double s = Length(u);
-    const double t = s > kStill ? 1 - Dot(u, Normalized(position - list_.Position(near.index))) / s : 1.0;
-    sum += t * s * w;
-    weights += w;
-  }
-  return weights == 0 ? sum : sum / weights;
+void LiquidCells::Build(const ParticleList& list, double cellSize, const Vec3D& origin, WorkerPool& pool) {
+  origin_ = origin;
+  perCell_ = 1 / cellSize;
+  flat_.resize(static_cast<std::size_t>(list.count()));
+  ParallelRows(pool, list, [&](const ParticleRows& rows, int) {
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+      flat_[static_cast<std::size_t>(rows.first + r)] = At(rows.positions()[r]);
+    }
+  });
+  table_.BuildCells(flat_, 1, pool);
 }
 
-void ParticleSeeding::Seed(const ParticleRows& rows, const double* weights, FoamRandom& random, DiffuseBirths& births,
-                           std::int32_t thread) const {
+double ParticleSeeding::TrappedAir(const Vec3D& position, const Vec3D& velocity) const {
+  const double invDt = 1 / s_.dt, perSquare = 1 / (s_.cellSize * s_.cellSize);
+  // The particle itself weighs 1 and traps nothing.
+  double sum = 0, weights = 1;
+  cells_.ForNear(position, [&](std::int32_t index) {
+    const Vec3D x = position - list_.Position(index);
+    const double w = 1 - LengthSquared(x) * perSquare;
+    if (w <= 0) return;
+    const Vec3D u = (velocity - list_.Velocity(index)) * invDt;
+    const double s = Length(u);
+    const double t = s > kStill ? 1 - Dot(u, Normalized(x)) / s : 1.0;
+    sum += t * s * w;
+    weights += w;
+  });
+  return sum / weights;
+}
+
+void ParticleSeeding::Seed(const ParticleRows& rows, const double* weights, FoamRandom& random,
+                           DiffuseBirths& births) const {
   const auto masses = rows.Property<double>(PP::Mass), curvatures = rows.Property<double>(PP::Curvature);
   const auto normals = rows.Property<Vec3D>(PP::Normal);
   const int needed = ParticleFlag::Alive | (sortedOnly_ ? ParticleFlag::Sorted : 0);
@@ -43,15 +57,13 @@ void ParticleSeeding::Seed(const ParticleRows& rows, const double* weights, Foam
     source.curvature = grid ? surface_.Curvature(source.position) : curvatures.Get(r, 0.0);
     const double crest = s_.crest.Of(Crest(source.curvature, source.velocity, source.normal));
     if (!((s_.crestRate * crest + s_.trappedAirRate) * most >= 1)) continue;
-    const double air =
-        s_.trappedAirRate > 0 ? s_.trappedAir.Of(TrappedAir(source.position, source.velocity, thread)) : 0;
+    const double air = s_.trappedAirRate > 0 ? s_.trappedAir.Of(TrappedAir(source.position, source.velocity)) : 0;
     const double count = (s_.crestRate * crest + s_.trappedAirRate * air) * energy * s_.frameTime;
-    if (count >= 1) Draw(source, static_cast<std::int64_t>(count), random, births, thread);
+    if (count >= 1) Draw(source, static_cast<std::int64_t>(count), random, births);
   }
 }
 
-void ParticleSeeding::Draw(const Source& source, std::int64_t count, FoamRandom& random, DiffuseBirths& births,
-                           std::int32_t thread) const {
+void ParticleSeeding::Draw(const Source& source, std::int64_t count, FoamRandom& random, DiffuseBirths& births) const {
   const Vec3D v = source.velocity / s_.dt;
   const double speed2 = LengthSquared(v);
   if (speed2 < kStill) return;
@@ -64,7 +76,7 @@ void ParticleSeeding::Draw(const Source& source, std::int64_t count, FoamRandom&
     const double along = random.Rand() * speed * s_.dt;
     const Vec3D offset = radius * std::cos(angle) * frame.a + radius * std::sin(angle) * frame.b;
     const Vec3D place = source.position + offset + s_.cellSize * along * d;
-    const std::int32_t about = group_.NearestCount(PK_Liquid, place, s_.cellSize, thread);
+    const std::int32_t about = cells_.Count(place, kFoamBelow);
     if (about < kSprayBelow) {
       if (!Passes(s_.spray, source.curvature, speed2, random)) continue;
       const double life = random.Vary(s_.spray.life), factor = random.Vary(s_.sprayBoost) + 1;

@@ -107,15 +107,14 @@ void NeighbourTable::Sort(std::span<const Site> points, WorkerPool& pool) {
   std::fill(sites_.begin() + count_, sites_.end(), Site{kFarAway, kFarAway, kFarAway, 0});
 }
 
-std::int32_t NeighbourTable::CollectOf(std::int32_t place, std::int32_t* out) const {
-  const Site& centre = sites_[static_cast<std::size_t>(place)];
+std::int32_t NeighbourTable::Query(const Site& centre, std::int32_t self, std::int32_t most, std::int32_t* out) const {
   if (!IsFinite(centre)) return 0;
   const Lattice& l = lattice_;
   std::int32_t count = 0;
   const auto scan = [&](std::int32_t first, std::int32_t last) {  // cells, of one row
-    count = pair_kernels::FindNear(sites_.data(), begins_[static_cast<std::size_t>(first)],
-                                   begins_[static_cast<std::size_t>(last) + 1], centre, place, reach2_, kMostNeighbours,
-                                   out, count);
+    count =
+        pair_kernels::FindNear(sites_.data(), begins_[static_cast<std::size_t>(first)],
+                               begins_[static_cast<std::size_t>(last) + 1], centre, self, reach2_, most, out, count);
   };
   const std::int32_t cx = l.Cell(0, centre.x), cy = l.Cell(1, centre.y), cz = l.Cell(2, centre.z);
   const auto neighbour = [&](int axis, std::int32_t cell) {  // -1: none
@@ -133,7 +132,7 @@ std::int32_t NeighbourTable::CollectOf(std::int32_t place, std::int32_t* out) co
       if (l.wraps[0] && cx == l.cells[0] - 1) scan(base, base);
     }
   }
-  return std::min(count, kMostNeighbours);
+  return std::min(count, most);
 }
 
 void NeighbourTable::Collect(std::int32_t block) {
@@ -143,7 +142,7 @@ void NeighbourTable::Collect(std::int32_t block) {
   lists.starts.push_back(0);
   std::int32_t found[kMostNeighbours + 2 * kSlack];
   for (std::int32_t place = first; place < end; ++place) {
-    const std::int32_t n = CollectOf(place, found);
+    const std::int32_t n = Query(sites_[static_cast<std::size_t>(place)], place, kMostNeighbours, found);
     const std::int32_t padded = (n + kSlack - 1) & ~(kSlack - 1);
     std::fill(found + n, found + padded, count_);
     lists.entries.insert(lists.entries.end(), found, found + padded);
@@ -152,12 +151,16 @@ void NeighbourTable::Collect(std::int32_t block) {
   }
 }
 
-void NeighbourTable::Build(std::span<const Site> points, double reach, WorkerPool& pool) {
+void NeighbourTable::BuildCells(std::span<const Site> points, double reach, WorkerPool& pool) {
   if (points.size() > 0x7FFFFFF0u) throw std::bad_alloc();
   count_ = static_cast<std::int32_t>(points.size());
   reach2_ = static_cast<float>(reach * reach);
   Fit(points, reach, pool);
   Sort(points, pool);
+}
+
+void NeighbourTable::Build(std::span<const Site> points, double reach, WorkerPool& pool) {
+  BuildCells(points, reach, pool);
   lists_.resize(static_cast<std::size_t>(blockCount()));
   std::atomic<bool> outOfMemory{false};
   ForBlocks(*this, pool, [&](std::int32_t block) {

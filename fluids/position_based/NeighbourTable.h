@@ -23,6 +23,13 @@ class NeighbourTable {
 
   // points by their order; reach in the same unit. Throws std::bad_alloc.
   void Build(std::span<const Site> points, double reach, WorkerPool& pool);
+  // The cells alone, for queries.
+  void BuildCells(std::span<const Site> points, double reach, WorkerPool& pool);
+  // Places of points nearer than the reach to any place, but those on the very spot; at most a few more than most, into
+  // room for most and 16 more. Gives how many.
+  std::int32_t Near(const Site& centre, std::int32_t most, std::int32_t* out) const {
+    return Query(centre, -1, most, out);
+  }
   void Clear() { *this = {}; }
 
   std::int32_t count() const { return count_; }
@@ -58,7 +65,7 @@ class NeighbourTable {
   void Fit(std::span<const Site> points, double reach, WorkerPool& pool);
   void Sort(std::span<const Site> points, WorkerPool& pool);
   void Collect(std::int32_t block);
-  std::int32_t CollectOf(std::int32_t place, std::int32_t* out) const;
+  std::int32_t Query(const Site& centre, std::int32_t self, std::int32_t most, std::int32_t* out) const;
 
   Lattice lattice_;
   float reach2_ = 0;
