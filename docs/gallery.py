@@ -43,7 +43,7 @@ SCENES = [
     ("ball_into_pool", 22, "A ball is thrown into a pool."),
     ("floating_crate", 40, "A crate falls into a pool and floats."),
     ("crates_in_pool", 60, "Twenty crates of three densities."),
-    ("raft", 40, "A crate lands on a raft."),
+    ("raft", 14, "A crate lands on a raft."),
     ("dominoes_in_wave", 22, "A wave and a row of dominoes."),
     ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
     ("pouring", 60, "Water is poured into a glass with thin walls."),
