@@ -36,7 +36,7 @@ SCENES = [
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
     ("dam_break", 20, "A column of water collapses."),
     ("dam_break_on_mesh", 24, "A wave meets a mesh."),
-    ("breaking_wave", 26, "A bore breaks, with foam, spray and bubbles."),
+    ("breaking_wave", 20, "A bore breaks, with foam, spray and bubbles."),
     ("waterfall", 48, "A stream falls onto rocks, with mist and foam."),
     ("drops", 30, "Drops in a room without gravity: a liquid of particles alone."),
     ("two_liquids", 84, "Oil and water are poured into one glass."),
