@@ -1,7 +1,11 @@
 #include "run/OutputFolders.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <set>
 
+#include "fluids/caches/Cache_OperatorBase.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/FrameFiles.h"
 
@@ -26,6 +30,22 @@ Result<std::vector<FolderLock>> LockOutputFolders(const std::vector<fs::path>& f
     locks.push_back(std::move(*lock));
   }
   return locks;
+}
+
+Status RefuseToRecordOver(const BaseDocument& document, int first, int last) {
+  for (const CacheFiles& cache : RecordedCaches(document)) {
+    const std::vector<FrameFile> frames = ScanFrameFiles(cache.folder, cache.stem, cache.extension);
+    const auto within = [&](const FrameFile& file) { return file.frame >= first && file.frame <= last; };
+    const auto count = std::count_if(frames.begin(), frames.end(), within);
+    if (count == 0) continue;
+    return Status::Fail(
+        ErrorKind::Output,
+        fmt::format(
+            "{}: {} holds {} of the frames that it would record; --overwrite records them anew, --resume goes on "
+            "after the last checkpoint, and \"mode\": \"playback\" plays them",
+            cache.object->Path(), cache.folder.string(), count));
+  }
+  return {};
 }
 
 }  // namespace orlix

@@ -36,6 +36,7 @@ struct FrameOptions : SceneOptions {
   std::string frames, out;
   bool allowMissing = false;  // files of played caches
   bool allowOutside = false;  // results may leave their folder
+  bool overwrite = false;     // frames of recorded caches
   std::optional<ViewTransform> view;
 };
 

@@ -158,6 +158,9 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   folders.emplace_back(folder);
   const auto locks = LockOutputFolders(folders);
   if (!locks) return locks.error();
+  if (!options.overwrite && !goesOn) {
+    if (Status free = RefuseToRecordOver(document, plan->first, plan->last); !free.ok()) return free;
+  }
   if (!goesOn && !options.preview) {
     if (Status started = work.Start(); !started) return started;
   }

@@ -211,6 +211,9 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   if (MakesPictures(document)) pictures.box = FindFraming(program, options, document, *plan, pool);
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
+  if (!options.overwrite && !options.resume && !options.missing) {
+    if (Status free = RefuseToRecordOver(document, plan->first, plan->last); !free.ok()) return free;
+  }
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
   if (plan->onlyWanted) run.StandAlone(NodesOf(work.passes));

@@ -23,7 +23,7 @@ struct Recorded {
   std::string FrameFive(const std::string& scene, const std::string& frames) {
     const std::string out = (runner.folder / frames).string();
     const ProgramOutcome outcome =
-        runner.Run({"render", scene, "--preview", "--frames", frames, "--out", out, "--quiet"});
+        runner.Run({"render", scene, "--preview", "--frames", frames, "--out", out, "--quiet", "--overwrite"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     for (const std::string& name : test::NamesIn(out)) {
       if (name.find("0005") != std::string::npos) return test::ReadText(out + "/" + name);
@@ -44,6 +44,20 @@ TEST(PlayedCaches, EachFrameIsTheOneThatWasAskedFor) {
   EXPECT_TRUE(recorded.FrameFive(recorded.playing, "5") == recorded.FrameFive(recorded.playing, "3-5"));
 }
 
+TEST(PlayedCaches, RecordingOverFramesAsksFirst) {
+  Recorded& recorded = Shared();
+  const std::filesystem::path file = recorded.runner.folder / "caches/orlix_grid_c4d00002.cache";
+  const std::string scene = (recorded.runner.folder / "plume.json").string(), whole = test::ReadText(file);
+  const std::vector<std::string> run = {
+      "run", scene, "--quiet", "--checkpoint-every", "0", "--set", "Plume.max_substeps=1"};
+  const ProgramOutcome refused = recorded.runner.Run(run);
+  EXPECT_EQ(refused.code, 5);
+  EXPECT_NE(refused.err.find("--overwrite"), std::string::npos) << refused.err;
+  EXPECT_TRUE(test::ReadText(file) == whole);
+  std::vector<std::string> again = {"run", scene, "--quiet", "--checkpoint-every", "0", "--overwrite"};
+  EXPECT_EQ(recorded.runner.Run(again).code, 0);
+}
+
 TEST(PlayedCaches, WhatIsNotPlayedIsSimulatedFromTheFirstFrame) {
   Recorded& recorded = Shared();
   std::string text = PlumeScene({.cells = 8, .lastFrame = 5, .record = false});
@@ -61,7 +75,7 @@ TEST(PlayedCaches, AMissingOrBrokenFileEndsWithItsName) {
     for (std::vector<std::string> arguments :
          {std::vector<std::string>{"run", recorded.playing, "--checkpoint-every", "0"},
           {"render", recorded.playing, "--frames", "2", "--preview"}}) {
-      arguments.emplace_back("--quiet");
+      arguments.insert(arguments.end(), {"--quiet", "--overwrite"});
       const ProgramOutcome outcome = recorded.runner.Run(arguments);
       EXPECT_EQ(outcome.code, 4) << outcome.err;
       EXPECT_NE(outcome.err.find(file.string()), std::string::npos) << outcome.err;
