@@ -26,6 +26,8 @@ def names_of(text):
     for block in UNNAMED.findall(text):
         for statement in re.split(r"\n(?=[^\s})])", re.sub(r"//.*", "", block)):
             statement = re.sub(r"^template <.*>\s*", "", statement)
+            if re.match(r"[A-Z_]+\(", statement):  # a macro's own, such as TEST
+                continue
             if type_name := re.match(r"(?:struct|class|enum class|enum) (\w+)|using (\w+) =", statement):
                 names.add(type_name[1] or type_name[2])
             elif function := re.match(r"[^(={;]*?\b(\w*[a-z]\w*)\(", statement):

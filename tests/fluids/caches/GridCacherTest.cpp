@@ -15,7 +15,7 @@ using test::PaintedScene;
 using test::PaintNode;
 using test::TemporaryFolder;
 
-std::vector<std::uint64_t> Record(const std::filesystem::path& folder, int lastFrame, int compression = 0) {
+std::vector<std::uint64_t> RecordPlume(const std::filesystem::path& folder, int lastFrame, int compression = 0) {
   PaintedScene s(folder, true);
   s.cache->Set(GridCacher::kCompressionId, std::int64_t(compression));
   s.paint->Set(PaintNode::kLowId, Vec3D(-3, 1, 7)), s.paint->Set(PaintNode::kHighId, Vec3D(9, 8, 13)),
@@ -31,7 +31,7 @@ std::vector<std::uint64_t> Record(const std::filesystem::path& folder, int lastF
 TEST(GridCacher, PlaybackEqualsTheRunBitForBit) {
   for (int compression : {0, 1}) {
     TemporaryFolder folder;
-    const auto recorded = Record(folder.path(), 6, compression);
+    const auto recorded = RecordPlume(folder.path(), 6, compression);
     PaintedScene s(folder.path(), false, 3);
     for (int frame = 0; frame <= 6; frame++) {
       s.Step(frame);
@@ -65,7 +65,7 @@ TEST(GridCacher, ALatticeComesBackToTheBitInEveryScale) {
 
 TEST(GridCacher, FramesAreChosenByOffsetOverrideAndReverse) {
   TemporaryFolder folder;
-  const auto recorded = Record(folder.path(), 5);
+  const auto recorded = RecordPlume(folder.path(), 5);
   const struct {
     int override, offset;
     bool reverse;
@@ -97,7 +97,7 @@ TEST(GridCacher, FramesAreNumberedFromTheStartOrByTheDocument) {
 
 TEST(GridCacher, ACacheFollowsItsObject) {
   TemporaryFolder folder;
-  Record(folder.path(), 0);
+  RecordPlume(folder.path(), 0);
   PaintedScene s(folder.path(), false);
   s.Step(0);
   const GridSpace before = s.SmokeGrid()->space;
@@ -144,7 +144,7 @@ TEST(GridCacher, ARepeatedFrameDoesNotCostTheNext) {
 
 TEST(GridCacher, AMissingFrameKeepsWhatIsThere) {
   TemporaryFolder folder;
-  const auto recorded = Record(folder.path(), 3);
+  const auto recorded = RecordPlume(folder.path(), 3);
   std::filesystem::remove(folder / "c00002.cache");
   PaintedScene s(folder.path(), false);
   s.smoke->Set(ScalarGridChannel::kValueMaxId, 1000.0);
@@ -185,7 +185,7 @@ TEST(GridCacher, AnEmptyChannelIsNotPlayedBack) {
 
 TEST(GridCacher, ADamagedFrameIsToldAndMarksNothing) {
   TemporaryFolder folder;
-  Record(folder.path(), 1);
+  RecordPlume(folder.path(), 1);
   const std::string whole = test::ReadText(folder / "c00001.cache");
   const auto play = [&](const std::string& content) {
     test::WriteText(folder / "c00001.cache", content);
@@ -209,7 +209,7 @@ TEST(GridCacher, ADamagedFrameIsToldAndMarksNothing) {
 
 TEST(GridCacher, AFrameThatCanNotBeSavedEndsTheRun) {
   TemporaryFolder folder;
-  Record(folder.path(), 0);
+  RecordPlume(folder.path(), 0);
   const std::string whole = test::ReadText(folder / "c00000.cache");
   const auto run = [&] {
     PaintedScene s(folder.path(), true);

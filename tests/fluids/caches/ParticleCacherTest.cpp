@@ -54,7 +54,7 @@ std::vector<double> Numbers(const ParticleList& list) {
   return all;
 }
 
-std::vector<std::vector<double>> Record(const std::filesystem::path& folder, int compression = 0) {
+std::vector<std::vector<double>> RecordDrops(const std::filesystem::path& folder, int compression = 0) {
   CachedScene s(folder, true, 2);
   s.cache->Set(ParticleCacher::kCompressionId, std::int64_t(compression));
   std::vector<std::vector<double>> frames;
@@ -68,7 +68,7 @@ std::vector<std::vector<double>> Record(const std::filesystem::path& folder, int
 TEST(ParticleCacher, PlaybackEqualsTheRunBitForBitInAnyOrder) {
   for (const int compression : {0, 1}) {
     TemporaryFolder folder;
-    const auto recorded = Record(folder.path(), compression);
+    const auto recorded = RecordDrops(folder.path(), compression);
     ASSERT_GT(recorded[2].size(), 13u * kChunkRows) << "more than a chunk";
     CachedScene s(folder.path(), false);
     for (const int frame : {0, 1, 3, 2, 3}) {
@@ -89,7 +89,7 @@ TEST(ParticleCacher, PlaybackEqualsTheRunBitForBitInAnyOrder) {
 // Speed 0.5 at frame 3 is file 2, half way from where it found its particles; the offset is added in frames.
 TEST(ParticleCacher, FramesAreChosenBySpeedOffsetOverrideAndReverse) {
   TemporaryFolder folder;
-  const auto recorded = Record(folder.path());
+  const auto recorded = RecordDrops(folder.path());
   const struct {
     double speed;
     int override, offset;
@@ -168,7 +168,7 @@ TEST(ParticleCacher, AFilterAndConstraintsChooseWhatIsKept) {
 
 TEST(ParticleCacher, AMissingOrDamagedFrameIsToldAndKeepsNothing) {
   TemporaryFolder folder;
-  Record(folder.path());
+  RecordDrops(folder.path());
   const std::filesystem::path path = folder / "p00002.pcache";
   const std::string whole = test::ReadText(path);
   int told = 0;
@@ -210,7 +210,7 @@ TEST(ParticleCacher, FilesOfOtherProgramsAreRecordedAndPlayed) {
 
 TEST(ParticleCacher, ItsTextCountsParticles) {
   TemporaryFolder folder;
-  Record(folder.path());
+  RecordDrops(folder.path());
   CachedScene s(folder.path(), false);
   s.Step(1);
   auto& cacher = *s.NodeOf<ParticleCacher>(*s.cache);
