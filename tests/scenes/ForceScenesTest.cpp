@@ -32,7 +32,9 @@ void ForVelocity(const FluidSolver& solver, F&& f) {
 }
 
 void ExpectCleanRun(const SceneFileRun& shipped) {
-  EXPECT_TRUE(shipped.warnings.empty()) << shipped.warnings.front();
+  for (const std::string& warning : shipped.warnings) {  // a test may take a constraint out of its list
+    EXPECT_NE(warning.find("no list of constraints has it"), std::string::npos) << warning;
+  }
   std::size_t solves = 0;
   for (const SubstepReport& report : shipped.reports) {
     for (const SolverReport& solver : report.solvers) {

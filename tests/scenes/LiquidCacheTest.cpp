@@ -65,7 +65,7 @@ TEST(LiquidCache, AKilledRunGoesOnWithTheSameBits) {
   const auto arguments = [&](const std::string& out, const std::string& frames, bool resume) {
     std::vector<std::string> list = {
         "run", scene, "--frames", frames, "--out", (runner.folder / out).string(), "--checkpoint-every", "2", "--json"};
-    if (resume) list.emplace_back("--resume");
+    list.emplace_back(resume ? "--resume" : "--overwrite");
     return list;
   };
   const auto hash = [](const std::string& text) {

@@ -119,9 +119,9 @@ TEST(Program, FaultsOfTheMachineHaveTheirExitCodes) {
   const std::string orlix = ProgramFolder() + "/orlix ";
   EXPECT_EQ(shell(orlix + "run s.json >&- 2>err"), 5);
   EXPECT_EQ(test::ReadText(runner.folder / "err").find("standard output can't be written") == std::string::npos, false);
-  EXPECT_EQ(shell(orlix + "run s.json --json <&- >out 2>&-"), 0);
+  EXPECT_EQ(shell(orlix + "run s.json --overwrite --json <&- >out 2>&-"), 0);
   EXPECT_TRUE(nlohmann::json::accept(test::ReadText(runner.folder / "out")));
-  EXPECT_EQ(shell("ulimit -f 8; " + orlix + "run s.json >out 2>err"), 5);
+  EXPECT_EQ(shell("ulimit -f 8; " + orlix + "run s.json --overwrite >out 2>err"), 5);
   EXPECT_EQ(shell("mkfifo p.json p.vdb p.obj p.cache p.exr"), 0);
   for (const char* command : {"validate p.json", "info p.vdb", "info p.obj", "info p.cache", "info p.exr",
                               "verify p.vdb", "convert p.obj o.ply", "convert p.cache o.vdb"}) {

@@ -159,7 +159,7 @@ TEST(ParticleOperators, TellWhereNothingHappens) {
   };
   EXPECT_EQ(count("Move"), 2);
   EXPECT_EQ(count("Forces"), 2);
-  EXPECT_EQ(count("Down"), 2);
+  EXPECT_EQ(count("Down"), 3);
   EXPECT_EQ(count("pforce_tension") + count("pforce_correct"), 4);
   EXPECT_EQ(count("Bounce") + count("Burst"), 2);
 }
