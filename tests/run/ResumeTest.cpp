@@ -59,7 +59,7 @@ struct Plume {
                                      "2",
                                      "--checkpoint-every",
                                      std::to_string(kInterval)};
-    if (resume) list.push_back("--resume");
+    list.push_back(resume ? "--resume" : "--overwrite");
     return list;
   }
   ProgramOutcome Run(const std::string& out, bool resume, const std::function<void(pid_t)>& meanwhile = {}) {
@@ -161,7 +161,7 @@ TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
   Plume plume({.cells = 12, .lastFrame = 12});
   ASSERT_EQ(plume.Run("whole", false).code, 0);
   const ProgramOutcome outcome = plume.Run("out", false, [&](pid_t process) {
-    while (FrameHashes(plume.Statistics("out")).size() < 3 && ::kill(process, 0) == 0) SleepFor(0.005);
+    for (int wait = 0; wait < 4000 && FrameHashes(plume.Statistics("out")).size() < 3; ++wait) SleepFor(0.005);
     ::kill(process, SIGINT);
   });
   EXPECT_EQ(outcome.code, 130) << outcome.err;
