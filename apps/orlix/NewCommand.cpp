@@ -6,10 +6,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/Recipes.h"
 #include "host/files/AtomicFile.h"
+#include "host/files/FrameFiles.h"
 
 namespace orlix {
 
@@ -32,13 +35,6 @@ Result<double> Measure(const std::string& text, std::initializer_list<Unit> unit
   }
   return Error{ErrorKind::Usage,
                fmt::format("{} {}: a number above 0 with its unit, such as {}", option, text, example)};
-}
-
-Status WriteWhole(const fs::path& path, std::string_view text) {
-  AtomicFile file;
-  if (Status opened = file.Open(path); !opened.ok()) return opened;
-  file.Write(text.data(), text.size());
-  return file.Commit();
 }
 
 void ListRecipes() {
@@ -88,23 +84,18 @@ Status NewCommand(const Program& program, const NewOptions& options) {
   if (!text) return text.error();
 
   const fs::path folder = options.out.empty() ? fs::path(recipe.name) : fs::path(options.out);
-  std::error_code failed;
-  fs::create_directories(folder, failed);
-  if (failed) return Status::Fail(ErrorKind::Output, fmt::format("{}: {}", folder.string(), failed.message()));
+  if (Status created = CreateFolders(folder); !created.ok()) return created;
   const fs::path scene = folder / (std::string(recipe.name) + ".json");
-  for (const RecipeFile& file : recipe.files) {
-    if (fs::exists(folder / file.name)) {
-      return Status::Fail(ErrorKind::Output,
-                          fmt::format("{} exists; --out names another folder", (folder / file.name).string()));
+  std::vector<std::pair<fs::path, std::string>> files = {{scene, WithPaths(*text, recipe.name, scene.string())}};
+  for (const RecipeFile& file : recipe.files) files.emplace_back(folder / file.name, file.text);
+  for (const auto& [path, content] : files) {
+    if (fs::exists(path)) {
+      return Status::Fail(ErrorKind::Output, fmt::format("{} exists; --out names another folder", path.string()));
     }
   }
-  if (fs::exists(scene)) {
-    return Status::Fail(ErrorKind::Output, fmt::format("{} exists; --out names another folder", scene.string()));
+  for (const auto& [path, content] : files) {
+    if (Status written = WriteFileAtomically(path, content); !written.ok()) return written;
   }
-  for (const RecipeFile& file : recipe.files) {
-    if (Status written = WriteWhole(folder / file.name, file.text); !written.ok()) return written;
-  }
-  if (Status written = WriteWhole(scene, WithPaths(*text, recipe.name, scene.string())); !written.ok()) return written;
   if (program.options.quiet) return {};
   program.console.Line(
       fmt::format("{0}\norlix render {0} --frames 1-24 --preview   # a first look\norlix run {0}", scene.string()));

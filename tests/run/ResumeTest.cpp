@@ -15,6 +15,7 @@
 #include "host/files/FolderLock.h"
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
+#include "tests/run/WaterScene.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Folders.h"
 #include "tests/support/SmallDisk.h"
@@ -127,33 +128,17 @@ TEST(ResumeSlow, AKilledRunGoesOnWithTheSameBits) {
 }
 
 // Water with all caches, and results of every kind beside them.
-const char* const kWater = R"({ "orlix": 1, "fps": 24, "frames": [0, 20], "up": "y",
-  "objects": [
-    { "type": "box", "name": "Column", "size": [30, 40, 30], "position": [-20, 20, 0] },
-    { "type": "scene", "name": "Dam", "scale_units": 100, "scale_metres": 1, "voxel_size": 0.08,
-      "render_voxel_size": 0.08, "cfl": 2, "children": [
-        { "type": "volume", "name": "Column volume", "object": "Column" },
-        { "type": "particlegroup", "name": "Water" },
-        { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid",
-          "volume": "Column volume", "settings": "At the start", "deep_limit": 1000 },
-        { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
-        { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
-        { "type": "liquid", "name": "Tank", "container": [80, 60, 40], "anchor_mode": "bottom" },
-        { "type": "force_gravity", "name": "Fall", "strength": 0 },
-        { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid",
-          "motion_source": "solvers" },
-        { "type": "surface_reconstruction", "name": "Level", "source": "Water" },
-        { "type": "mesher", "name": "Surface", "input": "Level", "advection_time": 0 },
-        { "type": "cache", "name": "Grids", "nodes": ["Tank", "Level"], "mode": "record", "folder_source": "own",
+const char* const kCaches =
+    R"({ "type": "cache", "name": "Grids", "nodes": ["Tank", "Level"], "mode": "record", "folder_source": "own",
           "folder": "caches", "compression": "packed" },
         { "type": "cache_particle", "name": "Drops", "groups": [{ "object": "Water", "kind": "liquid" }],
           "mode": "record", "folder_source": "own", "folder": "caches", "compression": "packed" },
         { "type": "cache_mesh", "name": "Skin", "meshers": ["Surface"], "mode": "record", "folder_source": "own",
-          "folder": "caches" }] } ],
-  "output": [{ "folder": "out", "vdb": true, "meshes": "ply", "particles": true, "preview": true }] })";
+          "folder": "caches" })";
+const char* const kOutputs = R"({ "folder": "out", "vdb": true, "meshes": "ply", "particles": true, "preview": true })";
 
 TEST(ResumeSlow, AKilledRunThatWritesEverythingGoesOnWithTheSameBits) {
-  Plume water(kWater);
+  Plume water(test::WaterScene(kCaches, kOutputs, 20, "0.08").c_str());
   KillAndResume(water, 20, 60);
 }
 

@@ -4,6 +4,7 @@
 
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
+#include "tests/run/WaterScene.h"
 
 namespace orlix {
 namespace {
@@ -86,30 +87,6 @@ TEST(PlayedCaches, AMissingOrBrokenFileEndsWithItsName) {
   test::WriteText(file, whole);
 }
 
-// A column of water for some frames, its particles and its surface in caches.
-std::string WaterScene(const std::string& caches, const std::string& outputs) {
-  return R"({ "orlix": 1, "fps": 24, "frames": [0, 5], "up": "y",
-  "objects": [
-    { "type": "box", "name": "Column", "size": [30, 40, 30], "position": [-20, 20, 0] },
-    { "type": "scene", "name": "Dam", "scale_units": 100, "scale_metres": 1, "voxel_size": 0.1,
-      "render_voxel_size": 0.1, "cfl": 2, "children": [
-        { "type": "volume", "name": "Column volume", "object": "Column" },
-        { "type": "particlegroup", "name": "Water" },
-        { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid",
-          "volume": "Column volume", "settings": "At the start", "deep_limit": 1000 },
-        { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
-        { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
-        { "type": "liquid", "name": "Tank", "container": [80, 60, 40], "anchor_mode": "bottom" },
-        { "type": "force_gravity", "name": "Fall", "strength": 0 },
-        { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid",
-          "motion_source": "solvers" },
-        { "type": "surface_reconstruction", "name": "Level", "source": "Water" },
-        { "type": "mesher", "name": "Surface", "input": "Level", "advection_time": 0 },
-        )" +
-         caches + R"(] } ],
-  "output": [)" +
-         outputs + "] }";
-}
 std::string WaterCache(const std::string& type, const std::string& targets, bool record) {
   return R"({ "type": ")" + type + R"(", "name": ")" + type + R"(", )" + targets +
          R"(, "folder_source": "own", "folder": "water", "compression": "packed", "mode": ")" +
@@ -123,8 +100,8 @@ struct RecordedWater {
   RecordedWater() {
     const std::string scene = runner.Write(
         "record.json",
-        WaterScene(WaterCache("cache_particle", kDrops, true) + ", " + WaterCache("cache_mesh", kSkin, true),
-                   R"({ "meshes": "obj", "particles": true, "folder": "run" })"));
+        test::WaterScene(WaterCache("cache_particle", kDrops, true) + ", " + WaterCache("cache_mesh", kSkin, true),
+                         R"({ "meshes": "obj", "particles": true, "folder": "run" })"));
     EXPECT_EQ(Run({"run", scene}).code, 0);
   }
   ProgramOutcome Run(std::vector<std::string> arguments) {
@@ -135,7 +112,7 @@ struct RecordedWater {
     return outcome;
   }
   std::string Play(const std::string& name, const std::string& cache, const std::string& outputs) {
-    return runner.Write(name, WaterScene(cache, outputs));
+    return runner.Write(name, test::WaterScene(cache, outputs));
   }
   std::string Result(const std::string& name) { return test::ReadText(runner.folder / name); }
   ProgramRunner runner;

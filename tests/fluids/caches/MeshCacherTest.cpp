@@ -7,6 +7,7 @@
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 #include "fluids/volumes/VolumeBase.h"
+#include "tests/fluids/caches/FrameBytes.h"
 #include "tests/support/RepairHyperFile.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestScene.h"
@@ -119,14 +120,7 @@ PolygonObject SmallMesh() {
 }
 
 std::vector<std::byte> BytesOf(std::vector<const PolygonObject*> meshes, bool compress) {
-  TemporaryFolder folder;
-  HyperFile file;
-  file.Open(kFrameFileIdent, folder / "f", HyperFile::Mode::Write);
-  WriteMeshFrame(file, meshes, compress, "00003");
-  EXPECT_TRUE(file.Close().ok());
-  const std::string text = test::ReadText(folder / "f");
-  const auto* data = reinterpret_cast<const std::byte*>(text.data());
-  return {data, data + text.size()};
+  return test::FrameBytes([&](HyperFile& file) { WriteMeshFrame(file, meshes, compress, "00003"); });
 }
 
 bool Reads(const std::vector<std::byte>& bytes) {

@@ -5,6 +5,7 @@
 #include "fluids/caches/C4D_Operator_GridCache_Object.h"
 #include "fluids/caches/GridFrameFile.h"
 #include "fluids/caches/GridSpaceRecord.h"
+#include "tests/fluids/caches/FrameBytes.h"
 #include "tests/fluids/particles/StirNode.h"
 #include "tests/support/RepairHyperFile.h"
 #include "tests/support/TemporaryFolder.h"
@@ -241,14 +242,7 @@ ParticleFrameData SmallFrame() {
 }
 
 std::vector<std::byte> BytesOf(const ParticleFrameData& frame, bool compress) {
-  TemporaryFolder folder;
-  HyperFile file;
-  file.Open(kFrameFileIdent, folder / "f", HyperFile::Mode::Write);
-  WriteParticleFrame(file, frame, compress, "00012");
-  EXPECT_TRUE(file.Close().ok());
-  const std::string text = test::ReadText(folder / "f");
-  const auto* data = reinterpret_cast<const std::byte*>(text.data());
-  return {data, data + text.size()};
+  return test::FrameBytes([&](HyperFile& file) { WriteParticleFrame(file, frame, compress, "00012"); });
 }
 
 bool Reads(const std::vector<std::byte>& bytes) {
