@@ -65,6 +65,7 @@ std::vector<iBase*> FluidSolver::Parts() {
 
 bool FluidSolver::ReadParameters() {
   priority = kPriority;
+  divergenceAsked_ = false;
   if (!iSolver::ReadParameters()) return false;
   for (iBase* part : Parts()) part->ReadParameters();
   fractions.method = 1;
@@ -168,7 +169,8 @@ MemoryNeed FluidSolver::MemoryFor(const VecInt3D& cells) const {
   // obstacles.
   constexpr double kFractions = 6 * sizeof(float) + 1, kObstacles = sizeof(double);
   MemoryNeed need = velocity.MemoryFor(cells);
-  need.kept += divergenceSource.MemoryFor(cells).kept + (kFractions + kObstacles) * double(CellCount(cells));
+  need.kept += (kFractions + kObstacles) * double(CellCount(cells));
+  if (WantsDivergenceSource()) need.kept += divergenceSource.MemoryFor(cells).kept;
   need.scratch = std::max(projection->ScratchBytes(cells), IsViscous() ? Grid_Viscosity::ScratchBytes(cells) : 0);
   return need;
 }
@@ -234,20 +236,25 @@ bool FluidSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   // A velocity that was put back from a checkpoint has its lattice, but nothing was derived from it yet.
   const bool withoutBoundary = fromCache && !NeedsBoundaryInPlayback();
   const bool hasBoundary = boundary.IsActive() && (withoutBoundary || boundary.HasSolidGrid());
-  if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && hasBoundary) return true;
+  const bool hasSource = fromCache || (divergenceSource.grid != nullptr) == WantsDivergenceSource();
+  if (applied && hadVelocity && velocity.grids[0]->space.Equals(before) && hasBoundary && hasSource) return true;
   scene->scratch().Trim();  // of sizes that nothing will ask for again
   boundary.SetFlag(NodeFromCache, withoutBoundary);
-  applied = applied && boundary.ApplyBounds(min, max);
-  if (fromCache) {
-    divergenceSource.ClearState(true);
-  } else if (applied) {
-    const bool hadGrid = divergenceSource.grid != nullptr;
-    applied = divergenceSource.ApplyBounds(min, max);
-    if (!hadGrid) divergenceSource.ResetSimulation();
-  }
+  applied = applied && boundary.ApplyBounds(min, max) && ApplyDivergenceBounds(min, max);
   if (applied) return true;
   ClearState(true);
   return false;
+}
+
+bool FluidSolver::ApplyDivergenceBounds(const Vec3D& min, const Vec3D& max) {
+  if (HasFlag(NodeFromCache) || !WantsDivergenceSource()) {
+    divergenceSource.ClearState(true);
+    return true;
+  }
+  const bool hadGrid = divergenceSource.grid != nullptr;
+  const bool applied = divergenceSource.ApplyBounds(min, max);
+  if (!hadGrid) divergenceSource.ResetSimulation();
+  return applied;
 }
 
 bool FluidSolver::IsInterior(const Vec3D& position) const {

@@ -65,7 +65,11 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   void TakeCacheHeader(const GridCacheHeader& header) override;
 
   double SquaredSpeed() const override { return maxSquaredSpeed; }
-  iBase* DivergenceSource() override { return &divergenceSource; }
+  // Who asks writes into it: it has a grid in such frames only.
+  iBase* DivergenceSource() override {
+    divergenceAsked_ = true;
+    return &divergenceSource;
+  }
   iBase* Velocity() override { return &velocity; }
 
   // --- the work of its stages; a liquid has more of them, and ways of its own
@@ -99,7 +103,7 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   std::unique_ptr<VelocityGridEmitter> velocityEmitter;
   VelocityConstrain constraint;
   GridExtrapolation extrapolation;
-  // What nodes add for the next projection, 1/s; cleared after it.
+  // What nodes add for the next projection, 1/s; cleared after it. Without a grid where no node writes into it.
   ChannelBase_Scalar divergenceSource;
   std::unique_ptr<Grid_Incompressibility> projection;
   std::unique_ptr<Grid_Viscosity> viscosity;
@@ -131,11 +135,15 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   virtual bool NeedsBoundaryInPlayback() const { return false; }
   // A viscosity or a viscosity channel is set.
   virtual bool IsViscous() const;
+  virtual bool WantsDivergenceSource() const { return divergenceAsked_; }
 
  private:
+  bool ApplyDivergenceBounds(const Vec3D& min, const Vec3D& max);
   // Snaps the container to whole cells.
   void PlaceContainer(double h);
   void WarnOfSpeed() const;
+
+  bool divergenceAsked_ = false;  // since the parameters were read
 };
 
 // The rows of a gas, then those of all nodes: what a liquid has beside its own.

@@ -1,9 +1,13 @@
 #pragma once
-// Scratch grids of a scene. A lease takes one of the wanted size and type and gives it back when it goes, so that a
-// sub-step touches the same pages as the one before it. Elements are unfilled.
+// Scratch grids of a scene. A lease takes memory for one of the wanted size and type and gives it back when it goes, so
+// that a sub-step touches the same pages as the one before it. Elements are unfilled.
+//
+// Memory is given back as bytes: what one node borrowed for doubles serves the next one's floats, and a piece that is
+// larger than asked is divided, so that the whole stays near what is lent at the worst moment.
 //
 // Used on the thread that drives the scene; workers only write into grids that it leased for them.
 
+#include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -13,6 +17,17 @@
 namespace orlix {
 
 class ScratchPool {
+  template <class T>
+  struct LentGrid final : Grid<T> {
+    LentGrid(const VecInt3D& size, void* memory) : Grid<T>({}, kGridScratch) {
+      this->dims = size, this->slab = size.x * size.y, this->count = static_cast<std::int32_t>(CellCount(size));
+      this->data = static_cast<T*>(memory);
+      this->ResetActiveBox();
+    }
+    LentGrid(const LentGrid&) = delete;
+    ~LentGrid() override { this->data = nullptr; }  // the pool's
+  };
+
  public:
   template <class T>
   class Lease {
@@ -30,7 +45,9 @@ class ScratchPool {
     Grid<T>* operator->() const { return grid_.get(); }
     explicit operator bool() const { return grid_ != nullptr; }
     void GiveBack() {
-      if (grid_) pool_->Shelf<T>().push_back(std::move(grid_));
+      if (!grid_) return;
+      pool_->Return(grid_->data);
+      grid_.reset();
     }
 
    private:
@@ -38,42 +55,40 @@ class ScratchPool {
     std::unique_ptr<Grid<T>> grid_;
   };
 
-  // Throws std::bad_alloc when memory doesn't suffice.
+  ScratchPool() = default;
+  ScratchPool(const ScratchPool&) = delete;
+  ScratchPool& operator=(const ScratchPool&) = delete;
+  ~ScratchPool();
+
+  // Throws std::bad_alloc when memory doesn't suffice. dims below 1 in any axis give an empty grid.
   template <class T>
   Lease<T> Take(const VecInt3D& dims) {
-    auto& shelf = Shelf<T>();
-    for (auto& grid : shelf) {
-      if (grid->count != CellCount(dims)) continue;
-      std::unique_ptr<Grid<T>> taken = std::move(grid);
-      grid = std::move(shelf.back());
-      shelf.pop_back();
-      taken->dims = dims, taken->slab = dims.x * dims.y;
-      taken->ResetActiveBox();
-      return Lease<T>(this, std::move(taken));
-    }
-    return Lease<T>(this, std::make_unique<Grid<T>>(dims, kGridScratch));
+    if (dims.x < 1 || dims.y < 1 || dims.z < 1) return Lease<T>(this, std::make_unique<Grid<T>>(dims, kGridScratch));
+    if (CellCount(dims) > kMaxGridCells) throw std::bad_alloc();
+    void* memory = Borrow(static_cast<std::size_t>(CellCount(dims)) * sizeof(T));
+    return Lease<T>(this, std::make_unique<LentGrid<T>>(dims, memory));
   }
 
   // Frees what isn't leased: sizes change with the container.
-  void Trim() { doubles_.clear(), floats_.clear(), bytes_.clear(), ints_.clear(); }
+  void Trim();
 
  private:
-  template <class T>
-  std::vector<std::unique_ptr<Grid<T>>>& Shelf() {
-    if constexpr (std::is_same_v<T, double>)
-      return doubles_;
-    else if constexpr (std::is_same_v<T, float>)
-      return floats_;
-    else if constexpr (std::is_same_v<T, std::int32_t>)
-      return ints_;
-    else
-      return bytes_;
-  }
+  // A run of bytes of a block, lent or free.
+  struct Piece {
+    std::size_t begin = 0, size = 0;
+    bool lent = false;
+  };
+  struct Block {
+    char* memory = nullptr;
+    std::size_t size = 0;
+    std::vector<Piece> pieces;  // in the order of their bytes; no two neighbours are both free
+    bool IsFree() const { return pieces.size() == 1 && !pieces.front().lent; }
+  };
 
-  std::vector<std::unique_ptr<Grid<double>>> doubles_;
-  std::vector<std::unique_ptr<Grid<float>>> floats_;
-  std::vector<std::unique_ptr<Grid<std::uint8_t>>> bytes_;
-  std::vector<std::unique_ptr<Grid<std::int32_t>>> ints_;
+  void* Borrow(std::size_t bytes);
+  void Return(void* memory);
+
+  std::vector<Block> blocks_;
 };
 
 }  // namespace orlix

@@ -60,6 +60,7 @@ class WaterSolver final : public FluidSolver {
   void ProcessPlayedStage() override;
   // Particles move, and meet walls.
   bool NeedsBoundaryInPlayback() const override { return true; }
+  bool WantsDivergenceSource() const override { return keeping.rate > 0 || FluidSolver::WantsDivergenceSource(); }
 
  private:
   void TellOfParticles();

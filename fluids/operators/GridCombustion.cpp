@@ -80,7 +80,7 @@ bool GridCombustion::ResolveLinks() {
   fuel_ = LinkedScalar(kFuelId);
   smoke_ = LinkedScalar(kSmokeId);
   auto* solver = scene->RetrieveAs<iSolver>(handler.GetLink(kSolverId), NODE_SOLVER);
-  divergence_ = solver ? dynamic_cast<ChannelBase_Scalar*>(solver->DivergenceSource()) : nullptr;
+  divergence_ = solver && expansion_ != 0 ? dynamic_cast<ChannelBase_Scalar*>(solver->DivergenceSource()) : nullptr;
   return temperature_ && fire_;
 }
 

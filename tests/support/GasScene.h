@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <string>
 
+#include "fluids/channels/ChannelPair.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/scene/RootObject.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -48,6 +49,12 @@ class GasScene : public TestScene {
     BaseObject& volume = AddVolume(name, primitive, place, size);
     document.AddTag(*types.FindName("c4d_obstacle"), volume);
     return volume;
+  }
+  // A node that may fill the solver's divergence source, so that it has a grid.
+  void AddDivergenceWriter() {
+    BaseObject& pair = Add("channelsettings", "Expansion");
+    pair.Set(ChannelPair::kChannelId, LinkTo(*fluid));
+    pair.Set(ChannelPair::kSettingsId, LinkTo(Add("emission_setting", "Rate")));
   }
   FluidSolver& Solver() { return *NodeOf<FluidSolver>(*fluid); }
 

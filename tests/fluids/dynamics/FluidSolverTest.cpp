@@ -329,6 +329,9 @@ TEST(Projection, SourceIsSpreadAndClearedAndLeavesThroughTheOpenFace) {
   s.fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(0));
   s.fluid->Set(Grid_Incompressibility::kPressureSolverId, kPressureCG);
   s.StepThrough(0, 1);
+  EXPECT_EQ(s.Solver().divergenceSource.grid, nullptr);  // no memory for what nobody fills
+  s.AddDivergenceWriter();
+  s.Step(1);
   ScalarGrid& source = *s.Solver().divergenceSource.grid;
   source(9, 6, 9) = 10;  // 1/s
   s.Step(2);

@@ -270,22 +270,33 @@ TEST(WorkerPoolThreads, EveryWorkerRunsOnceAndNestingIsSafe) {
   }
 }
 
-TEST(ScratchPool, ALeaseReturnsItsGrid) {
-  ScratchPool pool;
-  const double* first;
+TEST(ScratchPool, LendsOnePieceOnceAndJoinsWhatComesBack) {
+  const std::int64_t before = CurrentGridMemory().current;
   {
-    auto lease = pool.Take<double>({4, 4, 4});
-    first = lease->data;
-    auto second = pool.Take<double>({4, 4, 4});
-    EXPECT_NE(second->data, first);
+    ScratchPool pool;
+    auto whole = pool.Take<double>({64, 64, 64});
+    const auto* const first = reinterpret_cast<const char*>(whole->data);
+    const std::int64_t held = CurrentGridMemory().current;
+    whole.GiveBack();
+    // Two of floats lie in what the doubles had, apart from one another; a layer of faces more, too.
+    auto low = pool.Take<float>({64, 64, 64}), high = pool.Take<float>({64, 64, 64});
+    EXPECT_EQ(reinterpret_cast<const char*>(low->data), first);
+    EXPECT_GE(reinterpret_cast<const char*>(high->data), first + 4 * 64 * 64 * 64);
+    EXPECT_EQ(CurrentGridMemory().current, held);
+    low.GiveBack();
+    EXPECT_EQ(pool.Take<std::uint8_t>({2, 4, 8})->slab, 8);
+    high.GiveBack();
+    auto faces = pool.Take<double>({64, 65, 64});
+    EXPECT_EQ(reinterpret_cast<const char*>(faces->data), first);
+    EXPECT_EQ(faces->dims, VecInt3D(64, 65, 64));
+    auto second = pool.Take<double>({64, 64, 64});
+    pool.Trim();
+    EXPECT_GT(CurrentGridMemory().current, held);
+    second.GiveBack();
+    pool.Trim();
+    EXPECT_EQ(CurrentGridMemory().current, held);
   }
-  auto again = pool.Take<double>({2, 4, 8});
-  EXPECT_EQ(again->dims, VecInt3D(2, 4, 8));
-  EXPECT_EQ(again->slab, 8);
-  const std::int64_t held = CurrentGridMemory().current;
-  again.GiveBack();
-  pool.Trim();
-  EXPECT_LT(CurrentGridMemory().current, held);
+  EXPECT_EQ(CurrentGridMemory().current, before);
 }
 
 }  // namespace
