@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "fluids/level_sets/VoxeliserBand.h"
+#include "fluids/level_sets/VoxeliserGuess.h"
 #include "fluids/level_sets/VoxeliserSweeps.h"
 #include "host/threads/WorkerPool.h"
 
@@ -13,17 +14,46 @@ namespace orlix {
 
 namespace {
 
-std::vector<TriangleTerms> GatherTriangles(const iTriMesh& mesh) {
-  std::vector<TriangleTerms> triangles;
-  triangles.reserve(mesh.Triangles().size());
+constexpr int kPieces = 64;  // of the mesh's triangles, gathered by one worker each
+
+// Calls f with the corners of each triangle of a piece that are all finite.
+template <class F>
+void ForTriangles(const iTriMesh& mesh, int piece, F&& f) {
   const std::vector<Vec3D>& points = mesh.Points();
-  for (const VecInt3D& corners : mesh.Triangles()) {
+  const std::int64_t count = mesh.TriangleCount();
+  for (std::int64_t t = count * piece / kPieces; t < count * (piece + 1) / kPieces; ++t) {
+    const VecInt3D& corners = mesh.Triangles()[static_cast<std::size_t>(t)];
     const Vec3D& a = points[static_cast<std::size_t>(corners.x)];
     const Vec3D& b = points[static_cast<std::size_t>(corners.y)];
     const Vec3D& c = points[static_cast<std::size_t>(corners.z)];
-    if (IsFinite(a) && IsFinite(b) && IsFinite(c)) triangles.push_back(MakeTriangleTerms(a, b, c));
+    if (IsFinite(a) && IsFinite(b) && IsFinite(c)) f(a, b, c);
   }
-  return triangles;
+}
+
+using PieceStarts = std::array<std::int32_t, kPieces + 1>;
+
+PieceStarts CountTriangles(const iTriMesh& mesh, WorkerPool& pool) {
+  PieceStarts starts{};
+  ParallelRange(pool, 0, kPieces, [&](int from, int to, int) {
+    for (int p = from; p < to; ++p) {
+      std::int32_t finite = 0;
+      ForTriangles(mesh, p, [&](const Vec3D&, const Vec3D&, const Vec3D&) { ++finite; });
+      starts[p + 1] = finite;
+    }
+  });
+  for (int p = 0; p < kPieces; ++p) starts[p + 1] += starts[p];
+  return starts;
+}
+
+void GatherTriangles(const iTriMesh& mesh, const PieceStarts& starts, TriangleList& triangles, WorkerPool& pool) {
+  ParallelRange(pool, 0, kPieces, [&](int from, int to, int) {
+    for (int p = from; p < to; ++p) {
+      std::int32_t next = starts[p];
+      ForTriangles(mesh, p, [&](const Vec3D& a, const Vec3D& b, const Vec3D& c) {
+        triangles[next++] = MakeTriangleTerms(a, b, c);
+      });
+    }
+  });
 }
 
 // Distances get their sign. Gives the largest of an inside node, below 0 when there is none.
@@ -62,10 +92,14 @@ bool VolumeVoxeliser::Run(const iTriMesh& mesh, ScalarGrid& levelSet, WorkerPool
   if (mesh.PointCount() == 0 || levelSet.count == 0 || mesh.TriangleCount() > kMaxTriangles) return false;
   const NodeLattice lattice(levelSet.dims, levelSet.space);
   const GridView<double> values(levelSet);
-  VoxeliserScratch scratch(levelSet.dims);
-  scratch.triangles = GatherTriangles(mesh);
+  const PieceStarts starts = CountTriangles(mesh, pool);
+  VoxeliserScratch scratch(levelSet.dims, starts.back());
+  GatherTriangles(mesh, starts, scratch.triangles, pool);
   FillExactBand(lattice, settings.exactBand, scratch, values, pool, settings.workers);
-  if (!SweepClosestTriangles(lattice, settings.exactBand, scratch, values, pool, settings.workers, hostThread)) {
+  MakeSweepBounds(lattice, scratch, pool);
+  if (!GuessClosestTriangles(lattice, settings.exactBand, scratch, values, pool, settings.workers, hostThread) ||
+      !SweepClosestTriangles(lattice, 1, settings.exactBand, scratch, values, scratch.closest.data, pool,
+                             settings.workers, hostThread)) {
     return false;
   }
   std::array<double, WorkerPool::kMaxWorkers> deepest;

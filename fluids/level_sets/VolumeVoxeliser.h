@@ -3,16 +3,20 @@
 //
 //   0  exact band   around each triangle, as far as its box and a few nodes more, the distance is exact; each row of
 //                   nodes along x counts where the mesh crosses it
-//   1  sweeps       eight passes hand the closest triangle from node to node; each gives an exact distance again
-//   2  sign         a node is inside after an odd number of crossings
-//   3  shell        hollows the solid out
+//   1  guess        the sweeps on every fourth node in each axis tell the others where to begin
+//   2  sweeps       eight passes hand the closest triangle from node to node; each gives an exact distance again
+//   3  sign         a node is inside after an odd number of crossings
+//   4  shell        hollows the solid out
+//
+// Beyond the band a node has the exact distance to a triangle that is the closest one or, where triangles are smaller
+// than a cell, a neighbour of it: too large by a thousandth of a cell on average on a smooth mesh, by 0.05 at most.
 //
 // The sweeps are those of Tsai 2002 ("Rapid and accurate computation of the distance function using grids"), with
 // triangles as the features. The same bits at any number of workers: a slab of nodes looks at its triangles in their
 // order, and the sweeps are the serial ones, run as a pipeline of z layers.
 //
 //   a node       13 bytes during a run, 8 after it
-//   a triangle   about 200 bytes during a run
+//   a triangle   192 bytes during a run
 
 #include <cstdint>
 #include <optional>

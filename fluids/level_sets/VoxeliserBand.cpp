@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <span>
+#include <vector>
 
 #include "fluids/level_sets/CornerBound.h"
 #include "fluids/level_sets/RowCrossing.h"
@@ -223,9 +225,9 @@ ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& bloc
 // Which triangles reach which slab, in the triangles' order.
 class SlabBins {
  public:
-  SlabBins(const NodeLattice& lattice, int band, const std::vector<TriangleTerms>& triangles, WorkerPool& pool)
+  SlabBins(const NodeLattice& lattice, int band, const TriangleList& triangles, WorkerPool& pool)
       : slabs_((lattice.dims.z + kSlabLayers - 1) / kSlabLayers) {
-    const auto count = static_cast<std::int64_t>(triangles.size());
+    const std::int64_t count = triangles.count;
     const auto reach = [&](const TriangleTerms& t) {
       const double a = lattice.Index(t.x1).z, b = lattice.Index(t.x2).z, c = lattice.Index(t.x3).z;
       const Span span = BandSpan(std::min({a, b, c}), std::max({a, b, c}), band, lattice.dims.z);
@@ -233,7 +235,7 @@ class SlabBins {
     };
     const auto forChunk = [&](int chunk, auto&& f) {
       for (std::int64_t t = count * chunk / kChunks; t < count * (chunk + 1) / kChunks; ++t) {
-        const Span span = reach(triangles[static_cast<std::size_t>(t)]);
+        const Span span = reach(triangles[t]);
         for (int s = span.first; s <= span.last; ++s) f(s, static_cast<std::int32_t>(t));
       }
     };
@@ -298,7 +300,7 @@ class BandFiller {
 
  private:
   void AddTriangle(std::int32_t number, int kFirst, int kLast) {
-    const TriangleTerms& t = scratch_.triangles[static_cast<std::size_t>(number)];
+    const TriangleTerms& t = scratch_.triangles[number];
     const Vec3D p = lattice_.Index(t.x1), q = lattice_.Index(t.x2), r = lattice_.Index(t.x3);
     const Vec3D low = Min(Min(p, q), r), high = Max(Max(p, q), r);
     const Span is = BandSpan(low.x, high.x, band_, lattice_.dims.x),

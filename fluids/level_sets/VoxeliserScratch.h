@@ -2,8 +2,6 @@
 // What the stages of the voxeliser hand to each other.
 
 #include <cstdint>
-#include <span>
-#include <vector>
 
 #include "fluids/grids/Grid.h"
 #include "fluids/grids/GridSpace.h"
@@ -28,15 +26,34 @@ struct NodeLattice {
   Vec3D Index(const Vec3D& world) const { return (world - origin) * inverseSpacing; }
 };
 
+// Triangles with finite corners, in the mesh's order, without gaps. A grid, as its large pages are read by index
+// without misses of the page table.
+using TriangleList = Grid<TriangleTerms>;
+
+// For a lower bound of the distance to a triangle, in cells and single precision: the distance from its plane, and how
+// far beyond each edge a point lies in that. The lanes of x, y, z are unit vectors: the plane's normal, and what points
+// out of the edges 1-2, 1-3, 2-3. All 0 for a triangle that is too thin or too far off for it, which bounds nothing.
+using BoundLanes = float __attribute__((vector_size(16)));
+struct alignas(64) SweepBound {
+  BoundLanes x{}, y{}, z{};
+  float corner[3] = {};  // the first
+  float height = 0;      // of the first corner over edge 2-3
+};
+
 struct VoxeliserScratch {
-  explicit VoxeliserScratch(const VecInt3D& nodes) : closest(nodes, kGridScratch), crossings(nodes, kGridScratch) {}
+  VoxeliserScratch(const VecInt3D& nodes, std::int32_t triangleCount)
+      : closest(nodes, kGridScratch),
+        crossings(nodes, kGridScratch),
+        triangles({triangleCount, 1, 1}, kGridScratch),
+        bounds({triangleCount, 1, 1}, kGridScratch) {}
 
   Grid<std::int32_t> closest;
   // How often the mesh crosses the row between the node before this one and this one, modulo 256: only odd or even
   // matters.
   Grid<std::uint8_t> crossings;
-  // Triangles with finite corners, in the mesh's order, without gaps.
-  std::vector<TriangleTerms> triangles;
+  TriangleList triangles;
+  Grid<SweepBound> bounds;  // of these
+  double boundError = 0;    // cells, beside kBoundRelative
 };
 
 }  // namespace orlix

@@ -39,37 +39,31 @@ constexpr int FirstNewTag(int sweep, int neighbour) {
   return 0;
 }
 
-// The corners of a triangle in cells and single precision, for the lower bound. slack holds the covering radius and
-// what rounding may take.
-using CornerLanes = float __attribute__((vector_size(16)));
-struct alignas(64) SweepBound {
-  CornerLanes x, y, z;  // the first corner twice
-  float slack;
-};
-constexpr float kBoundRelative = 3e-6f;  // of the squared distance, beside the absolute part in slack
+constexpr double kBoundRelative = 2e-6;  // error of a bound, of the distance
+constexpr double kThinnest = 1e-3;       // height over longest edge of a triangle that has a bound
+constexpr double kMostReach = 4;         // lattices: corners farther off have too few digits
 
-SweepBound MakeSweepBound(const NodeLattice& lattice, const TriangleTerms& t) {
-  const Vec3D corners[4] = {lattice.Index(t.x1), lattice.Index(t.x2), lattice.Index(t.x3), lattice.Index(t.x1)};
-  SweepBound bound{};
-  double reach = std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z});
-  for (int c = 0; c < 4; ++c) {
-    bound.x[c] = static_cast<float>(corners[c].x);
-    bound.y[c] = static_cast<float>(corners[c].y);
-    bound.z[c] = static_cast<float>(corners[c].z);
-    for (int axis = 0; axis < 3; ++axis) reach = std::max(reach, std::abs(corners[c][axis]));
+// Gives the triangle's longest edge (cells), 0 where it has no bound.
+double MakeSweepBound(const NodeLattice& lattice, const TriangleTerms& t, SweepBound& bound) {
+  const Vec3D a = lattice.Index(t.x1), b = lattice.Index(t.x2), c = lattice.Index(t.x3);
+  const double most = kMostReach * std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z});
+  const auto isFar = [&](const Vec3D& p) { return !(std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)}) < most); };
+  const double longest = std::sqrt(std::max({LengthSquared(b - a), LengthSquared(c - a), LengthSquared(c - b)}));
+  const Vec3D across = Cross(b - a, c - a);
+  const double twiceArea = Length(across);
+  bound = SweepBound();
+  if (isFar(a) || isFar(b) || isFar(c) || !(twiceArea > kThinnest * longest * longest)) return 0;
+  const Vec3D normal = across / twiceArea;
+  const Vec3D lanes[4] = {normal, Normalized(Cross(b - a, normal)), Normalized(Cross(normal, c - a)),
+                          Normalized(Cross(c - b, normal))};
+  for (int l = 0; l < 4; ++l) {
+    bound.x[l] = static_cast<float>(lanes[l].x);
+    bound.y[l] = static_cast<float>(lanes[l].y);
+    bound.z[l] = static_cast<float>(lanes[l].z);
   }
-  // A coordinate is off by e = 2^-24 x reach, so the square by 2 sqrt(3) D e <= (D^2 + 3 (e / 1e-6)^2) x 1e-6.
-  const double e = 6e-8 * reach, radius = SquaredCoveringRadius(corners[0], corners[1], corners[2]);
-  bound.slack = static_cast<float>(std::min((radius + 3e6 * e * e) * 1.00001 + 1e-6, 1e37));
-  return bound;
-}
-
-ORLIX_INLINE float LeastSquared(const SweepBound& b, float x, float y, float z) {
-  const CornerLanes dx = b.x - x, dy = b.y - y, dz = b.z - z;
-  const CornerLanes d = dx * dx + dy * dy + dz * dz;
-  const CornerLanes swapped = __builtin_shufflevector(d, d, 2, 3, 0, 1), half = d < swapped ? d : swapped;
-  const CornerLanes other = __builtin_shufflevector(half, half, 1, 0, 3, 2), least = half < other ? half : other;
-  return least[0] * (1 - kBoundRelative) - b.slack;
+  for (int axis = 0; axis < 3; ++axis) bound.corner[axis] = static_cast<float>(a[axis]);
+  bound.height = static_cast<float>(Dot(lanes[3], b - a));
+  return longest;
 }
 
 // What all rows share.
@@ -81,11 +75,14 @@ struct SweepField {
   std::int32_t* closest;
   double exact;     // m: what is nearer can't change
   double perMetre;  // cells
+  int stride;       // cells from node to node
+  double boundError;
 
-  // Squared, and rounded up so that nothing is turned away that is a little smaller.
+  // The square of a distance in cells and what a bound may be too large by: no triangle that is nearer has a larger
+  // one.
   float InCells(double metres) const {
-    const double cells = metres * perMetre, squared = cells * cells;
-    return static_cast<float>(squared < 1e37 ? squared : 1e37) * (1 + kBoundRelative);
+    const double cells = metres * perMetre * (1 + kBoundRelative) + boundError, squared = cells * cells;
+    return static_cast<float>(squared < 1e37 ? squared : 1e37);
   }
 };
 
@@ -101,6 +98,24 @@ struct SweepRow {
   std::int64_t next;                  // begin of the row after this one
   double y, z;                        // world position
 };
+
+// From node l of the row: how far outside of the triangle's plane and edges it lies, cells.
+ORLIX_INLINE void OutsideOf(BoundLanes& outside, const SweepField& field, const SweepRow& row, int l,
+                            std::int32_t triangle) {
+  const SweepBound& b = field.bounds[triangle];
+  const float dx = static_cast<float>(field.stride * (row.low + l)) - b.corner[0];
+  const float dy = static_cast<float>(field.stride * row.j) - b.corner[1];
+  const float dz = static_cast<float>(field.stride * row.k) - b.corner[2];
+  outside = b.x * dx + b.y * dy + b.z * dz - BoundLanes{0, 0, 0, b.height};
+}
+
+// The square of the distance (cells) or less, but for rounding.
+ORLIX_INLINE float LeastSquared(const SweepField& field, const SweepRow& row, int l, std::int32_t triangle) {
+  BoundLanes t;
+  OutsideOf(t, field, row, l, triangle);
+  const float edge = std::max(std::max(t[1], t[2]), std::max(t[3], 0.0f));
+  return t[0] * t[0] + edge * edge;
+}
 
 // The numbers of the bits that are set in each pattern of tests.
 struct BitList {
@@ -149,6 +164,12 @@ ORLIX_INLINE void AtMost(IntLanes& mask, const double* distance, double limit) {
                                  6, 8, 10, 12, 14);
 }
 
+ORLIX_INLINE bool AllLanes(const IntLanes& mask) {
+  using Words = std::int64_t __attribute__((vector_size(sizeof mask)));
+  const Words words = __builtin_bit_cast(Words, mask);
+  return (words[0] & words[1] & words[2] & words[3]) == -1;
+}
+
 // For the kTestLanes nodes from index on: a bit for each neighbour whose triangle is worth a try. A triangle that two
 // of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
 // 0) may still change, so its triangle is never left out for having been tried elsewhere.
@@ -165,15 +186,15 @@ ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, std::i
     isOld[n] = theirs < row.newFrom[n];
     skip[n] = isOld[n] | exact | (triangle[n] == own);
   }
-  for (int n = 1; n < kNeighbours; ++n) {
-    for (int m = 0; m < n; ++m) {
-      const IntLanes same = triangle[n] == triangle[m];
-      skip[n] |= m == 0 ? same & isOld[m] : same;
-      skip[m] |= same & isOld[n];
-    }
-  }
   bits = IntLanes{};
-  for (int n = 0; n < kNeighbours; ++n) bits |= ~skip[n] & (1 << n);
+  for (int n = 0; n < kNeighbours; ++n) {
+    // Late sweeps have something new in one or two directions, and mostly nothing.
+    if (AllLanes(skip[n])) continue;
+    IntLanes same = skip[n];
+    for (int m = 0; m < n; ++m) same |= m == 0 ? (triangle[n] == triangle[m]) & isOld[m] : triangle[n] == triangle[m];
+    for (int m = n + 1; m < kNeighbours; ++m) same |= (triangle[n] == triangle[m]) & isOld[m];
+    bits |= ~same & (1 << n);
+  }
 }
 
 // The same for one node, where each neighbour counts as new: to try again what was tried changes nothing.
@@ -235,19 +256,35 @@ ORLIX_INLINE void BoundCandidates(const SweepField& field, const SweepRow& row, 
     work.triangle[c] = t;
     __builtin_prefetch(field.bounds + t);
   }
-  const float x = static_cast<float>(row.low), y = static_cast<float>(row.j), z = static_cast<float>(row.k);
-  for (int c = 0; c < count; ++c) {
-    const float i = x + static_cast<float>(work.active[work.node[c]]);
-    work.bound[c] = LeastSquared(field.bounds[work.triangle[c]], i, y, z);
+  for (int c = 0; c < count; c += 4) {
+    BoundLanes t[4];
+    for (int l = 0; l < 4; ++l) {
+      const int here = std::min(c + l, count - 1);
+      OutsideOf(t[l], field, row, work.active[work.node[here]], work.triangle[here]);
+    }
+    // A lane for each candidate.
+    const BoundLanes low01 = __builtin_shufflevector(t[0], t[1], 0, 4, 1, 5);
+    const BoundLanes low23 = __builtin_shufflevector(t[2], t[3], 0, 4, 1, 5);
+    const BoundLanes high01 = __builtin_shufflevector(t[0], t[1], 2, 6, 3, 7);
+    const BoundLanes high23 = __builtin_shufflevector(t[2], t[3], 2, 6, 3, 7);
+    const BoundLanes plane = __builtin_shufflevector(low01, low23, 0, 1, 4, 5);
+    const BoundLanes edge12 = __builtin_shufflevector(low01, low23, 2, 3, 6, 7);
+    const BoundLanes edge13 = __builtin_shufflevector(high01, high23, 0, 1, 4, 5);
+    const BoundLanes edge23 = __builtin_shufflevector(high01, high23, 2, 3, 6, 7);
+    BoundLanes edge = edge12 > edge13 ? edge12 : edge13;
+    edge = edge > edge23 ? edge : edge23;
+    edge = edge > BoundLanes{} ? edge : BoundLanes{};
+    const BoundLanes bound = plane * plane + edge * edge;
+    std::memcpy(work.bound + c, &bound, sizeof bound);
   }
   // The least of a node in one go: handed on by way of the memory it would come late.
-  using BoundLanes = float __attribute__((vector_size(8 * sizeof(float))));
+  using NodeBounds = float __attribute__((vector_size(8 * sizeof(float))));
   const IntLanes number{0, 1, 2, 3, 4, 5, 6, 7};
   for (int a = 0; a < work.actives; ++a) {
-    BoundLanes b;
+    NodeBounds b;
     std::memcpy(&b, work.bound + work.start[a], sizeof b);
-    b = number < work.start[a + 1] - work.start[a] ? b : BoundLanes{} + std::numeric_limits<float>::max();
-    BoundLanes other = __builtin_shufflevector(b, b, 4, 5, 6, 7, 0, 1, 2, 3);
+    b = number < work.start[a + 1] - work.start[a] ? b : NodeBounds{} + std::numeric_limits<float>::max();
+    NodeBounds other = __builtin_shufflevector(b, b, 4, 5, 6, 7, 0, 1, 2, 3);
     b = b < other ? b : other;
     other = __builtin_shufflevector(b, b, 2, 3, 0, 1, 6, 7, 4, 5);
     b = b < other ? b : other;
@@ -348,9 +385,7 @@ ORLIX_INLINE double MeasureInRow(const SweepField& field, const SweepRow& row, i
   const std::int64_t index = row.begin + l;
   const std::int32_t triangle = field.closest[index - row.step] & kTriangleMask;
   if (field.distance[index] <= field.exact || triangle == (field.closest[index] & kTriangleMask)) return kMore;
-  const float bound = LeastSquared(field.bounds[triangle], static_cast<float>(row.low + l), static_cast<float>(row.j),
-                                   static_cast<float>(row.k));
-  if (bound > field.InCells(best)) return kMore;
+  if (LeastSquared(field, row, l, triangle) > field.InCells(best)) return kMore;
   return ahead.Measure(field, row, l, triangle);
 }
 
@@ -401,32 +436,22 @@ ORLIX_MULTIVERSION void SweepOneRow(const SweepField& field, const SweepRow& row
 
 class Sweeper {
  public:
-  Sweeper(const NodeLattice& lattice, int exactBand, const VoxeliserScratch& scratch, GridView<double> distances,
-          std::int32_t* closest, WorkerPool& pool)
-      : lattice_(lattice), slab_(distances.slab), bounds_(scratch.triangles.size()) {
-    for (int i = 0; i < lattice.dims.x; ++i) x_.push_back(lattice.World(i, 0, 0).x);
-    const int count = static_cast<int>(scratch.triangles.size());
-    ParallelRange(pool, 0, count, [&](int from, int to, int) {
-      for (int t = from; t < to; ++t) {
-        bounds_[static_cast<std::size_t>(t)] = MakeSweepBound(lattice, scratch.triangles[static_cast<std::size_t>(t)]);
-      }
-    });
-    // Outside its widened box a triangle is farther than the band and one node more.
+  Sweeper(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
+          GridView<double> distances, std::int32_t* closest)
+      : lattice_(lattice), stride_(stride), dims_(distances.dims), slab_(distances.slab) {
+    for (int i = 0; i < dims_.x; ++i) x_.push_back(lattice.World(i * stride, 0, 0).x);
     const double least = std::min({lattice.spacing.x, lattice.spacing.y, lattice.spacing.z});
-    field_ = {scratch.triangles.data(),
-              bounds_.data(),
-              x_.data(),
-              distances.data,
-              closest,
-              (exactBand + 1) * least * (1 - 1e-9),
-              1 / least};
+    // Outside its widened box a triangle is farther than the band and one node more.
+    const double exact = (exactBand + 1) * least * (1 - 1e-9);
+    field_ = {scratch.triangles.data, scratch.bounds.data, x_.data(), distances.data, closest, exact, 1 / least, stride,
+              scratch.boundError};
   }
 
   // A worker takes the next layer of tiles and follows the one before it. A layer is taken only when the one before it
   // was, so the first unfinished layer never waits.
   void Sweep(int sweep, WorkerPool& pool, int workers) {
     // The first node of each axis isn't visited.
-    const VecInt3D visited = lattice_.dims - VecInt3D(1, 1, 1);
+    const VecInt3D visited = dims_ - VecInt3D(1, 1, 1);
     const auto tilesOf = [&](int axis) { return (visited[axis] + kTile[axis] - 1) / kTile[axis]; };
     const VecInt3D tiles{tilesOf(0), tilesOf(1), tilesOf(2)};
     const auto progress = std::make_unique<std::atomic<int>[]>(static_cast<std::size_t>(tiles.z));
@@ -453,7 +478,7 @@ class Sweeper {
   // from: in steps from the first visited node.
   void SweepTile(int sweep, const VecInt3D& from, const VecInt3D& visited, RowWork& work) {
     const int* d = kDirections[sweep];
-    const VecInt3D to = Min(from + kTile, visited), &n = lattice_.dims;
+    const VecInt3D to = Min(from + kTile, visited), &n = dims_;
     const auto indexOf = [&](int axis, int step) { return d[axis] > 0 ? step + 1 : visited[axis] - 1 - step; };
     SweepRow row;
     row.count = to.x - from.x;
@@ -476,7 +501,7 @@ class Sweeper {
         }
         row.begin = slab_ * row.k + std::int64_t(n.x) * row.j + row.low;
         row.next = step + 1 < to.y ? row.begin + d[1] * n.x : row.begin;
-        const Vec3D world = lattice_.World(0, row.j, row.k);
+        const Vec3D world = lattice_.World(0, row.j * stride_, row.k * stride_);
         row.y = world.y, row.z = world.z;
         SweepOneRow(field_, row, work);
       }
@@ -484,18 +509,35 @@ class Sweeper {
   }
 
   const NodeLattice& lattice_;
+  int stride_;
+  VecInt3D dims_;
   std::int64_t slab_;
-  std::vector<SweepBound> bounds_;
   std::vector<double> x_;
   SweepField field_{};
 };
 
 }  // namespace
 
-bool SweepClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch,
-                           GridView<double> distances, WorkerPool& pool, int workers, const BaseThread* hostThread) {
-  if (scratch.triangles.empty() || std::min({lattice.dims.x, lattice.dims.y, lattice.dims.z}) < 2) return true;
-  Sweeper sweeper(lattice, exactBand, scratch, distances, scratch.closest.data, pool);
+void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, WorkerPool& pool) {
+  std::array<double, WorkerPool::kMaxWorkers> longest{};
+  ParallelRange(pool, 0, scratch.triangles.count, [&](int from, int to, int worker) {
+    double most = 0;
+    for (int t = from; t < to; ++t) {
+      most = std::max(most, MakeSweepBound(lattice, scratch.triangles[t], scratch.bounds[t]));
+    }
+    longest[static_cast<std::size_t>(worker)] = most;
+  });
+  // What rounding takes of a corner's place, and of the way from there to the closest point.
+  scratch.boundError = 5e-7 * std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z}) +
+                       1e-6 * *std::max_element(longest.begin(), longest.end());
+}
+
+bool SweepClosestTriangles(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
+                           GridView<double> distances, std::int32_t* closest, WorkerPool& pool, int workers,
+                           const BaseThread* hostThread) {
+  const VecInt3D& n = distances.dims;
+  if (scratch.triangles.count == 0 || std::min({n.x, n.y, n.z}) < 2) return true;
+  Sweeper sweeper(lattice, stride, exactBand, scratch, distances, closest);
   for (int sweep = 0; sweep < kSweeps; ++sweep) {
     if (hostThread && hostThread->TestBreak()) return false;
     sweeper.Sweep(sweep, pool, workers);

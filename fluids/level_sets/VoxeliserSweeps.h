@@ -1,5 +1,5 @@
 #pragma once
-// The voxeliser's second stage: eight sweeps that hand closest triangles on.
+// The voxeliser's third stage: eight sweeps that hand closest triangles on.
 
 #include "fluids/level_sets/VoxeliserScratch.h"
 
@@ -8,11 +8,15 @@ namespace orlix {
 class BaseThread;
 class WorkerPool;
 
+void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, WorkerPool& pool);
+
 // A sweep visits the nodes in the order of its direction and tries on each node the triangles of its seven neighbours
 // upstream. The serial order's result at any number of workers. False when hostThread was asked to stop.
 //
+// distances, closest: of every stride-th node of the lattice in each axis.
 // exactBand: nodes up to this distance (cells) from a triangle have met it already, so that nothing can change there.
-bool SweepClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserScratch& scratch,
-                           GridView<double> distances, WorkerPool& pool, int workers, const BaseThread* hostThread);
+bool SweepClosestTriangles(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
+                           GridView<double> distances, std::int32_t* closest, WorkerPool& pool, int workers,
+                           const BaseThread* hostThread);
 
 }  // namespace orlix
