@@ -3,12 +3,14 @@
 
     tests/mutate.py                 all of tests/mutations.txt
     tests/mutate.py pressure gauss  those whose name or file holds one of the words
+    tests/mutate.py --own pressure  asks the families' own test programs alone
     tests/mutate.py --check         only looks whether each fault still has its place in the code
     tests/mutate.py --check --move  with --check: writes the new file of those whose code has moved
 
-It works on a copy of the tree under build/mutate, with shared libraries, so that a fault costs one source and one link.
-The family's own test program runs first; only when that sees nothing, all others do. Ends with 1 when a fault stays
-unnoticed, with 2 when one has lost its place. build/mutate/results.txt keeps what was found."""
+It works on a copy of the tree under build/mutate, built as the release is and at the same place in its tree, so that ccache
+has all but the faults. The family's own test program is built and run first; only when that sees nothing, all others are.
+Ends with 1 when a fault stays unnoticed, with 2 when one has lost its place. build/mutate/results.txt keeps what was
+found."""
 import argparse
 import os
 import pathlib
@@ -21,7 +23,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LIST = ROOT / "tests" / "mutations.txt"
 WORK = ROOT / "build" / "mutate"
-TREE, BUILD = WORK / "tree", WORK / "build"
+TREE = WORK / "tree"
+BUILD = TREE / "build" / "release"
 TIMEOUT = "180"  # s: a fault may make a loop endless
 
 
@@ -93,9 +96,13 @@ def write_moves(mutations):
 def synchronise():
     """Makes the copy of the tree equal to the tree; files that are equal keep their times."""
     wanted = set(tracked_files())
-    for old in TREE.rglob("*") if TREE.exists() else []:
-        if old.is_file() and str(old.relative_to(TREE)) not in wanted:
-            old.unlink()
+    for folder, folders, files in os.walk(TREE):
+        if folder == str(TREE) and "build" in folders:
+            folders.remove("build")
+        for name in files:
+            old = pathlib.Path(folder) / name
+            if str(old.relative_to(TREE)) not in wanted:
+                old.unlink()
     for f in wanted:
         to = TREE / f
         if not to.exists() or to.read_bytes() != (ROOT / f).read_bytes():
@@ -124,11 +131,12 @@ def failed_test(output):
     return f"{program.group(1) if program else '?'} {case.group(1) if case else '(ended or hung)'}"
 
 
-def prepare():
-    configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Mutants",
-                     "-DCMAKE_CXX_FLAGS_MUTANTS=-O1", "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON")
-    built = build() if configured.returncode == 0 else configured
-    tested = test() if built.returncode == 0 else built
+def prepare(mutations):
+    """The programs that are asked first pass without a fault."""
+    programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
+    configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release")
+    built = build(*[f"test_{p}" for p in programs]) if configured.returncode == 0 else configured
+    tested = test("-R", f"^({'|'.join(programs)})$") if built.returncode == 0 else built
     if tested.returncode != 0:
         print(tested.stdout[-4000:])
         sys.exit("the code without faults must build and pass first")
@@ -143,7 +151,7 @@ def own_program(file):
     return None
 
 
-def try_mutation(m):
+def try_mutation(m, own_alone):
     """What noticed the fault: 'program Suite.Test'; None when nothing did."""
     file, before, after = m.place
     whole = (TREE / file).read_text()
@@ -153,6 +161,8 @@ def try_mutation(m):
         if own:
             built = build(f"test_{own}")
             tested = test("-R", f"^{own}$") if built.returncode == 0 else built
+        if own and own_alone and tested.returncode == 0:
+            return None
         if not own or tested.returncode == 0:
             built = build()
             tested = test(*(["-E", f"^{own}$"] if own else [])) if built.returncode == 0 else built
@@ -167,6 +177,7 @@ def try_mutation(m):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("words", nargs="*")
+    parser.add_argument("--own", action="store_true")
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--move", action="store_true")
     arguments = parser.parse_args()
@@ -181,12 +192,12 @@ def main():
     if arguments.check or lost:
         print(f"faults: {len(mutations)}, {len(lost)} without a place")
         sys.exit(2 if lost else 0)
-    prepare()
+    prepare(mutations)
     unnoticed = []
     with open(WORK / "results.txt", "w") as results:
         for m in mutations:
             start = time.monotonic()
-            noticed = try_mutation(m)
+            noticed = try_mutation(m, arguments.own)
             if not noticed:
                 unnoticed.append(m)
             line = f"{m.name:32} {noticed or 'NOT NOTICED'}"

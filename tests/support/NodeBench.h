@@ -28,8 +28,9 @@ class NodeBench : public TestScene {
     scene().SetStage(kStageStart);
     scene().EvaluateStage();
   }
-  // Gives all channels the box of these cells, from min (m).
+  // Links, and gives all channels the box of these cells, from min (m).
   void Fit(const VecInt3D& cells, const Vec3D& min = {}) {
+    Link();
     scene().ForEachNode(NODE_CHANNEL, NODE_CHANNEL,
                         [&](iBase& node) { node.ApplyBounds(min, min + Vec3D(cells) * kCell); });
   }

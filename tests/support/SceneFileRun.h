@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fluids/channels/ScalarChannels.h"
@@ -14,6 +15,7 @@
 #include "scene_file/SceneReader.h"
 #include "tests/support/Cells.h"
 #include "tests/support/Folders.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace orlix::test {
 
@@ -62,6 +64,18 @@ class SceneFileRun {
   std::vector<SubstepReport> reports;
   std::vector<std::string> warnings;
 };
+
+// The text of a scene file of the project with parts of it replaced.
+inline std::string SceneTextWith(const std::string& path,
+                                 const std::vector<std::pair<std::string, std::string>>& changes) {
+  std::string text = ReadText(std::filesystem::path(SourceFolder()) / path);
+  for (const auto& [from, to] : changes) {
+    const std::size_t at = text.find(from);
+    if (at == std::string::npos) throw std::runtime_error(path + " has no " + from);
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
 
 // f(value, place) for each cell of a grid.
 template <class F>

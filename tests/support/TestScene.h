@@ -1,6 +1,7 @@
 #pragma once
 // A small scene for tests: a document with a root object, stepped frame by frame.
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -53,6 +54,12 @@ class TestScene {
   void StepThrough(int first, int last) {
     for (int frame = first; frame <= last; ++frame) Step(frame);
   }
+  // Whether a warning with this text was told.
+  bool Warned(const std::string& part) const {
+    return std::any_of(warnings.begin(), warnings.end(),
+                       [&](const auto& told) { return told.second.find(part) != std::string::npos; });
+  }
+
   OrlixScene& scene() { return *hook.scenes().at(root->creationNumber()); }
   template <class Node>
   Node* NodeOf(const BaseObject& object) {

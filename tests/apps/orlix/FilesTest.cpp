@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
+#include "host/pictures/PictureFile.h"
 #include "tests/apps/orlix/ProgramRunner.h"
 
 namespace orlix {
@@ -122,6 +125,116 @@ TEST_F(ConvertCaches, ABrokenCacheLeavesNoVdb) {
   test::WriteText(cache, content);
   EXPECT_EQ(runner.Run({"convert", cache, vdb}).code, 4);
   EXPECT_FALSE(std::filesystem::exists(vdb));
+}
+
+// --- exchange -------------------------------------------------------------------------------------------------------
+
+// Files for other programs by the program's commands: convert, info, verify, film, sheet, and the script for Blender.
+
+bool Installed(const char* program) {
+  return std::system(fmt::format("command -v {} >/dev/null 2>&1", program).c_str()) == 0;
+}
+
+TEST(ConvertParticles, GoThroughEveryFormatAndComeBack) {
+  ProgramRunner runner;
+  const std::string text = "# x y z vx vy vz id:int mass\n1 2 3 0 0.5 1 7 2\n-1 0.25 8 1 1 1 9 4\n";
+  std::string last = runner.Write("a.txt", text);
+  int steps = 0;
+  for (const char* ending : {"bgeo", "geo.gz", "prt", "pdb64", "pda", "icecache", "pcd", "ply", "txt"}) {
+    const std::string next = (runner.folder / fmt::format("b{}.{}", ++steps, ending)).string();
+    const ProgramOutcome outcome = runner.Run({"convert", last, next});
+    ASSERT_EQ(outcome.code, 0) << next << outcome.err;
+    const auto json = nlohmann::json::parse(runner.Run({"info", next, "--json"}).out);
+    EXPECT_EQ(json["count"], 2) << next;
+    EXPECT_EQ(json["values"].size(), 8u) << next;
+    last = next;
+  }
+  EXPECT_EQ(test::ReadText(last), text);
+  const std::string bare = (runner.folder / "a.xyz").string();
+  EXPECT_NE(runner.Run({"convert", last, bare}).out.find("no place for velocity, id, mass"), std::string::npos);
+  const std::string points = (runner.folder / "a.vdb").string(), back = (runner.folder / "c.txt").string();
+  EXPECT_EQ(runner.Run({"convert", last, points}).code, 0);
+  EXPECT_EQ(runner.Run({"convert", points, back}).code, 0);
+  EXPECT_NE(test::ReadText(back).find(" 9 "), std::string::npos);
+  EXPECT_EQ(runner.Run({"verify", runner.folder.path().string()}).code, 0);
+  test::WriteText(runner.folder / "b1.bgeo", test::ReadText(runner.folder / "b1.bgeo").substr(0, 90));
+  EXPECT_EQ(runner.Run({"verify", runner.folder.path().string()}).code, 4);
+  EXPECT_EQ(runner.Run({"convert", last, (runner.folder / "a.pts").string()}).code, 2);
+}
+
+TEST(ConvertMeshes, ToGlbAndUsdAreDescribedAndProven) {
+  ProgramRunner runner;
+  const std::string obj = runner.Write("a.obj", "v 0 0 0\nv 1 0 0\nv 1 3 0\nv 0 3 1\nf 1 2 3 4\n");
+  const std::string glb = (runner.folder / "a.glb").string(), usda = (runner.folder / "a.usda").string();
+  ASSERT_EQ(runner.Run({"convert", obj, glb}).code, 0);
+  ASSERT_EQ(runner.Run({"convert", obj, usda}).code, 0);
+  const auto json = nlohmann::json::parse(runner.Run({"info", glb, "--json"}).out);
+  EXPECT_EQ(json["points"], 4);
+  EXPECT_EQ(json["triangles"], 2);
+  EXPECT_NE(runner.Run({"info", usda}).out.find("Mesh \"Mesh\""), std::string::npos);
+  test::WriteText(glb, test::ReadText(glb).substr(0, 300));
+  EXPECT_EQ(runner.Run({"info", glb}).code, 4);
+}
+
+TEST(Sheets, HoldTheFirstAndTheLastPicture) {
+  ProgramRunner runner;
+  for (const int frame : {3, 4, 5, 9}) {
+    Picture picture(64, 32);
+    for (const char* name : {"R", "G", "B"}) picture.AddChannel(name, static_cast<float>(frame) / 10);
+    const auto path = runner.folder / fmt::format("it's.{:04}.png", frame);
+    ASSERT_TRUE(WritePicture(path, picture, {0, ViewTransform::Srgb}).ok());
+  }
+  const std::string folder = runner.folder.path().string(), out = (runner.folder / "s.png").string();
+  const ProgramOutcome outcome = runner.Run({"sheet", folder, "--count", "3", "--columns", "2", "--out", out});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  const Result<Picture> sheet = ReadPicture(out);
+  ASSERT_TRUE(sheet.ok());
+  EXPECT_EQ(sheet->width(), 2 * 68 + 4);
+  EXPECT_EQ(sheet->height(), 2 * 36 + 4);
+  const auto at = [&](int x, int y) {
+    return sheet->Find("G")
+        ->values[static_cast<std::size_t>(y) * static_cast<std::size_t>(sheet->width()) + static_cast<std::size_t>(x)];
+  };
+  EXPECT_NEAR(at(60, 30), 0.3, 0.01);
+  EXPECT_NEAR(at(60, 66), 0.9, 0.02);
+  EXPECT_EQ(at(1, 1), 0);
+  EXPECT_EQ(runner.Run({"sheet", folder, "--name", "other"}).code, 4);
+  if (!Installed("ffmpeg")) return;
+  EXPECT_EQ(runner.Run({"film", folder}).code, 0);
+  EXPECT_GT(std::filesystem::file_size(runner.folder / "it's.mp4"), 500u);
+  EXPECT_EQ(test::NamesIn(runner.folder.path()).count(".film"), 0u);
+}
+
+// A scene from an output's files, and a small picture of it.
+TEST(BlenderSlow, TheScriptBuildsAScene) {
+  if (!Installed("blender")) GTEST_SKIP() << "Blender isn't installed";
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", R"({ "orlix": 1, "fps": 24, "frames": [0, 2], "objects": [
+      { "type": "sphere", "name": "Ball", "radius": 50, "position": [0, 100, 0] },
+      { "type": "scene", "name": "S", "voxel_size": 0.1, "children": [
+        { "type": "fluid", "name": "Air", "container": [200, 200, 200] },
+        { "type": "channel_scalar", "name": "smoke" },
+        { "type": "volume", "name": "Source", "object": "Ball" },
+        { "type": "gridemitter", "name": "Emit", "volume": "Source", "pairs": ["Pair"], "children": [
+          { "type": "channelsettings", "name": "Pair", "channel": "smoke", "settings": "One" },
+          { "type": "emission_setting", "name": "One", "mode": "set", "value": 1 } ] } ] } ],
+      "output": [{ "folder": "o", "vdb": true, "meshes": "ply", "scale": 0.01 }] })");
+  const ProgramOutcome run = runner.Run({"run", scene, "--out", runner.folder.path().string()});
+  ASSERT_EQ(run.code, 0) << run.err;
+  const std::string picture = (runner.folder / "p.png").string(), said = (runner.folder / "said").string();
+  const std::string command = fmt::format(
+      "timeout 300 blender --background --python {}/share/blender/import_orlix.py -- {}/o --frame 2 --render {} "
+      "--size 96x64 --samples 4 --look clay >{} 2>&1",
+      SourceFolder(), runner.folder.path().string(), picture, said);
+  ASSERT_EQ(std::system(command.c_str()), 0) << test::ReadText(said);
+  const std::string text = test::ReadText(said);
+  EXPECT_NE(text.find("frame (volume, 3 frames)"), std::string::npos) << text;
+  EXPECT_NE(text.find("frame_Ball (mesh, 3 frames)"), std::string::npos) << text;
+  EXPECT_NE(text.find("a unit is 1 m, y is up in the files"), std::string::npos) << text;
+  const Result<Picture> shown = ReadPicture(picture);
+  ASSERT_TRUE(shown.ok());
+  const auto ranges = RangesOf(*shown);
+  EXPECT_GT(ranges[0].max - ranges[0].min, 0.1) << "something is to be seen";
 }
 
 }  // namespace

@@ -70,11 +70,6 @@ TEST(WallDistance, ClosedFacesStandACellInsideOpenOnesACellOutside) {
   EXPECT_EQ(checked, 64 * 9 * 8 * 7);
 }
 
-TEST(WallDistance, AllOpenIsPositiveEverywhere) {
-  const Walls walls(0);
-  ForAll(walls.nodes->dims, [&](int i, int j, int k) { EXPECT_GE((*walls.nodes)(i, j, k), double(kH)); });
-}
-
 TEST(SolidDistance, ObstacleOnTheLatticeKeepsItsNodesExactly) {
   WorkerPool pool(2);
   auto nodes = MakeGrid({12, 12, 12}, kH, kGridNodalLevelset);
@@ -218,17 +213,6 @@ TEST(SolidQueries, CornerMaskFollowsTheCornerOrder) {
   EXPECT_EQ(ball.view.SolidCornerMask({-0.3, 1, 1}), 0);
   EXPECT_EQ(ball.view.SolidCornerMask({1, 4.0, 1}), 0);
   EXPECT_EQ(ball.view.SolidCornerMask({1, 3.99, 1}), 255);
-}
-
-TEST(SolidQueries, WithoutAFieldNothingIsSolid) {
-  const SolidView none;
-  Vec3D p(1, 2, 3);
-  EXPECT_EQ(none.DistanceLocal(p), 0);
-  EXPECT_EQ(none.GradientLocal(p), Vec3D());
-  EXPECT_FALSE(none.IsInsideSolid(p));
-  EXPECT_TRUE(none.ResolveCollision(p, 0.1));
-  EXPECT_EQ(p, Vec3D(1, 2, 3));
-  EXPECT_EQ(none.SolidCornerMask(p), 0);
 }
 
 TEST(InsideMask, EqualsTheQueryAtEachSample) {

@@ -112,8 +112,6 @@ void ResampleThereAndBack(int n, int m) {
   }
 }
 TEST(GridFrameFile, ResamplesThereAndBack) { ResampleThereAndBack(24, 36); }
-TEST(GridFrameFileSlow, Resamples64To96AndBack) { ResampleThereAndBack(64, 96); }
-
 std::vector<std::byte> SmallFrame(bool compress) {
   TemporaryFolder folder;
   std::vector<ScalarGrid> grids;

@@ -134,33 +134,11 @@ bool Reads(const std::vector<std::byte>& bytes) {
   return true;
 }
 
-TEST(MeshFrameFile, TheBytesAreTheseInThisOrder) {
-  const PolygonObject mesh = SmallMesh();
-  const PolygonObject empty;
+// Another order or another type of a number would leave older caches unreadable.
+TEST(MeshFrameFile, TheBytesAreThoseOfOlderCaches) {
+  const PolygonObject mesh = SmallMesh(), empty;
   const std::vector<std::byte> bytes = BytesOf({&mesh, &empty, nullptr}, false);
-  std::string expected;
-  const auto put = [&](char tag, const auto& value) {
-    expected += tag;
-    expected.append(reinterpret_cast<const char*>(&value), sizeof value);
-  };
-  const auto block = [&](const auto& values) {
-    put(1, std::uint8_t(0));
-    put(8, std::uint64_t(sizeof values));
-    expected.append(reinterpret_cast<const char*>(values), sizeof values);
-  };
-  put(1, std::uint8_t(1)), put(3, std::int32_t(2)), put(3, std::int32_t(4));
-  const std::int32_t corners[] = {0, 1, 2, 2, 0, 1, 2, 3};
-  const double points[] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1}, normals[] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 1};
-  block(corners), block(points);
-  put(1, std::uint8_t(1)), put(3, std::int32_t(4)), block(normals);
-  put(1, std::uint8_t(0)), put(3, std::int32_t(1));
-  put(9, std::uint64_t(4)), expected += "heat", put(3, std::int32_t(1));
-  const double heats[] = {1, 2, 3, 4};
-  block(heats);
-  const std::string all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  EXPECT_EQ(all.find(expected), 8u + 5 + hyper::kChunkHeader);
-  // A mesh without points is one Bool, as no mesh is.
-  EXPECT_EQ(all.size(), 8 + 5 + 3 * hyper::kChunkHeader + expected.size() + 2 * 2 + 14 + hyper::kEnd);
+  EXPECT_EQ(HashBytes(bytes.data(), bytes.size()), 8028871110112863400u) << bytes.size() << " bytes";
 }
 
 TEST(MeshFrameFile, MutantsAreRefusedOrRead) {

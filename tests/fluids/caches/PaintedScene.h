@@ -95,13 +95,6 @@ class PaintedScene : public TestScene {
     }
     return hasher.Value();
   }
-  bool Warned(const std::string& part) const {
-    for (const auto& [node, text] : warnings) {
-      if (text.find(part) != std::string::npos) return true;
-    }
-    return false;
-  }
-
   BaseObject *smoke = nullptr, *wind = nullptr, *paint = nullptr, *cache = nullptr;
 };
 

@@ -34,10 +34,6 @@ class CachedScene : public test::StirScene {
     cache->Set(ParticleCacher::kStemId, std::string("p"));
   }
   ParticleList& list() { return *group().list(PK_Diffuse); }
-  bool Warned(const std::string& part) const {
-    return std::any_of(warnings.begin(), warnings.end(),
-                       [&](const auto& w) { return w.second.find(part) != std::string::npos; });
-  }
   BaseObject* cache = nullptr;
 };
 
@@ -84,28 +80,6 @@ TEST(ParticleCacher, PlaybackEqualsTheRunBitForBitInAnyOrder) {
     EXPECT_GT(s.list().AppendCopy(s.list(), 0), 0);
     const auto newest = s.list().Id(s.list().count() - 1);
     for (std::int32_t i = 0; i + 1 < s.list().count(); ++i) ASSERT_NE(s.list().Id(i), newest);
-  }
-}
-
-// Speed 0.5 at frame 3 is file 2, half way from where it found its particles; the offset is added in frames.
-TEST(ParticleCacher, FramesAreChosenBySpeedOffsetOverrideAndReverse) {
-  TemporaryFolder folder;
-  const auto recorded = RecordDrops(folder.path());
-  const struct {
-    double speed;
-    int override, offset;
-    bool reverse;
-    int step, file;
-  } rows[] = {{0.5, -1, 0, false, 3, 2}, {1, -1, 1, false, 1, 2}, {1, 2, 0, false, 1, 2},
-              {2, -1, -1, false, 1, 1},  {1, -1, 0, true, 1, 2},  {-1, -1, 0, false, 2, 2}};
-  for (const auto& row : rows) {
-    CachedScene s(folder.path(), false);
-    s.cache->Set(ParticleCacher::kSpeedId, row.speed);
-    s.cache->Set(ParticleCacher::kFrameId, std::int64_t(row.override));
-    s.cache->Set(ParticleCacher::kFrameOffsetId, std::int64_t(row.offset));
-    s.cache->Set(ParticleCacher::kReverseId, std::int64_t(row.reverse));
-    s.Step(row.step);
-    EXPECT_TRUE(Numbers(s.list()) == recorded[static_cast<std::size_t>(row.file)]) << row.speed << " " << row.offset;
   }
 }
 
@@ -209,18 +183,6 @@ TEST(ParticleCacher, FilesOfOtherProgramsAreRecordedAndPlayed) {
   EXPECT_TRUE(s.Warned("p00003.bgeo"));
 }
 
-TEST(ParticleCacher, ItsTextCountsParticles) {
-  TemporaryFolder folder;
-  RecordDrops(folder.path());
-  CachedScene s(folder.path(), false);
-  s.Step(1);
-  auto& cacher = *s.NodeOf<ParticleCacher>(*s.cache);
-  UpdateCacheDescription(cacher);
-  const std::string count = std::to_string(s.list().count());
-  EXPECT_EQ(s.cache->GetString(ParticleCacher::kFrameTextId),
-            "Particles: " + count + "\nParticle Groups: 1\nParticle Group (1): " + count + "\n");
-}
-
 // --- the file --------------------------------------------------------------------------------------------------------
 
 ParticleFrameData SmallFrame() {
@@ -261,44 +223,10 @@ bool Reads(const std::vector<std::byte>& bytes) {
   return rows >= 0;
 }
 
-// What stands behind the last lattice, written by hand: the run of the first list, then the second population's chunk.
-TEST(ParticleFrameFile, TheBytesOfARunAreTheseInThisOrder) {
+// Another order or another type of a number would leave older caches unreadable.
+TEST(ParticleFrameFile, TheBytesAreThoseOfOlderCaches) {
   const std::vector<std::byte> bytes = BytesOf(SmallFrame(), false);
-  std::string expected;
-  const auto put = [&](char tag, const auto& value) {
-    expected += tag;
-    expected.append(reinterpret_cast<const char*>(&value), sizeof value);
-  };
-  const auto block = [&](const auto& values) {
-    put(1, std::uint8_t(0));
-    put(8, std::uint64_t(sizeof values));
-    expected.append(reinterpret_cast<const char*>(values), sizeof values);
-  };
-  put(3, std::int32_t(2));
-  const double places[] = {1, 2, 3, 4, 5, 6}, speeds[] = {0, -1, 0, 0, 0, 0.5};
-  const std::uint16_t flags[] = {0x81, 0x80};
-  const std::int32_t ids[] = {7, 9};
-  block(places), block(speeds), block(flags), block(ids);
-  put(3, std::int32_t(2));
-  put(3, std::int32_t(0)), put(3, std::int32_t(0)), put(1, std::uint8_t(0));
-  const std::uint64_t present[] = {1};
-  const float radii[] = {0.25f, 0};
-  block(present), block(radii);
-  put(3, std::int32_t(60)), put(3, std::int32_t(2)), put(1, std::uint8_t(1));
-  const std::uint8_t states[] = {0, 1};
-  block(states);
-  put(3, std::int32_t(1));
-  const struct {
-    std::int32_t row, partner;
-    float weight;
-  } links[] = {{1, 7, 0.5f}};
-  block(links);
-  const std::string all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  const std::size_t at = all.find(expected);
-  ASSERT_NE(at, std::string::npos);
-  EXPECT_EQ(all.substr(0, 8), "qzfmhyp1");
-  EXPECT_EQ(at + expected.size() + hyper::kChunkHeader + 1 + 8 + 5 + hyper::kEnd, all.size())
-      << "an empty chunk and the frame's number follow";
+  EXPECT_EQ(HashBytes(bytes.data(), bytes.size()), 7103837194018563552u) << bytes.size() << " bytes";
 }
 
 TEST(ParticleFrameFile, MutantsAreRefusedOrRead) {

@@ -21,7 +21,6 @@ class Emission : public testing::Test {
     smoke_->Set(ScalarGridChannel::kValueMaxId, 5.0);
     colour_->Set(VectorGridChannel::kValueMinId, Vec3D(-1));
     colour_->Set(VectorGridChannel::kValueMaxId, Vec3D(2, 3, 4));
-    bench_.Link();
     bench_.Fit({8, 7, 6}, {-0.5, 0, 1});
     for (ScalarGrid* grid : {&Smoke(), &Fire()}) grid->Fill(1);
     for (int c = 0; c < 3; ++c) Colour().grids[c]->Fill(1);

@@ -15,7 +15,6 @@ class ForceRig : public NodeBench {
 
   // After the settings: links and gives channels and velocity the box.
   void Ready() {
-    Link();
     Fit(cells, min);
     velocity.ApplyBounds(min, min + Vec3D(cells) * kCell);
     for (auto& f : force) f.emplace(cells, kGridCustom);
@@ -28,8 +27,9 @@ class ForceRig : public NodeBench {
       FillCells(grid, [&](int i, int j, int k) { return field(SamplePlace(grid, i, j, k))[c]; });
     }
   }
-  // True when the force was active. What it adds stands in the grids, which start from 0.
+  // By the settings of now. True when the force was active. What it adds stands in the grids, which start from 0.
   bool Run() {
+    Link();
     for (auto& f : force) f->Fill(0);
     auto& node = Get<Force>(object);
     // A force only asks whether its solver has a boundary.

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <numbers>
-
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/constraints/Constraint.h"
 #include "fluids/constraints/GradientConstraint.h"
@@ -16,7 +14,6 @@
 #include "fluids/helpers/Duration.h"
 #include "fluids/volumes/AlignmentVector3D.h"
 #include "tests/fluids/forces/ForceRig.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -73,7 +70,6 @@ TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
   // In a window of one second the strength falls to a quarter after three quarters.
   duration.Set(Duration::kLengthId, 1.0);
   rig_.scene().info.time = 2.75;
-  rig_.Link();
   EXPECT_TRUE(rig_.Run());
   // A wave moves on meanwhile.
   const double expected = std::string(GetParam()) == "force_trigowave" ? Sum() : full / 4;
@@ -87,22 +83,11 @@ TEST_P(EveryForce, ConstraintsWeighIt) {
   // Curl noise goes by the direction of its field alone, which a factor of the potentials doesn't turn.
   BaseObject& noise = *rig_.document.FindByPath("noise");
   noise.Set(Constraint::kIntensityId, 0.5);
-  rig_.Link();
   rig_.Run();
   EXPECT_NEAR(Sum(), std::string(GetParam()) == "force_curl" ? full : full / 2, full * 1e-9);
   noise.Set(Constraint::kIntensityId, 0.0);
-  rig_.Link();
   rig_.Run();
   EXPECT_EQ(Sum(), 0);
-}
-
-TEST_P(EveryForce, IsIdleWithoutAVelocity) {
-  Connect(rig_);
-  auto& node = rig_.Get<Force>(rig_.object);
-  node.AttachVelocity(nullptr, nullptr);
-  node.Prepare();
-  EXPECT_FALSE(node.IsActive());
-  node.Finish();
 }
 
 // What a force does to particles at the centres of cells is what it does to the cells.
@@ -140,20 +125,6 @@ const auto kTypes = testing::Values("force_gravity", "force_buoyancy", "force_sw
                                     "force_vortex", "force_curl");
 const auto kNameOf = [](const auto& type) { return std::string(type.param).substr(6); };
 INSTANTIATE_TEST_SUITE_P(Types, EveryForce, kTypes, kNameOf);
-
-class ForceThreads : public EveryForce {};
-
-TEST_P(ForceThreads, SameBits) {
-  test::SameForAnyWorkers([](int workers) {
-    ForceRig rig(GetParam(), {12, 11, 10}, workers);
-    Connect(rig);
-    EXPECT_TRUE(rig.Run());
-    std::vector<std::vector<double>> forces;
-    for (const auto& component : rig.force) forces.push_back(test::ValuesOf(*component));
-    return forces;
-  });
-}
-INSTANTIATE_TEST_SUITE_P(Types, ForceThreads, kTypes, kNameOf);
 
 TEST(Gravity, AddsTheAccelerationTurnedByItsObject) {
   ForceRig rig("force_gravity", kCells);
@@ -243,16 +214,6 @@ TEST_F(Buoyancy, SamplesAChannelOfAnotherLattice) {
   });
 }
 
-TEST_F(Buoyancy, IsIdleWithoutTemperatureOrTime) {
-  rig_.Ready();
-  rig_.scene().info.substepDuration = 0;
-  EXPECT_FALSE(rig_.Run());
-  rig_.scene().info.substepDuration = 0.1;
-  rig_.object.Set(Force_Buoyancy::kTemperatureId, Value());
-  rig_.Link();
-  EXPECT_FALSE(rig_.Run());
-}
-
 TEST(Vortex, TurnsAboutItsAxisAndRestsOnIt) {
   ForceRig rig("force_vortex", kCells);
   // The axis runs through the centres of the cells i = 4, k = 3, along y.
@@ -280,7 +241,6 @@ TEST(Curl, WithoutConstraintsOrInAConstantFieldNothingMoves) {
   constraint.Set(GradientConstraint::kGradientId, std::make_shared<const Gradient>(kWhite));
   constraint.Set(Constraint::kIntensityId, 0.3);
   rig.object.Set(kConstraintsId, ForceRig::ListOf({&constraint}));
-  rig.Link();
   EXPECT_TRUE(rig.Run());
   const int cells = rig.ForEach([&](int, int, int, const Vec3D& f) { EXPECT_EQ(f, Vec3D()); });
   EXPECT_EQ(cells, 7 * 6 * 5);

@@ -143,7 +143,6 @@ TEST(TrigoWaveForce, MovesTheGasByTheWaveInTheObjectsFrame) {
   // With a time of its own it stands still.
   rig.object.Set(Force_TrigoWave::kUseTimeId, std::int64_t{0});
   rig.object.Set(Force_TrigoWave::kPhaseId, 0.25);
-  rig.Link();
   rig.Run();
   const Vec3D before = rig.At(3, 3, 3);
   rig.scene().info.time = 9;

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <numeric>
 #include <random>
 
 #include "fluids/grids/GridProcessorRunner.h"
@@ -42,28 +41,6 @@ TEST(GridSpace, SnappingToleratesARoundingError) {
   GridSpace::SnapUp(up, 0.125f);
   EXPECT_EQ(down, Vec3D(0.25, -0.375, 0.375));
   EXPECT_EQ(up, Vec3D(0.375, -0.25, 0.5));
-}
-
-TEST(EGrid, StaggeredTypesHaveOneCellMoreThanTheLattice) {
-  struct Case {
-    std::uint32_t type;
-    VecInt3D dims, lattice, last;
-  };
-  const Case kCases[] = {{kGridVelocityU, {5, 4, 4}, {4, 4, 4}, {3, 3, 3}},
-                         {kGridVelocityV, {4, 5, 4}, {4, 4, 4}, {3, 3, 3}},
-                         {kGridVelocityW, {4, 4, 5}, {4, 4, 4}, {3, 3, 3}},
-                         {kGridNodalLevelset, {5, 5, 5}, {4, 4, 4}, {3, 3, 3}},
-                         {kGridSmoke, {4, 4, 4}, {4, 4, 4}, {3, 3, 3}}};
-  for (const Case& c : kCases) {
-    const ScalarGrid grid(c.dims, {4, 4, 4}, 1, c.type, {});
-    EXPECT_EQ(grid.space.dims, c.lattice);
-    EXPECT_EQ(grid.lastCell, c.last);
-    EXPECT_EQ(grid.MemorySize(), std::int64_t(grid.count) * 8 + 24);
-    EXPECT_EQ(grid.cornerStrides[3], grid.dims.x + grid.slab + 1);
-    EXPECT_EQ(c.dims - ExtraCells(c.type), c.lattice);
-  }
-  EXPECT_STREQ(GridTypeText(kGridNodalLevelset), "Nodal Levelset");
-  EXPECT_STREQ(GridTypeText(kGridScratch), "Custom");
 }
 
 // --- active box ------------------------------------------------------------------------------------------------------
@@ -144,15 +121,6 @@ TEST(ResizeKeepingContent, GrowsShrinksAndShiftsByWholeCells) {
     kept += inside;
   });
   EXPECT_EQ(kept, 4 * 4 * 3);
-}
-
-TEST(ResizeKeepingContent, AOneCellGridGivesNothing) {
-  auto grid = std::make_unique<ScalarGrid>(VecInt3D(1, 1, 1), Vec3D(1, 1, 1), 1.0f, kGridSmoke, Vec3D());
-  grid->Fill(5);
-  GridSpace target;
-  target.Build({2, 2, 2}, {2, 2, 2}, 1, {});
-  ASSERT_TRUE(ResizeKeepingContent(grid, 0.5, {2, 2, 2}, target));
-  for (int n = 0; n < 8; ++n) EXPECT_EQ((*grid)[n], 0.5);
 }
 
 TEST(GridMemory, TheBudgetRefusesAndKeepsTheOldGrid) {

@@ -102,21 +102,6 @@ TEST(Interpolation, MonotoneCubicStaysBetweenItsMiddleSamples) {
   EXPECT_EQ(MonotoneCubic(0, 2, 2, 9, 0.3), 2);
 }
 
-TEST(Interpolation, IndexClampOfTheEightNodeKernels) {
-  struct Case {
-    double x;
-    int i;
-    double f;
-  };
-  constexpr Case kCases[] = {{3, 2, 1},        {2.999, 2, 0.999}, {3.5, 2, 1}, {0, 0, 0},
-                             {-0.25, 0, 0.75}, {-1, 0, 0},        {-7, 0, 0}};
-  for (const Case& c : kCases) {
-    const AxisCell cell = LinearAxis(c.x, 4);
-    EXPECT_EQ(cell.i, c.i) << c.x;
-    EXPECT_NEAR(cell.f, c.f, 1e-12) << c.x;
-  }
-}
-
 TEST(Interpolation, NoStencilMakesTheMonotoneCubicTrilinear) {
   const Grid<double> grid = Filled({5, 5, 5}, [](double x, double y, double z) { return x * y * y - z * x * x; });
   EXPECT_EQ(SampleGrid(grid, 1.3, 2.2, 1.7, Interpolation::MonotoneCubic, false),

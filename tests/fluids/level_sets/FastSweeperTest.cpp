@@ -44,13 +44,6 @@ TEST(SpreadDistances, EqualsTheChessboardDistanceBitForBitAtAnyWorkerCount) {
   }
 }
 
-TEST(SpreadDistances, WithoutASeedAllStaysFar) {
-  WorkerPool pool(2);
-  auto grid = MakeGrid({5, 5, 5}, 1e308);
-  SpreadDistances(pool, *grid, 0.3);
-  for (std::int64_t c = 0; c < grid->count; ++c) ASSERT_EQ((*grid)[c], 1e308);
-}
-
 TEST(ReinitialiseLevelSet, TheZeroStaysAndBothSidesGrowByACellAStep) {
   WorkerPool pool(2);
   ScratchPool scratch;

@@ -122,17 +122,6 @@ TEST(Voxeliser, SignIsThatOfTheWinding) {
   }
 }
 
-TEST(Voxeliser, NestedShellsAreHollow) {
-  TriMeshSTL mesh = SphereMesh(1, 24, 12);
-  const TriMeshSTL inner = SphereMesh(0.5, 24, 12);
-  const std::int32_t first = mesh.PointCount();
-  for (const Vec3D& p : inner.Points()) mesh.Points().push_back(p);
-  for (const VecInt3D& t : inner.Triangles()) mesh.Triangles().push_back(t + VecInt3D(first, first, first));
-  const auto grid = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
-  EXPECT_GT((*grid)(10, 10, 10), 0.4);
-  EXPECT_LT((*grid)(4, 10, 10), -0.2);
-}
-
 TEST(Voxeliser, FlippedTrianglesChangeNothing) {
   TriMeshSTL mesh = BumpyMesh(20, 10);
   const auto before = Voxelise(mesh, {20, 20, 20}, Vec3D(-1.25), 0.125f);
@@ -202,13 +191,6 @@ TEST(Voxeliser, RefusesEmptyMeshAndEmptyGrid) {
   EXPECT_FALSE(voxeliser.Run(SphereMesh(1, 8, 4), *empty, pool));
 }
 
-TEST(Voxeliser, AMeshOfPointsOnlyIsFarEverywhere) {
-  TriMeshSTL mesh;
-  mesh.Points().push_back({0, 0, 0});
-  const auto grid = Voxelise(mesh, {8, 8, 8}, {}, 0.1f);
-  for (std::int64_t n = 0; n < grid->count; ++n) EXPECT_EQ((*grid)[n], std::numeric_limits<double>::max());
-}
-
 TEST(Voxeliser, StopsWhenAsked) {
   WorkerPool pool(2);
   BaseThread thread;
@@ -256,15 +238,6 @@ TEST(Voxeliser, ShellFoldsTheDistances) {
     }
     EXPECT_EQ(inWall == 0, shell == 0) << shell;
   }
-}
-
-TEST(Voxeliser, WithoutAnInsideAShellChangesNothing) {
-  TriMeshSTL plane;
-  Add(plane, {-1, 0, -1}, {1, 0, -1}, {0, 0, 1});
-  VoxeliserSettings hollow;
-  hollow.shell = 0.5;
-  EXPECT_TRUE(SameBits(*Voxelise(plane, {10, 10, 10}, Vec3D(-1.03), 0.2f),
-                       *Voxelise(plane, {10, 10, 10}, Vec3D(-1.03), 0.2f, hollow)));
 }
 
 // --- workers ---------------------------------------------------------------------------------------------------------

@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "tests/fluids/operators/OperatorBench.h"
 
 namespace orlix {
@@ -24,7 +22,7 @@ constexpr VecInt3D kCells{8, 7, 6};
 
 class Combustion : public testing::Test {
  protected:
-  explicit Combustion(int workers = 1) : bench_(workers) {
+  Combustion() {
     bench_.factory.Add<Gas>();
     gas_ = &bench_.Add("stand_in_solver", "gas");
     burn_ = &bench_.Add("grid_combustion_fire", "burn");
@@ -41,7 +39,6 @@ class Combustion : public testing::Test {
     fire_->Set(FireGridChannel::kFlameTemperatureId, 1600.0);  // of 2000: the threshold is 0.8
   }
   void Ready() {
-    bench_.Link();
     bench_.Fit(kCells);
     auto& source = bench_.Get<Gas>(*gas_).source;
     source.ApplyBounds({}, Vec3D(kCells) * OperatorBench::kCell);
@@ -51,7 +48,7 @@ class Combustion : public testing::Test {
   ScalarGrid& Expansion() { return *bench_.Get<Gas>(*gas_).source.grid; }
   double dt() { return bench_.scene().info.substepDuration; }
 
-  OperatorBench bench_;
+  OperatorBench bench_{3};
   BaseObject *gas_, *burn_, *heat_, *fire_, *fuel_, *smoke_;
 };
 
@@ -196,7 +193,6 @@ TEST_F(Combustion, WhatIsMissingLeavesItIdle) {
   bench_.scene().info.substepDuration = 0.1;
   EXPECT_TRUE(bench_.Run(*burn_));
   burn_->Set(GridCombustion::kFireId, Value());
-  bench_.Link();
   EXPECT_FALSE(bench_.Run(*burn_));
   burn_->Set(GridCombustion::kFireId, OperatorBench::LinkTo(*fire_));
   bench_.Link();
@@ -205,24 +201,6 @@ TEST_F(Combustion, WhatIsMissingLeavesItIdle) {
   EXPECT_FALSE(bench_.Run(*burn_));
   ASSERT_FALSE(bench_.warnings.empty());
   EXPECT_NE(bench_.warnings.back().second.find("heat"), std::string::npos);
-}
-
-TEST_F(Combustion, RunsAfterEmittersAndParticleOperators) {
-  Ready();
-  struct Other : iObject {
-    Other(BaseList2D* object, OrlixScene& owner, std::int32_t base, std::uint32_t offers)
-        : iObject(object, owner), base_(base), offers_(offers) {
-      priority = 99;
-    }
-    std::int32_t GetNodeBaseType() const override { return base_; }
-    void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= offers_; }
-    std::int32_t base_;
-    std::uint32_t offers_;
-  };
-  const auto& node = bench_.Get<iObject>(*burn_);
-  EXPECT_TRUE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_OPERATOR, RetrieveBit(RETRIEVE_GRID))));
-  EXPECT_FALSE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_OPERATOR, RetrieveBit(RETRIEVE_PARTICLE))));
-  EXPECT_FALSE(node.ComesBefore(Other(burn_, bench_.scene(), NODE_EMITTER, RetrieveBit(RETRIEVE_GRID))));
 }
 
 }  // namespace

@@ -129,26 +129,6 @@ TEST(GridAdvection, AVectorChannelTakesTheConservativeSchemesAsThePlainOne) {
   }
 }
 
-TEST(GridAdvection, RestsWithoutWhatItNeeds) {
-  AdvectionScene scene(1);
-  ASSERT_TRUE([&] {
-    GridAdvection& advection = scene.Linked();
-    advection.Prepare();
-    return advection.IsActive();
-  }());
-  scene.smoke->Set(ScalarGridChannel::kKeepPreviousId, std::int64_t(0));  // no previous grid
-  scene.Linked().Prepare();
-  EXPECT_FALSE(scene.NodeOf<GridAdvection>(*scene.node)->IsActive());
-  scene.smoke->Set(ScalarGridChannel::kKeepPreviousId, std::int64_t(1));
-  scene.node->Set(GridAdvection::kSolverId, LinkValue{});
-  GridAdvection& advection = scene.Linked();
-  EXPECT_FALSE(advection.ResolveLinks());
-  advection.Prepare();
-  EXPECT_FALSE(advection.IsActive());
-  ProcessData data;
-  advection.Process(data);
-}
-
 TEST(TraceVelocityField, MovesPointsThroughPresentAndPreviousGrids) {
   AdvectionScene scene(1);
   scene.Linked();

@@ -9,8 +9,9 @@ class OperatorBench : public NodeBench {
  public:
   using NodeBench::NodeBench;
 
-  // True when the operator was active.
+  // By the settings of now. True when the operator was active.
   bool Run(const BaseObject& object) {
+    Link();
     auto& node = Get<iObject>(object);
     bool active = false;
     const auto once = [&] {

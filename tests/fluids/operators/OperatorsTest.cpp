@@ -16,7 +16,6 @@
 #include "fluids/operators/GridVariableDensity.h"
 #include "host/geometry/GeometryTypes.h"
 #include "tests/fluids/operators/OperatorBench.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -38,17 +37,14 @@ class Cooling : public testing::TestWithParam<std::int64_t> {
     heat_.Set(TemperatureGridChannel::kValueMaxId, 1020.0);
     fire_.Set(FireGridChannel::kFlameTemperatureId, 816.0);  // a threshold of 0.8
   }
-  void Ready() {
-    bench_.Link();
-    bench_.Fit(kCells);
-  }
+  void Ready() { bench_.Fit(kCells); }
   double Law(double t) {
     const double dt = bench_.scene().info.substepDuration;
     if (GetParam() == 0) return t - std::pow((t - 20) / 1000, 4) * 500;
     if (GetParam() == 1) return t * (1 - 0.5 * dt);
     return t - 500 * dt;
   }
-  OperatorBench bench_;
+  OperatorBench bench_{3};
   BaseObject &cool_ = bench_.Add("grid_cooling", "cool"), &heat_ = bench_.Add("channel_temp", "heat"),
              &fire_ = bench_.Add("channel_fire", "fire");
 };
@@ -108,30 +104,12 @@ TEST_P(Cooling, AmountsScaleTheLoss) {
 
 INSTANTIATE_TEST_SUITE_P(Models, Cooling, testing::Values(0, 1, 2));
 
-TEST(CoolingModels, TheFourthPowerDoesNotDependOnTheStep) {
-  double results[2];
-  for (int n = 0; n < 2; ++n) {
-    OperatorBench bench;
-    BaseObject &cool = bench.Add("grid_cooling", "cool"), &heat = bench.Add("channel_temp", "heat");
-    cool.Set(GridCooling::kTemperatureId, OperatorBench::LinkTo(heat));
-    bench.Link();
-    bench.Fit(kCells);
-    bench.GridOf(heat).Fill(4000);
-    bench.scene().info.substepDuration = n ? 0.5 : 0.01;
-    bench.Run(cool);
-    results[n] = bench.GridOf(heat)(4, 4, 4);
-  }
-  EXPECT_EQ(results[0], results[1]);
-  EXPECT_LT(results[0], 4000);
-}
-
 TEST(Dissipate, FallsButNeverCrossesTheBackground) {
   OperatorBench bench;
   BaseObject &fade = bench.Add("grid_dissipate", "fade"), &smoke = bench.Add("channel_scalar", "smoke");
   fade.Set(GridDissipate::kChannelId, OperatorBench::LinkTo(smoke));
   fade.Set(GridDissipate::kRateId, 4.0);
   smoke.Set(ScalarGridChannel::kBackgroundId, 0.25);
-  bench.Link();
   bench.Fit(kCells);
   const auto start = [](int i, int, int) { return 0.1 * i; };
   FillCells(bench.GridOf(smoke), start);
@@ -151,7 +129,6 @@ TEST(Dissipate, VectorComponentsFallTogether) {
   fade.Set(GridDissipate::kChannelId, OperatorBench::LinkTo(colour));
   fade.Set(GridDissipate::kRateId, 4.0);
   colour.Set(VectorGridChannel::kValueMaxId, Vec3D(2, 9, 9));
-  bench.Link();
   bench.Fit(kCells);
   auto& grids = bench.Get<VectorGridChannel>(colour).grids;
   const Vec3D starts[] = {{0.5, 0.4, 0.05}, {0.5, 0.5, -0.1}, {-0.5, -0.2, -0.1}};
@@ -175,7 +152,6 @@ TEST(Density, IsThatOfAWarmSmokyGas) {
   density.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
   density.Set(GridVariableDensity::kAirDensityId, 1.2);
   density.Set(GridVariableDensity::kGasDensityId, 3.0);
-  bench.Link();
   bench.Fit(kCells);
   FillCells(bench.GridOf(smoke), [](int i, int, int) { return 0.1 * i; });
   FillCells(bench.GridOf(heat), [](int, int j, int k) { return k == 3 ? 1e9 : 50.0 * j; });
@@ -213,7 +189,6 @@ TEST(Density, AStaggeredTargetTakesHalvesFromBothSides) {
     density.Set(GridVariableDensity::kTargetId, OperatorBench::LinkTo(target));
     density.Set(GridVariableDensity::kDensityId, OperatorBench::LinkTo(smoke));
     density.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
-    bench.Link();
     bench.Fit({9, 8, 15});
     FillCells(bench.GridOf(smoke), [](int i, int j, int k) { return 0.03 * i + 0.05 * j * k; });
     FillCells(bench.GridOf(heat), [](int i, int j, int k) { return 50.0 * j + 7 * k * i; });
@@ -235,7 +210,7 @@ TEST(Density, AStaggeredTargetTakesHalvesFromBothSides) {
   }
 }
 
-class Diffusion : public testing::Test {
+class DiffusionThreads : public testing::Test {
  protected:
   void Ready(std::int64_t mode, double alpha, std::int64_t rounds = 1) {
     blur_.Set(GridDiffusion::kChannelId, OperatorBench::LinkTo(smoke_));
@@ -243,24 +218,14 @@ class Diffusion : public testing::Test {
     blur_.Set(GridDiffusion::kAlphaId, alpha * OperatorBench::kCell / bench_.scene().info.substepDuration);
     blur_.Set(GridDiffusion::kRoundsId, rounds);
     smoke_.Set(ScalarGridChannel::kValueMaxId, 100.0);
-    bench_.Link();
     bench_.Fit(kN);
   }
   static constexpr VecInt3D kN{17, 17, 17};
-  OperatorBench bench_;
+  OperatorBench bench_{3};
   BaseObject &blur_ = bench_.Add("grid_diffusion", "blur"), &smoke_ = bench_.Add("channel_scalar", "smoke");
 };
 
-TEST_F(Diffusion, AConstantStays) {
-  for (const std::int64_t mode : {1, 2}) {
-    Ready(mode, 0.3);
-    bench_.GridOf(smoke_).Fill(0.7);
-    ASSERT_TRUE(bench_.Run(blur_));
-    ForInner(kN, [&](int i, int j, int k) { EXPECT_NEAR(bench_.GridOf(smoke_)(i, j, k), 0.7, 1e-15); });
-  }
-}
-
-TEST_F(Diffusion, APointBecomesAGaussian) {
+TEST_F(DiffusionThreads, APointBecomesAGaussian) {
   Ready(0, 1.4);
   ScalarGrid& grid = bench_.GridOf(smoke_);
   grid.Fill(0);
@@ -274,7 +239,7 @@ TEST_F(Diffusion, APointBecomesAGaussian) {
   EXPECT_NEAR(test::SumOf(grid), 1, 1e-12);
 }
 
-TEST_F(Diffusion, ASmallRadiusHasOneTap) {
+TEST_F(DiffusionThreads, ASmallRadiusHasOneTap) {
   EXPECT_EQ(GaussianKernel(0.3, 100), std::vector<double>{1});
   EXPECT_EQ(GaussianKernel(0, 100), std::vector<double>{1});
   EXPECT_EQ(GaussianKernel(-2, 100), std::vector<double>{1});
@@ -286,7 +251,7 @@ TEST_F(Diffusion, ASmallRadiusHasOneTap) {
   ForInner(kN, [&](int i, int j, int k) { EXPECT_NEAR(grid(i, j, k), 0.1 * i + 0.2 * j + 0.3 * k, 1e-14); });
 }
 
-TEST_F(Diffusion, NeighboursAreAveragedInEachRound) {
+TEST_F(DiffusionThreads, NeighboursAreAveragedInEachRound) {
   const auto start = [](int i, int j, int k) { return (i * 7 + j * 3 + k * 5) % 11 * 0.1; };
   const double a = 0.2;
   const auto averaged = [&](auto&& v, int i, int j, int k) {
@@ -306,7 +271,6 @@ TEST_F(Diffusion, NeighboursAreAveragedInEachRound) {
     // Two rounds are one and another one.
     const ScalarGrid once = grid;
     blur_.Set(GridDiffusion::kRoundsId, std::int64_t{2});
-    bench_.Link();
     FillCells(grid, start);
     bench_.Run(blur_);
     ForInner(kN, [&](int i, int j, int k) {
@@ -316,13 +280,12 @@ TEST_F(Diffusion, NeighboursAreAveragedInEachRound) {
   }
 }
 
-TEST_F(Diffusion, EachComponentOfAVectorIsBlurred) {
+TEST_F(DiffusionThreads, EachComponentOfAVectorIsBlurred) {
   BaseObject& colour = bench_.Add("channel_vector", "colour");
   for (const std::int64_t mode : {0, 1}) {
     Ready(mode, 0.5);
     blur_.Set(GridDiffusion::kChannelId, OperatorBench::LinkTo(colour));
     colour.Set(VectorGridChannel::kValueMaxId, Vec3D(9, 9, 9));
-    bench_.Link();
     bench_.Fit(kN);
     auto& grids = bench_.Get<VectorGridChannel>(colour).grids;
     for (int c = 0; c < 3; ++c) {
@@ -348,6 +311,7 @@ class Math : public testing::TestWithParam<MathCase> {};
 
 // The operator on the whole of a channel, with these weights.
 void Visit(OperatorBench& bench, const BaseObject& object, iBase& channel, const ScalarGrid& grid, double weight = 1) {
+  bench.Link();
   auto& op = bench.Get<ChannelOperator>(object);
   op.AttachInput(&channel);
   op.Prepare();
@@ -369,7 +333,6 @@ TEST_P(Math, OnScalars) {
              &source = bench.Add("channel_scalar", "source"), &vector = bench.Add("channel_vector", "vector");
   math.Set(ChannelOperator_Math::kOperationId, GetParam().operation);
   math.Set(ChannelOperator_Math::kValueId, 2.0);
-  bench.Link();
   bench.Fit(kCells);
   auto& channel = bench.Get<ChannelBase_Scalar>(target);
   const auto result = [&] {
@@ -385,10 +348,9 @@ TEST_P(Math, OnScalars) {
   math.Set(ChannelOperator_Math::kValueId, -9.0);
   for (const BaseObject* link : {&source, &vector}) {
     math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(*link));
-    bench.Link();
     EXPECT_EQ(result(), GetParam().expected);
   }
-  // The emitter's weight and the constraints scale the operand; where nothing is left the cell stays.
+  // Constraints scale the operand; where nothing is left the cell stays.
   math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(source));
   bench.GridOf(source).Fill(4);
   BaseObject& half = bench.Add("constraint_gridvalue", "half");
@@ -397,10 +359,8 @@ TEST_P(Math, OnScalars) {
   half.Set(GridValueConstraint::kUseCurveId, std::int64_t{0});
   half.Set(Constraint::kIntensityId, 0.5);
   math.Set(kConstraintsId, OperatorBench::ListOf({&half}));
-  bench.Link();
   EXPECT_EQ(result(), GetParam().expected);
   half.Set(Constraint::kIntensityId, 0.0);
-  bench.Link();
   EXPECT_EQ(result(), 3);
 }
 
@@ -411,7 +371,6 @@ TEST_P(Math, OnVectors) {
   math.Set(ChannelOperator_Math::kOperationId, GetParam().operation);
   math.Set(ChannelOperator_Math::kValueId, 2.0);
   math.Set(ChannelOperator_Math::kVectorValueId, Vec3D(2, 0.5, -1));
-  bench.Link();
   bench.Fit(kCells);
   auto& channel = bench.Get<VectorGridChannel>(target);
   const auto result = [&] {
@@ -426,17 +385,14 @@ TEST_P(Math, OnVectors) {
   const auto expected = [&](const Vec3D* table) { return op < 6 ? table[op] : Vec3D(3, 1, -2); };
   EXPECT_EQ(result(), expected(byNumber));
   math.Set(ChannelOperator_Math::kUseVectorId, std::int64_t{1});
-  bench.Link();
   EXPECT_EQ(result(), expected(byVector));
   bench.GridOf(source).Fill(2);
   math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(source));
-  bench.Link();
   EXPECT_EQ(result(), expected(byNumber));
   const Vec3D values(2, 0.5, -1);
   for (int c = 0; c < 3; ++c) bench.Get<VectorGridChannel>(vector).grids[c]->Fill(values[c]);
   math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(vector));
   math.Set(ChannelOperator_Math::kVectorValueId, Vec3D(99, 99, 99));
-  bench.Link();
   EXPECT_EQ(result(), expected(byVector));
 }
 
@@ -451,7 +407,6 @@ TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_vector", "target"),
              &gas = bench.Add("stand_in_solver", "gas");
   math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(gas));
-  bench.Link();
   bench.Fit(kCells);
   auto& velocity = bench.Get<Gas>(gas).velocity;
   velocity.ApplyBounds({}, Vec3D(kCells) * OperatorBench::kCell);
@@ -466,55 +421,6 @@ TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
     EXPECT_NEAR((*channel.grids[2])(i, j, k), 100 * (k + 0.5), 1e-9);
   });
 }
-
-// All operators on one busy set of channels, with a constraint that reads what they write.
-class OperatorThreads : public testing::TestWithParam<const char*> {};
-
-TEST_P(OperatorThreads, SameBits) {
-  test::SameForAnyWorkers([](int workers) {
-    OperatorBench bench(workers);
-    bench.factory.Add<Gas>();
-    BaseObject &object = bench.Add(GetParam(), "operator"), &heat = bench.Add("channel_temp", "heat"),
-               &fire = bench.Add("channel_fire", "fire"), &fuel = bench.Add("channel_fuel", "fuel"),
-               &smoke = bench.Add("channel_scalar", "smoke"), &gas = bench.Add("stand_in_solver", "gas"),
-               &where = bench.Add("constraint_gridvalue", "where");
-    where.Set(GridValueConstraint::kChannelId, OperatorBench::LinkTo(heat));
-    where.Set(GridValueConstraint::kLowId, 0.01);
-    object.Set(kConstraintsId, OperatorBench::ListOf({&where}));
-    const std::string type = GetParam();
-    object.Set(type == "grid_diffusion" ? 1003 : 1000,
-               OperatorBench::LinkTo(type == "grid_variabledensity" ? smoke : heat));
-    if (type == "grid_combustion_fire") {
-      object.Set(GridCombustion::kFireId, OperatorBench::LinkTo(fire));
-      object.Set(GridCombustion::kFuelId, OperatorBench::LinkTo(fuel));
-      object.Set(GridCombustion::kSmokeId, OperatorBench::LinkTo(smoke));
-      object.Set(GridCombustion::kSolverId, OperatorBench::LinkTo(gas));
-    }
-    if (type == "grid_variabledensity")
-      object.Set(GridVariableDensity::kDensityId, OperatorBench::LinkTo(fuel)),
-          object.Set(GridVariableDensity::kTemperatureId, OperatorBench::LinkTo(heat));
-    if (type == "grid_diffusion")
-      object.Set(GridDiffusion::kModeId, DiffusionMode::Gaussian), object.Set(GridDiffusion::kAlphaId, 4.0);
-    bench.Link();
-    bench.Fit({11, 9, 12});
-    FillCells(bench.GridOf(heat),
-              [](int i, int j, int k) { return 900 * (1 + std::sin(i * 1.1 + j * 0.7 + k * 2.3)); });
-    FillCells(bench.GridOf(fuel), [](int i, int j, int k) { return (i + j + k) % 4 * 0.3; });
-    auto& source = bench.Get<Gas>(gas).source;
-    // A lattice of its own: what burns is spread into it.
-    source.grid = std::make_unique<ScalarGrid>(VecInt3D(14, 14, 14), Vec3D(350), 0.25f, kGridCustom, Vec3D(-30.0));
-    source.grid->Fill(0);
-    for (int n = 0; n < 3; ++n) EXPECT_TRUE(bench.Run(object));
-    std::vector<std::vector<double>> values{test::ValuesOf(*source.grid)};
-    for (const BaseObject* channel : {&heat, &fire, &fuel, &smoke})
-      values.push_back(test::ValuesOf(bench.GridOf(*channel)));
-    return values;
-  });
-}
-INSTANTIATE_TEST_SUITE_P(Types, OperatorThreads,
-                         testing::Values("grid_combustion_fire", "grid_variabledensity", "grid_cooling",
-                                         "grid_dissipate", "grid_diffusion"),
-                         [](const auto& type) { return std::string(type.param).substr(5); });
 
 TEST(Falloff, FormsAndTheirBorders) {
   OperatorBench bench;

@@ -9,8 +9,8 @@ namespace orlix::test {
 class EmissionScene : public TestScene {
  public:
   // edge: of the box, in cells of 0.1 m.
-  explicit EmissionScene(const std::string& emitterType, int edge = 10, int workers = 1)
-      : TestScene(workers),
+  explicit EmissionScene(const std::string& emitterType, int edge = 10)
+      : TestScene(2),
         box(Add("box", "Box")),
         volume(Add("volume", "Volume")),
         group(Add("particlegroup", "Group")),
@@ -31,12 +31,6 @@ class EmissionScene : public TestScene {
     return positions;
   }
   int Count(int kind = PK_Liquid) { return List(kind).count(); }
-  bool Warned(const std::string& part) const {
-    for (const auto& [node, text] : warnings) {
-      if (node == "Scene/Emitter" && text.find(part) != std::string::npos) return true;
-    }
-    return false;
-  }
   void SetProperties(const std::vector<const BaseObject*>& list) { emitter.Set(isMesh ? 1005 : 1004, ListOf(list)); }
 
   BaseObject &box, &volume, &group, &settings, &emitter;

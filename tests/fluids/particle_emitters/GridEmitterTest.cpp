@@ -185,16 +185,6 @@ TEST(GridEmitter, RestsWhenItsDurationOrRateSaysSo) {
   EXPECT_TRUE(s.warnings.empty());
 }
 
-TEST(GridEmitter, TellsWhatIsMissing) {
-  for (const int missing : {1000, 1003, 1005}) {
-    EmissionScene s("particlegridemitter", 2);
-    s.emitter.Set(missing, LinkValue());
-    s.Step(0);
-    EXPECT_EQ(s.Count(), 0);
-    EXPECT_TRUE(s.Warned("nothing is emitted")) << missing;
-  }
-}
-
 TEST(GridEmitter, TellsAtTheEndThatNothingCame) {
   for (const double rate : {0.0, 1.0}) {
     EmissionScene s("particlegridemitter", 2);
@@ -205,21 +195,6 @@ TEST(GridEmitter, TellsAtTheEndThatNothingCame) {
     EXPECT_TRUE(s.warnings.empty());
     s.hook.Conclude();
     EXPECT_EQ(s.Warned("no particle was emitted"), rate == 0);
-  }
-}
-
-TEST(GridEmitterThreads, SameBits) {
-  std::uint64_t first = 0;
-  for (const int workers : {1, 2, 3, 8}) {
-    EmissionScene s("particlegridemitter", 7, workers);
-    BaseObject& turn = s.Add("alignment", "Turn");
-    turn.Set(1000, std::int64_t(8));
-    s.settings.Set(1005, s.LinkTo(turn));
-    s.emitter.Set(1001, std::int64_t(PK_Vorticity));
-    s.StepThrough(0, 2);
-    ASSERT_GT(s.Count(PK_Vorticity), 2744);
-    if (workers == 1) first = s.scene().HashState();
-    EXPECT_EQ(s.scene().HashState(), first) << workers;
   }
 }
 

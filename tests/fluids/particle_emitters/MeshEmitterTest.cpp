@@ -136,17 +136,5 @@ TEST_F(MeshEmitter, KeepsItsDistanceFromWhatIsThere) {
   EXPECT_LT(s.Count(), 510);
 }
 
-TEST(MeshEmitterThreads, SameBits) {
-  std::uint64_t first = 0;
-  for (const int workers : {1, 2, 3, 8}) {
-    EmissionScene s("particlemeshemitter", 10, workers);
-    s.settings.Set(1004, std::int64_t(200000));
-    s.StepThrough(0, 2);
-    ASSERT_GT(s.Count(), 8000);
-    if (workers == 1) first = s.scene().HashState();
-    EXPECT_EQ(s.scene().HashState(), first) << workers;
-  }
-}
-
 }  // namespace
 }  // namespace orlix

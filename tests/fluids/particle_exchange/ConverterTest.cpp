@@ -10,9 +10,9 @@ namespace {
 
 using test::NodeBench;
 
-class Converter : public testing::Test {
+class ConverterThreads : public testing::Test {
  protected:
-  explicit Converter(int workers = 1) : bench_(workers) {
+  ConverterThreads() {
     object_.Set(1000, To(spray_)), object_.Set(1001, std::int64_t(PK_Liquid));
     object_.Set(1002, To(mist_)), object_.Set(1003, std::int64_t(PK_Diffuse));
     bench_.Link();
@@ -44,12 +44,12 @@ class Converter : public testing::Test {
   }
   static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
 
-  NodeBench bench_;
+  NodeBench bench_{3};
   BaseObject &object_ = bench_.Add("particle_converter", "node"), &spray_ = bench_.Add("particlegroup", "spray"),
              &mist_ = bench_.Add("particlegroup", "mist");
 };
 
-TEST_F(Converter, OneToOneTakesTheDataAndMovesIt) {
+TEST_F(ConverterThreads, OneToOneTakesTheDataAndMovesIt) {
   BaseObject& heat = bench_.Add("property_density", "density");
   heat.Set(1000, 0.5);
   object_.Set(1005, true), object_.Set(1014, bench_.ListOf({&heat}));
@@ -70,7 +70,7 @@ TEST_F(Converter, OneToOneTakesTheDataAndMovesIt) {
   }
 }
 
-TEST_F(Converter, ARateGivesCopiesWithinACell) {
+TEST_F(ConverterThreads, ARateGivesCopiesWithinACell) {
   BaseObject& rate = bench_.Add("particlemesh_emission_setting", "rate");
   rate.Set(1004, std::int64_t(30));  // 30/s in 0.125 s: 4
   object_.Set(1007, To(rate)), object_.Set(1006, false);
@@ -85,7 +85,7 @@ TEST_F(Converter, ARateGivesCopiesWithinACell) {
   EXPECT_LT(Mist().count(), 400 + 400);
 }
 
-TEST_F(Converter, RemovesWhatAConstraintChooses) {
+TEST_F(ConverterThreads, RemovesWhatAConstraintChooses) {
   BaseObject &ball = bench_.Add("constraint_voxeldistance", "ball"), &centre = bench_.Add("null", "centre");
   centre.Set(kPositionId, Vec3D(0, 100, 200));
   ball.Set(1000, To(centre)), ball.Set(1001, 50.0);
@@ -95,23 +95,6 @@ TEST_F(Converter, RemovesWhatAConstraintChooses) {
   Run();
   for (int n = 0; n < 200; ++n) EXPECT_EQ((Spray().Flags(n) & ParticleFlag::Alive) == 0, n < 50) << n;
   EXPECT_TRUE(bench_.warnings.empty());
-}
-
-TEST(ConverterThreads, SameBits) {
-  struct Rig : Converter {
-    explicit Rig(int workers) : Converter(workers) {}
-    void TestBody() override {}
-    std::vector<double> Places() {
-      AddSpray(9000);
-      Run();
-      std::vector<double> all;
-      for (int n = 0; n < Mist().count(); ++n) all.push_back(Mist().Position(n).x);
-      return all;
-    }
-  };
-  const std::vector<double> first = Rig(1).Places();
-  ASSERT_EQ(first.size(), 9000u);
-  for (const int workers : {2, 3, 8}) EXPECT_EQ(Rig(workers).Places(), first) << workers;
 }
 
 }  // namespace

@@ -21,8 +21,8 @@ constexpr double h = NodeBench::kCell;
 // A node of one type with a group of particles, run by hand.
 class Exchange : public testing::Test {
  protected:
-  explicit Exchange(const char* type, int workers = 1)
-      : bench_(workers), object_(bench_.Add(type, "node")), group_(bench_.Add("particlegroup", "group")) {}
+  explicit Exchange(const char* type)
+      : object_(bench_.Add(type, "node")), group_(bench_.Add("particlegroup", "group")) {}
   ParticleList& List(int kind = PK_Passive) { return *bench_.Get<ParticleGroup>(group_).list(kind); }
   OrlixParticle AddParticle(const Vec3D& x, BaseParticleData data = {}) {
     data.position = x;
@@ -39,6 +39,7 @@ class Exchange : public testing::Test {
     }
   }
   void Run() {
+    bench_.Link();
     auto& node = bench_.Get<iObject>(object_);
     node.Prepare();
     ProcessData data;
@@ -47,7 +48,7 @@ class Exchange : public testing::Test {
   }
   static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
 
-  NodeBench bench_;
+  NodeBench bench_{3};
   BaseObject &object_, &group_;
 };
 
@@ -60,7 +61,6 @@ class ToParticles : public Exchange {
     heat_.Set(2001, std::int64_t(PP::Temperature));
   }
   void Ready() {
-    bench_.Link();
     bench_.Fit(kCells);
     FillCells(bench_.GridOf(smoke_), [&](int i, int j, int k) { return Linear(Centre(i, j, k)); });
     auto& flow = bench_.Get<VectorGridChannel>(flow_);
@@ -87,7 +87,6 @@ TEST_F(ToParticles, EveryInterpolationButTheBlurGivesALinearFieldExactly) {
     object_.Set(1006, std::int64_t(mode));
     List().Clear();
     for (int n = 0; n < 200; ++n) Warm(Vec3D(0.8 + 0.005 * n, 0.7 + 0.004 * n, 0.6 + 0.003 * n));
-    bench_.Link();
     Run();
     for (int n = 0; n < 200; ++n) {
       const OrlixParticle p(&List(), n);
@@ -96,7 +95,6 @@ TEST_F(ToParticles, EveryInterpolationButTheBlurGivesALinearFieldExactly) {
   }
   // A B-spline gives linear fields, too; the cosine doesn't but stays between the samples.
   object_.Set(1006, std::int64_t(1));
-  bench_.Link();
   Run();
   for (int n = 0; n < 200; ++n) {
     const OrlixParticle p(&List(), n);
@@ -125,7 +123,6 @@ TEST_F(ToParticles, TargetsTakeWhatTheSourceHas) {
   const Vec3D flow(0, 2, 5);
   const auto give = [&](const BaseObject& source, const BaseObject& target) {
     object_.Set(1001, To(source)), object_.Set(1004, To(target));
-    bench_.Link();
     Run();
   };
   give(flow_, heat_);
@@ -141,23 +138,15 @@ TEST_F(ToParticles, TargetsTakeWhatTheSourceHas) {
   EXPECT_FALSE(p.GetStateOr(key, true)) << "a vector of exactly zero";
 }
 
-TEST_F(ToParticles, TellsWhatIsMissing) {
-  object_.Set(1000, bench_.ListOf({})), object_.Set(1001, LinkValue()), object_.Set(1004, LinkValue());
-  bench_.Link();
-  Run();
-  EXPECT_EQ(bench_.warnings.size(), 3u);
-}
-
-class ToGrid : public Exchange {
+class ToGridThreads : public Exchange {
  protected:
-  explicit ToGrid(int workers = 1) : Exchange("properties_particles", workers) {
+  ToGridThreads() : Exchange("properties_particles") {
     smoke_.Set(1051, 1e9);
     object_.Set(1000, To(group_));
     object_.Set(1002, bench_.ListOf({&pair_}));
     pair_.Set(1000, To(smoke_)), pair_.Set(1001, 3.0);
   }
   void Ready() {
-    bench_.Link();
     bench_.Fit(kCells);
     bench_.GridOf(smoke_).Fill(0);
   }
@@ -190,7 +179,7 @@ class ToGrid : public Exchange {
   BaseObject &smoke_ = bench_.Add("channel_scalar", "smoke"), &pair_ = bench_.Add("channelvalue", "pair");
 };
 
-TEST_F(ToGrid, EachCellGetsTheMeanOfTheParticlesNearIt) {
+TEST_F(ToGridThreads, EachCellGetsTheMeanOfTheParticlesNearIt) {
   BaseObject& heat = bench_.Add("property_scalar", "heat");
   heat.Set(2001, std::int64_t(PP::Temperature));
   const SplineKnot knots[] = {{0, 1}, {1, 0.25}};
@@ -214,7 +203,7 @@ TEST_F(ToGrid, EachCellGetsTheMeanOfTheParticlesNearIt) {
   }
 }
 
-TEST_F(ToGrid, ValuesForASecondTakeTheSubStep) {
+TEST_F(ToGridThreads, ValuesForASecondTakeTheSubStep) {
   object_.Set(1007, true);
   Ready();
   AddParticle({1.1, 1.1, 1.1});
@@ -222,7 +211,7 @@ TEST_F(ToGrid, ValuesForASecondTakeTheSubStep) {
   ForCells([&](const Vec3D&, double value) { EXPECT_TRUE(value == 0 || value == 3 * 0.125); });
 }
 
-TEST_F(ToGrid, ConstraintsWeighCellsOrParticles) {
+TEST_F(ToGridThreads, ConstraintsWeighCellsOrParticles) {
   BaseObject &ball = bench_.Add("constraint_voxeldistance", "ball"), &centre = bench_.Add("null", "centre");
   centre.Set(kPositionId, Vec3D(150, 150, 100));
   ball.Set(1000, To(centre)), ball.Set(1001, 100.0);
@@ -244,7 +233,7 @@ TEST_F(ToGrid, ConstraintsWeighCellsOrParticles) {
   });
 }
 
-TEST_F(ToGrid, VectorsGoIntoVectorChannels) {
+TEST_F(ToGridThreads, VectorsGoIntoVectorChannels) {
   BaseObject &flow = bench_.Add("channel_vector", "flow"), &velocity = bench_.Add("property_vector", "velocity");
   flow.Set(1050, Vec3D(-9)), flow.Set(1051, Vec3D(9));
   velocity.Set(2001, std::int64_t(PP::Velocity));
@@ -260,22 +249,6 @@ TEST_F(ToGrid, VectorsGoIntoVectorChannels) {
     EXPECT_EQ(grid(5, 4, 4), data.velocity[c]);
     EXPECT_EQ(grid(6, 4, 4), 0);
   }
-}
-
-TEST(ExchangeThreads, SameBits) {
-  struct Rig : ToGrid {
-    explicit Rig(int workers) : ToGrid(workers) {}
-    void TestBody() override {}
-    std::vector<double> Cells() {
-      Ready();
-      AddScattered(3000);
-      Run();
-      const ScalarGrid& grid = bench_.GridOf(smoke_);
-      return {grid.data, grid.data + grid.count};
-    }
-  };
-  const std::vector<double> first = Rig(1).Cells();
-  for (const int workers : {2, 3, 8}) EXPECT_EQ(Rig(workers).Cells(), first) << workers;
 }
 
 }  // namespace

@@ -7,13 +7,12 @@
 #include "fluids/particle_renderer/ParticleLook.h"
 #include "fluids/particles/ParticleGroup.h"
 #include "tests/support/TestScene.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
 
 struct Stage : test::TestScene {
-  explicit Stage(int workers = 2) : TestScene(workers) {
+  Stage() : TestScene(3) {
     groupObject = &Add("particlegroup", "Group");
     scene.Step(0);
     group = NodeOf<ParticleGroup>(*groupObject);
@@ -139,20 +138,6 @@ TEST(ParticlePicture, LivesFadeOut) {
   const ParticlePicture shown = stage.Shown();
   EXPECT_EQ(shown.clouds[0].points[0].opacity, 0.25f);
   EXPECT_EQ(shown.clouds[0].points[1].opacity, 0.5f);
-}
-
-TEST(ParticlePictureThreads, HasTheSamePointsAtAnyNumberOfWorkers) {
-  test::SameForAnyWorkers([](int workers) {
-    Stage stage(workers);
-    stage.Fill(PK_Passive, 9000);
-    for (int n = 0; n < 9000; n += 7) stage.group->At(PK_Passive, n).Kill();
-    std::vector<float> values;
-    const ParticlePicture shown = stage.Shown();
-    for (const PointCloud::Point& p : shown.clouds.at(0).points) {
-      values.insert(values.end(), {p.position.x, p.position.z, p.radius, p.colour.x, p.colour.z});
-    }
-    return values;
-  });
 }
 
 }  // namespace
