@@ -39,7 +39,12 @@ void* ScratchPool::Borrow(std::size_t bytes) {
     }
   }
   if (!from) {
-    const std::size_t whole = BlockSize(bytes);
+    // A grid that fills nearly half of the largest block gets one as large, so that another of its kind finds room.
+    constexpr double kHalf = 0.4;
+    std::size_t whole = BlockSize(bytes);
+    for (const Block& block : blocks_) {
+      if (double(bytes) > kHalf * double(block.size)) whole = std::max(whole, block.size);
+    }
     blocks_.reserve(blocks_.size() + 1);
     Block block{nullptr, whole, {{0, whole, false}}};
     block.memory = static_cast<char*>(AllocateGridMemory(whole));
@@ -47,9 +52,13 @@ void* ScratchPool::Borrow(std::size_t bytes) {
     from = &blocks_.back(), best = 0;
   }
   Piece& piece = from->pieces[best];
+  piece.lent = true;
+  // A small rest stays with what is lent: as a piece it would keep the block from a slightly larger grid later.
   const std::size_t begin = piece.begin, rest = piece.size - size;
-  piece.size = size, piece.lent = true;
-  if (rest > 0) from->pieces.insert(from->pieces.begin() + std::ptrdiff_t(best) + 1, {begin + size, rest, false});
+  if (rest > size / 16) {
+    piece.size = size;
+    from->pieces.insert(from->pieces.begin() + std::ptrdiff_t(best) + 1, {begin + size, rest, false});
+  }
   return from->memory + begin;
 }
 
