@@ -24,7 +24,7 @@ bool WantsVelocities(const BaseDocument& document) {
   const std::vector<BaseObject*> settings = document.ObjectsOfType(kRenderSettingsId);
   if (settings.empty()) return false;
   const BaseObject& render = *settings.front();
-  return render.GetBool(kRenderVelocityId) || render.GetBool(kRenderLayersId);
+  return render.GetBool(kRenderVelocityId) || render.GetBool(kRenderLayersId) || render.GetDouble(kRenderShutterId) > 0;
 }
 
 }  // namespace

@@ -128,8 +128,12 @@ Status PrintPictureInfo(const Program& program, const std::string& path) {
   if (Status readable = RunIsolated(ReadDescription, path); !readable.ok()) return readable;
   const Result<PictureInfo> info = DescribePicture(path);
   if (!info.ok()) return info.error();
-  if (!program.options.json) fmt::print("{}: {}, {} x {}\n", path, info->format, info->width, info->height);
+  if (!program.options.json) {
+    fmt::print("{}: {}, {} x {}\n", path, info->format, info->width, info->height);
+    if (!info->toneMap.empty()) fmt::print("  tone map: {}\n", info->toneMap);
+  }
   Json json = {{"kind", info->format}, {"width", info->width}, {"height", info->height}, {"channels", Json::array()}};
+  if (!info->toneMap.empty()) json["tone_map"] = info->toneMap;
   for (const ChannelRange& channel : info->channels) {
     if (program.options.json) {
       json["channels"].push_back({{"name", channel.name},

@@ -184,7 +184,7 @@ void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
   if (settings_.march) result = marcher_->March(march, ray.random, ray.worker);
   Vec3D colour = result.colour, transmittance = result.transmittance;
   if (!std::isfinite(colour.x) || !std::isfinite(colour.z)) colour = {};
-  if (colour != Vec3D() || transmittance != Vec3D()) colour += marcher_->Scattered(march, ray.random, ray.worker);
+  if (colour != Vec3D() || transmittance != Vec3D()) colour += ScatteredLight(march, ray);
   const bool asPoints = (ray.kind & kRayGlobal) != 0 && GlowPoints() > 0;
   if (asPoints) colour -= result.emission;
   sample.emission = asPoints || !IsFinite(result.emission) ? Vec3D() : result.emission * ray.weight;
@@ -203,6 +203,16 @@ void GasMaterial::Volume(const VolumeRay& ray, VolumeSample& sample) const {
       sample.velocity[c] = sampler(x) * grid.space.hostPerSim[c];
     }
   }
+}
+
+// Light that has scattered many times changes little within a pixel: of two samples that end at the same depth, one
+// looks.
+Vec3D GasMaterial::ScatteredLight(const MarchRay& march, const VolumeRay& ray) const {
+  VolumeMemo* memo = ray.memo;
+  if (memo && memo->kept && std::fabs(memo->length - march.length) <= marcher_->cell()) return memo->light;
+  const Vec3D light = marcher_->Scattered(march, ray.random, ray.worker);
+  if (memo) *memo = {true, march.length, light};
+  return light;
 }
 
 void GasMaterial::PostStep(Vec3D& colour, Vec3D& transmittance) const {

@@ -41,6 +41,7 @@ class GasMaterial final : public VolumeShader {
   const FluidSolver* FindSolver() const;
   RayMarcher::Input MakeInput(const RenderContext& context) const;
   bool Sees(std::uint32_t kind) const;
+  Vec3D ScatteredLight(const MarchRay& march, const VolumeRay& ray) const;
   void PostStep(Vec3D& colour, Vec3D& transmittance) const;
 
   const BaseObject& object_;

@@ -80,14 +80,17 @@ Vec3D LightMapBuilder::Passing(const Vec3D& x, const Illumination& illumination,
   return marcher_.Transmittance(ray, marcher_.settings_.shadowSteps, extinction, &random, worker);
 }
 
-// From a light with a width, the mean over some of its points.
-Vec3D LightMapBuilder::LightAt(const Light& light, const Vec3D& x, MersenneTwister& random, int worker) const {
+// From a light with a width, the mean over some of its points. Eight cells that linear reads bring together take
+// points of one sequence, so that what each of them misses the others have.
+Vec3D LightMapBuilder::LightAt(const Light& light, const VecInt3D& cell, MersenneTwister& random, int worker) const {
   const int rays = light.HasWidth() && (light.castsShadow || light.kind == LightKind::Area) ? light.shadowRays : 1;
-  const Vec2D offset = rays > 1 ? Vec2D{random.Uniform(), random.Uniform()} : Vec2D();
+  const Vec3D x = CentreOf(lattice_, cell.x, cell.y, cell.z);
+  const int first = rays * ((cell.x & 1) + 2 * (cell.y & 1) + 4 * (cell.z & 1));
   Vec3D sum;
   for (int n = 0; n < rays; ++n) {
     const Illumination illumination =
-        rays > 1 ? light.IlluminateFrom(x, SquarePoint(static_cast<std::uint64_t>(n), offset)) : light.Illuminate(x);
+        rays > 1 ? light.IlluminateFrom(x, SquarePoint(static_cast<std::uint64_t>(first + n), {}))
+                 : light.Illuminate(x);
     if (illumination.colour == Vec3D()) continue;
     sum += light.castsShadow ? illumination.colour * Passing(x, illumination, random, worker) : illumination.colour;
   }
@@ -98,7 +101,7 @@ Vec3D LightMapBuilder::LightAt(const Light& light, const Vec3D& x, MersenneTwist
 void LightMapBuilder::LightRow(LightMap& map, int j, int k, int worker) const {
   MersenneTwister random(kMapSeed + static_cast<std::uint32_t>(k * lattice_.dims.y + j));
   for (int i = 0; i < lattice_.dims.x; ++i) {
-    if ((*lit_)(i, j, k)) (*map.grid)(i, j, k) = LightAt(map.light, CentreOf(lattice_, i, j, k), random, worker);
+    if ((*lit_)(i, j, k)) (*map.grid)(i, j, k) = LightAt(map.light, {i, j, k}, random, worker);
   }
 }
 

@@ -25,7 +25,7 @@ class LightMapBuilder {
   void DiffuseMap(VectorGrid& map);
   // The share of a light that gets to a place, from one of its points.
   Vec3D Passing(const Vec3D& x, const Illumination& illumination, MersenneTwister& random, int worker) const;
-  Vec3D LightAt(const Light& light, const Vec3D& x, MersenneTwister& random, int worker) const;
+  Vec3D LightAt(const Light& light, const VecInt3D& cell, MersenneTwister& random, int worker) const;
   void BuildLightMaps(const std::vector<Light>& lights);
   void BuildFireMap();
   void BlurLightMap(VectorGrid& map);

@@ -76,17 +76,26 @@ bool LightPyramid::Build(std::unique_ptr<ScalarGrid> light, double factor, Worke
   return true;
 }
 
+const LatticeCell& LightPyramid::Place::In(const LightPyramid& pyramid, std::size_t level) {
+  if ((known_ >> level & 1u) == 0) {
+    cells_[level] = pyramid.levels_[level].sampler.CellAt(x_);
+    known_ |= 1u << level;
+  }
+  return cells_[level];
+}
+
 // The index grows with the width while the widths of the levels double: wide light is read from the coarse ones early.
-double LightPyramid::Sample(const Vec3D& x, double width) const {
+double LightPyramid::Sample(Place& place, double width) const {
   if (levels_.empty()) return 0;
   const double base = levels_.front().width, last = static_cast<double>(levels_.size() - 1);
   const double at = base > 0 && width >= base ? std::floor(std::min(width / base, last)) : 0;
   const auto i = static_cast<std::size_t>(at);
-  if (i + 1 >= levels_.size()) return levels_.back().sampler(x);
+  const auto read = [&](std::size_t level) { return levels_[level].sampler.In(place.In(*this, level)); };
+  if (i + 1 >= levels_.size()) return read(levels_.size() - 1);
   const Level &narrow = levels_[i], &wide = levels_[i + 1];
-  const double value = narrow.sampler(x);
+  const double value = read(i);
   if (wide.width == narrow.width) return value;
-  return value + (wide.sampler(x) - value) * ((width - narrow.width) / (wide.width - narrow.width));
+  return value + (read(i + 1) - value) * ((width - narrow.width) / (wide.width - narrow.width));
 }
 
 MultipleScattering::MultipleScattering(const RayMarcher& marcher)
@@ -119,10 +128,12 @@ void MultipleScattering::MeasureRay(const MarchRay& ray, int mode, Measure& out,
   if (jitter > 0 && (ray.jitter >= 0 || random)) {
     t = std::min(ray.length, step_ * jitter * (1 - (ray.jitter >= 0 ? ray.jitter : random->Uniform())));
   }
+  // The short ways between two steps aren't worth a look.
+  EmptySpaceWalk walk = ray.length > 4 * step_ ? EmptySpaceWalk(marcher_.emptySpace_, ray) : EmptySpaceWalk();
   for (double ds = t;;) {
     const Vec3D x = ray.origin + ray.direction * t;
     double d;
-    if (marcher_.Inside(x) && marcher_.SampleShifted(x, ray.time, d)) {
+    if (!walk.IsEmptyAt(t) && marcher_.Inside(x) && marcher_.SampleShifted(x, ray.time, d)) {
       double s = settings_.scattering, kd = settings_.densityScale;
       if (!scatters.empty()) s = std::clamp(s * marcher_.Filtered(kFilterScatterAmount, x, worker), 0.001, 2.0);
       if (!densities.empty()) kd *= std::clamp(marcher_.Filtered(kFilterScatterDensity, x, worker), 0.0001, 1.0);
@@ -198,8 +209,11 @@ void MultipleScattering::Build(const std::vector<Light>& lights, WorkerPool& poo
 Vec3D MultipleScattering::LightAt(const MarchRay& ray, const Vec3D& x, double t, double tau, double g, double p) const {
   const double d2 = 2 * spread_, c0 = 1 / (4 * spread_), s = settings_.scattering;
   Vec3D sum;
+  // All maps have one lattice.
+  LightPyramid::Place place(x);
+  const LatticeCell cell = maps_.front().depth.CellAt(x);
   for (const ScatteringMap& map : maps_) {
-    const double depth = map.depth(x) + tau, length = map.length(x) + settings_.lengthScale * t;
+    const double depth = map.depth.In(cell) + tau, length = map.length.In(cell) + settings_.lengthScale * t;
     const double far = length / s * depth;
     if (!(far < kDarkest)) continue;
     const Vec3D u = Normalized(x - map.light.PositionFrom(x));
@@ -209,7 +223,7 @@ Vec3D MultipleScattering::LightAt(const MarchRay& ray, const Vec3D& x, double t,
     const double width =
         settings_.widthScale *
         std::sqrt(length * length * depth * d2 / ((settings_.absorption / s * d2 * depth * depth / 12 + 1) * 24));
-    const double light = std::max(0.0, map.pyramid.Sample(x, width));
+    const double light = std::max(0.0, map.pyramid.Sample(place, width));
     const double phase = phase_->Evaluate(cosine, g, marcher_.settings_.phaseSecond) * p;
     sum += map.hue * (light * std::exp(-turned - far) * phase);
   }
@@ -222,10 +236,13 @@ Vec3D MultipleScattering::Along(const MarchRay& ray, MersenneTwister* random, in
   if (maps_.empty() || !(ray.length > 0)) return light;
   bool coarse = true;
   double t = 0, before = 0, tau = 0;
+  EmptySpaceWalk walk(marcher_.emptySpace_, ray);
   for (;;) {
     const Vec3D x = ray.origin + ray.direction * t;
     RayMarcher::Place place;
-    if (marcher_.Inside(x)) {
+    if (walk.IsEmptyAt(t)) {
+      if (!coarse) coarse = marcher_.Inside(x);
+    } else if (marcher_.Inside(x)) {
       place.x = place.smoke = x;
       place.hasDensity = marcher_.SampleDensity(x, place.density) &&
                          place.density >= kLeastDensity * marcher_.settings_.unitDensity && t != before;

@@ -4,6 +4,8 @@
 // Ramamoorthi, Nayar 2004). Before the first ray each cell gets its depth along the way to each light, and a pyramid of
 // blurred light; a sample of the view ray reads the pyramid at the width that the light has got until there.
 
+#include <array>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -17,8 +19,23 @@ class LightPyramid {
   // From the light at each cell, which becomes level 0. factor: width of level 0 in cells. False on a break. Throws
   // std::bad_alloc.
   bool Build(std::unique_ptr<ScalarGrid> light, double factor, WorkerPool& pool, const BaseThread* thread);
+  // A place in all levels. Pyramids of one lattice can share it.
+  class Place {
+   public:
+    explicit Place(const Vec3D& x) : x_(x) {}
+    const LatticeCell& In(const LightPyramid& pyramid, std::size_t level);
+
+   private:
+    Vec3D x_;
+    std::uint32_t known_ = 0;  // levels, as bits
+    std::array<LatticeCell, 5> cells_;
+  };
   // Light at a place, spread over a width, both in host units.
-  double Sample(const Vec3D& x, double width) const;
+  double Sample(const Vec3D& x, double width) const {
+    Place place(x);
+    return Sample(place, width);
+  }
+  double Sample(Place& place, double width) const;
   std::size_t levels() const { return levels_.size(); }
   double widthOf(std::size_t level) const { return levels_[level].width; }
 

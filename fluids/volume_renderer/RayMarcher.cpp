@@ -96,6 +96,11 @@ Status RayMarcher::Build(Input input) {
   const double side = input.containerSide > 0 ? input.containerSide : (box.x + box.y + box.z) / 3;
   settings_.ApplyUnits(settings_.unitLength > 0 ? settings_.unitLength : 0.1 * side);
   displacer_.Setup(input.channels, settings_, world_ && world_->settings.shutter > 0);
+  if (copies_.density && !displacer_.active()) {
+    emptySpace_.Build(*copies_.density, kDensityThreshold, input.pool);
+  } else {
+    emptySpace_.Clear();
+  }
   SetUpColours();
   show("Scattering maps");
   const auto start = std::chrono::steady_clock::now();
@@ -356,11 +361,12 @@ Vec3D RayMarcher::Transmittance(const MarchRay& ray, const StepSettings& steps, 
   if (empty_ && !density_) return transmittance;
   bool coarse = true, firstSample = false;
   double t = JitteredStart(steps, ray, random), ds = t;
+  EmptySpaceWalk walk(emptySpace_, ray);
   while (true) {
-    const Vec3D x = ray.origin + ray.direction * t;
-    Vec3D smoke = x, fire = x;
     double step = coarse ? steps.coarse : steps.fine, density = 0;
-    if (Inside(x)) {
+    const Vec3D x = ray.origin + ray.direction * t;
+    if (!walk.IsEmptyAt(t) && Inside(x)) {
+      Vec3D smoke = x, fire = x;
       displacer_.DisplaceBoth(smoke, fire, ray.time);
       if (SampleDensity(smoke, density)) {
         if (coarse) {

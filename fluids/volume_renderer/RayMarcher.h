@@ -14,11 +14,17 @@
 
 #include "fluids/grids/Interpolation.h"
 #include "fluids/volume_renderer/BlackBodyTable.h"
+#include "fluids/volume_renderer/EmptySpace.h"
 #include "fluids/volume_renderer/PhaseFunction.h"
 #include "fluids/volume_renderer/RenderCopies.h"
 #include "host/render/RenderWorld.h"
 
 namespace orlix {
+
+// Where a place lies between the samples of a lattice.
+struct LatticeCell {
+  AxisCell x, y, z;
+};
 
 // A grid that is sampled at points of host space.
 template <class T>
@@ -32,6 +38,12 @@ class HostSampler {
     const Vec3D g = x * scale_ - offset_;
     return SampleTrilinear(view_, g.x, g.y, g.z);
   }
+  // The same in two steps, for several grids of one lattice.
+  LatticeCell CellAt(const Vec3D& x) const {
+    const Vec3D g = x * scale_ - offset_;
+    return {LinearAxis(g.x, view_.dims.x), LinearAxis(g.y, view_.dims.y), LinearAxis(g.z, view_.dims.z)};
+  }
+  T In(const LatticeCell& cell) const { return interpolation_detail::EightNodes(view_, cell.x, cell.y, cell.z); }
   const GridView<const T>& view() const { return view_; }
 
  private:
@@ -186,6 +198,7 @@ class RayMarcher {
   HostSampler<double> density_, temperature_, third_;
   std::array<HostSampler<double>, 3> colour_;
   VelocityGridDisplacer displacer_;
+  EmptySpace emptySpace_;  // of the density; without blocks where the gas isn't taken from where a ray is
   std::optional<GasNoise> noise_;
   std::optional<PhaseFunction> phase_;
   BlackBodyTable blackBody_;

@@ -30,6 +30,7 @@ Format FormatOf(std::span<const std::byte> file) {
 struct ReadResult {
   Format format;
   Picture picture;
+  std::string toneMap;
 };
 
 Result<ReadResult> ReadAny(const std::filesystem::path& path) {
@@ -41,9 +42,10 @@ Result<ReadResult> ReadAny(const std::filesystem::path& path) {
   const Format format = FormatOf(*bytes);
   if (format == Format::Unknown) return fail(ErrorKind::InputFile, "neither an OpenEXR nor a PNG picture");
   try {
-    Result<Picture> picture = format == Format::Exr ? ReadExr(*bytes) : ReadPng(*bytes);
+    std::string toneMap = format == Format::Exr ? "none, linear light" : "";
+    Result<Picture> picture = format == Format::Exr ? ReadExr(*bytes) : ReadPng(*bytes, &toneMap);
     if (!picture) return fail(picture.error().kind, picture.error().text);
-    return ReadResult{format, std::move(*picture)};
+    return ReadResult{format, std::move(*picture), std::move(toneMap)};
   } catch (const std::bad_alloc&) {
     return fail(ErrorKind::Memory, "no memory for the picture");
   }
@@ -84,7 +86,7 @@ Result<PictureInfo> DescribePicture(const std::filesystem::path& path) {
   const Result<ReadResult> read = ReadAny(path);
   if (!read) return read.error();
   return PictureInfo{read->format == Format::Exr ? "OpenEXR" : "PNG", read->picture.width(), read->picture.height(),
-                     RangesOf(read->picture)};
+                     RangesOf(read->picture), read->toneMap};
 }
 
 }  // namespace orlix

@@ -21,6 +21,7 @@ struct PictureInfo {
   std::string format;  // "OpenEXR" or "PNG"
   int width = 0, height = 0;
   std::vector<ChannelRange> channels;
+  std::string toneMap;  // how light became values; empty where the file doesn't say
 };
 Result<PictureInfo> DescribePicture(const std::filesystem::path& path);
 

@@ -10,6 +10,10 @@ namespace orlix {
 
 enum class ViewTransform { Linear, Srgb, Filmic };
 
+constexpr const char* NameOf(ViewTransform transform) {
+  return transform == ViewTransform::Linear ? "linear" : transform == ViewTransform::Srgb ? "srgb" : "filmic";
+}
+
 struct PictureView {
   double exposure = 0;  // stops
   ViewTransform transform = ViewTransform::Srgb;

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include "host/pictures/Srgb.h"
@@ -81,6 +82,21 @@ bool ReadHeader(Reading& r) {
   return png_get_rowbytes(r.png, r.info) == static_cast<std::size_t>(r.width) * 4;
 }
 
+// The text of the chunk that WriteHeader makes, as far as it can be printed; empty without one.
+std::string ToneMapOf(const Reading& r) {
+  png_textp chunks = nullptr;
+  const int count = png_get_text(r.png, r.info, &chunks, nullptr);
+  std::string text;
+  for (int n = 0; n < count; ++n) {
+    if (!chunks[n].text || std::string_view(chunks[n].key) != "Tone map") continue;
+    constexpr std::size_t kLongest = 80;
+    for (const char c : std::string_view(chunks[n].text).substr(0, kLongest)) {
+      if (c >= ' ' && c <= '~') text += c;
+    }
+  }
+  return text;
+}
+
 bool ReadRow(Reading& r) {
   if (setjmp(png_jmpbuf(r.png))) return false;
   png_read_row(r.png, r.row.data(), nullptr);
@@ -102,12 +118,18 @@ Result<Picture> InputError(const Reading& reading) {
 // How far the deflate of a PNG can shrink its bytes (RFC 1951: 258 bytes for 2 bits).
 constexpr std::uint64_t kMostDeflated = 1032;
 
-bool WriteHeader(Writing& w, png_uint_32 width, png_uint_32 height, bool alpha) {
+// text: how light became values, which no other chunk says.
+bool WriteHeader(Writing& w, png_uint_32 width, png_uint_32 height, bool alpha, char* text) {
   if (setjmp(png_jmpbuf(w.png))) return false;
   png_set_write_fn(w.png, &w, WriteBytes, FlushNothing);
   png_set_IHDR(w.png, w.info, width, height, 8, alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB,
                PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_set_sRGB(w.png, w.info, PNG_sRGB_INTENT_PERCEPTUAL);
+  char key[] = "Tone map";
+  png_text chunk{};
+  chunk.compression = PNG_TEXT_COMPRESSION_NONE;
+  chunk.key = key, chunk.text = text, chunk.text_length = std::strlen(text);
+  png_set_text(w.png, w.info, &chunk, 1);
   png_write_info(w.png, w.info);
   return true;
 }
@@ -203,8 +225,9 @@ Status WritePng(const Picture& picture, const PictureView& view, std::ostream& s
   w.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &w, WritingFailed, KeepWarningQuiet);
   w.info = w.png ? png_create_info_struct(w.png) : nullptr;
   if (!w.info) return fail("no memory");
-  bool good =
-      WriteHeader(w, static_cast<png_uint_32>(picture.width()), static_cast<png_uint_32>(picture.height()), !opaque);
+  std::string toneMap = fmt::format("{}, exposure {:g} stops", NameOf(view.transform), view.exposure);
+  bool good = WriteHeader(w, static_cast<png_uint_32>(picture.width()), static_cast<png_uint_32>(picture.height()),
+                          !opaque, toneMap.data());
   w.row.resize(static_cast<std::size_t>(picture.width()) * (opaque ? 3 : 4));
   for (int y = 0; good && y < picture.height(); ++y) {
     const std::size_t first = static_cast<std::size_t>(y) * static_cast<std::size_t>(picture.width());
@@ -216,11 +239,13 @@ Status WritePng(const Picture& picture, const PictureView& view, std::ostream& s
   return stream.flush() ? Status() : fail("the stream has failed");
 }
 
-Result<Picture> ReadPng(std::span<const std::byte> file) {
+Result<Picture> ReadPng(std::span<const std::byte> file, std::string* toneMap) {
   Reading reading;
   reading.file = file;
   try {
-    return ReadRows(reading);
+    Result<Picture> picture = ReadRows(reading);
+    if (picture && toneMap) *toneMap = ToneMapOf(reading);
+    return picture;
   } catch (const std::bad_alloc&) {
     return Result<Picture>::Fail(ErrorKind::Memory, "no memory for a PNG picture");
   }

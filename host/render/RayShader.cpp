@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/render/SampleSequence.h"
-
 namespace orlix {
 
 namespace {
@@ -12,6 +10,9 @@ namespace {
 double Mean(const Vec3D& colour) { return (colour.x + colour.y + colour.z) / 3; }
 
 SurfacePlace PlaceOf(const SurfaceHit& hit) { return {hit.point, hit.normal, hit.texture, hit.hasTexture}; }
+
+// What draws are for, beside the rays around surfaces: each light has a stream of its own.
+constexpr std::uint64_t kLightStream = 1, kGlowStream = 80;
 
 // How far a ray goes that nothing ends, in host units.
 constexpr double kSkyDistance = 1e6;
@@ -21,6 +22,7 @@ constexpr double kSkyDistance = 1e6;
 RayShader::RayShader(const RenderWorld& world, const std::vector<VolumeInBox>& volumes, int worker)
     : world_(world), volumes_(volumes), worker_(worker) {
   spans_.reserve(volumes.size());
+  memos_.resize(volumes.size());
 }
 
 // The volumes whose boxes the ray meets before end, in order of entry.
@@ -41,8 +43,11 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
   ray.random = random_;
   ray.time = (draws_.time - 0.5) * world_.settings.ShutterSeconds();
   bool seen = false;
+  // Samples that look from elsewhere or at another time have little to share.
+  const bool keeps = ray.kind == kRayCamera && !(world_.settings.shutter > 0) && !(world_.camera.aperture > 0);
   for (const Span& span : spans_) {
     VolumeSample sample;
+    if (keeps) ray.memo = &memos_[static_cast<std::size_t>(span.volume - volumes_.data())];
     span.volume->volume->Volume(ray, sample);
     ++counts_.volume;
     counts_.volumeSamples += sample.samples;
@@ -62,6 +67,7 @@ VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
 ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const SampleDraws& draws) {
   ++counts_.camera;
   draws_ = draws;
+  if (draws.opensPair) std::fill(memos_.begin(), memos_.end(), VolumeMemo());
   if (world_.lightsMove) {
     lights_.clear();
     for (const Light& light : world_.lights) lights_.push_back(light.AtTime(draws.time));
@@ -147,10 +153,8 @@ Vec3D RayShader::LightOnSurface(const Light& light, const SurfaceHit& hit, const
   if (!area && seen == Vec3D()) return {};
   if (!light.HasWidth() || (!area && !light.castsShadow)) return seen * LightPassing(light, middle, origin);
   Vec3D sum;
-  // Another part of the sequence for each light.
-  const std::uint64_t first = draws_.first + 7919 * (1 + light.object % 64);
   for (int n = 0; n < light.shadowRays; ++n) {
-    const Vec2D square = SquarePoint(first + static_cast<std::uint64_t>(n), draws_.offset);
+    const Vec2D square = draws_.Point(kLightStream + light.object % 64, n, light.shadowRays);
     const Illumination aimed = light.IlluminateFrom(origin, square);
     const Vec3D colour = area ? reflected(aimed) : seen;
     if (colour != Vec3D()) sum += colour * LightPassing(light, aimed, origin);
@@ -165,9 +169,8 @@ Vec3D RayShader::GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& mat
     const int points = box.volume->GlowPoints();
     Vec3D sum;
     for (int n = 0; n < points; ++n) {
-      const std::uint64_t index = draws_.first * static_cast<std::uint64_t>(points) + static_cast<std::uint64_t>(n);
-      const Vec2D a = SquarePoint(index + 104729, draws_.offset),
-                  b = SquarePoint(index + 1299709, {a.x, draws_.offset.y});
+      // Which part of the glow counts most; where in it, little: its two numbers may go together.
+      const Vec2D a = draws_.Point(kGlowStream, n, points), b = draws_.Point(kGlowStream + 1, n, points);
       const GlowPoint glow = box.volume->GlowAt({a.x, a.y, b.y});
       const Vec3D towards = glow.place - origin;
       Illumination illumination;
@@ -293,8 +296,7 @@ Vec3D RayShader::GatherAround(const SurfaceHit& hit, const SurfaceMaterial& mate
   Vec3D sum;
   for (int i = 0; i < rays; ++i) {
     VolumeRay ray;
-    ray.direction =
-        CosineDirection(hit.normal, SquarePoint(draws_.first + static_cast<std::uint64_t>(i), draws_.offset));
+    ray.direction = CosineDirection(hit.normal, draws_.Point(0, i, rays));
     if (Dot(ray.direction, hit.faceNormal) <= 0) continue;
     ++counts_.gather;
     ray.origin = origin;

@@ -8,6 +8,7 @@
 #include "globals/Random.h"
 #include "host/render/PointRaster.h"
 #include "host/render/RenderWorld.h"
+#include "host/render/SampleSequence.h"
 
 namespace orlix {
 
@@ -33,10 +34,19 @@ struct ShadedRay {
 
 // What a sample draws its numbers from.
 struct SampleDraws {
-  Vec2D offset;             // of the pixel
-  std::uint64_t first = 0;  // in the pixel's sequence: rays around surfaces take the points from there on
-  double jitter = 0.5;      // where rays into volumes start in their first step
-  double time = 0.5;        // of the shutter
+  Vec2D offset;              // of the pixel
+  std::uint64_t sample = 0;  // of the pixel
+  bool opensPair = true;     // volumes may share work between it and the next
+  double jitter = 0.5;       // where rays into volumes start in their first step
+  double time = 0.5;         // of the shutter
+
+  // Point n of count that each sample takes: one sequence goes on through all samples of the pixel. stream: what it is
+  // for.
+  Vec2D Point(std::uint64_t stream, int n, int count) const {
+    constexpr std::uint64_t kFarOff = 7919;  // of the sequence; another part for each stream
+    return SquarePoint(sample * static_cast<std::uint64_t>(count) + static_cast<std::uint64_t>(n) + kFarOff * stream,
+                       offset);
+  }
 };
 
 class RayShader {
@@ -92,8 +102,9 @@ class RayShader {
   const std::vector<VolumeInBox>& volumes_;
   const int worker_;
   MersenneTwister* random_ = nullptr;
-  std::vector<Span> spans_;    // along the ray in hand
-  std::vector<Light> lights_;  // at the sample's time, where they move
+  std::vector<Span> spans_;        // along the ray in hand
+  std::vector<VolumeMemo> memos_;  // of each volume: the first of each two samples of a pixel fills it
+  std::vector<Light> lights_;      // at the sample's time, where they move
   SampleDraws draws_;
   RayCounts counts_;
 };

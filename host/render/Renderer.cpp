@@ -28,13 +28,13 @@ struct PixelSums {
   double seen = 0, seenSquared = 0;  // brightness as the eye takes it
   int samples = 0;
 
-  // The standard error is small enough, and what was seen so far doesn't rest on too few samples.
-  bool IsDone(double noise) const {
-    const double mean = seen / samples, variance = std::max(0.0, seenSquared / samples - mean * mean);
-    return samples >= kFewest && std::sqrt(variance / (samples - 1)) <= noise * std::max(mean, 0.1);
-  }
-  static constexpr int kFewest = 4;
+  double Mean() const { return seen / samples; }
+  // Of one sample; there are two at least.
+  double Variance() const { return std::max(0.0, seenSquared - seen * Mean()) / (samples - 1); }
 };
+
+// What a variance must rest on.
+constexpr int kFewestSamples = 4;
 
 // The planes of the picture while it is made. Those of what isn't asked for are null.
 struct Planes {
@@ -60,9 +60,7 @@ struct Planes {
   float *alpha, *depth, *gasAlpha, *done, *motion[2];
 };
 
-struct Tile {
-  int left, top, right, bottom;
-};
+using Tile = PointRaster::Area;
 
 class PictureJob {
  public:
@@ -83,9 +81,9 @@ class PictureJob {
   bool IsInCrop(const Tile& area) const;
   void ShadeTiles(int worker);
   void ShadeTile(RayShader& shader, const Tile& area, const std::vector<PointSample>& drawn);
-  // points: what the pixel's samples see of the clouds; null where there are none.
-  PixelSums ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const;
-  CameraRay RayOf(const SampleDraws& draws, int x, int y, int sample) const;
+  // Up to a number of samples. points: what they see of the clouds; null where there are none.
+  void AddSamples(RayShader& shader, int x, int y, int samples, const PointSample* points, PixelSums& sums) const;
+  CameraRay RayOf(const SampleMoment& moment, int x, int y, int sample) const;
   void Write(const PixelSums& sums, int x, int y);
   void Report(bool last);
 
@@ -162,29 +160,28 @@ bool PictureJob::TakeDone(const Tile& area) {
   return true;
 }
 
-CameraRay PictureJob::RayOf(const SampleDraws& draws, int x, int y, int sample) const {
+CameraRay PictureJob::RayOf(const SampleMoment& moment, int x, int y, int sample) const {
   const RenderSettings& settings = world_.settings;
-  const Camera moved = world_.cameraMoves ? world_.camera.Towards(world_.closing, draws.time) : world_.camera;
+  const Camera moved = world_.cameraMoves ? world_.camera.Towards(world_.closing, moment.time) : world_.camera;
   const Vec2D place = places_[static_cast<std::size_t>(sample)];
   const CameraRay ray = moved.RayThrough(x + place.x, y + place.y, settings.width, settings.height);
-  if (!(moved.aperture > 0)) return ray;
-  const auto seed = static_cast<std::uint32_t>(settings.seed);
-  const Vec2D offset{PixelDraw(x, y, seed, 2, 0), PixelDraw(x, y, seed, 3, 0)};
-  return moved.ThroughLens(ray, DiscPoint(SquarePoint(static_cast<std::uint64_t>(sample), offset)));
+  return moved.aperture > 0 ? moved.ThroughLens(ray, moment.lens) : ray;
 }
 
-PixelSums PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSample* points) const {
+void PictureJob::AddSamples(RayShader& shader, int x, int y, int samples, const PointSample* points,
+                            PixelSums& sums) const {
   const RenderSettings& settings = world_.settings;
   const auto seed = static_cast<std::uint32_t>(settings.seed);
   SampleDraws draws;
   draws.offset = PixelOffset(x, y, seed);
-  PixelSums sums;
-  sums.depth = world_.camera.far;
-  for (int sample = 0; sample < settings.SamplesAtMost(); ++sample) {
-    draws.first = static_cast<std::uint64_t>(sample) * static_cast<std::uint64_t>(std::max(settings.skySamples, 1));
+  if (sums.samples == 0) sums.depth = world_.camera.far;
+  const int first = sums.samples;
+  for (int sample = first; sample < samples; ++sample) {
+    const SampleMoment moment = MomentOf(x, y, seed, sample, settings.shutter > 0, world_.camera.aperture > 0);
+    draws.sample = static_cast<std::uint64_t>(sample), draws.opensPair = (sample - first) % 2 == 0;
     draws.jitter = PixelDraw(x, y, seed, 0, sample);
-    draws.time = settings.shutter > 0 ? PixelDraw(x, y, seed, 1, sample) : 0.5;
-    const CameraRay ray = RayOf(draws, x, y, sample);
+    draws.time = moment.time;
+    const CameraRay ray = RayOf(moment, x, y, sample);
     const bool onPoint = points && std::isfinite(points[sample].depth);
     const PointHit point = onPoint ? points_.HitOf(points[sample]) : PointHit();
     const ShadedRay shaded = shader.Shade(ray, onPoint ? &point : nullptr, draws);
@@ -200,9 +197,30 @@ PixelSums PictureJob::ShadePixel(RayShader& shader, int x, int y, const PointSam
       sums.depth = sampleDepth, sums.velocity = shaded.velocity;
       sums.nearest = ray.origin + ray.direction * shaded.distance;
     }
-    if (settings.IsAdaptive() && sums.samples >= settings.samples && sums.IsDone(settings.noise)) break;
   }
-  return sums;
+}
+
+// Whether the standard error of each pixel is small enough. A few samples that agree by chance, as in the edge of a
+// penumbra, say little: the variance of the pixels around counts as much as four samples more.
+void FindDone(const std::vector<PixelSums>& pixels, int width, double noise, std::vector<std::uint8_t>& done) {
+  const int height = static_cast<int>(pixels.size()) / width;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const auto pixel = static_cast<std::size_t>(y * width + x);
+      if (done[pixel]) continue;
+      double around = 0;
+      int count = 0;
+      for (int v = std::max(y - 1, 0); v <= std::min(y + 1, height - 1); ++v) {
+        for (int u = std::max(x - 1, 0); u <= std::min(x + 1, width - 1); ++u) {
+          around += pixels[static_cast<std::size_t>(v * width + u)].Variance(), ++count;
+        }
+      }
+      const PixelSums& own = pixels[pixel];
+      const double n = own.samples;
+      const double variance = (n * own.Variance() + kFewestSamples * around / count) / (n + kFewestSamples);
+      done[pixel] = std::sqrt(variance / n) <= noise * std::max(own.Mean(), 0.1);
+    }
+  }
 }
 
 void PictureJob::Write(const PixelSums& sums, int x, int y) {
@@ -233,23 +251,32 @@ void PictureJob::Write(const PixelSums& sums, int x, int y) {
 }
 
 void PictureJob::ShadeTile(RayShader& shader, const Tile& area, const std::vector<PointSample>& drawn) {
-  std::uint64_t samples = 0;
+  const RenderSettings& settings = world_.settings;
+  const int width = area.right - area.left, most = settings.SamplesAtMost();
   // The channel of what is done speaks for whole tiles: a tile that is broken off leaves nothing.
-  std::vector<PixelSums> all;
-  for (int y = area.top; y < area.bottom; ++y) {
-    if (options_.thread && options_.thread->TestBreak()) broken_ = true;
-    if (broken_) return;
-    for (int x = area.left; x < area.right; ++x) {
-      const std::size_t pixel = all.size();
-      all.push_back(ShadePixel(shader, x, y, drawn.empty() ? nullptr : &drawn[pixel * places_.size()]));
-      samples += static_cast<std::uint64_t>(all.back().samples);
+  std::vector<PixelSums> all(static_cast<std::size_t>(width) * static_cast<std::size_t>(area.bottom - area.top));
+  std::vector<std::uint8_t> done(all.size());
+  for (int target = settings.IsAdaptive() ? std::clamp(kFewestSamples, settings.samples, most) : most;;) {
+    for (std::size_t pixel = 0; pixel < all.size(); ++pixel) {
+      const int x = static_cast<int>(pixel) % width, y = static_cast<int>(pixel) / width;
+      if (x == 0 && options_.thread && options_.thread->TestBreak()) broken_ = true;
+      if (broken_) return;
+      if (done[pixel]) continue;
+      const PointSample* points = drawn.empty() ? nullptr : &drawn[pixel * places_.size()];
+      AddSamples(shader, area.left + x, area.top + y, target, points, all[pixel]);
     }
+    if (target >= most) break;
+    FindDone(all, width, settings.noise, done);
+    if (std::find(done.begin(), done.end(), 0) == done.end()) break;
+    target = std::min(most, target + target / 2);
   }
+  std::uint64_t samples = 0;
+  for (const PixelSums& sums : all) samples += static_cast<std::uint64_t>(sums.samples);
+  samples_ += samples;
   std::size_t pixel = 0;
   for (int y = area.top; y < area.bottom; ++y) {
     for (int x = area.left; x < area.right; ++x) Write(all[pixel++], x, y);
   }
-  samples_ += samples;
   ++done_;
 }
 
@@ -263,7 +290,7 @@ void PictureJob::ShadeTiles(int worker) {
     random.Seed(kFirstSeed + static_cast<std::uint32_t>(tile) +
                 0x9e3779b9u * static_cast<std::uint32_t>(world_.settings.seed));
     const Tile area = TileAt(tile);
-    if (!points_.empty()) points_.Draw(tile, area.left, area.top, area.right, area.bottom, drawn);
+    if (!points_.empty()) points_.Draw(tile, area, drawn);
     ShadeTile(shader, area, drawn);
     if (worker == 0) Report(false);
   }
@@ -371,7 +398,7 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
   const RenderSettings& settings = world.settings;
   try {
     const std::vector<Vec2D> places = PlacesInPixel(settings.SamplesAtMost(), settings.IsAdaptive());
-    const PointRaster points(world.points, world.camera, settings.width, settings.height, kTileSize, places, workers);
+    const PointRaster points(world, kTileSize, places, workers);
     PictureJob job(world, boxes, points, places, options, workers.count(), *picture);
     r.startSeconds = SecondsSince(start);
     job.Run(workers);

@@ -60,6 +60,20 @@ inline Vec2D DiscPoint(const Vec2D& square) {
   return {radius * std::cos(angle), radius * std::sin(angle)};
 }
 
+// When a sample of a pixel looks, from 0 to 1 of the shutter, and through which point of the lens, in the unit disc.
+struct SampleMoment {
+  double time = 0.5;
+  Vec2D lens;
+};
+inline SampleMoment MomentOf(int x, int y, std::uint32_t seed, int sample, bool shutter, bool lens) {
+  SampleMoment moment;
+  if (shutter) moment.time = PixelDraw(x, y, seed, 1, sample);
+  if (!lens) return moment;
+  const Vec2D offset{PixelDraw(x, y, seed, 2, 0), PixelDraw(x, y, seed, 3, 0)};
+  moment.lens = DiscPoint(SquarePoint(static_cast<std::uint64_t>(sample), offset));
+  return moment;
+}
+
 // A direction about a unit normal with a density of cosine / pi (Malley's method).
 inline Vec3D CosineDirection(const Vec3D& normal, const Vec2D& square) {
   const double radius = std::sqrt(square.x), angle = 2 * std::numbers::pi * square.y;

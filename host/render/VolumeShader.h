@@ -32,6 +32,14 @@ enum RayKind : std::uint32_t {
   kRayOcclusion = 1u << 13  // looks only whether the sky is free
 };
 
+// What a volume may keep from a sample of a pixel for the next one, which looks through the same pixel at the same
+// time.
+struct VolumeMemo {
+  bool kept = false;
+  double length = 0;  // of the ray's way in the volume, host units
+  Vec3D light;
+};
+
 // A ray as the renderer gives it to a volume: host space, distances in host units.
 struct VolumeRay {
   Vec3D origin, direction;  // direction is of unit length
@@ -45,6 +53,7 @@ struct VolumeRay {
   MersenneTwister* random = nullptr;
   double jitter = -1;  // in [0, 1): where in its first step the ray starts; below 0 the generator decides
   double time = 0;     // seconds before (below 0) or after the time of the picture, within the shutter
+  VolumeMemo* memo = nullptr;
 };
 
 // What a volume adds along a ray.

@@ -182,6 +182,41 @@ TEST(Marcher, ASmallScaleKeepsTheBoxAndStaysClose) {
   EXPECT_NEAR(gas.Straight().transmittance.x, std::exp(-Gas::kGasDensity * 0.05 * kBox), 1e-9);
 }
 
+// Islands of gas, the border among them; rays from all sides, along the axes too.
+TEST(EmptySpace, NoWalkPassesOverGas) {
+  constexpr double kThreshold = 0.5;
+  const auto grid =
+      std::make_unique<ScalarGrid>(VecInt3D(21, 13, 30), Vec3D(42, 26, 60), 0.1f, kGridSmoke, Vec3D(-3, 2, 1));
+  MersenneTwister random(5);
+  grid->Fill(0.3);
+  for (int n = 0; n < 14; ++n) {
+    (*grid)(static_cast<int>(random.Uniform() * 21), static_cast<int>(random.Uniform() * 13), n < 3 ? 29 : n * 2) = 3;
+  }
+  WorkerPool pool(2);
+  EmptySpace space;
+  space.Build(*grid, kThreshold, pool);
+  const HostSampler<double> sampler(*grid, grid->space, Vec3D(0.5));
+  int gas = 0, passed = 0, missed = 0;
+  for (int n = 0; n < 400; ++n) {
+    MarchRay ray;
+    Vec3D target;
+    for (int axis = 0; axis < 3; ++axis) {
+      ray.origin[axis] = grid->space.hostMin[axis] + grid->space.hostSize[axis] * random.Uniform();
+      target[axis] = grid->space.hostMin[axis] + grid->space.hostSize[axis] * random.Uniform();
+      if (n % 4 == 0 && axis != n / 4 % 3) target[axis] = ray.origin[axis];
+    }
+    ray.direction = Normalized(target - ray.origin);
+    EmptySpaceWalk walk(space, ray);
+    for (double t = 0; t < Length(target - ray.origin); t += 0.37) {
+      const bool found = sampler(ray.origin + ray.direction * t) > kThreshold, empty = walk.IsEmptyAt(t);
+      gas += found, passed += empty, missed += found && empty;
+    }
+  }
+  EXPECT_EQ(missed, 0);
+  EXPECT_GT(gas, 100);
+  EXPECT_GT(passed, 5000);
+}
+
 TEST(MarcherThreads, MapsHaveTheSameBitsForAnyNumberOfWorkers) {
   const Vec3D colour = test::SameForAnyWorkers([](int workers) {
     Gas gas(workers);

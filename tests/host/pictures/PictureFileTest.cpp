@@ -228,11 +228,12 @@ TEST(PictureFile, WritesWhatItReadsAndDescribesIt) {
   picture.Find("G")->values.assign(200, 0.5f);
   picture.Find("G")->values[7] = -2;
   ASSERT_TRUE(WritePicture(folder / "a.exr", picture));
-  ASSERT_TRUE(WritePicture(folder / "a.PNG", picture));
+  ASSERT_TRUE(WritePicture(folder / "a.PNG", picture, {.exposure = -0.5, .transform = ViewTransform::Filmic}));
   const Result<PictureInfo> exr = DescribePicture(folder / "a.exr"), png = DescribePicture(folder / "a.PNG");
   ASSERT_TRUE(exr && png);
   EXPECT_EQ(exr->format, "OpenEXR");
   EXPECT_EQ(png->format, "PNG");
+  EXPECT_EQ(png->toneMap, "filmic, exposure -0.5 stops");
   EXPECT_EQ(exr->width, 20);
   EXPECT_EQ(png->height, 10);
   ASSERT_EQ(exr->channels.size(), 3u);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 
 #include "host/render/LegendBar.h"
 #include "host/render/Renderer.h"
@@ -151,6 +152,34 @@ TEST(PointPictures, OpacityIsTheShareOfSamples) {
   for (const float v : picture.Find("R")->values) ASSERT_NEAR(v, 0.25, 1.5 / 64);
 }
 
+// A disc of radius 1 at a depth of 20, whose middle goes over the x axis from -1 to 1, or over a disc of radius 1. Its
+// shares of the samples are those of two discs, or of two lengths, that overlap.
+TEST(PointPictures, BlurWhatMovesAndWhatIsOutOfFocus) {
+  enum Cause { Velocity, Camera, Lens };
+  for (const Cause cause : {Velocity, Camera, Lens}) {
+    RenderWorld world;
+    LookAhead(world, 64, 64);
+    PointCloud cloud;
+    cloud.lit = false;
+    cloud.points = {{{0, 0, 0}, 1, {1, 1, 1}, 1}};
+    if (cause != Lens) world.settings.shutter = 0.5, world.settings.frameSeconds = 0.1;
+    if (cause == Velocity) cloud.velocities = {{40, 0, 0}};
+    world.points.push_back(cloud);
+    world.closing = world.camera;
+    if (cause == Camera) world.cameraMoves = true, world.camera.position.x = 1, world.closing.position.x = -1;
+    if (cause == Lens) {
+      world.camera.projection = Projection::Perspective, world.camera.halfWidth = 0.2;
+      world.camera.aperture = 2, world.camera.focus = 10;
+    }
+    const Picture picture = PictureOf(world);
+    for (int x = 4; x < 60; ++x) {
+      const double d = std::min(2.0, std::abs((x + 0.5) / 8 - 4));
+      const double discs = (2 * std::acos(d / 2) - d / 2 * std::sqrt(4 - d * d)) / std::numbers::pi;
+      EXPECT_NEAR(ValueAt(picture, "R", x, 32), cause == Lens ? discs : 1 - d / 2, 0.06) << cause << " " << x;
+    }
+  }
+}
+
 TEST(PointPictures, PassOverWhatIsNoPlace) {
   RenderWorld world;
   LookAhead(world, 16);
@@ -175,7 +204,11 @@ TEST(PointPicturesThreads, AreTheSameAtAnyNumberOfWorkers) {
   world.points = {RandomCloud(2000, 0.6, random)};
   world.points[0].points.insert(world.points[0].points.end(), world.points[0].points.begin(),
                                 world.points[0].points.begin() + 500);  // equally near ones
-  for (auto& point : world.points[0].points) point.opacity = static_cast<float>(random.Uniform());
+  world.settings.shutter = 0.5;
+  for (auto& point : world.points[0].points) {
+    point.opacity = static_cast<float>(random.Uniform());
+    world.points[0].velocities.push_back(Vec3F(RandomVector(random) * 50));
+  }
   test::SameForAnyWorkers([&](int workers) {
     std::vector<float> values;
     const Picture picture = PictureOf(world, workers);
