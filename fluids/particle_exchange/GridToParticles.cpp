@@ -154,6 +154,7 @@ void GridToParticles::Store(const ParticleRows& rows, std::int32_t row, const Sa
   if (target_ == PropertyType::Vector) {
     if (key.id == PP::Velocity || key.id == PP::Position) {
       Vec3D* values = key.id == PP::Velocity ? rows.EditVelocities() : rows.EditPositions();
+      PrefetchForWriting(values + row + points.count, points.count);
       return forInside([&](std::int32_t r, std::int32_t n) { values[r] = vectorOf(n); });
     }
     const auto view = rows.Property<Vec3D>(key);

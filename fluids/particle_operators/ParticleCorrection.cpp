@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/particles/NeighbourWalk.h"
 #include "fluids/particles/OrlixParticle.h"
 
 namespace orlix {
@@ -43,48 +44,57 @@ void KeepOutside(const CorrectionSettings& s, const Vec3D& x, Vec3D& q) {
 
 }  // namespace
 
-void CorrectPositions(const CorrectionSettings& s, ParticleList& list, const ParticleKdTree& tree,
-                      const Corrected& corrected, const ParticleRows& rows, std::int32_t thread) {
+void CorrectPositions(WorkerPool& pool, const CorrectionSettings& s, ParticleList& list, const ParticleKdTree& tree,
+                      const Corrected& corrected) {
   const double r2 = s.radius * s.radius, near = 0.1 * s.radius, randomStep = s.radius * 0.01 * 0.01 / s.dt;
-  const auto factors = rows.Property<double>(PP::ConstraintWeight);
-  for (std::int32_t row = rows.begin; row < rows.end; ++row) {
-    const std::int32_t index = rows.first + row;
-    const auto at = static_cast<std::size_t>(index);
-    if (corrected.weights[at] == 0) continue;
-    const Vec3D x = rows.positions()[row];
+  const auto push = [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
+    const Vec3D x = list.Position(index);
     Vec3D sum;
-    for (const Neighbour& j : tree.Search(x, r2, thread)) {
+    for (const Neighbour& j : neighbours) {
       if (j.index == index || j.distance == 0) continue;
       if (j.distance <= near) {
-        sum += Vec3D(RandomOf(s.seed, rows.ids()[row], list.Id(j.index)) * randomStep);
+        sum += Vec3D(RandomOf(s.seed, list.Id(index), list.Id(j.index)) * randomStep);
       } else {
         const double w = std::max(0.0, 1 - j.distanceSquared / r2);
         sum += (x - list.Position(j.index)) * (s.strength * s.radius * w / j.distance);
       }
     }
-    Vec3D q = x + sum * (factors.Get(row, 1) * s.amount * s.dt);
+    const double factor = OrlixParticle(&list, index).GetRealOr(PP::ConstraintWeight, 1);
+    Vec3D q = x + sum * (factor * s.amount * s.dt);
     KeepOutside(s, x, q);
-    corrected.positions[at] = q;
-  }
+    corrected.positions[static_cast<std::size_t>(index)] = q;
+  };
+  ForEachNeighbourhoodAt(
+      tree, pool, s.radius,
+      [&](std::int32_t index, Vec3D& place) {
+        place = list.Position(index);
+        return corrected.weights[static_cast<std::size_t>(index)] != 0;
+      },
+      push);
 }
 
-void CorrectVelocities(const CorrectionSettings& s, ParticleList& list, const ParticleKdTree& tree,
-                       const Corrected& corrected, const ParticleRows& rows, std::int32_t thread) {
+void CorrectVelocities(WorkerPool& pool, const CorrectionSettings& s, ParticleList& list, const ParticleKdTree& tree,
+                       const Corrected& corrected) {
   const double r2 = s.radius * s.radius;
-  for (std::int32_t row = rows.begin; row < rows.end; ++row) {
-    const auto at = static_cast<std::size_t>(rows.first + row);
-    if (corrected.weights[at] == 0) continue;
+  const auto follow = [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
     Vec3D mean, byMass;
     double total = 0, mass = 0;
-    for (const Neighbour& j : tree.Search(corrected.positions[at], r2, thread)) {
+    for (const Neighbour& j : neighbours) {
       const double m = OrlixParticle(&list, j.index).GetRealOr(PP::Mass, 1);
       const double w = std::max(0.0, r2 / std::max(j.distanceSquared, 1e-5) - 1) * m;
       mean += list.Velocity(j.index) * w, total += w;
       byMass += list.Velocity(j.index) * m, mass += m;
     }
-    const Vec3D fallback = s.fallbackMean ? (mass != 0 ? byMass / mass : Vec3D()) : rows.velocities()[row];
-    corrected.velocities[at] = total != 0 ? mean / total : fallback;
-  }
+    const Vec3D fallback = s.fallbackMean ? (mass != 0 ? byMass / mass : Vec3D()) : list.Velocity(index);
+    corrected.velocities[static_cast<std::size_t>(index)] = total != 0 ? mean / total : fallback;
+  };
+  ForEachNeighbourhoodAt(
+      tree, pool, s.radius,
+      [&](std::int32_t index, Vec3D& place) {
+        place = corrected.positions[static_cast<std::size_t>(index)];
+        return corrected.weights[static_cast<std::size_t>(index)] != 0;
+      },
+      follow);
 }
 
 void TakeCorrected(const Corrected& corrected, const ParticleRows& rows) {

@@ -32,11 +32,12 @@ struct Corrected {
   std::span<const double> weights;  // 0: the particle is left alone, but others feel it
 };
 
-// Each works on the rows of one worker, and needs what the ones before it made of all particles.
-void CorrectPositions(const CorrectionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                      const Corrected& corrected, const ParticleRows& rows, std::int32_t thread);
-void CorrectVelocities(const CorrectionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                       const Corrected& corrected, const ParticleRows& rows, std::int32_t thread);
+// Each needs what the ones before it made of all particles of the list. tree is the list's own.
+void CorrectPositions(WorkerPool& pool, const CorrectionSettings& settings, ParticleList& list,
+                      const ParticleKdTree& tree, const Corrected& corrected);
+void CorrectVelocities(WorkerPool& pool, const CorrectionSettings& settings, ParticleList& list,
+                       const ParticleKdTree& tree, const Corrected& corrected);
+// On the rows of one worker.
 void TakeCorrected(const Corrected& corrected, const ParticleRows& rows);
 
 }  // namespace orlix

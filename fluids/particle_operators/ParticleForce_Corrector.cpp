@@ -105,12 +105,8 @@ void ParticleForce_Corrector::Process(ProcessData&) {
   for (int pass = 0; pass < passes_ && !scene->TestBreak(); ++pass) {
     Tag(list);
     const Corrected corrected{positions_, velocities_, weights_};
-    ForRows(list, [&](const ParticleRows& rows, int worker) {
-      CorrectPositions(settings_, list, tree, corrected, rows, worker);
-    });
-    ForRows(list, [&](const ParticleRows& rows, int worker) {
-      CorrectVelocities(settings_, list, tree, corrected, rows, worker);
-    });
+    CorrectPositions(scene->pool(), settings_, list, tree, corrected);
+    CorrectVelocities(scene->pool(), settings_, list, tree, corrected);
     ForRows(list, [&](const ParticleRows& rows, int) { TakeCorrected(corrected, rows); });
   }
 }

@@ -86,13 +86,11 @@ void ParticleForce_SurfaceTension::Process(ProcessData&) {
   WeighAll(list, 1, weights_);
   if (byMean_) {
     for (int round = 0; round < kMeanRounds; ++round) {
-      ForRows(list, [&](const ParticleRows& rows, int worker) {
-        AddMeanTension(settings_, list, tree, weights_, rows, worker);
-      });
+      AddMeanTension(scene->pool(), settings_, list, tree, weights_);
     }
     return;
   }
-  ForRows(list, [&](const ParticleRows& rows, int worker) { FindTensionNormals(settings_, list, tree, rows, worker); });
+  FindTensionNormals(scene->pool(), settings_, list, tree);
   AddCohesion(scene->pool(), settings_, list, tree, weights_);
 }
 

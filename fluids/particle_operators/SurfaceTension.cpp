@@ -5,6 +5,7 @@
 #include <numbers>
 #include <vector>
 
+#include "fluids/particles/NeighbourWalk.h"
 #include "fluids/particles/OrlixParticle.h"
 
 namespace orlix {
@@ -91,50 +92,53 @@ std::int32_t CohesionPass::Give(std::int32_t index, std::int32_t thread, Gift* g
 
 }  // namespace
 
-void AddMeanTension(const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                    std::span<const double> weights, const ParticleRows& rows, std::int32_t thread) {
+void AddMeanTension(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
+                    std::span<const double> weights) {
   const double h = settings.radius, scale = 1 / (4 * kPi * h * h * h);
-  const auto densities = rows.Property<double>(PP::Density), masses = rows.Property<double>(PP::Mass);
-  Vec3D* velocities = rows.EditVelocities();
-  for (std::int32_t row = rows.begin; row < rows.end; ++row) {
-    const std::int32_t index = rows.first + row;
-    const double density = densities.Get(row, 1), weight = weights[static_cast<std::size_t>(index)];
-    if (!(density >= settings.minimumDensity && density <= settings.maximumDensity) || weight == 0) continue;
-    const Vec3D x = rows.positions()[row];
-    const auto neighbours = tree.Search(x, h * h, thread);
-    if (neighbours.size() < 2) continue;
-    const double mass = masses.Get(row, 1);
-    Vec3D pull;
-    double total = 0;
-    for (const Neighbour& j : neighbours) {
-      if (j.index == index) continue;
-      const double left = 2 - j.distance, w = j.distance < settings.halfCell ? 0 : left * left * left * scale;
-      pull += (x - list.Position(j.index)) * (mass * w);
-      total += w;
-    }
-    if (total > 0) velocities[row] += pull * (-settings.strength / mass * settings.dt * weight / total);
-  }
+  const auto pulled = [&](std::int32_t index, Vec3D& place) {
+    const double density = OrlixParticle(&list, index).GetRealOr(PP::Density, 1);
+    place = list.Position(index);
+    return density >= settings.minimumDensity && density <= settings.maximumDensity &&
+           weights[static_cast<std::size_t>(index)] != 0;
+  };
+  ForEachNeighbourhoodAt(
+      tree, pool, h, pulled, [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
+        if (neighbours.size() < 2) return;
+        const Vec3D x = list.Position(index);
+        const double mass = OrlixParticle(&list, index).GetRealOr(PP::Mass, 1);
+        Vec3D pull;
+        double total = 0;
+        for (const Neighbour& j : neighbours) {
+          if (j.index == index) continue;
+          const double left = 2 - j.distance, w = j.distance < settings.halfCell ? 0 : left * left * left * scale;
+          pull += (x - list.Position(j.index)) * (mass * w);
+          total += w;
+        }
+        const double weight = weights[static_cast<std::size_t>(index)];
+        if (total > 0) AddToVelocity(list, index, pull * (-settings.strength / mass * settings.dt * weight / total));
+      });
 }
 
-void FindTensionNormals(const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                        const ParticleRows& rows, std::int32_t thread) {
+void FindTensionNormals(WorkerPool& pool, const TensionSettings& settings, ParticleList& list,
+                        const ParticleKdTree& tree) {
   const double h = settings.radius;
   const double scale = static_cast<float>(945 / (32 * kPi * h * h * h));
-  const auto normals = rows.NeedProperty<Vec3D>(PP::SurfaceNormal);
-  for (std::int32_t row = rows.begin; row < rows.end; ++row) {
-    const std::int32_t index = rows.first + row;
-    const Vec3D x = rows.positions()[row];
-    Vec3D normal;
-    for (const Neighbour& j : tree.Search(x, h * h, thread)) {
-      if (j.index == index || j.distance == 0) continue;
-      const double q = j.distance / h, left = 1 - q * q;
-      if (q > 1) continue;
-      const OrlixParticle other(&list, j.index);
-      const double volume = other.GetRealOr(PP::Mass, 1) / other.GetRealOr(PP::Density, 1);
-      normal += (x - list.Position(j.index)) * (volume * -scale * q * left * left);
-    }
-    normals.Put(row, normal);
-  }
+  list.ForEachChunk(0, list.count(), [](const ParticleRows& rows) { rows.NeedProperty<Vec3D>(PP::SurfaceNormal); });
+  const auto everywhere = [&](std::int32_t index, Vec3D& place) { return place = list.Position(index), true; };
+  ForEachNeighbourhoodAt(tree, pool, h, everywhere,
+                         [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
+                           const Vec3D x = list.Position(index);
+                           Vec3D normal;
+                           for (const Neighbour& j : neighbours) {
+                             if (j.index == index || j.distance == 0) continue;
+                             const double q = j.distance / h, left = 1 - q * q;
+                             if (q > 1) continue;
+                             const OrlixParticle other(&list, j.index);
+                             const double volume = other.GetRealOr(PP::Mass, 1) / other.GetRealOr(PP::Density, 1);
+                             normal += (x - list.Position(j.index)) * (volume * -scale * q * left * left);
+                           }
+                           list.ChunkOf(index).column(PP::SurfaceNormal)->Put(index & (kChunkRows - 1), normal);
+                         });
 }
 
 void AddCohesion(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,

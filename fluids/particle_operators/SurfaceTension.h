@@ -23,13 +23,13 @@ struct TensionSettings {
   double halfCell = 0;  // m, neighbours nearer than that have no weight
 };
 
-// Works on the rows of one worker. weights has an entry for each particle of the list, 0 where it is left out.
-void AddMeanTension(const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                    std::span<const double> weights, const ParticleRows& rows, std::int32_t thread);
+// weights has an entry for each particle of the list, 0 where it is left out. tree is the list's own.
+void AddMeanTension(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
+                    std::span<const double> weights);
 
-// The normals n_i / h, as property SurfaceNormal, on the rows of one worker. Cohesion needs those of all particles.
-void FindTensionNormals(const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
-                        const ParticleRows& rows, std::int32_t thread);
+// The normals n_i / h, as property SurfaceNormal. Cohesion needs those of all particles.
+void FindTensionNormals(WorkerPool& pool, const TensionSettings& settings, ParticleList& list,
+                        const ParticleKdTree& tree);
 // Over the whole list. Those that a sheet inserted stay out. What neighbours are given is kept for a while and added in
 // the order of the givers, so that the sums don't depend on the workers.
 void AddCohesion(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <utility>
 
+#include "fluids/grids/PieceMemory.h"
+
 namespace orlix {
 
 namespace {
@@ -125,7 +127,9 @@ void KdBuilder::ShareOut(std::vector<Point>& points) {
     return;
   }
   const int workers = pool_.count();
-  std::vector<std::uint32_t> partOf(points.size());
+  std::vector<std::uint32_t> partOf;
+  ReserveOnLargePages(partOf, points.size());
+  partOf.resize(points.size());
   std::vector<std::vector<std::int32_t>> next(static_cast<std::size_t>(workers),
                                               std::vector<std::int32_t>(parts_.size()));
   const auto share = [&](auto&& f) {
@@ -145,7 +149,9 @@ void KdBuilder::ShareOut(std::vector<Point>& points) {
     for (auto& own : next) begin += std::exchange(own[p], begin);
     parts_[p].end = begin;
   }
-  std::vector<Point> sorted(points.size());
+  std::vector<Point> sorted;
+  ReserveOnLargePages(sorted, points.size());
+  sorted.resize(points.size());
   share(
       [&](std::size_t p, std::int32_t* places) { sorted[static_cast<std::size_t>(places[partOf[p]]++)] = points[p]; });
   points.swap(sorted);

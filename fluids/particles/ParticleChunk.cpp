@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "fluids/grids/GridMemory.h"
+#include "fluids/grids/PieceMemory.h"
 
 namespace orlix {
 
@@ -41,13 +41,13 @@ std::int64_t PropertyColumn::BytesOf(PropertyType type) {
 
 PropertyColumn* PropertyColumn::Make(PropertyType type) {
   const std::size_t bytes = static_cast<std::size_t>(BytesOf(type));
-  void* memory = AllocateGridMemory(bytes);
+  void* memory = AllocatePiece(bytes);
   std::memset(memory, 0, bytes);
   return new (memory) PropertyColumn(type);
 }
 
 void PropertyColumn::Free(PropertyColumn* column) noexcept {
-  if (column) FreeGridMemory(column, static_cast<std::size_t>(BytesOf(column->type_)));
+  if (column) FreePiece(column, static_cast<std::size_t>(BytesOf(column->type_)));
 }
 
 void PropertyColumn::MarkAll(std::int32_t begin, std::int32_t end) {
@@ -85,7 +85,7 @@ void PropertyColumn::CopyRows(const PropertyColumn& other, std::int32_t from, st
 }
 
 ParticleChunk::ParticleChunk() {
-  auto* memory = static_cast<std::byte*>(AllocateGridMemory(kCoreBytes));
+  auto* memory = static_cast<std::byte*>(AllocatePiece(kCoreBytes));
   positions = reinterpret_cast<Vec3D*>(memory);
   velocities = positions + kChunkRows;
   ids = reinterpret_cast<std::int32_t*>(velocities + kChunkRows);
@@ -94,7 +94,7 @@ ParticleChunk::ParticleChunk() {
 
 ParticleChunk::~ParticleChunk() {
   for (auto& column : columns_) PropertyColumn::Free(column.load(std::memory_order_relaxed));
-  FreeGridMemory(positions, kCoreBytes);
+  FreePiece(positions, kCoreBytes);
 }
 
 PropertyColumn& ParticleChunk::NeedColumn(int slot, PropertyType type) {

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 
+#include "fluids/grids/PieceMemory.h"
 #include "fluids/particles/KdBuilder.h"
 #include "globals/Multiversion.h"
 
@@ -97,7 +98,9 @@ ParticleKdTree::ParticleKdTree()
 }
 
 void ParticleKdTree::Build(const ParticleList& list, WorkerPool& pool, bool smoothed) {
-  std::vector<KdBuilder::Point> points(static_cast<std::size_t>(list.count()));
+  std::vector<KdBuilder::Point> points;
+  ReserveOnLargePages(points, static_cast<std::size_t>(list.count()));
+  points.resize(static_cast<std::size_t>(list.count()));
   ParallelRows(pool, list, [&](const ParticleRows& rows, int) {
     const auto centres = rows.Property<Vec3D>(PP::SmoothedCentre);
     for (std::int32_t r = rows.begin; r < rows.end; ++r) {

@@ -73,7 +73,8 @@ ORLIX_MULTIVERSION void FillKeys(const Vec3D* positions, std::int32_t count, con
   for (; r < count; ++r) keys[r] = KeyOfPosition(positions[r], map);
 }
 
-constexpr std::int64_t kFineBuckets = 1 << 14, kBuckets = 1 << 10, kSmallBucket = 1 << 11;
+// A worker's counts of fine buckets and the ends of its buckets fit into the first cache, a bucket into the second.
+constexpr std::int64_t kFineBuckets = 1 << 12, kBuckets = 1 << 8, kSmallBucket = 1 << 11;
 
 std::uint64_t Pair(std::uint32_t key, std::int32_t value) {
   return (std::uint64_t(key) << 32) | static_cast<std::uint32_t>(value);
@@ -87,7 +88,58 @@ struct Piece {
   std::int64_t base;  // of row 0 among the keys
   std::int32_t group;
   std::int32_t first = -1, last = -1;  // indices of the first and the last row that stands in a cell
+  bool whole = false;                  // all rows do
 };
+
+// Whether all rows are alive, stand in a cell, and have the flag that says so.
+ORLIX_MULTIVERSION bool AllAreTagged(const std::uint16_t* flags, const std::uint32_t* keys, std::int32_t count) {
+  unsigned all = ParticleFlag::Alive | ParticleFlag::Sorted;
+  std::uint32_t last = 0;
+  for (std::int32_t r = 0; r < count; ++r) {
+    all &= flags[r];
+    last = std::max(last, keys[r]);
+  }
+  return all == (ParticleFlag::Alive | ParticleFlag::Sorted) && last != kOutside;
+}
+
+// Sets or clears the flag of each row, takes their cells from dead ones, and finds what stands in a cell.
+void TagRows(Piece& piece, std::uint32_t* keys) {
+  std::uint16_t* flags = piece.rows.TagFlags();
+  const std::int32_t count = piece.rows.end;
+  piece.whole = AllAreTagged(flags, keys, count);
+  if (piece.whole) {
+    piece.first = piece.rows.first, piece.last = piece.first + count - 1;
+    return;
+  }
+  for (std::int32_t r = 0; r < count; ++r) {
+    const std::uint16_t flag = flags[r];
+    if ((flag & ParticleFlag::Alive) == 0) keys[r] = kOutside;
+    const bool in = keys[r] != kOutside;
+    flags[r] = static_cast<std::uint16_t>(in ? flag | ParticleFlag::Sorted : flag & ~ParticleFlag::Sorted);
+    if (!in) continue;
+    piece.last = piece.rows.first + r;
+    if (piece.first < 0) piece.first = piece.last;
+  }
+}
+
+// Calls four(bucket, r) where rows r to r + 3 go to the same bucket, as rows in order mostly do, and one(bucket, r) for
+// all others. What a row adds to would wait for the row before it otherwise.
+template <class BucketOf, class Four, class One>
+ORLIX_INLINE void ForBuckets(const Piece& piece, const std::uint32_t* keys, BucketOf&& bucketOf, Four&& four,
+                             One&& one) {
+  std::int32_t r = 0;
+  for (; piece.whole && r + 4 <= piece.rows.end; r += 4) {
+    const auto a = bucketOf(keys[r]), b = bucketOf(keys[r + 1]), c = bucketOf(keys[r + 2]), d = bucketOf(keys[r + 3]);
+    if (((a ^ b) | (a ^ c) | (a ^ d)) == 0) {
+      four(a, r);
+    } else {
+      one(a, r), one(b, r + 1), one(c, r + 2), one(d, r + 3);
+    }
+  }
+  for (; r < piece.rows.end; ++r) {
+    if (keys[r] != kOutside) one(bucketOf(keys[r]), r);
+  }
+}
 
 void RemoveSavedVelocities(const ParticleList& list) {
   for (std::int32_t c = 0; c < list.chunkCount(); ++c) {
@@ -108,7 +160,7 @@ struct Bucket {
 
 }  // namespace
 
-// One sort: a stable counting sort in two steps. All particles go to about a thousand buckets of consecutive keys, each
+// One sort: a stable counting sort in two steps. All particles go to some hundred buckets of consecutive keys, each
 // worker its own contiguous part of the rows, then each bucket is sorted within the caches. The result is the one order
 // by (key, flat index), whatever the number of workers.
 struct ParticleSort::Pass {
@@ -135,6 +187,7 @@ struct ParticleSort::Pass {
   WorkerPool& pool;
   int workers = 1;
   std::vector<Piece> pieces;
+  std::uint32_t* allKeys = nullptr;  // of each row
   int fineShift = 0;
   std::vector<std::vector<std::int32_t>>
       histograms;                       // of each worker: entries of a fine bucket, then where its next goes
@@ -152,13 +205,13 @@ void ParticleSort::Pass::CollectPieces() {
     }
     rows += list ? list->count() : 0;
   }
-  if (rows > sort.capacityRows_) {
-    sort.capacityRows_ = rows;
-    const auto size = static_cast<std::size_t>(rows);
-    sort.keys_ = std::make_unique_for_overwrite<std::uint32_t[]>(size);
-    sort.pairs_ = std::make_unique_for_overwrite<std::uint64_t[]>(size);
-    sort.entries_ = std::make_unique_for_overwrite<std::int32_t[]>(size);
+  const auto size = static_cast<std::size_t>(rows + rows / 8);
+  if (rows > static_cast<std::int64_t>(sort.entries_.size())) {
+    sort.pairs_ = {}, sort.entries_ = {};
+    sort.pairs_.resize(size + size / 2 + 1), sort.entries_.resize(size);
   }
+  // The keys stand behind the pairs.
+  allKeys = reinterpret_cast<std::uint32_t*>(sort.pairs_.data() + sort.entries_.size());
   workers = std::max(1, static_cast<int>(std::min<std::size_t>(pieces.size(), static_cast<std::size_t>(pool.count()))));
 }
 
@@ -170,21 +223,15 @@ void ParticleSort::Pass::MakeKeys() {
   histograms.assign(static_cast<std::size_t>(workers), std::vector<std::int32_t>(fine));
   pool.Run(workers, [&](int w) {
     std::int32_t* histogram = histograms[static_cast<std::size_t>(w)].data();
+    const int shift = fineShift;
     for (Piece& piece : Share(w)) {
-      std::uint32_t* keys = sort.keys_.get() + piece.base;
-      std::uint16_t* flags = piece.rows.TagFlags();
+      std::uint32_t* keys = allKeys + piece.base;
       FillKeys(piece.rows.positions(), piece.rows.end, map, keys);
-      for (std::int32_t r = 0; r < piece.rows.end; ++r) {
-        const std::uint16_t flag = flags[r];
-        if ((flag & ParticleFlag::Alive) == 0) keys[r] = kOutside;
-        const bool in = keys[r] != kOutside;
-        const auto wanted = static_cast<std::uint16_t>(in ? flag | ParticleFlag::Sorted : flag & ~ParticleFlag::Sorted);
-        if (wanted != flag) flags[r] = wanted;
-        if (!in) continue;
-        ++histogram[keys[r] >> fineShift];
-        piece.last = piece.rows.first + r;
-        if (piece.first < 0) piece.first = piece.last;
-      }
+      TagRows(piece, keys);
+      ForBuckets(
+          piece, keys, [=](std::uint32_t key) { return key >> shift; },
+          [=](std::uint32_t bucket, std::int32_t) { histogram[bucket] += 4; },
+          [=](std::uint32_t bucket, std::int32_t) { ++histogram[bucket]; });
     }
   });
 }
@@ -243,22 +290,28 @@ void ParticleSort::Pass::MakeBuckets() {
 void ParticleSort::Pass::Scatter() {
   pool.Run(workers, [&](int w) {
     std::int32_t* next = histograms[static_cast<std::size_t>(w)].data();
-    std::uint64_t* pairs = sort.pairs_.get();
-    const std::uint16_t* bucket = bucketOf.data();
+    std::uint64_t* pairs = sort.pairs_.data();
+    const std::uint16_t* coarse = bucketOf.data();
+    const int shift = fineShift;
     for (const Piece& piece : Share(w)) {
-      const std::uint32_t* keys = sort.keys_.get() + piece.base;
+      const std::uint32_t* keys = allKeys + piece.base;
       const std::int32_t flat = piece.rows.first + flatShift[static_cast<std::size_t>(piece.group)];
-      for (std::int32_t r = 0; r < piece.rows.end; ++r) {
-        if (keys[r] != kOutside) pairs[next[bucket[keys[r] >> fineShift]]++] = Pair(keys[r], flat + r);
-      }
+      ForBuckets(
+          piece, keys, [=](std::uint32_t key) { return coarse[key >> shift]; },
+          [=](std::uint16_t bucket, std::int32_t r) {
+            std::uint64_t* to = pairs + next[bucket];
+            for (int n = 0; n < 4; ++n) to[n] = Pair(keys[r + n], flat + r + n);
+            next[bucket] += 4;
+          },
+          [=](std::uint16_t bucket, std::int32_t r) { pairs[next[bucket]++] = Pair(keys[r], flat + r); });
     }
   });
 }
 
 // Entries in order of key to their place; the cells, as pairs of key and first entry, to where the bucket's pairs were.
 void ParticleSort::Pass::SortBucket(Bucket& bucket, std::vector<std::int32_t>& counts) {
-  std::uint64_t* pairs = sort.pairs_.get();
-  std::int32_t* entries = sort.entries_.get();
+  std::uint64_t* pairs = sort.pairs_.data();
+  std::int32_t* entries = sort.entries_.data();
   const std::int64_t keys = bucket.keyEnd - bucket.keyBegin, count = bucket.end - bucket.begin;
   std::int32_t cells = bucket.begin;
   if (keys > 8 * count + 2 * kSmallBucket) {  // few particles in many cells
@@ -470,9 +523,9 @@ bool ParticleSort::IsFull(std::int32_t cell, double spacing) const {
 }
 
 std::int64_t ParticleSort::Bytes() const {
-  return capacityRows_ * std::int64_t(sizeof keys_[0] + sizeof pairs_[0] + sizeof entries_[0]) +
-         static_cast<std::int64_t>((cells_.capacity() + begins_.capacity() + lookup_.capacity()) *
-                                   sizeof(std::int32_t));
+  return static_cast<std::int64_t>(pairs_.size() * sizeof pairs_[0] + entries_.size() * sizeof entries_[0] +
+                                   (cells_.capacity() + begins_.capacity() + lookup_.capacity()) *
+                                       sizeof(std::int32_t));
 }
 
 }  // namespace orlix

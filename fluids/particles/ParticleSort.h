@@ -10,10 +10,10 @@
 //   sort.Sort(groups, false, pool);
 //   sort.ForEachRow(cell, 1, false, [&](std::span<const std::int32_t> entries) { ... sort.PlaceOf(entries[n]) ... });
 
-#include <memory>
 #include <span>
 #include <vector>
 
+#include "fluids/grids/CountedVector.h"
 #include "fluids/particles/ParticleGroup.h"
 
 namespace orlix {
@@ -53,7 +53,7 @@ class ParticleSort {
   // All occupied cells, ascending, and where their entries begin in AllEntries (one more at the end).
   std::span<const std::int32_t> Cells() const { return cells_; }
   std::span<const std::int32_t> CellBegins() const { return begins_; }
-  std::span<const std::int32_t> AllEntries() const { return {entries_.get(), static_cast<std::size_t>(entryCount_)}; }
+  std::span<const std::int32_t> AllEntries() const { return {entries_.data(), static_cast<std::size_t>(entryCount_)}; }
 
   Place PlaceOf(std::int32_t flatIndex) const;
   // Null beyond the windows and for a particle that has gone.
@@ -86,7 +86,7 @@ class ParticleSort {
   std::vector<Range> ranges_;
   std::int32_t sortedCount_ = 0, entryCount_ = 0;
 
-  std::unique_ptr<std::int32_t[]> entries_;
+  CountedVector<std::int32_t> entries_;
   std::vector<std::int32_t> cells_, begins_;
   // cells_ from lookup_[n] on have keys of at least n << lookupShift_.
   std::vector<std::int32_t> lookup_;
@@ -97,10 +97,7 @@ class ParticleSort {
   std::vector<std::uint64_t> versions_;
   GridSpace sortedSpace_;
   std::uint64_t stamp_ = 0;
-  // Scratch of a sort, and room for this many rows.
-  std::unique_ptr<std::uint32_t[]> keys_;
-  std::unique_ptr<std::uint64_t[]> pairs_;
-  std::int64_t capacityRows_ = 0;
+  CountedVector<std::uint64_t> pairs_;  // scratch of a sort
 };
 
 template <class F>
@@ -117,7 +114,7 @@ void ParticleSort::ForEachRow(const VecInt3D& centre, std::int32_t halfWidth, bo
       while (last < static_cast<std::int32_t>(cells_.size()) && cells_[static_cast<std::size_t>(last)] < end) ++last;
       if (first == last) continue;
       const std::int32_t a = begins_[static_cast<std::size_t>(first)], b = begins_[static_cast<std::size_t>(last)];
-      f(std::span<const std::int32_t>(entries_.get() + a, static_cast<std::size_t>(b - a)));
+      f(std::span<const std::int32_t>(entries_.data() + a, static_cast<std::size_t>(b - a)));
     }
   }
 }

@@ -60,6 +60,7 @@ void BM_GridToParticles(benchmark::State& state) {
       for (std::int32_t row = rows.begin; row < rows.end; row += SampledPoints::kMost) {
         const std::int32_t count = std::min(rows.end - row, SampledPoints::kMost);
         sampler.Sample(rows.positions() + row, count, points);
+        PrefetchForWriting(rows.velocities() + row + count, count);
         for (std::int32_t n = 0; n < count; ++n) {
           if (points.inside[n]) rows.EditVelocities()[row + n] = points.vector[n];
         }

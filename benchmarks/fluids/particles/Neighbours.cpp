@@ -6,6 +6,7 @@
 #include <random>
 
 #include "benchmarks/Triad.h"
+#include "fluids/particles/NeighbourWalk.h"
 #include "fluids/particles/ParticleSort.h"
 #include "tests/support/TestScene.h"
 
@@ -88,12 +89,13 @@ void BM_Neighbours(benchmark::State& state) {
                              sums[thread][0] += static_cast<std::int64_t>(near.size());
                            });
     } else {
-      ParallelRows(pool, *cloud.group->list(PK_Liquid), [&](const ParticleRows& rows, int thread) {
-        for (std::int32_t r = rows.begin; r < rows.end; ++r) {
-          sums[thread][0] +=
-              static_cast<std::int64_t>(cloud.group->Nearest(PK_Liquid, rows.positions()[r], kCell, thread).size());
-        }
-      });
+      const ParticleList& list = *cloud.group->list(PK_Liquid);
+      ForEachNeighbourhoodAt(
+          *cloud.group->Tree(PK_Liquid), pool, kCell,
+          [&](std::int32_t index, Vec3D& place) { return place = list.Position(index), true; },
+          [&](std::int32_t, std::span<const Neighbour> near, std::int32_t thread) {
+            sums[thread][0] += static_cast<std::int64_t>(near.size());
+          });
     }
     found = 0;
     for (const auto& sum : sums) found += sum[0];

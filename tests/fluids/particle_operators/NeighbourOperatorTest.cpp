@@ -31,18 +31,13 @@ struct Cloud {
     tree.Build(list, pool);
     weights.assign(static_cast<std::size_t>(list.count()), 1.0);
   }
-  // f(rows, worker) on the pool.
-  template <class F>
-  void Run(F&& f) {
-    ParallelRows(pool, list, f);
-  }
   Vec3D Momentum() const {
     Vec3D sum;
     for (int i = 0; i < list.count(); ++i) sum += list.Velocity(i);
     return sum;
   }
   void Cohere(const TensionSettings& settings) {
-    Run([&](const ParticleRows& rows, int worker) { FindTensionNormals(settings, list, tree, rows, worker); });
+    FindTensionNormals(pool, settings, list, tree);
     AddCohesion(pool, settings, list, tree, weights);
   }
   std::vector<Vec3D> Velocities() const {
@@ -80,9 +75,7 @@ TEST(SurfaceTension, CohesionIsThatOfAPlainLoopAtAnyNumberOfWorkers) {
   settings.strength = 2, settings.radius = 0.6, settings.dt = 0.01;
   // The plain loop on one particle after the other, each with its neighbours.
   Cloud plain(1);
-  plain.Run([&](const ParticleRows& rows, int worker) {
-    FindTensionNormals(settings, plain.list, plain.tree, rows, worker);
-  });
+  FindTensionNormals(plain.pool, settings, plain.list, plain.tree);
   std::vector<Vec3D> expected = plain.Velocities();
   const double h = settings.radius, k = 32 / (std::numbers::pi * std::pow(h, 9));
   const auto normal = [&](int i) { return OrlixParticle(&plain.list, i).GetVectorOr(PP::SurfaceNormal, {}) * h; };
@@ -130,7 +123,7 @@ TEST(SurfaceTension, APairFollowsItsFormula) {
   TensionSettings settings;
   settings.strength = strength, settings.radius = h, settings.dt = dt;
   const std::vector<double> weights{1, 0.25, 1};
-  FindTensionNormals(settings, list, tree, list.Rows(0), 0);
+  FindTensionNormals(pool, settings, list, tree);
   AddCohesion(pool, settings, list, tree, weights);
   const double pi = std::numbers::pi, q = d / h;
   const double normal = mass / density * (945 / (32 * pi * h * h * h)) * q * (1 - q * q) * (1 - q * q) * d;
@@ -157,9 +150,7 @@ TEST(SurfaceTension, TheMeanActsOnSurfaceDensitiesOnly) {
   TensionSettings settings;
   settings.strength = 7.3, settings.radius = 0.3, settings.dt = 0.01;
   settings.minimumDensity = 0.05, settings.maximumDensity = 0.7, settings.halfCell = 0.01;
-  cloud.Run([&](const ParticleRows& rows, int worker) {
-    AddMeanTension(settings, cloud.list, cloud.tree, cloud.weights, rows, worker);
-  });
+  AddMeanTension(cloud.pool, settings, cloud.list, cloud.tree, cloud.weights);
   int inner = 0, drawnIn = 0, outer = 0;
   for (int i = 0; i < cloud.list.count(); ++i) {
     const Vec3D v = cloud.list.Velocity(i), x = cloud.list.Position(i);
@@ -180,13 +171,9 @@ struct Correction {
   }
   void Run() {
     const Corrected corrected{q, v, cloud.weights};
-    cloud.Run([&](const ParticleRows& rows, int worker) {
-      CorrectPositions(settings, cloud.list, cloud.tree, corrected, rows, worker);
-    });
-    cloud.Run([&](const ParticleRows& rows, int worker) {
-      CorrectVelocities(settings, cloud.list, cloud.tree, corrected, rows, worker);
-    });
-    cloud.Run([&](const ParticleRows& rows, int) { TakeCorrected(corrected, rows); });
+    CorrectPositions(cloud.pool, settings, cloud.list, cloud.tree, corrected);
+    CorrectVelocities(cloud.pool, settings, cloud.list, cloud.tree, corrected);
+    ParallelRows(cloud.pool, cloud.list, [&](const ParticleRows& rows, int) { TakeCorrected(corrected, rows); });
   }
   double NearestPair() {
     cloud.tree.Build(cloud.list, cloud.pool);
@@ -240,8 +227,7 @@ TEST(Corrector, CoincidentParticlesDontPushAndNearOnesGetOnePushOnAllAxes) {
   CorrectionSettings settings;
   settings.radius = 0.2, settings.strength = 5, settings.dt = 0.5;
   const Corrected corrected{q, v, weights};
-  const ParticleRows rows = list.Rows(0);
-  CorrectPositions(settings, list, tree, corrected, rows, 0);
+  CorrectPositions(pool, settings, list, tree, corrected);
   EXPECT_EQ(q[0], Vec3D());
   const Vec3D push = q[2] - Vec3D(2, 0, 0);
   EXPECT_NEAR(push.y, push.x, 1e-15);
@@ -249,15 +235,15 @@ TEST(Corrector, CoincidentParticlesDontPushAndNearOnesGetOnePushOnAllAxes) {
   const double steps = push.y / (0.2 * 0.01 * 0.01);
   EXPECT_NEAR(steps, std::round(steps), 1e-6);
   EXPECT_LE(steps, 100);
-  CorrectVelocities(settings, list, tree, corrected, rows, 0);
+  CorrectVelocities(pool, settings, list, tree, corrected);
   EXPECT_NEAR(Length(v[0] - Vec3D(1, 2, 3)), 0, 1e-12);
   EXPECT_NEAR(Length(v[4] - Vec3D(5, 0, 0)), 0, 1e-12) << "its own is the mean";
   // Moved out of reach of all: the velocity stays, or the mean of nobody.
   q[4] = {12, 0, 0};
-  CorrectVelocities(settings, list, tree, corrected, rows, 0);
+  CorrectVelocities(pool, settings, list, tree, corrected);
   EXPECT_EQ(v[4], Vec3D(5, 0, 0));
   settings.fallbackMean = true;
-  CorrectVelocities(settings, list, tree, corrected, rows, 0);
+  CorrectVelocities(pool, settings, list, tree, corrected);
   EXPECT_EQ(v[4], Vec3D());
 }
 

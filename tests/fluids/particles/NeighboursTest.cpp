@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 
+#include "fluids/particles/NeighbourWalk.h"
 #include "fluids/particles/ParticleSort.h"
 #include "tests/support/TestScene.h"
 
@@ -84,18 +85,31 @@ TEST(ParticleKdTree, TheTreesOwnPointsFindTheSameInItsOrder) {
     tree.SetCapacity(40);
     for (const double radius : {0.06, shape == 1 ? 1e-3 : 0.5}) {  // the second reaches beyond what is gathered
       std::atomic<int> asked{0}, wrong{0};
-      ForEachNeighbourhood(
-          tree, pool, radius, [&](std::int32_t i, std::span<const Neighbour> near, std::int32_t thread) {
-            ++asked;
-            if (i % 37 != 0) return;
-            const std::vector<Neighbour> found(near.begin(), near.end());
-            const auto same = [](const Neighbour& a, const Neighbour& b) {
-              return a.index == b.index && a.distance == b.distance;
-            };
-            const auto expected = tree.Search(points[static_cast<std::size_t>(i)], radius * radius, thread);
-            if (!std::equal(found.begin(), found.end(), expected.begin(), expected.end(), same)) ++wrong;
-          });
+      const auto check = [&](std::int32_t i, const Vec3D& place, std::span<const Neighbour> near, std::int32_t thread) {
+        ++asked;
+        if (i % 37 != 0) return;
+        const std::vector<Neighbour> found(near.begin(), near.end());
+        const auto same = [](const Neighbour& a, const Neighbour& b) {
+          return a.index == b.index && a.distance == b.distance;
+        };
+        const auto expected = tree.Search(place, radius * radius, thread);
+        if (!std::equal(found.begin(), found.end(), expected.begin(), expected.end(), same)) ++wrong;
+      };
+      const auto own = [&](std::int32_t i) { return points[static_cast<std::size_t>(i)]; };
+      ForEachNeighbourhood(tree, pool, radius,
+                           [&](std::int32_t i, std::span<const Neighbour> near, std::int32_t thread) {
+                             check(i, own(i), near, thread);
+                           });
       EXPECT_EQ(asked, static_cast<int>(points.size()));
+      // Two thirds of them, each at a place that it moves to.
+      asked = 0;
+      const auto moved = [&](std::int32_t i) { return own(i) + Vec3D(0.03, -0.02, 0.05) * (i % 2); };
+      ForEachNeighbourhoodAt(
+          tree, pool, radius, [&](std::int32_t i, Vec3D& place) { return place = moved(i), i % 3 != 0; },
+          [&](std::int32_t i, std::span<const Neighbour> near, std::int32_t thread) {
+            check(i, moved(i), near, thread);
+          });
+      EXPECT_EQ(asked, static_cast<int>(points.size() - (points.size() + 2) / 3));
       EXPECT_EQ(wrong, 0) << shape << " " << radius;
     }
   }
