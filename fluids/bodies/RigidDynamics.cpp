@@ -21,7 +21,10 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <vector>
+
+#include "fluids/bodies/MeshFeatures.h"
 
 namespace orlix {
 
@@ -29,6 +32,8 @@ namespace {
 
 btVector3 ToBullet(const Vec3D& v) { return btVector3(btScalar(v.x), btScalar(v.y), btScalar(-v.z)); }
 Vec3D FromBullet(const btVector3& v) { return {v.x(), v.y(), -v.z()}; }
+// In Bullet's own axes.
+Vec3D AsIs(const btVector3& v) { return {v.x(), v.y(), v.z()}; }
 btVector3 AxialToBullet(const Vec3D& v) { return btVector3(btScalar(-v.x), btScalar(-v.y), btScalar(v.z)); }
 Vec3D AxialFromBullet(const btVector3& v) { return {-v.x(), -v.y(), v.z()}; }
 // A factor has no direction.
@@ -56,6 +61,18 @@ struct RigidShape::Parts {
   std::unique_ptr<btTriangleIndexVertexArray> mesh;
   std::unique_ptr<btCollisionShape> shape;
   btGImpactMeshShape* moving = nullptr;
+  mutable std::optional<MeshFeatures> features;  // in Bullet's axes; made for the first contact
+
+  const MeshFeatures& Features() const {
+    if (features) return *features;
+    std::vector<Vec3D> points;
+    std::vector<VecInt3D> triangles;
+    for (std::size_t i = 0; i < vertices.size(); i += 3)
+      points.emplace_back(vertices[i], vertices[i + 1], vertices[i + 2]);
+    for (std::size_t i = 0; i < indices.size(); i += 3)
+      triangles.emplace_back(indices[i], indices[i + 1], indices[i + 2]);
+    return features.emplace(points, triangles);
+  }
 };
 
 RigidShape::RigidShape(std::span<const Vec3D> points, std::span<const VecInt3D> triangles, bool still, double margin)
@@ -128,11 +145,82 @@ const RigidEntry* EntryOf(const btCollisionObjectWrapper* wrap) {
   return static_cast<const RigidEntry*>(wrap->getCollisionObject()->getUserPointer());
 }
 
+// One side of a contact, a triangle of a body, in Bullet's world.
+struct Side {
+  const RigidShape& shape;
+  const btTransform& place;
+  MeshFeatures::Touch touch;
+
+  Side(const RigidShape& own, const btTransform& where, const btTransform& other, int triangle, const btVector3& at,
+       double reach)
+      : shape(own),
+        place(where),
+        touch{triangle, AsIs(where.invXform(at)), reach, AsIs(where.invXform(other.getOrigin()))} {}
+
+  const MeshFeatures& Features() const { return shape.parts().Features(); }
+  btVector3 ToWorld(const Vec3D& v) const {
+    return place.getBasis() * btVector3(btScalar(v.x), btScalar(v.y), btScalar(v.z));
+  }
+  // `direction` leads away from this side.
+  double Misfit(const btVector3& direction) const {
+    return Features().Misfit(touch, AsIs(place.getBasis().transpose() * direction));
+  }
+  // How far its triangle reaches along a direction in the world.
+  double Furthest(const btVector3& direction) const {
+    return Features().Furthest(touch.triangle, AsIs(place.getBasis().transpose() * direction)) +
+           double(place.getOrigin().dot(direction));
+  }
+  btVector3 Nearest() const { return place.getOrigin() + ToWorld(Features().Nearest(touch.triangle, touch.place)); }
+};
+
+// A contact gets the direction in which both sides can push and that parts their triangles soonest: its own, or that of
+// a face on either side.
+void MendNormal(btManifoldPoint& point, const Side& a, const Side& b, double margin) {
+  constexpr double kFits = 0.02, kTie = 1e-4;  // m
+  struct Choice {
+    btVector3 normal;
+    double misfit, gap;
+    bool IsBetter(const Choice& other) const {
+      const bool fits = misfit < kFits;
+      if (fits != (other.misfit < kFits)) return fits;
+      return fits ? gap > other.gap + kTie : misfit < other.misfit;
+    }
+  };
+  const auto choice = [&](const btVector3& normal) {
+    return Choice{normal, a.Misfit(-normal) + b.Misfit(normal), -a.Furthest(-normal) - b.Furthest(normal)};
+  };
+  const btVector3 given = point.m_normalWorldOnB;
+  Choice best = choice(given);
+  std::array<Vec3D, MeshFeatures::kMostNormals> normals;
+  for (const Side* side : {&a, &b}) {
+    const int count = side->Features().NormalsAt(side->touch, normals);
+    for (int n = 0; n < count; ++n) {
+      const Vec3D& own = normals[std::size_t(n)];
+      const Choice other = choice(side->ToWorld(own) * btScalar(side == &a ? -1 : 1));
+      // From the far side of something thin.
+      const bool behind = Dot(own, side->touch.towards - side->touch.place) < 0;
+      if (!(behind && other.normal.dot(given) < 0) && other.IsBetter(best)) best = other;
+    }
+  }
+  if (best.normal == given) return;
+  point.m_normalWorldOnB = best.normal;
+  point.m_positionWorldOnB = b.Nearest();
+  point.m_distance1 = best.normal.dot(a.Nearest() - point.m_positionWorldOnB) - btScalar(margin);
+  point.m_positionWorldOnA = point.m_positionWorldOnB + best.normal * point.m_distance1;
+  point.m_localPointA = a.place.invXform(point.m_positionWorldOnA);
+  point.m_localPointB = b.place.invXform(point.m_positionWorldOnB);
+}
+
 // What two bodies bring to a contact is multiplied, each with its factor at its own point.
-bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int, int,
-                  const btCollisionObjectWrapper* b, int, int) {
+bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int, int triangleA,
+                  const btCollisionObjectWrapper* b, int, int triangleB) {
   const RigidEntry *first = EntryOf(a), *second = EntryOf(b);
   if (!first || !second) return false;
+  const btTransform &placeA = a->getWorldTransform(), &placeB = b->getWorldTransform();
+  const double margin = double(a->getCollisionShape()->getMargin()) + double(b->getCollisionShape()->getMargin());
+  const double reach = 2 * margin + 1e-4;  // no further where bodies are deep in each other: those are what is mended
+  MendNormal(point, {*first->shape, placeA, placeB, triangleA, point.m_positionWorldOnB, reach},
+             {*second->shape, placeB, placeA, triangleB, point.m_positionWorldOnB, reach}, margin);
   const Vec3D places[2] = {FromBullet(point.getPositionWorldOnA()), FromBullet(point.getPositionWorldOnB())};
   const auto share = [&](const RigidEntry& e, int side, RigidContact what, double value) {
     return e.contact ? value * e.contact->ContactScale(what, places[side]) : value;
@@ -168,11 +256,14 @@ void Configure(World& world, const RigidStep& step) {
 }
 
 std::unique_ptr<btRigidBody> MakeBody(const RigidEntry& entry, btMotionState* target) {
+  // Bullet takes a body of more than some 1.4e7 kg for one that stands, and nothing that stands would stop it.
+  constexpr double kMostMass = 1e7;
   const RigidState& state = *entry.state;
   const bool dynamic = entry.kind == RigidEntry::Kind::Dynamic;
-  btRigidBody::btRigidBodyConstructionInfo info(dynamic ? btScalar(entry.mass) : 0, nullptr,
+  const double share = entry.mass > kMostMass ? kMostMass / entry.mass : 1;  // of mass, inertia and forces alike
+  btRigidBody::btRigidBodyConstructionInfo info(dynamic ? btScalar(entry.mass * share) : 0, nullptr,
                                                 entry.shape->parts().shape.get(),
-                                                dynamic ? Plain(entry.inertia) : btVector3(0, 0, 0));
+                                                dynamic ? Plain(entry.inertia * share) : btVector3(0, 0, 0));
   info.m_startWorldTransform = ToBullet(state.pose);
   auto body = std::make_unique<btRigidBody>(info);
   int flags = body->getCollisionFlags() | btCollisionObject::CF_CUSTOM_MATERIAL_CALLBACK;
@@ -199,8 +290,8 @@ std::unique_ptr<btRigidBody> MakeBody(const RigidEntry& entry, btMotionState* ta
   body->setLinearVelocity(ToBullet(state.velocity));
   body->setAngularVelocity(AxialToBullet(state.spin));
   body->updateInertiaTensor();
-  body->applyCentralForce(ToBullet(state.force));
-  body->applyTorque(AxialToBullet(state.torque));
+  body->applyCentralForce(ToBullet(state.force * share));
+  body->applyTorque(AxialToBullet(state.torque * share));
   if (state.idleTime < 0) body->setFlags(body->getFlags() | BT_DISABLE_WORLD_GRAVITY);  // a fluid took its weight
   body->setDeactivationTime(std::max(state.idleTime, 0.0f));
   body->forceActivationState(state.asleep ? ISLAND_SLEEPING : ACTIVE_TAG);

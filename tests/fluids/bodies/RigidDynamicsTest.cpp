@@ -118,28 +118,62 @@ TEST(RigidDynamics, CollisionKeepsMomentumAndFallsApart) {
   EXPECT_LT(a.state.velocity.x, b.state.velocity.x);
 }
 
-// A slope of 30 degrees: it slides with g (sin - mu cos), and rests where mu is more than its tangent.
-double SpeedDownTheSlope(double friction) {
+// The upper side of a floor, of squares.
+Polygons Floor(double half, int squares) {
+  Polygons floor;
+  const int row = squares + 1;
+  for (int n = 0; n < row * row; ++n) {
+    floor.points.push_back(Vec3D(n % row * 2.0 / squares - 1, 0, n / row * 2.0 / squares - 1) * half);
+    if (n % row == squares || n / row == squares) continue;
+    floor.triangles.push_back({n, n + row, n + 1});
+    floor.triangles.push_back({n + 1, n + row, n + row + 1});
+  }
+  return floor;
+}
+
+// A slope of 30 degrees: it slides with g (sin - mu cos), and rests where mu is more than its tangent. squares: of a
+// slope that is a mesh.
+double SpeedDownTheSlope(double friction, int squares) {
   constexpr double kSlope = std::numbers::pi / 6;
-  Body box(Box({0.3, 0.1, 0.3}), 5);
+  Body box(Box({0.3, 0.1, 0.3}), 5), mesh(Floor(10, std::max(squares, 1)), 0, RigidEntry::Kind::Still);
   const Vec3D normal(std::sin(kSlope), std::cos(kSlope), 0);
   const RigidPlane slope{normal, 0};
-  box.state.pose = {normal * 0.102, {normal.y, -normal.x, 0}, normal, {0, 0, 1}};
+  box.state.pose = mesh.state.pose = {{}, {normal.y, -normal.x, 0}, normal, {0, 0, 1}};
+  box.state.pose.off = normal * (squares > 0 ? 0.104 : 0.102);
   box.entry.friction = friction;
+  mesh.entry.friction = mesh.entry.rollingFriction = 1;
   RigidStep step = Steps(1 / 24.0, {0, -9.81, 0});
-  step.walls = {&slope, 1};
-  StepThrough({&box}, step, 6);
+  if (squares == 0) step.walls = {&slope, 1};
+  const std::vector<Body*> bodies = squares > 0 ? std::vector{&mesh, &box} : std::vector{&box};
+  StepThrough(bodies, step, 6);
   const double before = Length(box.state.velocity);
-  StepThrough({&box}, step, 12);
+  StepThrough(bodies, step, 12);
   return (Length(box.state.velocity) - before) * 2;  // m/s^2
 }
 
 TEST(RigidDynamics, BoxSlidesAtItsFriction) {
-  for (const double mu : {0.0, 0.2, 0.4}) {
-    const double a = 9.81 * (0.5 - mu * std::sqrt(0.75));
-    EXPECT_NEAR(SpeedDownTheSlope(mu), a, 0.05 * 9.81 * 0.5) << mu;
+  for (const int squares : {0, 1, 20}) {
+    for (const double mu : {0.0, 0.2, 0.4}) {
+      const double a = 9.81 * (0.5 - mu * std::sqrt(0.75));
+      EXPECT_NEAR(SpeedDownTheSlope(mu, squares), a, 0.01 * 9.81 * 0.5) << mu << ", " << squares;
+    }
+    EXPECT_NEAR(SpeedDownTheSlope(0.9, squares), 0, 0.05) << squares;
   }
-  EXPECT_NEAR(SpeedDownTheSlope(0.9), 0, 0.05);
+}
+
+// Three crates, of which one rests on two: none catches on an edge that isn't there.
+TEST(RigidDynamics, StackedCratesStay) {
+  Body left(Box({0.2, 0.1, 0.1}), 9), right(Box({0.2, 0.1, 0.1}), 9), top(Box({0.2, 0.1, 0.1}), 9);
+  left.state.pose.off = {-0.202, 0.102, 0}, right.state.pose.off = {0.202, 0.102, 0},
+  top.state.pose.off = {0, 0.306, 0};
+  const RigidPlane ground{{0, 1, 0}, 0};
+  RigidStep step = Steps(1 / 24.0, {0, -9.81, 0});
+  step.slop = 0.004;
+  step.walls = {&ground, 1};
+  for (Body* body : {&left, &right, &top}) body->entry.friction = 0.8;
+  StepThrough({&left, &right, &top}, step, 48);
+  EXPECT_LT(Length(top.state.pose.off - Vec3D(0, 0.304, 0)), 0.01);
+  EXPECT_GT(top.state.pose.v2.y, 0.999);
 }
 
 struct Halves final : iContactScale {
@@ -179,18 +213,20 @@ TEST(RigidDynamics, DrivenBodyPushesAndArrives) {
 }
 
 TEST(RigidDynamics, WallsHoldAndSleepersStay) {
-  Body box(Box(Vec3D(0.1)), 1);
-  box.state.pose.off = {0, 0.2, 0};
-  const RigidPlane ground{{0, 1, 0}, 0};
-  RigidStep step = Steps(1 / 24.0, {0, -9.81, 0});
-  step.walls = {&ground, 1};
-  box.entry.linearSleep = 0.1, box.entry.angularSleep = 0.1;
-  StepThrough({&box}, step, 96);
-  EXPECT_NEAR(box.state.pose.off.y, 0.1, 0.01);
-  EXPECT_EQ(box.state.asleep, 1) << "two seconds of rest";
-  const RigidState before = box.state;
-  StepThrough({&box}, step, 2);
-  EXPECT_EQ(box.state.pose, before.pose);
+  for (const double mass : {1e-3, 1.0, 1e9}) {
+    Body box(Box(Vec3D(0.1)), mass);
+    box.state.pose.off = {0, 0.2, 0};
+    const RigidPlane ground{{0, 1, 0}, 0};
+    RigidStep step = Steps(1 / 24.0, {0, -9.81, 0});
+    step.walls = {&ground, 1};
+    box.entry.linearSleep = 0.1, box.entry.angularSleep = 0.1;
+    StepThrough({&box}, step, 96);
+    EXPECT_NEAR(box.state.pose.off.y, 0.1, 0.01) << mass;
+    EXPECT_EQ(box.state.asleep, 1) << "two seconds of rest";
+    const RigidState before = box.state;
+    StepThrough({&box}, step, 2);
+    EXPECT_EQ(box.state.pose, before.pose);
+  }
 }
 
 // --- masses

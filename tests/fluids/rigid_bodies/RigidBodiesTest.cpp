@@ -175,6 +175,57 @@ TEST(RigidBodies, AReplayedBodyGoesItsRecordedWay) {
   }
 }
 
+// A cube as text; with a point on top of it, it has other counts.
+std::string CubeText(double half, bool pointed) {
+  std::string obj;
+  for (int n = 0; n < 8; ++n) {
+    obj += "v " + std::to_string(n & 1 ? half : -half) + " " + std::to_string(n & 2 ? half : -half) + " " +
+           std::to_string(n & 4 ? half : -half) + "\n";
+  }
+  obj += "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 1 5 7 3\nf 2 4 8 6\n";
+  if (!pointed) return obj + "f 3 7 8 4\n";
+  return obj + "v 0 " + std::to_string(1.5 * half) + " 0\nf 3 7 9\nf 7 8 9\nf 8 4 9\nf 4 3 9\n";
+}
+
+// Meshes of numbered files, that grow or become others on the way, as driven and as dynamic bodies; twice in a session.
+TEST(RigidBodies, MeshesDeformAndAreReplaced) {
+  constexpr double kDensity = 300;
+  for (const bool replaced : {false, true}) {
+    for (const bool driven : {false, true}) {
+      const TemporaryFolder folder;
+      const auto half = [&](int frame) { return replaced ? 0.15 : 0.1 + 0.01 * frame; };
+      for (int frame = 0; frame <= 6; ++frame) {
+        WriteText(folder / ("cube." + std::to_string(frame) + ".obj"), CubeText(half(frame), replaced && frame >= 3));
+      }
+      BodyScene s;
+      BaseObject& tag = s.AddBody("Cube", "mesh", s.Centre(), 0, 1);
+      tag.Set(ObstacleTag::kDrivenId, std::int64_t(driven));
+      tag.Set(ObstacleTag::kMassModeId, ObstacleTag::MassMode::Density);
+      tag.Set(ObstacleTag::kDensityId, kDensity);
+      s.Geometry("Cube").Set(kMeshFileId, (folder / "cube.#.obj").string());
+      if (!driven) s.Throw(tag, {0.2, 0, 0});
+      // Something that moves: bodies exist, and a driven one pushes it.
+      s.AddBody("Ball", "sphere", s.Centre() + Vec3D(0, 0, driven ? 0.2 : 0.35), 0.08, 1);
+      std::vector<LMatrix> poses[2];
+      for (const int run : {0, 1}) {
+        for (int frame = 0; frame <= 6; ++frame) {
+          s.Step(frame);
+          poses[run].push_back(s.State("Cube").pose), poses[run].push_back(s.State("Ball").pose);
+        }
+        const double edge = 2 * half(6), tip = replaced ? edge * edge * edge / 12 : 0;
+        EXPECT_NEAR(s.Volume("Cube").Body()->Volume(), edge * edge * edge + tip, 1e-5) << replaced << driven;
+        const Vec3D middle = s.State("Cube").pose.off;
+        EXPECT_TRUE(s.Volume("Cube").InsideWorld(middle + Vec3D(0, 0.9 * half(6), 0))) << replaced << driven;
+        EXPECT_EQ(s.Volume("Cube").InsideWorld(middle + Vec3D(0, 1.2 * half(6), 0)), replaced) << driven;
+        if (!driven) EXPECT_GT(middle.x, s.Centre().x + 0.005);
+        if (driven && !replaced) EXPECT_GT(s.State("Ball").pose.off.z, s.Centre().z + 0.2) << "pushed";
+      }
+      EXPECT_EQ(poses[0], poses[1]) << "a restart: " << replaced << driven;
+      for (const auto& [name, text] : s.warnings) EXPECT_NE(name, "Scene/Cube") << text;
+    }
+  }
+}
+
 TEST(RigidBodies, NothingEndsTheRun) {
   struct Case {
     const char* what;
