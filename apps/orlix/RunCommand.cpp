@@ -159,8 +159,9 @@ Status Resume(Checkpoints& checkpoints, FrameResults& results, BaseDocument& doc
     return {};
   }
   const int frame = (*found)->head.frame;
-  if (Status told = results.ContinueBehind(frame, plan, document, run.state().outputFolder); !told.ok()) return told;
+  // Bodies stand in the state where they stood: velocities of their meshes begin there.
   if (Status restored = RestoreCheckpoint((*found)->path, document, run.hook()); !restored.ok()) return restored;
+  if (Status told = results.ContinueBehind(frame, plan, document, run.state().outputFolder); !told.ok()) return told;
   checkpoints.ContinueFrom(**found);
   plan.start = frame + 1;
   spdlog::info("going on after frame {}", frame);

@@ -112,9 +112,7 @@ const TypeInfo& CoupleTag::Type() {
 }
 
 void CoupledObjects::Move(OrlixScene& scene) {
-  BaseDocument& document = *scene.GetHostDocument();
-  const double dt = scene.info.frameDuration;
-  document.ForEachObject([&](BaseObject& tag) {
+  scene.GetHostDocument()->ForEachObject([&](BaseObject& tag) {
     if (tag.typeId() != CoupleTag::kId || !tag.parent()) return;
     BaseObject& object = *tag.parent();
     const BaseObject* link = tag.GetLink(CoupleTag::kRootId);
@@ -122,42 +120,51 @@ void CoupledObjects::Move(OrlixScene& scene) {
     while (root && root != scene.GetHostObject()) root = root->parent();
     if (!root) return;
     const LMatrix now = object.GlobalMatrix();
-    const auto [entry, isNew] = places_.try_emplace(object.creationNumber(), Places{now, now});
+    const auto [entry, isNew] = places_.try_emplace(object.creationNumber(), Places{now, now, now});
     Places& places = entry->second;
+    if (restored_) SetGlobalMatrix(object, places.now);
     if (scene.info.time == 0) {
       if (!isNew) SetGlobalMatrix(object, places.start);
       places.previous = places.start;
-      return;
+    } else {
+      MoveObject(scene, tag, object, places);
     }
-    const FluidSolver* solver = SolverOf(scene, link);
-    if (!solver || !solver->velocity.grids[0]) return;
-    const Flow flow{*solver};
-    const GridSpace& space = flow.space();
-    const Settings settings(tag);
-    const auto local = [&](const Vec3D& host) { return host * space.simPerHost - space.simMin; };
-    const Vec3D s = local(now.off), p = local(places.previous.off);
-    const double depth = flow.Depth(s * space.voxelsPerSim);
-    LMatrix next = now;
-    if (depth < 0) {
-      next.off += now.off - places.previous.off;
-      next.off.y -= kFall * dt;
-      places.previous = now;
-      return SetGlobalMatrix(object, next);
-    }
-    const Vec3D voxel = s * space.voxelsPerSim;
-    const Vec3D curl = flow.CurlOf(VecInt3D(int(voxel.x), int(voxel.y), int(voxel.z)));
-    if (curl == Vec3D()) return;
-    const Vec3D carried = flow.At(voxel) * (1 - settings.lostFlow);
-    const Vec3D weight = scene.gravity * (depth * (1 - settings.buoyancy));
-    const double kept = 1 - (1 - settings.damping) * depth;
-    Vec3D moved = s + (s - p) * kept + (carried * depth + weight) * dt;
-    const SolidView walls = solver->boundary.View();
-    if (walls.HasData()) walls.ClampToDomain(moved);
-    next = Turned(now, -1, curl * (0.25 * dt * settings.turning));
-    next.off = moved * space.hostPerSim + space.hostMin;
-    places.previous = now;
-    SetGlobalMatrix(object, next);
+    places.now = object.GlobalMatrix();
   });
+  restored_ = false;
+}
+
+void CoupledObjects::MoveObject(OrlixScene& scene, const BaseObject& tag, BaseObject& object, Places& places) {
+  const FluidSolver* solver = SolverOf(scene, tag.GetLink(CoupleTag::kRootId));
+  if (!solver) return;
+  const Flow flow{*solver};
+  const GridSpace& space = flow.space();
+  const Settings settings(tag);
+  const double dt = scene.info.frameDuration;
+  const LMatrix now = object.GlobalMatrix();
+  const auto local = [&](const Vec3D& host) { return host * space.simPerHost - space.simMin; };
+  const Vec3D s = local(now.off), p = local(places.previous.off);
+  const double depth = flow.Depth(s * space.voxelsPerSim);
+  LMatrix next = now;
+  if (depth < 0) {
+    next.off += now.off - places.previous.off;
+    next.off.y -= kFall * dt;
+    places.previous = now;
+    return SetGlobalMatrix(object, next);
+  }
+  const Vec3D voxel = s * space.voxelsPerSim;
+  const Vec3D curl = flow.CurlOf(VecInt3D(int(voxel.x), int(voxel.y), int(voxel.z)));
+  if (curl == Vec3D()) return;
+  const Vec3D carried = flow.At(voxel) * (1 - settings.lostFlow);
+  const Vec3D weight = scene.gravity * (depth * (1 - settings.buoyancy));
+  const double kept = 1 - (1 - settings.damping) * depth;
+  Vec3D moved = s + (s - p) * kept + (carried * depth + weight) * dt;
+  const SolidView walls = solver->boundary.View();
+  if (walls.HasData()) walls.ClampToDomain(moved);
+  next = Turned(now, -1, curl * (0.25 * dt * settings.turning));
+  next.off = moved * space.hostPerSim + space.hostMin;
+  places.previous = now;
+  SetGlobalMatrix(object, next);
 }
 
 void CoupledObjects::VisitState(StateVisitor& visitor) {
@@ -170,7 +177,7 @@ void CoupledObjects::VisitState(StateVisitor& visitor) {
     visitor.Visit("object", all[std::size_t(n)].first);
     visitor.Visit("places", all[std::size_t(n)].second);
   }
-  if (visitor.Reading()) places_ = {all.begin(), all.end()};
+  if (visitor.Reading()) places_ = {all.begin(), all.end()}, restored_ = true;
 }
 
 }  // namespace orlix

@@ -22,10 +22,13 @@ class CoupledObjects {
   void VisitState(StateVisitor& visitor);
 
  private:
-  // Host units: where the object began, and where it was a frame ago.
+  // Host units: where the object began, where it was a frame ago, and where it is.
   struct Places {
-    LMatrix start, previous;
+    LMatrix start, previous, now;
   };
+  static void MoveObject(OrlixScene& scene, const BaseObject& tag, BaseObject& object, Places& places);
+
+  bool restored_ = false;  // objects stand where the document has them, not yet where the state that was read has
   std::map<std::uint64_t, Places> places_;  // by the object's creation number
 };
 

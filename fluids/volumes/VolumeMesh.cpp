@@ -274,7 +274,9 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   rigidBody_->VisitState(visitor);
   visitor.Visit("startMatrix", startMatrix_);
   visitor.Visit("hasStart", hasStart_);
-  if (visitor.Reading()) filledPose_.reset(), bodyShape_ = 0;
+  if (!visitor.Reading()) return;
+  filledPose_.reset(), bodyShape_ = 0;
+  if (IsDynamicBody()) ShowBody();
 }
 
 }  // namespace orlix

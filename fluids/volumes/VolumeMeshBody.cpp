@@ -158,10 +158,13 @@ void VolumeMesh::ReshapeBody() {
 }
 
 void VolumeMesh::ShowBody() {
-  if (!hostGeometry_) return;
+  // When a state is read, links are released.
+  auto* object =
+      hostGeometry_ ? hostGeometry_ : dynamic_cast<BaseObject*>(scene->GetHostDocument()->FindObject(linkedObject_));
+  if (!object) return;
   LMatrix matrix = mesh_.matrix;
   matrix.off = matrix.off * GetSimulationSpace().hostPerSim;
-  SetGlobalMatrix(*hostGeometry_, matrix);
+  SetGlobalMatrix(*object, matrix);
 }
 
 const BaseObject* VolumeMesh::LinkedObject() const {

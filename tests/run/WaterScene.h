@@ -5,16 +5,16 @@
 
 namespace orlix::test {
 
-// caches: more children of the scene; outputs: of the file. cell: m.
+// caches: more children of the scene; outputs: of the file. cell: m. settings: more of the scene's.
 inline std::string WaterScene(const std::string& caches, const std::string& outputs, int lastFrame = 5,
-                              const std::string& cell = "0.1") {
+                              const std::string& cell = "0.1", const std::string& settings = "") {
   return R"({ "orlix": 1, "fps": 24, "frames": [0, )" + std::to_string(lastFrame) + R"(], "up": "y",
   "objects": [
     { "type": "box", "name": "Column", "size": [30, 40, 30], "position": [-20, 20, 0] },
     { "type": "scene", "name": "Dam", "scale_units": 100, "scale_metres": 1, "voxel_size": )" +
          cell + R"(,
       "render_voxel_size": )" +
-         cell + R"(, "cfl": 2, "children": [
+         cell + R"(, "cfl": 2, )" + settings + R"( "children": [
         { "type": "volume", "name": "Column volume", "object": "Column" },
         { "type": "particlegroup", "name": "Water" },
         { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid",
