@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include "fluids/volumes/MultiVolume.h"
+
 namespace orlix {
 
 namespace fs = std::filesystem;
@@ -71,18 +73,32 @@ bool GridCacher::ReadParameters() {
 
 bool GridCacher::ResolveLinks() {
   if (!Cache_OperatorBase::ResolveLinks()) return false;
-  targets_.clear();
+  nodes_.clear();
   if (const InExcludeData* list = handler.GetInExclude(kNodesId)) {
     for (const InExcludeData::Entry& entry : list->entries) {
       iBase* node =
           scene->Retrieve(handler.GetDocument()->FindObject(entry.target), NODE_ALL, RETRIEVE_ANY, RETRIEVE_ANY);
-      if (node) targets_.push_back({node, dynamic_cast<iCachedGrids*>(node)});
+      if (node) nodes_.push_back(node);
     }
   }
   return true;
 }
 
+void GridCacher::FindTargets() {
+  targets_.clear();
+  for (iBase* node : nodes_) {
+    auto* many = dynamic_cast<MultiVolume*>(node);
+    if (!many) {
+      targets_.push_back({node, dynamic_cast<iCachedGrids*>(node)});
+      continue;
+    }
+    if (scene->stage == kStageLoadCache) many->FindMembers();
+    for (std::size_t n = 0; n < many->memberCount(); n++) targets_.push_back({&many->member(n), &many->member(n)});
+  }
+}
+
 void GridCacher::ReleaseLinks() {
+  nodes_.clear();
   targets_.clear();
   Cache_OperatorBase::ReleaseLinks();
 }
@@ -90,6 +106,7 @@ void GridCacher::ReleaseLinks() {
 void GridCacher::Prepare(iBase*) {
   if (scene->stage == kStageEmitters) return;
   SetFlag(NodeActive, false);
+  FindTargets();
   if (scene->stage == kStageSaveCache) {
     for (const Target& target : targets_) target.node->SetFlag(NodeFromCache, false);
   }

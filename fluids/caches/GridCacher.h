@@ -3,7 +3,7 @@
 //
 // In playback stage 0 reads all headers, so that containers get the cached lattices, and stage 5 reads the grids, in
 // each sub-step before the emitters; other lattices are resampled. In record mode stage 17 writes what is there.
-// Entries go by position: node i of the list has entry i.
+// Entries go by position: node i of the list has entry i, and a volume of n objects n of them.
 
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "fluids/caches/GridFrameFile.h"
@@ -42,7 +42,7 @@ class GridCacher final : public Cache_OperatorBase {
 
  protected:
   Ids GetIds() const override { return {kActiveInId, kDigitsId, kGridExtensions}; }
-  bool HasTargets() const override { return !targets_.empty(); }
+  bool HasTargets() const override { return !nodes_.empty(); }
 
  private:
   // Any node may stand in the list and has its entry; one without grids has an empty one.
@@ -51,12 +51,16 @@ class GridCacher final : public Cache_OperatorBase {
     iCachedGrids* grids;  // null when it has none to offer
   };
 
+  // Of the listed nodes. A volume of many objects stands for its members, each with an entry of its own, in the order of
+  // its list.
+  void FindTargets();
   void TakeHeaders();
   bool ReadHead(HyperFile& file, const std::filesystem::path& path, GridFrameHead& head);
   void ForgetHeaders(std::size_t first);
   void Load(const BaseThread* hostThread);
   void Save();
 
+  std::vector<iBase*> nodes_;  // as listed
   std::vector<Target> targets_;
   std::int32_t interpolation_ = 0;
 };

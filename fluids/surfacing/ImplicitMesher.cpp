@@ -209,6 +209,10 @@ void ImplicitMesher::TakePlayed(PolygonObject* played) {
   mesh_.Clear();
   for (const Vec3D& p : shown.points) mesh_.Points().push_back(global * p * simPerHost);
   for (const PolygonObject::Polygon& p : shown.polygons) mesh_.Triangles().push_back({p.a, p.b, p.c});
+  if (shown.normals.size() == shown.points.size()) {
+    std::vector<Vec3D>& normals = mesh_.pointAttributes.Column(kPointNormalId);
+    for (std::size_t p = 0; p < normals.size(); ++p) normals[p] = Normalized(global.Rotate(shown.normals[p]));
+  }
   Rebuild();
 }
 

@@ -60,9 +60,14 @@ bool MultiVolume::ReadParameters() {
   return true;
 }
 
-// Members whose object stays in the list stay, with all that they know.
 bool MultiVolume::ResolveLinks() {
   if (!iVolume::ResolveLinks()) return false;
+  FindMembers();
+  return true;
+}
+
+// Members whose object stays in the list stay, with all that they know.
+void MultiVolume::FindMembers() {
   std::vector<Member> before = std::move(members_);
   members_.clear();
   const InExcludeData* list = handler.GetInExclude(kObjectsId);
@@ -80,7 +85,6 @@ bool MultiVolume::ResolveLinks() {
     members_.back().node->BeMember(object);
     members_.back().node->ResolveLinks();
   }
-  return true;
 }
 
 void MultiVolume::ReleaseLinks() {

@@ -21,6 +21,8 @@ class MultiVolume final : public iVolume {
   void GetRetrieveTypes(std::uint32_t& mask) const override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  // Makes the members of the listed objects, as ResolveLinks does: caches ask for them before a frame has links.
+  void FindMembers();
   void ReleaseLinks() override;
   void Advise() override;
   void CheckDirty() override;
