@@ -93,6 +93,8 @@ struct ConvertOptions {
   std::optional<ViewTransform> view;  // without one "filmic" for OpenEXR, "srgb" for PNG
   bool houdini = false;               // how a VDB's velocity is called
   std::string grids;                  // names of a cache's entries, with commas between; an empty one keeps its own
+  double scale = 1;                   // all lengths of meshes, particles and grids
+  std::string up;                     // "y" or "z": what is to be upwards, and isn't; empty leaves it
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);
 

@@ -175,6 +175,13 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
       ->transform(CLI::CheckedTransformer(programs));
   words.app->add_option("--grids", words.options->grids,
                         "Names of a cache's entries, in order, with commas between; a cache itself has none");
+  words.app->add_option("--scale", words.options->scale, "Multiplies all lengths of meshes, particles and grids")
+      ->check(CLI::Range(1e-9, 1e9));
+  words.app
+      ->add_option(
+          "--up", words.options->up,
+          "A quarter turn about x: z where y was upwards, y where z was. A file that says so already isn't turned")
+      ->check(CLI::IsMember({"y", "z"}));
 }
 
 void AddFilm(CLI::App& parent, CommandLine& line) {

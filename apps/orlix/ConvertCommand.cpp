@@ -1,7 +1,9 @@
-// orlix convert IN OUT: meshes (OBJ, PLY, STL to these, glTF and USD), particles (all formats, OpenVDB's points, USD),
+// orlix convert IN OUT: meshes (OBJ, PLY, STL, glTF to these and USD), particles (all formats, OpenVDB's points, USD),
 // pictures (EXR, PNG), grid caches to OpenVDB.
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 #include "apps/orlix/Command.h"
 #include "apps/orlix/FileCheck.h"
@@ -22,9 +24,54 @@ namespace {
 
 bool IsPicture(const std::string& extension) { return extension == ".exr" || extension == ".png"; }
 
+// Lengths by a factor, and a quarter turn about x.
+struct Placing {
+  explicit Placing(const ConvertOptions& options) : scale(options.scale), up(options.up) {}
+  Vec3D Turn(const Vec3D& v) const { return up == "z" ? Vec3D(v.x, -v.z, v.y) : up == "y" ? Vec3D(v.x, v.z, -v.y) : v; }
+  bool Moves() const { return scale != 1 || !up.empty(); }
+
+  double scale;
+  std::string up;
+};
+
+void Place(PolygonObject& mesh, const Placing& placing) {
+  for (std::vector<Vec3D>* lengths : {&mesh.points, &mesh.velocities}) {
+    for (Vec3D& v : *lengths) v = placing.Turn(v) * placing.scale;
+  }
+  for (Vec3D& normal : mesh.normals) normal = placing.Turn(normal);
+}
+
+// By the names that columns have; other columns stay. False when a value leaves its column's range.
+bool Place(PointSet& set, Placing placing) {
+  const bool known = set.units.metresPerUnit > 0;
+  if (known && !placing.up.empty() && set.units.upZ == (placing.up == "z")) placing.up.clear();
+  if (!placing.Moves()) return true;
+  if (known) set.units.metresPerUnit /= placing.scale;
+  if (!placing.up.empty()) set.units.upZ = placing.up == "z";
+  bool fits = true;
+  for (PointAttribute& column : set.attributes) {
+    const auto isOne = [&](std::initializer_list<std::string_view> names) {
+      return std::find(names.begin(), names.end(), column.name) != names.end();
+    };
+    const bool place = isOne({"position", "velocity", "oldposition", "oldpositionframe", "old_position"});
+    const bool direction = isOne({"normal", "vorticity", "external_force"});
+    const double scale = direction ? 1 : placing.scale;
+    for (std::uint64_t row = 0; row < set.count; ++row) {
+      if (column.components == 3 && (place || direction)) {
+        const Vec3D v = placing.Turn({column.Real(row, 0), column.Real(row, 1), column.Real(row, 2)}) * scale;
+        for (int axis = 0; axis < 3; ++axis) fits &= column.SetReal(row, axis, v[axis]);
+      } else if (column.components == 1 && column.name == "radius") {
+        fits &= column.SetReal(row, 0, column.Real(row, 0) * scale);
+      }
+    }
+  }
+  return fits;
+}
+
 Status ConvertMesh(const ConvertOptions& options) {
   Result<PolygonObject> mesh = ReadMesh(options.in);
   if (!mesh) return mesh.error();
+  Place(*mesh, Placing(options));
   if (Status done = WriteMeshFile(options.out, *mesh, {}); !done) return done;
   fmt::print("{}: {} points, {} polygons\n", options.out, mesh->points.size(), mesh->polygons.size());
   return {};
@@ -64,8 +111,9 @@ std::string LeftOut(const std::string& path, const PointSet& set) {
 }
 
 Status ConvertParticles(const ConvertOptions& options) {
-  const Result<PointSet> set = ReadParticles(options.in);
+  Result<PointSet> set = ReadParticles(options.in);
   if (!set) return set.error();
+  if (!Place(*set, Placing(options))) return Status::Fail(ErrorKind::Usage, options.in + ": too large for its numbers");
   if (Status done = WriteParticles(options.out, *set); !done) return done;
   fmt::print("{}: {} particles, {} values each{}\n", options.out, set->count, FlatColumnsOf(*set).size(),
              LeftOut(options.out, *set));
@@ -113,7 +161,9 @@ Status ConvertCache(const ConvertOptions& options) {
   const Result<CachedFields> cached =
       ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, SplitNames(options.grids));
   if (!cached) return cached.error();
-  if (Status done = WriteVdb(options.out, cached->fields, {.frame = FrameOfFile(options.in)}); !done) return done;
+  if (options.up == "y") return Status::Fail(ErrorKind::Usage, options.in + ": a cache has y upwards as it is");
+  const VdbOptions vdb{.frame = FrameOfFile(options.in), .space = {.scale = options.scale, .upZ = options.up == "z"}};
+  if (Status done = WriteVdb(options.out, cached->fields, vdb); !done) return done;
   std::string names;
   for (const VdbField& field : cached->fields) names += (names.empty() ? "" : ", ") + field.name;
   fmt::print("{}: {} grids: {}\n", options.out, cached->fields.size(), names);
@@ -138,12 +188,17 @@ Status ConvertCommand(const Program&, const ConvertOptions& options) {
   if (pointsOut && HoldsParticles(options.in)) return ConvertParticles(options);
   if (MeshFormatOf(options.in) && FindMeshFileFormat(options.out)) return ConvertMesh(options);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
+  if (from == ".usda") {
+    return Status::Fail(ErrorKind::Usage, options.in +
+                                              ": USD is written, not read; write meshes as .glb or .ply, particles as "
+                                              ".ply or .bgeo, which are read");
+  }
   return Status::Fail(
       ErrorKind::Usage,
-      fmt::format(
-          "{} to {}: convert goes from .obj, .ply, .stl to .obj, .ply, .stl, .glb, .usda; for particles between {} "
-          "and .vdb, and to .rib, .usda; from .exr, .png to .exr, .png; and from .cache to .vdb",
-          options.in, options.out, ParticleEndings()));
+      fmt::format("{} to {}: convert goes from .obj, .ply, .stl, .glb, .gltf to .obj, .ply, .stl, .glb, .usda; for "
+                  "particles between {} "
+                  "and .vdb, and to .rib, .usda; from .exr, .png to .exr, .png; and from .cache to .vdb",
+                  options.in, options.out, ParticleEndings()));
 }
 
 }  // namespace orlix

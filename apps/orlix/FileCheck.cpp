@@ -89,7 +89,6 @@ Status CheckPly(const fs::path& path) {
   return ParseMesh(text, MeshFormat::Ply, path.string()).status();
 }
 
-Status CheckGlb(const fs::path& path) { return DescribeGlb(path).status(); }
 Status CheckUsda(const fs::path& path) { return DescribeUsda(path).status(); }
 Status CheckMesh(const fs::path& path) { return ReadMesh(path).status(); }
 
@@ -99,7 +98,7 @@ constexpr FileCheck kChecks[] = {
     {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
     {".png", CheckPicture, false},     {".ply", CheckPly, false},
     {".obj", CheckMesh, false},        {".stl", CheckMesh, false},
-    {".glb", CheckGlb, false},         {".usda", CheckUsda, false},
+    {".glb", CheckMesh, false},         {".usda", CheckUsda, false},
     {".bgeo", CheckPoints, false},     {".geo", CheckPoints, false},
     {".prt", CheckPoints, false},      {".pdb", CheckPoints, false},
     {".pda", CheckPoints, false},      {".pdc", CheckPoints, false},

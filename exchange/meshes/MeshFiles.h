@@ -1,6 +1,6 @@
 #pragma once
 // Meshes for other programs, by extension: OBJ, PLY, STL, glTF 2.0 (binary) and USD (text). Readers are in
-// host/geometry; the last two are only written.
+// host/geometry; USD is only written.
 
 #include <filesystem>
 #include <ostream>

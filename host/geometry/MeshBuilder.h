@@ -52,6 +52,8 @@ class MeshBuilder {
  public:
   // False when a coordinate is no finite number or there are too many points.
   bool AddPoint(const Vec3D& point);
+  // Of the next point that has none, of any length; what isn't finite is none. Points have normals when all have.
+  void AddNormal(const Vec3D& normal) { mesh_.normals.push_back(IsFinite(normal) ? Normalized(normal) : Vec3D()); }
   // False likewise.
   bool AddTexturePoint(const Vec2D& point);
   // Corners count from 0 and may be anything. place is where the file names them, for the message. textures: the
@@ -76,6 +78,7 @@ class MeshBuilder {
     }
     if (tooMany_) return Error{ErrorKind::InputFile, fmt::format("{}: too many polygons", describe(0))};
     TakeTextures();
+    if (mesh_.normals.size() != mesh_.points.size()) mesh_.normals.clear();
     mesh_.version = 1;
     return std::move(mesh_);
   }

@@ -17,9 +17,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr Parameter kParameters[] = {
-    FileParameter(kMeshFileId, "file",
-                  "OBJ, PLY or STL file; # signs stand for the frame number, as in walk.####.obj. A frame without a "
-                  "file shows the one before it"),
+    FileParameter(
+        kMeshFileId, "file",
+        "OBJ, PLY, STL or glTF file; # signs stand for the frame number, as in walk.####.obj. A frame without a "
+        "file shows the one before it"),
     IntParameter(kMeshFrameOffsetId, "frame_offset", 0, "frames", "Added to the frame number of numbered files"),
 };
 
@@ -34,8 +35,9 @@ Result<fs::path> FileOfFrame(const fs::path& pattern, std::int64_t frame) {
   if (after == std::string::npos || name[after] != '.' || name.find('#', after) != std::string::npos) {
     return fail("the # signs must stand together, right before the extension");
   }
+  const fs::path folder = pattern.has_parent_path() ? pattern.parent_path() : fs::path(".");
   const std::vector<FrameFile> files =
-      ScanFrameFiles(pattern.parent_path(), std::string_view(name).substr(0, first), name.substr(after + 1));
+      ScanFrameFiles(folder, std::string_view(name).substr(0, first), name.substr(after + 1));
   if (files.empty()) return fail("there is no numbered file of this name");
   const auto above = std::upper_bound(files.begin(), files.end(), frame,
                                       [](std::int64_t wanted, const FrameFile& file) { return wanted < file.frame; });
@@ -78,7 +80,7 @@ const TypeInfo kMeshType{
     .resource = "mesh",
     .className = "MeshObject",
     .label = "Mesh",
-    .text = "Polygons from an OBJ, PLY or STL file. Numbered files give a mesh that deforms from frame to frame.",
+    .text = "Polygons from an OBJ, PLY, STL or glTF file. Numbered files give a mesh that deforms from frame to frame.",
     .role = TypeRole::Object,
     .kinds = kGeometryKinds,
     .parameters = kParameters,

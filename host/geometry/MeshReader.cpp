@@ -23,6 +23,7 @@ std::optional<MeshFormat> MeshFormatOf(const std::filesystem::path& path) {
   if (extension == ".obj") return MeshFormat::Obj;
   if (extension == ".ply") return MeshFormat::Ply;
   if (extension == ".stl") return MeshFormat::Stl;
+  if (extension == ".glb" || extension == ".gltf") return MeshFormat::Gltf;
   return {};
 }
 
@@ -35,6 +36,8 @@ Result<PolygonObject> ParseMesh(std::string_view content, MeshFormat format, std
         return ParsePly(content, name);
       case MeshFormat::Stl:
         return ParseStl(content, name);
+      case MeshFormat::Gltf:
+        return ParseGltf(content, name);
     }
   } catch (const std::bad_alloc&) {
     return Error{ErrorKind::Memory, fmt::format("{}: not enough memory for this mesh", name)};
@@ -48,6 +51,8 @@ std::string_view MeshEncoding(std::string_view content, MeshFormat format) {
       return PlyEncoding(content);
     case MeshFormat::Stl:
       return StlEncoding(content);
+    case MeshFormat::Gltf:
+      return content.starts_with("glTF") ? "binary" : "text";
     case MeshFormat::Obj:
       break;
   }
@@ -61,7 +66,8 @@ template <class T, class Use>
 Result<T> WithContent(const std::filesystem::path& path, Use use) {
   const auto format = MeshFormatOf(path);
   if (!format) {
-    return Error{ErrorKind::InputFile, fmt::format("{}: a mesh file must end in .obj, .ply or .stl", path.string())};
+    return Error{ErrorKind::InputFile,
+                 fmt::format("{}: a mesh file must end in .obj, .ply, .stl, .glb or .gltf", path.string())};
   }
   Result<std::vector<std::byte>> content = ReadWholeFile(path, kMaxFileSize);
   if (!content.ok()) return content.error();

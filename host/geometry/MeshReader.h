@@ -1,10 +1,12 @@
 #pragma once
-// Polygon meshes from files: Wavefront OBJ, PLY (ascii and both binaries), STL (ascii and binary).
+// Polygon meshes from files: Wavefront OBJ, PLY (ascii and both binaries), STL (ascii and binary), glTF 2.0 (binary, or
+// text with its arrays inside).
 //
 // Files are not trusted. A count is held against the bytes that are there before memory is taken; an index outside, a
 // coordinate that is no finite number or a cut file is an error that names file and line (text) or byte (binary).
 // Polygons with more than four corners become fans of triangles; those with fewer than three corners are left out.
-// Texture coordinates come from OBJ files; normals, colours, groups and materials are passed over.
+// Texture coordinates come from OBJ files, normals of points from OBJ, PLY and glTF. An OBJ file that gives a point
+// several normals, for an edge, has none. Colours, groups and materials are passed over.
 
 #include <filesystem>
 #include <optional>
@@ -15,7 +17,7 @@
 
 namespace orlix {
 
-enum class MeshFormat { Obj, Ply, Stl };
+enum class MeshFormat { Obj, Ply, Stl, Gltf };
 
 // By the extension, upper or lower case.
 std::optional<MeshFormat> MeshFormatOf(const std::filesystem::path& path);
@@ -41,6 +43,7 @@ Result<MeshInfo> DescribeMesh(const std::filesystem::path& path);
 Result<PolygonObject> ParseObj(std::string_view content, std::string_view name);
 Result<PolygonObject> ParsePly(std::string_view content, std::string_view name);
 Result<PolygonObject> ParseStl(std::string_view content, std::string_view name);
+Result<PolygonObject> ParseGltf(std::string_view content, std::string_view name);
 std::string_view PlyEncoding(std::string_view content);
 std::string_view StlEncoding(std::string_view content);
 

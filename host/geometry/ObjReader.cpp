@@ -1,6 +1,7 @@
 // Wavefront OBJ: "v x y z" and "f a b c ..." lines; an index is 1-based or, below 0, counted back from the last point
-// so far; "/texture" after it names a "vt u v" line likewise; "/normal" after that is passed over.
+// so far; "/texture" after it names a "vt u v" line likewise, "/normal" after that a "vn x y z" line.
 
+#include <algorithm>
 #include <vector>
 
 #include "host/geometry/MeshBuilder.h"
@@ -26,11 +27,14 @@ class ObjReader {
         if (Status status = ReadPoint(); !status) return status.error();
       } else if (word == "vt") {
         if (Status status = ReadTexturePoint(); !status) return status.error();
+      } else if (word == "vn") {
+        ReadNormal();
       } else if (word == "f") {
         if (Status status = ReadFace(); !status) return status.error();
       }
       text_.SkipLine();
     }
+    TakeNormals();
     Result<PolygonObject> mesh = builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 1);
     if (mesh.ok() && mesh->polygons.empty()) {
       return Error{ErrorKind::InputFile,
@@ -54,6 +58,31 @@ class ObjReader {
     }
     if (!builder_.AddPoint(point)) return Fail(line, "a point's coordinates must be finite numbers");
     return {};
+  }
+
+  void ReadNormal() {
+    Vec3D normal;
+    for (int axis = 0; axis < 3; ++axis) {
+      text_.SkipBlanks();
+      text_.Number(normal[axis]);
+    }
+    normals_.push_back(normal);
+  }
+
+  // A point has one normal, or none where faces differ.
+  void NameNormal(std::int64_t point, std::int64_t normal) {
+    const auto at = static_cast<std::size_t>(point);
+    if (at >= builder_.PointCount() || static_cast<std::size_t>(normal) >= normals_.size()) return;
+    normalOf_.resize(builder_.PointCount(), -1);
+    std::int64_t& own = normalOf_[at];
+    edged_ |= own >= 0 && normals_[static_cast<std::size_t>(own)] != normals_[static_cast<std::size_t>(normal)];
+    own = normal;
+  }
+
+  void TakeNormals() {
+    normalOf_.resize(builder_.PointCount(), -1);
+    if (edged_ || std::find(normalOf_.begin(), normalOf_.end(), -1) != normalOf_.end()) return;
+    for (const std::int64_t normal : normalOf_) builder_.AddNormal(normals_[static_cast<std::size_t>(normal)]);
   }
 
   Status ReadTexturePoint() {
@@ -89,6 +118,9 @@ class ObjReader {
       if (!text_.AtLineEnd() && *text_.Place() == '/') text_.Advance(1), text_.Integer(texture);
       textures_.push_back(texture == 0 ? -1 : FromZero(texture, builder_.TexturePointCount()));
       textured |= texture != 0;
+      std::int64_t normal = 0;
+      if (!text_.AtLineEnd() && *text_.Place() == '/') text_.Advance(1), text_.Integer(normal);
+      if (normal != 0) NameNormal(corners_.back(), FromZero(normal, normals_.size()));
       text_.Word();
     }
     builder_.AddPolygon(corners_, static_cast<std::size_t>(line - begin_),
@@ -101,6 +133,9 @@ class ObjReader {
   std::string_view name_;
   MeshBuilder builder_;
   std::vector<std::int64_t> corners_, textures_;
+  std::vector<Vec3D> normals_;
+  std::vector<std::int64_t> normalOf_;  // of each point that a face gave one, below 0 of others
+  bool edged_ = false;                  // a point has several
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// PLY meshes: taken are x, y, z of "vertex" and the corner list of "face".
+// PLY meshes: taken are x, y, z and nx, ny, nz of "vertex" and the corner list of "face".
 
 #include <algorithm>
 #include <cmath>
@@ -72,24 +72,27 @@ class PlyReader {
   }
 
   Status ReadVertices(const PlyElement& element) {
-    const int place[3] = {element.IndexOf("x"), element.IndexOf("y"), element.IndexOf("z")};
-    for (const int p : place) {
-      if (p < 0 || element.properties[static_cast<std::size_t>(p)].countType) {
-        return Fail(text_.Place(), "a vertex needs the properties x, y and z");
-      }
+    double values[6] = {}, ignored = 0;
+    std::vector<double*> targets(element.properties.size(), &ignored);
+    int found = 0;
+    for (const char* name : {"x", "y", "z", "nx", "ny", "nz"}) {
+      const int at = element.IndexOf(name);
+      if (at < 0 || element.properties[static_cast<std::size_t>(at)].countType) break;
+      targets[static_cast<std::size_t>(at)] = &values[found++];
     }
+    if (found < 3) return Fail(text_.Place(), "a vertex needs the properties x, y and z");
     builder_.ReservePoints(element.count);
     for (std::uint64_t v = 0; v < element.count; ++v) {
       const char* begin = StartOfElement();
-      Vec3D point;
-      for (int p = 0; p < static_cast<int>(element.properties.size()); ++p) {
-        const PlyProperty& property = element.properties[static_cast<std::size_t>(p)];
-        double ignored = 0;
-        double& target = p == place[0] ? point.x : p == place[1] ? point.y : p == place[2] ? point.z : ignored;
-        if (property.countType ? !PassProperty(property) : !ReadValue(property.type, target)) return FailValue(begin);
+      for (std::size_t p = 0; p < targets.size(); ++p) {
+        const PlyProperty& property = element.properties[p];
+        if (property.countType ? !PassProperty(property) : !ReadValue(property.type, *targets[p]))
+          return FailValue(begin);
       }
       if (!AtElementEnd()) return FailRest(begin);
-      if (!builder_.AddPoint(point)) return Fail(begin, "a point's coordinates must be finite numbers");
+      if (!builder_.AddPoint({values[0], values[1], values[2]}))
+        return Fail(begin, "a point's coordinates must be finite numbers");
+      if (found == 6) builder_.AddNormal({values[3], values[4], values[5]});
     }
     return {};
   }

@@ -65,6 +65,23 @@ TEST(MeshFiles, GlbHoldsTheArraysThatItsJsonNames) {
   EXPECT_EQ(At<std::uint32_t>(empty, 8), empty.size());
 }
 
+// In glTF's metres, with y upwards.
+TEST(MeshFiles, GlbIsReadAgain) {
+  PolygonObject shape = Shape();
+  shape.normals.assign(5, Vec3D(0, 0, 1));
+  const Result<PolygonObject> back = ParseMesh(Glb(shape, {0.5, true}), MeshFormat::Gltf, "a.glb");
+  ASSERT_TRUE(back.ok()) << back.error().text;
+  ASSERT_EQ(back->points.size(), 5u);
+  EXPECT_LT(Length(back->points[4] - Vec3D(0, 1.5, 0)), 1e-6);
+  EXPECT_LT(Length(back->normals[4] - Vec3D(0, 1, 0)), 1e-6);
+  EXPECT_LT(Length(back->velocities[4] - Vec3D(0, 0, -0.25)), 1e-6);
+  EXPECT_EQ(back->polygons.size(), 3u);
+  ASSERT_EQ(back->attributes.size(), 1u);
+  EXPECT_EQ(back->attributes[0].name, "wet_ness");
+  EXPECT_EQ(back->attributes[0].values, shape.attributes[0].values);
+  EXPECT_TRUE(ParseMesh(Glb({}, {}), MeshFormat::Gltf, "b.glb")->points.empty());
+}
+
 TEST(MeshFiles, StlHasTheTrianglesOfQuads) {
   const test::TemporaryFolder folder;
   ASSERT_TRUE(WriteMeshFile(folder / "a.stl", Shape(), {0.01, false}).ok());

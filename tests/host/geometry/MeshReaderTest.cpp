@@ -112,6 +112,42 @@ TEST(MeshReader, StlJoinsEqualPoints) {
   EXPECT_EQ(StlEncoding(tricky), "binary");
 }
 
+// One triangle beneath a node that moves and one that mirrors it.
+const std::string kGltf =
+    R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"children":[1],"translation":[10,0,0]},)"
+    R"({"mesh":0,"scale":[-2,2,2]}],"meshes":[{"primitives":[{"attributes":{"POSITION":0},"indices":1}]}],"accessors":)"
+    R"([{"bufferView":0,"componentType":5126,"count":3,"type":"VEC3"},{"bufferView":1,"componentType":5123,"count":3,)"
+    R"("type":"SCALAR"}],"bufferViews":[{"buffer":0,"byteLength":36},{"buffer":0,"byteOffset":36,"byteLength":6}],)"
+    R"("buffers":[{"byteLength":42,"uri":"data:application/octet-stream;base64,)"
+    R"(AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAAABAAIA"}]})";
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+TEST(MeshReader, GltfStandsWhereItsNodesPutIt) {
+  const auto mesh = ParseGltf(kGltf, "a.gltf");
+  ASSERT_TRUE(mesh.ok()) << mesh.error().text;
+  EXPECT_EQ(mesh->points, (std::vector<Vec3D>{{10, 0, 0}, {8, 0, 0}, {10, 2, 0}}));
+  ASSERT_EQ(mesh->polygons.size(), 1u);
+  EXPECT_EQ(mesh->polygons[0].b, 2) << "mirrored, and turned to face as before";
+  const auto corners = ParseGltf(Replaced(kGltf, R"(,"indices":1)", ""), "a.gltf");
+  ASSERT_TRUE(corners.ok());
+  EXPECT_EQ(corners->polygons.size(), 1u);
+}
+
+TEST(MeshReader, NormalsOfPointsComeAlong) {
+  const std::string obj = "v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 2\nvn 0 1 0\n";
+  const auto smooth = ParseObj(obj + "f 1//1 2//1 3//2\n", "a.obj"),
+             edged = ParseObj(obj + "f 1//1 2//1 3//2\nf 1//2 2//1 3//2\n", "b.obj");
+  EXPECT_EQ(smooth->normals, (std::vector<Vec3D>{{0, 0, 1}, {0, 0, 1}, {0, 1, 0}}));
+  EXPECT_TRUE(edged->normals.empty()) << "a point with two";
+  EXPECT_TRUE(ParseObj(obj + "f 1//1 2//1 3\n", "c.obj")->normals.empty()) << "a point without";
+  std::ostringstream out;
+  WritePly(*smooth, out);
+  EXPECT_EQ(ParsePly(out.str(), "d.ply")->normals, smooth->normals);
+}
+
 TEST(MeshReader, AFileThatCountsNoFacesIsAnEmptyMesh) {
   for (const auto& mesh :
        {ParseStl("solid\nendsolid", "c.stl"), ParseStl(BinaryStl(0, ""), "d.stl"),
@@ -145,6 +181,18 @@ std::vector<BrokenFile> BrokenFiles() {
   const std::string xyz = "property float x\nproperty float y\nproperty float z\n";
   const MeshFormat obj = MeshFormat::Obj, ply = MeshFormat::Ply, stl = MeshFormat::Stl;
   return {
+      {"no glTF", MeshFormat::Gltf, "{}", "no glTF"},
+      {"glTF 1", MeshFormat::Gltf, "glTF" + Number32(1) + std::string(12, ' '), "version 1"},
+      {"an extension", MeshFormat::Gltf, Replaced(kGltf, "\"scene\":0", R"("extensionsRequired":["KHR_draco"])"),
+       "the extension KHR_draco"},
+      {"another file", MeshFormat::Gltf, Replaced(kGltf, "data:application/octet-stream;base64,", "a.bin"),
+       "another file, a.bin"},
+      {"a node twice", MeshFormat::Gltf, Replaced(kGltf, "\"mesh\":0", R"("mesh":0,"children":[0])"), "twice"},
+      {"too many points", MeshFormat::Gltf, Replaced(kGltf, "\"count\":3", "\"count\":4000000000"),
+       "beyond its arrays"},
+      {"another index", MeshFormat::Gltf, Replaced(kGltf, "AAABAAIA", "AAABAAkA"), "a face names point 9"},
+      {"lines", MeshFormat::Gltf, Replaced(kGltf, "\"indices\":1", R"("indices":1,"mode":1)"), "triangles are read"},
+      {"sparse", MeshFormat::Gltf, Replaced(kGltf, "\"count\":3", R"("sparse":{},"count":3)"), "sparse array"},
       {"index above", obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 77\n", "in.file:4: a face names point 77"},
       {"index below", obj, "v 0 0 0\nv 1 0 0\nv 0 1 0\n\nf 1 2 -4\n", "in.file:5: a face names point 0"},
       {"index 0", obj, "v 0 0 0\nf 0 1 1\n", "in.file:2: a face needs point numbers"},
