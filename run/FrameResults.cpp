@@ -71,9 +71,7 @@ Status FrameResults::MakePicture(const RunState& state) {
 Status FrameResults::Record(const RunState& state) {
   RecordedFrame made;
   const auto add = [&](const fs::path& path, bool picture) {
-    std::error_code error;
-    const std::uint64_t bytes = fs::file_size(path, error);
-    made.files.push_back({path.lexically_proximate(fs::path(state.outputFolder)).string(), bytes, picture});
+    made.files.push_back(ResultFileOf(path, path.lexically_proximate(fs::path(state.outputFolder)).string(), picture));
   };
   for (const fs::path& path : output_->written()) add(path, false);
   for (const fs::path& path : madePicture_ ? maker_.written() : std::vector<fs::path>()) add(path, true);

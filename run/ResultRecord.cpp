@@ -38,6 +38,7 @@ RecordedFrame FrameOf(const Json& json) {
   for (const Json& file : json.value("files", Json::array())) {
     frame.files.push_back(
         {file.value("name", std::string()), file.value("bytes", std::uint64_t(0)), file.value("picture", false)});
+    if (file.contains("hash")) frame.files.back().hash = HashOf(file, "hash");
   }
   for (const Json& cache : json.value("caches", Json::array())) {
     frame.origin.caches.push_back({cache.value("path", std::string()), HashOf(cache, "stamp")});
@@ -128,6 +129,7 @@ std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
   Json files = Json::array(), caches = Json::array();
   for (const ResultFile& file : made.files) {
     files.push_back({{"name", file.name}, {"bytes", file.bytes}});
+    if (file.hash) files.back()["hash"] = HexHash(*file.hash);
     if (file.picture) files.back()["picture"] = true;
   }
   for (const CacheStamp& cache : made.origin.caches) {
@@ -155,13 +157,32 @@ Status ResultRecord::Add(int frame, RecordedFrame made) {
   return AppendLine(path_, line);
 }
 
-std::vector<std::string> ResultRecord::MissingFiles(int frame) const {
+ResultFile ResultFileOf(const fs::path& path, std::string name, bool picture) {
+  ResultFile file{std::move(name), 0, picture};
+  ByteSource source;
+  if (!source.Open(path).ok()) return file;
+  file.bytes = source.Size();
+  StateHash hash;
+  std::vector<std::byte> piece(std::min<std::uint64_t>(file.bytes, std::uint64_t(1) << 20));
+  for (std::uint64_t at = 0; at < file.bytes; at += piece.size()) {
+    const std::size_t size = std::min<std::uint64_t>(piece.size(), file.bytes - at);
+    if (!source.ReadAt(at, piece.data(), size)) return file;
+    hash.Add(piece.data(), size);
+  }
+  file.hash = hash.Value();
+  return file;
+}
+
+std::vector<std::string> ResultRecord::MissingFiles(int frame, Look look) const {
   std::vector<std::string> missing;
   const auto found = frames_.find(frame);
   for (const ResultFile& file : found == frames_.end() ? std::vector<ResultFile>() : found->second.files) {
+    const fs::path path = path_.parent_path() / file.name;
     std::error_code error;
-    const std::uint64_t bytes = fs::file_size(path_.parent_path() / file.name, error);
-    if (error || bytes != file.bytes) missing.push_back(file.name);
+    const std::uint64_t bytes = fs::file_size(path, error);
+    const bool sized = !error && bytes == file.bytes;
+    const bool looks = sized && look == Look::Contents && file.hash;
+    if (!sized || (looks && ResultFileOf(path, {}, false).hash != file.hash)) missing.push_back(file.name);
   }
   return missing;
 }
@@ -194,7 +215,7 @@ std::vector<FrameRange> ResultRecord::MadeFromOthers() const {
 std::string ResultRecord::WhyMake(int frame, const FrameOrigin& origin) const {
   const auto found = frames_.find(frame);
   if (found == frames_.end()) return "never made";
-  if (const auto missing = MissingFiles(frame); !missing.empty()) return missing.front() + " isn't whole";
+  if (const auto missing = MissingFiles(frame, Look::Contents); !missing.empty()) return missing.front() + " isn't whole";
   const RecordedFrame& made = found->second;
   const bool pictures =
       std::any_of(made.files.begin(), made.files.end(), [](const ResultFile& file) { return file.picture; });

@@ -4,13 +4,15 @@
 // become whole; a line that a kill cut off counts as none.
 //
 //   {"planned": [[0, 100]]}
-//   {"frame": 12, "files": [{"name": "out/frame_Dam_Surface.0012.ply", "bytes": 123456}], "from": "0123456789abcdef",
-//    "pictures_from": "fedcba9876543210", "caches": [{"path": "/a/b.pcache", "stamp": "0123456789abcdef"}]}
+//   {"frame": 12, "files": [{"name": "out/frame_Dam_Surface.0012.ply", "bytes": 123456, "hash": "0123456789abcdef"}],
+//    "from": "0123456789abcdef", "pictures_from": "fedcba9876543210",
+//    "caches": [{"path": "/a/b.pcache", "stamp": "0123456789abcdef"}]}
 //
 // Names are relative to the record's folder.
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,7 +25,11 @@ struct ResultFile {
   std::string name;
   std::uint64_t bytes = 0;
   bool picture = false;
+  std::optional<std::uint64_t> hash{};  // xxHash64 of the content; older records have none
 };
+// A file as it is now, under this name. Without a content there is no hash.
+ResultFile ResultFileOf(const std::filesystem::path& path, std::string name, bool picture);
+
 struct RecordedFrame {
   std::vector<ResultFile> files;
   FrameOrigin origin;
@@ -44,8 +50,10 @@ class ResultRecord {
   const std::map<int, RecordedFrame>& frames() const { return frames_; }
   const std::vector<FrameRange>& planned() const { return planned_; }
 
-  // Files of a frame that aren't there with their size.
-  std::vector<std::string> MissingFiles(int frame) const;
+  // What is looked at: names and sizes, or the whole content, too.
+  enum class Look { Sizes, Contents };
+  // Files of a frame that aren't there as they were made.
+  std::vector<std::string> MissingFiles(int frame, Look look) const;
   // Planned frames that were never made.
   std::vector<FrameRange> NeverMade() const;
   // Frames whose caches have changed since they were made.

@@ -38,7 +38,9 @@ void AddRecord(const fs::path& path, FolderReport& report) {
   if (!record.ok()) return report.unreadable.push_back({path, record.error().text});
   RecordReport own{path, {}, record->NeverMade(), record->MadeFromOthers()};
   for (const auto& [frame, made] : record->frames()) {
-    for (std::string& name : record->MissingFiles(frame)) own.missing.push_back(std::move(name));
+    for (std::string& name : record->MissingFiles(frame, ResultRecord::Look::Contents)) {
+      own.missing.push_back(std::move(name));
+    }
   }
   const std::int64_t missing = static_cast<std::int64_t>(own.missing.size()) + CountFrames(own.neverMade);
   report.missing += missing, report.surelyMissing += missing;

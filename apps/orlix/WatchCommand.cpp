@@ -55,7 +55,9 @@ void LookAtRecord(const fs::path& path, Watched& watched) {
   watched.planned += CountFrames(record->planned());
   for (const auto& [frame, made] : record->frames()) {
     ++watched.made;
-    for (const std::string& name : record->MissingFiles(frame)) watched.broken.push_back(name + ": isn't whole");
+    for (const std::string& name : record->MissingFiles(frame, ResultRecord::Look::Sizes)) {
+      watched.broken.push_back(name + ": isn't whole");
+    }
   }
 }
 

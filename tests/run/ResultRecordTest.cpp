@@ -10,7 +10,7 @@ namespace {
 
 RecordedFrame Made(const test::TemporaryFolder& folder, const std::string& name, std::uint64_t from) {
   test::WriteText(folder / name, "twelve bytes");
-  return {{{name, 12, false}}, {from, 9, {{(folder / "c").string(), 3}}}};
+  return {{ResultFileOf(folder / name, name, false)}, {from, 9, {{(folder / "c").string(), 3}}}};
 }
 
 TEST(ResultRecord, TellsWhatIsMissingNeverMadeOrStale) {
@@ -35,7 +35,10 @@ TEST(ResultRecord, TellsWhatIsMissingNeverMadeOrStale) {
   EXPECT_NE(read->WhyMake(0, origin), "");
   EXPECT_NE(read->WhyMake(1, origin), "");
   test::WriteText(folder / "f6", "cut");
-  EXPECT_EQ(read->MissingFiles(6), std::vector<std::string>{"f6"});
+  EXPECT_EQ(read->MissingFiles(6, ResultRecord::Look::Sizes), std::vector<std::string>{"f6"});
+  test::WriteText(folder / "f2", "twelve bytez");
+  EXPECT_TRUE(read->MissingFiles(2, ResultRecord::Look::Sizes).empty());
+  EXPECT_EQ(read->WhyMake(2, origin), "f2 isn't whole") << "as long as it was, another letter";
   EXPECT_TRUE(read->MadeFromOthers().empty()) << "a cache that is gone doesn't make its results stale";
   test::WriteText(folder / "c", std::string(100, 'x'));
   EXPECT_EQ(read->MadeFromOthers(), (std::vector<FrameRange>{{0, 0}, {2, 2}, {6, 6}}));
