@@ -9,6 +9,8 @@
 #include "exchange/meshes/UsdaFile.h"
 #include "exchange/particles/ParticleFile.h"
 #include "exchange/points/PointFormats.h"
+#include "fluids/caches/GridFrameFile.h"
+#include "fluids/caches/MeshFrameFile.h"
 #include "fluids/particles/DiffuseClass.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/scene/RootObject.h"
@@ -44,6 +46,15 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
   for (Vec3D& velocity : placed.velocities) velocity = matrix.Rotate(velocity);
   for (Vec3D& normal : placed.normals) normal = Normalized(matrix.Rotate(normal));
   return placed;
+}
+
+// One mesh as a frame of a mesh cache.
+Status WriteMeshCache(const std::filesystem::path& path, const PolygonObject& mesh) {
+  HyperFile file;
+  if (!file.Open(kFrameFileIdent, path, HyperFile::Mode::Write)) return file.status();
+  const PolygonObject* const meshes[] = {&mesh};
+  WriteMeshFrame(file, meshes, true, path.stem().extension().string().substr(1));
+  return file.Close();
 }
 
 // A mesher's points are other ones in each frame.
@@ -308,7 +319,10 @@ Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, 
   for (Vec3D& n : placed.normals) n = Normalized(n);
   if (output.meshes != MeshOutput::Usda && !placed.points.empty()) {
     const auto path = PathOf(output, suffix, frame, output.MeshExtension());
-    if (Status status = WriteMeshFile(path, placed, units); !status) return status;
+    const bool cache = output.meshes == MeshOutput::Cache;
+    if (Status status = cache ? WriteMeshCache(path, placed) : WriteMeshFile(path, placed, units); !status) {
+      return status;
+    }
     written_.push_back(path);
   }
   if (!output.UsdMeshes()) return {};

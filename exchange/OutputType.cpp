@@ -12,7 +12,9 @@ const TypeInfo& OutputSettings::Type() {
                                        {MeshOutput::Ply, "ply", "Binary, with velocities where there are any"},
                                        {MeshOutput::Stl, "stl", "Binary triangles, for printing"},
                                        {MeshOutput::Glb, "glb", "glTF 2.0, binary, with velocities and values"},
-                                       {MeshOutput::Usda, "usda", "USD text, with velocities and values"}};
+                                       {MeshOutput::Usda, "usda", "USD text, with velocities and values"},
+                                       {MeshOutput::Cache, "mcache",
+                                        "Compact and exact, with velocities and values; a cache_mesh plays it"}};
   static constexpr Choice kParticles[] = {{ParticleOutput::Ply, "ply", "PLY, binary"},
                                           {ParticleOutput::Bgeo, "bgeo", "Houdini, classic binary"},
                                           {ParticleOutput::Geo, "geo", "Houdini, classic text"},
@@ -113,7 +115,7 @@ OutputSettings OutputSettings::Read(const BaseObject& object) {
 }
 
 const char* OutputSettings::MeshExtension() const {
-  static constexpr const char* kExtensions[] = {"", ".obj", ".ply", ".stl", ".glb", ".usda"};
+  static constexpr const char* kExtensions[] = {"", ".obj", ".ply", ".stl", ".glb", ".usda", ".mcache"};
   return kExtensions[static_cast<int>(meshes)];
 }
 

@@ -10,7 +10,7 @@
 
 namespace orlix {
 
-enum class MeshOutput { None = 0, Obj = 1, Ply = 2, Stl = 3, Glb = 4, Usda = 5 };
+enum class MeshOutput { None = 0, Obj = 1, Ply = 2, Stl = 3, Glb = 4, Usda = 5, Cache = 6 };
 enum class ParticleOutput {
   Ply,
   Bgeo,
@@ -66,7 +66,9 @@ struct OutputSettings {
   bool UsdMeshes() const { return meshes == MeshOutput::Usda || (usd && meshes != MeshOutput::None); }
   bool UsdParticles() const { return particles && (usd || particleFormat == ParticleOutput::Usda); }
 
-  bool HasMeshVelocities() const { return UsdMeshes() || meshes == MeshOutput::Ply || meshes == MeshOutput::Glb; }
+  bool HasMeshVelocities() const {
+    return UsdMeshes() || meshes == MeshOutput::Ply || meshes == MeshOutput::Glb || meshes == MeshOutput::Cache;
+  }
 
   static OutputSettings Read(const BaseObject& object);
 };

@@ -125,7 +125,8 @@ RecordedWater& Water() {
 TEST(PlayedCaches, WaterIsMeshedAgainFromItsParticlesAsInTheRun) {
   RecordedWater& water = Water();
   const std::string scene = water.Play("again.json", WaterCache("cache_particle", kDrops, false),
-                                       R"({ "meshes": "obj", "particles": true, "folder": "again" })");
+                                       R"({ "meshes": "obj", "particles": true, "folder": "again" },
+                                          { "meshes": "mcache", "folder": "compact" })");
   EXPECT_EQ(water.Run({"run", scene}).code, 0);
   int files = 0;
   for (const std::string& name : test::NamesIn(water.runner.folder / "run")) {
@@ -134,6 +135,10 @@ TEST(PlayedCaches, WaterIsMeshedAgainFromItsParticlesAsInTheRun) {
     ++files;
   }
   EXPECT_EQ(files, 3 * 6) << "the column, the surface and the particles";
+  const std::string compact = (water.runner.folder / "compact").string();
+  EXPECT_EQ(water.Run({"verify", compact}).code, 0);
+  EXPECT_NE(water.Run({"info", compact + "/frame_Dam_Surface.0003.mcache"}).out.find("polygons, normals"),
+            std::string::npos);
 }
 
 TEST(PlayedCaches, TheProgramKnowsParticleAndMeshCaches) {
