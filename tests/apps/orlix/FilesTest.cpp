@@ -172,6 +172,12 @@ TEST(ConvertMeshes, ToGlbAndUsdAreDescribedAndProven) {
   EXPECT_EQ(json["points"], 4);
   EXPECT_EQ(json["triangles"], 2);
   EXPECT_NE(runner.Run({"info", usda}).out.find("Mesh \"Mesh\""), std::string::npos);
+  // Twice as large, with z upwards; and what reads it has that.
+  const std::string turned = (runner.folder / "b.glb").string(), back = (runner.folder / "b.obj").string();
+  ASSERT_EQ(runner.Run({"convert", obj, turned, "--scale", "2", "--up", "z"}).code, 0);
+  ASSERT_EQ(runner.Run({"convert", turned, back}).code, 0);
+  EXPECT_NE(test::ReadText(back).find("v 0 -2 6\n"), std::string::npos) << test::ReadText(back);
+  EXPECT_EQ(runner.Run({"convert", usda, back}).code, 2) << "USD is written only";
   test::WriteText(glb, test::ReadText(glb).substr(0, 300));
   EXPECT_EQ(runner.Run({"info", glb}).code, 4);
 }
