@@ -7,14 +7,14 @@ namespace orlix {
 const TypeInfo& OutputSettings::Type() {
   static constexpr Choice kNames[] = {{VdbNames::Blender, "blender", "The velocity is \"velocity\""},
                                       {VdbNames::Houdini, "houdini", "The velocity is \"vel\""}};
-  static constexpr Choice kMeshes[] = {{MeshOutput::None, "none", "No meshes"},
-                                       {MeshOutput::Obj, "obj", "Text, for every program"},
-                                       {MeshOutput::Ply, "ply", "Binary, with velocities where there are any"},
-                                       {MeshOutput::Stl, "stl", "Binary triangles, for printing"},
-                                       {MeshOutput::Glb, "glb", "glTF 2.0, binary, with velocities and values"},
-                                       {MeshOutput::Usda, "usda", "USD text, with velocities and values"},
-                                       {MeshOutput::Cache, "mcache",
-                                        "Compact and exact, with velocities and values; a cache_mesh plays it"}};
+  static constexpr Choice kMeshes[] = {
+      {MeshOutput::None, "none", "No meshes"},
+      {MeshOutput::Obj, "obj", "Text, for every program"},
+      {MeshOutput::Ply, "ply", "Binary, with velocities where there are any"},
+      {MeshOutput::Stl, "stl", "Binary triangles, for printing"},
+      {MeshOutput::Glb, "glb", "glTF 2.0, binary, with velocities and values"},
+      {MeshOutput::Usda, "usda", "USD text, with velocities and values"},
+      {MeshOutput::Cache, "mcache", "Compact and exact, with velocities and values; a cache_mesh plays it"}};
   static constexpr Choice kParticles[] = {{ParticleOutput::Ply, "ply", "PLY, binary"},
                                           {ParticleOutput::Bgeo, "bgeo", "Houdini, classic binary"},
                                           {ParticleOutput::Geo, "geo", "Houdini, classic text"},

@@ -215,7 +215,8 @@ std::vector<FrameRange> ResultRecord::MadeFromOthers() const {
 std::string ResultRecord::WhyMake(int frame, const FrameOrigin& origin) const {
   const auto found = frames_.find(frame);
   if (found == frames_.end()) return "never made";
-  if (const auto missing = MissingFiles(frame, Look::Contents); !missing.empty()) return missing.front() + " isn't whole";
+  if (const auto missing = MissingFiles(frame, Look::Contents); !missing.empty())
+    return missing.front() + " isn't whole";
   const RecordedFrame& made = found->second;
   const bool pictures =
       std::any_of(made.files.begin(), made.files.end(), [](const ResultFile& file) { return file.picture; });

@@ -98,7 +98,7 @@ constexpr FileCheck kChecks[] = {
     {".vdb", CheckVdb, false},         {".exr", CheckPicture, false},
     {".png", CheckPicture, false},     {".ply", CheckPly, false},
     {".obj", CheckMesh, false},        {".stl", CheckMesh, false},
-    {".glb", CheckMesh, false},         {".usda", CheckUsda, false},
+    {".glb", CheckMesh, false},        {".usda", CheckUsda, false},
     {".bgeo", CheckPoints, false},     {".geo", CheckPoints, false},
     {".prt", CheckPoints, false},      {".pdb", CheckPoints, false},
     {".pda", CheckPoints, false},      {".pdc", CheckPoints, false},

@@ -51,8 +51,8 @@ class GridCacher final : public Cache_OperatorBase {
     iCachedGrids* grids;  // null when it has none to offer
   };
 
-  // Of the listed nodes. A volume of many objects stands for its members, each with an entry of its own, in the order of
-  // its list.
+  // Of the listed nodes. A volume of many objects stands for its members, each with an entry of its own, in the order
+  // of its list.
   void FindTargets();
   void TakeHeaders();
   bool ReadHead(HyperFile& file, const std::filesystem::path& path, GridFrameHead& head);
