@@ -45,6 +45,7 @@ SCENES = [
     ("crates_in_pool", 60, "Twenty crates of three densities."),
     ("raft", 14, "A crate lands on a raft."),
     ("dominoes_in_wave", 22, "A wave and a row of dominoes."),
+    ("wall_in_wave", 18, "A wave breaks a wall of bricks."),
     ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
     ("pouring", 60, "Water is poured into a glass with thin walls."),
     ("fountain", 60, "A jet of water falls back into its basin."),

@@ -9,6 +9,7 @@
 
 #include "exchange/BodyFile.h"
 #include "fluids/volumes/MultiVolume.h"
+#include "tests/run/WaterScene.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -21,11 +22,9 @@ struct BodiesPage {
   const char *file, *root;
   double cell;  // m, of the fast test
 };
-constexpr BodiesPage kPages[] = {{"floating_crate", "Splash", 0.1},
-                                 {"crates_in_pool", "Splash", 0.1},
-                                 {"raft", "Splash", 0.1},
-                                 {"dominoes_in_wave", "Wave", 0.06},
-                                 {"ball_lets_go", "Room", 0.2}};
+constexpr BodiesPage kPages[] = {{"floating_crate", "Splash", 0.1}, {"crates_in_pool", "Splash", 0.1},
+                                 {"raft", "Splash", 0.1},           {"dominoes_in_wave", "Wave", 0.06},
+                                 {"wall_in_wave", "Wave", 0.08},    {"ball_lets_go", "Room", 0.2}};
 
 SceneFileRun PageAt(const BodiesPage& page, double cell) {
   return SceneFileRun("scenes/" + std::string(page.file) + ".json",
@@ -49,6 +48,28 @@ TEST(BodyScenes, TheCrateFloats) {
   const double height = run.Object("Crate").GlobalMatrix().off.y;
   EXPECT_GT(height, 60);  // host units; the pool is 80 deep
   EXPECT_LT(height, 105);
+}
+
+// A coupled object falls, floats and drifts with the water, and begins again where it was.
+TEST(BodyScenes, ACoupledObjectSwims) {
+  const test::TemporaryFolder folder;
+  const std::string swimmer = R"({ "type": "box", "name": "Duck", "size": [4, 4, 4], "position": [-8, 60, 2],
+                                   "tags": [{ "type": "c4d_couple", "root": "Dam" }] })";
+  test::WriteText(folder / "swim.json", test::WaterScene(swimmer, "", 40));
+  SceneFileRun run((folder / "swim.json").string());
+  std::vector<Vec3D> ways[2];
+  for (auto& way : ways) {
+    for (int frame = 0; frame <= 40; ++frame) {
+      run.StepThrough(frame, frame);
+      way.push_back(run.Object("Dam/Duck").GlobalMatrix().off);
+    }
+  }
+  EXPECT_EQ(ways[0], ways[1]) << "a restart";
+  EXPECT_EQ(ways[0].front(), Vec3D(-8, 60, 2));
+  EXPECT_LT(ways[0].back().y, 40) << "it fell into the water";
+  EXPECT_GT(ways[0].back().y, 2) << "and floats";
+  EXPECT_GT(Length(ways[0].back() - ways[0][20]), 1) << "with the flow";
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
 }
 
 TEST(BodyScenes, LinesOfJsonSayWhereBodiesAre) {
@@ -101,8 +122,29 @@ TEST(BodyScenesSlow, TheWaveTakesTheDominoesOneByOne) {
   EXPECT_GT(fell[3], fell[0]);
 }
 
+TEST(BodyScenesSlow, TheWaveBreaksTheWall) {
+  SceneFileRun run = PageAt(kPages[4], 0.05);
+  std::vector<Vec3D> start;
+  const auto moved = [&] {
+    const auto& wall = run.Get<MultiVolume>("Wall");
+    int far = 0;
+    for (std::size_t n = 0; n < wall.memberCount(); ++n) {
+      const Vec3D place = wall.member(n).BodyCentre();
+      if (start.size() < wall.memberCount()) start.push_back(place);
+      far += Length(place - start[n]) > 0.1;  // m
+    }
+    return far;
+  };
+  run.StepThrough(0, 1);
+  EXPECT_EQ(moved(), 0);
+  run.StepThrough(2, 6);
+  EXPECT_EQ(moved(), 0) << "it stands until the wave comes";
+  run.StepThrough(7, 40);
+  EXPECT_GT(moved(), 8);
+}
+
 TEST(BodyScenesSlow, TheBallFliesOn) {
-  SceneFileRun run = PageAt(kPages[4], 0.08);
+  SceneFileRun run = PageAt(kPages[5], 0.08);
   run.StepThrough(0, 56);
   const auto ball = [&] { return run.Object("Ball").GlobalMatrix().off; };
   const Vec3D letGo = ball();
