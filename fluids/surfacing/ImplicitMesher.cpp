@@ -166,6 +166,7 @@ void ImplicitMesher::Process(ProcessData&) {
                      "detail; make a host unit a shorter length (\"metres\" of the scene)",
                      kWeldTolerance, grid->space.cellSize * hostPerSim));
   }
+  settings_.normals = gradientNormals_;
   WorkerPool& pool = scene->pool();
   const SurfaceExtractor extractor(*grid, settings_);
   try {
@@ -175,7 +176,6 @@ void ImplicitMesher::Process(ProcessData&) {
            "cells or another method");
       mesh_.Clear();
     }
-    if (gradientNormals_) extractor.GradientNormals(pool, mesh_);
     if (velocity_ && advectionTime_ != 0) MoveThrough(*velocity_, advectionTime_, pool, mesh_.Points());
     ShowMesh();
   } catch (const std::bad_alloc&) {

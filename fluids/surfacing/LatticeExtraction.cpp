@@ -48,7 +48,8 @@ class LatticeExtraction {
     }
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     if (points > kMost || triangles > kMost) return false;
-    mesh.Resize(static_cast<std::int32_t>(triangles), static_cast<std::int32_t>(points));
+    ResizeForWriting(mesh.Triangles(), triangles);
+    ResizeForWriting(mesh.Points(), points);
     ForLayers(pool_, low.z, high.z + 1, [&](int k) { PlacePoints(k, origin, spacing, mesh.Points()); });
     ForLayers(pool_, low.z, high.z, [&](int k) { PlaceTriangles(k, origin, spacing, mesh); });
     return true;

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <functional>
 
-#include "fluids/surfacing/SurfaceField.h"
+#include "host/threads/ForLayers.h"
 
 namespace orlix {
 

@@ -1,10 +1,11 @@
 #include "fluids/surfacing/MeshWeld.h"
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <unordered_map>
 
-#include "fluids/surfacing/SurfaceField.h"
+#include "host/threads/ForLayers.h"
 
 namespace orlix {
 
@@ -211,21 +212,29 @@ std::vector<std::int32_t> FindTriangles(const TriMeshSTL& mesh, WorkerPool& pool
   return all;
 }
 
-std::vector<std::int32_t> FindBad(const WeldSettings& settings, WorkerPool& pool, const TriMeshSTL& mesh) {
+// Of all triangles, or of some, in order.
+std::vector<std::int32_t> FindBad(const WeldSettings& settings, WorkerPool& pool, const TriMeshSTL& mesh,
+                                  const std::vector<std::int32_t>* among) {
   const double tolerance2 = settings.tolerance * settings.tolerance,
                area2 = 4 * settings.leastArea * settings.leastArea;
   const auto& points = mesh.Points();
-  return FindTriangles(mesh, pool, [&](const VecInt3D& t) {
+  const auto isBad = [&](const VecInt3D& t) {
+    if (LocalRepair::IsDead(t)) return false;
     const Vec3D& a = points[static_cast<std::size_t>(t.x)];
     const Vec3D ab = points[static_cast<std::size_t>(t.y)] - a, ac = points[static_cast<std::size_t>(t.z)] - a;
     const Vec3D bc = ac - ab, cross = Cross(ab, ac);
     return std::min({Dot(ab, ab), Dot(ac, ac), Dot(bc, bc)}) < tolerance2 || Dot(cross, cross) < area2;
-  });
+  };
+  if (!among) return FindTriangles(mesh, pool, isBad);
+  std::vector<std::int32_t> bad;
+  std::copy_if(among->begin(), among->end(), std::back_inserter(bad),
+               [&](std::int32_t t) { return isBad(mesh.Triangles()[static_cast<std::size_t>(t)]); });
+  return bad;
 }
 
-// True when something changed.
+// True when something changed. around: the triangles that may have.
 bool RepairAround(const std::vector<std::int32_t>& bad, const WeldSettings& settings, WorkerPool& pool,
-                  TriMeshSTL& mesh) {
+                  TriMeshSTL& mesh, std::vector<std::int32_t>& around) {
   // The points of the bad triangles and their neighbours.
   std::vector<std::uint8_t> ring(static_cast<std::size_t>(mesh.PointCount()), 0);
   const auto at = [&](std::int32_t p) -> std::uint8_t& { return ring[static_cast<std::size_t>(p)]; };
@@ -233,9 +242,9 @@ bool RepairAround(const std::vector<std::int32_t>& bad, const WeldSettings& sett
     const VecInt3D& corners = mesh.Triangles()[static_cast<std::size_t>(t)];
     for (int n = 0; n < 3; ++n) at(corners[n]) = 1;
   }
-  std::vector<std::int32_t> around;
   for (std::uint8_t reach = 1; reach <= 2; ++reach) {
-    around = FindTriangles(mesh, pool, [&](const VecInt3D& t) { return at(t.x) || at(t.y) || at(t.z); });
+    around = FindTriangles(
+        mesh, pool, [&](const VecInt3D& t) { return (at(t.x) || at(t.y) || at(t.z)) && !LocalRepair::IsDead(t); });
     if (reach == 2) break;
     for (const std::int32_t t : around) {
       const VecInt3D& corners = mesh.Triangles()[static_cast<std::size_t>(t)];
@@ -244,12 +253,26 @@ bool RepairAround(const std::vector<std::int32_t>& bad, const WeldSettings& sett
   }
   LocalRepair repair(settings, ring, mesh);
   for (const std::int32_t t : around) repair.Add(t);
-  const bool changed = repair.Repair(bad);
-  if (changed) std::erase_if(mesh.Triangles(), [](const VecInt3D& t) { return LocalRepair::IsDead(t); });
-  return changed;
+  return repair.Repair(bad);
 }
 
-void RemoveUnusedPoints(TriMeshSTL& mesh) {
+bool UsesAllPoints(WorkerPool& pool, const TriMeshSTL& mesh) {
+  std::vector<std::uint8_t> isUsed(static_cast<std::size_t>(mesh.PointCount()), 0);
+  const int shares = (mesh.TriangleCount() + kShare - 1) / kShare;
+  ForLayers(pool, 0, shares, [&](int share) {
+    const int end = std::min(mesh.TriangleCount(), (share + 1) * kShare);
+    for (int t = share * kShare; t < end; ++t) {
+      for (int n = 0; n < 3; ++n) {
+        std::atomic_ref used(isUsed[static_cast<std::size_t>(mesh.Triangles()[static_cast<std::size_t>(t)][n])]);
+        if (used.load(std::memory_order_relaxed) == 0) used.store(1, std::memory_order_relaxed);
+      }
+    }
+  });
+  return std::find(isUsed.begin(), isUsed.end(), 0) == isUsed.end();
+}
+
+void RemoveUnusedPoints(WorkerPool& pool, TriMeshSTL& mesh) {
+  if (UsesAllPoints(pool, mesh)) return;
   std::vector<std::int32_t> number(static_cast<std::size_t>(mesh.PointCount()), kNone);
   for (const VecInt3D& t : mesh.Triangles()) {
     for (int n = 0; n < 3; ++n) number[static_cast<std::size_t>(t[n])] = 0;
@@ -260,7 +283,6 @@ void RemoveUnusedPoints(TriMeshSTL& mesh) {
     mesh.Points()[static_cast<std::size_t>(used)] = mesh.Points()[p];
     number[p] = used++;
   }
-  if (used == mesh.PointCount()) return;
   mesh.Points().resize(static_cast<std::size_t>(used));
   for (VecInt3D& t : mesh.Triangles()) {
     for (int n = 0; n < 3; ++n) t[n] = number[static_cast<std::size_t>(t[n])];
@@ -272,11 +294,15 @@ void RemoveUnusedPoints(TriMeshSTL& mesh) {
 void WeldMesh(const WeldSettings& settings, WorkerPool& pool, TriMeshSTL& mesh) {
   // What a round moves on to its neighbours is left to the next one.
   constexpr int kMostRounds = 4;
+  std::vector<std::int32_t> around;
+  bool changed = false;
   for (int round = 0; round < kMostRounds; ++round) {
-    const std::vector<std::int32_t> bad = FindBad(settings, pool, mesh);
-    if (bad.empty() || !RepairAround(bad, settings, pool, mesh)) break;
+    const std::vector<std::int32_t> bad = FindBad(settings, pool, mesh, round > 0 ? &around : nullptr);
+    if (bad.empty() || !RepairAround(bad, settings, pool, mesh, around)) break;
+    changed = true;
   }
-  RemoveUnusedPoints(mesh);
+  if (changed) std::erase_if(mesh.Triangles(), [](const VecInt3D& t) { return LocalRepair::IsDead(t); });
+  RemoveUnusedPoints(pool, mesh);
 }
 
 }  // namespace orlix

@@ -16,9 +16,14 @@ constexpr double kLeastArea = 1e-6;         // of a triangle, in squared cells
 }  // namespace
 
 bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
-  mesh.Clear();
+  mesh.textureCoordinates.clear();
+  // Normals keep their memory: to clear new pages takes as long as to fill them.
+  std::vector<Vec3D> normals;
+  if (settings_.normals) normals.swap(mesh.pointAttributes.Column(kPointNormalId));
+  mesh.pointAttributes.Clear();
+  if (settings_.normals) mesh.pointAttributes.Column(kPointNormalId).swap(normals);
   const VecInt3D n = grid_.dims;
-  if (std::min({n.x, n.y, n.z}) < 3) return true;
+  if (std::min({n.x, n.y, n.z}) < 3) return mesh.Clear(), true;
   SurfaceField field{.grid = grid_,
                      .iso = settings_.iso,
                      .cellSize = grid_.space.cellSize,
@@ -31,9 +36,10 @@ bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
   const bool fits = settings_.method == ExtractionMethod::Tiles
                         ? ExtractTiles(field, settings_.sampling, grid_.space.simMin, spacing, pool, mesh)
                         : ExtractLattice(field, !cubes, grid_.space.simMin, spacing, pool, mesh);
-  if (!fits) return false;
+  if (!fits) return mesh.Clear(), false;
   WeldMesh({settings_.tolerance, kLeastArea * spacing * spacing}, pool, mesh);
   mesh.pointAttributes.Resize(static_cast<std::size_t>(mesh.PointCount()));
+  if (settings_.normals) GradientNormals(pool, mesh);
   return true;
 }
 

@@ -17,6 +17,7 @@ struct ExtractionSettings {
   double divisor = 1;                                 // the mesh is smaller by it, seen from the level set's corner
   bool closed = false;                                // the surface is closed where the level set ends
   double tolerance = 0;                               // m: points that are nearer to each other become one
+  bool normals = false;                               // with GradientNormals
 };
 
 class SurfaceExtractor {

@@ -1,12 +1,12 @@
 #pragma once
 // The level set that a surface is taken from: value less iso on the nodes of a box of its array, and the signs.
 
-#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "fluids/grids/EGrid.h"
 #include "fluids/surfacing/BitRows.h"
-#include "host/threads/WorkerPool.h"
+#include "host/threads/ForLayers.h"
 
 namespace orlix {
 
@@ -28,15 +28,11 @@ struct SurfaceField {
   }
 };
 
-// Calls f(n) for n of [begin, end) on all workers, in many shares, since a surface fills some layers more than others.
-template <class F>
-void ForLayers(WorkerPool& pool, int begin, int end, F&& f) {
-  const int count = std::max(end - begin, 0);
-  pool.Run(std::min(count, WorkerPool::kMaxWorkers), [&](int share) {
-    const int shares = std::min(count, WorkerPool::kMaxWorkers);
-    const auto from = [&](int s) { return begin + static_cast<int>(static_cast<std::int64_t>(count) * s / shares); };
-    for (int n = from(share); n < from(share + 1); ++n) f(n);
-  });
+// For elements that are all written: a mesh of as many as before takes no new memory and isn't cleared.
+template <class T>
+void ResizeForWriting(std::vector<T>& list, std::int64_t count) {
+  if (static_cast<std::int64_t>(list.capacity()) < count) list.clear();
+  list.resize(static_cast<std::size_t>(count));
 }
 
 // A bit for each node of the array: outside. Nodes beyond the box have none.

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "fluids/surfacing/AcuteTile.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
@@ -25,6 +26,14 @@ struct TileLayer {
   std::uint32_t points = 0, triangles = 0;
   std::int64_t pointBegin = 0, triangleBegin = 0;
 };
+
+// How many triangles the surface has in a tile, by its vertices outside.
+ORLIX_MULTIVERSION std::uint32_t CountTriangles(const AcuteTile& tile, std::uint64_t vertices) {
+  static constexpr std::uint8_t kTriangles[5] = {0, 1, 2, 1, 0};  // by the number of corners outside
+  std::uint32_t triangles = 0;
+  for (const auto& t : tile.tetrahedra) triangles += kTriangles[std::popcount(vertices & t.mask)];
+  return triangles;
+}
 
 class TileExtraction {
  public:
@@ -51,7 +60,8 @@ class TileExtraction {
     }
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     if (points > kMost || triangles > kMost) return false;
-    mesh.Resize(static_cast<std::int32_t>(triangles), static_cast<std::int32_t>(points));
+    ResizeForWriting(mesh.Triangles(), triangles);
+    ResizeForWriting(mesh.Points(), points);
     ForLayers(pool_, low, high + 1, [&](int k) { PlacePoints(k, origin, spacing, mesh.Points()); });
     ForLayers(pool_, low, high, [&](int k) { PlaceTriangles(k, mesh); });
     return true;
@@ -148,11 +158,11 @@ class TileExtraction {
     if (field_.closed) v = std::max(v, BeyondBox(at));
     return v == 0 ? field_.nearest : v;
   }
-  // With the sign that the sample counts with: in a cell that wasn't sampled, that of its nodes.
-  double KnownValue(int i, int j, int k, int s) const {
-    const VecInt3D in = Clamped({i, j, k});
-    const TileCell* cell = in == VecInt3D(i, j, k) ? Find(i, j, k) : nullptr;
+  // With the sign that the sample counts with: in a cell that wasn't sampled, that of its nodes. cell: null when it
+  // isn't kept.
+  double KnownValue(const TileCell* cell, int i, int j, int k, int s) const {
     if (cell && cell->values >= 0) return layers_[At(k)].values[At(cell->values + s)];
+    const VecInt3D in = Clamped({i, j, k});
     const double v = ValueAt(i, j, k, s);
     return outside_.Has(in.x, in.y, in.z) ? std::max(v, field_.nearest) : std::min(v, -field_.nearest);
   }
@@ -163,10 +173,18 @@ class TileExtraction {
     return std::max({low.x, low.y, low.z, high.x, high.y, high.z}) * field_.cellSize;
   }
 
-  // Null when the cell isn't kept.
-  const TileCell* Find(int i, int j, int k) const {
-    if (!kept_.Has(i, j, k)) return nullptr;
-    return &layers_[At(k)].cells[kept_.Number(i, j, k)];
+  // A cell and those after it along the axes, in the order of AcuteTile::Corner::cell; null where one isn't kept.
+  void GatherCells(int i, int j, int k, const TileCell* (&cells)[8]) const {
+    for (int row = 0; row < 4; ++row) {
+      const int jj = j + (row & 1), kk = k + (row >> 1);
+      cells[2 * row] = cells[2 * row + 1] = nullptr;
+      if (jj > field_.high.y || kk > field_.high.z) continue;
+      const bool here = kept_.Has(i, jj, kk), after = i < field_.high.x && kept_.Has(i + 1, jj, kk);
+      if (!here && !after) continue;
+      const TileCell* first = layers_[At(kk)].cells.data() + kept_.Number(i, jj, kk);
+      if (here) cells[2 * row] = first;
+      if (after) cells[2 * row + 1] = first + here;
+    }
   }
   // Calls f(cell, j) for the kept cells of a layer.
   template <class F>
@@ -215,18 +233,17 @@ class TileExtraction {
       cell.points = layer.points;
       layer.points += static_cast<std::uint32_t>(std::popcount(cell.cut));
       if (atEnd) cell.vertices = 0;  // the box holds no tile there
-      if (cell.vertices == 0) return;
-      for (const auto& t : tile_.tetrahedra) {
-        static constexpr std::uint8_t kTriangles[5] = {0, 1, 2, 1, 0};  // by the number of corners outside
-        layer.triangles += kTriangles[std::popcount(cell.vertices & t.mask)];
-      }
+      if (cell.vertices != 0) layer.triangles += CountTriangles(tile_, cell.vertices);
     });
   }
 
   void PlacePoints(int k, const Vec3D& origin, double spacing, std::vector<Vec3D>& points) {
     const TileLayer& layer = layers_[At(k)];
     ForCells(k, [&](const TileCell& cell, int j) {
+      if (cell.cut == 0) return;
       auto n = static_cast<std::size_t>(layer.pointBegin) + cell.points;
+      const TileCell* cells[8];
+      GatherCells(cell.i, j, k, cells);
       ForSetBits(cell.cut, 0, [&](int e) {
         Vec3D x[2];
         double v[2];
@@ -234,7 +251,7 @@ class TileExtraction {
           const AcuteTile::Corner& c = tile_.edgeEnd[e][end];
           const int i = cell.i + (c.cell & 1), jj = j + (c.cell >> 1 & 1), kk = k + (c.cell >> 2);
           x[end] = origin + (Vec3D(i, jj, kk) + tile_.sample[c.sample]) * spacing;
-          v[end] = KnownValue(i, jj, kk, c.sample);
+          v[end] = KnownValue(cells[c.cell], i, jj, kk, c.sample);
         }
         const double t = v[1] / (v[1] - v[0]);
         points[n++] = x[0] * t + x[1] * (1 - t);
@@ -249,8 +266,8 @@ class TileExtraction {
       if (signs == 0) return;
       const TileCell* owners[8];
       std::int64_t first[8];
+      GatherCells(cell.i, j, k, owners);
       for (int n = 0; n < 8; ++n) {
-        owners[n] = Find(cell.i + (n & 1), j + (n >> 1 & 1), k + (n >> 2));
         first[n] = owners[n] ? layers_[At(k + (n >> 2))].pointBegin + owners[n]->points : 0;
       }
       for (const auto& t : tile_.tetrahedra) {

@@ -8,7 +8,7 @@
 #include "fluids/level_sets/LevelSetView.h"
 #include "fluids/particles/ParticleKdTree.h"
 #include "fluids/particles/PropertyList.h"
-#include "fluids/surfacing/SurfaceField.h"
+#include "host/threads/ForLayers.h"
 
 namespace orlix {
 

@@ -30,11 +30,11 @@ void BM_SurfaceExtraction(benchmark::State& state) {
   static const auto grid = WavyBall();
   WorkerPool pool(static_cast<int>(state.range(1)));
   TriMeshSTL mesh;
-  const SurfaceExtractor extractor(
-      *grid, {.method = static_cast<ExtractionMethod>(state.range(0)), .tolerance = 1e-4 * grid->space.cellSize});
+  const SurfaceExtractor extractor(*grid, {.method = static_cast<ExtractionMethod>(state.range(0)),
+                                           .tolerance = 1e-4 * grid->space.cellSize,
+                                           .normals = true});
   for (auto _ : state) {
     if (!extractor.Build(pool, mesh)) state.SkipWithError("too large");
-    extractor.GradientNormals(pool, mesh);
   }
   state.counters["triangles"] = mesh.TriangleCount();
   state.counters["triad GB/s"] = bench::TriadBandwidth(static_cast<int>(state.range(1))) * 1e-9;
