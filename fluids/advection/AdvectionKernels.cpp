@@ -1,6 +1,7 @@
 #include "fluids/advection/AdvectionKernels.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "fluids/advection/AdvectionPass.h"
 #include "globals/Multiversion.h"
@@ -46,9 +47,14 @@ ORLIX_MULTIVERSION void SmoothRun(const GridView<double>& grid, int begin, int c
   for (int i = 0; i < count; ++i) out[i] = (2 * line[i + 1] + (line[i] + line[i + 2])) * (1.0 / 64);
 }
 
+double Strength(const Advected& quantity) { return static_cast<double>(quantity.correction.strength) * 0.5; }
+
 // The error of each cell stands in result: adds it, smoothed, to the way there, and limits the sum.
-void CorrectSmoothed(const AdvectionPass& pass, const AdvectionSource& source, double strength, GridView<double> result,
-                     const MacCormackScratch& scratch, WorkerPool& pool) {
+void CorrectSmoothed(const AdvectionPass& pass, const Advected& quantity, GridView<const std::int32_t> traced,
+                     WorkerPool& pool) {
+  const GridView<const double>& source = quantity.source.values;
+  const GridView<double>&result = quantity.result, &way = quantity.scratch.forward;
+  const double strength = Strength(quantity);
   const VecInt3D n = result.dims;
   ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
     AdvectionRun run;
@@ -60,11 +66,11 @@ void CorrectSmoothed(const AdvectionPass& pass, const AdvectionSource& source, d
           run.count = std::min(AdvectionRun::kCells, reached.last - run.begin);
           SmoothRun(result, run.begin, run.count, j, k, error);
           const std::int64_t index = result.Index(run.begin, j, k);
-          const double* values = source.values.data + index;
+          const double* values = source.data + index;
           for (int l = 0; l < run.count; ++l) run.value[l] = values[l] - error[l];
-          double* forward = scratch.forward.data + index;
+          double* forward = way.data + index;
           // Not in place: the last block of a run overlaps the one before it.
-          pass.Correct({source.values, values, forward, scratch.traced.data + index, corrected, strength}, run);
+          pass.Correct({source, values, forward, traced.data + index, corrected, strength}, run);
           std::copy_n(corrected, run.count, forward);
         }
       }
@@ -73,84 +79,220 @@ void CorrectSmoothed(const AdvectionPass& pass, const AdvectionSource& source, d
   ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
     for (int k = begin; k < end; ++k) {
       for (int j = 1; j < n.y - 1; ++j) {
-        const std::int64_t index = result.Index(1, j, k);
-        std::copy_n(scratch.forward.data + index, n.x - 2, result.data + index);
+        const RowSpan reached = pass.Reached(j, k);
+        const std::int64_t index = result.Index(reached.first, j, k);
+        std::copy_n(way.data + index, reached.last - reached.first, result.data + index);
       }
     }
   });
 }
 
-}  // namespace
+// Quantities that share a trace.
+struct Group {
+  std::vector<const Advected*> members;
+  RowSpans reached;  // cells that something in a member's content may reach
+  RowSpans read;     // cells that samples of those may read
+  const AdvectionSource& source() const { return members[0]->source; }
+  const MacCormackScratch& scratch() const { return members[0]->scratch; }
+};
 
-void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
-                          WorkerPool& pool) {
-  if (!HasInterior(source.values.dims)) return;
-  const AdvectionPass pass(field, source, {result}, pool);
-  const auto write = [&](AdvectionRun& run) {
-    double* row = result.data + result.Index(run.begin, run.j, run.k);
-    pass.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
-                      [&](int i) { run.value[i - run.begin] = row[i - run.begin]; });
-    std::copy_n(run.value, run.count, row);
-  };
-  const auto clear = [&](int begin, int end, int j, int k) {
-    double* row = result.data + result.Index(0, j, k);
-    int open = begin;
-    pass.ForEachSolid(begin, end, j, k, [&](int i) {
-      std::fill(row + open, row + i, 0.0);
-      open = i + 1;
-    });
-    std::fill(row + open, row + end, 0.0);
-  };
-  pass.ForEachRun(write, clear);
+// Finds the cells of a group. Speeds cost a read of the velocity: not for a content that fills most of the grid.
+void FindReached(const AdvectionField& field, Group& group, WorkerPool& pool) {
+  const VecInt3D n = group.source().values.dims;
+  RowSpans content(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {n.x - 1, n.x - 1});
+  bool known = true;
+  std::int64_t filled = 0;
+  for (const Advected* member : group.members) {
+    known = known && !member->source.content.empty();
+    for (std::size_t row = 0; known && row < content.size(); ++row) content[row].Include(member->source.content[row]);
+  }
+  for (const RowSpan& span : content) filled += span.last - span.first;
+  if (!known || 2 * filled > CellCount(n)) {
+    group.reached = group.read = WholeRows(n);
+  } else if (filled == 0) {
+    group.reached = group.read = std::move(content);
+  } else {
+    const VecInt3D reach = FurthestReach(field, group.source().sampling, n, pool);
+    // A smoothed error counts in the cells beside its own.
+    const auto smoothed = [](const Advected* member) { return member->correction.smoothed; };
+    const int beside = std::ranges::any_of(group.members, smoothed) ? 1 : 0;
+    group.reached = Widened(content, n, reach + VecInt3D(beside, beside, beside), pool);
+    group.read = Widened(group.reached, n, reach, pool);
+  }
 }
 
-void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, MacCormackCorrection correction,
-                      GridView<double> result, const MacCormackScratch& scratch, WorkerPool& pool) {
-  if (!HasInterior(source.values.dims)) return;
-  const GridView<double>& forward = scratch.forward;
-  AdvectionField backward = field;
-  backward.dt = -field.dt;
-  const AdvectionPass there(backward, source, {forward}, pool);
-  ClearOuterRows(forward);
-  const auto writeForward = [&](AdvectionRun& run) {
+std::vector<Group> Grouped(const AdvectionField& field, std::span<const Advected> quantities, WorkerPool& pool) {
+  std::vector<Group> groups;
+  for (const Advected& quantity : quantities) {
+    if (!HasInterior(quantity.source.values.dims)) continue;
+    const auto shares = [&](const Group& group) { return group.members[0]->SharesTraceWith(quantity); };
+    const auto group = std::ranges::find_if(groups, shares);
+    if (group == groups.end()) {
+      groups.push_back({{&quantity}, {}, {}});
+    } else {
+      group->members.push_back(&quantity);
+    }
+  }
+  for (Group& group : groups) FindReached(field, group, pool);
+  return groups;
+}
+
+// Sets cells to 0 that mostly are: looks first, as a write costs twice the read.
+ORLIX_MULTIVERSION void Clear(double* cells, int count) {
+  std::uint64_t bits = 0;
+  for (int i = 0; i < count; ++i) bits |= std::bit_cast<std::uint64_t>(cells[i]);
+  if (bits != 0) std::fill_n(cells, count, 0.0);
+}
+
+// A pass a group.
+std::vector<AdvectionPass> PassesOf(const AdvectionField& field, const std::vector<Group>& groups) {
+  std::vector<AdvectionPass> passes;
+  for (const Group& group : groups) passes.emplace_back(field, group.source(), group.reached);
+  return passes;
+}
+
+TouchedGrids Touched(const AdvectionField& field) {
+  TouchedGrids touched;
+  for (const GridView<const double>& grid : field.velocity.component) touched.Add(grid);
+  return touched;
+}
+
+// The way there: the moved quantities, and from which source cells each cell took them.
+void CarryForward(const AdvectionField& back, const std::vector<Group>& groups, WorkerPool& pool) {
+  const std::vector<AdvectionPass> passes = PassesOf(back, groups);
+  TouchedGrids touched = Touched(back);
+  for (const Group& group : groups) {
+    for (const Advected* quantity : group.members) {
+      touched.Add(quantity->source.values), touched.Add(quantity->scratch.forward);
+      ClearOuterRows(quantity->scratch.forward);
+    }
+  }
+  const auto write = [&](int p, AdvectionRun& run) {
+    const Group& group = groups[p];
+    const std::int64_t index = group.source().values.Index(run.begin, run.j, run.k);
+    const VecInt3D& n = passes[p].dims();
+    for (const Advected* quantity : group.members) {
+      const GridView<double>& forward = quantity->scratch.forward;
+      passes[p].Sample(quantity->source, run);
+      passes[p].ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
+                             [&](int i) { run.value[i - run.begin] = 0; });
+      std::copy_n(run.value, run.count, forward.data + index);
+      forward(0, run.j, run.k) = forward(n.x - 1, run.j, run.k) = 0;
+    }
     for (std::uint64_t moved = run.moved; moved != 0; moved &= moved - 1) {
       run.cell[__builtin_ctzll(moved)] = kMovedCell;
     }
-    there.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) {
-      run.value[i - run.begin] = 0;
-      run.cell[i - run.begin] = kSolidCell;
-    });
-    const std::int64_t index = forward.Index(run.begin, run.j, run.k);
-    std::copy_n(run.value, run.count, forward.data + index);
-    std::copy_n(run.cell, run.count, scratch.traced.data + index);
-    forward(0, run.j, run.k) = forward(forward.dims.x - 1, run.j, run.k) = 0;
+    passes[p].ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
+                           [&](int i) { run.cell[i - run.begin] = kSolidCell; });
+    std::copy_n(run.cell, run.count, group.scratch().traced.data + index);
   };
-  const auto clearForward = [&](int begin, int end, int j, int k) {
-    std::fill_n(forward.data + forward.Index(begin, j, k), end - begin, 0.0);
-    forward(0, j, k) = forward(forward.dims.x - 1, j, k) = 0;
+  // Only what the way back reads.
+  const auto clear = [&](int p, int begin, int end, int j, int k) {
+    const RowSpan read = groups[p].read[static_cast<std::size_t>(k) * passes[p].dims().y + j];
+    begin = std::max(begin, read.first), end = std::min(end, read.last);
+    if (begin >= end) return;
+    for (const Advected* quantity : groups[p].members) {
+      const GridView<double>& forward = quantity->scratch.forward;
+      std::fill_n(forward.data + forward.Index(begin, j, k), end - begin, 0.0);
+      forward(0, j, k) = forward(forward.dims.x - 1, j, k) = 0;
+    }
   };
-  there.ForEachRun(writeForward, clearForward);
-  if (pool.Broken()) return;  // some cells know no traced one
+  ForEachRun(passes, touched, pool, write, clear);
+}
 
-  AdvectionSource ahead = source;
-  ahead.values = forward;
-  const AdvectionPass back(field, ahead, {source.values, result}, there);
-  const double strength = static_cast<double>(correction.strength) * 0.5;
-  const auto correct = [&](AdvectionRun& run) {
-    back.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k, [&](int i) { run.value[i - run.begin] = 0; });
-    const std::int64_t index = result.Index(run.begin, run.j, run.k);
-    const MacCormackRow row{source.values,        source.values.data + index,
-                            forward.data + index, scratch.traced.data + index,
-                            result.data + index,  strength};
-    if (!correction.smoothed) return back.Correct(row, run);
-    for (int l = 0; l < run.count; ++l) row.result[l] = row.traced[l] < 0 ? 0.0 : row.source[l] - run.value[l];
+// The way back, and what it tells of the error.
+void CorrectBackward(const AdvectionField& field, const std::vector<Group>& groups, WorkerPool& pool) {
+  const std::vector<AdvectionPass> passes = PassesOf(field, groups);
+  TouchedGrids touched = Touched(field);
+  std::vector<std::vector<AdvectionSource>> ahead(groups.size());  // what the way there left
+  for (std::size_t p = 0; p < groups.size(); ++p) {
+    for (const Advected* quantity : groups[p].members) {
+      ahead[p].push_back({quantity->scratch.forward, quantity->source.offset, nullptr, quantity->source.sampling, {}});
+      touched.Add(quantity->scratch.forward), touched.Add(quantity->source.values), touched.Add(quantity->result);
+    }
+  }
+  const auto correct = [&](int p, AdvectionRun& run) {
+    const Group& group = groups[p];
+    const std::int64_t index = group.source().values.Index(run.begin, run.j, run.k);
+    for (std::size_t m = 0; m < group.members.size(); ++m) {
+      const Advected* quantity = group.members[m];
+      passes[p].Sample(ahead[p][m], run);
+      passes[p].ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
+                             [&](int i) { run.value[i - run.begin] = 0; });
+      const GridView<const double>& values = quantity->source.values;
+      const MacCormackRow row{values,
+                              values.data + index,
+                              quantity->scratch.forward.data + index,
+                              group.scratch().traced.data + index,
+                              quantity->result.data + index,
+                              Strength(*quantity)};
+      if (!quantity->correction.smoothed) {
+        passes[p].Correct(row, run);
+        continue;
+      }
+      for (int l = 0; l < run.count; ++l) row.result[l] = row.traced[l] < 0 ? 0.0 : row.source[l] - run.value[l];
+    }
   };
   // What the way there left at 0 between eight zeros stays 0 after the limiter.
-  const auto clear = [&](int begin, int end, int j, int k) {
-    std::fill_n(result.data + result.Index(begin, j, k), end - begin, 0.0);
+  const auto clear = [&](int p, int begin, int end, int j, int k) {
+    for (const Advected* quantity : groups[p].members) {
+      const GridView<double>& result = quantity->result;
+      Clear(result.data + result.Index(begin, j, k), end - begin);
+    }
   };
-  back.ForEachRun(correct, clear);
-  if (correction.smoothed && !pool.Broken()) CorrectSmoothed(back, source, strength, result, scratch, pool);
+  ForEachRun(passes, touched, pool, correct, clear);
+  for (std::size_t p = 0; p < groups.size(); ++p) {
+    for (const Advected* quantity : groups[p].members) {
+      if (!quantity->correction.smoothed || pool.Broken()) continue;
+      CorrectSmoothed(passes[p], *quantity, groups[p].scratch().traced, pool);
+    }
+  }
+}
+
+}  // namespace
+
+bool Advected::SharesTraceWith(const Advected& other) const {
+  return source.values.dims == other.source.values.dims && source.offset == other.source.offset &&
+         source.insideSolid == other.source.insideSolid && source.sampling == other.source.sampling;
+}
+
+void AdvectSemiLagrangian(const AdvectionField& field, std::span<const Advected> quantities, WorkerPool& pool) {
+  const std::vector<Group> groups = Grouped(field, quantities, pool);
+  const std::vector<AdvectionPass> passes = PassesOf(field, groups);
+  TouchedGrids touched = Touched(field);
+  for (const Group& group : groups) {
+    for (const Advected* quantity : group.members) touched.Add(quantity->source.values), touched.Add(quantity->result);
+  }
+  const auto write = [&](int p, AdvectionRun& run) {
+    for (const Advected* quantity : groups[p].members) {
+      passes[p].Sample(quantity->source, run);
+      double* row = quantity->result.data + quantity->result.Index(run.begin, run.j, run.k);
+      passes[p].ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
+                             [&](int i) { run.value[i - run.begin] = row[i - run.begin]; });
+      std::copy_n(run.value, run.count, row);
+    }
+  };
+  const auto clear = [&](int p, int begin, int end, int j, int k) {
+    for (const Advected* quantity : groups[p].members) {
+      double* row = quantity->result.data + quantity->result.Index(0, j, k);
+      int open = begin;
+      passes[p].ForEachSolid(begin, end, j, k, [&](int i) {
+        Clear(row + open, i - open);
+        open = i + 1;
+      });
+      Clear(row + open, end - open);
+    }
+  };
+  ForEachRun(passes, touched, pool, write, clear);
+}
+
+void AdvectMacCormack(const AdvectionField& field, std::span<const Advected> quantities, WorkerPool& pool) {
+  AdvectionField back = field;
+  back.dt = -field.dt;
+  const std::vector<Group> groups = Grouped(back, quantities, pool);
+  CarryForward(back, groups, pool);
+  if (pool.Broken()) return;  // some cells know no traced one
+  CorrectBackward(field, groups, pool);
 }
 
 RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool) {

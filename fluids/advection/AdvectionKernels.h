@@ -9,7 +9,9 @@
 //
 // All visit the interior [1, n - 1) of the array. A cell whose sample lies inside a solid receives nothing.
 
+#include <algorithm>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "fluids/advection/AdvectionField.h"
@@ -24,6 +26,11 @@ enum class AdvectionSampling : int { Trilinear = 0, QuadraticBSpline = 1, Monoto
 struct RowSpan {
   std::int32_t first, last;
   bool IsEmpty() const { return first >= last; }
+  // Becomes the hull of both.
+  void Include(const RowSpan& other) {
+    if (other.IsEmpty()) return;
+    *this = IsEmpty() ? other : RowSpan{std::min(first, other.first), std::max(last, other.last)};
+  }
 };
 // One a row of a grid: (j, k) stands at [k * ny + j].
 using RowSpans = std::vector<RowSpan>;
@@ -40,14 +47,10 @@ struct AdvectionSource {
 // From the first to the last value of each row that isn't 0.
 RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool);
 
-// result keeps what it held in cells inside solids and on the border. Not the source's memory.
-void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
-                          WorkerPool& pool);
-
 // What MacCormack needs beside source and result: arrays of the source's dims. Their content doesn't matter.
 struct MacCormackScratch {
   GridView<double> forward;
-  GridView<std::int32_t> traced;
+  GridView<std::int32_t> traced;  // of the first of several quantities that share a trace; the others need none
 };
 
 // MacCormack's error term. Along a flow that shears, what is carried becomes as thin as a cell. Semi-Lagrangian steps
@@ -59,9 +62,21 @@ struct MacCormackCorrection {
   bool smoothed = false;
 };
 
+// A quantity on its way. Those whose sources have one offset, size, mask and sampling are traced once; of those that
+// differ, such as a velocity's components, the rows of a lattice are gone through together.
+struct Advected {
+  AdvectionSource source;
+  GridView<double> result;  // not the source's memory
+  MacCormackCorrection correction = {};
+  MacCormackScratch scratch = {};
+  bool SharesTraceWith(const Advected& other) const;
+};
+
+// Results keep what they held in cells inside solids and on the border. Needs no correction and no scratch.
+void AdvectSemiLagrangian(const AdvectionField& field, std::span<const Advected> quantities, WorkerPool& pool);
+
 // field.dt is the time step. A cell inside a solid ends as half the strength times its source; the border keeps what it
 // held.
-void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source, MacCormackCorrection correction,
-                      GridView<double> result, const MacCormackScratch& scratch, WorkerPool& pool);
+void AdvectMacCormack(const AdvectionField& field, std::span<const Advected> quantities, WorkerPool& pool);
 
 }  // namespace orlix

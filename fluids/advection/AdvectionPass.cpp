@@ -120,81 +120,59 @@ Vec3D LargestSpeeds(const VelocityView& velocity, WorkerPool& pool) {
 }
 
 // Each row becomes the hull of the rows up to reach away along y (axis 1) or z.
-void Widen(RowSpans& rows, const VecInt3D& n, int axis, int reach) {
+void WidenAlong(RowSpans& rows, const VecInt3D& n, int axis, int reach, WorkerPool& pool) {
   const RowSpans before = rows;
-  for (int k = 0; k < n.z; ++k) {
-    for (int j = 0; j < n.y; ++j) {
-      const int at = axis == 1 ? j : k, stride = axis == 1 ? 1 : n.y, row = k * n.y + j;
-      RowSpan hull{n.x, 0};
-      for (int a = std::max(at - reach, 0); a <= std::min(at + reach, n[axis] - 1); ++a) {
-        const RowSpan& span = before[static_cast<std::size_t>(row + (a - at) * stride)];
-        if (span.IsEmpty()) continue;
-        hull = {std::min(hull.first, span.first), std::max(hull.last, span.last)};
+  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
+    for (int k = begin; k < end; ++k) {
+      for (int j = 0; j < n.y; ++j) {
+        const int at = axis == 1 ? j : k, stride = axis == 1 ? 1 : n.y, row = k * n.y + j;
+        RowSpan hull{n.x - 1, n.x - 1};
+        for (int a = std::max(at - reach, 0); a <= std::min(at + reach, n[axis] - 1); ++a) {
+          hull.Include(before[static_cast<std::size_t>(row + (a - at) * stride)]);
+        }
+        rows[static_cast<std::size_t>(row)] = hull;
       }
-      rows[static_cast<std::size_t>(row)] = hull;
     }
-  }
-}
-
-// The interior cells whose traced points may sample something in the source's content. Each stage of an integrator is a
-// mean of velocities, so that no point moves further than the top speed takes it.
-RowSpans ReachedCells(const AdvectionField& field, const AdvectionSource& source, WorkerPool& pool) {
-  const VecInt3D n = source.values.dims;
-  std::int64_t filled = 0;
-  for (const RowSpan& span : source.content) filled += span.last - span.first;
-  // The speeds cost a read of the velocity: not for a content that fills most of the grid.
-  if (source.content.empty() || 2 * filled > CellCount(n)) {
-    return RowSpans(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {1, n.x - 1});
-  }
-  RowSpans reached = source.content;
-  VecInt3D reach;
-  if (filled > 0) {
-    // Two cells for the widest sample, one for what the clamp to the domain and roundings move.
-    double spread = 3;
-    if (field.solid.HasData() && !field.bricks->IsEmpty()) {
-      spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
-    }
-    const Vec3D speed = LargestSpeeds(field.velocity, pool);
-    for (int axis = 0; axis < 3; ++axis) {
-      const double cells = std::fabs(field.Step()) * speed[axis] + spread;
-      reach[axis] = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) : n[axis];
-    }
-    Widen(reached, n, 1, reach.y);
-    Widen(reached, n, 2, reach.z);
-  }
-  for (RowSpan& span : reached) {
-    span = span.IsEmpty() ? RowSpan{n.x - 1, n.x - 1}
-                          : RowSpan{std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
-  }
-  return reached;
+  });
 }
 
 }  // namespace
 
 void LimitAdvectionVectors(int bits) { widest = bits; }
 
-AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
-                             WorkerPool& pool)
-    : AdvectionPass(field, source, beside, pool, ReachedCells(field, source, pool)) {}
+RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach, WorkerPool& pool) {
+  RowSpans wide = rows;
+  WidenAlong(wide, n, 1, reach.y, pool);
+  WidenAlong(wide, n, 2, reach.z, pool);
+  for (RowSpan& span : wide) {
+    if (!span.IsEmpty()) span = {std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
+  }
+  return wide;
+}
 
-AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
-                             const AdvectionPass& other)
-    : AdvectionPass(field, source, beside, other.pool_, other.reached_) {}
+// Each stage of an integrator is a mean of velocities, so that no point moves further than the top speed takes it.
+VecInt3D FurthestReach(const AdvectionField& field, AdvectionSampling sampling, const VecInt3D& n, WorkerPool& pool) {
+  // A trilinear sample reaches less than a cell; the clamp to the domain adds a thousandth. The others reach two, and
+  // one more where points beside the array are sampled or moved.
+  double spread = sampling == AdvectionSampling::Trilinear && field.solid.HasData() ? 1.01 : 3;
+  if (field.solid.HasData() && !field.bricks->IsEmpty()) {
+    spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
+  }
+  const Vec3D speed = LargestSpeeds(field.velocity, pool);
+  VecInt3D reach;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double cells = std::fabs(field.Step()) * speed[axis] + spread;
+    reach[axis] = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) - 1 : n[axis];
+  }
+  return reach;
+}
 
-AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
-                             WorkerPool& pool, RowSpans reached)
+AdvectionPass::AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const RowSpans& reached)
     : field_(field),
       source_(source),
-      pool_(pool),
       blocks_(IsKnown(field.integrator) && SameLattice(field.velocity, source)),
       kernels_(ChooseKernels()),
-      reached_(std::move(reached)),
-      touched_{field.velocity.component[0],
-               field.velocity.component[1],
-               field.velocity.component[2],
-               source.values,
-               beside[0],
-               beside[1]} {}
+      reached_(reached) {}
 
 // One cell, from its start to its source cell.
 void AdvectionPass::TraceCell(AdvectionRun& run, int l) const {
@@ -227,19 +205,19 @@ void AdvectionPass::Trace(AdvectionRun& run) const {
   });
 }
 
-void AdvectionPass::SampleCell(AdvectionRun& run, int l) const {
-  const Vec3D at = Vec3D(run.place[0][l], run.place[1][l], run.place[2][l]) - source_.offset;
-  run.value[l] = SampleGrid(source_.values, at.x, at.y, at.z, ModeOf(source_.sampling));
+void AdvectionPass::SampleCell(const AdvectionSource& source, AdvectionRun& run, int l) const {
+  const Vec3D at = Vec3D(run.place[0][l], run.place[1][l], run.place[2][l]) - source.offset;
+  run.value[l] = SampleGrid(source.values, at.x, at.y, at.z, ModeOf(source.sampling));
 }
 
-void AdvectionPass::Sample(AdvectionRun& run) const {
+void AdvectionPass::Sample(const AdvectionSource& source, AdvectionRun& run) const {
   if (!InBlocks(run)) {
-    for (int l = 0; l < run.count; ++l) SampleCell(run, l);
+    for (int l = 0; l < run.count; ++l) SampleCell(source, run, l);
     return;
   }
-  kernels_.sample(source_, run);
+  kernels_.sample(source, run);
   ForEachBlock(run.again, kernels_.lanes, run.count, [&](std::uint32_t, int first) {
-    for (int l = first; l < first + kernels_.lanes; ++l) SampleCell(run, l);
+    for (int l = first; l < first + kernels_.lanes; ++l) SampleCell(source, run, l);
   });
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 // The loop that the passes of advection share: rows of cells, cut into runs that fit the first-level cache, each
-// traced, resolved against the walls and sampled.
+// traced, resolved against the walls and sampled by as many quantities as share the trace.
 
 #include <algorithm>
-#include <array>
+#include <span>
+#include <vector>
 
 #include "fluids/advection/AdvectionKernels.h"
 #include "globals/Multiversion.h"
@@ -50,58 +51,21 @@ struct AdvectionRunKernels {
 // For tests: from now on, the machine's best kernels with vectors of up to 128, 256 or 512 bits.
 void LimitAdvectionVectors(int bits);
 
-// One pass over the interior of a source. Cells that nothing but zeros can reach aren't traced.
+// One trace through the interior of a lattice. The sources that it serves share dims, offset, mask and sampling with
+// the one that it is made of. Keeps no copies: field, source and spans must outlive it.
 class AdvectionPass {
  public:
-  // Other grids of the source's dims whose rows the caller goes along.
-  using Beside = std::array<GridView<const double>, 2>;
-  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool);
-  // Over the cells of another pass.
-  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside,
-                const AdvectionPass& other);
+  // Cells that nothing but zeros can reach aren't traced: reached has one span a row, within [1, n - 1).
+  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const RowSpans& reached);
 
-  // Calls write(run) for each run of the cells that something may reach: run.value is the source at the traced point,
-  // run.place and run.cell are where that lies, run.moved tells whether the walls moved it. Calls
-  // clear(begin, end, j, k) for the other cells of each row.
-  template <class Write, class Clear>
-  void ForEachRun(Write&& write, Clear&& clear) const {
-    ForEachTraced(
-        [&](AdvectionRun& run) {
-          Sample(run);
-          write(run);
-        },
-        clear);
-  }
-  // The same without the samples.
-  template <class Write, class Clear>
-  void ForEachTraced(Write&& write, Clear&& clear) const {
-    const VecInt3D n = source_.values.dims;
-    ParallelRange(pool_, 1, n.z - 1, [&](int begin, int end, int) {
-      AdvectionRun run;
-      // A tile of rows through all layers: what the layers below and above read again is still near.
-      const int tileRows = std::clamp(kTileCells / n.x, 4, 64);
-      for (int tile = 1; tile < n.y - 1; tile += tileRows) {
-        const int tileEnd = std::min(tile + tileRows, n.y - 1);
-        for (run.k = begin; run.k < end; ++run.k) {
-          if (pool_.Broken()) return;
-          for (run.j = tile; run.j < tileEnd; ++run.j) {
-            const auto [first, last] = reached_[static_cast<std::size_t>(run.k) * n.y + run.j];
-            if (first > 1) clear(1, first, run.j, run.k);
-            if (last < n.x - 1) clear(last, n.x - 1, run.j, run.k);
-            for (run.begin = first; run.begin < last; run.begin += run.count) {
-              // No rest that is too short for a block.
-              const int rest = last - run.begin;
-              run.count = rest <= AdvectionRun::kCells ? rest : std::min(AdvectionRun::kCells, rest - kernels_.lanes);
-              FetchAhead(run, run.j == tile ? tile - kRowsBeside : run.j,
-                         run.j == tileEnd - 1 ? tileEnd + kRowsBeside : run.j + 1);
-              Trace(run);
-              write(run);
-            }
-          }
-        }
-      }
-    });
-  }
+  const VecInt3D& dims() const { return source_.values.dims; }
+  int lanes() const { return kernels_.lanes; }
+  RowSpan Reached(int j, int k) const { return reached_[static_cast<std::size_t>(k) * dims().y + j]; }
+  // run.place and run.cell are where the cells' points lead, run.moved tells whether the walls moved them.
+  void Trace(AdvectionRun& run) const;
+  // run.value is the source at the traced points. Any number of sources may follow a trace.
+  void Sample(const AdvectionSource& source, AdvectionRun& run) const;
+  void Correct(const MacCormackRow& row, AdvectionRun& run) const;
   // Calls f(i) for the cells [begin, end) of a row that lie inside solids.
   template <class F>
   void ForEachSolid(int begin, int end, int j, int k, F&& f) const {
@@ -109,24 +73,45 @@ class AdvectionPass {
       CellMask::ForEachSet(source_.insideSolid->Row(j, k), begin, end, f);
     }
   }
-  void Correct(const MacCormackRow& row, AdvectionRun& run) const;
-  // The cells of a row that something may reach, [1, n - 1) at most.
-  RowSpan Reached(int j, int k) const { return reached_[static_cast<std::size_t>(k) * source_.values.dims.y + j]; }
 
  private:
-  static constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache
-  // A row of all arrays is fetched three layers before its cells' turn, and with it what lies beside the tile: samples
-  // choose their rows, so that the processor's own fetching doesn't see what comes next.
-  static constexpr int kLayersAhead = 3, kRowsBeside = 2;
-
-  AdvectionPass(const AdvectionField& field, const AdvectionSource& source, const Beside& beside, WorkerPool& pool,
-                RowSpans reached);
   bool InBlocks(const AdvectionRun& run) const { return blocks_ && run.count >= kernels_.lanes; }
-  // Rows [first, last) of what the run's cells of a later layer touch. Inlined: a function that does nothing but fetch
-  // is one without effect to the compiler, which leaves out its calls.
+  void TraceCell(AdvectionRun& run, int l) const;
+  void SampleCell(const AdvectionSource& source, AdvectionRun& run, int l) const;
+
+  const AdvectionField& field_;
+  const AdvectionSource& source_;
+  const bool blocks_;  // the source stands on the velocity's lattice, and the integrator is known
+  const AdvectionRunKernels kernels_;
+  const RowSpans& reached_;
+};
+
+// How far from a cell a trace with this field may sample, in cells: what stands at that many from it on each side, and
+// nothing beyond. Reads all of the velocity.
+VecInt3D FurthestReach(const AdvectionField& field, AdvectionSampling sampling, const VecInt3D& n, WorkerPool& pool);
+// The interior cells that have one of the rows' cells within reach. n: cells of the grid.
+RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach, WorkerPool& pool);
+
+// All interior cells.
+inline RowSpans WholeRows(const VecInt3D& n) {
+  return RowSpans(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {1, n.x - 1});
+}
+
+// Grids whose rows a loop goes along: each once.
+class TouchedGrids {
+ public:
+  void Add(const GridView<const double>& grid) {
+    for (const GridView<const double>& other : grids_) {
+      if (other.data == grid.data) return;
+    }
+    grids_.push_back(grid);
+  }
+  // Rows [first, last) of a layer that is some layers ahead, from a run's cells on. Samples choose their rows, so that
+  // the processor's own fetching doesn't see what comes next. Inlined: a function that does nothing but fetch is one
+  // without effect to the compiler, which leaves out its calls.
   ORLIX_INLINE void FetchAhead(const AdvectionRun& run, int first, int last) const {
     const int k = run.k + kLayersAhead;
-    for (const GridView<const double>& grid : touched_) {
+    for (const GridView<const double>& grid : grids_) {
       if (k >= grid.dims.z) continue;
       for (int j = std::max(first, 0); j < std::min(last, grid.dims.y); ++j) {
         const double* row = grid.data + grid.Index(run.begin, j, k);
@@ -134,18 +119,64 @@ class AdvectionPass {
       }
     }
   }
-  void Trace(AdvectionRun& run) const;
-  void Sample(AdvectionRun& run) const;
-  void TraceCell(AdvectionRun& run, int l) const;
-  void SampleCell(AdvectionRun& run, int l) const;
 
-  const AdvectionField& field_;
-  const AdvectionSource& source_;
-  WorkerPool& pool_;
-  const bool blocks_;  // the source stands on the velocity's lattice, and the integrator is known
-  const AdvectionRunKernels kernels_;
-  const RowSpans reached_;
-  std::array<GridView<const double>, 6> touched_;
+ private:
+  static constexpr int kLayersAhead = 3;
+  std::vector<GridView<const double>> grids_;
 };
+
+// Goes through the passes row by row and run by run, side by side, so that what they read of the velocity is still near
+// for the next one. Calls write(p, run) for each run of the reached cells of passes[p], traced, and
+// clear(p, begin, end, j, k) for the other cells of each interior row.
+template <class Write, class Clear>
+void ForEachRun(std::span<const AdvectionPass> passes, const TouchedGrids& touched, WorkerPool& pool, Write&& write,
+                Clear&& clear) {
+  constexpr int kTileCells = 4096;  // a dozen such pieces of arrays fit the second-level cache
+  constexpr int kRowsBeside = 2;    // of a tile that its samples reach
+  VecInt3D n;
+  for (const AdvectionPass& pass : passes) n = Max(n, pass.dims());
+  const int count = static_cast<int>(passes.size());
+  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+    AdvectionRun run;
+    std::vector<RowSpan> rest(passes.size());  // of the row
+    // A tile of rows through all layers: what the layers below and above read again is still near.
+    const int tileRows = std::clamp(kTileCells / n.x, 4, 64);
+    for (int tile = 1; tile < n.y - 1; tile += tileRows) {
+      const int tileEnd = std::min(tile + tileRows, n.y - 1);
+      for (run.k = begin; run.k < end; ++run.k) {
+        if (pool.Broken()) return;
+        for (run.j = tile; run.j < tileEnd; ++run.j) {
+          for (int p = 0; p < count; ++p) {
+            const VecInt3D& dims = passes[p].dims();
+            rest[p] = {0, 0};
+            if (run.j >= dims.y - 1 || run.k >= dims.z - 1) continue;
+            rest[p] = passes[p].Reached(run.j, run.k);
+            if (rest[p].first > 1) clear(p, 1, rest[p].first, run.j, run.k);
+            if (rest[p].last < dims.x - 1) clear(p, rest[p].last, dims.x - 1, run.j, run.k);
+          }
+          for (bool fetched = true; fetched;) {
+            fetched = false;
+            for (int p = 0; p < count; ++p) {
+              if (rest[p].IsEmpty()) continue;
+              // No rest that is too short for a block.
+              const int cells = rest[p].last - rest[p].first;
+              run.begin = rest[p].first;
+              run.count =
+                  cells <= AdvectionRun::kCells ? cells : std::min(AdvectionRun::kCells, cells - passes[p].lanes());
+              rest[p].first += run.count;
+              if (!fetched) {
+                touched.FetchAhead(run, run.j == tile ? tile - kRowsBeside : run.j,
+                                   run.j == tileEnd - 1 ? tileEnd + kRowsBeside : run.j + 1);
+                fetched = true;
+              }
+              passes[p].Trace(run);
+              write(p, run);
+            }
+          }
+        }
+      }
+    }
+  });
+}
 
 }  // namespace orlix

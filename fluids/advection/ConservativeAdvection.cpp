@@ -119,9 +119,14 @@ void ConservativePass::RangeOf(const ContributionStencil& stencil, int i, int j,
 void ConservativePass::RecordBackward(const ConservativeGrids& grids) {
   AdvectionField back = field_;
   back.dt = -field_.dt;
-  const AdvectionPass pass(back, source_, {}, pool_);
-  pass.ForEachTraced(
-      [&](AdvectionRun& run) {
+  const RowSpans reached = WholeRows(n_);
+  const AdvectionPass pass(back, source_, reached);
+  TouchedGrids touched;
+  for (const GridView<const double>& grid : back.velocity.component) touched.Add(grid);
+  touched.Add(source_.values);
+  ForEachRun(
+      {&pass, 1}, touched, pool_,
+      [&](int, AdvectionRun& run) {
         for (int l = 0; l < run.count; ++l) {
           const ContributionStencil stencil = StencilAt({run.place[0][l], run.place[1][l], run.place[2][l]}, 1.0);
           records_.Set(run.begin + l, run.j, run.k, stencil);
@@ -130,7 +135,7 @@ void ConservativePass::RecordBackward(const ConservativeGrids& grids) {
         pass.ForEachSolid(run.begin, run.begin + run.count, run.j, run.k,
                           [&](int i) { SetIdentity(i, run.j, run.k, grids); });
       },
-      [](int, int, int, int) {});
+      [](int, int, int, int, int) {});
   ForEachBorder(n_, [&](int i, int j, int k) { SetIdentity(i, j, k, grids); });
 }
 

@@ -1,5 +1,7 @@
 #include "fluids/operators/GridAdvection.h"
 
+#include <algorithm>
+
 #include "fluids/advection/ConservativeAdvection.h"
 #include "fluids/dynamics/FluidSolver.h"
 
@@ -116,8 +118,8 @@ bool GridAdvection::ApplyBounds(const Vec3D&, const Vec3D&) {
 }
 
 MemoryNeed GridAdvection::MemoryFor(const VecInt3D& cells) const {
-  // Beside what a projection borrows, which serves the other schemes. Gamma and its previous grid are kept; what cells
-  // give to others is listed by layers: measured.
+  // Beside what a projection borrows, which is more than the other schemes take: 12 bytes a cell for each component.
+  // Gamma and its previous grid are kept; what cells give to others is listed by layers: measured.
   if (!IsConservative()) return {};
   const double listed = scheme == Scheme::Conservative ? 84 : 116;
   return {.kept = ChannelBytes(cells, 2), .scratch = listed * double(CellCount(cells))};
@@ -246,28 +248,37 @@ AdvectionSource GridAdvection::Source(const ScalarGrid& grid) {
   return source;
 }
 
-bool GridAdvection::AdvectGrid(const ScalarGrid* source, ScalarGrid* result) {
-  if (!source || !source->data || !result || !result->data) return false;
-  const AdvectionField field = Field();
-  if (scheme == Scheme::MacCormack) {
+void GridAdvection::Carry(std::span<const Carried> grids) {
+  std::vector<Advected> quantities;
+  std::vector<ScratchPool::Lease<double>> forward;
+  std::vector<ScratchPool::Lease<std::int32_t>> traced;
+  for (const Carried& grid : grids) {
+    if (!grid.source || !grid.source->data || !grid.result || !grid.result->data) continue;
+    Advected& carried = quantities.emplace_back();
+    carried.source = Source(*grid.source);
+    carried.source.sampling = grid.node->interpolation;
+    carried.result = {grid.result->data, grid.result->dims};
+    carried.correction = {grid.node->correctionStrength, grid.node->smoothCorrection};
+    if (scheme != Scheme::MacCormack) continue;
     // All staggered components share one size of scratch.
-    const bool staggered = result->gridType <= kGridVelocityW;
-    const VecInt3D dims = staggered ? result->space.dims + VecInt3D(1, 1, 1) : result->dims;
-    const auto forward = scene->scratch().Take<double>(dims);
-    const auto traced = scene->scratch().Take<std::int32_t>(dims);
-    AdvectMacCormack(field, Source(*source), {correctionStrength, smoothCorrection}, *result,
-                     {{forward->data, result->dims}, {traced->data, result->dims}}, scene->pool());
-    return true;
+    const bool staggered = grid.result->gridType <= kGridVelocityW;
+    const VecInt3D dims = staggered ? grid.result->space.dims + VecInt3D(1, 1, 1) : grid.result->dims;
+    forward.push_back(scene->scratch().Take<double>(dims));
+    carried.scratch.forward = {forward.back()->data, grid.result->dims};
+    const auto shares = [&](const Advected& other) { return &other != &carried && other.SharesTraceWith(carried); };
+    if (std::ranges::any_of(quantities, shares)) continue;
+    traced.push_back(scene->scratch().Take<std::int32_t>(dims));
+    carried.scratch.traced = {traced.back()->data, grid.result->dims};
   }
-  AdvectionField back = field;
-  back.dt = -field.dt;
-  AdvectSemiLagrangian(back, Source(*source), *result, scene->pool());
-  return true;
+  if (quantities.empty()) return;
+  AdvectionField field = Field();
+  if (scheme == Scheme::MacCormack) return AdvectMacCormack(field, quantities, scene->pool());
+  field.dt = -field.dt;
+  AdvectSemiLagrangian(field, quantities, scene->pool());
 }
 
-bool GridAdvection::AdvectScalar() {
-  if (!IsConservative()) return AdvectGrid(scalarChannel->previous.get(), scalarChannel->grid.get());
-  if (scene->TestBreak()) return false;
+void GridAdvection::CarryScalarConservatively() {
+  if (scene->TestBreak()) return;
   const AdvectionSource source = Source(*scalarChannel->previous);
   if (scheme == Scheme::Conservative) {
     AdvectConservative(Field(), source, {*previousGamma, *gamma, {}, {}}, *scalarChannel->grid, scene->scratch(),
@@ -276,19 +287,40 @@ bool GridAdvection::AdvectScalar() {
     AdvectConservativeMacCormack(Field(), source, *previousGamma, *gamma, *scalarChannel->grid, scene->scratch(),
                                  scene->pool());
   }
+}
+
+bool GridAdvection::TakesAlong(iObject& next) {
+  auto* other = dynamic_cast<GridAdvection*>(&next);
+  if (!other || !scalarChannel || !other->scalarChannel || IsConservative() || other->scheme != scheme ||
+      other->solver_ != solver_ || other->integrator != integrator || other->scalarChannel == scalarChannel) {
+    return false;
+  }
+  const auto same = [&](const GridAdvection* node) { return node->scalarChannel == other->scalarChannel; };
+  if (std::ranges::any_of(along_, same)) return false;
+  along_.push_back(other);
   return true;
 }
 
 void GridAdvection::Process(ProcessData&) {
-  if (!IsActive()) return;
-  if (scalarChannel) {
-    AdvectScalar();
+  if (scalarChannel && IsConservative()) {
+    if (IsActive()) CarryScalarConservatively();
     return;
   }
-  VectorGridChannel& target = vectorChannel ? *vectorChannel : *velocityChannel;
-  for (int c = 0; c < 3; ++c) {
-    if (!AdvectGrid(target.previousGrids[c].get(), target.grids[c].get())) return;
+  if (scalarChannel) {
+    std::vector<Carried> grids;
+    const auto add = [&](const GridAdvection& node) {
+      if (!node.IsActive()) return;
+      grids.push_back({node.scalarChannel->previous.get(), node.scalarChannel->grid.get(), &node});
+    };
+    add(*this);
+    for (const GridAdvection* node : along_) add(*node);
+    return Carry(grids);
   }
+  if (!IsActive()) return;
+  VectorGridChannel& target = vectorChannel ? *vectorChannel : *velocityChannel;
+  std::vector<Carried> grids;
+  for (int c = 0; c < 3; ++c) grids.push_back({target.previousGrids[c].get(), target.grids[c].get(), this});
+  Carry(grids);
 }
 
 void GridAdvection::VisitState(StateVisitor& visitor) {

@@ -2,17 +2,20 @@
 // Carries a channel, or the velocity itself, through the velocity of a solver.
 
 #include <array>
+#include <span>
+#include <vector>
 
 #include "fluids/advection/AdvectionKernels.h"
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
+#include "fluids/scene/iTakesAlong.h"
 
 namespace orlix {
 
 class FluidSolver;
 class VelocityGridChannel;
 
-class GridAdvection final : public iObject {
+class GridAdvection final : public iObject, public iTakesAlong {
  public:
   enum class Scheme : std::int32_t { SemiLagrangian = 0, MacCormack = 1, Conservative = 2, ConservativeMacCormack = 3 };
 
@@ -37,7 +40,10 @@ class GridAdvection final : public iObject {
   void CheckDirty() override;
   // Exchanges the target's present and previous grids: the present ones are written.
   void Prepare(iBase* caller = nullptr) override;
+  // Scalar channels that are carried alike are traced once.
+  bool TakesAlong(iObject& next) override;
   void Process(ProcessData& data) override;
+  void Finish() override { along_.clear(); }
   void VisitState(StateVisitor& visitor) override;
   void VisitOutputs(StateVisitor& visitor) override;
 
@@ -62,10 +68,16 @@ class GridAdvection final : public iObject {
   bool CanSwap() const;
   AdvectionField Field();
   AdvectionSource Source(const ScalarGrid& grid);
-  bool AdvectGrid(const ScalarGrid* source, ScalarGrid* result);
-  bool AdvectScalar();
+  // Carries what is in the first grids into the second ones.
+  struct Carried {
+    const ScalarGrid *source, *result;
+    const GridAdvection* node;  // whose settings hold
+  };
+  void Carry(std::span<const Carried> grids);
+  void CarryScalarConservatively();
 
   FluidSolver* solver_ = nullptr;  // whose velocity carries
+  std::vector<GridAdvection*> along_;
 };
 
 }  // namespace orlix

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "fluids/scene/StateCheck.h"
+#include "fluids/scene/iTakesAlong.h"
 
 namespace orlix {
 
@@ -110,16 +111,20 @@ void StageRunner::RunBlock(const StageBlock& block) {
 }
 
 void StageRunner::RunSerial(const StageBlock& block) {
-  for (iObject* node : block.nodes) {
-    Timed(*node, [&] {
-      if (node->IsEnabled()) {
-        node->Prepare();
+  for (auto node = block.nodes.begin(); node != block.nodes.end();) {
+    auto* taker = (*node)->IsEnabled() ? dynamic_cast<iTakesAlong*>(*node) : nullptr;
+    auto end = node + 1;
+    while (taker && end != block.nodes.end() && (*end)->IsEnabled() && taker->TakesAlong(**end)) ++end;
+    Timed(**node, [&] {
+      if ((*node)->IsEnabled()) {
+        for (auto each = node; each != end; ++each) (*each)->Prepare();
         ProcessData data;
         data.hostThread = scene_.hostThread;
-        node->Process(data);
+        (*node)->Process(data);
       }
-      node->Finish();
+      for (auto each = node; each != end; ++each) (*each)->Finish();
     });
+    node = end;
   }
 }
 

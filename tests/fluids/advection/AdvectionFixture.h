@@ -82,6 +82,19 @@ struct AdvectionBench {
   AdvectionField field;
 };
 
+// One quantity at a time.
+inline void AdvectSemiLagrangian(const AdvectionField& field, const AdvectionSource& source, GridView<double> result,
+                                 WorkerPool& pool) {
+  const Advected quantity{source, result};
+  orlix::AdvectSemiLagrangian(field, {&quantity, 1}, pool);
+}
+inline void AdvectMacCormack(const AdvectionField& field, const AdvectionSource& source,
+                             MacCormackCorrection correction, GridView<double> result, const MacCormackScratch& scratch,
+                             WorkerPool& pool) {
+  const Advected quantity{source, result, correction, scratch};
+  orlix::AdvectMacCormack(field, {&quantity, 1}, pool);
+}
+
 // --- the passes, cell by cell ----------------------------------------------------------------------------------------
 
 inline double SampleAt(const AdvectionSource& source, const Vec3D& p) {

@@ -62,10 +62,10 @@ TEST_P(FastAdvection, GivesTheBitsOfAPlainLoop) {
         Grid<std::int32_t> traced(n, kGridScratch);
         forward.Fill(99);
         test::PlainMacCormack(bench.field, source, 0.7f, expected);
-        AdvectMacCormack(bench.field, source, {0.7f}, got, {forward, traced}, pool);
+        test::AdvectMacCormack(bench.field, source, {0.7f}, got, {forward, traced}, pool);
       } else {
         test::PlainSemiLagrangian(bench.field, source, expected);
-        AdvectSemiLagrangian(bench.field, source, got, pool);
+        test::AdvectSemiLagrangian(bench.field, source, got, pool);
       }
       int differing = 0, changed = 0;
       for (std::int64_t c = 0; c < got.count; ++c) {

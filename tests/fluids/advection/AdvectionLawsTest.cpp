@@ -31,9 +31,9 @@ void Advect(AdvectionBench& bench, Scheme scheme, const ScalarGrid& grid, Advect
   Grid<std::int32_t> traced(grid.dims, kGridScratch);
   switch (scheme) {
     case Scheme::SemiLagrangian:
-      return AdvectSemiLagrangian(back, source, result, pool);
+      return test::AdvectSemiLagrangian(back, source, result, pool);
     case Scheme::MacCormack:
-      return AdvectMacCormack(bench.field, source, {}, result, {forward, traced}, pool);
+      return test::AdvectMacCormack(bench.field, source, {}, result, {forward, traced}, pool);
     case Scheme::Conservative:
       return AdvectConservative(bench.field, source, {ones, out, {}, {}}, result, scratch, pool);
     case Scheme::ConservativeMacCormack:
@@ -201,7 +201,7 @@ TEST(Advection, ASmoothedCorrectionLeavesNoFringes) {
     for (int step = 0; step < 50; ++step) {
       AdvectionSource source = bench.Source(*grid, AdvectionSampling::Trilinear);
       source.content = FindContent(*grid, pool);
-      AdvectMacCormack(bench.field, source, correction, result, {forward, traced}, pool);
+      test::AdvectMacCormack(bench.field, source, correction, result, {forward, traced}, pool);
       std::swap(grid->data, result.data);
     }
     Outcome outcome;
@@ -221,16 +221,19 @@ TEST(Advection, ASmoothedCorrectionLeavesNoFringes) {
 
 TEST(Advection, CellsThatOnlyZerosCanReachNeedNoTrace) {
   const VecInt3D cells(40, 38, 36);
-  AdvectionBench bench(cells, test::RoughVelocity(2.2, 3));
-  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(20, 15, 18)) - 4; });
-  bench.field.integrator = Integrator::Heun;
+  // Around a solid; and where each cell is reached from as far as the top speed tells.
+  AdvectionBench rough(cells, test::RoughVelocity(2.2, 3)), uniform(cells, [](const Vec3D&) { return Vec3D(1.5); }),
+      free(cells, test::RoughVelocity(0.7, 4));
+  rough.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(20, 15, 18)) - 4; });
   WorkerPool pool(2);
-  const auto grid = test::MakeGrid(cells, kGridSmoke, bench.h);
-  for (const double radius : {0.0, 3.0}) {
+  for (auto [bench, radius] :
+       {std::pair(&rough, 0.0), std::pair(&rough, 3.0), std::pair(&uniform, 3.0), std::pair(&free, 3.0)}) {
+    bench->field.integrator = Integrator::Heun;
+    const auto grid = test::MakeGrid(cells, kGridSmoke, bench->h);
     grid->Fill(0);
     test::FillSamples(*grid, [&](const Vec3D& p) { return Length(p - Vec3D(14, 15, 18)) < radius ? p.x : 0; });
     for (int sampling = 0; sampling < 3; ++sampling) {
-      AdvectionSource whole = bench.Source(*grid, static_cast<AdvectionSampling>(sampling)), part = whole;
+      AdvectionSource whole = bench->Source(*grid, static_cast<AdvectionSampling>(sampling)), part = whole;
       part.content = FindContent(*grid, pool);
       EXPECT_EQ(std::ranges::all_of(part.content, &RowSpan::IsEmpty), radius == 0);
       for (const bool macCormack : {false, true}) {
@@ -240,15 +243,62 @@ TEST(Advection, CellsThatOnlyZerosCanReachNeedNoTrace) {
         Grid<std::int32_t> traced(cells, kGridScratch);
         if (macCormack) {
           const MacCormackCorrection correction{1, sampling == 0};
-          AdvectMacCormack(bench.field, whole, correction, a, {forward, traced}, pool);
+          test::AdvectMacCormack(bench->field, whole, correction, a, {forward, traced}, pool);
           forward.Fill(3), traced.Fill(12345);
-          AdvectMacCormack(bench.field, part, correction, b, {forward, traced}, pool);
+          test::AdvectMacCormack(bench->field, part, correction, b, {forward, traced}, pool);
         } else {
-          AdvectSemiLagrangian(bench.field, whole, a, pool);
-          AdvectSemiLagrangian(bench.field, part, b, pool);
+          test::AdvectSemiLagrangian(bench->field, whole, a, pool);
+          test::AdvectSemiLagrangian(bench->field, part, b, pool);
         }
         for (std::int64_t c = 0; c < a.count; ++c) ASSERT_EQ(a[c], b[c]) << c;
       }
+    }
+  }
+}
+
+// Components of a velocity and two scalars of which one is a blob, with strengths of their own.
+TEST(Advection, QuantitiesTogetherGetTheBitsOfEachAlone) {
+  const VecInt3D cells(70, 15, 14);
+  AdvectionBench bench(cells, test::RoughVelocity(1.8, 5));
+  bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(30, 7, 7)) - 3; });
+  bench.field.integrator = Integrator::Heun;
+  WorkerPool pool(3);
+  constexpr std::uint32_t kTypes[] = {kGridVelocityU, kGridVelocityV, kGridVelocityW, kGridSmoke, kGridTemperature};
+  std::vector<std::unique_ptr<ScalarGrid>> grids;
+  std::vector<CellMask> masks(5);
+  std::vector<std::unique_ptr<Grid<double>>> forward, together, alone;
+  std::vector<std::unique_ptr<Grid<std::int32_t>>> traced;
+  std::vector<Advected> quantities;
+  for (std::size_t q = 0; q < 5; ++q) {
+    grids.push_back(test::MakeGrid(cells, kTypes[q], bench.h));
+    const auto rough = test::RoughSource(static_cast<unsigned>(q));
+    test::FillSamples(*grids[q],
+                      [&](const Vec3D& p) { return q == 4 && Length(p - Vec3D(20, 8, 6)) > 3 ? 0.0 : rough(p); });
+    for (auto* some : {&forward, &together, &alone}) {
+      some->push_back(std::make_unique<Grid<double>>(grids[q]->dims, kGridScratch));
+      some->back()->Fill(7);
+    }
+    traced.push_back(std::make_unique<Grid<std::int32_t>>(grids[q]->dims, kGridScratch));
+    Advected quantity{bench.Source(*grids[q], AdvectionSampling::Trilinear), *together[q]};
+    masks[q] = bench.mask;
+    quantity.source.insideSolid = &masks[std::min<std::size_t>(q, 3)];
+    quantity.source.content = q >= 3 ? FindContent(*grids[q], pool) : RowSpans();
+    quantity.correction = {0.3f + 0.2f * static_cast<float>(q), q == 4};
+    quantity.scratch = {*forward[q], *traced[q]};
+    quantities.push_back(quantity);
+  }
+  EXPECT_TRUE(quantities[3].SharesTraceWith(quantities[4]) && !quantities[2].SharesTraceWith(quantities[3]));
+  for (const bool macCormack : {true, false}) {
+    const auto advect = [&](std::span<const Advected> some) {
+      macCormack ? AdvectMacCormack(bench.field, some, pool) : AdvectSemiLagrangian(bench.field, some, pool);
+    };
+    advect(quantities);
+    for (std::size_t q = 0; q < 5; ++q) {
+      Advected single = quantities[q];
+      single.result = *alone[q];
+      advect({&single, 1});
+      EXPECT_EQ(test::ValuesOf(*together[q]), test::ValuesOf(*alone[q])) << "quantity " << q;
+      EXPECT_NE((*alone[q])(20, 8, 6), 7);
     }
   }
 }
