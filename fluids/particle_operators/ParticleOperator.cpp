@@ -38,7 +38,9 @@ void ParticleOperator::Finish() {
 }
 
 void ParticleOperator::VisitOutputs(StateVisitor& visitor) {
-  for (ParticleGroup* group : WrittenGroups()) group->VisitOutputs(visitor);
+  for (ParticleGroup* group : WrittenGroups()) {
+    if (group) group->VisitOutputs(visitor);
+  }
 }
 
 Duration* ParticleOperator::LinkedDuration(std::int32_t linkId) const {

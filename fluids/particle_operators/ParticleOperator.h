@@ -30,7 +30,7 @@ class ParticleOperator : public iObject {
   void VisitOutputs(StateVisitor& visitor) override;
 
  protected:
-  // The groups that the operator writes, each once.
+  // The groups that the operator writes, each once; null for one that it doesn't find.
   virtual std::vector<ParticleGroup*> WrittenGroups() const = 0;
 
   ParticleGroup* LinkedGroup(std::int32_t linkId) const {

@@ -3,14 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "fluids/volume_renderer/GasSettings.h"
 #include "fluids/volume_renderer/SceneSampler.h"
 #include "host/pictures/PictureFile.h"
 #include "run/DefaultLook.h"
 #include "run/FrameResults.h"
 #include "run/PictureWork.h"
+#include "run/Rehearsal.h"
 #include "run/SceneRun.h"
 #include "scene_file/SceneReader.h"
 #include "tests/support/TemporaryFolder.h"
@@ -18,12 +17,13 @@
 namespace orlix {
 namespace {
 
-std::string Scene(const std::string& objects, const std::string& materials) {
+std::string Scene(const std::string& objects, const std::string& materials, const std::string& target = "[0, 0, 0]") {
   return R"({ "orlix": 1, "frames": [0, 1], "objects": [ )" + objects + R"(
-    { "type": "sphere", "name": "ball", "radius": 40 },
+    { "type": "sphere", "name": "ball", "radius": 40, "shown_in_pictures": false },
     { "type": "scene", "name": "S", "voxel_size": 0.2, "render_voxel_size": 0.2, "children": [
       { "type": "fluid", "name": "Air", "container": [200, 200, 200], "anchor_mode": "centre" },
       { "type": "channel_scalar", "name": "smoke", "value_max": 2 },
+      { "type": "channel_scalar", "name": "other" },
       { "type": "volume", "name": "source", "object": "ball" },
       { "type": "emission_setting", "name": "rate", "mode": "set", "per_step": true, "value": 1 },
       { "type": "channelsettings", "name": "pair", "channel": "smoke", "settings": "rate" },
@@ -31,9 +31,8 @@ std::string Scene(const std::string& objects, const std::string& materials) {
       { "type": "particlegroup", "name": "grains" },
       { "type": "property_scalar", "name": "size" },
       { "type": "grid_advection", "solver": "Air", "channel": "smoke" } ] } ],
-    "render": { "exr": false, "samples": 1, "sky_samples": 0 }, "camera": { "position": [0, 0, 500] },
-    "materials": [ )" +
-         materials + " ] }";
+    "render": { "exr": false, "samples": 1, "sky_samples": 0 }, "camera": { "position": [0, 0, 500], "target": )" +
+         target + R"( }, "materials": [ )" + materials + " ] }";
 }
 
 struct Read {
@@ -141,6 +140,80 @@ TEST(PictureWork, KnowsItsOwnPicturesAndEndsUnfinishedOnes) {
 
   ASSERT_TRUE(other.Start().ok());
   EXPECT_FALSE(work.Continue().ok()) << "a new work forgets the old one";
+}
+
+// The keys of what is told about pictures.
+std::string Told(const char* target, const char* materials) {
+  const test::TemporaryFolder folder;
+  Engine engine;
+  auto scene = ReadSceneText("s.json", Scene("", materials, target), engine.types);
+  if (!scene) return scene.error().text;
+  WorkerPool pool(1);
+  SceneRun run(engine, *scene->document, pool, folder.path().string());
+  FrameResults results(nullptr, FrameResults::Pictures::OfEveryFrame, {.width = 16, .height = 16});
+  run.AddListener(results);
+  if (const Status status = run.Run(*PlanFrames(*scene->document, {})); !status) return status.error().text;
+  std::string keys;
+  for (const Warning& warning : run.state().warnings.all()) {
+    if (warning.key.find("gas") != std::string::npos) keys += warning.key + " ";
+  }
+  return keys;
+}
+
+TEST(PictureMaker, APictureWithoutTheGasThatIsThereSaysWhy) {
+  const char *there = "[0, 0, 0]", *away = "[0, 0, 900]", *smoke = R"({ "type": "gas", "density": "smoke" })";
+  EXPECT_EQ(Told(there, smoke), "");
+  EXPECT_EQ(Told(away, smoke), "gas-unseen ");
+  EXPECT_EQ(Told(there, ""), "no-gas-material ");
+  EXPECT_EQ(Told(there, R"({ "type": "gas", "density": "other" })"), "gas-empty ");
+}
+
+// --- rehearsal ------------------------------------------------------------------------------------------------------
+
+// Smoke that a steady force carries along x: a camera has to see where it starts and where it ends.
+std::string Drifting(const std::string& more) {
+  return R"({ "orlix": 1, "fps": 24, "frames": [0, 12], "objects": [
+    { "type": "sphere", "name": "ball", "radius": 40, "position": [-150, 0, 0] },
+    { "type": "scene", "name": "S", "voxel_size": 0.1, "children": [
+      { "type": "fluid", "name": "Air", "container": [500, 200, 200], "anchor_mode": "centre", "margin": 100,
+        "face_x_min": "open", "face_x_max": "open", "forces": ["Wind"] },
+      { "type": "channel_scalar", "name": "smoke" },
+      { "type": "volume", "name": "source", "object": "ball" },
+      { "type": "emission_setting", "name": "rate", "value": 5 },
+      { "type": "channelsettings", "name": "pair", "channel": "smoke", "settings": "rate" },
+      { "type": "gridemitter", "volume": "source", "pairs": ["pair"] },
+      { "type": "force_gravity", "name": "Wind", "direction": [12, 0, 0] },
+      { "type": "cache", "mode": "record", "nodes": ["smoke"], "folder_source": "own", "folder": "caches" },
+      { "type": "grid_advection", "solver": "Air" },
+      { "type": "grid_advection", "solver": "Air", "channel": "smoke" } ] } ],
+    "materials": [ { "type": "gas", "density": "smoke" } ])" +
+         more + " }";
+}
+
+TEST(Rehearsal, ItsBoxHoldsTheGasOfAllAskedFramesAndNothingIsRecorded) {
+  const test::TemporaryFolder folder;
+  Engine engine;
+  WorkerPool pool(2);
+  const auto rehearse = [&](std::vector<int> frames) {
+    auto scene = ReadSceneText((folder / "s.json").string(), Drifting(""), engine.types);
+    EXPECT_TRUE(scene.ok()) << scene.error().text;
+    EXPECT_TRUE(WantsRehearsal(*scene->document));
+    return Rehearse(engine, *scene->document, pool, *PlanFrames(*scene->document, frames));
+  };
+  const FramedBox early = rehearse({1}), both = rehearse({1, 12});
+  ASSERT_FALSE(early.Empty() || both.Empty());
+  EXPECT_NEAR(early.low.x, -190, 25);
+  EXPECT_NEAR(early.high.y, 40, 25);
+  EXPECT_LE(both.low.x, early.low.x);
+  EXPECT_GT(both.high.x, early.high.x + 50);
+  EXPECT_TRUE(test::NamesIn(folder.path()).empty());
+}
+
+TEST(Rehearsal, ASceneWithACameraWantsNone) {
+  Engine engine;
+  const auto scene = ReadSceneText("s.json", Drifting(R"(, "camera": { "position": [0, 0, 900] })"), engine.types);
+  ASSERT_TRUE(scene.ok());
+  EXPECT_FALSE(WantsRehearsal(*scene->document));
 }
 
 }  // namespace

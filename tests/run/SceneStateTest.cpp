@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>
-
 #include <map>
+#include <random>
 
 #include "fluids/scene/RootObject.h"
 #include "globals/Hash.h"
+#include "host/files/HyperFile.h"
 #include "run/Checkpoint.h"
+#include "tests/support/GasScene.h"
+#include "tests/support/RepairHyperFile.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -17,6 +20,7 @@ namespace orlix {
 namespace {
 
 namespace fs = std::filesystem;
+using test::TemporaryFolder;
 
 // A hash for each item of state, by its place.
 class StateItems final : public StateVisitor {
@@ -158,42 +162,78 @@ void TryShippedScenes(const std::vector<int>& checkpointFrames, int more) {
 TEST(SceneState, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({1, 3}, 2); }
 TEST(SceneStateSlow, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({0, 5, 12, 20}, 6); }
 
-// Crates that collide in water, one that is let go, one that a force node pushes: in the midst of their contacts.
-constexpr const char* kBodyScene = R"({
-  "orlix": 1, "fps": 24, "frames": [0, 40],
-  "objects": [
-    { "type": "box", "name": "A", "size": [24, 24, 24], "position": [-8, 52, 3], "rotation": [20, 10, 30] },
-    { "type": "box", "name": "B", "size": [24, 24, 24], "position": [10, 80, -2], "rotation": [0, 40, 10] },
-    { "type": "sphere", "name": "C", "radius": 12, "segments": 8, "position": [-30, 70, 0],
-      "position@": { "keys": [[0, [-30, 70, 0]], [12, [-10, 60, 0], "linear"]] } },
-    { "type": "box", "name": "Floor", "size": [80, 8, 60], "position": [0, 0, 0] },
-    { "type": "box", "name": "Pool", "size": [80, 30, 60], "position": [0, 20, 0] },
-    { "type": "scene", "name": "Room", "voxel_size": 0.06, "max_substeps": 3, "rigid_walls": true, "rigid_slop": 0.01,
-      "children": [
-      { "type": "volume_multi", "name": "Crates", "objects": ["A", "B"],
-        "tags": [{ "type": "c4d_obstacle", "driven": false, "mass_mode": "density", "density": 600, "inertia": "solid",
-                   "record_motion": "substeps" }] },
-      { "type": "volume", "name": "Ball", "object": "C",
-        "tags": [{ "type": "c4d_obstacle", "driven@": { "keys": [[0, true], [7, true], [8, false]] }, "mass": 3 }] },
-      { "type": "volume", "name": "Ground", "object": "Floor", "tags": [{ "type": "c4d_obstacle", "driven": false }] },
-      { "type": "rigid_forces", "name": "Wind", "bodies": ["Crates"], "forces": ["Blow"], "sampling": "points" },
-      { "type": "force_gravity", "name": "Blow", "direction": [20, 0, 5] },
-      { "type": "volume", "name": "Pool volume", "object": "Pool" },
-      { "type": "particlegroup", "name": "Water" },
-      { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": "liquid", "volume": "Pool volume",
-        "settings": "At the start", "deep_limit": 1000 },
-      { "type": "particlemesh_emission_setting", "name": "At the start", "active_in": "First frame", "jitter": 0.5 },
-      { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
-      { "type": "liquid", "name": "Tank", "container": [80, 90, 60], "anchor_mode": "bottom", "face_y_max": "open",
-        "pressure_solver": "multigrid", "pressure_accuracy": 0.1, "forces": ["Fall"] },
-      { "type": "force_gravity", "name": "Fall", "strength": 0 },
-      { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid", "motion_source": "solvers",
-        "integrator": "heun", "collisions": "boundary", "kill_inside": false } ] } ] })";
-
 TEST(SceneState, BodiesGoOnInTheMidstOfTheirContacts) {
-  const test::TemporaryFolder folder;
-  test::WriteText(folder / "bodies.json", kBodyScene);
-  ExpectSameAfterRestore((folder / "bodies.json").string(), {2, 6, 9}, 4);
+  ExpectSameAfterRestore("scenes/dominoes_in_wave.json", {14, 20}, 3, 2);
+}
+
+// --- checkpoint -----------------------------------------------------------------------------------------------------
+
+// A box of still air.
+struct AirScene : test::GasScene {
+  AirScene() : GasScene({6, 6, 6}) {}
+};
+
+CheckpointHead HeadOf(int frame) {
+  CheckpointHead head;
+  head.frame = frame;
+  return head;
+}
+
+TEST(Checkpoint, TheHeadIsReadByItself) {
+  TemporaryFolder folder;
+  AirScene s;
+  s.StepThrough(0, 2);
+  CheckpointHead head = HeadOf(2);
+  head.sceneHash = 0xfedcba9876543210u;
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", head, s.hook).ok());
+  const auto read = ReadCheckpointHead(folder / "c");
+  ASSERT_TRUE(read.ok());
+  EXPECT_EQ(read->sceneHash, head.sceneHash);
+  EXPECT_EQ(read->frame, 2);
+  EXPECT_EQ(read->scenes, 1);
+  EXPECT_FALSE(ReadCheckpointHead(folder / "none").ok());
+  EXPECT_TRUE(HyperFile::Verify(0, folder / "c").ok());
+}
+
+TEST(Checkpoint, AnotherSceneIsRefused) {
+  TemporaryFolder folder;
+  AirScene s;
+  s.Step(0);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(0), s.hook).ok());
+  const auto refusal = [&](auto change) {
+    AirScene other;
+    change(other);
+    const Status status = RestoreCheckpoint(folder / "c", other.document, other.hook);
+    return status.ok() ? std::string() : status.error().text;
+  };
+  EXPECT_EQ(refusal([](AirScene&) {}), "");
+  EXPECT_NE(refusal([](AirScene& o) { o.fluid->name = "renamed"; }).find("renamed"), std::string::npos);
+  EXPECT_NE(refusal([](AirScene& o) { o.Add("channel_scalar", "third"); }), "");
+  EXPECT_NE(refusal([](AirScene& o) { o.document.RemoveObject(*o.fluid); }), "");
+  EXPECT_NE(refusal([](AirScene& o) { o.document.AddObject(RootSettings::Type()); }).find("1 scenes"),
+            std::string::npos);
+}
+
+// Mutants with checksums that agree.
+TEST(Checkpoint, MutantsAreRefusedOrRestored) {
+  constexpr int kMutants = 200;
+  TemporaryFolder folder;
+  AirScene s;
+  s.StepThrough(0, 1);
+  ASSERT_TRUE(WriteCheckpoint(folder / "c", HeadOf(1), s.hook).ok());
+  const std::string text = test::ReadText(folder / "c");
+  const auto* data = reinterpret_cast<const std::byte*>(text.data());
+  std::mt19937 random(5);
+  int refused = 0;
+  for (int mutant = 0; mutant < kMutants; mutant++) {
+    const auto bytes = test::MutantOf({data, data + text.size()}, 0x6F78636B, random);
+    test::WriteText(folder / "d", {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    AirScene restored;
+    const Status status = RestoreCheckpoint(folder / "d", restored.document, restored.hook);
+    EXPECT_TRUE(status.ok() || !status.error().text.empty());
+    refused += !status.ok();
+  }
+  EXPECT_GT(refused, kMutants / 2);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 // Every type that the program knows, from its table.
 
+#include <gtest/gtest.h>
+
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
@@ -12,6 +15,7 @@
 #include "scene_file/TypeReference.h"
 #include "scene_file/ValueReader.h"
 #include "tests/scene_file/RandomValues.h"
+#include "tests/scene_file/TestTypes.h"
 
 namespace orlix {
 namespace {
@@ -174,6 +178,16 @@ TEST(RegisteredTypes, TheSchemaHoldsEveryRow) {
     const auto& properties = schema.at("$defs").at(std::string(WrittenName(type))).at("properties");
     EXPECT_TRUE(properties.contains(row.key));
   });
+}
+
+// --- scene writer ---------------------------------------------------------------------------------------------------
+
+TEST(SceneWriter, AValueThatIsNoNumberIsNamed) {
+  BaseDocument document(test::Types());
+  document.AddObject(*test::Types().FindName("scene")).Set(1002, std::nan(""));
+  const auto text = WriteScene(document);
+  ASSERT_FALSE(text.ok());
+  EXPECT_NE(text.error().text.find("/objects/0/cell_size"), std::string::npos) << text.error().text;
 }
 
 }  // namespace

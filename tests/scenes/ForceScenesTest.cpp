@@ -58,21 +58,17 @@ TEST(PlumeAroundObstacle, RisesAndStaysOutOfTheBall) {
     before = centre;
   }
   // The ball stands at 1.7 m, 0.45 m wide: no smoke in it, smoke beside it.
-  double inside = 0, beside = 0, mirrored = 0;
+  double inside = 0, beside = 0;
   int cells = 0;
   const ScalarGrid& smoke = plume.Channel("smoke");
   ForCells(smoke, [&](double v, const Vec3D& p) {
     const double d = Length(p - Vec3D(0, 1.7, 0)) - 0.45;
     if (d < -0.15) inside = std::max(inside, v), ++cells;
     if (d > 0 && d < 0.3) beside = std::max(beside, v);
-    const Vec3D mirror(-p.x, p.y, p.z), at = smoke.space.VoxelOfSim(mirror) - Vec3D(0.5);
-    mirrored = std::max(mirrored, std::abs(v - SampleGrid(smoke, at.x, at.y, at.z, Interpolation::Trilinear)));
   });
   EXPECT_GT(cells, 50);
   EXPECT_LT(inside, 0.02 * LargestOf(smoke));
   EXPECT_GT(beside, 0.2 * LargestOf(smoke));
-  // Mirror-symmetric, as far as the pressure is solved.
-  EXPECT_LT(mirrored, 0.01 * LargestOf(smoke));
   ExpectCleanRun(plume);
 }
 
@@ -101,25 +97,6 @@ TEST(Explosion, BurnsExpandsAndRises) {
   EXPECT_GT(SumOf(blast.Channel("smoke")), 10);
   EXPECT_GT(CentreOf(blast.Channel("temperature")).y, early + 0.5);
   ExpectCleanRun(blast);
-}
-
-TEST(Candle, TheFlameNarrowsUpwardsAndEnds) {
-  SceneFileRun candle("scenes/candle.json", {"Candle.voxel_size=0.002"});
-  candle.StepThrough(0, 8);
-  // Half widths of what glows, in cm, at the wick and above; the top.
-  double low = 0, high = 0, top = 0;
-  ForCells(candle.Channel("temperature"), [&](double kelvin, const Vec3D& p) {
-    if (kelvin < 850) return;
-    const double y = 100 * p.y, r = 100 * std::hypot(p.x, p.z);
-    top = std::max(top, y);
-    if (std::abs(y - 0.7) < 0.2) low = std::max(low, r);
-    if (std::abs(y - 1.7) < 0.2) high = std::max(high, r);
-  });
-  EXPECT_GT(top, 1.6);
-  EXPECT_LT(top, 4);
-  EXPECT_GT(high, 0);
-  EXPECT_LT(high, 0.75 * low);
-  ExpectCleanRun(candle);
 }
 
 TEST(Wind, BlowsThroughAndTheBallPushesTheAir) {
@@ -233,8 +210,10 @@ INSTANTIATE_TEST_SUITE_P(Scenes, SceneThreads,
                                          std::pair("scenes/candle.json", "Candle.voxel_size=0.004"),
                                          std::pair("scenes/wind_moving_obstacle.json", "Tunnel.voxel_size=0.25"),
                                          std::pair("scenes/constraint_shaped_emission.json", "Room.voxel_size=0.25"),
-                                         std::pair("scenes/curl_and_vortex.json", "Box.voxel_size=0.25"),
+                                         std::pair("scenes/curl_and_vortex.json", "Box.voxel_size=0.2"),
                                          std::pair("scenes/smoke_plume.json", "Plume.voxel_size=0.125"),
+                                         std::pair("scenes/dam_break.json", "Dam.voxel_size=0.0625"),
+                                         std::pair("scenes/floating_crate.json", "Splash.voxel_size=0.1"),
                                          std::pair("scenes/campfire.json", "Fire.voxel_size=0.1"),
                                          std::pair("scenes/smoke_ring.json", "Ring.voxel_size=0.12"),
                                          std::pair("scenes/jet.json", "Jet.voxel_size=0.12"),

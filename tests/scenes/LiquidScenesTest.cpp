@@ -9,6 +9,7 @@
 #include "fluids/surfacing/ImplicitMesher.h"
 #include "tests/fluids/surfacing/MeshCheck.h"
 #include "tests/support/SceneFileRun.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace orlix {
 namespace {
@@ -87,50 +88,6 @@ TEST(LiquidScenesSlow, TheGlassHoldsWhatIsPoured) {
   EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.y < 0.5; }), 0.3);
 }
 
-TEST(LiquidScenesSlow, TheFountainRisesAndRunsOff) {
-  SceneFileRun run = RunOf("fountain", "Fountain", 0.05);
-  run.StepThrough(0, 60);
-  // v^2 / 2 g of 5 m/s is 1.27 m; a jet of three cells loses part of it to the water that falls back.
-  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.y > 0.5; }), 0.01);
-  EXPECT_EQ(Share(run, "Water", [](const Vec3D& p) { return p.y > 1.8; }), 0);
-  std::int64_t left = 0;
-  for (const SubstepReport& report : run.reports) {
-    for (const LiquidReport& liquid : report.liquids) left += liquid.left;
-  }
-  EXPECT_GT(left, 0) << "the open sides take what runs off";
-}
-
-TEST(LiquidScenesSlow, TheBallThrowsACrownUp) {
-  SceneFileRun run = RunOf("ball_into_pool", "Splash", 0.0625);
-  run.StepThrough(0, 4);
-  EXPECT_EQ(Share(run, "Water", [](const Vec3D& p) { return p.y > 0.8; }), 0);
-  double highest = 0;
-  for (int frame = 5; frame <= 24; ++frame) {
-    run.StepThrough(frame, frame);
-    highest = std::max(highest, Share(run, "Water", [](const Vec3D& p) { return p.y > 0.9; }));
-  }
-  EXPECT_GT(highest, 0.0004);
-}
-
-TEST(LiquidScenesSlow, TheShakenTankClimbsItsWalls) {
-  SceneFileRun run = RunOf("shaken_tank", "Lab", 0.05);
-  double left = 0, right = 0;
-  for (int frame = 0; frame <= 96; ++frame) {
-    run.StepThrough(frame, frame);
-    left = std::max(left, Share(run, "Water", [](const Vec3D& p) { return p.x < 0.2 && p.y > 0.7; }));
-    right = std::max(right, Share(run, "Water", [](const Vec3D& p) { return p.x > 1.4 && p.y > 0.7; }));
-  }
-  EXPECT_GT(left, 0.01);
-  EXPECT_GT(right, 0.01);
-}
-
-TEST(LiquidScenesSlow, TheWaveMeetsTheMesh) {
-  SceneFileRun run = RunOf("dam_break_on_mesh", "Dam", 0.05);
-  run.StepThrough(0, 24);
-  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.x > 2.4; }), 0.05) << "beyond the obstacle";
-  EXPECT_GT(Share(run, "Water", [](const Vec3D& p) { return p.x > 2.4 && p.y > 0.5; }), 0.005) << "up the far wall";
-}
-
 // Honey heaps up on the plate, from which water runs off.
 TEST(LiquidScenesSlow, HoneyStandsWhereWaterWouldRun) {
   const auto heaped = [](const char* viscosity) {
@@ -147,6 +104,97 @@ TEST(LiquidScenesSlow, HoneyStandsWhereWaterWouldRun) {
   const int honey = heaped("0.6"), water = heaped("0");
   EXPECT_GT(honey, 2 * water);
   EXPECT_GT(honey, 500);
+}
+
+// --- liquid cache ---------------------------------------------------------------------------------------------------
+
+// A liquid whose velocity a cache plays back.
+
+// The dam break at a coarse resolution, with one sub-step a frame and a cache of the tank's velocity.
+std::string Dam(const std::string& mode, bool follow) {
+  return test::SceneTextWith(
+      "scenes/dam_break.json",
+      {{R"("fps": 24)", R"("fps": 96)"},
+       {R"("voxel_size": 0.04)", R"("voxel_size": 0.1, "substep_mode": "fixed_count")"},
+       {R"("max_substeps": 7)", R"("max_substeps": 0)"},
+       {R"("name": "Tank",)", R"("name": "Tank", "follow_cache": )" + std::string(follow ? "true," : "false,")},
+       {R"({ "type": "particlegroup")",
+        R"({ "type": "cache", "name": "Film", "mode": ")" + mode +
+            R"(", "nodes": ["Tank"], "folder_source": "own", "folder": "film" }, { "type": "particlegroup")"}});
+}
+
+struct Motion {
+  double front = 0, speed = 0;  // m; m/s, the mean
+};
+Motion MotionAt(const test::TemporaryFolder& folder, const std::string& mode, bool follow, int frame) {
+  test::WriteText(folder / "dam.json", Dam(mode, follow));
+  test::SceneFileRun run((folder / "dam.json").string());
+  run.StepThrough(0, frame);
+  const ParticleList& list = *run.Get<ParticleGroup>("Water").list(PK_Liquid);
+  Motion motion;
+  for (int n = 0; n < list.count(); ++n) {
+    motion.front = std::max(motion.front, list.Position(n).x);
+    motion.speed += Length(list.Velocity(n)) / list.count();
+  }
+  EXPECT_GT(list.count(), 1000);
+  return motion;
+}
+
+TEST(LiquidCache, PlayedVelocitiesMoveTheParticlesAsTheyDid) {
+  const test::TemporaryFolder folder;
+  const Motion recorded = MotionAt(folder, "record", false, 30);
+  const Motion played = MotionAt(folder, "playback", true, 30), still = MotionAt(folder, "playback", false, 30);
+  EXPECT_GT(recorded.front, 1.05);
+  EXPECT_NEAR(played.front, recorded.front, 0.05);
+  EXPECT_NEAR(played.speed, recorded.speed, 0.1 * recorded.speed);
+  EXPECT_NEAR(still.front, recorded.front, 0.05) << "advection follows what is played in any case";
+  EXPECT_EQ(still.speed, 0) << "but particles learn their velocity only when they follow";
+}
+
+// --- liquid messages ------------------------------------------------------------------------------------------------
+
+// What a liquid tells where a user would wonder: the dam break with something missing or misplaced.
+
+struct Case {
+  std::vector<std::pair<std::string, std::string>> changes;
+  std::string told;  // part of the only warning; none where it is empty
+};
+
+TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
+  const std::string group = R"({ "type": "particlegroup", "name": "Water" },)";
+  const Case cases[] = {
+      {{}, ""},
+      {{{R"({ "type": "force_gravity", "name": "Fall", "strength": 0 },)", ""}}, "add a force_gravity"},
+      {{{R"("group": "Water", "kind": "liquid", "motion_source")",
+         R"("group": "Other", "kind": "liquid", "motion_source")"},
+        {group, group + R"({ "type": "particlegroup", "name": "Other" },)"}},
+       "add a particle_advection"},
+      {{{R"("position": [50, 50, 50])", R"("position": [5000, 50, 50])"}}, "stand outside the container"},
+      {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "deep_subdivision": 0, "shallow_subdivision": 0)"}},
+       "raise deep_subdivision"},
+      {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "properties": ["Small"])"},
+        {group, group + R"({ "type": "property_radius", "name": "Small", "value": 0.1 },)"}},
+       "raise property_radius"},
+      {{{R"("active_in": "First frame")", R"("active_in": "Never")"},
+        {group,
+         group +
+             R"({ "type": "duration", "name": "Never", "use_frames": true, "start_frame": 5000, "length_frames": 1 },)"}},
+       "no particle in the whole run"},
+  };
+  for (const Case& c : cases) {
+    const test::TemporaryFolder folder;
+    test::WriteText(folder / "dam.json", test::SceneTextWith("scenes/dam_break.json", c.changes));
+    test::SceneFileRun run((folder / "dam.json").string(), {"Dam.voxel_size=0.08"});
+    run.StepThrough(0, 5);
+    run.hook.Conclude();
+    int told = 0;
+    for (const std::string& warning : run.warnings) {
+      if (warning.find("Tank") == std::string::npos) continue;
+      ++told;
+      EXPECT_NE(warning.find(c.told), std::string::npos) << warning;
+    }
+    EXPECT_EQ(told, c.told.empty() ? 0 : 1) << c.told;
+  }
 }
 
 }  // namespace

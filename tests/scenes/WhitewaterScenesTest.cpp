@@ -31,20 +31,15 @@ TEST(BreakingWave, HasAllClassesAndTheSameBitsAtAnyNumberOfWorkers) {
 
 // The dam break of the benchmark, coarse and with one sub-step a frame; caches hold the liquid and its velocity.
 std::string CachedDam(const std::string& mode) {
-  std::string text = test::ReadText(std::filesystem::path(SourceFolder()) / "benchmarks/scenes/whitewater.json");
-  const auto replace = [&](const std::string& from, const std::string& to) {
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    text.replace(at, from.size(), to);
-  };
-  replace(R"("voxel_size": 0.015625)", R"("voxel_size": 0.0625)");
-  replace(R"("max_substeps": 2)", R"("max_substeps": 0)");
   const std::string common = R"(, "mode": ")" + mode + R"(", "folder_source": "own", "folder": "film" },)";
-  replace(R"({ "type": "particlegroup")",
-          R"({ "type": "cache", "name": "Velocities", "nodes": ["Tank"])" + common +
-              R"({ "type": "cache_particle", "name": "Drops", "groups": [{ "object": "Water", "kind": "liquid" }])" +
-              common + R"({ "type": "particlegroup")");
-  return text;
+  return test::SceneTextWith(
+      "benchmarks/scenes/whitewater.json",
+      {{R"("voxel_size": 0.015625)", R"("voxel_size": 0.0625)"},
+       {R"("max_substeps": 2)", R"("max_substeps": 0)"},
+       {R"({ "type": "particlegroup")",
+        R"({ "type": "cache", "name": "Velocities", "nodes": ["Tank"])" + common +
+            R"({ "type": "cache_particle", "name": "Drops", "groups": [{ "object": "Water", "kind": "liquid" }])" +
+            common + R"({ "type": "particlegroup")"}});
 }
 
 TEST(Whitewater, APassOverACachedLiquidMakesWhatTheLiveOneMade) {

@@ -92,7 +92,7 @@ void ComparesWithTheColumn(double cell, const std::string& name) {
   EXPECT_GT(compared, 20);
 }
 
-TEST(ColumnSlow, FrontAndHeightAreTheMeasuredOnes) { ComparesWithTheColumn(0.05, "coarse"); }
+TEST(Column, FrontAndHeightAreTheMeasuredOnes) { ComparesWithTheColumn(0.05, "coarse"); }
 TEST(ColumnSlow, FrontAndHeightAreTheMeasuredOnesAtTwiceTheResolution) { ComparesWithTheColumn(0.025, "fine"); }
 
 // --- rest, fall, waves

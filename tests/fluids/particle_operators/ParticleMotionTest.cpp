@@ -62,30 +62,6 @@ TEST(ParticleMotion, DragComesToTheFieldsVelocityLessItsBuoyancy) {
   EXPECT_NEAR(p.GetVelocity().y, terminal * (1 - left), 1e-12);
 }
 
-TEST(ParticleMotion, ARotationBringsParticlesBackToTheIntegratorsOrder) {
-  // One turn in a second about the middle of the box; trilinear interpolation is exact there.
-  const Vec3D middle(2.5, 2.5, 2.5), start(3.7, 2.9, 2.5);
-  const double turn = 2 * std::numbers::pi;
-  MotionRig rig({20, 20, 20},
-                [=](const Vec3D& x) { return Vec3D(-(x.y - middle.y) * turn, (x.x - middle.x) * turn, 0); });
-  int checked = 0;
-  for (int method = 0; method < 4; ++method, ++checked) {
-    double error[2];
-    for (const int fine : {0, 1}) {
-      const int steps = fine ? 128 : 64;
-      rig.settings.integrator = static_cast<Integrator>(method);
-      rig.settings.dt = 1.0 / steps;
-      rig.list().Clear();
-      const OrlixParticle q = rig.Add(start, {7, 7, 7});
-      rig.Step(steps);
-      error[fine] = Length(q.GetPosition() - start);
-      EXPECT_EQ(q.GetVelocity(), Vec3D(7, 7, 7)) << "a traced particle keeps its own velocity";
-    }
-    EXPECT_NEAR(std::log2(error[0] / error[1]), method + 1, 0.25) << method;
-  }
-  EXPECT_EQ(checked, 4);
-}
-
 TEST(ParticleMotion, FlagsAndTheSolidChooseHowAParticleMoves) {
   MotionRig rig({20, 20, 20}, [](const Vec3D&) { return Vec3D(1, 0, 0); });
   rig.bench.SetSolid([](const Vec3D& p) { return Length(p - Vec3D(10, 10, 10)) - 4; });

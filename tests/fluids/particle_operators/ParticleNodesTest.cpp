@@ -19,8 +19,8 @@ using test::GasScene;
 
 // A box of a metre with still air and a group of particles, stepped a frame at a time.
 struct ParticleScene : GasScene {
-  explicit ParticleScene(int workers = 1)
-      : GasScene({18, 18, 18}, workers),
+  ParticleScene()
+      : GasScene({18, 18, 18}, 2),
         group(&Add("particlegroup", "Group")),
         advection(&Add("particle_advection", "Move")) {
     advection->Set(ParticleAdvection::kGroupId, LinkTo(*group));
@@ -136,79 +136,6 @@ TEST(ParticleForces, SumsAccelerationsIntoAVelocityOrAProperty) {
   EXPECT_NEAR(Length(p.GetVelocity() - Vec3D(4 * 3 * dt, 1 - 4 * 9.81 * dt, 0)), 0, 1e-12);
   EXPECT_NEAR(Length(p.GetVectorOr(key, {}) - Vec3D(3, 0, 0)), 0, 1e-12) << "set, and per second";
   EXPECT_FALSE(other.Has(key));
-}
-
-TEST(ParticleOperators, TellWhereNothingHappens) {
-  test::TestScene scene;
-  scene.Add("particle_advection", "Move");
-  scene.Add("particle_forces", "Forces");
-  BaseObject& down = scene.Add("pforce_acceleration", "Down");
-  down.Set(ParticleForce_Acceleration::kStrengthId, 0.0), down.Set(ParticleForce_Acceleration::kDirectionId, Vec3D());
-  for (const char* type : {"pforce_tension", "pforce_correct"})
-    scene.Add(type, type).Set(ParticleForce_SurfaceTension::kStrengthId, 0.0);
-  scene.Add("iop_repulsion", "Bounce").Set(InstantOperator_Repulsion::kBounceId, 0.0);
-  scene.Add("iop_spawn", "Burst").Set(InstantOperator_Spawn::kCountId, std::int64_t(0));
-  scene.Step(0);
-  std::vector<std::string> told;
-  for (const auto& [node, text] : scene.warnings) {
-    EXPECT_NE(text.find("; "), std::string::npos) << "a remedy";
-    told.push_back(node);
-  }
-  const auto count = [&](const char* name) {
-    return std::count(told.begin(), told.end(), std::string("Scene/") + name);
-  };
-  EXPECT_EQ(count("Move"), 2);
-  EXPECT_EQ(count("Forces"), 2);
-  EXPECT_EQ(count("Down"), 3);
-  EXPECT_EQ(count("pforce_tension") + count("pforce_correct"), 4);
-  EXPECT_EQ(count("Bounce") + count("Burst"), 2);
-}
-
-// All operators at once; particles hit a ball, burst, draw together and are kept apart.
-std::vector<std::uint64_t> RunAll(int workers) {
-  ParticleScene scene(workers);
-  scene.AddObstacle("Ball", "sphere", scene.Centre(), 0.2);
-  scene.advection->Set(ParticleAdvection::kExtraIterationsId, std::int64_t(2));
-  scene.advection->Set(ParticleAdvection::kKillInsideId, false);
-  scene.Add("iop_repulsion", "Bounce").Set(InstantOperator_Repulsion::kBounceId, 1.5);
-  scene.Add("iop_spawn", "Burst");
-  BaseObject& down = scene.Add("pforce_acceleration", "Down");
-  BaseObject& noise = scene.Add("constraint_noise", "Noise");
-  noise.Set(NoiseConstraint::kFeatureSizeId, 0.3);
-  BaseObject& forces = scene.Add("particle_forces", "Forces");
-  forces.Set(ParticleForces::kForcesId, scene.ListOf({&down}));
-  forces.Set(kConstraintsId, scene.ListOf({&noise}));
-  for (const char* type : {"pforce_tension", "pforce_correct"}) {
-    BaseObject& object = scene.Add(type, type);
-    object.Set(ParticleForce_SurfaceTension::kGroupId, scene.LinkTo(*scene.group));
-    object.Set(std::string(type) == "pforce_tension" ? ParticleForce_SurfaceTension::kKindId
-                                                     : ParticleForce_Corrector::kKindId,
-               std::int64_t(PK_Diffuse));
-    object.Set(kConstraintsId, scene.ListOf({&noise}));
-    object.Set(ParticleForce_SurfaceTension::kStrengthId, 20.0);
-  }
-  scene.Start();
-  BaseParticleData data;
-  for (int n = 0; n < 800; ++n) {
-    const double a = 0.1 + 0.8 * (n % 29) / 29, b = 0.1 + 0.8 * (n / 29) / 29;
-    data.position = {a, 0.75 + 0.003 * (n % 7), b};
-    data.velocity = {0, -3, 0};
-    data.flags = static_cast<std::uint16_t>(ParticleFlag::Alive | (n % 3 == 0   ? 0
-                                                                   : n % 3 == 1 ? ParticleFlag::Ballistic
-                                                                                : ParticleFlag::Drag));
-    scene.List().Append(1, data);
-  }
-  scene.Next(4);
-  EXPECT_GT(scene.List().count(), 1000) << "there were children";
-  std::vector<std::uint64_t> hashes;
-  for (const SubstepReport& report : scene.reports) hashes.push_back(report.hash);
-  return hashes;
-}
-
-TEST(ParticleOperatorsThreads, SameBitsForAnyNumberOfWorkers) {
-  const std::vector<std::uint64_t> one = RunAll(1);
-  EXPECT_GT(one.size(), 5u);
-  for (const int workers : {2, 3, 8}) EXPECT_EQ(RunAll(workers), one) << workers;
 }
 
 }  // namespace

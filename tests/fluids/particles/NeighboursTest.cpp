@@ -9,6 +9,7 @@
 #include "fluids/particles/NeighbourWalk.h"
 #include "fluids/particles/ParticleSort.h"
 #include "tests/support/TestScene.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -231,8 +232,7 @@ TEST(ParticleSort, CellsHoldTheirParticlesInIndexOrder) {
 }
 
 TEST(ParticleSort, TheSameAtAnyNumberOfWorkersAndWhereCellsAreFewAndFarBetween) {
-  std::vector<std::int32_t> expected, expectedCells;
-  for (const int workers : {1, 2, 3, 8}) {
+  test::SameForAnyWorkers([](int workers) {
     SortScene s(workers);
     // Of two thousand million cells; nearly all particles lie in a few of them.
     s.space.Build({1280, 1280, 1280}, Vec3D(1280), 1, {});
@@ -242,14 +242,12 @@ TEST(ParticleSort, TheSameAtAnyNumberOfWorkersAndWhereCellsAreFewAndFarBetween) 
     sort.Sort(s.groups, false, s.scene.pool);
     const std::vector<std::int32_t> entries(sort.AllEntries().begin(), sort.AllEntries().end());
     const std::vector<std::int32_t> cells(sort.Cells().begin(), sort.Cells().end());
-    if (expected.empty()) expected = entries, expectedCells = cells;
-    EXPECT_EQ(entries, expected);
-    EXPECT_EQ(cells, expectedCells);
     EXPECT_GT(entries.size(), 10000u);
     EXPECT_LT(sort.Bytes(), 2000000);
-    ASSERT_EQ(sort.Entries(cells.back()).size(), 1u);
+    EXPECT_EQ(sort.Entries(cells.back()).size(), 1u);
     EXPECT_EQ(sort.ParticleAt(sort.Entries(cells.back())[0]).index(), 100);
-  }
+    return std::pair(entries, cells);
+  });
 }
 
 TEST(ParticleSort, WhatDidNotMoveIsNotSortedAgainAndTheFlagsStand) {

@@ -4,33 +4,15 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "fluids/caches/StateFile.h"
 #include "fluids/helpers/Property.h"
 #include "fluids/particles/GroupList.h"
-#include "fluids/scene/StateCheck.h"
 #include "tests/fluids/particles/StirNode.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace orlix {
 namespace {
 
 using test::StirScene;
 using test::TestScene;
-
-constexpr std::uint32_t kIdent = 0x74737474;
-
-TEST(ParticleGroup, TheSameBitsAtAnyNumberOfWorkers) {
-  std::vector<std::uint64_t> hashes;
-  for (const int workers : {1, 2, 3, 8}) {
-    StirScene s(workers);
-    s.StepThrough(0, 5);
-    hashes.push_back(s.scene().HashState());
-    EXPECT_EQ(hashes.back(), hashes.front());
-    EXPECT_GT(s.group().Count(PK_Diffuse), 10000);
-  }
-}
 
 TEST(ParticleGroup, TheStatisticsCountWhoCameAndWent) {
   StirScene s(2);
@@ -50,16 +32,6 @@ TEST(ParticleGroup, TheStatisticsCountWhoCameAndWent) {
   EXPECT_EQ(s.reports.back().groups[0].born, 3000);
   EXPECT_LT(s.reports.back().groups[0].died, 400);  // its own, not all that were there
   EXPECT_EQ(s.reports.back().particles, 3000 - s.reports.back().groups[0].died);
-}
-
-TEST(ParticleGroup, TheNodeThatMadeNoNumberIsNamedWithTheParticle) {
-  StirScene s;
-  s.stir->Set(3, std::int64_t(2));
-  s.StepThrough(0, 4);
-  ASSERT_TRUE(s.scene().failure());
-  EXPECT_EQ(s.scene().failure()->kind, ErrorKind::Diverged);
-  EXPECT_NE(s.scene().failure()->text.find("\"Scene/Stir\" made a value that is no number"), std::string::npos);
-  EXPECT_NE(s.scene().failure()->text.find("in the velocity of particle 8,"), std::string::npos);
 }
 
 TEST(ParticleGroup, BoundsHoldEachParticleWithItsRadiusAndACell) {
@@ -131,91 +103,7 @@ TEST(ParticleGroup, AListChoosesKindsByItsFlags) {
   EXPECT_EQ(all[1].kind, PK_Liquid);
 }
 
-TEST(ParticleGroup, TheStateGoesToAFileAndBackWhole) {
-  test::TemporaryFolder folder;
-  StirScene s;
-  s.StepThrough(0, 3);
-  s.group().At(PK_Diffuse, 5000).SetOrAddState({99, 7}, true);
-  const std::uint64_t expected = s.scene().HashState();
-  {
-    HyperFile file;
-    ASSERT_TRUE(file.Open(kIdent, folder / "state", HyperFile::Mode::Write));
-    StateWriter writer(file);
-    s.scene().VisitState(writer);
-    ASSERT_TRUE(file.Close().ok());
-  }
-  StirScene other;
-  other.StepThrough(0, 1);
-  HyperFile file;
-  ASSERT_TRUE(file.Open(kIdent, folder / "state", HyperFile::Mode::Read));
-  StateReader reader(file, "state");
-  other.scene().VisitState(reader);
-  ASSERT_TRUE(reader.status().ok()) << reader.status().error().text;
-  EXPECT_EQ(other.scene().HashState(), expected);
-  EXPECT_TRUE(other.group().At(PK_Diffuse, 5000).GetStateOr({99, 7}, false));
-  EXPECT_EQ(other.group().list(PK_Diffuse)->Links(3).size(), 2u);
-  s.Step(4);
-}
-
-// Answers a walk over a list with bytes of its own.
-class HostileFile final : public StateVisitor {
- public:
-  explicit HostileFile(unsigned seed) : random_(seed) {}
-  void VisitGrid(const char*, std::unique_ptr<ScalarGrid>&) override {}
-  void VisitBytes(const char* name, void* bytes, std::size_t size) override {
-    if (!Good()) return;
-    auto* to = static_cast<std::uint8_t*>(bytes);
-    const bool asItIs = random_() % 3 != 0 && size < 64;
-    for (std::size_t n = 0; n < size && !asItIs; n += size < 64 ? 1 : 1 + random_() % 61) {
-      to[n] = static_cast<std::uint8_t>(random_() % 4 == 0 ? random_() : n == 0 ? random_() % 20 : 0);
-    }
-    items += 1;
-    if (std::string_view(name) == "positions") ++chunks;
-    if (chunks > 3 || random_() % 100 == 0) Refuse("the file ends");
-  }
-  bool Reading() const override { return true; }
-  bool Good() const override { return good_; }
-  void Refuse(const std::string&) override { good_ = false; }
-  int items = 0, chunks = 0;
-
- private:
-  std::mt19937 random_;
-  bool good_ = true;
-};
-
-TEST(ParticleList, WhatAFileSaysIsNotBelieved) {
-  int chunks = 0, whole = 0;
-  for (unsigned seed = 0; seed < 100; ++seed) {
-    ParticleList list;
-    HostileFile file(seed);
-    list.VisitState(file);
-    chunks += file.chunks, whole += file.Good();
-    // Memory came only for what the file had, and what was taken is a list like any other.
-    EXPECT_LE(list.Bytes(), 30 * (std::int64_t(1) << 23));
-    for (std::int32_t i = 0; i < list.count(); i += 97) OrlixParticle(&list, i).Kill();
-    list.RemoveDead(seed % 2);
-    StateHasher hasher;
-    list.VisitState(hasher);
-  }
-  EXPECT_GT(chunks, 10);
-  EXPECT_GT(whole, 2);
-}
-
 TEST(PropertyIds, FixedNodesGiveTheirNumberAndType) {
-  std::int32_t type = 1300044;
-  std::string name;
-  EXPECT_EQ(MapPropertyNode(type, name), PP::Radius);
-  EXPECT_EQ(type, 1300037);
-  EXPECT_EQ(name, "Radius");
-  type = 1300097;
-  EXPECT_EQ(MapPropertyNode(type, name), PP::ExternalForce);
-  EXPECT_EQ(type, 1300038);
-  EXPECT_EQ(name, "External Force");
-  name.clear();
-  for (std::int32_t unknown : {1300036, 1300037, 1300098, 0}) {
-    EXPECT_EQ(MapPropertyNode(unknown, name), -1);
-    EXPECT_EQ(name, "");
-  }
   TestScene s;
   int nodes = 0;
   for (const PropertyInfo& info : PropertyTable()) {

@@ -133,34 +133,6 @@ TEST(ParticleList, AgreesWithAPlainModelInAnyOrderOfOperations) {
   m.Compare();
 }
 
-TEST(ParticleList, VelocityAndPositionAnswerLikeVectors) {
-  ParticleList list;
-  list.Append(1, {});
-  const OrlixParticle p(&list, 0);
-  EXPECT_TRUE(p.Has(PP::Velocity) && p.Has(PP::Position) && !p.Has(PP::Normal));
-  EXPECT_TRUE(p.SetVector(PP::Velocity, {1, 2, 3}) && p.AddVector(PP::Velocity, {1, 0, 0}));
-  EXPECT_EQ(p.GetVelocity(), Vec3D(2, 2, 3));
-  EXPECT_FALSE(p.SetReal(PP::Mass, 2) || p.AddVector(PP::Normal, {1, 0, 0}) || p.SetState(50, true));
-  EXPECT_FALSE(p.SetOrAddVector(PP::Mass, {1, 0, 0}) || p.SetOrAddState(PP::Normal, true));
-  EXPECT_TRUE(p.SetOrAddState(50, true) && p.GetStateOr(50, false));
-  EXPECT_FALSE(OrlixParticle(&list, 1) || OrlixParticle(&list, -1) || OrlixParticle(nullptr, 0));
-}
-
-TEST(ParticleList, TwoNodesKeepTwoValuesUnderOneNumber) {
-  ParticleList list;
-  BaseParticleData data;
-  data.SetReal(kUserB, 2);
-  data.SetReal(kUserA, 1);
-  list.Append(2, data);
-  const OrlixParticle p(&list, 1);
-  EXPECT_EQ(p.GetRealOr(kUserA, 0), 1);
-  EXPECT_EQ(p.GetRealOr(kUserB, 0), 2);
-  EXPECT_EQ(p.GetRealOr(80, 0), 2);  // the first that came
-  EXPECT_TRUE(p.Remove(kUserB));
-  EXPECT_EQ(p.GetRealOr(80, 0), 1);
-  EXPECT_FALSE(p.Remove(kUserB));
-}
-
 TEST(ParticleList, TheMassOfTheDeadGoesToTheirPartners) {
   for (const bool keepOrder : {false, true}) {
     ParticleList list;

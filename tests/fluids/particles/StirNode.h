@@ -1,5 +1,5 @@
 #pragma once
-// A node that fills a group, moves its particles, kills some and, when asked for, spoils one.
+// A node that fills a group, moves its particles and kills some.
 
 #include "fluids/particles/ParticleGroup.h"
 #include "tests/support/TestScene.h"
@@ -11,8 +11,7 @@ class StirNode final : public iObject {
   StirNode(BaseList2D* object, OrlixScene& owner) : iObject(object, owner) { stageMask = StageBit(kStageOperators); }
   static const TypeInfo& Type() {
     static constexpr Parameter kRows[] = {LinkParameter(1, "group", kLinkParticles, "what is stirred"),
-                                          IntParameter(2, "born", 3000, "", "particles a sub-step"),
-                                          IntParameter(3, "spoil_frame", -1, "", "makes a NaN in this frame")};
+                                          IntParameter(2, "born", 3000, "", "particles a sub-step")};
     static const TypeInfo kType = [] {
       TypeInfo type;
       type.id = 9101;
@@ -48,14 +47,12 @@ class StirNode final : public iObject {
   void Process(ProcessData& data) override {
     if (!ranges_.Has(data.threadIndex)) return;
     const ParticleList& list = *group_->list(PK_Diffuse);
-    const bool spoil = GetSimulationInfo().frame == handler.GetInt(3);
     list.ForEachChunk(ranges_.begin[data.threadIndex], ranges_.end[data.threadIndex], [&](const ParticleRows& rows) {
       for (std::int32_t r = rows.begin; r < rows.end; ++r) {
         const std::int32_t id = rows.ids()[r];
         rows.EditPositions()[r] = rows.positions()[r] * 1.01 + Vec3D(0.001 * (id % 7));
         rows.EditVelocities()[r] = rows.positions()[r] - Vec3D(1);
         if (id % 5 == 4 && rows.positions()[r].x > 0.5) rows.EditFlags()[r] &= ~ParticleFlag::Alive;
-        if (spoil && id == 8) rows.EditVelocities()[r].y = NAN;
       }
     });
   }

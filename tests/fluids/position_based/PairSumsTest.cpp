@@ -229,22 +229,6 @@ TEST(PositionBasedStep, HasTheSameBitsAtAnyNumberOfWorkers) {
   });
 }
 
-// Corrections and viscosity act between pairs: what one gets, the other loses.
-TEST(PositionBasedStep, KeepsTheMomentum) {
-  Liquid liquid;
-  WorkerPool pool(1);
-  liquid.Run(pool);
-  Vec3D moved, changed;
-  double size = 0;
-  for (int i = 0; i < liquid.list.count(); ++i) {
-    moved += liquid.step.CorrectionAt(i), changed += liquid.step.VelocityChangeAt(i);
-    size += Length(liquid.step.CorrectionAt(i));
-  }
-  EXPECT_GT(size, 0.1);
-  EXPECT_LT(Length(moved), 1e-5 * size);
-  EXPECT_LT(Length(changed), 1e-4);
-}
-
 TEST(PositionBasedStep, LeavesWhatIsAloneOrAtRest) {
   WorkerPool pool(1);
   Liquid alone(1);

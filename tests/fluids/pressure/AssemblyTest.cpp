@@ -90,31 +90,6 @@ TEST(Projection, ConvergedFlowCarriesTheSourceInEachCell) {
   }
 }
 
-TEST(Projection, UniformFlowInAClosedBoxComesToRest) {
-  Projection p({16, 18, 17}, kClosed);
-  for (int axis = 0; axis < 3; ++axis) p.problem.velocity[axis]->Fill(axis == 1 ? -9.81 * kDt : 0.5);
-  p.Run(1e-13, nullptr, 1.23);
-  int faces = 0;
-  for (int axis = 0; axis < 3; ++axis) {
-    p.problem.ForCells([&](int i, int j, int k) {
-      ASSERT_NEAR((*p.problem.velocity[axis])(i, j, k), 0, 1e-10);
-      ++faces;
-    });
-  }
-  EXPECT_GT(faces, 3000);
-}
-
-TEST(Projection, FlowWithoutDivergenceKeepsItsBits) {
-  Projection p({12, 12, 12}, kOpen);
-  for (int axis = 0; axis < 3; ++axis) p.problem.velocity[axis]->Fill(0.75 * axis);
-  p.Run(1e-8);
-  EXPECT_EQ(p.solution.outcome.iterations, 0);
-  EXPECT_EQ(Largest(p.solution.pressure), 0);
-  for (int axis = 0; axis < 3; ++axis) {
-    p.problem.ForCells([&](int i, int j, int k) { ASSERT_EQ((*p.problem.velocity[axis])(i, j, k), 0.75 * axis); });
-  }
-}
-
 TEST(Projection, VariableDensityLeavesNoDivergence) {
   Projection p({20, 20, 20}, kOpenTop, Sphere);
   Grid<double> densities({20, 20, 20}, kGridCustom);

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <numbers>
 #include <numeric>
 #include <random>
@@ -13,7 +12,6 @@
 #include "fluids/pressure/BodyPressure.h"
 #include "fluids/pressure/PressureSolver.h"
 #include "tests/support/PressureProblem.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -26,10 +24,10 @@ const Vec3D kMiddle(0.52, 0.47, 0.5);
 
 // A ball in a closed box with edges of a metre.
 struct BallProblem : PressureProblem {
-  explicit BallProblem(int workers = 2)
+  BallProblem()
       : PressureProblem({kCells, kCells, kCells}, test::kClosed,
                         [](double x, double y, double z) { return Length(Vec3D(x, y, z) - kMiddle) - kRadius; }),
-        pool(workers),
+        pool(3),
         levelSet({kCells + 1, kCells + 1, kCells + 1}, Vec3D(1), float(kH), kGridNodalLevelset, Vec3D()) {
     space.Build(dims, Vec3D(1), float(kH), Vec3D());
     for (int k = 0; k <= kCells; ++k) {
@@ -156,16 +154,6 @@ TEST(BodyCoupling, FluidAndBodyGoTogetherWithBothSolvers) {
     });
     EXPECT_LT(worst, 1e-7 * largest) << type;
   }
-}
-
-TEST(BodyCouplingThreads, SameBitsForAnyWorkers) {
-  test::SameForAnyWorkers([](int workers) {
-    BallProblem p(workers);
-    p.Build(p.Ball(kMiddle));
-    std::vector<double> product(std::size_t(p.system.count()), 0.0);
-    const double own = p.coupling.AddProduct(Linear(p, {1, 2, 3}).data(), product.data(), 0.1, p.pool);
-    return std::pair(own, product);
-  });
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 #include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/GasScene.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/Workers.h"
 
 namespace orlix::test {
 namespace {
@@ -36,10 +35,6 @@ struct BodyScene : GasScene {
   }
   VolumeMesh& Volume(const std::string& name) { return *NodeOf<VolumeMesh>(*document.FindByPath("Scene/" + name)); }
   const RigidState& State(const std::string& name) { return Volume(name).Body()->state; }
-  bool Told(const std::string& text) const {
-    return std::any_of(warnings.begin(), warnings.end(),
-                       [&](const auto& w) { return w.second.find(text) != std::string::npos; });
-  }
   void Throw(BaseObject& tag, const Vec3D& velocity) {
     BaseObject& way = Add("alignment", "Way " + tag.parent()->name);
     way.Set(AlignmentVector3D::kModeId, std::int64_t(AlignmentVector3D::Vector));
@@ -108,20 +103,6 @@ TEST(RigidBodies, PendulumHasItsPeriod) {
   const double period = 2 * std::numbers::pi * std::sqrt(length / kGravity) * (1 + start * start / 16);
   EXPECT_NEAR(crossings[2] - crossings[0], period, 0.01 * period);
   EXPECT_LT(Length(s.State("Weight").pose.off - Vec3D(0.5, 0.7, 0.5)), 1e-3);
-}
-
-TEST(RigidBodies, WithoutForcesTheyKeepTheirWay) {
-  BodyScene s;
-  s.fluid->Set(Grid_Incompressibility::kDensityId, 1e-6);  // no air to speak of
-  BaseObject& tag = s.AddBody("Ball", "sphere", s.Centre(), 0.12, 3);
-  s.Throw(tag, {0.3, 0, -0.4});
-  s.StepThrough(0, 9);
-  EXPECT_NEAR(s.State("Ball").velocity.x, 0.3, 1e-4);
-  EXPECT_NEAR(s.State("Ball").pose.off.z, s.Centre().z - 0.4 * 8 / 24, 1e-3);
-  const std::vector<BodyTransform> moved = CollectBodyTransforms(s.scene());
-  ASSERT_EQ(moved.size(), 1u);
-  EXPECT_EQ(moved[0].object->name, "Ball shape");
-  EXPECT_EQ(moved[0].matrix.off, s.Geometry("Ball").GlobalMatrix().off);
 }
 
 TEST(RigidBodies, AnInertBodyPushesAirAndAirSlowsIt) {
@@ -288,7 +269,7 @@ TEST(RigidBodies, NothingEndsTheRun) {
     EXPECT_FALSE(s.scene().failure()) << c.what << ": " << s.scene().failure()->text;
     EXPECT_TRUE(IsFinite(s.State("A").pose.off)) << c.what;
     const std::string told = c.told;
-    EXPECT_TRUE(told.empty() || s.Told(told)) << c.what;
+    EXPECT_TRUE(told.empty() || s.Warned(told)) << c.what;
     for (const auto& [name, text] : s.warnings) {
       EXPECT_FALSE(told.empty() && name == "Scene/A") << c.what << ": " << text;
     }

@@ -92,6 +92,31 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
   }
 }
 
+// Of whatever type: alone and with nothing linked a node lets the others be, and says with a remedy why nothing
+// happens.
+TEST(Advice, EveryNodeAloneTellsWhyNothingHappens) {
+  // What a list that is left empty takes, and what may wait for others.
+  const std::string quiet =
+      " force_gravity force_swirling force_trigowave force_vortex pforce_acceleration iop_spawn iop_repulsion "
+      "channel_scalar channel_vector channel_temp channel_fuel channel_fire cache cache_particle cache_mesh ";
+  const test::TestScene types;
+  for (const auto& [id, type] : types.types.types()) {
+    if (type->role != TypeRole::Node) continue;
+    const std::string name(type->ShortName());
+    SmokeScene scene;
+    scene.Add(name, "Lone");
+    scene.StepThrough(0, 2);
+    scene.hook.Conclude();
+    EXPECT_FALSE(scene.scene().failure()) << name;
+    int told = 0;
+    for (const Warning& warning : scene.observer.warnings.all()) {
+      EXPECT_NE(warning.text.find_first_of(";:"), std::string::npos) << warning.node << ": " << warning.text;
+      told += warning.node == "Scene/Lone";
+    }
+    EXPECT_EQ(told == 0, quiet.find(" " + name + " ") != std::string::npos) << name;
+  }
+}
+
 TEST(Advice, WhatAnEmptyListTakesNeedsNoLink) {
   SmokeScene scene;
   scene.Add("iop_repulsion", "Bounce");

@@ -19,54 +19,19 @@ TEST(Handler, ConvertsLikeTheHost) {
   TracedScene s;
   BaseObject& n = s.AddTrace("n", 0);
   const C4D_InterfaceHandler handler(&n);
-  n.Set(TraceNode::kSerialId, std::int64_t(2));
-  EXPECT_FALSE(handler.GetBool(TraceNode::kSerialId)) << "only 1 is true";
   n.Set(TraceNode::kRoundsId, 3.99);
   EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), 3);
   n.Set(TraceNode::kRoundsId, -3.99);
   EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), -3);
   n.Set(TraceNode::kRoundsId, 1e300);
   EXPECT_EQ(handler.GetInt(TraceNode::kRoundsId), 2147483647);
-  n.Set(TraceNode::kSpeedId, 0.2);
-  EXPECT_EQ(handler.GetFloat(TraceNode::kSpeedId), 0.2f);
-  EXPECT_EQ(handler.GetDouble(TraceNode::kSpeedId), 0.2);
-  EXPECT_EQ(handler.GetVecInt(kPositionId), VecInt3D());
   const C4D_InterfaceHandler none;
   EXPECT_EQ(none.GetInt(TraceNode::kStageBitsId, 42), 42);
-  EXPECT_EQ(none.GetString(TraceNode::kStageBitsId, "x"), "x");
-  EXPECT_FALSE(none.HasObject());
-  EXPECT_EQ(none.GetDocument(), nullptr);
-  std::uint32_t count;
-  EXPECT_FALSE(none.GetDirtyCount(count));
   BaseObject& copy = s.AddTrace("m", 0);
   const C4D_InterfaceHandler link(&copy);
   EXPECT_TRUE(link.IsHostInDocument(kRootTypeId)) << "every node is an instance of the root's type";
   s.document.RemoveObject(copy);
   EXPECT_FALSE(link.IsHostInDocument(0));
-}
-
-TEST(Handler, ObjectDefaultAndReadersFallbackDiffer) {
-  TracedScene s;
-  BaseObject& n = s.Add("trace", "n");
-  const C4D_InterfaceHandler handler(&n);
-  EXPECT_TRUE(handler.GetBool(kOwnBlockId)) << "what the object was made with";
-  n.Set(kOwnBlockId, Value());
-  EXPECT_FALSE(handler.GetBool(kOwnBlockId)) << "what a reader takes without a value";
-}
-
-TEST(Settings, TheUsersPriorityIsAddedToTheClasssOnceAndAStageCanBeTakenBack) {
-  TracedScene s;
-  BaseObject& smoke = s.Add("channel_scalar", "smoke");
-  smoke.Set(kPriorityId, std::int64_t(2000000000));
-  s.StepThrough(0, 3);
-  const iBase& node = *s.hook.FindNode(&smoke);
-  EXPECT_EQ(node.priority, 2000000000);
-  smoke.Set(kStageId, std::int64_t(kStageChannels));
-  s.Step(4);
-  EXPECT_EQ(node.stageMask, StageBit(kStageChannels));
-  smoke.Set(kStageId, std::int64_t(0));
-  s.Step(5);
-  EXPECT_EQ(node.stageMask, 0u);
 }
 
 TEST(Dirty, FirstCheckFindsAChangeAndMarksPersist) {
@@ -88,23 +53,6 @@ TEST(Dirty, FirstCheckFindsAChangeAndMarksPersist) {
   node.ReleaseLinks();
   node.CheckDirty();
   EXPECT_TRUE(node.IsDirty());
-}
-
-TEST(Iteration, RoundsEndAtTheCount) {
-  TracedScene s;
-  BaseObject& n = s.AddTrace("n", 0);
-  s.Step(0);
-  TraceNode node(&n, s.scene());
-  const auto rounds = [&] {
-    std::string text;
-    while (node.NextIteration()) text += std::to_string(node.iteration);
-    EXPECT_EQ(node.iteration, -1);
-    return text;
-  };
-  node.iterationCount = 3;
-  EXPECT_EQ(rounds(), "012");
-  node.iterationCount = 0;
-  EXPECT_EQ(rounds(), "");
 }
 
 TEST(Duration, WindowsPausesAndWeights) {

@@ -209,20 +209,6 @@ TEST(Pipeline, ANodeRunsWhileItsDurationIsActive) {
   EXPECT_GE(s.CountCalls("late.Process"), 1);
 }
 
-TEST(Pipeline, TheRootsThreadLimitHoldsForEveryPass) {
-  TracedScene s(4);
-  s.AddTrace("n", StageBit(kStageOperators));
-  s.root->Set(1009, std::int64_t(2));
-  s.observer.onSubstep = [&](const SubstepReport&) {
-    EXPECT_EQ(s.pool.count(), 2);
-    int pieces = 0;
-    ParallelRange(s.pool, 0, 100, [&](int, int, int worker) { pieces = std::max(pieces, worker + 1); });
-    EXPECT_EQ(pieces, 2);
-  };
-  s.StepThrough(0, 1);
-  EXPECT_EQ(s.pool.count(), 4) << "the pool is the host's";
-}
-
 TEST(Pipeline, AWarningIsToldOnceARun) {
   TracedScene checked, run;
   for (TracedScene* t : {&checked, &run}) t->AddTrace("a", 0).Set(TraceNode::kIdleId, std::int64_t(1));

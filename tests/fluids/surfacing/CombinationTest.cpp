@@ -7,7 +7,6 @@
 #include "fluids/surfacing/SurfaceReconstructor.h"
 #include "fluids/volumes/VolumeMesh.h"
 #include "tests/support/TestScene.h"
-#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -37,10 +36,6 @@ class CsgScene : public test::TestScene {
   CSGoperatorGrid& Node() { return *NodeOf<CSGoperatorGrid>(csg); }
   const ScalarGrid& Grid() { return *Node().LevelSet(); }
   const ScalarGrid& Input(int n) { return *NodeOf<VolumeMesh>(*volumes[n])->LevelSet(); }
-  bool Warned(const std::string& text) {
-    return std::any_of(warnings.begin(), warnings.end(),
-                       [&](const auto& told) { return told.second.find(text) != std::string::npos; });
-  }
   // f(a, b, result, place) at each node of the result that both inputs hold. Gives how many.
   template <class F>
   int ForShared(F&& f) {
@@ -137,14 +132,6 @@ TEST(CSGoperatorGrid, ConstraintsWeighABlendAtItsNodes) {
     changed += t > 0 && t < 1;
   });
   EXPECT_GT(changed, 50);
-}
-
-TEST(CSGoperatorGrid, UnionWithItselfIsTheSame) {
-  CsgScene s;
-  s.csg.Set(CSGoperatorGrid::kSecondId, s.LinkTo(*s.volumes[0]));
-  s.Step(0);
-  ASSERT_EQ(s.Grid().dims, s.Input(0).dims);
-  for (std::int64_t c = 0; c < s.Grid().count; ++c) EXPECT_EQ(s.Grid()[c], s.Input(0)[c]);
 }
 
 // A tree of them in any order of creation; what stands still is made once.

@@ -105,18 +105,6 @@ TEST(Smoothing, IsWhatThePlainRoundsGive) {
   }
 }
 
-TEST(Smoothing, APlaneStaysAndNoRoundsChangeNothing) {
-  const Vec3D normal = Normalized(Vec3D(1, 2, 3));
-  const auto plane = MakeLevelSet({20, 20, 20}, [&](const Vec3D& x) { return Dot(normal, x - Vec3D(2.4)); });
-  ScalarGrid smooth = *plane;
-  Smooth(Settings(30, 0), smooth);
-  for (std::int64_t c = 0; c < smooth.count; ++c) EXPECT_NEAR(smooth[c], (*plane)[c], 1e-12);
-  const auto ball = BumpyBall();
-  ScalarGrid same = *ball;
-  Smooth(Settings(0, 0), same);
-  for (std::int64_t c = 0; c < same.count; ++c) EXPECT_EQ(same[c], (*ball)[c]);
-}
-
 TEST(Smoothing, BumpsGoAndTheSurfaceStaysInItsBand) {
   const auto before = BumpyBall();
   ScalarGrid after = *before;
@@ -158,10 +146,6 @@ class SmootherScene : public test::TestScene {
   std::vector<double> Values() {
     const ScalarGrid& grid = *NodeOf<VolumeMesh>(volume)->LevelSet();
     return {grid.data, grid.data + grid.count};
-  }
-  bool Warned(const std::string& text) {
-    return std::any_of(warnings.begin(), warnings.end(),
-                       [&](const auto& told) { return told.second.find(text) != std::string::npos; });
   }
   BaseObject &volume = Add("volume", "Solid"), &smoother = Add("levelset_smoother", "Smoother");
 };

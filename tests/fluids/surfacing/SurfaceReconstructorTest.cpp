@@ -32,13 +32,6 @@ class ReconstructorNode : public testing::Test {
     const GridSpace& space = Node().LevelSet()->space;
     return Node().SampleGrid(space.VoxelOfSim(x));
   }
-  bool Warned(const std::string& text) {
-    for (const auto& [node, told] : s.warnings) {
-      if (told.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
-
   TestScene s;
   BaseObject &group = s.Add("particlegroup", "Drops"), &object = s.Add("surface_reconstruction", "Surface");
 };
@@ -84,7 +77,7 @@ TEST_F(ReconstructorNode, TheFilterLeavesParticlesOut) {
   object.Set(kConstraintsId, s.ListOf({&ball}));
   object.Set(SurfaceReconstructor::kDensityThresholdId, 0.5);
   s.Step(1);
-  EXPECT_TRUE(Warned("its constraints leave nothing out while filter is off"));
+  EXPECT_TRUE(s.Warned("its constraints leave nothing out while filter is off"));
   for (const Vec3D& x : {Vec3D(0.9, 1, 1), Vec3D(5, 1, 1), Vec3D(1, 5, 1)}) EXPECT_LT(At(x), 0);
   object.Set(SurfaceReconstructor::kFilterId, std::int64_t(1));
   s.Step(2);
@@ -122,7 +115,7 @@ TEST_F(ReconstructorNode, AComputedStretchMakesASheetFlat) {
   object.Set(SurfaceReconstructor::kMethodId, std::int64_t(2));
   object.Set(SurfaceReconstructor::kSubdivisionId, 4.0);
   s.Step(1);
-  EXPECT_TRUE(Warned("no particle carries a stretch"));
+  EXPECT_TRUE(s.Warned("no particle carries a stretch"));
   const double round = At({1.5, 1.5, 1.05});
   object.Set(SurfaceReconstructor::kStretchId, std::int64_t(1));
   s.Step(2);
@@ -135,13 +128,13 @@ TEST_F(ReconstructorNode, AComputedStretchMakesASheetFlat) {
 TEST_F(ReconstructorNode, TellsWhatIsMissing) {
   object.Set(SurfaceReconstructor::kSourceId, LinkValue{});
   s.StepThrough(1, 2);
-  EXPECT_TRUE(Warned("no particles are linked"));
+  EXPECT_TRUE(s.Warned("no particles are linked"));
   Node().Conclude();
-  EXPECT_TRUE(Warned("no level set was made"));
+  EXPECT_TRUE(s.Warned("no level set was made"));
   object.Set(SurfaceReconstructor::kSourceId, s.LinkTo(group));
   AddParticle({0, 0, 0}), AddParticle({1e9, 1e9, 1e9});
   s.Step(3);
-  EXPECT_TRUE(Warned("remove particles that flew far away"));
+  EXPECT_TRUE(s.Warned("remove particles that flew far away"));
   EXPECT_FALSE(s.scene().failure());
 }
 

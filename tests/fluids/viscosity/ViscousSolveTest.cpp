@@ -7,7 +7,9 @@
 #include <functional>
 #include <memory>
 #include <numbers>
-#include <vector>
+
+#include "tests/support/Cells.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 
@@ -55,13 +57,6 @@ class Block {
         const bool solved = states(a)(i, j, k) == FaceSolved;
         velocity(a)(i, j, k) = solved ? start(a, Place(a, i, j, k)) : 0;
         (*solid_[std::size_t(a)])(i, j, k) = solved ? 0 : solid(a, Place(a, i, j, k));
-      });
-    }
-  }
-  void SetSolid(const Field& solid) {
-    for (int a = 0; a < 3; ++a) {
-      ForFaces(a, [&](int i, int j, int k) {
-        if (states(a)(i, j, k) != FaceSolved) (*solid_[std::size_t(a)])(i, j, k) = solid(a, Place(a, i, j, k));
       });
     }
   }
@@ -172,35 +167,6 @@ TEST(Viscosity, ShearFollowsTheDiscreteSolution) {
 }
 
 // With cut shares, fixed, far and solved faces in any mixture, and a viscosity of its own in each cell.
-// What is left of a shear wave of a metre after a quarter of a second, off the exact decay.
-double ShearError(int n, int steps) {
-  constexpr double kViscosity = 0.05, kTime = 0.25, kWave = 2 * std::numbers::pi;
-  Block block(n, kViscosity, 1.0 / n, kTime / steps);
-  for (int step = 0; step < steps; ++step) {
-    const auto at = [&](double time) -> Block::Field {
-      return [=](int a, const Vec3D& p) {
-        return a == 0 ? std::sin(kWave * p.y) * std::exp(-kViscosity * kWave * kWave * time) : 0;
-      };
-    };
-    const Block::Field start = at(0), solid = at(kTime * (step + 1) / steps);
-    if (step == 0) {
-      block.Set(start, solid);
-    } else {
-      block.SetSolid(solid);
-    }
-    EXPECT_TRUE(block.Solve(1e-9).converged);
-    if (step == steps - 1) return block.Error(solid);
-  }
-  return 0;
-}
-
-TEST(ViscositySlow, ShearDecaysWithSecondOrderInSpaceAndFirstInTime) {
-  const double coarse = ShearError(16, 8), fine = ShearError(32, 32);
-  EXPECT_NEAR(std::log2(coarse / fine), 2, 0.2) << coarse << " " << fine;
-  const double slow = ShearError(32, 2), quick = ShearError(32, 4);
-  EXPECT_NEAR(std::log2(slow / quick), 1, 0.2) << slow << " " << quick;
-}
-
 TEST(Viscosity, TheMatrixIsSymmetricAndPositive) {
   Block block(8, 0);
   Uniform random;
@@ -247,20 +213,15 @@ TEST(Viscosity, TheDiagonalInTheOpenIsOnePlusEightTimesScaleAndViscosity) {
 }
 
 TEST(ViscosityThreads, TheBitsDontDependOnTheWorkers) {
-  std::array<std::vector<double>, 4> results;
-  const int workers[] = {1, 2, 3, 8};
-  for (int run = 0; run < 4; ++run) {
+  test::SameForAnyWorkers([](int workers) {
     Block block(12, 2);
     Uniform random;
     block.SetShares([&] { return static_cast<float>(0.2 + random()); });
     block.Set([&](int, const Vec3D&) { return random() - 0.5; }, [](int, const Vec3D&) { return 0; });
-    EXPECT_GT(block.Solve(1e-8, workers[run]).iterations, 3);
-    for (int axis = 0; axis < 3; ++axis) {
-      const Grid<double>& grid = block.velocity(axis);
-      results[std::size_t(run)].insert(results[std::size_t(run)].end(), grid.data, grid.data + grid.count);
-    }
-    EXPECT_EQ(results[std::size_t(run)], results[0]);
-  }
+    EXPECT_GT(block.Solve(1e-8, workers).iterations, 3);
+    return std::array{test::ValuesOf(block.velocity(0)), test::ValuesOf(block.velocity(1)),
+                      test::ValuesOf(block.velocity(2))};
+  });
 }
 
 }  // namespace orlix

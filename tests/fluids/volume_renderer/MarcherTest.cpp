@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <numbers>
 
 #include "tests/fluids/volume_renderer/TestGas.h"
 #include "tests/support/Cells.h"
@@ -98,17 +97,6 @@ TEST(Marcher, LightMapsAreShadedByTheGasItself) {
     const double through = std::exp(-Gas::kGasDensity * 0.05 * (kBox - x));
     EXPECT_NEAR(r.colour.x / (Gas::kGasDensity * kBox), through, 0.03 * through) << x;
   }
-}
-
-TEST(Marcher, AWhiteMediumUnderAWhiteSkyDoesNotDarkenWithoutAbsorption) {
-  Gas gas;
-  gas.settings.absorption = Vec3D(0.0);
-  gas.settings.scattering = Vec3D(0.1);
-  gas.settings.ambient = Vec3D(1.0);
-  gas.Build();
-  const MarchResult r = gas.Straight();
-  EXPECT_EQ(r.transmittance, Vec3D(1.0));
-  EXPECT_NEAR(r.colour.x, Gas::kGasDensity * 0.1 * kBox, 1e-9);
 }
 
 TEST(Marcher, GreyAbsorptionTakesTheBrightestComponent) {

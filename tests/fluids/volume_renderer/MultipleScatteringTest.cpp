@@ -1,7 +1,5 @@
 // Light that scatters many times: depths and lengths in a constant medium, the pyramid, what lights add up to.
 
-#include <cmath>
-
 #include "fluids/volume_renderer/MultipleScattering.h"
 #include "tests/fluids/volume_renderer/TestGas.h"
 
@@ -16,7 +14,7 @@ Light SunAlong(const Vec3D& direction, const Vec3D& colour = {1, 1, 1}) {
 }
 
 struct ScatteringGas : Gas {
-  explicit ScatteringGas(int workers = 2) : Gas(workers) {
+  ScatteringGas() {
     ScatteringSettings& s = settings.scatter;
     s.enabled = s.ownAbsorption = s.ownSpread = s.ownStep = true;
     s.absorption = 0.002, s.scattering = 0.08, s.lengthScale = 0.01, s.step = 0.5, s.phaseScale = 1, s.mapScale = 0.5;
@@ -116,20 +114,6 @@ TEST(MultipleScattering, DimsWithTheWayThroughTheGas) {
   edge.settings.scatter.leastDepth = 1e9;
   edge.Build();
   EXPECT_EQ(edge.Glow(), Vec3D()) << "an edge that reaches through all of the gas";
-}
-
-TEST(MultipleScattering, TheSameAtAnyNumberOfWorkers) {
-  Vec3D first;
-  for (const int workers : {1, 3}) {
-    ScatteringGas gas(workers);
-    gas.settings.steps.jitter = 1;
-    gas.Build();
-    MersenneTwister random(5);
-    const Vec3D glow = gas.marcher.Scattered({Vec3D(-3, 9, 9), {1, 0, 0}, kBox}, &random, 0);
-    EXPECT_GT(glow.x, 0);
-    if (workers == 1) first = glow;
-    EXPECT_EQ(glow, first);
-  }
 }
 
 }  // namespace

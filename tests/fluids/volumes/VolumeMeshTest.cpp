@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "fluids/grids/GridMemory.h"
-#include "globals/Hash.h"
 #include "host/geometry/GeometryTypes.h"
 #include "tests/support/TestScene.h"
 
@@ -130,39 +129,6 @@ TEST(VolumeMesh, OutsideAndOnTheSurfaceNothingIsPushed) {
   EXPECT_EQ(p, Vec3D(0.2, 0, 0));
 }
 
-// Below 0 the sampler gives the first node, beyond the end the last, and what is no number does no harm.
-TEST(VolumeMesh, SamplesBeyondTheGridGiveItsBorder) {
-  VolumeScene scene;
-  scene.Step(0);
-  const VolumeMesh& volume = scene.volume();
-  const ScalarGrid& grid = *volume.LevelSet();
-  const VecInt3D last = grid.dims - VecInt3D(1, 1, 1);
-  EXPECT_EQ(volume.SampleGrid({-0.5, 3, 4}), grid(0, 3, 4));
-  EXPECT_EQ(volume.SampleGrid({-1e300, 3, 4}), grid(0, 3, 4));
-  EXPECT_EQ(volume.SampleGrid({1e300, 3, 4}), grid(last.x, 3, 4));
-  EXPECT_EQ(volume.SampleGrid(Vec3D(last)), grid(last.x, last.y, last.z));
-  EXPECT_EQ(volume.SampleGrid({2, 3, last.z - 0.25}), grid(2, 3, last.z) * 0.75 + grid(2, 3, last.z - 1) * 0.25);
-  EXPECT_TRUE(std::isfinite(volume.SampleWorld(Vec3D(std::nan("")))));
-}
-
-TEST(VolumeMesh, WithoutALevelSetEveryAnswerIsNo) {
-  VolumeScene scene;
-  scene.host->Set(VolumeBase::kObjectId, LinkValue{});
-  scene.Step(0);
-  const VolumeMesh& volume = scene.volume();
-  Vec3D p(0.2, 0, 0), place, normal;
-  VolumeHit hit;
-  EXPECT_FALSE(volume.HasLevelSet());
-  EXPECT_EQ(volume.SampleWorld(p), 0);
-  EXPECT_EQ(volume.DepthWorld(p), 0);
-  EXPECT_FALSE(volume.InsideWorld(p, 1));
-  EXPECT_FALSE(volume.InBox(p));
-  EXPECT_FALSE(volume.PushOut(p, true, 0));
-  EXPECT_FALSE(volume.PushOutNormal(p, place, normal, 0));
-  EXPECT_FALSE(volume.Collide(p, hit, 0));
-  EXPECT_EQ(volume.NormalGrid(p), Vec3D());
-}
-
 // --- rebuilding ------------------------------------------------------------------------------------------------------
 
 TEST(VolumeMesh, WhatStandsStillIsBuiltOnce) {
@@ -190,15 +156,6 @@ TEST(VolumeMesh, AChangedShellTakesEffect) {
   scene.host->Set(VolumeBase::kShellId, 1.0);
   scene.Step(4);
   EXPECT_GT(scene.volume().SampleWorld({0.2, 0, 0}), 0.4);
-}
-
-TEST(VolumeMesh, AnotherCellSizeRebuilds) {
-  VolumeScene scene;
-  scene.StepThrough(0, 2);
-  scene.root->Set(kCellId, 0.05);
-  scene.Step(3);
-  EXPECT_FLOAT_EQ(scene.volume().LevelSet()->space.cellSize, 0.05f);
-  EXPECT_NEAR(scene.volume().SampleWorld({0.2, 0, 0.55}), 0.05, 0.01);
 }
 
 // --- motion ----------------------------------------------------------------------------------------------------------
@@ -370,19 +327,6 @@ TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
   roof.textureCoordinates.pop_back();  // not one for each polygon
   ReadHostGeometry(roof, flat, Vec3D(0.01), mesh);
   EXPECT_TRUE(mesh.textureCoordinates.empty());
-}
-
-TEST(MeshProperties, TablesOfThreeKindsGrowWithThePoints) {
-  MeshProperties properties;
-  properties.Resize(2);
-  properties.Column(7)[1] = {1, 2, 3};
-  properties.Column<double>(7)[0] = 0.5;
-  properties.Column<MeshProperties::State>(8)[1] = 1;
-  properties.Resize(3);
-  EXPECT_EQ((*properties.Find(7))[1], Vec3D(1, 2, 3));
-  EXPECT_EQ(*properties.Find<double>(7), (std::vector<double>{0.5, 0, 0}));
-  EXPECT_EQ(properties.Find<MeshProperties::State>(8)->size(), 3u);
-  EXPECT_EQ(properties.Find<double>(8), nullptr);
 }
 
 }  // namespace

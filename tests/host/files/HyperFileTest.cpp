@@ -1,7 +1,9 @@
-#include "host/files/HyperFile.h"
+#include <gtest/gtest.h>
 
 #include <random>
 
+#include "host/files/Compressor.h"
+#include "host/files/HyperFile.h"
 #include "tests/support/RepairHyperFile.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -9,6 +11,7 @@ namespace orlix {
 namespace {
 
 using test::TemporaryFolder;
+
 constexpr std::uint32_t kIdent = 0x717A666D;
 
 std::vector<std::byte> Bytes(const std::string& text) {
@@ -84,19 +87,6 @@ TEST(HyperFile, GivesBackWhatWasWritten) {
   EXPECT_TRUE(file.ReadLLong(l) && l == std::int64_t(1) << 40);
   EXPECT_TRUE(file.ReadValueHeader(next) && next == HyperValue::None);
   EXPECT_TRUE(file.Close().ok());
-}
-
-TEST(HyperFile, UnreadDataIsSkipped) {
-  const auto bytes = SampleBytes();
-  HyperFile file;
-  ASSERT_TRUE(file.Open(kIdent, bytes));
-  std::int32_t id = 0, level = 0;
-  for (int i = 0; i < 3; i++) ASSERT_TRUE(file.SkipValue());
-  ASSERT_TRUE(file.ReadChunkStart(id, level));
-  ASSERT_TRUE(file.ReadChunkEnd());
-  ASSERT_TRUE(file.SkipValue());
-  std::string text;
-  EXPECT_TRUE(file.ReadString(text));
 }
 
 TEST(HyperFile, ReadsFailAtAChunksEndOnAnotherTypeAndForEver) {
@@ -256,6 +246,38 @@ TEST(HyperFile, DepthIsBounded) {
   ASSERT_TRUE(file.Open(kIdent, bytes));
   WalkItems(file);
   EXPECT_FALSE(file.status().ok());
+}
+
+// --- compressor -----------------------------------------------------------------------------------------------------
+
+TEST(Compressor, GivesBackTheSameBytes) {
+  std::mt19937 random(1);
+  for (std::size_t size : {0u, 1u, 100u, 100000u}) {
+    for (int level : {1, 9}) {
+      std::vector<std::byte> source(size), packed, out(size);
+      for (auto& b : source) b = static_cast<std::byte>(random() % 5);
+      ASSERT_TRUE(Compressor::Compress(source, level, packed));
+      ASSERT_TRUE(Compressor::Uncompress(packed, out));
+      EXPECT_EQ(out, source);
+      EXPECT_TRUE(size < 1000 || packed.size() < size / 2);
+    }
+  }
+}
+
+TEST(Compressor, ABombOrADamagedBlockIsRefused) {
+  const std::vector<std::byte> zeros(64 << 20);
+  std::vector<std::byte> bomb;
+  ASSERT_TRUE(Compressor::Compress(zeros, 9, bomb));
+  ASSERT_LT(bomb.size(), 100000u);
+  std::vector<std::byte> out(1000);
+  EXPECT_FALSE(Compressor::Uncompress(bomb, out));
+  std::vector<std::byte> source(500, std::byte{3}), packed;
+  ASSERT_TRUE(Compressor::Compress(source, 9, packed));
+  out.resize(501);
+  EXPECT_FALSE(Compressor::Uncompress(packed, out));
+  out.resize(500);
+  EXPECT_FALSE(Compressor::Uncompress(std::span(packed).first(packed.size() - 1), out));
+  EXPECT_FALSE(Compressor::Uncompress({}, out));
 }
 
 }  // namespace

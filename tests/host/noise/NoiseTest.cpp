@@ -112,16 +112,6 @@ TEST_P(NoiseLaws, TimeRepeats) {
   EXPECT_GT(change / 200, 0.02);
 }
 
-TEST_P(NoiseLaws, AbsoluteFoldsAboutTheMiddle) {
-  const Noise noise(6);
-  MersenneTwister random(2);
-  for (int i = 0; i < 200; ++i) {
-    const Vec3D p = RandomPoint(random, 30);
-    const double plain = noise.Sample(GetParam().type, p, {});
-    EXPECT_NEAR(noise.Sample(GetParam().type, p, {.absolute = true}), std::abs(2 * plain - 1), 1e-15);
-  }
-}
-
 TEST_P(NoiseLaws, HostileArgumentsGiveAValue) {
   Noise noise(0xffffffffu);
   const double nan = std::numeric_limits<double>::quiet_NaN(), huge = std::numeric_limits<double>::max();

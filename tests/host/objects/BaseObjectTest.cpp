@@ -1,10 +1,11 @@
-#include "host/objects/BaseObject.h"
-
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 
+#include "host/objects/BaseContainer.h"
 #include "host/objects/BaseDocument.h"
+#include "host/objects/BaseObject.h"
 
 namespace orlix {
 namespace {
@@ -86,13 +87,6 @@ TEST(BaseObject, OnlyARealChangeCounts) {
   EXPECT_EQ(node.dirtyCount(), before + 3);
 }
 
-TEST(BaseObject, NodesAreInstancesOfTheRootsType) {
-  Fixture f;
-  EXPECT_TRUE(f.document.AddObject(kNode).IsInstanceOf(1300000));
-  EXPECT_TRUE(f.document.AddObject(kNode).IsInstanceOf(1300001));
-  EXPECT_FALSE(f.document.AddObject(kObject).IsInstanceOf(1300000));
-}
-
 TEST(BaseObject, ALinkToWhatIsGoneFindsNothing) {
   Fixture f;
   BaseObject &node = f.document.AddObject(kNode), &parent = f.document.AddObject(kObject);
@@ -144,6 +138,30 @@ TEST(BaseObject, TimeBringsItsDataUpToDate) {
   const Status status = f.document.SetTime({-1, 1});
   ASSERT_FALSE(status.ok());
   EXPECT_EQ(status.error().kind, ErrorKind::InputFile);
+}
+
+// --- base container -------------------------------------------------------------------------------------------------
+
+TEST(BaseContainer, BehavesAsAMapUnderRandomChanges) {
+  std::mt19937 random(5);
+  BaseContainer container;
+  std::map<int, std::int64_t> model;
+  for (int step = 0; step < 5000; ++step) {
+    const int id = static_cast<int>(random() % 60) - 30;
+    if (random() % 3) {
+      container.Set(id, std::int64_t(step));
+      model[id] = step;
+    } else {
+      container.Remove(id);
+      model.erase(id);
+    }
+    const int probe = static_cast<int>(random() % 60) - 30;
+    ASSERT_EQ(container.Has(probe), model.contains(probe));
+    ASSERT_EQ(AsInt(container.Get(probe), -1), model.contains(probe) ? model[probe] : -1);
+  }
+  ASSERT_EQ(container.entries().size(), model.size());
+  auto expected = model.begin();
+  for (const auto& [id, value] : container.entries()) EXPECT_EQ(id, (expected++)->first);
 }
 
 }  // namespace

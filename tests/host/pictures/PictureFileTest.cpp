@@ -1,5 +1,3 @@
-#include "host/pictures/PictureFile.h"
-
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
@@ -13,6 +11,8 @@
 
 #include "globals/Random.h"
 #include "host/pictures/ExrFile.h"
+#include "host/pictures/PictureCompare.h"
+#include "host/pictures/PictureFile.h"
 #include "host/pictures/PngFile.h"
 #include "host/pictures/Srgb.h"
 #include "tests/support/TemporaryFolder.h"
@@ -204,21 +204,6 @@ TEST_P(BrokenPictures, EveryCutGivesAnError) {
   EXPECT_GT(checked, 500);
 }
 
-TEST_P(BrokenPictures, ChangedBytesNeverCrash) {
-  const std::vector<std::byte> whole = Whole();
-  MersenneTwister random(12);
-  int failed = 0;
-  for (int round = 0; round < 1500; ++round) {
-    std::vector<std::byte> bytes = whole;
-    const std::size_t reach = round % 2 ? bytes.size() : 400;  // headers are where the dangerous numbers stand
-    for (int changes = 1 + round % 3; changes > 0; --changes) {
-      bytes[random.Bits() % reach] = static_cast<std::byte>(random.Bits());
-    }
-    failed += !Read(bytes);
-  }
-  EXPECT_GT(failed, 100);
-}
-
 INSTANTIATE_TEST_SUITE_P(Formats, BrokenPictures, testing::Values("exr", "png"),
                          [](const auto& format) { return std::string(format.param); });
 
@@ -259,6 +244,64 @@ TEST(PictureFile, ErrorsNameTheFile) {
   test::WriteText(folder / "text.exr", "no picture");
   EXPECT_TRUE(names(ReadPicture(folder / "text.exr").status(), "neither an OpenEXR nor a PNG"));
   EXPECT_EQ(ReadPicture(folder / "text.exr").error().kind, ErrorKind::InputFile);
+}
+
+// --- picture compare ------------------------------------------------------------------------------------------------
+
+Picture Grey(float value, int width = 64, int height = 48) {
+  Picture picture(width, height);
+  for (const char* name : {"R", "G", "B"}) picture.AddChannel(name, value);
+  return picture;
+}
+
+PictureDifference Difference(const Picture& a, const Picture& b) {
+  const Result<PictureDifference> result = ComparePictures(a, b);
+  EXPECT_TRUE(result);
+  return result ? *result : PictureDifference();
+}
+
+TEST(PictureCompare, BlackAndWhiteAreAHundredApart) {
+  const PictureDifference d = Difference(Grey(0), Grey(1));
+  EXPECT_NEAR(d.mean, 100, 0.01);
+  EXPECT_NEAR(d.largest, 100, 0.01);
+  EXPECT_EQ(d.visibleShare, 1);
+  EXPECT_EQ(Difference(Grey(0.3f), Grey(0.3f)).largest, 0);
+  EXPECT_EQ(Difference(Grey(1), Grey(40)).largest, 0) << "a display shows both as white";
+}
+
+TEST(PictureCompare, GrainIsAlikeAndAnEqualMeanInPatchesIsNot) {
+  MersenneTwister random(2);
+  Picture grain = Grey(0), patches = Grey(0);
+  for (std::size_t i = 0; i < grain.pixelCount(); ++i) {
+    const bool light = random.Bits() & 1u;
+    const bool inPatch = (i % 64 / 16 + i / 64 / 16) % 2;
+    for (const char* name : {"R", "G", "B"}) {
+      grain.Find(name)->values[i] = light ? 0.52f : 0.48f;
+      patches.Find(name)->values[i] = inPatch ? 0.56f : 0.44f;
+    }
+  }
+  EXPECT_TRUE(LooksAlike(Difference(grain, Grey(0.5f))));
+  EXPECT_FALSE(LooksAlike(Difference(patches, Grey(0.5f))));
+}
+
+TEST(PictureCompare, AThingThatMovedIsSeen) {
+  Picture a = Grey(0.2f), b = Grey(0.2f);
+  for (std::size_t y = 20; y < 30; ++y) {
+    for (std::size_t x = 20; x < 30; ++x) {
+      a.Find("R")->values[y * 64 + x] = 1;
+      b.Find("R")->values[y * 64 + x + 6] = 1;
+    }
+  }
+  EXPECT_FALSE(LooksAlike(Difference(a, b)));
+}
+
+TEST(PictureCompare, OnlyLikeSizesWithColoursCompare) {
+  EXPECT_FALSE(ComparePictures(Grey(0), Grey(0, 64, 47)));
+  Picture depth(64, 48);
+  depth.AddChannel("Z");
+  EXPECT_FALSE(ComparePictures(Grey(0), depth));
+  EXPECT_FALSE(ComparePictures(Picture(), Picture()));
+  EXPECT_EQ(Difference(Grey(std::nanf("")), Grey(0)).largest, 0);
 }
 
 }  // namespace

@@ -82,26 +82,6 @@ TEST_F(Gathering, AShaderIsTheSkyByLongitudeAndLatitude) {
   EXPECT_NEAR(seen({0, -1, 0}).y, 0, 1e-3);
 }
 
-TEST_F(Gathering, DefaultsOfSettingsAreThoseOfTheTable) {
-  Add(kRenderSettingsType);
-  Add(kSurfaceMaterialType);
-  ASSERT_EQ(Gather(), "");
-  const RenderSettings own;
-  EXPECT_EQ(world_.settings.height, own.height);
-  EXPECT_EQ(world_.settings.samples, own.samples);
-  EXPECT_EQ(world_.settings.skyColour, own.skyColour);
-  EXPECT_EQ(world_.settings.skyHorizon, own.skyHorizon);
-  EXPECT_EQ(world_.settings.view.transform, own.view.transform);
-  EXPECT_EQ(world_.settings.skySamples, own.skySamples);
-  EXPECT_EQ(world_.settings.name, own.name);
-  EXPECT_EQ(world_.settings.writeExr, own.writeExr);
-  EXPECT_EQ(world_.settings.linearInputs, own.linearInputs);
-  const Result<SurfaceMaterial> material = ReadSurfaceMaterial(*document_.objects()[1]);
-  ASSERT_TRUE(material);
-  EXPECT_EQ(material->colour, SurfaceMaterial().colour);
-  EXPECT_EQ(material->roughness, SurfaceMaterial().roughness);
-}
-
 TEST_F(Gathering, ShownMeshesComeWithTheirMatrixAndMaterial) {
   BaseObject& parent = Add(kSquareType);
   parent.Set(kPositionId, Vec3D{0, 10, 0});

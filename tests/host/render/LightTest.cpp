@@ -58,36 +58,6 @@ TEST(Light, ASpotFadesFromItsInnerToItsOuterAngle) {
   }
 }
 
-TEST(Light, ADistantLightIsTheSameEverywhere) {
-  Light light;
-  light.kind = LightKind::Distant;
-  light.direction = Normalized(Vec3D{1, -1, 0});
-  for (const Vec3D& x : {Vec3D{}, Vec3D{1e4, -50, 3}}) {
-    EXPECT_EQ(light.Illuminate(x).colour, light.colour);
-    EXPECT_EQ(light.Illuminate(x).toLight, -light.direction);
-    EXPECT_NEAR(Length(Normalized(x - light.PositionFrom(x)) - light.direction), 0, 1e-9);
-  }
-}
-
-TEST(Light, BadSettingsGetAMessage) {
-  TypeRegistry types;
-  RegisterRenderTypes(types);
-  BaseDocument document(types);
-  const auto fails = [&](const TypeInfo& type, int id, Value value) {
-    BaseObject& object = document.AddObject(type);
-    object.Set(kPositionId, Vec3D{0, 5, 0});
-    object.Set(id, std::move(value));
-    return !ReadLight(object).ok();
-  };
-  EXPECT_TRUE(fails(kDistantLightType, kLightDirectionId, Vec3D{}));
-  EXPECT_TRUE(fails(kPointLightType, kLightRadiusId, -1.0));
-  EXPECT_TRUE(fails(kPointLightType, kLightColourId, Vec3D{std::nan(""), 0, 0}));
-  EXPECT_TRUE(fails(kSpotLightType, kLightTargetId, Vec3D{0, 5, 0}));
-  EXPECT_TRUE(fails(kSpotLightType, kLightInnerAngleId, 170.0));
-  EXPECT_FALSE(fails(kSpotLightType, kLightInnerAngleId, 40.0));
-  EXPECT_FALSE(fails(kDistantLightType, kLightIntensityId, 3.0));
-}
-
 class MaterialLaws : public testing::TestWithParam<double> {};
 
 TEST_P(MaterialLaws, ReflectsNoMoreThanArrives) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
 
 #include "tests/host/render/TestSurfaces.h"
 #include "tests/support/Workers.h"
@@ -224,23 +223,6 @@ TEST(Renderer, TheSkyGoesFromItsColourToThatOfTheHorizon) {
   EXPECT_NEAR(At(picture, "R", 1, 50), 0.3, 0.02);
   EXPECT_NEAR(At(picture, "R", 1, 100), 0.3, 1e-6);
   EXPECT_NEAR(At(picture, "B", 1, 50), 0.3, 1e-6);
-}
-
-TEST(Renderer, HalfASkyIsHalfTheLight) {
-  // A high wall through the plane's middle, seen from a point at its foot.
-  RenderWorld world;
-  SetUpPicture(world, 4, 4, 64);
-  LookDown(world);
-  world.camera.halfWidth = 0.01;
-  world.camera.position.x = 0.1;
-  const PolygonObject ground = SquareMesh(50);
-  PolygonObject wall;
-  wall.points = {{0, -5000, -5000}, {0, 5000, -5000}, {0, 5000, 5000}, {0, -5000, 5000}};
-  wall.polygons = {{0, 1, 2, 3}};
-  ASSERT_TRUE(world.surfaces.Build({{&ground, {}, kMatt, nullptr}, {&wall, {}, kMatt, nullptr}}));
-  world.settings.skyColour = {1, 1, 1};
-  world.settings.skySamples = 16;
-  EXPECT_NEAR(At(Rendered(world), "R", 1, 1), 0.4, 0.02);
 }
 
 TEST(Renderer, GlowingVolumesAndSurfacesLightWhatIsNear) {

@@ -100,16 +100,6 @@ TEST(SurfaceScene, BrokenPolygonsAreLeftOut) {
   EXPECT_FALSE(scene.Intersect({0.3, 1, 0.2}, {0, -1, 0}, 10, hit));
 }
 
-TEST(SurfaceScene, VelocitiesAreTakenFromThePoints) {
-  const PolygonObject mesh = SquareMesh(1);
-  const std::vector<Vec3D> velocities = {{-1, 0, 1}, {1, 0, 1}, {1, 0, -1}, {-1, 0, -1}};
-  SurfaceScene scene;
-  ASSERT_TRUE(scene.Build({{&mesh, {}, {}, &velocities}}));
-  SurfaceHit hit;
-  ASSERT_TRUE(scene.Intersect({0.25, 1, -0.5}, {0, -1, 0}, 10, hit));
-  EXPECT_NEAR(Length(hit.velocity - Vec3D{0.25, 0, -0.5}), 0, 1e-6);
-}
-
 TEST(SmoothNormals, EdgesAboveTheAngleStaySharp) {
   // Two triangles that meet at a right angle.
   const std::vector<Vec3D> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, -1}};
