@@ -126,12 +126,21 @@ endfunction()
 function(orlix_benchmarks)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/benchmarks
        ${PROJECT_SOURCE_DIR}/benchmarks/*.cpp)
+  list(FILTER sources EXCLUDE REGEX "^against/")
   if(sources)
     list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/benchmarks/)
     add_executable(orlix_bench ${sources})
     target_link_libraries(orlix_bench PRIVATE ${ARGN} orlix_test_support benchmark::benchmark)
     target_compile_options(orlix_bench PRIVATE ${ORLIX_WARNINGS})
   endif()
+  # benchmarks/against: beside a library's own tools. Built when asked for.
+  add_executable(orlix_bench_peers EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/benchmarks/against/Peers.cpp
+                 ${PROJECT_SOURCE_DIR}/benchmarks/Triad.cpp)
+  target_link_libraries(orlix_bench_peers PRIVATE orlix_exchange_vdb orlix_fluids_surfacing ${OPENVDB_LIBRARY} ${TBB_LIBRARY}
+                        Imath::Imath)
+  target_compile_options(orlix_bench_peers PRIVATE ${ORLIX_WARNINGS})
+  # The library's operators don't meet what its TBB asks of them in C++20.
+  target_compile_definitions(orlix_bench_peers PRIVATE __TBB_USE_CONSTRAINTS=0)
 endfunction()
 
 # Every fuzz/NAME.cpp is a fuzz target with its corpus in fuzz/corpus/NAME. With clang it is a libFuzzer program; with
