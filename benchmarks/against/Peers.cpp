@@ -175,7 +175,8 @@ void Advection(WorkerPool& pool) {
     AdvectionSource source = setting.Source(*smoke, AdvectionSampling::Trilinear);
     const double ours = Seconds([&] {
       source.content = FindContent(*smoke, pool);
-      AdvectMacCormack(setting.field, source, {}, *result, {{forward.data, samples}, {traced.data, samples}}, pool);
+      const Advected density{source, *result, {}, {{forward.data, samples}, {traced.data, samples}}};
+      AdvectMacCormack(setting.field, {&density, 1}, pool);
     });
     const openvdb::Coord at(64, 60, 64);
     if (!(std::abs((*result)(64, 60, 64) - double(advected->tree().getValue(at))) < 0.05)) Fail("smoke differs");
