@@ -250,8 +250,10 @@ TEST(Resume, TheSecondRunIntoAFolderIsRefused) {
   const ProgramOutcome first = plume.Run("out", false, [&](pid_t process) {
     owner = process;
     AwaitFile(plume.Folder("out") / FolderLock::kFileName, process);
+    ::kill(process, SIGSTOP);  // else it may be done before the second one looks
     ProgramRunner other;
     const ProgramOutcome second = other.Run(plume.Arguments("out", false));
+    ::kill(process, SIGCONT);
     EXPECT_EQ(second.code, 5);
     EXPECT_NE(second.err.find("process " + std::to_string(owner) + " is writing there"), std::string::npos)
         << second.err;
