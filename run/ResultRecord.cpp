@@ -215,12 +215,18 @@ std::vector<FrameRange> ResultRecord::MadeFromOthers() const {
 std::string ResultRecord::WhyMake(int frame, const FrameOrigin& origin) const {
   const auto found = frames_.find(frame);
   if (found == frames_.end()) return "never made";
-  if (const auto missing = MissingFiles(frame, Look::Contents); !missing.empty())
-    return missing.front() + " isn't whole";
+  const auto notWhole = [&](Look look) {
+    const std::vector<std::string> missing = MissingFiles(frame, look);
+    return missing.empty() ? std::string() : missing.front() + " isn't whole";
+  };
+  if (std::string reason = notWhole(Look::Sizes); !reason.empty()) return reason;
   const RecordedFrame& made = found->second;
   const bool pictures =
       std::any_of(made.files.begin(), made.files.end(), [](const ResultFile& file) { return file.picture; });
-  if (made.origin.files == origin.files && (!pictures || made.origin.pictures == origin.pictures)) return {};
+  // Contents are read of frames alone that would stay.
+  if (made.origin.files == origin.files && (!pictures || made.origin.pictures == origin.pictures)) {
+    return notWhole(Look::Contents);
+  }
   return made.origin.caches == origin.caches ? "made with other settings" : "made from another simulation";
 }
 

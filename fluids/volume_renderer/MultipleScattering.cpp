@@ -9,7 +9,6 @@ namespace orlix {
 
 namespace {
 
-constexpr std::size_t kMostLevels = 5;
 constexpr int kSmallestSide = 4;  // cells of a level that no further one follows
 constexpr int kBlurRounds = 3;
 constexpr double kNoLimit = 1e308;

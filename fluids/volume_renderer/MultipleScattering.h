@@ -13,9 +13,10 @@
 
 namespace orlix {
 
-// At most five levels; a level's cells are twice as wide as those of the one before.
+// A level's cells are twice as wide as those of the one before.
 class LightPyramid {
  public:
+  static constexpr std::size_t kMostLevels = 5;
   // From the light at each cell, which becomes level 0. factor: width of level 0 in cells. False on a break. Throws
   // std::bad_alloc.
   bool Build(std::unique_ptr<ScalarGrid> light, double factor, WorkerPool& pool, const BaseThread* thread);
@@ -28,7 +29,7 @@ class LightPyramid {
    private:
     Vec3D x_;
     std::uint32_t known_ = 0;  // levels, as bits
-    std::array<LatticeCell, 5> cells_;
+    std::array<LatticeCell, kMostLevels> cells_;
   };
   // Light at a place, spread over a width, both in host units.
   double Sample(const Vec3D& x, double width) const {
