@@ -187,7 +187,6 @@ struct ParticleSort::Pass {
   WorkerPool& pool;
   int workers = 1;
   std::vector<Piece> pieces;
-  std::uint32_t* allKeys = nullptr;  // of each row
   int fineShift = 0;
   std::vector<std::vector<std::int32_t>>
       histograms;                       // of each worker: entries of a fine bucket, then where its next goes
@@ -205,13 +204,11 @@ void ParticleSort::Pass::CollectPieces() {
     }
     rows += list ? list->count() : 0;
   }
-  const auto size = static_cast<std::size_t>(rows + rows / 8);
   if (rows > static_cast<std::int64_t>(sort.entries_.size())) {
-    sort.pairs_ = {}, sort.entries_ = {};
-    sort.pairs_.resize(size + size / 2 + 1), sort.entries_.resize(size);
+    const auto size = static_cast<std::size_t>(rows + rows / 8);
+    sort.keys_ = {}, sort.pairs_ = {}, sort.entries_ = {};
+    sort.keys_.resize(size), sort.pairs_.resize(size), sort.entries_.resize(size);
   }
-  // The keys stand behind the pairs.
-  allKeys = reinterpret_cast<std::uint32_t*>(sort.pairs_.data() + sort.entries_.size());
   workers = std::max(1, static_cast<int>(std::min<std::size_t>(pieces.size(), static_cast<std::size_t>(pool.count()))));
 }
 
@@ -225,7 +222,7 @@ void ParticleSort::Pass::MakeKeys() {
     std::int32_t* histogram = histograms[static_cast<std::size_t>(w)].data();
     const int shift = fineShift;
     for (Piece& piece : Share(w)) {
-      std::uint32_t* keys = allKeys + piece.base;
+      std::uint32_t* keys = sort.keys_.data() + piece.base;
       FillKeys(piece.rows.positions(), piece.rows.end, map, keys);
       TagRows(piece, keys);
       ForBuckets(
@@ -294,7 +291,7 @@ void ParticleSort::Pass::Scatter() {
     const std::uint16_t* coarse = bucketOf.data();
     const int shift = fineShift;
     for (const Piece& piece : Share(w)) {
-      const std::uint32_t* keys = allKeys + piece.base;
+      const std::uint32_t* keys = sort.keys_.data() + piece.base;
       const std::int32_t flat = piece.rows.first + flatShift[static_cast<std::size_t>(piece.group)];
       ForBuckets(
           piece, keys, [=](std::uint32_t key) { return coarse[key >> shift]; },
@@ -523,7 +520,7 @@ bool ParticleSort::IsFull(std::int32_t cell, double spacing) const {
 }
 
 std::int64_t ParticleSort::Bytes() const {
-  return static_cast<std::int64_t>(pairs_.size() * sizeof pairs_[0] + entries_.size() * sizeof entries_[0] +
+  return static_cast<std::int64_t>(entries_.size() * (sizeof keys_[0] + sizeof pairs_[0] + sizeof entries_[0]) +
                                    (cells_.capacity() + begins_.capacity() + lookup_.capacity()) *
                                        sizeof(std::int32_t));
 }

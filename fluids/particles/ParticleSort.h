@@ -97,7 +97,9 @@ class ParticleSort {
   std::vector<std::uint64_t> versions_;
   GridSpace sortedSpace_;
   std::uint64_t stamp_ = 0;
-  CountedVector<std::uint64_t> pairs_;  // scratch of a sort
+  // Scratch of a sort.
+  CountedVector<std::uint32_t> keys_;
+  CountedVector<std::uint64_t> pairs_;
 };
 
 template <class F>
