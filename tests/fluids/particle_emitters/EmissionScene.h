@@ -9,8 +9,8 @@ namespace orlix::test {
 class EmissionScene : public TestScene {
  public:
   // edge: of the box, in cells of 0.1 m.
-  explicit EmissionScene(const std::string& emitterType, int edge = 10)
-      : TestScene(2),
+  explicit EmissionScene(const std::string& emitterType, int edge = 10, int workers = 2)
+      : TestScene(workers),
         box(Add("box", "Box")),
         volume(Add("volume", "Volume")),
         group(Add("particlegroup", "Group")),
