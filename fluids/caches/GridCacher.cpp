@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <new>
@@ -62,7 +63,8 @@ bool CopyGrids(std::vector<CachedGridSet>& entries, GridCopies& copies) {
 }  // namespace
 
 GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, kGridCacheStem) {
-  stageMask = StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageSaveCache);
+  stageMask = StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageOperators) |
+              StageBit(kStageSaveCache);
 }
 
 bool GridCacher::ReadParameters() {
@@ -104,7 +106,7 @@ void GridCacher::ReleaseLinks() {
 }
 
 void GridCacher::Prepare(iBase*) {
-  if (scene->stage == kStageEmitters) return;
+  if (Loads()) return;
   SetFlag(NodeActive, false);
   FindTargets();
   if (scene->stage == kStageSaveCache) {
@@ -166,17 +168,26 @@ void GridCacher::TakeHeaders() {
 
 void GridCacher::Process(ProcessData& data) {
   if (!IsActive() || !IsDirty()) return;
-  if (scene->stage == kStageEmitters && mode() != CacheMode::Record) Load(data.hostThread);
+  if (Loads() && mode() != CacheMode::Record) Load(data.hostThread);
   if (scene->stage == kStageSaveCache && mode() != CacheMode::Playback) Save();
 }
 
+bool GridCacher::LoadsNow(const Target& target) const {
+  return (target.node->GetNodeBaseType() == NODE_SOLVER) == (scene->stage == kStageOperators);
+}
+
 void GridCacher::Load(const BaseThread* hostThread) {
+  if (std::none_of(targets_.begin(), targets_.end(), [this](const Target& target) { return LoadsNow(target); })) return;
   HyperFile file;
   fs::path path;
   GridFrameHead head;
   if (!OpenFrame(file, path) || !ReadHead(file, path, head)) return ForgetHeaders(0);
   const GridPlayback playback{InterpolationOf(interpolation_), scene->pool(), hostThread};
   for (std::size_t i = 0; i < targets_.size(); i++) {
+    if (!LoadsNow(targets_[i])) {
+      if (!file.SkipValue()) return TellUnloaded(file.readStatus().error().text), ForgetHeaders(i);
+      continue;
+    }
     std::vector<ScalarGrid*> grids;
     iCachedGrids* node = targets_[i].grids;
     for (int c = 0; node && c < node->CachedGridCount(); c++) grids.push_back(node->CachedGrid(c));
@@ -201,7 +212,7 @@ void GridCacher::Save() {
 }
 
 void GridCacher::Finish() {
-  if (scene->stage == kStageEmitters) return;
+  if (Loads()) return;
   FinishPass();
   SetFlag(NodeActive, false);
 }
