@@ -9,6 +9,7 @@
 #include "fluids/caches/ParticleCacher.h"
 #include "fluids/particle_renderer/ParticleLook.h"
 #include "fluids/particles/KindChoices.h"
+#include "fluids/surfacing/MeshOperator.h"
 #include "fluids/volume_renderer/GasSettings.h"
 
 namespace orlix {
@@ -79,6 +80,7 @@ class PassFinder {
     if (const auto played = played_.find(object.creationNumber()); played != played_.end() && IsPlayed(object)) {
       pass.caches.insert(played->second.begin(), played->second.end());
       for (const std::uint64_t cache : played->second) AddCache(pass, cache);
+      AddOperators(pass, object, &MeshOperator::WorksOnPlayed);
       return;
     }
     if (IsA(object, kLinkParticles) && KindsOf(object) == 0) return;  // it never holds any
@@ -87,9 +89,7 @@ class PassFinder {
       return;
     }
     AddLinked(pass, object);
-    if (const auto acting = operators_.find(object.creationNumber()); acting != operators_.end()) {
-      for (const BaseObject* each : acting->second) Add(pass, *each);
-    }
+    AddOperators(pass, object, [](const BaseObject&) { return true; });
   }
   // The kinds of particles that a group holds.
   std::uint32_t KindsOf(const BaseObject& group) const {
@@ -124,6 +124,14 @@ class PassFinder {
   bool IsPlayed(const BaseObject& object) const {
     if (!IsA(object, kLinkParticles)) return true;
     return (KindsOf(object) & ~playedKinds_.at(object.creationNumber())) == 0;
+  }
+  template <class Acts>
+  void AddOperators(Pass& pass, const BaseObject& object, Acts&& acts) const {
+    const auto acting = operators_.find(object.creationNumber());
+    if (acting == operators_.end()) return;
+    for (const BaseObject* each : acting->second) {
+      if (acts(*each)) Add(pass, *each);
+    }
   }
   // The cache itself and what chooses in it: constraints.
   void AddCache(Pass& pass, std::uint64_t number) const {

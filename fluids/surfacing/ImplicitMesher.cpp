@@ -16,6 +16,7 @@ namespace {
 constexpr std::int32_t kPriority = 10;
 constexpr double kWeldTolerance = 0.01;  // host units
 constexpr double kVertexVoxels = 2;
+constexpr const char* kCurvatureName = "curvature";
 
 constexpr Choice kMethods[] = {
     {ExtractionMethod::Cubes, "cubes", "Marching cubes: few triangles"},
@@ -209,11 +210,13 @@ void ImplicitMesher::TakePlayed(PolygonObject* played) {
   mesh_.Clear();
   for (const Vec3D& p : shown.points) mesh_.Points().push_back(global * p * simPerHost);
   for (const PolygonObject::Polygon& p : shown.polygons) mesh_.Triangles().push_back({p.a, p.b, p.c});
+  mesh_.pointAttributes.Resize(shown.points.size());
   if (shown.normals.size() == shown.points.size()) {
     std::vector<Vec3D>& normals = mesh_.pointAttributes.Column(kPointNormalId);
     for (std::size_t p = 0; p < normals.size(); ++p) normals[p] = Normalized(global.Rotate(shown.normals[p]));
   }
   Rebuild();
+  ++builds_;
 }
 
 void ImplicitMesher::MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved) {
@@ -225,31 +228,36 @@ void ImplicitMesher::MeshEdited(const MeshAdjacency& adjacency, bool pointsMoved
 
 void ImplicitMesher::Finish() { SetFlag(NodeActive, false); }
 
-// The mesh lies where its level set does, wherever the object stands.
+// The mesh lies where its level set does, wherever the object stands. A played one keeps what its points carry.
 void ImplicitMesher::ShowMesh() {
   auto* object = dynamic_cast<SurfaceObject*>(handler.hostObject() ? handler.hostObject()->data() : nullptr);
   if (!object) return;
   PolygonObject& shown = object->mesh;
-  const std::uint64_t version = shown.version;
-  shown = {};
-  shown.version = version + 1;
-  const Vec3D hostPerSim = GetSimulationSpace().hostPerSim;
+  ++shown.version;
   const LMatrix local = handler.GetMatrix().Inverse();
+  const Vec3D hostPerSim = GetSimulationSpace().hostPerSim;
+  shown.points.clear();
   shown.points.reserve(mesh_.Points().size());
   for (const Vec3D& p : mesh_.Points()) shown.points.push_back(local * (p * hostPerSim));
-  shown.polygons.reserve(mesh_.Triangles().size());
-  for (const VecInt3D& t : mesh_.Triangles()) shown.polygons.push_back({t.x, t.y, t.z, t.z});
+  shown.normals.clear();
   if (const auto* normals = mesh_.pointAttributes.Find(kPointNormalId)) {
     for (const Vec3D& n : *normals) shown.normals.push_back(Normalized(local.Rotate(n)));
   }
-  if (velocity_) {
-    for (const Vec3D& v : VelocitiesAt(*velocity_, scene->pool(), mesh_.Points())) {
-      shown.velocities.push_back(local.Rotate(v * hostPerSim));
+  if (!HasFlag(NodeFromCache)) {
+    shown.polygons.clear();
+    shown.polygons.reserve(mesh_.Triangles().size());
+    for (const VecInt3D& t : mesh_.Triangles()) shown.polygons.push_back({t.x, t.y, t.z, t.z});
+    shown.velocities.clear();
+    if (velocity_) {
+      for (const Vec3D& v : VelocitiesAt(*velocity_, scene->pool(), mesh_.Points())) {
+        shown.velocities.push_back(local.Rotate(v * hostPerSim));
+      }
     }
+    shown.attributes = vertexData_.Sample(mesh_, scene->pool());
   }
-  shown.attributes = vertexData_.Sample(mesh_, scene->pool());
   if (const auto* curvatures = mesh_.pointAttributes.Find<double>(PP::Curvature)) {
-    shown.attributes.push_back({"curvature", 1, *curvatures});
+    std::erase_if(shown.attributes, [](const auto& attribute) { return attribute.name == kCurvatureName; });
+    shown.attributes.push_back({kCurvatureName, 1, *curvatures});
   }
 }
 

@@ -57,12 +57,19 @@ void MeshOperator::CheckDirty() {
 
 bool MeshOperator::IsDirty() const {
   if (!mesher_) return HasFlag(NodeDirty) || (volume_ && volume_->IsDirty());
-  return mesher_->BuildCount() != seenBuild_;
+  return mesher_->BuildCount() != seenBuild_ && !LeavesPlayed();
 }
 
+bool MeshOperator::WorksOnPlayed(const BaseObject& object) {
+  const std::int32_t type = object.typeId();
+  return (type == MeshCurvatureOperator::Type().id || type == MeshSmoothingOperator::Type().id) &&
+         object.GetBool(kOnPlayedId);
+}
+
+bool MeshOperator::LeavesPlayed() const { return mesher_->HasFlag(NodeFromCache) && !handler.GetBool(kOnPlayedId); }
+
 TriMeshSTL* MeshOperator::Mesh() const {
-  // A played mesh was recorded as operators left it.
-  if (mesher_ && mesher_->IsEnabled()) return mesher_->HasFlag(NodeFromCache) ? nullptr : &mesher_->Mesh();
+  if (mesher_ && mesher_->IsEnabled()) return LeavesPlayed() ? nullptr : &mesher_->Mesh();
   return volume_ && volume_->IsEnabled() ? &volume_->Mesh() : nullptr;
 }
 
@@ -97,6 +104,7 @@ void MeshOperator::Finish() { SetFlag(NodeActive, false); }
 const TypeInfo& MeshCurvatureOperator::Type() {
   static constexpr Parameter kParameters[] = {
       SourceParameter(),
+      OnPlayedParameter(),
       BoolParameter(kSmoothId, "smooth", true, "The mean over each point and its neighbours, by their areas"),
   };
   static const TypeInfo kType = {
@@ -135,6 +143,7 @@ void MeshCurvatureOperator::Work(TriMeshSTL& mesh, const MeshAdjacency& adjacenc
 const TypeInfo& MeshSmoothingOperator::Type() {
   static constexpr Parameter kParameters[] = {
       SourceParameter(),
+      OnPlayedParameter(),
       IntParameter(kSmoothingsId, "smoothings", 1, "", "How often points move towards the mean of their neighbours")
           .Between(0, 10000),
   };

@@ -12,7 +12,9 @@ namespace orlix {
 class MeshOperator : public iObject {
  public:
   using iObject::iObject;
-  static constexpr int kSourceId = 1001;
+  static constexpr int kSourceId = 1001, kOnPlayedId = 1010;
+  // Whether an object is a mesh operator that works on what caches play.
+  static bool WorksOnPlayed(const BaseObject& object);
 
   std::int32_t GetNodeBaseType() const override { return NODE_OPERATOR; }
   std::int32_t GetNodeSubType() const override { return 62; }
@@ -34,12 +36,17 @@ class MeshOperator : public iObject {
   static constexpr Parameter SourceParameter() {
     return LinkParameter(kSourceId, "source", kLinkVolume | kLinkGeometry, "A mesher, or a volume");
   }
+  static constexpr Parameter OnPlayedParameter() {
+    return BoolParameter(kOnPlayedId, "on_played", false,
+                         "Works on a mesh that a cache plays, too; such a mesh was recorded as operators left it");
+  }
   // shares: what strength and constraints leave at each point.
   virtual void Work(TriMeshSTL& mesh, const MeshAdjacency& adjacency, std::span<const double> shares) = 0;
   virtual bool MovesPoints() const = 0;
 
  private:
   TriMeshSTL* Mesh() const;
+  bool LeavesPlayed() const;
 
   VolumeMesh* volume_ = nullptr;
   ImplicitMesher* mesher_ = nullptr;

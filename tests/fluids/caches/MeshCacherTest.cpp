@@ -134,6 +134,30 @@ bool Reads(const std::vector<std::byte>& bytes) {
   return true;
 }
 
+// Work that wasn't there when the mesh was recorded: places move, what points carry stays.
+TEST(MeshCacher, APlayedMeshIsSmoothedWhereAskedAndKeepsItsValues) {
+  TemporaryFolder folder;
+  PolygonObject mesh = SmallMesh();
+  mesh.polygons[1] = {0, 2, 3, 3};
+  mesh.velocities = {{1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}};
+  const std::vector<std::byte> bytes = BytesOf({&mesh}, false);
+  test::WriteText(folder / "m00000.mcache", {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  for (const bool asked : {false, true}) {
+    MeshedScene played(folder.path(), false, false);
+    played.document.FindByPath("Smooth")->Set(MeshOperator::kOnPlayedId, asked);
+    played.Step(0);
+    const PolygonObject* shown = played.mesher->Polygons();
+    ASSERT_TRUE(shown);
+    const double middle = shown->points[1].x;  // of (1, 0, 0), whose neighbours are (0, 0, 0) and (0, 1, 0)
+    EXPECT_NEAR(middle, asked ? 0 : 1, 1e-12);
+    EXPECT_EQ(shown->velocities, mesh.velocities);
+    EXPECT_EQ(shown->polygons.size(), 2u);
+    ASSERT_EQ(shown->attributes.size(), 1u);
+    EXPECT_EQ(shown->attributes[0].values, mesh.attributes[0].values);
+    EXPECT_EQ(shown->normals[1] == mesh.normals[1], !asked) << "made anew for the new places";
+  }
+}
+
 // Another order or another type of a number would leave older caches unreadable.
 TEST(MeshFrameFile, TheBytesAreThoseOfOlderCaches) {
   const PolygonObject mesh = SmallMesh(), empty;
