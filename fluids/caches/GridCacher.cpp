@@ -63,8 +63,8 @@ bool CopyGrids(std::vector<CachedGridSet>& entries, GridCopies& copies) {
 }  // namespace
 
 GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, kGridCacheStem) {
-  stageMask = StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageOperators) |
-              StageBit(kStageSaveCache);
+  stageMask =
+      StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageOperators) | StageBit(kStageSaveCache);
 }
 
 bool GridCacher::ReadParameters() {
