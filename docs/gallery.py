@@ -24,7 +24,7 @@ SCENES = [
     ("plume_around_obstacle", 90, "A plume meets a ball, parts and closes again, in a low sun."),
     ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
     ("campfire", 30, "A campfire: flames lick and tear off, sparks fly, thin smoke rises."),
-    ("cumulus", 64, "A cumulus under a sun: light that scatters many times inside it."),
+    ("cumulus", 48, "A cumulus under a sun: light that scatters many times inside it."),
     ("coloured_smokes", 60, "A wall of coloured smokes, whose colours travel with them and mix."),
     ("torch", 40, "A torch lights a tunnel, and nothing else does."),
     ("candle", 20, "A small flame with the colours of a black body."),

@@ -235,6 +235,8 @@ Vec3D MultipleScattering::Along(const MarchRay& ray, MersenneTwister* random, in
   if (maps_.empty() || !(ray.length > 0)) return light;
   bool coarse = true;
   double t = 0, before = 0, tau = 0;
+  // Steps that all pixels begin at the same distance would draw contour lines where the gas is thick.
+  if (ray.jitter >= 0) t = std::min(ray.length, step_ * marcher_.settings_.steps.jitter * (1 - ray.jitter));
   EmptySpaceWalk walk(marcher_.emptySpace_, ray);
   for (;;) {
     const Vec3D x = ray.origin + ray.direction * t;
