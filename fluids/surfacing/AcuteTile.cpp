@@ -1,6 +1,7 @@
 #include "fluids/surfacing/AcuteTile.h"
 
 #include <algorithm>
+#include <bit>
 #include <vector>
 
 namespace orlix {
@@ -32,6 +33,29 @@ struct EdgePlace {
   friend bool operator==(const EdgePlace&, const EdgePlace&) = default;
 };
 
+// The corners of a tetrahedron go a, b, c, d with d on the side to which the normal of a, b, c points; normals of the
+// surface point outside. edge(n, m): the number of that between two corners.
+template <class EdgeBetween>
+AcuteTile::Surface SurfaceOf(int outsideCorners, EdgeBetween&& edge) {
+  // For each corner that is alone on its side: the others, so that seen from it they go round to the left.
+  static constexpr int kOthers[4][3] = {{1, 2, 3}, {0, 3, 2}, {0, 1, 3}, {0, 2, 1}};
+  const int outside = std::popcount(static_cast<unsigned>(outsideCorners));
+  if (outside == 0 || outside == 4) return {};
+  if (outside != 2) {
+    const int alone = std::countr_zero(static_cast<unsigned>(outside == 1 ? outsideCorners : ~outsideCorners & 15));
+    const int* o = kOthers[alone];
+    const std::uint8_t p = edge(alone, o[0]), q = edge(alone, o[1]), r = edge(alone, o[2]);
+    return outside == 1 ? AcuteTile::Surface{1, {{p, r, q}, {p, r, q}}} : AcuteTile::Surface{1, {{p, q, r}, {p, q, r}}};
+  }
+  const int a = std::countr_zero(static_cast<unsigned>(outsideCorners));
+  const int b = 31 - std::countl_zero(static_cast<unsigned>(outsideCorners));
+  // kOthers[a] turned so that b comes first: then the two inside corners, in the same sense.
+  const int* o = kOthers[a];
+  const int at = o[0] == b ? 0 : o[1] == b ? 1 : 2, c = o[(at + 1) % 3], d = o[(at + 2) % 3];
+  const std::uint8_t ac = edge(a, c), ad = edge(a, d), bc = edge(b, c), bd = edge(b, d);
+  return {2, {{ac, bd, ad}, {ac, bc, bd}}};
+}
+
 bool Before(const VecInt3D& a, const VecInt3D& b) {
   return a.x != b.x ? a.x < b.x : a.y != b.y ? a.y < b.y : a.z < b.z;
 }
@@ -61,30 +85,36 @@ AcuteTile::AcuteTile() {
     const EdgePlace place = Before(a, b) ? EdgePlace{a - from, b - from} : EdgePlace{b - from, a - from};
     auto found = std::find(edges.begin(), edges.end(), place);
     if (found == edges.end()) found = edges.insert(found, place);
-    const Edge edge{Bits(owner), static_cast<std::uint8_t>(found - edges.begin())};
-    auto known = std::find_if(used.begin(), used.end(),
-                              [&](const Edge& e) { return e.cell == edge.cell && e.edge == edge.edge; });
+    const Edge edge{(std::uint64_t(1) << (found - edges.begin())) - 1, Bits(owner)};
+    auto known = std::find(used.begin(), used.end(), edge);
     if (known == used.end()) known = used.insert(known, edge);
     return static_cast<std::uint8_t>(known - used.begin());
   };
   std::uint64_t inUse = 0;
   for (int t = 0; t < kTetrahedra; ++t) {
     Tetrahedron& tetrahedron = tetrahedra[t];
-    tetrahedron = {};
+    std::uint8_t edge[4][4] = {};
+    tetrahedronBits[t] = 0;
     for (int n = 0; n < 4; ++n) {
       tetrahedron.vertex[n] = kTetrahedron[t][n];
-      tetrahedron.mask |= std::uint64_t(1) << kTetrahedron[t][n];
+      tetrahedronBits[t] |= std::uint64_t(1) << kTetrahedron[t][n];
       for (int m = 0; m < 4; ++m) {
-        if (m != n) tetrahedron.edge[n][m] = edgeBetween(kVertex[kTetrahedron[t][n]], kVertex[kTetrahedron[t][m]]);
+        if (m != n) edge[n][m] = edgeBetween(kVertex[kTetrahedron[t][n]], kVertex[kTetrahedron[t][m]]);
       }
     }
-    inUse |= tetrahedron.mask;
+    for (int code = 0; code < 16; ++code) {
+      tetrahedron.surface[code] = SurfaceOf(code, [&](int n, int m) { return edge[n][m]; });
+    }
+    inUse |= tetrahedronBits[t];
   }
   std::copy(used.begin(), used.end(), tileEdges);
   for (int v = 0; v < kVertices; ++v) {
     if ((inUse >> v & 1) != 0) cornerOf(kVertex[v]);
   }
-  for (std::size_t s = 0; s < places.size(); ++s) sample[s] = Vec3D(places[s]) * 0.25;
+  for (std::size_t s = 0; s < places.size(); ++s) {
+    sample[s] = Vec3D(places[s]) * 0.25;
+    for (int axis = 0; axis < 3; ++axis) along[axis][s] = sample[s][axis];
+  }
   for (auto& table : vertexBits) std::fill_n(table, 256, 0);
   for (auto& table : cutBits) std::fill_n(table, 256, 0);
   for (std::uint64_t& within : edgesWithin) within = 0;

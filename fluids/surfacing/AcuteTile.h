@@ -22,20 +22,28 @@ class AcuteTile {
   struct Corner {
     std::uint8_t cell, sample;
   };
-  // An edge and the cell that it belongs to, in the same way.
+  // An edge by the cell that it belongs to, in the same way, and the bits of that cell's edges before it.
   struct Edge {
-    std::uint8_t cell, edge;
+    std::uint64_t before;
+    std::uint8_t cell;
+    friend bool operator==(const Edge&, const Edge&) = default;
+  };
+  // The surface in a tetrahedron by its corners outside (bit n: corner n): up to two triangles, by indices into
+  // tileEdges.
+  struct Surface {
+    std::uint8_t triangles, edge[2][3];
   };
   struct Tetrahedron {
-    std::uint64_t mask;  // its vertices' bits
     std::uint8_t vertex[4];
-    std::uint8_t edge[4][4];  // index into tileEdges of the edge between two of its corners
+    Surface surface[16];
   };
 
   Vec3D sample[kSamples];     // places in the cell, in cells
+  double along[3][kSamples];  // the same by axis
   Corner edgeEnd[kEdges][2];  // of the edges that belong to a cell
   Edge tileEdges[160];
   Tetrahedron tetrahedra[kTetrahedra];
+  std::uint64_t tetrahedronBits[kTetrahedra];  // of their vertices
   // Bits of the tile's vertices, by the signs of the samples of each of the eight cells.
   std::uint64_t vertexBits[8][256];
   // Bits of a cell's edges that are cut, by the signs of the samples of each of the eight cells: to be combined by xor.

@@ -1,10 +1,13 @@
 #include "fluids/surfacing/MeshWeld.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <deque>
-#include <unordered_map>
+#include <memory_resource>
 
+#include "fluids/surfacing/BitRows.h"
+#include "globals/Multiversion.h"
 #include "host/threads/ForLayers.h"
 
 namespace orlix {
@@ -13,6 +16,33 @@ namespace {
 
 constexpr std::int32_t kNone = -1;
 constexpr int kShare = 1 << 14;  // triangles of a piece of work
+
+// A bit for each point of a mesh.
+class PointSet {
+ public:
+  explicit PointSet(const TriMeshSTL& mesh) : bits_({mesh.PointCount(), 1, 1}) {}
+  bool Has(std::int32_t point) const { return bits_.Has(point, 0, 0); }
+  bool HasAny(const VecInt3D& t) const { return Has(t.x) || Has(t.y) || Has(t.z); }
+  void Add(const VecInt3D& t) {
+    for (int n = 0; n < 3; ++n) Word(t[n]) |= Bit(t[n]);
+  }
+  // From any worker.
+  void AddShared(std::int32_t point) {
+    std::atomic_ref word(Word(point));
+    if ((word.load(std::memory_order_relaxed) & Bit(point)) == 0) word.fetch_or(Bit(point), std::memory_order_relaxed);
+  }
+  // How many there are; from here on each has a number, in their order.
+  std::int32_t Count() { return static_cast<std::int32_t>(bits_.NumberRow(0, 0, 0)); }
+  ORLIX_INLINE std::int32_t Number(std::int32_t point) const {
+    return static_cast<std::int32_t>(bits_.Number(point, 0, 0));
+  }
+
+ private:
+  static std::uint64_t Bit(std::int32_t point) { return std::uint64_t(1) << (point % 64); }
+  std::uint64_t& Word(std::int32_t point) { return bits_.Row(0, 0)[point / 64]; }
+
+  BitRows bits_;
+};
 
 bool Holds(const VecInt3D& t, std::int32_t v) { return t.x == v || t.y == v || t.z == v; }
 
@@ -28,13 +58,17 @@ std::int32_t Third(const VecInt3D& t, std::int32_t u, std::int32_t v) {
 class LocalRepair {
  public:
   // known: the points around which all triangles will be added.
-  LocalRepair(const WeldSettings& settings, const std::vector<std::uint8_t>& known, TriMeshSTL& mesh)
-      : least_(settings.leastArea), tolerance2_(settings.tolerance * settings.tolerance), known_(known), mesh_(mesh) {}
+  LocalRepair(const WeldSettings& settings, PointSet& known, TriMeshSTL& mesh)
+      : least_(settings.leastArea), tolerance2_(settings.tolerance * settings.tolerance), known_(known), mesh_(mesh) {
+    const std::int32_t count = known.Count();
+    around_.reserve(static_cast<std::size_t>(count));
+    for (std::int32_t n = 0; n < count; ++n) around_.emplace_back(&memory_).reserve(kUsual);
+  }
 
   // A triangle around the places to repair.
   void Add(std::int32_t triangle) {
     const VecInt3D& t = Triangle(triangle);
-    for (int n = 0; n < 3; ++n) around_[t[n]].push_back(triangle);
+    for (int n = 0; n < 3; ++n) AddAround(t[n], triangle);
   }
   // True when something changed.
   bool Repair(const std::vector<std::int32_t>& bad) {
@@ -51,6 +85,9 @@ class LocalRepair {
   static bool IsDead(const VecInt3D& t) { return t.x == t.y; }
 
  private:
+  using Triangles = std::pmr::vector<std::int32_t>;
+  static constexpr int kUsual = 8;  // triangles around a point
+
   VecInt3D& Triangle(std::int32_t t) { return mesh_.Triangles()[static_cast<std::size_t>(t)]; }
   const Vec3D& Point(std::int32_t p) const { return mesh_.Points()[static_cast<std::size_t>(p)]; }
   bool IsDead(std::int32_t t) { return IsDead(Triangle(t)); }
@@ -59,7 +96,11 @@ class LocalRepair {
     return Dot(d, d);
   }
 
-  bool IsKnown(std::int32_t point) const { return known_[static_cast<std::size_t>(point)] != 0; }
+  bool IsKnown(std::int32_t point) const { return known_.Has(point); }
+  Triangles& ListOf(std::int32_t point) { return around_[static_cast<std::size_t>(known_.Number(point))]; }
+  void AddAround(std::int32_t point, std::int32_t triangle) {
+    if (IsKnown(point)) ListOf(point).push_back(triangle);
+  }
   double Area(const VecInt3D& t) const { return 0.5 * Length(Cross(Point(t.y) - Point(t.x), Point(t.z) - Point(t.x))); }
 
   bool Mend(std::int32_t triangle) {
@@ -84,9 +125,9 @@ class LocalRepair {
     return length2[shortest] < 1e4 * least_ && Collapse(std::min(a, b), std::max(a, b));
   }
 
-  // The live triangles around a point.
-  std::vector<std::int32_t>& Around(std::int32_t point) {
-    std::vector<std::int32_t>& list = around_[point];
+  // The live triangles around a known point.
+  Triangles& Around(std::int32_t point) {
+    Triangles& list = ListOf(point);
     std::erase_if(list, [&](std::int32_t t) { return IsDead(t) || !Holds(Triangle(t), point); });
     return list;
   }
@@ -129,11 +170,11 @@ class LocalRepair {
         for (int n = 0; n < 3; ++n) {
           if (corners[n] == lose) corners[n] = keep;
         }
-        around_[keep].push_back(t);
+        AddAround(keep, t);
         open_.push_back(t);
       }
     }
-    around_[lose].clear();
+    ListOf(lose).clear();
     return true;
   }
 
@@ -155,8 +196,8 @@ class LocalRepair {
     for (const std::int32_t point : Neighbours(keep)) {
       if (!IsKnown(point) || Around(point).size() != 3) return false;
     }
-    std::vector<std::int32_t> all = Around(keep);
-    const auto& others = Around(lose);
+    Triangles all = Around(keep);
+    const Triangles& others = Around(lose);
     all.insert(all.end(), others.begin(), others.end());
     for (const std::int32_t t : all) Triangle(t) = {keep, keep, keep};
     return true;
@@ -181,8 +222,8 @@ class LocalRepair {
     if (!(std::min(Area(first), Area(second)) > Area(Triangle(triangle)))) return false;
     Triangle(triangle) = first;
     Triangle(other) = second;
-    around_[w].push_back(other);
-    around_[x].push_back(triangle);
+    AddAround(w, other);
+    AddAround(x, triangle);
     open_.push_back(triangle);
     open_.push_back(other);
     return true;
@@ -190,21 +231,30 @@ class LocalRepair {
 
   double least_, tolerance2_;
   bool changed_ = false;
-  const std::vector<std::uint8_t>& known_;
+  const PointSet& known_;
   TriMeshSTL& mesh_;
-  std::unordered_map<std::int32_t, std::vector<std::int32_t>> around_;
+  std::pmr::monotonic_buffer_resource memory_;
+  std::vector<Triangles> around_;  // of the known points
   std::deque<std::int32_t> open_;
 };
+
+// Calls f(first, end, share) for pieces of a list on all workers.
+template <class F>
+void ForShares(WorkerPool& pool, std::size_t count, F&& f) {
+  const int shares = static_cast<int>((count + kShare - 1) / kShare);
+  ForLayers(pool, 0, shares, [&](int share) {
+    const std::size_t first = std::size_t(share) * kShare;
+    f(first, std::min(first + kShare, count), share);
+  });
+}
 
 // The triangles for which test(t) holds, in order.
 template <class Test>
 std::vector<std::int32_t> FindTriangles(const TriMeshSTL& mesh, WorkerPool& pool, Test&& test) {
-  const int shares = (mesh.TriangleCount() + kShare - 1) / kShare;
-  std::vector<std::vector<std::int32_t>> found(static_cast<std::size_t>(shares));
-  ForLayers(pool, 0, shares, [&](int share) {
-    const int end = std::min(mesh.TriangleCount(), (share + 1) * kShare);
-    for (int t = share * kShare; t < end; ++t) {
-      if (test(mesh.Triangles()[static_cast<std::size_t>(t)])) found[static_cast<std::size_t>(share)].push_back(t);
+  std::vector<std::vector<std::int32_t>> found(mesh.Triangles().size() / kShare + 1);
+  ForShares(pool, mesh.Triangles().size(), [&](std::size_t first, std::size_t end, int share) {
+    for (std::size_t t = first; t < end; ++t) {
+      if (test(mesh.Triangles()[t])) found[std::size_t(share)].push_back(static_cast<std::int32_t>(t));
     }
   });
   std::vector<std::int32_t> all;
@@ -235,58 +285,83 @@ std::vector<std::int32_t> FindBad(const WeldSettings& settings, WorkerPool& pool
 // True when something changed. around: the triangles that may have.
 bool RepairAround(const std::vector<std::int32_t>& bad, const WeldSettings& settings, WorkerPool& pool,
                   TriMeshSTL& mesh, std::vector<std::int32_t>& around) {
-  // The points of the bad triangles and their neighbours.
-  std::vector<std::uint8_t> ring(static_cast<std::size_t>(mesh.PointCount()), 0);
-  const auto at = [&](std::int32_t p) -> std::uint8_t& { return ring[static_cast<std::size_t>(p)]; };
-  for (const std::int32_t t : bad) {
-    const VecInt3D& corners = mesh.Triangles()[static_cast<std::size_t>(t)];
-    for (int n = 0; n < 3; ++n) at(corners[n]) = 1;
-  }
-  for (std::uint8_t reach = 1; reach <= 2; ++reach) {
-    around = FindTriangles(
-        mesh, pool, [&](const VecInt3D& t) { return (at(t.x) || at(t.y) || at(t.z)) && !LocalRepair::IsDead(t); });
-    if (reach == 2) break;
-    for (const std::int32_t t : around) {
-      const VecInt3D& corners = mesh.Triangles()[static_cast<std::size_t>(t)];
-      for (int n = 0; n < 3; ++n) at(corners[n]) = 1;
-    }
-  }
-  LocalRepair repair(settings, ring, mesh);
+  // The points of the bad triangles, and with their neighbours.
+  PointSet centre(mesh), known(mesh);
+  for (const std::int32_t t : bad) centre.Add(mesh.Triangles()[static_cast<std::size_t>(t)]);
+  const auto findAround = [&](const PointSet& points) {
+    return FindTriangles(mesh, pool, [&](const VecInt3D& t) { return points.HasAny(t) && !LocalRepair::IsDead(t); });
+  };
+  for (const std::int32_t t : findAround(centre)) known.Add(mesh.Triangles()[static_cast<std::size_t>(t)]);
+  around = findAround(known);
+  LocalRepair repair(settings, known, mesh);
   for (const std::int32_t t : around) repair.Add(t);
   return repair.Repair(bad);
 }
 
-bool UsesAllPoints(WorkerPool& pool, const TriMeshSTL& mesh) {
-  std::vector<std::uint8_t> isUsed(static_cast<std::size_t>(mesh.PointCount()), 0);
-  const int shares = (mesh.TriangleCount() + kShare - 1) / kShare;
-  ForLayers(pool, 0, shares, [&](int share) {
-    const int end = std::min(mesh.TriangleCount(), (share + 1) * kShare);
-    for (int t = share * kShare; t < end; ++t) {
-      for (int n = 0; n < 3; ++n) {
-        std::atomic_ref used(isUsed[static_cast<std::size_t>(mesh.Triangles()[static_cast<std::size_t>(t)][n])]);
-        if (used.load(std::memory_order_relaxed) == 0) used.store(1, std::memory_order_relaxed);
-      }
+// Takes elements out of a list; the order of the others stays. pack(from, end, to) writes what stays of [from, end) to
+// the places from to on, which may be from, and gives their end.
+template <class T, class Pack>
+void PackList(WorkerPool& pool, std::vector<T>& list, Pack&& pack) {
+  if (list.empty()) return;
+  std::vector<std::size_t> stays((list.size() + kShare - 1) / kShare);
+  ForShares(pool, list.size(), [&](std::size_t first, std::size_t end, int share) {
+    T* from = list.data() + first;
+    stays[std::size_t(share)] = static_cast<std::size_t>(pack(from, list.data() + end, from) - from);
+  });
+  // Each worker moves the elements of some shares. Those that go to places before its first share wait until the worker
+  // before it has read these.
+  const int parts = std::min<int>(pool.count(), static_cast<int>(stays.size()));
+  std::array<std::vector<T>, WorkerPool::kMaxWorkers> waiting;
+  std::vector<std::size_t> begin(stays.size() + 1, 0);
+  for (std::size_t n = 0; n < stays.size(); ++n) begin[n + 1] = begin[n] + stays[n];
+  const auto firstOf = [&](int part) { return stays.size() * std::size_t(part) / std::size_t(parts); };
+  pool.Run(parts, [&](int part) {
+    const std::size_t own = firstOf(part) * kShare;
+    for (std::size_t n = firstOf(part); n < firstOf(part + 1); ++n) {
+      const T* from = list.data() + n * kShare;
+      const std::size_t early = std::min(own - std::min(own, begin[n]), stays[n]);
+      waiting[std::size_t(part)].insert(waiting[std::size_t(part)].end(), from, from + early);
+      T* to = list.data() + begin[n] + early;
+      if (to != from + early) std::copy(from + early, from + stays[n], to);
     }
   });
-  return std::find(isUsed.begin(), isUsed.end(), 0) == isUsed.end();
+  pool.Run(parts, [&](int part) {
+    const std::vector<T>& early = waiting[std::size_t(part)];
+    std::copy(early.begin(), early.end(), list.data() + begin[firstOf(part)]);
+  });
+  list.resize(begin.back());
 }
 
-void RemoveUnusedPoints(WorkerPool& pool, TriMeshSTL& mesh) {
-  if (UsesAllPoints(pool, mesh)) return;
-  std::vector<std::int32_t> number(static_cast<std::size_t>(mesh.PointCount()), kNone);
-  for (const VecInt3D& t : mesh.Triangles()) {
-    for (int n = 0; n < 3; ++n) number[static_cast<std::size_t>(t[n])] = 0;
+ORLIX_MULTIVERSION VecInt3D* PackTriangles(const PointSet& used, const VecInt3D* from, const VecInt3D* end,
+                                           VecInt3D* to) {
+  for (; from != end; ++from) {
+    if (LocalRepair::IsDead(*from)) continue;
+    *to++ = {used.Number(from->x), used.Number(from->y), used.Number(from->z)};
   }
-  std::int32_t used = 0;
-  for (std::size_t p = 0; p < number.size(); ++p) {
-    if (number[p] == kNone) continue;
-    mesh.Points()[static_cast<std::size_t>(used)] = mesh.Points()[p];
-    number[p] = used++;
-  }
-  mesh.Points().resize(static_cast<std::size_t>(used));
-  for (VecInt3D& t : mesh.Triangles()) {
-    for (int n = 0; n < 3; ++n) t[n] = number[static_cast<std::size_t>(t[n])];
-  }
+  return to;
+}
+
+// Removes dead triangles, and points that no other uses.
+void RemoveUnused(WorkerPool& pool, bool someAreDead, TriMeshSTL& mesh) {
+  PointSet used(mesh);
+  ForShares(pool, mesh.Triangles().size(), [&](std::size_t first, std::size_t end, int) {
+    for (std::size_t t = first; t < end; ++t) {
+      const VecInt3D& corners = mesh.Triangles()[t];
+      if (LocalRepair::IsDead(corners)) continue;
+      for (int n = 0; n < 3; ++n) used.AddShared(corners[n]);
+    }
+  });
+  const bool usesAll = used.Count() == mesh.PointCount();
+  if (usesAll && !someAreDead) return;
+  PackList(pool, mesh.Triangles(),
+           [&](const VecInt3D* from, const VecInt3D* end, VecInt3D* to) { return PackTriangles(used, from, end, to); });
+  if (usesAll) return;
+  PackList(pool, mesh.Points(), [&](const Vec3D* from, const Vec3D* end, Vec3D* to) {
+    for (; from != end; ++from) {
+      if (used.Has(static_cast<std::int32_t>(from - mesh.Points().data()))) *to++ = *from;
+    }
+    return to;
+  });
 }
 
 }  // namespace
@@ -301,8 +376,7 @@ void WeldMesh(const WeldSettings& settings, WorkerPool& pool, TriMeshSTL& mesh) 
     if (bad.empty() || !RepairAround(bad, settings, pool, mesh, around)) break;
     changed = true;
   }
-  if (changed) std::erase_if(mesh.Triangles(), [](const VecInt3D& t) { return LocalRepair::IsDead(t); });
-  RemoveUnusedPoints(pool, mesh);
+  RemoveUnused(pool, changed, mesh);
 }
 
 }  // namespace orlix

@@ -1,9 +1,12 @@
 #include "fluids/surfacing/SurfaceExtractor.h"
 
-#include "fluids/grids/TrilinearGradient.h"
+#include <cstring>
+
+#include "fluids/level_sets/TriangleLanes.h"
 #include "fluids/surfacing/LatticeExtraction.h"
 #include "fluids/surfacing/MeshWeld.h"
 #include "fluids/surfacing/TileExtraction.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
@@ -12,6 +15,48 @@ namespace {
 constexpr double kNearest = 1e-8;           // m, of cubes
 constexpr double kNearestOfOthers = 1e-30;  // m
 constexpr double kLeastArea = 1e-6;         // of a triangle, in squared cells
+
+// LinearAxis of four places along an axis of n nodes.
+ORLIX_INLINE void LinearAxes(const Lanes& x, int n, std::int32_t (&index)[kLanes], Lanes& fraction) {
+  using Ints = std::int32_t __attribute__((vector_size(kLanes * sizeof(std::int32_t))));
+  const Lanes zero{}, highest = zero + 2147483000.0, lowest = zero - 2147483000.0;
+  const Lanes limited = x < highest ? (x > lowest ? x : lowest) : highest;
+  const Ints i = __builtin_convertvector(limited, Ints);
+  const Lanes truncated = __builtin_convertvector(i, Lanes), last = zero + (n - 2);
+  fraction = limited - (limited < truncated ? truncated - 1 : truncated);
+  fraction = truncated < zero ? zero : truncated > last ? zero + 1 : fraction;
+  const Ints low = i < 0 ? Ints{} : i, within = low > n - 2 ? Ints{} + (n - 2) : low;
+  std::memcpy(index, &within, sizeof within);
+}
+
+// The unit gradients at points, from the nodes that there are to a metre from a corner on: the operations of
+// TrilinearGradient for four points at a time.
+ORLIX_MULTIVERSION void UnitGradients(const GridView<const double>& nodes, const Vec3D& corner, double perMetre,
+                                      const Vec3D* points, int count, Vec3D* gradients) {
+  const std::int64_t row = nodes.dims.x, slab = nodes.slab;
+  for (int p = 0; p < count; p += kLanes) {
+    std::int32_t index[3][kLanes];
+    Lanes f[3];
+    for (int axis = 0; axis < 3; ++axis) {
+      Lanes x;
+      for (int l = 0; l < kLanes; ++l) x[l] = points[std::min(p + l, count - 1)][axis];
+      LinearAxes((x - corner[axis]) * perMetre, nodes.dims[axis], index[axis], f[axis]);
+    }
+    const double* at[kLanes];
+    for (int l = 0; l < kLanes; ++l) at[l] = nodes.data + nodes.Index(index[0][l], index[1][l], index[2][l]);
+    const auto load = [&](Lanes & value, std::int64_t offset) __attribute__((always_inline)) {
+      value = Lanes{at[0][offset], at[1][offset], at[2][offset], at[3][offset]};
+    };
+    Lanes p000, p100, p010, p110, p001, p101, p011, p111;
+    load(p000, 0), load(p100, 1), load(p010, row), load(p110, row + 1);
+    load(p001, slab), load(p101, slab + 1), load(p011, slab + row), load(p111, slab + row + 1);
+    const Lanes fx = f[0], fy = f[1], fz = f[2], gx = 1 - fx, gy = 1 - fy, gz = 1 - fz;
+    const Lanes x = ((p100 - p000) * gy + (p110 - p010) * fy) * gz + ((p101 - p001) * gy + (p111 - p011) * fy) * fz;
+    const Lanes y = ((p010 - p000) * gx + (p110 - p100) * fx) * gz + ((p011 - p001) * gx + (p111 - p101) * fx) * fz;
+    const Lanes z = ((p001 - p000) * gx + (p101 - p100) * fx) * gy + ((p011 - p010) * gx + (p111 - p110) * fx) * fy;
+    for (int l = 0; l < std::min(kLanes, count - p); ++l) gradients[p + l] = Normalized(Vec3D(x[l], y[l], z[l]));
+  }
+}
 
 }  // namespace
 
@@ -50,10 +95,9 @@ void SurfaceExtractor::GradientNormals(WorkerPool& pool, TriMeshSTL& mesh) const
   constexpr int kShare = 4096;
   const int points = mesh.PointCount();
   ForLayers(pool, 0, (points + kShare - 1) / kShare, [&](int share) {
-    for (int p = share * kShare; p < std::min(points, (share + 1) * kShare); ++p) {
-      const auto at = static_cast<std::size_t>(p);
-      normals[at] = Normalized(TrilinearGradient(view, (mesh.Points()[at] - grid_.space.simMin) * perPoint));
-    }
+    const int first = share * kShare;
+    UnitGradients(view, grid_.space.simMin, perPoint, mesh.Points().data() + first, std::min(points - first, kShare),
+                  normals.data() + first);
   });
 }
 
