@@ -27,7 +27,7 @@ SCENES = [
     ("cumulus", 48, "A cumulus under a sun: light that scatters many times inside it."),
     ("coloured_smokes", 60, "A wall of coloured smokes, whose colours travel with them and mix."),
     ("torch", 40, "A torch lights a tunnel, and nothing else does."),
-    ("candle", 20, "A small flame with the colours of a black body."),
+    ("candle", 14, "A small flame with the colours of a black body."),
     ("smoke_ring", 26, "A short push rolls smoke up into a ring that travels."),
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
     ("wind_moving_obstacle", 60, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
