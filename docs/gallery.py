@@ -26,7 +26,7 @@ SCENES = [
     ("campfire", 30, "A campfire: flames lick and tear off, sparks fly, thin smoke rises."),
     ("cumulus", 48, "A cumulus under a sun: light that scatters many times inside it."),
     ("coloured_smokes", 60, "A wall of coloured smokes, whose colours travel with them and mix."),
-    ("torch", 40, "A torch lights a tunnel, and nothing else does."),
+    ("torch", 30, "A torch lights a tunnel, and nothing else does."),
     ("candle", 14, "A small flame with the colours of a black body."),
     ("smoke_ring", 26, "A short push rolls smoke up into a ring that travels."),
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
