@@ -153,7 +153,7 @@ bool RigidBody::FeelsForce(const Vec3D& force, const Vec3D& torque) {
   if (bodyType_ != BodyType::Dynamic || frozen_) return false;
   const bool wakes = Length(force * linearFactor) * InverseMass() * kSoon > linearSleep ||
                      Length(InverseInertiaTimes(torque)) * kSoon > angularSleep;
-  if (wakes) state.idleTime = std::min(state.idleTime, 0.0f);
+  if (wakes) state.idleTime = state.idleTime < 0 ? -1 : 0;
   if (!state.asleep) return true;
   if (wakes) state.asleep = 0;
   return false;

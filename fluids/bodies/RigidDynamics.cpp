@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -61,17 +62,22 @@ struct RigidShape::Parts {
   std::unique_ptr<btTriangleIndexVertexArray> mesh;
   std::unique_ptr<btCollisionShape> shape;
   btGImpactMeshShape* moving = nullptr;
-  mutable std::optional<MeshFeatures> features;  // in Bullet's axes; made for the first contact
+  // In Bullet's axes; made for the first contact, which worlds of several workers may have with what stands still.
+  mutable std::optional<MeshFeatures> features;
+  mutable std::once_flag made;
 
   const MeshFeatures& Features() const {
-    if (features) return *features;
+    std::call_once(made, [this] { MakeFeatures(); });
+    return *features;
+  }
+  void MakeFeatures() const {
     std::vector<Vec3D> points;
     std::vector<VecInt3D> triangles;
     for (std::size_t i = 0; i < vertices.size(); i += 3)
       points.emplace_back(vertices[i], vertices[i + 1], vertices[i + 2]);
     for (std::size_t i = 0; i < indices.size(); i += 3)
       triangles.emplace_back(indices[i], indices[i + 1], indices[i + 2]);
-    return features.emplace(points, triangles);
+    features.emplace(points, triangles);
   }
 };
 
@@ -128,21 +134,8 @@ class Target final : public btMotionState {
   btTransform transform_;
 };
 
-// Steps of an exact number: Bullet's own count comes from a quotient of floats.
-class World final : public btDiscreteDynamicsWorld {
- public:
-  using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
-  void Run(double dt, int substeps) {
-    const btScalar each = btScalar(dt / substeps);
-    saveKinematicState(btScalar(dt));
-    applyGravity();
-    for (int i = 0; i < substeps; ++i) internalSingleStepSimulation(each);
-    clearForces();
-  }
-};
-
-const RigidEntry* EntryOf(const btCollisionObjectWrapper* wrap) {
-  return static_cast<const RigidEntry*>(wrap->getCollisionObject()->getUserPointer());
+const RigidEntry* EntryOf(const btCollisionObject& object) {
+  return static_cast<const RigidEntry*>(object.getUserPointer());
 }
 
 // One side of a contact, a triangle of a body, in Bullet's world.
@@ -211,16 +204,24 @@ void MendNormal(btManifoldPoint& point, const Side& a, const Side& b, double mar
   point.m_localPointB = b.place.invXform(point.m_positionWorldOnB);
 }
 
+// Of two meshes that meet, hundreds of pairs of triangles make contacts, of which Bullet keeps four: those that
+// collision found, as against those that it foretells, are marked here and mended once all are known.
+constexpr char kFound = 0;
+bool MarkContact(btManifoldPoint& point, const btCollisionObjectWrapper*, int, int, const btCollisionObjectWrapper*,
+                 int, int) {
+  point.m_userPersistentData = const_cast<char*>(&kFound);
+  return true;
+}
+
 // What two bodies bring to a contact is multiplied, each with its factor at its own point.
-bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int, int triangleA,
-                  const btCollisionObjectWrapper* b, int, int triangleB) {
+void MendContact(btManifoldPoint& point, const btCollisionObject& a, const btCollisionObject& b) {
   const RigidEntry *first = EntryOf(a), *second = EntryOf(b);
-  if (!first || !second) return false;
-  const btTransform &placeA = a->getWorldTransform(), &placeB = b->getWorldTransform();
-  const double margin = double(a->getCollisionShape()->getMargin()) + double(b->getCollisionShape()->getMargin());
+  if (!first || !second) return;
+  const btTransform &placeA = a.getWorldTransform(), &placeB = b.getWorldTransform();
+  const double margin = double(a.getCollisionShape()->getMargin()) + double(b.getCollisionShape()->getMargin());
   const double reach = 2 * margin + 1e-4;  // no further where bodies are deep in each other: those are what is mended
-  MendNormal(point, {*first->shape, placeA, placeB, triangleA, point.m_positionWorldOnB, reach},
-             {*second->shape, placeB, placeA, triangleB, point.m_positionWorldOnB, reach}, margin);
+  MendNormal(point, {*first->shape, placeA, placeB, point.m_index0, point.m_positionWorldOnB, reach},
+             {*second->shape, placeB, placeA, point.m_index1, point.m_positionWorldOnB, reach}, margin);
   const Vec3D places[2] = {FromBullet(point.getPositionWorldOnA()), FromBullet(point.getPositionWorldOnB())};
   const auto share = [&](const RigidEntry& e, int side, RigidContact what, double value) {
     return e.contact ? value * e.contact->ContactScale(what, places[side]) : value;
@@ -231,8 +232,78 @@ bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int
   point.m_combinedFriction = combined(RigidContact::Friction, &RigidEntry::friction);
   point.m_combinedRollingFriction = combined(RigidContact::RollingFriction, &RigidEntry::rollingFriction);
   point.m_combinedRestitution = combined(RigidContact::Restitution, &RigidEntry::restitution);
-  return true;
 }
+
+// Steps of an exact number: Bullet's own count comes from a quotient of floats.
+class World final : public btDiscreteDynamicsWorld {
+ public:
+  using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
+  void Run(double dt, int substeps) {
+    const btScalar each = btScalar(dt / substeps);
+    saveKinematicState(btScalar(dt));
+    applyGravity();
+    std::vector<Held> held;
+    for (int i = 0; i < substeps; ++i) {
+      FindHeld(held);
+      internalSingleStepSimulation(each);
+      for (const Held& one : held) Hold(one);
+    }
+    clearForces();
+  }
+  void performDiscreteCollisionDetection() override {
+    btDiscreteDynamicsWorld::performDiscreteCollisionDetection();
+    for (int m = 0; m < getDispatcher()->getNumManifolds(); ++m) {
+      btPersistentManifold& manifold = *getDispatcher()->getManifoldByIndexInternal(m);
+      for (int n = 0; n < manifold.getNumContacts(); ++n) {
+        btManifoldPoint& point = manifold.getContactPoint(n);
+        if (!point.m_userPersistentData) continue;
+        MendContact(point, *manifold.getBody0(), *manifold.getBody1());
+        point.m_userPersistentData = nullptr;
+      }
+    }
+  }
+
+ private:
+  // A body that moves, and a wall beyond which it isn't.
+  struct Held {
+    btRigidBody* body;
+    btVector3 normal;
+    btScalar offset;
+
+    // How far its box reaches out of the wall.
+    btScalar Reach() const {
+      btVector3 low, high;
+      body->getCollisionShape()->getAabb(body->getWorldTransform(), low, high);
+      const btVector3 half = (high - low) * btScalar(0.5);
+      return normal.dot(low + half) + normal.absolute().dot(half) - offset;
+    }
+  };
+  void FindHeld(std::vector<Held>& held) {
+    held.clear();
+    for (int w = 0; w < getNumCollisionObjects(); ++w) {
+      const auto* wall = dynamic_cast<const btStaticPlaneShape*>(getCollisionObjectArray()[w]->getCollisionShape());
+      if (!wall) return;  // they come first
+      for (int n = 0; n < m_nonStaticRigidBodies.size(); ++n) {
+        const Held one{m_nonStaticRigidBodies[n], wall->getPlaneNormal(), wall->getPlaneConstant()};
+        if (!one.body->isStaticOrKinematicObject() && one.Reach() > 0) held.push_back(one);
+      }
+    }
+  }
+  // Bullet looks only at what reaches through a plane: a plate, or anything thin, that a step took wholly beyond it
+  // would fall on. It is put back onto the wall.
+  static void Hold(const Held& one) {
+    const btScalar reach = one.Reach();
+    if (reach > 0) return;
+    btRigidBody& body = *one.body;
+    btTransform place = body.getWorldTransform();
+    place.setOrigin(place.getOrigin() + one.normal * (2 * body.getCollisionShape()->getMargin() - reach));
+    body.setWorldTransform(place);
+    body.setInterpolationWorldTransform(place);
+    const btVector3 velocity = body.getLinearVelocity();
+    const btScalar into = velocity.dot(one.normal);
+    if (into < 0) body.setLinearVelocity(velocity - one.normal * (into * (1 + body.getRestitution())));
+  }
+};
 
 std::unique_ptr<btBroadphaseInterface> MakeBroadphase(int which) {
   const btScalar end = btScalar(kSortedExtent);
@@ -293,7 +364,8 @@ std::unique_ptr<btRigidBody> MakeBody(const RigidEntry& entry, btMotionState* ta
   body->applyCentralForce(ToBullet(state.force * share));
   body->applyTorque(AxialToBullet(state.torque * share));
   if (state.idleTime < 0) body->setFlags(body->getFlags() | BT_DISABLE_WORLD_GRAVITY);  // a fluid took its weight
-  body->setDeactivationTime(std::max(state.idleTime, 0.0f));
+  // Where a fluid took its weight, -1 and the time below that.
+  body->setDeactivationTime(state.idleTime < 0 ? -1 - state.idleTime : state.idleTime);
   body->forceActivationState(state.asleep ? ISLAND_SLEEPING : ACTIVE_TAG);
   return body;
 }
@@ -314,7 +386,7 @@ void ReadBack(const RigidEntry& entry, const btRigidBody& body) {
 
 void StepRigidBodies(std::span<const RigidEntry> bodies, const RigidStep& step) {
   if (bodies.empty() || step.substeps < 1 || !(step.dt > 0)) return;
-  gContactAddedCallback = ScaleContact;
+  [[maybe_unused]] static const ContactAddedCallback kMarks = gContactAddedCallback = MarkContact;
   btDefaultCollisionConstructionInfo pools;
   pools.m_defaultMaxPersistentManifoldPoolSize = 4096;
   pools.m_defaultMaxCollisionAlgorithmPoolSize = 4096;

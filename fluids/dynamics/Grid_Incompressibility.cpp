@@ -192,7 +192,7 @@ void Grid_Incompressibility::TakeWeight(std::size_t n, bool inLiquid) {
   const double dt = simulationInfo->substepDuration;
   ForceAndTorque force;
   if (!(body.state.idleTime < 0)) {
-    body.state.idleTime = -1;
+    body.state.idleTime = -1 - body.state.idleTime;
     force.force = scene->gravity / body.InverseMass();
   }
   if (inLiquid) {

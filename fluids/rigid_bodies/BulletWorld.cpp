@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <numeric>
+#include <span>
 #include <vector>
 
 #include "fluids/bodies/ObstacleTag.h"
@@ -83,6 +85,9 @@ class BodyConstraints final : public iContactScale {
   double ContactScale(RigidContact what, const Vec3D& place) const override {
     return At(static_cast<int>(what), place);
   }
+  bool IsEmpty() const {
+    return std::all_of(chains_, chains_ + kChains, [](const auto& chain) { return chain.empty(); });
+  }
   void ScaleDamping(RigidBody& body) const {
     body.linearDampingScale = At(3, body.state.pose.off);
     body.angularDampingScale = At(4, body.state.pose.off);
@@ -153,6 +158,113 @@ void KeepInRange(const VolumeBase& volume, const RigidState& before) {
   volume.Warn("body-left", "it is 100 km from the origin and stays there; a floor would have held it");
 }
 
+// A fluid gives a body its weight beside its own, and what holds the body up acts in the rigid world alone: the fluid
+// would see what lies on the ground sink by a sub-step's gravity at every solve. So what contacts added in a step, as
+// far as that is a weight, is given ahead of the next one, in which a force takes it back.
+void HoldAhead(RigidBody& body, const RigidState& before, const Vec3D& gravity, double dt) {
+  if (body.IsHeld() || before.asleep || !(before.idleTime < 0)) return;
+  Vec3D held = body.state.velocity - before.velocity - before.force * (dt * body.InverseMass());
+  Shorten(held, Length(gravity) * dt);
+  const Vec3D impulse = held / body.InverseMass();
+  body.AddImpulse(impulse);
+  body.AddForce(-impulse / dt);
+}
+
+// Bodies that can't meet in a step have worlds of their own, which workers take one by one. What stands still is in
+// each. Constraints are asked by one worker, and so is a world.
+class SeparateBodies {
+ public:
+  SeparateBodies(std::span<const RigidEntry> entries, std::span<VolumeBase* const> volumes, const RigidStep& step,
+                 bool constrained)
+      : entries_(entries), boxes_(entries.size()), parents_(entries.size()) {
+    std::iota(parents_.begin(), parents_.end(), std::size_t{0});
+    std::vector<std::size_t> order;  // those that move, by where they begin in x
+    for (std::size_t n = 0; n < entries.size(); ++n) {
+      if (entries[n].kind == RigidEntry::Kind::Still) continue;
+      boxes_[n] = Reach(entries[n], *volumes[n], step);
+      order.push_back(n);
+    }
+    if (order.size() > kFew && !constrained) Join(order);
+    Deal(order);
+  }
+
+  void Step(const RigidStep& step, WorkerPool& pool) {
+    pool.Run(static_cast<int>(worlds_.size()), [&](int world) {
+      std::vector<RigidEntry> own;
+      std::vector<RigidState> standing;  // each world's own copy
+      standing.reserve(entries_.size());
+      for (std::size_t n = 0; n < entries_.size(); ++n) {
+        const bool still = entries_[n].kind == RigidEntry::Kind::Still;
+        if (!still && worldOf_[n] != world) continue;
+        own.push_back(entries_[n]);
+        if (still) own.back().state = &standing.emplace_back(*entries_[n].state);
+      }
+      StepRigidBodies(own, step);
+    });
+  }
+
+ private:
+  static constexpr std::size_t kFew = 32;  // bodies that one world takes as soon as many
+  static constexpr std::size_t kMostWorlds = 8;
+  struct Box {
+    Vec3D low, high;
+    bool Meets(const Box& b) const {
+      return low.x <= b.high.x && b.low.x <= high.x && low.y <= b.high.y && b.low.y <= high.y && low.z <= b.high.z &&
+             b.low.z <= high.z;
+    }
+  };
+
+  // Where it can be in the step, with room for what pushes it on the way.
+  static Box Reach(const RigidEntry& entry, const VolumeBase& volume, const RigidStep& step) {
+    const RigidState& s = *entry.state;
+    double size = 0;
+    for (const Vec3D& p : volume.Body()->RestPoints()) size = std::max(size, LengthSquared(p));
+    double way = (Length(s.velocity) + Length(step.gravity) * step.dt) * step.dt;
+    if (entry.kind == RigidEntry::Kind::Dynamic) way += Length(s.force) / entry.mass * step.dt * step.dt;
+    if (entry.kind == RigidEntry::Kind::Driven) way += Length(entry.target.off - s.pose.off);
+    const Vec3D half(1.1 * std::sqrt(size) + 2 * std::max(volume.Body()->margin, 0.0) + 2 * way);
+    return {s.pose.off - half, s.pose.off + half};
+  }
+  std::size_t RootOf(std::size_t n) {
+    while (parents_[n] != n) n = parents_[n] = parents_[parents_[n]];
+    return n;
+  }
+  void Join(std::vector<std::size_t> order) {
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return boxes_[a].low.x < boxes_[b].low.x; });
+    for (std::size_t a = 0; a < order.size(); ++a) {
+      const Box& box = boxes_[order[a]];
+      for (std::size_t b = a + 1; b < order.size() && boxes_[order[b]].low.x <= box.high.x; ++b) {
+        if (box.Meets(boxes_[order[b]])) parents_[RootOf(order[a])] = RootOf(order[b]);
+      }
+    }
+    many_ = true;
+  }
+  // Each set goes to the world that has the fewest bodies: the same for any number of workers.
+  void Deal(const std::vector<std::size_t>& moving) {
+    worldOf_.assign(entries_.size(), 0);
+    worlds_.assign(1, moving.size());
+    if (!many_) return;
+    std::vector<std::vector<std::size_t>> sets(entries_.size());
+    for (const std::size_t n : moving) sets[RootOf(n)].push_back(n);
+    std::erase_if(sets, [](const auto& set) { return set.empty(); });
+    std::stable_sort(sets.begin(), sets.end(), [](const auto& a, const auto& b) { return a.size() > b.size(); });
+    worlds_.assign(std::min(sets.size(), kMostWorlds), 0);
+    for (const auto& set : sets) {
+      const auto least = std::min_element(worlds_.begin(), worlds_.end());
+      for (const std::size_t n : set) worldOf_[n] = static_cast<int>(least - worlds_.begin());
+      *least += set.size();
+    }
+  }
+
+  std::span<const RigidEntry> entries_;
+  std::vector<Box> boxes_;
+  std::vector<std::size_t> parents_;  // of sets that may meet
+  std::vector<int> worldOf_;
+  std::vector<std::size_t> worlds_;  // bodies that move in each
+  bool many_ = false;
+};
+
 }  // namespace
 
 void BulletWorld::Step(OrlixScene& scene) {
@@ -187,13 +299,18 @@ void BulletWorld::Step(OrlixScene& scene) {
     scene.Warn(scene.Name(), "broadphase", "rigid_broadphase takes the tree: sorted axes hold 1024 bodies within 5 km");
     step.broadphase = 0;
   }
-  StepRigidBodies(entries, step);
+  const bool constrained =
+      std::any_of(constraints.begin(), constraints.end(), [](const auto& each) { return !each->IsEmpty(); });
+  SeparateBodies(entries, volumes, step, constrained).Step(step, scene.pool());
   for (std::size_t n = 0; n < volumes.size(); ++n) {
-    if (volumes[n]->IsDynamicBody()) KeepInRange(*volumes[n], before[n]);
+    if (!volumes[n]->IsDynamicBody()) continue;
+    KeepInRange(*volumes[n], before[n]);
+    HoldAhead(*volumes[n]->Body(), before[n], step.gravity, step.dt);
   }
 }
 
 void BulletWorld::EndFrame(OrlixScene& scene) {
+  if (swimmers_.Restore(*scene.GetHostDocument())) return;
   std::vector<VolumeBase*> volumes = Obstacles(scene);
   PrepareBodies(volumes);
   swimmers_.Move(scene);

@@ -122,7 +122,6 @@ void CoupledObjects::Move(OrlixScene& scene) {
     const LMatrix now = object.GlobalMatrix();
     const auto [entry, isNew] = places_.try_emplace(object.creationNumber(), Places{now, now, now});
     Places& places = entry->second;
-    if (restored_) SetGlobalMatrix(object, places.now);
     if (scene.info.time == 0) {
       if (!isNew) SetGlobalMatrix(object, places.start);
       places.previous = places.start;
@@ -131,7 +130,15 @@ void CoupledObjects::Move(OrlixScene& scene) {
     }
     places.now = object.GlobalMatrix();
   });
+}
+
+bool CoupledObjects::Restore(BaseDocument& document) {
+  if (!restored_) return false;
   restored_ = false;
+  for (const auto& [number, places] : places_) {
+    if (auto* object = dynamic_cast<BaseObject*>(document.FindObject(number))) SetGlobalMatrix(*object, places.now);
+  }
+  return true;
 }
 
 void CoupledObjects::MoveObject(OrlixScene& scene, const BaseObject& tag, BaseObject& object, Places& places) {

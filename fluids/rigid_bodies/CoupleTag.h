@@ -19,6 +19,8 @@ struct CoupleTag {
 class CoupledObjects {
  public:
   void Move(OrlixScene& scene);
+  // Puts objects where the state that was read has them; false when none was read since.
+  bool Restore(BaseDocument& document);
   void VisitState(StateVisitor& visitor);
 
  private:

@@ -488,7 +488,9 @@ void OrlixScene::VisitState(StateVisitor& visitor) {
   };
   ForEachNode(NODE_CHANNEL, NODE_CACHE, visit);
   ForEachNode(NODE_SETTINGS, NODE_HELPER, visit);
-  if (rigidWorld_) rigidWorld_->VisitState(visitor);
+  if (!rigidWorld_) return;
+  rigidWorld_->VisitState(visitor);
+  if (visitor.Reading()) rigidWorld_->EndFrame(*this);  // which puts objects where they were
 }
 
 std::uint64_t OrlixScene::HashState(GridHashes* grids) {

@@ -13,7 +13,6 @@ namespace orlix {
 namespace {
 
 constexpr double kPadding = 2;              // of the scene's cells
-constexpr std::int64_t kSmall = 1 << 15;    // nodes
 constexpr double kMostFineNodes = 1 << 20;  // at half a cell
 
 }  // namespace
@@ -64,7 +63,6 @@ void BodyField::Fill(const LMatrix& pose, ScalarGrid& levelSet, WorkerPool& pool
       }
     }
   };
-  // Hundreds of small bodies: the workers' coming together would take longer than each.
   if (levelSet.count < kSmall) return fill(0, levelSet.dims.z, 0);
   ParallelRange(pool, 0, levelSet.dims.z, fill);
 }

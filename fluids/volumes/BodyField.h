@@ -17,6 +17,9 @@ class BodyField {
   // Of nodes at half the scene's cell, or at the cell where that would be too many. False where the mesh gives none.
   bool Build(std::span<const Vec3D> points, const std::vector<VecInt3D>& triangles, double cell,
              const VoxeliserSettings& settings, WorkerPool& pool);
+  // Nodes below which a grid is filled by the calling worker alone: for hundreds of small bodies, the workers' coming
+  // together would take longer than each.
+  static constexpr std::int64_t kSmall = 1 << 15;
   // The distances of the body in this pose.
   void Fill(const LMatrix& pose, ScalarGrid& levelSet, WorkerPool& pool) const;
 

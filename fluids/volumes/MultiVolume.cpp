@@ -123,9 +123,14 @@ void MultiVolume::Prepare(iBase*) {
 }
 
 void MultiVolume::Process(ProcessData& data) {
+  std::vector<VolumeMesh*> small;
   for (const Member& each : members_) {
-    if (!scene->TestBreak(data.hostThread)) each.node->Process(data);
+    if (scene->TestBreak(data.hostThread)) return;
+    each.node->FillsSmallGrid() ? small.push_back(each.node.get()) : each.node->Process(data);
   }
+  ParallelRange(scene->pool(), 0, static_cast<int>(small.size()), [&](int first, int last, int) {
+    for (int n = first; n < last; ++n) small[std::size_t(n)]->Process(data);
+  });
 }
 
 void MultiVolume::Finish() {

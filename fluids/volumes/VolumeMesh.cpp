@@ -212,12 +212,16 @@ void VolumeMesh::Prepare(iBase*) {
     mesh_.matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
     return UpdateMotion();
   }
+  std::vector<Vec3D> before;
+  const LMatrix matrixBefore = mesh_.matrix;
+  if (IsObstacle() && hasPrevious_) before = mesh_.Points();
   const GeometryChange change = ReadGeometry();
   if (change == GeometryChange::Failed) {
     FreeLevelSet();
     SetFlag(NodeActive, false);
     return;
   }
+  if (change == GeometryChange::Moved && !before.empty()) WarnOfDeforming(before, matrixBefore);
   const VoxeliserSettings wanted = WantedSettings();
   const bool sameShape = HasLevelSet() && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);
   voxeliser_.settings = wanted;
@@ -242,6 +246,11 @@ void VolumeMesh::Process(ProcessData& data) {
   deepest_.reset();
   LevelSetChanged();
   FillLevelSet(data);
+}
+
+bool VolumeMesh::FillsSmallGrid() const {
+  return IsDirty() && IsActive() && needsVoxelising_ && !HasFlag(NodeFromCache) && filledPose_ &&
+         LevelSet()->count < BodyField::kSmall;
 }
 
 void VolumeMesh::FillLevelSet(ProcessData& data) {
@@ -275,7 +284,7 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   visitor.Visit("startMatrix", startMatrix_);
   visitor.Visit("hasStart", hasStart_);
   if (!visitor.Reading()) return;
-  filledPose_.reset(), bodyShape_ = 0;
+  filledPose_.reset(), bodyShape_ = bodyVersion_ = 0;
   if (IsDynamicBody()) ShowBody();
 }
 

@@ -44,12 +44,16 @@ class VolumeMesh final : public VolumeBase {
   TriMeshSTL& Mesh() { return mesh_; }
   // The object whose polygons are the volume, from ResolveLinks to ReleaseLinks.
   BaseObject* HostGeometry() const { return hostGeometry_; }
+  // Its Process reads a body's own field into a grid too small to divide, and touches nothing else.
+  bool FillsSmallGrid() const;
 
  private:
   double ShellShare() const override { return shell_; }
   GeometryChange ReadGeometry();
   VoxeliserSettings WantedSettings() const;
   void WarnOfEmpty();
+  void WarnOfDeforming(const std::vector<Vec3D>& before, const LMatrix& matrixBefore);
+  void TellDeforming();
   void UpdateMotion();
   void FillLevelSet(ProcessData& data);
 
@@ -89,6 +93,7 @@ class VolumeMesh final : public VolumeBase {
   LMatrix lastPose_;  // of the body, before the rigid world's step
   BodyField field_;
   std::uint64_t bodyShape_ = 0;        // of the polygons that the body has: a hash
+  std::uint64_t bodyVersion_ = 0;      // of its polygons when that was found; 0: not yet
   LMatrix readMatrix_;                 // of the host object, when its points were read
   std::uint64_t readVersion_ = 0;      // of its polygons then; 0: none were
   std::optional<LMatrix> filledPose_;  // that the level set shows

@@ -15,7 +15,7 @@ namespace {
 
 constexpr double kSameShape = 1e-6;  // of a body's size: more than its turning makes of the points
 
-// Of points and polygons: an object that is moved makes the same ones anew.
+// Of points and polygons: other settings, or another frame's file, may make the same ones anew.
 std::uint64_t ShapeHash(const PolygonObject& polygons) {
   StateHash hash;
   hash.Add(polygons.points.data(), polygons.points.size() * sizeof(Vec3D));
@@ -138,7 +138,8 @@ void VolumeMesh::UpdateBodyShape(GeometryChange change) {
 // Other polygons of the object, where it started: the body has them where it is.
 void VolumeMesh::ReshapeBody() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
-  if (!polygons || !hasStart_ || simulationInfo->substep > 1) return;
+  if (!polygons || !hasStart_ || simulationInfo->substep > 1 || polygons->version == bodyVersion_) return;
+  bodyVersion_ = polygons->version;
   const std::uint64_t shape = ShapeHash(*polygons);
   if (shape == bodyShape_) return;
   bodyShape_ = shape;
@@ -153,8 +154,23 @@ void VolumeMesh::ReshapeBody() {
   for (Vec3D& p : mesh.Points()) p = way * p;
   mesh.matrix = rigidBody_->MeshMatrix();
   rigidBody_->Create(mesh, true);
+  TellDeforming();
   field_ = {};
   filledPose_.reset();
+}
+
+// The fluid is told of a motion that turns and moves the whole: of what else its points do, it sees the shape alone.
+void VolumeMesh::WarnOfDeforming(const std::vector<Vec3D>& before, const LMatrix& matrixBefore) {
+  const LMatrix moved = MovedBy(matrixBefore, MotionBetween(matrixBefore, mesh_.matrix), 1);
+  if (!IsSameShape(before, moved * matrixBefore.Inverse(), mesh_.Points())) TellDeforming();
+}
+
+void VolumeMesh::TellDeforming() {
+  Warn("deforms",
+       "its mesh changes its shape: fluids make room for it, but feel only the speed at which its object moves and "
+       "turns "
+       "as a whole, and a surface that bends or grows doesn't push them; make it of parts that each move as a whole, a "
+       "volume_multi of them");
 }
 
 void VolumeMesh::ShowBody() {

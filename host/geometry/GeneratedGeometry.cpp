@@ -9,11 +9,16 @@ namespace orlix {
 
 Status GeneratedGeometry::Update(BaseObject& object, const BaseTime&) {
   if (builtAt_ == object.dirtyCount()) return {};
+  builtAt_ = object.dirtyCount();
+  // Where it stands, which changes with every frame of a body that falls, isn't among the type's own rows.
+  std::vector<Value> settings;
+  for (const Parameter& row : object.type().parameters) settings.push_back(object.Get(row.id));
+  if (polygons_.version != 0 && std::ranges::equal(settings, builtFrom_, SameValue)) return {};
+  builtFrom_ = std::move(settings);
   PolygonObject fresh;
   fresh.version = polygons_.version + 1;
   Build(object, fresh);
   polygons_ = std::move(fresh);
-  builtAt_ = object.dirtyCount();
   return {};
 }
 

@@ -18,7 +18,8 @@ class GeneratedGeometry : public ObjectData {
 
  private:
   PolygonObject polygons_;
-  std::uint32_t builtAt_ = 0;  // the object's dirty count then; 0 never
+  std::uint32_t builtAt_ = 0;     // the object's dirty count at the last look; 0 never
+  std::vector<Value> builtFrom_;  // the type's own settings
 };
 
 // A length from the settings: NaN and what is below 0 count as 0, infinity as the largest float.

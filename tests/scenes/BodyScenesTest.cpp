@@ -9,6 +9,7 @@
 
 #include "exchange/BodyFile.h"
 #include "fluids/volumes/MultiVolume.h"
+#include "run/Checkpoint.h"
 #include "tests/run/WaterScene.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
@@ -62,8 +63,13 @@ TEST(BodyScenes, ACoupledObjectSwims) {
     for (int frame = 0; frame <= 40; ++frame) {
       run.StepThrough(frame, frame);
       way.push_back(run.Object("Dam/Duck").GlobalMatrix().off);
+      if (frame != 20) continue;
+      ASSERT_TRUE(WriteCheckpoint(folder / "kept", CheckpointHead{.frame = frame}, run.hook).ok());
     }
   }
+  SceneFileRun resumed((folder / "swim.json").string());
+  ASSERT_TRUE(RestoreCheckpoint(folder / "kept", *resumed.document, resumed.hook).ok());
+  EXPECT_EQ(resumed.Object("Dam/Duck").GlobalMatrix().off, ways[0][20]) << "before its next frame";
   EXPECT_EQ(ways[0], ways[1]) << "a restart";
   EXPECT_EQ(ways[0].front(), Vec3D(-8, 60, 2));
   EXPECT_LT(ways[0].back().y, 40) << "it fell into the water";
