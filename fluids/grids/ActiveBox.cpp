@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include "fluids/grids/Grid.h"
@@ -32,7 +33,11 @@ struct VelocityRule {
 template <class Rule>
 inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int k, Box& box) {
   int any = 0;
-  for (int i = from; i < to; ++i) any |= rule.Active(row[i]);
+  std::uint64_t changed = 0;
+  for (int i = from; i < to; ++i) {
+    any |= rule.Active(row[i]);
+    changed |= std::bit_cast<std::uint64_t>(row[i]) ^ std::bit_cast<std::uint64_t>(rule.Tidied(row[i]));
+  }
   if (any) {
     int first = from, last = to - 1;
     while (first < box.min.x && !rule.Active(row[first])) ++first;
@@ -40,6 +45,7 @@ inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int 
     box.min = Min(box.min, VecInt3D(first, j, k));
     box.max = Max(box.max, VecInt3D(last, j, k));
   }
+  if (changed == 0) return;  // a write costs twice the read
   for (int i = from; i < to; ++i) row[i] = rule.Tidied(row[i]);
 }
 

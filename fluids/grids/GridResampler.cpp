@@ -79,19 +79,6 @@ bool GridResampler<T>::Run(WorkerPool& pool, const BaseThread* hostThread) const
   return complete.load();
 }
 
-template <class T>
-void GridResampler<T>::Copy(const GridT& source, GridT& target, const VecInt3D& regionMin, const VecInt3D& regionMax,
-                            const VecInt3D& offset) {
-  const VecInt3D a = Max(Max(regionMin, VecInt3D()), -offset);
-  const VecInt3D b = Min(Min(regionMax, target.dims), source.dims - offset);
-  if (a.x >= b.x) return;
-  for (int k = a.z; k < b.z; ++k) {
-    for (int j = a.y; j < b.y; ++j) {
-      std::copy_n(&source(a.x + offset.x, j + offset.y, k + offset.z), b.x - a.x, &target(a.x, j, k));
-    }
-  }
-}
-
 template class GridResampler<double>;
 template class GridResampler<float>;
 

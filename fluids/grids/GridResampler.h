@@ -31,10 +31,6 @@ class GridResampler {
   // All slices on the pool; false after a break.
   bool Run(WorkerPool& pool, const BaseThread* hostThread = nullptr) const;
 
-  // One direct pass over a region of the target, on the calling thread. Cells whose source lies outside are left alone.
-  static void Copy(const GridT& source, GridT& target, const VecInt3D& regionMin, const VecInt3D& regionMax,
-                   const VecInt3D& offset);
-
  private:
   const GridT* source_ = nullptr;
   GridT* target_ = nullptr;

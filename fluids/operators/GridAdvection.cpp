@@ -289,12 +289,15 @@ void GridAdvection::CarryScalarConservatively() {
   }
 }
 
+bool GridAdvection::CanTakeAlong(const iObject& next) const {
+  const auto* other = dynamic_cast<const GridAdvection*>(&next);
+  return other && scalarChannel && other->scalarChannel && !IsConservative() && other->scheme == scheme &&
+         other->solver_ == solver_ && other->integrator == integrator && other->scalarChannel != scalarChannel;
+}
+
 bool GridAdvection::TakesAlong(iObject& next) {
-  auto* other = dynamic_cast<GridAdvection*>(&next);
-  if (!other || !scalarChannel || !other->scalarChannel || IsConservative() || other->scheme != scheme ||
-      other->solver_ != solver_ || other->integrator != integrator || other->scalarChannel == scalarChannel) {
-    return false;
-  }
+  if (!CanTakeAlong(next)) return false;
+  auto* other = static_cast<GridAdvection*>(&next);
   const auto same = [&](const GridAdvection* node) { return node->scalarChannel == other->scalarChannel; };
   if (std::ranges::any_of(along_, same)) return false;
   along_.push_back(other);

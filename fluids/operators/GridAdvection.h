@@ -41,6 +41,7 @@ class GridAdvection final : public iObject, public iTakesAlong {
   // Exchanges the target's present and previous grids: the present ones are written.
   void Prepare(iBase* caller = nullptr) override;
   // Scalar channels that are carried alike are traced once.
+  bool CanTakeAlong(const iObject& next) const override;
   bool TakesAlong(iObject& next) override;
   void Process(ProcessData& data) override;
   void Finish() override { along_.clear(); }

@@ -62,6 +62,15 @@ bool StageRunner::ActsNow(const iObject& node) const {
   return !duration || duration->IsActive(scene_.info.time);
 }
 
+namespace {
+
+bool GoesAlong(const StageBlock& block, const iObject& next) {
+  const auto* taker = block.kind == BlockKind::Serial ? dynamic_cast<const iTakesAlong*>(block.nodes.front()) : nullptr;
+  return taker && taker->CanTakeAlong(next);
+}
+
+}  // namespace
+
 std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) const {
   std::vector<StageBlock> blocks;
   for (iObject* node : nodes) {
@@ -69,7 +78,8 @@ std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) 
     const bool iterated = node->IsIterated(), serial = node->RunsSerially();
     const BlockKind kind = iterated ? (serial ? BlockKind::IteratedSerial : BlockKind::IteratedParallel)
                                     : (serial ? BlockKind::Serial : BlockKind::Parallel);
-    if (blocks.empty() || blocks.back().kind != kind || node->HasFlag(NodeOwnBlock)) blocks.push_back({kind, {}});
+    const bool fits = !blocks.empty() && blocks.back().kind == kind;
+    if (!fits || (node->HasFlag(NodeOwnBlock) && !GoesAlong(blocks.back(), *node))) blocks.push_back({kind, {}});
     blocks.back().nodes.push_back(node);
   }
   return blocks;

@@ -93,7 +93,8 @@ TEST(GridAdvection, ScalarsThatAreCarriedAlikeAreTakenAlongAndGetWhatTheyGetAlon
     scene.Blow({1.3, 0.6, -0.7});
     test::FillCells(*scene.Smoke().grid, Blob);
     test::FillCells(*heatChannel.grid, [](int i, int j, int k) { return Blob(i, k, j) + 0.1 * j; });
-    const bool together = first.TakesAlong(second);
+    const bool canTake = first.CanTakeAlong(second), together = first.TakesAlong(second);
+    EXPECT_EQ(canTake, together) << "a block of its own keeps them apart otherwise";
     EXPECT_FALSE(first.TakesAlong(second));
     first.Prepare(), second.Prepare();
     ProcessData data;
