@@ -51,7 +51,7 @@ SCENES = [
     ("fountain", 60, "A jet of water falls back into its basin."),
     ("honey", 60, "A viscous thread coils up on a plate."),
     ("csg_sculpture", 36, "A knot and a ball, blended, cut and smoothed by keyframes."),
-    ("lettering", 22, "Letters of water fall and flow together into a sheet."),
+    ("lettering", 7, "Letters of water fall and flow together into a sheet."),
     ("remeshed", 0, "A mesh, and what becomes of it: voxelised and meshed again, and smoothed."),
     ("reconstructions", 1, "The particles of three knots as surfaces, by each way of reconstruction."),
     ("embers", 44, "Embers rise from a fire and glow by the temperature of the air."),
