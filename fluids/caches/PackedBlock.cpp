@@ -11,9 +11,6 @@ namespace orlix {
 
 namespace {
 
-// Frames are large and many: what the fastest level leaves, slower ones hardly shrink further.
-constexpr int kFastest = 1;
-
 // Eight numbers of eight bytes as eight runs of bytes by their places, and back: byte b of x[n] becomes byte n of x[b].
 void Transpose(std::uint64_t* x) {
   const auto swap = [x](int step, std::uint64_t mask) {
@@ -68,15 +65,22 @@ void JoinPlanes(const std::vector<std::byte>& planes, std::size_t size, std::spa
 
 }  // namespace
 
-bool WritePackedBlock(HyperFileWriter& file, std::span<const std::byte> block, std::size_t numberSize, bool compress) {
+PackedBytes PackBlock(std::span<const std::byte> block, std::size_t numberSize) {
   thread_local std::vector<std::byte> planes, packed;
-  bool compressed = false;
-  if (compress && !block.empty()) {
-    SplitPlanes(block, numberSize, planes);
-    compressed = Compressor::Compress(planes, kFastest, packed) && packed.size() < block.size();
-  }
-  const std::span<const std::byte> stored = compressed ? std::span<const std::byte>(packed) : block;
-  return file.WriteBool(compressed) && file.WriteMemory(stored.data(), stored.size());
+  if (block.empty()) return {};
+  SplitPlanes(block, numberSize, planes);
+  if (!Compressor::CompressPlanes(planes, block.size() / numberSize, packed) || packed.size() >= block.size())
+    return {};
+  return {true, {packed.begin(), packed.end()}};
+}
+
+bool WritePackedBlock(HyperFileWriter& file, std::span<const std::byte> block, const PackedBytes& packed) {
+  const std::span<const std::byte> stored = packed.compressed ? std::span<const std::byte>(packed.bytes) : block;
+  return file.WriteBool(packed.compressed) && file.WriteMemory(stored.data(), stored.size());
+}
+
+bool WritePackedBlock(HyperFileWriter& file, std::span<const std::byte> block, std::size_t numberSize, bool compress) {
+  return WritePackedBlock(file, block, compress ? PackBlock(block, numberSize) : PackedBytes());
 }
 
 Status CheckPackedBlock(HyperFileReader& file, const std::string& fileName, std::uint64_t bytes, bool& compressed) {

@@ -11,6 +11,15 @@
 
 namespace orlix {
 
+// A block's compressed form; none where it doesn't become smaller.
+struct PackedBytes {
+  bool compressed = false;
+  std::vector<std::byte> bytes;
+};
+PackedBytes PackBlock(std::span<const std::byte> block, std::size_t numberSize);
+// Writes a block that was packed before.
+bool WritePackedBlock(HyperFileWriter& file, std::span<const std::byte> block, const PackedBytes& packed);
+
 // numberSize: bytes of one number, which divide the block's. A block that the compressor fails on is stored as it is.
 bool WritePackedBlock(HyperFileWriter& file, std::span<const std::byte> block, std::size_t numberSize, bool compress);
 template <class T>

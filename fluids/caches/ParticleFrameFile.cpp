@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <future>
 #include <numeric>
 
 #include "fluids/caches/GridSpaceRecord.h"
@@ -26,36 +28,82 @@ bool WriteEntryHeader(HyperFileWriter& file, const ParticleEntryHeader& header) 
   return ok;
 }
 
-bool WriteColumn(HyperFileWriter& file, const ParticleRunColumn& column, bool compress) {
-  if (!file.WriteLong(column.id) || !file.WriteLong(static_cast<std::int32_t>(column.type))) return false;
-  if (column.id >= kFirstUserProperty && !file.WriteString(column.owner)) return false;
-  if (!file.WriteBool(column.present.empty())) return false;
-  if (!column.present.empty() && !WritePackedBlock(file, column.present, 1, compress)) return false;
-  switch (column.type) {
-    case PropertyType::Real:
-      return WritePackedBlock(file, column.reals, sizeof(float), compress);
-    case PropertyType::Vector:
-      return WritePackedBlock(file, column.vectors, sizeof(double), compress);
-    case PropertyType::State:
-      return WritePackedBlock(file, column.states, 1, compress);
-  }
-  return false;
+template <class T>
+std::span<const std::byte> BytesOf(const std::vector<T>& values) {
+  return std::as_bytes(std::span(values));
 }
 
-bool WriteRun(HyperFileWriter& file, const ParticleRunData& run, bool compress) {
-  if (!file.WriteLong(static_cast<std::int32_t>(run.rows())) ||
-      !WritePackedBlock(file, run.positions, sizeof(double), compress) ||
-      !WritePackedBlock(file, run.velocities, sizeof(double), compress) ||
-      !WritePackedBlock(file, run.flags, sizeof(std::uint16_t), compress) ||
-      !WritePackedBlock(file, run.ids, sizeof(std::int32_t), compress) ||
+std::span<const std::byte> ValuesOf(const ParticleRunColumn& column) {
+  return column.type == PropertyType::Real     ? BytesOf(column.reals)
+         : column.type == PropertyType::Vector ? BytesOf(column.vectors)
+                                               : BytesOf(column.states);
+}
+std::size_t NumberSize(PropertyType type) {
+  return type == PropertyType::Real ? sizeof(float) : type == PropertyType::Vector ? sizeof(double) : 1;
+}
+
+// f(bytes, bytes of a number) for the blocks of a run, in their order in the file.
+template <class F>
+void ForEachBlock(const ParticleRunData& run, F&& f) {
+  f(BytesOf(run.positions), sizeof(double));
+  f(BytesOf(run.velocities), sizeof(double));
+  f(BytesOf(run.flags), sizeof(std::uint16_t));
+  f(BytesOf(run.ids), sizeof(std::int32_t));
+  for (const ParticleRunColumn& column : run.columns) {
+    if (!column.present.empty()) f(BytesOf(column.present), 1);
+    f(ValuesOf(column), NumberSize(column.type));
+  }
+  if (!run.links.empty()) f(BytesOf(run.links), sizeof(std::int32_t));
+}
+
+// The blocks of some runs, packed by a thread of its own while those before them are written.
+using PackedRuns = std::vector<std::vector<PackedBytes>>;
+constexpr std::size_t kRunsAtOnce = 32;
+PackedRuns PackRuns(std::span<const ParticleRunData> runs, bool compress) {
+  PackedRuns packed(runs.size());
+  for (std::size_t n = 0; n < runs.size(); ++n) {
+    ForEachBlock(runs[n], [&](std::span<const std::byte> bytes, std::size_t size) {
+      packed[n].push_back(compress ? PackBlock(bytes, size) : PackedBytes());
+    });
+  }
+  return packed;
+}
+
+bool WriteRun(HyperFileWriter& file, const ParticleRunData& run, const std::vector<PackedBytes>& packed) {
+  const PackedBytes* next = packed.data();
+  const auto write = [&](std::span<const std::byte> bytes) { return WritePackedBlock(file, bytes, *next++); };
+  if (!file.WriteLong(static_cast<std::int32_t>(run.rows())) || !write(BytesOf(run.positions)) ||
+      !write(BytesOf(run.velocities)) || !write(BytesOf(run.flags)) || !write(BytesOf(run.ids)) ||
       !file.WriteLong(static_cast<std::int32_t>(run.columns.size()))) {
     return false;
   }
   for (const ParticleRunColumn& column : run.columns) {
-    if (!WriteColumn(file, column, compress)) return false;
+    if (!file.WriteLong(column.id) || !file.WriteLong(static_cast<std::int32_t>(column.type))) return false;
+    if (column.id >= kFirstUserProperty && !file.WriteString(column.owner)) return false;
+    if (!file.WriteBool(column.present.empty())) return false;
+    if (!column.present.empty() && !write(BytesOf(column.present))) return false;
+    if (!write(ValuesOf(column))) return false;
   }
   if (!file.WriteLong(static_cast<std::int32_t>(run.links.size()))) return false;
-  return run.links.empty() || WritePackedBlock(file, run.links, sizeof(std::int32_t), compress);
+  return run.links.empty() || write(BytesOf(run.links));
+}
+
+bool WriteRuns(HyperFileWriter& file, std::span<const ParticleRunData> runs, bool compress) {
+  const auto pack = [&](std::size_t first) {
+    const std::span<const ParticleRunData> some = runs.subspan(first, std::min(kRunsAtOnce, runs.size() - first));
+    const bool beside = compress && first > 0;
+    return std::async(beside ? std::launch::async : std::launch::deferred, PackRuns, some, compress);
+  };
+  if (runs.empty()) return true;
+  std::future<PackedRuns> coming = pack(0);
+  for (std::size_t first = 0; first < runs.size(); first += kRunsAtOnce) {
+    const PackedRuns packed = coming.get();
+    if (first + kRunsAtOnce < runs.size()) coming = pack(first + kRunsAtOnce);
+    for (std::size_t n = 0; n < packed.size(); ++n) {
+      if (!WriteRun(file, runs[first + n], packed[n])) return false;
+    }
+  }
+  return true;
 }
 
 bool WriteFacts(HyperFileWriter& file, const ParticleEntryFacts& facts) {
@@ -77,10 +125,7 @@ bool WriteEntryChunk(HyperFileWriter& file, const ParticleEntryData& entry, bool
   std::int32_t id = 0;
   for (const std::vector<ParticleRunData>& list : entry.lists) {
     if (!file.WriteChunkStart(++id, 1)) return false;
-    for (const ParticleRunData& run : list) {
-      if (!WriteRun(file, run, compress)) return false;
-    }
-    if (!file.WriteChunkEnd()) return false;
+    if (!WriteRuns(file, list, compress) || !file.WriteChunkEnd()) return false;
   }
   return file.WriteChunkEnd();
 }

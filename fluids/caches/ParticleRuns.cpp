@@ -16,8 +16,12 @@ constexpr std::int32_t kMask = kChunkRows - 1;
 std::vector<std::int32_t> KeptRows(ParticleList& list, const ParticleRows& rows, const WeighParticles& weigh) {
   std::vector<std::int32_t> kept;
   kept.reserve(static_cast<std::size_t>(rows.end));
+  if (!weigh) {
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) kept.push_back(r);
+    return kept;
+  }
   std::vector<double> weights(static_cast<std::size_t>(rows.end), 1.0);
-  if (weigh) weigh(list, rows, weights.data());
+  weigh(list, rows, weights.data());
   for (std::int32_t r = rows.begin; r < rows.end; ++r) {
     if (weights[static_cast<std::size_t>(r)] != 0) kept.push_back(r);
   }
@@ -26,6 +30,10 @@ std::vector<std::int32_t> KeptRows(ParticleList& list, const ParticleRows& rows,
 
 template <class To, class From>
 std::vector<To> Gather(const From* values, const std::vector<std::int32_t>& rows) {
+  const auto count = static_cast<std::int32_t>(rows.size());
+  if (count > 0 && rows.back() - rows.front() + 1 == count) {
+    return std::vector<To>(values + rows.front(), values + rows.back() + 1);
+  }
   std::vector<To> gathered;
   gathered.reserve(rows.size());
   for (const std::int32_t r : rows) gathered.push_back(static_cast<To>(values[r]));

@@ -264,6 +264,21 @@ TEST(Compressor, GivesBackTheSameBytes) {
   }
 }
 
+// Planes of one byte, of chance, of a pattern that only repeats, and a rest: each is as large as it must be.
+TEST(Compressor, PlanesThatDoNotShrinkAreStored) {
+  std::mt19937 random(2);
+  for (const std::size_t plane : {1u, 1000u, 20000u, 300000u}) {
+    std::vector<std::byte> source(3 * plane + plane / 2), packed, out(source.size());
+    for (std::size_t n = 0; n < source.size(); ++n) {
+      source[n] = static_cast<std::byte>(n / plane == 1 ? random() : n / plane == 2 ? n % plane : 7);
+    }
+    ASSERT_TRUE(Compressor::CompressPlanes(source, plane, packed));
+    EXPECT_TRUE(plane < 1000 || (packed.size() > plane && packed.size() < plane + plane / 20 + 1000)) << packed.size();
+    ASSERT_TRUE(Compressor::Uncompress(packed, out));
+    EXPECT_TRUE(out == source);
+  }
+}
+
 TEST(Compressor, ABombOrADamagedBlockIsRefused) {
   const std::vector<std::byte> zeros(64 << 20);
   std::vector<std::byte> bomb;
