@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <thread>
 
 #include "globals/Hash.h"
 #include "host/files/AtomicFile.h"
@@ -23,6 +26,25 @@ namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 constexpr std::uint64_t kLargestRecord = std::uint64_t(256) << 20;
+
+// Not the time of the last write, which programs that copy files set.
+std::int64_t ChangedAt(const fs::path& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return 0;
+  return std::int64_t(info.st_ctim.tv_sec) * 1000000000 + info.st_ctim.tv_nsec;
+}
+
+// Waits for the clock that files get their times from, which stands still for some milliseconds: what is written from
+// now on has another time. False where it is another clock, on a disk of the network.
+bool AwaitTimeAfter(std::int64_t changed) {
+  for (int tries = 0; tries < 20; ++tries) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    if (std::int64_t(now.tv_sec) * 1000000000 + now.tv_nsec > changed) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return false;
+}
 
 std::uint64_t HashOf(const Json& json, const char* key) {
   const std::string text = json.value(key, std::string());
@@ -39,6 +61,7 @@ RecordedFrame FrameOf(const Json& json) {
     frame.files.push_back(
         {file.value("name", std::string()), file.value("bytes", std::uint64_t(0)), file.value("picture", false)});
     if (file.contains("hash")) frame.files.back().hash = HashOf(file, "hash");
+    frame.files.back().changed = file.value("changed", std::int64_t(0));
   }
   for (const Json& cache : json.value("caches", Json::array())) {
     frame.origin.caches.push_back({cache.value("path", std::string()), HashOf(cache, "stamp")});
@@ -130,6 +153,7 @@ std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
   for (const ResultFile& file : made.files) {
     files.push_back({{"name", file.name}, {"bytes", file.bytes}});
     if (file.hash) files.back()["hash"] = HexHash(*file.hash);
+    if (file.changed != 0) files.back()["changed"] = file.changed;
     if (file.picture) files.back()["picture"] = true;
   }
   for (const CacheStamp& cache : made.origin.caches) {
@@ -160,6 +184,7 @@ Status ResultRecord::Add(int frame, RecordedFrame made) {
 ResultFile ResultFileOf(const fs::path& path, std::string name, bool picture) {
   ResultFile file{std::move(name), 0, picture};
   ByteSource source;
+  const std::int64_t before = ChangedAt(path);
   if (!source.Open(path).ok()) return file;
   file.bytes = source.Size();
   StateHash hash;
@@ -170,6 +195,7 @@ ResultFile ResultFileOf(const fs::path& path, std::string name, bool picture) {
     hash.Add(piece.data(), size);
   }
   file.hash = hash.Value();
+  if (AwaitTimeAfter(before) && ChangedAt(path) == before) file.changed = before;
   return file;
 }
 
@@ -181,7 +207,8 @@ std::vector<std::string> ResultRecord::MissingFiles(int frame, Look look) const 
     std::error_code error;
     const std::uint64_t bytes = fs::file_size(path, error);
     const bool sized = !error && bytes == file.bytes;
-    const bool looks = sized && look == Look::Contents && file.hash;
+    const bool touched = file.changed == 0 || ChangedAt(path) != file.changed;
+    const bool looks = sized && file.hash && (look == Look::Contents || (look == Look::Touched && touched));
     if (!sized || (looks && ResultFileOf(path, {}, false).hash != file.hash)) missing.push_back(file.name);
   }
   return missing;
@@ -225,7 +252,7 @@ std::string ResultRecord::WhyMake(int frame, const FrameOrigin& origin) const {
       std::any_of(made.files.begin(), made.files.end(), [](const ResultFile& file) { return file.picture; });
   // Contents are read of frames alone that would stay.
   if (made.origin.files == origin.files && (!pictures || made.origin.pictures == origin.pictures)) {
-    return notWhole(Look::Contents);
+    return notWhole(Look::Touched);
   }
   return made.origin.caches == origin.caches ? "made with other settings" : "made from another simulation";
 }

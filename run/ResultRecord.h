@@ -4,7 +4,8 @@
 // become whole; a line that a kill cut off counts as none.
 //
 //   {"planned": [[0, 100]]}
-//   {"frame": 12, "files": [{"name": "out/frame_Dam_Surface.0012.ply", "bytes": 123456, "hash": "0123456789abcdef"}],
+//   {"frame": 12, "files": [{"name": "out/frame_Dam_Surface.0012.ply", "bytes": 123456, "hash": "0123456789abcdef",
+//    "changed": 1764115200123456789}],
 //    "from": "0123456789abcdef", "pictures_from": "fedcba9876543210",
 //    "caches": [{"path": "/a/b.pcache", "stamp": "0123456789abcdef"}]}
 //
@@ -26,6 +27,9 @@ struct ResultFile {
   std::uint64_t bytes = 0;
   bool picture = false;
   std::optional<std::uint64_t> hash{};  // xxHash64 of the content; older records have none
+  // When its content, times or name last changed, ns since 1970, as the system keeps it and nobody can set it; 0:
+  // unknown.
+  std::int64_t changed = 0;
 };
 // A file as it is now, under this name. Without a content there is no hash.
 ResultFile ResultFileOf(const std::filesystem::path& path, std::string name, bool picture);
@@ -50,8 +54,8 @@ class ResultRecord {
   const std::map<int, RecordedFrame>& frames() const { return frames_; }
   const std::vector<FrameRange>& planned() const { return planned_; }
 
-  // What is looked at: names and sizes, or the whole content, too.
-  enum class Look { Sizes, Contents };
+  // What is looked at: names and sizes; the content of files that were touched since, too; the content of all.
+  enum class Look { Sizes, Touched, Contents };
   // Files of a frame that aren't there as they were made.
   std::vector<std::string> MissingFiles(int frame, Look look) const;
   // Planned frames that were never made.

@@ -174,6 +174,15 @@ TEST(ResultRecord, TellsWhatIsMissingNeverMadeOrStale) {
   ASSERT_TRUE(read.ok());
   EXPECT_EQ(read->frames().size(), 3u);
   EXPECT_EQ(read->planned(), (std::vector<FrameRange>{{0, 2}, {5, 7}}));
+
+  RecordedFrame other = Made(folder, "f7", 7);
+  ++*other.files[0].hash;
+  ASSERT_TRUE(read->Add(7, other).ok());
+  read = ResultRecord::Read(path);
+  EXPECT_EQ(read->WhyMake(7, origin), "") << "not touched, so not read";
+  EXPECT_EQ(read->MissingFiles(7, ResultRecord::Look::Contents).size(), 1u);
+  std::filesystem::last_write_time(folder / "f7", std::filesystem::last_write_time(folder / "f7"));
+  EXPECT_NE(read->WhyMake(7, origin), "") << "as long and as old as it was, but touched";
 }
 
 TEST(ResultRecord, WhatIsNoRecordIsRefused) {
