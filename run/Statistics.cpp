@@ -205,13 +205,7 @@ Status Statistics::AfterFrame(const RunState& state) {
   return Flush();
 }
 
-Status Statistics::AfterRun(const RunState&) {
-  Status status = Flush();
-  const bool closed = std::fclose(std::exchange(file_, nullptr)) == 0;
-  if (status.ok() && !closed) {
-    return Status::Fail(ErrorKind::Output, fmt::format("{}: can't be written: {}", path_, std::strerror(errno)));
-  }
-  return status;
-}
+// The file stays open: listeners that come later may still warn.
+Status Statistics::AfterRun(const RunState&) { return Flush(); }
 
 }  // namespace orlix

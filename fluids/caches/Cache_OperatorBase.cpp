@@ -1,5 +1,7 @@
 #include "fluids/caches/Cache_OperatorBase.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -106,6 +108,12 @@ void Cache_OperatorBase::CheckDirty() {
   }
 }
 
+void Cache_OperatorBase::Advise() {
+  if (HasTargets()) return;
+  Warn("no-targets", mode_ == CacheMode::Record ? "it lists nothing, so it records nothing; list what it is to keep"
+                                                : "it lists nothing, so it plays nothing; list what it was recorded of");
+}
+
 double Cache_OperatorBase::PlaceToLoad(double speed) const {
   const FrameClock& clock = scene->clock;
   const double base = (frameOverride_ != -1 ? frameOverride_ : FramesSinceStart(clock)) * speed;
@@ -154,11 +162,22 @@ void Cache_OperatorBase::TellUnloaded(const std::string& text) {
   Warn("cache-not-played", text);
 }
 
+void Cache_OperatorBase::TellMissing(const fs::path& path) {
+  std::string text = "Cache File " + path.string() + " could not be found!";
+  const CacheInfo there = GetCacheInfo();
+  if (!there.found) return TellUnloaded(text + " No frame of this cache is there; see its folder, stem and digits");
+  text += fmt::format(" Frames {} to {} are there", there.firstFrame, there.lastFrame);
+  const std::int64_t asDocument = std::int64_t(FrameToLoad()) + scene->clock.startFrame;
+  if (asDocument != FrameToLoad() && asDocument >= there.firstFrame && asDocument <= there.lastFrame) {
+    text += fmt::format("; if they were counted as the document's, set frame_offset to {}", scene->clock.startFrame);
+  }
+  TellUnloaded(text);
+}
+
 bool Cache_OperatorBase::OpenFrame(HyperFile& file, fs::path& path) {
   if (name_.OpenForRead(file, FrameToLoad(), path)) return true;
   std::error_code error;
-  TellUnloaded(fs::exists(path, error) ? file.status().error().text
-                                       : "Cache File " + path.string() + " could not be found!");
+  fs::exists(path, error) ? TellUnloaded(file.status().error().text) : TellMissing(path);
   return false;
 }
 

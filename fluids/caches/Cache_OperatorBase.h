@@ -47,6 +47,7 @@ class Cache_OperatorBase : public iObject {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void CheckDirty() override;
+  void Advise() override;
 
   virtual Status DeleteCache() { return name_.DeleteFrames(); }
   virtual CacheInfo GetCacheInfo() const { return name_.Scan(); }
@@ -89,6 +90,8 @@ class Cache_OperatorBase : public iObject {
   void FinishPass();
   // A frame can't be played: a warning, or the end of the run where the host wants it so.
   void TellUnloaded(const std::string& text);
+  // The file isn't there: its path, and which frames of this cache are.
+  void TellMissing(const std::filesystem::path& path);
   // Opens the frame to load; tells of a missing or broken file.
   bool OpenFrame(HyperFile& file, std::filesystem::path& path);
   // A frame that can't be kept ends the run.

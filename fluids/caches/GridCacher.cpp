@@ -131,6 +131,20 @@ bool GridCacher::ReadHead(HyperFile& file, const fs::path& path, GridFrameHead& 
                  std::to_string(targets_.size()));
     return false;
   }
+  for (std::size_t i = 0; i < targets_.size(); i++) {
+    const auto kind = [](bool flow, bool distance) {
+      return flow ? "a velocity" : distance ? "a level set" : "values of a channel";
+    };
+    const std::uint32_t type = head.entries[i].gridType;
+    const std::int32_t base = targets_[i].node->GetNodeBaseType();
+    const std::string held = kind(type == kGridVelocityU, type == kGridNodalLevelset);
+    const std::string taken = kind(base == NODE_SOLVER, base == NODE_VOLUME);
+    if (!head.entries[i].present || !targets_[i].grids || held == taken) continue;
+    TellUnloaded(fmt::format("{} holds {} in place {}, where the cache lists \"{}\", which takes {}; list the nodes as "
+                             "when it was recorded",
+                             path.string(), held, i + 1, targets_[i].node->DisplayName(), taken));
+    return false;
+  }
   // A cache follows its object.
   for (GridCacheHeader& header : head.entries) {
     if (!header.present) continue;

@@ -58,7 +58,8 @@ const TypeInfo& ParticleCacher::Type() {
       cache_rows::kNumbering,
       FloatParameter(kSpeedId, "speed", 1, "",
                      "Frames that pass in the cache while one passes in the scene; between two of them particles stand "
-                     "between their places"),
+                     "between their places")
+          .Min(0),
       kFrame,
       kFrameOffset,
       kReverse,
@@ -301,7 +302,7 @@ bool ParticleCacher::HasExchangeFrame() {
   const fs::path path = PathToLoad();
   std::error_code error;
   if (!fs::exists(path, error)) {
-    TellUnloaded("Cache File " + path.string() + " could not be found!");
+    TellMissing(path);
     return false;
   }
   const Result<PointSet> heads = ReadPoints(path, true);

@@ -11,6 +11,7 @@
 #include "run/PictureWork.h"
 #include "run/Rehearsal.h"
 #include "run/SceneRun.h"
+#include "run/Statistics.h"
 #include "scene_file/SceneReader.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -151,11 +152,17 @@ std::string Told(const char* target, const char* materials) {
   WorkerPool pool(1);
   SceneRun run(engine, *scene->document, pool, folder.path().string());
   FrameResults results(nullptr, FrameResults::Pictures::OfEveryFrame, {.width = 16, .height = 16});
+  // Told when the statistics' run is over already.
+  auto statistics = Statistics::Open((folder / "stats").string(), 0);
+  run.AddListener(**statistics);
   run.AddListener(results);
   if (const Status status = run.Run(*PlanFrames(*scene->document, {})); !status) return status.error().text;
+  statistics->reset();
+  const std::string written = test::ReadText(folder / "stats");
   std::string keys;
   for (const Warning& warning : run.state().warnings.all()) {
     if (warning.key.find("gas") != std::string::npos) keys += warning.key + " ";
+    if (written.find("\"" + warning.key + "\"") == std::string::npos) keys += "unwritten ";
   }
   return keys;
 }

@@ -159,7 +159,7 @@ TEST(GridCacher, AMissingFrameKeepsWhatIsThere) {
   const double before = valueAt(place);
   s.Step(2);
   EXPECT_EQ(valueAt(place), before);
-  EXPECT_TRUE(s.Warned("Cache File " + (folder / "c00002.cache").string() + " could not be found!"));
+  EXPECT_TRUE(s.Warned("Cache File " + (folder / "c00002.cache").string() + " could not be found! Frames 0 to 3 are there"));
   s.Step(3);
   EXPECT_EQ(s.HashGrids(), recorded[3]);
 }
@@ -201,6 +201,10 @@ TEST(GridCacher, ADamagedFrameIsToldAndMarksNothing) {
   s.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({s.smoke, s.wind, s.smoke}));
   s.Step(1);
   EXPECT_TRUE(s.Warned("holds 2 grids, the cache lists 3"));
+  // One that names something else in a place.
+  s.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({&s.Add("volume", "body"), s.wind}));
+  s.Step(2);
+  EXPECT_TRUE(s.Warned("holds values of a channel in place 1"));
 }
 
 TEST(GridCacher, AFrameThatCanNotBeSavedEndsTheRun) {
