@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "exchange/BodyFile.h"
 #include "exchange/SliceView.h"
@@ -260,17 +261,17 @@ Status FrameOutput::WriteStage(const OutputSettings& output) const {
   return stage.Write(folder / (output.name + ".usda"));
 }
 
+// Several outputs ask in one frame.
 std::vector<Vec3D> FrameOutput::VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points) {
-  const double now = document_.time().Seconds();
-  PointsBefore& before = pointsBefore_[object.creationNumber()];
+  auto& [before, now] = motions_[object.creationNumber()];
+  const double seconds = document_.time().Seconds();
+  if (now.points.empty() || now.seconds != seconds) before = std::exchange(now, {points, seconds});
   std::vector<Vec3D> velocities;
-  if (before.points.size() == points.size() && now > before.seconds) {
-    velocities.resize(points.size());
-    for (std::size_t n = 0; n < points.size(); ++n) {
-      velocities[n] = (points[n] - before.points[n]) / (now - before.seconds);
-    }
+  if (before.points.size() != points.size() || before.seconds >= seconds) return velocities;
+  velocities.resize(points.size());
+  for (std::size_t n = 0; n < points.size(); ++n) {
+    velocities[n] = (points[n] - before.points[n]) / (seconds - before.seconds);
   }
-  before = {points, now};
   return velocities;
 }
 
@@ -280,13 +281,9 @@ std::vector<std::filesystem::path> FrameOutput::Folders() const {
   return folders;
 }
 
-bool FrameOutput::WritesVelocities(int frame) const {
-  return std::any_of(outputs_.begin(), outputs_.end(), [&](const OutputSettings& output) {
-    return output.HasMeshVelocities() && frame % output.every == 0;
-  });
-}
-
 void FrameOutput::RememberMeshes() {
+  const auto wants = [](const OutputSettings& output) { return output.HasMeshVelocities(); };
+  if (std::none_of(outputs_.begin(), outputs_.end(), wants)) return;
   document_.ForEachObject([&](BaseObject& object) {
     const PolygonObject* polygons = object.Polygons();
     if (polygons && !polygons->points.empty() && KeepsItsPoints(object))

@@ -49,9 +49,8 @@ class FrameOutput {
   std::vector<ResultName> Names(int frame) const;
   // Every folder that files go to.
   std::vector<std::filesystem::path> Folders() const;
-  // Mesh velocities of a frame come from the points written before it. A run that goes on after a frame sets the
-  // document's time to the last one that WritesVelocities and lets its points be remembered.
-  bool WritesVelocities(int frame) const;
+  // Mesh velocities come from the points in the frame before, which needn't be written: of one that isn't, this
+  // remembers them. A run that goes on after a frame sets the document's time to it first.
   void RememberMeshes();
   // How many files the last frame gave.
   const std::vector<std::filesystem::path>& written() const { return written_; }
@@ -66,8 +65,7 @@ class FrameOutput {
   Status WriteFrameFile(const std::filesystem::path& path, const std::function<Status(std::ostream&)>& write);
   Status WriteStage(const OutputSettings& output) const;
   FileUnits UnitsOf(const OutputSettings& output) const;
-  // From the points that were written before, host units a second; none for the first frame and where their number
-  // changed.
+  // From the points of the frame before, host units a second; none for the first frame and where their number changed.
   std::vector<Vec3D> VelocitiesOf(const BaseObject& object, const std::vector<Vec3D>& points);
   std::filesystem::path PathOf(const OutputSettings& output, const std::string& suffix, int frame,
                                const std::string& extension) const {
@@ -86,11 +84,14 @@ class FrameOutput {
   };
   std::map<const BaseObject*, std::map<std::string, StagePart>> stages_;
   double metresPerHost_ = 0;
-  struct PointsBefore {
+  struct Points {
     std::vector<Vec3D> points;
     double seconds = 0;
   };
-  std::map<std::uint64_t, PointsBefore> pointsBefore_;
+  struct Motion {
+    Points before, now;
+  };
+  std::map<std::uint64_t, Motion> motions_;
 };
 
 }  // namespace orlix

@@ -17,7 +17,6 @@ Status FrameResults::BeforeRun(const RunState& state) {
 Status FrameResults::ContinueBehind(int frame, const FramePlan& plan, BaseDocument& document,
                                     const std::string& outputFolder) {
   output_ = std::make_unique<FrameOutput>(document, outputFolder);
-  while (frame >= plan.first && !(plan.Wants(frame) && output_->WritesVelocities(frame))) frame--;
   if (frame < plan.first) return {};
   if (Status moved = document.SetTime(BaseTime::OfFrame(frame, document.fps)); !moved.ok()) return moved;
   output_->RememberMeshes();
@@ -33,17 +32,15 @@ std::vector<fs::path> FrameResults::PictureFolders(const RunState& state) const 
 
 // The velocity of a mesh in a frame that stands alone: from its points in the frame before, which wasn't made.
 Status FrameResults::BeforeFrame(const RunState& state) {
-  if (!state.standsAlone || !outputs_ || !output_->WritesVelocities(state.frame)) return {};
-  int before = state.frame - 1;
-  while (before >= state.firstFrame && !output_->WritesVelocities(before)) --before;
-  if (before < state.firstFrame) return {};
+  if (!state.standsAlone || !outputs_ || state.frame <= state.firstFrame) return {};
   BaseDocument& document = state.document;
-  if (Status moved = document.SetTime(BaseTime::OfFrame(before, document.fps)); !moved.ok()) return moved;
+  if (Status moved = document.SetTime(BaseTime::OfFrame(state.frame - 1, document.fps)); !moved.ok()) return moved;
   output_->RememberMeshes();
   return {};
 }
 
 Status FrameResults::AfterFrame(const RunState& state) {
+  if (outputs_) output_->RememberMeshes();
   if (!state.wanted) return {};
   if (outputs_) {
     if (Status status = output_->WriteFrame(state.hook, state.frame); !status) return status;

@@ -37,6 +37,9 @@ void CheckPictures(const BaseDocument& document, Found& found) {
     if (role != TypeRole::RenderSettings) return;
     const Status size = CheckPictureSize(object.GetInt(kRenderWidthId), object.GetInt(kRenderHeightId));
     if (!size.ok()) Add(found, object, kRenderWidthId, "times height: " + size.error().text);
+    if (!object.GetBool(kRenderExrId) && !object.GetBool(kRenderPngId)) {
+      Add(found, object, kRenderPngId, "is false, as \"exr\" is: pictures would leave no file");
+    }
   });
 }
 
@@ -64,10 +67,13 @@ void CheckInputs(const BaseDocument& document, Found& found) {
       // Numbered files are the mesh's to find.
       if (name.empty() || path.filename().string().find('#') != std::string::npos || fs::exists(path, error)) return;
       const std::string nearest = NearestFile(path);
+      const bool numbered = name.find("$F") != std::string::npos || name.find("%0") != std::string::npos;
       Add(found, object, row.id,
           fmt::format("is \"{}\": there is no such file in {}{}", name,
                       fs::absolute(path, error).parent_path().string(),
-                      nearest.empty() ? "" : fmt::format(", did you mean \"{}\"?", nearest)),
+                      numbered          ? "; # signs stand for the frame number, as in walk.####.obj"
+                      : nearest.empty() ? ""
+                                        : fmt::format(", did you mean \"{}\"?", nearest)),
           ErrorKind::InputFile);
     });
   });

@@ -7,6 +7,7 @@
 #include <chrono>
 
 #include "fluids/caches/Cache_OperatorBase.h"
+#include "fluids/scene/RootObject.h"
 #include "run/Interrupt.h"
 
 namespace orlix {
@@ -135,8 +136,15 @@ Status SceneRun::Run(const FramePlan& plan) {
   Status outcome = RunFrames(plan);
   Status written = FlushCaches(hook_);
   if (outcome.ok()) outcome = std::move(written);
-  // What only a whole simulation can tell.
-  if (outcome.ok() && Interrupt::Signal() == 0 && !state_.standsAlone) hook_.Conclude();
+  if (outcome.ok() && !plan.rendering && state_.document.ObjectsOfType(kRootTypeId).empty()) {
+    state_.warnings.Tell({"objects", "no-scene",
+                          "none of them is a scene, so nothing was simulated; add one, with what takes part in it as "
+                          "its children",
+                          state_.frame});
+  }
+  // What only a whole simulation can tell: one that goes on doesn't know what was emitted before.
+  const bool whole = plan.start <= state_.document.minTime.Frame(state_.document.fps);
+  if (outcome.ok() && Interrupt::Signal() == 0 && whole && !state_.standsAlone) hook_.Conclude();
   state_.interrupted = Interrupt::Signal() != 0;
   for (FrameListener* listener : listeners_) {
     Status status = listener->AfterRun(state_);

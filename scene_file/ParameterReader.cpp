@@ -209,6 +209,10 @@ BaseObject* ParameterReader::Resolve(const ParameterSite& site, const Target& ta
     for (std::size_t i = 0; i < std::min<std::size_t>(found.size(), 4); ++i) {
       paths += (i ? ", " : "") + Quoted(index.ReferenceTo(*found[i]), 300);
     }
+    if (index.ReferenceTo(*found[0]) == index.ReferenceTo(*found[1])) {
+      return fail(fmt::format("a name that {} objects have at one path, {}; give them names of their own", found.size(),
+                              Quoted(index.ReferenceTo(*found[0]), 300)));
+    }
     return fail(fmt::format("a name that {} objects have; write a path: {}{}", found.size(), paths,
                             found.size() > 4 ? ", ..." : ""));
   }

@@ -118,9 +118,11 @@ void SceneBuilder::ReadFrames(const Source& source, const JsonValue& value) {
   };
   if (!parts || parts->size() != 2 || !frame((*parts)[0]) || !frame((*parts)[1]) ||
       *(*parts)[0].AsInteger() > *(*parts)[1].AsInteger()) {
-    return Complain(source, value.offset,
-                    fmt::format("frames is {}, must be [first, last], whole numbers within -{} to {}, the last not before the first", Shown(value),
-                                kMaxFrame, kMaxFrame));
+    return Complain(
+        source, value.offset,
+        fmt::format(
+            "frames is {}, must be [first, last], whole numbers within -{} to {}, the last not before the first",
+            Shown(value), kMaxFrame, kMaxFrame));
   }
   if (!frames_) frames_.emplace(int(*(*parts)[0].AsInteger()), int(*(*parts)[1].AsInteger()));
 }

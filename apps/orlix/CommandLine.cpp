@@ -176,7 +176,11 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
   words.app->add_option("--grids", words.options->grids,
                         "Names of a cache's entries, in order, with commas between; a cache itself has none");
   words.app->add_option("--scale", words.options->scale, "Multiplies all lengths of meshes, particles and grids")
-      ->check(CLI::Range(1e-9, 1e9));
+      ->check([](const std::string& text) {
+        double value = 0;
+        const bool fits = CLI::detail::lexical_cast(text, value) && value >= 1e-9 && value <= 1e9;
+        return fits ? std::string() : text + " must be a number, 1e-9 to 1e9";
+      });
   words.app
       ->add_option(
           "--up", words.options->up,

@@ -28,6 +28,11 @@ constexpr FileKind kKinds[] = {
 }  // namespace
 
 Status InfoCommand(const Program& program, const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) {
+    return Status::Fail(ErrorKind::Usage, path + ": is a folder; orlix verify and orlix watch say what is in one");
+  }
+  if (!std::filesystem::exists(path, error)) return Status::Fail(ErrorKind::InputFile, path + ": no such file");
   const std::string extension = LowerExtension(path);
   std::string known;
   for (const FileKind& kind : kKinds) {

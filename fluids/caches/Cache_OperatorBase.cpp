@@ -110,8 +110,9 @@ void Cache_OperatorBase::CheckDirty() {
 
 void Cache_OperatorBase::Advise() {
   if (HasTargets()) return;
-  Warn("no-targets", mode_ == CacheMode::Record ? "it lists nothing, so it records nothing; list what it is to keep"
-                                                : "it lists nothing, so it plays nothing; list what it was recorded of");
+  Warn("no-targets", mode_ == CacheMode::Record
+                         ? "it lists nothing, so it records nothing; list what it is to keep"
+                         : "it lists nothing, so it plays nothing; list what it was recorded of");
 }
 
 double Cache_OperatorBase::PlaceToLoad(double speed) const {

@@ -140,9 +140,10 @@ bool GridCacher::ReadHead(HyperFile& file, const fs::path& path, GridFrameHead& 
     const std::string held = kind(type == kGridVelocityU, type == kGridNodalLevelset);
     const std::string taken = kind(base == NODE_SOLVER, base == NODE_VOLUME);
     if (!head.entries[i].present || !targets_[i].grids || held == taken) continue;
-    TellUnloaded(fmt::format("{} holds {} in place {}, where the cache lists \"{}\", which takes {}; list the nodes as "
-                             "when it was recorded",
-                             path.string(), held, i + 1, targets_[i].node->DisplayName(), taken));
+    TellUnloaded(
+        fmt::format("{} holds {} in place {}, where the cache lists \"{}\", which takes {}; list the nodes as "
+                    "when it was recorded",
+                    path.string(), held, i + 1, targets_[i].node->DisplayName(), taken));
     return false;
   }
   // A cache follows its object.

@@ -17,6 +17,19 @@ constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that sti
 constexpr int kStepsToEnter = 3;
 constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 
+// Those that were made before, so that of two one tells.
+std::vector<const WaterSolver*> OtherLiquids(OrlixScene& scene, const WaterSolver& liquid) {
+  std::vector<const WaterSolver*> others;
+  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    const auto* other = dynamic_cast<const WaterSolver*>(&node);
+    if (!other || !other->IsEnabled()) return;
+    if (other->handler.hostObject()->creationNumber() < liquid.handler.hostObject()->creationNumber()) {
+      others.push_back(other);
+    }
+  });
+  return others;
+}
+
 }  // namespace
 
 void WaterSolver::Advise() {
@@ -26,6 +39,21 @@ void WaterSolver::Advise() {
   }
   if (velocityEmitter->forces.empty()) {
     Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
+  }
+  const BaseObject& object = *handler.hostObject();
+  const std::vector<KeyTrack>& tracks = handler.GetDocument()->tracks();
+  const bool keyed = std::any_of(tracks.begin(), tracks.end(),
+                                 [&](const KeyTrack& track) { return track.object == object.creationNumber(); });
+  if (object.typeId() == ViscousType().id && !keyed && !IsViscous()) {
+    Warn("no-viscosity", "it has no viscosity and flows as water does; set \"viscosity\" or \"viscosity_preset\"");
+  }
+  for (const WaterSolver* other : OtherLiquids(*scene, *this)) {
+    const auto shared = std::find_first_of(groups.begin(), groups.end(), other->groups.begin(), other->groups.end());
+    if (shared == groups.end()) continue;
+    Warn("shared-group",
+         fmt::format("\"{}\" is carried by \"{}\", too, and both set its particles' velocities; list each one's own "
+                     "groups under \"groups\"",
+                     (*shared)->DisplayName(), other->DisplayName()));
   }
   for (const ParticleGroup* group : groups) {
     bool moved = false;

@@ -124,6 +124,26 @@ void ParticleAdvection::Advise() {
          "no velocity carries its particles, so they stand still; add a dynamics object or set \"motion_source\" to "
          "\"ballistic\"");
   }
+  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
+    const auto* other = dynamic_cast<const ParticleAdvection*>(&node);
+    if (!other || !MovesTheSame(*other) ||
+        other->handler.hostObject()->creationNumber() >= handler.hostObject()->creationNumber()) {
+      return;
+    }
+    Warn("moved-twice",
+         "\"" + other->DisplayName() +
+             "\" moves the same particles, so they go twice as far; take one out, or give them different "
+             "constraints or durations");
+  });
+}
+
+bool ParticleAdvection::MovesTheSame(const ParticleAdvection& other) const {
+  const auto always = [](const ParticleAdvection& each) {
+    const InExcludeData* constraints = each.handler.GetInExclude(kConstraintsId);
+    return each.IsEnabled() && !each.handler.GetLink(kDurationId) && (!constraints || constraints->entries.empty());
+  };
+  return group_ && other.group_ == group_ && other.kind_ == kind_ && other.motion_.source == motion_.source &&
+         motion_.source != MotionSource::None && always(*this) && always(other);
 }
 
 void ParticleAdvection::Prepare(iBase*) {

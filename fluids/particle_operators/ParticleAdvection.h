@@ -40,6 +40,8 @@ class ParticleAdvection final : public ParticleOperator {
   void CollectObstacleViews();
   MotionField FieldOf(const FluidSolver& solver) const;
   void Pass(const MotionField& field);
+  // Both always act, in the same way, on the same particles.
+  bool MovesTheSame(const ParticleAdvection& other) const;
   bool ByField() const {
     return motion_.source == MotionSource::Solvers || motion_.source == MotionSource::SolversBallisticInside;
   }

@@ -13,7 +13,8 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kPriority = 20;
+constexpr std::int32_t kPriority = 20, kPropertyForceTypeId = 1300097;
+constexpr double kVorticityStrength = 25;
 constexpr double kDensityUnit = 100;  // particles a m^3, of the row
 constexpr double kSpeedAtRest = 0.001;
 // Of the density that particles start with, beyond which the liquid visibly swells or shrinks.
@@ -66,7 +67,7 @@ const TypeInfo& PositionBasedFluidDynamics::Type() {
                    "Kept with the object; neighbours are found in each sub-step")
           .Fallback(20)
           .Unread(),
-      FloatParameter(kVorticityStrengthId, "vorticity_strength", 25, "",
+      FloatParameter(kVorticityStrengthId, "vorticity_strength", kVorticityStrength, "",
                      "Gives back the swirls that corrections take, to particles that have an external force")
           .Fallback(0),
   };
@@ -121,6 +122,17 @@ void PositionBasedFluidDynamics::ReleaseLinks() {
 
 void PositionBasedFluidDynamics::Advise() {
   if (entries_.empty()) Warn("no-group", "it corrects nothing; link particle groups under \"groups\"");
+  const double strength = handler.GetDouble(kVorticityStrengthId);
+  if (strength != kVorticityStrength && strength != 0 &&
+      handler.GetDocument()->ObjectsOfType(kPropertyForceTypeId).empty()) {
+    Warn("no-force",
+         "\"vorticity_strength\" acts on particles that have an external force, and there are none; add a "
+         "property_force to their emitter's \"properties\"");
+  }
+  // An empty list takes groups that may have no liquid.
+  const InExcludeData* list = handler.GetInExclude(kGroupsId);
+  const bool listed = list && !list->entries.empty();
+  std::vector<std::string> unmoved;
   for (const GroupEntry& entry : entries_) {
     bool moved = false;
     scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
@@ -133,12 +145,12 @@ void PositionBasedFluidDynamics::Advise() {
                    BallisticIntegrator::VelocityVerlet &&
                own.GetChoice<MotionSource>(ParticleAdvection::kMotionSourceId) != MotionSource::None;
     });
-    if (!moved) {
-      Warn("no-verlet", "nothing moves \"" + entry.group->DisplayName() +
-                            "\" as it needs; add a particle_advection of its kind with \"motion_source\" "
-                            "\"ballistic\" and \"ballistic_integrator\" \"velocity_verlet\"");
-    }
+    if (!moved) unmoved.push_back(entry.group->DisplayName());
   }
+  if (unmoved.empty() || (!listed && unmoved.size() < entries_.size())) return;
+  Warn("no-verlet", "nothing moves \"" + unmoved.front() +
+                        "\" as it needs; add a particle_advection of its kind with \"motion_source\" \"ballistic\" "
+                        "and \"ballistic_integrator\" \"velocity_verlet\"");
 }
 
 void PositionBasedFluidDynamics::Conclude() {

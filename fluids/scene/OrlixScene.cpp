@@ -47,6 +47,13 @@ void OrlixScene::Warn(const std::string& name, const std::string& key, const std
 
 void OrlixScene::Conclude() {
   if (failure_) return;
+  if (clock.document &&
+      (clock.startFrame > clock.frame || clock.endFrame <= clock.document->minTime.Frame(clock.fps))) {
+    return Warn(GetHostObject()->Path(), "no-frames",
+                fmt::format("its range, frames {} to {}, has none of the run's, so nothing was simulated; set "
+                            "\"start_frame\" and \"end_frame\", or \"document_range\"",
+                            clock.startFrame, clock.endFrame - 1));
+  }
   ForEachNode(NODE_CHANNEL, NODE_HELPER, [](iBase& node) {
     if (node.IsEnabled()) node.Conclude();
   });

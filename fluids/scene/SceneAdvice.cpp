@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <set>
 
 #include "fluids/scene/OrlixScene.h"
@@ -100,6 +101,21 @@ void AdviseUnlinked(OrlixScene& scene) {
   });
 }
 
+// Keyframes may let the time pass later.
+void AdviseTime(OrlixScene& scene) {
+  const BaseObject& root = *scene.GetHostObject();
+  const bool fixed = root.GetChoice<SubstepMode>(RootSettings::kSubstepModeId) == SubstepMode::FixedTime;
+  const int row = fixed ? RootSettings::kFrameTimeId : RootSettings::kTimeScaleId;
+  const std::vector<KeyTrack>& tracks = scene.GetHostDocument()->tracks();
+  const bool keyed = std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
+    return track.object == root.creationNumber() && track.parameter == row;
+  });
+  if (keyed || root.GetDouble(row) != 0) return;
+  scene.Warn(root.Path(), "no-time",
+             fmt::format("\"{}\" is 0, so no time passes and nothing is simulated; raise it",
+                         fixed ? "frame_time" : "time_scale"));
+}
+
 }  // namespace
 
 void AdviseObjects(OrlixScene& scene) {
@@ -112,6 +128,11 @@ void AdviseObjects(OrlixScene& scene) {
                            "\"render_voxel_size\"",
                            ofPictures, cell));
   }
+  if (root.children().empty()) {
+    scene.Warn(root.Path(), "no-children",
+               "it has no children, so nothing is simulated; put what takes part beneath it");
+  }
+  AdviseTime(scene);
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());

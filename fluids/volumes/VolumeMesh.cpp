@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "fluids/bodies/ObstacleTag.h"
 #include "fluids/level_sets/InsideCells.h"
 #include "fluids/scene/OrlixScene.h"
 
@@ -28,6 +29,22 @@ std::uint32_t ParentsDirtyCount(const BaseObject& object) {
   std::uint32_t count = 0;
   for (const BaseObject* up = object.parent(); up; up = up->parent()) count += up->dirtyCount();
   return count;
+}
+
+// What Obstacle tags say and can't do.
+void AdviseTags(const VolumeMesh& volume) {
+  const BaseObject& object = *volume.handler.hostObject();
+  const BaseObject& tag = *object.FindTag(kObstacleTagId);
+  const auto isObstacle = [](const auto& each) { return each->typeId() == kObstacleTagId; };
+  if (std::count_if(object.tags().begin(), object.tags().end(), isObstacle) > 1) {
+    volume.Warn("two-tags", "it has more than one Obstacle tag, and only the first counts; take the others out");
+  }
+  if (tag.container().Has(ObstacleTag::kVelocitySpeedId) && !tag.GetLink(ObstacleTag::kVelocityFieldId)) {
+    volume.Warn("no-direction", "\"velocity_speed\" has no direction, so it starts at rest; link \"velocity_field\"");
+  }
+  if (tag.GetBool(ObstacleTag::kReplayId) && tag.GetInt(ObstacleTag::kRecordId) == 0) {
+    volume.Warn("nothing-recorded", "there is no motion to replay, so it follows its object; set \"record_motion\"");
+  }
 }
 
 }  // namespace
@@ -103,6 +120,7 @@ bool VolumeMesh::StillBox(Vec3D& min, Vec3D& max) const {
 
 void VolumeMesh::Advise() {
   if (scene->IsPlayed(*this)) return;
+  if (IsObstacle()) AdviseTags(*this);
   if (!hostGeometry_) return Warn("no-geometry", "no object is linked, so it has no inside; link one with polygons");
   Vec3D min, max;
   if (!IsObstacle() || simulationInfo->time != 0 || !StillBox(min, max)) return;

@@ -67,6 +67,8 @@ std::vector<Case> Cases() {
       {"an absolute folder", R"("output": [ { "vdb": true, "folder": "/tmp/vdb" } ])", ""},
       {"inside, by a way round", R"("output": [ { "vdb": true, "folder": "a/../b" } ])", ""},
       {"a picture outside", R"("render": { "file_name": "../p" })", "2: \"render\".file_name is \"../p\""},
+      {"pictures without files", R"("render": { "exr": false, "png": false })",
+       "2: \"render\".png is false, as \"exr\" is: pictures would leave no file"},
       {"one name for two outputs", R"("objects": [ { "type": "scene" } ],
          "output": [ { "name": "A", "vdb": true }, { "name": "B", "folder": "./", "vdb": true } ])",
        "3: \"B\".file_name gives "},

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
@@ -209,6 +210,25 @@ TEST(Sheets, HoldTheFirstAndTheLastPicture) {
   EXPECT_EQ(runner.Run({"film", folder}).code, 0);
   EXPECT_GT(std::filesystem::file_size(runner.folder / "it's.mp4"), 500u);
   EXPECT_EQ(test::NamesIn(runner.folder.path()).count(".film"), 0u);
+}
+
+// By the frame before, whether that was asked for or not, and alike in each output that asks.
+TEST(Files, AMeshHasTheVelocityOfItsFrameWhateverElseIsMade) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", R"({ "orlix": 1, "fps": 10, "frames": [0, 4], "objects": [
+      { "type": "box", "name": "Box", "position@": { "keys": [[0, [0, 0, 0]], [3, [0, 0, 0]], [4, [7, 0, 0]]] } },
+      { "type": "scene", "name": "S", "children": [{ "type": "particlegroup", "name": "None" }] } ],
+      "output": [{ "folder": "a", "meshes": "ply" }, { "folder": "b", "meshes": "ply" }] })");
+  std::set<std::string> contents;
+  for (const char* frames : {"0-4", "4", "1,4", "0-4x2"}) {
+    const auto out = runner.folder / frames;
+    ASSERT_EQ(runner.Run({"run", scene, "--frames", frames, "--out", out.string()}).code, 0);
+    for (const char* folder : {"a", "b"}) contents.insert(test::ReadText(out / folder / "frame_Box.0004.ply"));
+  }
+  EXPECT_EQ(contents.size(), 1u);
+  const float speed = 70;
+  EXPECT_NE(contents.begin()->find(std::string_view(reinterpret_cast<const char*>(&speed), sizeof speed)),
+            std::string::npos);
 }
 
 // A scene from an output's files, and a small picture of it.

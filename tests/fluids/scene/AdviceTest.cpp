@@ -5,7 +5,11 @@
 
 #include <functional>
 
+#include "fluids/bodies/ObstacleTag.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
+#include "fluids/particle_operators/ParticleAdvection.h"
+#include "fluids/position_based/PositionBasedFluidDynamics.h"
+#include "fluids/scene/RootObject.h"
 #include "tests/support/GasScene.h"
 
 namespace orlix {
@@ -30,7 +34,8 @@ struct SmokeScene : GasScene {
   }
   bool Told(const std::string& node, const std::string& key) const {
     for (const Warning& warning : observer.warnings.all()) {
-      if (warning.node == "Scene/" + node && warning.key == key) return warning.text.find(';') != std::string::npos;
+      if (warning.node == (node.empty() ? "Scene" : "Scene/" + node) && warning.key == key)
+        return warning.text.find(';') != std::string::npos;
     }
     return false;
   }
@@ -79,6 +84,25 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
        [](auto& s) {
          s.fluid->Set(VelocityGridEmitter::kForcesId, s.ListOf({&s.Add("force_gravity", "Wind")}));
          s.Add("force_swirling", "Swirl");
+       }},
+      {"", "no-time", [](auto& s) { s.root->Set(RootSettings::kTimeScaleId, 0.0); }},
+      {"Honey", "no-viscosity", [](auto& s) { s.Add("particlegroup", "Water"), s.Add("liquid_viscous", "Honey"); }},
+      {"Second", "shared-group",
+       [](auto& s) { s.Add("particlegroup", "Water"), s.Add("liquid", "First"), s.Add("liquid", "Second"); }},
+      {"Twice", "moved-twice",
+       [](auto& s) {
+         const BaseObject& water = s.Add("particlegroup", "Water");
+         for (const char* name : {"Once", "Twice"}) {
+           s.Add("particle_advection", name).Set(ParticleAdvection::kGroupId, s.LinkTo(water));
+         }
+       }},
+      {"Drops", "no-force",
+       [](auto& s) { s.Add("fluid_pb", "Drops").Set(PositionBasedFluidDynamics::kVorticityStrengthId, 50.0); }},
+      {"Stone", "no-direction",
+       [](auto& s) {
+         s.AddObstacle("Stone", "sphere", s.Centre(), 0.3);
+         BaseObject& stone = *s.document.FindByPath("Scene/Stone");
+         stone.FindTag(kObstacleTagId)->Set(ObstacleTag::kVelocitySpeedId, 5.0);
        }},
       {"Air", "row-not-read:obstacles", [](auto& s) { s.fluid->Set(1017, s.ListOf({s.emitter})); }},
       {"smoke", "row-not-read:constraints", [](auto& s) { s.smoke->Set(kConstraintsId, s.ListOf({s.emitter})); }},
