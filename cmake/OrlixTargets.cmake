@@ -1,3 +1,8 @@
+# The system's own python, where there is one: a shell script that looks for a version first (pyenv's) takes four times as
+# long as the scripts below.
+find_program(ORLIX_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+find_program(ORLIX_PYTHON python3 REQUIRED)
+
 # The sources that a target compiles: with ORLIX_JOIN a few that join up to a dozen each, since half of the time goes
 # into reading headers. The other builds compile each source alone, and so find the #include that one lacks.
 function(orlix_sources result target)
@@ -12,7 +17,7 @@ function(orlix_sources result target)
     list(REMOVE_ITEM left ${batch})
     list(LENGTH joined number)
     set(out ${PROJECT_BINARY_DIR}/joined/${target}_${number}.cpp)
-    add_custom_command(OUTPUT ${out} COMMAND python3 ${PROJECT_SOURCE_DIR}/cmake/join_sources.py ${out} ${batch}
+    add_custom_command(OUTPUT ${out} COMMAND ${ORLIX_PYTHON} ${PROJECT_SOURCE_DIR}/cmake/join_sources.py ${out} ${batch}
                        DEPENDS ${PROJECT_SOURCE_DIR}/cmake/join_sources.py ${batch} VERBATIM)
     list(APPEND joined ${out})
   endwhile()
@@ -56,7 +61,7 @@ function(orlix_recipes target)
   file(GLOB beside CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/scenes/*.obj)
   set(out ${PROJECT_BINARY_DIR}/recipes.cpp)
   set(script ${PROJECT_SOURCE_DIR}/cmake/embed_recipes.py)
-  add_custom_command(OUTPUT ${out} COMMAND python3 ${script} ${out} ${scenes} DEPENDS ${script} ${scenes} ${beside}
+  add_custom_command(OUTPUT ${out} COMMAND ${ORLIX_PYTHON} ${script} ${out} ${scenes} DEPENDS ${script} ${scenes} ${beside}
                      VERBATIM)
   target_sources(${target} PRIVATE ${out})
 endfunction()
