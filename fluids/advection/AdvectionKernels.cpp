@@ -295,6 +295,17 @@ void AdvectMacCormack(const AdvectionField& field, std::span<const Advected> qua
   CorrectBackward(field, groups, pool);
 }
 
+namespace {
+
+// -0 is nothing, NaN is something.
+ORLIX_MULTIVERSION bool AnyValue(const double* row, int count) {
+  std::uint64_t bits = 0;
+  for (int i = 0; i < count; ++i) bits |= std::bit_cast<std::uint64_t>(row[i]) << 1;
+  return bits != 0;
+}
+
+}  // namespace
+
 RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool) {
   const VecInt3D n = grid.dims;
   RowSpans content(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z));
@@ -302,9 +313,7 @@ RowSpans FindContent(const GridView<const double>& grid, WorkerPool& pool) {
     for (int k = begin; k < end; ++k) {
       for (int j = 0; j < n.y; ++j) {
         const double* row = grid.data + grid.Index(0, j, k);
-        bool any = false;
-        for (int i = 0; i < n.x; ++i) any |= row[i] != 0;
-        int first = 0, last = any ? n.x : 0;
+        int first = 0, last = AnyValue(row, n.x) ? n.x : 0;
         while (first < last && row[first] == 0) ++first;
         while (first < last && row[last - 1] == 0) --last;
         content[static_cast<std::size_t>(k) * n.y + j] = {first, last};

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cmath>
 
+#include "fluids/grids/LargestMagnitude.h"
 #include "globals/Multiversion.h"
 
 #define ORLIX_ROWS advection_baseline
@@ -91,34 +92,6 @@ double CorrectCell(const MacCormackRow& row, int l, double back) {
   return corrected < low ? low : high < corrected ? high : corrected;
 }
 
-// The largest magnitude of a piece of an array. NaN counts as nothing.
-ORLIX_MULTIVERSION double LargestMagnitude(const double* data, std::int64_t count) {
-  constexpr int kLanes = 8;
-  double most[kLanes] = {};
-  std::int64_t at = 0;
-  for (; at + kLanes <= count; at += kLanes) {
-    for (int l = 0; l < kLanes; ++l) {
-      const double magnitude = std::fabs(data[at + l]);
-      most[l] = most[l] < magnitude ? magnitude : most[l];
-    }
-  }
-  for (; at < count; ++at) most[0] = std::max(most[0], std::fabs(data[at]));
-  return *std::max_element(most, most + kLanes);
-}
-
-Vec3D LargestSpeeds(const VelocityView& velocity, WorkerPool& pool) {
-  Vec3D largest;
-  for (int c = 0; c < 3; ++c) {
-    const GridView<const double>& grid = velocity.component[c];
-    double ofWorker[WorkerPool::kMaxWorkers] = {};
-    ParallelRange(pool, 0, grid.dims.z, [&](int begin, int end, int worker) {
-      ofWorker[worker] = LargestMagnitude(grid.data + grid.slab * begin, grid.slab * (end - begin));
-    });
-    largest[c] = *std::max_element(std::begin(ofWorker), std::end(ofWorker));
-  }
-  return largest;
-}
-
 // Each row becomes the hull of the rows up to reach away along y (axis 1) or z.
 void WidenAlong(RowSpans& rows, const VecInt3D& n, int axis, int reach, WorkerPool& pool) {
   const RowSpans before = rows;
@@ -158,10 +131,9 @@ VecInt3D FurthestReach(const AdvectionField& field, AdvectionSampling sampling, 
   if (field.solid.HasData() && !field.bricks->IsEmpty()) {
     spread += field.bricks->depth() / static_cast<double>(field.cellSize) + 1;
   }
-  const Vec3D speed = LargestSpeeds(field.velocity, pool);
   VecInt3D reach;
   for (int axis = 0; axis < 3; ++axis) {
-    const double cells = std::fabs(field.Step()) * speed[axis] + spread;
+    const double cells = std::fabs(field.Step()) * LargestMagnitude(field.velocity.component[axis], pool) + spread;
     reach[axis] = cells < n[axis] ? static_cast<std::int32_t>(std::ceil(cells)) - 1 : n[axis];
   }
   return reach;

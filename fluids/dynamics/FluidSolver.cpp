@@ -8,8 +8,8 @@
 
 #include "fluids/dynamics/Grid_Incompressibility.h"
 #include "fluids/dynamics/Grid_Viscosity.h"
-#include "fluids/dynamics/SpeedKernel.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
+#include "fluids/grids/LargestMagnitude.h"
 
 namespace orlix {
 

@@ -6,7 +6,7 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/dynamics/FluidSolver.h"
-#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/grids/LargestMagnitude.h"
 #include "fluids/pressure/BodyMotion.h"
 #include "fluids/pressure/BodyPressure.h"
 #include "fluids/pressure/MultigridCycle.h"

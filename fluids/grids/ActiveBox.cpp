@@ -32,13 +32,14 @@ struct VelocityRule {
 
 template <class Rule>
 inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int k, Box& box) {
-  int any = 0;
-  std::uint64_t changed = 0;
+  // Masks as wide as the values, and the tidied one first: so the loop vectorises.
+  std::uint64_t any = 0, changed = 0;
   for (int i = from; i < to; ++i) {
-    any |= rule.Active(row[i]);
-    changed |= std::bit_cast<std::uint64_t>(row[i]) ^ std::bit_cast<std::uint64_t>(rule.Tidied(row[i]));
+    const double v = row[i], tidied = rule.Tidied(v);
+    changed |= std::bit_cast<std::uint64_t>(v) ^ std::bit_cast<std::uint64_t>(tidied);
+    any |= rule.Active(v) ? ~std::uint64_t(0) : 0;
   }
-  if (any) {
+  if (any != 0) {
     int first = from, last = to - 1;
     while (first < box.min.x && !rule.Active(row[first])) ++first;
     while (last > box.max.x && !rule.Active(row[last])) --last;

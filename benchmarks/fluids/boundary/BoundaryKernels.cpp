@@ -14,7 +14,7 @@
 #include "fluids/boundary/InsideKernel.h"
 #include "fluids/boundary/SolidDistance.h"
 #include "fluids/boundary/SolidView.h"
-#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/grids/LargestMagnitude.h"
 #include "fluids/grids/ScratchPool.h"
 #include "host/threads/WorkerPool.h"
 

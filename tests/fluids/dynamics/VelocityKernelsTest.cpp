@@ -8,7 +8,7 @@
 #include "fluids/boundary/FaceVelocity.h"
 #include "fluids/boundary/SolidView.h"
 #include "fluids/dynamics/FaceForces.h"
-#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/grids/LargestMagnitude.h"
 #include "fluids/grids/ScratchPool.h"
 #include "host/threads/WorkerPool.h"
 #include "tests/support/DynamicsFields.h"

@@ -8,7 +8,7 @@
 
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/dynamics/Grid_Incompressibility.h"
-#include "fluids/dynamics/SpeedKernel.h"
+#include "fluids/grids/LargestMagnitude.h"
 #include "fluids/rigid_bodies/BodyTransforms.h"
 #include "fluids/rigid_bodies/Bullet_VelocityEmitter.h"
 #include "fluids/volumes/AlignmentVector3D.h"
