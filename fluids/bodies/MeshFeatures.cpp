@@ -55,8 +55,11 @@ MeshFeatures::MeshFeatures(std::span<const Vec3D> points, std::span<const VecInt
     Face& face = faces_[t];
     for (int c = 0; c < 3; ++c) face.points[c] = points[triangles[t][c]], face.corners[c] = places[triangles[t][c]];
     face.normal = Normalized(Cross(face.points[1] - face.points[0], face.points[2] - face.points[0]));
-    for (int e = 0; e < 3; ++e)
-      face.into[e] = Normalized(Cross(face.normal, face.points[(e + 1) % 3] - face.points[e]));
+    for (int e = 0; e < 3; ++e) {
+      const Vec3D way = face.points[(e + 1) % 3] - face.points[e];
+      face.ways[e] = Normalized(way);
+      face.into[e] = Normalized(Cross(face.normal, way));
+    }
     volume += Dot(face.points[0] - points[0], Cross(face.points[1] - points[0], face.points[2] - points[0]));
   }
   FindEdges(places, triangles);
@@ -111,39 +114,33 @@ void MeshFeatures::FindCorners() {
   }
 }
 
-double MeshFeatures::SideOf(const Touch& touch) const {
-  return !closed_ && Dot(faces_[std::size_t(touch.triangle)].normal, touch.towards - touch.place) < 0 ? -1 : 1;
-}
-
-MeshFeatures::Near MeshFeatures::NearOf(const Touch& touch) const {
-  const Face& face = faces_[std::size_t(touch.triangle)];
-  Near near;
+MeshFeatures::Touch MeshFeatures::TouchAt(int triangle, const Vec3D& place, double reach, const Vec3D& towards) const {
+  const Face& face = faces_[std::size_t(triangle)];
+  Touch touch{triangle, place, reach, towards};
+  if (!closed_ && Dot(face.normal, towards - place) < 0) touch.side = -1;
   for (int e = 0; e < 3; ++e) {
-    near.edges[e] = Dot(face.into[e], touch.place - face.points[e]) < touch.reach && face.edges[e] != Edge::Hollow;
+    touch.edges[e] = Dot(face.into[e], place - face.points[e]) < reach && face.edges[e] != Edge::Hollow;
   }
   for (int c = 0; c < 3; ++c) {
-    near.corners[c] =
-        LengthSquared(touch.place - face.points[c]) < touch.reach * touch.reach && !corners_[face.corners[c]].hollow;
+    touch.corners[c] = LengthSquared(place - face.points[c]) < reach * reach && !corners_[face.corners[c]].hollow;
   }
-  return near;
+  return touch;
 }
 
 double MeshFeatures::Misfit(const Touch& touch, const Vec3D& direction) const {
   constexpr double kLevelWeight = 4, kWrongSide = 8;
   const Face& face = faces_[std::size_t(touch.triangle)];
   if (face.normal == Vec3D()) return 0;
-  const Near near = NearOf(touch);
-  const double up = Dot(direction, face.normal) * SideOf(touch);
+  const double up = Dot(direction, face.normal) * touch.side;
   double least = kLevelWeight * std::sqrt(std::max(0.0, 1 - up * up)) + (up < 0 ? kWrongSide : 0);
   for (int n = 0; n < 3; ++n) {
-    if (near.edges[n] && face.edges[n] == Edge::Free) return 0;
-    if (near.edges[n] && face.edges[n] == Edge::Sharp) {
-      const Vec3D way = Normalized(face.points[(n + 1) % 3] - face.points[n]);
-      least = std::min(least, std::max({std::abs(Dot(direction, way)), Dot(direction, face.into[n]),
+    if (touch.edges[n] && face.edges[n] == Edge::Free) return 0;
+    if (touch.edges[n] && face.edges[n] == Edge::Sharp) {
+      least = std::min(least, std::max({std::abs(Dot(direction, face.ways[n])), Dot(direction, face.into[n]),
                                         Dot(direction, face.intoAcross[n])}));
     }
     const Corner& corner = corners_[face.corners[n]];
-    if (!near.corners[n] || corner.normals.size() < 3) continue;  // the edges say as much
+    if (!touch.corners[n] || corner.normals.size() < 3) continue;  // the edges say as much
     double most = 0;
     for (const Vec3D& way : corner.ways) most = std::max(most, Dot(direction, way));
     least = std::min(least, most);
@@ -154,15 +151,14 @@ double MeshFeatures::Misfit(const Touch& touch, const Vec3D& direction) const {
 int MeshFeatures::NormalsAt(const Touch& touch, std::array<Vec3D, kMostNormals>& normals) const {
   const Face& face = faces_[std::size_t(touch.triangle)];
   if (face.normal == Vec3D()) return 0;
-  const double side = SideOf(touch);
-  const Near near = NearOf(touch);
   int count = 0;
-  normals[count++] = face.normal * side;
+  normals[count++] = face.normal * touch.side;
   for (int n = 0; n < 3; ++n) {
-    if (near.edges[n] && face.edges[n] == Edge::Sharp && count < kMostNormals) normals[count++] = face.across[n] * side;
-    if (!near.corners[n]) continue;
+    if (touch.edges[n] && face.edges[n] == Edge::Sharp && count < kMostNormals)
+      normals[count++] = face.across[n] * touch.side;
+    if (!touch.corners[n]) continue;
     for (const Vec3D& normal : corners_[face.corners[n]].normals) {
-      if (count < kMostNormals && Dot(normal, face.normal) <= kOne) normals[count++] = normal * side;
+      if (count < kMostNormals && Dot(normal, face.normal) <= kOne) normals[count++] = normal * touch.side;
     }
   }
   return count;

@@ -29,7 +29,12 @@ class MeshFeatures {
     Vec3D place;
     double reach;   // so far from an edge a place is still on it
     Vec3D towards;  // the middle of what touches, by which the side of a mesh is known that isn't closed
+    // What follows from these: -1 on the far side, and what of the triangle is within reach. Where the surface is
+    // hollow, faces alone count.
+    double side = 1;
+    std::array<bool, 3> edges{}, corners{};
   };
+  Touch TouchAt(int triangle, const Vec3D& place, double reach, const Vec3D& towards) const;
   // How much a direction, which leads away from the mesh, isn't one in which it can push there; 0 when it is.
   double Misfit(const Touch& touch, const Vec3D& direction) const;
   // The normals of the faces there.
@@ -49,8 +54,8 @@ class MeshFeatures {
     Vec3D normal;
     std::array<Vec3D, 3> points;
     std::array<std::int32_t, 3> corners{};
-    // Of the edge from a point to the next: the normal of the face behind it, and the way into both.
-    std::array<Vec3D, 3> across{}, into{}, intoAcross{};
+    // Of the edge from a point to the next: the normal of the face behind it, the way into both, and its own.
+    std::array<Vec3D, 3> across{}, into{}, intoAcross{}, ways{};
     std::array<Edge, 3> edges{Edge::Free, Edge::Free, Edge::Free};
   };
   struct Corner {
@@ -58,15 +63,8 @@ class MeshFeatures {
     std::vector<Vec3D> normals;  // of the faces around it, each once
     bool hollow = false;         // an edge at it is
   };
-  struct Near {
-    std::array<bool, 3> edges{}, corners{};
-  };
-
   void FindEdges(const std::vector<std::int32_t>& places, std::span<const VecInt3D> triangles);
   void FindCorners();
-  // What of a triangle is within reach. Where the surface is hollow, faces alone count.
-  Near NearOf(const Touch& touch) const;
-  double SideOf(const Touch& touch) const;
 
   std::vector<Face> faces_;
   std::vector<Corner> corners_;

@@ -134,36 +134,35 @@ class Target final : public btMotionState {
   btTransform transform_;
 };
 
-const RigidEntry* EntryOf(const btCollisionObject& object) {
-  return static_cast<const RigidEntry*>(object.getUserPointer());
+const RigidEntry* EntryOf(const btCollisionObjectWrapper* wrap) {
+  return static_cast<const RigidEntry*>(wrap->getCollisionObject()->getUserPointer());
 }
 
 // One side of a contact, a triangle of a body, in Bullet's world.
 struct Side {
-  const RigidShape& shape;
+  const MeshFeatures& features;
   const btTransform& place;
   MeshFeatures::Touch touch;
 
-  Side(const RigidShape& own, const btTransform& where, const btTransform& other, int triangle, const btVector3& at,
+  Side(const RigidShape& shape, const btTransform& where, const btTransform& other, int triangle, const btVector3& at,
        double reach)
-      : shape(own),
+      : features(shape.parts().Features()),
         place(where),
-        touch{triangle, AsIs(where.invXform(at)), reach, AsIs(where.invXform(other.getOrigin()))} {}
+        touch(features.TouchAt(triangle, AsIs(where.invXform(at)), reach, AsIs(where.invXform(other.getOrigin())))) {}
 
-  const MeshFeatures& Features() const { return shape.parts().Features(); }
   btVector3 ToWorld(const Vec3D& v) const {
     return place.getBasis() * btVector3(btScalar(v.x), btScalar(v.y), btScalar(v.z));
   }
   // `direction` leads away from this side.
   double Misfit(const btVector3& direction) const {
-    return Features().Misfit(touch, AsIs(place.getBasis().transpose() * direction));
+    return features.Misfit(touch, AsIs(place.getBasis().transpose() * direction));
   }
   // How far its triangle reaches along a direction in the world.
   double Furthest(const btVector3& direction) const {
-    return Features().Furthest(touch.triangle, AsIs(place.getBasis().transpose() * direction)) +
+    return features.Furthest(touch.triangle, AsIs(place.getBasis().transpose() * direction)) +
            double(place.getOrigin().dot(direction));
   }
-  btVector3 Nearest() const { return place.getOrigin() + ToWorld(Features().Nearest(touch.triangle, touch.place)); }
+  btVector3 Nearest() const { return place.getOrigin() + ToWorld(features.Nearest(touch.triangle, touch.place)); }
 };
 
 // A contact gets the direction in which both sides can push and that parts their triangles soonest: its own, or that of
@@ -179,20 +178,24 @@ void MendNormal(btManifoldPoint& point, const Side& a, const Side& b, double mar
       return fits ? gap > other.gap + kTie : misfit < other.misfit;
     }
   };
-  const auto choice = [&](const btVector3& normal) {
-    return Choice{normal, a.Misfit(-normal) + b.Misfit(normal), -a.Furthest(-normal) - b.Furthest(normal)};
-  };
+  const auto gap = [&](const btVector3& normal) { return -a.Furthest(-normal) - b.Furthest(normal); };
   const btVector3 given = point.m_normalWorldOnB;
-  Choice best = choice(given);
+  Choice best{given, a.Misfit(-given) + b.Misfit(given), gap(given)};
   std::array<Vec3D, MeshFeatures::kMostNormals> normals;
   for (const Side* side : {&a, &b}) {
-    const int count = side->Features().NormalsAt(side->touch, normals);
+    const int count = side->features.NormalsAt(side->touch, normals);
     for (int n = 0; n < count; ++n) {
       const Vec3D& own = normals[std::size_t(n)];
-      const Choice other = choice(side->ToWorld(own) * btScalar(side == &a ? -1 : 1));
+      const btVector3 normal = side->ToWorld(own) * btScalar(side == &a ? -1 : 1);
       // From the far side of something thin.
-      const bool behind = Dot(own, side->touch.towards - side->touch.place) < 0;
-      if (!(behind && other.normal.dot(given) < 0) && other.IsBetter(best)) best = other;
+      if (Dot(own, side->touch.towards - side->touch.place) < 0 && normal.dot(given) < 0) continue;
+      // Most directions don't suit one of the two: of these no more is asked.
+      Choice other{normal, a.Misfit(-normal), 0};
+      if (!(other.misfit < std::max(kFits, best.misfit))) continue;
+      other.misfit += b.Misfit(normal);
+      if (!(other.misfit < std::max(kFits, best.misfit))) continue;
+      other.gap = gap(normal);
+      if (other.IsBetter(best)) best = other;
     }
   }
   if (best.normal == given) return;
@@ -204,24 +207,16 @@ void MendNormal(btManifoldPoint& point, const Side& a, const Side& b, double mar
   point.m_localPointB = b.place.invXform(point.m_positionWorldOnB);
 }
 
-// Of two meshes that meet, hundreds of pairs of triangles make contacts, of which Bullet keeps four: those that
-// collision found, as against those that it foretells, are marked here and mended once all are known.
-constexpr char kFound = 0;
-bool MarkContact(btManifoldPoint& point, const btCollisionObjectWrapper*, int, int, const btCollisionObjectWrapper*,
-                 int, int) {
-  point.m_userPersistentData = const_cast<char*>(&kFound);
-  return true;
-}
-
 // What two bodies bring to a contact is multiplied, each with its factor at its own point.
-void MendContact(btManifoldPoint& point, const btCollisionObject& a, const btCollisionObject& b) {
+bool ScaleContact(btManifoldPoint& point, const btCollisionObjectWrapper* a, int, int triangleA,
+                  const btCollisionObjectWrapper* b, int, int triangleB) {
   const RigidEntry *first = EntryOf(a), *second = EntryOf(b);
-  if (!first || !second) return;
-  const btTransform &placeA = a.getWorldTransform(), &placeB = b.getWorldTransform();
-  const double margin = double(a.getCollisionShape()->getMargin()) + double(b.getCollisionShape()->getMargin());
+  if (!first || !second) return false;
+  const btTransform &placeA = a->getWorldTransform(), &placeB = b->getWorldTransform();
+  const double margin = double(a->getCollisionShape()->getMargin()) + double(b->getCollisionShape()->getMargin());
   const double reach = 2 * margin + 1e-4;  // no further where bodies are deep in each other: those are what is mended
-  MendNormal(point, {*first->shape, placeA, placeB, point.m_index0, point.m_positionWorldOnB, reach},
-             {*second->shape, placeB, placeA, point.m_index1, point.m_positionWorldOnB, reach}, margin);
+  MendNormal(point, {*first->shape, placeA, placeB, triangleA, point.m_positionWorldOnB, reach},
+             {*second->shape, placeB, placeA, triangleB, point.m_positionWorldOnB, reach}, margin);
   const Vec3D places[2] = {FromBullet(point.getPositionWorldOnA()), FromBullet(point.getPositionWorldOnB())};
   const auto share = [&](const RigidEntry& e, int side, RigidContact what, double value) {
     return e.contact ? value * e.contact->ContactScale(what, places[side]) : value;
@@ -232,6 +227,7 @@ void MendContact(btManifoldPoint& point, const btCollisionObject& a, const btCol
   point.m_combinedFriction = combined(RigidContact::Friction, &RigidEntry::friction);
   point.m_combinedRollingFriction = combined(RigidContact::RollingFriction, &RigidEntry::rollingFriction);
   point.m_combinedRestitution = combined(RigidContact::Restitution, &RigidEntry::restitution);
+  return true;
 }
 
 // Steps of an exact number: Bullet's own count comes from a quotient of floats.
@@ -249,18 +245,6 @@ class World final : public btDiscreteDynamicsWorld {
       for (const Held& one : held) Hold(one);
     }
     clearForces();
-  }
-  void performDiscreteCollisionDetection() override {
-    btDiscreteDynamicsWorld::performDiscreteCollisionDetection();
-    for (int m = 0; m < getDispatcher()->getNumManifolds(); ++m) {
-      btPersistentManifold& manifold = *getDispatcher()->getManifoldByIndexInternal(m);
-      for (int n = 0; n < manifold.getNumContacts(); ++n) {
-        btManifoldPoint& point = manifold.getContactPoint(n);
-        if (!point.m_userPersistentData) continue;
-        MendContact(point, *manifold.getBody0(), *manifold.getBody1());
-        point.m_userPersistentData = nullptr;
-      }
-    }
   }
 
  private:
@@ -386,10 +370,12 @@ void ReadBack(const RigidEntry& entry, const btRigidBody& body) {
 
 void StepRigidBodies(std::span<const RigidEntry> bodies, const RigidStep& step) {
   if (bodies.empty() || step.substeps < 1 || !(step.dt > 0)) return;
-  [[maybe_unused]] static const ContactAddedCallback kMarks = gContactAddedCallback = MarkContact;
+  [[maybe_unused]] static const ContactAddedCallback kScales = gContactAddedCallback = ScaleContact;
   btDefaultCollisionConstructionInfo pools;
-  pools.m_defaultMaxPersistentManifoldPoolSize = 4096;
-  pools.m_defaultMaxCollisionAlgorithmPoolSize = 4096;
+  // Beyond them Bullet allocates one by one; what is never touched would still be cleared by the system in each step.
+  const int pooled = static_cast<int>(std::min<std::size_t>(4096, 64 + 16 * bodies.size()));
+  pools.m_defaultMaxPersistentManifoldPoolSize = pooled;
+  pools.m_defaultMaxCollisionAlgorithmPoolSize = pooled;
   btDefaultCollisionConfiguration configuration(pools);
   btCollisionDispatcher dispatcher(&configuration);
   const auto broadphase = MakeBroadphase(step.broadphase);

@@ -159,13 +159,14 @@ void KeepInRange(const VolumeBase& volume, const RigidState& before) {
 }
 
 // A fluid gives a body its weight beside its own, and what holds the body up acts in the rigid world alone: the fluid
-// would see what lies on the ground sink by a sub-step's gravity at every solve. So what contacts added in a step, as
-// far as that is a weight, is given ahead of the next one, in which a force takes it back.
+// would see what lies on the ground sink by a sub-step's gravity at every solve. So as much of its weight as contacts
+// carried in a step doesn't come with the fluid's, but as a force in the next step.
 void HoldAhead(RigidBody& body, const RigidState& before, const Vec3D& gravity, double dt) {
   if (body.IsHeld() || before.asleep || !(before.idleTime < 0)) return;
-  Vec3D held = body.state.velocity - before.velocity - before.force * (dt * body.InverseMass());
-  Shorten(held, Length(gravity) * dt);
-  const Vec3D impulse = held / body.InverseMass();
+  const Vec3D up = -Normalized(gravity);
+  const Vec3D changed = body.state.velocity - before.velocity - before.force * (dt * body.InverseMass());
+  const double held = std::clamp(Dot(changed, up), 0.0, Length(gravity) * dt);
+  const Vec3D impulse = up * (held / body.InverseMass());
   body.AddImpulse(impulse);
   body.AddForce(-impulse / dt);
 }
@@ -219,11 +220,11 @@ class SeparateBodies {
     const RigidState& s = *entry.state;
     double size = 0;
     for (const Vec3D& p : volume.Body()->RestPoints()) size = std::max(size, LengthSquared(p));
-    double way = (Length(s.velocity) + Length(step.gravity) * step.dt) * step.dt;
-    if (entry.kind == RigidEntry::Kind::Dynamic) way += Length(s.force) / entry.mass * step.dt * step.dt;
-    if (entry.kind == RigidEntry::Kind::Driven) way += Length(entry.target.off - s.pose.off);
-    const Vec3D half(1.1 * std::sqrt(size) + 2 * std::max(volume.Body()->margin, 0.0) + 2 * way);
-    return {s.pose.off - half, s.pose.off + half};
+    Vec3D end = s.pose.off + (s.velocity + step.gravity * step.dt) * step.dt;
+    if (entry.kind == RigidEntry::Kind::Dynamic) end += s.force * (step.dt * step.dt / entry.mass);
+    if (entry.kind == RigidEntry::Kind::Driven) end = entry.target.off;
+    const Vec3D room(std::sqrt(size) + 2 * std::max(volume.Body()->margin, 0.0) + 0.25 * Length(end - s.pose.off));
+    return {Min(s.pose.off, end) - room, Max(s.pose.off, end) + room};
   }
   std::size_t RootOf(std::size_t n) {
     while (parents_[n] != n) n = parents_[n] = parents_[parents_[n]];
