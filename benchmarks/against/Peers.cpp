@@ -1,6 +1,6 @@
 // The same work by this engine and by OpenVDB's own tools, in one run, with the same number of threads.
 //
-//   orlix_bench_peers [THREADS]     2 unless told
+//   orlix_bench_peers [THREADS] [ROWS]     2 threads and all rows unless told: rough, ball, mesh, advection, file
 
 #include <fmt/format.h>
 #include <openvdb/openvdb.h>
@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "benchmarks/Meshes.h"
 #include "benchmarks/Triad.h"
@@ -46,6 +47,7 @@ double Seconds(F&& work) {
 
 void Tell(const char* work, double ours, double theirs) {
   fmt::print("| {} | {:.3f} | {:.3f} | {:.2f} |\n", work, ours, theirs, ours / theirs);
+  std::fflush(stdout);
 }
 
 void Fail(const char* what) {
@@ -213,24 +215,25 @@ void WriteFile() {
   Tell("VDB file of a density of 2.1 million voxels, from a dense array", ours, theirs);
 }
 
-void Run(int threads) {
+void Run(int threads, std::string_view rows) {
   openvdb::initialize();
   const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
   WorkerPool pool(threads);
   fmt::print("OpenVDB {}, {} threads, triad {:.1f} GB/s\n\n", openvdb::getLibraryVersionString(), threads,
              bench::TriadBandwidth(threads) * 1e-9);
   fmt::print("| work: Orlix; OpenVDB | Orlix, s | OpenVDB, s | ratio |\n|---|---|---|---|\n");
-  MeshToLevelSet(pool, "Rough ball", bench::RoughBall());
-  MeshToLevelSet(pool, "Ball", bench::Ball());
-  LevelSetToMesh(pool);
-  Advection(pool);
-  WriteFile();
+  const auto wanted = [&](std::string_view name) { return rows.empty() || rows == name; };
+  if (wanted("rough")) MeshToLevelSet(pool, "Rough ball", bench::RoughBall());
+  if (wanted("ball")) MeshToLevelSet(pool, "Ball", bench::Ball());
+  if (wanted("mesh")) LevelSetToMesh(pool);
+  if (wanted("advection")) Advection(pool);
+  if (wanted("file")) WriteFile();
 }
 
 }  // namespace
 }  // namespace orlix
 
 int main(int argc, char** argv) {
-  orlix::Run(argc > 1 ? std::clamp(std::atoi(argv[1]), 1, 64) : 2);
+  orlix::Run(argc > 1 ? std::clamp(std::atoi(argv[1]), 1, 64) : 2, argc > 2 ? argv[2] : "");
   return 0;
 }
