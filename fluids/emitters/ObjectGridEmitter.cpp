@@ -83,7 +83,7 @@ bool ObjectGridEmitter::ResolveLinks() {
 void ObjectGridEmitter::Advise() {
   if (!volume) return Warn("no-volume", "no volume is linked, so it fills nothing; link one as \"volume\"");
   if (pairs.empty())
-    return Warn("no-pairs", "it has no pairs, so it fills nothing; list pairs of channel and settings");
+    return Warn("no-pairs", "it has no pairs, so it fills nothing; list nodes of type channelsettings under \"pairs\"");
   Reach(Progress::Linked);
   for (const ChannelPair* pair : pairs) {
     if (!pair->scalarTarget && pair->vectorTarget) {

@@ -39,7 +39,9 @@ void AdviseTags(const VolumeMesh& volume) {
   if (std::count_if(object.tags().begin(), object.tags().end(), isObstacle) > 1) {
     volume.Warn("two-tags", "it has more than one Obstacle tag, and only the first counts; take the others out");
   }
-  if (tag.container().Has(ObstacleTag::kVelocitySpeedId) && !tag.GetLink(ObstacleTag::kVelocityFieldId)) {
+  constexpr double kDefaultSpeed = 1;
+  if (tag.GetDouble(ObstacleTag::kVelocitySpeedId) != kDefaultSpeed &&
+      tag.GetDouble(ObstacleTag::kVelocitySpeedId) != 0 && !tag.GetLink(ObstacleTag::kVelocityFieldId)) {
     volume.Warn("no-direction", "\"velocity_speed\" has no direction, so it starts at rest; link \"velocity_field\"");
   }
   if (tag.GetBool(ObstacleTag::kReplayId) && tag.GetInt(ObstacleTag::kRecordId) == 0) {
