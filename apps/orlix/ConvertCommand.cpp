@@ -1,5 +1,5 @@
-// orlix convert IN OUT: meshes (OBJ, PLY, STL, glTF to these and USD), particles (all formats, OpenVDB's points, USD),
-// pictures (EXR, PNG), grid caches to OpenVDB.
+// orlix convert IN OUT: meshes (OBJ, PLY, STL, glTF, frames of USD), particles (all formats, OpenVDB's points, frames
+// of USD), pictures (EXR, PNG), grid caches to OpenVDB.
 
 #include <fmt/format.h>
 
@@ -11,6 +11,7 @@
 #include "exchange/CachedFields.h"
 #include "exchange/meshes/MeshFiles.h"
 #include "exchange/meshes/UsdaFile.h"
+#include "exchange/meshes/UsdaReader.h"
 #include "exchange/points/FlatColumns.h"
 #include "exchange/points/PointFormats.h"
 #include "host/files/AtomicStream.h"
@@ -41,13 +42,18 @@ void Place(PolygonObject& mesh, const Placing& placing) {
   for (Vec3D& normal : mesh.normals) normal = placing.Turn(normal);
 }
 
+// The units after the placing, which leaves a turn out that is done already.
+void Place(FileUnits& units, Placing& placing) {
+  const bool known = units.metresPerUnit > 0;
+  if (known && !placing.up.empty() && units.upZ == (placing.up == "z")) placing.up.clear();
+  if (known) units.metresPerUnit /= placing.scale;
+  if (!placing.up.empty()) units.upZ = placing.up == "z";
+}
+
 // By the names that columns have; other columns stay. False when a value leaves its column's range.
 bool Place(PointSet& set, Placing placing) {
-  const bool known = set.units.metresPerUnit > 0;
-  if (known && !placing.up.empty() && set.units.upZ == (placing.up == "z")) placing.up.clear();
+  Place(set.units, placing);
   if (!placing.Moves()) return true;
-  if (known) set.units.metresPerUnit /= placing.scale;
-  if (!placing.up.empty()) set.units.upZ = placing.up == "z";
   bool fits = true;
   for (PointAttribute& column : set.attributes) {
     const auto isOne = [&](std::initializer_list<std::string_view> names) {
@@ -68,13 +74,18 @@ bool Place(PointSet& set, Placing placing) {
   return fits;
 }
 
+Status WriteMesh(const ConvertOptions& options, PolygonObject mesh, FileUnits units) {
+  Placing placing(options);
+  if (units.metresPerUnit > 0) Place(units, placing);
+  Place(mesh, placing);
+  if (Status done = WriteMeshFile(options.out, mesh, units); !done) return done;
+  fmt::print("{}: {} points, {} polygons\n", options.out, mesh.points.size(), mesh.polygons.size());
+  return {};
+}
+
 Status ConvertMesh(const ConvertOptions& options) {
   Result<PolygonObject> mesh = ReadMesh(options.in);
-  if (!mesh) return mesh.error();
-  Place(*mesh, Placing(options));
-  if (Status done = WriteMeshFile(options.out, *mesh, {}); !done) return done;
-  fmt::print("{}: {} points, {} polygons\n", options.out, mesh->points.size(), mesh->polygons.size());
-  return {};
+  return mesh ? WriteMesh(options, std::move(*mesh), {}) : mesh.error();
 }
 
 Status ReadWholePoints(const std::filesystem::path& path) { return ReadVdbPoints(path).status(); }
@@ -110,14 +121,25 @@ std::string LeftOut(const std::string& path, const PointSet& set) {
   return names;
 }
 
-Status ConvertParticles(const ConvertOptions& options) {
-  Result<PointSet> set = ReadParticles(options.in);
+Status ConvertParticles(const ConvertOptions& options, Result<PointSet> set) {
   if (!set) return set.error();
   if (!Place(*set, Placing(options))) return Status::Fail(ErrorKind::Usage, options.in + ": too large for its numbers");
   if (Status done = WriteParticles(options.out, *set); !done) return done;
   fmt::print("{}: {} particles, {} values each{}\n", options.out, set->count, FlatColumnsOf(*set).size(),
              LeftOut(options.out, *set));
   return {};
+}
+
+// A frame of USD has either.
+Status ConvertUsda(const ConvertOptions& options, bool pointsOut) {
+  Result<UsdaFrame> frame = ReadUsda(options.in);
+  if (!frame) return frame.error();
+  if (frame->points && pointsOut) return ConvertParticles(options, std::move(frame->set));
+  if (!frame->points && FindMeshFileFormat(options.out)) {
+    return WriteMesh(options, std::move(frame->mesh), frame->units);
+  }
+  return Status::Fail(ErrorKind::Usage, fmt::format("{} holds {}, which {} can't hold", options.in,
+                                                    frame->points ? "particles" : "a mesh", options.out));
 }
 
 // A PLY file may be a mesh as well.
@@ -185,20 +207,17 @@ Status ConvertCommand(const Program&, const ConvertOptions& options) {
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
   const PointFormat* points = FindPointFormat(options.out);
   const bool pointsOut = (points && points->write) || to == ".vdb" || to == ".usda";
-  if (pointsOut && HoldsParticles(options.in)) return ConvertParticles(options);
+  if (from == ".usda") return ConvertUsda(options, pointsOut);
+  if (pointsOut && HoldsParticles(options.in)) return ConvertParticles(options, ReadParticles(options.in));
   if (MeshFormatOf(options.in) && FindMeshFileFormat(options.out)) return ConvertMesh(options);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
-  if (from == ".usda") {
-    return Status::Fail(ErrorKind::Usage, options.in +
-                                              ": USD is written, not read; write meshes as .glb or .ply, particles as "
-                                              ".ply or .bgeo, which are read");
-  }
   return Status::Fail(
       ErrorKind::Usage,
-      fmt::format("{} to {}: convert goes from .obj, .ply, .stl, .glb, .gltf to .obj, .ply, .stl, .glb, .usda; for "
-                  "particles between {} "
-                  "and .vdb, and to .rib, .usda; from .exr, .png to .exr, .png; and from .cache to .vdb",
-                  options.in, options.out, ParticleEndings()));
+      fmt::format(
+          "{} to {}: convert goes from .obj, .ply, .stl, .glb, .gltf, .usda to .obj, .ply, .stl, .glb, .usda; for "
+          "particles between {} "
+          "and .vdb, .usda, and to .rib; from .exr, .png to .exr, .png; and from .cache to .vdb",
+          options.in, options.out, ParticleEndings()));
 }
 
 }  // namespace orlix

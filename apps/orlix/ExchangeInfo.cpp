@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "apps/orlix/FileInfo.h"
+#include "exchange/meshes/UsdaReader.h"
+#include "exchange/points/FlatColumns.h"
 #include "exchange/points/PointFormats.h"
 #include "host/geometry/MeshBuilder.h"
 #include "scene_file/JsonLayout.h"
@@ -128,18 +130,27 @@ Status PrintGlbInfo(const Program& program, const std::string& path) {
 Status PrintUsdaInfo(const Program& program, const std::string& path) {
   const Result<UsdaInfo> info = DescribeUsda(path);
   if (!info) return info.error();
+  const Result<UsdaFrame> frame = ReadUsda(path);
+  if (!frame && frame.error().kind != ErrorKind::Usage) return frame.error();
+  const std::string held =
+      !frame.ok()     ? std::string()
+      : frame->points ? fmt::format("{} particles, {} values each", frame->set.count, FlatColumnsOf(frame->set).size())
+                      : fmt::format("{} points, {} polygons", frame->mesh.points.size(), frame->mesh.polygons.size());
   if (program.options.json) {
-    fmt::print("{}\n", LaidOut(Json{{"kind", "usda"},
-                                    {"meters_per_unit", info->metersPerUnit},
-                                    {"up", info->upAxis},
-                                    {"first", info->first},
-                                    {"last", info->last},
-                                    {"files", info->files},
-                                    {"prims", info->prims}}));
+    Json json{{"kind", "usda"},      {"meters_per_unit", info->metersPerUnit},
+              {"up", info->upAxis},  {"first", info->first},
+              {"last", info->last},  {"files", info->files},
+              {"prims", info->prims}};
+    if (frame) json["points"] = frame->points ? frame->set.count : frame->mesh.points.size();
+    if (frame && !frame->points) json["polygons"] = frame->mesh.polygons.size();
+    if (frame && frame->time) json["frame"] = *frame->time;
+    fmt::print("{}\n", LaidOut(json));
     return {};
   }
   fmt::print("{}: USD text, a unit is {} m, {} is up", path, info->metersPerUnit, info->upAxis);
   if (!info->first.empty()) fmt::print(", frames {} to {}, names {} files", info->first, info->last, info->files);
+  if (frame) fmt::print(", {}", held);
+  if (frame && frame->time) fmt::print(", of frame {}", *frame->time);
   fmt::print("\n");
   for (const std::string& prim : info->prims) fmt::print("  {}\n", prim);
   return {};

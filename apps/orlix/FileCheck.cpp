@@ -6,6 +6,7 @@
 
 #include "apps/orlix/ExchangeInfo.h"
 #include "apps/orlix/IsolatedCheck.h"
+#include "exchange/meshes/UsdaReader.h"
 #include "exchange/points/PointFormats.h"
 #include "exchange/vdb/VdbFile.h"
 #include "fluids/caches/GridFrameFile.h"
@@ -89,7 +90,11 @@ Status CheckPly(const fs::path& path) {
   return ParseMesh(text, MeshFormat::Ply, path.string()).status();
 }
 
-Status CheckUsda(const fs::path& path) { return DescribeUsda(path).status(); }
+// What isn't ours is looked at from afar.
+Status CheckUsda(const fs::path& path) {
+  const Result<UsdaFrame> frame = ReadUsda(path);
+  return frame.ok() || frame.error().kind != ErrorKind::Usage ? frame.status() : DescribeUsda(path).status();
+}
 Status CheckMesh(const fs::path& path) { return ReadMesh(path).status(); }
 
 constexpr FileCheck kChecks[] = {

@@ -1,6 +1,6 @@
 #pragma once
 // Meshes for other programs, by extension: OBJ, PLY, STL, glTF 2.0 (binary) and USD (text). Readers are in
-// host/geometry; USD is only written.
+// host/geometry, that of USD in UsdaReader.h.
 
 #include <filesystem>
 #include <ostream>

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <limits>
 
 #include "host/files/AtomicFile.h"
 
@@ -59,7 +60,8 @@ class ArrayWriter {
                    static_cast<float>(v.z));
   }
   static void Number(double value, std::string& text) {
-    fmt::format_to(std::back_inserter(text), "{}", static_cast<float>(value));
+    constexpr double kMost = std::numeric_limits<float>::max();
+    fmt::format_to(std::back_inserter(text), "{}", static_cast<float>(std::clamp(value, -kMost, kMost)));
   }
 
   UsdAttributes attributes;

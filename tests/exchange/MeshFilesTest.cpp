@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "exchange/meshes/UsdaFile.h"
+#include "exchange/meshes/UsdaReader.h"
 #include "exchange/vdb/VdbFile.h"
 #include "host/geometry/MeshReader.h"
 #include "tests/support/TemporaryFolder.h"
@@ -111,6 +113,68 @@ TEST(MeshFiles, UsdaHasValuesOfItsFrame) {
     EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
   }
   EXPECT_EQ(attributes.size(), 6u);
+}
+
+TEST(MeshFiles, UsdaIsReadAgainAndNothingElseIs) {
+  PolygonObject shape = Shape();
+  shape.normals.assign(5, Vec3D(0, 0, 1));
+  std::string texts[2];
+  for (const bool timed : {false, true}) {
+    std::ostringstream out;
+    WriteUsda(shape, {0.01, true}, timed ? std::optional<int>(12) : std::nullopt, out);
+    texts[timed] = out.str();
+    const Result<UsdaFrame> back = ParseUsda(texts[timed], "a");
+    ASSERT_TRUE(back.ok()) << back.error().text;
+    EXPECT_EQ(back->time, timed ? std::optional<int>(12) : std::nullopt);
+    EXPECT_FALSE(back->points);
+    EXPECT_EQ(back->units.metresPerUnit, 0.01);
+    EXPECT_TRUE(back->units.upZ);
+    EXPECT_EQ(back->mesh.points, shape.points);
+    EXPECT_EQ(back->mesh.normals, shape.normals);
+    EXPECT_EQ(back->mesh.velocities, shape.velocities);
+    ASSERT_EQ(back->mesh.polygons.size(), 2u);
+    EXPECT_TRUE(back->mesh.polygons[0].d == 3 && back->mesh.polygons[1].IsTriangle());
+    EXPECT_EQ(back->mesh.attributes.at(0).values, shape.attributes[0].values);
+  }
+  PointSet set;
+  set.count = 2;
+  set.Add("position", PointType::Vector, 3, NumberType::Float32).SetReal(1, 2, 0.5);
+  set.Add("id", PointType::Int, 1, NumberType::Int64).SetWhole(1, 0, 1LL << 40);
+  set.Add("radius", PointType::Float, 1, NumberType::Float32).SetReal(0, 0, 0.25);
+  std::ostringstream out;
+  WriteUsda(set, {1, false}, 3, out);
+  const Result<UsdaFrame> back = ParseUsda(out.str(), "p");
+  ASSERT_TRUE(back.ok()) << back.error().text;
+  ASSERT_EQ(back->set.count, 2u);
+  EXPECT_EQ(back->set.Find("position")->Real(1, 2), 0.5);
+  EXPECT_EQ(back->set.Find("id")->Whole(1, 0), 1LL << 40);
+  EXPECT_EQ(back->set.Find("radius")->Real(0, 0), 0.25);
+
+  struct Change {
+    const char *from, *to;
+    ErrorKind kind;
+  };
+  for (const Change& change : {Change{"[4, 3]", "[4, 2]", ErrorKind::InputFile},
+                               {"0, 1, 4]", "0, 1, 5]", ErrorKind::InputFile},
+                               {"0, 1, 4]", "0, 1]", ErrorKind::InputFile},
+                               {"(0, 0, 1)", "(0, 0, nan)", ErrorKind::InputFile},
+                               {"(0, 0, 1), (0, 0, 1)", "(0, 0, 1)", ErrorKind::InputFile},
+                               {"point3f[] points", "double3[] points", ErrorKind::Usage},
+                               {"normal3f[] normals", "normal3f[] sharpness", ErrorKind::Usage},
+                               {"\"none\"", "\"catmullClark\"", ErrorKind::Usage},
+                               {"defaultPrim = \"Mesh\"", "defaultPrim = \"World\"", ErrorKind::Usage},
+                               {"upAxis", "framesPerSecond", ErrorKind::Usage},
+                               {"#usda 1.0", "#usda 2.0", ErrorKind::Usage}}) {
+    std::string text = texts[0];
+    ASSERT_NE(text.find(change.from), std::string::npos) << change.from;
+    text.replace(text.find(change.from), std::strlen(change.from), change.to);
+    const Result<UsdaFrame> changed = ParseUsda(text, "c");
+    ASSERT_FALSE(changed.ok()) << change.to;
+    EXPECT_EQ(changed.error().kind, change.kind) << changed.error().text;
+  }
+  for (std::size_t cut = 0; cut + 2 < texts[1].size(); ++cut) {
+    EXPECT_FALSE(ParseUsda(std::string_view(texts[1]).substr(0, cut), "cut").ok()) << cut;
+  }
 }
 
 TEST(VdbPoints, AreReadAgain) {
