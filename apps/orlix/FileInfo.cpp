@@ -28,11 +28,6 @@ constexpr FileKind kKinds[] = {
 }  // namespace
 
 Status InfoCommand(const Program& program, const std::string& path) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) {
-    return Status::Fail(ErrorKind::Usage, path + ": is a folder; orlix verify and orlix watch say what is in one");
-  }
-  if (!std::filesystem::exists(path, error)) return Status::Fail(ErrorKind::InputFile, path + ": no such file");
   const std::string extension = LowerExtension(path);
   std::string known;
   for (const FileKind& kind : kKinds) {
@@ -45,6 +40,13 @@ Status InfoCommand(const Program& program, const std::string& path) {
     if (format.read && format.extension != std::string_view(".ply")) {
       known += fmt::format(", {} ({})", format.extension, format.label);
     }
+  }
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) {
+    return Status::Fail(ErrorKind::Usage, path + ": is a folder; orlix verify and orlix watch say what is in one");
+  }
+  if (extension.empty() && !std::filesystem::exists(path, error)) {
+    return Status::Fail(ErrorKind::InputFile, path + ": no such file");
   }
   return Status::Fail(ErrorKind::Usage, fmt::format("{}: info knows files that end in {}", path, known));
 }

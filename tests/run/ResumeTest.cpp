@@ -220,6 +220,14 @@ TEST(Resume, AnInterruptedRunKeepsItsLastFrame) {
   EXPECT_EQ(FrameHashes(plume.Statistics("out")), FrameHashes(plume.Statistics("whole")));
 }
 
+TEST(Resume, AFirstFrameIsNoPlaceToGoOnFrom) {
+  Plume plume({.cells = 12, .lastFrame = 12});
+  auto arguments = plume.Arguments("out", false);
+  arguments.insert(arguments.end(), {"--frames", "0"});
+  ASSERT_EQ(plume.runner.Run(arguments).code, 0);
+  EXPECT_FALSE(fs::exists(plume.Folder("out") / "checkpoints/state00000.checkpoint"));
+}
+
 // The rain, with files of its particles in place of pictures.
 std::string SmallRain() {
   std::string text = test::ReadText(fs::path(SourceFolder()) / "scenes/rain.json");
