@@ -49,7 +49,7 @@ SCENES = [
     ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
     ("pouring", 60, "Water is poured into a glass with thin walls."),
     ("fountain", 60, "A jet of water falls back into its basin."),
-    ("honey", 22, "A viscous thread coils up on a plate."),
+    ("honey", 36, "A viscous thread coils up on a plate."),
     ("csg_sculpture", 36, "A knot and a ball, blended, cut and smoothed by keyframes."),
     ("lettering", 7, "Letters of water fall and flow together into a sheet."),
     ("remeshed", 0, "A mesh, and what becomes of it: voxelised and meshed again, and smoothed."),
