@@ -4,6 +4,7 @@
     tests/mutate.py                 all of tests/mutations.txt
     tests/mutate.py pressure gauss  those whose name or file holds one of the words
     tests/mutate.py --own pressure  asks the families' own test programs alone
+    tests/mutate.py --joined gauss  of joined sources: sooner begun, and slower a fault; for a few dozen
     tests/mutate.py --check         only looks whether each fault still has its place in the code
     tests/mutate.py --check --move  with --check: writes the new file of those whose code has moved
 
@@ -131,10 +132,11 @@ def failed_test(output):
     return f"{program.group(1) if program else '?'} {case.group(1) if case else '(ended or hung)'}"
 
 
-def prepare(mutations):
+def prepare(mutations, joined):
     """The programs that are asked first pass without a fault."""
     programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
-    configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release")
+    configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                     f"-DORLIX_JOIN={'ON' if joined else 'OFF'}")
     built = build(*[f"test_{p}" for p in programs]) if configured.returncode == 0 else configured
     tested = test("-R", f"^({'|'.join(programs)})$") if built.returncode == 0 else built
     if tested.returncode != 0:
@@ -178,6 +180,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("words", nargs="*")
     parser.add_argument("--own", action="store_true")
+    parser.add_argument("--joined", action="store_true")
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--move", action="store_true")
     arguments = parser.parse_args()
@@ -192,7 +195,7 @@ def main():
     if arguments.check or lost:
         print(f"faults: {len(mutations)}, {len(lost)} without a place")
         sys.exit(2 if lost else 0)
-    prepare(mutations)
+    prepare(mutations, arguments.joined)
     unnoticed = []
     with open(WORK / "results.txt", "w") as results:
         for m in mutations:
