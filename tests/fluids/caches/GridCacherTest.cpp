@@ -198,14 +198,15 @@ TEST(GridCacher, ADamagedFrameIsToldAndMarksNothing) {
   play(whole.substr(0, whole.size() / 2));
   // A list that has grown since the recording.
   test::WriteText(folder / "c00001.cache", whole);
-  PaintedScene s(folder.path(), false);
-  s.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({s.smoke, s.wind, s.smoke}));
-  s.Step(1);
-  EXPECT_TRUE(s.Warned("holds 2 grids, the cache lists 3"));
+  PaintedScene longer(folder.path(), false);
+  longer.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({longer.smoke, longer.wind, longer.smoke}));
+  longer.Step(1);
+  EXPECT_TRUE(longer.Warned("holds 2 grids, the cache lists 3"));
   // One that names something else in a place.
-  s.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({&s.Add("volume", "body"), s.wind}));
-  s.Step(2);
-  EXPECT_TRUE(s.Warned("holds values of a channel in place 1"));
+  PaintedScene other(folder.path(), false);
+  other.cache->Set(GridCacher::kNodesId, test::TestScene::ListOf({&other.Add("volume", "body"), other.wind}));
+  other.Step(1);
+  EXPECT_TRUE(other.Warned("holds values of a channel in place 1"));
 }
 
 TEST(GridCacher, AFrameThatCanNotBeSavedEndsTheRun) {
