@@ -81,6 +81,7 @@ TEST(ParticlePicture, TheMaterialThatNamesAKindComesBeforeTheOneThatNamesNone) {
   BaseObject& dots = stage.Material({PK_Passive});
   dots.Set(ParticleLook::kShapeId, static_cast<std::int64_t>(ParticleShape::Dots));
   dots.Set(ParticleLook::kDotSizeId, 5.0);
+  stage.Material();  // names none, either: the first one stays
   const ParticlePicture shown = stage.Shown();
   ASSERT_EQ(shown.clouds.size(), 2u);
   EXPECT_FALSE(shown.clouds[0].lit);
