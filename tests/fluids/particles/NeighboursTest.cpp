@@ -40,7 +40,8 @@ std::vector<Neighbour> BruteForce(const std::vector<Vec3D>& points, const Vec3D&
     const double d = LengthSquared(points[i] - x);
     if (d < limit) found.push_back({static_cast<std::int32_t>(i), d, std::sqrt(d)});
   }
-  std::sort(found.begin(), found.end(), Nearer);
+  std::stable_sort(found.begin(), found.end(),
+                   [](const auto& a, const auto& b) { return a.distanceSquared < b.distanceSquared; });
   if (found.size() > k) found.resize(k);
   return found;
 }
