@@ -106,16 +106,20 @@ TEST(SurfaceTension, CohesionIsThatOfAPlainLoopAtAnyNumberOfWorkers) {
   }
 }
 
-TEST(SurfaceTension, APairFollowsItsFormula) {
+// Near and far in the kernel, which has two pieces.
+class Pair : public testing::TestWithParam<double> {};
+INSTANTIATE_TEST_SUITE_P(SurfaceTension, Pair, testing::Values(0.3, 0.15));
+
+TEST_P(Pair, FollowsItsFormula) {
   WorkerPool pool(1);
   ParticleList list;
   BaseParticleData data;
-  const double h = 0.5, d = 0.3, strength = 3, dt = 0.25, mass = 0.5, density = 2;
+  const double h = 0.5, d = GetParam(), strength = 3, dt = 0.25, mass = 0.5, density = 2;
   data.reals = {{PP::Mass, mass}, {PP::Density, density}};
   list.Append(1, data);
   data.position = {d, 0, 0};
   list.Append(1, data);
-  data.position = {0, 0, 0.4};
+  data.position = {0, 0, 0.49};
   data.flags |= ParticleFlag::Inserted;
   list.Append(1, data);
   ParticleKdTree tree;
@@ -130,7 +134,8 @@ TEST(SurfaceTension, APairFollowsItsFormula) {
   const Vec3D first = OrlixParticle(&list, 0).GetVectorOr(PP::SurfaceNormal, {});
   EXPECT_NEAR(first.x, normal, 1e-6 * normal);
   // The inserted one gives normals but no force: only x counts between the two.
-  const double c = 32 / (pi * std::pow(h, 9)) * std::pow(h - d, 3) * d * d * d;
+  const double left = std::pow(h - d, 3) * d * d * d;
+  const double c = 32 / (pi * std::pow(h, 9)) * (2 * d > h ? left : 2 * left - std::pow(h, 6) / 64);
   const double cohesion = mass * mass * c, curvature = mass * h * 2 * normal;
   const double force = 2 / (2 * density) * strength * (cohesion - curvature);
   const double across = list.Velocity(0).x;
@@ -159,6 +164,14 @@ TEST(SurfaceTension, TheMeanActsOnSurfaceDensitiesOnly) {
       EXPECT_EQ(v, Vec3D());
     } else {
       ++outer, drawnIn += Dot(v, x) < 0;
+      Vec3D pull;
+      double total = 0;
+      for (const Neighbour& j : cloud.tree.Search(x, settings.radius * settings.radius, 0)) {
+        if (j.distance < settings.halfCell) continue;
+        pull += (x - cloud.list.Position(j.index)) * std::pow(2 - j.distance, 3);
+        total += std::pow(2 - j.distance, 3);
+      }
+      ASSERT_LT(Length(v + pull * (settings.strength * settings.dt / total)), 1e-9);
     }
   }
   EXPECT_GT(inner, 50);
