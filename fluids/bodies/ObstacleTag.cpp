@@ -52,7 +52,8 @@ const TypeInfo& ObstacleTag::Type() {
       VectorParameter(kAngularFactorId, "angular_factor", {1, 1, 1}, "", "Axes about which torques act")
           .Fallback(Vec3D()),
       LinkParameter(kVelocityFieldId, "velocity_field", kLinkAlignment, "Direction of the first velocity"),
-      FloatParameter(kVelocitySpeedId, "velocity_speed", 1, "m/s", "Length of the first velocity").Fallback(0),
+      FloatParameter(kVelocitySpeedId, "velocity_speed", kVelocitySpeed, "m/s", "Length of the first velocity")
+          .Fallback(0),
       ListParameter(kLinearDampingListId, "linear_damping_constraints", kLinkConstraint, "Scale the linear damping"),
       ListParameter(kAngularDampingListId, "angular_damping_constraints", kLinkConstraint, "Scale the angular damping"),
       ListParameter(kRestitutionListId, "restitution_constraints", kLinkConstraint,

@@ -20,6 +20,7 @@ struct ObstacleTag {
                        kFrictionListId = 2028, kRollingFrictionListId = 2029, kForceScaleId = 2030,
                        kTorqueScaleId = 2031, kStartAsleepId = 2032, kStartAsleepTooId = 2034, kDrivenId = 2040,
                        kInertiaId = 2050, kRecordId = 2051, kReplayId = 2052, kReplayOffsetId = 2053;
+  static constexpr double kVelocitySpeed = 1;  // m/s, unless it is set
   static const TypeInfo& Type();
 };
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cmath>
 
+#include "fluids/helpers/PropertyIds.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
 #include "fluids/volumes/VolumeBase.h"
 
@@ -13,7 +14,7 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kPriority = 20, kPropertyForceTypeId = 1300097;
+constexpr std::int32_t kPriority = 20;
 constexpr double kVorticityStrength = 25;
 constexpr double kDensityUnit = 100;  // particles a m^3, of the row
 constexpr double kSpeedAtRest = 0.001;
@@ -124,7 +125,7 @@ void PositionBasedFluidDynamics::Advise() {
   if (entries_.empty()) Warn("no-group", "it corrects nothing; link particle groups under \"groups\"");
   const double strength = handler.GetDouble(kVorticityStrengthId);
   if (strength != kVorticityStrength && strength != 0 &&
-      handler.GetDocument()->ObjectsOfType(kPropertyForceTypeId).empty()) {
+      handler.GetDocument()->ObjectsOfType(FindProperty(PP::ExternalForce)->nodeType).empty()) {
     Warn("no-force",
          "\"vorticity_strength\" acts on particles that have an external force, and there are none; add a "
          "property_force to their emitter's \"properties\"");

@@ -39,9 +39,8 @@ void AdviseTags(const VolumeMesh& volume) {
   if (std::count_if(object.tags().begin(), object.tags().end(), isObstacle) > 1) {
     volume.Warn("two-tags", "it has more than one Obstacle tag, and only the first counts; take the others out");
   }
-  constexpr double kDefaultSpeed = 1;
-  if (tag.GetDouble(ObstacleTag::kVelocitySpeedId) != kDefaultSpeed &&
-      tag.GetDouble(ObstacleTag::kVelocitySpeedId) != 0 && !tag.GetLink(ObstacleTag::kVelocityFieldId)) {
+  const double speed = tag.GetDouble(ObstacleTag::kVelocitySpeedId);
+  if (speed != ObstacleTag::kVelocitySpeed && speed != 0 && !tag.GetLink(ObstacleTag::kVelocityFieldId)) {
     volume.Warn("no-direction", "\"velocity_speed\" has no direction, so it starts at rest; link \"velocity_field\"");
   }
   if (tag.GetBool(ObstacleTag::kReplayId) && tag.GetInt(ObstacleTag::kRecordId) == 0) {
@@ -232,9 +231,12 @@ void VolumeMesh::Prepare(iBase*) {
     mesh_.matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
     return UpdateMotion();
   }
-  std::vector<Vec3D> before;
+  // What only moves has the polygons that were read.
+  const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
+  const bool mayDeform =
+      IsObstacle() && hasPrevious_ && polygons && readVersion_ != 0 && polygons->version != readVersion_;
+  const std::vector<Vec3D> before = mayDeform ? mesh_.Points() : std::vector<Vec3D>();
   const LMatrix matrixBefore = mesh_.matrix;
-  if (IsObstacle() && hasPrevious_) before = mesh_.Points();
   const GeometryChange change = ReadGeometry();
   if (change == GeometryChange::Failed) {
     FreeLevelSet();
