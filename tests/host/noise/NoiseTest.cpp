@@ -88,12 +88,15 @@ TEST_P(NoiseLaws, RepeatsByItsSeedAndDiffersBetweenSeeds) {
 
 TEST_P(NoiseLaws, ARowEqualsItsPoints) {
   const Noise noise(1);
-  const Vec3D start{-3.25, 700.5, 0.125}, step{0.37, 0, -0.011};
+  const Vec3D start{-3.25, 700.5, 0.125};
   const NoiseArguments arguments{.time = 2.25, .octaves = 4, .absolute = true, .detailAttenuation = 0.8};
   std::vector<double> row(75);  // more than two blocks
-  noise.SampleRow(GetParam().type, start, step, arguments, row);
-  for (std::size_t i = 0; i < row.size(); ++i) {
-    EXPECT_EQ(row[i], noise.Sample(GetParam().type, start + step * static_cast<double>(i), arguments));
+  // Across all axes; along x by parts of a cell to either side, and by more than one.
+  for (const Vec3D& step : {Vec3D(0.37, 0, -0.011), Vec3D(0.09, 0, 0), Vec3D(-0.37, 0, 0), Vec3D(2.3, 0, 0)}) {
+    noise.SampleRow(GetParam().type, start, step, arguments, row);
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      EXPECT_EQ(row[i], noise.Sample(GetParam().type, start + step * static_cast<double>(i), arguments));
+    }
   }
 }
 
