@@ -87,28 +87,26 @@ struct BoxBound {
   }
 };
 
-// Of a small one: its corners.
+// Of a small one: its corners. The squares of the ways to them along each axis are the same for whole planes of nodes.
 struct CornersBound {
-  Vec3D corner[3];
-  double slack;
+  alignas(sizeof(Lanes)) double x[3][kSmallReach + kLanes], y[3][kSmallReach], z[3][kSlabLayers];
 
-  CornersBound(const TriangleTerms& t, double squaredRadius, double extent, double reach)
-      : corner{t.x1, t.x2, t.x3}, slack(squaredRadius * (1 + 1e-9) + 1e-14 * extent * reach) {}
-
-  struct Row {
-    double outside[3];
-  };
-  Row OfRow(double y, double z) const {
-    Row row;
+  // Of the nodes at these places: nx, ny, nz of them, and what x is filled up with.
+  CornersBound(const TriangleTerms& t, double slack, const double* xs, int nx, const double* ys, int ny,
+               const double* zs, int nz) {
+    const Vec3D corners[3] = {t.x1, t.x2, t.x3};
     for (int c = 0; c < 3; ++c) {
-      const double dy = y - corner[c].y, dz = z - corner[c].z;
-      row.outside[c] = dy * dy + dz * dz - slack;
+      const auto square = [](double way) { return way * way; };
+      for (int i = 0; i < nx; ++i) x[c][i] = square(xs[i] - corners[c].x);
+      for (int j = 0; j < ny; ++j) y[c][j] = square(ys[j] - corners[c].y);
+      for (int k = 0; k < nz; ++k) z[c][k] = square(zs[k] - corners[c].z) - slack;
     }
-    return row;
   }
-  ORLIX_INLINE void Least(Lanes& least, const Lanes& x, const Row& row) const {
-    const Lanes d1 = x - corner[0].x, d2 = x - corner[1].x, d3 = x - corner[2].x;
-    const Lanes e1 = d1 * d1 + row.outside[0], e2 = d2 * d2 + row.outside[1], e3 = d3 * d3 + row.outside[2];
+  // Of kLanes nodes from (i, j, k) on.
+  ORLIX_INLINE void Least(Lanes& least, int i, int j, int k) const {
+    Lanes e1, e2, e3;  // not in a loop, which would keep them in memory
+    std::memcpy(&e1, x[0] + i, sizeof e1), std::memcpy(&e2, x[1] + i, sizeof e2), std::memcpy(&e3, x[2] + i, sizeof e3);
+    e1 += y[0][j] + z[0][k], e2 += y[1][j] + z[1][k], e3 += y[2][j] + z[2][k];
     const Lanes e12 = e1 < e2 ? e1 : e2;
     least = e12 < e3 ? e12 : e3;
   }
@@ -128,7 +126,12 @@ struct Block {
 
 ORLIX_INLINE bool AnyLane(const decltype(Lanes{} < Lanes{}) & mask) {
   const auto half = mask | __builtin_shufflevector(mask, mask, 2, 3, 0, 1);
+#ifdef __SSE2__
+  using Pair = double __attribute__((vector_size(16)));
+  return __builtin_ia32_movmskpd(__builtin_bit_cast(Pair, __builtin_shufflevector(half, half, 0, 1))) != 0;
+#else
   return (half[0] | half[1]) != 0;
+#endif
 }
 
 // One row at a time, for triangles of any size.
@@ -166,8 +169,8 @@ ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& bloc
 
 // A small triangle's rows, at least kLanes nodes each: first the lanes that pass the bound are listed, then they are
 // measured, so that neither loop has a branch to mispredict.
-ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& block, const TriangleTerms& t,
-                                       const CornersBound& bound, std::int32_t triangle) {
+ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& block, const TriangleTerms& t, double slack,
+                                       std::int32_t triangle) {
   struct Place {
     std::int64_t index;
     std::int32_t i, row;
@@ -175,20 +178,22 @@ ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& bloc
   constexpr int kMostRows = kSlabLayers * kSmallReach, kMost = kMostRows * (kSmallReach / kLanes + 1);
   Place places[kMost];
   double rowY[kMostRows], rowZ[kMostRows];
+  const int nx = block.x.last - block.x.first + 1, ny = block.y.last - block.y.first + 1,
+            nz = block.z.last - block.z.first + 1;
+  const CornersBound bound(t, slack, field.x + block.x.first, nx, field.y + block.y.first, ny, field.z + block.z.first,
+                           nz);
   int rows = 0, listed = 0;
-  for (int k = block.z.first; k <= block.z.last; ++k) {
-    for (int j = block.y.first; j <= block.y.last; ++j, ++rows) {
-      rowY[rows] = field.y[j], rowZ[rows] = field.z[k];
-      const CornersBound::Row row = bound.OfRow(rowY[rows], rowZ[rows]);
-      for (int next = block.x.first; next <= block.x.last; next += kLanes) {
+  for (int k = 0; k < nz; ++k) {
+    for (int j = 0; j < ny; ++j, ++rows) {
+      rowY[rows] = field.y[block.y.first + j], rowZ[rows] = field.z[block.z.first + k];
+      const std::int64_t begin = field.squared.Index(block.x.first, block.y.first + j, block.z.first + k);
+      for (int next = 0; next < nx; next += kLanes) {
         // The last lanes are moved back into the row; to look at a node twice changes nothing.
-        const int i = std::min(next, block.x.last - kLanes + 1);
-        const std::int64_t index = field.squared.Index(i, j, k);
-        Lanes x, best, least;
-        std::memcpy(&x, field.x + i, sizeof x);
-        std::memcpy(&best, field.squared.data + index, sizeof best);
-        bound.Least(least, x, row);
-        places[listed] = {index, i, rows};
+        const int i = std::min(next, nx - kLanes);
+        Lanes best, least;
+        std::memcpy(&best, field.squared.data + begin + i, sizeof best);
+        bound.Least(least, i, j, k);
+        places[listed] = {begin + i, block.x.first + i, rows};
         listed += AnyLane(least <= best);
       }
     }
@@ -310,7 +315,8 @@ class BandFiller {
     const Block block{is, js, {std::max(ks.first, kFirst), std::min(ks.last, kLast)}};
     const int widest = std::max(is.last - is.first, js.last - js.first) + 1;
     if (widest <= kSmallReach && is.last - is.first + 1 >= kLanes) {
-      FillSmallBlock(field_, block, t, CornersBound(t, radius, extent_, 2 * kSmallReach * cell), number);
+      const double slack = radius * (1 + 1e-9) + 1e-14 * extent_ * (2 * kSmallReach * cell);
+      FillSmallBlock(field_, block, t, slack, number);
     } else {
       FillLargeBlock(field_, block, t, BoxBound(t, extent_), number);
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "fluids/level_sets/TriangleLanes.h"
 #include "fluids/level_sets/VoxeliserSweeps.h"
@@ -13,7 +14,7 @@ namespace orlix {
 
 namespace {
 
-constexpr int kStride = 4;
+constexpr int kStride = kGuessStride;
 static_assert(kStride == kLanes, "nodes between two coarse ones are measured at once");
 
 // A row of nodes, and the coarse row nearest to it.
@@ -31,6 +32,9 @@ ORLIX_MULTIVERSION void FillGuessRow(const GuessRow& row, const TriangleTerms* t
   for (int next = 0; next < row.count; next += kLanes) {
     // The last lanes are moved back into the row; to look at a node twice changes nothing.
     const int i = std::min(next, row.count - kLanes), last = i + kLanes - 1;
+    Lanes x, least = zero + std::numeric_limits<double>::max();
+    std::memcpy(&x, row.x + i, sizeof x);
+    auto found = (least < zero) | kNoTriangle;
     std::int32_t before = kNoTriangle;
     for (int c = i / kStride; c <= std::min(last / kStride + 1, row.coarseCount - 1); ++c) {
       const std::int32_t triangle = row.coarse[c] < 0 ? kNoTriangle : row.coarse[c] & kTriangleMask;
@@ -38,15 +42,66 @@ ORLIX_MULTIVERSION void FillGuessRow(const GuessRow& row, const TriangleTerms* t
       before = triangle;
       LaneTriangle<double> lanes;
       Broadcast(lanes, triangles[triangle]);
-      Lanes x, squared;
-      std::memcpy(&x, row.x + i, sizeof x);
+      Lanes squared;
       LaneSquaredDistances(squared, LaneVector<Lanes>{x, y, z}, lanes);
-      for (int l = i; l <= last; ++l) {
-        const double distance = std::sqrt(squared[l - i]);
-        if (distance < row.distance[l]) row.distance[l] = distance, row.closest[l] = triangle;
-      }
+      const auto nearer = squared < least;
+      least = nearer ? squared : least;
+      found = nearer ? (found & 0) | triangle : found;
+    }
+    for (int l = i; l <= last; ++l) {
+      const double distance = std::sqrt(least[l - i]);
+      if (distance < row.distance[l]) row.distance[l] = distance, row.closest[l] = std::int32_t(found[l - i]);
     }
   }
+}
+
+// From the closest point of a triangle to p, by a difference of the square of the distance, whose gradient is twice
+// that.
+Vec3D WayFrom(const TriangleTerms& triangle, const Vec3D& p, double cell) {
+  const double step = 0.01 * cell, here = SquaredDistance(p, triangle);
+  Vec3D way;
+  for (int axis = 0; axis < 3; ++axis) {
+    Vec3D beside = p;
+    beside[axis] += step;
+    way[axis] = (SquaredDistance(beside, triangle) - here) / (2 * step);
+  }
+  return way;
+}
+
+// A cell needs the sweeps of all its corners.
+void FindSweeps(const NodeLattice& lattice, const TriangleList& triangles, GridView<const std::int32_t> coarse,
+                GridView<std::uint8_t> sweeps, WorkerPool& pool) {
+  const VecInt3D& n = coarse.dims;
+  const double cell = lattice.spacing.x;
+  Grid<std::uint8_t> ofNode(n, kGridScratch);
+  ParallelRange(pool, 0, n.z, [&](int from, int to, int) {
+    for (int k = from; k < to; ++k) {
+      for (int j = 0; j < n.y; ++j) {
+        for (int i = 0; i < n.x; ++i) {
+          ofNode(i, j, k) = kAllSweeps;
+          const std::int32_t closest = coarse(i, j, k);
+          if (closest < 0) continue;
+          const Vec3D p = lattice.World(i * kStride, j * kStride, k * kStride);
+          const Vec3D way = WayFrom(triangles[closest & kTriangleMask], p, cell);
+          if (LengthSquared(way) > cell * cell) ofNode(i, j, k) = SweepsAlong(way);
+        }
+      }
+    }
+  });
+  ParallelRange(pool, 0, n.z, [&](int from, int to, int) {
+    for (int k = from; k < to; ++k) {
+      for (int j = 0; j < n.y; ++j) {
+        for (int i = 0; i < n.x; ++i) {
+          std::uint8_t all = 0;
+          for (int c = 0; c < 8; ++c) {
+            all |= ofNode(std::min(i + (c & 1), n.x - 1), std::min(j + (c >> 1 & 1), n.y - 1),
+                          std::min(k + (c >> 2), n.z - 1));
+          }
+          sweeps(i, j, k) = all;
+        }
+      }
+    }
+  });
 }
 
 }  // namespace
@@ -72,6 +127,7 @@ bool GuessClosestTriangles(const NodeLattice& lattice, int exactBand, VoxeliserS
                              hostThread)) {
     return false;
   }
+  FindSweeps(lattice, scratch.triangles, coarseClosest, scratch.sweeps, pool);
   std::vector<double> x;
   for (int i = 0; i < n.x; ++i) x.push_back(lattice.World(i, 0, 0).x);
   const auto nearest = [](int node, int coarseNodes) {

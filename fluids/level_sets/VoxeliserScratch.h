@@ -40,12 +40,18 @@ struct alignas(64) SweepBound {
   float height = 0;      // of the first corner over edge 2-3
 };
 
+inline constexpr int kGuessStride = 4;  // nodes from one of the guess to the next
+inline constexpr std::uint8_t kAllSweeps = 255;
+
 struct VoxeliserScratch {
   VoxeliserScratch(const VecInt3D& nodes, std::int32_t triangleCount)
       : closest(nodes, kGridScratch),
         crossings(nodes, kGridScratch),
         triangles({triangleCount, 1, 1}, kGridScratch),
-        bounds({triangleCount, 1, 1}, kGridScratch) {}
+        bounds({triangleCount, 1, 1}, kGridScratch),
+        sweeps((nodes - VecInt3D(1, 1, 1)) / kGuessStride + VecInt3D(1, 1, 1), kGridScratch) {
+    sweeps.Fill(kAllSweeps);
+  }
 
   Grid<std::int32_t> closest;
   // How often the mesh crosses the row between the node before this one and this one, modulo 256: only odd or even
@@ -53,7 +59,9 @@ struct VoxeliserScratch {
   Grid<std::uint8_t> crossings;
   TriangleList triangles;
   Grid<SweepBound> bounds;  // of these
-  double boundError = 0;    // cells, beside kBoundRelative
+  // For each cell between nodes of the guess a bit for each sweep that visits its nodes.
+  Grid<std::uint8_t> sweeps;
+  double boundError = 0;  // cells, beside kBoundRelative
 };
 
 }  // namespace orlix

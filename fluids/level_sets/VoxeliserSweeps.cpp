@@ -26,19 +26,19 @@ constexpr int kBack[kNeighbours][3] = {{1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 1
 // Nodes that a worker visits in one go: neighbours share their triangles, so that these stay in the cache.
 constexpr VecInt3D kTile{128, 16, 16};
 
-// A neighbour lies upstream in several sweeps. Its triangle is worth a try only when it changed after the sweep in
-// which this node last tried it: the tag from which on that is so. 0 when this sweep is the first.
-constexpr int FirstNewTag(int sweep, int neighbour) {
+// The last sweep before this one in which the neighbour lay upstream, too; -1 without one.
+constexpr int SweepBefore(int sweep, int neighbour) {
   for (int before = sweep - 1; before >= 0; --before) {
     bool same = true;
     for (int axis = 0; axis < 3; ++axis) {
       same &= kBack[neighbour][axis] == 0 || kDirections[before][axis] == kDirections[sweep][axis];
     }
-    if (same) return before + 2;
+    if (same) return before;
   }
-  return 0;
+  return -1;
 }
 
+constexpr double kSlant = 0.1;           // sine of the angle at which a way against a sweep still counts as across it
 constexpr double kBoundRelative = 2e-6;  // error of a bound, of the distance
 constexpr double kThinnest = 1e-3;       // height over longest edge of a triangle that has a bound
 constexpr double kMostReach = 4;         // lattices: corners farther off have too few digits
@@ -90,13 +90,24 @@ struct SweepField {
 struct SweepRow {
   std::int64_t begin;  // index of its node with the lowest x
   int low, count, j, k;
-  int step;                           // along x
-  std::int32_t tag;                   // of what changes now
-  std::int64_t offset[kNeighbours];   // of the neighbours upstream
-  std::int32_t newFrom[kNeighbours];  // closest values from here on are worth a try
-  int face;                           // a node of the array's face, on which everything is; -1: none
-  std::int64_t next;                  // begin of the row after this one
-  double y, z;                        // world position
+  int step;                          // along x
+  std::int32_t tag;                  // of what changes now
+  std::int64_t offset[kNeighbours];  // of the neighbours upstream
+  // A neighbour lies upstream in several sweeps. Its triangle is worth a try only when it changed after the sweep in
+  // which this node last tried it: closest values from newFrom on, where triedIn is the bit of that sweep.
+  std::int32_t newFrom[kNeighbours], triedIn[kNeighbours];
+  const std::uint8_t* sweeps;  // of the cells along the row, VoxeliserScratch::sweeps
+  std::int32_t sweepBit;
+  int face;           // a node of the array's face, on which everything is; -1: none
+  std::int64_t next;  // begin of the row after this one
+  double y, z;        // world position
+
+  // Whether any of these nodes is visited.
+  bool Visits(int first, int last) const {
+    int bits = 0;
+    for (int c = (low + first) / kGuessStride; c <= (low + last) / kGuessStride; ++c) bits |= sweeps[c];
+    return (bits & sweepBit) != 0;
+  }
 };
 
 // From node l of the row: how far outside of the triangle's plane and edges it lies, cells.
@@ -170,21 +181,23 @@ ORLIX_INLINE bool AllLanes(const IntLanes& mask) {
   return (words[0] & words[1] & words[2] & words[3]) == -1;
 }
 
-// For the kTestLanes nodes from index on: a bit for each neighbour whose triangle is worth a try. A triangle that two
+// For the kTestLanes nodes from l on: a bit for each neighbour whose triangle is worth a try. A triangle that two
 // of them share is tried once, and not at all when one of them was tried with it before. The neighbour in the row (bit
 // 0) may still change, so its triangle is never left out for having been tried elsewhere.
-ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, std::int64_t index, IntLanes& bits) {
-  const std::int32_t* closest = field.closest + index;
-  IntLanes own, exact, triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
+ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, int l, IntLanes& bits) {
+  const std::int32_t* closest = field.closest + row.begin + l;
+  IntLanes own, exact, sweeps, triangle[kNeighbours], isOld[kNeighbours], skip[kNeighbours];
+  for (int lane = 0; lane < kTestLanes; ++lane) sweeps[lane] = row.sweeps[(row.low + l + lane) / kGuessStride];
   std::memcpy(&own, closest, sizeof own);
   own &= kTriangleMask;
-  AtMost(exact, field.distance + index, field.exact);
+  AtMost(exact, field.distance + row.begin + l, field.exact);
+  const IntLanes done = exact | ((sweeps & row.sweepBit) == 0);
   for (int n = 0; n < kNeighbours; ++n) {
     IntLanes theirs;
     std::memcpy(&theirs, closest + row.offset[n], sizeof theirs);
     triangle[n] = theirs & kTriangleMask;
-    isOld[n] = theirs < row.newFrom[n];
-    skip[n] = isOld[n] | exact | (triangle[n] == own);
+    isOld[n] = (theirs < 0) | ((theirs < row.newFrom[n]) & ((sweeps & row.triedIn[n]) != 0));
+    skip[n] = isOld[n] | done | (triangle[n] == own);
   }
   bits = IntLanes{};
   for (int n = 0; n < kNeighbours; ++n) {
@@ -198,8 +211,9 @@ ORLIX_INLINE void FindTests(const SweepField& field, const SweepRow& row, std::i
 }
 
 // The same for one node, where each neighbour counts as new: to try again what was tried changes nothing.
-ORLIX_INLINE std::int32_t FindNodeTests(const SweepField& field, const SweepRow& row, std::int64_t index) {
-  if (field.distance[index] <= field.exact) return 0;
+ORLIX_INLINE std::int32_t FindNodeTests(const SweepField& field, const SweepRow& row, int l) {
+  const std::int64_t index = row.begin + l;
+  if (field.distance[index] <= field.exact || !row.Visits(l, l)) return 0;
   std::int32_t bits = 0;
   for (int n = 0; n < kNeighbours; ++n) {
     bits |= static_cast<std::int32_t>(field.closest[index + row.offset[n]] >= 0) << n;
@@ -209,17 +223,17 @@ ORLIX_INLINE std::int32_t FindNodeTests(const SweepField& field, const SweepRow&
 
 ORLIX_INLINE void FindRowTests(const SweepField& field, const SweepRow& row, std::int32_t* tests) {
   if (row.count < kTestLanes) {
-    for (int l = 0; l < row.count; ++l) tests[l] = FindNodeTests(field, row, row.begin + l);
+    for (int l = 0; l < row.count; ++l) tests[l] = FindNodeTests(field, row, l);
     return;
   }
   for (int next = 0; next < row.count; next += kTestLanes) {
     // The last lanes are moved back into the row: their nodes get the same tests again.
     const int l = std::min(next, row.count - kTestLanes);
-    IntLanes bits;
-    FindTests(field, row, row.begin + l, bits);
+    IntLanes bits{};
+    if (row.Visits(l, l + kTestLanes - 1)) FindTests(field, row, l, bits);
     std::memcpy(tests + l, &bits, sizeof bits);
   }
-  if (row.face >= 0) tests[row.face] = FindNodeTests(field, row, row.begin + row.face);
+  if (row.face >= 0) tests[row.face] = FindNodeTests(field, row, row.face);
 }
 
 // Lists the nodes that have tests, and their candidates; gives the number of these.
@@ -402,6 +416,8 @@ ORLIX_INLINE void FollowRow(const SweepField& field, const SweepRow& row, RowWor
     if (changed) {
       l += row.step;
       if (l < 0 || l >= row.count) return;
+      changed = row.Visits(l, l);
+      if (!changed) continue;
     } else {
       if (a == end) return;
       l = work.active[a];
@@ -445,6 +461,7 @@ class Sweeper {
     const double exact = (exactBand + 1) * least * (1 - 1e-9);
     field_ = {scratch.triangles.data, scratch.bounds.data, x_.data(), distances.data, closest, exact, 1 / least, stride,
               scratch.boundError};
+    sweeps_ = scratch.sweeps;
   }
 
   // A worker takes the next layer of tiles and follows the one before it. A layer is taken only when the one before it
@@ -484,6 +501,7 @@ class Sweeper {
     row.count = to.x - from.x;
     row.low = d[0] > 0 ? indexOf(0, from.x) : indexOf(0, to.x - 1);
     row.step = d[0];
+    row.sweepBit = 1 << sweep;
     row.tag = static_cast<std::int32_t>(sweep + 1) << kSweepTagShift;
     const int last = d[0] > 0 ? row.low + row.count - 1 : row.low;
     row.face = last == 0 || last == n.x - 1 ? last - row.low : -1;
@@ -497,13 +515,16 @@ class Sweeper {
         // Nodes of the array's faces aren't visited by each sweep: there everything is new.
         const bool onFace = row.j == 0 || row.k == 0 || row.j == n.y - 1 || row.k == n.z - 1;
         for (int m = 0; m < kNeighbours; ++m) {
-          row.newFrom[m] = onFace ? 0 : static_cast<std::int32_t>(FirstNewTag(sweep, m)) << kSweepTagShift;
+          const int before = onFace ? -1 : SweepBefore(sweep, m);
+          row.newFrom[m] = before < 0 ? 0 : static_cast<std::int32_t>(before + 2) << kSweepTagShift;
+          row.triedIn[m] = before < 0 ? 0 : 1 << before;
         }
+        row.sweeps = &sweeps_(0, row.j / kGuessStride, row.k / kGuessStride);
         row.begin = slab_ * row.k + std::int64_t(n.x) * row.j + row.low;
         row.next = step + 1 < to.y ? row.begin + d[1] * n.x : row.begin;
         const Vec3D world = lattice_.World(0, row.j * stride_, row.k * stride_);
         row.y = world.y, row.z = world.z;
-        SweepOneRow(field_, row, work);
+        if (row.Visits(0, row.count - 1)) SweepOneRow(field_, row, work);
       }
     }
   }
@@ -514,9 +535,21 @@ class Sweeper {
   std::int64_t slab_;
   std::vector<double> x_;
   SweepField field_{};
+  GridView<const std::uint8_t> sweeps_;
 };
 
 }  // namespace
+
+std::uint8_t SweepsAlong(const Vec3D& way) {
+  const double slack = kSlant * Length(way);
+  unsigned bits = 0;
+  for (int sweep = 0; sweep < kSweeps; ++sweep) {
+    const int* d = kDirections[sweep];
+    const bool against = d[0] * way.x < -slack || d[1] * way.y < -slack || d[2] * way.z < -slack;
+    if (!against) bits |= 1u << sweep;
+  }
+  return static_cast<std::uint8_t>(bits);
+}
 
 void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, WorkerPool& pool) {
   std::array<double, WorkerPool::kMaxWorkers> longest{};

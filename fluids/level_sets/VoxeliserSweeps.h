@@ -10,8 +10,12 @@ class WorkerPool;
 
 void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, WorkerPool& pool);
 
-// A sweep visits the nodes in the order of its direction and tries on each node the triangles of its seven neighbours
-// upstream. The serial order's result at any number of workers. False when hostThread was asked to stop.
+// A bit for each sweep that carries triangles along this way, which leads from a node's closest point to it.
+std::uint8_t SweepsAlong(const Vec3D& way);
+
+// A sweep visits the nodes that need it (VoxeliserScratch::sweeps) in the order of its direction and tries on each the
+// triangles of its seven neighbours upstream. The serial order's result at any number of workers. False when hostThread
+// was asked to stop.
 //
 // distances, closest: of every stride-th node of the lattice in each axis.
 // exactBand: nodes up to this distance (cells) from a triangle have met it already, so that nothing can change there.
