@@ -5,13 +5,16 @@
 //   distance of the shallow one, otherwise the other way round
 //   a place is refused outside the band, where the deep lattice owns the ground, and too close to a particle that was
 //   there before
+//   a voxel lacks what its lattice has more than it holds; of that the share is emitted that the whole band lacks,
+//   since particles that stroll across the borders of voxels would be made up for again and again
 //
 //   LatticeFill fill;  fill.deep = LatticeOf(h, 1, 1), ...
-//   if (fill.Reaches(d)) { wanted = fill.Looked(d).count - near.size(); fill.Walk(corner, d, near, wanted, ...); }
+//   if (fill.Reaches(d)) fill.Walk(corner, d, near, fill.Looked(d).count - held, lacks.Share(), random, places, ...);
 
 #include <algorithm>
 #include <cmath>
 #include <span>
+#include <vector>
 
 #include "fluids/level_sets/LevelSetView.h"
 #include "globals/Random.h"
@@ -29,6 +32,13 @@ inline EmissionLattice LatticeOf(double h, std::int32_t subdivision, double sepa
   const double spacing = h / perAxis;
   return {spacing, spacing * separation, perAxis * perAxis * perAxis};
 }
+
+// What the voxels of a band lack of their places: all together, and those alone that lack some.
+struct BandLacks {
+  double all = 0, some = 0;
+
+  double Share() const { return some > 0 ? std::clamp(all / some, 0.0, 1.0) : 1; }
+};
 
 struct LatticeFill {
   LevelSetView levelSet;
@@ -54,46 +64,63 @@ struct LatticeFill {
     return d - cellSize < 0 || unlimited || !(d - inner < 0);
   }
 
-  // Visits the voxel's places from its corner (simulation space), x fastest, until wanted are emitted or refused by the
-  // band. near: what was there before. accept(place) -> bool; emit(place). Three draws a place: z, y, x.
+  // How much of a voxel whose centre has this distance lies in the band, as if the band's sides were level there.
+  double ShareInBand(double d) const {
+    const auto below = [&](double side) { return std::clamp(0.5 - (d - side) / cellSize, 0.0, 1.0); };
+    return unlimited ? below(outer) : std::max(0.0, below(outer) - below(inner));
+  }
+  // A voxel that holds so many. More than twice its places count as twice, and none that lie about the band's sides.
+  void AddLack(double d, std::int32_t held, BandLacks& lacks) const {
+    const double share = ShareInBand(d), places = share * Looked(d).count;
+    const double lack = std::max(places - held, share < kWhole ? 0 : -places);
+    lacks.all += lack, lacks.some += std::max(lack, 0.0);
+  }
+
+  // Emits the share of lack at the voxel's places, from its corner (simulation space), x fastest; a place outside the
+  // band isn't lacked. near: what was there before. places: to work in. accept(place) -> bool; emit(place). Three draws
+  // a place: z, y, x; one more where the share isn't 1.
   template <class Accept, class Emit>
-  void Walk(const Vec3D& corner, double d, std::span<const Vec3D> near, std::int64_t wanted, MersenneTwister& random,
-            Accept&& accept, Emit&& emit) const;
+  void Walk(const Vec3D& corner, double d, std::span<const Vec3D> near, std::int64_t lack, double share,
+            MersenneTwister& random, std::vector<Vec3D>& places, Accept&& accept, Emit&& emit) const;
 
  private:
+  static constexpr double kWhole = 0.999;  // distances are rounded
+
   double Jitter(MersenneTwister& random) const { return (2 * random.Uniform() - 1) * jitter; }
   bool InBand(double d) const { return d - outer < 0 && (unlimited || !(d - inner < 0)); }
 };
 
 template <class Accept, class Emit>
-void LatticeFill::Walk(const Vec3D& corner, double d, std::span<const Vec3D> near, std::int64_t wanted,
-                       MersenneTwister& random, Accept&& accept, Emit&& emit) const {
+void LatticeFill::Walk(const Vec3D& corner, double d, std::span<const Vec3D> near, std::int64_t lack, double share,
+                       MersenneTwister& random, std::vector<Vec3D>& places, Accept&& accept, Emit&& emit) const {
   const bool isDeep = IsDeep(d);
   const double step = Filled(d).spacing, start = step * 0.5;
-  const double closest = Looked(d).minimumDistance * Looked(d).minimumDistance;
-  const auto crowded = [&](const Vec3D& place) {
-    for (const Vec3D& other : near) {
-      if (LengthSquared(place - other) < closest) return true;
-    }
-    return false;
-  };
+  places.clear();
   for (double z = start; z < cellSize; z += step) {
     for (double y = start; y < cellSize; y += step) {
       for (double x = start; x < cellSize; x += step) {
-        if (wanted < 1) return;
         const double jitterZ = Jitter(random), jitterY = Jitter(random), jitterX = Jitter(random);
         const Vec3D place = corner + Vec3D(x + jitterX, y + jitterY, z + jitterZ);
         const double distance = levelSet.Sample(levelSet.IndexOfWorld(place));
         if (!InBand(distance)) {
-          --wanted;
-          continue;
+          --lack;
+        } else if (isDeep || !(distance < deepBelow)) {
+          places.push_back(place);
         }
-        if (!isDeep && distance < deepBelow) continue;
-        if (crowded(place) || !accept(place)) continue;
-        emit(place);
-        --wanted;
       }
     }
+  }
+  if (share != 1) lack = static_cast<std::int64_t>(std::floor(static_cast<double>(lack) * share + random.Uniform()));
+  const double closest = Looked(d).minimumDistance * Looked(d).minimumDistance;
+  const auto crowded = [&](const Vec3D& place) {
+    return std::any_of(near.begin(), near.end(),
+                       [&](const Vec3D& other) { return LengthSquared(place - other) < closest; });
+  };
+  for (const Vec3D& place : places) {
+    if (lack < 1) return;
+    if (crowded(place) || !accept(place)) continue;
+    emit(place);
+    --lack;
   }
 }
 

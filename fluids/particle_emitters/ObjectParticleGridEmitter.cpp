@@ -131,12 +131,11 @@ void ObjectParticleGridEmitter::Advise() {
 
 // The whole volume, full. What flows out of it and is filled up again can't be foretold.
 MemoryNeed ObjectParticleGridEmitter::MemoryFor(const VecInt3D&) const {
-  constexpr double kLaterSteps = 1.5;  // jittered lattices find some more places: 12 for 8
   const double h = GetSimulationSpace().cellSize;
   const MeshSize size = SizeOfVolume(*this, kVolumeId);
   const double voxels = size.volume / (h * h * h) + size.area / (h * h);
   const double each = std::exp2(3 * std::max(deepSubdivision_, shallowSubdivision_));
-  return MemoryOfParticles(*this, voxels * each * kLaterSteps, kPropertiesId);
+  return MemoryOfParticles(*this, voxels * each, kPropertiesId);
 }
 
 void ObjectParticleGridEmitter::ReleaseLinks() {
@@ -187,10 +186,11 @@ void ObjectParticleGridEmitter::Setup() {
   const ParticleList& list = *handler_.group->list(handler_.kind);
   for (const VolumeBase* member : members_) {
     const LatticeFill fill = FillOf(*member);
-    auto lines = std::make_unique<ParticleLines>();
     const GridSpace& lattice = member->LevelSet()->space;
-    if (!list.empty()) lines->Build(list, lattice, VoxelNeighbours::Reach(lattice, fill.Widest()), scene->pool());
-    targets_.push_back({member, fill, std::move(lines)});
+    Target& target = targets_.emplace_back(Target{member, fill, std::make_unique<ParticleLines>(), {}, 1});
+    if (list.empty()) continue;
+    target.lines->Build(list, lattice, VoxelNeighbours::Reach(lattice, fill.Widest()), scene->pool());
+    CountHeld(target);
   }
   for (const Target& target : targets_) {
     const VecInt3D end = CellsEnd(*target.volume);
@@ -198,6 +198,33 @@ void ObjectParticleGridEmitter::Setup() {
   }
   runs_.resize(layers_.size());
   scratch_.resize(WorkerPool::kMaxWorkers);
+}
+
+void ObjectParticleGridEmitter::CountHeld(Target& target) const {
+  const ScalarGrid& nodes = *target.volume->LevelSet();
+  const VecInt3D end = CellsEnd(*target.volume);
+  target.held.resize(static_cast<std::size_t>(nodes.count));
+  std::vector<BandLacks> lacks(static_cast<std::size_t>(std::max(end.z, 1)));
+  ParallelRange(scene->pool(), 1, end.z, [&](int from, int to, int) {
+    std::vector<double> distances(static_cast<std::size_t>(std::max(end.x, 1)));
+    for (std::int32_t k = from; k < to; ++k) {
+      for (std::int32_t j = 1; j < end.y; ++j) {
+        std::int32_t* held = target.held.data() + nodes.Index(0, j, k);
+        std::fill_n(held, nodes.dims.x, 0);
+        for (const ParticleLines::Entry& entry : target.lines->Of(j, k)) {
+          const double x = nodes.space.VoxelOfSim(entry.position).x;
+          if (x >= 1 && x < end.x) ++held[static_cast<std::int32_t>(x)];
+        }
+        CentreDistances(nodes, 1, end.x, j, k, distances.data());
+        for (std::int32_t i = 1; i < end.x; ++i) {
+          target.fill.AddLack(distances[static_cast<std::size_t>(i)], held[i], lacks[static_cast<std::size_t>(k)]);
+        }
+      }
+    }
+  });
+  BandLacks sum;
+  for (const BandLacks& layer : lacks) sum.all += layer.all, sum.some += layer.some;
+  target.share = sum.Share();
 }
 
 void ObjectParticleGridEmitter::Process(ProcessData& data) {
@@ -229,22 +256,25 @@ void ObjectParticleGridEmitter::FillLayer(const Layer& layer, EmittedRun& run, M
     });
     for (std::int32_t i = 1; i < end.x; ++i) {
       if (!fill.Reaches(distance(i))) continue;
-      FillVoxel(fill, nodes.space.SimOfVoxel(Vec3D(i, j, layer.k)), distance(i), scratch.near.Of(i), run, random,
-                worker);
+      FillVoxel(*layer.target, {i, j, layer.k}, distance(i), scratch.near.Of(i), run, random, worker);
     }
   }
 }
 
-void ObjectParticleGridEmitter::FillVoxel(const LatticeFill& fill, const Vec3D& corner, double d,
+void ObjectParticleGridEmitter::FillVoxel(const Target& target, const VecInt3D& voxel, double d,
                                           std::span<const Vec3D> near, EmittedRun& run, MersenneTwister& random,
                                           std::int32_t worker) {
+  const LatticeFill& fill = target.fill;
+  const ScalarGrid& nodes = *target.volume->LevelSet();
+  const Vec3D corner = nodes.space.SimOfVoxel(Vec3D(voxel.x, voxel.y, voxel.z));
   const Vec3D centre = corner + Vec3D(fill.cellSize * 0.5);
-  std::int64_t wanted = fill.Looked(d).count - static_cast<std::int64_t>(near.size());
-  if (wanted < 1) return;
-  if (limitedBySolvers_) {
-    if (!InContainers(centre)) return;
-    wanted = fill.Filled(d).count;
+  std::int64_t lack = (limitedBySolvers_ ? fill.Filled(d) : fill.Looked(d)).count;
+  if (!target.held.empty()) {
+    lack -= target.held[nodes.Index(voxel.x, voxel.y, voxel.z)];
+    // Beside the band stands what was emitted in it.
+    if (lack < 1 || fill.ShareInBand(d) == 0) return;
   }
+  if (limitedBySolvers_ && !InContainers(centre)) return;
   const auto weighed = [&](const Vec3D& place) {
     double amount = handler_.weight;
     EvaluateChain(handler_.constraints, place, amount, this, worker);
@@ -254,7 +284,8 @@ void ObjectParticleGridEmitter::FillVoxel(const LatticeFill& fill, const Vec3D& 
   const auto accept = [&](const Vec3D& place) {
     return (!limitedBySolvers_ || InContainers(place)) && (!fill_ || weighed(place));
   };
-  fill.Walk(corner, d, near, wanted, random, accept, [&](const Vec3D& place) { run.positions.push_back(place); });
+  fill.Walk(corner, d, near, lack, target.share, random, scratch_[static_cast<std::size_t>(worker)].places, accept,
+            [&](const Vec3D& place) { run.positions.push_back(place); });
 }
 
 bool ObjectParticleGridEmitter::InContainers(const Vec3D& place) const {

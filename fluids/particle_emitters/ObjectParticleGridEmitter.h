@@ -48,6 +48,8 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
     const VolumeBase* volume;
     LatticeFill fill;
     std::unique_ptr<ParticleLines> lines;
+    CountedVector<std::int32_t> held;  // by each voxel; none where the group was empty
+    double share;                      // of what a voxel lacks that it emits
   };
   struct Layer {
     const Target* target;
@@ -57,11 +59,13 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   struct Scratch {
     std::vector<double> distances;  // of the voxels of a row
     VoxelNeighbours near;
+    std::vector<Vec3D> places;  // of a voxel
   };
 
   LatticeFill FillOf(const VolumeBase& member) const;
   void FillLayer(const Layer& layer, EmittedRun& run, MersenneTwister& random, std::int32_t worker);
-  void FillVoxel(const LatticeFill& fill, const Vec3D& corner, double d, std::span<const Vec3D> near, EmittedRun& run,
+  void CountHeld(Target& target) const;
+  void FillVoxel(const Target& target, const VecInt3D& voxel, double d, std::span<const Vec3D> near, EmittedRun& run,
                  MersenneTwister& random, std::int32_t worker);
   bool InContainers(const Vec3D& place) const;
 
