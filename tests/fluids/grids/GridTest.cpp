@@ -137,6 +137,20 @@ TEST(GridMemory, TheBudgetRefusesAndKeepsTheOldGrid) {
   EXPECT_THROW(Grid<double>({2000000, 2000000, 2}, 0), std::bad_alloc);
 }
 
+#ifndef ORLIX_SANITIZED
+TEST(GridMemory, WhatWasGivenBackServesTheNextGridOfNearlyItsSizeAndCountsAsFree) {
+  constexpr std::size_t kBytes = std::size_t(3) << 20;
+  const std::int64_t before = CurrentGridMemory().current;
+  void* first = AllocateGridMemory(kBytes);
+  FreeGridMemory(first, kBytes);
+  EXPECT_EQ(CurrentGridMemory().current, before);
+  void* second = AllocateGridMemory(kBytes - 4096);
+  EXPECT_EQ(second, first);
+  EXPECT_EQ(CurrentGridMemory().current, before + std::int64_t(kBytes) - 4096);
+  FreeGridMemory(second, kBytes - 4096);
+}
+#endif
+
 TEST(GridResampler, DirectOperationsEachDoTheirs) {
   ScalarGrid source({3, 3, 3}, {3, 3, 3}, 1, kGridSmoke, {}), target = source;
   FillIndex(source);
