@@ -5,14 +5,17 @@
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
 #include <openvdb/points/PointDataGrid.h>
-#include <openvdb/tools/Dense.h>
 #include <openvdb/tools/Morphology.h>
+#include <openvdb/tools/Prune.h>
 #include <openvdb/tools/SignedFloodFill.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <tuple>
@@ -70,18 +73,66 @@ Status TestRange(const VdbField& field) {
   return {};
 }
 
-openvdb::CoordBBox BoxOf(const VecInt3D& origin, const VecInt3D& dims) {
-  const openvdb::Coord min(origin.x, origin.y, origin.z);
-  return {min, min.offsetBy(dims.x - 1, dims.y - 1, dims.z - 1)};
+constexpr int kLeaf = 8;  // voxels across a leaf of the trees
+
+VecInt3D LeafBelow(const VecInt3D& voxel) { return {voxel.x & -kLeaf, voxel.y & -kLeaf, voxel.z & -kLeaf}; }
+
+// Leaves of all voxels from origin on, dims of them, whose value isn't the background; those that are all the same
+// become tiles. rowsOf(leaf) gives for the leaf from this voxel on what fills its rows: row(i, end, j, k, out) writes
+// the values from i to end, counted from origin. It is called on many threads.
+template <class GridT, class RowsOf>
+void FillTree(GridT& grid, const VecInt3D& origin, const VecInt3D& dims, RowsOf&& rowsOf) {
+  using LeafT = typename GridT::TreeType::LeafNodeType;
+  using Value = typename GridT::ValueType;
+  const VecInt3D first = LeafBelow(origin), end = origin + dims;
+  const VecInt3D leaves = (LeafBelow(end - VecInt3D(1, 1, 1)) - first) / kLeaf + VecInt3D(1, 1, 1);
+  const auto count = static_cast<std::size_t>(leaves.x) * leaves.y * leaves.z;
+  const auto voxelOf = [&](std::size_t n) {
+    const auto at = static_cast<std::int64_t>(n);
+    return first + VecInt3D(int(at % leaves.x), int(at / leaves.x % leaves.y), int(at / leaves.x / leaves.y)) * kLeaf;
+  };
+  const Value background = grid.background();
+  std::vector<std::unique_ptr<LeafT>> made(count);
+  const auto make = [&](std::size_t n) {
+    const VecInt3D voxel = voxelOf(n), low = Max(voxel, origin), high = Min(voxel + VecInt3D(kLeaf, kLeaf, kLeaf), end);
+    const auto row = rowsOf(voxel);
+    std::array<Value, kLeaf> values;
+    for (int k = low.z; k < high.z; ++k) {
+      for (int j = low.y; j < high.y; ++j) {
+        row(low.x - origin.x, high.x - origin.x, j - origin.y, k - origin.z, values.data());
+        for (int i = low.x; i < high.x; ++i) {
+          const Value& value = values[static_cast<std::size_t>(i - low.x)];
+          if (value == background) continue;
+          if (!made[n]) made[n] = std::make_unique<LeafT>(openvdb::Coord(voxel.x, voxel.y, voxel.z), background);
+          made[n]->setValueOn(openvdb::Coord(i, j, k), value);
+        }
+      }
+    }
+  };
+  tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, 64), [&](const tbb::blocked_range<std::size_t>& range) {
+    for (std::size_t n = range.begin(); n != range.end(); ++n) make(n);
+  });
+  openvdb::tree::ValueAccessor<typename GridT::TreeType> accessor(grid.tree());
+  for (std::unique_ptr<LeafT>& leaf : made) {
+    if (!leaf) continue;
+    Value value;
+    bool active = false;
+    if (leaf->isConstant(value, active)) {
+      accessor.addTile(1, leaf->origin(), value, active);
+    } else {
+      accessor.addLeaf(leaf.release());
+    }
+  }
+  openvdb::tools::pruneTiles(grid.tree());
 }
 
 openvdb::GridBase::Ptr FogGrid(const VdbField& field, const ExportSpace& to) {
   const ScalarGrid& source = *field.grids[0];
-  const float background = static_cast<float>(field.background);
-  openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(background);
-  openvdb::tools::Dense<float, openvdb::tools::LayoutXYZ> dense(BoxOf(source.space.voxelMin, source.dims));
-  std::transform(source.data, source.data + source.count, dense.data(), [](double v) { return static_cast<float>(v); });
-  openvdb::tools::copyFromDense(dense, *grid, 0.0f);
+  openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(static_cast<float>(field.background));
+  const auto row = [&](int i, int end, int j, int k, float* out) {
+    std::transform(&source(i, j, k), &source(i, j, k) + (end - i), out, [](double v) { return static_cast<float>(v); });
+  };
+  FillTree(*grid, source.space.voxelMin, source.dims, [&](const VecInt3D&) { return row; });
   grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset, to));
   grid->setGridClass(openvdb::GRID_FOG_VOLUME);
   return grid;
@@ -92,16 +143,13 @@ openvdb::GridBase::Ptr LevelSetGrid(const VdbField& field, const ExportSpace& to
   const double perSim = source.space.hostPerSim.x * to.scale;
   const float band = static_cast<float>(kBandVoxels * source.space.hostPerVoxel.x * to.scale);
   openvdb::FloatGrid::Ptr grid = openvdb::FloatGrid::create(band);
-  openvdb::FloatGrid::Accessor accessor = grid->getAccessor();
-  const VecInt3D origin = source.space.voxelMin;
-  for (int k = 0; k < source.dims.z; ++k) {
-    for (int j = 0; j < source.dims.y; ++j) {
-      for (int i = 0; i < source.dims.x; ++i) {
-        const float phi = static_cast<float>(source(i, j, k) * perSim);
-        if (std::fabs(phi) < band) accessor.setValue({origin.x + i, origin.y + j, origin.z + k}, phi);
-      }
+  const auto row = [&](int i, int end, int j, int k, float* out) {
+    for (; i < end; ++i, ++out) {
+      const float phi = static_cast<float>(source(i, j, k) * perSim);
+      *out = std::fabs(phi) < band ? phi : band;
     }
-  }
+  };
+  FillTree(*grid, source.space.voxelMin, source.dims, [&](const VecInt3D&) { return row; });
   openvdb::tools::signedFloodFill(grid->tree());
   grid->setTransform(TransformOf(source.space, source.gridType == kGridNodalLevelset, to));
   grid->setGridClass(openvdb::GRID_LEVEL_SET);
@@ -115,24 +163,20 @@ openvdb::GridBase::Ptr VelocityGrid(const VdbField& field, const ExportSpace& to
   const Vec3D half = space.hostPerSim * 0.5;
   const openvdb::Coord origin(space.voxelMin.x, space.voxelMin.y, space.voxelMin.z);
   openvdb::Vec3SGrid::Ptr grid = openvdb::Vec3SGrid::create(openvdb::Vec3s(0.0f));
-  openvdb::tools::Dense<openvdb::Vec3s, openvdb::tools::LayoutXYZ> dense(BoxOf(space.voxelMin, space.dims));
-  openvdb::Vec3s* out = dense.data();
-  const openvdb::MaskTree nowhere;
-  const openvdb::tree::ValueAccessor<const openvdb::MaskTree> mask(near ? *near : nowhere);
-  for (int k = 0; k < space.dims.z; ++k) {
-    for (int j = 0; j < space.dims.y; ++j) {
-      for (int i = 0; i < space.dims.x; ++i, ++out) {
-        if (near && !mask.isValueOn(openvdb::Coord(i, j, k) + origin)) {
-          *out = openvdb::Vec3s(0.0f);
-          continue;
-        }
+  FillTree(*grid, space.voxelMin, space.dims, [&](const VecInt3D& voxel) {
+    const openvdb::Coord at(voxel.x, voxel.y, voxel.z);
+    const auto* mask = near ? near->probeConstLeaf(at) : nullptr;
+    const bool everywhere = !near || (!mask && near->isValueOn(at));
+    return [&, mask, everywhere](int i, int end, int j, int k, openvdb::Vec3s* out) {
+      for (; i < end; ++i, ++out) {
+        *out = openvdb::Vec3s(0.0f);
+        if (!everywhere && !(mask && mask->isValueOn(openvdb::Coord(i, j, k) + origin))) continue;
         const Vec3D value = to({(u(i, j, k) + u(i + 1, j, k)) * half.x, (v(i, j, k) + v(i, j + 1, k)) * half.y,
                                 (w(i, j, k) + w(i, j, k + 1)) * half.z});
         *out = openvdb::Vec3s(static_cast<float>(value.x), static_cast<float>(value.y), static_cast<float>(value.z));
       }
-    }
-  }
-  openvdb::tools::copyFromDense(dense, *grid, openvdb::Vec3s(0.0f));
+    };
+  });
   grid->setTransform(TransformOf(space, false, to));
   grid->setVectorType(openvdb::VEC_CONTRAVARIANT_RELATIVE);
   return grid;
@@ -213,19 +257,20 @@ void AddUnits(openvdb::GridBase& grid, const FileUnits& units) {
 
 openvdb::GridPtrVec MakeGrids(const std::vector<VdbField>& fields, const VdbOptions& options) {
   openvdb::GridPtrVec grids(fields.size());
+  const auto has = [&](VdbClass kind) {
+    return std::any_of(fields.begin(), fields.end(), [&](const VdbField& field) { return field.kind == kind; });
+  };
+  const bool masked = !options.velocityEverywhere && has(VdbClass::Fog) && has(VdbClass::Velocity);
   openvdb::MaskTree near;
-  bool masked = false;
   const auto make = [&](bool velocities) {
     for (std::size_t f = 0; f < fields.size(); ++f) {
       if ((fields[f].kind == VdbClass::Velocity) != velocities) continue;
       grids[f] = MakeGrid(fields[f], options.space, masked ? &near : nullptr);
-      if (fields[f].kind == VdbClass::Fog)
+      if (masked && fields[f].kind == VdbClass::Fog)
         near.topologyUnion(openvdb::gridPtrCast<openvdb::FloatGrid>(grids[f])->tree());
     }
   };
   make(false);
-  masked = !options.velocityEverywhere &&
-           std::any_of(fields.begin(), fields.end(), [](const VdbField& field) { return field.kind == VdbClass::Fog; });
   if (masked) openvdb::tools::dilateActiveValues(near, kVelocityMargin, openvdb::tools::NN_FACE_EDGE_VERTEX);
   make(true);
   for (std::size_t f = 0; f < fields.size(); ++f) {
