@@ -90,16 +90,16 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Sa
   Vec3D behind = settings.skyVisible ? world_.SkyColour(ray.direction) : Vec3D();
   if (onSurface && hit.material->IsClear()) {
     Path path;
-    path.direction = ray.direction, path.bounce = 0;
+    path.direction = ray.direction, path.bounce = 0, path.way = hit.distance;
     if (point) {
       path.point = point, path.toPoint = toPoint - hit.distance;
       path.pointPlace = ray.origin + ray.direction * toPoint;
     }
     behind = ShadeClear(hit, path);
   } else if (onSurface) {
-    behind = ShadeSurface(hit, -ray.direction, settings.skySamples);
+    behind = Hazed(ShadeSurface(hit, -ray.direction, settings.skySamples), ray.direction, end);
   }
-  if (onPoint) behind = ShadePoint(*point, ray.origin + ray.direction * end);
+  if (onPoint) behind = Hazed(ShadePoint(*point, ray.origin + ray.direction * end), ray.direction, end);
 
   ShadedRay result;
   result.colour = volumes.colour + volumes.transmittance * behind;
@@ -118,6 +118,14 @@ ShadedRay RayShader::Shade(const CameraRay& ray, const PointHit* point, const Sa
     result.alpha = 1, result.gasAlpha = 0;
   }
   return result;
+}
+
+Vec3D RayShader::Hazed(const Vec3D& colour, const Vec3D& direction, double way) const {
+  const RenderSettings& settings = world_.settings;
+  if (!(settings.haze > 0) || way <= settings.hazeBegin) return colour;
+  const double left = std::exp((settings.hazeBegin - way) / settings.haze);
+  const Vec3D level = Normalized(Vec3D(direction.x, std::max(0.0, direction.y), direction.z));
+  return colour * left + world_.SkyColour(level) * (1 - left);
 }
 
 // The share of the light that reaches x through surfaces and volumes.
@@ -143,7 +151,6 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
 Vec3D RayShader::LightOnSurface(const Light& light, const SurfaceHit& hit, const SurfaceMaterial& material,
                                 const Vec3D& origin, const Vec3D& toEye) {
   const auto reflected = [&](const Illumination& illumination) {
-    if (Dot(hit.faceNormal, illumination.toLight) <= 0) return Vec3D();
     return illumination.colour * ReflectedLight(material, hit.normal, toEye, illumination.toLight);
   };
   const bool area = light.kind == LightKind::Area;
@@ -175,7 +182,7 @@ Vec3D RayShader::GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& mat
       const Vec3D towards = glow.place - origin;
       Illumination illumination;
       illumination.distance = Length(towards), illumination.toLight = Normalized(towards);
-      if (glow.colour == Vec3D() || Dot(hit.faceNormal, illumination.toLight) <= 0) continue;
+      if (glow.colour == Vec3D()) continue;
       const double d2 = std::max(illumination.distance * illumination.distance, glow.size * glow.size);
       illumination.colour = glow.colour / d2;
       const Vec3D seen = illumination.colour * ReflectedLight(material, hit.normal, toEye, illumination.toLight);
@@ -203,6 +210,25 @@ Vec3D RayShader::ShadePoint(const PointHit& point, const Vec3D& x) {
   return point.colour * light;
 }
 
+void RayShader::Media::Enter(const SurfaceMaterial* shape) {
+  Leave(shape);
+  const auto free = std::find(shapes_.begin(), shapes_.end(), nullptr);
+  if (free != shapes_.end()) *free = shape;
+}
+
+void RayShader::Media::Leave(const SurfaceMaterial* shape) {
+  const auto found = std::find(shapes_.begin(), shapes_.end(), shape);
+  if (found != shapes_.end()) *found = nullptr;
+}
+
+const SurfaceMaterial* RayShader::Media::There() const {
+  const SurfaceMaterial* strongest = nullptr;
+  for (const SurfaceMaterial* shape : shapes_) {
+    if (shape && (!strongest || shape->refraction > strongest->refraction)) strongest = shape;
+  }
+  return strongest;
+}
+
 // Both ways are followed while they count for something; what is left then stands for sky.
 Vec3D RayShader::Follow(const Path& path) {
   const RenderSettings& settings = world_.settings;
@@ -221,24 +247,34 @@ Vec3D RayShader::Follow(const Path& path) {
   Vec3D behind;
   if (onSurface && hit.material->IsClear()) {
     Path on = path;
-    on.toPoint -= hit.distance;
+    on.toPoint -= hit.distance, on.way += hit.distance;
     behind = ShadeClear(hit, on);
   } else if (onSurface) {
-    behind = ShadeSurface(hit, -path.direction, std::max(1, settings.skySamples >> path.bounce));
+    behind = Hazed(ShadeSurface(hit, -path.direction, std::max(1, settings.skySamples >> path.bounce)), path.direction,
+                   path.way + hit.distance);
+  } else if (path.point) {
+    behind = Hazed(ShadePoint(*path.point, path.pointPlace), path.direction, path.way + path.toPoint);
   } else {
-    behind = path.point ? ShadePoint(*path.point, path.pointPlace) : world_.SkyColour(path.direction);
+    behind = world_.SkyColour(path.direction);
   }
   Vec3D seen = volumes.colour + volumes.transmittance * behind;
-  if (path.medium) seen = seen * path.medium->Absorbed(ray.hitDistance);
+  if (const SurfaceMaterial* medium = path.media.There()) seen = seen * medium->Absorbed(ray.hitDistance);
   return seen;
 }
 
 Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path) {
   const SurfaceMaterial& material = *hit.material;
-  const double index = material.refraction;
-  const ClearSplit split = SplitAtSurface(path.direction, hit.normal, hit.outside ? 1 / index : index);
   Path mirrored = path, bent = path;
   mirrored.bounce = bent.bounce = path.bounce + 1;
+  bent.origin = world_.surfaces.BeyondSurface(hit);
+  // Whatever it met before, or missed, a ray that leaves a shape was in it, and one that enters wasn't.
+  (hit.outside ? bent : mirrored).media.Enter(&material);
+  (hit.outside ? mirrored : bent).media.Leave(&material);
+  const SurfaceMaterial* here = mirrored.media.There();
+  const SurfaceMaterial* beyond = bent.media.There();
+  if (here == beyond) return Follow(bent);  // within a shape that counts for more
+  const double index = here ? here->refraction : 1, indexBeyond = beyond ? beyond->refraction : 1;
+  const ClearSplit split = SplitAtSurface(path.direction, hit.normal, index / indexBeyond);
   mirrored.origin = world_.surfaces.OffSurface(hit);
   mirrored.direction = split.reflection;
   // A smoothed normal may send it into the surface.
@@ -249,10 +285,8 @@ Vec3D RayShader::ShadeClear(const SurfaceHit& hit, const Path& path) {
   mirrored.point = nullptr;
   mirrored.weight *= split.reflected;
   const double through = (1 - split.reflected) * material.transmission;
-  bent.origin = world_.surfaces.BeyondSurface(hit);
   bent.direction = split.refraction;
   bent.kind = kRayRefraction;
-  bent.medium = hit.outside ? &material : nullptr;
   bent.weight *= through;
   Vec3D colour = material.emission;
   if (split.reflected > 0) colour += Follow(mirrored) * split.reflected;
@@ -269,14 +303,14 @@ Vec3D RayShader::Highlights(const SurfaceHit& hit, const Vec3D& toEye) {
   SurfaceMaterial gloss = *hit.material;
   gloss.colour = {};
   gloss.specular = std::pow((gloss.refraction - 1) / (gloss.refraction + 1), 2);
-  const Vec3D origin = world_.surfaces.OffSurface(hit);
+  const Vec3D origin = world_.surfaces.ShadowOrigin(hit);
   Vec3D colour;
   for (const Light& light : Lights()) colour += LightOnSurface(light, hit, gloss, origin, toEye);
   return colour;
 }
 
 Vec3D RayShader::ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays) {
-  const Vec3D origin = world_.surfaces.OffSurface(hit);
+  const Vec3D origin = world_.surfaces.ShadowOrigin(hit);
   const bool shaders = hit.material->HasShaders();
   const SurfaceMaterial own = shaders ? hit.material->At(PlaceOf(hit)) : SurfaceMaterial();
   const SurfaceMaterial& material = shaders ? own : *hit.material;

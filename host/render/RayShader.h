@@ -2,6 +2,7 @@
 // The light along a ray of the camera: surfaces, the lights on them, the sky, and volumes in front of it all. One
 // belongs to each worker.
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -74,16 +75,28 @@ class RayShader {
                        const Vec3D& toEye);
   // The same of what glows in volumes, by points of its power.
   Vec3D GlowOnSurface(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, const Vec3D& toEye);
+  // The clear shapes that a point lies in. Where some overlap, as water that reaches into its glass, there is only the
+  // one of the largest refraction (Schmidt and Budge 2002).
+  class Media {
+   public:
+    void Enter(const SurfaceMaterial* shape);
+    void Leave(const SurfaceMaterial* shape);
+    const SurfaceMaterial* There() const;  // null in the air
+
+   private:
+    std::array<const SurfaceMaterial*, 6> shapes_{};  // null: none; what is entered beyond six is left out
+  };
   // A ray after its first surface.
   struct Path {
     Vec3D origin, direction;
     std::uint32_t kind = 0;
-    const SurfaceMaterial* medium = nullptr;  // the clear shape that it runs through; null outside of all
-    double weight = 1;                        // what its light counts for the picture
+    Media media;        // that it runs through
+    double weight = 1;  // what its light counts for the picture
     int bounce = 1;
     const PointHit* point = nullptr;  // that the ray of the camera would meet, and where: what is bent isn't followed
     Vec3D pointPlace;                 // to that point
     double toPoint = 0;
+    double way = 0;  // from the camera to the origin
   };
   // The light that comes along a path.
   Vec3D Follow(const Path& path);
@@ -92,6 +105,9 @@ class RayShader {
   // The highlights of the lights on a surface.
   Vec3D Highlights(const SurfaceHit& hit, const Vec3D& toEye);
   Vec3D ShadePoint(const PointHit& point, const Vec3D& x);
+  // What is left of a surface's colour after a way through the air that scatters the sky's light into it (Koschmieder
+  // 1924). What is clear fades as what it shows.
+  Vec3D Hazed(const Vec3D& colour, const Vec3D& direction, double way) const;
   // rays: that look around the surface for the light of sky, gas and glowing surfaces.
   Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays);
   Vec3D GatherAround(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, int rays);

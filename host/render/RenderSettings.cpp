@@ -41,6 +41,13 @@ constexpr Parameter kRows[] = {
     IntParameter(kRenderSkySamplesId, "sky_samples", 4, "",
                  "Rays of each sample that look for sky, fire and glowing surfaces around a surface; 0 for none")
         .Between(0, kMaxSamples),
+    FloatParameter(kRenderHazeId, "haze", 0.0, "host units",
+                   "Way through the air after which 63% of what a surface shows is the sky's colour at the horizon; 0 "
+                   "for clear air")
+        .Between(0, 1e9),
+    FloatParameter(kRenderHazeBeginId, "haze_begin", 0.0, "host units", "How far from the camera the haze begins")
+        .Between(0, 1e9)
+        .ShownWhen(kRenderHazeId, Relation::Above, 0),
     BoolParameter(kRenderSkyVisibleId, "sky_visible", true, "Show the sky; otherwise transparent black"),
     IntParameter(kRenderSeedId, "seed", 0, "", "Another seed gives another grain"),
     BoolParameter(kRenderLinearInputsId, "linear_inputs", true, "Colours in simulated channels are linear already"),
@@ -88,6 +95,7 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   settings.skyColour = object.GetVector(kRenderSkyColourId);
   settings.skyHorizon = object.GetVector(kRenderSkyHorizonId);
   settings.skyLight = object.GetDouble(kRenderSkyLightId);
+  settings.haze = object.GetDouble(kRenderHazeId), settings.hazeBegin = object.GetDouble(kRenderHazeBeginId);
   settings.skyVisible = object.GetBool(kRenderSkyVisibleId);
   settings.seed = static_cast<std::int32_t>(object.GetInt(kRenderSeedId));
   settings.linearInputs = object.GetBool(kRenderLinearInputsId);
@@ -97,7 +105,7 @@ Result<RenderSettings> ReadRenderSettings(const BaseObject& object) {
   settings.writeVelocity = object.GetBool(kRenderVelocityId);
   settings.name = object.GetString(kRenderFileNameId);
   if (!IsFinite(settings.skyColour) || !IsFinite(settings.skyHorizon) || !std::isfinite(settings.skyLight) ||
-      !std::isfinite(settings.view.exposure)) {
+      !std::isfinite(settings.haze) || !std::isfinite(settings.hazeBegin) || !std::isfinite(settings.view.exposure)) {
     return Result<RenderSettings>::Fail(ErrorKind::Scene, "\"" + object.Path() + "\" has a value that is no number");
   }
   return settings;

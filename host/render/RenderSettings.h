@@ -39,6 +39,8 @@ inline constexpr int kRenderShutterId = 1018;
 inline constexpr int kRenderMostSamplesId = 1019;
 inline constexpr int kRenderNoiseId = 1020;
 inline constexpr int kRenderLayersId = 1021;
+inline constexpr int kRenderHazeId = 1022;
+inline constexpr int kRenderHazeBeginId = 1023;
 
 struct RenderSettings {
   int width = 960, height = 540;
@@ -50,6 +52,7 @@ struct RenderSettings {
   Vec3D skyColour{0.12, 0.14, 0.18};  // overhead
   Vec3D skyHorizon{1.6, 1.45, 1.25};  // times the colour, at the horizon and below
   double skyLight = 1;                // factor of the sky's light on surfaces
+  double haze = 0, hazeBegin = 0;     // host units: behind the second, surfaces fade over the first; 0: never
   int skySamples = 4;                 // rays of each sample that look for light around a surface
   bool skyVisible = true;             // false: black and transparent behind everything
   std::int32_t seed = 0;

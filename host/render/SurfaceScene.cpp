@@ -28,6 +28,7 @@ struct Triangle {
 struct SurfaceData {
   std::vector<Triangle> triangles;
   std::vector<Vec3F> normals;     // three a triangle, host space
+  const float* vertices;          // of the geometry, from the centre of everything; three numbers a point
   std::vector<Vec3F> velocities;  // one a point, or none
   std::vector<Vec2D> textures;    // three a triangle, or none
   SurfaceMaterial material;
@@ -158,10 +159,11 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   }
   rtcCommitGeometry(geometry);
   rtcAttachGeometryByID(embree.scene, geometry, static_cast<unsigned>(surfaces.size()));
-  rtcReleaseGeometry(geometry);
+  rtcReleaseGeometry(geometry);  // the scene holds it
 
   SurfaceData data;
   data.triangles = list;
+  data.vertices = static_cast<const float*>(rtcGetGeometryBufferData(geometry, RTC_BUFFER_TYPE_VERTEX, 0));
   data.material = surface.material;
   std::vector<std::int32_t> corners;
   corners.reserve(list.size() * 3);
@@ -271,9 +273,19 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
   if (!hit.outside) hit.faceNormal = -hit.faceNormal, hit.normal = -hit.normal;
   // A smoothed normal may look away at the rim.
   if (Dot(hit.normal, direction) > -1e-3) hit.normal = hit.faceNormal;
+  // To the mean of the point's projections onto the planes of the corners' normals, of those that it lies below (Hanika
+  // 2021, "Hacking the shadow terminator").
+  const std::int32_t* corner = surface.triangles[triangle].corner;
+  const double weights[] = {w, u, v};
+  hit.lift = {};
+  for (int c = 0; c < 3; ++c) {
+    const float* p = surface.vertices + 3 * static_cast<std::ptrdiff_t>(corner[c]);
+    Vec3D n = ToHost(normals[c]);
+    if (Dot(n, hit.faceNormal) < 0) n = -n;
+    hit.lift += n * (weights[c] * std::max(0.0, Dot(Vec3D(p[0], p[1], p[2]) + impl_->centre - hit.point, n)));
+  }
   hit.velocity = {};
   if (!surface.velocities.empty()) {
-    const std::int32_t* corner = surface.triangles[triangle].corner;
     const auto at = [&](int c) { return ToHost(surface.velocities[static_cast<std::size_t>(corner[c])]); };
     hit.velocity = at(0) * w + at(1) * u + at(2) * v;
   }

@@ -28,6 +28,7 @@ struct SurfaceHit {
   Vec3D point;       // host space
   Vec3D normal;      // smoothed, unit, on the side that the ray comes from
   Vec3D faceNormal;  // of the flat polygon, likewise
+  Vec3D lift;        // from the point to the round surface that smoothed normals pretend, where that bulges out
   Vec3D velocity;    // host units a second
   Vec2D texture;     // where hasTexture
   bool hasTexture = false;
@@ -66,6 +67,8 @@ class SurfaceScene {
   Vec3D OffSurface(const SurfaceHit& hit) const;
   // The same on the other side.
   Vec3D BeyondSurface(const SurfaceHit& hit) const;
+  // Where rays to lights start: lifted, so that a smooth surface isn't in the shadow of its own flat polygons.
+  Vec3D ShadowOrigin(const SurfaceHit& hit) const { return OffSurface(hit) + hit.lift; }
 
  private:
   struct Impl;

@@ -37,8 +37,9 @@ TEST(ClearSurface, SplitsByFresnelAndSnell) {
   EXPECT_EQ(SplitAtSurface(Normalized(Vec3D(1, -0.8, 0)), n, 1.33).reflected, 1);
 }
 
-// A glowing wall seen straight through a block of two host units.
-double Seen(const SurfaceMaterial& block, bool wall) {
+// A glowing wall seen straight through a block of two host units, perhaps with another before it: of 3.5, half a unit
+// of them inside of the first.
+double Seen(const SurfaceMaterial& block, bool wall, const SurfaceMaterial* another = nullptr) {
   RenderWorld world;
   SetUpPicture(world, 8, 8);
   world.settings.skyColour = {};
@@ -49,7 +50,10 @@ double Seen(const SurfaceMaterial& block, bool wall) {
   const PolygonObject box = BoxShape(Vec3D(-3, -3, -1), Vec3D(3, 3, 1));
   const PolygonObject back = BoxShape(Vec3D(-9, -9, -5), Vec3D(9, 9, -4));
   const SurfaceMaterial glow{.colour = {}, .specular = 0, .emission = Vec3D(wall ? 1.0 : 0.0)};
-  EXPECT_TRUE(world.surfaces.Build({{&box, {}, block}, {&back, {}, glow}}));
+  const PolygonObject before = BoxShape(Vec3D(-3, -3, 0.5), Vec3D(3, 3, 4));
+  std::vector<Surface> surfaces{{&box, {}, block}, {&back, {}, glow}};
+  if (another) surfaces.push_back({&before, {}, *another});
+  EXPECT_TRUE(world.surfaces.Build(surfaces));
   WorkerPool pool(2);
   const Result<Picture> picture = RenderPicture(world, pool, {}, nullptr);
   EXPECT_TRUE(picture);
@@ -63,6 +67,16 @@ TEST(ClearSurface, BlockPassesWhatFresnelAndBeerLeave) {
   glass.absorption = Vec3D(0.3);
   EXPECT_NEAR(Seen(glass, true), 0.96 * 0.96 * std::exp(-0.6), 2e-3);
   EXPECT_NEAR(Seen(glass, false), 0, 2e-3);
+}
+
+// Three surfaces and no more: into the water, from it into the glass, out of the glass.
+TEST(ClearSurface, WaterThatReachesIntoGlassEndsAtTheGlass) {
+  SurfaceMaterial glass = Glass(1.5), water = Glass(1.33);
+  glass.absorption = Vec3D(0.3), water.absorption = Vec3D(0.2);
+  const auto passing = [](double a, double b) { return 4 * a * b / ((a + b) * (a + b)); };
+  const double surfaces = passing(1, 1.33) * passing(1.33, 1.5) * passing(1.5, 1);
+  EXPECT_NEAR(Seen(glass, true, &water), surfaces * std::exp(-0.3 * 2 - 0.2 * 3), 1e-3);
+  EXPECT_NEAR(Seen(water, true, &glass), surfaces * std::exp(-0.3 * 3.5 - 0.2 * 1.5), 1e-3);
 }
 
 TEST(ClearSurface, ShadowsAreTinted) {

@@ -225,6 +225,55 @@ TEST(Renderer, TheSkyGoesFromItsColourToThatOfTheHorizon) {
   EXPECT_NEAR(At(picture, "B", 1, 50), 0.3, 1e-6);
 }
 
+// A ball of few polygons with smoothed normals, lit from the side: its light half has no shadow of its own, and its
+// light is that of the normals.
+TEST(Renderer, ASmoothBallIsNotInTheShadowOfItsPolygons) {
+  RenderWorld world;
+  SetUpPicture(world, 64, 64);
+  LookDown(world);
+  world.settings.skySamples = 0;
+  const PolygonObject ball = SphereMesh(3, 12);
+  ASSERT_TRUE(world.surfaces.Build({{&ball, {}, kMatt, nullptr}}));
+  world.lights.push_back(Sun({-1, 0, 0.2}));
+  const Picture shaded = Rendered(world);
+  world.lights[0].castsShadow = false;
+  const Picture open = Rendered(world);
+  double lost = 0, all = 0;
+  for (int i = 0; i < 64 * 64; ++i) {
+    const float with = At(shaded, "R", i % 64, i / 64), without = At(open, "R", i % 64, i / 64);
+    EXPECT_GE(without + 1e-6f, with);
+    lost += without - with, all += without;
+  }
+  EXPECT_GT(all, 250);
+  EXPECT_LT(lost, 0.002 * all);
+}
+
+// A glowing wall 14 host units away, and the same seen through a ball that changes nothing.
+TEST(Renderer, HazeMixesTheHorizonIntoSurfacesByTheirDistance) {
+  RenderWorld world;
+  SetUpPicture(world, 3, 3);
+  world.camera.projection = Projection::Parallel;
+  world.camera.halfWidth = 0.01;
+  world.camera.position = {0, 0, 10}, world.camera.LookAt({0, 0, 0}, {0, 1, 0});
+  world.settings.skyColour = {1, 1, 1}, world.settings.skyHorizon = {0.2, 0.4, 0.6};
+  world.settings.hazeBegin = 4;
+  const PolygonObject ball = SphereMesh(3, 16);
+  PolygonObject wall = SquareMesh(9);
+  for (Vec3D& p : wall.points) p = {p.x, -p.z, -4};
+  const SurfaceMaterial glow{.colour = {}, .specular = 0, .emission = Vec3D(2)};
+  const SurfaceMaterial air{.colour = {}, .specular = 0, .transmission = 1, .refraction = 1};
+  for (const bool through : {false, true}) {
+    std::vector<Surface> surfaces{{&wall, {}, glow}};
+    if (through) surfaces.push_back({&ball, {}, air});
+    ASSERT_TRUE(world.surfaces.Build(surfaces));
+    for (const double haze : {0.0, 5.0, 20.0}) {
+      world.settings.haze = haze;
+      const double way = 10 - world.camera.near, left = haze > 0 ? std::exp(-way / haze) : 1;
+      EXPECT_NEAR(At(Rendered(world), "B", 1, 1), 2 * left + 0.6 * (1 - left), 1e-3) << haze << " " << through;
+    }
+  }
+}
+
 TEST(Renderer, GlowingVolumesAndSurfacesLightWhatIsNear) {
   RenderWorld world;
   SetUpPicture(world, 4, 4, 64);
