@@ -5,6 +5,7 @@
 #endif
 
 #include <atomic>
+#include <bit>
 #include <cmath>
 
 #include "fluids/grids/LargestMagnitude.h"
@@ -92,12 +93,13 @@ double CorrectCell(const MacCormackRow& row, int l, double back) {
   return corrected < low ? low : high < corrected ? high : corrected;
 }
 
-// Each row becomes the hull of the rows up to reach away along y (axis 1) or z.
-void WidenAlong(RowSpans& rows, const VecInt3D& n, int axis, int reach, WorkerPool& pool) {
+// Each row of a box becomes the hull of the rows up to reach away along y (axis 1) or z.
+void WidenAlong(RowSpans& rows, const VecInt3D& n, const VecInt3D& low, const VecInt3D& high, int axis, int reach,
+                WorkerPool& pool) {
   const RowSpans before = rows;
-  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
+  ParallelRange(pool, low.z, high.z, [&](int begin, int end, int) {
     for (int k = begin; k < end; ++k) {
-      for (int j = 0; j < n.y; ++j) {
+      for (int j = low.y; j < high.y; ++j) {
         const int at = axis == 1 ? j : k, stride = axis == 1 ? 1 : n.y, row = k * n.y + j;
         RowSpan hull{n.x - 1, n.x - 1};
         for (int a = std::max(at - reach, 0); a <= std::min(at + reach, n[axis] - 1); ++a) {
@@ -114,9 +116,17 @@ void WidenAlong(RowSpans& rows, const VecInt3D& n, int axis, int reach, WorkerPo
 void LimitAdvectionVectors(int bits) { widest = bits; }
 
 RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach, WorkerPool& pool) {
+  VecInt3D low = n, high;
+  for (int k = 0; k < n.z; ++k) {
+    for (int j = 0; j < n.y; ++j) {
+      if (rows[static_cast<std::size_t>(k) * n.y + j].IsEmpty()) continue;
+      low = Min(low, VecInt3D(0, j, k)), high = Max(high, VecInt3D(0, j + 1, k + 1));
+    }
+  }
+  low = Max(low - reach, VecInt3D()), high = Min(high + reach, n);
   RowSpans wide = rows;
-  WidenAlong(wide, n, 1, reach.y, pool);
-  WidenAlong(wide, n, 2, reach.z, pool);
+  WidenAlong(wide, n, low, high, 1, reach.y, pool);
+  WidenAlong(wide, n, low, high, 2, reach.z, pool);
   for (RowSpan& span : wide) {
     if (!span.IsEmpty()) span = {std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
   }

@@ -177,28 +177,26 @@ ORLIX_INLINE ORLIX_ROWS_TARGET void TrilinearRun(const GridView<const double>& v
 // The velocity at the samples of a run: they stand on nodes of the component's grid or half way between them.
 ORLIX_INLINE ORLIX_ROWS_TARGET void FirstVelocity(const VelocityView& velocity, const Vec3D& offset,
                                                   AdvectionRun& run) {
-  for (int c = 0; c < 3; ++c) {
-    const GridView<const double>& grid = velocity.component[c];
+  for (int component = 0; component < 3; ++component) {
+    const GridView<const double>& grid = velocity.component[component];
     const std::int64_t strides[3] = {1, grid.dims.x, grid.slab};
     std::int64_t start = grid.Index(run.begin, run.j, run.k), halves[2] = {0, 0};
     int between = 0;
     for (int axis = 0; axis < 3; ++axis) {
-      const double shift = offset[axis] - (axis == c ? 0.0 : 0.5);
+      const double shift = offset[axis] - (axis == component ? 0.0 : 0.5);
       if (shift == 0) continue;
       if (shift < 0) start -= strides[axis];
       halves[between++] = strides[axis];
     }
     const double *p = grid.data + start, *q = p + halves[0];
     const double *r = p + halves[1], *s = q + halves[1];
-    double* out = run.velocity[0][c];
-    if (between == 0) {
-      for (int l = 0; l < run.count; ++l) out[l] = p[l];
-    } else if (between == 1) {
-      for (int l = 0; l < run.count; ++l) out[l] = p[l] * 0.5 + q[l] * 0.5;
-    } else {
-      for (int l = 0; l < run.count; ++l) {
-        out[l] = (p[l] * 0.5 + q[l] * 0.5) * 0.5 + (r[l] * 0.5 + s[l] * 0.5) * 0.5;
-      }
+    for (int next = 0; next < run.count; next += kLanes) {
+      const int l = BlockStart(next, run.count);
+      F a, b, c, d;
+      Load(a, p + l);
+      if (between > 0) Load(b, q + l), a = a * 0.5 + b * 0.5;
+      if (between > 1) Load(c, r + l), Load(d, s + l), a = a * 0.5 + (c * 0.5 + d * 0.5) * 0.5;
+      Store(run.velocity[0][component] + l, a);
     }
   }
 }
@@ -330,8 +328,10 @@ ORLIX_INLINE ORLIX_ROWS_TARGET unsigned ClampBlock(const VecInt3D& n, Block3& p)
   return Bits(lowX | lowY | lowZ | highX | highY | highZ);
 }
 
-// Numbers below this one are at most last.
-ORLIX_INLINE ORLIX_ROWS_TARGET double JustBehind(int last) { return std::nextafter(double(last), double(last) + 1); }
+// Numbers below this one are at most last, which is not negative.
+ORLIX_INLINE ORLIX_ROWS_TARGET double JustBehind(int last) {
+  return std::bit_cast<double>(std::bit_cast<std::uint64_t>(double(last)) + 1);
+}
 
 // From the stages' velocities to run.place, clamped to the domain, and on to the source's cells. Blocks that may lie in
 // an obstacle are marked in run.near, blocks whose sample needs clamps in run.again.
