@@ -16,11 +16,13 @@ namespace orlix {
 
 namespace {
 
-constexpr std::uint32_t kSimulated = kLinkChannel | kLinkSolver | kLinkParticles;
 constexpr std::string_view kFoamResource = "zq_foamspraybubbles";  // has no row for the kind that it makes
 constexpr std::uint32_t kAllKinds = (1u << kParticleKinds) - 1;
 
 bool IsA(const BaseObject& object, std::uint32_t kinds) { return (object.type().kinds & kinds) != 0; }
+// Properties satisfy the same links.
+bool IsGroup(const BaseObject& object) { return IsA(object, kLinkParticles) && !IsA(object, kLinkProperty); }
+bool IsSimulated(const BaseObject& object) { return IsA(object, kLinkChannel | kLinkSolver) || IsGroup(object); }
 
 template <class F>
 void ForEachTarget(const BaseObject& object, F&& f) {
@@ -69,7 +71,7 @@ class PassFinder {
       if (PlaysAlways(object, rendering)) AddPlayed(object);
       ForEachTarget(object, [&](const Parameter& row, const BaseObject& target, std::uint32_t) {
         if (IsA(object, kLinkOperator)) operators_[target.creationNumber()].push_back(&object);
-        if (IsA(target, kLinkParticles) && !IsA(object, kLinkCache)) AddUsedKinds(object, row, target);
+        if (IsGroup(target) && !IsA(object, kLinkCache)) AddUsedKinds(object, row, target);
       });
     });
   }
@@ -83,8 +85,8 @@ class PassFinder {
       AddOperators(pass, object, &MeshOperator::WorksOnPlayed);
       return;
     }
-    if (IsA(object, kLinkParticles) && KindsOf(object) == 0) return;  // it never holds any
-    if (IsA(object, kSimulated)) {
+    if (IsGroup(object) && KindsOf(object) == 0) return;  // it never holds any
+    if (IsSimulated(object)) {
       pass.simulated.insert(object.creationNumber());
       return;
     }
@@ -122,7 +124,7 @@ class PassFinder {
   }
   // A group is played when all of its kinds are.
   bool IsPlayed(const BaseObject& object) const {
-    if (!IsA(object, kLinkParticles)) return true;
+    if (!IsGroup(object)) return true;
     return (KindsOf(object) & ~playedKinds_.at(object.creationNumber())) == 0;
   }
   template <class Acts>
@@ -185,9 +187,9 @@ Pass PicturePass(const BaseDocument& document, const PassFinder& finder, bool sl
   for (const BaseObject* material : materials) finder.Add(pass, *material);
   document.ForEachObject([&](const BaseObject& object) {
     const bool everything = slices || (materials.empty() && IsA(object, kLinkChannel));
-    const bool particles = IsA(object, kLinkParticles) && IsShown(document, object, finder.KindsOf(object));
+    const bool particles = IsGroup(object) && IsShown(document, object, finder.KindsOf(object));
     const bool surface = !slices && object.type().Find(kShownInPicturesId) && object.GetBool(kShownInPicturesId);
-    if ((everything && IsA(object, kSimulated)) || particles || surface) finder.Add(pass, object);
+    if ((everything && IsSimulated(object)) || particles || surface) finder.Add(pass, object);
   });
   return pass;
 }
@@ -204,7 +206,7 @@ void AddOutputPasses(const BaseDocument& document, const PassFinder& finder, con
     passes.push_back(std::move(pass));
   }
   document.ForEachObject([&](const BaseObject& object) {
-    const bool points = output.particles && IsA(object, kLinkParticles);
+    const bool points = output.particles && IsGroup(object);
     const bool mesh = output.meshes != MeshOutput::None && IsA(object, kLinkGeometry);
     if (!points && !mesh) return;
     Pass pass{.name = place + (points ? ": particles of " : ": mesh of ") + object.Path()};

@@ -94,6 +94,7 @@ struct ConvertOptions {
   bool houdini = false;               // how a VDB's velocity is called
   std::string grids;                  // names of a cache's entries, with commas between; an empty one keeps its own
   double scale = 1;                   // all lengths of meshes, particles and grids
+  bool overwrite = false;             // a file that is there
   std::string up;                     // "y" or "z": what is to be upwards, and isn't; empty leaves it
 };
 Status ConvertCommand(const Program& program, const ConvertOptions& options);

@@ -168,6 +168,7 @@ void AddConvert(CLI::App& parent, CommandLine& line) {
                                     ConvertCommand);
   words.app->add_option("in", words.options->in, "File to read")->required();
   words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();
+  words.app->add_flag("--overwrite", words.options->overwrite, "Replaces the file to write, where it is there");
   words.app->add_option("--exposure", words.options->exposure, "Stops, for PNG");
   AddView(*words.app, *words.options);
   const std::map<std::string, bool> programs = {{"blender", false}, {"houdini", true}};

@@ -203,6 +203,9 @@ std::string ParticleEndings() {
 }  // namespace
 
 Status ConvertCommand(const Program&, const ConvertOptions& options) {
+  if (std::error_code error; !options.overwrite && std::filesystem::exists(options.out, error)) {
+    return Status::Fail(ErrorKind::Output, options.out + " exists; --overwrite replaces it");
+  }
   const std::string from = LowerExtension(options.in), to = LowerExtension(options.out);
   if (IsPicture(from) && IsPicture(to)) return ConvertPicture(options);
   const PointFormat* points = FindPointFormat(options.out);

@@ -14,8 +14,11 @@ namespace orlix {
 
 namespace {
 
-constexpr std::pair<std::string_view, std::string_view> kShortNames[] = {
-    {"smoke", "smoke_plume"}, {"wind", "wind_moving_obstacle"}, {"ring", "smoke_ring"}, {"wave", "dam_break"}};
+constexpr std::pair<std::string_view, std::string_view> kShortNames[] = {{"smoke", "smoke_plume"},
+                                                                         {"wind", "wind_moving_obstacle"},
+                                                                         {"ring", "smoke_ring"},
+                                                                         {"wave", "dam_break"},
+                                                                         {"dam", "dam_break"}};
 
 // The sides of a container as the file has them, in host units; the largest of several containers.
 struct Sides {

@@ -1,5 +1,7 @@
 #include "fluids/foam/FoamSprayBubbles.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <atomic>
 #include <new>
@@ -303,6 +305,13 @@ void FoamSprayBubbles::SeedByParticles(std::vector<DiffuseBirths>& pieces) {
     FoamRandom random = RandomOf(scene->seed, piece);
     seeding.Seed(rows, weights, random, pieces[static_cast<std::size_t>(piece)]);
   });
+  if (seeding.Candidates() > ParticleSeeding::kMostCandidates) {
+    scene->Fail(ErrorKind::Scene,
+                fmt::format("\"{}\": its rates ask for {} particles in one frame, at most {} are tried; lower "
+                            "\"crest_rate\" and \"trapped_air_rate\"",
+                            DisplayName(), seeding.Candidates(), ParticleSeeding::kMostCandidates));
+    pieces.clear();
+  }
   cells_.Clear();
 }
 

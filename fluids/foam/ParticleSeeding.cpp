@@ -1,5 +1,6 @@
 #include "fluids/foam/ParticleSeeding.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace orlix {
@@ -59,7 +60,10 @@ void ParticleSeeding::Seed(const ParticleRows& rows, const double* weights, Foam
     if (!((s_.crestRate * crest + s_.trappedAirRate) * most >= 1)) continue;
     const double air = s_.trappedAirRate > 0 ? s_.trappedAir.Of(TrappedAir(source.position, source.velocity)) : 0;
     const double count = (s_.crestRate * crest + s_.trappedAirRate * air) * energy * s_.frameTime;
-    if (count >= 1) Draw(source, static_cast<std::int64_t>(count), random, births);
+    if (!(count >= 1)) continue;
+    const auto candidates = static_cast<std::int64_t>(std::min(count, 1e12));
+    if (candidates_.fetch_add(candidates, std::memory_order_relaxed) + candidates > kMostCandidates) continue;
+    Draw(source, candidates, random, births);
   }
 }
 

@@ -9,6 +9,8 @@
 //
 // A candidate stands in a cylinder along the motion; how much liquid is about it makes it spray, foam or a bubble.
 
+#include <atomic>
+
 #include "fluids/foam/DiffuseBirth.h"
 #include "fluids/foam/FoamSurface.h"
 #include "fluids/particles/ParticleGroup.h"
@@ -49,6 +51,8 @@ class ParticleSeeding {
  public:
   // neighbours about a candidate: fewer than these are spray, fewer than these foam, more bubbles.
   static constexpr std::int32_t kSprayBelow = 6, kFoamBelow = 21;
+  // Candidates of all rows; beyond these none is drawn.
+  static constexpr std::int64_t kMostCandidates = 20000000;
 
   // sortedOnly: particles outside the liquid solver's lattice make nothing.
   ParticleSeeding(const FoamSettings& settings, const FoamSurface& surface, const ParticleList& liquid,
@@ -57,6 +61,9 @@ class ParticleSeeding {
 
   // Rows of one chunk; a weight of 0 leaves a row out.
   void Seed(const ParticleRows& rows, const double* weights, FoamRandom& random, DiffuseBirths& births) const;
+
+  // How many candidates the rates came to.
+  std::int64_t Candidates() const { return candidates_.load(); }
 
   // Sums of a particle, before they become potentials.
   double TrappedAir(const Vec3D& position, const Vec3D& velocity) const;
@@ -80,6 +87,7 @@ class ParticleSeeding {
   const ParticleList& list_;
   const LiquidCells& cells_;
   const bool sortedOnly_;
+  mutable std::atomic<std::int64_t> candidates_{0};
 };
 
 }  // namespace orlix

@@ -6,6 +6,7 @@
 
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/liquids/WaterSolver.h"
+#include "fluids/scene/EarlierNodes.h"
 
 namespace orlix {
 
@@ -16,19 +17,6 @@ constexpr double kLeastRadius = 0.25;  // cells: half the distance of eight in a
 constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that still close up
 constexpr int kStepsToEnter = 3;
 constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
-
-// Those that were made before, so that of two one tells.
-std::vector<const WaterSolver*> OtherLiquids(OrlixScene& scene, const WaterSolver& liquid) {
-  std::vector<const WaterSolver*> others;
-  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
-    const auto* other = dynamic_cast<const WaterSolver*>(&node);
-    if (!other || !other->IsEnabled()) return;
-    if (other->handler.hostObject()->creationNumber() < liquid.handler.hostObject()->creationNumber()) {
-      others.push_back(other);
-    }
-  });
-  return others;
-}
 
 }  // namespace
 
@@ -47,14 +35,14 @@ void WaterSolver::Advise() {
   if (object.typeId() == ViscousType().id && !keyed && !IsViscous()) {
     Warn("no-viscosity", "it has no viscosity and flows as water does; set \"viscosity\" or \"viscosity_preset\"");
   }
-  for (const WaterSolver* other : OtherLiquids(*scene, *this)) {
-    const auto shared = std::find_first_of(groups.begin(), groups.end(), other->groups.begin(), other->groups.end());
-    if (shared == groups.end()) continue;
+  ForEachEarlier(*this, [&](const WaterSolver& other) {
+    const auto shared = std::find_first_of(groups.begin(), groups.end(), other.groups.begin(), other.groups.end());
+    if (shared == groups.end()) return;
     Warn("shared-group",
          fmt::format("\"{}\" is carried by \"{}\", too, and both set its particles' velocities; list each one's own "
                      "groups under \"groups\"",
-                     (*shared)->DisplayName(), other->DisplayName()));
-  }
+                     (*shared)->DisplayName(), other.DisplayName()));
+  });
   for (const ParticleGroup* group : groups) {
     bool moved = false;
     scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {

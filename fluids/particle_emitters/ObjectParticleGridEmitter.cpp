@@ -1,5 +1,7 @@
 #include "fluids/particle_emitters/ObjectParticleGridEmitter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -12,6 +14,7 @@ namespace orlix {
 namespace {
 
 constexpr std::int32_t kPriority = 5, kAnySubType = 2000, kGasSolver = 37;
+constexpr std::size_t kLookAtEach = 64;
 constexpr std::int32_t kMostSubdivision = 5;  // 32768 places in a voxel
 
 VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
@@ -293,8 +296,37 @@ bool ObjectParticleGridEmitter::InContainers(const Vec3D& place) const {
                      [&](const ChannelBase_Vector* velocity) { return velocity->ContainsPoint(place); });
 }
 
+// Looks at some of the first particles that it makes.
+void ObjectParticleGridEmitter::TellOfObstacles() {
+  std::size_t all = 0;
+  std::vector<Vec3D> some;
+  for (const EmittedRun& run : runs_) {
+    for (const Vec3D& place : run.positions) {
+      if (all++ % kLookAtEach == 0) some.push_back(place);
+    }
+  }
+  if (some.empty() || std::exchange(lookedForObstacles_, true)) return;
+  std::vector<VolumeBase*> volumes;
+  scene->ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
+    if (auto* each = node.IsEnabled() ? dynamic_cast<iVolume*>(&node) : nullptr) each->AppendVolumes(volumes);
+  });
+  for (const VolumeBase* obstacle : volumes) {
+    if (!obstacle->IsObstacle()) continue;
+    const auto inside =
+        std::count_if(some.begin(), some.end(), [&](const Vec3D& p) { return obstacle->InsideWorld(p); });
+    if (2 * static_cast<std::size_t>(inside) <= some.size()) continue;
+    Warn("in-obstacle",
+         fmt::format("{:.0f}% of what it emits stands in the obstacle \"{}\", where nothing flows; move one "
+                     "of them, or let constraints keep the emitter out of it",
+                     100.0 * static_cast<double>(inside) / static_cast<double>(some.size()), obstacle->DisplayName()));
+  }
+}
+
 void ObjectParticleGridEmitter::Finish() {
-  if (IsActive()) handler_.Append(runs_);
+  if (IsActive()) {
+    TellOfObstacles();
+    handler_.Append(runs_);
+  }
   handler_.End(*this);
   layers_.clear(), runs_.clear(), targets_.clear(), members_.clear();
 }

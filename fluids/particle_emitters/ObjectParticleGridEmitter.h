@@ -64,6 +64,7 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
 
   LatticeFill FillOf(const VolumeBase& member) const;
   void FillLayer(const Layer& layer, EmittedRun& run, MersenneTwister& random, std::int32_t worker);
+  void TellOfObstacles();
   void CountHeld(Target& target) const;
   void FillVoxel(const Target& target, const VecInt3D& voxel, double d, std::span<const Vec3D> near, EmittedRun& run,
                  MersenneTwister& random, std::int32_t worker);
@@ -75,6 +76,8 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   bool fill_ = true;
   double innerBand_ = 1, outerBand_ = 0, deepLimit_ = 0, separation_ = 1;
   std::int32_t deepSubdivision_ = 1, shallowSubdivision_ = 1;
+
+  bool lookedForObstacles_ = false;
 
   std::vector<VolumeBase*> members_;
   std::vector<Target> targets_;

@@ -1,5 +1,7 @@
 #include "fluids/particle_operators/InstantOperator_Spawn.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -10,7 +12,8 @@ namespace orlix {
 
 namespace {
 
-constexpr int kMostChildren = 10000;  // of one contact
+constexpr int kMostChildren = 10000;            // of one contact
+constexpr std::int64_t kMostOfStep = 20000000;  // of all contacts
 
 // v turned about a unit axis (Rodrigues 1840); a zero axis turns nothing.
 Vec3D Turned(const Vec3D& v, const Vec3D& axis, double angle) {
@@ -119,8 +122,9 @@ void InstantOperator_Spawn::Apply(std::int32_t event, std::span<ParticleContact>
     const double wanted = random.Vary(count_) * weight;
     if (!(wanted >= 1)) continue;
     broods_[thread].context = context;
-    Burst(contact, context, static_cast<std::int32_t>(std::min(wanted, double(kMostChildren))), random,
-          broods_[thread].children);
+    const auto count = static_cast<std::int32_t>(std::min(wanted, double(kMostChildren)));
+    if (wanted_.fetch_add(count, std::memory_order_relaxed) + count > kMostOfStep) continue;
+    Burst(contact, context, count, random, broods_[thread].children);
   }
 }
 
@@ -156,6 +160,14 @@ void InstantOperator_Spawn::Burst(ParticleContact& contact, const InstantContext
 
 void InstantOperator_Spawn::End() {
   ConstrainedInstantOperator::End();
+  if (const std::int64_t wanted = wanted_.exchange(0); wanted > kMostOfStep) {
+    scene->Fail(
+        ErrorKind::Scene,
+        fmt::format("\"{}\": contacts of one sub-step would make {} particles, at most {} are made; lower \"count\"",
+                    DisplayName(), wanted, kMostOfStep));
+    for (Brood& brood : broods_) brood = {};
+    return;
+  }
   InstantContext context;
   std::vector<Child> children;
   for (Brood& brood : broods_) {

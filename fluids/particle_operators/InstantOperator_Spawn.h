@@ -4,6 +4,8 @@
 // A particle's children draw from a stream of its own (the scene's seed and the particle's number), so that the same
 // ones come at any number of workers. They join their list when the pass ends, in the order of their parents.
 
+#include <atomic>
+
 #include "fluids/particle_operators/InstantOperator.h"
 
 namespace orlix {
@@ -54,6 +56,7 @@ class InstantOperator_Spawn final : public ConstrainedInstantOperator {
     InstantContext context;
   };
   Brood broods_[WorkerPool::kMaxWorkers];
+  std::atomic<std::int64_t> wanted_{0};  // children of this sub-step
 };
 
 }  // namespace orlix

@@ -1,5 +1,6 @@
 #include "fluids/particle_operators/ParticleAdvection.h"
 
+#include "fluids/scene/EarlierNodes.h"
 #include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
@@ -124,14 +125,10 @@ void ParticleAdvection::Advise() {
          "no velocity carries its particles, so they stand still; add a dynamics object or set \"motion_source\" to "
          "\"ballistic\"");
   }
-  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
-    const auto* other = dynamic_cast<const ParticleAdvection*>(&node);
-    if (!other || !MovesTheSame(*other) ||
-        other->handler.hostObject()->creationNumber() >= handler.hostObject()->creationNumber()) {
-      return;
-    }
+  ForEachEarlier(*this, [&](const ParticleAdvection& other) {
+    if (!MovesTheSame(other)) return;
     Warn("moved-twice",
-         "\"" + other->DisplayName() +
+         "\"" + other.DisplayName() +
              "\" moves the same particles, so they go twice as far; take one out, or give them different "
              "constraints or durations");
   });

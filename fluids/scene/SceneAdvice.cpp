@@ -36,6 +36,14 @@ void AdviseRows(OrlixScene& scene, const BaseObject& object, const std::string& 
   });
 }
 
+void AdviseCoupled(OrlixScene& scene, const BaseObject& object) {
+  const auto isCouple = [](const auto& tag) { return tag->type().ShortName() == "c4d_couple"; };
+  const auto& tags = object.tags();
+  if (object.type().role == TypeRole::Object || std::none_of(tags.begin(), tags.end(), isCouple)) return;
+  scene.Warn(object.Path(), "couple-without-object",
+             "its Couple tag has no object to move, so nothing swims; put the tag on an object that has a shape");
+}
+
 // Creation numbers of all objects that some row of the document links to.
 std::set<std::uint64_t> LinkedObjects(const BaseDocument& document) {
   std::set<std::uint64_t> linked;
@@ -136,6 +144,7 @@ void AdviseObjects(OrlixScene& scene) {
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
+    AdviseCoupled(scene, object);
   });
   AdviseUnlinked(scene);
 }

@@ -5,7 +5,7 @@
 
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/level_sets/InsideCells.h"
-#include "fluids/scene/OrlixScene.h"
+#include "fluids/scene/EarlierNodes.h"
 
 namespace orlix {
 
@@ -122,6 +122,13 @@ bool VolumeMesh::StillBox(Vec3D& min, Vec3D& max) const {
 void VolumeMesh::Advise() {
   if (scene->IsPlayed(*this)) return;
   if (IsObstacle()) AdviseTags(*this);
+  ForEachEarlier(*this, [&](const VolumeMesh& other) {
+    if (!hostGeometry_ || other.HostGeometry() != hostGeometry_ || !(IsDynamicBody() || other.IsDynamicBody())) return;
+    if (!Body() || !other.Body()) return;
+    Warn("two-bodies", "\"" + other.DisplayName() +
+                           "\" makes a body of the same object, which goes where the last of them "
+                           "is; give each an object of its own, or take one's Obstacle tag out");
+  });
   if (!hostGeometry_) return Warn("no-geometry", "no object is linked, so it has no inside; link one with polygons");
   Vec3D min, max;
   if (!IsObstacle() || simulationInfo->time != 0 || !StillBox(min, max)) return;

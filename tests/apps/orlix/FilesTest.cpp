@@ -113,7 +113,7 @@ TEST_F(ConvertCaches, NamesAreAsAskedFor) {
   ASSERT_EQ(runner.Run({"convert", cache, vdb, "--names", "houdini", "--grids", "my smoke,,,,tint,"}).code, 0);
   EXPECT_EQ(NamesInVdb(),
             (std::vector<std::string>{"my_smoke", "temperature", "vel", "tint_x", "tint_y", "tint_z", "surface"}));
-  const ProgramOutcome few = runner.Run({"convert", cache, vdb, "--grids", "smoke"});
+  const ProgramOutcome few = runner.Run({"convert", cache, vdb, "--grids", "smoke", "--overwrite"});
   EXPECT_EQ(few.code, 2);
   EXPECT_NE(few.err.find("1 names for the 6 entries"), std::string::npos) << few.err;
   EXPECT_EQ(runner.Run({"convert", cache, vdb, "--names", "other"}).code, 2);
@@ -178,7 +178,10 @@ TEST(ConvertMeshes, ToGlbAndUsdAreDescribedAndProven) {
   ASSERT_EQ(runner.Run({"convert", obj, turned, "--scale", "2", "--up", "z"}).code, 0);
   ASSERT_EQ(runner.Run({"convert", turned, back}).code, 0);
   EXPECT_NE(test::ReadText(back).find("v 0 -2 6\n"), std::string::npos) << test::ReadText(back);
-  EXPECT_EQ(runner.Run({"convert", usda, back}).code, 0) << "USD comes back, too";
+  EXPECT_EQ(runner.Run({"convert", usda, back}).code, 5) << "it is there";
+  EXPECT_NE(test::ReadText(back).find("v 0 -2 6\n"), std::string::npos);
+  EXPECT_EQ(runner.Run({"convert", usda, back, "--overwrite"}).code, 0) << "USD comes back, too";
+  EXPECT_EQ(test::ReadText(back).find("v 0 -2 6\n"), std::string::npos);
   test::WriteText(glb, test::ReadText(glb).substr(0, 300));
   EXPECT_EQ(runner.Run({"info", glb}).code, 4);
 }

@@ -134,6 +134,9 @@ TEST(ParticleSeeding, CountsAreTheRatesTimesThePotentials) {
   EXPECT_EQ(spring.Seed().size(), 20u);
   drop.SetReal(PP::Curvature, 100);
   EXPECT_EQ(spring.Seed().size(), 40u) << "no more than full";
+  const double rate = std::exchange(spring.s.crestRate, 1e12);
+  EXPECT_EQ(spring.Seed().size(), 0u) << "beyond the most that are tried";
+  spring.s.crestRate = rate;
   drop.SetVector(PP::Normal, {0.55, 0.835, 0});
   EXPECT_EQ(spring.Seed().size(), 0u) << "it moves along the surface";
   spring.AddWater({0.05, 0, 0}, {0, 0, 0});

@@ -104,6 +104,16 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
          BaseObject& stone = *s.document.FindByPath("Scene/Stone");
          stone.FindTag(kObstacleTagId)->Set(ObstacleTag::kVelocitySpeedId, 5.0);
        }},
+      {"Twin", "two-bodies",
+       [](auto& s) {
+         s.AddObstacle("Stone", "sphere", s.Centre(), 0.3), s.AddObstacle("Twin", "sphere", s.Centre(), 0.3);
+         s.document.FindByPath("Scene/Twin")->Set(1003, s.LinkTo(s.Geometry("Stone")));
+         for (const char* name : {"Scene/Stone", "Scene/Twin"}) {
+           BaseObject& tag = *s.document.FindByPath(name)->FindTag(kObstacleTagId);
+           tag.Set(ObstacleTag::kDrivenId, false), tag.Set(ObstacleTag::kMassId, 5.0);
+         }
+       }},
+      {"Air", "couple-without-object", [](auto& s) { s.document.AddTag(*s.types.FindName("c4d_couple"), *s.fluid); }},
       {"Air", "row-not-read:obstacles", [](auto& s) { s.fluid->Set(1017, s.ListOf({s.emitter})); }},
       {"smoke", "row-not-read:constraints", [](auto& s) { s.smoke->Set(kConstraintsId, s.ListOf({s.emitter})); }},
   };
