@@ -56,7 +56,7 @@ void CorrectSmoothed(const AdvectionPass& pass, const Advected& quantity, GridVi
   const GridView<double>&result = quantity.result, &way = quantity.scratch.forward;
   const double strength = Strength(quantity);
   const VecInt3D n = result.dims;
-  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+  ForLayerShares({&pass, 1}, pool, [&](int begin, int end) {
     AdvectionRun run;
     double error[AdvectionRun::kCells], corrected[AdvectionRun::kCells];
     for (int k = begin; k < end; ++k) {
@@ -76,7 +76,7 @@ void CorrectSmoothed(const AdvectionPass& pass, const Advected& quantity, GridVi
       }
     }
   });
-  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+  ForLayerShares({&pass, 1}, pool, [&](int begin, int end) {
     for (int k = begin; k < end; ++k) {
       for (int j = 1; j < n.y - 1; ++j) {
         const RowSpan reached = pass.Reached(j, k);

@@ -4,6 +4,7 @@
 #include <immintrin.h>
 #endif
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cmath>
@@ -131,6 +132,28 @@ RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach,
     if (!span.IsEmpty()) span = {std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
   }
   return wide;
+}
+
+std::vector<int> LayerShares(std::span<const AdvectionPass> passes, int workers) {
+  constexpr std::int64_t kRowCost = 4;   // what a row costs beside its cells, in cells
+  std::vector<std::int64_t> upTo = {0};  // the cost of a layer and all below it
+  for (int k = 1;; ++k) {
+    std::int64_t cost = 0;
+    for (const AdvectionPass& pass : passes) {
+      for (int j = 1; k < pass.dims().z - 1 && j < pass.dims().y - 1; ++j) {
+        const RowSpan reached = pass.Reached(j, k);
+        cost += kRowCost + (reached.IsEmpty() ? 0 : reached.last - reached.first);
+      }
+    }
+    if (cost == 0) break;
+    upTo.push_back(upTo.back() + cost);
+  }
+  std::vector<int> ends = {1};
+  for (int share = 1; share <= workers; ++share) {
+    const auto last = std::ranges::lower_bound(upTo, upTo.back() * share / workers);
+    ends.push_back(std::max(ends.back(), static_cast<int>(last - upTo.begin()) + 1));
+  }
+  return ends;
 }
 
 // Each stage of an integrator is a mean of velocities, so that no point moves further than the top speed takes it.

@@ -92,6 +92,20 @@ VecInt3D FurthestReach(const AdvectionField& field, AdvectionSampling sampling, 
 // The interior cells that have one of the rows' cells within reach. n: cells of the grid.
 RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach, WorkerPool& pool);
 
+// Shares of the interior layers, [ends[w], ends[w + 1]) for worker w: each has about as many reached cells, as smoke
+// mostly fills some of the layers.
+std::vector<int> LayerShares(std::span<const AdvectionPass> passes, int workers);
+
+// Calls work(layerBegin, layerEnd) for each share.
+template <class F>
+void ForLayerShares(std::span<const AdvectionPass> passes, WorkerPool& pool, F&& work) {
+  const std::vector<int> ends = LayerShares(passes, pool.count());
+  pool.Run(static_cast<int>(ends.size()) - 1, [&](int worker) {
+    const auto share = static_cast<std::size_t>(worker);
+    if (ends[share] < ends[share + 1]) work(ends[share], ends[share + 1]);
+  });
+}
+
 // All interior cells.
 inline RowSpans WholeRows(const VecInt3D& n) {
   return RowSpans(static_cast<std::size_t>(n.y) * static_cast<std::size_t>(n.z), {1, n.x - 1});
@@ -136,7 +150,7 @@ void ForEachRun(std::span<const AdvectionPass> passes, const TouchedGrids& touch
   VecInt3D n;
   for (const AdvectionPass& pass : passes) n = Max(n, pass.dims());
   const int count = static_cast<int>(passes.size());
-  ParallelRange(pool, 1, n.z - 1, [&](int begin, int end, int) {
+  ForLayerShares(passes, pool, [&](int begin, int end) {
     AdvectionRun run;
     std::vector<RowSpan> rest(passes.size());  // of the row
     // A tile of rows through all layers: what the layers below and above read again is still near.
