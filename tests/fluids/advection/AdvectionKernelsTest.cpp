@@ -84,5 +84,26 @@ INSTANTIATE_TEST_SUITE_P(All, FastAdvection,
                          testing::Combine(testing::Range(0, 4), testing::Range(0, 3),
                                           testing::Range(0, static_cast<int>(std::size(kCases)))));
 
+TEST(AdvectionPass, WorkersGetAllLayersAndAboutAsManyReachedCells) {
+  const VecInt3D n(20, 18, 40);
+  test::AdvectionBench bench(n, [](const Vec3D&) { return Vec3D(); });
+  const auto grid = test::MakeGrid(n, kGridSmoke, bench.h);
+  const AdvectionSource source = bench.Source(*grid, AdvectionSampling::Trilinear);
+  const auto cellsOf = [&](int k) { return k >= 5 && k < 13 ? 18 : 0; };
+  RowSpans reached;
+  for (int row = 0; row < n.y * n.z; ++row) reached.push_back({1, 1 + cellsOf(row / n.y)});
+  const AdvectionPass pass(bench.field, source, reached);
+  for (const int workers : {1, 2, 3, 64}) {
+    const std::vector<int> ends = LayerShares({&pass, 1}, workers);
+    ASSERT_EQ(ends.size(), static_cast<std::size_t>(workers) + 1);
+    EXPECT_TRUE(ends.front() == 1 && ends.back() == n.z - 1 && std::ranges::is_sorted(ends)) << workers;
+    for (int w = 0; w < workers; ++w) {
+      int cells = 0;
+      for (int k = ends[w]; k < ends[w + 1]; ++k) cells += cellsOf(k);
+      EXPECT_LE(cells, 8 * 18 / workers + 2 * 18) << "share " << w << " of " << workers;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace orlix
