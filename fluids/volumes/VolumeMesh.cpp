@@ -1,10 +1,13 @@
 #include "fluids/volumes/VolumeMesh.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
 
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/level_sets/InsideCells.h"
+#include "fluids/meshes/MeshHoles.h"
 #include "fluids/scene/EarlierNodes.h"
 
 namespace orlix {
@@ -45,6 +48,23 @@ void AdviseTags(const VolumeMesh& volume) {
   }
   if (tag.GetBool(ObstacleTag::kReplayId) && tag.GetInt(ObstacleTag::kRecordId) == 0) {
     volume.Warn("nothing-recorded", "there is no motion to replay, so it follows its object; set \"record_motion\"");
+  }
+}
+
+void AdviseHoles(const VolumeMesh& volume) {
+  const MeshHoles holes = FindHoles(volume.Mesh());
+  const std::string name = "\"" + volume.HostGeometry()->Path() + "\"";
+  if (holes.openEdges > 0) {
+    volume.Warn("hole",
+                fmt::format("{} edges of {} have no face on one of their sides: rows of cells through such a hole "
+                            "take what is outside for inside; close it",
+                            holes.openEdges, name));
+  }
+  if (holes.doubled > 0) {
+    volume.Warn("doubled-faces",
+                fmt::format("{} of {} triangles of {} are there twice, which is as if they weren't there; "
+                            "take one of each out",
+                            holes.doubled, volume.Mesh().TriangleCount(), name));
   }
 }
 
@@ -250,6 +270,7 @@ void VolumeMesh::Prepare(iBase*) {
     SetFlag(NodeActive, false);
     return;
   }
+  if (!HasLevelSet() && !IsObstacle()) AdviseHoles(*this);
   if (change == GeometryChange::Moved && !before.empty()) WarnOfDeforming(before, matrixBefore);
   const VoxeliserSettings wanted = WantedSettings();
   const bool sameShape = HasLevelSet() && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);

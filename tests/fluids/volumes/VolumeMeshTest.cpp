@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/grids/GridMemory.h"
+#include "fluids/meshes/MeshHoles.h"
 #include "host/geometry/GeometryTypes.h"
 #include "tests/support/TestScene.h"
 
@@ -300,6 +301,33 @@ TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->kind, ErrorKind::Memory);
     EXPECT_NE(failure->text.find(c.unit), std::string::npos) << failure->text;
+  }
+}
+
+// A tetrahedron: with and without points of their own for each triangle, one triangle less, and one more often.
+TEST(MeshHoles, AreOddEdgesAndTrianglesThatCancelOut) {
+  const VecInt3D faces[] = {{0, 1, 2}, {0, 3, 1}, {1, 3, 2}, {2, 3, 0}};
+  const Vec3D corners[] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  const struct {
+    std::vector<int> faces;
+    int open, doubled;
+  } cases[] = {{{0, 1, 2, 3}, 0, 0},
+               {{0, 1, 2}, 3, 0},
+               {{0, 1}, 4, 0},
+               {{0, 1, 2, 3, 0, 1, 2, 3}, 0, 8},
+               {{0, 1, 2, 3, 2}, 3, 2}};
+  for (const bool soup : {false, true}) {
+    for (const auto& c : cases) {
+      TriMeshSTL mesh;
+      if (!soup) mesh.Points().assign(std::begin(corners), std::end(corners));
+      for (const int face : c.faces) {
+        const auto base = static_cast<std::int32_t>(mesh.Points().size());
+        mesh.Triangles().push_back(soup ? VecInt3D(base, base + 1, base + 2) : faces[face]);
+        for (int n = 0; soup && n < 3; ++n) mesh.Points().push_back(corners[faces[face][n]]);
+      }
+      EXPECT_EQ(FindHoles(mesh).openEdges, c.open) << c.faces.size();
+      EXPECT_EQ(FindHoles(mesh).doubled, c.doubled) << c.faces.size();
+    }
   }
 }
 
