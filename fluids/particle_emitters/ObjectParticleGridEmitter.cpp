@@ -196,11 +196,17 @@ void ObjectParticleGridEmitter::Setup() {
     CountHeld(target);
   }
   for (const Target& target : targets_) {
+    if (target.share == 0) continue;  // full
     const VecInt3D end = CellsEnd(*target.volume);
     for (std::int32_t k = 1; k < end.z; ++k) layers_.push_back({&target, k});
   }
   runs_.resize(layers_.size());
   scratch_.resize(WorkerPool::kMaxWorkers);
+}
+
+// Particles of a voxel at this distance.
+std::int32_t ObjectParticleGridEmitter::Most(const LatticeFill& fill, double d) const {
+  return (limitedBySolvers_ ? fill.Filled(d) : fill.Looked(d)).count;
 }
 
 void ObjectParticleGridEmitter::CountHeld(Target& target) const {
@@ -254,11 +260,15 @@ void ObjectParticleGridEmitter::FillLayer(const Layer& layer, EmittedRun& run, M
   const auto distance = [&](std::int32_t i) { return scratch.distances[static_cast<std::size_t>(i)]; };
   for (std::int32_t j = 1; j < end.y; ++j) {
     CentreDistances(nodes, 1, end.x, j, layer.k, scratch.distances.data());
-    scratch.near.Find(*layer.target->lines, nodes.space, end.x, j, layer.k, fill.Widest(), [&](std::int32_t i) {
-      return fill.Reaches(distance(i)) ? fill.Looked(distance(i)).minimumDistance : 0;
-    });
+    const std::int32_t* held =
+        layer.target->held.empty() ? nullptr : layer.target->held.data() + nodes.Index(0, j, layer.k);
+    const auto lacksSome = [&](std::int32_t i) {
+      return fill.Reaches(distance(i)) && (!held || held[i] < Most(fill, distance(i)));
+    };
+    scratch.near.Find(*layer.target->lines, nodes.space, end.x, j, layer.k, fill.Widest(),
+                      [&](std::int32_t i) { return lacksSome(i) ? fill.Looked(distance(i)).minimumDistance : 0; });
     for (std::int32_t i = 1; i < end.x; ++i) {
-      if (!fill.Reaches(distance(i))) continue;
+      if (!lacksSome(i)) continue;
       FillVoxel(*layer.target, {i, j, layer.k}, distance(i), scratch.near.Of(i), run, random, worker);
     }
   }
@@ -271,11 +281,11 @@ void ObjectParticleGridEmitter::FillVoxel(const Target& target, const VecInt3D& 
   const ScalarGrid& nodes = *target.volume->LevelSet();
   const Vec3D corner = nodes.space.SimOfVoxel(Vec3D(voxel.x, voxel.y, voxel.z));
   const Vec3D centre = corner + Vec3D(fill.cellSize * 0.5);
-  std::int64_t lack = (limitedBySolvers_ ? fill.Filled(d) : fill.Looked(d)).count;
+  std::int64_t lack = Most(fill, d);
   if (!target.held.empty()) {
-    lack -= target.held[nodes.Index(voxel.x, voxel.y, voxel.z)];
     // Beside the band stands what was emitted in it.
-    if (lack < 1 || fill.ShareInBand(d) == 0) return;
+    if (fill.ShareInBand(d) == 0) return;
+    lack -= target.held[nodes.Index(voxel.x, voxel.y, voxel.z)];
   }
   if (limitedBySolvers_ && !InContainers(centre)) return;
   const auto weighed = [&](const Vec3D& place) {

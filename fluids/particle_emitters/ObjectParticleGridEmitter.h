@@ -65,6 +65,7 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   LatticeFill FillOf(const VolumeBase& member) const;
   void FillLayer(const Layer& layer, EmittedRun& run, MersenneTwister& random, std::int32_t worker);
   void TellOfObstacles();
+  std::int32_t Most(const LatticeFill& fill, double d) const;
   void CountHeld(Target& target) const;
   void FillVoxel(const Target& target, const VecInt3D& voxel, double d, std::span<const Vec3D> near, EmittedRun& run,
                  MersenneTwister& random, std::int32_t worker);
