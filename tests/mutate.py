@@ -137,7 +137,7 @@ def prepare(mutations, joined):
     programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
     configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                      f"-DORLIX_JOIN={'ON' if joined else 'OFF'}")
-    built = build(*[f"test_{p}" for p in programs]) if configured.returncode == 0 else configured
+    built = build(*[f"test_{p}" for p in programs], "orlix") if configured.returncode == 0 else configured
     tested = test("-R", f"^({'|'.join(programs)})$") if built.returncode == 0 else built
     if tested.returncode != 0:
         print(tested.stdout[-4000:])
@@ -161,7 +161,7 @@ def try_mutation(m, own_alone):
     try:
         own = own_program(file)
         if own:
-            built = build(f"test_{own}")
+            built = build(f"test_{own}", *(["orlix"] if own.startswith(("run", "apps")) else []))
             tested = test("-R", f"^{own}$") if built.returncode == 0 else built
         if own and own_alone and tested.returncode == 0:
             return None

@@ -23,6 +23,7 @@
 #include "tests/run/WaterScene.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Folders.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/SmallDisk.h"
 
 namespace orlix {
@@ -160,7 +161,7 @@ void KillAndResume(Plume& plume, int lastFrame, int kills) {
 }
 TEST(Resume, AKilledRunGoesOnWithTheSameBits) {
   Plume plume({.cells = 12, .lastFrame = 12});
-  KillAndResume(plume, 12, 20);
+  KillAndResume(plume, 12, test::kSanitized ? 5 : 20);
 }
 TEST(ResumeSlow, AKilledRunGoesOnWithTheSameBits) {
   Plume plume({.cells = 16, .lastFrame = 40});
@@ -195,8 +196,9 @@ std::string EverythingScene(int lastFrame) {
 }
 
 TEST(Resume, AKilledRunThatWritesEverythingGoesOnWithTheSameBits) {
-  Plume water(EverythingScene(6).c_str());
-  KillAndResume(water, 6, 4);
+  const int lastFrame = test::kSanitized ? 3 : 6;
+  Plume water(EverythingScene(lastFrame).c_str());
+  KillAndResume(water, lastFrame, test::kSanitized ? 1 : 4);
 }
 TEST(ResumeSlow, AKilledRunThatWritesEverythingGoesOnWithTheSameBits) {
   Plume water(EverythingScene(12).c_str());

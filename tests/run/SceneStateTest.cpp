@@ -13,6 +13,7 @@
 #include "run/Checkpoint.h"
 #include "tests/support/GasScene.h"
 #include "tests/support/RepairHyperFile.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -150,9 +151,9 @@ TEST(SceneState, ABusySceneGoesOnAsIfNothingHadHappened) {
 
 // The scenes that a user would start from, with cells four times as large.
 void TryShippedScenes(const std::vector<int>& checkpointFrames, int more) {
-  int scenes = 0;
+  int scenes = 0, seen = 0;
   for (const auto& entry : fs::recursive_directory_iterator(SourceFolder() + "/scenes")) {
-    if (entry.path().extension() != ".json") continue;
+    if (entry.path().extension() != ".json" || (test::kSanitized && seen++ % 3 != 0)) continue;
     SCOPED_TRACE(entry.path().string());
     ExpectSameAfterRestore(entry.path().string(), checkpointFrames, more, 4);
     scenes++;

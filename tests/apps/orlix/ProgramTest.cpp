@@ -10,6 +10,7 @@
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
 #include "tests/support/Folders.h"
+#include "tests/support/Sanitized.h"
 
 namespace orlix {
 namespace {
@@ -23,12 +24,6 @@ constexpr const char* kScene = R"({
   "objects": [ { "type": "scene", "name": "Plume", "voxel_size": 0.1, "children": [
     { "type": "channel_scalar", "name": "smoke" } ] } ]
 })";
-
-#ifdef ORLIX_SANITIZED
-constexpr bool kMeasures = false;  // the sanitizers' own memory and time
-#else
-constexpr bool kMeasures = true;
-#endif
 
 std::vector<nlohmann::json> Lines(const std::string& text) {
   std::vector<nlohmann::json> lines;
@@ -57,7 +52,7 @@ TEST(Program, MistakesOfASceneEndWithThreeQuickly) {
     EXPECT_EQ(outcome.code, 3) << name << "\n" << outcome.err;
     EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err.substr(0, 500);
     EXPECT_EQ(outcome.out, "");
-    if (!kMeasures) continue;
+    if (test::kSanitized) continue;  // their own memory and time
     EXPECT_LT(outcome.seconds, 1) << name;
     EXPECT_LT(outcome.peakKilobytes, 200 << 10) << name;
   }

@@ -191,7 +191,9 @@ TEST(Grid_CellEmitter, VisitsEachInnerCellOnceForEachOperator) {
   for (const int workers : {1, 3}) {
     CellScene scene(workers);
     const ScalarGrid& grid = scene.Visited();
-    EXPECT_GT(test::ForInner(grid.dims, [&](int i, int j, int k) { EXPECT_EQ(grid(i, j, k), 2); }), 1000);
+    int others = 0;
+    EXPECT_GT(test::ForInner(grid.dims, [&](int i, int j, int k) { others += grid(i, j, k) != 2; }), 1000);
+    EXPECT_EQ(others, 0);
     // None on the border.
     EXPECT_EQ(test::SumOf(grid), 2.0 * CellCount(grid.dims - VecInt3D(2, 2, 2)));
   }

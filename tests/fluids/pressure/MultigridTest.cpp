@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "tests/fluids/pressure/SolveProblem.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/Workers.h"
 
 namespace orlix::test {
@@ -73,14 +74,15 @@ void ExpectFewIterations(int size) {
   }
 }
 
-TEST(Multigrid, NeedsFewIterations) { ExpectFewIterations(64); }
+TEST(Multigrid, NeedsFewIterations) { ExpectFewIterations(test::kSanitized ? 32 : 64); }
 TEST(MultigridSlow, NeedsFewIterationsOnFineGrids) {
   ExpectFewIterations(128);
   ExpectFewIterations(192);
 }
 
 TEST(Multigrid, ReachesEveryToleranceOfTheTable) {
-  const PressureProblem problem = Make(kCases[6], {48, 48, 48});
+  const int size = test::kSanitized ? 24 : 48;
+  const PressureProblem problem = Make(kCases[6], {size, size, size});
   for (double tolerance = 1e-2; tolerance > 0.5e-13; tolerance /= 10) {
     const Solution s = SolveByMultigrid(problem, problem.RightSide(), tolerance);
     EXPECT_TRUE(s.outcome.converged) << tolerance;
