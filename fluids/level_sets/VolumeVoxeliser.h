@@ -4,11 +4,9 @@
 //   0  exact band   around each triangle, as far as its box and a few nodes more, the distance is exact; each row of
 //                   nodes along x counts where the mesh crosses it
 //   1  guess        the sweeps on every fourth node in each axis tell the others where to begin, and which way the
-//   surface
-//                   lies
+//                   surface lies
 //   2  sweeps       eight passes hand the closest triangle from node to node; each gives an exact distance again. A
-//   pass
-//                   visits the nodes from whose surface it comes: one or two of the eight do at most nodes
+//                   pass visits the nodes from whose surface it comes: one or two of the eight do at most nodes
 //   3  sign         a node is inside after an odd number of crossings
 //   4  shell        hollows the solid out
 //
