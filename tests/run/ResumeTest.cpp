@@ -8,6 +8,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -233,11 +234,12 @@ TEST(Resume, AFirstFrameIsNoPlaceToGoOnFrom) {
 // The rain, with files of its particles in place of pictures.
 std::string SmallRain() {
   std::string text = test::ReadText(fs::path(SourceFolder()) / "scenes/rain.json");
-  for (const auto& [from, to] : {std::pair("[0, 72]", "[0, 19]"), std::pair("\"count\": 14000", "\"count\": 1500"),
-                                 std::pair("\"pictures\"", "\"particles\"")}) {
-    const std::size_t at = text.find(from);
-    if (at == std::string::npos) throw std::runtime_error(std::string("the rain has no ") + from);
-    text.replace(at, std::strlen(from), to);
+  for (const auto& [from, to] : {std::pair(R"("frames": \[[^\]]*\])", R"("frames": [0, 19])"),
+                                 std::pair(R"("Drops", "count": \d+)", R"("Drops", "count": 1500)"),
+                                 std::pair(R"("pictures")", R"("particles")")}) {
+    const std::regex row(from);
+    if (!std::regex_search(text, row)) throw std::runtime_error(std::string("the rain has no ") + from);
+    text = std::regex_replace(text, row, to, std::regex_constants::format_first_only);
   }
   return text;
 }
