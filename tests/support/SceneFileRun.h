@@ -34,7 +34,8 @@ class SceneFileRun {
 
   void StepThrough(int first, int last) {
     for (int frame = first; frame <= last; ++frame) {
-      if (!document->SetTime(BaseTime::OfFrame(frame, document->fps)).ok()) throw std::runtime_error("no such time");
+      const Status reached = document->SetTime(BaseTime::OfFrame(frame, document->fps));
+      if (!reached.ok()) throw std::runtime_error(reached.error().text);
       hook.Execute(*document, &thread, false);
       if (scene().failure()) throw std::runtime_error(scene().failure()->text);
     }
@@ -65,7 +66,7 @@ class SceneFileRun {
   std::vector<std::string> warnings;
 };
 
-// The text of a scene file of the project with parts of it replaced.
+// The text of a scene file of the project with parts of it replaced. It may stand in another folder.
 inline std::string SceneTextWith(const std::string& path,
                                  const std::vector<std::pair<std::string, std::string>>& changes) {
   std::string text = ReadText(std::filesystem::path(SourceFolder()) / path);
@@ -73,6 +74,11 @@ inline std::string SceneTextWith(const std::string& path,
     const std::size_t at = text.find(from);
     if (at == std::string::npos) throw std::runtime_error(path + " has no " + from);
     text.replace(at, from.size(), to);
+  }
+  const std::string file = "\"file\": \"",
+                    folder = (std::filesystem::path(SourceFolder()) / path).parent_path().string();
+  for (std::size_t at = 0; (at = text.find(file, at)) != std::string::npos; at += file.size()) {
+    if (text[at + file.size()] != '/') text.insert(at + file.size(), folder + "/");
   }
   return text;
 }
