@@ -308,14 +308,13 @@ bool ObjectParticleGridEmitter::InContainers(const Vec3D& place) const {
 
 // Looks at some of the first particles that it makes.
 void ObjectParticleGridEmitter::TellOfObstacles() {
-  std::size_t all = 0;
+  if (lookedForObstacles_) return;
   std::vector<Vec3D> some;
   for (const EmittedRun& run : runs_) {
-    for (const Vec3D& place : run.positions) {
-      if (all++ % kLookAtEach == 0) some.push_back(place);
-    }
+    for (std::size_t n = 0; n < run.positions.size(); n += kLookAtEach) some.push_back(run.positions[n]);
   }
-  if (some.empty() || std::exchange(lookedForObstacles_, true)) return;
+  if (some.empty()) return;
+  lookedForObstacles_ = true;
   std::vector<VolumeBase*> volumes;
   scene->ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](iBase& node) {
     if (auto* each = node.IsEnabled() ? dynamic_cast<iVolume*>(&node) : nullptr) each->AppendVolumes(volumes);
