@@ -41,7 +41,8 @@ std::vector<std::int32_t> Joined(const std::vector<Vec3D>& points) {
 
 MeshHoles FindHoles(const TriMeshSTL& mesh) {
   const std::vector<std::int32_t> joined = Joined(mesh.Points());
-  std::vector<std::array<std::int32_t, 2>> edges;
+  std::vector<std::uint64_t> edges;  // both points' numbers
+  edges.reserve(3 * mesh.Triangles().size());
   std::vector<std::array<std::int32_t, 3>> faces;
   for (const VecInt3D& triangle : mesh.Triangles()) {
     std::array<std::int32_t, 3> face;
@@ -49,7 +50,10 @@ MeshHoles FindHoles(const TriMeshSTL& mesh) {
     std::sort(face.begin(), face.end());
     if (face[0] == face[1] || face[1] == face[2]) continue;  // without area
     faces.push_back(face);
-    edges.insert(edges.end(), {{face[0], face[1]}, {face[1], face[2]}, {face[0], face[2]}});
+    const auto edge = [&](std::size_t a, std::size_t b) {
+      return static_cast<std::uint64_t>(face[a]) << 32 | static_cast<std::uint32_t>(face[b]);
+    };
+    edges.insert(edges.end(), {edge(0, 1), edge(1, 2), edge(0, 2)});
   }
   MeshHoles holes;
   ForEachRun(edges, [&](std::int64_t times) { holes.openEdges += times % 2; });
