@@ -89,7 +89,7 @@ void Grid_Incompressibility::ClearState(bool deactivate) {
 
 // --- a projection ----------------------------------------------------------------------------------------------------
 
-void Grid_Incompressibility::Project() {
+void Grid_Incompressibility::Project(bool again) {
   SetFlag(NodeActive, GatherInput());
   if (!IsActive()) return;
   for (ScratchPool::Lease<double>* vector : {&rhs_, &pressure_}) {
@@ -97,7 +97,7 @@ void Grid_Incompressibility::Project() {
     (*vector)->Fill(0, &scene->pool());
   }
   bodiesMove_ = std::any_of(bodies.begin(), bodies.end(), [](const VolumeBase* v) { return IsMoving(*v); });
-  if (IsJoint()) BuildCoupling();
+  if (IsJoint()) BuildCoupling(again);
   AddBodyDivergence();
   AssembleSystem();
   if (!coupled_.empty()) system_.bodies = &coupling_, system_.dt = simulationInfo->substepDuration;
@@ -153,7 +153,7 @@ bool Grid_Incompressibility::HasDynamicBody() const {
                      [](const VolumeBase* v) { return v->IsEnabled() && v->IsDynamicBody() && v->Body()->HasBody(); });
 }
 
-void Grid_Incompressibility::BuildCoupling() {
+void Grid_Incompressibility::BuildCoupling(bool again) {
   const double dt = simulationInfo->substepDuration;
   std::vector<CoupledBody> taken;
   for (VolumeBase* volume : bodies) {
@@ -179,7 +179,7 @@ void Grid_Incompressibility::BuildCoupling() {
                   solid ? GridView<const double>(*solid) : GridView<const double>(),
                   surface ? GridView<const double>(*surface) : GridView<const double>(), scene->pool());
   bodiesMove_ = !coupled_.empty();
-  for (std::size_t n = 0; n < coupled_.size(); ++n) TakeWeight(n, surface != nullptr);
+  for (std::size_t n = 0; n < coupled_.size() && !again; ++n) TakeWeight(n, surface != nullptr);
 }
 
 // A body in a fluid gets its weight of this sub-step where the fluid has its own: before the pressure, which answers

@@ -54,8 +54,9 @@ class Grid_Incompressibility : public iObject {
   void ReleaseLinks() override;
   void ResetSimulation() override;
   void ClearState(bool deactivate) override;
-  // One projection. Does nothing, and isn't active, without a solver, its velocity or its fractions.
-  void Project();
+  // One projection. Does nothing, and isn't active, without a solver, its velocity or its fractions. Another one of the
+  // same sub-step is told so: bodies have had their weight.
+  void Project(bool again = false);
 
   // Bytes that a projection borrows on a grid of these dims.
   double ScratchBytes(const VecInt3D& dims) const;
@@ -104,7 +105,7 @@ class Grid_Incompressibility : public iObject {
  private:
   bool HasDynamicBody() const;
   bool IsJoint() const { return couplingMode == BodyCouplingMode::Joint && HasDynamicBody(); }
-  void BuildCoupling();
+  void BuildCoupling(bool again);
   void GatherSplitForces();
   void TakeWeight(std::size_t body, bool inLiquid);
   PressureSolver& Solver();

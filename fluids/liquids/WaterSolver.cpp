@@ -295,15 +295,28 @@ void WaterSolver::AddVolumeCorrection() {
   AddVolumeSource(steady, sort, *levelset.grid, open, scene->scratch(), *source, scene->pool());
 }
 
+// Viscosity takes a velocity that the pressure has been through, and the pressure what viscosity left (Batty and
+// Bridson 2008): of the bare fall of a sub-step walls that hold the liquid would make a shear, which no pressure
+// answers, and a pool would never rest.
+void WaterSolver::SolveViscosity() {
+  if (!IsViscous()) return;
+  ProjectOnce(false);
+  FluidSolver::SolveViscosity();
+}
+
 void WaterSolver::Project() {
   AddVolumeCorrection();
+  ProjectOnce(IsViscous());
+  divergenceSource.ResetSimulation();
+}
+
+void WaterSolver::ProjectOnce(bool again) {
   constraint.Apply();
   ApplyContainerBoundary(1.0f);
-  projection->Project();
+  projection->Project(again);
   ExtrapolateVelocity();
   constraint.Apply();
   ApplyContainerBoundary(1.0f);
-  divergenceSource.ResetSimulation();
 }
 
 }  // namespace orlix

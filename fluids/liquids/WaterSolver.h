@@ -39,6 +39,7 @@ class WaterSolver final : public FluidSolver {
   MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void AddToReport(SubstepReport& report) override;
 
+  void SolveViscosity() override;
   void Project() override;
   const ScalarGrid* GetSurfaceGrid() const override { return levelset.grid.get(); }
   const ScalarGrid* GetSurfaceGridPrevious() const override { return levelset.grid.get(); }
@@ -72,6 +73,7 @@ class WaterSolver final : public FluidSolver {
   void ParticlesToGrid();
   void GridToParticles(double ratio);
   void AddVolumeCorrection();
+  void ProjectOnce(bool again);
 
   std::uint64_t surfaceRevision_ = 0;
   // For what is told.
