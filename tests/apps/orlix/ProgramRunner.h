@@ -11,6 +11,8 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 #ifdef __SANITIZE_ADDRESS__
@@ -28,6 +30,12 @@ struct ProgramOutcome {
   double seconds = 0;
   long peakKilobytes = 0;
 };
+
+// Arguments without spaces of their own.
+inline std::vector<std::string> Words(const std::string& line) {
+  std::istringstream in(line);
+  return {std::istream_iterator<std::string>(in), {}};
+}
 
 class ProgramRunner {
  public:

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
-
 #include <nlohmann/json.hpp>
+
+#include <iterator>
 #include <sstream>
 
+#include "apps/orlix/CommandLine.h"
+#include "apps/orlix/Recipes.h"
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
 #include "tests/support/Folders.h"
@@ -131,11 +134,9 @@ TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
   ProgramRunner runner;
   const std::string scene = SourceFolder() + "/scenes/smoke_plume.json";
   const auto run = [&](std::vector<std::string> more) {
-    std::vector<std::string> arguments = {"run",      scene,
-                                          "--memory", "10M",
-                                          "--out",    runner.folder.path().string(),
-                                          "--set",    "Plume.voxel_size=0.0625",
-                                          "--set",    "Air.container=[200, 400, 200]"};
+    std::vector<std::string> arguments =
+        test::Words("run --memory 10M --set Plume.voxel_size=0.0625 --set Air.container=[200,400,200] --out " +
+                    runner.folder.path().string() + " " + scene);
     arguments.insert(arguments.end(), more.begin(), more.end());
     return runner.Run(arguments);
   };
@@ -224,6 +225,114 @@ TEST(Program, ProgressDrawsOverItselfOnATerminal) {
   EXPECT_EQ(shown.find("\x1b[3"), std::string::npos) << "a colour in spite of NO_COLOR";
   ::close(slave);
   ::close(master);
+}
+
+// What users read and start from: commands of the pages, recipes.
+
+namespace fs = std::filesystem;
+using test::ProgramOutcome;
+using test::ProgramRunner;
+
+struct Told {
+  fs::path page;
+  std::vector<std::string> words;  // after "orlix"
+};
+
+// Up to a comment; what is quoted is one word or a part of one.
+std::vector<std::string> ShellWords(const std::string& line) {
+  std::vector<std::string> words;
+  char quote = 0;
+  bool open = false;
+  for (const char c : line) {
+    if (!open && c == '#') break;
+    if (quote ? c == quote : c == '"' || c == '\'') {
+      quote = quote ? 0 : c;
+    } else if (!quote && (c == ' ' || c == '\t')) {
+      open = false;
+      continue;
+    } else {
+      if (!open) words.emplace_back();
+      words.back() += c;
+      open = true;
+    }
+  }
+  return words;
+}
+
+// Lines of code blocks, and of the comments that scenes begin with, that call the program.
+std::vector<Told> CommandsOfPages() {
+  std::vector<fs::path> pages = {SourceFolder() + "/README.md"};
+  for (const char* folder : {"/docs", "/scenes"}) {
+    for (const auto& entry : fs::directory_iterator(SourceFolder() + folder)) {
+      if (entry.path().extension() == ".md" || entry.path().extension() == ".json") pages.push_back(entry.path());
+    }
+  }
+  std::vector<Told> told;
+  for (const fs::path& page : pages) {
+    std::istringstream text(test::ReadText(page));
+    bool fenced = false;
+    for (std::string line; std::getline(text, line);) {
+      if (line.starts_with("```")) fenced = !fenced;
+      if (!fenced && !line.starts_with("    ") && !line.starts_with("//   ")) continue;
+      std::vector<std::string> words = ShellWords(line);
+      while (!words.empty() && (words[0] == "//" || words[0] == "$")) words.erase(words.begin());
+      if (words.size() < 2 || !(words[0] == "orlix" || words[0].ends_with("/bin/orlix"))) continue;
+      words.erase(words.begin());
+      if (words[0] == "-" || std::islower(static_cast<unsigned char>(words[0][0])) || words[0].starts_with("--")) {
+        told.push_back({page, words});
+      }
+    }
+  }
+  return told;
+}
+
+TEST(Documents, CommandsAreOnesThatTheProgramTakes) {
+  const std::vector<Told> told = CommandsOfPages();
+  EXPECT_GT(told.size(), 60u);
+  ProgramRunner runner;
+  for (const Told& command : told) {
+    std::vector<const char*> arguments = {"orlix"};
+    std::string line;
+    for (const std::string& word : command.words) arguments.push_back(word.c_str()), line += " " + word;
+    int code = 0;
+    EXPECT_TRUE(ReadCommandLine(static_cast<int>(arguments.size()), arguments.data(), code) || code == 0)
+        << command.page << ":" << line;
+
+    std::vector<std::string> check = {"validate"};
+    for (std::size_t i = 0; i < command.words.size(); ++i) {
+      if (command.words[i].starts_with("scenes/")) check.push_back(SourceFolder() + "/" + command.words[i]);
+      // The tutorial's own scenes begin as this one.
+      if (command.words[i].starts_with("shot/") && i == 1) check.push_back(SourceFolder() + "/scenes/smoke_plume.json");
+      if (command.words[i] == "--set") check.insert(check.end(), {command.words[i], command.words[i + 1]});
+    }
+    if (check.size() > 2 && check[1].ends_with(".json")) {
+      const ProgramOutcome outcome = runner.Run(check);
+      EXPECT_EQ(outcome.code, 0) << command.page << ":" << line << "\n" << outcome.err;
+    } else if (check.size() > 1 && check[1] != "--set") {  // of a scene that the reader has
+      EXPECT_TRUE(fs::exists(check[1])) << command.page << ":" << line;
+    }
+  }
+}
+
+TEST(Documents, RecipesBecomeScenesOfTheSizeAskedFor) {
+  ProgramRunner runner;
+  for (const char* name : {"pouring", "jet"}) {  // one of them with a mesh beside it
+    const std::string folder = (runner.folder / name).string();
+    EXPECT_EQ(runner.Run({"new", name, "--out", folder}).code, 0) << name;
+    const ProgramOutcome outcome = runner.Run({"validate", folder + "/" + name + ".json"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(runner.Run({"new", name, "--out", folder}).code, 5) << "an older scene stays";
+  }
+  const std::string out = (runner.folder / "sized").string();
+  ASSERT_EQ(runner.Run({"new", "smoke", "--size", "50cm", "--cells", "1M", "--out", out}).code, 0);
+  // 2.5 x 4 x 2.5 m before: an eighth of each side, and the 0.0488 m^3 in a million cells.
+  const std::string text = test::ReadText(out + "/smoke_plume.json");
+  EXPECT_NE(text.find("\"scale_metres\": 0.125"), std::string::npos);
+  EXPECT_NE(text.find("\"voxel_size\": 0.003655"), std::string::npos);
+  EXPECT_NE(text.find("800 of them are a metre"), std::string::npos);
+  EXPECT_EQ(runner.Run({"validate", out + "/smoke_plume.json"}).code, 0);
+  EXPECT_EQ(runner.Run({"new", "rain", "--size", "2m", "--out", out}).code, 2);
+  EXPECT_NE(runner.Run({"new", "smok"}).err.find("Did you mean smoke?"), std::string::npos);
 }
 
 }  // namespace

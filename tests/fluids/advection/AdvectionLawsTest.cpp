@@ -86,6 +86,12 @@ TEST(ConservativeAdvection, DiffusionOfGammaKeepsBothSumsAndEvensOut) {
   EXPECT_NEAR(test::SumOf(gamma), gammaSum, 1e-11);
   EXPECT_NEAR(test::SumOf(values), valueSum, 1e-11);
   EXPECT_LT(spread(), 0.5 * before);
+  // Half of a difference goes to the smaller side, and values with it; nothing goes between equal rows.
+  test::FillCells(gamma, [](int i, int, int) { return i == 1 ? 3 : 1; });
+  test::FillCells(values, [](int i, int, int) { return i == 1 ? 6 : 1; });
+  DiffuseGamma(1, values, gamma, scratch, pool);
+  EXPECT_EQ(Vec2D(gamma(1, 4, 4), gamma(2, 4, 4)), Vec2D(2, 2));
+  EXPECT_EQ(Vec2D(values(1, 4, 4), values(2, 4, 4)), Vec2D(4, 3));
 }
 
 // --- orders of convergence -------------------------------------------------------------------------------------------

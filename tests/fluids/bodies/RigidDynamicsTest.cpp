@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fluids/bodies/MassProperties.h"
+#include "fluids/bodies/MeshFeatures.h"
 #include "fluids/bodies/RigidDynamics.h"
 #include "fluids/bodies/RigidMotion.h"
 
@@ -159,6 +160,18 @@ TEST(RigidDynamics, BoxSlidesAtItsFriction) {
     }
     EXPECT_NEAR(SpeedDownTheSlope(0.9, squares), 0, 0.05) << squares;
   }
+}
+
+TEST(MeshFeatures, InsideOfAFaceItsNormalAloneFits) {
+  const Polygons box = Box(Vec3D(1));
+  const MeshFeatures features(box.points, box.triangles);
+  const VecInt3D t = box.triangles[0];
+  const Vec3D a = box.points[std::size_t(t.x)], b = box.points[std::size_t(t.y)], c = box.points[std::size_t(t.z)];
+  const Vec3D normal = Normalized(Cross(b - a, c - a)), along = Normalized(b - a);
+  const auto touch = features.TouchAt(0, (a + b + c) / 3.0, 0.1, normal * 3.0);
+  EXPECT_NEAR(features.Misfit(touch, normal), 0, 1e-12);
+  EXPECT_GT(features.Misfit(touch, Normalized(normal + along * 0.3)), 1);
+  EXPECT_GT(features.Misfit(touch, -normal), 4);
 }
 
 // Three crates, of which one rests on two: none catches on an edge that isn't there.

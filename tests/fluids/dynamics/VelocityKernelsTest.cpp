@@ -8,10 +8,12 @@
 #include "fluids/boundary/FaceVelocity.h"
 #include "fluids/boundary/SolidView.h"
 #include "fluids/dynamics/FaceForces.h"
+#include "fluids/dynamics/Grid_Cellstates.h"
 #include "fluids/grids/LargestMagnitude.h"
 #include "fluids/grids/ScratchPool.h"
 #include "host/threads/WorkerPool.h"
 #include "tests/support/DynamicsFields.h"
+#include "tests/support/GasScene.h"
 #include "tests/support/Workers.h"
 
 namespace orlix {
@@ -24,79 +26,6 @@ using test::MakeGrid;
 
 const VecInt3D kCells(7, 6, 5);
 
-struct Mac {
-  explicit Mac(unsigned seed) {
-    for (unsigned c = 0; c < 3; ++c) {
-      grids[c] = MakeGrid(kCells, 1.0f, c);
-      FillRandom(*grids[c], seed + c, -1, 1);
-    }
-  }
-  std::array<GridView<double>, 3> Views() const { return {*grids[0], *grids[1], *grids[2]}; }
-  std::array<std::unique_ptr<ScalarGrid>, 3> grids;
-};
-
-// Face by face, layer by layer, as the rule reads.
-void ContainerVelocityLiterally(const Mac& mac, int mask, double slip) {
-  constexpr int kLowBit[] = {1, 8, 16}, kHighBit[] = {2, 4, 32};
-  for (int c = 0; c < 3; ++c) {
-    ScalarGrid& g = *mac.grids[static_cast<std::size_t>(c)];
-    const VecInt3D n = g.dims;
-    for (int side = 0; side < 2; ++side) {
-      for (int axis = 0; axis < 3; ++axis) {
-        const bool closed = (mask & (side == 0 ? kLowBit[axis] : kHighBit[axis])) != 0;
-        const int ghost = side == 0 ? 0 : n[axis] - 1, next = side == 0 ? 1 : n[axis] - 2;
-        ForAll(n, [&](int i, int j, int k) {
-          VecInt3D at(i, j, k);
-          if (at[axis] != ghost) return;
-          if (c == 0 && axis == 1 && (i < 2 || i > n.x - 3)) return;
-          at[axis] = next;
-          double& beside = g(at.x, at.y, at.z);
-          if (axis == c) {
-            if (closed) beside = 0;
-            g(i, j, k) = beside;
-          } else if (closed) {
-            g(i, j, k) = slip * beside;
-          }
-        });
-      }
-    }
-  }
-}
-
-TEST(ContainerVelocityThreads, EqualsTheRuleForEveryMaskAndWorkerCount) {
-  int checked = 0;
-  for (int mask = 0; mask < 64; ++mask) {
-    for (const float slip : {0.0f, 0.5f, 1.0f}) {
-      const Mac expected(3), got(3);
-      ContainerVelocityLiterally(expected, mask, slip);
-      WorkerPool pool(1 + mask % 4);
-      ApplyContainerVelocity(got.Views(), static_cast<std::uint8_t>(mask), slip, pool);
-      for (std::size_t c = 0; c < 3; ++c) {
-        const std::size_t bytes = sizeof(double) * static_cast<std::size_t>(got.grids[c]->count);
-        ASSERT_EQ(std::memcmp(expected.grids[c]->data, got.grids[c]->data, bytes), 0) << mask << " component " << c;
-        ++checked;
-      }
-    }
-  }
-  EXPECT_EQ(checked, 64 * 9);
-}
-
-TEST(FaceVelocity, LinearFieldIsExactAtFacesAndCentres) {
-  const Vec3D gradient[3] = {{1, 2, 3}, {-2, 1, 0.5}, {0.25, -1, 4}};
-  std::array<std::unique_ptr<ScalarGrid>, 3> grids;
-  for (std::uint32_t c = 0; c < 3; ++c) {
-    grids[c] = MakeGrid(kCells, 1.0f, c);
-    FillBy(*grids[c], [&](const Vec3D& p) { return Dot(gradient[c], p); });
-  }
-  const MacView mac{*grids[0], *grids[1], *grids[2]};
-  for (int selector = -1; selector < 7; ++selector) {
-    Vec3D p(3.5, 2.5, 2.5);
-    if (selector >= 0 && selector < 6) p[selector % 3] += selector < 3 ? -0.5 : 0.5;
-    const Vec3D v = InterpolateVelocityAtFace(mac, 3, 2, 2, selector);
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(v[c], Dot(gradient[c], p), 1e-12) << selector;
-  }
-}
-
 TEST(Speed, LargestMagnitudeOfEitherSign) {
   WorkerPool pool(3);
   auto grid = MakeGrid({13, 5, 4}, 1.0f, kGridVelocityU);
@@ -104,87 +33,6 @@ TEST(Speed, LargestMagnitudeOfEitherSign) {
   EXPECT_LT(LargestMagnitude(*grid, pool), 1);
   (*grid)(13, 4, 3) = -2.5;
   EXPECT_EQ(LargestMagnitude(*grid, pool), 2.5);
-}
-
-// --- extrapolation ---------------------------------------------------------------------------------------------------
-
-CellMask MaskOf(const VecInt3D& dims, unsigned seed, double share) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> value(0, 1);
-  CellMask mask;
-  mask.Resize(dims);
-  ForAll(dims, [&](int i, int j, int k) {
-    if (value(random) < share) mask.Row(j, k)[i >> 6] |= std::uint64_t(1) << (i & 63);
-  });
-  return mask;
-}
-
-TEST(ExtrapolationThreads, EachLayerTakesTheMeanOfWhatWasKnownBefore) {
-  const VecInt3D cells(20, 11, 9);
-  const CellMask unknown = MaskOf(cells + ExtraCells(kGridVelocityV), 3, 0.9);
-  test::SameForAnyWorkers([&](int workers) {
-    auto grid = MakeGrid(cells, 1.0f, kGridVelocityV);
-    FillRandom(*grid, 3, -1, 1);
-    WorkerPool pool(workers);
-    ScratchPool scratch;
-    ExtrapolationLayers plan;
-    plan.Build(unknown, 3, {}, 0, scratch, pool);
-    EXPECT_GT(plan.sampleCount(), 1000);
-    Grid<std::uint8_t> known(grid->dims, kGridScratch);
-    known.Fill(0);
-    test::ForInner(grid->dims, [&](int i, int j, int k) { known(i, j, k) = !unknown(i, j, k); });
-    for (int layer = 1; layer <= 3; ++layer) {
-      const ScalarGrid before = *grid;
-      const Grid<std::uint8_t> knownBefore = known;
-      plan.Fill(layer, *grid, pool);
-      test::ForInner(grid->dims, [&](int i, int j, int k) {
-        double sum = 0;
-        int count = 0;
-        for (const VecInt3D& s : {VecInt3D(1, 0, 0), VecInt3D(0, 1, 0), VecInt3D(0, 0, 1)}) {
-          for (const VecInt3D& c : {VecInt3D(i, j, k) + s, VecInt3D(i, j, k) - s}) {
-            if (knownBefore(c.x, c.y, c.z)) sum += before(c.x, c.y, c.z), ++count;
-          }
-        }
-        const bool grows = !knownBefore(i, j, k) && count > 0;
-        EXPECT_NEAR((*grid)(i, j, k), grows ? sum / count : before(i, j, k), 1e-15);
-        known(i, j, k) |= grows;
-      });
-    }
-    return test::ValuesOf(*grid);
-  });
-}
-
-TEST(Extrapolation, LeavesWhatLiesDeepInASolid) {
-  const VecInt3D cells(12, 5, 5);
-  auto grid = MakeGrid(cells, 0.5f, kGridCustom), nodes = MakeGrid(cells, 0.5f, kGridNodalLevelset);
-  FillBy(*nodes, [](const Vec3D& p) { return 2.0 - p.x; });
-  grid->Fill(3);
-  CellMask unknown;
-  unknown.Resize(cells);
-  ForAll(cells, [&](int i, int j, int k) {
-    if (i >= 4) unknown.Row(j, k)[0] |= std::uint64_t(1) << i, (*grid)(i, j, k) = 0;
-  });
-  WorkerPool pool(1);
-  ScratchPool scratch;
-  ExtrapolationLayers plan;
-  plan.Build(unknown, 9, *nodes, -2 * 0.5, scratch, pool);
-  for (int layer = 1; layer <= 9; ++layer) plan.Fill(layer, *grid, pool);
-  // The mean of cell i's corners is 2 - 0.5 (i + 0.5): -1.25 at i = 6.
-  EXPECT_EQ((*grid)(5, 2, 2), 3);
-  EXPECT_EQ((*grid)(6, 2, 2), 0);
-}
-
-TEST(Extrapolation, NoLayerOrNothingUnknownChangesNothing) {
-  WorkerPool pool(1);
-  ScratchPool scratch;
-  ExtrapolationLayers plan;
-  const CellMask unknown = MaskOf({6, 6, 6}, 4, 0.5), none = MaskOf({6, 6, 6}, 4, 0);
-  plan.Build(unknown, 0, {}, 0, scratch, pool);
-  EXPECT_EQ(plan.layerCount(), 0);
-  plan.Build(none, 3, {}, 0, scratch, pool);
-  EXPECT_EQ(plan.layerCount(), 0);
-  plan.Build(MaskOf({2, 6, 6}, 4, 0.5), 3, {}, 0, scratch, pool);
-  EXPECT_EQ(plan.layerCount(), 0);
 }
 
 // --- face forces ----------------------------------------------------------------------------------------------------
@@ -255,6 +103,117 @@ TEST(FaceForces, CellsThatAreClosedAllAroundTakeNeitherForceNorGravity) {
   }
   EXPECT_GT(closed, 0);
   EXPECT_EQ((*faces.force[0])(3, 3, 3), (*before.force[0])(3, 3, 3));
+}
+
+// What a liquid's solver asks of the pieces that it shares with the gas: a solver with a surface.
+
+using test::FillBy;
+using test::ForAll;
+using test::GasScene;
+using test::MakeGrid;
+
+const VecInt3D kPond(18, 18, 18);
+
+class Pond final : public FluidSolver {
+ public:
+  using FluidSolver::FluidSolver;
+  const ScalarGrid* GetSurfaceGrid() const override { return surface.get(); }
+  std::unique_ptr<ScalarGrid> surface;  // at cell centres
+};
+
+// A closed box with a ball in it; the boundary and its fractions are built.
+struct PondScene : GasScene {
+  PondScene() : GasScene(kPond, 2) {
+    AddObstacle("Ball", "sphere", Centre(), 0.2);
+    StepThrough(0, 1);
+    pond = std::make_unique<Pond>(fluid, scene());
+    pond->ReadParameters();
+    pond->ResolveLinks();
+    pond->CheckDirty();
+    pond->MarkDirty(false);
+    Vec3D min(0.1), max(0.2);
+    pond->ExtendBounds(min, max);
+    pond->ApplyBounds(min, max);
+    scene().stage = kStageEmitters;
+    pond->Prepare();
+    ProcessData data;
+    pond->Process(data);
+  }
+  void FillTo(double height) {
+    pond->surface = MakeGrid(kPond, static_cast<float>(cellSize), kGridLevelset);
+    FillBy(*pond->surface, [&](const Vec3D& p) { return p.y - height; });
+  }
+  std::unique_ptr<Pond> pond;
+};
+
+TEST(FaceStates, BorderAndSolidsAreFixedTheRestIsSolvedInAGas) {
+  PondScene s;
+  Grid_Cellstates states(s.fluid, s.scene());
+  states.solver = s.pond.get();
+  states.Prepare();
+  ASSERT_TRUE(states.IsActive());
+  EXPECT_EQ((*states.States(0))(9, 5, 9), FaceFixed);  // before it ran
+  states.Classify();
+  const ScalarGrid& distance = *s.pond->boundary.solidDistance.grid;
+  int solved = 0, fixed = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const Grid<std::uint8_t>& state = *states.States(axis);
+    const VecInt3D n = state.dims;
+    EXPECT_EQ(n, s.pond->velocity.grids[axis]->dims);
+    ForAll(n, [&](int i, int j, int k) {
+      const int at[3] = {i, j, k};
+      bool border = false;
+      for (int a = 0; a < 3; ++a) border |= at[a] < 1 || at[a] >= n[a] - (a == axis ? 2 : 1);
+      // The mean of the face's corners is the distance at its centre.
+      const Vec3D p = Vec3D(i, j, k) + CellSampleOffset(static_cast<std::uint32_t>(axis));
+      const double d = SampleTrilinear(GridView<const double>(distance), p.x, p.y, p.z);
+      const bool closed = s.pond->fractions.ClosedFaces(axis)(i, j, k);
+      EXPECT_EQ(state(i, j, k), border || closed || d <= 0 ? FaceFixed : FaceSolved) << i << " " << j << " " << k;
+      ++(border || closed || d <= 0 ? fixed : solved);
+    });
+  }
+  EXPECT_GT(solved, 5000);
+  EXPECT_GT(fixed, 3000);
+  states.ClearState(false);
+  EXPECT_EQ(states.States(0), nullptr);
+}
+
+TEST(FaceStates, FacesThreeCellsFromTheSurfaceAreFar) {
+  PondScene s;
+  s.FillTo(8.25 * s.cellSize);
+  Grid_Cellstates states(s.fluid, s.scene());
+  states.solver = s.pond.get();
+  states.Prepare();
+  states.Classify();
+  // The y face j stands at j cells: 2.75 and 3.75 above the surface.
+  EXPECT_EQ((*states.States(1))(3, 11, 3), FaceSolved);
+  EXPECT_EQ((*states.States(1))(3, 12, 3), FaceFar);
+  EXPECT_EQ((*states.States(1))(3, 5, 3), FaceSolved);
+  EXPECT_EQ((*states.States(0))(3, 10, 3), FaceSolved);  // at 10.5
+  EXPECT_EQ((*states.States(0))(3, 11, 3), FaceFar);
+}
+
+TEST(LiquidExtrapolation, GrowsFromFacesAtOrBelowTheSurface) {
+  PondScene s;
+  Pond& pond = *s.pond;
+  s.FillTo(6.25 * s.cellSize);  // cells 0 to 5 are wet
+  for (int c = 0; c < 3; ++c) pond.velocity.grids[c]->Fill(-9);
+  const auto paintKnown = [&](int c, int top) {
+    ForAll(pond.velocity.grids[c]->dims, [&](int i, int j, int k) {
+      if (j <= top) (*pond.velocity.grids[c])(i, j, k) = 4;
+    });
+  };
+  paintKnown(0, 5), paintKnown(1, 6), paintKnown(2, 5);  // a y face is wet when the cell below it is
+  pond.extrapolation.layers = 2;
+  pond.extrapolation.liquidMode = true;
+  pond.extrapolation.Extrapolate();
+  ASSERT_TRUE(pond.extrapolation.IsActive());
+  for (int axis = 0; axis < 3; ++axis) {
+    const int top = axis == 1 ? 6 : 5;
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 1, 3), 4);
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 2, 3), 4);
+    EXPECT_EQ((*pond.velocity.grids[axis])(3, top + 3, 3), -9);
+  }
 }
 
 }  // namespace

@@ -4,17 +4,23 @@
 
 #include <numeric>
 
+#include "fluids/channels/ScalarChannels.h"
+#include "fluids/channels/VectorChannels.h"
+#include "fluids/constraints/Constraint.h"
 #include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/constraints/VolumeConstraint.h"
+#include "fluids/emitters/EmissionHandler.h"
 #include "fluids/emitters/EmissionRate.h"
 #include "fluids/emitters/GridEmissionSettings.h"
 #include "fluids/emitters/Grid_CellEmitter.h"
 #include "fluids/emitters/ObjectGridEmitter.h"
+#include "fluids/grids/Spread.h"
 #include "fluids/helpers/Duration.h"
 #include "fluids/operators/ChannelOperator_Math.h"
 #include "fluids/volumes/VolumeBase.h"
 #include "tests/support/Cells.h"
 #include "tests/support/GasScene.h"
+#include "tests/support/NodeBench.h"
 #include "tests/support/Workers.h"
 
 namespace orlix {
@@ -68,16 +74,6 @@ class EmitterScene : public GasScene {
   BaseObject *smoke, *settings, *pair, *emitter;
 };
 
-TEST(ObjectGridEmitter, FillsTheCellsInsideByTheTime) {
-  EmitterScene scene;
-  const ScalarGrid& grid = scene.Emitted();
-  const double dt = scene.Dt();
-  const int inside = scene.ForEachInside(grid, [&](int i, int j, int k, const Vec3D&, bool in) {
-    EXPECT_NEAR(grid(i, j, k), in ? 8 * dt : 0, 1e-12) << i << " " << j << " " << k;
-  });
-  EXPECT_GT(inside, 100);
-}
-
 TEST(ObjectGridEmitter, ARateReplacesTheValueAndALimitEndsTheSum) {
   EmitterScene scene;
   BaseObject& rate = scene.Add("rate", "Rate");
@@ -95,22 +91,19 @@ TEST(ObjectGridEmitter, ARateReplacesTheValueAndALimitEndsTheSum) {
   EXPECT_EQ(grid(int(middle.x), int(middle.y), int(middle.z)), 1.25);
 }
 
-TEST(ObjectGridEmitter, FalloffsGoByTheDepth) {
+TEST(ObjectGridEmitter, FillsTheCellsInsideByTheTimeAndTheFalloffs) {
   for (const std::int64_t falloff : {0, 1, 2}) {
     for (const bool curve : {true, false}) {
       EmitterScene scene;
       scene.settings->Set(GridEmissionSettings::kFalloffId, falloff);
       const SplineKnot knots[] = {{0, 2}, {1, 4}};
-      if (curve)
-        scene.settings->Set(GridEmissionSettings::kFalloffCurveId,
-                            SplineValue(std::make_shared<SplineData>(std::span(knots))));
-      if (!curve) scene.settings->Set(GridEmissionSettings::kFalloffCurveId, SplineValue());
+      scene.settings->Set(GridEmissionSettings::kFalloffCurveId,
+                          curve ? SplineValue(std::make_shared<SplineData>(std::span(knots))) : SplineValue());
       const ScalarGrid& grid = scene.Emitted();
       const int inside = scene.ForEachInside(grid, [&](int i, int j, int k, const Vec3D& p, bool in) {
-        if (!in) return;
         const double depth = scene.Ball().DepthWorld(p);
         const double factor = falloff == 0 ? 1 : falloff == 1 ? depth : curve ? 2 + 2 * depth : 1;
-        EXPECT_NEAR(grid(i, j, k), 8 * scene.Dt() * factor, 1e-9) << falloff << " " << curve;
+        EXPECT_NEAR(grid(i, j, k), in ? 8 * scene.Dt() * factor : 0, 1e-9) << falloff << " " << curve;
       });
       EXPECT_GT(inside, 100);
     }
@@ -263,6 +256,245 @@ TEST(EmitterThreads, AConstraintSeesWhatTheFilledChannelHeldBefore) {
   });
   EXPECT_GT(sums[1], 10);
   EXPECT_NEAR(sums[0], sums[1], 0.02 * sums[1]);
+}
+
+// How single values reach the cells of channels.
+
+using test::NodeBench;
+
+class Emission : public testing::Test {
+ protected:
+  static constexpr double h = NodeBench::kCell;
+  Emission() {
+    smoke_->Set(ScalarGridChannel::kValueMinId, -2.0);
+    smoke_->Set(ScalarGridChannel::kValueMaxId, 5.0);
+    colour_->Set(VectorGridChannel::kValueMinId, Vec3D(-1));
+    colour_->Set(VectorGridChannel::kValueMaxId, Vec3D(2, 3, 4));
+    bench_.Fit({8, 7, 6}, {-0.5, 0, 1});
+    for (ScalarGrid* grid : {&Smoke(), &Fire()}) grid->Fill(1);
+    for (int c = 0; c < 3; ++c) Colour().grids[c]->Fill(1);
+  }
+  ScalarGrid& Smoke() { return bench_.GridOf(*smoke_); }
+  ScalarGrid& Fire() { return bench_.GridOf(*fire_); }
+  ChannelBase_Vector& Colour() { return bench_.Get<VectorGridChannel>(*colour_); }
+  void Emit(double value, const Vec3D& p, const GridEmission& emission, const BaseObject* channel = nullptr) {
+    const auto& target = bench_.Get<ChannelBase_Scalar>(channel ? *channel : *smoke_);
+    CreateEmissionHandler(target)->Emit(value, p, emission, {});
+  }
+  // The centre of a cell.
+  static Vec3D Centre(int i, int j, int k) { return Vec3D(i + 0.5, j + 0.5, k + 0.5) * h + Vec3D(-0.5, 0, 1); }
+
+  NodeBench bench_;
+  BaseObject* smoke_ = &bench_.Add("channel_scalar", "smoke");
+  BaseObject* fire_ = &bench_.Add("channel_fire", "fire");
+  BaseObject* colour_ = &bench_.Add("channel_vector", "colour");
+};
+
+TEST_F(Emission, ModesAddSetAndAddUpToALimit) {
+  Emit(2.5, Centre(3, 2, 4), {});
+  EXPECT_EQ(Smoke()(3, 2, 4), 3.5);
+  Emit(2.5, Centre(3, 2, 4) + Vec3D(0.4, -0.4, 0.49) * h, {.mode = EmissionMode::Set});
+  EXPECT_EQ(Smoke()(3, 2, 4), 2.5);
+  Emit(2.5, Centre(1, 1, 1), {.mode = EmissionMode::AddToLimit, .scalarLimit = 3.0});
+  EXPECT_EQ(Smoke()(1, 1, 1), 3);
+  Emit(9, Centre(1, 1, 1), {.mode = EmissionMode::AddToLimit});  // the channel's own limit
+  EXPECT_EQ(Smoke()(1, 1, 1), 5);
+  Emit(0.5, Centre(1, 1, 1), {.mode = EmissionMode::AddToLimit, .scalarLimit = 3.0});
+  EXPECT_EQ(Smoke()(1, 1, 1), 3) << "a limit below what is there takes it down";
+  for (const Vec3D& p : {Vec3D(-1, 0.5, 1.5), Vec3D(0.2, 50, 1.5), Vec3D(0.2, 0.5, 0.2), Vec3D(1e300, 0, 0)}) {
+    Emit(3, p, {});  // outside
+  }
+  EXPECT_EQ(test::SumOf(Smoke()), Smoke().count + 1.5 + 2);
+}
+
+TEST_F(Emission, TheChannelsLimitsHoldExceptWhenSpread) {
+  Emit(100, Centre(2, 2, 2), {});
+  EXPECT_EQ(Smoke()(2, 2, 2), 5);
+  Emit(-100, Centre(2, 2, 2), {.mode = EmissionMode::Set});
+  EXPECT_EQ(Smoke()(2, 2, 2), -2);
+  Emit(100, Centre(4, 4, 4), {.spread = true});
+  EXPECT_EQ(Smoke()(4, 4, 4), 101);
+}
+
+TEST_F(Emission, SpreadGivesEachCellItsShare) {
+  const Vec3D p = Centre(3, 2, 1) + Vec3D(0.25, 0.5, 0.75) * h;
+  Emit(16, p, {.spread = true});
+  double sum = 0;
+  for (int corner = 0; corner < 8; ++corner) {
+    const int a = corner & 1, b = corner >> 1 & 1, c = corner >> 2;
+    const double weight = (a ? 0.25 : 0.75) * 0.5 * (c ? 0.75 : 0.25);
+    EXPECT_NEAR(Smoke()(3 + a, 2 + b, 1 + c), 1 + 16 * weight, 1e-13);
+    sum += Smoke()(3 + a, 2 + b, 1 + c) - 1;
+  }
+  EXPECT_NEAR(sum, 16, 1e-12);
+  Emit(8, p, {.mode = EmissionMode::Set, .spread = true});
+  EXPECT_NEAR(Smoke()(3, 2, 1), 8 * 0.75 * 0.5 * 0.25, 1e-14);
+}
+
+TEST_F(Emission, FireTakesNothingBeyondZeroToOne) {
+  Fire().Fill(0);
+  for (const bool spread : {false, true}) {
+    Emit(7, Centre(1, 2, 3), {.mode = EmissionMode::Set, .spread = spread}, fire_);
+    EXPECT_EQ(Fire()(1, 2, 3), 1);
+    Emit(-7, Centre(1, 2, 3), {.mode = EmissionMode::Set, .spread = spread}, fire_);
+    EXPECT_EQ(Fire()(1, 2, 3), 0);
+  }
+}
+
+TEST_F(Emission, VectorsGoComponentByComponentWithTheirOwnLimits) {
+  const auto handler = CreateEmissionHandler(Colour());
+  handler->Emit({0.5, 9, -5}, Centre(3, 3, 3), {}, {});
+  EXPECT_EQ((*Colour().grids[0])(3, 3, 3), 1.5);
+  EXPECT_EQ((*Colour().grids[1])(3, 3, 3), 3);
+  EXPECT_EQ((*Colour().grids[2])(3, 3, 3), -1);
+  handler->Emit(Vec3D(5), Centre(2, 2, 2), {.mode = EmissionMode::AddToLimit, .vectorLimit = Vec3D(1.5, 2.5, 3.5)}, {});
+  EXPECT_EQ((*Colour().grids[2])(2, 2, 2), 3.5);
+  // Indices that the caller has worked out stand for the point.
+  const std::int64_t indices[3] = {0, 1, 2};
+  handler->Emit({0, 0.25, 0.5}, Centre(6, 6, 5), {.mode = EmissionMode::Set}, indices);
+  EXPECT_EQ((*Colour().grids[1])[1], 0.25);
+  EXPECT_EQ((*Colour().grids[2])[2], 0.5);
+  EXPECT_EQ((*Colour().grids[0])(6, 6, 5), 1);
+}
+
+TEST(Spread, AppliesEachOperation) {
+  Grid<double> grid({4, 4, 4}, kGridScratch);
+  const auto at = [&](SpreadOperation operation) {
+    grid.Fill(12);
+    Spread(GridView<double>(grid), 4.0, 1.5, 2.0, 0.0, operation);
+    return grid(1, 2, 0);  // weight 1/2
+  };
+  EXPECT_EQ(at(SpreadOperation::Assign), 2);
+  EXPECT_EQ(at(SpreadOperation::Add), 14);
+  EXPECT_EQ(at(SpreadOperation::Subtract), 10);
+  EXPECT_EQ(at(SpreadOperation::Multiply), 24);
+  EXPECT_EQ(at(SpreadOperation::Divide), 6);
+}
+
+TEST(Spread, KeepsToTheBordersCubeAndToItsLayers) {
+  Grid<double> grid({4, 5, 6}, kGridScratch);
+  grid.Fill(0);
+  Spread(GridView<double>(grid), 1.0, -7.0, 99.0, 2.5, SpreadOperation::Add);
+  EXPECT_EQ(grid(0, 4, 2), 0.5);
+  EXPECT_EQ(grid(0, 4, 3), 0.5);
+  SpreadWithin(GridView<double>(grid), 1.0, 2.0, 2.0, 2.5, SpreadOperation::Add, 3, 9);
+  EXPECT_EQ(grid(2, 2, 2), 0);
+  EXPECT_EQ(grid(2, 2, 3), 0.5);
+  // The layers of several callers make up the whole write.
+  Grid<float> parts({4, 4, 4}, kGridScratch), whole({4, 4, 4}, kGridScratch);
+  parts.Fill(1), whole.Fill(1);
+  Spread(GridView<float>(whole), 3.0f, 1.3, 1.6, 1.9, SpreadOperation::Assign);
+  for (int k = 0; k < 4; ++k) {
+    SpreadWithin(GridView<float>(parts), 3.0f, 1.3, 1.6, 1.9, SpreadOperation::Assign, k, k + 1);
+  }
+  for (std::int64_t c = 0; c < whole.count; ++c) EXPECT_EQ(parts[c], whole[c]);
+}
+
+// Chains of constraints, at a place and over a row.
+
+// Multiplies by x, and ends the chain where x is above its parameter.
+class Ramp final : public Constraint {
+ public:
+  using Constraint::Constraint;
+  static constexpr int kRampEndId = 1;
+  static const TypeInfo& Type() {
+    static constexpr Parameter kRows[] = {FloatParameter(kRampEndId, "ramp_end", 10, "m", "Where the chain ends")};
+    static const TypeInfo kType = {.id = 1999911,
+                                   .resource = "zq_ramp",
+                                   .kinds = kLinkHelper | kLinkConstraint,
+                                   .parameters = kRows,
+                                   .common = ConstraintParameters()};
+    return kType;
+  }
+  bool ReadParameters() override {
+    if (!Constraint::ReadParameters()) return false;
+    end = handler.GetDouble(kRampEndId);
+    return true;
+  }
+  bool Evaluate(const Vec3D& p, double& amount, const iBase* caller, std::int32_t worker) const override {
+    ++asked;
+    if (p.x > end) return false;
+    amount *= Inverted() ? 1 - p.x : p.x;
+    return Constraint::Evaluate(p, amount, caller, worker);
+  }
+  std::unique_ptr<Constraint> Clone() const override { return CloneOf(*this); }
+
+  double end = 10;
+  mutable int asked = 0;
+};
+
+class ConstraintChain : public testing::Test {
+ protected:
+  ConstraintChain() { bench_.factory.Add<Ramp>(); }
+  Ramp& Made(const std::string& name, double end = 10, double intensity = 1) {
+    BaseObject& object = bench_.Add("ramp", name);
+    object.Set(Ramp::kRampEndId, end);
+    object.Set(Constraint::kIntensityId, intensity);
+    bench_.Link();
+    chain_.push_back(&bench_.Get<Ramp>(object));
+    return bench_.Get<Ramp>(object);
+  }
+  double At(double x, double amount = 2) {
+    EvaluateChain(chain_, {x, 0, 0}, amount, nullptr, 0);
+    return amount;
+  }
+
+  NodeBench bench_;
+  std::vector<Constraint*> chain_;
+};
+
+TEST_F(ConstraintChain, FalseAndZeroEndItAndWhatIsDisabledIsLeftOut) {
+  EXPECT_EQ(At(0.25), 2) << "without constraints the amount stays";
+  Made("a", 10, 0.5);
+  Ramp& second = Made("b", 3);
+  Ramp& third = Made("c");
+  EXPECT_EQ(At(4), 2 * 4 * 0.5);
+  EXPECT_EQ(second.asked, 1);
+  EXPECT_EQ(third.asked, 0);
+  EXPECT_EQ(At(0), 0);
+  EXPECT_EQ(second.asked, 1) << "not asked of nothing";
+  for (Constraint* constraint : chain_) constraint->SetFlag(NodeEnabled, false);
+  EXPECT_EQ(At(4), 2);
+}
+
+TEST_F(ConstraintChain, ARowGivesWhatItsPlacesGive) {
+  Made("a", 3, 0.5);
+  Made("b", 2);
+  Made("c", 10, 4);
+  GridSpace space;
+  space.Build({16, 4, 4}, Vec3D(16, 4, 4) * 25, 0.25f, {-50, 0, 0});
+  std::vector<double> amounts(16, 2.0);
+  std::vector<std::uint8_t> open(16, 1);
+  amounts[5] = 0, open[5] = 0;  // not asked for
+  ConstraintRow row;
+  row.begin = 1, row.end = 15, row.j = 1, row.k = 2;
+  row.space = &space;
+  row.amounts = amounts.data(), row.open = open.data();
+  EvaluateChain(chain_, row, nullptr);
+  for (int i = 0; i < 16; ++i) {
+    double expected = i == 5 ? 0 : 2;
+    if (i >= 1 && i < 15 && i != 5) EvaluateChain(chain_, row.Position(i), expected, nullptr, 0);
+    EXPECT_EQ(amounts[static_cast<std::size_t>(i)], expected) << i;
+  }
+}
+
+TEST_F(ConstraintChain, ARunOfParticlesGivesWhatItsParticlesGive) {
+  Made("a", 3, 0.5);
+  Made("b", 2);
+  ParticleList list;
+  list.Append(20, {});
+  std::vector<Vec3D> positions;
+  for (int n = 0; n < 12; ++n) positions.push_back(Vec3D(0.3 * n, 0, 0));
+  std::vector<double> amounts(12, 2.0);
+  std::vector<std::uint8_t> open(12, 1);
+  amounts[5] = 0, open[5] = 0;
+  EvaluateChain(chain_, ParticleRun{&list, 4, 12, 0, positions.data(), amounts.data(), open.data()}, nullptr);
+  for (std::size_t n = 0; n < 12; ++n) {
+    double expected = n == 5 ? 0 : 2;
+    if (n != 5) EvaluateChain(chain_, positions[n], expected, nullptr, 0, OrlixParticle(&list, 4 + int(n)));
+    EXPECT_EQ(amounts[n], expected) << n;
+    EXPECT_EQ(amounts[n], n == 5 ? 0 : At(positions[n].x)) << n;
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "fluids/grids/GridProcessorRunner.h"
 #include "fluids/grids/GridResampler.h"
+#include "fluids/grids/Interpolation.h"
 #include "fluids/grids/ScratchPool.h"
 #include "tests/support/Cells.h"
 #include "tests/support/Workers.h"
@@ -57,7 +58,7 @@ TEST(ActiveBox, LimitsTidiesAndFinds) {
   EXPECT_EQ(grid(0, 0, 0), 0);
 }
 
-TEST(ActiveBox, EmptyAndSingleCells) {
+TEST(ActiveBox, EmptyAndSingleCellsAndAClearBorder) {
   ScalarGrid grid({5, 5, 5}, {5, 5, 5}, 1, kGridSmoke, {});
   grid.Fill(0);
   grid.FindActiveBox(0, 1, false);
@@ -67,10 +68,6 @@ TEST(ActiveBox, EmptyAndSingleCells) {
   grid.FindActiveBox(0, 1, false);
   EXPECT_EQ(grid.activeMin, VecInt3D(2, 3, 1));
   EXPECT_EQ(grid.activeMax, VecInt3D(3, 4, 2));
-}
-
-TEST(ActiveBox, ClearBorderTouchesEveryFace) {
-  ScalarGrid grid({5, 5, 5}, {5, 5, 5}, 1, kGridSmoke, {});
   grid.Fill(0.75);
   grid.FindActiveBox(0.125, 1, true);
   EXPECT_EQ(grid.activeMin, VecInt3D(1, 1, 1));
@@ -279,6 +276,84 @@ TEST(ScratchPool, LendsOnePieceOnceAndJoinsWhatComesBack) {
     EXPECT_EQ(CurrentGridMemory().current, held);
   }
   EXPECT_EQ(CurrentGridMemory().current, before);
+}
+
+template <class F>
+Grid<double> Filled(const VecInt3D& dims, F&& f) {
+  Grid<double> grid(dims, kGridCustom);
+  test::FillCells(grid, f);
+  return grid;
+}
+
+constexpr Interpolation kModes[] = {Interpolation::Trilinear, Interpolation::Cosine, Interpolation::Cubic,
+                                    Interpolation::MonotoneCubic, Interpolation::QuadraticBSpline};
+
+std::vector<Vec3D> RandomPoints(double low, double high, int count) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> uniform(low, high);
+  std::vector<Vec3D> points(count);
+  for (Vec3D& p : points) p = {uniform(random), uniform(random), uniform(random)};
+  return points;
+}
+
+TEST(Interpolation, AConstantIsExactEverywhereAlsoInTinyGrids) {
+  for (const VecInt3D dims : {VecInt3D(7, 6, 5), VecInt3D(1, 1, 1), VecInt3D(2, 2, 2), VecInt3D(1, 5, 2)}) {
+    const Grid<double> grid = Filled(dims, [](double, double, double) { return 3.25; });
+    for (const Interpolation mode : kModes) {
+      for (const Vec3D& p : RandomPoints(-9, 16, 400)) ASSERT_NEAR(SampleGrid(grid, p.x, p.y, p.z, mode), 3.25, 1e-14);
+    }
+  }
+}
+
+TEST(Interpolation, WhatTheBorderHoldsGoesByTheKernel) {
+  const Grid<double> grid = Filled({7, 7, 7}, [](double x, double y, double z) { return x + 10 * y + 100 * z; });
+  for (const Interpolation mode : kModes) {
+    // In nodes from the end.
+    const double inset = mode == Interpolation::Cubic ? 1 : mode == Interpolation::QuadraticBSpline ? 0.5 : 0;
+    EXPECT_NEAR(SampleGrid(grid, 40, 1e30, 400, mode), 111 * (6 - inset), 1e-11) << static_cast<int>(mode);
+    EXPECT_NEAR(SampleGrid(grid, -2, -1e30, -400, mode), 111 * inset, 1e-11) << static_cast<int>(mode);
+    EXPECT_TRUE(std::isfinite(SampleGrid(grid, NAN, 0, 0, mode))) << "a lost coordinate stays in the array";
+  }
+}
+
+// What each kernel reproduces in the interior: linear fields all but the eased one, quadratic and cubic ones the
+// Lagrange kernel, and the B-spline a quadratic up to its constant blur.
+TEST(Interpolation, KernelsReproduceTheirPolynomials) {
+  const auto linear = [](double x, double y, double z) { return 2 * x - 3 * y + 0.5 * z + 1; };
+  const auto cubic = [](double x, double y, double z) { return x * x * x - 2 * y * y * x + 3 * z * z * z * y - z; };
+  const auto square = [](double x, double, double) { return x * x; };
+  const VecInt3D dims(12, 12, 12);
+  const Grid<double> lines = Filled(dims, linear), cubes = Filled(dims, cubic), squares = Filled(dims, square);
+  for (const Vec3D& p : RandomPoints(3, 7, 300)) {
+    for (const Interpolation mode : kModes) {
+      if (mode == Interpolation::Cosine) continue;
+      ASSERT_NEAR(SampleGrid(lines, p.x, p.y, p.z, mode), linear(p.x, p.y, p.z), 1e-11) << static_cast<int>(mode);
+    }
+    ASSERT_NEAR(SampleCubic<double>(cubes, p.x, p.y, p.z), cubic(p.x, p.y, p.z), 1e-7);
+    ASSERT_NEAR(SampleGrid(squares, p.x, p.y, p.z, Interpolation::QuadraticBSpline), p.x * p.x + 0.25, 1e-11);
+  }
+  const Grid<double> ramp = Filled({4, 4, 4}, [](double x, double, double) { return x; });
+  for (double f = 0; f < 1; f += 0.125) {
+    EXPECT_NEAR(SampleCosine<double>(ramp, 1 + f, 2, 2), 1 + (1 - std::cos(std::numbers::pi * f)) / 2, 1e-14);
+  }
+}
+
+TEST(Interpolation, MonotoneCubicStaysBetweenItsMiddleSamples) {
+  std::mt19937 random(3);
+  std::uniform_real_distribution<double> uniform(-5, 5);
+  for (int n = 0; n < 2000; ++n) {
+    const double f[4] = {uniform(random), uniform(random), uniform(random), uniform(random)};
+    const double v = MonotoneCubic(f[0], f[1], f[2], f[3], n % 100 / 100.0);
+    EXPECT_GE(v, std::min(f[1], f[2]));
+    EXPECT_LE(v, std::max(f[1], f[2]));
+  }
+  EXPECT_EQ(MonotoneCubic(0, 2, 2, 9, 0.3), 2);
+}
+
+TEST(Interpolation, NoStencilMakesTheMonotoneCubicTrilinear) {
+  const Grid<double> grid = Filled({5, 5, 5}, [](double x, double y, double z) { return x * y * y - z * x * x; });
+  EXPECT_EQ(SampleGrid(grid, 1.3, 2.2, 1.7, Interpolation::MonotoneCubic, false),
+            SampleTrilinear<double>(grid, 1.3, 2.2, 1.7));
 }
 
 }  // namespace

@@ -63,17 +63,23 @@ TEST(RigidBodies, ForceNodesPushInNewtons) {
   }
 }
 
+// A cube as text; with a point on top of it, it has other counts.
+std::string CubeText(double half, bool pointed, double up = 0) {
+  std::string obj;
+  for (int n = 0; n < 8; ++n) {
+    obj += "v " + std::to_string(n & 1 ? half : -half) + " " + std::to_string((n & 2 ? half : -half) + up) + " " +
+           std::to_string(n & 4 ? half : -half) + "\n";
+  }
+  obj += "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 1 5 7 3\nf 2 4 8 6\n";
+  if (!pointed) return obj + "f 3 7 8 4\n";
+  return obj + "v 0 " + std::to_string(1.5 * half) + " 0\nf 3 7 9\nf 7 8 9\nf 8 4 9\nf 4 3 9\n";
+}
+
 // A weight that hangs from its object's origin: one force node pulls it down at its points, another holds the origin.
 TEST(RigidBodies, PendulumHasItsPeriod) {
   constexpr double kLength = 0.2, kHalf = 0.02, kMass = 2, kGravity = 9.81, kStart = 15;
   const TemporaryFolder folder;
-  std::string obj;
-  for (int n = 0; n < 8; ++n) {
-    obj += "v " + std::to_string(n & 1 ? kHalf : -kHalf) + " " + std::to_string((n & 2 ? kHalf : -kHalf) - kLength) +
-           " " + std::to_string(n & 4 ? kHalf : -kHalf) + "\n";
-  }
-  obj += "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 3 7 8 4\nf 1 5 7 3\nf 2 4 8 6\n";
-  WriteText(folder / "weight.obj", obj);
+  WriteText(folder / "weight.obj", CubeText(kHalf, false, -kLength));
   BodyScene s(6);
   s.root->Set(RootSettings::kMaxSubstepsId, std::int64_t(3));
   s.fluid->Set(Grid_Incompressibility::kDensityId, 1e-6);
@@ -177,18 +183,6 @@ TEST(RigidBodies, AReplayedBodyGoesItsRecordedWay) {
   }
 }
 
-// A cube as text; with a point on top of it, it has other counts.
-std::string CubeText(double half, bool pointed) {
-  std::string obj;
-  for (int n = 0; n < 8; ++n) {
-    obj += "v " + std::to_string(n & 1 ? half : -half) + " " + std::to_string(n & 2 ? half : -half) + " " +
-           std::to_string(n & 4 ? half : -half) + "\n";
-  }
-  obj += "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 1 5 7 3\nf 2 4 8 6\n";
-  if (!pointed) return obj + "f 3 7 8 4\n";
-  return obj + "v 0 " + std::to_string(1.5 * half) + " 0\nf 3 7 9\nf 7 8 9\nf 8 4 9\nf 4 3 9\n";
-}
-
 // Meshes of numbered files, that grow or become others on the way, as driven and as dynamic bodies; twice in a session.
 TEST(RigidBodies, MeshesDeformAndAreReplaced) {
   constexpr double kDensity = 300;
@@ -233,72 +227,42 @@ TEST(RigidBodies, MeshesDeformAndAreReplaced) {
 }
 
 TEST(RigidBodies, NothingEndsTheRun) {
-  struct Case {
-    const char* what;
-    void (*make)(BodyScene&);
-    const char* told;
-  };
-  const Case cases[] = {
-      {"inside each other",
-       [](BodyScene& s) {
-         s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.15, 2);
-         s.AddBody("B", "box", {0.52, 0.5, 0.5}, 0.15, 2);
-       },
-       ""},
-      {"leaves the container",
-       [](BodyScene& s) {
-         s.Throw(s.AddBody("A", "box", {0.9, 0.5, 0.5}, 0.1, 2), {40, 0, 0});
-       },
-       ""},
-      {"100 m/s onto a light one",
-       [](BodyScene& s) {
-         s.Throw(s.AddBody("A", "box", {0.1, 0.5, 0.5}, 0.08, 50), {100, 0, 0});
-         s.AddBody("B", "box", {0.5, 0.5, 0.5}, 0.1, 0.01);
-       },
-       ""},
-      {"too fast",
-       [](BodyScene& s) {
-         s.Throw(s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.1, 2), {5000, 0, 0});
-       },
-       "1000 m/s"},
-      {"no volume",
-       [](BodyScene& s) {
-         BaseObject& tag = s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.1, 2);
-         tag.Set(ObstacleTag::kMassModeId, ObstacleTag::MassMode::Density);
-         s.Geometry("A").Set(kBoxSizeId, Vec3D(0.3, 0, 0.3));
-       },
-       "encloses nothing"},
-      {"too heavy",
-       [](BodyScene& s) {
-         s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.1, 1e30);
-       },
-       "a mass between"},
-      {"sorted axes",
-       [](BodyScene& s) {
-         s.root->Set(RootSettings::kRigidBroadphaseId, std::int64_t(1));
-         s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.1, 2);
-       },
-       ""},
-      {"split coupling",
-       [](BodyScene& s) {
-         s.fluid->Set(Grid_Incompressibility::kBodyCouplingId, BodyCouplingMode::Split);
-         s.AddBody("A", "box", {0.5, 0.5, 0.5}, 0.2, 2);
-       },
-       ""},
-  };
-  for (const Case& c : cases) {
+  const auto expect = [](const char* what, const std::string& told, auto&& make) {
     BodyScene s;
     s.root->Set(RootSettings::kGravityId, Vec3D(0, -9.81, 0));
-    c.make(s);
+    make(s);
     s.StepThrough(0, 6);
-    EXPECT_FALSE(s.scene().failure()) << c.what << ": " << s.scene().failure()->text;
-    EXPECT_TRUE(IsFinite(s.State("A").pose.off)) << c.what;
-    const std::string told = c.told;
-    EXPECT_TRUE(told.empty() || s.Warned(told)) << c.what;
+    EXPECT_FALSE(s.scene().failure()) << what << ": " << s.scene().failure()->text;
+    EXPECT_TRUE(IsFinite(s.State("A").pose.off)) << what;
+    EXPECT_TRUE(told.empty() || s.Warned(told)) << what;
     for (const auto& [name, text] : s.warnings) {
-      EXPECT_FALSE(told.empty() && name == "Scene/A") << c.what << ": " << text;
+      EXPECT_FALSE(told.empty() && name == "Scene/A") << what << ": " << text;
     }
-  }
+  };
+  const Vec3D middle(0.5);
+  expect("inside each other", "", [&](BodyScene& s) {
+    s.AddBody("A", "box", middle, 0.15, 2), s.AddBody("B", "box", {0.52, 0.5, 0.5}, 0.15, 2);
+  });
+  expect("leaves the container", "", [](BodyScene& s) {
+    s.Throw(s.AddBody("A", "box", {0.9, 0.5, 0.5}, 0.1, 2), {40, 0, 0});
+  });
+  expect("100 m/s onto a light one", "", [&](BodyScene& s) {
+    s.Throw(s.AddBody("A", "box", {0.1, 0.5, 0.5}, 0.08, 50), {100, 0, 0}), s.AddBody("B", "box", middle, 0.1, 0.01);
+  });
+  expect("too fast", "1000 m/s", [&](BodyScene& s) { s.Throw(s.AddBody("A", "box", middle, 0.1, 2), {5000, 0, 0}); });
+  expect("no volume", "encloses nothing", [&](BodyScene& s) {
+    s.AddBody("A", "box", middle, 0.1, 2).Set(ObstacleTag::kMassModeId, ObstacleTag::MassMode::Density);
+    s.Geometry("A").Set(kBoxSizeId, Vec3D(0.3, 0, 0.3));
+  });
+  expect("too heavy", "a mass between", [&](BodyScene& s) { s.AddBody("A", "box", middle, 0.1, 1e30); });
+  expect("sorted axes", "", [&](BodyScene& s) {
+    s.root->Set(RootSettings::kRigidBroadphaseId, std::int64_t(1));
+    s.AddBody("A", "box", middle, 0.1, 2);
+  });
+  expect("split coupling", "", [&](BodyScene& s) {
+    s.fluid->Set(Grid_Incompressibility::kBodyCouplingId, BodyCouplingMode::Split);
+    s.AddBody("A", "box", middle, 0.2, 2);
+  });
 }
 
 }  // namespace

@@ -1,12 +1,18 @@
-#include "fluids/bodies/ObstacleTag.h"
-#include "fluids/volumes/VolumeMesh.h"
-
 #include <gtest/gtest.h>
-#include <cmath>
 
+#include <cmath>
+#include <limits>
+
+#include "fluids/bodies/ObstacleTag.h"
 #include "fluids/grids/GridMemory.h"
 #include "fluids/meshes/MeshHoles.h"
+#include "fluids/surfacing/CSGoperatorGrid.h"
+#include "fluids/volumes/AlignmentVector3D.h"
+#include "fluids/volumes/MultiVolume.h"
+#include "fluids/volumes/VolumeBase.h"
+#include "fluids/volumes/VolumeMesh.h"
 #include "host/geometry/GeometryTypes.h"
+#include "tests/support/NodeBench.h"
 #include "tests/support/TestScene.h"
 
 namespace orlix::test {
@@ -355,6 +361,197 @@ TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
   roof.textureCoordinates.pop_back();  // not one for each polygon
   ReadHostGeometry(roof, flat, Vec3D(0.01), mesh);
   EXPECT_TRUE(mesh.textureCoordinates.empty());
+}
+
+// Directions of an alignment, mode by mode.
+
+using test::NodeBench;
+
+class Alignment : public testing::Test {
+ protected:
+  AlignmentVector3D& Made(std::int64_t mode, bool invert = false) {
+    object_->Set(AlignmentVector3D::kModeId, mode);
+    object_->Set(AlignmentVector3D::kInvertId, std::int64_t{invert});
+    bench_.Link();
+    auto& node = bench_.Get<AlignmentVector3D>(*object_);
+    node.Prepare();
+    return node;
+  }
+  static void ExpectNear(const Vec3D& a, const Vec3D& b) {
+    EXPECT_LT(Length(a - b), 1e-12) << a.x << " " << a.y << " " << a.z;
+  }
+
+  NodeBench bench_;
+  BaseObject* object_ = &bench_.Add("alignment", "a");
+};
+
+TEST_F(Alignment, AxesAndAVectorAreTurnedByTheObject) {
+  object_->Set(AlignmentVector3D::kVectorId, Vec3D(0, 2, 0));
+  object_->Set(kRotationId, Vec3D(0, 0, 90));
+  // Without a body, a volume or a mode of that number the vector serves.
+  const std::tuple<int, bool, Vec3D> cases[] = {{0, false, {0, 1, 0}},  {1, false, {-1, 0, 0}}, {2, false, {0, 0, 1}},
+                                                {2, true, {0, 0, -1}},  {7, false, {-2, 0, 0}}, {12, true, {2, 0, 0}},
+                                                {9, false, {-2, 0, 0}}, {6, false, {-2, 0, 0}}};
+  for (const auto& [mode, invert, direction] : cases) ExpectNear(Made(mode, invert).GetDirection({5, 5, 5}), direction);
+}
+
+TEST_F(Alignment, GoesFromItsCentreOrAlongTheMajorAxisOrAroundItsZ) {
+  auto& node = Made(3);
+  node.SetCentre({1, 2, 3});
+  ExpectNear(node.GetDirection({1, 2, 7}), {0, 0, 1});
+  ExpectNear(node.GetDirection({4, 6, 3}), {0.6, 0.8, 0});
+  ExpectNear(node.GetDirection({1, 2, 3}), {0, 0, 0});
+  ExpectNear(MajorAxisOf({-3, 2, 1}), {-1, 0, 0});
+  ExpectNear(MajorAxisOf({1, -2, 1}), {0, -1, 0});
+  ExpectNear(MajorAxisOf({2, 2, 1}), {0, 1, 0});  // x only where it is strictly the greatest
+  ExpectNear(MajorAxisOf({1, 1, -1}), {0, 0, -1});
+  auto& major = Made(4);
+  major.SetVector({0, 0, 1});
+  major.SetCentre({5, 0, 0});
+  ExpectNear(major.GetDirection({9, 9, 9}), {-1, 0, 0});
+  object_->Set(kRotationId, Vec3D(0, 90, 0));  // its z is the world's x
+  auto& around = Made(5);
+  around.SetCentre({1, 1, 1});
+  ExpectNear(around.GetDirection({4, 3, 1}), {0, 2, 0});
+  ExpectNear(around.GetDirection({-7, 1, 0}), {0, 0, -1});
+  object_->Set(kRotationId, Vec3D());
+  BaseObject& other = bench_.Add("null", "n");
+  other.Set(kPositionId, Vec3D(8, 0, 0));
+  object_->Set(AlignmentVector3D::kReferenceId, NodeBench::LinkTo(other));
+  ExpectNear(Made(3).GetDirection({8 * bench_.scene().space.simPerVoxel.x, 3, 0}), {0, 1, 0});
+}
+
+TEST_F(Alignment, NormalOfAVolumePointsOutwards) {
+  BaseObject &volume = bench_.Add("volume", "v"), &ball = bench_.Add("sphere", "ball");
+  ball.Set(kPositionId, Vec3D(100, 100, 100));
+  volume.Set(VolumeBase::kObjectId, NodeBench::LinkTo(ball));
+  object_->Set(AlignmentVector3D::kReferenceId, NodeBench::LinkTo(volume));
+  bench_.Link();
+  auto& mesh = bench_.Get<VolumeMesh>(volume);
+  mesh.Prepare();
+  ProcessData data;
+  mesh.Process(data);
+  const Vec3D normal = Made(6).GetDirection({2, 1, 1});
+  EXPECT_NEAR(Length(normal), 1, 1e-12);
+  EXPECT_GT(normal.x, 0.95);
+  EXPECT_LT(Made(6, true).GetDirection({2, 1, 1}).x, -0.95);
+  // The centre is the volume's own.
+  ExpectNear(Made(3).GetDirection(mesh.centre + Vec3D(0, 0, 2)), {0, 0, 1});
+}
+
+TEST_F(Alignment, RandomDirectionsAreUnitVectorsAboutZero) {
+  auto& node = Made(8);
+  Vec3D sum, squares;
+  constexpr int kDraws = 20000;
+  for (int i = 0; i < kDraws; ++i) {
+    const Vec3D d = node.GetDirection({i * 0.21, 1, -2});
+    EXPECT_NEAR(Length(d), 1, 1e-12);
+    sum += d, squares += d * d;
+  }
+  for (int axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(sum[axis] / kDraws, 0, 0.02);
+    EXPECT_NEAR(squares[axis] / kDraws, 1.0 / 3, 0.02);
+  }
+}
+
+TEST_F(Alignment, ARandomDirectionFollowsFromSeedFrameAndPlace) {
+  auto& node = Made(8);
+  const double cell = bench_.scene().space.cellSize;
+  const Vec3D centre = Vec3D(7.5, -3.5, 0.5) * cell, elsewhere = Vec3D(7.5, -2.5, 0.5) * cell;
+  const Vec3D first = node.GetDirection(centre);
+  node.GetDirection(elsewhere);
+  ExpectNear(node.GetDirection(centre), first);
+  ExpectNear(node.GetDirection(centre * (1 - 1e-15)), first);  // as another container rounds it
+  const auto differs = [&] { return Length(node.GetDirection(centre) - first) > 1e-3; };
+  EXPECT_GT(Length(node.GetDirection(elsewhere) - first), 1e-3);
+  EXPECT_GT(Length(node.GetDirection(centre + Vec3D(0.1 * cell, 0, 0)) - first), 1e-3);
+  bench_.scene().seed += 1;
+  EXPECT_TRUE(differs());
+  bench_.scene().seed -= 1, bench_.scene().info.frame += 1;
+  EXPECT_TRUE(differs());
+  EXPECT_TRUE(IsFinite(node.GetDirection({1e300, NAN, -1e300})));
+}
+
+// Many objects as one volume.
+
+class MultiScene : public TestScene {
+ public:
+  MultiScene() {
+    root->Set(RootSettings::kVoxelSizeId, 0.1);
+    b.Set(kPositionId, Vec3D(200, 0, 0));
+    for (BaseObject* object : {&a, &b}) object->Set(kRadiusId, 50.0);
+    List({&a, &b});
+  }
+  void List(const std::vector<const BaseObject*>& objects) { multi.Set(MultiVolume::kObjectsId, ListOf(objects)); }
+  MultiVolume& Node() { return *NodeOf<MultiVolume>(multi); }
+
+  static constexpr int kRadiusId = 1110;
+  BaseObject &a = Add("sphere", "A"), &b = Add("sphere", "B"), &multi = Add("volume_multi", "Both");
+};
+
+TEST(MultiVolume, AnswersForAllItsObjects) {
+  MultiScene s;
+  s.Step(0);
+  ASSERT_EQ(s.Node().memberCount(), 2u);
+  EXPECT_NEAR(s.Node().SampleWorld({0, 0, 0}), -0.5, 0.03);
+  EXPECT_NEAR(s.Node().SampleWorld({2, 0, 0}), -0.5, 0.03);
+  EXPECT_TRUE(s.Node().InsideWorld({2.2, 0, 0}));
+  EXPECT_FALSE(s.Node().InsideWorld({1, 0, 0}));
+  Vec3D p(2.4, 0, 0), outside(1, 0, 0);
+  EXPECT_TRUE(s.Node().PushOut(p, true, 0));
+  EXPECT_NEAR(p.x, 2.5, 0.02);
+  EXPECT_FALSE(s.Node().PushOut(outside, true, 0));
+  VolumeHit hit;
+  EXPECT_TRUE(s.Node().Collide({0, 0.4, 0}, hit, 0));
+  EXPECT_GT(hit.normal.y, 0.9);
+  EXPECT_FALSE(s.Node().Collide({1, 0, 0}, hit, 0));
+  EXPECT_EQ(hit.position, Vec3D(1, 0, 0));
+  Vec3D low(9), high(-9);
+  s.Node().ExtendBounds(low, high);
+  EXPECT_LT(low.x, -0.7);
+  EXPECT_GT(high.x, 2.7);
+  EXPECT_GT(s.Node().DerivedBytes(), 2 * 17 * 17 * 17 * 8);
+}
+
+TEST(MultiVolume, MembersFollowTheListAndKeepTheirs) {
+  MultiScene s;
+  BaseObject& c = s.Add("sphere", "C");
+  c.Set(MultiScene::kRadiusId, 30.0), c.Set(kPositionId, Vec3D(0, 300, 0));
+  s.StepThrough(0, 1);
+  const VolumeMesh* kept = &s.Node().member(1);
+  const std::uint64_t version = kept->LevelSetVersion();
+  s.List({&c, &s.b, &c});
+  s.Step(2);
+  ASSERT_EQ(s.Node().memberCount(), 2u);
+  EXPECT_EQ(&s.Node().member(1), kept);
+  EXPECT_EQ(kept->LevelSetVersion(), version);
+  EXPECT_NEAR(s.Node().SampleWorld({0, 3, 0}), -0.3, 0.03);
+  // One that moves has a motion of its own.
+  s.b.Set(kPositionId, Vec3D(210, 0, 0));
+  s.Step(3);
+  EXPECT_NEAR(s.Node().member(1).LinearMotion().x, 0.1 * s.scene().info.substepFraction, 1e-6);
+  EXPECT_EQ(s.Node().member(0).LinearMotion(), Vec3D());
+  s.List({});
+  s.Step(4);
+  EXPECT_EQ(s.Node().memberCount(), 0u);
+  EXPECT_EQ(s.Node().SampleWorld({}), std::numeric_limits<double>::max());
+  EXPECT_FALSE(s.Node().InsideWorld({}));
+  EXPECT_NE(s.warnings.back().second.find("no object is listed"), std::string::npos);
+}
+
+TEST(MultiVolume, WithATagEachMemberIsAnObstacle) {
+  MultiScene s;
+  BaseObject& csg = s.Add("csg", "Whole");
+  csg.Set(CSGoperatorGrid::kFirstId, s.LinkTo(s.multi));
+  s.Step(0);
+  EXPECT_TRUE(CollectObstacles(s.scene()).empty());
+  s.document.AddTag(*s.types.Find(kObstacleTagId), s.multi);
+  s.Step(1);
+  EXPECT_EQ(CollectObstacles(s.scene()).size(), 2u);
+  // It isn't one level set, and is refused where one is needed.
+  bool refused = false;
+  for (const auto& [node, text] : s.warnings) refused |= text.find("has no level set; link a volume") != text.npos;
+  EXPECT_TRUE(refused);
 }
 
 }  // namespace
