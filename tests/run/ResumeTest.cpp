@@ -8,7 +8,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -56,19 +55,9 @@ struct Plume {
   fs::path Folder(const std::string& name) const { return runner.folder / name; }
   fs::path Statistics(const std::string& out) const { return runner.folder / (out + ".jsonl"); }
   std::vector<std::string> Arguments(const std::string& out, bool resume) const {
-    std::vector<std::string> list = {"run",
-                                     scene,
-                                     "--out",
-                                     Folder(out).string(),
-                                     "--stats",
-                                     Statistics(out).string(),
-                                     "--quiet",
-                                     "--threads",
-                                     "2",
-                                     "--checkpoint-every",
-                                     std::to_string(kInterval)};
-    list.push_back(resume ? "--resume" : "--overwrite");
-    return list;
+    return test::Words(fmt::format("run {} --out {} --stats {} --quiet --threads 2 --checkpoint-every {} {}", scene,
+                                   Folder(out).string(), Statistics(out).string(), kInterval,
+                                   resume ? "--resume" : "--overwrite"));
   }
   ProgramOutcome Run(const std::string& out, bool resume, const std::function<void(pid_t)>& meanwhile = {}) {
     return runner.Run(Arguments(out, resume), meanwhile);
@@ -231,39 +220,6 @@ TEST(Resume, AFirstFrameIsNoPlaceToGoOnFrom) {
   EXPECT_FALSE(fs::exists(plume.Folder("out") / "checkpoints/state00000.checkpoint"));
 }
 
-// The rain, with files of its particles in place of pictures.
-std::string SmallRain() {
-  std::string text = test::ReadText(fs::path(SourceFolder()) / "scenes/rain.json");
-  for (const auto& [from, to] : {std::pair(R"("frames": \[[^\]]*\])", R"("frames": [0, 19])"),
-                                 std::pair(R"("Drops", "count": \d+)", R"("Drops", "count": 1500)"),
-                                 std::pair(R"("pictures")", R"("particles")")}) {
-    const std::regex row(from);
-    if (!std::regex_search(text, row)) throw std::runtime_error(std::string("the rain has no ") + from);
-    text = std::regex_replace(text, row, to, std::regex_constants::format_first_only);
-  }
-  return text;
-}
-
-TEST(Resume, AKilledRunOfParticlesGoesOnWithTheSameBits) {
-  const std::string text = SmallRain();
-  Plume rain(text.c_str());
-  const ProgramOutcome whole = rain.Run("whole", false);
-  ASSERT_EQ(whole.code, 0) << whole.err;
-  const ProgramOutcome killed = rain.Run("out", false, [&](pid_t process) {
-    AwaitFile(rain.Folder("out") / "checkpoints/state00009.checkpoint", process);
-    ::kill(process, SIGKILL);
-  });
-  ASSERT_TRUE(killed.code == 256 + SIGKILL || killed.code == 0) << killed.err;
-  const ProgramOutcome resumed = rain.Run("out", true);
-  ASSERT_EQ(resumed.code, 0) << resumed.err;
-  EXPECT_EQ(FrameHashes(rain.Statistics("out")), FrameHashes(rain.Statistics("whole")));
-  for (const char* name : {"rain_Shower_Rain_passive.0019.ply", "rain_Shower_Splashes_diffuse.0019.ply"}) {
-    const std::string bytes = test::ReadText(rain.Folder("out") / "out" / name);
-    EXPECT_GT(bytes.size(), 1000u) << name;
-    EXPECT_EQ(bytes, test::ReadText(rain.Folder("whole") / "out" / name));
-  }
-}
-
 TEST(Resume, AChangedSceneIsRefused) {
   Plume plume({.cells = 8, .lastFrame = 1, .record = false});
   ASSERT_EQ(plume.Run("out", false).code, 0);
@@ -304,17 +260,9 @@ int FillDisk(const Plume& plume, std::size_t bytes, bool& filled) {
   fs::create_directories(disk);
   if (!test::MountSmallDisk(disk, bytes)) return 77;
   ProgramRunner runner;
-  const std::vector<std::string> arguments = {"run",
-                                              plume.scene,
-                                              "--out",
-                                              (disk / "out").string(),
-                                              "--stats",
-                                              plume.Statistics("disk").string(),
-                                              "--quiet",
-                                              "--set",
-                                              "Plume/keep.folder=disk/caches",
-                                              "--checkpoint-every",
-                                              std::to_string(kInterval)};
+  const auto arguments = test::Words(
+      fmt::format("run {} --out {} --stats {} --quiet --set Plume/keep.folder=disk/caches --checkpoint-every {}",
+                  plume.scene, (disk / "out").string(), plume.Statistics("disk").string(), kInterval));
   const ProgramOutcome full = runner.Run(arguments);
   filled = full.code != 0;
   if (full.code != 0 && full.code != 5) return 1;

@@ -6,10 +6,12 @@
 #include <cmath>
 
 #include "fluids/liquids/WaterSolver.h"
+#include "fluids/particles/ParticleGroup.h"
 #include "fluids/surfacing/ImplicitMesher.h"
 #include "tests/fluids/surfacing/MeshCheck.h"
 #include "tests/support/SceneFileRun.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Workers.h"
 
 namespace orlix {
 namespace {
@@ -195,6 +197,179 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
     }
     EXPECT_EQ(told, c.told.empty() ? 0 : 1) << c.told;
   }
+}
+
+// The scenes that show whitewater and liquids of particles alone: each runs, and does what it is there to show.
+
+TEST(BreakingWave, HasAllClassesAndTheSameBitsAtAnyNumberOfWorkers) {
+  test::SameForAnyWorkers([](int workers) {
+    test::SceneFileRun run("scenes/breaking_wave.json", {"Coast.voxel_size=0.16", "Whitewater.foam_life=0.4"}, workers);
+    run.observer.wantsHash = true;
+    run.StepThrough(0, 2);
+    EXPECT_EQ(run.Get<ParticleGroup>("Water").Count(PK_Diffuse), 0) << "the first frames stand at time 0 or at rest";
+    run.StepThrough(3, 16);
+    EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+    const ParticleReport& report = run.reports.back().groups.at(0);
+    EXPECT_EQ(report.foam + report.spray + report.bubbles, report.counts[PK_Diffuse]);
+    EXPECT_GT(report.foam, 20);
+    EXPECT_GT(report.spray, 20);
+    EXPECT_GT(report.bubbles, 20);
+    return run.reports.back().hash;
+  });
+}
+
+// The dam break of the benchmark, coarse and with one sub-step a frame; caches hold the liquid and its velocity.
+std::string CachedDam(const std::string& mode) {
+  const std::string common = R"(, "mode": ")" + mode + R"(", "folder_source": "own", "folder": "film" },)";
+  return test::SceneTextWith(
+      "benchmarks/scenes/whitewater.json",
+      {{R"("voxel_size": 0.015625)", R"("voxel_size": 0.0625)"},
+       {R"("max_substeps": 2)", R"("max_substeps": 0)"},
+       {R"({ "type": "particlegroup")",
+        R"({ "type": "cache", "name": "Velocities", "nodes": ["Tank"])" + common +
+            R"({ "type": "cache_particle", "name": "Drops", "groups": [{ "object": "Water", "kind": "liquid" }])" +
+            common + R"({ "type": "particlegroup")"}});
+}
+
+// Velocities are kept as doubles and the played frames have the steps of the live ones: the same bits.
+TEST(Whitewater, OverACachedLiquidItIsTheLiveOnes) {
+  const test::TemporaryFolder folder;
+  const auto framesOf = [&](const std::string& mode) {
+    test::WriteText(folder / "dam.json", CachedDam(mode));
+    test::SceneFileRun run((folder / "dam.json").string());
+    std::vector<std::vector<Vec3D>> frames;
+    for (int frame = 0; frame <= 16; ++frame) {
+      run.StepThrough(frame, frame);
+      const ParticleList& list = *run.Get<ParticleGroup>("Water").list(PK_Diffuse);
+      frames.emplace_back();
+      for (int n = 0; n < list.count(); ++n) {
+        frames.back().insert(frames.back().end(), {list.Position(n), list.Velocity(n)});
+      }
+    }
+    return frames;
+  };
+  const auto live = framesOf("record"), played = framesOf("playback");
+  EXPECT_GT(live.back().size(), 600u);
+  for (std::size_t frame = 0; frame < live.size(); ++frame) EXPECT_TRUE(played[frame] == live[frame]) << frame;
+}
+
+TEST(TwoLiquidsSlow, TheOilComesToLieOnTheWater) {
+  test::SceneFileRun run("scenes/two_liquids.json", {"Pour.voxel_size=0.04", "Liquid.rest_density=1017"});
+  run.StepThrough(0, 72);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+  const auto height = [&](const char* group) {
+    const ParticleList& list = *run.Get<ParticleGroup>(group).list(PK_Liquid);
+    double sum = 0;
+    int inside = 0;
+    for (int n = 0; n < list.count(); ++n) {
+      const Vec3D& p = list.Position(n);
+      if (p.y > 0 && p.y < 1) sum += p.y, ++inside;
+    }
+    EXPECT_GT(inside, 0.7 * list.count()) << "in the glass";
+    return sum / inside;
+  };
+  EXPECT_GT(height("Oil"), height("Water") + 0.02);
+  EXPECT_EQ(run.reports.back().densities.size(), 1u);
+}
+
+// The scenes that show emission and vorticity particles: each runs, and does what it is there to show.
+
+using test::SceneFileRun;
+
+std::vector<Vec3D> PositionsOf(SceneFileRun& run, const std::string& group, int kind) {
+  const ParticleList& list = *run.Get<ParticleGroup>(group).list(kind);
+  std::vector<Vec3D> positions;
+  for (int n = 0; n < list.count(); ++n) positions.push_back(list.Position(n));
+  return positions;
+}
+
+TEST(DissolvingMesh, TheFrontTakesTheGrainsAway) {
+  SceneFileRun run("scenes/dissolving_mesh.json", {"Grains.count=1500"});
+  run.StepThrough(0, 1);
+  const std::vector<Vec3D> before = PositionsOf(run, "Dust group", PK_Passive);
+  ASSERT_EQ(before.size(), 3000u) << "1500 in each of the two frames that stand at time 0";
+  run.StepThrough(2, 36);
+  const std::vector<Vec3D> after = PositionsOf(run, "Dust group", PK_Passive);
+  ASSERT_EQ(after.size(), before.size());
+  int gone = 0, still = 0;
+  for (std::size_t n = 0; n < after.size(); ++n) {
+    const double moved = Length(after[n] - before[n]), from = Length(before[n] - Vec3D(-1.2, 2.2, 0));
+    if (from > 1.6) {
+      EXPECT_LT(moved, 1e-12) << from;
+    }
+    ++(moved > 0.01 ? gone : still);
+  }
+  EXPECT_GT(gone, 100);
+  EXPECT_GT(still, 500);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
+TEST(Dust, IsRolledUpAndCarriedAway) {
+  SceneFileRun run("scenes/dust.json", {"Hall.voxel_size=0.1"});
+  run.StepThrough(0, 3);
+  const std::vector<Vec3D> before = PositionsOf(run, "Dust", PK_Passive);
+  run.StepThrough(4, 30);
+  const std::vector<Vec3D> after = PositionsOf(run, "Dust", PK_Passive);
+  ASSERT_EQ(after.size(), before.size());
+  int away = 0, lifted = 0;
+  for (std::size_t n = 0; n < after.size(); ++n) {
+    const auto radius = [](const Vec3D& p) { return std::hypot(p.x, p.z); };
+    away += radius(after[n]) > radius(before[n]) + 0.1;
+    lifted += after[n].y > before[n].y + 0.05;
+  }
+  EXPECT_GT(away, static_cast<int>(before.size()) / 5);
+  EXPECT_GT(lifted, static_cast<int>(before.size()) / 20);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
+TEST(Embers, RiseHotAndCool) {
+  SceneFileRun run("scenes/embers.json", {"Fire.voxel_size=0.08"});
+  run.StepThrough(0, 48);
+  const ParticleList& list = *run.Get<ParticleGroup>("Embers").list(PK_Diffuse);
+  ASSERT_GT(list.count(), 100);
+  double hottest = 0, coolest = 1e9, highest = 0;
+  for (std::int32_t n = 0; n < list.count(); ++n) {
+    const OrlixParticle ember(const_cast<ParticleList*>(&list), n);
+    hottest = std::max(hottest, ember.GetRealOr(PP::Temperature, 0));
+    coolest = std::min(coolest, ember.GetRealOr(PP::Temperature, 0));
+    highest = std::max(highest, ember.GetPosition().y);
+  }
+  EXPECT_GT(hottest, 500);
+  EXPECT_LT(coolest, 0.5 * hottest);
+  EXPECT_GT(highest, 0.6) << "m; they leave the fire at 0.02 to 0.34";
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
+TEST(Rain, BurstsOnTheBall) {
+  SceneFileRun run("scenes/rain.json", {"Drops.count=1500", "Shower.voxel_size=0.1"});
+  run.StepThrough(0, 30);
+  const auto rain = PositionsOf(run, "Rain", PK_Passive), splashes = PositionsOf(run, "Splashes", PK_Diffuse);
+  EXPECT_GT(rain.size(), 800u);
+  EXPECT_GT(splashes.size(), 100u);
+  for (const Vec3D& p : splashes) EXPECT_GT(Length(p - Vec3D(0, 1, 0)), 0.5);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
+}
+
+TEST(VortexParticles, MakeTheSmokeSwirl) {
+  SceneFileRun run("scenes/vortex_particles.json", {"Plain.voxel_size=0.125", "Fine.voxel_size=0.125"});
+  run.StepThrough(0, 20);
+  ASSERT_EQ(run.hook.scenes().size(), 2u);
+  // The energy of the motion across the rise.
+  std::vector<double> across;
+  for (const auto& [key, scene] : run.hook.scenes()) {
+    scene->ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+      const auto& grids = dynamic_cast<FluidSolver&>(node).velocity.grids;
+      double sum = 0;
+      for (const int c : {0, 2}) {
+        const ScalarGrid& grid = *grids[static_cast<std::size_t>(c)];
+        for (std::int64_t n = 0; n < grid.count; ++n) sum += grid[n] * grid[n];
+      }
+      across.push_back(sum);
+    });
+  }
+  ASSERT_EQ(across.size(), 2u);
+  EXPECT_GT(across[1], 1.2 * across[0]);
+  EXPECT_TRUE(run.warnings.empty()) << run.warnings.front();
 }
 
 }  // namespace

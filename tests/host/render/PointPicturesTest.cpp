@@ -38,24 +38,13 @@ PointCloud RandomCloud(int points, double largest, MersenneTwister& random) {
   return cloud;
 }
 
-Picture PictureOf(const RenderWorld& world, int workers = 2) {
-  WorkerPool pool(workers);
-  Result<Picture> picture = RenderPicture(world, pool, {});
-  EXPECT_TRUE(picture) << (picture ? "" : picture.error().text);
-  return picture ? *picture : Picture();
-}
-
-float ValueAt(const Picture& picture, const char* channel, int x, int y) {
-  return picture.Find(channel)->values[static_cast<std::size_t>(y * picture.width() + x)];
-}
-
 TEST(PointPictures, ShowWhatBruteForceFindsNearest) {
   MersenneTwister random(7);
   RenderWorld world;
   LookAhead(world, 90);
   world.points = {RandomCloud(300, 0.4, random), RandomCloud(60, 3.0, random)};
   world.points[1].lit = false;
-  const Picture picture = PictureOf(world);
+  const Picture picture = Rendered(world);
   int hits = 0;
   for (int y = 0; y < 90; ++y) {
     for (int x = 0; x < 90; ++x) {
@@ -73,7 +62,7 @@ TEST(PointPictures, ShowWhatBruteForceFindsNearest) {
       }
       if (rim < 1e-3) continue;  // single precision may see it either way
       hits += nearest < world.camera.far;
-      ASSERT_NEAR(ValueAt(picture, "Z", x, y), nearest, 1e-3) << x << " " << y;
+      ASSERT_NEAR(At(picture, "Z", x, y), nearest, 1e-3) << x << " " << y;
     }
   }
   EXPECT_GT(hits, 3000);
@@ -93,12 +82,12 @@ TEST(PointPictures, StandInFrontOfAndBehindSurfacesAndInsideVolumes) {
   fog.low = {-10, -10, -9}, fog.high = {10, 10, 3};
   fog.absorption = 0.3;
   world.volumes.push_back(&fog);
-  const Picture picture = PictureOf(world);
-  EXPECT_NEAR(ValueAt(picture, "R", 10, 20), std::exp(-0.3 * 2), 1e-5) << "the disc stands 2 deep in the fog";
-  EXPECT_EQ(ValueAt(picture, "G", 10, 20), 0);
-  EXPECT_NEAR(ValueAt(picture, "Z", 10, 20), 19, 1e-5);
-  EXPECT_EQ(ValueAt(picture, "R", 30, 20), 0) << "the wall hides the other";
-  EXPECT_NEAR(ValueAt(picture, "G", 30, 20), 0.5 * std::exp(-0.3 * 3), 1e-5);
+  const Picture picture = Rendered(world);
+  EXPECT_NEAR(At(picture, "R", 10, 20), std::exp(-0.3 * 2), 1e-5) << "the disc stands 2 deep in the fog";
+  EXPECT_EQ(At(picture, "G", 10, 20), 0);
+  EXPECT_NEAR(At(picture, "Z", 10, 20), 19, 1e-5);
+  EXPECT_EQ(At(picture, "R", 30, 20), 0) << "the wall hides the other";
+  EXPECT_NEAR(At(picture, "G", 30, 20), 0.5 * std::exp(-0.3 * 3), 1e-5);
 }
 
 TEST(PointPictures, LitBallsFollowLambertAndSurfacesShadeThem) {
@@ -108,22 +97,20 @@ TEST(PointPictures, LitBallsFollowLambertAndSurfacesShadeThem) {
   PointCloud cloud;
   cloud.points = {{{0, 0, 0}, 3, {1, 0.5, 0.25}, 1}};
   world.points.push_back(cloud);
-  Light sun;
-  sun.kind = LightKind::Distant, sun.direction = {0, -1, 0};
-  world.lights.push_back(sun);
-  const Picture open = PictureOf(world);
+  world.lights.push_back(Sun({0, -1, 0}));
+  const Picture open = Rendered(world);
   int seen = 0;
   for (int y = 10; y < 32; y += 4) {
     const double up = (31.5 - y) * 8 / 64 / 3;  // of the unit normal
-    EXPECT_NEAR(ValueAt(open, "R", 32, y), up, 0.01);
-    EXPECT_NEAR(ValueAt(open, "B", 32, y), up / 4, 0.01);
+    EXPECT_NEAR(At(open, "R", 32, y), up, 0.01);
+    EXPECT_NEAR(At(open, "B", 32, y), up / 4, 0.01);
     ++seen;
   }
   EXPECT_EQ(seen, 6);
   PolygonObject roof = SquareMesh(10);
   for (Vec3D& p : roof.points) p.y = 3.5;
   ASSERT_TRUE(world.surfaces.Build({{&roof, {}, {}, nullptr}}));
-  EXPECT_EQ(ValueAt(PictureOf(world), "R", 32, 20), 0);
+  EXPECT_EQ(At(Rendered(world), "R", 32, 20), 0);
 }
 
 // 200,000 that each fill the picture: 70 thousand million samples, if they were drawn.
@@ -137,7 +124,7 @@ TEST(PointPictures, AHeapBeforeTheCameraEndsSoon) {
     cloud.points.push_back({{0, 0, 8 * shade}, 50, Vec3F(shade), 0.5f});
   }
   world.points.push_back(cloud);
-  const Picture picture = PictureOf(world);
+  const Picture picture = Rendered(world);
   for (const float v : picture.Find("R")->values) ASSERT_GT(v, 0.999f);
 }
 
@@ -148,7 +135,7 @@ TEST(PointPictures, OpacityIsTheShareOfSamples) {
   cloud.lit = false;
   cloud.points = {{{0, 0, 0}, 20, {1, 1, 1}, 0.25f}};
   world.points.push_back(cloud);
-  const Picture picture = PictureOf(world);
+  const Picture picture = Rendered(world);
   for (const float v : picture.Find("R")->values) ASSERT_NEAR(v, 0.25, 1.5 / 64);
 }
 
@@ -171,11 +158,11 @@ TEST(PointPictures, BlurWhatMovesAndWhatIsOutOfFocus) {
       world.camera.projection = Projection::Perspective, world.camera.halfWidth = 0.2;
       world.camera.aperture = 2, world.camera.focus = 10;
     }
-    const Picture picture = PictureOf(world);
+    const Picture picture = Rendered(world);
     for (int x = 4; x < 60; ++x) {
       const double d = std::min(2.0, std::abs((x + 0.5) / 8 - 4));
       const double discs = (2 * std::acos(d / 2) - d / 2 * std::sqrt(4 - d * d)) / std::numbers::pi;
-      EXPECT_NEAR(ValueAt(picture, "R", x, 32), cause == Lens ? discs : 1 - d / 2, 0.06) << cause << " " << x;
+      EXPECT_NEAR(At(picture, "R", x, 32), cause == Lens ? discs : 1 - d / 2, 0.06) << cause << " " << x;
     }
   }
 }
@@ -192,7 +179,7 @@ TEST(PointPictures, PassOverWhatIsNoPlace) {
   cloud.points.push_back({{0, 0, 0}, nan, {1, 1, 1}, 1});
   cloud.leastRadius = 0;
   world.points.push_back(cloud);
-  const Picture picture = PictureOf(world);
+  const Picture picture = Rendered(world);
   for (const float v : picture.Find("R")->values) ASSERT_EQ(v, 0);
 }
 
@@ -211,7 +198,7 @@ TEST(PointPicturesThreads, AreTheSameAtAnyNumberOfWorkers) {
   }
   test::SameForAnyWorkers([&](int workers) {
     std::vector<float> values;
-    const Picture picture = PictureOf(world, workers);
+    const Picture picture = Rendered(world, workers);
     for (const PictureChannel& channel : picture.channels()) {
       values.insert(values.end(), channel.values.begin(), channel.values.end());
     }

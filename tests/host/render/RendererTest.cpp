@@ -23,35 +23,22 @@ Vec3D GroundAt(const RenderWorld& world, int x, int y) {
   return ray.origin - ray.direction * (ray.origin.y / ray.direction.y);
 }
 
-Light Sun(const Vec3D& direction) {
-  Light sun;
-  sun.kind = LightKind::Distant;
-  sun.direction = Normalized(direction);
-  return sun;
-}
-
-Picture Rendered(const RenderWorld& world, int workers = 2, RenderReport* report = nullptr) {
-  WorkerPool pool(workers);
-  Result<Picture> picture = RenderPicture(world, pool, {}, report);
-  EXPECT_TRUE(picture) << (picture ? "" : picture.error().text);
-  return picture ? *picture : Picture();
-}
-
-float At(const Picture& picture, const char* channel, int x, int y) {
-  return picture.Find(channel)->values[static_cast<std::size_t>(y * picture.width() + x)];
-}
-
 const SurfaceMaterial kMatt{.colour = {0.8, 0.6, 0.4}, .specular = 0};
 
-TEST(Renderer, AnEmptyVolumeLeavesTheBackgroundExactly) {
-  RenderWorld world;
-  SetUpPicture(world, 40, 30, 4);
+// A ball in a square of ground in the sun.
+void SetUpBall(RenderWorld& world, int width, int height, int samples) {
+  SetUpPicture(world, width, height, samples);
   world.settings.skyColour = {0.1, 0.7, 0.3};
-  const PolygonObject ground = SquareMesh(3), ball = SphereMesh(1, 16);
-  ASSERT_TRUE(world.surfaces.Build({{&ground, {}, kMatt, nullptr}, {&ball, {}, kMatt, nullptr}}));
+  static const PolygonObject kGround = SquareMesh(3), kBall = SphereMesh(1, 16);
+  ASSERT_TRUE(world.surfaces.Build({{&kGround, {}, kMatt, nullptr}, {&kBall, {}, kMatt, nullptr}}));
   world.camera.position = {0, 3, 8};
   world.camera.LookAt({0, 0, 0}, {0, 1, 0});
   world.lights.push_back(Sun({1, -1, -1}));
+}
+
+TEST(Renderer, AnEmptyVolumeLeavesTheBackgroundExactly) {
+  RenderWorld world;
+  SetUpBall(world, 40, 30, 4);
   const Picture without = Rendered(world);
   BoxVolume empty;
   world.volumes.push_back(&empty);
@@ -390,14 +377,8 @@ TEST(Renderer, TellsItsProgressAndStopsWhenAsked) {
 
 TEST(RendererThreads, ThePictureIsTheSameAtAnyNumberOfWorkers) {
   RenderWorld world;
-  SetUpPicture(world, 97, 75, 2);
-  world.settings.skyColour = {0.3, 0.3, 0.4};
+  SetUpBall(world, 97, 75, 2);
   world.settings.skySamples = 2;
-  const PolygonObject ground = SquareMesh(3), ball = SphereMesh(1, 16);
-  ASSERT_TRUE(world.surfaces.Build({{&ground, {}, kMatt, nullptr}, {&ball, {}, kMatt, nullptr}}));
-  world.camera.position = {0, 3, 8};
-  world.camera.LookAt({0, 0, 0}, {0, 1, 0});
-  world.lights.push_back(Sun({1, -1, -1}));
   BoxVolume noisy;
   noisy.high = {2, 2, 2}, noisy.absorption = 0.2, noisy.glow = {1, 0.5, 0.1}, noisy.noisy = true;
   world.volumes.push_back(&noisy);

@@ -1,11 +1,13 @@
 #pragma once
 // Small meshes and volumes for the tests of pictures.
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <numbers>
 
 #include "globals/Random.h"
-#include "host/render/RenderWorld.h"
+#include "host/render/Renderer.h"
 #include "tests/support/SpherePolygons.h"
 
 namespace orlix {
@@ -59,6 +61,24 @@ class BoxVolume : public VolumeShader {
     return Vec3D(std::exp(-absorption * (end - begin)));
   }
 };
+
+inline Picture Rendered(const RenderWorld& world, int workers = 2, RenderReport* report = nullptr,
+                        const RenderOptions& options = {}) {
+  WorkerPool pool(workers);
+  Result<Picture> picture = RenderPicture(world, pool, options, report);
+  EXPECT_TRUE(picture) << (picture ? "" : picture.error().text);
+  return picture ? *picture : Picture();
+}
+
+inline float At(const Picture& picture, const char* channel, int x, int y) {
+  return picture.Find(channel)->values[static_cast<std::size_t>(y * picture.width() + x)];
+}
+
+inline Light Sun(const Vec3D& direction) {
+  Light sun;
+  sun.kind = LightKind::Distant, sun.direction = Normalized(direction);
+  return sun;
+}
 
 // A world of the given size with no lights and a black sky that is seen.
 inline void SetUpPicture(RenderWorld& world, int width, int height, int samples = 1) {
