@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the pictures of docs/gallery and writes docs/gallery.md: each scene is run with all its frames, one of them is
 shown. --quick makes the shown frames alone and keeps the times that the page has, --page writes the page by what is
-there; names of scenes choose some."""
+there; names of scenes choose some. --keep FOLDER leaves four pictures over the length of each scene there, as they are."""
 import pathlib
 import re
 import resource
@@ -41,29 +41,31 @@ SCENES = [
     ("drops", 30, "Drops in a room without gravity: a liquid of particles alone."),
     ("two_liquids", 26, "Oil and water are poured into one glass."),
     ("ball_into_pool", 22, "A ball is thrown into a pool."),
+    ("shaken_tank", 40, "A tank is shaken to and fro near the period of its own waves: the water climbs its walls."),
     ("floating_crate", 40, "A crate falls into a pool and floats."),
     ("crates_in_pool", 60, "Twenty crates of three densities."),
     ("raft", 14, "A crate lands on a raft."),
     ("dominoes_in_wave", 22, "A wave and a row of dominoes."),
     ("wall_in_wave", 18, "A wave breaks a wall of bricks."),
     ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
-    ("pouring", 60, "Water is poured into a glass with thin walls."),
-    ("fountain", 60, "A jet of water falls back into its basin."),
+    ("pouring", 48, "Water is poured into a glass with thin walls."),
+    ("fountain", 36, "A jet of water falls back into its basin."),
     ("honey", 36, "A viscous thread coils up on a plate."),
     ("csg_sculpture", 36, "A knot and a ball, blended, cut and smoothed by keyframes."),
     ("lettering", 7, "Letters of water fall and flow together into a sheet."),
     ("remeshed", 0, "A mesh, and what becomes of it: voxelised and meshed again, and smoothed."),
     ("reconstructions", 1, "The particles of three knots as surfaces, by each way of reconstruction."),
     ("embers", 34, "Embers rise from a fire and glow by the temperature of the air."),
-    ("dust", 40, "A slab falls, and its air rolls up the dust on the ground."),
-    ("rain", 48, "Drops burst on a ball."),
-    ("dissolving_mesh", 80, "A knot of coloured grains dissolves in a curl flow."),
+    ("dust", 32, "A slab falls, and its air rolls up the dust on the ground."),
+    ("rain", 36, "Drops burst on a ball."),
+    ("dissolving_mesh", 76, "A knot of coloured grains dissolves in a curl flow."),
 ]
 HEAD = """# Gallery
 
 Every scene of [scenes/](../scenes). `./dev gallery` makes everything on this page anew and measures the time of all
 frames of each scene, simulation and pictures, in processor seconds (two idle cores take a little more than half of it);
-`./dev gallery --quick NAME` makes one picture.
+`./dev gallery --quick NAME` makes one picture. Of the times with "about", the simulation ran through, with pictures of
+pairs of frames over its length; the other pictures are taken to cost as much as those.
 """
 
 
@@ -92,7 +94,7 @@ def make_jpeg(png, jpeg):
     sys.exit(f"{jpeg} stays larger than {MOST_BYTES} bytes")
 
 
-def make_picture(name, frame, quick):
+def make_picture(name, frame, quick, keep):
     """Seconds of the run, or None; the picture is in place afterwards if the scene makes one."""
     with tempfile.TemporaryDirectory() as folder:
         before = processor_seconds()
@@ -101,6 +103,9 @@ def make_picture(name, frame, quick):
         if name == "demo":
             command, folder = [ROOT / "scenes/demo/run.sh", "--quiet", *frames], ROOT / "out/demo"
         done = subprocess.run(command)
+        pictures = sorted(pathlib.Path(folder).rglob("*.png"))
+        for quarter in range(4 if keep and pictures else 0):
+            shutil.copy(pictures[quarter * (len(pictures) - 1) // 3], keep / f"{name}.{quarter}.png")
         if done.returncode:
             sys.exit(f"{name} ended with {done.returncode}")
         found = list(pathlib.Path(folder).rglob(f"*.{frame:04}.png"))
@@ -127,6 +132,12 @@ def write_page(times):
 def main(arguments):
     add_others()
     quick = "--quick" in arguments
+    keep = None
+    if "--keep" in arguments:
+        at = arguments.index("--keep")
+        keep = pathlib.Path(arguments[at + 1])
+        keep.mkdir(parents=True, exist_ok=True)
+        del arguments[at:at + 2]
     names = [a for a in arguments if not a.startswith("--")]
     unknown = set(names) - {name for name, _, _ in SCENES}
     if unknown:
@@ -134,14 +145,14 @@ def main(arguments):
     if not shutil.which("ffmpeg"):
         sys.exit("the gallery needs ffmpeg")
     old = PAGE.read_text() if PAGE.exists() else ""
-    times = dict(re.findall(r"^    .*?(\w+)   # (\d+) s$", old, re.M))
+    times = dict(re.findall(r"^    .*?(\w+)   # ((?:about )?\d+) s$", old, re.M))
     PICTURES.mkdir(exist_ok=True)
     if "--page" in arguments:
         return write_page(times)
     for name, frame, _ in SCENES:
         if names and name not in names:
             continue
-        seconds = make_picture(name, frame, quick)
+        seconds = make_picture(name, frame, quick, keep)
         if seconds is not None:
             times[name] = round(seconds)
         print(f"{name}: frame {frame}" + ("" if seconds is None else f", {seconds:.0f} s in all"), flush=True)
