@@ -66,9 +66,8 @@ void CorrectPositions(WorkerPool& pool, const CorrectionSettings& s, ParticleLis
   };
   ForEachNeighbourhoodAt(
       tree, pool, s.radius,
-      [&](std::int32_t index, Vec3D& place) {
-        place = list.Position(index);
-        return corrected.weights[static_cast<std::size_t>(index)] != 0;
+      [&](std::int32_t index) {
+        return corrected.weights[static_cast<std::size_t>(index)] != 0 ? &list.Position(index) : nullptr;
       },
       push);
 }
@@ -90,9 +89,9 @@ void CorrectVelocities(WorkerPool& pool, const CorrectionSettings& s, ParticleLi
   };
   ForEachNeighbourhoodAt(
       tree, pool, s.radius,
-      [&](std::int32_t index, Vec3D& place) {
-        place = corrected.positions[static_cast<std::size_t>(index)];
-        return corrected.weights[static_cast<std::size_t>(index)] != 0;
+      [&](std::int32_t index) {
+        const auto at = static_cast<std::size_t>(index);
+        return corrected.weights[at] != 0 ? &corrected.positions[at] : nullptr;
       },
       follow);
 }

@@ -95,11 +95,11 @@ std::int32_t CohesionPass::Give(std::int32_t index, std::int32_t thread, Gift* g
 void AddMeanTension(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
                     std::span<const double> weights) {
   const double h = settings.radius, scale = 1 / (4 * kPi * h * h * h);
-  const auto pulled = [&](std::int32_t index, Vec3D& place) {
+  const auto pulled = [&](std::int32_t index) {
     const double density = OrlixParticle(&list, index).GetRealOr(PP::Density, 1);
-    place = list.Position(index);
-    return density >= settings.minimumDensity && density <= settings.maximumDensity &&
-           weights[static_cast<std::size_t>(index)] != 0;
+    const bool is = density >= settings.minimumDensity && density <= settings.maximumDensity &&
+                    weights[static_cast<std::size_t>(index)] != 0;
+    return is ? &list.Position(index) : nullptr;
   };
   ForEachNeighbourhoodAt(
       tree, pool, h, pulled, [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
@@ -124,7 +124,7 @@ void FindTensionNormals(WorkerPool& pool, const TensionSettings& settings, Parti
   const double h = settings.radius;
   const double scale = static_cast<float>(945 / (32 * kPi * h * h * h));
   list.ForEachChunk(0, list.count(), [](const ParticleRows& rows) { rows.NeedProperty<Vec3D>(PP::SurfaceNormal); });
-  const auto everywhere = [&](std::int32_t index, Vec3D& place) { return place = list.Position(index), true; };
+  const auto everywhere = [&](std::int32_t index) { return &list.Position(index); };
   ForEachNeighbourhoodAt(tree, pool, h, everywhere,
                          [&](std::int32_t index, std::span<const Neighbour> neighbours, std::int32_t) {
                            const Vec3D x = list.Position(index);

@@ -91,8 +91,7 @@ void BM_Neighbours(benchmark::State& state) {
     } else {
       const ParticleList& list = *cloud.group->list(PK_Liquid);
       ForEachNeighbourhoodAt(
-          *cloud.group->Tree(PK_Liquid), pool, kCell,
-          [&](std::int32_t index, Vec3D& place) { return place = list.Position(index), true; },
+          *cloud.group->Tree(PK_Liquid), pool, kCell, [&](std::int32_t index) { return &list.Position(index); },
           [&](std::int32_t, std::span<const Neighbour> near, std::int32_t thread) {
             sums[thread][0] += static_cast<std::int64_t>(near.size());
           });

@@ -106,11 +106,14 @@ TEST(ParticleKdTree, TheTreesOwnPointsFindTheSameInItsOrder) {
       EXPECT_EQ(asked, static_cast<int>(points.size()));
       // Two thirds of them, each at a place that it moves to.
       asked = 0;
-      const auto moved = [&](std::int32_t i) { return own(i) + Vec3D(0.03, -0.02, 0.05) * (i % 2); };
+      std::vector<Vec3D> moved;
+      for (std::size_t i = 0; i < points.size(); ++i) {
+        moved.push_back(points[i] + Vec3D(0.03, -0.02, 0.05) * double(i % 2));
+      }
       ForEachNeighbourhoodAt(
-          tree, pool, radius, [&](std::int32_t i, Vec3D& place) { return place = moved(i), i % 3 != 0; },
+          tree, pool, radius, [&](std::int32_t i) { return i % 3 != 0 ? &moved[std::size_t(i)] : nullptr; },
           [&](std::int32_t i, std::span<const Neighbour> near, std::int32_t thread) {
-            check(i, moved(i), near, thread);
+            check(i, moved[std::size_t(i)], near, thread);
           });
       EXPECT_EQ(asked, static_cast<int>(points.size() - (points.size() + 2) / 3));
       EXPECT_EQ(wrong, 0) << shape << " " << radius;
