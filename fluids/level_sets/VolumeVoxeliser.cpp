@@ -7,6 +7,7 @@
 
 #include "fluids/level_sets/VoxeliserBand.h"
 #include "fluids/level_sets/VoxeliserGuess.h"
+#include "fluids/level_sets/VoxeliserHistory.h"
 #include "fluids/level_sets/VoxeliserSweeps.h"
 #include "host/threads/WorkerPool.h"
 
@@ -91,29 +92,54 @@ bool VolumeVoxeliser::Run(const iTriMesh& mesh, ScalarGrid& levelSet, WorkerPool
   maximumDepth_.reset();
   if (mesh.PointCount() == 0 || levelSet.count == 0 || mesh.TriangleCount() > kMaxTriangles) return false;
   const NodeLattice lattice(levelSet.dims, levelSet.space);
-  const GridView<double> values(levelSet);
   const PieceStarts starts = CountTriangles(mesh, pool);
   VoxeliserScratch scratch(levelSet.dims, starts.back());
   GatherTriangles(mesh, starts, scratch.triangles, pool);
-  FillExactBand(lattice, settings.exactBand, scratch, values, pool, settings.workers);
-  MakeSweepBounds(lattice, scratch, pool);
-  if (!GuessClosestTriangles(lattice, settings.exactBand, scratch, values, pool, settings.workers, hostThread) ||
-      !SweepClosestTriangles(lattice, 1, settings.exactBand, scratch, values, scratch.closest.data, pool,
-                             settings.workers, hostThread)) {
+  if (!settings.keep) {
+    history_.reset();
+  } else if (!history_) {
+    history_ = std::make_shared<VoxeliserHistory>();
+  }
+  VoxeliserHistory* history =
+      history_ && history_->Begin(mesh, levelSet, settings.exactBand) ? history_.get() : nullptr;
+  if (!Measure(levelSet, lattice, scratch, pool, hostThread, history)) {
+    history_.reset();
     return false;
   }
+  keptShare_ = history ? history->KeptShare() : 0;
+  if (history) history->End(mesh, scratch);
+  Sign(levelSet, scratch, pool);
+  return true;
+}
+
+void VolumeVoxeliser::Reset() {
+  maximumDepth_.reset();
+  history_.reset();
+}
+
+bool VolumeVoxeliser::Measure(GridView<double> values, const NodeLattice& lattice, VoxeliserScratch& scratch,
+                              WorkerPool& pool, const BaseThread* hostThread, VoxeliserHistory* history) const {
+  const int band = settings.exactBand, workers = settings.workers;
+  FillExactBand(lattice, band, scratch, values, pool, workers, history);
+  MakeSweepBounds(lattice, scratch, pool);
+  if (!GuessClosestTriangles(lattice, band, scratch, values, pool, workers, hostThread)) return false;
+  if (history) history->TakeGuess(scratch, values, pool);
+  return SweepClosestTriangles(lattice, 1, band, scratch, values, scratch.closest.data, pool, workers, hostThread,
+                               history);
+}
+
+void VolumeVoxeliser::Sign(GridView<double> values, const VoxeliserScratch& scratch, WorkerPool& pool) {
   std::array<double, WorkerPool::kMaxWorkers> deepest;
   deepest.fill(-1);
-  ParallelRange(pool, 0, levelSet.dims.z, [&](int from, int to, int worker) {
+  ParallelRange(pool, 0, values.dims.z, [&](int from, int to, int worker) {
     deepest[static_cast<std::size_t>(worker)] = SignLayers(values, scratch.crossings, settings.flip, from, to);
   });
   const double depth = *std::max_element(deepest.begin(), deepest.end());
-  if (depth < 0) return true;  // nothing is inside
+  if (depth < 0) return;  // nothing is inside
   maximumDepth_ = depth;
-  if (settings.shell >= 1.0) return true;
-  ParallelRange(pool, 0, levelSet.dims.z,
+  if (settings.shell >= 1.0) return;
+  ParallelRange(pool, 0, values.dims.z,
                 [&](int from, int to, int) { HollowLayers(values, depth, settings.shell, from, to); });
-  return true;
 }
 
 }  // namespace orlix

@@ -21,6 +21,7 @@
 //   a triangle   192 bytes during a run
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "fluids/grids/EGrid.h"
@@ -29,15 +30,19 @@
 namespace orlix {
 
 class BaseThread;
+class VoxeliserHistory;
 class WorkerPool;
+struct NodeLattice;
+struct VoxeliserScratch;
 
 struct VoxeliserSettings {
   int exactBand = 3;   // nodes around a triangle's box that get exact distances
   double shell = 1.0;  // wall of a hollow solid as a share of the largest depth; 1 is solid
   bool flip = false;   // the outside is solid
   int workers = 8;     // at most
+  bool keep = false;   // for a mesh that deforms: the next run voxelises what changed
 
-  // The number of workers changes nothing.
+  // The number of workers changes nothing, and neither does what is kept.
   bool SameResult(const VoxeliserSettings& other) const {
     return exactBand == other.exactBand && shell == other.shell && flip == other.flip;
   }
@@ -54,12 +59,21 @@ class VolumeVoxeliser {
 
   // The largest distance of an inside node, by parity and before the shell, m; none when no node is inside.
   const std::optional<double>& maximumDepth() const { return maximumDepth_; }
-  void Reset() { maximumDepth_.reset(); }
+  // Of the last run: the share of the sweeps' blocks that came from the run before it.
+  double keptShare() const { return keptShare_; }
+  void Reset();
 
   static constexpr std::int64_t kMaxTriangles = (std::int64_t(1) << 27) - 1;
 
  private:
+  // Distances without a sign.
+  bool Measure(GridView<double> values, const NodeLattice& lattice, VoxeliserScratch& scratch, WorkerPool& pool,
+               const BaseThread* hostThread, VoxeliserHistory* history) const;
+  void Sign(GridView<double> values, const VoxeliserScratch& scratch, WorkerPool& pool);
+
   std::optional<double> maximumDepth_;
+  double keptShare_ = 0;
+  std::shared_ptr<VoxeliserHistory> history_;  // null while nothing is kept
 };
 
 }  // namespace orlix

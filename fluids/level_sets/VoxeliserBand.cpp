@@ -227,20 +227,23 @@ ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& bloc
   }
 }
 
+// The slabs that a triangle reaches.
+Span SlabReach(const NodeLattice& lattice, int band, const Vec3D& x1, const Vec3D& x2, const Vec3D& x3) {
+  const double a = lattice.Index(x1).z, b = lattice.Index(x2).z, c = lattice.Index(x3).z;
+  const Span span = BandSpan(std::min({a, b, c}), std::max({a, b, c}), band, lattice.dims.z);
+  return {span.first / kSlabLayers, span.last / kSlabLayers};
+}
+
 // Which triangles reach which slab, in the triangles' order.
 class SlabBins {
  public:
   SlabBins(const NodeLattice& lattice, int band, const TriangleList& triangles, WorkerPool& pool)
       : slabs_((lattice.dims.z + kSlabLayers - 1) / kSlabLayers) {
     const std::int64_t count = triangles.count;
-    const auto reach = [&](const TriangleTerms& t) {
-      const double a = lattice.Index(t.x1).z, b = lattice.Index(t.x2).z, c = lattice.Index(t.x3).z;
-      const Span span = BandSpan(std::min({a, b, c}), std::max({a, b, c}), band, lattice.dims.z);
-      return Span{span.first / kSlabLayers, span.last / kSlabLayers};
-    };
     const auto forChunk = [&](int chunk, auto&& f) {
       for (std::int64_t t = count * chunk / kChunks; t < count * (chunk + 1) / kChunks; ++t) {
-        const Span span = reach(triangles[t]);
+        const TriangleTerms& terms = triangles[t];
+        const Span span = SlabReach(lattice, band, terms.x1, terms.x2, terms.x3);
         for (int s = span.first; s <= span.last; ++s) f(s, static_cast<std::int32_t>(t));
       }
     };
@@ -345,17 +348,38 @@ class BandFiller {
   double extent_ = 0;
 };
 
+// For each slab whether triangles reach it, or reached it, that moved.
+std::vector<std::uint8_t> ChangedSlabs(const NodeLattice& lattice, int band, const TriangleList& triangles,
+                                       const VoxeliserHistory& history, int slabs) {
+  std::vector<std::uint8_t> changed(static_cast<std::size_t>(slabs), 0);
+  const auto mark = [&](const Span& span) { std::fill(&changed[span.first], &changed[span.last] + 1, 1); };
+  for (std::int64_t t = 0; t < triangles.count; ++t) {
+    if (!history.HasMoved(t)) continue;
+    mark(SlabReach(lattice, band, triangles[t].x1, triangles[t].x2, triangles[t].x3));
+    mark(SlabReach(lattice, band, history.CornerBefore(t, 0), history.CornerBefore(t, 1), history.CornerBefore(t, 2)));
+  }
+  return changed;
+}
+
 }  // namespace
 
 void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> distances,
-                   WorkerPool& pool, int workers) {
+                   WorkerPool& pool, int workers, VoxeliserHistory* history) {
   const SlabBins bins(lattice, band, scratch.triangles, pool);
   BandFiller filler(lattice, band, scratch, distances);
+  std::vector<std::uint8_t> changed;
+  if (history && history->IsFilled()) changed = ChangedSlabs(lattice, band, scratch.triangles, *history, bins.slabs());
   std::atomic<int> next{0};
   pool.Run(workers, [&](int) {
     for (int slab = next++; slab < bins.slabs(); slab = next++) {
-      const int first = slab * kSlabLayers;
-      filler.FillSlab(first, std::min(first + kSlabLayers, lattice.dims.z) - 1, bins.Of(slab));
+      const int first = slab * kSlabLayers, last = std::min(first + kSlabLayers, lattice.dims.z) - 1;
+      const std::int64_t begin = distances.Index(0, 0, first), count = distances.slab * (last - first + 1);
+      if (!changed.empty() && !changed[static_cast<std::size_t>(slab)]) {
+        history->LoadBand(scratch, distances, begin, count);
+        continue;
+      }
+      filler.FillSlab(first, last, bins.Of(slab));
+      if (history) history->SaveBand(scratch, distances, begin, count);
     }
   });
 }

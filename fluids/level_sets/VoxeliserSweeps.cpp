@@ -144,17 +144,17 @@ constexpr std::array<BitList, 1 << kNeighbours> kBitLists = [] {
 
 // What a worker needs for a row. Loops over candidates are flat and have no branches to mispredict.
 struct RowWork {
-  static constexpr int kMost = kTile.x * kNeighbours + 8;
-  std::int32_t tests[kTile.x];
+  static constexpr int kNodes = kTile.x + 1, kMost = kNodes * kNeighbours + 8;
+  std::int32_t tests[kNodes];
   // Nodes that have something to try, in ascending x.
   int actives;
-  std::int16_t active[kTile.x + 1];
-  float limit[kTile.x], least[kTile.x];  // cells^2: of the node's distance, and of its candidates' bounds
-  double best[kTile.x];
-  std::int32_t found[kTile.x], order[kTile.x];  // of the triangle that is best so far; order -1: the node's own
-  double inRow[kTile.x];                        // the distance to the triangle of the neighbour in the row
+  std::int16_t active[kNodes + 1];
+  float limit[kNodes], least[kNodes];  // cells^2: of the node's distance, and of its candidates' bounds
+  double best[kNodes];
+  std::int32_t found[kNodes], order[kNodes];  // of the triangle that is best so far; order -1: the node's own
+  double inRow[kNodes];                       // the distance to the triangle of the neighbour in the row
   // Triangles to be tried, by active node: those of node a from start[a] on.
-  int start[kTile.x + 1];
+  int start[kNodes + 1];
   std::uint8_t node[kMost], neighbour[kMost];
   std::int32_t triangle[kMost];
   float bound[kMost];
@@ -453,8 +453,10 @@ ORLIX_MULTIVERSION void SweepOneRow(const SweepField& field, const SweepRow& row
 class Sweeper {
  public:
   Sweeper(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
-          GridView<double> distances, std::int32_t* closest)
-      : lattice_(lattice), stride_(stride), dims_(distances.dims), slab_(distances.slab) {
+          GridView<double> distances, std::int32_t* closest, VoxeliserHistory* history)
+      : lattice_(lattice), stride_(stride), distances_(distances), closest_(closest), history_(history) {
+    dims_ = distances.dims, slab_ = distances.slab;
+    if (history) tile_ = VoxeliserHistory::kBlock;
     for (int i = 0; i < dims_.x; ++i) x_.push_back(lattice.World(i * stride, 0, 0).x);
     const double least = std::min({lattice.spacing.x, lattice.spacing.y, lattice.spacing.z});
     // Outside its widened box a triangle is farther than the band and one node more.
@@ -467,10 +469,7 @@ class Sweeper {
   // A worker takes the next layer of tiles and follows the one before it. A layer is taken only when the one before it
   // was, so the first unfinished layer never waits.
   void Sweep(int sweep, WorkerPool& pool, int workers) {
-    // The first node of each axis isn't visited.
-    const VecInt3D visited = dims_ - VecInt3D(1, 1, 1);
-    const auto tilesOf = [&](int axis) { return (visited[axis] + kTile[axis] - 1) / kTile[axis]; };
-    const VecInt3D tiles{tilesOf(0), tilesOf(1), tilesOf(2)};
+    const VecInt3D tiles = NodeBlock::Count(tile_, dims_);
     const auto progress = std::make_unique<std::atomic<int>[]>(static_cast<std::size_t>(tiles.z));
     std::atomic<int> next{0};
     pool.Run(workers, [&](int) {
@@ -478,7 +477,11 @@ class Sweeper {
       for (int layer = next++; layer < tiles.z; layer = next++) {
         for (int tile = 0; tile < tiles.x * tiles.y; ++tile) {
           if (layer > 0) WaitFor(progress[static_cast<std::size_t>(layer - 1)], tile + 1);
-          SweepTile(sweep, VecInt3D(tile % tiles.x, tile / tiles.x, layer) * kTile, visited, *work);
+          VecInt3D block(tile % tiles.x, tile / tiles.x, layer);
+          for (int axis = 0; axis < 3; ++axis) {
+            if (kDirections[sweep][axis] < 0) block[axis] = tiles[axis] - 1 - block[axis];
+          }
+          MakeBlock(sweep, block, *work);
           progress[static_cast<std::size_t>(layer)].store(tile + 1, std::memory_order_release);
         }
       }
@@ -492,14 +495,27 @@ class Sweeper {
     }
   }
 
-  // from: in steps from the first visited node.
-  void SweepTile(int sweep, const VecInt3D& from, const VecInt3D& visited, RowWork& work) {
+  void MakeBlock(int sweep, const VecInt3D& block, RowWork& work) {
+    if (history_ && !history_->NeedsSweep(block, kDirections[sweep])) {
+      return history_->Load(block, sweep + 1, distances_, closest_);
+    }
+    SweepTile(sweep, block, work);
+    if (history_) history_->Take(block, sweep + 1, distances_, closest_);
+  }
+
+  void SweepTile(int sweep, const VecInt3D& block, RowWork& work) {
     const int* d = kDirections[sweep];
-    const VecInt3D to = Min(from + kTile, visited), &n = dims_;
-    const auto indexOf = [&](int axis, int step) { return d[axis] > 0 ? step + 1 : visited[axis] - 1 - step; };
+    const VecInt3D& n = dims_;
+    // The first node of each axis isn't visited.
+    auto [low, high] = NodeBlock(block, tile_, n);
+    for (int axis = 0; axis < 3; ++axis) {
+      if (d[axis] > 0) low[axis] = std::max(low[axis], 1);
+      if (d[axis] < 0) high[axis] = std::min(high[axis], n[axis] - 1);
+      if (low[axis] >= high[axis]) return;
+    }
     SweepRow row;
-    row.count = to.x - from.x;
-    row.low = d[0] > 0 ? indexOf(0, from.x) : indexOf(0, to.x - 1);
+    row.count = high.x - low.x;
+    row.low = low.x;
     row.step = d[0];
     row.sweepBit = 1 << sweep;
     row.tag = static_cast<std::int32_t>(sweep + 1) << kSweepTagShift;
@@ -509,9 +525,11 @@ class Sweeper {
       const std::int64_t back = kBack[m][0] * d[0] + std::int64_t(kBack[m][1] * d[1]) * n.x;
       row.offset[m] = -(back + kBack[m][2] * d[2] * slab_);
     }
-    for (int layer = from.z; layer < to.z; ++layer) {
-      for (int step = from.y; step < to.y; ++step) {
-        row.j = indexOf(1, step), row.k = indexOf(2, layer);
+    const VecInt3D count = high - low;
+    for (int layer = 0; layer < count.z; ++layer) {
+      for (int step = 0; step < count.y; ++step) {
+        row.j = d[1] > 0 ? low.y + step : high.y - 1 - step;
+        row.k = d[2] > 0 ? low.z + layer : high.z - 1 - layer;
         // Nodes of the array's faces aren't visited by each sweep: there everything is new.
         const bool onFace = row.j == 0 || row.k == 0 || row.j == n.y - 1 || row.k == n.z - 1;
         for (int m = 0; m < kNeighbours; ++m) {
@@ -521,7 +539,7 @@ class Sweeper {
         }
         row.sweeps = &sweeps_(0, row.j / kGuessStride, row.k / kGuessStride);
         row.begin = slab_ * row.k + std::int64_t(n.x) * row.j + row.low;
-        row.next = step + 1 < to.y ? row.begin + d[1] * n.x : row.begin;
+        row.next = step + 1 < count.y ? row.begin + d[1] * n.x : row.begin;
         const Vec3D world = lattice_.World(0, row.j * stride_, row.k * stride_);
         row.y = world.y, row.z = world.z;
         if (row.Visits(0, row.count - 1)) SweepOneRow(field_, row, work);
@@ -531,6 +549,10 @@ class Sweeper {
 
   const NodeLattice& lattice_;
   int stride_;
+  GridView<double> distances_;
+  std::int32_t* closest_;
+  VoxeliserHistory* history_;
+  VecInt3D tile_ = kTile;
   VecInt3D dims_;
   std::int64_t slab_;
   std::vector<double> x_;
@@ -567,10 +589,10 @@ void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, Work
 
 bool SweepClosestTriangles(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
                            GridView<double> distances, std::int32_t* closest, WorkerPool& pool, int workers,
-                           const BaseThread* hostThread) {
+                           const BaseThread* hostThread, VoxeliserHistory* history) {
   const VecInt3D& n = distances.dims;
   if (scratch.triangles.count == 0 || std::min({n.x, n.y, n.z}) < 2) return true;
-  Sweeper sweeper(lattice, stride, exactBand, scratch, distances, closest);
+  Sweeper sweeper(lattice, stride, exactBand, scratch, distances, closest, history);
   for (int sweep = 0; sweep < kSweeps; ++sweep) {
     if (hostThread && hostThread->TestBreak()) return false;
     sweeper.Sweep(sweep, pool, workers);

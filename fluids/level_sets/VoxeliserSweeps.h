@@ -1,7 +1,7 @@
 #pragma once
 // The voxeliser's third stage: eight sweeps that hand closest triangles on.
 
-#include "fluids/level_sets/VoxeliserScratch.h"
+#include "fluids/level_sets/VoxeliserHistory.h"
 
 namespace orlix {
 
@@ -17,10 +17,11 @@ std::uint8_t SweepsAlong(const Vec3D& way);
 // triangles of its seven neighbours upstream. The serial order's result at any number of workers. False when hostThread
 // was asked to stop.
 //
-// distances, closest: of every stride-th node of the lattice in each axis.
+// distances, closest: of every stride-th node of the lattice in each axis. history: null, or with a stride of 1 what
+// takes the blocks after each sweep, and has those that come out as before.
 // exactBand: nodes up to this distance (cells) from a triangle have met it already, so that nothing can change there.
 bool SweepClosestTriangles(const NodeLattice& lattice, int stride, int exactBand, const VoxeliserScratch& scratch,
                            GridView<double> distances, std::int32_t* closest, WorkerPool& pool, int workers,
-                           const BaseThread* hostThread);
+                           const BaseThread* hostThread, VoxeliserHistory* history = nullptr);
 
 }  // namespace orlix

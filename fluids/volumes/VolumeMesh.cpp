@@ -260,8 +260,8 @@ void VolumeMesh::Prepare(iBase*) {
   }
   // What only moves has the polygons that were read.
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
-  const bool mayDeform =
-      IsObstacle() && hasPrevious_ && polygons && readVersion_ != 0 && polygons->version != readVersion_;
+  const bool otherPolygons = polygons && readVersion_ != 0 && polygons->version != readVersion_;
+  const bool mayDeform = IsObstacle() && hasPrevious_ && otherPolygons;
   const std::vector<Vec3D> before = mayDeform ? mesh_.Points() : std::vector<Vec3D>();
   const LMatrix matrixBefore = mesh_.matrix;
   const GeometryChange change = ReadGeometry();
@@ -272,7 +272,8 @@ void VolumeMesh::Prepare(iBase*) {
   }
   if (!HasLevelSet() && !IsObstacle()) AdviseHoles(*this);
   if (change == GeometryChange::Moved && !before.empty()) WarnOfDeforming(before, matrixBefore);
-  const VoxeliserSettings wanted = WantedSettings();
+  VoxeliserSettings wanted = WantedSettings();
+  wanted.keep = otherPolygons;
   const bool sameShape = HasLevelSet() && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);
   voxeliser_.settings = wanted;
   const bool asksAgain = HasFlag(NodeHardDirty) && simulationInfo->substep <= 1;

@@ -243,6 +243,37 @@ TEST(Voxeliser, ShellFoldsTheDistances) {
   }
 }
 
+// --- meshes that deform ----------------------------------------------------------------------------------------------
+
+// Points of one side move, and back, then a single one, then some of the other side.
+TEST(Voxeliser, WhatMovedInPlacesHasTheBitsOfAWholeRun) {
+  TriMeshSTL mesh = BumpyMesh(30, 15);
+  const VecInt3D cells{100, 32, 35};
+  const Vec3D min{-6.7, -1.31, -1.32};
+  const auto grid = LevelSetGrid(cells, min, 0.08f);
+  WorkerPool pool(2);
+  VolumeVoxeliser voxeliser;
+  voxeliser.settings.keep = true;
+  std::vector<double> shares;
+  const auto move = [&](double side, const Vec3D& way) {
+    for (Vec3D& p : mesh.Points()) p += side * p.x > 0.75 ? way : Vec3D();
+  };
+  for (int step = 0; step < 9; ++step) {
+    if (step == 3 || step == 4) move(1, {0.02 * step, 0.01, 0});
+    if (step == 5) move(1, {-0.08, -0.01, 0.013});
+    if (step == 6) mesh.Points()[7] += Vec3D(0.3, -0.2, 0.1);
+    if (step == 7) move(-1, {-0.05, 0.02, -0.04});  // most of the lattice lies there
+    ASSERT_TRUE(voxeliser.Run(mesh, *grid, pool));
+    EXPECT_TRUE(SameBits(*grid, *Voxelise(mesh, cells, min, 0.08f))) << step;
+    shares.push_back(voxeliser.keptShare());
+  }
+  // Two runs come before one that has something to take.
+  EXPECT_EQ(shares[1], 0);
+  EXPECT_EQ(shares[2], 1);
+  for (int step = 3; step < 7; ++step) EXPECT_TRUE(shares[step] > 0.3 && shares[step] < 1) << shares[step];
+  EXPECT_EQ(shares[8], 1);
+}
+
 // --- workers ---------------------------------------------------------------------------------------------------------
 
 TEST(VoxeliserThreads, SameBitsForAnyNumberOfWorkers) {
