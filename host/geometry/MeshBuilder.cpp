@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <system_error>
 
@@ -61,7 +62,8 @@ std::string_view TextCursor::Word() {
 
 std::string_view TextCursor::Line() {
   const char* from = at_;
-  while (at_ != end_ && *at_ != '\n') ++at_;
+  const void* newline = at_ != end_ ? std::memchr(at_, '\n', Remaining()) : nullptr;
+  at_ = newline ? static_cast<const char*>(newline) : end_;
   const char* to = at_;
   if (at_ != end_) ++at_;
   while (to != from && to[-1] == '\r') --to;

@@ -64,6 +64,7 @@ class MeshBuilder {
   std::size_t PointCount() const { return mesh_.points.size(); }
   std::size_t TexturePointCount() const { return texturePoints_.size(); }
   void ReservePoints(std::size_t count) { mesh_.points.reserve(count); }
+  void ReservePolygons(std::size_t count) { mesh_.polygons.reserve(count); }
 
   // The mesh, or an error for the first place whose index lies outside: describe gives "file:line" of a place. first
   // is the number that the format gives to the first point.

@@ -16,6 +16,7 @@ class ObjReader {
   ObjReader(std::string_view content, std::string_view name) : text_(content), name_(name) {}
 
   Result<PolygonObject> Read() {
+    Reserve();
     while (!text_.AtEnd()) {
       text_.SkipBlanks();
       const std::string_view word = text_.Word();
@@ -44,6 +45,18 @@ class ObjReader {
   }
 
  private:
+  // Room for the points and faces that lines begin with, as arrays that grow touch thrice their memory.
+  void Reserve() {
+    std::size_t points = 0, faces = 0;
+    for (TextCursor line = text_; line.Remaining() > 1; line.Line()) {
+      const char* start = line.Place();
+      points += start[0] == 'v' && start[1] == ' ';
+      faces += start[0] == 'f' && start[1] == ' ';
+    }
+    builder_.ReservePoints(points);
+    builder_.ReservePolygons(faces);
+  }
+
   std::string Where(const char* place) const { return fmt::format("{}:{}", name_, text_.LineOf(place)); }
   Status Fail(const char* place, std::string_view what) const {
     return Status::Fail(ErrorKind::InputFile, fmt::format("{}: {}", Where(place), what));

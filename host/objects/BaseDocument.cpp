@@ -1,6 +1,10 @@
 #include "host/objects/BaseDocument.h"
 
 #include <algorithm>
+#include <atomic>
+#include <new>
+
+#include "host/threads/WorkerPool.h"
 
 namespace orlix {
 
@@ -115,17 +119,38 @@ Value BaseDocument::ValueOfTrack(const KeyTrack& track, const BaseTime& time) co
   return value;
 }
 
+namespace {
+
+// Several at once, as some read files of many megabytes. Gives the first failure in the objects' order.
+Status UpdateAll(const std::vector<BaseObject*>& objects, const BaseTime& time) {
+  std::vector<Status> outcomes(objects.size());
+  std::atomic<std::size_t> next{0};
+  WorkerPool pool(static_cast<int>(std::min(objects.size(), std::size_t(HostWorkerCount()))));
+  pool.Run(pool.count(), [&](int) {
+    for (std::size_t i = next++; i < objects.size(); i = next++) {
+      try {
+        outcomes[i] = objects[i]->data()->Update(*objects[i], time);
+      } catch (const std::bad_alloc&) {
+        outcomes[i] = Status::Fail(ErrorKind::Memory, "\"" + objects[i]->Path() + "\": not enough memory");
+      }
+    }
+  });
+  const auto failed = std::ranges::find_if(outcomes, [](const Status& outcome) { return !outcome.ok(); });
+  return failed == outcomes.end() ? Status() : *failed;
+}
+
+}  // namespace
+
 Status BaseDocument::SetTime(const BaseTime& time) {
   time_ = time;
   for (const KeyTrack& track : tracks_) {
     if (BaseObject* object = FindObject(track.object)) object->Set(track.parameter, ValueOfTrack(track, time));
   }
-  Status status;
+  std::vector<BaseObject*> objects;
   ForEachObject([&](BaseObject& object) {
-    if (!status.ok() || !object.data()) return;
-    status = object.data()->Update(object, time);
+    if (object.data()) objects.push_back(&object);
   });
-  return status;
+  return UpdateAll(objects, time);
 }
 
 }  // namespace orlix

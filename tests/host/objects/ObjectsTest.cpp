@@ -28,7 +28,8 @@ class CountingData : public ObjectData {
   void Init(BaseObject& object) override { object.Set(1, object.GetDouble(1) + 1); }
   Status Update(BaseObject& object, const BaseTime& time) override {
     object.Set(1, time.Seconds());
-    return time.Seconds() < 0 ? Status::Fail(ErrorKind::InputFile, "no file") : Status();
+    if (object.name == "large") throw std::bad_alloc();
+    return time.Seconds() < 0 ? Status::Fail(ErrorKind::InputFile, "no file of " + object.name) : Status();
   }
 };
 const TypeInfo kWithData = {
@@ -146,11 +147,15 @@ TEST(BaseObject, RotationsApplyXFirst) {
 TEST(BaseObject, TimeBringsItsDataUpToDate) {
   Fixture f;
   BaseObject& object = f.document.AddObject(kWithData);
+  object.name = "first";
+  for (int n = 0; n < 20; ++n) f.document.AddObject(kWithData);
   EXPECT_TRUE(f.document.SetTime({3, 2}).ok());
-  EXPECT_EQ(object.GetDouble(1), 1.5);
+  f.document.ForEachObject([](const BaseObject& each) { EXPECT_EQ(each.GetDouble(1), 1.5); });
   const Status status = f.document.SetTime({-1, 1});
   ASSERT_FALSE(status.ok());
-  EXPECT_EQ(status.error().kind, ErrorKind::InputFile);
+  EXPECT_EQ(status.error().text, "no file of first");
+  f.document.AddObject(kWithData).name = "large";
+  EXPECT_EQ(f.document.SetTime({3, 2}).error().kind, ErrorKind::Memory);
 }
 
 // --- base container -------------------------------------------------------------------------------------------------
