@@ -5,6 +5,8 @@
     tests/mutate.py pressure gauss  those whose name or file holds one of the words
     tests/mutate.py --own pressure  asks the families' own test programs alone
     tests/mutate.py --joined gauss  of joined sources: sooner begun, and slower a fault; for a few dozen
+    tests/mutate.py --switched      puts all of them into one build, where a variable of the environment chooses one: a few
+                                    seconds a fault. Those that can't be chosen so are tried one by one after that
     tests/mutate.py --check         only looks whether each fault still has its place in the code
     tests/mutate.py --check --move  with --check: writes the new file of those whose code has moved
 
@@ -118,7 +120,7 @@ def run(*command):
 
 def build(*targets):
     command = ["cmake", "--build", str(BUILD), "-j", str(os.cpu_count())]
-    return run(*command, *(["--target", *targets] if targets else []))
+    return run(*command, *(["--target", *targets] if targets else []), "--", "-k", "0")
 
 
 def test(*selection):
@@ -132,16 +134,164 @@ def failed_test(output):
     return f"{program.group(1) if program else '?'} {case.group(1) if case else '(ended or hung)'}"
 
 
-def prepare(mutations, joined):
-    """The programs that are asked first pass without a fault."""
+# --- faults that are chosen when a program starts -----------------------------------------------------------------------
+
+NOTHING = re.compile(r'//[^\n]*|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\'')
+DECLARATION = re.compile(r"((?:(?:inline|static|constexpr|const)\s+)*)(?!return\b|else\b|throw\b)"
+                         r"[A-Za-z_][\w:]*(?:<[^;=]*?>)?[\s*&]+(?=\w+\s*=[^=])")
+HEADER = re.compile(r"(?:else\b|(?:if|for|while)(?:\s+constexpr)?\s*\(|default\s*:|case\s+\w+(?:::\w+)*\s*:(?!:))\s*")
+HEAD = """extern int OrlixFault;
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+"""
+SWITCH = """// Written by tests/mutate.py: which fault acts.
+#include <cstdlib>
+int OrlixFault = 0;
+[[gnu::constructor(101)]] static void ReadFault() {
+  const char* number = std::getenv("ORLIX_FAULT");
+  OrlixFault = number ? std::atoi(number) : 0;
+}
+"""
+
+
+def closing(text, at):
+    """Where the bracket that opens at this place is closed."""
+    depth = 0
+    for n in range(at, len(text)):
+        depth += (text[n] in "([{") - (text[n] in ")]}")
+        if depth == 0:
+            return n
+    raise ValueError
+
+
+def split_commas(text):
+    """The parts between commas outside of brackets, where '<' is a comparison."""
+    parts, depth, begin = [], 0, 0
+    for n, c in enumerate(text):
+        depth += (c in "([{") - (c in ")]}")
+        if c == "," and depth == 0:
+            parts.append(text[begin:n])
+            begin = n + 1
+    return parts + [text[begin:]]
+
+
+def statement_around(plain, begin, end):
+    """Begin and end of the statement that holds the code between begin and end."""
+    left, depth = begin, 0
+    while left > 0:
+        c = plain[left - 1]
+        if c in ")]" or (c == "}" and (depth > 0 or re.match(r"\s*[-+*/?:.,)<=&|]", plain[left:]))):
+            depth += 1
+        elif c in "([" and depth > 0:
+            depth -= 1
+        elif c == "{":
+            before = plain[:left - 1].rstrip()
+            if depth == 0 and (before[-1:] in ")" or re.search(r"\b(?:else|do|const|noexcept|mutable)$", before)):
+                break
+            depth -= depth > 0
+        elif c in ";}" and depth == 0:
+            break
+        left -= 1
+    right = closing(plain, end - 1) if plain[end - 1] == "{" else plain.index(";", end - 1)
+    while right < len(plain) and sum((c in "([{") - (c in ")]}") for c in plain[left:right + 1]) > 0:
+        right = plain.index(";", right + 1)
+    left += len(plain[left:]) - len(plain[left:].lstrip())
+    while header := HEADER.match(plain, left, begin):  # an 'if' or a loop around it
+        inner = header.end()
+        if header.group().rstrip().endswith("("):
+            inner = closing(plain, header.start() + header.group().index("(")) + 1
+        if inner > begin:
+            break
+        left = inner + len(plain[inner:]) - len(plain[inner:].lstrip())
+    return left, right + 1
+
+
+def switched(text, begin, end, replacement, number):
+    """Begin, end and new code of the statement around a fault, with both ways; None where that has no simple form."""
+    plain = NOTHING.sub(lambda m: " " * len(m.group()), text)
+    chosen = f"OrlixFault == {number}"
+    left, right = statement_around(plain, begin, end)
+    old, new = text[left:right], text[left:begin] + replacement + text[end:right]
+    header = HEADER.match(plain, left, begin)
+    if header and plain.startswith("if", left):
+        opens = left + plain[left:].index("(")
+        closes = closing(plain, opens)
+        if ";" not in plain[opens:closes] and (end <= closes or plain[end - 1] == "{"):
+            was = text[opens + 1:closes]
+            now = (text[opens + 1:begin] + replacement + text[end:closes] if end <= closes
+                   else re.search(r"\((.*)\)\s*\{$", replacement, re.S)[1])
+            return opens + 1, closes, f"{chosen} ? bool({now}) : bool({was})"
+        if re.match(r"\s*else\b", plain[right:]):
+            return None
+    elif (header and plain[end - 1] != "{") or re.search(r"\)\s*:\s*\w+\(", plain[left:right]):
+        return None
+    declared = DECLARATION.match(plain, left, right)
+    if declared:
+        parts, others = split_commas(old[declared.end() - left:-1]), split_commas(new[declared.end() - left:-1])
+        if len(parts) != len(others):
+            return None
+        for n, (was, now) in enumerate(zip(parts, others)):
+            if was != now:
+                name, value = was.split("=", 1)
+                parts[n] = f"{name}= {chosen} ? ({now.split('=', 1)[1]}) : ({value})"
+        return left, right, old[:declared.end() - left].replace("constexpr", "const") + ",".join(parts) + ";"
+    return left, right, f"{{ if ({chosen}) {{ {new} }} else {{ {old} }} }}"
+
+
+def put_switches(mutations):
+    """Writes all faults that can be chosen at run time into the copy; gives them by their lines."""
+    done, files = {}, {}
+    for m in mutations:
+        files.setdefault(m.place[0], []).append(m)
+    for file, own in files.items():
+        whole = text = (ROOT / file).read_text()
+        above = len(text)
+        for m in sorted(own, key=lambda m: -len(m.place[1])):
+            try:
+                found = switched(whole, len(m.place[1]), len(whole) - len(m.place[2]), m.replacement, m.line)
+            except (ValueError, IndexError, TypeError):
+                continue
+            if found and found[1] <= above:
+                above, (begin, end, code) = found[0], found
+                text = text[:begin] + code + text[end:]
+                done[m.line] = m
+        at = max([hit.end() for hit in re.finditer(r"^#include .*\n(?:\s*#endif.*\n)?", text, re.M)], default=0)
+        text = text[:at] + HEAD + text[at:]
+        if (TREE / file).read_text() != text:
+            (TREE / file).write_text(text)
+    (TREE / "globals" / "FaultSwitch.cpp").write_text(SWITCH)
+    return done
+
+
+def drop_unbuilt(output, chosen):
+    """The faults whose code with both ways the compiler didn't take."""
+    bad = set()
+    for file, line in re.findall(r"^(\S+?):(\d+):(?:\d+:)? (?:fatal )?error:", output, re.M):
+        own = {number: m for number, m in chosen.items() if file.endswith(m.place[0])}
+        if own:
+            lines = (TREE / next(iter(own.values())).place[0]).read_text().splitlines()
+            near = "\n".join(lines[max(0, int(line) - 6):int(line) + 6])
+            bad.update({m for number, m in own.items() if re.search(rf"OrlixFault == {number}\b", near)} or own.values())
+    for file in {m.place[0] for m in bad}:
+        shutil.copy(ROOT / file, TREE / file)
+    return bad
+
+
+def prepare(mutations, joined, switches=False):
+    """The programs that are asked first pass without a fault. With switches it gives the faults that are in them."""
     programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
+    targets = [f"test_{p}" for p in programs] + ["orlix"] * any(p.startswith(("run", "apps")) for p in programs)
+    chosen = put_switches(mutations) if switches else {}
     configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                      f"-DORLIX_JOIN={'ON' if joined else 'OFF'}")
-    built = build(*[f"test_{p}" for p in programs], "orlix") if configured.returncode == 0 else configured
+    built = build(*targets) if configured.returncode == 0 else configured
+    while built.returncode != 0 and (bad := drop_unbuilt(built.stdout, chosen)):
+        chosen = put_switches([m for m in chosen.values() if m not in bad])
+        built = build(*targets)
     tested = test("-R", f"^({'|'.join(programs)})$") if built.returncode == 0 else built
     if tested.returncode != 0:
         print(tested.stdout[-4000:])
         sys.exit("the code without faults must build and pass first")
+    return chosen
 
 
 def own_program(file):
@@ -151,6 +301,19 @@ def own_program(file):
             return str(folder).replace("/", "_")
         folder = folder.parent
     return None
+
+
+def try_switch(m, number, own_alone):
+    """As try_mutation, of what is built already."""
+    os.environ["ORLIX_FAULT"] = str(number)
+    try:
+        own = own_program(m.place[0])
+        tested = test("-R", f"^{own}$") if own else None
+        if not own or (tested.returncode == 0 and not own_alone):
+            tested = test(*(["-E", f"^{own}$"] if own else []))
+        return failed_test(tested.stdout) if tested.returncode != 0 else None
+    finally:
+        del os.environ["ORLIX_FAULT"]
 
 
 def try_mutation(m, own_alone):
@@ -181,6 +344,7 @@ def main():
     parser.add_argument("words", nargs="*")
     parser.add_argument("--own", action="store_true")
     parser.add_argument("--joined", action="store_true")
+    parser.add_argument("--switched", action="store_true")
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--move", action="store_true")
     arguments = parser.parse_args()
@@ -195,17 +359,27 @@ def main():
     if arguments.check or lost:
         print(f"faults: {len(mutations)}, {len(lost)} without a place")
         sys.exit(2 if lost else 0)
-    prepare(mutations, arguments.joined)
+    chosen = prepare(mutations, arguments.joined, arguments.switched)
+    if chosen and not arguments.own:
+        build()
     unnoticed = []
     with open(WORK / "results.txt", "w") as results:
-        for m in mutations:
+        def tell(m, attempt):
             start = time.monotonic()
-            noticed = try_mutation(m, arguments.own)
+            noticed = attempt()
             if not noticed:
                 unnoticed.append(m)
             line = f"{m.name:32} {noticed or 'NOT NOTICED'}"
             print(f"{line}  ({time.monotonic() - start:.0f} s)", flush=True)
             print(line, file=results, flush=True)
+
+        for number, m in chosen.items():
+            tell(m, lambda: try_switch(m, number, arguments.own))
+        if chosen:
+            synchronise()
+        for m in mutations:
+            if m not in chosen.values():
+                tell(m, lambda: try_mutation(m, arguments.own))
     print(f"faults: {len(mutations)}, noticed {len(mutations) - len(unnoticed)}")
     for m in unnoticed:
         print(f"not noticed: {m.name} in {m.place[0]}: '{m.text}' made '{m.replacement}'")
