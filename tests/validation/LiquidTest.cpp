@@ -126,13 +126,15 @@ TEST(ColumnSlow, FrontAndHeightAreTheMeasuredOnesAtTwiceTheResolution) { Compare
 
 // --- rest, fall, waves
 
-void StaysAtRest(int frames, double keepVolume) {
+void StaysAtRest(int frames, double keepVolume, double viscosity = 0) {
   TankSettings settings;
   settings.size = {0.75, 1, 0.5}, settings.cell = 1.0 / 16;
-  settings.liquid = R"("keep_volume": )" + std::to_string(keepVolume) + ",";
+  settings.liquid =
+      R"("keep_volume": )" + std::to_string(keepVolume) + R"(, "viscosity": )" + std::to_string(viscosity) + ",";
   Tank tank(settings);
   tank.Fill([](const Vec3D& p) { return p.y < 0.5; });
-  Curve curve("rest_" + std::to_string(int(keepVolume)), "frame,top speed (m/s),surface (m)");
+  Curve curve("rest_" + std::to_string(int(keepVolume)) + (viscosity > 0 ? "_thick" : ""),
+              "frame,top speed (m/s),surface (m)");
   double fastest = 0;
   for (int frame = 1; frame <= frames; ++frame) {
     tank.run.StepThrough(frame, frame);
@@ -146,7 +148,9 @@ void StaysAtRest(int frames, double keepVolume) {
   EXPECT_LT(fastest, 1e-3) << "m/s";
 }
 
-TEST(Tank, StaysAtRest) { StaysAtRest(6, 5); }
+TEST(Tank, StaysAtRest) {
+  for (const double viscosity : {0.0, 1.0}) StaysAtRest(6, 5, viscosity);
+}
 TEST(TankSlow, StaysAtRestFor500Frames) { StaysAtRest(500, 5); }
 TEST(TankSlow, StaysAtRestFor500FramesWithoutVolumeKeeping) { StaysAtRest(500, 0); }
 
