@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
 #include <map>
 
 #include "exchange/FrameOutput.h"
@@ -86,32 +88,37 @@ bool Leaves(const fs::path& relative) {
   return normal.is_absolute() || (!normal.empty() && *normal.begin() == "..");
 }
 
-// An absolute folder is meant; a relative one, or a name, that leads out of the folder of results may be a trap.
-void CheckInside(const BaseObject& object, int folderRow, const fs::path& folder, int nameRow, const std::string& name,
-                 const char* base, Found& found) {
+// An absolute folder is meant; a relative one, or a name, that leads out of the folder of results may be a trap. Names
+// make no folders.
+void CheckFile(const BaseObject& object, int folderRow, const fs::path& folder, int nameRow, const std::string& name,
+               const char* base, bool allowOutside, Found& found) {
   const bool byFolder = folder.is_relative() && Leaves(folder);
-  if (!byFolder && !Leaves(folder.is_relative() ? folder / name : fs::path(name))) return;
-  Add(found, object, byFolder ? folderRow : nameRow,
-      fmt::format("is \"{}\", which leads out of {}; an absolute folder or --allow-outside permits it",
-                  byFolder ? folder.string() : name, base));
+  if (!allowOutside && (byFolder || Leaves(folder.is_relative() ? folder / name : fs::path(name)))) {
+    Add(found, object, byFolder ? folderRow : nameRow,
+        fmt::format("is \"{}\", which leads out of {}; an absolute folder or --allow-outside permits it",
+                    byFolder ? folder.string() : name, base));
+  } else if (std::any_of(name.begin(), name.end(), [](char c) { return c == '/' || std::iscntrl(std::uint8_t(c)); })) {
+    Add(found, object, nameRow, fmt::format("is {:?}, must be without \"/\" and control characters", name));
+  }
 }
 
-void CheckOutside(const BaseDocument& document, Found& found) {
+void CheckFiles(const BaseDocument& document, bool allowOutside, Found& found) {
   constexpr const char* kResults = "the folder of results";
   document.ForEachObject([&](const BaseObject& object) {
     if (object.type().role == TypeRole::Output) {
-      CheckInside(object, OutputSettings::kFolderId, object.GetString(OutputSettings::kFolderId),
-                  OutputSettings::kFileNameId, object.GetString(OutputSettings::kFileNameId), kResults, found);
+      CheckFile(object, OutputSettings::kFolderId, object.GetString(OutputSettings::kFolderId),
+                OutputSettings::kFileNameId, object.GetString(OutputSettings::kFileNameId), kResults, allowOutside,
+                found);
     } else if (object.type().role == TypeRole::RenderSettings) {
-      CheckInside(object, kRenderFileNameId, {}, kRenderFileNameId, object.GetString(kRenderFileNameId), kResults,
-                  found);
+      CheckFile(object, kRenderFileNameId, {}, kRenderFileNameId, object.GetString(kRenderFileNameId), kResults,
+                allowOutside, found);
     }
   });
   for (const CacheFiles& cache : RecordedCaches(document)) {
     const bool own = cache.object->GetInt(Cache_OperatorBase::kFolderSourceId) != 0;
-    CheckInside(*cache.object, Cache_OperatorBase::kFolderId,
-                own ? cache.object->GetString(Cache_OperatorBase::kFolderId) : "", Cache_OperatorBase::kStemId,
-                cache.stem, "the scene's folder", found);
+    CheckFile(*cache.object, Cache_OperatorBase::kFolderId,
+              own ? cache.object->GetString(Cache_OperatorBase::kFolderId) : "", Cache_OperatorBase::kStemId,
+              cache.stem, "the scene's folder", allowOutside, found);
   }
 }
 
@@ -164,7 +171,7 @@ std::vector<RowMistake> FindSceneMistakes(const BaseDocument& document, const Sc
   Found found;
   CheckPictures(document, found);
   CheckInputs(document, found);
-  if (!options.allowOutside) CheckOutside(document, found);
+  CheckFiles(document, options.allowOutside, found);
   CheckStages(document, found);
   CheckResultNames(document, options.results, found);
   CheckCacheNames(document, found);

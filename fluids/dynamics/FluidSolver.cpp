@@ -18,6 +18,7 @@ namespace {
 constexpr std::int32_t kPriority = 30;
 constexpr double kRasterSlack = 1e-6;  // m
 constexpr double kLeastSquaredSpeed = 1e-8;
+constexpr double kLeastTurn = 1e-6;  // of axes of length 1
 constexpr double kLargest = std::numeric_limits<double>::max();
 
 Vec3D FloorToRaster(const Vec3D& v, double h) {
@@ -92,7 +93,26 @@ void FluidSolver::PlaceContainer(double h) {
   scaledSize = LowerToRaster(low + scaledSize, h) - lowCorner;
 }
 
+void FluidSolver::AdviseContainer() const {
+  const double h = GetSimulationSpace().cellSize;
+  const Vec3D size = containerSize * GetSimulationSpace().simPerHost;
+  if (std::min({scaledSize.x, scaledSize.y, scaledSize.z}) < h / 2) {
+    Warn("no-cell",
+         fmt::format("its container of {:.3g} x {:.3g} x {:.3g} m holds no whole cell of {:.3g} m, so nothing "
+                     "flows; make it larger, or voxel_size smaller",
+                     size.x, size.y, size.z, h));
+  }
+  const LMatrix matrix = handler.GetMatrix(), plain;
+  const double turn = Length(matrix.v1 - plain.v1) + Length(matrix.v2 - plain.v2) + Length(matrix.v3 - plain.v3);
+  if (turn > kLeastTurn) {
+    Warn("turned-container",
+         "it, or what it stands beneath, is turned or scaled, but a container lies along the scene's axes and is as "
+         "large as \"container\" says; turn what is in it, and gravity, instead");
+  }
+}
+
 void FluidSolver::Advise() {
+  AdviseContainer();
   if (!scene->IsMoved(*this) && !scene->IsPlayed(*this)) {
     Warn("velocity-not-carried",
          "nothing carries its velocity, so swirls stay where they are made; add a grid_advection with this solver and "

@@ -136,6 +136,8 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   // A viscosity or a viscosity channel is set.
   virtual bool IsViscous() const;
   virtual bool WantsDivergenceSource() const { return divergenceAsked_; }
+  // Tells of a container that isn't what its rows promise.
+  void AdviseContainer() const;
 
  private:
   bool ApplyDivergenceBounds(const Vec3D& min, const Vec3D& max);

@@ -172,7 +172,8 @@ MemoryNeed WaterSolver::MemoryFor(const VecInt3D& cells) const {
 }
 
 void WaterSolver::AddToReport(SubstepReport& report) {
-  TellOfParticles();
+  const std::int64_t inWalls = HasGrids() ? ParticlesInWalls(sort, fractions.View(0, 0)) : 0;
+  TellOfParticles(inWalls);
   if (!HasGrids()) return;
   const double h = levelset.grid->space.cellSize;
   const bool byMass = particleLevelset.mode == ParticleToLevelset::Mass;
@@ -183,7 +184,7 @@ void WaterSolver::AddToReport(SubstepReport& report) {
   for (const ParticleGroup* group : groups) liquid.particles += group->Count(PK_Liquid);
   liquid.outside = liquid.particles - static_cast<std::int64_t>(sort.AllEntries().size());
   liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
-  liquid.inWalls = ParticlesInWalls(sort, fractions.View(0, 0));
+  liquid.inWalls = inWalls;
   liquid.left = std::exchange(left_, 0);
   report.liquids.push_back(std::move(liquid));
 }

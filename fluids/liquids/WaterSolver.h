@@ -64,7 +64,7 @@ class WaterSolver final : public FluidSolver {
   bool WantsDivergenceSource() const override { return keeping.rate > 0 || FluidSolver::WantsDivergenceSource(); }
 
  private:
-  void TellOfParticles();
+  void TellOfParticles(std::int64_t inWalls);
   bool HasGrids() const;
   FlipLattice Lattice() const;
   void SortParticles(std::int32_t capacity);

@@ -25,6 +25,7 @@ void WaterSolver::Advise() {
     Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
     return;
   }
+  AdviseContainer();
   if (velocityEmitter->forces.empty()) {
     Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
   }
@@ -67,7 +68,7 @@ void WaterSolver::Conclude() {
        "kind liquid, or see why the one that is there emits nothing");
 }
 
-void WaterSolver::TellOfParticles() {
+void WaterSolver::TellOfParticles(std::int64_t inWalls) {
   std::int64_t all = 0;
   double radius = 0;
   for (ParticleGroup* group : groups) {
@@ -76,15 +77,15 @@ void WaterSolver::TellOfParticles() {
   }
   if (all == 0) return;
   hadParticles_ = true;
-  const std::int64_t inside = HasGrids() ? static_cast<std::int64_t>(sort.AllEntries().size()) : 0;
+  const std::int64_t inside = HasGrids() ? static_cast<std::int64_t>(sort.AllEntries().size()) - inWalls : 0;
   // What was emitted in a sub-step is computed from the next one on.
   stepsOutside_ = inside == 0 ? stepsOutside_ + 1 : 0;
   if (inside == 0) {
     if (stepsOutside_ <= kStepsToEnter) return;
-    Warn("outside-container",
-         fmt::format("all {} particles stand outside the container, where no liquid is computed: move the emitter into "
-                     "it, or set container and anchor_mode so that it holds the emitter",
-                     all));
+    Warn("outside-container", fmt::format("all {} particles stand outside the container or in walls, where no liquid "
+                                          "is computed: move the emitter into "
+                                          "it, or set container and anchor_mode so that it holds the emitter",
+                                          all));
     return;
   }
   const double h = levelset.grid->space.cellSize;
