@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """join_sources.py OUT SOURCE...: one source of many, for builds whose time goes into reading headers. All #includes come
-first. What two sources name alike in their unnamed namespaces gets a prefix for each, by a macro that ends with the
-source: names need to be unique in a file only, as everywhere else."""
+first. What an unnamed namespace names as another source or a header does gets a prefix, and macros of a source end
+with it: names need to be unique in a file only, as everywhere else."""
 import pathlib
 import re
 import sys
@@ -30,16 +30,31 @@ def names_of(text):
                 continue
             if type_name := re.match(r"(?:struct|class|enum class|enum) (\w+)|using (\w+) =", statement):
                 names.add(type_name[1] or type_name[2])
-            elif function := re.match(r"[^(={;]*?\b(\w*[a-z]\w*)\(", statement):
+            elif function := re.match(r"[^(={;]*?(?<![:\w])(\w*[a-z]\w*)\(", statement):
                 names.add(function[1])
             else:
-                names.update(re.findall(r"(?<![:\w])(k[A-Z]\w*)(?= =|\[\w*\] =|\{|;)", statement.split("= {")[0] + "= {"))
+                variable = r"(?<![:\w])(k[A-Z]\w*|(?<=constexpr double )\w+)(?= =|\[\w*\] =|\{|;)"
+                names.update(re.findall(variable, statement.split("= {")[0] + "= {"))
     return names
+
+
+def renamed(text, names, prefix):
+    """Text with a prefix to these names, where they aren't a member's, a text's or of another namespace."""
+    if not names:
+        return text
+    skipped = r'R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\\])\'|//[^\n]*'
+    pattern = re.compile(skipped + r"|(?<![\w.:>])(?P<name>" + "|".join(sorted(names)) + r")\b", re.S)
+    return pattern.sub(lambda found: (prefix if found["name"] else "") + found[0], text)
 
 
 def main():
     out, paths = pathlib.Path(sys.argv[1]), sys.argv[2:]
     root = pathlib.Path(__file__).resolve().parent.parent
+    declared = set()  # in headers
+    for header in (path for top in root.glob("[a-z]*/") if top.name not in ("build", "out") for path in top.rglob("*.h")):
+        text = header.read_text()
+        declared.update(re.findall(r"^(?:struct|class|enum class|using) (\w+)", text, re.M))
+        declared.update(re.findall(r"^\w[^(={;\n]* (\w+)\(", text, re.M))
     includes, bodies, names = [], [], []
     for path in paths:
         text = pathlib.Path(path).read_text()
@@ -50,11 +65,9 @@ def main():
         names.append(names_of(text))
     joined = list(dict.fromkeys(includes))
     for n, (path, line, body) in enumerate(bodies):
-        others = set().union(*names[:n], *names[n + 1:])
-        alike = sorted(names[n] & others)
-        joined += [f"#define {name} Joined{n}_{name}" for name in alike]
-        joined += [f'#line {line} "{path}"', body]
-        joined += [f"#undef {name}" for name in alike]
+        others = set().union(declared, *names[:n], *names[n + 1:])
+        joined += [f'#line {line} "{path}"', renamed(body, names[n] & others, f"Joined{n}_")]
+        joined += [f"#undef {name}" for name in re.findall(r"^#define (\w+)", body, re.M)]
     out.parent.mkdir(parents=True, exist_ok=True)
     out.write_text("\n".join(joined) + "\n")
 

@@ -24,7 +24,7 @@ class Force_Swirling final : public ConstrainedForce {
  private:
   double strength_ = 0;
   bool removeMean_ = true;
-  MacView view_;
+  MacComponents view_;
   Confinement terms_;
   ScratchPool::Lease<double> magnitude_;  // from Prepare to Finish
 };

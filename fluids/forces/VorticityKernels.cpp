@@ -13,15 +13,15 @@ namespace {
 constexpr int kBlock = 128;  // cells whose curl stands in the first cache
 
 // Twice the cell-centre components.
-inline double U2(const MacView& m, std::int64_t i, std::int64_t j, std::int64_t k) {
+inline double U2(const MacComponents& m, std::int64_t i, std::int64_t j, std::int64_t k) {
   const double* p = m.u.data + m.u.slab * k + m.u.dims.x * j + i;
   return p[0] + p[1];
 }
-inline double V2(const MacView& m, std::int64_t i, std::int64_t j, std::int64_t k) {
+inline double V2(const MacComponents& m, std::int64_t i, std::int64_t j, std::int64_t k) {
   const double* p = m.v.data + m.v.slab * k + m.v.dims.x * j + i;
   return p[0] + p[m.v.dims.x];
 }
-inline double W2(const MacView& m, std::int64_t i, std::int64_t j, std::int64_t k) {
+inline double W2(const MacComponents& m, std::int64_t i, std::int64_t j, std::int64_t k) {
   const double* p = m.w.data + m.w.slab * k + m.w.dims.x * j + i;
   return p[0] + p[m.w.slab];
 }
@@ -29,7 +29,7 @@ inline double W2(const MacView& m, std::int64_t i, std::int64_t j, std::int64_t 
 }  // namespace
 
 ORLIX_MULTIVERSION
-void CurlRow(const MacView& m, double inverseCellSize, const Vec3D& mean, std::int32_t j, std::int32_t k,
+void CurlRow(const MacComponents& m, double inverseCellSize, const Vec3D& mean, std::int32_t j, std::int32_t k,
              std::int32_t begin, std::int32_t end, double* __restrict outX, double* __restrict outY,
              double* __restrict outZ) {
   const double scale = 0.25 * inverseCellSize;
@@ -63,7 +63,7 @@ void CurlRow(const MacView& m, double inverseCellSize, const Vec3D& mean, std::i
   }
 }
 
-Vec3D MeanCurl(const MacView& m, double inverseCellSize, WorkerPool& pool) {
+Vec3D MeanCurl(const MacComponents& m, double inverseCellSize, WorkerPool& pool) {
   const VecInt3D n = m.cells();
   if (n.x < 3 || n.y < 3 || n.z < 3) return {};
   // Of a row of central differences only the two last values less the two first remain.
@@ -113,7 +113,7 @@ void LengthRow(const double* x, const double* y, const double* z, std::int32_t c
 
 }  // namespace
 
-void CurlMagnitude(const MacView& m, double inverseCellSize, const Vec3D& mean, Grid<double>& magnitude,
+void CurlMagnitude(const MacComponents& m, double inverseCellSize, const Vec3D& mean, Grid<double>& magnitude,
                    WorkerPool& pool) {
   const VecInt3D n = magnitude.dims;
   ParallelRange(pool, 0, n.z, [&](int first, int last, int) {
@@ -139,7 +139,7 @@ void CurlMagnitude(const MacView& m, double inverseCellSize, const Vec3D& mean, 
 namespace {
 
 // Amounts of a block, scaled by the flow along the vorticity, which becomes a unit vector.
-void ScaleAlongFlow(const MacView& m, const ConfinementRow& row, std::int32_t from, std::int32_t count, double* x,
+void ScaleAlongFlow(const MacComponents& m, const ConfinementRow& row, std::int32_t from, std::int32_t count, double* x,
                     double* y, double* z, double* amounts) {
   for (std::int32_t i = 0; i < count; ++i) {
     const std::int32_t cell = from + i;
@@ -170,7 +170,7 @@ void CrossRow(const double* magnitude, std::int64_t rowStride, std::int64_t slab
 
 }  // namespace
 
-void AddConfinement(const MacView& m, const GridView<const double>& magnitude, const Confinement& terms,
+void AddConfinement(const MacComponents& m, const GridView<const double>& magnitude, const Confinement& terms,
                     const ConfinementRow& row) {
   double x[kBlock], y[kBlock], z[kBlock], amounts[kBlock];
   for (std::int32_t from = row.begin; from < row.end; from += kBlock) {

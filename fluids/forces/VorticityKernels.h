@@ -14,20 +14,20 @@
 namespace orlix {
 
 // The three components; u has one more in x, v in y, w in z.
-struct MacView {
+struct MacComponents {
   GridView<const double> u, v, w;
   VecInt3D cells() const { return {u.dims.x - 1, u.dims.y, u.dims.z}; }
 };
 
 // The curl, less mean, at the cells [begin, end) of a row; out stands at cell begin. The cells are inner ones.
-void CurlRow(const MacView& velocity, double inverseCellSize, const Vec3D& mean, std::int32_t j, std::int32_t k,
+void CurlRow(const MacComponents& velocity, double inverseCellSize, const Vec3D& mean, std::int32_t j, std::int32_t k,
              std::int32_t begin, std::int32_t end, double* outX, double* outY, double* outZ);
 
 // The mean curl of the inner cells. Inside the grid the differences cancel, so only its outer two layers are read.
-Vec3D MeanCurl(const MacView& velocity, double inverseCellSize, WorkerPool& pool);
+Vec3D MeanCurl(const MacComponents& velocity, double inverseCellSize, WorkerPool& pool);
 
 // |curl - mean| of the inner cells into magnitude, which has the cells' dims; 0 in the outermost layer.
-void CurlMagnitude(const MacView& velocity, double inverseCellSize, const Vec3D& mean, Grid<double>& magnitude,
+void CurlMagnitude(const MacComponents& velocity, double inverseCellSize, const Vec3D& mean, Grid<double>& magnitude,
                    WorkerPool& pool);
 
 struct Confinement {
@@ -45,7 +45,7 @@ struct ConfinementRow {
 };
 
 // Adds the confinement to a row.
-void AddConfinement(const MacView& velocity, const GridView<const double>& magnitude, const Confinement& terms,
+void AddConfinement(const MacComponents& velocity, const GridView<const double>& magnitude, const Confinement& terms,
                     const ConfinementRow& row);
 
 }  // namespace orlix

@@ -18,7 +18,7 @@ constexpr int kMostRounds = 32;  // of the search for a limit
 // What all workers read.
 struct Reconstruction {
   const ReconstructionSettings& settings;
-  const PointCloud& cloud;
+  const PointCells& cloud;
   const double* ratios;        // by slot, or null
   const StretchedBall* balls;  // by slot, or null
   ScalarGrid& grid;
@@ -297,7 +297,7 @@ void BlockWorker::Run(const NodeBlock& block) {
 
 // Columns in the order of the cloud's slots.
 template <class T>
-CountedVector<T> BySlot(WorkerPool& pool, const PointCloud& cloud, std::span<const T> column) {
+CountedVector<T> BySlot(WorkerPool& pool, const PointCells& cloud, std::span<const T> column) {
   CountedVector<T> sorted(column.empty() ? 0 : std::size_t(cloud.count()));
   ParallelRange(pool, 0, static_cast<int>(sorted.size()), [&](int from, int to, int) {
     for (auto n = std::size_t(from); n < std::size_t(to); ++n) sorted[n] = column[std::size_t(cloud.indices()[n])];
@@ -321,7 +321,7 @@ bool PointsToImplicitGrid(WorkerPool& pool, const ReconstructionSettings& settin
   if (points.places.empty() || !(radius > 0) || settings.maxNeighbours < 1) return true;
   const VecInt3D n = grid.dims;
   const VecInt3D cells((n.x + 1) / kCellNodes, (n.y + 1) / kCellNodes, (n.z + 1) / kCellNodes);
-  PointCloud cloud;
+  PointCells cloud;
   cloud.Build(pool, points.places, grid.space.simMin, kCellNodes * grid.space.simPerVoxel.x, cells);
   const auto ratios = BySlot(pool, cloud, points.ratios);
   const auto balls = BySlot(pool, cloud, points.balls);

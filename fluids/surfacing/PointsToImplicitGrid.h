@@ -12,7 +12,7 @@
 
 #include "fluids/grids/EGrid.h"
 #include "fluids/helpers/Kernel.h"
-#include "fluids/surfacing/PointCloud.h"
+#include "fluids/surfacing/PointCells.h"
 
 namespace orlix {
 

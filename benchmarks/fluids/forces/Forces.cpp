@@ -59,7 +59,7 @@ void BM_Swirling(benchmark::State& state) {
   const Grid<double> u = Made({kSize + 1, kSize, kSize}, 0.11, 0.23, 0.07),
                      v = Made({kSize, kSize + 1, kSize}, 0.19, 0.05, 0.13),
                      w = Made({kSize, kSize, kSize + 1}, 0.07, 0.17, 0.21);
-  const MacView velocity{u, v, w};
+  const MacComponents velocity{u, v, w};
   Grid<double> magnitude(kCells, kGridVorticity);
   ForceGrids force;
   const std::vector<double> amounts(kSize, kAmount);

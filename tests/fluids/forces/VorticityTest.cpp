@@ -17,7 +17,9 @@ using test::ForceRig;
 constexpr VecInt3D kCells{11, 9, 10};
 constexpr double kConfinement = 0.8 * 0.2;  // of the default strength
 
-MacView ViewOf(const ForceRig& rig) { return {*rig.velocity.grids[0], *rig.velocity.grids[1], *rig.velocity.grids[2]}; }
+MacComponents ViewOf(const ForceRig& rig) {
+  return {*rig.velocity.grids[0], *rig.velocity.grids[1], *rig.velocity.grids[2]};
+}
 
 class Vorticity : public testing::Test {
  protected:

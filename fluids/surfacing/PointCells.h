@@ -10,7 +10,7 @@
 
 namespace orlix {
 
-class PointCloud {
+class PointCells {
  public:
   // Cells from low on, edge m wide; points beyond them count for the nearest cell. Points that aren't finite are left
   // out. Throws std::bad_alloc.

@@ -1,4 +1,4 @@
-#include "fluids/surfacing/PointCloud.h"
+#include "fluids/surfacing/PointCells.h"
 
 #include <algorithm>
 #include <new>
@@ -17,12 +17,12 @@ int CellAlong(double x, int n) {
 
 }  // namespace
 
-VecInt3D PointCloud::CellOf(const Vec3D& place) const {
+VecInt3D PointCells::CellOf(const Vec3D& place) const {
   const Vec3D c = (place - low_) * perMetre_;
   return {CellAlong(c.x, cells_.x), CellAlong(c.y, cells_.y), CellAlong(c.z, cells_.z)};
 }
 
-void PointCloud::Build(WorkerPool& pool, std::span<const Vec3D> places, const Vec3D& low, double edge,
+void PointCells::Build(WorkerPool& pool, std::span<const Vec3D> places, const Vec3D& low, double edge,
                        const VecInt3D& cells) {
   low_ = low, perMetre_ = 1 / edge, cells_ = cells;
   const std::int64_t cellCount = CellCount(cells);
@@ -60,7 +60,7 @@ void PointCloud::Build(WorkerPool& pool, std::span<const Vec3D> places, const Ve
   starts_[0] = 0;
 }
 
-void PointCloud::Gather(const Vec3D& low, const Vec3D& high, double radius, NearPoints& out) const {
+void PointCells::Gather(const Vec3D& low, const Vec3D& high, double radius, NearPoints& out) const {
   out.count = 0;
   const VecInt3D from = CellOf(low - Vec3D(radius)), to = CellOf(high + Vec3D(radius));
   for (int k = from.z; k <= to.z; ++k) {
