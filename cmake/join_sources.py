@@ -24,7 +24,7 @@ def names_of(text):
     """What the unnamed namespaces declare; the layout begins each declaration in the first column."""
     names = set()
     for block in UNNAMED.findall(text):
-        for statement in re.split(r"\n(?=[^\s})])", re.sub(r"//.*", "", block)):
+        for statement in re.split(r"\n(?=[^\s})])", re.sub(r"//.*|^#.*", "", block, flags=re.M)):
             statement = re.sub(r"^template <.*>\s*", "", statement)
             if re.match(r"[A-Z_]+\(", statement):  # a macro's own, such as TEST
                 continue

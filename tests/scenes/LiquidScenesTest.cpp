@@ -171,7 +171,7 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
          R"("group": "Other", "kind": "liquid", "motion_source")"},
         {group, group + R"({ "type": "particlegroup", "name": "Other" },)"}},
        "add a particle_advection"},
-      {{{R"("position": [50, 50, 50])", R"("position": [5000, 50, 50])"}}, "stand outside the container"},
+      {{{R"("position": [50, 36, 50])", R"("position": [5000, 36, 50])"}}, "stand outside the container"},
       {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "deep_subdivision": 0, "shallow_subdivision": 0)"}},
        "raise deep_subdivision"},
       {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "properties": ["Small"])"},

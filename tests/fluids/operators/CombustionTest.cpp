@@ -19,7 +19,7 @@ namespace {
 
 using test::FillCells;
 using test::ForInner;
-using test::Gas;
+using test::GasSolver;
 using test::OperatorBench;
 
 constexpr VecInt3D kCells{8, 7, 6};
@@ -27,7 +27,7 @@ constexpr VecInt3D kCells{8, 7, 6};
 class Combustion : public testing::Test {
  protected:
   Combustion() {
-    bench_.factory.Add<Gas>();
+    bench_.factory.Add<GasSolver>();
     gas_ = &bench_.Add("stand_in_solver", "gas");
     burn_ = &bench_.Add("grid_combustion_fire", "burn");
     heat_ = &bench_.Add("channel_temp", "heat");
@@ -44,12 +44,12 @@ class Combustion : public testing::Test {
   }
   void Ready() {
     bench_.Fit(kCells);
-    auto& source = bench_.Get<Gas>(*gas_).source;
+    auto& source = bench_.Get<GasSolver>(*gas_).source;
     source.ApplyBounds({}, Vec3D(kCells) * OperatorBench::kCell);
     source.grid->Fill(0);
   }
   ScalarGrid& Of(const BaseObject* channel) { return bench_.GridOf(*channel); }
-  ScalarGrid& Expansion() { return *bench_.Get<Gas>(*gas_).source.grid; }
+  ScalarGrid& Expansion() { return *bench_.Get<GasSolver>(*gas_).source.grid; }
   double dt() { return bench_.scene().info.substepDuration; }
 
   OperatorBench bench_{3};
@@ -183,7 +183,7 @@ TEST_F(Combustion, AnotherLatticeOfTheSolverTakesTheSameExpansion) {
   Ready();
   Of(heat_).Fill(700);
   Of(fuel_).Fill(1);
-  auto& source = bench_.Get<Gas>(*gas_).source;
+  auto& source = bench_.Get<GasSolver>(*gas_).source;
   source.grid = std::make_unique<ScalarGrid>(VecInt3D(12, 12, 12), Vec3D(300), 0.25f, kGridCustom, Vec3D(-37.0));
   source.grid->Fill(0);
   ASSERT_TRUE(bench_.Run(*burn_));

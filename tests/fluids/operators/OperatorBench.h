@@ -36,9 +36,10 @@ class OperatorBench : public NodeBench {
 };
 
 // A solver, as far as operators see it: a divergence source and a velocity.
-class Gas : public iSolver {
+class GasSolver : public iSolver {
  public:
-  Gas(BaseList2D* object, OrlixScene& owner) : iSolver(object, owner), source(object, owner), velocity(object, owner) {}
+  GasSolver(BaseList2D* object, OrlixScene& owner)
+      : iSolver(object, owner), source(object, owner), velocity(object, owner) {}
   static const TypeInfo& Type() {
     static const TypeInfo kType = [] {
       TypeInfo type;

@@ -22,7 +22,7 @@ namespace {
 
 using test::FillCells;
 using test::ForInner;
-using test::Gas;
+using test::GasSolver;
 using test::OperatorBench;
 
 constexpr VecInt3D kCells{9, 8, 7};
@@ -403,12 +403,12 @@ INSTANTIATE_TEST_SUITE_P(Operations, Math,
 
 TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
   OperatorBench bench;
-  bench.factory.Add<Gas>();
+  bench.factory.Add<GasSolver>();
   BaseObject &math = bench.Add("channelop_math", "math"), &target = bench.Add("channel_vector", "target"),
              &gas = bench.Add("stand_in_solver", "gas");
   math.Set(ChannelOperator_Math::kSourceId, OperatorBench::LinkTo(gas));
   bench.Fit(kCells);
-  auto& velocity = bench.Get<Gas>(gas).velocity;
+  auto& velocity = bench.Get<GasSolver>(gas).velocity;
   velocity.ApplyBounds({}, Vec3D(kCells) * OperatorBench::kCell);
   for (int c = 0; c < 3; ++c)
     FillCells(*velocity.grids[c], [&](int i, int j, int k) { return c == 0 ? i : c == 1 ? 10 * j : 100 * k; });
