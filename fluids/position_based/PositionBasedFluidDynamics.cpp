@@ -390,6 +390,7 @@ void PositionBasedFluidDynamics::Finish() {
 
 void PositionBasedFluidDynamics::VisitState(StateVisitor& visitor) {
   visitor.Visit("maxSquaredSpeed", maxSquaredSpeed_);
+  if (visitor.Reading()) toldOfDensity_ = true;  // when the particles started
 }
 
 void PositionBasedFluidDynamics::VisitOutputs(StateVisitor& visitor) {
