@@ -28,7 +28,7 @@ LIST = ROOT / "tests" / "mutations.txt"
 WORK = ROOT / "build" / "mutate"
 TREE = WORK / "tree"
 BUILD = TREE / "build" / "release"
-TIMEOUT = "180"  # s: a fault may make a loop endless
+TIMEOUT = "120"  # s: a fault may make a loop endless
 
 
 class Mutation:
@@ -279,10 +279,10 @@ def drop_unbuilt(output, chosen):
 def prepare(mutations, joined, switches=False):
     """The programs that are asked first pass without a fault. With switches it gives the faults that are in them."""
     programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
-    targets = [f"test_{p}" for p in programs] + ["orlix"] * any(p.startswith(("run", "apps")) for p in programs)
+    targets = [t for p in programs for t in own_targets(p, switches)]
     chosen = put_switches(mutations) if switches else {}
     configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                     f"-DORLIX_JOIN={'ON' if joined else 'OFF'}")
+                     f"-DORLIX_JOIN={'ALL' if switches else 'ON' if joined else 'OFF'}")
     built = build(*targets) if configured.returncode == 0 else configured
     while built.returncode != 0 and (bad := drop_unbuilt(built.stdout, chosen)):
         chosen = put_switches([m for m in chosen.values() if m not in bad])
@@ -303,6 +303,13 @@ def own_program(file):
     return None
 
 
+def own_targets(program, whole):
+    """What a family's tests need; of all folders' sources joined, all tests are one program."""
+    if whole:
+        return ["orlix_tests", "orlix"]
+    return [f"test_{program}"] + ["orlix"] * program.startswith(("run", "apps"))
+
+
 def try_switch(m, number, own_alone):
     """As try_mutation, of what is built already."""
     os.environ["ORLIX_FAULT"] = str(number)
@@ -316,7 +323,7 @@ def try_switch(m, number, own_alone):
         del os.environ["ORLIX_FAULT"]
 
 
-def try_mutation(m, own_alone):
+def try_mutation(m, own_alone, whole):
     """What noticed the fault: 'program Suite.Test'; None when nothing did."""
     file, before, after = m.place
     whole = (TREE / file).read_text()
@@ -324,7 +331,7 @@ def try_mutation(m, own_alone):
     try:
         own = own_program(file)
         if own:
-            built = build(f"test_{own}", *(["orlix"] if own.startswith(("run", "apps")) else []))
+            built = build(*own_targets(own, whole))
             tested = test("-R", f"^{own}$") if built.returncode == 0 else built
         if own and own_alone and tested.returncode == 0:
             return None
@@ -379,7 +386,7 @@ def main():
             synchronise()
         for m in mutations:
             if m not in chosen.values():
-                tell(m, lambda: try_mutation(m, arguments.own))
+                tell(m, lambda: try_mutation(m, arguments.own, arguments.switched))
     print(f"faults: {len(mutations)}, noticed {len(mutations) - len(unnoticed)}")
     for m in unnoticed:
         print(f"not noticed: {m.name} in {m.place[0]}: '{m.text}' made '{m.replacement}'")
