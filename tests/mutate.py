@@ -279,7 +279,7 @@ def drop_unbuilt(output, chosen):
 def prepare(mutations, joined, switches=False):
     """The programs that are asked first pass without a fault. With switches it gives the faults that are in them."""
     programs = sorted({own_program(m.place[0]) for m in mutations} - {None})
-    targets = [t for p in programs for t in own_targets(p, switches)]
+    targets = sorted({t for p in programs for t in own_targets(p, switches)})
     chosen = put_switches(mutations) if switches else {}
     configured = run("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                      f"-DORLIX_JOIN={'ALL' if switches else 'ON' if joined else 'OFF'}")
