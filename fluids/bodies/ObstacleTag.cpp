@@ -45,9 +45,11 @@ const TypeInfo& ObstacleTag::Type() {
       FloatParameter(kAngularDampingId, "angular_damping", 0, "", "Share of the spin that is lost in a second"),
       FloatParameter(kMarginId, "margin", 0.04, "m", "Margin of the collision shape; below 0 the shape keeps its own")
           .Fallback(0),
-      FloatParameter(kRestitutionId, "restitution", 0.4, "", "How much a contact gives back").Fallback(0),
-      FloatParameter(kFrictionId, "friction", 0.3, "", "Friction at contacts").Fallback(0),
-      FloatParameter(kRollingFrictionId, "rolling_friction", 0.3, "", "Rolling friction at contacts").Fallback(0),
+      FloatParameter(kRestitutionId, "restitution", 0.4, "", "How much a contact gives back").Min(0).Fallback(0),
+      FloatParameter(kFrictionId, "friction", 0.3, "", "Friction at contacts").Min(0).Fallback(0),
+      FloatParameter(kRollingFrictionId, "rolling_friction", 0.3, "", "Rolling friction at contacts")
+          .Min(0)
+          .Fallback(0),
       VectorParameter(kLinearFactorId, "linear_factor", {1, 1, 1}, "", "Axes along which forces act").Fallback(Vec3D()),
       VectorParameter(kAngularFactorId, "angular_factor", {1, 1, 1}, "", "Axes about which torques act")
           .Fallback(Vec3D()),
