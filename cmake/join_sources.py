@@ -39,10 +39,11 @@ def names_of(text):
 
 
 def renamed(text, names, prefix):
-    """Text with a prefix to these names, where they aren't a member's, a text's or of another namespace."""
+    """Text with a prefix to these names, where they aren't a member's, a text's, a test suite's or of another namespace."""
+    names = names - set(re.findall(r"^TEST_[FP]\((\w+)", text, re.M))  # a fixture
     if not names:
         return text
-    skipped = r'R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\\])\'|//[^\n]*'
+    skipped = r'\b[A-Z_]*TEST[A-Z_]*\([^)]*\)|R"(?P<end>\w*)\(.*?\)(?P=end)"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\\])\'|//[^\n]*'
     pattern = re.compile(skipped + r"|(?<![\w.:>])(?P<name>" + "|".join(sorted(names)) + r")\b", re.S)
     return pattern.sub(lambda found: (prefix if found["name"] else "") + found[0], text)
 
