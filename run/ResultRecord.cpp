@@ -122,9 +122,9 @@ Result<ResultRecord> ResultRecord::Read(const fs::path& path) {
   record.path_ = path;
   std::error_code error;
   if (!fs::exists(path, error)) return record;
-  const Result<std::vector<std::byte>> bytes = ReadWholeFile(path, kLargestRecord);
+  const Result<FileBytes> bytes = ReadWholeFile(path, kLargestRecord);
   if (!bytes) return bytes.error();
-  const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+  const std::string_view text = bytes->Text();
   std::vector<FrameRange> planned;
   bool known = text.empty();
   for (std::size_t at = 0; at < text.size();) {

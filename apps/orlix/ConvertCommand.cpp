@@ -147,8 +147,8 @@ bool HoldsParticles(const std::string& path) {
   if (LowerExtension(path) == ".vdb") return true;
   const PointFormat* format = FindPointFormat(path);
   if (!format || LowerExtension(path) != ".ply") return format && format->read;
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
-  return content.ok() && IsPointPly(AsText(*content));
+  const Result<FileBytes> content = ReadPointFile(path);
+  return content.ok() && IsPointPly(content->Text());
 }
 
 Status ConvertPicture(const ConvertOptions& options) {

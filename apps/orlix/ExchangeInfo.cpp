@@ -46,9 +46,9 @@ const Json& Member(const Json& object, const char* key) {
 }  // namespace
 
 Result<GlbInfo> DescribeGlb(const std::filesystem::path& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  const std::string_view bytes = AsText(*content);
+  const std::string_view bytes = content->Text();
   if (bytes.size() < 20 || !bytes.starts_with("glTF") || Number32(bytes, 4) != 2)
     return Broken(path, "no binary glTF 2.0");
   const std::uint64_t size = Number32(bytes, 12);
@@ -84,9 +84,9 @@ Result<GlbInfo> DescribeGlb(const std::filesystem::path& path) {
 }
 
 Result<UsdaInfo> DescribeUsda(const std::filesystem::path& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  const std::string_view bytes = AsText(*content);
+  const std::string_view bytes = content->Text();
   if (!bytes.starts_with("#usda 1.0")) return Broken(path, "no USD text");
   if (!bytes.ends_with("}\n")) return Broken(path, "damaged: it doesn't end with a prim's end");
   UsdaInfo info;

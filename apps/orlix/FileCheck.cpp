@@ -83,9 +83,9 @@ Status CheckPoints(const fs::path& path) { return ReadPoints(path).status(); }
 
 // Particles or a mesh.
 Status CheckPly(const fs::path& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  const std::string_view text = AsText(*content);
+  const std::string_view text = content->Text();
   if (IsPointPly(text)) return CheckPoints(path);
   return ParseMesh(text, MeshFormat::Ply, path.string()).status();
 }

@@ -43,9 +43,9 @@ void PrintPoints(const Program& program, const std::string& path, const PointSet
 }  // namespace
 
 Status PrintPlyInfo(const Program& program, const std::string& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  return IsPointPly(AsText(*content)) ? PrintParticleInfo(program, path) : PrintMeshInfo(program, path);
+  return IsPointPly(content->Text()) ? PrintParticleInfo(program, path) : PrintMeshInfo(program, path);
 }
 
 Status PrintParticleInfo(const Program& program, const std::string& path) {

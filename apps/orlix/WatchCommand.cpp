@@ -43,9 +43,9 @@ struct Watched {
 
 // Whether a living process holds the folder's lock, by the number that it left there.
 bool IsLocked(const fs::path& folder) {
-  const Result<std::vector<std::byte>> owner = ReadWholeFile(folder / FolderLock::kFileName, 64);
+  const Result<FileBytes> owner = ReadWholeFile(folder / FolderLock::kFileName, 64);
   if (!owner) return false;
-  const pid_t process = std::atoi(std::string(reinterpret_cast<const char*>(owner->data()), owner->size()).c_str());
+  const pid_t process = std::atoi(std::string(owner->Text()).c_str());
   return process > 0 && (::kill(process, 0) == 0 || errno == EPERM);
 }
 

@@ -280,9 +280,9 @@ Result<UsdaFrame> ParseUsda(std::string_view content, std::string_view name) {
 }
 
 Result<UsdaFrame> ReadUsda(const std::filesystem::path& path) {
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  return ParseUsda(AsText(*content), path.string());
+  return ParseUsda(content->Text(), path.string());
 }
 
 }  // namespace orlix

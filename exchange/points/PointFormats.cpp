@@ -101,9 +101,9 @@ Result<PointSet> ParsePoints(std::string_view bytes, const PointFormat& format, 
 Result<PointSet> ReadPoints(const std::filesystem::path& path, bool headersOnly) {
   const PointFormat* format = FindPointFormat(path);
   if (!format || !format->read) return NoFormat(path, "reader");
-  const Result<std::vector<std::byte>> content = ReadPointFile(path);
+  const Result<FileBytes> content = ReadPointFile(path);
   if (!content) return content.error();
-  return ParsePoints(AsText(*content), *format, path.string(), headersOnly);
+  return ParsePoints(content->Text(), *format, path.string(), headersOnly);
 }
 
 Status WritePoints(const std::filesystem::path& path, const PointSet& set, bool packed, WorkerPool* pool) {
@@ -124,8 +124,6 @@ Status WritePoints(const std::filesystem::path& path, const PointSet& set, bool 
   return stream.Commit();
 }
 
-Result<std::vector<std::byte>> ReadPointFile(const std::filesystem::path& path) {
-  return ReadWholeFile(path, kMaxPointFile);
-}
+Result<FileBytes> ReadPointFile(const std::filesystem::path& path) { return ReadWholeFile(path, kMaxPointFile); }
 
 }  // namespace orlix

@@ -14,6 +14,7 @@
 
 #include "exchange/points/PointSet.h"
 #include "globals/Result.h"
+#include "host/files/ByteSource.h"
 #include "host/threads/WorkerPool.h"
 
 namespace orlix {
@@ -55,10 +56,7 @@ Status WritePoints(const std::filesystem::path& path, const PointSet& set, bool 
                    WorkerPool* pool = nullptr);
 
 // The content of a file on disk, refused beyond 64 GB.
-Result<std::vector<std::byte>> ReadPointFile(const std::filesystem::path& path);
-inline std::string_view AsText(const std::vector<std::byte>& content) {
-  return {reinterpret_cast<const char*>(content.data()), content.size()};
-}
+Result<FileBytes> ReadPointFile(const std::filesystem::path& path);
 // Whether the content is that of a PLY file without faces, and so of particles.
 bool IsPointPly(std::string_view content);
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "host/files/SystemFile.h"
@@ -67,18 +68,20 @@ bool ByteSource::ReadAt(std::uint64_t offset, void* bytes, std::size_t size) {
   return true;
 }
 
-Result<std::vector<std::byte>> ReadWholeFile(const std::filesystem::path& path, std::uint64_t maxSize) {
+Result<FileBytes> ReadWholeFile(const std::filesystem::path& path, std::uint64_t maxSize) {
   ByteSource source;
   if (Status opened = source.Open(path); !opened.ok()) return opened.error();
   if (source.Size() > maxSize) {
     return Error{ErrorKind::InputFile, path.string() + ": " + std::to_string(source.Size()) + " bytes, at most " +
                                            std::to_string(maxSize) + " are read"};
   }
-  std::vector<std::byte> bytes(static_cast<std::size_t>(source.Size()));
-  if (!source.ReadAt(0, bytes.data(), bytes.size())) {
-    return Error{ErrorKind::InputFile, path.string() + ": " + std::strerror(errno)};
+  try {
+    FileBytes bytes(static_cast<std::size_t>(source.Size()));
+    if (source.ReadAt(0, bytes.data(), bytes.size())) return bytes;
+  } catch (const std::bad_alloc&) {
+    return Error{ErrorKind::Memory, path.string() + ": no memory for its " + std::to_string(source.Size()) + " bytes"};
   }
-  return bytes;
+  return Error{ErrorKind::InputFile, path.string() + ": " + std::strerror(errno)};
 }
 
 }  // namespace orlix

@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "globals/Result.h"
@@ -38,7 +40,23 @@ class ByteSource {
   std::size_t windowSize_ = 0;
 };
 
-// The bytes of a file, refused beyond the size given.
-Result<std::vector<std::byte>> ReadWholeFile(const std::filesystem::path& path, std::uint64_t maxSize);
+// All bytes of a file. Memory that isn't filled first: of a large file that takes as long as the read.
+class FileBytes {
+ public:
+  explicit FileBytes(std::size_t size) : bytes_(std::make_unique_for_overwrite<std::byte[]>(size)), size_(size) {}
+  std::byte* data() { return bytes_.get(); }
+  const std::byte* data() const { return bytes_.get(); }
+  std::size_t size() const { return size_; }
+  const std::byte* begin() const { return data(); }
+  const std::byte* end() const { return data() + size_; }
+  std::string_view Text() const { return {reinterpret_cast<const char*>(data()), size_}; }
+
+ private:
+  std::unique_ptr<std::byte[]> bytes_;
+  std::size_t size_ = 0;
+};
+
+// Refused beyond the size given, and without memory for it.
+Result<FileBytes> ReadWholeFile(const std::filesystem::path& path, std::uint64_t maxSize);
 
 }  // namespace orlix

@@ -2,16 +2,8 @@
 
 #include <fmt/format.h>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <new>
 
 #include "host/files/ByteSource.h"
@@ -69,22 +61,6 @@ std::string_view MeshEncoding(std::string_view content, MeshFormat format) {
 
 namespace {
 
-struct Free {
-  void operator()(char* memory) const { std::free(memory); }
-};
-using FileText = std::unique_ptr<char[], Free>;
-
-// Not filled, and on large pages where the system has them: first touches of small ones take as long as the read.
-FileText MakeRoom(std::size_t bytes) {
-  constexpr std::size_t kLargePage = std::size_t(2) << 20;
-  const std::size_t room = (bytes / kLargePage + 1) * kLargePage;
-  FileText text(static_cast<char*>(std::aligned_alloc(kLargePage, room)));
-#if defined(__linux__)
-  if (text && bytes >= kLargePage) madvise(text.get(), room, MADV_HUGEPAGE);
-#endif
-  return text;
-}
-
 // Calls use(content, format) with a mesh file's content.
 template <class T, class Use>
 Result<T> WithContent(const std::filesystem::path& path, Use use) {
@@ -93,18 +69,9 @@ Result<T> WithContent(const std::filesystem::path& path, Use use) {
     return Error{ErrorKind::InputFile,
                  fmt::format("{}: a mesh file must end in .obj, .ply, .stl, .glb or .gltf", path.string())};
   }
-  const auto fail = [&](const std::string& what) {
-    return Error{ErrorKind::InputFile, fmt::format("{}: {}", path.string(), what)};
-  };
-  ByteSource source;
-  if (Status opened = source.Open(path); !opened.ok()) return opened.error();
-  if (source.Size() > kMaxFileSize)
-    return fail(fmt::format("{} bytes, at most {} are read", source.Size(), kMaxFileSize));
-  const auto size = static_cast<std::size_t>(source.Size());
-  const FileText text = MakeRoom(size);
-  if (!text) return Error{ErrorKind::Memory, fmt::format("{}: not enough memory for this mesh", path.string())};
-  if (!source.ReadAt(0, text.get(), size)) return fail(std::strerror(errno));
-  return use(std::string_view(text.get(), size), *format);
+  const Result<FileBytes> content = ReadWholeFile(path, kMaxFileSize);
+  if (!content) return content.error();
+  return use(content->Text(), *format);
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ Result<ReadResult> ReadAny(const std::filesystem::path& path) {
   const auto fail = [&](ErrorKind kind, const std::string& what) {
     return Result<ReadResult>::Fail(kind, path.string() + ": " + what);
   };
-  const Result<std::vector<std::byte>> bytes = ReadWholeFile(path, kMaxFileBytes);
+  const Result<FileBytes> bytes = ReadWholeFile(path, kMaxFileBytes);
   if (!bytes) return bytes.error();
   const Format format = FormatOf(*bytes);
   if (format == Format::Unknown) return fail(ErrorKind::InputFile, "neither an OpenEXR nor a PNG picture");

@@ -419,7 +419,7 @@ TEST(ParticleFile, AnOutputHasAFileForEachKindThatEverWas) {
   stage.group->RemoveDeadAll();
   ASSERT_TRUE(writer.WriteFrame(stage.hook, 4).ok());
   ASSERT_EQ(writer.written().size(), 1u) << "an empty one";
-  EXPECT_EQ(TableOf(AsText(*ReadPointFile(writer.written()[0]))).set.count, 0u);
+  EXPECT_EQ(TableOf(ReadPointFile(writer.written()[0])->Text()).set.count, 0u);
 }
 
 TEST(ParticleFile, AnOutputWritesTheFormatAskedForAndAStageOfAllFrames) {
@@ -468,7 +468,7 @@ TEST(ParticleFile, AnOutputHasAFileForEachClassOfWhitewater) {
   std::uint64_t sum = 0;
   for (const auto& [word, share] : {std::pair{"bubbles", 0.2}, {"foam", 0.6}, {"spray", 0.2}}) {
     const auto path = folder.path() / (std::string("frame_Scene_Sparks_") + word + ".0003.ply");
-    const std::uint64_t count = TableOf(AsText(*ReadPointFile(path))).set.count;
+    const std::uint64_t count = TableOf(ReadPointFile(path)->Text()).set.count;
     EXPECT_NEAR(static_cast<double>(count), share * 5000, 1) << word;
     sum += count;
   }

@@ -19,11 +19,28 @@ using test::SamplePlace;
 constexpr VecInt3D kCells{14, 12, 10};
 constexpr double h = NodeBench::kCell;
 
-// A node of one type with a group of particles, run by hand.
-class Exchange : public testing::Test {
+// A node of one type, run by hand.
+class OneNode : public testing::Test {
  protected:
-  explicit Exchange(const char* type)
-      : object_(bench_.Add(type, "node")), group_(bench_.Add("particlegroup", "group")) {}
+  explicit OneNode(const char* type) : object_(bench_.Add(type, "node")) {}
+  void Run() {
+    bench_.Link();
+    auto& node = bench_.Get<iObject>(object_);
+    node.Prepare();
+    ProcessData data;
+    node.Process(data);
+    node.Finish();
+  }
+  static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
+
+  NodeBench bench_{3};
+  BaseObject& object_;
+};
+
+// With a group of particles.
+class Exchange : public OneNode {
+ protected:
+  explicit Exchange(const char* type) : OneNode(type) {}
   ParticleList& List(int kind = PK_Passive) { return *bench_.Get<ParticleGroup>(group_).list(kind); }
   OrlixParticle AddParticle(const Vec3D& x, BaseParticleData data = {}) {
     data.position = x;
@@ -39,18 +56,7 @@ class Exchange : public testing::Test {
       AddParticle(Vec3D(random.Uniform(), random.Uniform(), random.Uniform()) * Vec3D(kCells) * h, data);
     }
   }
-  void Run() {
-    bench_.Link();
-    auto& node = bench_.Get<iObject>(object_);
-    node.Prepare();
-    ProcessData data;
-    node.Process(data);
-    node.Finish();
-  }
-  static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
-
-  NodeBench bench_{3};
-  BaseObject &object_, &group_;
+  BaseObject& group_ = bench_.Add("particlegroup", "group");
 };
 
 class ToParticles : public Exchange {
@@ -256,9 +262,9 @@ TEST_F(ToGridThreads, VectorsGoIntoVectorChannels) {
 
 using test::NodeBench;
 
-class ConverterThreads : public testing::Test {
+class ConverterThreads : public OneNode {
  protected:
-  ConverterThreads() {
+  ConverterThreads() : OneNode("particle_converter") {
     object_.Set(1000, To(spray_)), object_.Set(1001, std::int64_t(PK_Liquid));
     object_.Set(1002, To(mist_)), object_.Set(1003, std::int64_t(PK_Diffuse));
     bench_.Link();
@@ -280,19 +286,7 @@ class ConverterThreads : public testing::Test {
     for (int n = 0; n < list.count(); ++n) living += list.Flags(n) & ParticleFlag::Alive;
     return living;
   }
-  void Run() {
-    bench_.Link();
-    auto& node = bench_.Get<ParticleConverter>(object_);
-    node.Prepare();
-    ProcessData data;
-    node.Process(data);
-    node.Finish();
-  }
-  static LinkValue To(const BaseObject& object) { return NodeBench::LinkTo(object); }
-
-  NodeBench bench_{3};
-  BaseObject &object_ = bench_.Add("particle_converter", "node"), &spray_ = bench_.Add("particlegroup", "spray"),
-             &mist_ = bench_.Add("particlegroup", "mist");
+  BaseObject &spray_ = bench_.Add("particlegroup", "spray"), &mist_ = bench_.Add("particlegroup", "mist");
 };
 
 TEST_F(ConverterThreads, OneToOneTakesTheDataAndMovesIt) {
