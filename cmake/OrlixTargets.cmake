@@ -76,6 +76,29 @@ function(orlix_library folder)
   endif()
 endfunction()
 
+# orlix_module(folder DEPS libraries... USES libraries...): one folder is one library that programs load when they need it,
+# beside them in bin. What it uses of DEPS it finds in the program.
+function(orlix_module folder)
+  cmake_parse_arguments(ARG "" "" "DEPS;USES" ${ARGN})
+  get_filename_component(name ${folder} NAME)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+  add_library(orlix_${name} MODULE ${sources})
+  set_target_properties(orlix_${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+  target_link_libraries(orlix_${name} PRIVATE ${ARG_USES})
+  orlix_engine_options(orlix_${name})
+  target_compile_options(orlix_${name} PRIVATE ${ORLIX_SMALL_EFFORT})
+  set_property(GLOBAL APPEND PROPERTY ORLIX_MODULES orlix_${name})
+endfunction()
+
+# A program that modules may be loaded into: it shows them its symbols, and is built with them.
+function(orlix_loads_modules program)
+  get_property(modules GLOBAL PROPERTY ORLIX_MODULES)
+  set_target_properties(${program} PROPERTIES ENABLE_EXPORTS ON)
+  foreach(module ${modules})
+    set_property(TARGET ${program} APPEND PROPERTY LINK_DEPENDS $<TARGET_FILE:${module}>)
+  endforeach()
+endfunction()
+
 # The one library that all folders above are with ORLIX_JOIN=ALL.
 function(orlix_joined_library)
   if(NOT ORLIX_JOIN STREQUAL "ALL")
@@ -120,6 +143,7 @@ function(orlix_test_program target)
   if(ORLIX_SANITIZE STREQUAL "thread")
     target_compile_options(${target} PRIVATE ${ORLIX_INSTRUMENTED} -g0)
   endif()
+  orlix_loads_modules(${target})
 endfunction()
 
 # Every folder below tests/ that holds sources is one test program. It links the engine, and what stands above the engine
@@ -219,6 +243,7 @@ function(orlix_benchmarks)
     add_executable(orlix_bench ${sources})
     target_link_libraries(orlix_bench PRIVATE ${ARGN} orlix_test_support benchmark::benchmark)
     target_compile_options(orlix_bench PRIVATE ${ORLIX_WARNINGS})
+    orlix_loads_modules(orlix_bench)
   endif()
   # benchmarks/against: beside a library's own tools. Built when asked for.
   add_executable(orlix_bench_peers EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/benchmarks/against/Peers.cpp
@@ -226,6 +251,7 @@ function(orlix_benchmarks)
   target_link_libraries(orlix_bench_peers PRIVATE orlix_exchange_vdb orlix_fluids_surfacing ${OPENVDB_LIBRARY} ${TBB_LIBRARY}
                         Imath::Imath)
   target_compile_options(orlix_bench_peers PRIVATE ${ORLIX_WARNINGS})
+  orlix_loads_modules(orlix_bench_peers)
   # The library's operators don't meet what its TBB asks of them in C++20.
   target_compile_definitions(orlix_bench_peers PRIVATE __TBB_USE_CONSTRAINTS=0)
 endfunction()
@@ -241,6 +267,7 @@ function(orlix_fuzz)
     add_executable(fuzz_${name} ${PROJECT_SOURCE_DIR}/fuzz/${source})
     target_link_libraries(fuzz_${name} PRIVATE ${ARGN})
     target_compile_options(fuzz_${name} PRIVATE ${ORLIX_WARNINGS} -O1)
+    orlix_loads_modules(fuzz_${name})
     if(ORLIX_FUZZ)
       target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
       target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)

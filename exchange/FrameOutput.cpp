@@ -281,6 +281,13 @@ std::vector<std::filesystem::path> FrameOutput::Folders() const {
   return folders;
 }
 
+Status FrameOutput::LoadLibraries() const {
+  const bool vdb = std::any_of(outputs_.begin(), outputs_.end(), [](const OutputSettings& output) {
+    return output.vdb || (output.particles && output.particleFormat == ParticleOutput::Vdb);
+  });
+  return vdb ? LoadVdbLibrary() : Status();
+}
+
 void FrameOutput::RememberMeshes() {
   const auto wants = [](const OutputSettings& output) { return output.HasMeshVelocities(); };
   if (std::none_of(outputs_.begin(), outputs_.end(), wants)) return;

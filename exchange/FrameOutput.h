@@ -49,6 +49,8 @@ class FrameOutput {
   std::vector<ResultName> Names(int frame) const;
   // Every folder that files go to.
   std::vector<std::filesystem::path> Folders() const;
+  // Loads the libraries that the files need, so that a run without one ends before its first frame.
+  Status LoadLibraries() const;
   // Mesh velocities come from the points in the frame before, which needn't be written: of one that isn't, this
   // remembers them. A run that goes on after a frame sets the document's time to it first.
   void RememberMeshes();

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Rejects an #include against the arrows of the layers. CMakeLists.txt is the architecture: each folder with sources is
-an orlix_library there, and may include itself and what its DEPS lead to. `layers.py --map` prints the rooms, lowest
-first, as ARCHITECTURE.md shows them."""
+an orlix_library there (or an orlix_module, which programs load), and may include itself and what its DEPS lead to.
+`layers.py --map` prints the rooms, lowest first, as ARCHITECTURE.md shows them."""
 import pathlib
 import re
 import sys
@@ -14,7 +14,7 @@ def read_layers():
     """Folder -> folders of its DEPS, in the order of the file."""
     layers = {}
     text = (ROOT / "CMakeLists.txt").read_text()
-    for folder, rest in re.findall(r"^orlix_library\((\S+)([^)]*)\)", text, re.M):
+    for folder, rest in re.findall(r"^orlix_(?:library|module)\((\S+)([^)]*)\)", text, re.M):
         deps = []
         for name in re.findall(r"\borlix_(\w+)", rest):
             known = [f for f in layers if f.replace("/", "_") == name]

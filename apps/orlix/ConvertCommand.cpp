@@ -93,6 +93,7 @@ Status ReadWholePoints(const std::filesystem::path& path) { return ReadVdbPoints
 Result<PointSet> ReadParticles(const std::string& path) {
   if (LowerExtension(path) != ".vdb") return ReadPoints(path);
   // A few crafted bytes make the library take gigabytes: what a process of its own survives is read.
+  if (Status loaded = LoadVdbLibrary(); !loaded) return loaded.error();
   if (Status readable = RunIsolated(ReadWholePoints, path); !readable) return readable.error();
   return ReadVdbPoints(path);
 }

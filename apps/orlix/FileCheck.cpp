@@ -76,7 +76,10 @@ Status CheckCheckpoint(const fs::path& path) {
 
 Status ReadWholeVdb(const fs::path& path) { return ReadVdbInfo(path, true).status(); }
 Status ReadWholePicture(const fs::path& path) { return ReadPicture(path).status(); }
-Status CheckVdb(const fs::path& path) { return RunIsolated(ReadWholeVdb, path); }
+Status CheckVdb(const fs::path& path) {
+  const Status loaded = LoadVdbLibrary();  // once, and not in each process of its own
+  return loaded ? RunIsolated(ReadWholeVdb, path) : loaded;
+}
 Status CheckPicture(const fs::path& path) { return RunIsolated(ReadWholePicture, path); }
 
 Status CheckPoints(const fs::path& path) { return ReadPoints(path).status(); }

@@ -77,6 +77,7 @@ Status PrintCheckpointInfo(const Program& program, const std::string& path) {
 
 Status PrintVdbInfo(const Program& program, const std::string& path) {
   // A few crafted bytes make the library take gigabytes: what a process of its own survives is read.
+  if (Status loaded = LoadVdbLibrary(); !loaded) return loaded;
   if (Status readable = RunIsolated(ReadVdbHead, path); !readable.ok()) return readable;
   const Result<std::vector<VdbGridInfo>> grids = ReadVdbInfo(path, false);
   if (!grids.ok()) return grids.error();

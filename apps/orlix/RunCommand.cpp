@@ -210,6 +210,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   }
   PictureOptions pictures{.view = options.view};
   if (MakesPictures(document)) pictures.box = FindFraming(program, options, document, *plan, pool);
+  if (Status loaded = FrameOutput(document, outputFolder).LoadLibraries(); !loaded) return loaded;
   const auto locks = LockOutputFolders(FoldersWritten(document, outputFolder, options));
   if (!locks) return locks.error();
   if (!options.overwrite && !options.resume && !options.missing) {

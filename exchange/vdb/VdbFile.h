@@ -44,6 +44,10 @@ struct VdbGridInfo {
   double low = 0, high = 0;  // of the active values; a vector's largest component, without a sign
 };
 
+// What all the others do first. For those who want to know early that it is missing, or before a process of its own
+// reads.
+Status LoadVdbLibrary();
+
 // Blosc-compressed. The file gets its name only when it is whole. Diverged when a value is beyond a float's range.
 Status WriteVdb(const std::filesystem::path& path, const std::vector<VdbField>& fields, const VdbOptions& options);
 
