@@ -79,7 +79,7 @@ class ObjectData {
   virtual ~ObjectData() = default;
   // After the defaults were written into the container.
   virtual void Init(BaseObject&) {}
-  // Brings what the object generates up to date with its settings and the time; called before each frame.
+  // Makes what it generates anew for a frame; called for many objects at once, so that it touches its own alone.
   virtual Status Update(BaseObject&, const BaseTime&) { return {}; }
   // The polygons that the object shows, in its local space; null when it shows none.
   virtual const PolygonObject* Polygons() const { return nullptr; }
