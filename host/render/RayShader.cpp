@@ -12,7 +12,7 @@ double Mean(const Vec3D& colour) { return (colour.x + colour.y + colour.z) / 3; 
 SurfacePlace PlaceOf(const SurfaceHit& hit) { return {hit.point, hit.normal, hit.texture, hit.hasTexture}; }
 
 // What draws are for, beside the rays around surfaces: each light has a stream of its own.
-constexpr std::uint64_t kLightStream = 1, kGlowStream = 80;
+constexpr int kLightStream = 1, kGlowStream = 80;
 
 // How far a ray goes that nothing ends, in host units.
 constexpr double kSkyDistance = 1e6;
@@ -161,7 +161,7 @@ Vec3D RayShader::LightOnSurface(const Light& light, const SurfaceHit& hit, const
   if (!light.HasWidth() || (!area && !light.castsShadow)) return seen * LightPassing(light, middle, origin);
   Vec3D sum;
   for (int n = 0; n < light.shadowRays; ++n) {
-    const Vec2D square = draws_.Point(kLightStream + light.object % 64, n, light.shadowRays);
+    const Vec2D square = draws_.Point(kLightStream + static_cast<int>(light.object % 64), n, light.shadowRays);
     const Illumination aimed = light.IlluminateFrom(origin, square);
     const Vec3D colour = area ? reflected(aimed) : seen;
     if (colour != Vec3D()) sum += colour * LightPassing(light, aimed, origin);

@@ -43,10 +43,11 @@ struct SampleDraws {
 
   // Point n of count that each sample takes: one sequence goes on through all samples of the pixel. stream: what it is
   // for.
-  Vec2D Point(std::uint64_t stream, int n, int count) const {
-    constexpr std::uint64_t kFarOff = 7919;  // of the sequence; another part for each stream
-    return SquarePoint(sample * static_cast<std::uint64_t>(count) + static_cast<std::uint64_t>(n) + kFarOff * stream,
-                       offset);
+  Vec2D Point(int stream, int n, int count) const {
+    constexpr double kAcross = 0.6180339887498949, kAlong = 0.7548776662466927;  // from one stream to the next
+    return SobolPoint(
+        static_cast<std::uint32_t>(sample) * static_cast<std::uint32_t>(count) + static_cast<std::uint32_t>(n),
+        {offset.x + kAcross * stream, offset.y + kAlong * stream});
   }
 };
 

@@ -80,6 +80,23 @@ TEST(Renderer, ALightWithAWidthCastsSoftShadows) {
   EXPECT_GT(At(soft, "R", 30, 2), 0);
 }
 
+// A wall on wide ground sees half of an even sky: with 16 directions none of its pixels is off by more than one of
+// them.
+TEST(Renderer, HalfASkyLightsAWallEvenly) {
+  RenderWorld world;
+  SetUpPicture(world, 24, 24, 8);
+  world.settings.skyColour = world.settings.skyHorizon = {1, 1, 1}, world.settings.skySamples = 2;
+  const PolygonObject ground = SquareMesh(1e4);
+  PolygonObject wall = SquareMesh(4);
+  for (Vec3D& p : wall.points) p = {p.x, -p.z, 0};
+  ASSERT_TRUE(world.surfaces.Build({{&ground, {}, kMatt, nullptr}, {&wall, {}, kMatt, nullptr}}));
+  world.camera.projection = Projection::Parallel, world.camera.halfWidth = 1;
+  world.camera.position = {0, 2, 10};
+  world.camera.LookAt({0, 2, 0}, {0, 1, 0});
+  const Picture picture = Rendered(world);
+  for (const float value : picture.Find("R")->values) EXPECT_NEAR(value / 0.8, 0.5, 1.0 / 16);
+}
+
 TEST(Renderer, APointLightOnAMattPlaneFollowsLambertAndTheSquare) {
   RenderWorld world;
   SetUpPicture(world, 64, 48);
