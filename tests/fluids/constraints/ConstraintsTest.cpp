@@ -75,6 +75,7 @@ class EveryConstraint : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(EveryConstraint, ARowAsksTheSameAsItsPlaces) {
+  object_->Set(Constraint::kIntensityId, 0.75);
   Connect();
   auto& constraint = bench_.Get<Constraint>(*object_);
   constraint.Prepare(nullptr);
@@ -231,9 +232,10 @@ INSTANTIATE_TEST_SUITE_P(Tests, GridValue,
                          testing::Values(ValueCase{0, 0.5, 0.5, 1, 0.5}, ValueCase{0, 0.25, 0.5, 1, -1},
                                          ValueCase{1, 0.25, 0.5, 1, 0.25}, ValueCase{1, 0.5, 0.5, 1, -1},
                                          ValueCase{2, 0.125, 0.25, 0.5, 0.5}, ValueCase{2, 0.75, 0.25, 0.5, 0.5},
-                                         ValueCase{2, 0.25, 0.25, 0.5, -1}, ValueCase{3, 0.25, 0.25, 0.5, 0},
-                                         ValueCase{3, 0.375, 0.25, 0.5, 0.5}, ValueCase{3, 0.5, 0.25, 0.5, 1},
-                                         ValueCase{3, 0.75, 0.25, 0.5, -1}, ValueCase{3, 0.25, 0.25, 0.25, 1}));
+                                         ValueCase{2, 0.25, 0.25, 0.5, -1}, ValueCase{2, 0.5, 0.25, 0.5, -1},
+                                         ValueCase{3, 0.25, 0.25, 0.5, 0}, ValueCase{3, 0.375, 0.25, 0.5, 0.5},
+                                         ValueCase{3, 0.5, 0.25, 0.5, 1}, ValueCase{3, 0.75, 0.25, 0.5, -1},
+                                         ValueCase{3, 0.25, 0.25, 0.25, 1}));
 
 TEST(GridValueVector, CountsTheLength) {
   NodeBench bench;

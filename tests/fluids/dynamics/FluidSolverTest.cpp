@@ -212,6 +212,17 @@ TEST(VelocityAtSolids, SlipKeepsTheTangentialPartAndNoSlipNothing) {
     Constrain(solver);
     for (int c = 0; c < 3; ++c) EXPECT_EQ((*solver.velocity.grids[c])(9, top - 1, 9), 0);
   }
+  // Beside one that moves half of what goes along it in its own frame is left.
+  s.fluid->Set(VelocityConstrain::kMoveWithObstaclesId, std::int64_t(1));
+  for (int frame = 2; frame < 5; ++frame) {
+    BaseObject& box = s.Geometry("Box");
+    box.Set(kPositionId, box.GetVector(kPositionId) + Vec3D(0.01, 0, 0));
+    s.Step(frame);
+  }
+  solver.constraint.slip = 0.5;
+  Constrain(solver);
+  const double speed = 0.01 * 24;
+  EXPECT_NEAR((*solver.velocity.grids[0])(9, top - 1, 9), speed + (1 - speed) * 0.5, 1e-6);
 }
 
 TEST(VelocityAtSolids, WallsOfTheContainerStayClosedBesideThem) {

@@ -121,9 +121,10 @@ class Pond final : public FluidSolver {
   std::unique_ptr<ScalarGrid> surface;  // at cell centres
 };
 
-// A closed box with a ball in it; the boundary and its fractions are built.
+// A box with a ball in it; the boundary and its fractions are built.
 struct PondScene : GasScene {
-  PondScene() : GasScene(kPond, 2) {
+  explicit PondScene(bool openAbove = false) : GasScene(kPond, 2) {
+    fluid->Set(GridBoundary::kFaceYMaxId, std::int64_t(!openAbove));
     AddObstacle("Ball", "sphere", Centre(), 0.2);
     StepThrough(0, 1);
     pond = std::make_unique<Pond>(fluid, scene());
@@ -176,6 +177,18 @@ TEST(FaceStates, BorderAndSolidsAreFixedTheRestIsSolvedInAGas) {
   EXPECT_GT(fixed, 3000);
   states.ClearState(false);
   EXPECT_EQ(states.States(0), nullptr);
+}
+
+TEST(FaceStates, FacesToTheCellsBeyondAnOpenSideAreFixed) {
+  PondScene s(true);
+  Grid_Cellstates states(s.fluid, s.scene());
+  states.solver = s.pond.get();
+  states.Prepare();
+  states.Classify();
+  const int last = s.pond->velocity.grids[1]->dims.y - 2;
+  EXPECT_FALSE(s.pond->fractions.ClosedFaces(1)(3, last, 3));
+  EXPECT_EQ((*states.States(1))(3, last, 3), FaceFixed);
+  EXPECT_EQ((*states.States(1))(3, last - 1, 3), FaceSolved);
 }
 
 TEST(FaceStates, FacesThreeCellsFromTheSurfaceAreFar) {

@@ -96,13 +96,21 @@ TEST(ObjectGridEmitter, FillsTheCellsInsideByTheTimeAndTheFalloffs) {
     for (const bool curve : {true, false}) {
       EmitterScene scene;
       scene.settings->Set(GridEmissionSettings::kFalloffId, falloff);
+      BaseObject& duration = scene.Add("duration", "Fading");
+      duration.Set(Duration::kStartId, -1 / 24.0);
+      duration.Set(Duration::kLengthId, 4 / 24.0);
+      scene.settings->Set(GridEmissionSettings::kActiveInId, scene.LinkTo(duration));
       const SplineKnot knots[] = {{0, 2}, {1, 4}};
       scene.settings->Set(GridEmissionSettings::kFalloffCurveId,
                           curve ? SplineValue(std::make_shared<SplineData>(std::span(knots))) : SplineValue());
       const ScalarGrid& grid = scene.Emitted();
+      const double weight = 0.75;
       const int inside = scene.ForEachInside(grid, [&](int i, int j, int k, const Vec3D& p, bool in) {
         const double depth = scene.Ball().DepthWorld(p);
-        const double factor = falloff == 0 ? 1 : falloff == 1 ? depth : curve ? 2 + 2 * depth : 1;
+        const double factor = falloff == 0   ? weight
+                              : falloff == 1 ? weight * depth
+                              : curve        ? weight * (2 + 2 * depth)
+                                             : 1;  // without a curve nothing is weighed
         EXPECT_NEAR(grid(i, j, k), in ? 8 * scene.Dt() * factor : 0, 1e-9) << falloff << " " << curve;
       });
       EXPECT_GT(inside, 100);

@@ -322,6 +322,7 @@ TEST(TrigoWave, PlanesRingsAndTurnsHaveTheirShapes) {
   ExpectNear(Wave(0, 3).At({0, 0, 1}), {0, -2, 0});
   ExpectNear(Wave(0, 7).At({0, 0, -1}), {0, 2, 0});
   ExpectNear(Wave(0, 5).At({0, 0, -0.0001}), {0, 1, 1}, 0.01);
+  ExpectNear(Wave(0, 5).At({0, 0, -1}), {0, 0, 2});
   ExpectNear(Wave(0, 6).At({0, 0, 0}), {0, -1, 1});
   ExpectNear(Wave(0, 8).At({0, 0, -1}), {0, 2, 0});
   ExpectNear(Wave(0, 9).At({0, 0, 0}), {0, 2, 0});

@@ -6,6 +6,8 @@
 #include "fluids/grids/GridResampler.h"
 #include "fluids/grids/Interpolation.h"
 #include "fluids/grids/ScratchPool.h"
+#include "fluids/grids/TrilinearGradient.h"
+#include "fluids/grids/WorkSplit.h"
 #include "tests/support/Cells.h"
 #include "tests/support/Sanitized.h"
 #include "tests/support/Workers.h"
@@ -335,6 +337,37 @@ TEST(Interpolation, KernelsReproduceTheirPolynomials) {
   const Grid<double> ramp = Filled({4, 4, 4}, [](double x, double, double) { return x; });
   for (double f = 0; f < 1; f += 0.125) {
     EXPECT_NEAR(SampleCosine<double>(ramp, 1 + f, 2, 2), 1 + (1 - std::cos(std::numbers::pi * f)) / 2, 1e-14);
+  }
+}
+
+TEST(Interpolation, TheTrilinearGradientIsThatOfTheInterpolant) {
+  const Grid<double> grid = Filled({7, 7, 7}, [](double x, double y, double z) { return std::sin(x + 3 * y * z); });
+  constexpr double kStep = 1e-5;
+  for (Vec3D p : RandomPoints(1, 5, 300)) {
+    for (int axis = 0; axis < 3; ++axis) p[axis] = std::floor(p[axis]) + 0.01 + 0.98 * (p[axis] - std::floor(p[axis]));
+    const Vec3D gradient = TrilinearGradient(GridView<const double>(grid), p);
+    for (int axis = 0; axis < 3; ++axis) {
+      Vec3D low = p, high = p;
+      low[axis] -= kStep, high[axis] += kStep;
+      const double difference =
+          SampleTrilinear<double>(grid, high.x, high.y, high.z) - SampleTrilinear<double>(grid, low.x, low.y, low.z);
+      ASSERT_NEAR(gradient[axis], difference / (2 * kStep), 1e-9) << axis;
+    }
+  }
+}
+
+TEST(SplitLayers, EachLayerBelongsToOneWorker) {
+  for (const bool whole : {false, true}) {
+    for (int threads = 1; threads < 9; ++threads) {
+      LayerSlabs slabs;
+      ASSERT_TRUE(SplitLayers(slabs, {4, 5, 13}, whole, threads));
+      int next = whole ? 0 : 1;
+      for (int s = 0; s < slabs.slices; ++s) {
+        EXPECT_EQ(slabs.rangeMin[s].z, next);
+        next = slabs.rangeMax[s].z;
+      }
+      EXPECT_EQ(next, whole ? 13 : 12) << threads;
+    }
   }
 }
 

@@ -179,6 +179,27 @@ TEST(Pipeline, ABreakEndsTheFrame) {
   EXPECT_EQ(s.CountCalls(".Process"), 0);
 }
 
+TEST(FrameClock, AFrameBackFromAFinishedStepIsNoMoveButOneToTheStartIs) {
+  TypeRegistry types;
+  BaseDocument document(types);
+  document.fps = 32;  // so that a frame's seconds are exact
+  FrameClock clock;
+  clock.Attach(document);
+  const auto timeAt = [&](int frame) {
+    EXPECT_TRUE(document.SetTime(BaseTime::OfFrame(frame, document.fps)).ok());
+    clock.Update(0, 100, false);
+    return clock.time * document.fps;
+  };
+  EXPECT_EQ(timeAt(5), 5);
+  EXPECT_EQ(timeAt(4), 4) << "the step isn't finished";
+  clock.Finish();
+  EXPECT_EQ(timeAt(3), 4);
+  EXPECT_EQ(timeAt(2), 2);
+  EXPECT_EQ(timeAt(1), 1);
+  clock.Finish();
+  EXPECT_EQ(timeAt(0), 0);
+}
+
 TEST(Pipeline, SortIsSafeForAnyRelation) {
   struct Odd final : iBase {
     using iBase::iBase;

@@ -182,6 +182,7 @@ TEST(Marcher, NothingOfTheGasIsHoppedOver) {
   for (int first = 5; first < 13; ++first) {
     Gas gas;
     test::FillCells(*gas.density, [&](int i, int, int) { return i >= first ? Gas::kGasDensity : 0; });
+    gas.settings.steps.coarse = 3;
     gas.settings.absorption = Vec3D(0.2);
     gas.Build();
     const double passed = -std::log(gas.Straight().transmittance.x) / (0.2 * Gas::kGasDensity);

@@ -202,6 +202,24 @@ TEST(Noise, FractalTableHasMusgravesWeights) {
   EXPECT_EQ(2 * two.Sample(NoiseType::Fbm, p, {.octaves = 50}) - 1, both);
 }
 
+TEST(Noise, ARidgeWeighsTheNextOctaveByTwiceItself) {
+  Noise one(4), two(4);
+  one.SetUpFractal(1, 0.77, 1.0);
+  two.SetUpFractal(2, 0.77, 1.0);
+  const double weight = 1 / 0.77;  // of the second octave
+  MersenneTwister random(9);
+  for (int i = 0; i < 100; ++i) {
+    const Vec3D p = RandomPoint(random, 20);
+    const auto sample = [&](const Noise& noise, NoiseType type) { return noise.Sample(type, p, {.octaves = 50}); };
+    const double first = 2 * sample(one, NoiseType::Fbm) - 1;
+    const double second = ((2 * sample(two, NoiseType::Fbm) - 1) * (1 + weight) - first) / weight;
+    const double ridge = (1 - std::abs(first)) * (1 - std::abs(first));
+    EXPECT_NEAR(sample(one, NoiseType::RidgedMultifractal), ridge, 1e-12);
+    const double next = (1 - std::abs(second)) * (1 - std::abs(second)) * std::min(1.0, 2 * ridge);
+    EXPECT_NEAR(sample(two, NoiseType::RidgedMultifractal), (ridge + weight * next) / (1 + weight), 1e-9);
+  }
+}
+
 TEST(Noise, DetailAttenuationRemovesFineOctaves) {
   const Noise noise(4);
   for (const NoiseTypeInfo& type : kNoiseTypes) {
