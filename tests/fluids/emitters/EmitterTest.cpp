@@ -339,6 +339,21 @@ TEST_F(Emission, SpreadGivesEachCellItsShare) {
   EXPECT_NEAR(Smoke()(3, 2, 1), 8 * 0.75 * 0.5 * 0.25, 1e-14);
 }
 
+// Workers write only into layers of their own, and visit only what may reach them.
+TEST_F(Emission, AValueReachesNoLayerBeyondThoseThatItNames) {
+  for (const bool spread : {false, true}) {
+    for (double z = 0.55; z < 4.5; z += 0.3) {
+      Smoke().Fill(0);
+      const Vec3D p = Centre(3, 2, 0) + Vec3D(0.25, 0.5, z) * h;
+      GridEmissionWriter writer(Smoke(), {}, {.spread = spread}, 0, 100, 100);
+      const LayerRange layers = writer.LayersOf(p.z);
+      EXPECT_LE(layers.end - layers.begin, spread ? 2 : 1);
+      writer.Emit(16, p, layers);
+      EXPECT_NEAR(test::SumOf(Smoke()), 16, 1e-12) << z << (spread ? ", spread" : "");
+    }
+  }
+}
+
 TEST_F(Emission, FireTakesNothingBeyondZeroToOne) {
   Fire().Fill(0);
   for (const bool spread : {false, true}) {
