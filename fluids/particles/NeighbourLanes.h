@@ -11,6 +11,7 @@ using F = double __attribute__((vector_size(64)));
 using M = std::int64_t __attribute__((vector_size(64)));
 constexpr int kKeyLanes = 16;
 using U = std::uint32_t __attribute__((vector_size(64)));
+using HalfU = std::uint32_t __attribute__((vector_size(32)));
 using Singles = float __attribute__((vector_size(32)));
 
 ORLIX_INLINE ORLIX_LANES_TARGET void Load(F& v, const double* from) { __builtin_memcpy(&v, from, sizeof v); }
@@ -88,6 +89,18 @@ ORLIX_INLINE ORLIX_LANES_TARGET void CountAbove(U& rank, const U& keys, std::uin
 #endif
 }
 
+ORLIX_INLINE ORLIX_LANES_TARGET void StoreRoots(double* to, const F& d) {
+#if defined(ORLIX_LANES_AVX512)
+  _mm512_storeu_pd(to, _mm512_sqrt_pd(reinterpret_cast<__m512d>(d)));
+#elif defined(ORLIX_LANES_AVX2)
+  __m256d halves[2];
+  __builtin_memcpy(halves, &d, sizeof d);
+  _mm256_storeu_pd(to, _mm256_sqrt_pd(halves[0])), _mm256_storeu_pd(to + 4, _mm256_sqrt_pd(halves[1]));
+#else
+  for (int l = 0; l < kLanes; ++l) to[l] = std::sqrt(d[l]);
+#endif
+}
+
 // Puts what was found in order, nearest first: each goes to the place that the count of smaller keys gives. A key is a
 // distance in single precision whose last bits number it, so that no two are equal; neighbours that the lost digits
 // put in the wrong order change places afterwards.
@@ -95,14 +108,16 @@ ORLIX_LANES_TARGET void SortFound(KdScratch& s, int count, Neighbour* out) {
   alignas(64) std::uint32_t keys[KdScratch::kRanked + kKeyLanes], ranks[KdScratch::kRanked + kKeyLanes];
   alignas(64) double roots[KdScratch::kRanked + kLanes];
   constexpr std::uint32_t kNumber = 127;
+  constexpr HalfU kNumbers = {0, 1, 2, 3, 4, 5, 6, 7};
   for (int v = 0; v < count; v += kLanes) {
     F d;
     Load(d, s.distances + v);
     const auto single = __builtin_convertvector(d, Singles);
-    for (int l = 0; l < kLanes; ++l) roots[v + l] = std::sqrt(d[l]);
-    std::uint32_t bits[kLanes];
-    __builtin_memcpy(bits, &single, sizeof bits);
-    for (int l = 0; l < kLanes; ++l) keys[v + l] = (bits[l] & ~kNumber) | static_cast<std::uint32_t>(v + l);
+    StoreRoots(roots + v, d);
+    HalfU key;
+    __builtin_memcpy(&key, &single, sizeof key);
+    key = (key & ~kNumber) | (kNumbers + static_cast<std::uint32_t>(v));
+    __builtin_memcpy(keys + v, &key, sizeof key);
   }
   for (int v = 0; v < count; v += kKeyLanes) {
     U own, rank = {};
