@@ -2,6 +2,8 @@
 // Triangle distances of four at a time: four points to one triangle, or four points to a triangle each. The operations
 // are those of SquaredDistance in the same order, so the bits are the same.
 
+#include <cstring>
+
 #include "fluids/level_sets/TriangleDistance.h"
 #include "globals/Multiversion.h"
 
@@ -28,20 +30,26 @@ ORLIX_INLINE void Broadcast(LaneTriangle<double>& out, const TriangleTerms& t) {
   out.inv12 = t.inv12, out.inv13 = t.inv13, out.inv23 = t.inv23;
 }
 
+// Rows of four doubles become columns, of the kLanes triangles' terms as they lie.
 ORLIX_INLINE void Gather(LaneTriangle<Lanes>& out, const TriangleTerms* const t[kLanes]) {
-  const auto vector = [&](LaneVector<Lanes> & v, Vec3D TriangleTerms::*m) __attribute__((always_inline)) {
-    v.x = Lanes{(t[0]->*m).x, (t[1]->*m).x, (t[2]->*m).x, (t[3]->*m).x};
-    v.y = Lanes{(t[0]->*m).y, (t[1]->*m).y, (t[2]->*m).y, (t[3]->*m).y};
-    v.z = Lanes{(t[0]->*m).z, (t[1]->*m).z, (t[2]->*m).z, (t[3]->*m).z};
+  static_assert(sizeof(TriangleTerms) == 16 * sizeof(double) && kLanes == 4);
+  const auto columns = [&](int first, Lanes& c0, Lanes& c1, Lanes& c2, Lanes& c3) __attribute__((always_inline)) {
+    const auto row = [&](Lanes & r, int l) __attribute__((always_inline)) {
+      std::memcpy(&r, reinterpret_cast<const double*>(t[l]) + first, sizeof r);
+    };
+    Lanes r0, r1, r2, r3;  // not in a loop, which would keep them in memory
+    row(r0, 0), row(r1, 1), row(r2, 2), row(r3, 3);
+    const Lanes even01 = __builtin_shufflevector(r0, r1, 0, 4, 2, 6),
+                odd01 = __builtin_shufflevector(r0, r1, 1, 5, 3, 7);
+    const Lanes even23 = __builtin_shufflevector(r2, r3, 0, 4, 2, 6),
+                odd23 = __builtin_shufflevector(r2, r3, 1, 5, 3, 7);
+    c0 = __builtin_shufflevector(even01, even23, 0, 1, 4, 5), c1 = __builtin_shufflevector(odd01, odd23, 0, 1, 4, 5);
+    c2 = __builtin_shufflevector(even01, even23, 2, 3, 6, 7), c3 = __builtin_shufflevector(odd01, odd23, 2, 3, 6, 7);
   };
-  const auto number = [&](Lanes & v, double TriangleTerms::*m) __attribute__((always_inline)) {
-    v = Lanes{t[0]->*m, t[1]->*m, t[2]->*m, t[3]->*m};
-  };
-  vector(out.x1, &TriangleTerms::x1), vector(out.x2, &TriangleTerms::x2), vector(out.x3, &TriangleTerms::x3);
-  number(out.m13, &TriangleTerms::m13), number(out.m23, &TriangleTerms::m23), number(out.d, &TriangleTerms::d);
-  number(out.inverseDeterminant, &TriangleTerms::inverseDeterminant);
-  number(out.inv12, &TriangleTerms::inv12), number(out.inv13, &TriangleTerms::inv13);
-  number(out.inv23, &TriangleTerms::inv23);
+  columns(0, out.x1.x, out.x1.y, out.x1.z, out.x2.x);
+  columns(4, out.x2.y, out.x2.z, out.x3.x, out.x3.y);
+  columns(8, out.x3.z, out.m13, out.m23, out.d);
+  columns(12, out.inverseDeterminant, out.inv12, out.inv13, out.inv23);
 }
 
 template <class T>

@@ -2,12 +2,15 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <limits>
 #include <span>
 #include <vector>
 
+#include "fluids/level_sets/BitLists.h"
 #include "fluids/level_sets/CornerBound.h"
 #include "fluids/level_sets/RowCrossing.h"
 #include "fluids/level_sets/TriangleLanes.h"
@@ -87,36 +90,52 @@ struct BoxBound {
   }
 };
 
-// Of a small one: its corners. The squares of the ways to them along each axis are the same for whole planes of nodes.
-struct CornersBound {
-  alignas(sizeof(Lanes)) double x[3][kSmallReach + kLanes], y[3][kSmallReach], z[3][kSlabLayers];
+constexpr int kFloats = 8;
+using FloatLanes = float __attribute__((vector_size(kFloats * sizeof(float))));
+using FourFloats = float __attribute__((vector_size(kLanes * sizeof(float))));
+using LongLanes = std::int64_t __attribute__((vector_size(sizeof(Lanes))));
+constexpr double kFloatError = 1e-6;  // relative, of a sum of three rounded squares
 
-  // Of the nodes at these places: nx, ny, nz of them, and what x is filled up with.
+// Of a small one: its corners, in single precision. The squares of the ways to them along each axis are the same for
+// whole planes of nodes.
+struct CornersBound {
+  alignas(sizeof(FloatLanes)) float x[3][kSmallReach] = {};
+  float y[3][kSmallReach], z[3][kSlabLayers];
+
+  // Of the nodes at these places: nx, ny, nz of them.
   CornersBound(const TriangleTerms& t, double slack, const double* xs, int nx, const double* ys, int ny,
                const double* zs, int nz) {
     const Vec3D corners[3] = {t.x1, t.x2, t.x3};
+    const auto square = [](double way) { return way * way * (1 - kFloatError); };
     for (int c = 0; c < 3; ++c) {
-      const auto square = [](double way) { return way * way; };
-      for (int i = 0; i < nx; ++i) x[c][i] = square(xs[i] - corners[c].x);
-      for (int j = 0; j < ny; ++j) y[c][j] = square(ys[j] - corners[c].y);
-      for (int k = 0; k < nz; ++k) z[c][k] = square(zs[k] - corners[c].z) - slack;
+      for (int i = 0; i < nx; ++i) x[c][i] = static_cast<float>(square(xs[i] - corners[c].x));
+      for (int j = 0; j < ny; ++j) y[c][j] = static_cast<float>(square(ys[j] - corners[c].y));
+      for (int k = 0; k < nz; ++k) z[c][k] = static_cast<float>(square(zs[k] - corners[c].z) - slack);
     }
   }
-  // Of kLanes nodes from (i, j, k) on.
-  ORLIX_INLINE void Least(Lanes& least, int i, int j, int k) const {
-    Lanes e1, e2, e3;  // not in a loop, which would keep them in memory
+  // Of kFloats nodes from (i, j, k) on.
+  ORLIX_INLINE void Least(FloatLanes& least, int i, int j, int k) const {
+    FloatLanes e1, e2, e3;  // not in a loop, which would keep them in memory
     std::memcpy(&e1, x[0] + i, sizeof e1), std::memcpy(&e2, x[1] + i, sizeof e2), std::memcpy(&e3, x[2] + i, sizeof e3);
     e1 += y[0][j] + z[0][k], e2 += y[1][j] + z[1][k], e3 += y[2][j] + z[2][k];
-    const Lanes e12 = e1 < e2 ? e1 : e2;
+    const FloatLanes e12 = e1 < e2 ? e1 : e2;
     least = e12 < e3 ? e12 : e3;
   }
 };
+
+// A float that is a little above a squared distance.
+constexpr double kAbove = 1 + 2e-7, kTiny = std::numeric_limits<float>::min();
+float AtLeast(double squared) { return static_cast<float>(squared * kAbove + kTiny); }
 
 // What rows of nodes are written to, and the places of nodes in the world.
 struct BandField {
   const double *x, *y, *z;
   GridView<double> squared;
   std::int32_t* closest;
+  float* limit;  // of the slab's nodes: their squared distances or a little more
+  int kFirst;    // the slab's first layer
+
+  std::int64_t Limit(int i, int j, int k) const { return squared.Index(i, j, k - kFirst); }
 };
 
 // Nodes first to last in each axis.
@@ -161,69 +180,91 @@ ORLIX_MULTIVERSION void FillLargeBlock(const BandField& field, const Block& bloc
           if (distance[l] > best[l] || (distance[l] == best[l] && closest[l] < triangle)) continue;
           squared[l] = distance[l];
           closest[l] = triangle;
+          field.limit[field.Limit(i + l, j, k)] = AtLeast(distance[l]);
         }
       }
     }
   }
 }
 
-// A small triangle's rows, at least kLanes nodes each: first the lanes that pass the bound are listed, then they are
-// measured, so that neither loop has a branch to mispredict.
+ORLIX_INLINE unsigned Bits(const decltype(FloatLanes{} < FloatLanes{}) & mask) {
+#ifdef __SSE__
+  using Half = float __attribute__((vector_size(16)));
+  const Half low = __builtin_bit_cast(Half, __builtin_shufflevector(mask, mask, 0, 1, 2, 3));
+  const Half high = __builtin_bit_cast(Half, __builtin_shufflevector(mask, mask, 4, 5, 6, 7));
+  return static_cast<unsigned>(__builtin_ia32_movmskps(low) | __builtin_ia32_movmskps(high) << 4);
+#else
+  unsigned bits = 0;
+  for (int l = 0; l < kFloats; ++l) bits |= static_cast<unsigned>(mask[l] & 1) << l;
+  return bits;
+#endif
+}
+
+// A small triangle's rows: first those with nodes that pass the bound are listed, then these nodes, and kLanes of them
+// at a time are measured, so that no loop has a branch to mispredict.
 ORLIX_MULTIVERSION void FillSmallBlock(const BandField& field, const Block& block, const TriangleTerms& t, double slack,
                                        std::int32_t triangle) {
-  struct Place {
-    std::int64_t index;
-    std::int32_t i, row;
-  };
-  constexpr int kMostRows = kSlabLayers * kSmallReach, kMost = kMostRows * (kSmallReach / kLanes + 1);
-  Place places[kMost];
-  double rowY[kMostRows], rowZ[kMostRows];
+  constexpr int kMostRows = kSlabLayers * kSmallReach, kMost = kMostRows * kSmallReach;
   const int nx = block.x.last - block.x.first + 1, ny = block.y.last - block.y.first + 1,
             nz = block.z.last - block.z.first + 1;
-  const CornersBound bound(t, slack, field.x + block.x.first, nx, field.y + block.y.first, ny, field.z + block.z.first,
-                           nz);
+  const double* x = field.x + block.x.first;
+  const CornersBound bound(t, slack, x, nx, field.y + block.y.first, ny, field.z + block.z.first, nz);
+  std::uint32_t runs[kMostRows * (kSmallReach / kFloats) + 1];  // row, first node, bits of those that passed
+  double rowY[kMostRows], rowZ[kMostRows];
+  std::int32_t begin[kMostRows];  // in the slab
   int rows = 0, listed = 0;
   for (int k = 0; k < nz; ++k) {
     for (int j = 0; j < ny; ++j, ++rows) {
       rowY[rows] = field.y[block.y.first + j], rowZ[rows] = field.z[block.z.first + k];
-      const std::int64_t begin = field.squared.Index(block.x.first, block.y.first + j, block.z.first + k);
-      for (int next = 0; next < nx; next += kLanes) {
-        // The last lanes are moved back into the row; to look at a node twice changes nothing.
-        const int i = std::min(next, nx - kLanes);
-        Lanes best, least;
-        std::memcpy(&best, field.squared.data + begin + i, sizeof best);
+      begin[rows] = static_cast<std::int32_t>(field.Limit(block.x.first, block.y.first + j, block.z.first + k));
+      for (int i = 0; i < nx; i += kFloats) {
+        FloatLanes limit, least;
+        std::memcpy(&limit, field.limit + begin[rows] + i, sizeof limit);
         bound.Least(least, i, j, k);
-        places[listed] = {begin + i, block.x.first + i, rows};
-        listed += AnyLane(least <= best);
+        const unsigned passed = Bits(least <= limit) & ((2u << (nx - 1 - i)) - 1) & 255u;
+        runs[listed] = static_cast<std::uint32_t>(rows << 16 | i << 8) | passed;
+        listed += passed != 0;
       }
     }
   }
-  if (listed == 0) return;
-  using Numbers = std::int32_t __attribute__((vector_size(kLanes * sizeof(std::int32_t))));
-  using Mask = decltype(Lanes{} < Lanes{});
-  const Lanes zero{};
+  std::uint8_t nodeX[kMost + kFloats], nodeRow[kMost + kFloats];
+  int nodes = 0;
+  for (int r = 0; r < listed; ++r) {
+    const BitList& list = kBitLists[runs[r] & 255];
+    constexpr std::uint64_t kOnes = 0x0101010101010101u;
+    std::uint64_t at;
+    std::memcpy(&at, list.bits, sizeof at);
+    at += (runs[r] >> 8 & 255) * kOnes;
+    std::memcpy(nodeX + nodes, &at, sizeof at);
+    std::memset(nodeRow + nodes, static_cast<int>(runs[r] >> 16), sizeof at);
+    nodes += list.count;
+  }
+  if (nodes == 0) return;
+  // Lanes past the end measure the last node again.
+  for (int l = 0; l < kLanes; ++l) nodeX[nodes + l] = nodeX[nodes - 1], nodeRow[nodes + l] = nodeRow[nodes - 1];
+  const std::int64_t slab = field.squared.Index(0, 0, field.kFirst);
+  double* squared = field.squared.data + slab;
+  std::int32_t* closest = field.closest + slab;
   LaneTriangle<double> lanes;
   Broadcast(lanes, t);
-  for (int n = 0; n < listed; ++n) {
-    const Place& place = places[n];
-    Lanes x, best, distance;
-    Numbers closest;
-    std::memcpy(&x, field.x + place.i, sizeof x);
-    std::memcpy(&best, field.squared.data + place.index, sizeof best);
-    std::memcpy(&closest, field.closest + place.index, sizeof closest);
-    const LaneVector<Lanes> p{x, zero + rowY[place.row], zero + rowZ[place.row]};
+  for (int n = 0; n < nodes; n += kLanes) {
+    std::int32_t at[kLanes];
+    for (int l = 0; l < kLanes; ++l) at[l] = begin[nodeRow[n + l]] + nodeX[n + l];
+    const std::uint8_t *i = nodeX + n, *row = nodeRow + n;
+    const LaneVector<Lanes> p{Lanes{x[i[0]], x[i[1]], x[i[2]], x[i[3]]},
+                              Lanes{rowY[row[0]], rowY[row[1]], rowY[row[2]], rowY[row[3]]},
+                              Lanes{rowZ[row[0]], rowZ[row[1]], rowZ[row[2]], rowZ[row[3]]}};
+    const Lanes best{squared[at[0]], squared[at[1]], squared[at[2]], squared[at[3]]};
+    const LongLanes before{closest[at[0]], closest[at[1]], closest[at[2]], closest[at[3]]};
+    Lanes distance;
     LaneSquaredDistances(distance, p, lanes);
-    const Numbers before = closest > triangle;
-    Mask beforeWide;
-    for (int l = 0; l < kLanes; ++l) beforeWide[l] = before[l];
-    const Mask taken = (distance < best) | ((distance == best) & beforeWide);
-    best = taken ? distance : best;
-    using Halves = std::int32_t __attribute__((vector_size(2 * sizeof closest)));
-    const Halves halves = __builtin_bit_cast(Halves, taken);
-    const Numbers narrow = __builtin_shufflevector(halves, halves, 0, 2, 4, 6);
-    closest = (narrow & triangle) | (~narrow & closest);
-    std::memcpy(field.squared.data + place.index, &best, sizeof best);
-    std::memcpy(field.closest + place.index, &closest, sizeof closest);
+    const auto taken = (distance < best) | ((distance == best) & (before > triangle));
+    const Lanes least = taken ? distance : best;
+    const LongLanes nearest = taken ? LongLanes{} + triangle : before;
+    const FourFloats limit = __builtin_convertvector(least * kAbove + kTiny, FourFloats);
+    for (int l = 0; l < kLanes; ++l) {
+      squared[at[l]] = least[l], closest[at[l]] = static_cast<std::int32_t>(nearest[l]), field.limit[at[l]] = limit[l];
+    }
   }
 }
 
@@ -281,12 +322,17 @@ class SlabBins {
 class BandFiller {
  public:
   BandFiller(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> squared)
-      : lattice_(lattice), band_(band), scratch_(scratch), squared_(squared) {
+      : lattice_(lattice),
+        band_(band),
+        scratch_(scratch),
+        squared_(squared),
+        limits_({static_cast<std::int32_t>(squared.slab * std::min(kSlabLayers, squared.dims.z)) + kFloats, 1, 1},
+                kGridScratch) {
     for (int axis = 0; axis < 3; ++axis) {
       for (int i = 0; i < lattice.dims[axis]; ++i) places_[axis].push_back(lattice.World(i, i, i)[axis]);
       places_[axis].resize(places_[axis].size() + kLanes);  // so that a short row's lanes can be loaded
     }
-    field_ = {places_[0].data(), places_[1].data(), places_[2].data(), squared, scratch.closest.data};
+    field_ = {places_[0].data(), places_[1].data(), places_[2].data(), squared, scratch.closest.data, limits_.data, 0};
     const Vec3D far = lattice.World(lattice.dims.x, lattice.dims.y, lattice.dims.z);
     for (int axis = 0; axis < 3; ++axis) extent_ += std::abs(lattice.origin[axis]) + std::abs(far[axis]);
   }
@@ -296,6 +342,8 @@ class BandFiller {
     std::fill_n(squared_.data + begin, count, kFar);
     std::fill_n(scratch_.closest.data + begin, count, kNoTriangle);
     std::fill_n(scratch_.crossings.data + begin, count, std::uint8_t(0));
+    limits_.Fill(std::numeric_limits<float>::infinity());
+    field_.kFirst = kFirst;
     // A few that are spread over the surface first: with their distances the rest is mostly turned away by its bound.
     for (int level = 0; level < kLevels; ++level) {
       for (const std::int32_t t : triangles) {
@@ -317,8 +365,8 @@ class BandFiller {
     const double radius = SquaredCoveringRadius(t.x1, t.x2, t.x3), cell = lattice_.spacing.x;
     const Block block{is, js, {std::max(ks.first, kFirst), std::min(ks.last, kLast)}};
     const int widest = std::max(is.last - is.first, js.last - js.first) + 1;
-    if (widest <= kSmallReach && is.last - is.first + 1 >= kLanes) {
-      const double slack = radius * (1 + 1e-9) + 1e-14 * extent_ * (2 * kSmallReach * cell);
+    if (widest <= kSmallReach) {
+      const double slack = radius * (1 + kFloatError) + 1e-14 * extent_ * (2 * kSmallReach * cell);
       FillSmallBlock(field_, block, t, slack, number);
     } else {
       FillLargeBlock(field_, block, t, BoxBound(t, extent_), number);
@@ -344,6 +392,7 @@ class BandFiller {
   VoxeliserScratch& scratch_;
   GridView<double> squared_;
   std::vector<double> places_[3];
+  Grid<float> limits_;
   BandField field_{};
   double extent_ = 0;
 };
@@ -366,11 +415,12 @@ std::vector<std::uint8_t> ChangedSlabs(const NodeLattice& lattice, int band, con
 void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scratch, GridView<double> distances,
                    WorkerPool& pool, int workers, VoxeliserHistory* history) {
   const SlabBins bins(lattice, band, scratch.triangles, pool);
-  BandFiller filler(lattice, band, scratch, distances);
   std::vector<std::uint8_t> changed;
   if (history && history->IsFilled()) changed = ChangedSlabs(lattice, band, scratch.triangles, *history, bins.slabs());
   std::atomic<int> next{0};
-  pool.Run(workers, [&](int) {
+  std::deque<BandFiller> fillers;
+  for (int worker = 0; worker < workers; ++worker) fillers.emplace_back(lattice, band, scratch, distances);
+  pool.Run(workers, [&](int worker) {
     for (int slab = next++; slab < bins.slabs(); slab = next++) {
       const int first = slab * kSlabLayers, last = std::min(first + kSlabLayers, lattice.dims.z) - 1;
       const std::int64_t begin = distances.Index(0, 0, first), count = distances.slab * (last - first + 1);
@@ -378,7 +428,7 @@ void FillExactBand(const NodeLattice& lattice, int band, VoxeliserScratch& scrat
         history->LoadBand(scratch, distances, begin, count);
         continue;
       }
-      filler.FillSlab(first, last, bins.Of(slab));
+      fillers[static_cast<std::size_t>(worker)].FillSlab(first, last, bins.Of(slab));
       if (history) history->SaveBand(scratch, distances, begin, count);
     }
   });

@@ -32,12 +32,11 @@ using TriangleList = Grid<TriangleTerms>;
 
 // For a lower bound of the distance to a triangle, in cells and single precision: the distance from its plane, and how
 // far beyond each edge a point lies in that. The lanes of x, y, z are unit vectors: the plane's normal, and what points
-// out of the edges 1-2, 1-3, 2-3. All 0 for a triangle that is too thin or too far off for it, which bounds nothing.
+// out of the edges 1-2, 1-3, 2-3, and offset is what their products with the node's index have on these. All 0 for a
+// triangle that is too thin or too far off for it, which bounds nothing.
 using BoundLanes = float __attribute__((vector_size(16)));
 struct alignas(64) SweepBound {
-  BoundLanes x{}, y{}, z{};
-  float corner[3] = {};  // the first
-  float height = 0;      // of the first corner over edge 2-3
+  BoundLanes x{}, y{}, z{}, offset{};
 };
 
 inline constexpr int kGuessStride = 4;  // nodes from one of the guess to the next

@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "fluids/level_sets/BitLists.h"
 #include "fluids/level_sets/CornerBound.h"
 #include "fluids/level_sets/TriangleLanes.h"
 #include "globals/Multiversion.h"
@@ -60,9 +61,8 @@ double MakeSweepBound(const NodeLattice& lattice, const TriangleTerms& t, SweepB
     bound.x[l] = static_cast<float>(lanes[l].x);
     bound.y[l] = static_cast<float>(lanes[l].y);
     bound.z[l] = static_cast<float>(lanes[l].z);
+    bound.offset[l] = static_cast<float>(Dot(lanes[l], l < 3 ? a : b));
   }
-  for (int axis = 0; axis < 3; ++axis) bound.corner[axis] = static_cast<float>(a[axis]);
-  bound.height = static_cast<float>(Dot(lanes[3], b - a));
   return longest;
 }
 
@@ -114,10 +114,8 @@ struct SweepRow {
 ORLIX_INLINE void OutsideOf(BoundLanes& outside, const SweepField& field, const SweepRow& row, int l,
                             std::int32_t triangle) {
   const SweepBound& b = field.bounds[triangle];
-  const float dx = static_cast<float>(field.stride * (row.low + l)) - b.corner[0];
-  const float dy = static_cast<float>(field.stride * row.j) - b.corner[1];
-  const float dz = static_cast<float>(field.stride * row.k) - b.corner[2];
-  outside = b.x * dx + b.y * dy + b.z * dz - BoundLanes{0, 0, 0, b.height};
+  const auto place = [&](int index) { return static_cast<float>(field.stride * index); };
+  outside = b.x * place(row.low + l) + (b.y * place(row.j) + b.z * place(row.k) - b.offset);
 }
 
 // The square of the distance (cells) or less, but for rounding.
@@ -127,20 +125,6 @@ ORLIX_INLINE float LeastSquared(const SweepField& field, const SweepRow& row, in
   const float edge = std::max(std::max(t[1], t[2]), std::max(t[3], 0.0f));
   return t[0] * t[0] + edge * edge;
 }
-
-// The numbers of the bits that are set in each pattern of tests.
-struct BitList {
-  std::uint8_t bits[8], count;
-};
-constexpr std::array<BitList, 1 << kNeighbours> kBitLists = [] {
-  std::array<BitList, 1 << kNeighbours> lists{};
-  for (int pattern = 0; pattern < 1 << kNeighbours; ++pattern) {
-    for (int bit = 0; bit < kNeighbours; ++bit) {
-      if ((pattern >> bit & 1) != 0) lists[pattern].bits[lists[pattern].count++] = static_cast<std::uint8_t>(bit);
-    }
-  }
-  return lists;
-}();
 
 // What a worker needs for a row. Loops over candidates are flat and have no branches to mispredict.
 struct RowWork {
@@ -306,9 +290,9 @@ ORLIX_INLINE void BoundCandidates(const SweepField& field, const SweepRow& row, 
   }
 }
 
-// distance[c]: of the candidate selected[c].
-ORLIX_INLINE void MeasureCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected,
-                                    int count, RowWork& work) {
+// distance[c]: of the candidate selected[c]. Behind the last there is room for kLanes.
+ORLIX_INLINE void MeasureCandidates(const SweepField& field, const SweepRow& row, std::int32_t* selected, int count,
+                                    RowWork& work) {
   const Lanes zero{};
   const double* x = field.x + row.low;
   // All at once: one at a time, each would be waited for.
@@ -316,24 +300,22 @@ ORLIX_INLINE void MeasureCandidates(const SweepField& field, const SweepRow& row
     const char* t = reinterpret_cast<const char*>(field.triangles + work.triangle[selected[c]]);
     __builtin_prefetch(t), __builtin_prefetch(t + 64);
   }
+  for (int l = 0; l < kLanes; ++l) selected[count + l] = selected[0];
   for (int c = 0; c < count; c += kLanes) {
-    const TriangleTerms* t[kLanes];
-    Lanes px{};
-    for (int l = 0; l < kLanes; ++l) {
-      const std::int32_t candidate = selected[c + l < count ? c + l : c];
-      t[l] = field.triangles + work.triangle[candidate];
-      px[l] = x[work.active[work.node[candidate]]];
-    }
+    const std::int32_t* s = selected + c;
+    const auto triangle = [&](int l) { return field.triangles + work.triangle[s[l]]; };
+    const auto place = [&](int l) { return x[work.active[work.node[s[l]]]]; };
+    const TriangleTerms* const t[kLanes] = {triangle(0), triangle(1), triangle(2), triangle(3)};
     LaneTriangle<Lanes> lanes{};
     Gather(lanes, t);
-    const LaneVector<Lanes> p{px, zero + row.y, zero + row.z};
+    const LaneVector<Lanes> p{Lanes{place(0), place(1), place(2), place(3)}, zero + row.y, zero + row.z};
     Lanes squared;
     LaneSquaredDistances(squared, p, lanes);
     for (int l = 0; l < kLanes; ++l) work.distance[c + l] = std::sqrt(squared[l]);
   }
 }
 
-ORLIX_INLINE void TryCandidates(const SweepField& field, const SweepRow& row, const std::int32_t* selected, int count,
+ORLIX_INLINE void TryCandidates(const SweepField& field, const SweepRow& row, std::int32_t* selected, int count,
                                 RowWork& work) {
   MeasureCandidates(field, row, selected, count, work);
   for (int c = 0; c < count; ++c) {
@@ -582,8 +564,9 @@ void MakeSweepBounds(const NodeLattice& lattice, VoxeliserScratch& scratch, Work
     }
     longest[static_cast<std::size_t>(worker)] = most;
   });
-  // What rounding takes of a corner's place, and of the way from there to the closest point.
-  scratch.boundError = 5e-7 * std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z}) +
+  // What rounding takes of the products and of their offset, which have kMostReach lattices at most, and of the way
+  // from the first corner to the closest point.
+  scratch.boundError = 1.5e-6 * std::max({lattice.dims.x, lattice.dims.y, lattice.dims.z}) +
                        1e-6 * *std::max_element(longest.begin(), longest.end());
 }
 
