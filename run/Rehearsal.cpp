@@ -53,6 +53,7 @@ FramedBox Rehearse(Engine& engine, BaseDocument& document, WorkerPool& pool, con
       root->Set(row, root->GetDouble(row) * kCoarser);
   }
   SceneRun run(engine, document, pool, {});
+  run.TellNothing();  // coarse cells lose what fine ones show
   BoxListener listener;
   run.AddListener(listener);
   return run.Run(plan).ok() ? listener.box : FramedBox();

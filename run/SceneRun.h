@@ -40,6 +40,9 @@ class SceneRun {
   // Whether a missing or broken file of a played cache ends the run: otherwise it is a warning.
   void SetMissingCachesFail(bool fail) { observer_.missingCachesFail = fail; }
 
+  // For a run whose warnings aren't the scene's own, such as one with other cells.
+  void TellNothing() { observer_.warnings.onWarning = nullptr; }
+
   // Nothing is simulated: only these objects' nodes work, on what caches play. See Passes.h.
   void StandAlone(std::set<std::uint64_t> nodes);
 

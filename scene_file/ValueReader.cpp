@@ -25,8 +25,9 @@ std::optional<Value> ReadWhole(const ParameterSite& site, const JsonValue& value
   if (!value.IsNumber()) return site.Refuse(value, AllowedText(row));
   const double number = value.Number();
   if (number != std::trunc(number)) return site.Refuse(value, AllowedText(row));
-  if (number < -2147483648.0 || number > 2147483647.0) return site.Refuse(value, "within -2147483648 to 2147483647");
-  if (!InRange(row, number)) return site.Refuse(value, RangeText(row));
+  const double kept = std::clamp(number, -2147483648.0, 2147483647.0);
+  if (!InRange(row, kept)) return site.Refuse(value, RangeText(row));
+  if (kept != number) return site.Refuse(value, "within -2147483648 to 2147483647");
   return Value(static_cast<std::int64_t>(number));
 }
 

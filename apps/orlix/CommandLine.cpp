@@ -65,8 +65,10 @@ void AddFrames(CLI::App& app, FrameOptions& options) {
   app.add_flag("--allow-outside", options.allowOutside,
                "Names and relative folders of the scene may lead out of the folder of results");
   app.add_flag("--overwrite", options.overwrite, "Caches record over the frames that they have");
-  app.add_flag("--allow-missing", options.allowMissing,
-               "Go on where a played cache has no whole file for a frame; its grids stay as they were");
+  app.add_flag(
+      "--allow-missing", options.allowMissing,
+      "Go on where a played cache has no whole file for a frame, in which its nodes are simulated as without a cache; "
+      "where nothing is simulated, they stay as they were");
   AddView(app, options);
 }
 

@@ -27,6 +27,18 @@ std::map<std::string, std::vector<FrameFile>> SequencesIn(const std::filesystem:
   return sequences;
 }
 
+// A run leaves its pictures in the folder that an output names, beneath that of the results.
+std::string WhereElse(const std::filesystem::path& folder) {
+  std::string found;
+  std::error_code error;
+  for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+    std::error_code unreadable;
+    if (!at->is_directory(unreadable) || SequencesIn(at->path(), unreadable).empty()) continue;
+    if (found.empty() || at->path().string() < found) found = at->path().string();
+  }
+  return found.empty() ? found : "; " + found + " has some";
+}
+
 }  // namespace
 
 Result<PictureSequence> FindPictures(const std::filesystem::path& folder, const std::string& name) {
@@ -44,7 +56,8 @@ Result<PictureSequence> FindPictures(const std::filesystem::path& folder, const 
     std::string names;
     for (const auto& [each, files] : sequences) names += (names.empty() ? "" : ", ") + each;
     return Error{ErrorKind::InputFile,
-                 names.empty() ? fmt::format("{}: it has no pictures such as frame.0001.png", folder.string())
+                 names.empty() ? fmt::format("{}: it has no pictures such as frame.0001.png{}", folder.string(),
+                                             WhereElse(folder))
                                : fmt::format("{}: no pictures \"{}\"; there are {}", folder.string(), name, names)};
   }
   std::sort(best->second.begin(), best->second.end(),

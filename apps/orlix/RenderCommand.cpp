@@ -98,7 +98,8 @@ void Print(const Program& program, const RenderCommandOptions& options, const st
     fmt::print("{}: interrupted: pictures of {} frames in {}{}, {} are left; --resume goes on\n", options.scene,
                outcome.pictures, folder, there, left);
   } else {
-    fmt::print("{}: pictures of {} frames in {}{}\n", options.scene, outcome.pictures, folder, there);
+    fmt::print("{}: pictures of {} frame{} in {}{}\n", options.scene, outcome.pictures,
+               outcome.pictures == 1 ? "" : "s", folder, there);
   }
 }
 

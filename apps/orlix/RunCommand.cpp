@@ -58,7 +58,7 @@ void PrintPlan(const Program& program, const RunOptions& options, const BaseDocu
       "{}: {} objects, {} frames a second, frames {} to {}{}, {} workers{}; nothing was simulated\n", options.scene,
       objects, document.fps, plan.first, plan.last, wanted ? fmt::format(" ({} of them wanted)", wanted) : "", workers,
       memory.cells > 0   ? fmt::format(", up to {:.0f} cells in about {}", memory.cells, ByteSizeText(memory.bytes))
-      : memory.bytes > 0 ? fmt::format(", particles in about {}", ByteSizeText(memory.bytes))
+      : memory.bytes > 0 ? fmt::format(", level sets and particles in about {}", ByteSizeText(memory.bytes))
                          : "");
 }
 
@@ -78,8 +78,9 @@ void PrintOutcome(const Program& program, const RunOptions& options, const Scene
     return;
   }
   if (program.options.quiet) return;
-  fmt::print("{}: {} frames in {:.3g} s, grids took up to {}{}\n", options.scene, state.framesDone, seconds,
-             ByteSizeText(static_cast<double>(peakBytes)), state.interrupted ? "; interrupted" : "");
+  fmt::print("{}: {} frame{} in {:.3g} s, grids took up to {}{}\n", options.scene, state.framesDone,
+             state.framesDone == 1 ? "" : "s", seconds, ByteSizeText(static_cast<double>(peakBytes)),
+             state.interrupted ? "; interrupted" : "");
   for (const auto& [name, total] : liquids.totals()) fmt::print("{}\n", LiquidTotals::Text(name.second, total));
 }
 

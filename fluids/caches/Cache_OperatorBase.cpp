@@ -100,8 +100,13 @@ void Cache_OperatorBase::ReleaseLinks() {
 void Cache_OperatorBase::CheckDirty() {
   iObject::CheckDirty();
   if (!IsEnabled()) return;
+  // One frame back isn't a move of time, but another file; and the first frame is made anew whenever it is asked for.
+  const FrameClock& clock = scene->clock;
+  const bool otherFrame =
+      mode_ == CacheMode::Playback && (clock.frame != checkedFrame_ || clock.frame == clock.startFrame);
+  checkedFrame_ = clock.frame;
   if (IsDirty() && (mode_ == CacheMode::Playback || simulationInfo->time == 0)) return;
-  if (scene->HasFlag(ContainerChanged) || scene->HasFlag(TimeMoved)) {
+  if (scene->HasFlag(ContainerChanged) || scene->HasFlag(TimeMoved) || otherFrame) {
     MarkDirty(false);
   } else {
     SetFlag(NodeDirty | NodeHardDirty, false);
@@ -167,7 +172,9 @@ void Cache_OperatorBase::TellMissing(const fs::path& path) {
   std::string text = "Cache File " + path.string() + " could not be found!";
   const CacheInfo there = GetCacheInfo();
   if (!there.found) return TellUnloaded(text + " No frame of this cache is there; see its folder, stem and digits");
-  text += fmt::format(" Frames {} to {} are there", there.firstFrame, there.lastFrame);
+  text += fmt::format(" Frames {} to {} are there, the first in {}", there.firstFrame, there.lastFrame,
+                      there.firstFile.filename().string());
+  if (!there.missing.empty()) text += ", without " + FormatRanges(there.missing);
   const std::int64_t asDocument = std::int64_t(FrameToLoad()) + scene->clock.startFrame;
   if (asDocument != FrameToLoad() && asDocument >= there.firstFrame && asDocument <= there.lastFrame) {
     text += fmt::format("; if they were counted as the document's, set frame_offset to {}", scene->clock.startFrame);

@@ -115,6 +115,7 @@ class Cache_OperatorBase : public iObject {
   const Duration* duration_ = nullptr;
   std::vector<Constraint*> constraints_;
   bool inPass_ = false;
+  std::int32_t checkedFrame_ = INT32_MIN;  // of the clock, when it was last asked for changes
   FrameWriter writer_;
 };
 

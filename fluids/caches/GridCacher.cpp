@@ -206,6 +206,14 @@ void GridCacher::Load(const BaseThread* hostThread) {
     std::vector<ScalarGrid*> grids;
     iCachedGrids* node = targets_[i].grids;
     for (int c = 0; node && c < node->CachedGridCount(); c++) grids.push_back(node->CachedGrid(c));
+    const std::uint32_t type = head.entries[i].gridType;
+    if (head.entries[i].present && !grids.empty() && grids[0] && grids[0]->gridType != type) {
+      Warn("other-quantity",
+           fmt::format("{} holds {} in place {}, where the cache lists \"{}\", which takes {}; list the "
+                       "nodes as when it was recorded",
+                       path.string(), GridTypeText(type), i + 1, targets_[i].node->DisplayName(),
+                       GridTypeText(grids[0]->gridType)));
+    }
     if (const Status read = ReadGridChunk(file, path.string(), head.entries[i], grids, playback); !read.ok()) {
       TellUnloaded(read.error().text);
       return ForgetHeaders(i);

@@ -56,6 +56,7 @@ CacheInfo ZQ_C4DCacheName_Operator::Scan() const {
   if (files.empty()) return info;
   info.found = true;
   info.firstFrame = files.front().frame;
+  info.firstFile = files.front().path;
   info.lastFrame = files.back().frame;
   info.missing = MissingFrames(files, 0);
   for (const FrameFile& file : files) info.size += file.size;

@@ -13,6 +13,7 @@ namespace orlix {
 struct CacheInfo {
   bool found = false;
   std::int32_t firstFrame = 0, lastFrame = 1;
+  std::filesystem::path firstFile;
   std::vector<FrameRange> missing;  // from frame 0 on
   std::uint64_t size = 0;           // bytes
 };

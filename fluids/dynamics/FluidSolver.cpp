@@ -19,6 +19,7 @@ constexpr std::int32_t kPriority = 30;
 constexpr double kRasterSlack = 1e-6;  // m
 constexpr double kLeastSquaredSpeed = 1e-8;
 constexpr double kLeastTurn = 1e-6;  // of axes of length 1
+constexpr double kMostMoved = 0.5;   // cells
 constexpr double kLargest = std::numeric_limits<double>::max();
 
 Vec3D FloorToRaster(const Vec3D& v, double h) {
@@ -32,6 +33,18 @@ Vec3D RaiseToRaster(const Vec3D& low, double h) { return CeilToRaster(low - Vec3
 Vec3D LowerToRaster(const Vec3D& high, double h) { return FloorToRaster(high + Vec3D(kRasterSlack), h); }
 
 bool AllBelow(const Vec3D& a, const Vec3D& b) { return a.x < b.x && a.y < b.y && a.z < b.z; }
+
+// How far whole cells have moved a wall from where the container asks for it.
+double LargestMove(std::uint8_t closedFaces, const Vec3D& low, const Vec3D& size, const Vec3D& cellsLow,
+                   const Vec3D& cellsSize) {
+  const Vec3D atLow = cellsLow - low, atHigh = low + size - cellsLow - cellsSize;
+  double most = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    if (closedFaces & ClosedLow(axis)) most = std::max(most, atLow[axis]);
+    if (closedFaces & ClosedHigh(axis)) most = std::max(most, atHigh[axis]);
+  }
+  return most;
+}
 
 }  // namespace
 
@@ -101,6 +114,13 @@ void FluidSolver::AdviseContainer() const {
          fmt::format("its container of {:.3g} x {:.3g} x {:.3g} m holds no whole cell of {:.3g} m, so nothing "
                      "flows; make it larger, or voxel_size smaller",
                      size.x, size.y, size.z, h));
+  } else if (LargestMove(closedFaces,
+                         handler.GetMatrix().off * GetSimulationSpace().simPerHost - size * containerAnchor, size,
+                         lowCorner, scaledSize) > kMostMoved * h) {
+    Warn("part-cells",
+         fmt::format("its walls are {:.4g} x {:.4g} x {:.4g} m apart instead of {:.4g} x {:.4g} x {:.4g} m: they "
+                     "stand at whole cells of {:.3g} m from the scene's origin; put them on multiples of voxel_size",
+                     scaledSize.x, scaledSize.y, scaledSize.z, size.x, size.y, size.z, h));
   }
   const LMatrix matrix = handler.GetMatrix(), plain;
   const double turn = Length(matrix.v1 - plain.v1) + Length(matrix.v2 - plain.v2) + Length(matrix.v3 - plain.v3);

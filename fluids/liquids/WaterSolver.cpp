@@ -230,11 +230,9 @@ void WaterSolver::ProcessPlayedStage() {
 
 void WaterSolver::DrainOpenFaces() {
   Vec3D low(-kLargest), high(kLargest);
-  // Bits of the faces by axis: the low and the high one.
-  static constexpr std::uint8_t kFaces[3][2] = {{1, 2}, {8, 4}, {16, 32}};
   for (int axis = 0; axis < 3; ++axis) {
-    if (!(closedFaces & kFaces[axis][0])) low[axis] = lowCorner[axis];
-    if (!(closedFaces & kFaces[axis][1])) high[axis] = lowCorner[axis] + scaledSize[axis];
+    if (!(closedFaces & ClosedLow(axis))) low[axis] = lowCorner[axis];
+    if (!(closedFaces & ClosedHigh(axis))) high[axis] = lowCorner[axis] + scaledSize[axis];
   }
   std::atomic<std::int64_t> left{0};
   for (ParticleGroup* group : groups) {

@@ -16,6 +16,7 @@ constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000;
 constexpr double kLeastRadius = 0.25;  // cells: half the distance of eight in a cell
 constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that still close up
 constexpr int kStepsToEnter = 3;
+constexpr double kManyOutside = 0.02;    // of all particles: more than some drops
 constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 
 }  // namespace
@@ -45,7 +46,7 @@ void WaterSolver::Advise() {
                      (*shared)->DisplayName(), other.DisplayName()));
   });
   for (const ParticleGroup* group : groups) {
-    bool moved = false;
+    bool moved = scene->IsPlayed(*group);
     scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
       if (node.GetNodeSubType() != kAdvectionSubType || !node.IsEnabled()) return;
       moved |= scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(kAdvectionGroupId), NODE_PARTICLES) == group;
@@ -87,6 +88,14 @@ void WaterSolver::TellOfParticles(std::int64_t inWalls) {
                                           "it, or set container and anchor_mode so that it holds the emitter",
                                           all));
     return;
+  }
+  const std::int64_t outside = all - static_cast<std::int64_t>(sort.AllEntries().size());
+  stepsBeside_ = !drain && double(outside) > kManyOutside * double(all) ? stepsBeside_ + 1 : 0;
+  if (stepsBeside_ > kStepsToEnter) {
+    Warn("some-outside",
+         fmt::format("{} of {} particles stand outside the container, where no liquid is computed, and stay there; "
+                     "make the container larger, or set \"drain\" to take away what left through open faces",
+                     outside, all));
   }
   const double h = levelset.grid->space.cellSize;
   if (radius > 0 && radius < kLeastRadius * h) {

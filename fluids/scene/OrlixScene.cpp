@@ -325,6 +325,7 @@ namespace {
 // A cell edge with which a forecast of bytes comes to the budget. Some layers of cells along each axis stay whatever
 // their edge: ghosts, and what rounding to whole cells adds.
 double FittingCell(double cell, double cells, double bytes, double budget) {
+  if (cells == 0) cells = bytes / sizeof(double);  // of level sets
   constexpr double kLayers = 6, kStep = 1.02;
   const double side = std::cbrt(std::max(cells, 1.0)), inner = std::max(side - kLayers, 1.0);
   const auto fits = [&](double factor) {
@@ -344,7 +345,7 @@ void OrlixScene::RefuseWhatDoesNotFit() {
   const std::string what =
       forecast.cells > 0 ? fmt::format("its whole container has {:.0f} cells, whose grids and particles take about {}",
                                        forecast.cells, ByteSizeText(forecast.bytes))
-                         : fmt::format("its particles take about {}", ByteSizeText(forecast.bytes));
+                         : fmt::format("its level sets and particles take about {}", ByteSizeText(forecast.bytes));
   Fail(ErrorKind::Memory,
        fmt::format("\"{}\": {}; the memory budget is {}. A voxel_size of {:.3g}{} would fit", Name(), what,
                    ByteSizeText(budget), FittingCell(space.cellSize, forecast.cells, forecast.bytes, budget),

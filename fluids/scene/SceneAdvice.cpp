@@ -36,6 +36,65 @@ void AdviseRows(OrlixScene& scene, const BaseObject& object, const std::string& 
   });
 }
 
+// Rows of an object's place that its type reads, or for which it doesn't matter; the others' places are read by what
+// links to them or by nobody.
+enum PlaceBits : unsigned { kPlacePosition = 1, kPlaceAxes = 2 };
+unsigned PlaceReadBy(const BaseObject& object) {
+  constexpr std::pair<std::string_view, unsigned> kReads[] = {
+      {"alignment", 3},
+      {"fluid", 3},
+      {"liquid", 3},
+      {"liquid_viscous", 3},
+      {"force_gravity", 3},
+      {"force_vortex", 3},
+      {"force_trigowave", 3},
+      {"pforce_acceleration", 3},
+      {"constraint_gradient", 3},
+      {"constraint_noise", kPlacePosition},
+      {"cache", kPlacePosition},
+      {"cache_particle", kPlacePosition},
+  };
+  const std::string_view name = object.type().ShortName();
+  const auto found =
+      std::find_if(std::begin(kReads), std::end(kReads), [&](const auto& each) { return each.first == name; });
+  if (object.type().role != TypeRole::Node) return kPlacePosition | kPlaceAxes;
+  return found == std::end(kReads) ? 0 : found->second;
+}
+
+// Whether a row that takes any object, for its place, links to this one.
+bool IsPlaceOfAnother(const BaseObject& object) {
+  bool found = false;
+  object.document().ForEachObject([&](const BaseObject& other) {
+    other.type().ForEachParameter([&](const Parameter& row) {
+      found |= row.type == ParameterType::Link && row.linkKinds == kLinkAny && other.GetLink(row.id) == &object;
+    });
+  });
+  return found;
+}
+
+// A place that moves nothing, neither the node nor one beneath it.
+void AdvisePlace(OrlixScene& scene, const BaseObject& object) {
+  if (&object == scene.GetHostObject()) return;
+  unsigned reads = PlaceReadBy(object);
+  const auto below = [&](const auto& self, const BaseObject& parent) -> void {
+    for (const auto& child : parent.children()) reads |= PlaceReadBy(*child), self(self, *child);
+  };
+  below(below, object);
+  const std::vector<KeyTrack>& tracks = scene.GetHostDocument()->tracks();
+  for (const int row : {kPositionId, kRotationId, kScaleId}) {
+    const Parameter* parameter = object.type().Find(row);
+    const bool keyed = std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
+      return track.object == object.creationNumber() && track.parameter == row;
+    });
+    if ((reads & (row == kPositionId ? kPlacePosition : kPlaceAxes)) || !parameter) continue;
+    if ((!keyed && !IsSet(object, *parameter)) || IsPlaceOfAnother(object)) continue;
+    scene.Warn(
+        object.Path(), std::string("place-not-read:") + parameter->key,
+        fmt::format("its \"{}\" moves nothing: it acts where what it links to is; set that one's, or take it out",
+                    parameter->key));
+  }
+}
+
 void AdviseCoupled(OrlixScene& scene, const BaseObject& object) {
   const auto isCouple = [](const auto& tag) { return tag->type().ShortName() == "c4d_couple"; };
   const auto& tags = object.tags();
@@ -145,6 +204,7 @@ void AdviseObjects(OrlixScene& scene) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
     AdviseCoupled(scene, object);
+    AdvisePlace(scene, object);
   });
   AdviseUnlinked(scene);
 }

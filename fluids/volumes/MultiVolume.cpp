@@ -150,6 +150,15 @@ std::int64_t MultiVolume::DerivedBytes() const {
   return bytes;
 }
 
+MemoryNeed MultiVolume::MemoryFor(const VecInt3D& cells) const {
+  MemoryNeed need;
+  for (const Member& each : members_) {
+    const MemoryNeed one = each.node->MemoryFor(cells);
+    need = {.kept = need.kept + one.kept, .scratch = std::max(need.scratch, one.scratch)};
+  }
+  return need;
+}
+
 void MultiVolume::ComputeBounds() {
   ResetBounds();
   for (const Member& each : members_) {

@@ -35,6 +35,7 @@ class MultiVolume final : public iVolume {
   void VisitState(StateVisitor& visitor) override;
   void VisitOutputs(StateVisitor&) override {}
   std::int64_t DerivedBytes() const override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
 
   // The box of all members' boxes.
   void ComputeBounds() override;

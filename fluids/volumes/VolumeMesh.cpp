@@ -34,6 +34,19 @@ std::uint32_t ParentsDirtyCount(const BaseObject& object) {
   return count;
 }
 
+// The box of the object's points where it stands, simulation space. False without any.
+bool FindBox(const BaseObject& object, const Vec3D& simPerHost, Vec3D& min, Vec3D& max) {
+  const PolygonObject* polygons = object.Polygons();
+  if (!polygons || polygons->points.empty()) return false;
+  const LMatrix matrix = object.GlobalMatrix();
+  min = Vec3D(std::numeric_limits<double>::max()), max = Vec3D(std::numeric_limits<double>::lowest());
+  for (const Vec3D& point : polygons->points) {
+    const Vec3D p = (matrix * point) * simPerHost;
+    min = Min(min, p), max = Max(max, p);
+  }
+  return IsFinite(min) && IsFinite(max);
+}
+
 // What Obstacle tags say and can't do.
 void AdviseTags(const VolumeMesh& volume) {
   const BaseObject& object = *volume.handler.hostObject();
@@ -127,16 +140,19 @@ bool VolumeMesh::ResolveLinks() {
 }
 
 bool VolumeMesh::StillBox(Vec3D& min, Vec3D& max) const {
-  const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
-  if (!polygons || polygons->points.empty() || IsKeyed(*hostGeometry_)) return false;
-  const LMatrix matrix = hostGeometry_->GlobalMatrix();
-  const Vec3D scale = GetSimulationSpace().simPerHost;
-  min = Vec3D(std::numeric_limits<double>::max()), max = Vec3D(std::numeric_limits<double>::lowest());
-  for (const Vec3D& point : polygons->points) {
-    const Vec3D p = (matrix * point) * scale;
-    min = Min(min, p), max = Max(max, p);
-  }
-  return IsFinite(min) && IsFinite(max);
+  return hostGeometry_ && !IsKeyed(*hostGeometry_) &&
+         FindBox(*hostGeometry_, GetSimulationSpace().simPerHost, min, max);
+}
+
+// The level set about where the object stands now, and what fills it.
+MemoryNeed VolumeMesh::MemoryFor(const VecInt3D&) const {
+  Vec3D min, max;
+  const BaseObject* object = LinkedObject();
+  if (!object || scene->IsPlayed(*this) || !FindBox(*object, GetSimulationSpace().simPerHost, min, max)) return {};
+  const Vec3D cells = (max - min) / GetSimulationSpace().cellSize + padding_ * 2.0 + Vec3D(2);
+  const double bytes = cells.x * cells.y * cells.z * sizeof(double);
+  constexpr double kNearest = 0.8;  // of a voxeliser's triangles by node; measured
+  return {.kept = IsDynamicBody() ? 2 * bytes : bytes, .scratch = kNearest * bytes};
 }
 
 void VolumeMesh::Advise() {

@@ -28,6 +28,7 @@ class VolumeMesh final : public VolumeBase {
   void Advise() override;
   void CheckDirty() override;
   bool StillBox(Vec3D& min, Vec3D& max) const override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void ComputeBounds() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

@@ -190,6 +190,8 @@ const MistakeCase kMistakes[] = {
      R"(s.json:2:37: "P/force_buoyancy".seed is 1.5, must be a whole number)"},
     {"IntegerOverflow", R"({ "type": "force_buoyancy", "seed": 99999999999 })",
      R"(s.json:2:37: "P/force_buoyancy".seed is 99999999999, must be within -2147483648 to 2147483647)"},
+    {"IntegerFarBelow", R"({ "type": "fluid", "margin": -2147483649 })",
+     R"(s.json:2:29: "P/fluid".margin is -2147483649, must be at least 0)"},
     {"FloatBeyondSinglePrecision", R"({ "type": "force_buoyancy", "strength": 1e300 })",
      R"(s.json:2:41: "P/force_buoyancy".strength is 1e+300, must be within -3.4028234663852886e+38 to 3.4028234663852886e+38)"},
     {"NumberOverflow", R"({ "type": "force_buoyancy", "strength": 1e999 })",

@@ -245,8 +245,8 @@ TEST(GridCacher, AMissingFrameKeepsWhatIsThere) {
   const double before = valueAt(place);
   s.Step(2);
   EXPECT_EQ(valueAt(place), before);
-  EXPECT_TRUE(
-      s.Warned("Cache File " + (folder / "c00002.cache").string() + " could not be found! Frames 0 to 3 are there"));
+  EXPECT_TRUE(s.Warned("Cache File " + (folder / "c00002.cache").string() +
+                       " could not be found! Frames 0 to 3 are there, the first in c00000.cache, without 2"));
   s.Step(3);
   EXPECT_EQ(s.HashGrids(), recorded[3]);
 }

@@ -223,6 +223,8 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Air", "turned-container", [](auto& s) { s.root->Set(kRotationId, Vec3D(0, 30, 0)); }},
       {"Water body", "turned-container",
        [](auto& s) { s.Add("particlegroup", "Water"), s.Add("liquid", "Water body").Set(kScaleId, Vec3D(2, 1, 1)); }},
+      {"Air", "part-cells", [](auto& s) { s.fluid->Set(FluidSolver::kContainerId, Vec3D(1, 1, 1.07)); }},
+      {"Source", "place-not-read:position", [](auto& s) { s.emitter->Set(kPositionId, Vec3D(1, 0, 0)); }},
       {"Source", "no-volume", [](auto& s) { s.emitter->Set(1002, LinkValue{}); }},
       {"Source", "no-pairs", [](auto& s) { s.emitter->Set(1000, InExcludeValue()); }},
       {"Source", "outside", [](auto& s) { s.Geometry("Ball").Set(kPositionId, Vec3D(9, 0.5, 0.5)); }},
