@@ -28,7 +28,7 @@ SCENES = [
     ("coloured_smokes", 40, "A wall of coloured smokes, whose colours travel with them and mix."),
     ("torch", 30, "A torch lights a tunnel, and nothing else does."),
     ("candle", 14, "A small flame with the colours of a black body."),
-    ("smoke_ring", 22, "A short push rolls smoke up into a ring that travels."),
+    ("smoke_ring", 16, "A short push rolls smoke up into a ring that travels."),
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
     ("wind_moving_obstacle", 60, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
     ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
