@@ -15,7 +15,7 @@ constexpr int kCoarsestSweeps = 20;   // of both colours, in each direction
 constexpr int kFinestHalfSweeps = 3;  // of one colour, before and after the correction
 constexpr int kCoarseHalfSweeps = 6;  // coarse levels cost little
 constexpr float kRelaxation = 1.15f;  // best for red-black sweeps in three dimensions (Yavneh 1996)
-constexpr int kSerialCells = 32768;   // a level below it isn't worth the workers
+constexpr int kSerialCells = 8192;    // a level below it isn't worth the workers
 
 // The cells of a colour in a row, and their neighbours of the other colour, by pair.
 struct ColourRow {
@@ -124,10 +124,11 @@ ORLIX_MULTIVERSION void RestrictLayer(const MultigridLevel& fine, const Multigri
 
 // Runs steps 0 to steps - 1 over the layers 1 to layers, where step s on a layer needs step s - 1 on it and its two
 // neighbours. Workers go through their layers once, each step one layer later, leaving out what needs a neighbour's
-// layers; a second round fills the gaps at the borders.
+// layers; a second round fills the gaps at the borders. Those of a piece between two others don't meet.
 template <class F>
 void RunSteps(WorkerPool& pool, int layers, int steps, bool serial, F&& step) {
-  const int pieces = serial ? 1 : std::clamp(layers / (2 * steps), 1, pool.count());
+  const int most = layers >= 2 * steps ? std::max(layers / (2 * steps), 2) : 1;
+  const int pieces = serial ? 1 : std::min(most, pool.count());
   const auto border = [&](int piece) { return 1 + static_cast<int>(static_cast<long long>(layers) * piece / pieces); };
   pool.Run(pieces, [&](int piece) {
     const int from = border(piece), to = border(piece + 1);

@@ -66,7 +66,6 @@ bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
   std::vector<Vec3D> normals;
   if (settings_.normals) normals.swap(mesh.pointAttributes.Column(kPointNormalId));
   mesh.pointAttributes.Clear();
-  if (settings_.normals) mesh.pointAttributes.Column(kPointNormalId).swap(normals);
   const VecInt3D n = grid_.dims;
   if (std::min({n.x, n.y, n.z}) < 3) return mesh.Clear(), true;
   SurfaceField field{.grid = grid_,
@@ -83,6 +82,10 @@ bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
                         : ExtractLattice(field, !cubes, grid_.space.simMin, spacing, pool, mesh);
   if (!fits) return mesh.Clear(), false;
   WeldMesh({settings_.tolerance, kLeastArea * spacing * spacing}, pool, mesh);
+  if (settings_.normals) {
+    ResizeForWriting(pool, normals, mesh.PointCount());
+    mesh.pointAttributes.Column(kPointNormalId).swap(normals);
+  }
   mesh.pointAttributes.Resize(static_cast<std::size_t>(mesh.PointCount()));
   if (settings_.normals) GradientNormals(pool, mesh);
   return true;

@@ -1,6 +1,17 @@
 #include "fluids/surfacing/SurfaceField.h"
 
+#include <algorithm>
+
 namespace orlix {
+
+void TouchPages(WorkerPool& pool, void* memory, std::size_t bytes) {
+  constexpr std::size_t kPage = 4096, kShare = std::size_t(2) << 20;
+  auto* const begin = static_cast<volatile char*>(memory);
+  ForLayers(pool, 0, static_cast<int>((bytes + kShare - 1) / kShare), [&](int share) {
+    const std::size_t from = std::size_t(share) * kShare;
+    for (std::size_t at = from; at < std::min(from + kShare, bytes); at += kPage) begin[at] = 0;
+  });
+}
 
 BitRows OutsideNodes(const SurfaceField& field, WorkerPool& pool) {
   BitRows outside(field.grid.dims);

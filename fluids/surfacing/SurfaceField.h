@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fluids/grids/EGrid.h"
+#include "fluids/grids/PieceMemory.h"
 #include "fluids/surfacing/BitRows.h"
 #include "host/threads/ForLayers.h"
 
@@ -28,10 +29,17 @@ struct SurfaceField {
   }
 };
 
+// Memory that hasn't been touched gets its pages, on all workers: the system clears them.
+void TouchPages(WorkerPool& pool, void* memory, std::size_t bytes);
+
 // For elements that are all written: a mesh of as many as before takes no new memory and isn't cleared.
 template <class T>
-void ResizeForWriting(std::vector<T>& list, std::int64_t count) {
-  if (static_cast<std::int64_t>(list.capacity()) < count) list.clear();
+void ResizeForWriting(WorkerPool& pool, std::vector<T>& list, std::int64_t count) {
+  if (static_cast<std::int64_t>(list.capacity()) < count) {
+    list = {};
+    ReserveOnLargePages(list, static_cast<std::size_t>(count));
+    TouchPages(pool, list.data(), static_cast<std::size_t>(count) * sizeof(T));
+  }
   list.resize(static_cast<std::size_t>(count));
 }
 

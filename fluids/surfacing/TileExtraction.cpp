@@ -119,8 +119,8 @@ class TileExtraction {
     }
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     if (points > kMost || triangles > kMost) return false;
-    ResizeForWriting(mesh.Triangles(), triangles);
-    ResizeForWriting(mesh.Points(), points);
+    ResizeForWriting(pool_, mesh.Triangles(), triangles);
+    ResizeForWriting(pool_, mesh.Points(), points);
     ForLayers(pool_, low, high + 1, [&](int k) { PlacePoints(k, origin, spacing, mesh.Points()); });
     ForLayers(pool_, low, high, [&](int k) { PlaceTriangles(k, mesh); });
     return true;
