@@ -18,6 +18,7 @@
 #include "fluids/surfacing/ImplicitMesher.h"
 #include "host/files/AtomicStream.h"
 #include "host/files/FrameFiles.h"
+#include "host/objects/PlaceObject.h"
 #include "host/pictures/PictureFile.h"
 #include "host/render/RenderSettings.h"
 
@@ -45,7 +46,9 @@ PolygonObject InHostSpace(const BaseObject& object, const PolygonObject& local) 
   const LMatrix matrix = object.GlobalMatrix();
   for (Vec3D& point : placed.points) point = matrix * point;
   for (Vec3D& velocity : placed.velocities) velocity = matrix.Rotate(velocity);
-  for (Vec3D& normal : placed.normals) normal = Normalized(matrix.Rotate(normal));
+  const LMatrix turn = NormalMatrix(matrix);
+  for (Vec3D& normal : placed.normals) normal = Normalized(turn.Rotate(normal));
+  if (matrix.Determinant() < 0) ReverseCorners(placed);
   return placed;
 }
 

@@ -20,15 +20,18 @@ void Write(T& stored, const T& fresh, bool& moved) {
   moved = true;
 }
 
-void ReadTextureCoordinates(const PolygonObject& polygons, TriMeshSTL& mesh) {
+void ReadTextureCoordinates(const PolygonObject& polygons, bool mirrored, TriMeshSTL& mesh) {
   mesh.textureCoordinates.clear();
   if (polygons.textureCoordinates.size() != polygons.polygons.size()) return;
   mesh.textureCoordinates.reserve(3 * static_cast<std::size_t>(mesh.TriangleCount()));
   for (std::size_t p = 0; p < polygons.polygons.size(); ++p) {
     const auto& uv = polygons.textureCoordinates[p];
-    for (const int corner : {0, 1, 2}) mesh.textureCoordinates.push_back(uv[corner]);
-    if (polygons.polygons[p].IsTriangle()) continue;
-    for (const int corner : {0, 2, 3}) mesh.textureCoordinates.push_back(uv[corner]);
+    const auto add = [&](int second, int third) {
+      if (mirrored) std::swap(second, third);
+      for (const int corner : {0, second, third}) mesh.textureCoordinates.push_back(uv[corner]);
+    };
+    add(1, 2);
+    if (!polygons.polygons[p].IsTriangle()) add(2, 3);
   }
 }
 
@@ -64,12 +67,17 @@ GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& ma
   for (std::size_t i = 0; i < polygons.points.size(); ++i) {
     Write(mesh.Points()[i], placed(polygons.points[i]), moved);
   }
+  // A mirror would turn triangles inside out.
+  const bool mirrored = matrix.Determinant() < 0;
   std::size_t t = 0;
+  const auto write = [&](std::int32_t a, std::int32_t b, std::int32_t c) {
+    Write(mesh.Triangles()[t++], mirrored ? VecInt3D(a, c, b) : VecInt3D(a, b, c), moved);
+  };
   for (const PolygonObject::Polygon& p : polygons.polygons) {
-    Write(mesh.Triangles()[t++], {p.a, p.b, p.c}, moved);
-    if (!p.IsTriangle()) Write(mesh.Triangles()[t++], {p.a, p.c, p.d}, moved);
+    write(p.a, p.b, p.c);
+    if (!p.IsTriangle()) write(p.a, p.c, p.d);
   }
-  ReadTextureCoordinates(polygons, mesh);
+  ReadTextureCoordinates(polygons, mirrored, mesh);
   if (withNormals && polygons.normals.size() == polygons.points.size()) {
     ReadNormals(polygons, matrix, simPerHost, mesh);
   }

@@ -8,6 +8,7 @@
 #include "fluids/helpers/PropertyIds.h"
 #include "fluids/particles/KindChoices.h"
 #include "fluids/surfacing/SurfaceObject.h"
+#include "host/objects/PlaceObject.h"
 
 namespace orlix {
 
@@ -209,11 +210,15 @@ void ImplicitMesher::TakePlayed(PolygonObject* played) {
   const LMatrix global = handler.GetMatrix();
   mesh_.Clear();
   for (const Vec3D& p : shown.points) mesh_.Points().push_back(global * p * simPerHost);
-  for (const PolygonObject::Polygon& p : shown.polygons) mesh_.Triangles().push_back({p.a, p.b, p.c});
+  const bool mirrored = global.Determinant() < 0;
+  for (const PolygonObject::Polygon& p : shown.polygons) {
+    mesh_.Triangles().push_back(mirrored ? VecInt3D(p.a, p.c, p.b) : VecInt3D(p.a, p.b, p.c));
+  }
   mesh_.pointAttributes.Resize(shown.points.size());
   if (shown.normals.size() == shown.points.size()) {
     std::vector<Vec3D>& normals = mesh_.pointAttributes.Column(kPointNormalId);
-    for (std::size_t p = 0; p < normals.size(); ++p) normals[p] = Normalized(global.Rotate(shown.normals[p]));
+    const LMatrix turn = NormalMatrix(global);
+    for (std::size_t p = 0; p < normals.size(); ++p) normals[p] = Normalized(turn.Rotate(shown.normals[p]));
   }
   Rebuild();
   ++builds_;
@@ -241,12 +246,14 @@ void ImplicitMesher::ShowMesh() {
   for (const Vec3D& p : mesh_.Points()) shown.points.push_back(local * (p * hostPerSim));
   shown.normals.clear();
   if (const auto* normals = mesh_.pointAttributes.Find(kPointNormalId)) {
-    for (const Vec3D& n : *normals) shown.normals.push_back(Normalized(local.Rotate(n)));
+    const LMatrix turn = NormalMatrix(local);
+    for (const Vec3D& n : *normals) shown.normals.push_back(Normalized(turn.Rotate(n)));
   }
   if (!HasFlag(NodeFromCache)) {
     shown.polygons.clear();
     shown.polygons.reserve(mesh_.Triangles().size());
     for (const VecInt3D& t : mesh_.Triangles()) shown.polygons.push_back({t.x, t.y, t.z, t.z});
+    if (local.Determinant() < 0) ReverseCorners(shown);
     shown.velocities.clear();
     if (velocity_) {
       for (const Vec3D& v : VelocitiesAt(*velocity_, scene->pool(), mesh_.Points())) {

@@ -38,4 +38,20 @@ void SetGlobalMatrix(BaseObject& object, const LMatrix& matrix) {
   object.Set(kRotationId, AnglesOf(local.v1 / scale.x, local.v2 / scale.y, local.v3 / scale.z));
 }
 
+LMatrix NormalMatrix(const LMatrix& matrix) {
+  const double sign = matrix.Determinant() < 0 ? -1 : 1;
+  return {
+      {}, Cross(matrix.v2, matrix.v3) * sign, Cross(matrix.v3, matrix.v1) * sign, Cross(matrix.v1, matrix.v2) * sign};
+}
+
+void ReverseCorners(PolygonObject& polygons) {
+  const bool textured = polygons.textureCoordinates.size() == polygons.polygons.size();
+  for (std::size_t n = 0; n < polygons.polygons.size(); ++n) {
+    PolygonObject::Polygon& p = polygons.polygons[n];
+    const bool triangle = p.IsTriangle();
+    p = triangle ? PolygonObject::Polygon{p.a, p.c, p.b, p.b} : PolygonObject::Polygon{p.a, p.d, p.c, p.b};
+    if (textured) std::swap(polygons.textureCoordinates[n][1], polygons.textureCoordinates[n][triangle ? 2 : 3]);
+  }
+}
+
 }  // namespace orlix

@@ -8,6 +8,7 @@
 #include <limits>
 #include <numbers>
 
+#include "host/objects/PlaceObject.h"
 #include "host/render/Camera.h"
 #include "host/render/SmoothNormals.h"
 
@@ -32,6 +33,7 @@ struct SurfaceData {
   std::vector<Vec3F> velocities;  // one a point, or none
   std::vector<Vec2D> textures;    // three a triangle, or none
   SurfaceMaterial material;
+  bool mirrored = false;  // by its matrix: corners go round the other way
 };
 
 // An open scene of Embree, released with its owner.
@@ -165,12 +167,14 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   data.triangles = list;
   data.vertices = static_cast<const float*>(rtcGetGeometryBufferData(geometry, RTC_BUFFER_TYPE_VERTEX, 0));
   data.material = surface.material;
+  data.mirrored = surface.matrix.Determinant() < 0;
   std::vector<std::int32_t> corners;
   corners.reserve(list.size() * 3);
   for (const Triangle& t : list) corners.insert(corners.end(), t.corner, t.corner + 3);
   if (const std::vector<Vec3D>& own = surface.polygons->normals; own.size() == points.size()) {
+    const LMatrix turn = NormalMatrix(surface.matrix);
     for (const std::int32_t corner : corners) {
-      data.normals.emplace_back(Normalized(surface.matrix.Rotate(own[static_cast<std::size_t>(corner)])));
+      data.normals.emplace_back(Normalized(turn.Rotate(own[static_cast<std::size_t>(corner)])));
     }
   } else {
     data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
@@ -266,6 +270,7 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
   hit.point = origin + direction * hit.distance;
   hit.material = &surface.material;
   hit.faceNormal = Normalized(Vec3D{query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
+  if (surface.mirrored) hit.faceNormal = -hit.faceNormal;
   const Vec3F* normals = &surface.normals[3 * triangle];
   hit.normal = Normalized(ToHost(normals[0]) * w + ToHost(normals[1]) * u + ToHost(normals[2]) * v);
   if (Dot(hit.normal, hit.faceNormal) < 0) hit.normal = -hit.normal;

@@ -12,6 +12,9 @@
 #include "exchange/points/Deflate.h"
 #include "exchange/points/FlatColumns.h"
 #include "exchange/points/PointFormats.h"
+#include "fluids/volumes/VolumeBase.h"
+#include "host/geometry/GeometryTypes.h"
+#include "host/geometry/MeshReader.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestScene.h"
 
@@ -473,6 +476,28 @@ TEST(ParticleFile, AnOutputHasAFileForEachClassOfWhitewater) {
     sum += count;
   }
   EXPECT_EQ(sum, 4999u) << "the living";
+}
+
+// By the theorem of Gauss: what is inside out has a volume below 0.
+TEST(MeshOutput, AMirroredObjectStaysTheRightWayOut) {
+  test::TestScene s;
+  BaseObject& box = s.Add("box", "Crate");
+  box.Set(kScaleId, Vec3D(-1, 2, 1));
+  s.Add("volume", "Crate volume").Set(VolumeBase::kObjectId, s.LinkTo(box));
+  s.Step(0);
+  const test::TemporaryFolder folder;
+  s.document.AddObject(OutputSettings::Type()).Set(OutputSettings::kMeshesId, std::int64_t(MeshOutput::Obj));
+  FrameOutput writer(s.document, folder.path());
+  ASSERT_TRUE(writer.WriteFrame(s.hook, 0).ok());
+  const Result<PolygonObject> mesh = ReadMesh(folder / "frame_Crate.0000.obj");
+  ASSERT_TRUE(mesh.ok());
+  double volume = 0;
+  for (const PolygonObject::Polygon& p : mesh->polygons) {
+    const auto at = [&](std::int32_t i) { return mesh->points[static_cast<std::size_t>(i)]; };
+    volume += Dot(at(p.a), Cross(at(p.b), at(p.c))) + Dot(at(p.a), Cross(at(p.c), at(p.d)));
+  }
+  const Vec3D size = box.GetVector(kBoxSizeId);
+  EXPECT_NEAR(volume / 6, 2 * size.x * size.y * size.z, 1e-6 * size.x * size.y * size.z);
 }
 
 TEST(PointFile, TextGoesToPlyAndBackWithoutALoss) {

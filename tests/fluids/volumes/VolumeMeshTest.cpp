@@ -358,6 +358,10 @@ TEST(HostGeometry, TextureCoordinatesAndNormalsComeAlong) {
   const Vec3D across = Cross(mesh.Points()[static_cast<std::size_t>(triangle.y)] - mesh.Points()[0],
                              mesh.Points()[static_cast<std::size_t>(triangle.z)] - mesh.Points()[0]);
   for (const Vec3D& normal : *normals) EXPECT_LT(Length(normal - Normalized(across)), 1e-12);
+  flat.v1 = {-1, 0, 0};  // a mirror: corners go round the other way, with what they have
+  ReadHostGeometry(roof, flat, Vec3D(0.01), mesh);
+  EXPECT_TRUE(mesh.Triangles()[1] == VecInt3D(0, 3, 2));
+  EXPECT_EQ(mesh.textureCoordinates[4], Vec2D(0, 1));
   roof.textureCoordinates.pop_back();  // not one for each polygon
   ReadHostGeometry(roof, flat, Vec3D(0.01), mesh);
   EXPECT_TRUE(mesh.textureCoordinates.empty());

@@ -81,6 +81,24 @@ TEST(SurfaceScene, SphereNormalsPointOutwards) {
   }
 }
 
+// Stretched and mirrored a sphere is an ellipsoid: the normal at p is along its gradient, p by the squared half axes.
+TEST(SurfaceScene, NormalsOfAStretchedMirrorPointOutwards) {
+  PolygonObject mesh = SphereMesh(1, 48);
+  mesh.normals = mesh.points;
+  Surface surface{&mesh, {}, {}, nullptr};
+  surface.matrix.v1 = {-3, 0, 0}, surface.matrix.v3 = {0, 0, 0.5};
+  SurfaceScene scene;
+  ASSERT_TRUE(scene.Build({surface}));
+  MersenneTwister random(1);
+  for (int i = 0; i < 100; ++i) {
+    const Vec3D d = Normalized(RandomVector(random));
+    SurfaceHit hit;
+    ASSERT_TRUE(scene.Intersect(d * -5, d, 100, hit));
+    EXPECT_TRUE(hit.outside);
+    EXPECT_LT(Length(hit.normal - Normalized(hit.point * Vec3D(1 / 9.0, 1, 4))), 0.05);
+  }
+}
+
 TEST(SurfaceScene, BrokenPolygonsAreLeftOut) {
   PolygonObject mesh = SquareMesh(1);
   mesh.points.push_back({std::nan(""), 0, 0});
