@@ -65,7 +65,8 @@ HEAD = """# Gallery
 Every scene of [scenes/](../scenes). `./dev gallery` makes everything on this page anew and measures the time of all
 frames of each scene, simulation and pictures, in processor seconds (two idle cores take a little more than half of it);
 `./dev gallery --quick NAME` makes one picture. Of the times with "about", the simulation ran through, with pictures of
-pairs of frames over its length; the other pictures are taken to cost as much as those.
+pairs of frames over its length; the other pictures are taken to cost as much as those. The machine did other
+work meanwhile, by which the same run differs by a fifth.
 """
 
 
