@@ -95,6 +95,17 @@ void AdvisePlace(OrlixScene& scene, const BaseObject& object) {
   }
 }
 
+// A camera that looks at its target, and a spot light, are turned by nothing else.
+void AdviseAim(OrlixScene& scene, const BaseObject& object) {
+  const std::string_view name = object.type().ShortName();
+  const Parameter *lookAt = object.type().FindKey("look_at"), *rotation = object.type().Find(kRotationId);
+  if (!(name == "light_spot" || (name == "camera" && lookAt && object.GetBool(lookAt->id)))) return;
+  if (!rotation || !IsSet(object, *rotation)) return;
+  scene.Warn(object.Path(), "rotation-not-read",
+             std::string("its \"rotation\" turns nothing, since it points at its \"target\"; set that") +
+                 (lookAt ? ", or \"look_at\" to false" : ""));
+}
+
 void AdviseCoupled(OrlixScene& scene, const BaseObject& object) {
   const auto isCouple = [](const auto& tag) { return tag->type().ShortName() == "c4d_couple"; };
   const auto& tags = object.tags();
@@ -205,6 +216,7 @@ void AdviseObjects(OrlixScene& scene) {
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
     AdviseCoupled(scene, object);
     AdvisePlace(scene, object);
+    AdviseAim(scene, object);
   });
   AdviseUnlinked(scene);
 }
