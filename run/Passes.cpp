@@ -4,6 +4,7 @@
 #include <map>
 
 #include "exchange/OutputType.h"
+#include "fluids/bodies/ObstacleTag.h"
 #include "fluids/caches/GridCacher.h"
 #include "fluids/caches/MeshCacher.h"
 #include "fluids/caches/ParticleCacher.h"
@@ -11,6 +12,7 @@
 #include "fluids/particles/KindChoices.h"
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/volume_renderer/GasSettings.h"
+#include "fluids/volumes/MultiVolume.h"
 
 namespace orlix {
 
@@ -23,6 +25,21 @@ bool IsA(const BaseObject& object, std::uint32_t kinds) { return (object.type().
 // Properties satisfy the same links.
 bool IsGroup(const BaseObject& object) { return IsA(object, kLinkParticles) && !IsA(object, kLinkProperty); }
 bool IsSimulated(const BaseObject& object) { return IsA(object, kLinkChannel | kLinkSolver) || IsGroup(object); }
+
+bool IsKeyed(const BaseObject& object, int row) {
+  const std::vector<KeyTrack>& tracks = object.document().tracks();
+  return std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
+    return track.object == object.creationNumber() && track.parameter == row;
+  });
+}
+
+// A body that the simulation moves, at some time.
+bool IsDynamic(const BaseObject& tag) {
+  using Tag = ObstacleTag;
+  if (tag.GetBool(Tag::kDrivenId) && !IsKeyed(tag, Tag::kDrivenId)) return false;
+  return tag.GetChoice<Tag::MassMode>(Tag::kMassModeId) == Tag::MassMode::Density || tag.GetDouble(Tag::kMassId) > 0 ||
+         IsKeyed(tag, Tag::kMassId);
+}
 
 template <class F>
 void ForEachTarget(const BaseObject& object, F&& f) {
@@ -53,9 +70,7 @@ bool PlaysAlways(const BaseObject& cache, bool rendering) {
       Cache_OperatorBase::CacheMode::Playback) {
     return false;
   }
-  for (const KeyTrack& track : cache.document().tracks()) {
-    if (track.object == cache.creationNumber() && track.parameter == Cache_OperatorBase::kModeId) return false;
-  }
+  if (IsKeyed(cache, Cache_OperatorBase::kModeId)) return false;
   bool inDuration = false;
   ForEachTarget(cache, [&](const Parameter&, const BaseObject& target, std::uint32_t) {
     inDuration |= IsA(target, kLinkDuration);
@@ -69,6 +84,7 @@ class PassFinder {
   PassFinder(const BaseDocument& document, bool rendering) : document_(document) {
     document.ForEachObject([&](const BaseObject& object) {
       if (PlaysAlways(object, rendering)) AddPlayed(object);
+      AddMoved(object);
       ForEachTarget(object, [&](const Parameter& row, const BaseObject& target, std::uint32_t) {
         if (IsA(object, kLinkOperator)) operators_[target.creationNumber()].push_back(&object);
         if (IsGroup(target) && !IsA(object, kLinkCache)) AddUsedKinds(object, row, target);
@@ -86,13 +102,15 @@ class PassFinder {
       return;
     }
     if (IsGroup(object) && KindsOf(object) == 0) return;  // it never holds any
-    if (IsSimulated(object)) {
+    if (IsSimulated(object) || IsMoved(object)) {
       pass.simulated.insert(object.creationNumber());
       return;
     }
     AddLinked(pass, object);
     AddOperators(pass, object, [](const BaseObject&) { return true; });
   }
+  // Whether it goes where a body or a fluid carries it, which no cache keeps.
+  bool IsMoved(const BaseObject& object) const { return moved_.contains(object.creationNumber()); }
   // The kinds of particles that a group holds.
   std::uint32_t KindsOf(const BaseObject& group) const {
     const auto used = usedKinds_.find(group.creationNumber());
@@ -100,6 +118,19 @@ class PassFinder {
   }
 
  private:
+  void AddMoved(const BaseObject& object) {
+    const BaseObject* tag = object.FindTag(kObstacleTagId);
+    if (tag && IsDynamic(*tag)) {
+      ForEachTarget(object, [&](const Parameter& row, const BaseObject& target, std::uint32_t) {
+        if (row.id == VolumeBase::kObjectId || row.id == MultiVolume::kObjectsId) {
+          moved_.insert(target.creationNumber());
+        }
+      });
+    }
+    for (const auto& each : object.tags()) {
+      if (each->type().ShortName() == "c4d_couple") moved_.insert(object.creationNumber());
+    }
+  }
   void AddPlayed(const BaseObject& cache) {
     ForEachTarget(cache, [&](const Parameter& row, const BaseObject& target, std::uint32_t flags) {
       if (row.id != TargetRow(cache)) return;
@@ -162,6 +193,7 @@ class PassFinder {
   const BaseDocument& document_;
   std::map<std::uint64_t, std::set<std::uint64_t>> played_;  // caches by what they play
   std::map<std::uint64_t, std::uint32_t> playedKinds_, usedKinds_;
+  std::set<std::uint64_t> moved_;
   std::map<std::uint64_t, std::vector<const BaseObject*>> operators_;
 };
 
@@ -213,6 +245,13 @@ void AddOutputPasses(const BaseDocument& document, const PassFinder& finder, con
     finder.Add(pass, object);
     passes.push_back(std::move(pass));
   });
+  if (output.bodies) {
+    Pass pass{.name = place + ": bodies"};
+    document.ForEachObject([&](const BaseObject& object) {
+      if (finder.IsMoved(object)) finder.Add(pass, object);
+    });
+    passes.push_back(std::move(pass));
+  }
   if (output.preview) passes.push_back(PicturePass(document, finder, true, place + ": quick looks"));
   if (output.pictures) passes.push_back(PicturePass(document, finder, false, place + ": pictures"));
 }

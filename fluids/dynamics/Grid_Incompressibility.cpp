@@ -1,5 +1,7 @@
 #include "fluids/dynamics/Grid_Incompressibility.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <limits>
@@ -65,7 +67,15 @@ bool Grid_Incompressibility::ResolveLinks() {
   std::erase_if(bodies, [](const VolumeBase* volume) { return volume->IsStaticBody(); });
   // A body that the fluid pushes enters the matrix, which only the conjugate gradients take.
   const auto isDynamic = [](const VolumeBase* volume) { return volume->IsDynamicBody(); };
-  if (solverType == kPressureGauss && std::any_of(bodies.begin(), bodies.end(), isDynamic)) solverType = kPressureCG;
+  const auto dynamic = std::find_if(bodies.begin(), bodies.end(), isDynamic);
+  if (dynamic == bodies.end()) return true;
+  if (solverType == kPressureGauss) solverType = kPressureCG;
+  if (scene->IsPlayed(*solver)) {
+    Warn("bodies-in-played",
+         fmt::format("a cache plays its velocity, so it has no pressure and pushes no body: \"{}\" falls as if there "
+                     "were no fluid; take it out of the cache's list, or keyframe its bodies",
+                     (*dynamic)->DisplayName()));
+  }
   return true;
 }
 

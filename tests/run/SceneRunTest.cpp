@@ -6,6 +6,8 @@
 #include <random>
 
 #include "apps/orlix/Progress.h"
+#include "exchange/OutputType.h"
+#include "fluids/bodies/ObstacleTag.h"
 #include "fluids/scene/RootObject.h"
 #include "globals/ByteSize.h"
 #include "globals/Hash.h"
@@ -14,6 +16,7 @@
 #include "run/Checkpoints.h"
 #include "run/FrameList.h"
 #include "run/Interrupt.h"
+#include "run/Passes.h"
 #include "run/ResultRecord.h"
 #include "run/SceneRun.h"
 #include "scene_file/SceneReader.h"
@@ -487,6 +490,25 @@ TEST(Checkpoint, MutantsAreRefusedOrRestored) {
     refused += !status.ok();
   }
   EXPECT_GT(refused, kMutants / 2);
+}
+
+// No cache keeps where a body is: its mesh, and the list of bodies, aren't made without a simulation.
+TEST(Passes, WhatABodyMovesIsSimulated) {
+  test::TestScene s;
+  BaseObject& crate = s.Add("box", "Crate");
+  BaseObject& volume = s.Add("volume", "Crate volume");
+  volume.Set(VolumeBase::kObjectId, s.LinkTo(crate));
+  BaseObject& tag = s.document.AddTag(*s.types.FindName("c4d_obstacle"), volume);
+  tag.Set(ObstacleTag::kMassId, 5.0);
+  BaseObject& output = s.document.AddObject(OutputSettings::Type());
+  output.Set(OutputSettings::kMeshesId, std::int64_t(MeshOutput::Ply));
+  output.Set(OutputSettings::kBodiesId, true);
+  for (const bool driven : {true, false}) {
+    tag.Set(ObstacleTag::kDrivenId, driven);
+    const std::vector<Pass> passes = FindPasses(s.document, PassResults::Run);
+    ASSERT_EQ(passes.size(), 2u);
+    for (const Pass& pass : passes) EXPECT_EQ(pass.StandsAlone(), driven) << pass.name;
+  }
 }
 
 }  // namespace
