@@ -145,7 +145,7 @@ TEST(Program, MemoryBeyondTheBudgetIsRefusedBeforeTheFirstFrame) {
     const ProgramOutcome refused = run(more);
     EXPECT_EQ(refused.code, 6);
     for (const std::string text :
-         {"\"Plume\"", "76296 cells", "take about 18.5 MB", "the memory budget is 10 MB", voxel.c_str()}) {
+         {"\"Plume\"", "76296 cells", "take about 18.6 MB", "the memory budget is 10 MB", voxel.c_str()}) {
       EXPECT_NE(refused.err.find(text), std::string::npos) << text << "\n" << refused.err;
     }
     EXPECT_EQ(refused.out, "");
