@@ -326,7 +326,7 @@ def try_switch(m, number, own_alone):
 def try_mutation(m, own_alone, whole):
     """What noticed the fault: 'program Suite.Test'; None when nothing did."""
     file, before, after = m.place
-    whole = (TREE / file).read_text()
+    text = (TREE / file).read_text()
     (TREE / file).write_text(before + m.replacement + after)
     try:
         own = own_program(file)
@@ -343,7 +343,7 @@ def try_mutation(m, own_alone, whole):
             return "NOT BUILT: write it otherwise"
         return failed_test(tested.stdout) if tested.returncode != 0 else None
     finally:
-        (TREE / file).write_text(whole)
+        (TREE / file).write_text(text)
 
 
 def main():
