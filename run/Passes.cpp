@@ -13,6 +13,7 @@
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/volume_renderer/GasSettings.h"
 #include "fluids/volumes/MultiVolume.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -26,19 +27,12 @@ bool IsA(const BaseObject& object, std::uint32_t kinds) { return (object.type().
 bool IsGroup(const BaseObject& object) { return IsA(object, kLinkParticles) && !IsA(object, kLinkProperty); }
 bool IsSimulated(const BaseObject& object) { return IsA(object, kLinkChannel | kLinkSolver) || IsGroup(object); }
 
-bool IsKeyed(const BaseObject& object, int row) {
-  const std::vector<KeyTrack>& tracks = object.document().tracks();
-  return std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
-    return track.object == object.creationNumber() && track.parameter == row;
-  });
-}
-
 // A body that the simulation moves, at some time.
 bool IsDynamic(const BaseObject& tag) {
   using Tag = ObstacleTag;
-  if (tag.GetBool(Tag::kDrivenId) && !IsKeyed(tag, Tag::kDrivenId)) return false;
+  if (tag.GetBool(Tag::kDrivenId) && !HasTrack(tag, Tag::kDrivenId)) return false;
   return tag.GetChoice<Tag::MassMode>(Tag::kMassModeId) == Tag::MassMode::Density || tag.GetDouble(Tag::kMassId) > 0 ||
-         IsKeyed(tag, Tag::kMassId);
+         HasTrack(tag, Tag::kMassId);
 }
 
 template <class F>
@@ -70,7 +64,7 @@ bool PlaysAlways(const BaseObject& cache, bool rendering) {
       Cache_OperatorBase::CacheMode::Playback) {
     return false;
   }
-  if (IsKeyed(cache, Cache_OperatorBase::kModeId)) return false;
+  if (HasTrack(cache, Cache_OperatorBase::kModeId)) return false;
   bool inDuration = false;
   ForEachTarget(cache, [&](const Parameter&, const BaseObject& target, std::uint32_t) {
     inDuration |= IsA(target, kLinkDuration);

@@ -12,6 +12,7 @@
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/scene/RootObject.h"
 #include "fluids/volumes/VolumeBase.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -33,12 +34,8 @@ std::vector<VolumeBase*> Obstacles(const OrlixScene& scene) {
 // What its tag says may change in the course of the run: a body that is driven now may be let go.
 bool IsKeyed(const VolumeBase& volume) {
   const BaseObject* tag = volume.handler.hostObject()->FindTag(kObstacleTagId);
-  const auto& tracks = tag->document().tracks();
-  return std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
-    const bool ofMass = track.parameter == ObstacleTag::kDrivenId || track.parameter == ObstacleTag::kMassId ||
-                        track.parameter == ObstacleTag::kDensityId || track.parameter == ObstacleTag::kMassModeId;
-    return track.object == tag->creationNumber() && ofMass;
-  });
+  return HasTrack(*tag, ObstacleTag::kDrivenId) || HasTrack(*tag, ObstacleTag::kMassId) ||
+         HasTrack(*tag, ObstacleTag::kDensityId) || HasTrack(*tag, ObstacleTag::kMassModeId);
 }
 
 // Bodies exist only where one of them moves by forces: what merely stands or is driven needs no world.

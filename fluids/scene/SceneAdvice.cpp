@@ -7,6 +7,7 @@
 
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/scene/RootObject.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -80,14 +81,10 @@ void AdvisePlace(OrlixScene& scene, const BaseObject& object) {
     for (const auto& child : parent.children()) reads |= PlaceReadBy(*child), self(self, *child);
   };
   below(below, object);
-  const std::vector<KeyTrack>& tracks = scene.GetHostDocument()->tracks();
   for (const int row : {kPositionId, kRotationId, kScaleId}) {
     const Parameter* parameter = object.type().Find(row);
-    const bool keyed = std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
-      return track.object == object.creationNumber() && track.parameter == row;
-    });
     if ((reads & (row == kPositionId ? kPlacePosition : kPlaceAxes)) || !parameter) continue;
-    if ((!keyed && !IsSet(object, *parameter)) || IsPlaceOfAnother(object)) continue;
+    if ((!HasTrack(object, row) && !IsSet(object, *parameter)) || IsPlaceOfAnother(object)) continue;
     scene.Warn(
         object.Path(), std::string("place-not-read:") + parameter->key,
         fmt::format("its \"{}\" moves nothing: it acts where what it links to is; set that one's, or take it out",
@@ -184,11 +181,7 @@ void AdviseTime(OrlixScene& scene) {
   const BaseObject& root = *scene.GetHostObject();
   const bool fixed = root.GetChoice<SubstepMode>(RootSettings::kSubstepModeId) == SubstepMode::FixedTime;
   const int row = fixed ? RootSettings::kFrameTimeId : RootSettings::kTimeScaleId;
-  const std::vector<KeyTrack>& tracks = scene.GetHostDocument()->tracks();
-  const bool keyed = std::any_of(tracks.begin(), tracks.end(), [&](const KeyTrack& track) {
-    return track.object == root.creationNumber() && track.parameter == row;
-  });
-  if (keyed || root.GetDouble(row) != 0) return;
+  if (HasTrack(root, row) || root.GetDouble(row) != 0) return;
   scene.Warn(root.Path(), "no-time",
              fmt::format("\"{}\" is 0, so no time passes and nothing is simulated; raise it",
                          fixed ? "frame_time" : "time_scale"));
