@@ -114,6 +114,13 @@ void Cache_OperatorBase::CheckDirty() {
 }
 
 void Cache_OperatorBase::Advise() {
+  const std::int32_t start = scene->clock.startFrame;
+  if (mode_ == CacheMode::Playback && numbering_ == Numbering::Document && start != 0 && frameOverride_ == -1 &&
+      frameOffset_ == 0) {
+    Warn("played-numbers", fmt::format("numbering tells how recorded frames are counted; played ones count from 0 at "
+                                       "the scene's first frame: set frame_offset to {}",
+                                       start));
+  }
   if (HasTargets()) return;
   Warn("no-targets", mode_ == CacheMode::Record
                          ? "it lists nothing, so it records nothing; list what it is to keep"

@@ -1,5 +1,7 @@
 #include "fluids/caches/ZQ_C4DCacheName_Operator.h"
 
+#include <algorithm>
+
 #include "fluids/caches/GridFrameFile.h"
 
 namespace orlix {
@@ -58,7 +60,7 @@ CacheInfo ZQ_C4DCacheName_Operator::Scan() const {
   info.firstFrame = files.front().frame;
   info.firstFile = files.front().path;
   info.lastFrame = files.back().frame;
-  info.missing = MissingFrames(files, 0);
+  info.missing = MissingFrames(files, std::min(0, info.firstFrame));
   for (const FrameFile& file : files) info.size += file.size;
   return info;
 }

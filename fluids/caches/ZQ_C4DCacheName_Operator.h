@@ -14,7 +14,7 @@ struct CacheInfo {
   bool found = false;
   std::int32_t firstFrame = 0, lastFrame = 1;
   std::filesystem::path firstFile;
-  std::vector<FrameRange> missing;  // from frame 0 on
+  std::vector<FrameRange> missing;  // from frame 0, or a first one before it, on
   std::uint64_t size = 0;           // bytes
 };
 

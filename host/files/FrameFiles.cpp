@@ -27,8 +27,17 @@ fs::path FramePath(const fs::path& folder, std::string_view stem, int frame, int
 
 std::optional<int> FrameOfName(std::string_view name, std::string_view stem) {
   if (name.size() <= stem.size() || !name.starts_with(stem)) return {};
-  const std::string_view tail = name.substr(stem.size());
-  if (!std::all_of(tail.begin(), tail.end(), [](char c) { return c >= '0' && c <= '9'; })) return {};
+  std::string_view tail = name.substr(stem.size());
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (const std::size_t dash = tail.find('-'); dash != tail.npos) {
+    // As PadFrame writes a negative one, or PadNumber after a dot: "smoke-00007" is frame 7 of "smoke-".
+    const bool padded =
+        dash > 0 && tail.find_first_not_of('0') == dash && tail.find_first_not_of('0', dash + 1) == dash + 1;
+    const bool dotted = dash == 0 && stem.ends_with('.');
+    if (tail.size() < dash + 2 || !(padded || dotted)) return {};
+    tail.remove_prefix(dash);
+  }
+  if (!std::all_of(tail.begin() + (tail.starts_with('-') ? 1 : 0), tail.end(), isDigit)) return {};
   int frame = 0;
   const auto [end, error] = std::from_chars(tail.data(), tail.data() + tail.size(), frame);
   if (error != std::errc()) return {};

@@ -21,8 +21,8 @@ std::string PadNumber(int number, int digits);
 std::filesystem::path FramePath(const std::filesystem::path& folder, std::string_view stem, int frame, int digits,
                                 std::string_view extension);
 
-// The number after the stem in a file name without its extension; none unless the rest is one or more digits, and a
-// number that an int holds.
+// The number after the stem in a file name without its extension; none unless the rest is one or more digits, or a
+// negative number as PadFrame or, after a dot, PadNumber writes it, and an int holds it.
 std::optional<int> FrameOfName(std::string_view name, std::string_view stem);
 
 struct FrameFile {

@@ -179,11 +179,16 @@ TEST(FrameFiles, NumbersArePaddedByTheRule) {
   EXPECT_EQ(FramePath("out", "smoke.v2_", 7, 5, "cache"), "out/smoke.v2_00007.cache");
 }
 
-TEST(FrameFiles, OnlyAllDigitTailsAreFrames) {
+TEST(FrameFiles, OnlyNumbersAfterTheStemAreFrames) {
   EXPECT_EQ(FrameOfName("smoke00012", "smoke"), 12);
   EXPECT_EQ(FrameOfName("smoke00012", "smoke000"), 12);
   EXPECT_EQ(FrameOfName("s2147483647", "s"), 2147483647);
-  for (const char* name : {"smoke", "smok", "smoke1a", "smoke 1", "smoke-1", "smoke1.2", "Smoke1", "smoke2147483648"}) {
+  for (const int frame : {-1, -7, -12345}) {
+    for (const int digits : {2, 5, 6}) EXPECT_EQ(FrameOfName("smoke" + PadFrame(frame, digits), "smoke"), frame);
+    EXPECT_EQ(FrameOfName("smoke." + PadNumber(frame, 4), "smoke."), frame);
+  }
+  for (const char* name : {"smoke-00007", "smoke0-", "smoke0-07", "smoke0-1-2", "smoke01-2", "smoke", "smok", "smoke1a",
+                           "smoke 1", "smoke-1", "smoke1.2", "Smoke1", "smoke2147483648"}) {
     EXPECT_FALSE(FrameOfName(name, "smoke")) << name;
   }
 }
