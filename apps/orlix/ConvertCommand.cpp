@@ -162,13 +162,6 @@ Status ConvertPicture(const ConvertOptions& options) {
   return {};
 }
 
-// The number at the end of the name, 0 without one.
-int FrameOfFile(const std::filesystem::path& path) {
-  const std::string stem = path.stem().string();
-  const std::size_t last = stem.find_last_not_of("0123456789");
-  return FrameOfName(stem, std::string_view(stem).substr(0, last + 1)).value_or(0);
-}
-
 // Empty ones stay.
 std::vector<std::string> SplitNames(const std::string& text) {
   std::vector<std::string> names;
@@ -185,7 +178,9 @@ Status ConvertCache(const ConvertOptions& options) {
       ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, SplitNames(options.grids));
   if (!cached) return cached.error();
   if (options.up == "y") return Status::Fail(ErrorKind::Usage, options.in + ": a cache has y upwards as it is");
-  const VdbOptions vdb{.frame = FrameOfFile(options.in), .space = {.scale = options.scale, .upZ = options.up == "z"}};
+  const std::string name = std::filesystem::path(options.in).stem().string();
+  const VdbOptions vdb{.frame = SplitNumber(name).frame.value_or(0),
+                       .space = {.scale = options.scale, .upZ = options.up == "z"}};
   if (Status done = WriteVdb(options.out, cached->fields, vdb); !done) return done;
   std::string names;
   for (const VdbField& field : cached->fields) names += (names.empty() ? "" : ", ") + field.name;

@@ -23,12 +23,9 @@ using Sequences = std::map<std::string, Sequence>;
 // The name with its number, where it has one, as # signs. A number of another width belongs to the same sequence when
 // only its padding differs: 9999 and 10000.
 void AddFile(Sequences& sequences, const fs::path& path, const FileCheck& check) {
-  const std::string stem = path.stem().string();
-  const std::size_t digits = stem.size() - (stem.find_last_not_of("0123456789") + 1);
-  const std::string base = stem.substr(0, stem.size() - digits);
-  const std::optional<int> frame = FrameOfName(stem, base);
-  const std::string name = (path.parent_path() / (frame ? base + "#" : stem)).string() + path.extension().string();
-  Sequence& sequence = sequences[name];
+  const std::string name = path.stem().string();
+  const auto [stem, frame] = SplitNumber(name);
+  Sequence& sequence = sequences[(path.parent_path() / stem).string() + (frame ? "#" : "") + path.extension().string()];
   sequence.check = &check;
   sequence.files.push_back({frame.value_or(0), path, 0});
 }
@@ -74,11 +71,15 @@ Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) 
 // kind has a file for every frame, the numbers' common step is the measure.
 void FindGaps(const Sequence& sequence, SequenceReport& report) {
   const std::vector<FrameFile>& files = sequence.files;
+  // Of the first and the last number that an int holds, too.
+  const auto sinceFirst = [&](const FrameFile& file) {
+    return static_cast<int>(std::min<std::int64_t>(std::int64_t(file.frame) - files.front().frame, INT32_MAX));
+  };
   int step = 0;
-  for (std::size_t i = 1; i < files.size(); i++) step = std::gcd(step, files[i].frame - files[i - 1].frame);
+  for (const FrameFile& file : files) step = std::gcd(step, sinceFirst(file));
   report.step = sequence.check->everyFrame || step < 1 ? 1 : step;
   std::vector<FrameFile> counted;
-  for (const FrameFile& file : files) counted.push_back({(file.frame - files.front().frame) / report.step, {}, 0});
+  for (const FrameFile& file : files) counted.push_back({sinceFirst(file) / report.step, {}, 0});
   report.missing = MissingFrames(counted, 0);
   report.missingCount = CountFrames(report.missing);
   for (FrameRange& gap : report.missing) {

@@ -69,12 +69,12 @@ void LookAtFile(const fs::path& path, Watched& watched) {
   }
   if (path.extension() == ResultRecord::kExtension) return LookAtRecord(path, watched);
   const FileCheck* check = FindFileCheck(path);
-  const std::string stem = path.stem().string(), base = stem.substr(0, stem.find_last_not_of("0123456789") + 1);
-  const std::optional<int> frame = FrameOfName(stem, base);
+  const std::string name = path.stem().string();
+  const auto [stem, frame] = SplitNumber(name);
   if (!check || !frame) return;
   const fs::file_time_type at = fs::last_write_time(path, error);
-  const std::string name = (path.parent_path() / (base + "#")).string() + path.extension().string();
-  if (!error) watched.sequences[name].push_back({*frame, at, path});
+  const std::string key = (path.parent_path() / stem).string() + "#" + path.extension().string();
+  if (!error) watched.sequences[key].push_back({*frame, at, path});
   // The end of a frame of a cache tells whether it is all there.
   HyperFile file;
   if (check->everyFrame && !file.Open(kFrameFileIdent, path, HyperFile::Mode::Read)) {

@@ -44,6 +44,16 @@ std::optional<int> FrameOfName(std::string_view name, std::string_view stem) {
   return frame;
 }
 
+NumberedName SplitNumber(std::string_view name) {
+  std::string_view stem = name.substr(0, name.find_last_not_of("0123456789") + 1);
+  if (stem.ends_with('-')) {
+    const std::string_view before = stem.substr(0, stem.find_last_not_of('0', stem.size() - 2) + 1);
+    if (const auto negative = FrameOfName(name, before)) return {before, negative};
+  }
+  if (const auto frame = FrameOfName(name, stem)) return {stem, frame};
+  return {name, {}};
+}
+
 std::vector<FrameFile> ScanFrameFiles(const fs::path& folder, std::string_view stem, std::string_view extension) {
   std::vector<FrameFile> files;
   const std::string suffix = "." + std::string(extension);

@@ -25,6 +25,13 @@ std::filesystem::path FramePath(const std::filesystem::path& folder, std::string
 // negative number as PadFrame or, after a dot, PadNumber writes it, and an int holds it.
 std::optional<int> FrameOfName(std::string_view name, std::string_view stem);
 
+// A file name without its extension as stem and number; the whole as stem where no number that an int holds ends it.
+struct NumberedName {
+  std::string_view stem;
+  std::optional<int> frame;
+};
+NumberedName SplitNumber(std::string_view name);
+
 struct FrameFile {
   int frame = 0;
   std::filesystem::path path;

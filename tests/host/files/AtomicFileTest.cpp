@@ -186,7 +186,12 @@ TEST(FrameFiles, OnlyNumbersAfterTheStemAreFrames) {
   for (const int frame : {-1, -7, -12345}) {
     for (const int digits : {2, 5, 6}) EXPECT_EQ(FrameOfName("smoke" + PadFrame(frame, digits), "smoke"), frame);
     EXPECT_EQ(FrameOfName("smoke." + PadNumber(frame, 4), "smoke."), frame);
+    EXPECT_EQ(SplitNumber("smoke." + PadNumber(frame, 4)).frame, frame);
+    EXPECT_EQ(SplitNumber("v2_" + PadFrame(frame, 5)).frame, frame);
   }
+  EXPECT_EQ(SplitNumber("smoke-00007").stem, "smoke-");
+  EXPECT_EQ(SplitNumber("-7").frame, 7);
+  EXPECT_FALSE(SplitNumber("smoke2147483648").frame);
   for (const char* name : {"smoke-00007", "smoke0-", "smoke0-07", "smoke0-1-2", "smoke01-2", "smoke", "smok", "smoke1a",
                            "smoke 1", "smoke-1", "smoke1.2", "Smoke1", "smoke2147483648"}) {
     EXPECT_FALSE(FrameOfName(name, "smoke")) << name;
