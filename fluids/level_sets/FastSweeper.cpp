@@ -1,6 +1,7 @@
 #include "fluids/level_sets/FastSweeper.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -114,26 +115,97 @@ void ForRowGroups(int rows, F&& work) {
   for (; j + kRowsAtOnce <= rows; j += kRowsAtOnce) work(j, std::integral_constant<int, kRowsAtOnce>());
   for (; j < rows; ++j) work(j, std::integral_constant<int, 1>());
 }
-ORLIX_MULTIVERSION void TakeFromOwnSide(double* to, const double* own, const double* below, const double* beside,
-                                        const double* above, int n, double h, double* __restrict nearest) {
+// Which signs occur among the nodes of a block of a row and the two beside it.
+enum : std::uint8_t { kPositive = 1, kNegative = 2 };
+constexpr int kBlock = 16;
+
+struct SidedRow {
+  const double* values;
+  const std::uint8_t* signs;  // of each block
+};
+
+// Calls take(i, room) for [begin, end): there is room for as many nodes as there are lanes, and for one for the rest.
+template <class F>
+ORLIX_INLINE void ForLanes(int begin, int end, F&& take) {
+  int i = begin;
+  for (Lanes nodes{}; i + kLanes <= end; i += kLanes) take(i, nodes);
+  for (double node = 0; i < end; ++i) take(i, node);
+}
+
+// Nodes [begin, end) of a row, where no signs but these occur.
+template <int kSigns, int kRows>
+ORLIX_INLINE void TakeInSpan(double* to, const double* own, const SidedRow* from, int begin, int end, int n, double h,
+                             double* __restrict nearest) {
   double *positive = nearest + 1, *negative = nearest + n + 3;
-  positive[-1] = positive[n] = kFar, negative[-1] = negative[n] = -kFar;
-  for (int i = 0; i < n; ++i) {
-    const double a = below[i] >= 0 ? below[i] : kFar, b = beside[i] >= 0 ? beside[i] : kFar,
-                 c = above[i] >= 0 ? above[i] : kFar;
-    const double p = below[i] >= 0 ? -kFar : below[i], q = beside[i] >= 0 ? -kFar : beside[i],
-                 r = above[i] >= 0 ? -kFar : above[i];
-    const double low = a < b ? a : b, high = p > q ? p : q;
-    positive[i] = low < c ? low : c;
-    negative[i] = high > r ? high : r;
+  positive[begin - 1] = positive[end] = kFar, negative[begin - 1] = negative[end] = -kFar;
+  for (int i = std::max(begin - 1, 0); i < std::min(end + 1, n); ++i) {
+    double low = kFar, high = -kFar;
+    for (int r = 0; r < kRows; ++r) {
+      const double v = from[r].values[i], p = kSigns == kPositive || v >= 0 ? v : kFar,
+                   q = kSigns == kNegative || !(v >= 0) ? v : -kFar;
+      low = low < p ? low : p, high = high > q ? high : q;
+    }
+    if (kSigns & kPositive) positive[i] = low;
+    if (kSigns & kNegative) negative[i] = high;
   }
-  for (int i = 0; i < n; ++i) {
-    const double low = positive[i - 1] < positive[i + 1] ? positive[i - 1] : positive[i + 1];
-    const double high = negative[i - 1] > negative[i + 1] ? negative[i - 1] : negative[i + 1];
-    const double up = (low < positive[i] ? low : positive[i]) + h, down = (high > negative[i] ? high : negative[i]) - h;
-    const double v = own[i], least = up < v ? up : v, most = down > v ? down : v;
-    to[i] = v >= 0 ? least : most;
+  ForLanes(
+      begin, end, [&](int i, auto v) __attribute__((always_inline)) {
+        std::remove_reference_t<decltype(v)> before, here, after, least, most;
+        const auto read = [&](const double* row) __attribute__((always_inline)) {
+          std::memcpy(&before, row + i - 1, sizeof v), std::memcpy(&here, row + i, sizeof v);
+          std::memcpy(&after, row + i + 1, sizeof v);
+        };
+        std::memcpy(&v, own + i, sizeof v);
+        if (kSigns & kPositive) {
+          read(positive);
+          before = before < after ? before : after;
+          before = (before < here ? before : here) + h;
+          least = before < v ? before : v;
+        }
+        if (kSigns & kNegative) {
+          read(negative);
+          before = before > after ? before : after;
+          before = (before > here ? before : here) - h;
+          most = before > v ? before : v;
+        }
+        if (kSigns == kPositive) most = least;
+        if (kSigns == kNegative) least = most;
+        v = v >= 0 ? least : most;
+        std::memcpy(to + i, &v, sizeof v);
+      });
+}
+
+// Each node of a row takes the nearest value of its own sign of the rows, one of its layer or three of the next, and of
+// their neighbours in x, plus h.
+template <int kRows>
+ORLIX_INLINE void TakeFromRowsOfBothSides(double* to, const SidedRow& own, const SidedRow* from, int n, double h,
+                                          double* __restrict nearest) {
+  const auto signsOf = [&](int block) __attribute__((always_inline)) {
+    int signs = own.signs[block];
+    for (int r = 0; r < kRows; ++r) signs |= from[r].signs[block];
+    return signs;
+  };
+  const int blocks = (n + kBlock - 1) / kBlock;
+  for (int block = 0; block < blocks;) {
+    const int signs = signsOf(block), begin = block * kBlock;
+    while (++block < blocks && signsOf(block) == signs) continue;
+    const int end = std::min(block * kBlock, n);
+    if (signs == kPositive) {
+      TakeInSpan<kPositive, kRows>(to, own.values, from, begin, end, n, h, nearest);
+    } else if (signs == kNegative) {
+      TakeInSpan<kNegative, kRows>(to, own.values, from, begin, end, n, h, nearest);
+    } else {
+      TakeInSpan<kPositive | kNegative, kRows>(to, own.values, from, begin, end, n, h, nearest);
+    }
   }
+}
+ORLIX_MULTIVERSION void TakeFromRowBeside(double* to, const SidedRow& own, const SidedRow& from, int n, double h,
+                                          double* nearest) {
+  TakeFromRowsOfBothSides<1>(to, own, &from, n, h, nearest);
+}
+ORLIX_MULTIVERSION void TakeFromLayer(double* to, const SidedRow& own, const SidedRow (&from)[3], int n, double h,
+                                      double* nearest) {
+  TakeFromRowsOfBothSides<3>(to, own, from, n, h, nearest);
 }
 
 void SpreadInLayer(const GridView<double>& values, int k, double h) {
@@ -183,36 +255,114 @@ void ForInnerRows(WorkerPool& pool, const ScalarGrid& grid, F&& work) {
   });
 }
 
-// What a node next to the zero of phi keeps; 0 or more, kFar elsewhere.
-double KeptDistance(const GridView<double>& phi, int i, int j, int k, double h) {
-  const double a = phi(i, j, k);
+// What a node next to the zero of phi + shift keeps; 0 or more, kFar elsewhere. Without branches, which could go either
+// way at each of its edges.
+double KeptDistance(const GridView<const double>& phi, double shift, int i, int j, int k, double h) {
+  const double a = phi(i, j, k) + shift;
   const std::int64_t c = phi.Index(i, j, k), strides[3] = {1, phi.dims.x, phi.slab};
   const int at[3] = {i, j, k};
   double kept = kFar;
   for (int axis = 0; axis < 3; ++axis) {
     for (const int side : {-1, 1}) {
-      if (at[axis] + side < 0 || at[axis] + side >= phi.dims[axis]) continue;
-      const double b = phi[c + side * strides[axis]];
-      if ((a >= 0) == (b >= 0)) continue;
-      const double apart = std::abs(a) + std::abs(b);
-      if (apart > 0.9 * h) {
-        kept = std::min(kept, std::abs(a) * (h / apart));
-      } else if (kept == kFar) {
-        kept = std::abs(a);
-      }
+      const bool beyond = at[axis] + side < 0 || at[axis] + side >= phi.dims[axis];
+      const double b = phi[beyond ? c : c + side * strides[axis]] + shift;
+      const double apart = std::abs(a) + std::abs(b), scaled = std::abs(a) * (h / apart);
+      const double near = kept == kFar ? std::abs(a) : kept, least = scaled < kept ? scaled : kept;
+      const double crossing = apart > 0.9 * h ? least : near;
+      kept = (a >= 0) != (b >= 0) ? crossing : kept;
     }
   }
   return kept;
 }
 
-// Whether a row's nodes, but for the first and last, have a neighbour on the other side of the zero.
-ORLIX_MULTIVERSION void MarkCrossings(const double* row, const double* below, const double* above, const double* before,
-                                      const double* behind, int n, std::uint8_t* crosses) {
-  for (int i = 1; i < n - 1; ++i) {
-    const int side = row[i] >= 0;
-    crosses[i] =
-        static_cast<std::uint8_t>((side ^ (row[i - 1] >= 0)) | (side ^ (row[i + 1] >= 0)) | (side ^ (below[i] >= 0)) |
-                                  (side ^ (above[i] >= 0)) | (side ^ (before[i] >= 0)) | (side ^ (behind[i] >= 0)));
+// A bit for each node of a row that is 0 or more; those beyond its end are as its last one.
+ORLIX_MULTIVERSION void MarkPositive(const double* row, double shift, int n, std::uint64_t* bits) {
+  for (int begin = 0; begin <= n; begin += 64) {
+    std::uint8_t positive[64];
+    const int count = std::min(n - begin, 64);
+    for (int i = 0; i < count; ++i) positive[i] = row[begin + i] + shift >= 0;
+    std::fill(positive + count, positive + 64, row[n - 1] + shift >= 0);
+    std::uint64_t word = 0;
+    for (int byte = 0; byte < 8; ++byte) {
+      std::uint64_t eight;  // 0 or 1 each
+      std::memcpy(&eight, positive + 8 * byte, sizeof eight);
+      word |= (eight * 0x0102040810204080) >> 56 << (8 * byte);
+    }
+    bits[begin / 64] = word;
+  }
+}
+
+// The sides of the zero of phi + shift on which nodes are, of the layers that were marked.
+class Sides {
+ public:
+  Sides(const GridView<const double>& phi, double shift)
+      : phi_(phi),
+        dims_(phi.dims),
+        shift_(shift),
+        words_(phi.dims.x / 64 + 1),
+        blocks_((phi.dims.x + kBlock - 1) / kBlock),
+        bits_(RowAt(0, phi.dims.z) * std::size_t(words_)),
+        signs_(RowAt(0, phi.dims.z) * std::size_t(blocks_)) {}
+
+  void MarkLayer(int k) {
+    for (int j = 0; j < dims_.y; ++j) {
+      std::uint64_t* bits = bits_.data() + RowAt(j, k) * std::size_t(words_);
+      MarkPositive(&phi_(0, j, k), shift_, dims_.x, bits);
+      MarkBlocks(bits, signs_.data() + RowAt(j, k) * std::size_t(blocks_));
+    }
+  }
+  const std::uint64_t* Bits(int j, int k) const { return bits_.data() + RowAt(j, k) * std::size_t(words_); }
+  const std::uint8_t* Signs(int j, int k) const { return signs_.data() + RowAt(j, k) * std::size_t(blocks_); }
+  SidedRow Row(const GridView<const double>& values, int j, int k) const { return {&values(0, j, k), Signs(j, k)}; }
+
+  // Calls f(i) for the nodes of a row that have a neighbour on the other side.
+  template <class F>
+  void ForCrossings(int j, int k, F&& f) const {
+    const std::uint64_t* rows[] = {Bits(std::max(j - 1, 0), k), Bits(std::min(j + 1, dims_.y - 1), k),
+                                   Bits(j, std::max(k - 1, 0)), Bits(j, std::min(k + 1, dims_.z - 1))};
+    const std::uint64_t* own = Bits(j, k);
+    for (int w = 0; w < words_; ++w) {
+      const std::uint64_t side = own[w], before = w > 0 ? own[w - 1] >> 63 : side & 1,
+                          after = w + 1 < words_ ? own[w + 1] << 63 : side & std::uint64_t(1) << 63;
+      std::uint64_t crossing = (side ^ (side << 1 | before)) | (side ^ (side >> 1 | after));
+      for (const std::uint64_t* row : rows) crossing |= side ^ row[w];
+      for (; crossing != 0; crossing &= crossing - 1) {
+        const int i = 64 * w + std::countr_zero(crossing);
+        if (i < dims_.x) f(i);
+      }
+    }
+  }
+
+ private:
+  std::size_t RowAt(int j, int k) const { return std::size_t(k) * std::size_t(dims_.y) + std::size_t(j); }
+  void MarkBlocks(const std::uint64_t* bits, std::uint8_t* signs) const {
+    const auto bit = [bits](int i) { return bits[i / 64] >> (i % 64) & 1; };
+    for (int block = 0; block < blocks_; ++block) {
+      const int begin = block * kBlock, end = begin + kBlock;
+      const std::uint64_t nodes = bits[begin / 64] >> (begin % 64) & 0xffff;
+      const std::uint64_t around = bit(std::max(begin - 1, 0)) + bit(std::min(end, dims_.x - 1));
+      signs[block] = static_cast<std::uint8_t>((nodes + around != 0 ? kPositive : 0) |
+                                               (nodes != 0xffff || around != 2 ? kNegative : 0));
+    }
+  }
+
+  GridView<const double> phi_;
+  VecInt3D dims_;
+  double shift_;
+  int words_, blocks_;
+  std::vector<std::uint64_t> bits_;
+  std::vector<std::uint8_t> signs_;
+};
+
+// The largest double of each node's sign.
+ORLIX_MULTIVERSION void FillFar(double* row, int n, const std::uint64_t* positive, const std::uint8_t* signs) {
+  for (int begin = 0; begin < n; begin += kBlock) {
+    const int end = std::min(begin + kBlock, n), which = signs[begin / kBlock];
+    if (which == kPositive || which == kNegative) {
+      std::fill(row + begin, row + end, which == kPositive ? kFar : -kFar);
+    } else {
+      for (int i = begin; i < end; ++i) row[i] = (positive[i / 64] >> (i % 64) & 1) != 0 ? kFar : -kFar;
+    }
   }
 }
 
@@ -234,45 +384,57 @@ void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h)
 
 // Both sides spread at once, each from nodes of its own: what is kept is at most h, so that the way from a node to a
 // seed across the other side is no shorter than that to the seed where it crosses.
-void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<double>& phi, double h) {
-  const auto spread = scratch.Take<double>(phi.dims);
-  const GridView<double> values(*spread);
+void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<const double>& phi, double shift,
+                          double h, const GridView<double>& result) {
+  ScratchPool::Lease<double> spread;
+  if (result.data == phi.data) spread = scratch.Take<double>(phi.dims);
+  const GridView<double> values = spread ? GridView<double>(*spread) : result;
   const VecInt3D n = phi.dims;
+  Sides sides(phi, shift);
   // Room for the nearest of each side in a row, and what lies beyond its ends.
   std::vector<std::vector<double>> room(WorkerPool::kMaxWorkers);
   for (int worker = 0; worker < pool.count(); ++worker) room[std::size_t(worker)].resize(2 * std::size_t(n.x + 2));
+  // Layers that another worker looks at are marked first, all others just before phi is read once more.
+  ParallelRange(pool, 0, n.z, [&](int begin, int end, int) {
+    sides.MarkLayer(begin);
+    if (end - 1 > begin) sides.MarkLayer(end - 1);
+  });
   ParallelRange(pool, 0, n.z, [&](int begin, int end, int worker) {
-    std::vector<std::uint8_t> crosses(std::size_t(n.x), 1);
+    double* const nearest = room[std::size_t(worker)].data();
     for (int k = begin; k < end; ++k) {
-      for (int j = 0; j < n.y; ++j) {
-        MarkCrossings(&phi(0, j, k), &phi(0, std::max(j - 1, 0), k), &phi(0, std::min(j + 1, n.y - 1), k),
-                      &phi(0, j, std::max(k - 1, 0)), &phi(0, j, std::min(k + 1, n.z - 1)), n.x, crosses.data());
-        for (int i = 0; i < n.x; ++i) {
-          const double kept = crosses[std::size_t(i)] ? KeptDistance(phi, i, j, k, h) : kFar;
-          values(i, j, k) = phi(i, j, k) >= 0 ? kept : -kept;
+      if (k + 1 < end - 1) sides.MarkLayer(k + 1);
+      ForRowGroups(n.y, [&](int first, auto count) {
+        bool found = false;
+        for (int j = first; j < first + count(); ++j) {
+          FillFar(&values(0, j, k), n.x, sides.Bits(j, k), sides.Signs(j, k));
+          sides.ForCrossings(j, k, [&](int i) {
+            double& value = values(i, j, k);
+            value = std::copysign(KeptDistance(phi, shift, i, j, k, h), value);
+            found = true;
+          });
         }
-      }
-      double* const nearest = room[std::size_t(worker)].data();
-      const auto takeFrom = [&](int to, int from) {
-        const double* row = &values(0, from, k);
-        TakeFromOwnSide(&values(0, to, k), &values(0, to, k), row, row, row, n.x, h, nearest);
-      };
-      ForRowGroups(n.y, [&](int j, auto count) {
-        for (const int step : {1, -1}) TakeAlongOwnSide<count()>(&values(0, j, k), n.x, n.x, step, h);
+        if (!found) return;
+        for (const int step : {1, -1}) TakeAlongOwnSide<count()>(&values(0, first, k), n.x, n.x, step, h);
       });
+      const auto takeFrom = [&](int to, int from) {
+        TakeFromRowBeside(&values(0, to, k), sides.Row(values, to, k), sides.Row(values, from, k), n.x, h, nearest);
+      };
       for (int j = 1; j < n.y; ++j) takeFrom(j, j - 1);
       for (int j = n.y - 2; j >= 0; --j) takeFrom(j, j + 1);
     }
   });
   const auto take = [&](const GridView<double>& to, int step) {
     ThroughLayers(pool, n, step, [&](int j, int k, int worker) {
-      TakeFromOwnSide(&to(0, j, k), &values(0, j, k), &to(0, std::max(0, j - 1), k - step), &to(0, j, k - step),
-                      &to(0, std::min(n.y - 1, j + 1), k - step), n.x, h, room[std::size_t(worker)].data());
+      const int before = k - step;
+      TakeFromLayer(&to(0, j, k), sides.Row(values, j, k),
+                    {sides.Row(to, std::max(0, j - 1), before), sides.Row(to, j, before),
+                     sides.Row(to, std::min(n.y - 1, j + 1), before)},
+                    n.x, h, room[std::size_t(worker)].data());
     });
   };
   take(values, 1);
-  std::copy_n(&values(0, 0, n.z - 1), values.slab, &phi(0, 0, n.z - 1));
-  take(phi, -1);
+  if (spread) std::copy_n(&values(0, 0, n.z - 1), values.slab, &result(0, 0, n.z - 1));
+  take(result, -1);
 }
 
 void LevelSetFromMask(WorkerPool& pool, const GridView<const std::uint8_t>& mask, ScalarGrid& target, double farValue,

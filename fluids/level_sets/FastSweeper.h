@@ -16,10 +16,11 @@ namespace orlix {
 // negative values in [-h, 0), which none of these can undercut; far values take what reaches them.
 void SpreadDistances(WorkerPool& pool, const GridView<double>& values, double h);
 
-// The distances of phi anew, on both sides of its zero, which stays where it is. The ends of an edge that crosses it
-// are kept, scaled as if the edge were one cell long where |a| + |b| is above 0.9 h; what nothing reaches becomes the
-// largest double of its sign. 0 counts as positive.
-void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<double>& phi, double h);
+// The distances of phi + shift anew, on both sides of its zero, which stays where it is; result may be phi. The ends of
+// an edge that crosses it are kept, scaled as if the edge were one cell long where |a| + |b| is above 0.9 h; what
+// nothing reaches becomes the largest double of its sign. 0 counts as positive.
+void ReinitialiseLevelSet(WorkerPool& pool, ScratchPool& scratch, const GridView<const double>& phi, double shift,
+                          double h, const GridView<double>& result);
 
 // Distances from a region of marked cells (mask 1, else 0): its outermost layer of cells holds minus half a cell, what
 // lies outside grows by a cell edge a step, and so does with signInterior the inside, downwards. Nodes that nothing

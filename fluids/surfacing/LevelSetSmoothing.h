@@ -7,8 +7,6 @@
 // and after each round lower <= phi <= upper, which are phi as it was plus two constants. Only nodes within 4 cells of
 // the surface (3 for the biharmonic step) take part. Now and then all three are made distances again.
 
-#include <vector>
-
 #include "fluids/grids/EGrid.h"
 #include "fluids/grids/ScratchPool.h"
 #include "host/threads/WorkerPool.h"
@@ -22,24 +20,6 @@ struct SmoothingSettings {
   double below = 0, above = 0;  // m: lower and upper less phi
   bool reinitialiseFirst = false;
   bool operator==(const SmoothingSettings&) const = default;
-};
-
-// Runs of nodes along x: those within a reach of the surface, and a few between them.
-class ActiveRuns {
- public:
-  struct Run {
-    std::int64_t node;   // in the grid
-    std::int64_t place;  // in tables that hold the nodes of all runs
-    std::int32_t length;
-  };
-  // Leaves out the outermost layers.
-  void Build(WorkerPool& pool, const GridView<const double>& phi, double reach, int layers);
-  const std::vector<Run>& runs() const { return runs_; }
-  std::int64_t nodeCount() const { return nodes_; }
-
- private:
-  std::vector<Run> runs_;
-  std::int64_t nodes_ = 0;
 };
 
 // Throws std::bad_alloc. False after a break: the level set is then somewhere on its way.

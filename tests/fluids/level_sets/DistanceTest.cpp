@@ -175,7 +175,7 @@ TEST(ReinitialiseLevelSet, TheZeroStaysAndBothSidesGrowByACellAStep) {
     (*phi)[c] = d < 0 ? d / 5 : 3 * d;
   }
   const double a = -0.3 * h / 5, b = 3 * 0.7 * h;  // on both sides of the plane
-  ReinitialiseLevelSet(pool, scratch, *phi, phi->space.cellSize);
+  ReinitialiseLevelSet(pool, scratch, *phi, 0, phi->space.cellSize, *phi);
   for (std::int64_t c = 0; c < phi->count; ++c) {
     const int x = int(c % 16);
     const double expected = x <= 7 ? a * h / (b - a) - (7 - x) * h : b * h / (b - a) + (x - 8) * h;
@@ -185,13 +185,13 @@ TEST(ReinitialiseLevelSet, TheZeroStaysAndBothSidesGrowByACellAStep) {
   auto near = MakeGrid({4, 1, 1}, 0);
   const double small[4] = {-5, -0.2 * h, 0.3 * h, 7};
   std::copy_n(small, 4, near->data);
-  ReinitialiseLevelSet(pool, scratch, *near, near->space.cellSize);
+  ReinitialiseLevelSet(pool, scratch, *near, 0, near->space.cellSize, *near);
   EXPECT_EQ((*near)[1], -0.2 * h);
   EXPECT_EQ((*near)[2], 0.3 * h);
   EXPECT_DOUBLE_EQ((*near)[0], -1.2 * h);
   EXPECT_DOUBLE_EQ((*near)[3], 1.3 * h);
   auto none = MakeGrid({4, 4, 4}, -2);
-  ReinitialiseLevelSet(pool, scratch, *none, none->space.cellSize);
+  ReinitialiseLevelSet(pool, scratch, *none, 0, none->space.cellSize, *none);
   EXPECT_EQ((*none)[5], -std::numeric_limits<double>::max());
 }
 
@@ -203,7 +203,7 @@ TEST(ReinitialiseLevelSet, SignsOfANoisySphereStayAndEachSideGrowsFromItsNodesAt
   const auto distance = [&](int i, int j, int k) { return (Length(Vec3D(i - 11.2, j - 10.7, k - 9.9)) - 6) * h; };
   test::FillCells(*phi,
                   [&](int i, int j, int k) { return distance(i, j, k) * (1 + 0.5 * std::sin(i + 2.0 * j + 3.0 * k)); });
-  ReinitialiseLevelSet(pool, scratch, *phi, phi->space.cellSize);
+  ReinitialiseLevelSet(pool, scratch, *phi, 0, phi->space.cellSize, *phi);
   std::vector<VecInt3D> atZero;
   const auto isOutside = [&](const VecInt3D& v) { return distance(v.x, v.y, v.z) >= 0; };
   test::ForAll(phi->dims, [&](int i, int j, int k) {

@@ -292,7 +292,8 @@ TEST(Smoothing, IsWhatThePlainRoundsGive) {
     if (settings.biharmonicRounds > 0) {
       WorkerPool pool(1);
       ScratchPool scratch;
-      for (ScalarGrid* grid : {&lower, &upper, expected.get()}) ReinitialiseLevelSet(pool, scratch, *grid, kCell);
+      for (ScalarGrid* grid : {&lower, &upper, expected.get()})
+        ReinitialiseLevelSet(pool, scratch, *grid, 0, kCell, *grid);
       PlainRounds(*expected, lower, upper, settings.biharmonicRounds, true);
     }
     return expected;
