@@ -1,6 +1,7 @@
 #include "host/files/AtomicFile.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,8 @@ constexpr const char* kSuffix = ".part";
 std::atomic<unsigned> temporaryNumber{0};
 }  // namespace
 
+void AtomicFile::Unmap::operator()(unsigned char* block) const { ::munmap(block, kBlock); }
+
 Status AtomicFile::Open(const fs::path& path) {
   Abandon();
   status_ = {};
@@ -36,7 +39,12 @@ Status AtomicFile::Open(const fs::path& path) {
   if (fs::exists(kind) && !fs::is_regular_file(kind) && !fs::is_symlink(kind)) {
     return status_ = Status::Fail(ErrorKind::Output, "can't write " + path.string() + ": it is not a plain file");
   }
-  buffer_.resize(kBlock);
+  void* block = ::mmap(nullptr, kBlock, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (block == MAP_FAILED) {
+    Fail("create", errno);
+    return status_;
+  }
+  buffer_.reset(static_cast<unsigned char*>(block));
   return CreateTemporary();
 }
 
@@ -68,9 +76,9 @@ std::size_t AtomicFile::BlockBytes(std::uint64_t block) const {
 bool AtomicFile::FlushBlock() {
   if (!bufferDirty_) return true;
   const std::size_t bytes = BlockBytes(bufferBlock_);
-  if (!WriteFully(descriptor_, buffer_.data(), bytes, bufferBlock_ * kBlock)) return Fail("write", errno);
+  if (!WriteFully(descriptor_, buffer_.get(), bytes, bufferBlock_ * kBlock)) return Fail("write", errno);
   if (blockHash_.size() <= bufferBlock_) blockHash_.resize(bufferBlock_ + 1);
-  blockHash_[bufferBlock_] = HashBytes(buffer_.data(), bytes);
+  blockHash_[bufferBlock_] = HashBytes(buffer_.get(), bytes);
   bufferDirty_ = false;
   return true;
 }
@@ -80,8 +88,8 @@ bool AtomicFile::LoadBlock(std::uint64_t block) {
   if (!FlushBlock()) return false;
   const std::size_t bytes = BlockBytes(block);
   if (bytes > 0) {
-    if (!ReadFully(descriptor_, buffer_.data(), bytes, block * kBlock)) return Fail("read back", errno);
-    if (HashBytes(buffer_.data(), bytes) != blockHash_[block]) return Fail("read back", EIO);
+    if (!ReadFully(descriptor_, buffer_.get(), bytes, block * kBlock)) return Fail("read back", errno);
+    if (HashBytes(buffer_.get(), bytes) != blockHash_[block]) return Fail("read back", EIO);
   }
   bufferBlock_ = block;
   return true;
@@ -95,7 +103,7 @@ bool AtomicFile::Write(const void* bytes, std::size_t size) {
     if (!LoadBlock(position_ / kBlock)) return false;
     const auto at = static_cast<std::size_t>(position_ % kBlock);
     const std::size_t part = std::min(size, kBlock - at);
-    std::memcpy(buffer_.data() + at, from, part);
+    std::memcpy(buffer_.get() + at, from, part);
     bufferDirty_ = true;
     from += part;
     size -= part;
@@ -118,8 +126,8 @@ bool AtomicFile::VerifyBlocks() {
   if (static_cast<std::uint64_t>(info.st_size) != size_) return Fail("read back", EIO);
   for (std::uint64_t block = 0; block < blockHash_.size(); block++) {
     const std::size_t bytes = BlockBytes(block);
-    if (!ReadFully(descriptor_, buffer_.data(), bytes, block * kBlock)) return Fail("read back", errno);
-    if (HashBytes(buffer_.data(), bytes) != blockHash_[block]) return Fail("read back", EIO);
+    if (!ReadFully(descriptor_, buffer_.get(), bytes, block * kBlock)) return Fail("read back", errno);
+    if (HashBytes(buffer_.get(), bytes) != blockHash_[block]) return Fail("read back", EIO);
   }
   return true;
 }
@@ -157,7 +165,7 @@ void AtomicFile::Abandon() {
   descriptor_ = -1;
   if (!temporary_.empty()) ::unlink(temporary_.c_str());
   temporary_.clear();
-  buffer_ = {};
+  buffer_.reset();
 }
 
 Status WriteFileAtomically(const fs::path& path, std::string_view content, const AtomicFile::Proof& proof) {

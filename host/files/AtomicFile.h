@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -64,8 +65,12 @@ class AtomicFile {
   int descriptor_ = -1;
   Status status_;
   std::uint64_t position_ = 0, size_ = 0;
-  // One block of the file is held here; of all others the hash of what was written is known.
-  std::vector<unsigned char> buffer_;
+  // One block of the file is held here; of all others the hash of what was written is known. Its pages go back to the
+  // system with it: on the heap, what is kept from one frame to the next took its place, and the heap grew.
+  struct Unmap {
+    void operator()(unsigned char* block) const;
+  };
+  std::unique_ptr<unsigned char, Unmap> buffer_;
   std::uint64_t bufferBlock_ = 0;
   bool bufferDirty_ = false;
   std::vector<std::uint64_t> blockHash_;
