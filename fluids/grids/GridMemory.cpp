@@ -29,7 +29,7 @@ std::align_val_t AlignmentOf(std::size_t bytes) { return std::align_val_t(bytes 
 // fresh pages would cost more than what is done with them. Blocks have powers of two as sizes, and the last ones that
 // were given back wait here for the next of their size. What lies beyond a grid in its block isn't touched until a
 // larger one has it, and so is no memory.
-constexpr std::size_t kLeastKept = std::size_t(1) << 16, kMostKept = std::size_t(32) << 20;
+constexpr std::size_t kLeastKept = std::size_t(1) << 12, kMostKept = std::size_t(32) << 20;
 
 bool IsKept([[maybe_unused]] std::size_t bytes) {
 #ifdef ORLIX_SANITIZED
