@@ -287,7 +287,6 @@ void Grid_Incompressibility::AssembleSystem() {
   const GridView<const double> densities = DensityView();
   if (!densities.data) {
     system_.scale = dt / (h * h) / density;
-    system_.revision = solver->fractions.revision();
     return;
   }
   GridView<double> weights[3];

@@ -9,15 +9,8 @@ namespace orlix {
 
 class Grid_MultigridSolver final : public PressureSolver {
  public:
-  // Levels are kept for the next solve while the system's revision stays.
   PressureOutcome Solve(const PressureSystem& system, const PressureSettings& settings, const PressureTools& tools,
                         double* rhs, double* pressure) override;
-  void Forget() override;
-
- private:
-  std::unique_ptr<MultigridCycle> cycle_;
-  std::uint64_t builtFor_ = 0;
-  VecInt3D builtDims_;
 };
 
 }  // namespace orlix

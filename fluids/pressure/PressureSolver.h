@@ -38,8 +38,6 @@ class PressureSolver {
   // solver's.
   virtual PressureOutcome Solve(const PressureSystem& system, const PressureSettings& settings,
                                 const PressureTools& tools, double* rhs, double* pressure) = 0;
-  // Drops what was kept for the next solve.
-  virtual void Forget() {}
 };
 
 std::unique_ptr<PressureSolver> MakePressureSolver(PressureSolverType type);

@@ -24,8 +24,6 @@ struct PressureSystem {
   double scale = 1;  // dt / (h h density)
   // Where set, 1 for each cell that has an equation; otherwise each inner cell with a positive weight has one.
   const std::uint8_t* equation = nullptr;
-  // Of weights, mask and dims: while it stays and isn't 0, a solver may keep what it built from them.
-  std::uint64_t revision = 0;
   // Where set, bodies that move with the fluid add to each product; not known to Gauss-Seidel sweeps, nor to what
   // conditions the others. dt in s.
   const BodyCoupling* bodies = nullptr;
