@@ -22,7 +22,7 @@ SCENES = [
     ("demo", 60, "Smoke rises around a scanned rabbit."),
     ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
     ("plume_around_obstacle", 60, "A plume meets a ball, parts and closes again, in a low sun."),
-    ("explosion", 36, "Fuel, combustion, expansion: a fireball that rises and turns to soot."),
+    ("explosion", 36, "Fuel, combustion, expansion: a fireball that rolls up from the ground."),
     ("campfire", 30, "A campfire: flames lick and tear off, sparks fly, thin smoke rises."),
     ("cumulus", 48, "A cumulus under a sun: light that scatters many times inside it."),
     ("coloured_smokes", 56, "A wall of coloured smokes, whose colours travel with them and mix."),
