@@ -1,6 +1,7 @@
 #include "fluids/boundary/FractionKernels.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -42,24 +43,57 @@ ORLIX_MULTIVERSION void SpreadClasses(const std::uint8_t* classes, int count, fl
   for (int i = 0; i < count; ++i) out[i] = classes[i] == kCornersOpen ? open : inside;
 }
 
-void FaceRow(const double* p, const FaceCorners& at, int count, FractionRule rule, CornerClasses& classes, float* out) {
+// Shares of samples that the surface passes. Along a wall a row has the same corners all the way, and its two ends
+// those of the row before it: the last two are kept.
+template <class T, std::size_t kCorners>
+class LastShares {
+ public:
+  using Corners = std::array<T, kCorners>;
+  // share(corners), found or kept.
+  template <class F>
+  float Of(const Corners& corners, F&& share) {
+    for (const Kept& kept : kept_) {
+      if (kept.known && kept.corners == corners) return kept.share;
+    }
+    Kept& oldest = kept_[next_];
+    next_ = 1 - next_;
+    oldest = {corners, share(corners), true};
+    return oldest.share;
+  }
+
+ private:
+  struct Kept {
+    Corners corners{};
+    float share = 0;
+    bool known = false;
+  };
+  Kept kept_[2];
+  int next_ = 0;
+};
+
+void FaceRow(const double* p, const FaceCorners& at, int count, FractionRule rule, CornerClasses& classes,
+             LastShares<float, 4>& last, float* out) {
   classes.Find(p, {0, at.b, at.d}, count, kRoundsToZero, kRoundsToZero);
   SpreadClasses(classes.data(), count, Limited(rule.Store(0)), Limited(rule.Store(1)), out);
   classes.ForEachMixed([&](int i) {
-    const double inside = FractionInsideSquare(static_cast<float>(p[i]), static_cast<float>(p[i + at.b]),
-                                               static_cast<float>(p[i + at.c]), static_cast<float>(p[i + at.d]), true);
-    out[i] = Limited(rule.Store(inside));
+    out[i] = last.Of({static_cast<float>(p[i]), static_cast<float>(p[i + at.b]), static_cast<float>(p[i + at.c]),
+                      static_cast<float>(p[i + at.d])},
+                     [&](const auto& v) {
+                       const double inside = FractionInsideSquare(v[0], v[1], v[2], v[3], true);
+                       return Limited(rule.Store(inside));
+                     });
   });
 }
 
-void CellRow(const double* p, const CornerSteps& at, int count, FractionRule rule, CornerClasses& classes, float* out) {
+void CellRow(const double* p, const CornerSteps& at, int count, FractionRule rule, CornerClasses& classes,
+             LastShares<double, 8>& last, float* out) {
   classes.Find(p, at, count, kBelowZero, kBelowZero);
   SpreadClasses(classes.data(), count, rule.Store(0), rule.Store(1), out);
   classes.ForEachMixed([&](int i) {
     const double* q = p + i;
-    const double corners[8] = {q[0], q[at.z],     q[at.y],     q[at.y + at.z],  //
-                               q[1], q[1 + at.z], q[1 + at.y], q[1 + at.y + at.z]};
-    out[i] = rule.Store(FractionInsideCube(corners));
+    out[i] = last.Of({q[0], q[at.z], q[at.y], q[at.y + at.z],  //
+                      q[1], q[1 + at.z], q[1 + at.y], q[1 + at.y + at.z]},
+                     [&](const auto& v) { return rule.Store(FractionInsideCube(v.data())); });
   });
 }
 
@@ -129,8 +163,11 @@ void FillFaceFractions(const GridView<const double>& nodes, int axis, FractionRu
   const FaceCorners corners(nodes, axis);
   ParallelRange(pool, 0, out.dims.z, [&](int k0, int k1, int) {
     CornerClasses classes(out.dims.x);
+    LastShares<float, 4> last;
     for (int k = k0; k < k1; ++k) {
-      for (int j = 0; j < out.dims.y; ++j) FaceRow(&nodes(0, j, k), corners, out.dims.x, rule, classes, &out(0, j, k));
+      for (int j = 0; j < out.dims.y; ++j) {
+        FaceRow(&nodes(0, j, k), corners, out.dims.x, rule, classes, last, &out(0, j, k));
+      }
     }
   });
 }
@@ -141,8 +178,11 @@ void FillCubeFractions(const GridView<const double>& nodes, const Vec3D& offset,
     const CornerSteps steps{1, nodes.dims.x, nodes.slab};
     return ParallelRange(pool, 0, out.dims.z, [&](int k0, int k1, int) {
       CornerClasses classes(out.dims.x);
+      LastShares<double, 8> last;
       for (int k = k0; k < k1; ++k) {
-        for (int j = 0; j < out.dims.y; ++j) CellRow(&nodes(0, j, k), steps, out.dims.x, rule, classes, &out(0, j, k));
+        for (int j = 0; j < out.dims.y; ++j) {
+          CellRow(&nodes(0, j, k), steps, out.dims.x, rule, classes, last, &out(0, j, k));
+        }
       }
     });
   }

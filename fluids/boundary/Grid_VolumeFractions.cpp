@@ -87,7 +87,7 @@ bool Grid_VolumeFractions::PrepareGrid(int axis, int kind, const GridSpace& spac
   }
   grid->space = space;  // an edge grid's array says nothing about its lattice
   grid->valueOffset = 0, grid->valueScale = 1;
-  grid->Fill(0);
+  std::fill_n(grid->data, grid->count, 0.0f);  // which, unlike a loop, goes as fast as memory
   return true;
 }
 

@@ -77,7 +77,6 @@ bool ChannelBase<T>::ApplyBounds(const Vec3D& min, const Vec3D& max) {
     const double background = Component(backgroundValue, c);
     applied = EnsureChannelGrid(grids[c], space, channelType[c], low, high, background);
     if (!applied) break;
-    grids[c]->FindActiveBox(low, high, false, &pool);
     if (c == 0) changed = !lattice.SameAs(*grids[0]);
     applied = ApplyContainer(grids[c], lattice, changed, this->clearEachStep, low, high, background, pool);
   }

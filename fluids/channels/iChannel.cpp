@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "fluids/grids/ActiveBox.h"
+
 namespace orlix {
 
 bool ContainerLattice::Of(const GridSpace& sceneSpace, const Vec3D& min, const Vec3D& max, ContainerLattice& lattice) {
@@ -35,16 +37,17 @@ bool EnsureChannelGrid(std::unique_ptr<ScalarGrid>& grid, const GridSpace& scene
 
 bool ApplyContainer(std::unique_ptr<ScalarGrid>& grid, const ContainerLattice& lattice, bool changed, bool clear,
                     double valueMin, double valueMax, double background, WorkerPool& pool) {
-  if (!changed) {
-    if (clear) {
-      grid->ResetActiveBox();
-      grid->Fill(background, &pool);
-    }
+  if (!changed && clear) {
+    grid->ResetActiveBox();
+    grid->Fill(background, &pool);
     return true;
   }
-  const VecInt3D dims = lattice.cells + ExtraCells(grid->gridType);
-  if (!ResizeKeepingContent(grid, background, dims, lattice.space, &pool)) return false;
-  if (clear) grid->Fill(background, &pool);
+  if (changed) {
+    const VecInt3D dims = lattice.cells + ExtraCells(grid->gridType);
+    if (!clear) return ResizeAndFindActiveBox(grid, background, dims, lattice.space, valueMin, valueMax, pool);
+    if (!ResizeKeepingContent(grid, background, dims, lattice.space, &pool)) return false;
+    grid->Fill(background, &pool);
+  }
   grid->FindActiveBox(valueMin, valueMax, false, &pool);
   return true;
 }
@@ -52,11 +55,7 @@ bool ApplyContainer(std::unique_ptr<ScalarGrid>& grid, const ContainerLattice& l
 bool ApplyToPrevious(std::unique_ptr<ScalarGrid>& previous, const ScalarGrid& grid, double valueMin, double valueMax,
                      double background, WorkerPool& pool) {
   if (previous && previous->space.Equals(grid.space)) return true;
-  if (previous) {
-    if (!ResizeKeepingContent(previous, background, grid.dims, grid.space, &pool)) return false;
-    previous->FindActiveBox(valueMin, valueMax, false, &pool);
-    return true;
-  }
+  if (previous) return ResizeAndFindActiveBox(previous, background, grid.dims, grid.space, valueMin, valueMax, pool);
   try {
     previous = ScalarGrid::CreateLike(grid, grid.gridType);
   } catch (const std::bad_alloc&) {

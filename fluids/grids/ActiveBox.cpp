@@ -1,21 +1,17 @@
+#include "fluids/grids/ActiveBox.h"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
 
-#include "fluids/grids/Grid.h"
 #include "fluids/grids/GridTypes.h"
 #include "globals/Multiversion.h"
-#include "host/threads/WorkerPool.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr double kTiny = 1e-6;
-
-struct Box {
-  VecInt3D min, max;
-};
 
 // Cells are active from a threshold on, limited to max, and otherwise set to empty.
 struct ChannelRule {
@@ -31,7 +27,7 @@ struct VelocityRule {
 };
 
 template <class Rule>
-inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int k, Box& box) {
+inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int k, VecInt3D& min, VecInt3D& max) {
   // Masks as wide as the values, and the tidied one first: so the loop vectorises.
   std::uint64_t any = 0, changed = 0;
   for (int i = from; i < to; ++i) {
@@ -41,17 +37,17 @@ inline void TidyRow(const Rule& rule, double* row, int from, int to, int j, int 
   }
   if (any != 0) {
     int first = from, last = to - 1;
-    while (first < box.min.x && !rule.Active(row[first])) ++first;
-    while (last > box.max.x && !rule.Active(row[last])) --last;
-    box.min = Min(box.min, VecInt3D(first, j, k));
-    box.max = Max(box.max, VecInt3D(last, j, k));
+    while (first < min.x && !rule.Active(row[first])) ++first;
+    while (last > max.x && !rule.Active(row[last])) --last;
+    min = Min(min, VecInt3D(first, j, k));
+    max = Max(max, VecInt3D(last, j, k));
   }
   if (changed == 0) return;  // a write costs twice the read
   for (int i = from; i < to; ++i) row[i] = rule.Tidied(row[i]);
 }
 
 ORLIX_MULTIVERSION void TidyChannelLayers(GridView<double> grid, const ChannelRule& rule, bool clearBorder, int k0,
-                                          int k1, Box& box) {
+                                          int k1, VecInt3D& min, VecInt3D& max) {
   const VecInt3D n = grid.dims;
   for (int k = k0; k < k1; ++k) {
     for (int j = 0; j < n.y; ++j) {
@@ -60,46 +56,56 @@ ORLIX_MULTIVERSION void TidyChannelLayers(GridView<double> grid, const ChannelRu
         std::fill(row, row + n.x, rule.empty);
       } else if (clearBorder) {
         row[0] = row[n.x - 1] = rule.empty;
-        TidyRow(rule, row, 1, n.x - 1, j, k, box);
+        TidyRow(rule, row, 1, n.x - 1, j, k, min, max);
       } else {
-        TidyRow(rule, row, 0, n.x, j, k, box);
+        TidyRow(rule, row, 0, n.x, j, k, min, max);
       }
     }
   }
 }
 
-ORLIX_MULTIVERSION void TidyVelocityLayers(GridView<double> grid, int k0, int k1, Box& box) {
+ORLIX_MULTIVERSION void TidyVelocityLayers(GridView<double> grid, int k0, int k1, VecInt3D& min, VecInt3D& max) {
   for (int k = k0; k < k1; ++k) {
     for (int j = 0; j < grid.dims.y; ++j) {
-      TidyRow(VelocityRule(), grid.data + grid.Index(0, j, k), 0, grid.dims.x, j, k, box);
+      TidyRow(VelocityRule(), grid.data + grid.Index(0, j, k), 0, grid.dims.x, j, k, min, max);
     }
   }
 }
 
 }  // namespace
 
+ActiveBoxScan::ActiveBoxScan(Grid<double>& grid, double empty, double max, bool clearBorder)
+    : grid_(grid), empty_(empty), max_(max), clearBorder_(clearBorder) {
+  for (Box& box : boxes_) box = {grid.dims, VecInt3D(-1, -1, -1)};
+}
+
+void ActiveBoxScan::Tidy(int k0, int k1, int worker) {
+  Box& box = boxes_[worker];
+  if (grid_.gridType <= kGridVelocityW)
+    TidyVelocityLayers(grid_, k0, k1, box.min, box.max);
+  else
+    TidyChannelLayers(grid_, {empty_, empty_ + kTiny, max_}, clearBorder_, k0, k1, box.min, box.max);
+}
+
+void ActiveBoxScan::Record() {
+  grid_.ResetActiveBox();
+  for (const Box& box : boxes_) {
+    grid_.activeMin = Min(grid_.activeMin, box.min), grid_.activeMax = Max(grid_.activeMax, box.max);
+  }
+  if (grid_.activeMin == grid_.activeMax) grid_.activeMax += VecInt3D(1, 1, 1);
+}
+
 template <>
 void Grid<double>::FindActiveBox(double empty, double max, bool clearBorder, WorkerPool* pool) {
-  const GridView<double> view(*this);
-  const bool velocity = gridType <= kGridVelocityW;
-  const ChannelRule rule{empty, empty + kTiny, max};
-  Box boxes[WorkerPool::kMaxWorkers];
-  for (Box& box : boxes) box = {dims, VecInt3D(-1, -1, -1)};
-  const auto tidy = [&](int k0, int k1, int worker) {
-    if (velocity)
-      TidyVelocityLayers(view, k0, k1, boxes[worker]);
-    else
-      TidyChannelLayers(view, rule, clearBorder, k0, k1, boxes[worker]);
-  };
+  ActiveBoxScan scan(*this, empty, max, clearBorder);
+  const auto tidy = [&](int k0, int k1, int worker) { scan.Tidy(k0, k1, worker); };
   if (count > 0) {
     if (pool)
       ParallelRange(*pool, 0, dims.z, tidy);
     else
       tidy(0, dims.z, 0);
   }
-  ResetActiveBox();
-  for (const Box& box : boxes) activeMin = Min(activeMin, box.min), activeMax = Max(activeMax, box.max);
-  if (activeMin == activeMax) activeMax += VecInt3D(1, 1, 1);
+  scan.Record();
 }
 
 void FillDoubles(double* data, std::int64_t count, double value, WorkerPool* pool) {

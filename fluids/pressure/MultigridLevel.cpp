@@ -12,6 +12,7 @@ namespace orlix {
 namespace {
 
 constexpr std::int64_t kLine = 16;  // floats of a cache line
+constexpr int kVector = 8;          // and of a vector
 constexpr float kLargest = 1e18f;   // a weight beyond it would leave single precision's range
 constexpr float kFaceScale = 0.5f;  // a block is twice as far from the next as its cells are
 
@@ -174,10 +175,10 @@ void BuildBlockRow(const MultigridLevel& fine, const MultigridLevel& coarse, int
 std::int64_t MultigridLevel::LayOut(const VecInt3D& count) {
   cells = count;
   pairs = (count.x + 1) / 2;
-  width = static_cast<int>((pairs + kLine - 1) / kLine * kLine);
+  width = (pairs + kVector - 1) / kVector * kVector;
   // Odd multiples of a line: neighbours in y and z fall into different sets of the caches. One row's ghost pair at the
   // end and the next one's at the start share a line.
-  row = ((width / kLine + 1) | 1) * kLine;
+  row = (((pairs + kLine - 1) / kLine + 1) | 1) * kLine;
   slab = row * (count.y + 2) + kLine;
   return slab * (count.z + 2) + 2 * kLine;
 }

@@ -33,7 +33,7 @@ struct MultigridLevel {
 
   VecInt3D cells;  // cells (or blocks) with indices from 1; zeros around them
   int pairs = 0;   // of a row
-  int width = 0;   // pairs that kernels visit, the last of them zeros: a multiple of 16
+  int width = 0;   // pairs that kernels visit, the last of them zeros: whole vectors
   std::int64_t row = 0, slab = 0;
   Colour colour[2];
 

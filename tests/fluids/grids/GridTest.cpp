@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "fluids/grids/ActiveBox.h"
 #include "fluids/grids/GridProcessorRunner.h"
 #include "fluids/grids/GridResampler.h"
 #include "fluids/grids/Interpolation.h"
@@ -121,6 +122,14 @@ TEST(ResizeKeepingContent, GrowsShrinksAndShiftsByWholeCells) {
     kept += inside;
   });
   EXPECT_EQ(kept, 4 * 4 * 3);
+  // In one pass with what tidies the grid.
+  grid->FindActiveBox(3, 40, false);
+  auto tidied = std::make_unique<ScalarGrid>(before);
+  WorkerPool pool(2);
+  ASSERT_TRUE(ResizeAndFindActiveBox(tidied, -1, {8, 6, 5}, target, 3, 40, pool));
+  EXPECT_EQ(test::ValuesOf(*tidied), test::ValuesOf(*grid));
+  EXPECT_TRUE(tidied->activeMin == grid->activeMin && tidied->activeMax == grid->activeMax);
+  EXPECT_EQ(tidied->valueScale, 7);
 }
 
 TEST(GridMemory, TheBudgetRefusesAndKeepsTheOldGrid) {
