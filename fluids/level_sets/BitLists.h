@@ -1,8 +1,9 @@
 #pragma once
-// The numbers of the bits that are set in a byte, for lists that are made without branches.
+// Bits without branches: lists of those that are set in a byte, and words of bytes.
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace orlix {
 
@@ -18,5 +19,16 @@ inline constexpr std::array<BitList, 256> kBitLists = [] {
   }
   return lists;
 }();
+
+// A bit for each of 64 bytes that are 0 or 1.
+inline std::uint64_t PackBytes(const std::uint8_t* bytes) {
+  std::uint64_t word = 0;
+  for (int n = 0; n < 8; ++n) {
+    std::uint64_t eight;
+    std::memcpy(&eight, bytes + 8 * n, sizeof eight);
+    word |= (eight * 0x0102040810204080) >> 56 << (8 * n);
+  }
+  return word;
+}
 
 }  // namespace orlix

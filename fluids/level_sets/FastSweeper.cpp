@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fluids/grids/RowPipeline.h"
+#include "fluids/level_sets/BitLists.h"
 #include "fluids/level_sets/TriangleLanes.h"
 #include "globals/Multiversion.h"
 
@@ -282,13 +283,7 @@ ORLIX_MULTIVERSION void MarkPositive(const double* row, double shift, int n, std
     const int count = std::min(n - begin, 64);
     for (int i = 0; i < count; ++i) positive[i] = row[begin + i] + shift >= 0;
     std::fill(positive + count, positive + 64, row[n - 1] + shift >= 0);
-    std::uint64_t word = 0;
-    for (int byte = 0; byte < 8; ++byte) {
-      std::uint64_t eight;  // 0 or 1 each
-      std::memcpy(&eight, positive + 8 * byte, sizeof eight);
-      word |= (eight * 0x0102040810204080) >> 56 << (8 * byte);
-    }
-    bits[begin / 64] = word;
+    bits[begin / 64] = PackBytes(positive);
   }
 }
 

@@ -48,8 +48,7 @@ class LatticeExtraction {
     }
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     if (points > kMost || triangles > kMost) return false;
-    ResizeForWriting(pool_, mesh.Triangles(), triangles);
-    ResizeForWriting(pool_, mesh.Points(), points);
+    ResizeForWriting(pool_, mesh.Triangles(), triangles, mesh.Points(), points);
     ForLayers(pool_, low.z, high.z + 1, [&](int k) { PlacePoints(k, origin, spacing, mesh.Points()); });
     ForLayers(pool_, low.z, high.z, [&](int k) { PlaceTriangles(k, origin, spacing, mesh); });
     return true;

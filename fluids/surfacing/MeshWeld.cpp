@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory_resource>
 
+#include "fluids/level_sets/TriangleLanes.h"
 #include "fluids/surfacing/BitRows.h"
 #include "globals/Multiversion.h"
 #include "host/threads/ForLayers.h"
@@ -20,11 +21,18 @@ constexpr int kShare = 1 << 14;  // triangles of a piece of work
 // A bit for each point of a mesh.
 class PointSet {
  public:
-  explicit PointSet(const TriMeshSTL& mesh) : bits_({mesh.PointCount(), 1, 1}) {}
+  explicit PointSet(const TriMeshSTL& mesh, bool all = false) : bits_({mesh.PointCount(), 1, 1}) {
+    for (int w = 0; all && w < bits_.words(); ++w) bits_.Row(0, 0)[w] = WordOfRange(w, 0, mesh.PointCount());
+  }
   bool Has(std::int32_t point) const { return bits_.Has(point, 0, 0); }
   bool HasAny(const VecInt3D& t) const { return Has(t.x) || Has(t.y) || Has(t.z); }
   void Add(const VecInt3D& t) {
     for (int n = 0; n < 3; ++n) Word(t[n]) |= Bit(t[n]);
+  }
+  void Remove(std::int32_t point) { Word(point) &= ~Bit(point); }
+  template <class F>
+  void ForEach(F&& f) const {
+    for (int w = 0; w < bits_.words(); ++w) ForSetBits(bits_.Row(0, 0)[w], 64 * w, f);
   }
   // From any worker.
   void AddShared(std::int32_t point) {
@@ -83,6 +91,12 @@ class LocalRepair {
     return changed_;
   }
   static bool IsDead(const VecInt3D& t) { return t.x == t.y; }
+  // Takes away the known points that have lost their triangles.
+  void RemoveUnused(PointSet& used) {
+    known_.ForEach([&](int point) {
+      if (Around(point).empty()) used.Remove(point);
+    });
+  }
 
  private:
   using Triangles = std::pmr::vector<std::int32_t>;
@@ -248,54 +262,86 @@ void ForShares(WorkerPool& pool, std::size_t count, F&& f) {
   });
 }
 
-// The triangles for which test(t) holds, in order.
-template <class Test>
-std::vector<std::int32_t> FindTriangles(const TriMeshSTL& mesh, WorkerPool& pool, Test&& test) {
+// The triangles that find(first, end, list) adds to a list, in order.
+template <class Find>
+std::vector<std::int32_t> FindTriangles(const TriMeshSTL& mesh, WorkerPool& pool, Find&& find) {
   std::vector<std::vector<std::int32_t>> found(mesh.Triangles().size() / kShare + 1);
-  ForShares(pool, mesh.Triangles().size(), [&](std::size_t first, std::size_t end, int share) {
-    for (std::size_t t = first; t < end; ++t) {
-      if (test(mesh.Triangles()[t])) found[std::size_t(share)].push_back(static_cast<std::int32_t>(t));
-    }
-  });
+  ForShares(pool, mesh.Triangles().size(),
+            [&](std::size_t first, std::size_t end, int share) { find(first, end, found[std::size_t(share)]); });
   std::vector<std::int32_t> all;
   for (const auto& part : found) all.insert(all.end(), part.begin(), part.end());
   return all;
 }
 
+// Those of [first, end) whose shortest edge or whose area (both squared, the latter times four) is below a least one.
+ORLIX_MULTIVERSION void FindBadIn(const std::vector<Vec3D>& points, const std::vector<VecInt3D>& triangles,
+                                  std::size_t first, std::size_t end, double edge2, double area2,
+                                  std::vector<std::int32_t>& bad) {
+  const auto square = [](Lanes & out, const LaneVector<Lanes>& v) __attribute__((always_inline)) {
+    out = v.x * v.x + v.y * v.y + v.z * v.z;
+  };
+  for (std::size_t t = first; t < end; t += kLanes) {
+    const VecInt3D* four[kLanes];
+    for (std::size_t l = 0; l < kLanes; ++l) four[l] = &triangles[std::min(t + l, end - 1)];
+    const auto corner = [&](LaneVector<Lanes> & out, int n) __attribute__((always_inline)) {
+      const Vec3D* at[kLanes];
+      for (int l = 0; l < kLanes; ++l) at[l] = &points[static_cast<std::size_t>((*four[l])[n])];
+      out.x = Lanes{at[0]->x, at[1]->x, at[2]->x, at[3]->x}, out.y = Lanes{at[0]->y, at[1]->y, at[2]->y, at[3]->y};
+      out.z = Lanes{at[0]->z, at[1]->z, at[2]->z, at[3]->z};
+    };
+    LaneVector<Lanes> a, b, c;
+    corner(a, 0), corner(b, 1), corner(c, 2);
+    const LaneVector<Lanes> ab{b.x - a.x, b.y - a.y, b.z - a.z}, ac{c.x - a.x, c.y - a.y, c.z - a.z};
+    const LaneVector<Lanes> bc{ac.x - ab.x, ac.y - ab.y, ac.z - ab.z};
+    const LaneVector<Lanes> cross{ab.y * ac.z - ab.z * ac.y, ab.z * ac.x - ab.x * ac.z, ab.x * ac.y - ab.y * ac.x};
+    Lanes ab2, ac2, bc2, cross2;
+    square(ab2, ab), square(ac2, ac), square(bc2, bc), square(cross2, cross);
+    const auto isBad = (ab2 < edge2) | (ac2 < edge2) | (bc2 < edge2) | (cross2 < area2);
+    if ((isBad[0] | isBad[1] | isBad[2] | isBad[3]) == 0) continue;
+    for (std::size_t l = 0; l < kLanes && t + l < end; ++l) {
+      if (isBad[l] && !LocalRepair::IsDead(triangles[t + l])) bad.push_back(static_cast<std::int32_t>(t + l));
+    }
+  }
+}
+
 // Of all triangles, or of some, in order.
 std::vector<std::int32_t> FindBad(const WeldSettings& settings, WorkerPool& pool, const TriMeshSTL& mesh,
                                   const std::vector<std::int32_t>* among) {
-  const double tolerance2 = settings.tolerance * settings.tolerance,
-               area2 = 4 * settings.leastArea * settings.leastArea;
-  const auto& points = mesh.Points();
-  const auto isBad = [&](const VecInt3D& t) {
-    if (LocalRepair::IsDead(t)) return false;
-    const Vec3D& a = points[static_cast<std::size_t>(t.x)];
-    const Vec3D ab = points[static_cast<std::size_t>(t.y)] - a, ac = points[static_cast<std::size_t>(t.z)] - a;
-    const Vec3D bc = ac - ab, cross = Cross(ab, ac);
-    return std::min({Dot(ab, ab), Dot(ac, ac), Dot(bc, bc)}) < tolerance2 || Dot(cross, cross) < area2;
-  };
-  if (!among) return FindTriangles(mesh, pool, isBad);
+  const double edge2 = settings.tolerance * settings.tolerance, area2 = 4 * settings.leastArea * settings.leastArea;
+  if (!among) {
+    return FindTriangles(mesh, pool, [&](std::size_t first, std::size_t end, std::vector<std::int32_t>& bad) {
+      FindBadIn(mesh.Points(), mesh.Triangles(), first, end, edge2, area2, bad);
+    });
+  }
+  std::vector<VecInt3D> some;
+  for (const std::int32_t t : *among) some.push_back(mesh.Triangles()[static_cast<std::size_t>(t)]);
   std::vector<std::int32_t> bad;
-  std::copy_if(among->begin(), among->end(), std::back_inserter(bad),
-               [&](std::int32_t t) { return isBad(mesh.Triangles()[static_cast<std::size_t>(t)]); });
+  FindBadIn(mesh.Points(), some, 0, some.size(), edge2, area2, bad);
+  for (std::int32_t& t : bad) t = (*among)[static_cast<std::size_t>(t)];
   return bad;
 }
 
-// True when something changed. around: the triangles that may have.
+// True when something changed. around: the triangles that may have. used: loses points without triangles; or null.
 bool RepairAround(const std::vector<std::int32_t>& bad, const WeldSettings& settings, WorkerPool& pool,
-                  TriMeshSTL& mesh, std::vector<std::int32_t>& around) {
+                  TriMeshSTL& mesh, std::vector<std::int32_t>& around, PointSet* used) {
   // The points of the bad triangles, and with their neighbours.
   PointSet centre(mesh), known(mesh);
   for (const std::int32_t t : bad) centre.Add(mesh.Triangles()[static_cast<std::size_t>(t)]);
   const auto findAround = [&](const PointSet& points) {
-    return FindTriangles(mesh, pool, [&](const VecInt3D& t) { return points.HasAny(t) && !LocalRepair::IsDead(t); });
+    return FindTriangles(mesh, pool, [&](std::size_t first, std::size_t end, std::vector<std::int32_t>& found) {
+      for (std::size_t n = first; n < end; ++n) {
+        const VecInt3D& t = mesh.Triangles()[n];
+        if (points.HasAny(t) && !LocalRepair::IsDead(t)) found.push_back(static_cast<std::int32_t>(n));
+      }
+    });
   };
   for (const std::int32_t t : findAround(centre)) known.Add(mesh.Triangles()[static_cast<std::size_t>(t)]);
   around = findAround(known);
   LocalRepair repair(settings, known, mesh);
   for (const std::int32_t t : around) repair.Add(t);
-  return repair.Repair(bad);
+  const bool changed = repair.Repair(bad);
+  if (used) repair.RemoveUnused(*used);
+  return changed;
 }
 
 // Takes elements out of a list; the order of the others stays. pack(from, end, to) writes what stays of [from, end) to
@@ -341,9 +387,8 @@ ORLIX_MULTIVERSION VecInt3D* PackTriangles(const PointSet& used, const VecInt3D*
   return to;
 }
 
-// Removes dead triangles, and points that no other uses.
-void RemoveUnused(WorkerPool& pool, bool someAreDead, TriMeshSTL& mesh) {
-  PointSet used(mesh);
+// The points of all triangles that aren't dead.
+void FindUsed(WorkerPool& pool, const TriMeshSTL& mesh, PointSet& used) {
   ForShares(pool, mesh.Triangles().size(), [&](std::size_t first, std::size_t end, int) {
     for (std::size_t t = first; t < end; ++t) {
       const VecInt3D& corners = mesh.Triangles()[t];
@@ -351,6 +396,10 @@ void RemoveUnused(WorkerPool& pool, bool someAreDead, TriMeshSTL& mesh) {
       for (int n = 0; n < 3; ++n) used.AddShared(corners[n]);
     }
   });
+}
+
+// Removes dead triangles, and points that aren't used.
+void RemoveUnused(WorkerPool& pool, bool someAreDead, PointSet& used, TriMeshSTL& mesh) {
   const bool usesAll = used.Count() == mesh.PointCount();
   if (usesAll && !someAreDead) return;
   PackList(pool, mesh.Triangles(),
@@ -370,13 +419,15 @@ void WeldMesh(const WeldSettings& settings, WorkerPool& pool, TriMeshSTL& mesh) 
   // What a round moves on to its neighbours is left to the next one.
   constexpr int kMostRounds = 4;
   std::vector<std::int32_t> around;
+  PointSet used(mesh, settings.allUsed);
   bool changed = false;
   for (int round = 0; round < kMostRounds; ++round) {
     const std::vector<std::int32_t> bad = FindBad(settings, pool, mesh, round > 0 ? &around : nullptr);
-    if (bad.empty() || !RepairAround(bad, settings, pool, mesh, around)) break;
+    if (bad.empty() || !RepairAround(bad, settings, pool, mesh, around, settings.allUsed ? &used : nullptr)) break;
     changed = true;
   }
-  RemoveUnused(pool, changed, mesh);
+  if (!settings.allUsed) FindUsed(pool, mesh, used);
+  RemoveUnused(pool, changed, used, mesh);
 }
 
 }  // namespace orlix

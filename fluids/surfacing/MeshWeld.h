@@ -9,6 +9,7 @@ namespace orlix {
 struct WeldSettings {
   double tolerance = 0;  // edges that are shorter become their lower point
   double leastArea = 0;  // triangles with less go, where a collapse or a flip of an edge can do it
+  bool allUsed = false;  // each point has a triangle, which needn't be found out
 };
 
 // What is closed stays closed: an edge is collapsed only where the surface around it stays one (Dey, Edelsbrunner,

@@ -77,13 +77,14 @@ bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
   const bool cubes = settings_.method == ExtractionMethod::Cubes;
   field.nearest = cubes ? kNearest : kNearestOfOthers;
   const double spacing = Spacing();
+  bool allUsed = false;
   const bool fits = settings_.method == ExtractionMethod::Tiles
-                        ? ExtractTiles(field, settings_.sampling, grid_.space.simMin, spacing, pool, mesh)
+                        ? ExtractTiles(field, settings_.sampling, grid_.space.simMin, spacing, pool, mesh, allUsed)
                         : ExtractLattice(field, !cubes, grid_.space.simMin, spacing, pool, mesh);
   if (!fits) return mesh.Clear(), false;
-  WeldMesh({settings_.tolerance, kLeastArea * spacing * spacing}, pool, mesh);
+  WeldMesh({settings_.tolerance, kLeastArea * spacing * spacing, allUsed}, pool, mesh);
   if (settings_.normals) {
-    ResizeForWriting(pool, normals, mesh.PointCount());
+    ReserveForWriting(pool, normals, mesh.PointCount());
     mesh.pointAttributes.Column(kPointNormalId).swap(normals);
   }
   mesh.pointAttributes.Resize(static_cast<std::size_t>(mesh.PointCount()));

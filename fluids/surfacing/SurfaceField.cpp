@@ -2,7 +2,21 @@
 
 #include <algorithm>
 
+#include "fluids/level_sets/BitLists.h"
+#include "globals/Multiversion.h"
+
 namespace orlix {
+
+namespace {
+
+// A bit for each of up to 64 nodes whose value less iso is above a least one: what is near counts as outside.
+ORLIX_MULTIVERSION std::uint64_t OutsideWord(const double* row, int count, double iso, double least) {
+  std::uint8_t outside[64] = {};
+  for (int i = 0; i < count; ++i) outside[i] = row[i] - iso > least;
+  return PackBytes(outside);
+}
+
+}  // namespace
 
 void TouchPages(WorkerPool& pool, void* memory, std::size_t bytes) {
   constexpr std::size_t kPage = 4096, kShare = std::size_t(2) << 20;
@@ -22,10 +36,7 @@ BitRows OutsideNodes(const SurfaceField& field, WorkerPool& pool) {
       std::uint64_t* bits = outside.Row(j, k);
       for (int w = low.x / 64; w <= high.x / 64; ++w) {
         const int end = std::min(64, high.x + 1 - 64 * w);
-        std::uint64_t word = 0;
-        // -nearest < v: a value that is near counts as outside.
-        for (int b = 0; b < end; ++b) word |= std::uint64_t(row[64 * w + b] - field.iso > -field.nearest) << b;
-        bits[w] = word & WordOfRange(w, low.x, high.x + 1);
+        bits[w] = OutsideWord(row + 64 * w, end, field.iso, -field.nearest) & WordOfRange(w, low.x, high.x + 1);
       }
       if (!field.closed) continue;
       const bool face = j == low.y || j == high.y || k == low.z || k == high.z;

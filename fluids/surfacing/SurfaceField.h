@@ -32,15 +32,22 @@ struct SurfaceField {
 // Memory that hasn't been touched gets its pages, on all workers: the system clears them.
 void TouchPages(WorkerPool& pool, void* memory, std::size_t bytes);
 
-// For elements that are all written: a mesh of as many as before takes no new memory and isn't cleared.
+// Room for elements that are all written: a mesh of as many as before takes no new memory.
 template <class T>
-void ResizeForWriting(WorkerPool& pool, std::vector<T>& list, std::int64_t count) {
-  if (static_cast<std::int64_t>(list.capacity()) < count) {
-    list = {};
-    ReserveOnLargePages(list, static_cast<std::size_t>(count));
-    TouchPages(pool, list.data(), static_cast<std::size_t>(count) * sizeof(T));
-  }
-  list.resize(static_cast<std::size_t>(count));
+void ReserveForWriting(WorkerPool& pool, std::vector<T>& list, std::int64_t count) {
+  if (static_cast<std::int64_t>(list.capacity()) >= count) return;
+  list = {};
+  ReserveOnLargePages(list, static_cast<std::size_t>(count));
+  TouchPages(pool, list.data(), static_cast<std::size_t>(count) * sizeof(T));
+}
+// New elements of two lists, which are set to 0: one worker each.
+template <class T, class S>
+void ResizeForWriting(WorkerPool& pool, std::vector<T>& first, std::int64_t firsts, std::vector<S>& second,
+                      std::int64_t seconds) {
+  ReserveForWriting(pool, first, firsts), ReserveForWriting(pool, second, seconds);
+  pool.Run(2, [&](int worker) {
+    worker == 0 ? first.resize(static_cast<std::size_t>(firsts)) : second.resize(static_cast<std::size_t>(seconds));
+  });
 }
 
 // A bit for each node of the array: outside. Nodes beyond the box have none.

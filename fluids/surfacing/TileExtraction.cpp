@@ -28,6 +28,7 @@ struct TileLayer {
   std::uint32_t cells = 0, sampled = 0;  // how many, then the number of the first
   std::uint32_t points = 0, triangles = 0;
   std::int64_t pointBegin = 0, triangleBegin = 0;
+  bool cutAtEnd = false;  // some cell at the end of the box, whose tiles not all are there, has a cut edge
 };
 
 // Values of one cell's samples. Whole elements of grids, as these stand on large pages and aren't cleared.
@@ -95,7 +96,7 @@ class TileExtraction {
         layers_(At(field.grid.dims.z)),
         rowBegin_(At(field.grid.dims.y) * At(field.grid.dims.z) + 1, 0) {}
 
-  bool Run(const Vec3D& origin, double spacing, TriMeshSTL& mesh) {
+  bool Run(const Vec3D& origin, double spacing, TriMeshSTL& mesh, bool& allUsed) {
     const int low = field_.low.z, high = field_.high.z;
     ForLayers(pool_, low, high + 1, [&](int k) { FindMixed(k); });
     ForLayers(pool_, low, high + 1, [&](int k) { CountCells(k); });
@@ -112,15 +113,16 @@ class TileExtraction {
     ForLayers(pool_, low, high + 1, [&](int k) { FindCells(k); });
     ForLayers(pool_, low, high + 1, [&](int k) { FindCuts(k); });
     std::int64_t points = 0, triangles = 0;
+    allUsed = true;
     for (int k = low; k <= high; ++k) {
       TileLayer& layer = layers_[At(k)];
+      allUsed &= !layer.cutAtEnd;
       layer.pointBegin = points, layer.triangleBegin = triangles;
       points += layer.points, triangles += layer.triangles;
     }
     constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
     if (points > kMost || triangles > kMost) return false;
-    ResizeForWriting(pool_, mesh.Triangles(), triangles);
-    ResizeForWriting(pool_, mesh.Points(), points);
+    ResizeForWriting(pool_, mesh.Triangles(), triangles, mesh.Points(), points);
     ForLayers(pool_, low, high + 1, [&](int k) { PlacePoints(k, origin, spacing, mesh.Points()); });
     ForLayers(pool_, low, high, [&](int k) { PlaceTriangles(k, mesh); });
     return true;
@@ -285,12 +287,14 @@ class TileExtraction {
         cell.cut ^= tile_.cutBits[n][signs];
         cell.vertices |= tile_.vertexBits[n][signs];
       }
-      bool atEnd = false;
+      bool atEnd = false, atBegin = false;
       for (int axis = 0; axis < 3; ++axis) {
+        atBegin |= at[axis] == field_.low[axis];
         if (at[axis] != field_.high[axis]) continue;
         cell.cut &= tile_.edgesWithin[axis];
         atEnd = true;
       }
+      layer.cutAtEnd |= (atBegin || atEnd) && cell.cut != 0;
       cell.points = layer.points;
       layer.points += static_cast<std::uint32_t>(std::popcount(cell.cut));
       if (atEnd) cell.vertices = 0;  // the box holds no tile there
@@ -332,6 +336,7 @@ class TileExtraction {
 
   void PlaceTriangles(int k, TriMeshSTL& mesh) {
     VecInt3D* triangle = mesh.Triangles().data() + layers_[At(k)].triangleBegin;
+    VecInt3D made[kMostTriangles];  // MakeTriangles writes beyond what it makes
     ForCells(k, [&](const TileCell& cell, int, TileCell* const(&cells)[8]) {
       if (cell.vertices == 0) return;
       std::uint64_t cut[8];
@@ -340,7 +345,6 @@ class TileExtraction {
         cut[n] = cells[n] ? cells[n]->cut : 0;
         first[n] = cells[n] ? static_cast<std::int32_t>(layers_[At(k + (n >> 2))].pointBegin + cells[n]->points) : 0;
       }
-      VecInt3D made[kMostTriangles];
       triangle = std::copy(made, MakeTriangles(tile_, cell.vertices, cut, first, made), triangle);
     });
   }
@@ -360,8 +364,8 @@ class TileExtraction {
 }  // namespace
 
 bool ExtractTiles(const SurfaceField& field, Interpolation sampling, const Vec3D& origin, double spacing,
-                  WorkerPool& pool, TriMeshSTL& mesh) {
-  return TileExtraction(field, sampling, pool).Run(origin, spacing, mesh);
+                  WorkerPool& pool, TriMeshSTL& mesh, bool& allUsed) {
+  return TileExtraction(field, sampling, pool).Run(origin, spacing, mesh, allUsed);
 }
 
 }  // namespace orlix
