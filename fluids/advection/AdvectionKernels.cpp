@@ -166,6 +166,7 @@ void CarryForward(const AdvectionField& back, const std::vector<Group>& groups, 
       touched.Add(quantity->source.values), touched.Add(quantity->scratch.forward);
       ClearOuterRows(quantity->scratch.forward);
     }
+    touched.Add(group.scratch().traced);
   }
   const auto write = [&](int p, AdvectionRun& run) {
     const Group& group = groups[p];
@@ -210,6 +211,7 @@ void CorrectBackward(const AdvectionField& field, const std::vector<Group>& grou
       ahead[p].push_back({quantity->scratch.forward, quantity->source.offset, nullptr, quantity->source.sampling, {}});
       touched.Add(quantity->scratch.forward), touched.Add(quantity->source.values), touched.Add(quantity->result);
     }
+    touched.Add(groups[p].scratch().traced);
   }
   const auto correct = [&](int p, AdvectionRun& run) {
     const Group& group = groups[p];

@@ -94,6 +94,8 @@ double CorrectCell(const MacCormackRow& row, int l, double back) {
   return corrected < low ? low : high < corrected ? high : corrected;
 }
 
+constexpr int kWidestBlock = 8;
+
 // Each row of a box becomes the hull of the rows up to reach away along y (axis 1) or z.
 void WidenAlong(RowSpans& rows, const VecInt3D& n, const VecInt3D& low, const VecInt3D& high, int axis, int reach,
                 WorkerPool& pool) {
@@ -129,7 +131,11 @@ RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach,
   WidenAlong(wide, n, low, high, 1, reach.y, pool);
   WidenAlong(wide, n, low, high, 2, reach.z, pool);
   for (RowSpan& span : wide) {
-    if (!span.IsEmpty()) span = {std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
+    if (span.IsEmpty()) continue;
+    span = {std::max(span.first - reach.x, 1), std::min(span.last + reach.x, n.x - 1)};
+    // Cells that don't fill a block are traced one by one, each for as long as a block takes.
+    span.first = std::max(std::min(span.first, span.last - kWidestBlock), 1);
+    span.last = std::min(std::max(span.last, span.first + kWidestBlock), n.x - 1);
   }
   return wide;
 }

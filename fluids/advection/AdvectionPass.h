@@ -89,7 +89,8 @@ class AdvectionPass {
 // How far from a cell a trace with this field may sample, in cells: what stands at that many from it on each side, and
 // nothing beyond. Reads all of the velocity.
 VecInt3D FurthestReach(const AdvectionField& field, AdvectionSampling sampling, const VecInt3D& n, WorkerPool& pool);
-// The interior cells that have one of the rows' cells within reach. n: cells of the grid.
+// The interior cells that have one of the rows' cells within reach, and more where a row would have few. n: cells of
+// the grid.
 RowSpans Widened(const RowSpans& rows, const VecInt3D& n, const VecInt3D& reach, WorkerPool& pool);
 
 // Shares of the interior layers, [ends[w], ends[w + 1]) for worker w: each has about as many reached cells, as smoke
@@ -114,29 +115,38 @@ inline RowSpans WholeRows(const VecInt3D& n) {
 // Grids whose rows a loop goes along: each once.
 class TouchedGrids {
  public:
-  void Add(const GridView<const double>& grid) {
-    for (const GridView<const double>& other : grids_) {
-      if (other.data == grid.data) return;
+  template <class T>
+  void Add(const GridView<T>& grid) {
+    const auto* data = reinterpret_cast<const char*>(grid.data);
+    for (const Touched& other : grids_) {
+      if (other.data == data) return;
     }
-    grids_.push_back(grid);
+    grids_.push_back({data, grid.dims, sizeof(T)});
   }
   // Rows [first, last) of a layer that is some layers ahead, from a run's cells on. Samples choose their rows, so that
   // the processor's own fetching doesn't see what comes next. Inlined: a function that does nothing but fetch is one
   // without effect to the compiler, which leaves out its calls.
   ORLIX_INLINE void FetchAhead(const AdvectionRun& run, int first, int last) const {
+    constexpr std::int64_t kLine = 64;
     const int k = run.k + kLayersAhead;
-    for (const GridView<const double>& grid : grids_) {
-      if (k >= grid.dims.z) continue;
-      for (int j = std::max(first, 0); j < std::min(last, grid.dims.y); ++j) {
-        const double* row = grid.data + grid.Index(run.begin, j, k);
-        for (int i = 0; i < run.count; i += 8) __builtin_prefetch(row + i);
+    for (const Touched& grid : grids_) {
+      const VecInt3D& n = grid.dims;
+      if (k >= n.z) continue;
+      for (int j = std::max(first, 0); j < std::min(last, n.y); ++j) {
+        const char* row = grid.data + ((std::int64_t(k) * n.y + j) * n.x + run.begin) * grid.cellBytes;
+        for (std::int64_t b = 0; b < run.count * grid.cellBytes; b += kLine) __builtin_prefetch(row + b);
       }
     }
   }
 
  private:
   static constexpr int kLayersAhead = 3;
-  std::vector<GridView<const double>> grids_;
+  struct Touched {
+    const char* data;
+    VecInt3D dims;
+    std::int64_t cellBytes;
+  };
+  std::vector<Touched> grids_;
 };
 
 // Goes through the passes row by row and run by run, side by side, so that what they read of the velocity is still near
