@@ -87,7 +87,9 @@ bool Grid_VolumeFractions::PrepareGrid(int axis, int kind, const GridSpace& spac
   }
   grid->space = space;  // an edge grid's array says nothing about its lattice
   grid->valueOffset = 0, grid->valueScale = 1;
-  std::fill_n(grid->data, grid->count, 0.0f);  // which, unlike a loop, goes as fast as memory
+  ParallelRange(scene->pool(), 0, dims.z, [&](int k0, int k1, int) {
+    std::fill_n(&(*grid)(0, 0, k0), std::int64_t(k1 - k0) * grid->slab, 0.0f);
+  });
   return true;
 }
 
