@@ -1,15 +1,58 @@
 #include "run/FrameResults.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <system_error>
 
+#include "exchange/OutputType.h"
 #include "fluids/caches/Cache_OperatorBase.h"
+#include "fluids/caches/MeshCacher.h"
+#include "fluids/surfacing/ImplicitMesher.h"
+#include "fluids/surfacing/SurfaceReconstructor.h"
 #include "host/files/FrameFiles.h"
 
 namespace orlix {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+bool IsPlayed(const BaseObject& mesher) {
+  const std::vector<BaseObject*> caches = mesher.document().ObjectsOfType(kMeshCacheTypeId);
+  return std::any_of(caches.begin(), caches.end(), [&](const BaseObject* cache) {
+    const InExcludeData* list = cache->GetInExclude(MeshCacher::kMeshersId);
+    return list && std::any_of(list->entries.begin(), list->entries.end(),
+                               [&](const auto& entry) { return entry.target == mesher.creationNumber(); });
+  });
+}
+
+// A run is no rendering: surfaces that are left to those aren't in its results.
+void TellLeftOut(const RunState& state) {
+  const std::vector<BaseObject*> outputs = state.document.ObjectsOfType(OutputSettings::Type().id);
+  const bool shows = std::any_of(outputs.begin(), outputs.end(), [](const BaseObject* object) {
+    const OutputSettings output = OutputSettings::Read(*object);
+    return output.pictures || output.usd || output.meshes != MeshOutput::None;
+  });
+  if (!shows) return;
+  for (const BaseObject* mesher : state.document.ObjectsOfType(ImplicitMesher::Type().id)) {
+    const BaseObject* input = mesher->GetLink(ImplicitMesher::kInputId);
+    const bool inputLater = input && input->typeId() == SurfaceReconstructor::Type().id &&
+                            input->GetBool(SurfaceReconstructor::kRenderOnlyId);
+    if ((!inputLater && !mesher->GetBool(ImplicitMesher::kRenderOnlyId)) || IsPlayed(*mesher)) continue;
+    state.warnings.Tell(
+        {mesher->Path(), "render-only",
+         fmt::format("the results of a run don't have it, as render_only leaves {} to renderings; turn that off, or "
+                     "make pictures by orlix render",
+                     inputLater ? "\"" + input->Path() + "\"" : "it"),
+         state.frame});
+  }
+}
+
+}  // namespace
+
 Status FrameResults::BeforeRun(const RunState& state) {
+  if (outputs_ && !state.standsAlone) TellLeftOut(state);
   if (!output_) output_ = std::make_unique<FrameOutput>(state.document, state.outputFolder);
   return {};
 }

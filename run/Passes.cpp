@@ -10,7 +10,9 @@
 #include "fluids/caches/ParticleCacher.h"
 #include "fluids/particle_renderer/ParticleLook.h"
 #include "fluids/particles/KindChoices.h"
+#include "fluids/surfacing/LevelSetSmoother.h"
 #include "fluids/surfacing/MeshOperator.h"
+#include "fluids/surfacing/SurfaceReconstructor.h"
 #include "fluids/volume_renderer/GasSettings.h"
 #include "fluids/volumes/MultiVolume.h"
 #include "host/objects/HasTrack.h"
@@ -191,6 +193,14 @@ class PassFinder {
   std::map<std::uint64_t, std::vector<const BaseObject*>> operators_;
 };
 
+// From a level set or particles, once a frame. One whose constraints choose among particles leaves marks on them.
+bool MakesSurfaces(const BaseObject& object) {
+  const int type = object.typeId();
+  if (type == SurfaceReconstructor::Type().id) return !object.GetBool(SurfaceReconstructor::kFilterId);
+  return type == ImplicitMesher::Type().id || type == LevelSetSmoother::Type().id ||
+         type == MeshCurvatureOperator::Type().id || type == MeshSmoothingOperator::Type().id;
+}
+
 // Whether the first particle material that means any of the group's kinds shows it.
 bool IsShown(const BaseDocument& document, const BaseObject& group, std::uint32_t kinds) {
   std::uint32_t hidden = 0, decided = 0;
@@ -270,6 +280,27 @@ std::vector<Pass> FindPasses(const BaseDocument& document, PassResults results) 
     passes.push_back(std::move(pass));
   }
   return passes;
+}
+
+std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document) {
+  std::set<std::uint64_t> makers;
+  document.ForEachObject([&](const BaseObject& object) {
+    if (MakesSurfaces(object) && object.tags().empty()) makers.insert(object.creationNumber());
+  });
+  // Until nothing changes: whom another object links to works for that one; whoever changes what another one makes
+  // works with that one.
+  for (std::size_t before = makers.size() + 1; before != makers.size();) {
+    before = makers.size();
+    document.ForEachObject([&](const BaseObject& object) {
+      if (object.typeId() == OutputSettings::Type().id) return;
+      ForEachTarget(object, [&](const Parameter&, const BaseObject& target, std::uint32_t) {
+        if (!makers.contains(object.creationNumber())) makers.erase(target.creationNumber());
+        const bool changes = IsA(object, kLinkOperator) && IsA(target, kLinkVolume | kLinkGeometry);
+        if (changes && !makers.contains(target.creationNumber())) makers.erase(object.creationNumber());
+      });
+    });
+  }
+  return makers;
 }
 
 bool AllStandAlone(const std::vector<Pass>& passes) {

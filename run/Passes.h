@@ -24,6 +24,10 @@ struct Pass {
 enum class PassResults { Run, Pictures, Slices };  // all of a run; pictures or slices of every frame alone
 std::vector<Pass> FindPasses(const BaseDocument& document, PassResults results);
 
+// Nodes that make surfaces from which nothing but results is made: in frames without any they may rest. By their
+// objects' creation numbers.
+std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document);
+
 // Whether caches play all that is asked for, so that nothing has to be simulated.
 bool AllStandAlone(const std::vector<Pass>& passes);
 // What works in a run of passes.

@@ -93,7 +93,7 @@ Status SceneRun::RunFrame(int frame, const FramePlan& plan) {
   const auto since = [](Clock::time_point then) { return std::chrono::duration<double>(Clock::now() - then).count(); };
   const auto start = Clock::now();
   state_.frame = frame;
-  state_.wanted = plan.Wants(frame);
+  state_.wanted = observer_.isWanted = plan.Wants(frame);
   PrepareInterrupt(plan);
   BaseDocument& document = state_.document;
   for (FrameListener* listener : listeners_) {
@@ -130,6 +130,7 @@ Status SceneRun::Run(const FramePlan& plan) {
   state_.lastFrame = plan.last;
   state_.startFrame = plan.start;
   observer_.wantsHash = std::any_of(listeners_.begin(), listeners_.end(), [](auto* l) { return l->WantsHash(); });
+  if (observer_.wantsHash) observer_.restingNodes.clear();  // of all that is there
   for (FrameListener* listener : listeners_) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }

@@ -170,7 +170,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   plan->wanted = all.left, plan->last = all.left.back();
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
-  if (plan->onlyWanted) run.StandAlone(NodesOf(passes));
+  plan->onlyWanted ? run.StandAlone(NodesOf(passes)) : run.LetRest(FindSurfaceMakers(document));
   Progress progress(program.console);
   if (!options.preview) pictures.work = &work;
   if (!program.options.quiet) {

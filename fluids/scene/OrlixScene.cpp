@@ -70,6 +70,10 @@ bool OrlixScene::PassHas(const iBase& node) const {
   return host_.observer.passNodes->contains(node.handler.hostObject()->creationNumber());
 }
 
+bool OrlixScene::MayRest(const iBase& node) const {
+  return host_.observer.restingNodes.contains(node.handler.hostObject()->creationNumber());
+}
+
 bool OrlixScene::IsMoved(const iBase& node) const {
   bool moved = false;
   ForEachNode(NODE_CHANNEL, NODE_PARTICLES,

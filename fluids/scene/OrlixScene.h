@@ -121,6 +121,9 @@ class OrlixScene final : public Scene {
   // A pass over what caches play back, and whether a node has a part in it.
   bool IsPass() const { return host_.observer.passNodes != nullptr; }
   bool PassHas(const iBase& node) const;
+  // Whether a node rests in some frames, and in this one.
+  bool MayRest(const iBase& node) const;
+  bool Rests(const iBase& node) const { return !host_.observer.isWanted && MayRest(node); }
   // The run is over: all nodes tell what they can say only now.
   void Conclude();
   // A cache plays this node back, or is told to.

@@ -50,6 +50,7 @@ std::vector<iObject*> StageRunner::Collect() const {
 // In a pass nothing is simulated: of the stages before the visual ones, volumes are made, caches load, and what they
 // play takes in what it got.
 bool StageRunner::HasPart(const iObject& node) const {
+  if (scene_.Rests(node)) return false;
   if (!scene_.IsPass() || node.GetNodeBaseType() == NODE_CACHE) return true;
   if (!scene_.PassHas(node)) return false;
   return scene_.stage < kStageEmitters || scene_.stage > kStageFinish || node.HasFlag(NodeFromCache);

@@ -98,6 +98,9 @@ struct StepObserver {
   // Frames stand alone: nothing is simulated, and of the nodes only these (by their objects' creation numbers) work on
   // what caches play back. Null: a simulation.
   const std::set<std::uint64_t>* passNodes = nullptr;
+  // Nodes, likewise, that rest in frames whose results nobody wants: what they make goes nowhere else.
+  std::set<std::uint64_t> restingNodes;
+  bool isWanted = true;  // the frame that is being made
   std::function<void(const SubstepReport&)> onSubstep;
   Warnings warnings;
 };

@@ -105,7 +105,7 @@ void SurfaceReconstructor::Advise() {
 }
 
 void SurfaceReconstructor::Conclude() {
-  if (everMade_ || (renderOnly_ && !scene->rendering) || scene->IsPlayed(*this)) return;
+  if (everMade_ || (renderOnly_ && !scene->rendering) || scene->IsPlayed(*this) || scene->MayRest(*this)) return;
   Warn("no-surface", "no particle of the kind was ever there: no level set was made; look at source and kind");
 }
 

@@ -9,6 +9,7 @@
 #include "exchange/OutputType.h"
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/scene/RootObject.h"
+#include "fluids/surfacing/ImplicitMesher.h"
 #include "globals/ByteSize.h"
 #include "globals/Hash.h"
 #include "host/files/HyperFile.h"
@@ -21,6 +22,7 @@
 #include "run/SceneRun.h"
 #include "scene_file/SceneReader.h"
 #include "tests/run/PlumeScene.h"
+#include "tests/run/WaterScene.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/GasScene.h"
 #include "tests/support/RepairHyperFile.h"
@@ -101,6 +103,70 @@ TEST(SceneRun, AnErrorOfAListenerEndsTheRun) {
   failed.witness.failAt = 4;
   EXPECT_EQ(failed.Run().error().kind, ErrorKind::Output);
   EXPECT_EQ(failed.witness.log, "begin2-5 2! 3! 4! end");
+}
+
+// What surfaces are made of in each frame, and the points of the last one's mesh.
+struct SurfaceWitness : FrameListener {
+  int made = 0;
+  std::vector<Vec3D> points;
+  Status AfterFrame(const RunState& state) override {
+    const auto& scene = *state.hook.scenes().begin()->second;
+    scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](const iBase& node) {
+      const auto* mesher = dynamic_cast<const ImplicitMesher*>(&node);
+      if (!mesher) return;
+      made += mesher->Mesh().Points() != points;
+      points = mesher->Mesh().Points();
+    });
+    return {};
+  }
+};
+
+TEST(SceneRun, SurfacesRestInFramesThatNobodyWantsUnlessTheSimulationReadsThem) {
+  struct Case {
+    std::string more, outputs;
+    std::set<std::string> resting;
+  };
+  const std::string record = R"({ "type": "cache_mesh", "mode": "record", "folder_source": "own", "folder": "c",
+      "meshers": ["Surface"] })";
+  for (const Case& each : {
+           Case{R"({ "type": "mop_smoothing", "name": "Smooth", "source": "Surface" })",
+                "",
+                {"Level", "Surface", "Smooth"}},
+           Case{"", R"({ "file_name": "a", "vdb": true, "grids": ["Level"] })", {"Level", "Surface"}},
+           Case{R"({ "type": "levelset_smoother", "name": "Smooth", "source": "Level" },
+                   { "type": "levelset_smoother", "name": "Round", "source": "Column volume" })",
+                "",
+                {"Level", "Surface", "Smooth"}},
+           Case{R"({ "type": "levelset_smoother", "name": "Smooth", "source": "Level" },
+                   { "type": "volume", "name": "Wet", "object": "Surface" })",
+                "",
+                {}},
+           Case{R"({ "type": "constraint_volume", "name": "In", "volume": "Level" })", "", {"Surface"}},
+           Case{record, "", {}},
+       }) {
+    Engine engine;
+    const auto scene = ReadSceneText("s.json", test::WaterScene(each.more, each.outputs), engine.types);
+    ASSERT_TRUE(scene.ok()) << scene.error().text;
+    std::set<std::string> names;
+    for (const std::uint64_t number : FindSurfaceMakers(*scene->document)) {
+      names.insert(scene->document->FindObject(number)->name);
+    }
+    EXPECT_EQ(names, each.resting) << each.more;
+  }
+  std::vector<Vec3D> points[2];
+  for (const bool rest : {false, true}) {
+    Engine engine;
+    const auto scene = ReadSceneText("s.json", test::WaterScene("", ""), engine.types);
+    WorkerPool pool(2);
+    SceneRun run(engine, *scene->document, pool, "");
+    SurfaceWitness witness;
+    run.AddListener(witness);
+    if (rest) run.LetRest(FindSurfaceMakers(*scene->document));
+    ASSERT_TRUE(run.Run(*PlanFrames(*scene->document, std::vector<int>{2, 5})).ok());
+    EXPECT_EQ(witness.made, rest ? 2 : 6);
+    points[rest] = witness.points;
+  }
+  EXPECT_EQ(points[0], points[1]);
 }
 
 // --- frame list -----------------------------------------------------------------------------------------------------
