@@ -48,10 +48,15 @@ ORLIX_MULTIVERSION void FillGuessRow(const GuessRow& row, const TriangleTerms* t
       least = nearer ? squared : least;
       found = nearer ? (found & 0) | triangle : found;
     }
-    for (int l = i; l <= last; ++l) {
-      const double distance = std::sqrt(least[l - i]);
-      if (distance < row.distance[l]) row.distance[l] = distance, row.closest[l] = std::int32_t(found[l - i]);
-    }
+    double roots[kLanes];  // from memory all are taken at once, of lanes one by one
+    std::memcpy(roots, &least, sizeof roots);
+    for (double& root : roots) root = std::sqrt(root);
+    Lanes distance, best;
+    std::memcpy(&distance, roots, sizeof distance), std::memcpy(&best, row.distance + i, sizeof best);
+    const auto nearer = distance < best;
+    best = nearer ? distance : best;
+    std::memcpy(row.distance + i, &best, sizeof best);
+    for (int l = 0; l < kLanes; ++l) row.closest[i + l] = nearer[l] ? std::int32_t(found[l]) : row.closest[i + l];
   }
 }
 

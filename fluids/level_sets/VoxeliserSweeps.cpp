@@ -78,6 +78,7 @@ struct SweepField {
   int stride;       // cells from node to node
   double boundError;
 
+  float Place(int index) const { return static_cast<float>(stride * index); }
   // The square of a distance in cells and what a bound may be too large by: no triangle that is nearer has a larger
   // one.
   float InCells(double metres) const {
@@ -110,18 +111,15 @@ struct SweepRow {
   }
 };
 
-// From node l of the row: how far outside of the triangle's plane and edges it lies, cells.
-ORLIX_INLINE void OutsideOf(BoundLanes& outside, const SweepField& field, const SweepRow& row, int l,
-                            std::int32_t triangle) {
-  const SweepBound& b = field.bounds[triangle];
-  const auto place = [&](int index) { return static_cast<float>(field.stride * index); };
-  outside = b.x * place(row.low + l) + (b.y * place(row.j) + b.z * place(row.k) - b.offset);
+// How far outside of the triangle's plane and edges a node at a place of the lattice lies, cells.
+ORLIX_INLINE void OutsideOf(BoundLanes& outside, const SweepBound& b, float x, float y, float z) {
+  outside = b.x * x + (b.y * y + b.z * z - b.offset);
 }
 
-// The square of the distance (cells) or less, but for rounding.
+// The square of the distance (cells) of node l of the row or less, but for rounding.
 ORLIX_INLINE float LeastSquared(const SweepField& field, const SweepRow& row, int l, std::int32_t triangle) {
   BoundLanes t;
-  OutsideOf(t, field, row, l, triangle);
+  OutsideOf(t, field.bounds[triangle], field.Place(row.low + l), field.Place(row.j), field.Place(row.k));
   const float edge = std::max(std::max(t[1], t[2]), std::max(t[3], 0.0f));
   return t[0] * t[0] + edge * edge;
 }
@@ -134,6 +132,7 @@ struct RowWork {
   int actives;
   std::int16_t active[kNodes + 1];
   float limit[kNodes], least[kNodes];  // cells^2: of the node's distance, and of its candidates' bounds
+  float place[kNodes];                 // of the node along x, cells
   double best[kNodes];
   std::int32_t found[kNodes], order[kNodes];  // of the triangle that is best so far; order -1: the node's own
   double inRow[kNodes];                       // the distance to the triangle of the neighbour in the row
@@ -230,6 +229,7 @@ ORLIX_INLINE int ListCandidates(const SweepField& field, const SweepRow& row, Ro
   work.actives = actives;
   for (int a = 0; a < actives; ++a) {
     work.best[a] = field.distance[row.begin + work.active[a]];
+    work.place[a] = field.Place(row.low + work.active[a]);
     work.limit[a] = field.InCells(work.best[a]);
     work.inRow[a] = std::numeric_limits<double>::max();
     work.order[a] = -1;
@@ -254,11 +254,12 @@ ORLIX_INLINE void BoundCandidates(const SweepField& field, const SweepRow& row, 
     work.triangle[c] = t;
     __builtin_prefetch(field.bounds + t);
   }
+  for (int c = count; c % 4 != 0; ++c) work.node[c] = work.node[c - 1], work.triangle[c] = work.triangle[c - 1];
+  const float y = field.Place(row.j), z = field.Place(row.k);
   for (int c = 0; c < count; c += 4) {
     BoundLanes t[4];
     for (int l = 0; l < 4; ++l) {
-      const int here = std::min(c + l, count - 1);
-      OutsideOf(t[l], field, row, work.active[work.node[here]], work.triangle[here]);
+      OutsideOf(t[l], field.bounds[work.triangle[c + l]], work.place[work.node[c + l]], y, z);
     }
     // A lane for each candidate.
     const BoundLanes low01 = __builtin_shufflevector(t[0], t[1], 0, 4, 1, 5);
@@ -311,8 +312,10 @@ ORLIX_INLINE void MeasureCandidates(const SweepField& field, const SweepRow& row
     const LaneVector<Lanes> p{Lanes{place(0), place(1), place(2), place(3)}, zero + row.y, zero + row.z};
     Lanes squared;
     LaneSquaredDistances(squared, p, lanes);
-    for (int l = 0; l < kLanes; ++l) work.distance[c + l] = std::sqrt(squared[l]);
+    std::memcpy(work.distance + c, &squared, sizeof squared);
   }
+  // Lanes that are loaded anew, as the compiler takes the roots of a lane's elements one by one.
+  for (int c = 0; c < count; ++c) work.distance[c] = std::sqrt(work.distance[c]);
 }
 
 ORLIX_INLINE void TryCandidates(const SweepField& field, const SweepRow& row, std::int32_t* selected, int count,
@@ -369,7 +372,8 @@ struct RowAhead {
       LaneTriangle<double> lanes;
       Broadcast(lanes, field.triangles[t]);
       LaneSquaredDistances(squared, LaneVector<Lanes>{x, zero + row.y, zero + row.z}, lanes);
-      for (int lane = 0; lane < kLanes; ++lane) distance[lane] = std::sqrt(squared[lane]);
+      std::memcpy(distance, &squared, sizeof squared);
+      for (double& d : distance) d = std::sqrt(d);
     }
     return distance[l - first];
   }
