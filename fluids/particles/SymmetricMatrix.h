@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <span>
 
 #include "globals/Vec.h"
 
@@ -23,7 +24,13 @@ struct EigenSystem {
   double values[3];
   Vec3D vectors[3];
 };
-EigenSystem EigenSystemOf(const Matrix3& symmetric);
+// Of many at once, which are turned side by side; each comes out as if it were alone. As many systems as matrices.
+void FindEigenSystems(std::span<const Matrix3> symmetric, std::span<EigenSystem> systems);
+inline EigenSystem EigenSystemOf(const Matrix3& symmetric) {
+  EigenSystem system;
+  FindEigenSystems({&symmetric, 1}, {&system, 1});
+  return system;
+}
 
 // The sum of d[k] times the outer product of axes[k] with itself.
 Matrix3 StretchAlong(const Vec3D axes[3], const double d[3]);

@@ -303,8 +303,9 @@ double Determinant(const Matrix3& a) { return Dot(a.Row(0), Cross(a.Row(1), a.Ro
 TEST(SymmetricMatrix, EigenvectorsTurnBackIntoTheMatrix) {
   std::mt19937 random(2);
   std::uniform_real_distribution<double> d(-1, 1);
-  for (int n = 0; n < 200; ++n) {
-    Matrix3 a;
+  std::vector<Matrix3> all(201);
+  for (std::size_t n = 0; n < 200; ++n) {
+    Matrix3& a = all[n];
     for (int r = 0; r < 3; ++r) {
       for (int c = r; c < 3; ++c)
         a.m[r][c] = a.m[c][r] = n % 5 == 0 && r != c ? 0 : d(random) * (n % 7 == 0 ? 1e-9 : 1);
@@ -321,6 +322,17 @@ TEST(SymmetricMatrix, EigenvectorsTurnBackIntoTheMatrix) {
     }
     const double x = std::fabs(d(random)) + 1e-3;
     EXPECT_NEAR(FastCubeRoot(x) / std::cbrt(x), 1, 1e-4);
+  }
+  // Many at once, of which one is of zeros: as if each were alone.
+  all[200] = {{{0, 0, 0}, {0, 0, 0}, {0, 0, 0}}};
+  std::vector<EigenSystem> together(all.size());
+  FindEigenSystems(all, together);
+  for (std::size_t n = 0; n < all.size(); ++n) {
+    const EigenSystem alone = EigenSystemOf(all[n]);
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_EQ(together[n].values[k], alone.values[k]);
+      EXPECT_EQ(together[n].vectors[k], alone.vectors[k]);
+    }
   }
 }
 
