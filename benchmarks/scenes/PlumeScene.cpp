@@ -75,7 +75,7 @@ void Substep(benchmark::State& state, const std::vector<std::string>& overrides,
 void BM_PlumeSubstep(benchmark::State& state) { Substep(state, {}); }
 void BM_PlumeSubstepTo1e6(benchmark::State& state) { Substep(state, {"Plume/Air.pressure_accuracy=0.35"}); }
 // The same container, of which the tenth around the smoke is computed. Threads, and the frame from which on: a tenth of
-// the container is in the box on average from 35 on, 11.4% from 40 on.
+// the container is in the box on average from 35 on, 11% from 40 on.
 void BM_PlumeSubstepOfATenth(benchmark::State& state) {
   Substep(state, {"Plume/Air.margin=5"}, static_cast<int>(state.range(1)));
 }
