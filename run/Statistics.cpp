@@ -189,6 +189,11 @@ void Statistics::OnWarning(const RunState&, const Warning& warning) {
 Status Statistics::AfterFrame(const RunState& state) {
   for (const auto& [key, scene] : state.hook.scenes()) {
     FrameSums& sums = sums_[scene->Name()];
+    for (const auto& [stage, seconds] : scene->VisualSeconds().stages) {
+      sums.stages[stage] += seconds;
+      sums.total.seconds += seconds;
+    }
+    for (const auto& [node, seconds] : scene->VisualSeconds().nodes) sums.nodes[node] += seconds;
     // Anew: what is played back or made after the sub-steps counts too.
     sums.total.hash = scene->HashState(&sums.total.gridHashes);
     Json json = {{"kind", "frame"},

@@ -468,10 +468,16 @@ bool OrlixScene::Simulate(bool updateOnly) {
 }
 
 void OrlixScene::VisualStage() {
-  for (std::int32_t s = kStageStartVisual; s <= kStageVisualPost; ++s) {
+  substepReport_.nodeSeconds.clear();  // the last sub-step's were told
+  bool whole = true;
+  for (std::int32_t s = kStageStartVisual; s <= kStageVisualPost && whole; ++s) {
+    const auto start = std::chrono::steady_clock::now();
     SetStage(s);
-    if (!StageRunner(*this, false).Run()) return;
+    whole = StageRunner(*this, false).Run();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    visualSeconds_.stages.emplace_back(s, seconds.count());
   }
+  visualSeconds_.nodes = std::move(substepReport_.nodeSeconds);
 }
 
 // --- state and reports -----------------------------------------------------------------------------------------------

@@ -131,6 +131,8 @@ class OrlixScene final : public Scene {
   // Some node carries it. See iBase::Moves.
   bool IsMoved(const iBase& node) const;
   // The outcome of a solve, for the statistics of this sub-step.
+  // What the frame's own stages took, after its sub-steps.
+  const SpentSeconds& VisualSeconds() const { return visualSeconds_; }
   void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
   const std::optional<Error>& failure() const { return failure_; }
@@ -187,6 +189,7 @@ class OrlixScene final : public Scene {
   std::optional<Error> failure_;
   std::optional<PlayedBounds> playedBounds_;
   SubstepReport substepReport_;
+  SpentSeconds visualSeconds_;
 };
 
 }  // namespace orlix

@@ -99,6 +99,7 @@ RootSettings OrlixScene::BeginStep(bool renderingFrame, bool& containerChanged) 
   clock.Attach(*handler.GetDocument());
   clock.Update(settings.startFrame, settings.endFrame, settings.documentRange);
   SetFlag(TimeMoved, clock.time != clock.lastTime);
+  visualSeconds_ = {};
   threadCount = settings.maxThreads >= 1 ? std::min(HostWorkers(), settings.maxThreads) : HostWorkers();
   host_.pool.Limit(threadCount);
   rendering = renderingFrame;

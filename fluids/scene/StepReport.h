@@ -53,6 +53,12 @@ struct LiquidReport {
 // By "node path:type/part/grid", in the order of the state.
 using GridHashes = std::vector<std::pair<std::string, std::uint64_t>>;
 
+// By stages and by nodes, s of the clock on the wall.
+struct SpentSeconds {
+  std::vector<std::pair<std::int32_t, double>> stages;
+  std::vector<std::pair<std::string, double>> nodes;
+};
+
 struct SubstepReport {
   std::string scene;
   std::int32_t frame = 0;

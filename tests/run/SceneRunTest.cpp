@@ -111,6 +111,7 @@ struct SurfaceWitness : FrameListener {
   std::vector<Vec3D> points;
   Status AfterFrame(const RunState& state) override {
     const auto& scene = *state.hook.scenes().begin()->second;
+    EXPECT_FALSE(scene.VisualSeconds().stages.empty());
     scene.ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](const iBase& node) {
       const auto* mesher = dynamic_cast<const ImplicitMesher*>(&node);
       if (!mesher) return;
