@@ -19,8 +19,10 @@ namespace fs = std::filesystem;
 namespace {
 
 bool IsPlayed(const BaseObject& mesher) {
+  using Mode = Cache_OperatorBase::CacheMode;
   const std::vector<BaseObject*> caches = mesher.document().ObjectsOfType(kMeshCacheTypeId);
   return std::any_of(caches.begin(), caches.end(), [&](const BaseObject* cache) {
+    if (cache->GetChoice<Mode>(Cache_OperatorBase::kModeId) != Mode::Playback) return false;
     const InExcludeData* list = cache->GetInExclude(MeshCacher::kMeshersId);
     return list && std::any_of(list->entries.begin(), list->entries.end(),
                                [&](const auto& entry) { return entry.target == mesher.creationNumber(); });
@@ -30,12 +32,13 @@ bool IsPlayed(const BaseObject& mesher) {
 // A run is no rendering: surfaces that are left to those aren't in its results.
 void TellLeftOut(const RunState& state) {
   const std::vector<BaseObject*> outputs = state.document.ObjectsOfType(OutputSettings::Type().id);
-  const bool shows = std::any_of(outputs.begin(), outputs.end(), [](const BaseObject* object) {
+  bool pictures = false, meshes = false;
+  for (const BaseObject* object : outputs) {
     const OutputSettings output = OutputSettings::Read(*object);
-    return output.pictures || output.usd || output.meshes != MeshOutput::None;
-  });
-  if (!shows) return;
+    pictures |= output.pictures, meshes |= output.meshes != MeshOutput::None;
+  }
   for (const BaseObject* mesher : state.document.ObjectsOfType(ImplicitMesher::Type().id)) {
+    if (!meshes && !(pictures && mesher->GetBool(kShownInPicturesId))) continue;
     const BaseObject* input = mesher->GetLink(ImplicitMesher::kInputId);
     const bool inputLater = input && input->typeId() == SurfaceReconstructor::Type().id &&
                             input->GetBool(SurfaceReconstructor::kRenderOnlyId);
@@ -45,7 +48,7 @@ void TellLeftOut(const RunState& state) {
          fmt::format("the results of a run don't have it, as render_only leaves {} to renderings; turn that off, or "
                      "make pictures by orlix render",
                      inputLater ? "\"" + input->Path() + "\"" : "it"),
-         state.frame});
+         state.startFrame});
   }
 }
 

@@ -193,10 +193,16 @@ class PassFinder {
   std::map<std::uint64_t, std::vector<const BaseObject*>> operators_;
 };
 
-// From a level set or particles, once a frame. One whose constraints choose among particles leaves marks on them.
+bool IsReconstructor(const BaseObject& object) { return object.typeId() == SurfaceReconstructor::Type().id; }
+
+// Makes or changes a surface in each frame anew. One that acts in a duration keeps its last surface afterwards, one in
+// another stage than its own may read that of the frame before, and one that filters leaves marks on particles.
 bool MakesSurfaces(const BaseObject& object) {
   const int type = object.typeId();
-  if (type == SurfaceReconstructor::Type().id) return !object.GetBool(SurfaceReconstructor::kFilterId);
+  if (object.GetLink(kDurationId) || object.GetInt(kStageId) != 0 || !object.tags().empty()) return false;
+  if (IsReconstructor(object)) {
+    return !object.GetBool(SurfaceReconstructor::kFilterId) && !HasTrack(object, SurfaceReconstructor::kFilterId);
+  }
   return type == ImplicitMesher::Type().id || type == LevelSetSmoother::Type().id ||
          type == MeshCurvatureOperator::Type().id || type == MeshSmoothingOperator::Type().id;
 }
@@ -285,18 +291,20 @@ std::vector<Pass> FindPasses(const BaseDocument& document, PassResults results) 
 std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document) {
   std::set<std::uint64_t> makers;
   document.ForEachObject([&](const BaseObject& object) {
-    if (MakesSurfaces(object) && object.tags().empty()) makers.insert(object.creationNumber());
+    if (MakesSurfaces(object)) makers.insert(object.creationNumber());
   });
-  // Until nothing changes: whom another object links to works for that one; whoever changes what another one makes
-  // works with that one.
+  // Until nothing changes: none whose surface anything else links to, and none that works on a surface that isn't made
+  // anew by another of them; a reconstructor that reads a mesh reads that of the frame before.
   for (std::size_t before = makers.size() + 1; before != makers.size();) {
     before = makers.size();
     document.ForEachObject([&](const BaseObject& object) {
       if (object.typeId() == OutputSettings::Type().id) return;
       ForEachTarget(object, [&](const Parameter&, const BaseObject& target, std::uint32_t) {
         if (!makers.contains(object.creationNumber())) makers.erase(target.creationNumber());
-        const bool changes = IsA(object, kLinkOperator) && IsA(target, kLinkVolume | kLinkGeometry);
-        if (changes && !makers.contains(target.creationNumber())) makers.erase(object.creationNumber());
+        const bool isSurface = IsA(target, kLinkVolume | kLinkGeometry);
+        if (isSurface && (IsReconstructor(object) || !makers.contains(target.creationNumber()))) {
+          makers.erase(object.creationNumber());
+        }
       });
     });
   }

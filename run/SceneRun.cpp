@@ -130,7 +130,8 @@ Status SceneRun::Run(const FramePlan& plan) {
   state_.lastFrame = plan.last;
   state_.startFrame = plan.start;
   observer_.wantsHash = std::any_of(listeners_.begin(), listeners_.end(), [](auto* l) { return l->WantsHash(); });
-  if (observer_.wantsHash) observer_.restingNodes.clear();  // of all that is there
+  // A hash holds what a surface is made of in each frame.
+  if (observer_.wantsHash || plan.wanted.empty()) observer_.restingNodes.clear();
   for (FrameListener* listener : listeners_) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }

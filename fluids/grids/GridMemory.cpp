@@ -27,8 +27,8 @@ std::align_val_t AlignmentOf(std::size_t bytes) { return std::align_val_t(bytes 
 
 // A container that grows with its smoke gives its grids back at each sub-step and takes ones that are a layer larger:
 // fresh pages would cost more than what is done with them. Blocks have powers of two as sizes, and the last ones that
-// were given back wait here for the next of their size. What lies beyond a grid in its block isn't touched until a
-// larger one has it, and so is no memory.
+// were given back wait here for the next of their size. What lies beyond a large grid in its block isn't touched until
+// a larger one has it, and so is no memory. Small ones are kept as the heap's holes don't take aligned blocks again.
 constexpr std::size_t kLeastKept = std::size_t(1) << 12, kMostKept = std::size_t(32) << 20;
 
 bool IsKept([[maybe_unused]] std::size_t bytes) {

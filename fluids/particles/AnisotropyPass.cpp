@@ -40,7 +40,7 @@ ORLIX_MULTIVERSION void AddMoments(const NearPoints& near, std::size_t count, do
   for (int m = 0; m < 10; ++m) moments[m] += (sums[m][0] + sums[m][1]) + (sums[m][2] + sums[m][3]);
 }
 
-// The weighted covariance, about the nearest point first; false when there is too little to tell.
+// The weighted covariance, from sums about the nearest point; false when there is too little to tell.
 bool Covariance(std::span<const Vec3D> points, std::span<const Neighbour> near, double h, Matrix3& covariance) {
   if (near.empty()) return false;
   const Vec3D centre = points[static_cast<std::size_t>(near[0].index)];

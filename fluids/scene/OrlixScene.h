@@ -121,18 +121,21 @@ class OrlixScene final : public Scene {
   // A pass over what caches play back, and whether a node has a part in it.
   bool IsPass() const { return host_.observer.passNodes != nullptr; }
   bool PassHas(const iBase& node) const;
-  // Whether a node rests in some frames, and in this one.
+  // Whether a node rests in frames whose results nobody wants.
   bool MayRest(const iBase& node) const;
-  bool Rests(const iBase& node) const { return !host_.observer.isWanted && MayRest(node); }
+  // Whether it does now. What the scene's last frame leaves is shown in all frames after it.
+  bool Rests(const iBase& node) const {
+    return !host_.observer.isWanted && clock.frame + 1 < clock.endFrame && MayRest(node);
+  }
   // The run is over: all nodes tell what they can say only now.
   void Conclude();
   // A cache plays this node back, or is told to.
   bool IsPlayed(const iBase& node) const;
   // Some node carries it. See iBase::Moves.
   bool IsMoved(const iBase& node) const;
-  // The outcome of a solve, for the statistics of this sub-step.
   // What the frame's own stages took, after its sub-steps.
   const SpentSeconds& VisualSeconds() const { return visualSeconds_; }
+  // The outcome of a solve, for the statistics of this sub-step.
   void Report(SolverReport report) { substepReport_.solvers.push_back(std::move(report)); }
   // What ended the simulation: a value that is no number, or memory that doesn't suffice. Stays until a hard reset.
   const std::optional<Error>& failure() const { return failure_; }

@@ -105,8 +105,10 @@ void SurfaceReconstructor::Advise() {
 }
 
 void SurfaceReconstructor::Conclude() {
-  if (everMade_ || (renderOnly_ && !scene->rendering) || scene->IsPlayed(*this) || scene->MayRest(*this)) return;
-  Warn("no-surface", "no particle of the kind was ever there: no level set was made; look at source and kind");
+  if (everMade_ || (renderOnly_ && !scene->rendering) || scene->IsPlayed(*this)) return;
+  const char* when = scene->MayRest(*this) ? "in the asked frames" : "ever";
+  Warn("no-surface",
+       fmt::format("no particle of the kind was there {}: no level set was made; look at source and kind", when));
 }
 
 void SurfaceReconstructor::CheckDirty() {

@@ -48,7 +48,9 @@ NumberedName SplitNumber(std::string_view name) {
   std::string_view stem = name.substr(0, name.find_last_not_of("0123456789") + 1);
   if (stem.ends_with('-')) {
     const std::string_view before = stem.substr(0, stem.find_last_not_of('0', stem.size() - 2) + 1);
-    if (const auto negative = FrameOfName(name, before)) return {before, negative};
+    constexpr std::size_t kLeast = 4;  // "10-5" is rather frame 5 of "10-"
+    const auto negative = name.size() - before.size() < kLeast ? std::nullopt : FrameOfName(name, before);
+    if (negative) return {before, negative};
   }
   if (const auto frame = FrameOfName(name, stem)) return {stem, frame};
   return {name, {}};

@@ -22,7 +22,7 @@ std::filesystem::path FramePath(const std::filesystem::path& folder, std::string
                                 std::string_view extension);
 
 // The number after the stem in a file name without its extension; none unless the rest is one or more digits, or a
-// negative number as PadFrame or, after a dot, PadNumber writes it, and an int holds it.
+// negative number as PadFrame with 2 to 6 digits or, after a dot, PadNumber writes it, and an int holds it.
 std::optional<int> FrameOfName(std::string_view name, std::string_view stem);
 
 // A file name without its extension as stem and number; the whole as stem where no number that an int holds ends it.

@@ -142,7 +142,14 @@ TEST(SceneRun, SurfacesRestInFramesThatNobodyWantsUnlessTheSimulationReadsThem) 
                    { "type": "volume", "name": "Wet", "object": "Surface" })",
                 "",
                 {}},
-           Case{R"({ "type": "constraint_volume", "name": "In", "volume": "Level" })", "", {"Surface"}},
+           Case{R"({ "type": "constraint_volume", "name": "In", "volume": "Level" })", "", {}},
+           Case{R"({ "type": "mesher", "name": "Static", "input": "Column volume" },
+                   { "type": "surface_reconstruction", "name": "Again", "source": "Surface" },
+                   { "type": "surface_reconstruction", "name": "Late", "source": "Water", "duration": "First frame" },
+                   { "type": "surface_reconstruction", "name": "Marks", "source": "Water", "filter": true },
+                   { "type": "surface_reconstruction", "name": "Fine", "source": "Water" })",
+                "",
+                {"Fine"}},
            Case{record, "", {}},
        }) {
     Engine engine;
