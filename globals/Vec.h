@@ -59,12 +59,12 @@ constexpr T LengthSquared(const TVec3D<T>& a) {
   return Dot(a, a);
 }
 template <class T>
-T Length(const TVec3D<T>& a) {
+inline T Length(const TVec3D<T>& a) {
   return std::sqrt(Dot(a, a));
 }
 // The unit vector along a; zero stays zero.
 template <class T>
-TVec3D<T> Normalized(const TVec3D<T>& a) {
+inline TVec3D<T> Normalized(const TVec3D<T>& a) {
   const T length = Length(a);
   return length > T(0) ? a / length : TVec3D<T>();
 }
