@@ -2,32 +2,19 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <system_error>
 
 #include "exchange/OutputType.h"
 #include "fluids/caches/Cache_OperatorBase.h"
-#include "fluids/caches/MeshCacher.h"
 #include "fluids/surfacing/ImplicitMesher.h"
-#include "fluids/surfacing/SurfaceReconstructor.h"
 #include "host/files/FrameFiles.h"
+#include "run/Passes.h"
 
 namespace orlix {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-bool IsPlayed(const BaseObject& mesher) {
-  using Mode = Cache_OperatorBase::CacheMode;
-  const std::vector<BaseObject*> caches = mesher.document().ObjectsOfType(kMeshCacheTypeId);
-  return std::any_of(caches.begin(), caches.end(), [&](const BaseObject* cache) {
-    if (cache->GetChoice<Mode>(Cache_OperatorBase::kModeId) != Mode::Playback) return false;
-    const InExcludeData* list = cache->GetInExclude(MeshCacher::kMeshersId);
-    return list && std::any_of(list->entries.begin(), list->entries.end(),
-                               [&](const auto& entry) { return entry.target == mesher.creationNumber(); });
-  });
-}
 
 // A run is no rendering: surfaces that are left to those aren't in its results.
 void TellLeftOut(const RunState& state) {
@@ -39,15 +26,13 @@ void TellLeftOut(const RunState& state) {
   }
   for (const BaseObject* mesher : state.document.ObjectsOfType(ImplicitMesher::Type().id)) {
     if (!meshes && !(pictures && mesher->GetBool(kShownInPicturesId))) continue;
-    const BaseObject* input = mesher->GetLink(ImplicitMesher::kInputId);
-    const bool inputLater = input && input->typeId() == SurfaceReconstructor::Type().id &&
-                            input->GetBool(SurfaceReconstructor::kRenderOnlyId);
-    if ((!inputLater && !mesher->GetBool(ImplicitMesher::kRenderOnlyId)) || IsPlayed(*mesher)) continue;
+    const BaseObject* left = LeftToRenderings(*mesher);
+    if (!left) continue;
     state.warnings.Tell(
         {mesher->Path(), "render-only",
          fmt::format("the results of a run don't have it, as render_only leaves {} to renderings; turn that off, or "
                      "make pictures by orlix render",
-                     inputLater ? "\"" + input->Path() + "\"" : "it"),
+                     left == mesher ? "it" : "\"" + left->Path() + "\""),
          state.startFrame});
   }
 }

@@ -311,6 +311,20 @@ std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document) {
   return makers;
 }
 
+const BaseObject* LeftToRenderings(const BaseObject& mesher) {
+  bool played = false;
+  for (const BaseObject* cache : mesher.document().ObjectsOfType(kMeshCacheTypeId)) {
+    if (!PlaysAlways(*cache, false)) continue;
+    ForEachTarget(*cache,
+                  [&](const Parameter&, const BaseObject& target, std::uint32_t) { played |= &target == &mesher; });
+  }
+  if (played) return nullptr;
+  if (mesher.GetBool(ImplicitMesher::kRenderOnlyId)) return &mesher;
+  const BaseObject* input = mesher.GetLink(ImplicitMesher::kInputId);
+  const bool later = input && IsReconstructor(*input) && input->GetBool(SurfaceReconstructor::kRenderOnlyId);
+  return later ? input : nullptr;
+}
+
 bool AllStandAlone(const std::vector<Pass>& passes) {
   const bool alone = std::all_of(passes.begin(), passes.end(), [](const Pass& pass) { return pass.StandsAlone(); });
   const bool played = std::any_of(passes.begin(), passes.end(), [](const Pass& pass) { return !pass.caches.empty(); });

@@ -28,6 +28,10 @@ std::vector<Pass> FindPasses(const BaseDocument& document, PassResults results);
 // objects' creation numbers.
 std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document);
 
+// The mesher, or the reconstruction that it takes, whichever render_only leaves to renderings; null when a run makes
+// the mesh or a cache plays it.
+const BaseObject* LeftToRenderings(const BaseObject& mesher);
+
 // Whether caches play all that is asked for, so that nothing has to be simulated.
 bool AllStandAlone(const std::vector<Pass>& passes);
 // What works in a run of passes.

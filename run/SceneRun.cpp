@@ -9,6 +9,7 @@
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "fluids/scene/RootObject.h"
 #include "run/Interrupt.h"
+#include "run/Passes.h"
 
 namespace orlix {
 
@@ -131,7 +132,8 @@ Status SceneRun::Run(const FramePlan& plan) {
   state_.startFrame = plan.start;
   observer_.wantsHash = std::any_of(listeners_.begin(), listeners_.end(), [](auto* l) { return l->WantsHash(); });
   // A hash holds what a surface is made of in each frame.
-  if (observer_.wantsHash || plan.wanted.empty()) observer_.restingNodes.clear();
+  const bool mayRest = !observer_.wantsHash && !plan.wanted.empty();
+  observer_.restingNodes = mayRest ? FindSurfaceMakers(state_.document) : std::set<std::uint64_t>();
   for (FrameListener* listener : listeners_) {
     if (Status status = listener->BeforeRun(state_); !status) return status;
   }

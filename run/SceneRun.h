@@ -46,14 +46,12 @@ class SceneRun {
   // Nothing is simulated: only these objects' nodes work, on what caches play. See Passes.h.
   void StandAlone(std::set<std::uint64_t> nodes);
 
-  // These objects' nodes rest in frames that the plan doesn't want. See Passes.h.
-  void LetRest(std::set<std::uint64_t> nodes) { observer_.restingNodes = std::move(nodes); }
-
   // Builds the scene at its first frame and tells, as warnings, what can't work in it. Simulates nothing.
   Status Check();
   // What the grids will take at most; Memory when that is beyond the budget. Simulates nothing.
   Result<MemoryForecast> Forecast();
-  // Until the plan's last frame, an error, or a signal, after the frame that is being made.
+  // Until the plan's last frame, an error, or a signal, after the frame that is being made. In frames that the plan
+  // doesn't want, nodes that only make surfaces rest, unless a listener wants hashes. See Passes.h.
   Status Run(const FramePlan& plan);
   const RunState& state() const { return state_; }
 

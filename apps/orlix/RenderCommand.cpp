@@ -170,7 +170,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   plan->wanted = all.left, plan->last = all.left.back();
   SceneRun run(program.engine, document, pool, folder);
   run.SetMissingCachesFail(!options.allowMissing);
-  plan->onlyWanted ? run.StandAlone(NodesOf(passes)) : run.LetRest(FindSurfaceMakers(document));
+  if (plan->onlyWanted) run.StandAlone(NodesOf(passes));
   Progress progress(program.console);
   if (!options.preview) pictures.work = &work;
   if (!program.options.quiet) {

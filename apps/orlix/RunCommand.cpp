@@ -219,7 +219,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   }
   SceneRun run(program.engine, document, pool, outputFolder);
   run.SetMissingCachesFail(!options.allowMissing);
-  plan->onlyWanted ? run.StandAlone(NodesOf(work.passes)) : run.LetRest(FindSurfaceMakers(document));
+  if (plan->onlyWanted) run.StandAlone(NodesOf(work.passes));
   Checkpoints checkpoints(outputFolder, plan->checkpoints ? options.checkpointEvery : 0, *sceneHash);
   FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, pictures);
   if (!work.recordPath.empty()) {

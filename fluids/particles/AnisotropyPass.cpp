@@ -91,16 +91,13 @@ Anisotropy StretchOf(const AnisotropySettings& settings, const EigenSystem& syst
   return {StretchAlong(system.vectors, s), 1 / s[0]};
 }
 
-// In place.
+// In place, at most kTogether.
 void Stretch(const AnisotropySettings& settings, std::span<Anisotropy> gathered) {
   Matrix3 covariances[kTogether];
   EigenSystem systems[kTogether];
-  for (std::size_t from = 0; from < gathered.size(); from += kTogether) {
-    const auto some = gathered.subspan(from, std::min(gathered.size() - from, kTogether));
-    for (std::size_t n = 0; n < some.size(); ++n) covariances[n] = some[n].matrix;
-    FindEigenSystems({covariances, some.size()}, {systems, some.size()});
-    for (std::size_t n = 0; n < some.size(); ++n) some[n] = StretchOf(settings, systems[n], some[n].scale);
-  }
+  for (std::size_t n = 0; n < gathered.size(); ++n) covariances[n] = gathered[n].matrix;
+  FindEigenSystems({covariances, gathered.size()}, {systems, gathered.size()});
+  for (std::size_t n = 0; n < gathered.size(); ++n) gathered[n] = StretchOf(settings, systems[n], gathered[n].scale);
 }
 
 }  // namespace
@@ -148,9 +145,9 @@ void RunAnisotropyPass(const AnisotropySettings& settings, std::span<const Vec3D
                          results[static_cast<std::size_t>(i)] = Gathered(settings, points, near);
                        });
   ParallelRange(pool, 0, static_cast<int>((results.size() + kTogether - 1) / kTogether), [&](int from, int to, int) {
-    const std::size_t begin = kTogether * static_cast<std::size_t>(from);
-    Stretch(settings,
-            results.subspan(begin, std::min(kTogether * static_cast<std::size_t>(to), results.size()) - begin));
+    for (auto b = static_cast<std::size_t>(from); b < static_cast<std::size_t>(to); ++b) {
+      Stretch(settings, results.subspan(b * kTogether, std::min(kTogether, results.size() - b * kTogether)));
+    }
   });
 }
 

@@ -169,8 +169,8 @@ TEST(SceneRun, SurfacesRestInFramesThatNobodyWantsUnlessTheSimulationReadsThem) 
     SceneRun run(engine, *scene->document, pool, "");
     SurfaceWitness witness;
     run.AddListener(witness);
-    if (rest) run.LetRest(FindSurfaceMakers(*scene->document));
-    ASSERT_TRUE(run.Run(*PlanFrames(*scene->document, std::vector<int>{2, 5})).ok());
+    const auto list = rest ? std::optional(std::vector<int>{2, 5}) : std::nullopt;
+    ASSERT_TRUE(run.Run(*PlanFrames(*scene->document, list)).ok());
     EXPECT_EQ(witness.made, rest ? 2 : 6);
     points[rest] = witness.points;
   }
