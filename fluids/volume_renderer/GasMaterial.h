@@ -29,6 +29,7 @@ class GasMaterial final : public VolumeShader {
   // Of the cells that hold more than a fiftieth of the most; false where there is nothing.
   // mean: of what these cells hold; may be null.
   bool ContentBounds(Vec3D& low, Vec3D& high, double* mean = nullptr) const;
+  bool Sees(std::uint32_t kind) const override;
   void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
   Vec3D Transparency(const VolumeRay& ray) const override;
 
@@ -40,7 +41,6 @@ class GasMaterial final : public VolumeShader {
   // The solver of the scene that the gas belongs to; null when there is none.
   const FluidSolver* FindSolver() const;
   RayMarcher::Input MakeInput(const RenderContext& context) const;
-  bool Sees(std::uint32_t kind) const;
   Vec3D ScatteredLight(const MarchRay& march, const VolumeRay& ray) const;
   void PostStep(Vec3D& colour, Vec3D& transmittance) const;
 

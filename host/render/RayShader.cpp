@@ -25,10 +25,11 @@ RayShader::RayShader(const RenderWorld& world, const std::vector<VolumeInBox>& v
   memos_.resize(volumes.size());
 }
 
-// The volumes whose boxes the ray meets before end, in order of entry.
-bool RayShader::FindSpans(const Vec3D& origin, const Vec3D& direction, double end) {
+// The volumes whose boxes the ray meets before end and that its kind sees, in order of entry.
+bool RayShader::FindSpans(const Vec3D& origin, const Vec3D& direction, double end, std::uint32_t kind) {
   spans_.clear();
   for (const VolumeInBox& volume : volumes_) {
+    if (kind == kRayGlobal && !volume.gathered) continue;
     double begin = 0, last = end;
     if (ClipToBox(origin, direction, volume.low, volume.high, 0, begin, last)) spans_.push_back({begin, &volume});
   }
@@ -38,7 +39,7 @@ bool RayShader::FindSpans(const Vec3D& origin, const Vec3D& direction, double en
 
 VolumeSample RayShader::VolumesAlong(VolumeRay& ray, double end) {
   VolumeSample all;
-  if (!FindSpans(ray.origin, ray.direction, end)) return all;
+  if (!FindSpans(ray.origin, ray.direction, end, ray.kind)) return all;
   ray.worker = worker_;
   ray.random = random_;
   ray.time = (draws_.time - 0.5) * world_.settings.ShutterSeconds();
@@ -134,7 +135,7 @@ Vec3D RayShader::LightPassing(const Light& light, const Illumination& illuminati
   if (!light.castsShadow) return {1, 1, 1};
   ++counts_.shadow;
   Vec3D passing = world_.surfaces.Passing(x, illumination.toLight, illumination.distance, draws_.time);
-  if (passing == Vec3D() || !FindSpans(x, illumination.toLight, illumination.distance)) return passing;
+  if (passing == Vec3D() || !FindSpans(x, illumination.toLight, illumination.distance, kRayShadow)) return passing;
   VolumeRay ray;
   ray.origin = x, ray.direction = illumination.toLight;
   ray.kind = kRayShadow;
@@ -328,26 +329,39 @@ Vec3D RayShader::GatherAround(const SurfaceHit& hit, const SurfaceMaterial& mate
       world_.surfaces.empty())
     return {};
   Vec3D sum;
-  for (int i = 0; i < rays; ++i) {
-    VolumeRay ray;
-    ray.direction = CosineDirection(hit.normal, draws_.Point(0, i, rays));
-    if (Dot(ray.direction, hit.faceNormal) <= 0) continue;
-    ++counts_.gather;
-    ray.origin = origin;
-    ray.kind = kRayGlobal;
-    SurfaceHit other;
-    Vec3D passing(1.0);
-    ray.hit = world_.surfaces.IntersectOpaque(origin, ray.direction, kSkyDistance, other, passing, draws_.time);
-    ray.hitDistance = ray.hit ? other.distance : kSkyDistance;
-    const VolumeSample volumes = VolumesAlong(ray, ray.hitDistance);
-    Vec3D behind = world_.SkyColour(ray.direction) * settings.skyLight;
-    if (ray.hit) {
-      behind = other.material->emission;
-      if (behind != Vec3D() && other.material->HasShaders()) behind = other.material->At(PlaceOf(other)).emission;
+  DirectionPacket directions;
+  PacketHits hits;
+  for (int first = 0; first < rays; first += DirectionPacket::kSize) {
+    const int count = std::min(rays - first, DirectionPacket::kSize);
+    FillWithCosineDirections(hit.normal, draws_.Index(first, rays), count, draws_.offset, directions);
+    std::uint32_t asked = 0;
+    for (int i = 0; i < count; ++i) {
+      if (Dot(directions[i], hit.faceNormal) > 0) asked |= 1u << i, ++counts_.gather;
     }
-    sum += volumes.colour + volumes.transmittance * passing * behind;
+    world_.surfaces.IntersectPacket(origin, directions, asked, hits, draws_.time);
+    for (int i = 0; i < count; ++i) {
+      if (asked >> i & 1u) sum += GatherAlong(origin, directions[i], hits.material[i], hits.distance[i]);
+    }
   }
   return material.colour * sum / rays;
+}
+
+Vec3D RayShader::GatherAlong(const Vec3D& origin, const Vec3D& direction, const SurfaceMaterial* met, double distance) {
+  Vec3D light, passing(1.0);
+  if (met && (met->IsClear() || (met->emission != Vec3D() && met->HasShaders()))) {
+    SurfaceHit hit;
+    const bool opaque = world_.surfaces.IntersectOpaque(origin, direction, kSkyDistance, hit, passing, draws_.time);
+    met = opaque ? hit.material : nullptr, distance = hit.distance;
+    if (met) light = met->HasShaders() ? met->At(PlaceOf(hit)).emission : met->emission;
+  } else if (met) {
+    light = met->emission;
+  }
+  if (!met) light = world_.SkyColour(direction) * world_.settings.skyLight, distance = kSkyDistance;
+  VolumeRay ray;
+  ray.origin = origin, ray.direction = direction, ray.kind = kRayGlobal;
+  ray.hit = met, ray.hitDistance = distance;
+  const VolumeSample volumes = VolumesAlong(ray, distance);
+  return volumes.colour + volumes.transmittance * passing * light;
 }
 
 }  // namespace orlix

@@ -17,6 +17,7 @@ namespace orlix {
 struct VolumeInBox {
   const VolumeShader* volume = nullptr;
   Vec3D low, high;
+  bool gathered = true;  // rays that look around a surface see it
 };
 
 struct RayCounts {
@@ -45,9 +46,10 @@ struct SampleDraws {
   // for.
   Vec2D Point(int stream, int n, int count) const {
     constexpr double kAcross = 0.6180339887498949, kAlong = 0.7548776662466927;  // from one stream to the next
-    return SobolPoint(
-        static_cast<std::uint32_t>(sample) * static_cast<std::uint32_t>(count) + static_cast<std::uint32_t>(n),
-        {offset.x + kAcross * stream, offset.y + kAlong * stream});
+    return SobolPoint(Index(n, count), {offset.x + kAcross * stream, offset.y + kAlong * stream});
+  }
+  std::uint32_t Index(int n, int count) const {
+    return static_cast<std::uint32_t>(sample) * static_cast<std::uint32_t>(count) + static_cast<std::uint32_t>(n);
   }
 };
 
@@ -112,8 +114,10 @@ class RayShader {
   // rays: that look around the surface for the light of sky, gas and glowing surfaces.
   Vec3D ShadeSurface(const SurfaceHit& hit, const Vec3D& toEye, int rays);
   Vec3D GatherAround(const SurfaceHit& hit, const SurfaceMaterial& material, const Vec3D& origin, int rays);
+  // The light along one ray of these. met, distance: the first surface; null for none.
+  Vec3D GatherAlong(const Vec3D& origin, const Vec3D& direction, const SurfaceMaterial* met, double distance);
   const std::vector<Light>& Lights() const { return world_.lightsMove ? lights_ : world_.lights; }
-  bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end);
+  bool FindSpans(const Vec3D& origin, const Vec3D& direction, double end, std::uint32_t kind);
 
   const RenderWorld& world_;
   const std::vector<VolumeInBox>& volumes_;

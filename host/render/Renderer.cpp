@@ -392,7 +392,7 @@ Result<Picture> RenderPicture(const RenderWorld& world, WorkerPool& workers, con
     const RenderContext context{&world, &workers, options.thread, options.status, options.time, options.preview};
     if (Status s = volume->RenderStart(context); !s) return s.error();
     volumes.started.push_back(volume);
-    VolumeInBox box{volume, {}, {}};
+    VolumeInBox box{volume, {}, {}, volume->Sees(kRayGlobal)};
     if (volume->Bounds(box.low, box.high)) boxes.push_back(box);
   }
   const RenderSettings& settings = world.settings;

@@ -86,13 +86,4 @@ inline SampleMoment MomentOf(int x, int y, std::uint32_t seed, int sample, bool 
   return moment;
 }
 
-// A direction about a unit normal with a density of cosine / pi (Malley's method).
-inline Vec3D CosineDirection(const Vec3D& normal, const Vec2D& square) {
-  const double radius = std::sqrt(square.x), angle = 2 * std::numbers::pi * square.y;
-  const Vec3D side = Normalized(Cross(normal, std::abs(normal.x) < 0.5 ? Vec3D{1, 0, 0} : Vec3D{0, 0, 1}));
-  const Vec3D other = Cross(normal, side);
-  return Normalized(side * (radius * std::cos(angle)) + other * (radius * std::sin(angle)) +
-                    normal * std::sqrt(std::max(0.0, 1 - square.x)));
-}
-
 }  // namespace orlix

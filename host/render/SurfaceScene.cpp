@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -300,6 +301,50 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
     hit.texture = {t[0].x * w + t[1].x * u + t[2].x * v, t[0].y * w + t[1].y * u + t[2].y * v};
   }
   return true;
+}
+
+void SurfaceScene::IntersectPacket(const Vec3D& origin, const DirectionPacket& directions, std::uint32_t asked,
+                                   PacketHits& hits, double time) const {
+  constexpr int kSize = DirectionPacket::kSize, kFewest = 4;  // rays from which on a packet is worth its filling
+  std::fill_n(hits.material, kSize, nullptr);
+  if (empty()) return;
+  const auto take = [&](int i, unsigned geometry, float distance) {
+    if (geometry == RTC_INVALID_GEOMETRY_ID) return;
+    hits.material[i] = &impl_->surfaces[geometry].material, hits.distance[i] = distance;
+  };
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  RTCRayHit one{};
+  one.ray = impl_->RayOf(origin, Vec3D(), std::numeric_limits<double>::max(), time);
+  if (std::popcount(asked) < kFewest) {
+    for (; asked != 0; asked &= asked - 1) {
+      const int i = std::countr_zero(asked);
+      RTCRayHit query = one;
+      const Vec3F d(directions[i]);
+      query.ray.dir_x = d.x, query.ray.dir_y = d.y, query.ray.dir_z = d.z;
+      query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+      rtcIntersect1(impl_->embree.scene, &context, &query);
+      take(i, query.hit.geomID, query.ray.tfar);
+    }
+    return;
+  }
+  static_assert(kSize == 16);
+  alignas(64) RTCRayHit16 query;
+  alignas(64) int valid[kSize];
+  for (int i = 0; i < kSize; ++i) {
+    valid[i] = asked >> i & 1u ? -1 : 0;
+    query.ray.org_x[i] = one.ray.org_x, query.ray.org_y[i] = one.ray.org_y, query.ray.org_z[i] = one.ray.org_z;
+    query.ray.dir_x[i] = static_cast<float>(directions.x[i]);
+    query.ray.dir_y[i] = static_cast<float>(directions.y[i]);
+    query.ray.dir_z[i] = static_cast<float>(directions.z[i]);
+    query.ray.tnear[i] = one.ray.tnear, query.ray.tfar[i] = one.ray.tfar;
+    query.ray.time[i] = one.ray.time, query.ray.mask[i] = one.ray.mask, query.ray.id[i] = query.ray.flags[i] = 0;
+    query.hit.geomID[i] = RTC_INVALID_GEOMETRY_ID;
+  }
+  rtcIntersect16(valid, impl_->embree.scene, &context, &query);
+  for (int i = 0; i < kSize; ++i) {
+    if (valid[i]) take(i, query.hit.geomID[i], query.ray.tfar[i]);
+  }
 }
 
 bool SurfaceScene::Occluded(const Vec3D& origin, const Vec3D& direction, double length, double time) const {

@@ -10,6 +10,7 @@
 #include "globals/Result.h"
 #include "globals/Vec.h"
 #include "host/objects/BaseObject.h"
+#include "host/render/DirectionPacket.h"
 #include "host/render/SurfaceMaterial.h"
 
 namespace orlix {
@@ -36,6 +37,12 @@ struct SurfaceHit {
   const SurfaceMaterial* material = nullptr;
 };
 
+// What the rays of a packet meet first.
+struct PacketHits {
+  const SurfaceMaterial* material[DirectionPacket::kSize];  // null: nothing
+  double distance[DirectionPacket::kSize];
+};
+
 class SurfaceScene {
  public:
   SurfaceScene();
@@ -54,6 +61,9 @@ class SurfaceScene {
 
   // The nearest surface within (0, length) along a unit direction.
   bool Intersect(const Vec3D& origin, const Vec3D& direction, double length, SurfaceHit& hit, double time = 0.5) const;
+  // The same for the rays of a packet whose bits are set in asked, from one origin; the others meet nothing.
+  void IntersectPacket(const Vec3D& origin, const DirectionPacket& directions, std::uint32_t asked, PacketHits& hits,
+                       double time = 0.5) const;
   // Whether any surface lies within (0, length).
   bool Occluded(const Vec3D& origin, const Vec3D& direction, double length, double time = 0.5) const;
   // The nearest surface that isn't clear; passing is multiplied by what the clear ones before it let through, along the

@@ -94,6 +94,9 @@ class VolumeShader {
   // aren't handed over, and volumes along a ray are put in order by where it enters their boxes.
   virtual bool Bounds(Vec3D& low, Vec3D& high) const = 0;
 
+  // Whether rays of a kind see it.
+  virtual bool Sees(std::uint32_t /*kind*/) const { return true; }
+
   // The light of the volume along a ray. The sample arrives with its defaults, which mean that nothing is there.
   virtual void Volume(const VolumeRay& ray, VolumeSample& sample) const = 0;
 

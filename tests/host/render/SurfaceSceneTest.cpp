@@ -56,6 +56,26 @@ TEST(SurfaceScene, FindsWhatTryingEveryTriangleFinds) {
     EXPECT_FALSE(scene.Occluded(o + surface.matrix.off, d, nearest - 1e-3));
   }
   EXPECT_GT(hits, 100);
+
+  // Together as one by one: few rays, all of a packet, some that aren't asked for.
+  for (const std::uint32_t asked : {0x3u, 0xffffu, 0xfa5u}) {
+    for (std::uint32_t i = 0; i < 200; ++i) {
+      const Vec3D o = surface.matrix.off + RandomVector(random) * 5, normal = Normalized(RandomVector(random));
+      DirectionPacket directions;
+      FillWithCosineDirections(normal, 16 * i, 16, {0.3, 0.7}, directions);
+      PacketHits packet;
+      scene.IntersectPacket(o, directions, asked, packet);
+      for (int r = 0; r < DirectionPacket::kSize; ++r) {
+        EXPECT_NEAR(Length(directions[r]), 1, 1e-10);
+        EXPECT_GE(Dot(directions[r], normal), 0);
+        SurfaceHit hit;
+        const bool found = (asked >> r & 1u) && scene.Intersect(o, directions[r], 1e6, hit);
+        EXPECT_EQ(packet.material[r], found ? hit.material : nullptr);
+        if (!found) continue;
+        EXPECT_NEAR(packet.distance[r], hit.distance, 1e-5);
+      }
+    }
+  }
 }
 
 TEST(SurfaceScene, SphereNormalsPointOutwards) {
