@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <tuple>
 
 #include "fluids/particle_operators/ParticleOperator.h"
 
@@ -121,10 +122,9 @@ void InstantOperator_Spawn::Apply(std::int32_t event, std::span<ParticleContact>
     if (weight == 0) continue;
     const double wanted = random.Vary(count_) * weight;
     if (!(wanted >= 1)) continue;
-    broods_[thread].context = context;
     const auto count = static_cast<std::int32_t>(std::min(wanted, double(kMostChildren)));
     if (wanted_.fetch_add(count, std::memory_order_relaxed) + count > kMostOfStep) continue;
-    Burst(contact, context, count, random, broods_[thread].children);
+    Burst(contact, context, count, random, broods_[thread]);
   }
 }
 
@@ -137,7 +137,7 @@ void InstantOperator_Spawn::Burst(ParticleContact& contact, const InstantContext
   const Vec3D force = parent.GetVectorOr(PP::ExternalForce, {});
   for (std::int32_t i = 0; i < count; ++i) {
     Child child;
-    child.parent = contact.index;
+    child.group = context.group, child.parents = context.list, child.parent = contact.index;
     child.flags = static_cast<std::uint16_t>(parent.GetFlags() | ParticleFlag::Spawned);
     child.age = std::trunc(random.Vary(life_));
     const double speed = random.Vary(speed_), angle = random.Vary(angle_);
@@ -165,28 +165,31 @@ void InstantOperator_Spawn::End() {
         ErrorKind::Scene,
         fmt::format("\"{}\": contacts of one sub-step would make {} particles, at most {} are made; lower \"count\"",
                     DisplayName(), wanted, kMostOfStep));
-    for (Brood& brood : broods_) brood = {};
+    for (auto& brood : broods_) brood = {};
     return;
   }
-  InstantContext context;
   std::vector<Child> children;
-  for (Brood& brood : broods_) {
-    if (!brood.children.empty()) context = brood.context;
-    children.insert(children.end(), brood.children.begin(), brood.children.end());
+  for (auto& brood : broods_) {
+    children.insert(children.end(), brood.begin(), brood.end());
     brood = {};
   }
-  // A particle bursts once, so the order is that of the parents, not that in which contacts were found.
+  // A particle bursts once, so the order is that of the parents, not that in which contacts were found. A pass may go
+  // over several groups, and kinds of them.
+  const auto order = [](const Child& c) {
+    std::int32_t kind = 0;
+    while (kind < kParticleKinds && c.group->list(kind) != c.parents) ++kind;
+    return std::tuple(c.group->handler.hostObject()->creationNumber(), kind, c.parent);
+  };
   std::stable_sort(children.begin(), children.end(),
-                   [](const Child& a, const Child& b) { return a.parent < b.parent; });
-  ParticleGroup* group = target_ ? target_ : context.group;
-  ParticleList* list = target_ ? target_->list(targetKind_) : context.list;
-  if (children.empty() || !list) return;
-  group->SetKindDirty(targetKind_);
-  for (const Child& child : children) Add(child, *context.list, *list);
+                   [&](const Child& a, const Child& b) { return order(a) < order(b); });
+  for (const Child& child : children) {
+    (target_ ? target_ : child.group)->SetKindDirty(targetKind_);
+    if (ParticleList* list = target_ ? target_->list(targetKind_) : child.parents) Add(child, *list);
+  }
 }
 
-void InstantOperator_Spawn::Add(const Child& child, const ParticleList& parents, ParticleList& list) {
-  const OrlixParticle particle(&list, list.AppendCopy(parents, child.parent));
+void InstantOperator_Spawn::Add(const Child& child, ParticleList& list) {
+  const OrlixParticle particle(&list, list.AppendCopy(*child.parents, child.parent));
   particle.SetFlags(child.flags);
   particle.SetPosition(child.position);
   particle.SetVelocity(child.velocity);

@@ -32,6 +32,8 @@ class InstantOperator_Spawn final : public ConstrainedInstantOperator {
   };
   // What differs from a copy of the parent.
   struct Child {
+    ParticleGroup* group;  // its parent's, and the list in it
+    ParticleList* parents;
     std::int32_t parent;
     std::uint16_t flags;
     double age;
@@ -43,20 +45,15 @@ class InstantOperator_Spawn final : public ConstrainedInstantOperator {
   std::int32_t DurationLinkId() const override { return kActInId; }
   void Burst(ParticleContact& contact, const InstantContext& context, std::int32_t count, Stream& random,
              std::vector<Child>& children) const;
-  static void Add(const Child& child, const ParticleList& parents, ParticleList& list);
+  static void Add(const Child& child, ParticleList& list);
 
   Varied count_, life_, angle_, speed_;
   std::int32_t targetKind_ = PK_Passive;
   bool verlet_ = false;
 
-  ParticleGroup* target_ = nullptr;  // between ResolveLinks and ReleaseLinks
-  // Of the pass that runs: what each worker made, and whose children they are.
-  struct Brood {
-    std::vector<Child> children;
-    InstantContext context;
-  };
-  Brood broods_[WorkerPool::kMaxWorkers];
-  std::atomic<std::int64_t> wanted_{0};  // children of this sub-step
+  ParticleGroup* target_ = nullptr;                     // between ResolveLinks and ReleaseLinks
+  std::vector<Child> broods_[WorkerPool::kMaxWorkers];  // of the pass that runs: what each worker made
+  std::atomic<std::int64_t> wanted_{0};                 // children of this sub-step
 };
 
 }  // namespace orlix

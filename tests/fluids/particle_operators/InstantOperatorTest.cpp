@@ -173,6 +173,26 @@ TEST(Spawn, ALiquidsChildrenHaveOnlyWhatThrowsThem) {
   EXPECT_FALSE(child.Has(PP::Age)) << "its parent had none";
 }
 
+TEST(Spawn, ParentsOfSeveralGroupsInOnePassKeepTheirChildren) {
+  SpawnBench bench;
+  bench.object.Set(InstantOperator_Spawn::kCountId, std::int64_t(2));
+  BaseObject& added = bench.Add("particlegroup", "other");
+  bench.ReadyWithGravity();
+  for (int i = 0; i < 5; ++i) bench.AddFalling(2.5).SetOrAddReal(PP::Temperature, 10);
+  bench.node->Begin(*bench.node);
+  bench.rig.Step();
+  bench.rig.context.group = &bench.Get<ParticleGroup>(added);
+  ParticleList& mine = bench.rig.list();
+  bench.rig.context.list = bench.rig.context.group->list(PK_Passive);
+  bench.AddFalling(2.5).SetOrAddReal(PP::Temperature, 20);
+  bench.rig.Step();
+  bench.node->End();
+  ASSERT_EQ(mine.count(), 5 + 10);
+  ASSERT_EQ(bench.rig.list().count(), 1 + 2);
+  EXPECT_EQ(OrlixParticle(&mine, 14).GetRealOr(PP::Temperature, 0), 10);
+  EXPECT_EQ(OrlixParticle(&bench.rig.list(), 2).GetRealOr(PP::Temperature, 0), 20);
+}
+
 TEST(Spawn, CountsVaryWithinTheirShareAndInTheOrderOfParents) {
   SpawnBench bench;
   bench.object.Set(InstantOperator_Spawn::kCountId, std::int64_t(20));
