@@ -34,14 +34,21 @@ class Cohesion {
 struct Side {
   Vec3D x, normal;
   double ownMass = kOwnMass, otherMass = kOtherMass, density = 1;
-
-  Side(ParticleList& list, std::int32_t index, double h) : x(list.Position(index)) {
-    const OrlixParticle p(&list, index);
-    normal = p.GetVectorOr(PP::SurfaceNormal, {}) * h;
-    if (p.GetReal(PP::Mass, ownMass)) otherMass = ownMass;
-    density = p.GetRealOr(PP::Density, 1);
-  }
 };
+
+std::vector<Side> SidesOf(WorkerPool& pool, const ParticleList& list, double h) {
+  std::vector<Side> sides(static_cast<std::size_t>(list.count()));
+  ParallelRows(pool, list, [&](const ParticleRows& rows, int) {
+    const auto normals = rows.Property<Vec3D>(PP::SurfaceNormal);
+    const auto masses = rows.Property<double>(PP::Mass), densities = rows.Property<double>(PP::Density);
+    for (std::int32_t r = rows.begin; r < rows.end; ++r) {
+      sides[static_cast<std::size_t>(rows.first + r)] = {rows.positions()[r], normals.Get(r, {}) * h,
+                                                         masses.Get(r, kOwnMass), masses.Get(r, kOtherMass),
+                                                         densities.Get(r, 1)};
+    }
+  });
+  return sides;
+}
 
 // F on i.
 Vec3D ForceOn(const Side& i, const Side& j, double d, double cohesion, double strength) {
@@ -68,6 +75,7 @@ struct CohesionPass {
   ParticleList& list;
   const ParticleKdTree& tree;
   std::span<const double> weights;
+  std::span<const Side> sides;
 };
 
 std::int32_t CohesionPass::Give(std::int32_t index, std::int32_t thread, Gift* gifts) const {
@@ -76,13 +84,14 @@ std::int32_t CohesionPass::Give(std::int32_t index, std::int32_t thread, Gift* g
   const auto neighbours = tree.Search(list.Position(index), h * h, thread);
   if (neighbours.size() < 2) return 0;
   const Cohesion cohesion(h);
-  const Side i(list, index, h);
+  const Side& i = sides[static_cast<std::size_t>(index)];
   Vec3D sum;
   std::int32_t count = 0;
   for (const Neighbour& j : neighbours) {
     if (j.index == index || j.distance == 0 || (list.Flags(j.index) & ParticleFlag::Inserted) != 0) continue;
     const Vec3D dv =
-        ForceOn(i, Side(list, j.index, h), j.distance, cohesion.At(j.distance), settings.strength) * weight;
+        ForceOn(i, sides[static_cast<std::size_t>(j.index)], j.distance, cohesion.At(j.distance), settings.strength) *
+        weight;
     sum += dv;
     gifts[count++] = {dv, j.index};
   }
@@ -144,12 +153,13 @@ void FindTensionNormals(WorkerPool& pool, const TensionSettings& settings, Parti
 void AddCohesion(WorkerPool& pool, const TensionSettings& settings, ParticleList& list, const ParticleKdTree& tree,
                  std::span<const double> weights) {
   const std::int32_t most = tree.capacity(), count = list.count();
-  std::vector<Gift> gifts(static_cast<std::size_t>(kGivers) * static_cast<std::size_t>(most));
+  const std::vector<Side> sides = SidesOf(pool, list, settings.radius);
+  std::vector<Gift> gifts(static_cast<std::size_t>(std::min(kGivers, count)) * static_cast<std::size_t>(most));
   std::vector<std::int32_t> given(kGivers);
   for (std::int32_t first = 0; first < count; first += kGivers) {
     const std::int32_t givers = std::min(kGivers, count - first);
     ParallelRange(pool, 0, givers, [&](int begin, int end, int worker) {
-      const CohesionPass pass{settings, list, tree, weights};
+      const CohesionPass pass{settings, list, tree, weights, sides};
       for (int n = begin; n < end; ++n) given[n] = pass.Give(first + n, worker, gifts.data() + std::size_t(n) * most);
     });
     ParallelRange(pool, 0, count, [&](int begin, int end, int) {
