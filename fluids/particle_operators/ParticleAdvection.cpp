@@ -157,6 +157,7 @@ void ParticleAdvection::Prepare(iBase*) {
   CollectObstacleViews();
   std::erase_if(operators_, [](const iInstantOperator* each) { return !each->IsEnabled(); });
   for (iInstantOperator* each : operators_) each->Begin(*this);
+  PrepareConstraints();
   SetFlag(NodeActive, true);
 }
 
@@ -201,7 +202,18 @@ void ParticleAdvection::Pass(const MotionField& field) {
   ParticleList* list = group_->list(kind_);
   const InstantContext context{group_, list, this};
   ForRows(*list, [&](const ParticleRows& rows, int worker) {
-    MoveParticles(motion_, field, operators_, context, rows, worker);
+    if (constraints_.empty()) return MoveParticles(motion_, field, operators_, context, rows, worker);
+    double amounts[kChunkRows];
+    const std::int32_t first = rows.first + rows.begin, count = rows.end - rows.begin;
+    Weigh(*list, first, count, worker, 1, amounts);
+    // What constraints leave out stays where it is, and doesn't age.
+    for (std::int32_t n = 0, end; n < count; n = end) {
+      for (end = n; end < count && amounts[end] != 0;) ++end;
+      list->ForEachChunk(first + n, first + end, [&](const ParticleRows& open) {
+        MoveParticles(motion_, field, operators_, context, open, worker);
+      });
+      while (end < count && amounts[end] == 0) ++end;
+    }
   });
 }
 

@@ -29,7 +29,7 @@ const TypeInfo& Bullet_VelocityEmitter::Type() {
       .text = "Forces on bodies, beside gravity and what fluids do to them: wind on a raft, a pull towards a place.",
       .kinds = kLinkOperator,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = TimedNodeParameters(),
   };
   return kType;
 }
@@ -57,7 +57,7 @@ bool Bullet_VelocityEmitter::ResolveLinks() {
   }
   nodes.clear();
   const InExcludeData* list = handler.GetInExclude(kForcesId);
-  if (list) scene->RetrieveAll(list, nodes, NODE_FORCE, 0, 2000, RETRIEVE_GRID, true);
+  if (list) scene->RetrieveAll(list, nodes, NODE_FORCE, RETRIEVE_ANY, 2000, RETRIEVE_ANY, true);
   for (iBase* node : nodes) {
     if (auto* force = dynamic_cast<Force*>(node)) forces_.push_back(force);
   }

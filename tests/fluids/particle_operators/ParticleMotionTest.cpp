@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "fluids/constraints/NoiseConstraint.h"
 #include "fluids/particle_operators/InstantOperator_Repulsion.h"
 #include "fluids/particle_operators/InstantOperator_Spawn.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
@@ -247,6 +246,28 @@ TEST(ParticleAdvection, ReportsWhoWallsSwallow) {
   EXPECT_EQ(scene.reports.back().groups[0].lost, 1);
   EXPECT_EQ(scene.reports.back().groups[0].died, 2);
   EXPECT_EQ(scene.List().count(), 1);
+}
+
+TEST(ParticleAdvection, LeavesAloneWhomItsConstraintsShutOut) {
+  ParticleScene scene;
+  BaseObject& hot = scene.Add("constraint_particle_property", "Hot");
+  hot.Set(1000, ParticleScene::LinkTo(scene.Add("property_temperature", "Temperature")));
+  scene.advection->Set(kConstraintsId, ParticleScene::ListOf({&hot}));
+  scene.advection->Set(ParticleAdvection::kMotionSourceId, MotionSource::Ballistic);
+  scene.Start();
+  constexpr int kParticles = 12;
+  for (int n = 0; n < kParticles; ++n) {
+    const OrlixParticle p = scene.AddParticle({0.5, 0.5, 0.5}, {0, 0, 1});
+    p.SetOrAddReal(PP::Temperature, n % 3 != 1 ? 1 : 0);
+    p.SetOrAddReal(PP::Age, 9);
+  }
+  scene.Next();
+  ASSERT_EQ(scene.List().count(), kParticles);
+  for (int n = 0; n < kParticles; ++n) {
+    const OrlixParticle p(&scene.List(), n);
+    EXPECT_NEAR(p.GetPosition().z, n % 3 != 1 ? 0.5 + scene.Dt() : 0.5, 1e-12) << n;
+    EXPECT_EQ(p.GetRealOr(PP::Age, 0), n % 3 != 1 ? 8 : 9) << n;
+  }
 }
 
 TEST(ParticleAdvection, NoParticleStaysInsideAMovingBody) {

@@ -9,6 +9,7 @@
 #include "fluids/bodies/ObstacleTag.h"
 #include "fluids/dynamics/Grid_Incompressibility.h"
 #include "fluids/grids/LargestMagnitude.h"
+#include "fluids/particle_operators/ParticleForce_Acceleration.h"
 #include "fluids/rigid_bodies/BodyTransforms.h"
 #include "fluids/rigid_bodies/Bullet_VelocityEmitter.h"
 #include "fluids/volumes/AlignmentVector3D.h"
@@ -49,8 +50,12 @@ TEST(RigidBodies, ForceNodesPushInNewtons) {
   for (const auto sampling : {Bullet_VelocityEmitter::Sampling::Centre, Bullet_VelocityEmitter::Sampling::Points}) {
     BodyScene s;
     s.AddBody("Ball", "sphere", s.Centre(), 0.15, 500);
-    BaseObject& blow = s.Add("force_gravity", "Blow");
-    blow.Set(1000, Vec3D(30, 0, 60));
+    // One that acts on grids, and one on particles.
+    const bool atCentre = sampling == Bullet_VelocityEmitter::Sampling::Centre;
+    BaseObject& blow = s.Add(atCentre ? "force_gravity" : "pforce_acceleration", "Blow");
+    const Vec3D force(30, 0, 60);
+    blow.Set(atCentre ? 1000 : ParticleForce_Acceleration::kDirectionId, force);
+    if (!atCentre) blow.Set(ParticleForce_Acceleration::kStrengthId, Length(force));
     BaseObject& node = s.Add("rigid_forces", "Push");
     node.Set(Bullet_VelocityEmitter::kBodiesId, TestScene::ListOf({s.document.FindByPath("Scene/Ball")}));
     node.Set(Bullet_VelocityEmitter::kForcesId, TestScene::ListOf({&blow}));
