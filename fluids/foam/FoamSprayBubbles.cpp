@@ -114,7 +114,8 @@ bool FoamSprayBubbles::ResolveLinks() {
   if (type != kLiquidSubType && !(type == kPositionBasedSubType && settings_.source == FoamSource::Particles)) {
     solver_ = nullptr;
   }
-  return group_ && solver_;
+  linked_ = group_ && solver_;
+  return linked_;
 }
 
 void FoamSprayBubbles::ReleaseLinks() {
@@ -137,6 +138,9 @@ void FoamSprayBubbles::Advise() {
     Warn("no-mesh",
          "nothing is made; link the liquid's mesher under \"surface_mesh\", or set \"source\" to \"particles\"");
   }
+  if (settings_.source == FoamSource::Mesh && !(settings_.sampleSpacing > 0)) {
+    Warn("no-samples", "nothing is made, as the mesh gets no samples; set \"sample_spacing\"");
+  }
   const BaseList2D *foam = handler.GetLink(kFoamOutputId), *spray = handler.GetLink(kSprayOutputId);
   if (foam && spray && foam != spray) {
     Warn("one-output",
@@ -149,8 +153,7 @@ void FoamSprayBubbles::Advise() {
 }
 
 void FoamSprayBubbles::Conclude() {
-  const bool played = Output() && Output()->KindIsKept(PK_Diffuse);
-  if (!group_ || !solver_ || played) return;
+  if (!linked_ || played_) return;
   if (!everBorn_) {
     return Warn("nothing-born",
                 "no particle was made in the whole run; lower \"foam_curvature\", \"spray_curvature\" and the speeds, "
@@ -186,10 +189,11 @@ const ScalarGrid* FoamSprayBubbles::LinkedLevelSet() const {
   return holder && volumeNode_->IsEnabled() ? holder->LevelSet() : nullptr;
 }
 
-bool FoamSprayBubbles::HasSource() const {
+bool FoamSprayBubbles::HasSource() {
   if (!group_ || !solver_ || !solver_->IsEnabled() || simulationInfo->time == 0) return false;
   const ParticleList* diffuse = Diffuse();
-  if (!diffuse || Output()->KindIsKept(PK_Diffuse)) return false;
+  played_ = Output()->KindIsKept(PK_Diffuse);
+  if (!diffuse || played_) return false;
   if (settings_.source == FoamSource::Mesh) return mesher_ && mesher_->Mesh().TriangleCount() > 0;
   return settings_.source == FoamSource::Particles && group_->Count(PK_Liquid) > 0;
 }

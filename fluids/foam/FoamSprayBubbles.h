@@ -63,7 +63,7 @@ class FoamSprayBubbles final : public iObject {
   ParticleGroup* Output() const { return output_ ? output_ : group_; }
   ParticleList* Diffuse() const { return Output() ? Output()->list(PK_Diffuse) : nullptr; }
   const ScalarGrid* LinkedLevelSet() const;
-  bool HasSource() const;
+  bool HasSource();
   // The liquid's surface as it stands now; false where there is none to work on.
   bool BuildSurface();
   bool MakeLattice(GridSpace& lattice) const;
@@ -80,7 +80,8 @@ class FoamSprayBubbles final : public iObject {
   double surfaceResolution_ = 1.5;                 // cells of the mesh's level set a cell
   double foamCurvature_ = 0, sprayCurvature_ = 0;  // in cells of the surface
   std::int32_t countAtRebuild_ = 0;                // of the diffuse particles, before this frame's births
-  bool everBorn_ = false;
+  // For what is told at the run's end.
+  bool linked_ = false, played_ = false, everBorn_ = false;
 
   // Between ResolveLinks and ReleaseLinks.
   ParticleGroup *group_ = nullptr, *output_ = nullptr;

@@ -6,13 +6,15 @@
 
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/liquids/WaterSolver.h"
+#include "fluids/particles/GroupList.h"
 #include "fluids/scene/EarlierNodes.h"
 
 namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000;
+constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000, kMotionSourceId = 1008, kKindId = 1014;
+constexpr std::int32_t kPositionBasedSubType = 40, kPositionBasedGroupsId = 1000;
 constexpr double kLeastRadius = 0.25;  // cells: half the distance of eight in a cell
 constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that still close up
 constexpr int kStepsToEnter = 3;
@@ -23,7 +25,11 @@ constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 
 void WaterSolver::Advise() {
   if (groups.empty()) {
-    Warn("no-group", "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
+    const InExcludeData* list = handler.GetInExclude(kGroupsId);
+    Warn("no-group", list && !list->entries.empty()
+                         ? "none of its groups is listed with the kind liquid, so it does nothing: enter them as "
+                           "{ \"object\": ..., \"kind\": \"liquid\" }"
+                         : "the liquid has no particle group and does nothing: add a particlegroup beneath the scene");
     return;
   }
   AdviseContainer();
@@ -37,18 +43,28 @@ void WaterSolver::Advise() {
   if (object.typeId() == ViscousType().id && !keyed && !IsViscous()) {
     Warn("no-viscosity", "it has no viscosity and flows as water does; set \"viscosity\" or \"viscosity_preset\"");
   }
-  ForEachEarlier(*this, [&](const WaterSolver& other) {
-    const auto shared = std::find_first_of(groups.begin(), groups.end(), other.groups.begin(), other.groups.end());
+  const auto tellShared = [&](const std::vector<ParticleGroup*>& theirs, const iBase& other) {
+    const auto shared = std::find_first_of(groups.begin(), groups.end(), theirs.begin(), theirs.end());
     if (shared == groups.end()) return;
     Warn("shared-group",
          fmt::format("\"{}\" is carried by \"{}\", too, and both set its particles' velocities; list each one's own "
                      "groups under \"groups\"",
                      (*shared)->DisplayName(), other.DisplayName()));
+  };
+  ForEachEarlier(*this, [&](const WaterSolver& other) { tellShared(other.groups, other); });
+  scene->ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    if (node.GetNodeSubType() != kPositionBasedSubType || !node.IsEnabled()) return;
+    std::vector<ParticleGroup*> theirs;
+    for (const GroupEntry& entry : RetrieveGroups(*scene, node.handler, kPositionBasedGroupsId, 1u << PK_Liquid)) {
+      if (entry.kind == PK_Liquid) theirs.push_back(entry.group);
+    }
+    tellShared(theirs, node);
   });
   for (const ParticleGroup* group : groups) {
     bool moved = scene->IsPlayed(*group);
     scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
       if (node.GetNodeSubType() != kAdvectionSubType || !node.IsEnabled()) return;
+      if (node.handler.GetInt(kKindId) != PK_Liquid || node.handler.GetInt(kMotionSourceId) == 0) return;
       moved |= scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(kAdvectionGroupId), NODE_PARTICLES) == group;
     });
     if (moved) continue;

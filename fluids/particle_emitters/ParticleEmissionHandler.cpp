@@ -69,12 +69,13 @@ void ParticleEmissionHandler::Advise(const iObject& node) const {
   }
 }
 
-void ParticleEmissionHandler::Conclude(const iObject& node) const {
+void ParticleEmissionHandler::Conclude(const iObject& node, const char* why) const {
   if (emitted_ > 0 || !linked_ || played_) return;
-  node.Warn(
-      "nothing-emitted",
-      "no particle was emitted in the whole run; see whether its volume has an inside (an open mesh, or one whose "
-      "faces are there twice, may have none), its duration and rate, and what its constraints leave");
+  node.Warn("nothing-emitted",
+            why ? why
+                : "no particle was emitted in the whole run; see whether its volume has an inside (an open mesh, or "
+                  "one whose "
+                  "faces are there twice, may have none), its duration and rate, and what its constraints leave");
 }
 
 void ParticleEmissionHandler::Release() {

@@ -42,7 +42,8 @@ class ParticleEmissionHandler {
   void Release();
   // What is known to be missing, and at the run's end that nothing came.
   void Advise(const iObject& node) const;
-  void Conclude(const iObject& node) const;
+  // why: what is known to have kept it.
+  void Conclude(const iObject& node, const char* why = nullptr) const;
   // Whether the node emits in this sub-step. Prepares constraints and alignment.
   bool Begin(iObject& node);
   // Colours by place, or by texture coordinates, and what vorticity starts with. On a worker.

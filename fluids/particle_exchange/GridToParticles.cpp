@@ -150,23 +150,29 @@ void GridToParticles::Store(const ParticleRows& rows, std::int32_t row, const Sa
       if (points.inside[n]) put(row + n, n);
     }
   };
+  looked_.store(true, std::memory_order_relaxed);
+  const auto has = [&](const auto& view) {
+    if (view) found_.store(true, std::memory_order_relaxed);
+    return bool(view);
+  };
   const auto vectorOf = [&](std::int32_t n) { return vectors ? points.vector[n] : Vec3D(points.real[n]); };
   if (target_ == PropertyType::Vector) {
     if (key.id == PP::Velocity || key.id == PP::Position) {
       Vec3D* values = key.id == PP::Velocity ? rows.EditVelocities() : rows.EditPositions();
+      found_.store(true, std::memory_order_relaxed);
       PrefetchForWriting(values + row + points.count, points.count);
       return forInside([&](std::int32_t r, std::int32_t n) { values[r] = vectorOf(n); });
     }
     const auto view = rows.Property<Vec3D>(key);
-    if (view) forInside([&](std::int32_t r, std::int32_t n) { view.Set(r, vectorOf(n)); });
+    if (has(view)) forInside([&](std::int32_t r, std::int32_t n) { view.Set(r, vectorOf(n)); });
   } else if (target_ == PropertyType::Real) {
     const auto view = rows.Property<double>(key);
-    if (!view) return;
+    if (!has(view)) return;
     forInside(
         [&](std::int32_t r, std::int32_t n) { view.Set(r, vectors ? Length(points.vector[n]) : points.real[n]); });
   } else {
     const auto view = rows.Property<std::uint8_t>(key);
-    if (!view) return;
+    if (!has(view)) return;
     forInside([&](std::int32_t r, std::int32_t n) {
       view.Set(r, vectors ? points.vector[n] != Vec3D() : points.real[n] != 0);
     });

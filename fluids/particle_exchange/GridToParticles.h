@@ -32,7 +32,10 @@ class GridToParticles final : public ParticleOperator {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void Advise() override;
-  void Conclude() override { WarnWithoutKind(RetrieveGroups(*scene, handler, kGroupsId, 0)); }
+  void Conclude() override {
+    orlix::WarnWithoutKind(*this, RetrieveGroups(*scene, handler, kGroupsId, 0));
+    WarnWithoutProperty(kPropertyId);
+  }
   void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;

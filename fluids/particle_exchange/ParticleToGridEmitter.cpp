@@ -103,6 +103,7 @@ bool ParticleToGridEmitter::ResolveLinks() {
 
 void ParticleToGridEmitter::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: nothing happens; link one under group");
+  if (!(radius_ > 0)) Warn("no-radius", "no cell finds a particle, so nothing happens; set \"radius\"");
   if (pairs_.empty()) Warn("no-pair", "no channel gets anything; add a channel/value pair to pairs");
 }
 

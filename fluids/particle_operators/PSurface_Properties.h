@@ -27,6 +27,7 @@ class PSurface_Properties final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(kGroupId, kind_); }
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
 

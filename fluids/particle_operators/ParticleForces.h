@@ -20,7 +20,10 @@ class ParticleForces final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
-  void Conclude() override { WarnWithoutKind(RetrieveGroups(*scene, handler, kGroupsId, 0)); }
+  void Conclude() override {
+    orlix::WarnWithoutKind(*this, RetrieveGroups(*scene, handler, kGroupsId, 0));
+    WarnWithoutProperty(kTargetId);
+  }
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;

@@ -70,17 +70,27 @@ void ParticleOperator::WeighAll(ParticleList& list, double start, std::vector<do
   });
 }
 
-void ParticleOperator::WarnWithoutKind(std::span<const GroupEntry> entries) const {
+void ParticleOperator::WarnWithoutProperty(std::int32_t propertyLinkId) const {
+  const BaseObject* property = handler.GetObjectLink(propertyLinkId);
+  if (!property || !looked_.load() || found_.load()) return;
+  Warn("no-such-property",
+       fmt::format("no particle has \"{}\", so nothing was written; add it to the \"properties\" of "
+                   "their emitter",
+                   property->Path()));
+}
+
+void WarnWithoutKind(const iBase& node, std::span<const GroupEntry> entries) {
   if (entries.empty() || std::any_of(entries.begin(), entries.end(), [](const GroupEntry& entry) {
         const ParticleList* list = entry.group->list(entry.kind);
         return !list || list->everHeld() || entry.group->KindIsKept(entry.kind);
       })) {
     return;
   }
-  Warn("no-such-particles",
-       fmt::format(
-           "\"{}\" held no {} particle in the whole run, so it did nothing; choose the kind that its emitter makes",
-           entries.front().group->DisplayName(), kParticleKindChoices[entries.front().kind].key));
+  node.Warn(
+      "no-such-particles",
+      fmt::format(
+          "\"{}\" held no {} particle in the whole run, so it did nothing; choose the kind that its emitter makes",
+          entries.front().group->DisplayName(), kParticleKindChoices[entries.front().kind].key));
 }
 
 }  // namespace orlix

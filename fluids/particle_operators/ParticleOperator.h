@@ -13,6 +13,10 @@
 
 namespace orlix {
 
+// At the end of a run, where no particle was ever of the kind: says so, and that the node did nothing. Links are gone
+// by then, so entries are gathered anew.
+void WarnWithoutKind(const iBase& node, std::span<const GroupEntry> entries);
+
 class ParticleOperator : public iObject {
  public:
   // ownStage and ownPriority are the class's; the user's settings come on top.
@@ -38,12 +42,12 @@ class ParticleOperator : public iObject {
   }
   // The duration of an own link, or else of the link that all nodes have; null without one.
   Duration* LinkedDuration(std::int32_t linkId) const;
-  // At the end of a run, where no particle was ever of the kind: says so, and that the operator did nothing.
-  void WarnWithoutKind(std::span<const GroupEntry> entries) const;
   void WarnWithoutKind(std::int32_t groupLinkId, std::int32_t kind) const {
     const GroupEntry entry{LinkedGroup(groupLinkId), kind};
-    if (entry.group) WarnWithoutKind({&entry, 1});
+    if (entry.group) orlix::WarnWithoutKind(*this, {&entry, 1});
   }
+  // At the end of a run, where no particle that was to get the linked property had it.
+  void WarnWithoutProperty(std::int32_t propertyLinkId) const;
   // Starts the constraints; Finish ends them while the node is active.
   void PrepareConstraints();
   // f(const ParticleRows&, worker) over all rows of a list on all workers, to a break. Memory that f doesn't get is
@@ -69,6 +73,8 @@ class ParticleOperator : public iObject {
   void WeighAll(ParticleList& list, double start, std::vector<double>& amounts) const;
 
   std::vector<Constraint*> constraints_;
+  // Whether particles were looked at for the property that a node writes, and whether some had it.
+  mutable std::atomic<bool> looked_{false}, found_{false};
 
  private:
   Stage ownStage_;

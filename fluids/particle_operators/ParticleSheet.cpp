@@ -91,6 +91,7 @@ void ParticleSheet::ReleaseLinks() {
 
 void ParticleSheet::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: no sheet is kept whole; link one under group");
+  if (!(radius_ > 0)) Warn("no-radius", "it looks at no neighbours, so no sheet is kept whole; set \"radius\"");
   if (!constraints_.empty() && !computeAnisotropy_) {
     Warn("constraints-unused", "its constraints count only where it computes the anisotropy; turn that on");
   }
@@ -107,6 +108,7 @@ void ParticleSheet::Prepare(iBase*) {
 void ParticleSheet::Process(ProcessData&) {
   if (!IsActive()) return;
   ParticleList& list = *group_->list(kind_);
+  TellWithoutDensity(list);
   SetUp(list);
   if (computeAnisotropy_) ComputeAnisotropies(list);
   const std::vector<Candidate> candidates = FindGaps(list);
@@ -117,6 +119,17 @@ void ParticleSheet::Process(ProcessData&) {
   }
   if (KillCrowded(list) && list.RemoveDead(true) > 0) group_->SetKindDirty(kind_);
   SumMasses(list);
+}
+
+// Before every particle gets one, which is that of the inside.
+void ParticleSheet::TellWithoutDensity(const ParticleList& list) const {
+  if (interiorDensity_ >= 1 || !computeAnisotropy_) return;
+  for (std::int32_t chunk = 0; chunk < list.chunkCount(); ++chunk) {
+    if (list.Rows(chunk).Property<double>(PP::Density)) return;
+  }
+  Warn("no-density",
+       "no particle carries a density: all count as interior ones and no gap is filled; add POP::Volume Properties "
+       "before this node");
 }
 
 // Gives every particle what it lacks.

@@ -25,6 +25,7 @@ class ParticleSheet final : public ParticleOperator {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override { WarnWithoutKind(kGroupId, kind_); }
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
 
@@ -40,6 +41,7 @@ class ParticleSheet final : public ParticleOperator {
     SheetAnisotropy anisotropy;
   };
 
+  void TellWithoutDensity(const ParticleList& list) const;
   void SetUp(ParticleList& list);
   void ComputeAnisotropies(ParticleList& list);
   std::vector<Candidate> FindGaps(const ParticleList& list) const;

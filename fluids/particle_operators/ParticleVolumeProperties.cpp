@@ -65,6 +65,10 @@ void ParticleVolumeProperties::ReleaseLinks() {
 
 void ParticleVolumeProperties::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: nothing gets a density; link one under group");
+  if (!(radius_ > 0)) Warn("no-radius", "it looks at no neighbours, so nothing gets a density; set \"radius\"");
+  if (!writeDensity_ && !writeSum_ && !writeCentre_) {
+    Warn("nothing-wanted", "neither density nor sum nor centre are wanted, so it does nothing; turn one of them on");
+  }
 }
 
 bool ParticleVolumeProperties::ComesBefore(const iBase& other) const {
@@ -90,6 +94,10 @@ void ParticleVolumeProperties::Process(ProcessData&) {
   if (scene->stage == kStageEmitters) {
     group_->factory(kind_).referenceSum = LargestSum(list);
     calibrating_ = false;
+  } else if (writeDensity_ && group_->factory(kind_).referenceSum == 1) {
+    Warn("no-reference",
+         "no particle was there in the first step to tell what is dense: the density is the kernel sum, at most 1; let "
+         "the emitter begin with the first frame");
   }
   Write(list);
 }

@@ -146,22 +146,19 @@ void PositionBasedFluidDynamics::Advise() {
                    BallisticIntegrator::VelocityVerlet &&
                own.GetChoice<MotionSource>(ParticleAdvection::kMotionSourceId) != MotionSource::None;
     });
-    if (!moved) unmoved.push_back(entry.group->DisplayName());
+    if (!moved) {
+      unmoved.push_back(
+          fmt::format("{} particles of \"{}\"", kParticleKindChoices[entry.kind].key, entry.group->DisplayName()));
+    }
   }
   if (unmoved.empty() || (!listed && unmoved.size() < entries_.size())) return;
-  Warn("no-verlet", "nothing moves \"" + unmoved.front() +
-                        "\" as it needs; add a particle_advection of its kind with \"motion_source\" \"ballistic\" "
+  Warn("no-verlet", "nothing moves the " + unmoved.front() +
+                        " as it needs; add a particle_advection of this kind with \"motion_source\" \"ballistic\" "
                         "and \"ballistic_integrator\" \"velocity_verlet\"");
 }
 
 void PositionBasedFluidDynamics::Conclude() {
-  for (const GroupEntry& entry : entries_) {
-    const ParticleList* list = entry.group->list(entry.kind);
-    if (!list || list->everHeld() || entry.group->KindIsKept(entry.kind)) continue;
-    Warn("no-such-particles", "\"" + entry.group->DisplayName() +
-                                  "\" held no particle of its kind in the whole run; choose the kind that its emitter "
-                                  "makes");
-  }
+  WarnWithoutKind(*this, RetrieveGroups(*scene, handler, kGroupsId, 1u << PK_Liquid));
 }
 
 void PositionBasedFluidDynamics::CheckDirty() {

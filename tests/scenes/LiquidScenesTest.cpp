@@ -199,6 +199,45 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
   }
 }
 
+// A node that does nothing, beside the dam break: each case is what stands after the group, and part of what is told.
+TEST(LiquidMessages, NameWhatDoesNothing) {
+  const std::string water = R"("groups": [{ "object": "Water", "kind": "liquid" }])";
+  const std::pair<std::string, std::string> cases[] = {
+      {R"({ "type": "psheet", "group": "Water" })", "no particle carries a density"},
+      {R"({ "type": "psurfaceproperty", "group": "Water", "kind": "diffuse" })", "held no diffuse particle"},
+      {R"({ "type": "foamspraybubbles", "group": "Water", "solver": "Tank", "source": "particles", "foam_curvature": 99,
+            "spray_curvature": 99 })",
+       "no particle was made"},
+      {R"({ "type": "foamspraybubbles", "group": "Water", "solver": "Tank", "sample_spacing": 0 })", "no samples"},
+      {R"({ "type": "property_vector", "name": "Own", "property_id": 80 },
+          { "type": "particle_gridtoparticles", "source": "Tank", "property": "Own", )" +
+           water + "}",
+       "no particle has \"Dam/Own\""},
+      {R"({ "type": "property_force", "name": "Own" }, { "type": "pforce_acceleration", "name": "Wind" },
+          { "type": "particle_forces", "target": "Own", "forces": ["Wind"], )" +
+           water + "}",
+       "no particle has \"Dam/Own\""},
+      {R"({ "type": "fluid_pb", "groups": ["Water"] })", "held no passive particle"},
+      {"{ \"type\": \"fluid_pb\", " + water + "}", "carried by"},
+      {R"({ "type": "liquid", "groups": ["Water"] })", "listed with the kind liquid"},
+      {R"({ "type": "duration", "name": "Late", "use_frames": true, "start_frame": 1 },
+          { "type": "particlemesh_emission_setting", "name": "Few", "count": 20, "active_in": "Late" },
+          { "type": "particlemeshemitter", "group": "Water", "volume": "Column volume", "settings": "Few" })",
+       "less than one in a sub-step"},
+  };
+  for (const auto& [node, told] : cases) {
+    const std::string group = R"({ "type": "particlegroup", "name": "Water" },)";
+    const test::TemporaryFolder folder;
+    test::WriteText(folder / "dam.json", test::SceneTextWith("scenes/dam_break.json", {{group, group + node + ","}}));
+    test::SceneFileRun run((folder / "dam.json").string(), {"Dam.voxel_size=0.12"});
+    run.StepThrough(0, 3);
+    run.hook.Conclude();
+    EXPECT_TRUE(std::any_of(run.warnings.begin(), run.warnings.end(), [&](const std::string& each) {
+      return each.find(told) != std::string::npos;
+    })) << node;
+  }
+}
+
 // The scenes that show whitewater and liquids of particles alone: each runs, and does what it is there to show.
 
 TEST(BreakingWave, HasAllClassesAndTheSameBitsAtAnyNumberOfWorkers) {
