@@ -63,8 +63,8 @@ bool CopyGrids(std::vector<CachedGridSet>& entries, GridCopies& copies) {
 }  // namespace
 
 GridCacher::GridCacher(BaseList2D* object, OrlixScene& owner) : Cache_OperatorBase(object, owner, kGridCacheStem) {
-  stageMask =
-      StageBit(kStageLoadCache) | StageBit(kStageEmitters) | StageBit(kStageOperators) | StageBit(kStageSaveCache);
+  stageMask = StageBit(kStageLoadCache) | StageBit(kStageVolumes) | StageBit(kStageEmitters) |
+              StageBit(kStageOperators) | StageBit(kStageSaveCache);
 }
 
 bool GridCacher::ReadParameters() {
@@ -188,7 +188,14 @@ void GridCacher::Process(ProcessData& data) {
 }
 
 bool GridCacher::LoadsNow(const Target& target) const {
-  return (target.node->GetNodeBaseType() == NODE_SOLVER) == (scene->stage == kStageOperators);
+  switch (target.node->GetNodeBaseType()) {
+    case NODE_SOLVER:
+      return scene->stage == kStageOperators;
+    case NODE_VOLUME:
+      return scene->stage == kStageVolumes;
+    default:
+      return scene->stage == kStageEmitters;
+  }
 }
 
 void GridCacher::Load(const BaseThread* hostThread) {

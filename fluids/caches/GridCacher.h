@@ -2,8 +2,9 @@
 // Records the grids of chosen nodes, one file a frame, and plays them back in place of the computation.
 //
 // In playback stage 0 reads all headers, so that containers get the cached lattices, and stage 5 reads the grids, in
-// each sub-step before the emitters; other lattices are resampled. Velocities of solvers come in stage 7: what they
-// carry moves in stage 6, by what the sub-step before left. In record mode stage 17 writes what is there.
+// each sub-step before the emitters; other lattices are resampled. Level sets come in stage 3, before what is made of
+// them there; velocities of solvers in stage 7: what they carry moves in stage 6, by what the sub-step before left. In
+// record mode stage 17 writes what is there.
 // Entries go by position: node i of the list has entry i, and a volume of n objects n of them.
 
 #include "fluids/caches/Cache_OperatorBase.h"
@@ -58,7 +59,9 @@ class GridCacher final : public Cache_OperatorBase {
   void TakeHeaders();
   bool ReadHead(HyperFile& file, const std::filesystem::path& path, GridFrameHead& head);
   void ForgetHeaders(std::size_t first);
-  bool Loads() const { return scene->stage == kStageEmitters || scene->stage == kStageOperators; }
+  bool Loads() const {
+    return scene->stage == kStageVolumes || scene->stage == kStageEmitters || scene->stage == kStageOperators;
+  }
   // Whether the grids of a node are read in this stage.
   bool LoadsNow(const Target& target) const;
   void Load(const BaseThread* hostThread);

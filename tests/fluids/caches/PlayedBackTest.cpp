@@ -7,6 +7,7 @@
 #include "fluids/caches/GridCacher.h"
 #include "fluids/caches/MeshCacher.h"
 #include "fluids/scene/StateCheck.h"
+#include "fluids/surfacing/CSGoperatorGrid.h"
 #include "fluids/volumes/MultiVolume.h"
 #include "globals/Hash.h"
 #include "tests/support/GasScene.h"
@@ -51,6 +52,13 @@ struct CachedGas : GasScene {
 
   BaseObject *smoke, *ball;
 };
+
+std::uint64_t HashOf(const ScalarGrid& phi) {
+  StateHash hash;
+  hash.AddValue(phi.dims), hash.AddValue(phi.space.hostMin);
+  hash.Add(phi.data, std::size_t(phi.count) * sizeof(double));
+  return hash.Value();
+}
 
 TEST(PlayedBack, EmittersAndOperatorsLeaveIt) {
   TemporaryFolder folder;
@@ -102,6 +110,24 @@ TEST(PlayedBack, AVolumeHasItsDepthAndItsMotion) {
   }
 }
 
+// A combination is of the frame that is played, from the first one on.
+TEST(PlayedBack, WhatIsMadeOfAPlayedLevelSetIsOfItsFrame) {
+  const TemporaryFolder folder;
+  std::vector<std::uint64_t> hashes[2];
+  for (const bool record : {true, false}) {
+    CachedGas s(folder.path(), "Ball", record);
+    BaseObject& csg = s.Add("csg", "Both");
+    csg.Set(CSGoperatorGrid::kFirstId, GasScene::LinkTo(*s.ball));
+    csg.Set(CSGoperatorGrid::kSecondId, GasScene::LinkTo(s.AddVolume("Box", "box", s.Centre(), 0.1)));
+    for (int frame = 0; frame <= 3; ++frame) {
+      s.StepTo(frame);
+      hashes[record].push_back(HashOf(*s.NodeOf<CSGoperatorGrid>(csg)->LevelSet()));
+    }
+  }
+  EXPECT_EQ(hashes[0], hashes[1]);
+  EXPECT_NE(hashes[1][0], hashes[1][1]) << "the ball moved";
+}
+
 // A ball that moves and a box in one volume. Played, they come out as they were, though the ball shrank since.
 TEST(PlayedBack, AVolumeOfManyObjectsHasAllOfThem) {
   const TemporaryFolder folder;
@@ -123,11 +149,7 @@ TEST(PlayedBack, AVolumeOfManyObjectsHasAllOfThem) {
       ASSERT_EQ(volume.memberCount(), 2u);
       for (std::size_t n = 0; n < 2; ++n) {
         ASSERT_TRUE(volume.member(n).HasLevelSet());
-        const ScalarGrid& phi = *volume.member(n).LevelSet();
-        StateHash hash;
-        hash.AddValue(phi.dims), hash.AddValue(phi.space.hostMin);
-        hash.Add(phi.data, std::size_t(phi.count) * sizeof(double));
-        hashes[record].push_back(hash.Value());
+        hashes[record].push_back(HashOf(*volume.member(n).LevelSet()));
       }
       EXPECT_GT(volume.member(0).DepthWorld(s.Geometry("A").GlobalMatrix().off), 0.8);
     }
