@@ -94,7 +94,9 @@ class PassFinder {
     if (const auto played = played_.find(object.creationNumber()); played != played_.end() && IsPlayed(object)) {
       pass.caches.insert(played->second.begin(), played->second.end());
       for (const std::uint64_t cache : played->second) AddCache(pass, cache);
-      AddOperators(pass, object, &MeshOperator::WorksOnPlayed);
+      AddOperators(pass, object, [](const BaseObject& each) {
+        return MeshOperator::WorksOnPlayed(each) || LevelSetSmoother::WorksOnPlayed(each);
+      });
       return;
     }
     if (IsGroup(object) && KindsOf(object) == 0) return;  // it never holds any

@@ -8,6 +8,8 @@ const TypeInfo& LevelSetSmoother::Type() {
   static constexpr Parameter kParameters[] = {
       LinkParameter(kSourceId, "source", kLinkVolume, "A volume, a CSG or a surface reconstructor"),
       BoolParameter(kRenderOnlyId, "render_only", false, "Nothing is smoothed unless the frame is rendered"),
+      BoolParameter(kOnPlayedId, "on_played", false,
+                    "Works on a level set that a cache plays, too; such a one was recorded as the smoother left it"),
       IntParameter(kLaplacianRoundsId, "laplacian_rounds", 15, "", "Rounds that even out bumps, and shrink")
           .Between(0, 10000),
       IntParameter(kBiharmonicRoundsId, "biharmonic_rounds", 250, "",
@@ -50,6 +52,7 @@ bool LevelSetSmoother::ReadParameters() {
   const double inner = handler.GetDouble(kInnerId) * cell, outer = handler.GetDouble(kOuterId) * inner;
   const double centre = handler.GetDouble(kCentreId) * (inner + outer);
   renderOnly_ = handler.GetBool(kRenderOnlyId);
+  onPlayed_ = handler.GetBool(kOnPlayedId);
   settings_.laplacianRounds = handler.GetInt(kLaplacianRoundsId);
   settings_.biharmonicRounds = handler.GetInt(kBiharmonicRoundsId);
   settings_.period = handler.GetInt(kPeriodId);
@@ -57,6 +60,10 @@ bool LevelSetSmoother::ReadParameters() {
   settings_.above = centre - inner;
   settings_.below = centre - outer;
   return true;
+}
+
+bool LevelSetSmoother::WorksOnPlayed(const BaseObject& object) {
+  return object.typeId() == Type().id && object.GetBool(kOnPlayedId);
 }
 
 bool LevelSetSmoother::ResolveLinks() {
@@ -129,6 +136,7 @@ void LevelSetSmoother::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   ScalarGrid* grid = source_ ? source_->LevelSet() : nullptr;
   if (!grid || grid->count < 1 || (renderOnly_ && !scene->rendering)) return;
+  if (sourceNode_->HasFlag(NodeFromCache) && !onPlayed_) return;
   settings_.reinitialiseFirst = scene->stage == kStageReconstruction;
   const bool untouched = smoothed_ == source_ && smoothedVersion_ == source_->LevelSetVersion() && original_;
   if (untouched && smoothedWith_ == settings_) return;

@@ -12,10 +12,13 @@ namespace orlix {
 class LevelSetSmoother final : public iObject {
  public:
   static constexpr int kRenderOnlyId = 1000, kSourceId = 1001, kLaplacianRoundsId = 1002, kBiharmonicRoundsId = 1003,
-                       kPeriodId = 1004, kSpeedId = 1005, kCentreId = 1006, kInnerId = 1007, kOuterId = 1008;
+                       kPeriodId = 1004, kSpeedId = 1005, kCentreId = 1006, kInnerId = 1007, kOuterId = 1008,
+                       kOnPlayedId = 1010;
 
   LevelSetSmoother(BaseList2D* hostObject, OrlixScene& owner);
   static const TypeInfo& Type();
+  // Whether an object is a smoother that works on what caches play.
+  static bool WorksOnPlayed(const BaseObject& object);
 
   std::int32_t GetNodeBaseType() const override { return NODE_OPERATOR; }
   std::int32_t GetNodeSubType() const override { return 68; }
@@ -37,7 +40,7 @@ class LevelSetSmoother final : public iObject {
   bool Keep(const ScalarGrid& grid);
 
   SmoothingSettings settings_;
-  bool renderOnly_ = false;
+  bool renderOnly_ = false, onPlayed_ = false;
 
   // Between ResolveLinks and ReleaseLinks.
   iBase* sourceNode_ = nullptr;

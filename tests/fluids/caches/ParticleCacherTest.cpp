@@ -11,6 +11,7 @@
 #include "fluids/caches/GridSpaceRecord.h"
 #include "fluids/caches/MeshCacher.h"
 #include "fluids/caches/ParticleCacher.h"
+#include "fluids/surfacing/LevelSetSmoother.h"
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -342,7 +343,7 @@ TEST(MeshCacher, PlaybackEqualsTheMeshThatOperatorsLeft) {
   EXPECT_TRUE(played.mesher->Polygons());
 }
 
-// A reconstruction is played as grids are, on its own lattice.
+// A reconstruction is played as grids are, on its own lattice, and as a smoother left it: it isn't smoothed twice.
 TEST(GridCacher, ARecordedReconstructionIsMeshedAgain) {
   TemporaryFolder folder;
   std::vector<Vec3D> points;
@@ -355,6 +356,10 @@ TEST(GridCacher, ARecordedReconstructionIsMeshedAgain) {
     level.Set(SurfaceReconstructor::kSubdivisionId, 2.0);
     BaseObject& mesher = s.Add("mesher", "Mesher");
     mesher.Set(ImplicitMesher::kInputId, test::TestScene::LinkTo(level));
+    BaseObject& smoother = s.Add("levelset_smoother", "Smoother");
+    smoother.Set(LevelSetSmoother::kSourceId, test::TestScene::LinkTo(level));
+    smoother.Set(LevelSetSmoother::kBiharmonicRoundsId, std::int64_t(0));
+    smoother.Set(kStageId, std::int64_t(20)), smoother.Set(kPriorityId, std::int64_t(7));
     BaseObject& cache = s.Add("cache", "cache");
     cache.Set(GridCacher::kNodesId, test::TestScene::ListOf({&level}));
     cache.Set(GridCacher::kModeId, std::int64_t(records));
@@ -363,6 +368,10 @@ TEST(GridCacher, ARecordedReconstructionIsMeshedAgain) {
     if (records) points = mesher.Polygons()->points;
     EXPECT_TRUE(mesher.Polygons()->points == points);
     EXPECT_TRUE(s.warnings.empty()) << s.warnings[0].second;
+    if (records) continue;
+    smoother.Set(LevelSetSmoother::kOnPlayedId, std::int64_t(1));
+    s.Step(0);
+    EXPECT_FALSE(mesher.Polygons() && mesher.Polygons()->points == points);
   }
   EXPECT_GT(points.size(), 100u);
 }
