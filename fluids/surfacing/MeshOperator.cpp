@@ -14,7 +14,7 @@ constexpr std::int32_t kPriority = 20;
 
 bool MeshOperator::ReadParameters() {
   priority = kPriority;
-  stageMask = StageBit(kStageOperators);
+  stageMask = StageBit(kStageVolumes);
   ownStage_ = handler.GetInt(kStageId) == 0;
   return iObject::ReadParameters();
 }
@@ -25,8 +25,8 @@ bool MeshOperator::ResolveLinks() {
   volume_ = dynamic_cast<VolumeMesh*>(source);
   mesher_ = dynamic_cast<ImplicitMesher*>(source);
   constraints_ = RetrieveConstraints(*scene, handler);
-  // A mesher's mesh is there only after its stage.
-  if (ownStage_) stageMask = StageBit(mesher_ ? kStageVisualPost : kStageOperators);
+  // A mesher's mesh is there only after its stage; a volume's is emitted from in the stage after the volumes'.
+  if (ownStage_) stageMask = StageBit(mesher_ ? kStageVisualPost : kStageVolumes);
   return true;
 }
 
@@ -52,12 +52,15 @@ void MeshOperator::CheckDirty() {
   if (HasFlag(NodeDirtyChecked)) return;
   iObject::CheckDirty();
   const bool varies = !constraints_.empty() || handler.GetLink(kDurationId);
-  if (mesher_ && (HasFlag(NodeDirty) || varies)) mesher_->Rebuild();
+  if (!HasFlag(NodeDirty) && !varies) return;
+  if (mesher_) mesher_->Rebuild();
+  if (volume_) volume_->ReadAgain();
 }
 
 bool MeshOperator::IsDirty() const {
-  if (!mesher_) return HasFlag(NodeDirty) || (volume_ && volume_->IsDirty());
-  return mesher_->BuildCount() != seenBuild_ && !LeavesPlayed();
+  if (mesher_) return mesher_->BuildCount() != seenBuild_ && !LeavesPlayed();
+  // A volume reads its mesh in the same stage, after it was asked what has work.
+  return volume_ && (volume_->IsDirty() || volume_->MeshReads() != seenBuild_);
 }
 
 bool MeshOperator::WorksOnPlayed(const BaseObject& object) {
@@ -77,7 +80,8 @@ void MeshOperator::Prepare(iBase*) {
   const auto* duration = scene->RetrieveAs<Duration>(handler.GetLink(kDurationId), NODE_HELPER);
   strength_ = DurationWeight(duration, scene->clock.time);
   const TriMeshSTL* mesh = Mesh();
-  SetFlag(NodeActive, mesh && mesh->PointCount() > 0 && strength_ != 0);
+  const bool done = volume_ && volume_->MeshReads() == seenBuild_;
+  SetFlag(NodeActive, mesh && mesh->PointCount() > 0 && strength_ != 0 && !done);
 }
 
 void MeshOperator::Process(ProcessData&) {
@@ -92,9 +96,8 @@ void MeshOperator::Process(ProcessData&) {
     for (Constraint* constraint : constraints_) constraint->Finish();
   }
   Work(mesh, adjacency, shares);
-  if (!mesher_) return;
-  mesher_->MeshEdited(adjacency, MovesPoints());
-  seenBuild_ = mesher_->BuildCount();
+  if (mesher_) mesher_->MeshEdited(adjacency, MovesPoints());
+  seenBuild_ = mesher_ ? mesher_->BuildCount() : volume_->MeshReads();
 }
 
 void MeshOperator::Finish() { SetFlag(NodeActive, false); }

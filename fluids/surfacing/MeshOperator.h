@@ -52,8 +52,8 @@ class MeshOperator : public iObject {
   ImplicitMesher* mesher_ = nullptr;
   std::vector<Constraint*> constraints_;
   double strength_ = 1;
-  bool ownStage_ = true;  // the user set none
-  std::uint64_t seenBuild_ = 0;
+  bool ownStage_ = true;         // the user set none
+  std::uint64_t seenBuild_ = 0;  // of the mesher's meshes, or of the volume's
 };
 
 // The mean curvature at each point, as its curvature attribute.

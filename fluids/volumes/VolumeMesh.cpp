@@ -242,12 +242,18 @@ GeometryChange VolumeMesh::ReadGeometry() {
   matrix.off = matrix.off * GetSimulationSpace().hostPerSim;
   const GeometryChange change = ReadHostGeometry(*polygons, IsReplaying() ? matrix : hostGeometry_->GlobalMatrix(),
                                                  GetSimulationSpace().simPerHost, mesh_);
+  ++meshReads_;
   readVersion_ = IsReplaying() || change == GeometryChange::Failed ? 0 : polygons->version;
   readMatrix_ = hostGeometry_->GlobalMatrix();
   if (change == GeometryChange::Failed) {
     Warn("no-triangles", "\"" + hostGeometry_->Path() + "\" has no triangles, or a point that isn't finite");
   }
   return change;
+}
+
+void VolumeMesh::ReadAgain() {
+  readVersion_ = 0;
+  MarkDirty(false);
 }
 
 VoxeliserSettings VolumeMesh::WantedSettings() const {

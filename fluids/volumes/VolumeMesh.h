@@ -43,6 +43,10 @@ class VolumeMesh final : public VolumeBase {
   // In simulation space.
   const TriMeshSTL& Mesh() const { return mesh_; }
   TriMeshSTL& Mesh() { return mesh_; }
+  // Grows each time that the mesh is as its object has it, without what others changed.
+  std::uint64_t MeshReads() const { return meshReads_; }
+  // The mesh is read in the next Prepare although its object didn't change.
+  void ReadAgain();
   // The object whose polygons are the volume, from ResolveLinks to ReleaseLinks.
   BaseObject* HostGeometry() const { return hostGeometry_; }
   // Its Process reads a body's own field into a grid too small to divide, and touches nothing else.
@@ -88,6 +92,7 @@ class VolumeMesh final : public VolumeBase {
   std::int32_t threadLimit_ = 0;
   bool needsVoxelising_ = false;
   bool hadInside_ = false;  // at some time
+  std::uint64_t meshReads_ = 0;
 
   LMatrix startMatrix_;  // of the host object of a dynamic body, host units
   bool hasStart_ = false;

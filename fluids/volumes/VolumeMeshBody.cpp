@@ -208,7 +208,7 @@ void VolumeMesh::PrepareBody() {
   objectMotion_ = MotionBetween(lastPose_, pose);
   const VoxeliserSettings wanted = WantedSettings();
   const bool sameField = field_.Bytes() > 0 && field_.settings().SameResult(wanted);
-  if (!sameField || !filledPose_ || !(*filledPose_ == pose)) rigidBody_->TakeMesh(mesh_);
+  if (!sameField || !filledPose_ || !(*filledPose_ == pose)) rigidBody_->TakeMesh(mesh_), ++meshReads_;
   ShowBody();
   RecordMotion();
   SetFlag(NodeActive, HasLevelSet());

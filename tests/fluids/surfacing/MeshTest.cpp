@@ -221,6 +221,31 @@ TEST(MeshNodes, MesherShowsAClosedMeshAndASmootherWorksInTheSameFrameOnce) {
   EXPECT_NE(rig.warnings[0].second.find("frame before"), std::string::npos);
 }
 
+// Of a volume: before emitters scatter over the mesh, once for each time that it is read.
+TEST(MeshNodes, AVolumesMeshIsSmoothedOnceWhetherItMovesOrStands) {
+  Rig rig("mop_smoothing");
+  BaseObject &volume = *rig.mesher->GetLink(ImplicitMesher::kInputId), &ball = rig.Add("sphere", "Ball");
+  volume.Set(VolumeBase::kObjectId, rig.LinkTo(ball));
+  rig.other->Set(MeshOperator::kSourceId, rig.LinkTo(volume));
+  const auto size = [&] { return test::Check(rig.NodeOf<VolumeMesh>(volume)->Mesh()).volume; };
+  rig.other->Set(MeshSmoothingOperator::kSmoothingsId, std::int64_t(0));
+  rig.Step(0);
+  const double whole = size();
+  rig.other->Set(MeshSmoothingOperator::kSmoothingsId, std::int64_t(1));
+  rig.Step(1);
+  const double once = size();
+  EXPECT_LT(once, 0.999 * whole);
+  EXPECT_GT(once, 0.5 * whole);
+  for (int frame = 2; frame <= 5; ++frame) {
+    if (frame >= 4) ball.Set(kPositionId, Vec3D(frame, 0, 0));
+    rig.Step(frame);
+    EXPECT_NEAR(size(), once, 1e-9 * whole) << frame;
+  }
+  rig.other->Set(MeshSmoothingOperator::kSmoothingsId, std::int64_t(0));
+  rig.Step(6);
+  EXPECT_NEAR(size(), whole, 1e-9 * whole);
+}
+
 TEST(MeshNodes, PointsCarryDistancesAndPropertiesOfParticles) {
   Rig rig("");
   BaseObject& groupObject = rig.Add("particlegroup", "Drops");
