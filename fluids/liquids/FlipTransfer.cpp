@@ -39,6 +39,8 @@ class Rows {
     row = index & (kChunkRows - 1);
     return list_->ChunkOf(index);
   }
+  // A cache gives the last one's group its velocities.
+  bool IsPlayed() const { return played_; }
 
  private:
   void Find(std::int32_t flatIndex) {
@@ -50,12 +52,14 @@ class Rows {
       if (flatIndex < end_) break;
     }
     list_ = sort_.groups()[group]->list(sort_.kind());
+    played_ = sort_.groups()[group]->KindIsKept(sort_.kind());
     shift_ = sort_.ranges()[group].first - begin_;
   }
 
   const ParticleSort& sort_;
   const ParticleList* list_ = nullptr;
   std::int32_t begin_ = 0, end_ = 0, shift_ = 0;
+  bool played_ = false;
 };
 
 using Entries = std::span<const std::int32_t>;
@@ -111,6 +115,7 @@ ORLIX_MULTIVERSION void UpdateEntries(Entries entries, const ParticleSort& sort,
   for (const std::int32_t entry : entries) {
     std::int32_t row;
     ParticleChunk& chunk = rows.ChunkOf(entry, row);
+    if (rows.IsPlayed()) continue;
     const Vec3D p = place(chunk.positions[row]);
     Vec3D& velocity = chunk.velocities[row];
     for (int axis = 0; axis < 3; ++axis) {

@@ -63,12 +63,6 @@ std::int64_t ParticlesInWalls(const ParticleSort& sort, const GridView<const flo
   return count;
 }
 
-// A cache gives particles their velocities, too.
-bool ArePlayed(const std::vector<ParticleGroup*>& groups) {
-  return !groups.empty() && std::all_of(groups.begin(), groups.end(),
-                                        [](const ParticleGroup* group) { return group->KindIsKept(PK_Liquid); });
-}
-
 }  // namespace
 
 WaterSolver::WaterSolver(BaseList2D* hostObject, OrlixScene& owner)
@@ -276,7 +270,7 @@ void WaterSolver::ParticlesToGrid() {
 
 void WaterSolver::GridToParticles(double ratio) {
   const bool hasBefore = before_[0] && before_[0]->dims == velocity.grids[0]->dims;
-  if (HasGrids() && !ArePlayed(groups) && (hasBefore || !(ratio > 0))) {
+  if (HasGrids() && (hasBefore || !(ratio > 0))) {
     const GridView<double> change[3] = {hasBefore ? GridView<double>(*before_[0]) : GridView<double>(),
                                         hasBefore ? GridView<double>(*before_[1]) : GridView<double>(),
                                         hasBefore ? GridView<double>(*before_[2]) : GridView<double>()};

@@ -66,7 +66,7 @@ void ParticleForce_Corrector::Prepare(iBase*) {
   settings_.amount = DurationWeight(duration_, simulationInfo->time);
   settings_.dt = simulationInfo->substepDuration;
   const bool acts = settings_.amount != 0 && settings_.strength != 0 && settings_.radius > 0 && settings_.dt != 0;
-  if (!acts || !group_ || !group_->EnsureTree(kind_, false, 0)) return;
+  if (!acts || !group_ || group_->KindIsKept(kind_) || !group_->EnsureTree(kind_, false, 0)) return;
   settings_.solid = solver_ ? solver_->boundary.View() : SolidView();
   settings_.cellSize = GetSimulationSpace().cellSize;
   volumes_ = CollectObstacles(*scene);

@@ -71,7 +71,8 @@ void ParticleForce_SurfaceTension::Advise() {
 
 void ParticleForce_SurfaceTension::Prepare(iBase*) {
   SetFlag(NodeActive, false);
-  if (!group_ || settings_.strength == 0 || !(settings_.radius > 0) || !group_->EnsureTree(kind_, false, 0)) return;
+  if (!group_ || group_->KindIsKept(kind_) || settings_.strength == 0 || !(settings_.radius > 0)) return;
+  if (!group_->EnsureTree(kind_, false, 0)) return;
   settings_.dt = simulationInfo->substepDuration;
   const bool bySolver = solver_ && solver_->IsActive() && solver_->velocity.grids[0];
   settings_.halfCell = bySolver ? solver_->velocity.grids[0]->space.halfCell : GetSimulationSpace().halfCell;

@@ -84,7 +84,11 @@ void ParticleForces::Advise() {
 void ParticleForces::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   weight_ = DurationWeight(duration_, simulationInfo->time);
-  std::erase_if(groups_, [](const GroupEntry& entry) { return entry.group->Count(entry.kind) == 0; });
+  // What a cache plays keeps its places and velocities.
+  const bool pushes = !property_ || property_->propertyId == PP::Velocity || property_->propertyId == PP::Position;
+  std::erase_if(groups_, [&](const GroupEntry& entry) {
+    return entry.group->Count(entry.kind) == 0 || (pushes && entry.group->KindIsKept(entry.kind));
+  });
   if (weight_ == 0 || groups_.empty() || forces_.empty()) return;
   PrepareConstraints();
   for (Force* force : forces_) {

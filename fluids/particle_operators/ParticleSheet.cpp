@@ -99,7 +99,7 @@ void ParticleSheet::Advise() {
 
 void ParticleSheet::Prepare(iBase*) {
   SetFlag(NodeActive, false);
-  if (!group_ || !(simulationInfo->substepDuration > 0) || !(radius_ > 0)) return;
+  if (!group_ || group_->KindIsKept(kind_) || !(simulationInfo->substepDuration > 0) || !(radius_ > 0)) return;
   if (!group_->EnsureTree(kind_, true, 0)) return;
   PrepareConstraints();
   SetFlag(NodeActive, true);

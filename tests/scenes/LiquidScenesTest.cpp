@@ -153,6 +153,36 @@ TEST(LiquidCache, PlayedVelocitiesMoveTheParticlesAsTheyDid) {
   EXPECT_EQ(still.speed, 0) << "but particles learn their velocity only when they follow";
 }
 
+TEST(LiquidCache, PlayedParticlesAreLeftAloneByAllThatMovesAndPushes) {
+  const test::TemporaryFolder folder;
+  const std::string group = R"({ "type": "particlegroup", "name": "Water" },)";
+  const auto run = [&](const std::string& mode) {
+    const std::string nodes = R"(
+        { "type": "cache_particle", "mode": ")" +
+                              mode + R"(", "groups": [{ "object": "Water", "kind": "liquid" }],
+          "folder_source": "own", "folder": "film" },
+        { "type": "pforce_correct", "group": "Water", "strength": 50 },
+        { "type": "pforce_tension", "group": "Water", "kind": "liquid", "strength": 5, "radius": 1 },
+        { "type": "pvaluetoproperty", "group": "Water" },
+        { "type": "psheet", "group": "Water", "thin_limit": 0.9, "interior_density": 0.95, "minimum_density": 0 },
+        { "type": "pforce_acceleration", "name": "Wind" },
+        { "type": "particle_forces", "groups": [{ "object": "Water", "kind": "liquid" }], "forces": ["Wind"] },)";
+    test::WriteText(folder / "dam.json", test::SceneTextWith("scenes/dam_break.json", {{group, group + nodes}}));
+    auto scene = std::make_unique<test::SceneFileRun>(
+        (folder / "dam.json").string(), std::vector<std::string>{"Dam.voxel_size=0.16", "Dam.max_substeps=0"});
+    scene->StepThrough(0, 2);
+    return scene;
+  };
+  const auto recorded = run("record"), played = run("playback");
+  const ParticleList &a = LiquidOf(*recorded, "Water"), &b = LiquidOf(*played, "Water");
+  ASSERT_EQ(a.count(), b.count());
+  ASSERT_GT(a.count(), 300);
+  for (int n = 0; n < a.count(); ++n) {
+    ASSERT_EQ(a.Position(n), b.Position(n)) << n;
+    ASSERT_EQ(a.Velocity(n), b.Velocity(n)) << n;
+  }
+}
+
 // --- liquid messages ------------------------------------------------------------------------------------------------
 
 // What a liquid tells where a user would wonder: the dam break with something missing or misplaced.
