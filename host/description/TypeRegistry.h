@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "globals/EditDistance.h"
 #include "host/description/Parameter.h"
 
 namespace orlix {
@@ -66,8 +67,5 @@ class TypeRegistry {
   std::map<std::string, int, std::less<>> names_;
   std::map<std::string, int, std::less<>> planned_;
 };
-
-// Levenshtein distance with early exit: returns a value above limit when the distance is above limit.
-int EditDistance(std::string_view a, std::string_view b, int limit);
 
 }  // namespace orlix

@@ -181,8 +181,8 @@ double Noise::Sample(NoiseType type, const Vec3D& point, const NoiseArguments& a
   return value;
 }
 
-void Noise::SampleRow(NoiseType type, const Vec3D& start, const Vec3D& step, const NoiseArguments& arguments,
-                      std::span<double> out) const {
+template <class Point>
+void Noise::SampleBlocks(NoiseType type, const NoiseArguments& arguments, std::span<double> out, Point&& point) const {
   NoiseArguments checked = arguments;
   checked.time = FiniteOr0(arguments.time);
   const Octaves octaves = OctavesOf(type, checked);
@@ -190,12 +190,22 @@ void Noise::SampleRow(NoiseType type, const Vec3D& start, const Vec3D& step, con
   for (std::size_t begin = 0; begin < out.size(); begin += NoisePoints::kCapacity) {
     block.points.count = static_cast<int>(std::min<std::size_t>(out.size() - begin, NoisePoints::kCapacity));
     for (int i = 0; i < block.points.count; ++i) {
-      const Vec3D p = start + step * static_cast<double>(begin + static_cast<std::size_t>(i));
+      const Vec3D p = point(begin + static_cast<std::size_t>(i));
       block.points.x[i] = FiniteOr0(p.x), block.points.y[i] = FiniteOr0(p.y), block.points.z[i] = FiniteOr0(p.z);
     }
     Evaluate(type, octaves, checked, block);
     std::copy_n(block.value, block.points.count, out.data() + begin);
   }
+}
+
+void Noise::SampleRow(NoiseType type, const Vec3D& start, const Vec3D& step, const NoiseArguments& arguments,
+                      std::span<double> out) const {
+  SampleBlocks(type, arguments, out, [&](std::size_t i) { return start + step * static_cast<double>(i); });
+}
+
+void Noise::SamplePoints(NoiseType type, const double* x, const double* y, const double* z,
+                         const NoiseArguments& arguments, std::span<double> out) const {
+  SampleBlocks(type, arguments, out, [&](std::size_t i) { return Vec3D(x[i], y[i], z[i]); });
 }
 
 }  // namespace orlix

@@ -53,6 +53,10 @@ class Noise {
   void SampleRow(NoiseType type, const Vec3D& start, const Vec3D& step, const NoiseArguments& arguments,
                  std::span<double> out) const;
 
+  // out[i] = Sample(type, {x[i], y[i], z[i]}, arguments), faster; most so where neighbours share y and z.
+  void SamplePoints(NoiseType type, const double* x, const double* y, const double* z, const NoiseArguments& arguments,
+                    std::span<double> out) const;
+
  private:
   struct Octaves {
     int count = 0;
@@ -68,6 +72,9 @@ class Noise {
   void Warped(const Octaves& octaves, const NoiseArguments& arguments, Block& block) const;
   void Cellular(const Octaves& octaves, const NoiseArguments& arguments, Block& block) const;
   void Evaluate(NoiseType type, const Octaves& octaves, const NoiseArguments& arguments, Block& block) const;
+  // point(i) gives where out[i] is sampled.
+  template <class Point>
+  void SampleBlocks(NoiseType type, const NoiseArguments& arguments, std::span<double> out, Point&& point) const;
 
   std::uint32_t seed_;
   int tableSize_ = 0;
