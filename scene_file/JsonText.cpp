@@ -33,7 +33,7 @@ class Cleaner {
 
   std::optional<TextMistake> Run() {
     if (text_.starts_with("\xEF\xBB\xBF")) Blank(0, 3);
-    if (auto mistake = CheckUtf8()) return mistake;
+    if (auto mistake = FindNoUtf8(text_)) return mistake;
     std::size_t i = 0;
     while (i < text_.size() && !mistake_) i = Step(i);
     return std::move(mistake_);
@@ -50,17 +50,6 @@ class Cleaner {
     for (std::size_t k = from; k < to; ++k) {
       if (text_[k] != '\n' && text_[k] != '\r') text_[k] = ' ';
     }
-  }
-
-  std::optional<TextMistake> CheckUtf8() const {
-    for (std::size_t i = 0; i < text_.size();) {
-      const std::size_t length = Utf8Length(text_, i);
-      if (length == 0) {
-        return TextMistake{i, fmt::format("the byte 0x{:02X} is no UTF-8", static_cast<unsigned char>(text_[i]))};
-      }
-      i += length;
-    }
-    return {};
   }
 
   std::size_t Step(std::size_t i) {
@@ -134,6 +123,17 @@ class Cleaner {
 };
 
 }  // namespace
+
+std::optional<TextMistake> FindNoUtf8(const std::string& text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = Utf8Length(text, i);
+    if (length == 0) {
+      return TextMistake{i, fmt::format("the byte 0x{:02X} is no UTF-8", static_cast<unsigned char>(text[i]))};
+    }
+    i += length;
+  }
+  return {};
+}
 
 std::optional<TextMistake> CleanJsonText(std::string& text) { return Cleaner(text).Run(); }
 

@@ -8,6 +8,7 @@
 
 #include "host/objects/Presets.h"
 #include "scene_file/ParameterText.h"
+#include "scene_file/ScriptReader.h"
 #include "scene_file/ValueReader.h"
 
 namespace orlix {
@@ -117,6 +118,7 @@ void ParameterReader::ReadMember(const ParameterSite& site, const JsonValue& val
   }
   if (site.row->type == ParameterType::Link) return ReadReference(site, value);
   if (site.row->type == ParameterType::InExclude) return ReadList(site, value);
+  if (site.row->type == ParameterType::Script) return ReadScriptRow(site, value);
   if (!site.row->HoldsValue()) {
     return site.Complain(value.offset, fmt::format("is a {} and holds no value", NameOf(site.row->type)));
   }
@@ -126,6 +128,13 @@ void ParameterReader::ReadMember(const ParameterSite& site, const JsonValue& val
     if (std::string& path = std::get<std::string>(*read); IsRelative(path)) path = site.source->filePrefix + path;
   }
   site.object->Set(site.row->id, std::move(*read));
+}
+
+void ParameterReader::ReadScriptRow(const ParameterSite& site, const JsonValue& value) {
+  auto script = ReadScript(site, value, document_.folder, load_);
+  if (!script) return;
+  site.object->Set(site.row->id, std::move(script->text));
+  places_.AddText(*site.object, site.row->id, std::move(script->pieces));
 }
 
 void ParameterReader::ReadReference(const ParameterSite& site, const JsonValue& value) {

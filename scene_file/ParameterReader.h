@@ -16,7 +16,9 @@ namespace orlix {
 
 class ParameterReader {
  public:
-  ParameterReader(BaseDocument& document, Mistakes& mistakes) : document_(document), mistakes_(mistakes) {}
+  // load reads the files that scripts stand in; it outlives the reader.
+  ParameterReader(BaseDocument& document, Mistakes& mistakes, const LoadText& load)
+      : document_(document), mistakes_(mistakes), load_(load) {}
 
   // Sets each member on the object, except those whose keys are in skip (the entry's own: type, name, ...).
   void Read(BaseObject& object, const std::shared_ptr<const SourceText>& source, const JsonValue::Object& members,
@@ -39,6 +41,7 @@ class ParameterReader {
 
   BaseDocument& document_;
   Mistakes& mistakes_;
+  const LoadText& load_;
   std::vector<Reference> references_;
   ScenePlaces places_;
 
@@ -49,6 +52,7 @@ class ParameterReader {
   Spelling ReadSpelling(const BaseObject& object, const Place& place, std::string_view key,
                         const std::vector<std::string_view>& skip);
   void ReadMember(const ParameterSite& site, const JsonValue& value, bool keys);
+  void ReadScriptRow(const ParameterSite& site, const JsonValue& value);
   void ReadReference(const ParameterSite& site, const JsonValue& value);
   void ReadList(const ParameterSite& site, const JsonValue& value);
   BaseObject* Resolve(const ParameterSite& site, const Target& target, const ObjectIndex& index);

@@ -135,6 +135,8 @@ std::string AllowedText(const Parameter& row) {
       return "a text in quotes";
     case ParameterType::File:
       return "a file name in quotes";
+    case ParameterType::Script:
+      return R"(a text in quotes, a list of its lines, or {"file": a name})";
     case ParameterType::Link:
       return fmt::format("the name of {}", KindsText(row.linkKinds));
     case ParameterType::InExclude:
@@ -177,6 +179,8 @@ std::string DefaultText(const Parameter& row) {
     case ParameterType::String:
     case ParameterType::File:
       return fmt::format("\"{}\"", row.string);
+    case ParameterType::Script:  // too long for a line: the pages of the reference show it
+      return {};
     case ParameterType::InExclude:
       return "[]";
     case ParameterType::Spline:

@@ -53,7 +53,7 @@ constexpr SceneBuilder::Section SceneBuilder::kSections[] = {
 };
 
 SceneBuilder::SceneBuilder(BaseDocument& document, Mistakes& mistakes, LoadText load)
-    : document_(document), mistakes_(mistakes), load_(std::move(load)), parameters_(document, mistakes) {}
+    : document_(document), mistakes_(mistakes), load_(std::move(load)), parameters_(document, mistakes, load_) {}
 
 void SceneBuilder::Complain(const Source& source, std::uint32_t offset, std::string text) {
   mistakes_.Add({source, offset}, std::move(text));

@@ -21,9 +21,11 @@ const Parameter* RowOf(const TypeInfo& type, std::string_view key) {
 JsonValue ValueOf(const std::string& text, const Parameter* row, Mistakes& mistakes) {
   const bool isText = row && (row->type == ParameterType::String || row->type == ParameterType::File ||
                               row->type == ParameterType::Link);
+  const bool isScript = row && row->type == ParameterType::Script;
   JsonValue plain;
   plain.content = text;
   if (isText && !text.starts_with('"')) return plain;
+  if (isScript && text.find_first_of("\"[{") != 0) return plain;
   auto source = std::make_shared<SourceText>(SourceText{"--set", "", text, "", false});
   Mistakes own;
   if (auto value = ReadJson(source, own)) return std::move(*value);

@@ -118,6 +118,8 @@ class Writer {
       case ParameterType::String:
       case ParameterType::File:
         return AsString(value, "");
+      case ParameterType::Script:
+        return OfLines(AsString(value, ""));
       case ParameterType::Link: {
         const auto* link = std::get_if<LinkValue>(&value);
         const std::string name = link ? NameOf(link->target) : std::string();
@@ -139,6 +141,19 @@ class Writer {
       default:
         return OfNumber(row, AsDouble(value, 0));
     }
+  }
+
+  // A text of several lines is easier to read as a list of them.
+  static Json OfLines(const std::string& text) {
+    if (text.find('\n') == std::string::npos) return text;
+    Json lines = Json::array();
+    std::size_t from = 0, end = 0;
+    do {
+      end = text.find('\n', from);
+      lines.push_back(text.substr(from, end - from));
+      from = end + 1;
+    } while (end != std::string::npos);
+    return lines;
   }
 
   Json OfList(const Parameter& row, const Value& value) const {

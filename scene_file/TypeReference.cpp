@@ -100,6 +100,11 @@ std::string Page(const TypeInfo& type) {
                        value.empty() ? "" : fmt::format("`{}`", Cell(value)), Cell(TakesColumn(*row)),
                        Cell(Description(type, *row)));
   }
+  for (const Parameter* row : rows) {
+    if (row->type != ParameterType::Script) continue;
+    out += fmt::format("\nThe default of `{}`, in the language of [scripts](../scripts.md):\n\n```\n{}\n```\n",
+                       row->key, row->string);
+  }
   return out;
 }
 

@@ -45,6 +45,15 @@ Json ValueSchema(const Parameter& row) {
     case ParameterType::Spline:
     case ParameterType::Gradient:
       return {{"type", "array"}};
+    case ParameterType::Script: {
+      const Json string = {{"type", "string"}};
+      const Json lines = {{"type", "array"}, {"items", string}};
+      const Json file = {{"type", "object"},
+                         {"properties", {{"file", string}}},
+                         {"required", {"file"}},
+                         {"additionalProperties", false}};
+      return {{"anyOf", {string, lines, file}}};
+    }
     default:
       return {{"type", "string"}};
   }
@@ -84,6 +93,7 @@ Json RowAsJson(const TypeInfo& type, const Parameter& row) {
   if (const std::string value = DefaultText(row); !value.empty()) {
     json["default"] = Json::parse(value, nullptr, false);
   }
+  if (row.type == ParameterType::Script) json["default"] = row.string;
   if (row.fallbackNumber) json["absent"] = *row.fallbackNumber;
   if (const std::string range = RangeText(row); !range.empty()) json["range"] = range;
   for (const Choice& choice : row.choices) {

@@ -209,6 +209,7 @@ std::optional<Value> ReadValue(const ParameterSite& site, const JsonValue& value
       return ReadSpline(site, value);
     case ParameterType::Gradient:
       return ReadGradient(site, value);
+    case ParameterType::Script:
     case ParameterType::Link:
     case ParameterType::InExclude:
     case ParameterType::Button:

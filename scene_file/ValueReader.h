@@ -16,7 +16,7 @@
 
 namespace orlix {
 
-// Every type but links and lists, which need the other objects.
+// Every type but links and lists, which need the other objects, and scripts, which may stand in files.
 std::optional<Value> ReadValue(const ParameterSite& site, const JsonValue& value);
 
 // Whether the type can be keyframed.

@@ -10,7 +10,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("apps", "benchmarks", "exchange", "fluids", "host", "main", "run", "tests")
 # Here the host's containers and tables themselves are tried, with numbers of no type.
 FREE = ("tests/host/", "tests/scene_file/", "tests/apps/")
-ROW = re.compile(r"\b(?:Bool|Int|Choice|Float|Vector|String|File|Link|List|Spline|Gradient)Parameter\(\s*"
+ROW = re.compile(r"\b(?:Bool|Int|Choice|Float|Vector|String|File|Script|Link|List|Spline|Gradient)Parameter\(\s*"
                  r"([\w:]+),\s*\"(\w+)\"")
 USE = re.compile(r"(?:(?:\.|->)(?:Set|Get(?:Bool|Int|Choice|Float|Double|Vec\w*|String|Link|ObjectLink|Spline\w*|"
                  r"Gradient|InExclude)(?:<[\w:]+>)?)|\bShownWhen)\((\d+)[,)]")

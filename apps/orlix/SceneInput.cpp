@@ -20,7 +20,7 @@ Result<SceneFile> ReadScene(const Program& program, const SceneOptions& options,
   Mistakes mistakes;
   ErrorKind kind = ErrorKind::InputFile;
   for (const RowMistake& mistake : found) {
-    const Place* place = scene->places.Find(mistake.object, mistake.row);
+    const auto place = scene->places.FindInText(mistake.object, mistake.row, mistake.textOffset);
     if (place) mistakes.Add(*place, Described(*document.FindObject(mistake.object), mistake.row, mistake.text));
     if (mistake.kind == ErrorKind::Scene) kind = ErrorKind::Scene;
   }

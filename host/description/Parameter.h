@@ -36,6 +36,7 @@ enum class ParameterType {
   Vector,
   String,
   File,       // a path, relative to the scene file
+  Script,     // the text of a program, of several lines
   Link,       // one object
   InExclude,  // a list of objects with flags
   Spline,
@@ -219,6 +220,11 @@ constexpr Parameter StringParameter(int id, const char* key, const char* value, 
 }
 constexpr Parameter FileParameter(int id, const char* key, const char* text) {
   return MakeParameter(id, key, ParameterType::File, "", text);
+}
+constexpr Parameter ScriptParameter(int id, const char* key, const char* value, const char* text) {
+  Parameter p = MakeParameter(id, key, ParameterType::Script, "", text);
+  p.string = value;
+  return p;
 }
 constexpr Parameter LinkParameter(int id, const char* key, std::uint32_t kinds, const char* text) {
   Parameter p = MakeParameter(id, key, ParameterType::Link, "", text);

@@ -21,6 +21,8 @@ const char* NameOf(ParameterType type) {
       return "string";
     case ParameterType::File:
       return "file";
+    case ParameterType::Script:
+      return "script";
     case ParameterType::Link:
       return "link";
     case ParameterType::InExclude:
@@ -49,6 +51,7 @@ Value DefaultOf(const Parameter& p) {
       return p.vector;
     case ParameterType::String:
     case ParameterType::File:
+    case ParameterType::Script:
       return std::string(p.string);
     case ParameterType::InExclude:
       return std::make_shared<const InExcludeData>();

@@ -13,6 +13,7 @@ struct RowMistake {
   int row = 0;
   std::string text;  // behind `"Path".key `
   ErrorKind kind = ErrorKind::Scene;
+  std::int64_t textOffset = -1;  // the byte of a script that it is about; -1 for the row itself
 };
 
 // `"Path".key ` and the text.

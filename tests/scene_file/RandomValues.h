@@ -40,6 +40,7 @@ class RandomValues {
         return Vec3D(Number(row), Number(row), Number(row));
       case ParameterType::String:
       case ParameterType::File:
+      case ParameterType::Script:
         return Text();
       case ParameterType::Link: {
         const auto targets = Targets(row, document);

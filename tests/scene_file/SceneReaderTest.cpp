@@ -48,6 +48,7 @@ constexpr Parameter kForce[] = {
     VectorParameter(1008, "axis", {0, 1, 0}, "", "Direction"),
     ButtonParameter(1009, "add", "Adds one"),
     BoolParameter(1010, "active", true, "Acts at all"),
+    ScriptParameter(1011, "script", "main(op) { return 1; }", "A formula"),
 };
 constexpr Parameter kMesh[] = {FileParameter(1001, "file", "OBJ file")};
 constexpr Parameter kLight[] = {FloatParameter(1001, "intensity", 1, "", "Factor").Min(0)};
@@ -160,6 +161,48 @@ TEST(SceneReader, EverySectionAndValueArrives) {
   EXPECT_EQ(document.ObjectsOfType(902).size() + document.ObjectsOfType(903).size(), 2u);
 }
 
+// A script's text, however it is written, and where each byte of it stands.
+TEST(SceneReader, AScriptStandsInAStringInLinesOrInAFile) {
+  struct Form {
+    const char* value;
+    const char* text;
+    std::int64_t offset;  // of a byte of the text
+    const char* place;
+  };
+  const Form forms[] = {
+      {R"j("one \"two\" three")j", "one \"two\" three", 11, "s.json:2:53"},
+      {R"j("a\nb\u00e4\ud83d\ude00c")j",
+       "a\nb\xc3\xa4\xf0\x9f\x98\x80"
+       "c",
+       9, "s.json:2:62"},
+      {R"j(["main()", "{ \"x\" }"])j", "main()\n{ \"x\" }", 11, "s.json:2:56"},
+      {"[\"main()\",\n\"{\", \"}\"]", "main()\n{\n}", 9, "s.json:3:7"},
+      {R"j({"file": "wind.txt"})j", "// \xc3\xa4\nmain()\n", 8, "wind.txt:2:3"},
+      {"[]", "", 0, "s.json:2:29"},
+  };
+  for (const Form& form : forms) {
+    const std::string force = R"({ "type": "force_buoyancy", "script": )" + std::string(form.value) + " }";
+    const auto scene = Read(SceneWith(force), {}, {{"wind.txt", "// \xc3\xa4\nmain()\n"}});
+    ASSERT_TRUE(scene.ok()) << form.value << MistakesOf(scene);
+    const BaseObject& object = *scene->document->ObjectsOfType(1300015).at(0);
+    EXPECT_EQ(object.GetString(1011), form.text) << form.value;
+    Mistakes mistakes;
+    const auto place = scene->places.FindInText(object.creationNumber(), 1011, form.offset);
+    ASSERT_TRUE(place);
+    mistakes.Add(*place, "here");
+    EXPECT_EQ(mistakes.Text(), std::string(form.place) + ": here") << form.value;
+    // What is written holds the text itself.
+    const auto written = WriteScene(*scene->document);
+    ASSERT_TRUE(written.ok());
+    const auto again = Read(*written);
+    ASSERT_TRUE(again.ok()) << *written;
+    EXPECT_EQ(again->document->ObjectsOfType(1300015).at(0)->GetString(1011), form.text) << *written;
+  }
+  const auto set = Read(SceneWith(R"({ "type": "force_buoyancy", "name": "L" })"), {"L.script=main() { return 2; }"});
+  ASSERT_TRUE(set.ok()) << MistakesOf(set);
+  EXPECT_EQ(set->document->ObjectsOfType(1300015).at(0)->GetString(1011), "main() { return 2; }");
+}
+
 struct MistakeCase {
   const char* claim;
   const char* children;  // in the second line of the file
@@ -176,6 +219,10 @@ TEST_P(SceneMistake, HasPlaceAndReason) {
 }
 
 const MistakeCase kMistakes[] = {
+    {"ScriptOfNumbers", R"({ "type": "force_buoyancy", "name": "L", "script": ["a", 3] })",
+     R"(s.json:2:58: "P/L".script is 3, must be a line of the script in quotes)"},
+    {"ScriptInNoFile", R"({ "type": "force_buoyancy", "name": "L", "script": {"file": "w.txt"} })",
+     R"(s.json:2:61: "P/L".script is in a file: w.txt: can't be opened)"},
     {"MisspeltType", R"({ "type": "fliud" })", R"(s.json:2:11: there is no type "fliud", did you mean "fluid"?)"},
     {"PlannedType", R"({ "type": "fluid_liquid" })",
      R"(s.json:2:11: the type "fluid_liquid" is known but not built yet)"},
