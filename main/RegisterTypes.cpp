@@ -37,8 +37,7 @@ struct PlannedType {
 
 // Types that scenes may come to name. Each leaves the list by being registered.
 constexpr PlannedType kPlanned[] = {
-    {1300057, "zq_constraint_coffee"}, {1300059, "zq_channelop_coffee"}, {1300060, "zq_pforce_coffee"},
-    {1300063, "zq_channelop_remap"},   {13000141, "zq_force_coffee"},
+    {1300063, "zq_channelop_remap"},
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "exchange/FrameOutput.h"
 #include "fluids/caches/Cache_OperatorBase.h"
+#include "fluids/scripts/NodeScripts.h"
 #include "host/files/FrameFiles.h"
 #include "host/render/Camera.h"
 #include "host/render/Light.h"
@@ -171,6 +172,7 @@ std::vector<RowMistake> FindSceneMistakes(const BaseDocument& document, const Sc
   Found found;
   CheckPictures(document, found);
   CheckInputs(document, found);
+  for (RowMistake& mistake : FindScriptMistakes(document)) found.push_back(std::move(mistake));
   CheckFiles(document, options.allowOutside, found);
   CheckStages(document, found);
   CheckResultNames(document, options.results, found);

@@ -1,6 +1,7 @@
 #include "fluids/constraints/ConstraintTypes.h"
 
 #include "fluids/constraints/ChannelAverageConstraint.h"
+#include "fluids/constraints/CoffeeConstraint.h"
 #include "fluids/constraints/GradientConstraint.h"
 #include "fluids/constraints/GridValueConstraint.h"
 #include "fluids/constraints/NoiseConstraint.h"
@@ -16,6 +17,7 @@ namespace orlix {
 
 void RegisterConstraintTypes(NodeFactory& factory) {
   factory.Add<ChannelAverageConstraint>();
+  factory.Add<CoffeeConstraint>();
   factory.Add<GradientConstraint>();
   factory.Add<GridValueConstraint>();
   factory.Add<NoiseConstraint>();

@@ -4,6 +4,13 @@
 
 namespace orlix {
 
+namespace {
+
+constexpr std::int32_t kGridEmissionSettings = 10;  // sub type
+constexpr std::int32_t kSettingsDurationId = 1004;
+
+}  // namespace
+
 bool ConstrainedForce::ResolveLinks() {
   if (!Force::ResolveLinks()) return false;
   constraints_ = RetrieveConstraints(*scene, handler);
@@ -20,6 +27,13 @@ void ConstrainedForce::ReleaseLinks() {
 Duration* ConstrainedForce::DurationOf(std::int32_t linkId) const {
   const BaseList2D* own = handler.GetLink(linkId);
   return scene->RetrieveAs<Duration>(own ? own : handler.GetLink(kDurationId), NODE_HELPER);
+}
+
+Duration* ConstrainedForce::DurationOfSettings(std::int32_t settingsId, std::int32_t linkId) const {
+  // The settings may resolve their own links after this node does, so their link is followed here.
+  const iBase* settings = scene->Retrieve(handler.GetLink(settingsId), NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
+  if (!settings || settings->GetNodeSubType() != kGridEmissionSettings) return DurationOf(linkId);
+  return scene->RetrieveAs<Duration>(settings->handler.GetLink(kSettingsDurationId), NODE_HELPER);
 }
 
 const GridSpace& ConstrainedForce::Lattice() const { return velocity_->grids[0]->space; }

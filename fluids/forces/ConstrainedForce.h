@@ -19,6 +19,8 @@ class ConstrainedForce : public Force {
   virtual Duration* FindDuration() const = 0;
   // The one of the force's own link, or else of the link that all nodes have.
   Duration* DurationOf(std::int32_t linkId) const;
+  // That of the emission settings of a link; without settings the one of the second link, as DurationOf.
+  Duration* DurationOfSettings(std::int32_t settingsId, std::int32_t linkId) const;
 
   // How a Prepare begins: false, and the force is idle, when there is no velocity or the duration says no.
   bool BeginPrepare();

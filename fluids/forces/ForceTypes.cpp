@@ -1,6 +1,7 @@
 #include "fluids/forces/ForceTypes.h"
 
 #include "fluids/forces/Force_Buoyancy.h"
+#include "fluids/forces/Force_Coffee.h"
 #include "fluids/forces/Force_Curl.h"
 #include "fluids/forces/Force_Gravity.h"
 #include "fluids/forces/Force_GridTurbulence.h"
@@ -19,6 +20,7 @@ void RegisterForceTypes(NodeFactory& factory) {
   factory.Add<Force_TrigoWave>();
   factory.Add<Force_Vortex>();
   factory.Add<Force_Curl>();
+  factory.Add<Force_Coffee>();
 }
 
 }  // namespace orlix

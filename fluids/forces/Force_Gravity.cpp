@@ -2,13 +2,6 @@
 
 namespace orlix {
 
-namespace {
-
-constexpr std::int32_t kGridEmissionSettings = 10;  // sub type
-constexpr std::int32_t kSettingsDurationId = 1004;
-
-}  // namespace
-
 const TypeInfo& Force_Gravity::Type() {
   static constexpr Parameter kParameters[] = {
       VectorParameter(kDirectionId, "direction", {0, -9.81, 0}, "m/s^2", "The acceleration, in the object's own axes")
@@ -51,12 +44,7 @@ void Force_Gravity::ReleaseLinks() {
   ConstrainedForce::ReleaseLinks();
 }
 
-Duration* Force_Gravity::FindDuration() const {
-  // The settings may resolve their own links after this node does, so their link is followed here.
-  const iBase* settings = scene->Retrieve(handler.GetLink(kSettingsId), NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
-  if (!settings || settings->GetNodeSubType() != kGridEmissionSettings) return DurationOf(kDurationId);
-  return scene->RetrieveAs<Duration>(settings->handler.GetLink(kSettingsDurationId), NODE_HELPER);
-}
+Duration* Force_Gravity::FindDuration() const { return DurationOfSettings(kSettingsId, kDurationId); }
 
 void Force_Gravity::Prepare(iBase*) {
   if (!BeginPrepare()) return;

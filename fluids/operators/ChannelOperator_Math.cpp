@@ -82,23 +82,7 @@ void ChannelOperator_Math::Prepare(iBase*) {
                                                : nullptr;
     sources_[c].Bind(source, grid->space);
   }
-  clones_.clear(), chain_.clear();
-  for (const Constraint* constraint : RetrieveConstraints(*scene, handler)) {
-    clones_.push_back(constraint->Clone());
-    chain_.push_back(clones_.back().get());
-    chain_.back()->Prepare(this);
-  }
-  weights_.Build(*scene, this, chain_, {}, *grid, 1.0, [](std::int64_t) { return true; });
-  amounts_.resize(static_cast<std::size_t>(grid->dims.x) * WorkerPool::kMaxWorkers);
-}
-
-const double* ChannelOperator_Math::Amounts(const ChannelRow& row) {
-  if (chain_.empty()) return row.weights;
-  const std::size_t cells = amounts_.size() / WorkerPool::kMaxWorkers;
-  double* amounts = amounts_.data() + cells * static_cast<std::size_t>(row.threadIndex);
-  const double* own = weights_.Row(row.j, row.k);
-  for (std::int32_t i = row.begin; i < row.end; ++i) amounts[i] = row.weights[i] * own[i];
-  return amounts;
+  weights_.Prepare(*scene, *this, *grid);
 }
 
 double ChannelOperator_Math::ConstantOf(int component) const {
@@ -107,7 +91,7 @@ double ChannelOperator_Math::ConstantOf(int component) const {
 
 void ChannelOperator_Math::ProcessRow(const ChannelRow& row) {
   if (!IsActive()) return;
-  const double* amounts = Amounts(row);
+  const double* amounts = weights_.Of(row);
   if (vectorTarget_) return ProcessVector(row, amounts);
   const double* operands = sources_[0] ? sources_[0].Of(row) : nullptr;
   MathRow(operation_, scalarTarget_->grid->data + row.index, operands, scalarValue_, amounts, row.begin, row.end);
@@ -134,9 +118,7 @@ void ChannelOperator_Math::ProcessVector(const ChannelRow& row, const double* am
 }
 
 void ChannelOperator_Math::Finish() {
-  for (Constraint* clone : chain_) clone->Finish();
-  chain_.clear(), clones_.clear();
-  weights_.Release();
+  weights_.Finish();
   SetFlag(NodeActive, false);
 }
 

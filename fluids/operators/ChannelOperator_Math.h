@@ -4,8 +4,7 @@
 #include <array>
 
 #include "fluids/channels/LatticeRows.h"
-#include "fluids/constraints/CellWeights.h"
-#include "fluids/emitters/ChannelOperator.h"
+#include "fluids/operators/OperatorWeights.h"
 
 namespace orlix {
 
@@ -31,8 +30,6 @@ class ChannelOperator_Math final : public ChannelOperator {
   void Finish() override;
 
  private:
-  // What the emitter's weights and the constraints leave, standing at cell 0.
-  const double* Amounts(const ChannelRow& row);
   // A component's operand where there is no source.
   double ConstantOf(int component) const;
   void ProcessVector(const ChannelRow& row, const double* amounts);
@@ -44,10 +41,7 @@ class ChannelOperator_Math final : public ChannelOperator {
   double scalarValue_ = 1;
   Vec3D vectorValue_;
   bool useVector_ = false;
-  std::vector<std::unique_ptr<Constraint>> clones_;
-  std::vector<Constraint*> chain_;
-  CellWeights weights_;          // of the constraints, from 1
-  std::vector<double> amounts_;  // a row for each worker
+  OperatorWeights weights_;
 };
 
 }  // namespace orlix

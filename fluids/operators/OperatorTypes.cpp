@@ -1,5 +1,6 @@
 #include "fluids/operators/OperatorTypes.h"
 
+#include "fluids/operators/ChannelOperator_Coffee.h"
 #include "fluids/operators/ChannelOperator_Math.h"
 #include "fluids/operators/GridAdvection.h"
 #include "fluids/operators/GridCombustion.h"
@@ -19,6 +20,7 @@ void RegisterOperatorTypes(NodeFactory& factory) {
   factory.Add<GridDissipate>();
   factory.Add<GridDiffusion>();
   factory.Add<ChannelOperator_Math>();
+  factory.Add<ChannelOperator_Coffee>();
 }
 
 }  // namespace orlix

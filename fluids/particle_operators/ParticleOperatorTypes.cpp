@@ -5,6 +5,7 @@
 #include "fluids/particle_operators/PSurface_Properties.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
 #include "fluids/particle_operators/ParticleForce_Acceleration.h"
+#include "fluids/particle_operators/ParticleForce_Coffee.h"
 #include "fluids/particle_operators/ParticleForce_Corrector.h"
 #include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
 #include "fluids/particle_operators/ParticleForces.h"
@@ -18,6 +19,7 @@ void RegisterParticleOperatorTypes(NodeFactory& factory) {
   factory.Add<ParticleAdvection>();
   factory.Add<ParticleForces>();
   factory.Add<ParticleForce_Acceleration>();
+  factory.Add<ParticleForce_Coffee>();
   factory.Add<ParticleForce_Corrector>();
   factory.Add<ParticleForce_SurfaceTension>();
   factory.Add<ParticleVolumeProperties>();

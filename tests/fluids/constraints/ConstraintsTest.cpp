@@ -4,6 +4,7 @@
 
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/constraints/ChannelAverageConstraint.h"
+#include "fluids/constraints/CoffeeConstraint.h"
 #include "fluids/constraints/Constraint.h"
 #include "fluids/constraints/GradientConstraint.h"
 #include "fluids/constraints/GridValueConstraint.h"
@@ -59,6 +60,10 @@ class EveryConstraint : public testing::TestWithParam<const char*> {
     if (type == "constraint_voxeldistance")
       object_->Set(VoxelDistanceConstraint::kReferenceId, NodeBench::LinkTo(*place_));
     if (type == "constraint_noise") object_->Set(NoiseConstraint::kFeatureSizeId, 40.0);
+    if (type == "constraint_coffee") {
+      object_->Set(C4D_CoffeeGui::kScriptId,
+                   std::string("main(op) { return physical_pos.x < 0.5 ? 0 : source_value + physical_pos.y; }"));
+    }
     if (type == "constraint_gridaverage") object_->Set(ChannelAverageConstraint::kThresholdId, 0.0);
     Ready();
   }
@@ -120,6 +125,7 @@ TEST_P(EveryConstraint, WithoutItsLinkNothingIsStopped) {
   const std::string type = GetParam();
   if (type == "constraint_noise") object_->Set(NoiseConstraint::kFeatureSizeId, 0.0);
   if (type == "constraint_gradient") object_->Set(GradientConstraint::kGradientId, Value());
+  if (type == "constraint_coffee") object_->Set(C4D_CoffeeGui::kScriptId, std::string("main(op) { return 1 }"));
   Ready();
   const Outcome outcome = Ask(bench_, *object_, {0.5, 0.5, 0.5}, 0.75);
   EXPECT_TRUE(outcome.goesOn);
@@ -127,8 +133,9 @@ TEST_P(EveryConstraint, WithoutItsLinkNothingIsStopped) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, EveryConstraint,
-                         testing::Values("constraint_gridaverage", "constraint_gradient", "constraint_gridvalue",
-                                         "constraint_noise", "constraint_volume", "constraint_voxeldistance"),
+                         testing::Values("constraint_coffee", "constraint_gridaverage", "constraint_gradient",
+                                         "constraint_gridvalue", "constraint_noise", "constraint_volume",
+                                         "constraint_voxeldistance"),
                          [](const auto& type) { return std::string(type.param).substr(11); });
 
 TEST(ChannelAverage, IsTheMeanOfWhatIsAboveZeroOrTheLastOne) {

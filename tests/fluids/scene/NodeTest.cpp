@@ -290,8 +290,8 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
 TEST(Advice, EveryNodeAloneTellsWhyNothingHappens) {
   // What a list that is left empty takes, and what may wait for others.
   const std::string quiet =
-      " force_gravity force_swirling force_trigowave force_vortex pforce_acceleration iop_spawn iop_repulsion "
-      "channel_scalar channel_vector channel_temp channel_fuel channel_fire ";
+      " force_gravity force_swirling force_trigowave force_vortex force_coffee pforce_acceleration pforce_coffee "
+      "iop_spawn iop_repulsion channel_scalar channel_vector channel_temp channel_fuel channel_fire ";
   const test::TestScene types;
   for (const auto& [id, type] : types.types.types()) {
     if (type->role != TypeRole::Node) continue;
