@@ -307,7 +307,7 @@ bool ParticleCacher::HasExchangeFrame() {
   }
   const Result<PointSet> heads = ReadPoints(path, true);
   if (!heads) TellUnloaded(heads.error().text);
-  return heads && heads->count > 0;
+  return heads.ok();
 }
 
 void ParticleCacher::LoadExchange() {
@@ -335,9 +335,9 @@ void ParticleCacher::LoadExchange() {
   target.group->SetKindDirty(target.kind);
 }
 
+// A frame without particles is a file, too: played, it is found, and isn't what an earlier run left there.
 void ParticleCacher::SaveExchange() {
   auto set = std::make_shared<PointSet>(ExportParticles(targets_, filter_));
-  if (set->count == 0) return;
   const fs::path path = PathToSave();
   const PointFormat* format = FindPointFormat(path);
   if (!format || !format->write) {

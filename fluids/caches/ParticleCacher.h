@@ -52,7 +52,7 @@ class ParticleCacher final : public Cache_OperatorBase {
   void Save();
   void LoadExchange();
   void SaveExchange();
-  // Whether the frame to load is there in the format of another program, with particles.
+  // Whether the frame to load is there in the format of another program.
   bool HasExchangeFrame();
   void Weigh(ParticleList& list, std::int32_t first, std::int32_t count, const Vec3D* places, double* weights) const;
 

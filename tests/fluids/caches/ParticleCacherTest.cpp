@@ -200,6 +200,14 @@ TEST(ParticleCacher, FilesOfOtherProgramsAreRecordedAndPlayed) {
     ASSERT_EQ(s.group().At(PK_Diffuse, i).GetRealOr(PP::Age, -1), 100);
   }
   EXPECT_FALSE(s.group().KindIsKept(PK_Diffuse) || s.group().HasFlag(NodeFromCache));
+  // A frame without particles is there, too, and in the place of an earlier run's.
+  CachedScene none(folder.path(), true);
+  none.cache->Set(ParticleCacher::kFormatId, kBgeo);
+  none.stir->Set(2, std::int64_t(0));
+  none.StepThrough(0, 2);
+  s.Step(2);
+  EXPECT_EQ(s.list().count(), 0);
+  EXPECT_TRUE(s.warnings.empty());
   run.cache->Set(ParticleCacher::kFormatId, kPts);
   run.Step(2);
   EXPECT_TRUE(run.Warned("only played"));
