@@ -105,6 +105,7 @@ void PictureMaker::TellEmpty(const RunState& state) const {
 
 Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& folders) {
   const auto materials = CollectGasMaterials(state.document, state.hook);
+  for (const auto& material : materials) material->Advise(state.warnings, state.frame);
   const StartedSamplers samplers(state.document, state.hook, state.pool);
   const bool velocities = WantsVelocities(state.document);
   Result<ParticlePicture> particles =

@@ -100,6 +100,30 @@ RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
   return input;
 }
 
+void GasMaterial::Advise(Warnings& warnings, std::int32_t frame) const {
+  constexpr double kUnheated = 273.5;  // K
+  const GasSettings settings = GasSettings::Read(object_);
+  const auto links = [&](int id) { return object_.GetLink(id) != nullptr; };
+  const auto tell = [&](const char* key, const char* text) { warnings.Tell({Path(), key, text, frame}); };
+  const bool hot = links(GasSettings::kTemperatureId);
+  const bool coldGlows =
+      !settings.fireGradient || GradientOf(object_, GasSettings::kFireGradientId).ColourAt(0) != Vec3D();
+  if (settings.flameStrength > 0 && settings.flameFromThird && links(GasSettings::kThirdId) && !hot &&
+      !(settings.fireGradient && coldGlows)) {
+    tell("black-flames",
+         "its flames have their colour from a temperature, so they are black; link one under \"temperature\"");
+  }
+  if (settings.flameStrength > 0 && !settings.flameFromThird && hot && coldGlows &&
+      settings.flameThreshold <= kUnheated) {
+    tell("flames-everywhere",
+         "what isn't heated has 273.5 K and counts as flame, so that the whole container glows; set flame_threshold to "
+         "about half of the hottest");
+  }
+  if (links(GasSettings::kFireVelocityId) && !links(GasSettings::kVelocityId)) {
+    tell("no-velocity", "fire_velocity shifts nothing without a velocity; link one under \"velocity\"");
+  }
+}
+
 Status GasMaterial::RenderStart(const RenderContext& context) {
   marcher_.reset();
   settings_ = GasSettings::Read(object_);

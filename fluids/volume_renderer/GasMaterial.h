@@ -33,6 +33,8 @@ class GasMaterial final : public VolumeShader {
   void Volume(const VolumeRay& ray, VolumeSample& sample) const override;
   Vec3D Transparency(const VolumeRay& ray) const override;
 
+  // What of its settings shows nothing, or more than is meant.
+  void Advise(Warnings& warnings, std::int32_t frame) const;
   std::string Path() const { return object_.Path(); }
   const RayMarcher* marcher() const { return marcher_.get(); }
 
