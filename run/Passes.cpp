@@ -10,6 +10,7 @@
 #include "fluids/caches/ParticleCacher.h"
 #include "fluids/particle_renderer/ParticleLook.h"
 #include "fluids/particles/KindChoices.h"
+#include "fluids/surfacing/CSGoperatorGrid.h"
 #include "fluids/surfacing/LevelSetSmoother.h"
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
@@ -313,6 +314,19 @@ std::set<std::uint64_t> FindSurfaceMakers(const BaseDocument& document) {
   return makers;
 }
 
+namespace {
+
+// The reconstruction that a level set is, or is made of, which is left to renderings; null when there is none.
+const BaseObject* LeftBehind(const BaseObject* levelSet, std::set<const BaseObject*>& seen) {
+  if (!levelSet || !seen.insert(levelSet).second) return nullptr;
+  if (IsReconstructor(*levelSet)) return levelSet->GetBool(SurfaceReconstructor::kRenderOnlyId) ? levelSet : nullptr;
+  if (levelSet->typeId() != CSGoperatorGrid::Type().id) return nullptr;
+  const BaseObject* first = LeftBehind(levelSet->GetLink(CSGoperatorGrid::kFirstId), seen);
+  return first ? first : LeftBehind(levelSet->GetLink(CSGoperatorGrid::kSecondId), seen);
+}
+
+}  // namespace
+
 const BaseObject* LeftToRenderings(const BaseObject& mesher) {
   bool played = false;
   for (const BaseObject* cache : mesher.document().ObjectsOfType(kMeshCacheTypeId)) {
@@ -322,9 +336,8 @@ const BaseObject* LeftToRenderings(const BaseObject& mesher) {
   }
   if (played) return nullptr;
   if (mesher.GetBool(ImplicitMesher::kRenderOnlyId)) return &mesher;
-  const BaseObject* input = mesher.GetLink(ImplicitMesher::kInputId);
-  const bool later = input && IsReconstructor(*input) && input->GetBool(SurfaceReconstructor::kRenderOnlyId);
-  return later ? input : nullptr;
+  std::set<const BaseObject*> seen;
+  return LeftBehind(mesher.GetLink(ImplicitMesher::kInputId), seen);
 }
 
 bool AllStandAlone(const std::vector<Pass>& passes) {
