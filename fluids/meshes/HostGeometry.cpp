@@ -85,4 +85,16 @@ GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& ma
   return moved ? GeometryChange::Moved : GeometryChange::Same;
 }
 
+bool FindBox(const BaseObject& object, const Vec3D& simPerHost, Vec3D& min, Vec3D& max) {
+  const PolygonObject* polygons = object.Polygons();
+  if (!polygons || polygons->points.empty()) return false;
+  const LMatrix matrix = object.GlobalMatrix();
+  min = Vec3D(std::numeric_limits<double>::max()), max = Vec3D(std::numeric_limits<double>::lowest());
+  for (const Vec3D& point : polygons->points) {
+    const Vec3D p = (matrix * point) * simPerHost;
+    min = Min(min, p), max = Max(max, p);
+  }
+  return IsFinite(min) && IsFinite(max);
+}
+
 }  // namespace orlix

@@ -21,4 +21,7 @@ GeometryChange ReadHostGeometry(const PolygonObject& polygons, const LMatrix& ma
 // The host's matrix with its offset in metres.
 LMatrix SimulationMatrix(const LMatrix& hostMatrix, const Vec3D& simPerHost);
 
+// The box of an object's points where it stands, simulation space. False without any.
+bool FindBox(const BaseObject& object, const Vec3D& simPerHost, Vec3D& min, Vec3D& max);
+
 }  // namespace orlix

@@ -144,6 +144,14 @@ void CSGoperatorGrid::Advise() {
   }
 }
 
+void CSGoperatorGrid::Conclude() {
+  if (everMet_ || !neverMet_) return;
+  Warn("nothing-common",
+       "what it is made of never lay near each other, so there is nothing in both and no level set; move one of them, "
+       "or "
+       "set another operation");
+}
+
 bool CSGoperatorGrid::ComesBefore(const iBase& other) const {
   const auto* csg = dynamic_cast<const CSGoperatorGrid*>(&other);
   return priority < other.priority || (csg && priority == csg->priority && csg->IsMadeOf(*this));
@@ -164,7 +172,7 @@ bool CSGoperatorGrid::IsDirty() const {
 
 void CSGoperatorGrid::ResetSimulation() {
   VolumeBase::ResetSimulation();
-  made_ = false;
+  made_ = everMet_ = neverMet_ = false;
 }
 
 // By how much a blend reaches beyond both of its inputs, m.
@@ -174,17 +182,40 @@ double CSGoperatorGrid::Swelling() const {
   return settings_.blendMode == BlendMode::Soft ? blend_ : 0;
 }
 
+void CSGoperatorGrid::CombineBoxes(Vec3D& min, Vec3D& max, const Vec3D& secondMin, const Vec3D& secondMax) const {
+  const Vec3D swollen(Swelling()), grown = swollen + Vec3D(std::max(settings_.offset, 0.0));
+  min -= swollen, max += swollen;
+  if (settings_.operation == Operation::Intersection) {
+    min = Max(min, secondMin - grown), max = Min(max, secondMax + grown);
+  } else if (settings_.operation != Operation::Subtraction) {
+    min = Min(min, secondMin - grown), max = Max(max, secondMax + grown);
+  }
+}
+
+bool CSGoperatorGrid::ForecastBox(Vec3D& min, Vec3D& max) const {
+  if (inForecast_) return false;  // made of itself
+  inForecast_ = true;
+  const Input first = FindInput(swap_ ? kSecondId : kFirstId), second = FindInput(swap_ ? kFirstId : kSecondId);
+  Vec3D secondMin, secondMax;
+  const bool known = first.levelSet && second.levelSet && first.levelSet->ForecastBox(min, max) &&
+                     second.levelSet->ForecastBox(secondMin, secondMax);
+  if (known) CombineBoxes(min, max, secondMin, secondMax);
+  inForecast_ = false;
+  return known;
+}
+
+MemoryNeed CSGoperatorGrid::MemoryFor(const VecInt3D&) const {
+  Vec3D min, max;
+  if (scene->IsPlayed(*this) || !ForecastBox(min, max)) return {};
+  return {.kept = LevelSetBytes(min, max, GetSimulationSpace().cellSize)};
+}
+
 // On the scene's cells: where an input's lie on them too, its nodes are the result's.
 void CSGoperatorGrid::ComputeBounds() {
   const GridSpace& a = inputs_[0].levelSet->LevelSet()->space;
   const GridSpace& b = inputs_[1].levelSet->LevelSet()->space;
-  const Vec3D swollen(Swelling()), grown = swollen + Vec3D(std::max(settings_.offset, 0.0));
-  boundsMin = a.simMin - swollen, boundsMax = a.simMax + swollen;
-  if (settings_.operation == Operation::Intersection) {
-    boundsMin = Max(boundsMin, b.simMin - grown), boundsMax = Min(boundsMax, b.simMax + grown);
-  } else if (settings_.operation != Operation::Subtraction) {
-    boundsMin = Min(boundsMin, b.simMin - grown), boundsMax = Max(boundsMax, b.simMax + grown);
-  }
+  boundsMin = a.simMin, boundsMax = a.simMax;
+  CombineBoxes(boundsMin, boundsMax, b.simMin, b.simMax);
   const double cell = GetSimulationSpace().cellSize;
   for (int axis = 0; axis < 3; ++axis) {
     boundsMin[axis] = std::floor(boundsMin[axis] / cell + kSnapTolerance) * cell;
@@ -218,9 +249,11 @@ void CSGoperatorGrid::Prepare(iBase*) {
   ComputeBounds();
   if (std::min({resolution.x, resolution.y, resolution.z}) < 1) {
     // Boxes that don't meet have nothing in common: that is no fault.
+    neverMet_ = true;
     FreeLevelSet();
     return;
   }
+  everMet_ = true;
   SetFlag(NodeActive, PrepareGrid());
 }
 

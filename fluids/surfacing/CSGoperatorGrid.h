@@ -23,6 +23,9 @@ class CSGoperatorGrid final : public VolumeBase {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override;
+  // Whether one of its inputs is this node.
+  bool TakesIn(const iBase& node) const { return inputs_[0].node == &node || inputs_[1].node == &node; }
   // Of equal priorities, the inputs go first.
   bool ComesBefore(const iBase& other) const override;
   void CheckDirty() override;
@@ -30,6 +33,8 @@ class CSGoperatorGrid final : public VolumeBase {
   void ResetSimulation() override;
   // From the inputs' boxes.
   void ComputeBounds() override;
+  bool ForecastBox(Vec3D& min, Vec3D& max) const override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
 
@@ -46,6 +51,8 @@ class CSGoperatorGrid final : public VolumeBase {
   bool HasBothInputs() const;
   bool InputsChanged();
   double Swelling() const;
+  // The result's box of the first's, min to max, and of the second's.
+  void CombineBoxes(Vec3D& min, Vec3D& max, const Vec3D& secondMin, const Vec3D& secondMax) const;
 
   CombinationSettings settings_;
   double blend_ = 0.5;
@@ -56,9 +63,11 @@ class CSGoperatorGrid final : public VolumeBase {
   std::vector<Constraint*> filters_;
 
   RowWeights weights_;
+  mutable bool inForecast_ = false;
   std::uint64_t seen_[2] = {};  // versions of the inputs, and whose they are
   const iBase* seenNodes_[2] = {};
   bool made_ = false;
+  bool everMet_ = false, neverMet_ = false;  // the inputs' boxes, at some time and at some other
 };
 
 }  // namespace orlix

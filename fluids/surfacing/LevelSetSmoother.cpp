@@ -1,8 +1,18 @@
 #include "fluids/surfacing/LevelSetSmoother.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
+#include "fluids/surfacing/CSGoperatorGrid.h"
+
 namespace orlix {
+
+namespace {
+
+constexpr std::int32_t kPriority = 30;
+
+}  // namespace
 
 const TypeInfo& LevelSetSmoother::Type() {
   static constexpr Parameter kParameters[] = {
@@ -46,7 +56,7 @@ LevelSetSmoother::LevelSetSmoother(BaseList2D* hostObject, OrlixScene& owner) : 
 }
 
 bool LevelSetSmoother::ReadParameters() {
-  priority = 30;
+  priority = kPriority;
   if (!iObject::ReadParameters()) return false;
   const double cell = GetSimulationSpace().cellSize;
   const double inner = handler.GetDouble(kInnerId) * cell, outer = handler.GetDouble(kOuterId) * inner;
@@ -92,6 +102,14 @@ void LevelSetSmoother::Advise() {
              "\" smooths the same source: each undoes nothing of the other's, and a source that stands "
              "still grows smoother in each frame; take one of them away");
   });
+  scene->ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](const iBase& node) {
+    const auto* csg = dynamic_cast<const CSGoperatorGrid*>(&node);
+    if (!csg || !csg->TakesIn(*sourceNode_) || csg->stageMask != stageMask || csg->priority > priority) return;
+    Warn("after-csg", fmt::format("\"{}\" is made of \"{}\" before that is smoothed; set its priority to {}, or this "
+                                  "one's so that it runs between them",
+                                  csg->DisplayName(), sourceNode_->DisplayName(),
+                                  csg->handler.GetInt(kPriorityId) + priority - csg->priority + 1));
+  });
   const std::uint32_t visual = StageBit(kStageReconstruction);
   const bool late = (sourceNode_->stageMask & visual) != 0;
   if (late && ((stageMask & visual) == 0 || priority <= sourceNode_->priority)) {
@@ -99,6 +117,18 @@ void LevelSetSmoother::Advise() {
                           "\" is made anew after it was smoothed: nothing of that stays; set the smoother's stage to "
                           "20 and its priority to 7");
   }
+}
+
+// A copy of what it smooths, and the tables of the rounds.
+MemoryNeed LevelSetSmoother::MemoryFor(const VecInt3D& cells) const {
+  const iBase* node = scene->Retrieve(handler.GetLink(kSourceId), NODE_VOLUME, RETRIEVE_ANY, RETRIEVE_ANY);
+  if (!node || !dynamic_cast<const iLevelSet*>(node) || (renderOnly_ && !scene->rendering)) return {};
+  constexpr int kGridsOfBiharmonic = 5, kGridsOfLaplacian = 2;  // measured
+  const double bytes = node->MemoryFor(cells).kept;
+  const int tables = settings_.biharmonicRounds > 0  ? kGridsOfBiharmonic
+                     : settings_.laplacianRounds > 0 ? kGridsOfLaplacian
+                                                     : 0;
+  return {.kept = bytes, .scratch = tables * bytes};
 }
 
 void LevelSetSmoother::CheckDirty() {

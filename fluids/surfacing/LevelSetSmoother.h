@@ -34,6 +34,7 @@ class LevelSetSmoother final : public iObject {
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override { SetFlag(NodeActive, false); }
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   std::int64_t DerivedBytes() const override { return original_ ? original_->MemorySize() : 0; }
 
  private:

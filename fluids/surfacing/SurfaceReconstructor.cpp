@@ -6,6 +6,7 @@
 #include <cmath>
 #include <new>
 
+#include "fluids/meshes/HostGeometry.h"
 #include "fluids/particles/KindChoices.h"
 
 namespace orlix {
@@ -242,6 +243,28 @@ void SurfaceReconstructor::CollectBalls() {
 
 // --- the grid --------------------------------------------------------------------------------------------------------
 
+Vec3D SurfaceReconstructor::Padding() const {
+  const float cell = GetSimulationSpace().cellSize;
+  return Vec3D(cell * settings_.radiusScale + double(kPaddingCells * cell));
+}
+
+// Of an object's points: where particles will be isn't known.
+bool SurfaceReconstructor::ForecastBox(Vec3D& min, Vec3D& max) const {
+  const BaseObject* object = handler.GetObjectLink(kSourceId);
+  if (!object || !FindBox(*object, GetSimulationSpace().simPerHost, min, max)) return false;
+  min -= Padding(), max += Padding();
+  return true;
+}
+
+// Particles may come to be in the whole container.
+MemoryNeed SurfaceReconstructor::MemoryFor(const VecInt3D& cells) const {
+  if (scene->IsPlayed(*this) || (renderOnly_ && !scene->rendering)) return {};
+  Vec3D min, max;
+  const double cell = GetSimulationSpace().cellSize;
+  if (!ForecastBox(min, max)) min = {}, max = Vec3D(cells) * cell;
+  return {.kept = LevelSetBytes(min, max, cell / subdivision_)};
+}
+
 // A lattice of the scene's, finer by the subdivision, around all particles: it doesn't shift as they move.
 bool SurfaceReconstructor::MakeGrid() {
   Vec3D low(kOutmost), high(-kOutmost);
@@ -254,8 +277,7 @@ bool SurfaceReconstructor::MakeGrid() {
   if (low.x > high.x) return false;
   const GridSpace& space = GetSimulationSpace();
   const auto cell = static_cast<float>(space.cellSize / subdivision_);
-  const Vec3D padding(space.cellSize * settings_.radiusScale + double(kPaddingCells * space.cellSize));
-  low -= padding, high += padding;
+  low -= Padding(), high += Padding();
   GridSpace::SnapDown(low, cell), GridSpace::SnapUp(high, cell);
   const VecInt3D cells = SnappedCell((high - low) / double(cell));
   const double nodes = (cells.x + 1.0) * (cells.y + 1.0) * (cells.z + 1.0);
@@ -297,11 +319,13 @@ void SurfaceReconstructor::Prepare(iBase*) {
   list_ = group_ ? group_->list(kind_) : ReadHostPoints() ? &ownPoints_ : nullptr;
   if (!list_ || list_->empty()) {
     // What was there is gone, also when it was the last particle.
-    if (group_) FreeLevelSet();
+    if (group_ || hostPoints_) FreeLevelSet();
     return;
   }
   if (filter_) TagParticles();
-  SetFlag(NodeActive, MakeGrid());
+  const bool made = MakeGrid();
+  if (!made) FreeLevelSet();
+  SetFlag(NodeActive, made);
 }
 
 void SurfaceReconstructor::Process(ProcessData& data) {

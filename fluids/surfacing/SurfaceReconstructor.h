@@ -48,6 +48,8 @@ class SurfaceReconstructor final : public iObject, public iLevelSet, public iCac
   ScalarGrid* LevelSet() override { return levelSet_.get(); }
   std::uint64_t LevelSetVersion() const override { return version_; }
   void LevelSetChanged() override { ++version_; }
+  bool ForecastBox(Vec3D& min, Vec3D& max) const override;
+  MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   int CachedGridCount() const override { return 1; }
   ScalarGrid* CachedGrid(int) override { return levelSet_.get(); }
   void TakeCacheHeader(const GridCacheHeader& header) override;
@@ -63,6 +65,7 @@ class SurfaceReconstructor final : public iObject, public iLevelSet, public iCac
   void CollectPlaces();
   void CollectRatios();
   void CollectBalls();
+  Vec3D Padding() const;  // around the particles, m
   bool MakeGrid();
   bool TakeLattice(const GridSpace& wanted);
   void FreeLevelSet();

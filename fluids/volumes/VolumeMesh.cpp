@@ -34,19 +34,6 @@ std::uint32_t ParentsDirtyCount(const BaseObject& object) {
   return count;
 }
 
-// The box of the object's points where it stands, simulation space. False without any.
-bool FindBox(const BaseObject& object, const Vec3D& simPerHost, Vec3D& min, Vec3D& max) {
-  const PolygonObject* polygons = object.Polygons();
-  if (!polygons || polygons->points.empty()) return false;
-  const LMatrix matrix = object.GlobalMatrix();
-  min = Vec3D(std::numeric_limits<double>::max()), max = Vec3D(std::numeric_limits<double>::lowest());
-  for (const Vec3D& point : polygons->points) {
-    const Vec3D p = (matrix * point) * simPerHost;
-    min = Min(min, p), max = Max(max, p);
-  }
-  return IsFinite(min) && IsFinite(max);
-}
-
 // What Obstacle tags say and can't do.
 void AdviseTags(const VolumeMesh& volume) {
   const BaseObject& object = *volume.handler.hostObject();
@@ -144,13 +131,19 @@ bool VolumeMesh::StillBox(Vec3D& min, Vec3D& max) const {
          FindBox(*hostGeometry_, GetSimulationSpace().simPerHost, min, max);
 }
 
+bool VolumeMesh::ForecastBox(Vec3D& min, Vec3D& max) const {
+  const BaseObject* object = LinkedObject();
+  if (!object || !FindBox(*object, GetSimulationSpace().simPerHost, min, max)) return false;
+  const Vec3D padding = padding_ * double(GetSimulationSpace().cellSize);
+  min -= padding, max += padding;
+  return true;
+}
+
 // The level set about where the object stands now, and what fills it.
 MemoryNeed VolumeMesh::MemoryFor(const VecInt3D&) const {
   Vec3D min, max;
-  const BaseObject* object = LinkedObject();
-  if (!object || scene->IsPlayed(*this) || !FindBox(*object, GetSimulationSpace().simPerHost, min, max)) return {};
-  const Vec3D cells = (max - min) / GetSimulationSpace().cellSize + padding_ * 2.0 + Vec3D(2);
-  const double bytes = cells.x * cells.y * cells.z * sizeof(double);
+  if (scene->IsPlayed(*this) || !ForecastBox(min, max)) return {};
+  const double bytes = LevelSetBytes(min, max, GetSimulationSpace().cellSize);
   constexpr double kNearest = 0.8;  // of a voxeliser's triangles by node; measured
   return {.kept = IsDynamicBody() ? 2 * bytes : bytes, .scratch = kNearest * bytes};
 }
@@ -166,6 +159,9 @@ void VolumeMesh::Advise() {
                            "is; give each an object of its own, or take one's Obstacle tag out");
   });
   if (!hostGeometry_) return Warn("no-geometry", "no object is linked, so it has no inside; link one with polygons");
+  if (ShowsFrameBefore()) {
+    Warn("late", "\"" + hostGeometry_->Path() + "\" is made later in a frame: this volume is that of the frame before");
+  }
   Vec3D min, max;
   if (!IsObstacle() || simulationInfo->time != 0 || !StillBox(min, max)) return;
   // What is thin in one axis closes faces where nodes lie in it: that shows when it runs.
@@ -175,9 +171,15 @@ void VolumeMesh::Advise() {
   Warn("no-cell", "nothing flows around it: " + TooThinText(max - min, GetSimulationSpace().cellSize));
 }
 
+bool VolumeMesh::ShowsFrameBefore() const {
+  const iBase* maker = scene->Retrieve(hostGeometry_, NODE_VOLUME, RETRIEVE_ANY, RETRIEVE_ANY);
+  return maker && maker->stageMask > StageBit(kStageVolumes);
+}
+
 void VolumeMesh::WarnOfEmpty() {
-  hadInside_ = hadInside_ || !IsObstacle() || HasInsideNode(*LevelSet(), scene->pool());
-  if (hadInside_) return;
+  if (hadInside_ || !IsObstacle()) return;
+  hadInside_ = HasInsideNode(*LevelSet(), scene->pool());
+  if (hadInside_) return AdviseHoles(*this);
   Warn("no-cell",
        "no point of the grid lies in it, so nothing flows around it; it may be thinner than a cell, without area, or "
        "open: make it larger, or voxel_size smaller");
@@ -230,7 +232,7 @@ void VolumeMesh::ComputeBounds() {
 GeometryChange VolumeMesh::ReadGeometry() {
   const PolygonObject* polygons = hostGeometry_ ? hostGeometry_->Polygons() : nullptr;
   if (!polygons) {
-    if (hostGeometry_)
+    if (hostGeometry_ && !ShowsFrameBefore())
       Warn("no-geometry", "\"" + hostGeometry_->Path() + "\" has no polygons; link an object with some");
     return GeometryChange::Failed;
   }

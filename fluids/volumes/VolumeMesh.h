@@ -29,6 +29,7 @@ class VolumeMesh final : public VolumeBase {
   void CheckDirty() override;
   bool StillBox(Vec3D& min, Vec3D& max) const override;
   MemoryNeed MemoryFor(const VecInt3D& cells) const override;
+  bool ForecastBox(Vec3D& min, Vec3D& max) const override;
   void ComputeBounds() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
@@ -54,6 +55,8 @@ class VolumeMesh final : public VolumeBase {
 
  private:
   double ShellShare() const override { return shell_; }
+  // Whether its object's polygons come from a node that runs after volumes.
+  bool ShowsFrameBefore() const;
   GeometryChange ReadGeometry();
   VoxeliserSettings WantedSettings() const;
   void WarnOfEmpty();

@@ -164,6 +164,21 @@ TEST(CSGoperatorGrid, TreesGrowFromTheLeaves) {
   EXPECT_TRUE(s.Warned("is made of this volume itself"));
 }
 
+// Of boxes that touch, lie in each other, and grow; before anything is made.
+TEST(CSGoperatorGrid, ItsMemoryIsForecast) {
+  for (const auto operation : {Operation::Union, Operation::Intersection, Operation::Subtraction, Operation::Blend}) {
+    CsgScene s;
+    s.Set(operation);
+    s.csg.Set(CSGoperatorGrid::kOffsetId, 0.3);
+    s.Step(0);
+    ASSERT_NE(s.Node().LevelSet(), nullptr);
+    const double bytes = double(s.Node().LevelSet()->count) * sizeof(double);
+    // A box of some 20 cells is rounded up by one on each side.
+    EXPECT_GE(s.Node().MemoryFor({}).kept, bytes) << int(operation);
+    EXPECT_LT(s.Node().MemoryFor({}).kept, 1.25 * bytes) << int(operation);
+  }
+}
+
 TEST(CSGoperatorGrid, WhatIsMissingIsTold) {
   CsgScene s;
   s.csg.Set(CSGoperatorGrid::kFirstId, LinkValue{});
@@ -180,6 +195,8 @@ TEST(CSGoperatorGrid, WhatIsMissingIsTold) {
   s.Set(Operation::Intersection);
   s.Step(1);
   EXPECT_EQ(s.Node().LevelSet(), nullptr);
+  s.Node().Conclude();
+  EXPECT_TRUE(s.Warned("never lay near each other"));
   s.Set(Operation::Union);
   s.Step(2);
   EXPECT_LT(s.Node().SampleWorld({0, 0, 0}), -0.4);
@@ -383,8 +400,14 @@ TEST(LevelSetSmoother, TellsWhereItsWorkIsLost) {
   s.smoother.Set(LevelSetSmoother::kSourceId, s.LinkTo(surface));
   s.Step(1);
   EXPECT_TRUE(s.Warned("is made anew after it was smoothed"));
-  s.Add("levelset_smoother", "Twin").Set(LevelSetSmoother::kSourceId, s.LinkTo(surface));
+  BaseObject& csg = s.Add("csg", "Sum");
+  csg.Set(CSGoperatorGrid::kFirstId, s.LinkTo(s.volume)), csg.Set(CSGoperatorGrid::kSecondId, s.LinkTo(surface));
+  s.smoother.Set(LevelSetSmoother::kSourceId, s.LinkTo(s.volume));
   s.Step(2);
+  EXPECT_TRUE(s.Warned("before that is smoothed; set its priority to 26"));
+  s.smoother.Set(LevelSetSmoother::kSourceId, s.LinkTo(surface));
+  s.Add("levelset_smoother", "Twin").Set(LevelSetSmoother::kSourceId, s.LinkTo(surface));
+  s.Step(3);
   EXPECT_TRUE(s.Warned("smooths the same source"));
 }
 

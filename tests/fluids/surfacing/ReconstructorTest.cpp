@@ -331,9 +331,13 @@ TEST_F(ReconstructorNode, TellsWhatIsMissing) {
   Node().Conclude();
   EXPECT_TRUE(s.Warned("no level set was made"));
   object.Set(SurfaceReconstructor::kSourceId, s.LinkTo(group));
-  AddParticle({0, 0, 0}), AddParticle({1e9, 1e9, 1e9});
+  AddParticle({0, 0, 0});
   s.Step(3);
+  ASSERT_NE(Node().LevelSet(), nullptr);
+  AddParticle({1e9, 1e9, 1e9});
+  s.Step(4);
   EXPECT_TRUE(s.Warned("remove particles that flew far away"));
+  EXPECT_EQ(Node().LevelSet(), nullptr) << "that of the frame before";
   EXPECT_FALSE(s.scene().failure());
 }
 

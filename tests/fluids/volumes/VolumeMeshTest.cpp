@@ -290,6 +290,18 @@ TEST(VolumeMesh, SaysWhyThereIsNoLevelSet) {
   }
 }
 
+TEST(VolumeMesh, AHoleIsToldAlsoOfAnObstacle) {
+  for (const bool obstacle : {false, true}) {
+    VolumeScene scene;
+    BaseObject& sheet = scene.Add("plane", "Sheet");
+    sheet.Set(kRotationId, Vec3D(0, 0, 30));
+    scene.host->Set(VolumeBase::kObjectId, TestScene::LinkTo(sheet));
+    if (obstacle) scene.MakeObstacle();
+    scene.Step(0);
+    EXPECT_TRUE(scene.Warned("have no face on one of their sides")) << obstacle;
+  }
+}
+
 TEST(VolumeMesh, SizesBeyondMemoryAreRefusedWithTheFigures) {
   const struct {
     double radius;
