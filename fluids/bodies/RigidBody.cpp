@@ -28,7 +28,10 @@ void RigidBody::ReadTag(const BaseObject& tag, bool started) {
   startAsleep = tag.GetBool(T::kStartAsleepId) || tag.GetBool(T::kStartAsleepTooId);
   const double now = GetMass();
   if (started && HasBody() && previousMass_ > 0 && now == 0) frozen_ = true;
-  if (started && previousMass_ == 0 && now > 0) frozen_ = false;
+  if (started && previousMass_ == 0 && now > 0 && frozen_) {
+    frozen_ = false;
+    state.asleep = 0, state.idleTime = 0;
+  }
   previousMass_ = now;
   ApplySettings();
 }

@@ -180,6 +180,7 @@ void WaterSolver::AddToReport(SubstepReport& report) {
   liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
   liquid.inWalls = inWalls;
   liquid.left = std::exchange(left_, 0);
+  TellOfSurface(liquid);
   report.liquids.push_back(std::move(liquid));
 }
 

@@ -65,6 +65,7 @@ class WaterSolver final : public FluidSolver {
 
  private:
   void TellOfParticles(std::int64_t inWalls);
+  void TellOfSurface(const LiquidReport& liquid);
   bool HasGrids() const;
   FlipLattice Lattice() const;
   void SortParticles(std::int32_t capacity);
@@ -78,7 +79,7 @@ class WaterSolver final : public FluidSolver {
   std::uint64_t surfaceRevision_ = 0;
   // For what is told.
   bool hadGroups_ = false, hadParticles_ = false;
-  int stepsOutside_ = 0, stepsBeside_ = 0;
+  int stepsOutside_ = 0, stepsBeside_ = 0, stepsWithoutSurface_ = 0;
   std::int64_t left_ = 0;                 // drained in this sub-step
   ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11
 };

@@ -15,9 +15,11 @@ namespace {
 
 constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000, kMotionSourceId = 1008, kKindId = 1014;
 constexpr std::int32_t kPositionBasedSubType = 40, kPositionBasedGroupsId = 1000;
-constexpr double kLeastRadius = 0.25;  // cells: half the distance of eight in a cell
-constexpr double kLeastPerCell = 1.5;  // particles of an occupied cell that still close up
+constexpr double kLeastRadius = 0.25;     // cells: half the distance of eight in a cell
+constexpr double kLeastPerCell = 1.5;     // particles of an occupied cell that still close up
+constexpr double kLeastGathering = 0.45;  // cells: from a face to the nearest of eight in a cell
 constexpr int kStepsToEnter = 3;
+constexpr double kLeastSurface = 0.02;   // of the volume of occupied cells
 constexpr double kManyOutside = 0.02;    // of all particles: more than some drops
 constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 
@@ -35,6 +37,9 @@ void WaterSolver::Advise() {
   AdviseContainer();
   if (velocityEmitter->forces.empty()) {
     Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
+  }
+  if (gather && gathering.radius < kLeastGathering) {
+    Warn("small-gather-radius", "most faces find no particle so near and stand still; raise \"gather_radius\" to 1");
   }
   const BaseObject& object = *handler.hostObject();
   const std::vector<KeyTrack>& tracks = handler.GetDocument()->tracks();
@@ -83,6 +88,18 @@ void WaterSolver::Conclude() {
   Warn("no-particles",
        "the liquid had no particle in the whole run and did nothing: add a particlegridemitter with its group and the "
        "kind liquid, or see why the one that is there emits nothing");
+}
+
+// Cells that hold enough, and still count as air.
+void WaterSolver::TellOfSurface(const LiquidReport& liquid) {
+  const double h = levelset.grid->space.cellSize, cells = static_cast<double>(sort.Cells().size());
+  const double inside = static_cast<double>(liquid.particles - liquid.outside - liquid.inWalls);
+  const bool none = inside > kLeastPerCell * cells && liquid.surfaceVolume < kLeastSurface * cells * h * h * h;
+  stepsWithoutSurface_ = none ? stepsWithoutSurface_ + 1 : 0;
+  if (stepsWithoutSurface_ <= kStepsToEnter) return;
+  Warn("no-surface",
+       "hardly a cell counts as liquid for its particles, so no pressure holds them; lower \"level_set_minimum\" or "
+       "\"level_set_iso\"");
 }
 
 void WaterSolver::TellOfParticles(std::int64_t inWalls) {

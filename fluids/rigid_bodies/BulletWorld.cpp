@@ -1,5 +1,7 @@
 #include "fluids/rigid_bodies/BulletWorld.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -155,6 +157,19 @@ void KeepInRange(const VolumeBase& volume, const RigidState& before) {
   volume.Warn("body-left", "it is 100 km from the origin and stays there; a floor would have held it");
 }
 
+void TellOfMargin(const VolumeBase& volume) {
+  const RigidBody& body = *volume.Body();
+  if (!(body.margin > 0) || body.RestPoints().empty()) return;
+  Vec3D low = body.RestPoints()[0], high = low;
+  for (const Vec3D& p : body.RestPoints()) low = Min(low, p), high = Max(high, p);
+  const double size = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
+  if (body.margin <= 0.5 * size) return;
+  volume.Warn("large-margin",
+              fmt::format("its margin of {:.3g} m is large for a body of {:.3g} m, and throws it off what "
+                          "it meets; lower \"margin\"",
+                          body.margin, size));
+}
+
 // A fluid gives a body its weight beside its own, and what holds the body up acts in the rigid world alone: the fluid
 // would see what lies on the ground sink by a sub-step's gravity at every solve. So as much of its weight as contacts
 // carried in a step doesn't come with the fluid's, but as a force in the next step.
@@ -303,6 +318,7 @@ void BulletWorld::Step(OrlixScene& scene) {
   for (std::size_t n = 0; n < volumes.size(); ++n) {
     if (!volumes[n]->IsDynamicBody()) continue;
     KeepInRange(*volumes[n], before[n]);
+    TellOfMargin(*volumes[n]);
     HoldAhead(*volumes[n]->Body(), before[n], step.gravity, step.dt);
   }
 }

@@ -207,6 +207,7 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
       {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "properties": ["Small"])"},
         {group, group + R"({ "type": "property_radius", "name": "Small", "value": 0.1 },)"}},
        "raise property_radius"},
+      {{{R"("keep_volume": 5)", R"("level_set_minimum": 50)"}}, "lower \"level_set_minimum\""},
       {{{R"("active_in": "First frame")", R"("active_in": "Never")"},
         {group,
          group +

@@ -167,6 +167,7 @@ TEST(RigidBodies, AFrozenBodyStaysAndGoesOn) {
   tag.Set(ObstacleTag::kMassId, 2.0);
   s.StepThrough(9, 10);
   EXPECT_FALSE(s.Volume("Ball").Body()->IsFrozen());
+  EXPECT_EQ(s.State("Ball").asleep, 0);
 }
 
 TEST(RigidBodies, AReplayedBodyGoesItsRecordedWay) {
