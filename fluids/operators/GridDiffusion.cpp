@@ -35,7 +35,7 @@ const TypeInfo& GridDiffusion::Type() {
       .text = "Blurs a channel.",
       .kinds = kLinkOperator,
       .parameters = kParameters,
-      .common = CommonNodeParameters(),
+      .common = TimedNodeParameters(),
   };
   return kType;
 }
