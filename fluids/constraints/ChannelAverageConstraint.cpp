@@ -2,12 +2,16 @@
 
 #include <vector>
 
+#include "fluids/constraints/ConstraintAdvice.h"
+
 namespace orlix {
 
 const TypeInfo& ChannelAverageConstraint::Type() {
   static constexpr Parameter kParameters[] = {
       LinkParameter(kChannelId, "channel", kLinkChannel, "The scalar channel whose mean counts"),
-      FloatParameter(kThresholdId, "threshold", 0.5, "", "A mean below it stops everything").Fallback(0.0),
+      FloatParameter(kThresholdId, "threshold", 0.5, "",
+                     "With a mean below it the node acts in full, and the constraints after this one aren't asked")
+          .Fallback(0.0),
   };
   static const TypeInfo kType = {
       .id = 1300023,
@@ -38,6 +42,8 @@ void ChannelAverageConstraint::ReleaseLinks() {
   channel_ = nullptr;
   Constraint::ReleaseLinks();
 }
+
+void ChannelAverageConstraint::Advise() { AdviseMissingLink(*this, channel_, "channel"); }
 
 void ChannelAverageConstraint::CheckDirty() {
   Constraint::CheckDirty();

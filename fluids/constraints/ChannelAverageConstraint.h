@@ -15,6 +15,7 @@ class ChannelAverageConstraint final : public Constraint {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
   void CheckDirty() override;
   void VisitState(StateVisitor& visitor) override { visitor.Visit("average", average_); }
 

@@ -1,5 +1,7 @@
 #include "fluids/constraints/GridValueConstraint.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
+
 namespace orlix {
 
 namespace {
@@ -68,6 +70,10 @@ bool GridValueConstraint::ResolveLinks() {
 void GridValueConstraint::ReleaseLinks() {
   scalarChannel_ = nullptr, vectorChannel_ = nullptr;
   Constraint::ReleaseLinks();
+}
+
+void GridValueConstraint::Advise() {
+  AdviseMissingLink(*this, scalarChannel_ ? static_cast<const void*>(scalarChannel_) : vectorChannel_, "channel");
 }
 
 bool GridValueConstraint::HasGrid() const {

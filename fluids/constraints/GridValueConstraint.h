@@ -19,6 +19,7 @@ class GridValueConstraint final : public Constraint {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
 
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const override;
   void EvaluateRow(const ConstraintRow& row, const iBase* caller) const override;

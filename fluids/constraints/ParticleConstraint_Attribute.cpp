@@ -1,5 +1,6 @@
 #include "fluids/constraints/ParticleConstraint_Attribute.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
 #include "fluids/particles/OrlixParticle.h"
 
 namespace orlix {
@@ -47,6 +48,8 @@ bool ParticleConstraint_Attribute::ReadParameters() {
   bit_ = std::clamp(handler.GetChoice(1000), 0, kLastBit);
   return true;
 }
+
+void ParticleConstraint_Attribute::Advise() { AdviseListsOfCells(*this); }
 
 bool ParticleConstraint_Attribute::EvaluateParticle(const Vec3D& position, double& amount, const iBase* caller,
                                                     std::int32_t threadIndex, const OrlixParticle* particle) const {

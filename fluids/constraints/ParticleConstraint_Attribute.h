@@ -11,6 +11,7 @@ class ParticleConstraint_Attribute final : public Constraint {
   static const TypeInfo& Type();
   std::int32_t GetNodeSubType() const override { return 26; }
   bool ReadParameters() override;
+  void Advise() override;
   bool WorksOnParticles() const override { return true; }
   bool Evaluate(const Vec3D&, double&, const iBase*, std::int32_t) const override { return true; }
   void EvaluateRow(const ConstraintRow&, const iBase*) const override {}

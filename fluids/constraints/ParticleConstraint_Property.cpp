@@ -1,5 +1,6 @@
 #include "fluids/constraints/ParticleConstraint_Property.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
 #include "fluids/helpers/Property.h"
 #include "fluids/particles/OrlixParticle.h"
 
@@ -55,6 +56,11 @@ bool ParticleConstraint_Property::ResolveLinks() {
 void ParticleConstraint_Property::ReleaseLinks() {
   linked_ = false;
   Constraint::ReleaseLinks();
+}
+
+void ParticleConstraint_Property::Advise() {
+  AdviseMissingLink(*this, linked_ ? this : nullptr, "property");
+  AdviseListsOfCells(*this);
 }
 
 double ParticleConstraint_Property::Ramp(double value) const {

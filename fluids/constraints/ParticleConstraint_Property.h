@@ -14,6 +14,7 @@ class ParticleConstraint_Property final : public Constraint {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
   bool WorksOnParticles() const override { return true; }
   bool Evaluate(const Vec3D&, double&, const iBase*, std::int32_t) const override { return true; }
   void EvaluateRow(const ConstraintRow&, const iBase*) const override {}

@@ -1,5 +1,6 @@
 #include "fluids/constraints/ParticleCountConstraint.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
 #include "fluids/particles/KindChoices.h"
 
 namespace orlix {
@@ -56,6 +57,8 @@ void ParticleCountConstraint::ReleaseLinks() {
   group_ = nullptr;
   Constraint::ReleaseLinks();
 }
+
+void ParticleCountConstraint::Advise() { AdviseMissingLink(*this, group_, "group"); }
 
 void ParticleCountConstraint::Prepare(const iBase*) {
   // A query must be able to give one more than the most that is told apart.

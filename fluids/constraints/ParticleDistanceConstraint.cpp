@@ -1,5 +1,6 @@
 #include "fluids/constraints/ParticleDistanceConstraint.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
 #include "fluids/particles/KindChoices.h"
 
 namespace orlix {
@@ -46,6 +47,8 @@ void ParticleDistanceConstraint::ReleaseLinks() {
   group_ = nullptr;
   Constraint::ReleaseLinks();
 }
+
+void ParticleDistanceConstraint::Advise() { AdviseMissingLink(*this, group_, "group"); }
 
 void ParticleDistanceConstraint::Prepare(const iBase*) {
   if (group_) group_->EnsureTree(kind_, false, 0);

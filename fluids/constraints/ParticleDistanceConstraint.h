@@ -14,6 +14,7 @@ class ParticleDistanceConstraint final : public Constraint {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
   void Prepare(const iBase* caller) override;
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const override;
   std::unique_ptr<Constraint> Clone() const override { return CloneOf(*this); }

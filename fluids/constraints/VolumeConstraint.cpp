@@ -1,5 +1,6 @@
 #include "fluids/constraints/VolumeConstraint.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
 #include "fluids/grids/Interpolation.h"
 
 namespace orlix {
@@ -54,6 +55,11 @@ void VolumeConstraint::ReleaseLinks() {
   volume_ = nullptr, solver_ = nullptr, surface_ = nullptr;
   members_.clear();
   Constraint::ReleaseLinks();
+}
+
+void VolumeConstraint::Advise() {
+  const bool isLiquid = solver_ && solver_->HoldsParticles();
+  AdviseMissingLink(*this, volume_ || !isLiquid ? static_cast<const void*>(volume_) : solver_, "volume");
 }
 
 void VolumeConstraint::Prepare(const iBase*) {

@@ -15,6 +15,7 @@ class VolumeConstraint final : public Constraint {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
 
   void Prepare(const iBase* caller) override;
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const override;

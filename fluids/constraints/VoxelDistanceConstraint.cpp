@@ -1,5 +1,7 @@
 #include "fluids/constraints/VoxelDistanceConstraint.h"
 
+#include "fluids/constraints/ConstraintAdvice.h"
+
 namespace orlix {
 
 const TypeInfo& VoxelDistanceConstraint::Type() {
@@ -38,6 +40,8 @@ void VoxelDistanceConstraint::ReleaseLinks() {
   hasReference_ = false;
   Constraint::ReleaseLinks();
 }
+
+void VoxelDistanceConstraint::Advise() { AdviseMissingLink(*this, handler.GetObjectLink(kReferenceId), "reference"); }
 
 double VoxelDistanceConstraint::FactorAt(const Vec3D& position) const {
   const double t = Length(position - centre_) * perDistance_;
