@@ -80,6 +80,14 @@ bool GridEmissionSettings::ResolveLinks() {
   return true;
 }
 
+void GridEmissionSettings::Advise() {
+  for (const EmissionRate* linked : {amountRate_, static_cast<const EmissionRate*>(limit)}) {
+    if (!linked || linked->HasRetrieveType(RETRIEVE_SCALAR)) continue;
+    Warn("rate-of-another-kind", "grids are filled by numbers, and \"" + linked->DisplayName() +
+                                     "\" is of another kind: its \"scalar_rate\" is taken; set its \"kind\" to scalar");
+  }
+}
+
 void GridEmissionSettings::ReleaseLinks() {
   limit = nullptr, duration = nullptr, amountRate_ = nullptr;
   iEmissionSettings::ReleaseLinks();

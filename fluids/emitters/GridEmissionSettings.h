@@ -20,6 +20,7 @@ class GridEmissionSettings final : public iEmissionSettings {
   std::int32_t GetNodeSubType() const override { return 10; }
   bool ReadParameters() override;
   bool ResolveLinks() override;
+  void Advise() override;
   void ReleaseLinks() override;
 
   // The amount of a place: the sub-step's dt (s), or 1 when amounts are given per sub-step.

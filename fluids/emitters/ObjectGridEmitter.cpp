@@ -135,8 +135,8 @@ void ObjectGridEmitter::Conclude() {
   switch (progress_.load()) {
     case Progress::Linked:
       return Warn("nothing-emitted",
-                  "nothing was emitted: it was never active in the frames of this run; its durations, "
-                  "or a volume without polygons, kept it from it");
+                  "nothing was emitted: it was never active in the frames of this run; its durations, a volume without "
+                  "polygons, or channels without cells, since no dynamics object was at work, kept it from it");
     case Progress::InContainer:
       return Warn("nothing-emitted",
                   "nothing was emitted: its values, durations, falloffs and constraints left nothing of it; see which "
@@ -186,7 +186,7 @@ void ObjectGridEmitter::Prepare(iBase*) {
   if (members_.empty() || !members_.front()->HasLevelSet()) return;
   std::erase_if(members_, [](const VolumeBase* member) { return !member->HasLevelSet(); });
   if (!PrepareSources()) return;
-  Reach(Progress::Acting);
+  if (!sources_.empty()) Reach(Progress::Acting);
   for (Constraint* constraint : constraints) constraint->Prepare(this);
   SetFlag(NodeActive, true);
 }
