@@ -32,8 +32,10 @@ Duration* ConstrainedForce::DurationOf(std::int32_t linkId) const {
 Duration* ConstrainedForce::DurationOfSettings(std::int32_t settingsId, std::int32_t linkId) const {
   // The settings may resolve their own links after this node does, so their link is followed here.
   const iBase* settings = scene->Retrieve(handler.GetLink(settingsId), NODE_SETTINGS, RETRIEVE_ANY, RETRIEVE_ANY);
-  if (!settings || settings->GetNodeSubType() != kGridEmissionSettings) return DurationOf(linkId);
-  return scene->RetrieveAs<Duration>(settings->handler.GetLink(kSettingsDurationId), NODE_HELPER);
+  const BaseList2D* theirs = settings && settings->GetNodeSubType() == kGridEmissionSettings
+                                 ? settings->handler.GetLink(kSettingsDurationId)
+                                 : nullptr;
+  return theirs ? scene->RetrieveAs<Duration>(theirs, NODE_HELPER) : DurationOf(linkId);
 }
 
 const GridSpace& ConstrainedForce::Lattice() const { return velocity_->grids[0]->space; }

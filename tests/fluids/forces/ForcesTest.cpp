@@ -66,7 +66,11 @@ TEST_P(EveryForce, ActsOnlyWhileItsDurationSaysSo) {
   for (const Parameter& row : rig_.object.type().parameters) {
     if (std::string(row.key) == "force_duration") rig_.object.Set(row.id, ForceRig::LinkTo(duration));
   }
-  if (std::string(GetParam()) == "force_gravity") rig_.object.Set(kDurationId, ForceRig::LinkTo(duration));
+  if (std::string(GetParam()) == "force_gravity") {
+    // Settings without a duration leave it its own.
+    rig_.object.Set(Force_Gravity::kSettingsId, ForceRig::LinkTo(rig_.Add("emission_setting", "settings")));
+    rig_.object.Set(kDurationId, ForceRig::LinkTo(duration));
+  }
   Connect(rig_);
   rig_.scene().info.time = 1.9;
   EXPECT_FALSE(rig_.Run());
