@@ -27,6 +27,20 @@ class PoolUse {
   WorkerPool& pool_;
 };
 
+// Of an adaptive frame.
+float LongestSubstep(const SimulationInfo& info) {
+  return static_cast<float>(info.frameDuration / std::max<int>(info.minSubsteps, 1));
+}
+
+// The simulated time of a whole frame (s); the first one in which any passes has a single sub-step.
+double TimeOfFrame(const Scene& scene) {
+  const SimulationInfo& info = scene.info;
+  const double fixed = static_cast<float>(info.substepDuration);
+  const bool first = info.time == 0;
+  if (scene.substepMode != SubstepMode::Adaptive) return first ? fixed : fixed * info.substepCount;
+  return first ? std::min<double>(info.frameDuration, LongestSubstep(info)) : info.frameDuration;
+}
+
 }  // namespace
 
 double OrlixScene::ComputeTimeStep(double minSquaredSpeed) const {
@@ -142,7 +156,7 @@ bool OrlixScene::Step(const BaseThread* thread, bool renderingFrame) {
 // before it.
 void OrlixScene::StandAlone() {
   ResetNodes(true);
-  for (std::int64_t f = std::int64_t(clock.frame) - clock.startFrame; f > 1; --f) info.time += info.frameDuration;
+  for (std::int64_t f = std::int64_t(clock.frame) - clock.startFrame; f > 1; --f) info.time += TimeOfFrame(*this);
 }
 
 void OrlixScene::EndFrame() {
@@ -223,18 +237,19 @@ bool OrlixScene::RunSubsteps() {
   info.frameElapsed = 0;
   info.frameRemaining = 1;
   const double frameLength = info.frameDuration;
-  const float maxDt = static_cast<float>(frameLength / std::max<int>(info.minSubsteps, 1));
+  const float maxDt = LongestSubstep(info);
   const float minDt = static_cast<float>(frameLength / std::max<int>({info.substepCount, info.minSubsteps, 1}));
   const bool adaptive = substepMode == SubstepMode::Adaptive;
   if (adaptive) info.substepCount = 0;
   const float fixedDt = static_cast<float>(info.substepDuration);
+  const double passLength = TimeOfFrame(*this);
   info.lastSubstep = false;
   for (int i = 0;; ++i) {
     const bool first = info.time == 0;
     bool last;
     double d;
     if (IsPass()) {
-      d = info.substepDuration = frameLength;
+      d = info.substepDuration = passLength;
       last = true;
     } else if (adaptive) {
       last = ChooseSubstep(first, minDt, maxDt);

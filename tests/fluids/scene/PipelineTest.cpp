@@ -303,6 +303,21 @@ TEST(Stepping, ARepeatedFrameIsAnUpdatePass) {
   EXPECT_EQ(again.time, time);
 }
 
+TEST(Stepping, AFrameThatStandsAloneHasTheTimeOfTheSimulation) {
+  const std::set<std::uint64_t> nothing;
+  for (const SubstepMode mode : {SubstepMode::Adaptive, SubstepMode::FixedCount, SubstepMode::FixedTime}) {
+    Stepper run, pass;
+    pass.observer.passNodes = &nothing;
+    for (Stepper* s : {&run, &pass}) {
+      s->root->Set(RootSettings::kSubstepModeId, mode);
+      s->root->Set(RootSettings::kFrameTimeId, 0.5);
+      s->root->Set(RootSettings::kMinSubstepsId, std::int64_t(1));
+    }
+    for (int f = 0; f <= 4; ++f) run.Move(f);
+    EXPECT_NEAR(pass.Move(4).time, run.scene().info.time, 1e-7) << static_cast<int>(mode);
+  }
+}
+
 TEST(Stepping, OneFrameBackKeepsTheStateAndSeveralGoOn) {
   Stepper s;
   s.document.fps = 32;  // a frame's length that subtracts exactly
