@@ -10,6 +10,7 @@
 #include "fluids/dynamics/Grid_Viscosity.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/grids/LargestMagnitude.h"
+#include "fluids/scene/EarlierNodes.h"
 
 namespace orlix {
 
@@ -122,6 +123,15 @@ void FluidSolver::AdviseContainer() const {
                      "stand at whole cells of {:.3g} m from the scene's origin; put them on multiples of voxel_size",
                      scaledSize.x, scaledSize.y, scaledSize.z, size.x, size.y, size.z, h));
   }
+  ForEachEarlier<iSolver>(*this, [&](const iSolver& other) {
+    Vec3D low, high;
+    if (!other.WholeContainer(low, high)) return;
+    if (Length(low - lowCorner) + Length(high - lowCorner - scaledSize) < h / 2) return;
+    Warn("other-container",
+         fmt::format("\"{}\" has another container, and all dynamics objects of a scene compute in one box, the part "
+                     "that their containers share; give both the same container, or each a scene of its own",
+                     other.DisplayName()));
+  });
   const LMatrix matrix = handler.GetMatrix(), plain;
   const double turn = Length(matrix.v1 - plain.v1) + Length(matrix.v2 - plain.v2) + Length(matrix.v3 - plain.v3);
   if (turn > kLeastTurn) {

@@ -387,7 +387,7 @@ bool OrlixScene::UpdateBounds() {
     return false;
   }
   SetFlag(NoBounds, false);
-  const iBase* lastSolver = nullptr;
+  bool hasSolver = false, active = false;
   // A pass needs no grids of what isn't played.
   const auto takesPart = [&](const iBase& node) {
     return node.IsEnabled() && (!IsPass() || node.HasFlag(NodeFromCache));
@@ -395,13 +395,15 @@ bool OrlixScene::UpdateBounds() {
   ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
     if (!takesPart(node)) return;
     node.ExtendBounds(min, max);
-    lastSolver = &node;
+    hasSolver = true;
   });
   ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
-    if (takesPart(node)) node.ApplyBounds(min, max);
+    if (!takesPart(node)) return;
+    node.ApplyBounds(min, max);
+    active = active || node.IsActive();
   });
-  const bool active = lastSolver && lastSolver->IsActive();
-  if (!lastSolver || active) {
+  // One that has nothing to do, or lies elsewhere, doesn't keep the others from it.
+  if (!hasSolver || active) {
     forOthers([&](iBase& node) {
       if (node.IsEnabled()) node.ApplyBounds(min, max);
     });

@@ -13,7 +13,7 @@ namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kPropertySubType = 67;
+constexpr std::int32_t kPropertySubType = 67, kPositionBasedSubType = 40;
 
 bool IsSet(const BaseObject& object, const Parameter& row) {
   switch (row.type) {
@@ -133,7 +133,7 @@ bool ActsThroughLinks(const iBase& node) {
   return node.GetNodeBaseType() == NODE_SETTINGS || node.GetNodeSubType() == kPropertySubType;
 }
 
-// Whether a solver's list of forces is empty, which takes all of the scene.
+// Whether a solver's list of forces is empty, which takes all of the scene that push grids.
 bool ASolverTakesAllForces(OrlixScene& scene) {
   bool takesAll = false;
   scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
@@ -150,8 +150,11 @@ bool ASolverTakesAllForces(OrlixScene& scene) {
 // Whether a node takes all constraints of the scene by an empty list: of all that have one, this type alone.
 bool ANodeTakesAllConstraints(const BaseDocument& document) {
   bool takesAll = false;
-  document.ForEachObject(
-      [&](const BaseObject& object) { takesAll |= object.type().ShortName() == "grid_celliterator"; });
+  document.ForEachObject([&](const BaseObject& object) {
+    if (object.type().ShortName() != "grid_celliterator") return;
+    const InExcludeData* list = object.GetInExclude(kConstraintsId);
+    takesAll |= !list || list->entries.empty();
+  });
   return takesAll;
 }
 
@@ -164,7 +167,7 @@ void AdviseUnlinked(OrlixScene& scene) {
     if (!node.IsEnabled() || isLinked(node)) return;
     if (ActsThroughLinks(node)) {
       node.Warn("not-linked", "no object links to it, so it does nothing; link it where it is to act, or take it out");
-    } else if (node.GetNodeBaseType() == NODE_FORCE && !takesForces) {
+    } else if (node.GetNodeBaseType() == NODE_FORCE && !(takesForces && node.HasRetrieveType(RETRIEVE_GRID))) {
       node.Warn("not-linked",
                 "no list of forces has it, so it pushes nothing; add it to the \"forces\" of a solver or of "
                 "particle_forces, or take it out");
@@ -174,6 +177,36 @@ void AdviseUnlinked(OrlixScene& scene) {
                 "take it out");
     }
   });
+}
+
+// What others call, or read, runs in no stage of its own; a solver runs in several.
+void AdviseStage(const iBase& node) {
+  const BaseObject& object = *node.handler.hostObject();
+  const std::int32_t list = node.GetNodeBaseType();
+  if (list == NODE_SOLVER) {
+    if (object.GetInt(kStageId) == 0 || node.GetNodeSubType() == kPositionBasedSubType) return;
+    node.Warn("one-stage", "its work is divided among several stages, of which \"stage\" leaves one; take it out");
+  }
+  if (list != NODE_CHANNEL && list != NODE_PARTICLES && list != NODE_FORCE && list < NODE_SETTINGS) return;
+  for (const int row : {kStageId, kPriorityId}) {
+    const Parameter* parameter = object.type().Find(row);
+    if (!parameter || !IsSet(object, *parameter)) continue;
+    node.Warn(std::string("row-not-read:") + parameter->key,
+              fmt::format("\"{}\" is set, but it runs in no stage: others read or call it in theirs; take it out",
+                          parameter->key));
+  }
+}
+
+// Another cell or another scale begins the simulation anew, in each frame in which it changes.
+void AdviseScale(OrlixScene& scene) {
+  const BaseObject& root = *scene.GetHostObject();
+  const int cell = scene.rendering ? RootSettings::kRenderVoxelSizeId : RootSettings::kVoxelSizeId;
+  for (const int row : {cell, +RootSettings::kScaleUnitsId, +RootSettings::kScaleMetresId}) {
+    if (!HasTrack(root, row)) continue;
+    scene.Warn(root.Path(), "restarts",
+               fmt::format("keys change its \"{}\", and the simulation begins anew at each change; take them out",
+                           root.type().Find(row)->key));
+  }
 }
 
 // Keyframes may let the time pass later.
@@ -204,6 +237,7 @@ void AdviseObjects(OrlixScene& scene) {
                "it has no children, so nothing is simulated; put what takes part beneath it");
   }
   AdviseTime(scene);
+  AdviseScale(scene);
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
@@ -212,6 +246,9 @@ void AdviseObjects(OrlixScene& scene) {
     AdviseAim(scene, object);
   });
   AdviseUnlinked(scene);
+  scene.ForEachNode(NODE_CHANNEL, NODE_HELPER, [](const iBase& node) {
+    if (node.IsEnabled()) AdviseStage(node);
+  });
 }
 
 }  // namespace orlix

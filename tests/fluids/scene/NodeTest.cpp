@@ -275,6 +275,32 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Air", "couple-without-object", [](auto& s) { s.document.AddTag(*s.types.FindName("c4d_couple"), *s.fluid); }},
       {"Air", "row-not-read:obstacles", [](auto& s) { s.fluid->Set(1017, s.ListOf({s.emitter})); }},
       {"smoke", "row-not-read:constraints", [](auto& s) { s.smoke->Set(kConstraintsId, s.ListOf({s.emitter})); }},
+      {"Blur", "row-not-read:constraints",
+       [](auto& s) { s.Add("grid_diffusion", "Blur").Set(kConstraintsId, s.ListOf({s.emitter})); }},
+      {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
+      {"Lift", "row-not-read:priority",
+       [](auto& s) { s.Add("force_swirling", "Lift").Set(kPriorityId, std::int64_t(1)); }},
+      {"Air", "one-stage", [](auto& s) { s.fluid->Set(kStageId, std::int64_t(10)); }},
+      {"Next", "other-container",
+       [](auto& s) { s.Add("fluid", "Next").Set(FluidSolver::kContainerId, Vec3D(5, 5, 5)); }},
+      {"", "restarts",
+       [](auto& s) {
+         s.document.AddTrack({s.root->creationNumber(), RootSettings::kVoxelSizeId, std::vector<SplineData>(1)});
+       }},
+      {"Amount", "rate-of-another-kind",
+       [](auto& s) {
+         BaseObject& rate = s.Add("rate", "Many");
+         rate.Set(5000, std::int64_t(2)), s.settings->Set(1002, s.LinkTo(rate));
+       }},
+      {"Where", "no-channel",
+       [](auto& s) { s.emitter->Set(kConstraintsId, s.ListOf({&s.Add("constraint_gridvalue", "Where")})); }},
+      {"State", "on-cells:Scene/Source",
+       [](auto& s) { s.emitter->Set(kConstraintsId, s.ListOf({&s.Add("constraint_particle_collision", "State")})); }},
+      {"Free", "not-linked",
+       [](auto& s) {
+         s.Add("grid_celliterator", "Cells").Set(kConstraintsId, s.ListOf({&s.Add("constraint_noise", "Listed")}));
+         s.Add("constraint_noise", "Free");
+       }},
   };
   for (const auto& c : cases) {
     SmokeScene scene;
@@ -290,8 +316,8 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
 TEST(Advice, EveryNodeAloneTellsWhyNothingHappens) {
   // What a list that is left empty takes, and what may wait for others.
   const std::string quiet =
-      " force_gravity force_swirling force_trigowave force_vortex force_coffee pforce_acceleration pforce_coffee "
-      "iop_spawn iop_repulsion channel_scalar channel_vector channel_temp channel_fuel channel_fire ";
+      " force_gravity force_swirling force_trigowave force_vortex force_coffee iop_spawn iop_repulsion "
+      "channel_scalar channel_vector channel_temp channel_fuel channel_fire ";
   const test::TestScene types;
   for (const auto& [id, type] : types.types.types()) {
     if (type->role != TypeRole::Node) continue;
