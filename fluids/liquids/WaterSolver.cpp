@@ -93,6 +93,12 @@ bool WaterSolver::ReadParameters() {
   return true;
 }
 
+// Asked by emitters, which resolve their links before a solver does.
+bool WaterSolver::HoldsParticles() const {
+  return std::ranges::any_of(RetrieveGroups(*scene, handler, kGroupsId, 1u << PK_Liquid),
+                             [](const GroupEntry& entry) { return entry.kind == PK_Liquid; });
+}
+
 bool WaterSolver::ResolveLinks() {
   const bool resolved = FluidSolver::ResolveLinks();
   groups.clear();

@@ -25,6 +25,7 @@ class WaterSolver final : public FluidSolver {
   static const TypeInfo& ViscousType();
 
   std::int32_t GetNodeSubType() const override { return 38; }
+  bool HoldsParticles() const override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;

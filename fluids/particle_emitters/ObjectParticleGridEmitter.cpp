@@ -303,7 +303,7 @@ void ObjectParticleGridEmitter::FillVoxel(const Target& target, const VecInt3D& 
 
 bool ObjectParticleGridEmitter::InContainers(const Vec3D& place) const {
   return std::any_of(containers_.begin(), containers_.end(),
-                     [&](const ChannelBase_Vector* velocity) { return velocity->ContainsPoint(place); });
+                     [&](const ChannelBase_Vector* velocity) { return velocity->ContainsCell(place, true); });
 }
 
 // Looks at some of the first particles that it makes.

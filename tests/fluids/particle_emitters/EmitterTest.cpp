@@ -6,6 +6,7 @@
 #include <cmath>
 #include <fstream>
 
+#include "fluids/dynamics/FluidSolver.h"
 #include "fluids/grids/GridMemory.h"
 #include "fluids/particle_emitters/LatticeFill.h"
 #include "fluids/particle_emitters/ParticleEmissionSettings.h"
@@ -31,6 +32,19 @@ TEST(GridEmitter, FillsEachVoxelWithEight) {
     ASSERT_EQ(p.GetVectorOr(PP::OldPosition, {}), p.GetPosition());
     ASSERT_LE(std::abs(p.GetPosition().x), 0.5);
   }
+}
+
+TEST(GridEmitter, ListedLiquidsLimitItToTheirContainers) {
+  EmissionScene s("particlegridemitter");
+  BaseObject& liquid = s.Add("liquid", "Liquid");
+  liquid.Set(FluidSolver::kContainerId, Vec3D(40, 200, 200));
+  liquid.Set(FluidSolver::kAnchorModeId, FluidSolver::AnchorMode::Centre);
+  liquid.Set(FluidSolver::kAnchorId, Vec3D(0.5));
+  s.emitter.Set(1006, s.ListOf({&liquid}));
+  s.Step(0);
+  EXPECT_FALSE(s.Warned("they limit nothing"));
+  EXPECT_EQ(s.Count(), 3200);
+  for (const Vec3D& place : s.Positions()) ASSERT_LE(std::abs(place.x), 0.2);
 }
 
 // A source that goes on emitting holds what its shape holds: what stands still or strolls about isn't made up for, what
