@@ -14,6 +14,7 @@ namespace orlix {
 namespace {
 
 constexpr std::int32_t kPropertySubType = 67, kPositionBasedSubType = 40;
+constexpr std::int64_t kTestOutside = 2;  // of constraint_gridvalue; those before it look at "low" alone
 
 bool IsSet(const BaseObject& object, const Parameter& row) {
   switch (row.type) {
@@ -179,6 +180,25 @@ void AdviseUnlinked(OrlixScene& scene) {
   });
 }
 
+// Rows that are the two ends of a range.
+void AdviseRanges(OrlixScene& scene, const BaseObject& object) {
+  constexpr std::pair<const char*, const char*> kRanges[] = {
+      {"value_min", "value_max"}, {"low", "high"}, {"min_count", "max_count"}, {"min_vorticity", "max_vorticity"}};
+  for (const auto& [lowKey, highKey] : kRanges) {
+    const Parameter *low = object.type().FindKey(lowKey), *high = object.type().FindKey(highKey);
+    if (!low || !high || HasTrack(object, low->id) || HasTrack(object, high->id)) continue;
+    // A test of equality has no upper end.
+    const Parameter* test = object.type().FindKey("test");
+    if (test && object.GetInt(test->id) < kTestOutside) continue;
+    const Vec3D a = AsVector(object.Get(low->id), Vec3D(AsDouble(object.Get(low->id), 0)));
+    const Vec3D b = AsVector(object.Get(high->id), Vec3D(AsDouble(object.Get(high->id), 0)));
+    if (!(a.x > b.x || a.y > b.y || a.z > b.z)) continue;
+    scene.Warn(
+        object.Path(), std::string("reversed-range:") + lowKey,
+        fmt::format("its \"{}\" lies above its \"{}\", and between them is nothing; exchange them", lowKey, highKey));
+  }
+}
+
 // What others call, or read, runs in no stage of its own; a solver runs in several.
 void AdviseStage(const iBase& node) {
   const BaseObject& object = *node.handler.hostObject();
@@ -242,6 +262,7 @@ void AdviseObjects(OrlixScene& scene) {
     AdviseRows(scene, object, object.Path());
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
     AdviseCoupled(scene, object);
+    AdviseRanges(scene, object);
     AdvisePlace(scene, object);
     AdviseAim(scene, object);
   });
