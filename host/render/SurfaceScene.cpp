@@ -27,12 +27,18 @@ struct Triangle {
   bool second = false;  // of a quad
 };
 
+// What shading reads of a triangle, in one cache line: at a hit it is new to the caches.
+struct ShadedTriangle {
+  alignas(64) Vec3F normals[3];  // of the corners, host space
+  // How far each corner stands above each of the two others, in the order of their numbers, along its own normal.
+  float rises[3][2];
+};
+
 struct SurfaceData {
-  std::vector<Triangle> triangles;
-  std::vector<Vec3F> normals;     // three a triangle, host space
-  const float* vertices;          // of the geometry, from the centre of everything; three numbers a point
-  std::vector<Vec3F> velocities;  // one a point, or none
-  std::vector<Vec2D> textures;    // three a triangle, or none
+  std::vector<ShadedTriangle> triangles;
+  std::vector<std::int32_t> corners;  // three a triangle: points; none without velocities
+  std::vector<Vec3F> velocities;      // one a point, or none
+  std::vector<Vec2D> textures;        // three a triangle, or none
   SurfaceMaterial material;
   bool mirrored = false;  // by its matrix: corners go round the other way
 };
@@ -124,6 +130,25 @@ std::vector<Vec2D> TexturesOf(const PolygonObject& object, const std::vector<Tri
   return textures;
 }
 
+std::vector<ShadedTriangle> ShadedTriangles(const std::vector<Vec3D>& points, const std::vector<std::int32_t>& corners,
+                                            const std::vector<Vec3F>& normals) {
+  std::vector<ShadedTriangle> triangles(corners.size() / 3);
+  for (std::size_t t = 0; t < triangles.size(); ++t) {
+    const auto at = [&](int c) {
+      return points[static_cast<std::size_t>(corners[3 * t + static_cast<std::size_t>(c)])];
+    };
+    for (int c = 0; c < 3; ++c) {
+      const Vec3F& normal = normals[3 * t + static_cast<std::size_t>(c)];
+      const Vec3D n = ToHost(normal);
+      triangles[t].normals[c] = normal;
+      for (int o = 0; o < 2; ++o) {
+        triangles[t].rises[c][o] = static_cast<float>(Dot(at(c) - at(o < c ? o : o + 1), n));
+      }
+    }
+  }
+  return triangles;
+}
+
 }  // namespace
 
 // Points that move get a place for the shutter's opening and one for its closing.
@@ -165,24 +190,26 @@ Status SurfaceScene::Impl::Add(const Surface& surface, const std::vector<Vec3D>&
   rtcReleaseGeometry(geometry);  // the scene holds it
 
   SurfaceData data;
-  data.triangles = list;
-  data.vertices = static_cast<const float*>(rtcGetGeometryBufferData(geometry, RTC_BUFFER_TYPE_VERTEX, 0));
   data.material = surface.material;
   data.mirrored = surface.matrix.Determinant() < 0;
   std::vector<std::int32_t> corners;
   corners.reserve(list.size() * 3);
   for (const Triangle& t : list) corners.insert(corners.end(), t.corner, t.corner + 3);
+  std::vector<Vec3F> normals;
   if (const std::vector<Vec3D>& own = surface.polygons->normals; own.size() == points.size()) {
     const LMatrix turn = NormalMatrix(surface.matrix);
+    normals.reserve(corners.size());
     for (const std::int32_t corner : corners) {
-      data.normals.emplace_back(Normalized(turn.Rotate(own[static_cast<std::size_t>(corner)])));
+      normals.emplace_back(Normalized(turn.Rotate(own[static_cast<std::size_t>(corner)])));
     }
   } else {
-    data.normals = SmoothNormals(points, corners, surface.material.smoothAngle);
+    normals = SmoothNormals(points, corners, surface.material.smoothAngle);
   }
+  data.triangles = ShadedTriangles(points, corners, normals);
   data.textures = TexturesOf(*surface.polygons, list);
   if (HasVelocities(surface, points)) {
     for (const Vec3D& v : *surface.velocities) data.velocities.emplace_back(IsFinite(v) ? v : Vec3D());
+    data.corners = std::move(corners);
   }
   anyClear |= data.material.IsClear();
   surfaces.push_back(std::move(data));
@@ -272,7 +299,8 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
   hit.material = &surface.material;
   hit.faceNormal = Normalized(Vec3D{query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
   if (surface.mirrored) hit.faceNormal = -hit.faceNormal;
-  const Vec3F* normals = &surface.normals[3 * triangle];
+  const ShadedTriangle& shaded = surface.triangles[triangle];
+  const Vec3F* normals = shaded.normals;
   hit.normal = Normalized(ToHost(normals[0]) * w + ToHost(normals[1]) * u + ToHost(normals[2]) * v);
   if (Dot(hit.normal, hit.faceNormal) < 0) hit.normal = -hit.normal;
   hit.outside = Dot(hit.faceNormal, direction) <= 0;
@@ -281,17 +309,17 @@ bool SurfaceScene::Intersect(const Vec3D& origin, const Vec3D& direction, double
   if (Dot(hit.normal, direction) > -1e-3) hit.normal = hit.faceNormal;
   // To the mean of the point's projections onto the planes of the corners' normals, of those that it lies below (Hanika
   // 2021, "Hacking the shadow terminator").
-  const std::int32_t* corner = surface.triangles[triangle].corner;
   const double weights[] = {w, u, v};
   hit.lift = {};
   for (int c = 0; c < 3; ++c) {
-    const float* p = surface.vertices + 3 * static_cast<std::ptrdiff_t>(corner[c]);
-    Vec3D n = ToHost(normals[c]);
-    if (Dot(n, hit.faceNormal) < 0) n = -n;
-    hit.lift += n * (weights[c] * std::max(0.0, Dot(Vec3D(p[0], p[1], p[2]) + impl_->centre - hit.point, n)));
+    const double rise = shaded.rises[c][0] * weights[c == 0 ? 1 : 0] + shaded.rises[c][1] * weights[c == 2 ? 1 : 2];
+    const Vec3D n = ToHost(normals[c]);
+    const double side = Dot(n, hit.faceNormal) < 0 ? -1 : 1;
+    hit.lift += n * (side * weights[c] * std::max(0.0, side * rise));
   }
   hit.velocity = {};
   if (!surface.velocities.empty()) {
+    const std::int32_t* corner = &surface.corners[3 * triangle];
     const auto at = [&](int c) { return ToHost(surface.velocities[static_cast<std::size_t>(corner[c])]); };
     hit.velocity = at(0) * w + at(1) * u + at(2) * v;
   }
