@@ -28,7 +28,10 @@ const TypeInfo& Force_Gravity::Type() {
 bool Force_Gravity::ReadParameters() {
   priority = 20;
   if (!ConstrainedForce::ReadParameters()) return false;
-  direction_ = handler.GetMatrix().Rotate(handler.GetVector(kDirectionId));
+  // Turned alone: what stands beneath a scaled object isn't stronger for it.
+  const LMatrix m = handler.GetMatrix();
+  const Vec3D direction = handler.GetVector(kDirectionId);
+  direction_ = Normalized(m.v1) * direction.x + Normalized(m.v2) * direction.y + Normalized(m.v3) * direction.z;
   strength_ = handler.GetDouble(kStrengthId);
   return true;
 }

@@ -143,6 +143,7 @@ TEST(Gravity, AddsTheAccelerationTurnedByItsObject) {
   rig.object.Set(Force_Gravity::kDirectionId, Vec3D(0, -9.81, 1));
   rig.object.Set(Force_Gravity::kStrengthId, 2.0);
   rig.object.Set(kRotationId, Vec3D(0, 0, 90));
+  rig.object.Set(kScaleId, Vec3D(3, 2, 0.5));
   rig.Ready();
   ASSERT_TRUE(rig.Run());
   const int cells =
