@@ -8,6 +8,7 @@
 
 #include "fluids/helpers/PropertyIds.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
+#include "fluids/scene/EarlierNodes.h"
 #include "fluids/volumes/VolumeBase.h"
 
 namespace orlix {
@@ -123,6 +124,15 @@ void PositionBasedFluidDynamics::ReleaseLinks() {
 
 void PositionBasedFluidDynamics::Advise() {
   if (entries_.empty()) Warn("no-group", "it corrects nothing; link particle groups under \"groups\"");
+  ForEachEarlier(*this, [&](const PositionBasedFluidDynamics& other) {
+    for (const GroupEntry& entry : entries_) {
+      const auto same = [&](const GroupEntry& its) { return its.group == entry.group && its.kind == entry.kind; };
+      if (std::none_of(other.entries_.begin(), other.entries_.end(), same)) continue;
+      Warn("shared-group", fmt::format("\"{}\" corrects the particles of \"{}\", too; list each one's own groups under "
+                                       "\"groups\"",
+                                       other.DisplayName(), entry.group->DisplayName()));
+    }
+  });
   const double strength = handler.GetDouble(kVorticityStrengthId);
   if (strength != kVorticityStrength && strength != 0 &&
       handler.GetDocument()->ObjectsOfType(FindProperty(PP::ExternalForce)->nodeType).empty()) {
