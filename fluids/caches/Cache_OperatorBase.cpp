@@ -85,7 +85,10 @@ bool Cache_OperatorBase::ReadParameters() {
 
 bool Cache_OperatorBase::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
-  duration_ = scene->RetrieveAs<Duration>(handler.GetObjectLink(GetIds().duration), NODE_HELPER);
+  auto* duration = scene->RetrieveAs<Duration>(handler.GetObjectLink(GetIds().duration), NODE_HELPER);
+  // The scene reads other nodes' parameters of this frame only afterwards.
+  if (duration && scene->stage == kStageLoadCache) duration->Reread();
+  duration_ = duration;
   constraints_ = RetrieveConstraints(*scene, handler);
   return true;
 }
@@ -152,13 +155,17 @@ bool Cache_OperatorBase::TakesPart() {
     return false;
   }
   if (duration_ && duration_->IsEnabled() && !duration_->IsActive(simulationInfo->time)) return false;
+  if (scene->stage != kStageLoadCache) BeginPass();
+  return true;
+}
+
+void Cache_OperatorBase::BeginPass() {
   for (Constraint* constraint : constraints_) {
     // When frames are saved, the scene's links are released already.
     if (scene->stage == kStageSaveCache) constraint->ResolveLinks();
     constraint->Prepare(this);
   }
   inPass_ = true;
-  return true;
 }
 
 void Cache_OperatorBase::FinishPass() {

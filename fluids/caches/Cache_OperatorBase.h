@@ -85,8 +85,10 @@ class Cache_OperatorBase : public iObject {
   virtual double Speed() const { return 1; }
 
   // The gate at the head of Prepare: targets, rendering, folder, duration. When it opens, the constraints are told that
-  // a pass begins; FinishPass tells them its end.
+  // a pass begins; FinishPass tells them its end. While heads are read the scene's links aren't resolved: what loads
+  // later begins a pass of its own.
   bool TakesPart();
+  void BeginPass();
   void FinishPass();
   // A frame can't be played: a warning, or the end of the run where the host wants it so.
   void TellUnloaded(const std::string& text);

@@ -184,9 +184,11 @@ void ParticleCacher::Load() {
   ParticleFrameHead head;
   if (!OpenFrame(file, path)) return Release(0);
   Status status = ReadParticleFrameHead(file, path.string(), head);
+  BeginPass();
   for (std::size_t i = 0; status.ok() && i < std::min(targets_.size(), head.entries.size()); ++i) {
     status = LoadEntry(file, path.string(), head.entries[i], targets_[i]);
   }
+  FinishPass();
   if (!status.ok()) TellUnloaded(status.error().text);
 }
 

@@ -147,6 +147,21 @@ TEST(ParticleCacher, AFilterAndConstraintsChooseWhatIsKept) {
   ASSERT_TRUE(p);
   EXPECT_TRUE(p.Has(PP::Age) && !p.Has(90) && !p.Has(PP::ExternalForce));
 
+  // What a volume confines when the file is played; it is there only after the heads were read.
+  CachedScene near(folder.path(), false);
+  BaseObject &ball = near.Add("sphere", "ball"), &volume = near.Add("volume", "near");
+  ball.Set(kSphereRadiusId, 120.0), volume.Set(VolumeBase::kObjectId, test::TestScene::LinkTo(ball));
+  BaseObject& within = near.Add("constraint_volume", "within");
+  within.Set(1000, test::TestScene::LinkTo(volume));
+  near.cache->Set(kConstraintsId, test::TestScene::ListOf({&within}));
+  near.Step(1);
+  std::int32_t inside = 0;
+  for (std::int32_t i = 0; i < played.list().count(); ++i) {
+    inside += near.NodeOf<VolumeBase>(volume)->InsideWorld(played.list().Position(i));
+  }
+  EXPECT_EQ(near.list().count(), inside);
+  EXPECT_TRUE(inside > 0 && inside < played.list().count()) << inside;
+
   const auto confine = [](CachedScene& scene) {
     BaseObject& named = scene.Add("property_age", "named");
     BaseObject& old = scene.Add("constraint_particle_property", "old");
