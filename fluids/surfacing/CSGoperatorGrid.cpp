@@ -167,7 +167,7 @@ void CSGoperatorGrid::CheckDirty() {
 bool CSGoperatorGrid::IsDirty() const {
   if (HasFlag(NodeDirty)) return true;
   if (!HasBothInputs()) return HasLevelSet() && !HasFlag(NodeFromCache);
-  return inputs_[0].node->IsDirty() || inputs_[1].node->IsDirty();
+  return (!made_ && !HasFlag(NodeFromCache)) || inputs_[0].node->IsDirty() || inputs_[1].node->IsDirty();
 }
 
 void CSGoperatorGrid::ResetSimulation() {
@@ -237,7 +237,10 @@ bool CSGoperatorGrid::InputsChanged() {
 
 void CSGoperatorGrid::Prepare(iBase*) {
   SetFlag(NodeActive, false);
-  if (HasFlag(NodeFromCache)) return SetFlag(NodeActive, HasLevelSet());
+  if (HasFlag(NodeFromCache)) {
+    made_ = false;
+    return SetFlag(NodeActive, HasLevelSet());
+  }
   if (!HasBothInputs() || !inputs_[0].levelSet->LevelSet() || !inputs_[1].levelSet->LevelSet()) {
     FreeLevelSet();
     made_ = false;

@@ -277,8 +277,10 @@ void VolumeMesh::Prepare(iBase*) {
   needsVoxelising_ = false;
   if (FollowsBody() && !HasFlag(NodeFromCache)) return PrepareBody();
   if (HasFlag(NodeFromCache)) {
-    // The shape comes from the cache, the motion from the object.
+    // The shape comes from the cache, the motion from the object; and what emitters scatter over.
+    showsPlayed_ = true;
     if (!hostGeometry_ || simulationInfo->substep > 1) return;
+    if (!IsObstacle() && hostGeometry_->Polygons()) ReadGeometry();
     mesh_.matrix = SimulationMatrix(hostGeometry_->GlobalMatrix(), GetSimulationSpace().simPerHost);
     return UpdateMotion();
   }
@@ -298,7 +300,9 @@ void VolumeMesh::Prepare(iBase*) {
   if (change == GeometryChange::Moved && !before.empty()) WarnOfDeforming(before, matrixBefore);
   VoxeliserSettings wanted = WantedSettings();
   wanted.keep = otherPolygons;
-  const bool sameShape = HasLevelSet() && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);
+  const bool sameShape =
+      HasLevelSet() && !showsPlayed_ && change == GeometryChange::Same && voxeliser_.settings.SameResult(wanted);
+  showsPlayed_ = false;
   voxeliser_.settings = wanted;
   const bool asksAgain = HasFlag(NodeHardDirty) && simulationInfo->substep <= 1;
   if (sameShape && simulationInfo->time > 0 && !asksAgain && !scene->HasFlag(ContainerChanged)) {

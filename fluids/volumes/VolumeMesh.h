@@ -94,7 +94,8 @@ class VolumeMesh final : public VolumeBase {
   double shell_ = 1;
   std::int32_t threadLimit_ = 0;
   bool needsVoxelising_ = false;
-  bool hadInside_ = false;  // at some time
+  bool showsPlayed_ = false;  // the level set is what a cache played last
+  bool hadInside_ = false;    // at some time
   std::uint64_t meshReads_ = 0;
 
   LMatrix startMatrix_;  // of the host object of a dynamic body, host units

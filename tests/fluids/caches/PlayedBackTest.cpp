@@ -128,6 +128,28 @@ TEST(PlayedBack, WhatIsMadeOfAPlayedLevelSetIsOfItsFrame) {
   EXPECT_NE(hashes[1][0], hashes[1][1]) << "the ball moved";
 }
 
+// From the first frame on, and afterwards the volume is that of its object again, though that stood still.
+TEST(PlayedBack, ADurationBeginsAndEndsIt) {
+  const TemporaryFolder folder;
+  std::vector<std::uint64_t> hashes[2];
+  for (const bool record : {true, false}) {
+    CachedGas s(folder.path(), "Ball", record);
+    if (record) s.Geometry("Ball").Set(kSphereRadiusId, 0.3);
+    BaseObject& window = s.Add("duration", "Window");
+    window.Set(1001, 0.1), window.Set(1000, 0.1);
+    if (!record) s.document.FindByPath("Cache")->Set(GridCacher::kActiveInId, GasScene::LinkTo(window));
+    for (int frame = 0; frame <= 7; ++frame) {
+      s.Step(frame);
+      hashes[record].push_back(HashOf(*s.Ball().LevelSet()));
+    }
+  }
+  for (std::size_t frame = 0; frame <= 7; ++frame) {
+    const bool plays = frame == 4 || frame == 5;  // a frame's time is that at which its step begins
+    EXPECT_EQ(hashes[0][frame] == hashes[1][frame], plays) << frame;
+    EXPECT_EQ(hashes[0][frame] == hashes[0][0], !plays) << frame;
+  }
+}
+
 // A ball that moves and a box in one volume. Played, they come out as they were, though the ball shrank since.
 TEST(PlayedBack, AVolumeOfManyObjectsHasAllOfThem) {
   const TemporaryFolder folder;
