@@ -1,5 +1,7 @@
 // What the gas solver does in the stages of a sub-step.
 
+#include <algorithm>
+
 #include "fluids/boundary/ContainerBoundary.h"
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/dynamics/Grid_Incompressibility.h"
@@ -41,8 +43,16 @@ void FluidSolver::Finish() {
 }
 
 void FluidSolver::BuildBoundary() {
+  const bool wasCurrent = boundary.IsCurrent();
   boundary.Build();
   fractions.Compute();
+  const ScalarGrid* nodes = boundary.SignedDistance();
+  if (wasCurrent || boundary.obstacles.empty() || !nodes) return;
+  if (std::any_of(nodes->data, nodes->data + nodes->count, [](double distance) { return distance > 0; })) return;
+  Warn(
+      "all-solid",
+      "obstacles fill all of the box in which it computes, so nothing flows; move them, or take the obstacle's tag off "
+      "what is no solid");
 }
 
 void FluidSolver::EmitVelocity() { velocityEmitter->Emit(); }

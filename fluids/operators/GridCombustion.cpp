@@ -94,6 +94,16 @@ void GridCombustion::ReleaseLinks() {
   GridOperator::ReleaseLinks();
 }
 
+void GridCombustion::Conclude() {
+  if (!acted_ || burned_.load()) return;
+  Warn("nothing-burned",
+       handler.GetLink(kFuelId)
+           ? "nothing burned in the whole run: nowhere was fuel as hot as its ignition_temperature; fill the fuel "
+             "channel, heat it, or lower ignition_temperature"
+           : "nothing burned in the whole run: nowhere was the fire channel above its threshold, flame_temperature as "
+             "a share of the temperature's value_max; fill it up to 1");
+}
+
 bool GridCombustion::ComesBefore(const iBase& other) const {
   if (other.GetNodeBaseType() == NODE_EMITTER) return false;
   if (other.GetNodeBaseType() == NODE_OPERATOR && other.HasRetrieveType(RETRIEVE_PARTICLE)) return false;
@@ -122,6 +132,7 @@ void GridCombustion::Prepare(iBase*) {
   fuelTerms_.expansionStep = (fuelTerms_.model == BurnModel::MixtureLimited ? 1.0 : burnRate_) * expansion_;
   if (spreads_) expansions_.assign(static_cast<std::size_t>(lattice_->dims.z), {});
   SetFlag(NodeActive, fuelGrid_ ? PrepareFuel() : PrepareFlames());
+  acted_ |= IsActive();
 }
 
 bool GridCombustion::PrepareFuel() {
@@ -144,7 +155,18 @@ bool GridCombustion::PrepareFlames() {
                       [&](std::int64_t index) { return fire[index] > flameTerms_.threshold && !(fire[index] > 1); });
 }
 
-void GridCombustion::Burn(const BurnRow& row) const {
+// Whether a cell of the row burns, as the kernels find it.
+bool GridCombustion::Burns(const BurnRow& row) const {
+  for (std::int32_t i = row.begin; i < row.end; ++i) {
+    const bool burns = row.fuel ? row.fuel[i] > 0 && !(fuelTerms_.ignition > row.temperature[i])
+                                : row.fire[i] > flameTerms_.threshold && !(row.fire[i] > 1);
+    if (burns && row.weights[i] != 0) return true;
+  }
+  return false;
+}
+
+void GridCombustion::Burn(const BurnRow& row) {
+  if (!burned_.load(std::memory_order_relaxed) && Burns(row)) burned_.store(true, std::memory_order_relaxed);
   if (row.fuel)
     BurnFuel(fuelTerms_, row);
   else

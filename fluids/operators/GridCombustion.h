@@ -2,6 +2,8 @@
 // Burns: makes flames, heat, smoke and the expansion that drives an explosion. With a fuel channel the fuel burns;
 // without one the flames of the fire channel burn down along curves.
 
+#include <atomic>
+
 #include "fluids/operators/GridOperator.h"
 
 namespace orlix {
@@ -61,6 +63,7 @@ class GridCombustion final : public GridOperator {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void Advise() override;
+  void Conclude() override;
   void ReleaseLinks() override;
   bool ComesBefore(const iBase& other) const override;
   void Prepare(iBase* caller = nullptr) override;
@@ -79,7 +82,8 @@ class GridCombustion final : public GridOperator {
   bool BindGrids();
   bool PrepareFuel();
   bool PrepareFlames();
-  void Burn(const BurnRow& row) const;
+  bool Burns(const BurnRow& row) const;
+  void Burn(const BurnRow& row);
   void SpreadExpansions();
 
   ChannelBase_Scalar* temperature_ = nullptr;
@@ -95,6 +99,9 @@ class GridCombustion final : public GridOperator {
   double burnRate_ = 0, smokeRate_ = 0, expansion_ = 0;
   FuelTerms fuelTerms_;
   FlameBurnTerms flameTerms_;
+  // Since the run began.
+  bool acted_ = false;
+  std::atomic<bool> burned_{false};
 };
 
 }  // namespace orlix

@@ -56,6 +56,11 @@ void GridVariableDensity::Advise() {
   AdviseLink(ports_.scalarTarget ? static_cast<const void*>(ports_.scalarTarget) : ports_.vectorTarget, "target");
   AdviseLink(ports_.density, "density");
   AdviseLink(ports_.temperature, "temperature");
+  if ((ports_.scalarTarget && !ports_.scalarTarget->clearEachStep) ||
+      (ports_.vectorTarget && !ports_.vectorTarget->clearEachStep)) {
+    Warn("adds-up",
+         "its target keeps its values, so the density grows in each sub-step; switch the target's clear_each_step on");
+  }
 }
 
 void GridVariableDensity::ReleaseLinks() {

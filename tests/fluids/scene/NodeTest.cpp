@@ -277,6 +277,7 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"smoke", "row-not-read:constraints", [](auto& s) { s.smoke->Set(kConstraintsId, s.ListOf({s.emitter})); }},
       {"Blur", "row-not-read:constraints",
        [](auto& s) { s.Add("grid_diffusion", "Blur").Set(kConstraintsId, s.ListOf({s.emitter})); }},
+      {"Density", "adds-up", [](auto& s) { s.Add("grid_variabledensity", "Density").Set(1000, s.LinkTo(*s.smoke)); }},
       {"smoke", "reversed-range:value_min", [](auto& s) { s.smoke->Set(1050, 2.0); }},
       {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
       {"Lift", "row-not-read:priority",
