@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::int32_t kPriority = 10;
 constexpr std::int32_t kPairSubType = 90, kParticleToGridSubType = 8;
+constexpr std::int32_t kLookAtEach = 2;  // rows, where it looks for obstacles
+constexpr double kNearlyAll = 0.95;
 
 // The cells of a level set that emit: all but the outer ones.
 VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
@@ -121,6 +123,7 @@ void ObjectGridEmitter::AdvisePlace() {
 }
 
 void ObjectGridEmitter::WarnOutside(const std::string& containers) {
+  Reach(Progress::Acting);  // no other reason is looked for
   Warn("outside", "its volume lies outside the container of " + containers +
                       ", so nothing is emitted there; move it, or place the container around it");
 }
@@ -359,8 +362,36 @@ void ObjectGridEmitter::WarnOfPlace() {
   Warn("no-cell", "its volume fills no cell, so nothing is emitted; make it larger, or voxel_size smaller");
 }
 
+// What constraints leave of a volume isn't looked at.
+void ObjectGridEmitter::TellOfObstacles() {
+  if (lookedForObstacles_ || progress_.load() != Progress::Emitted || !constraints.empty()) return;
+  lookedForObstacles_ = true;
+  std::vector<Vec3D> places;
+  std::vector<double> distances(static_cast<std::size_t>(rowCells_));
+  for (const VolumeBase* member : members_) {
+    const VecInt3D end = CellsEnd(*member);
+    for (std::int32_t k = 1; k < end.z; k += kLookAtEach) {
+      for (std::int32_t j = 1; j < end.y; j += kLookAtEach) {
+        MeanDistances(*member->LevelSet(), 1, end.x, j, k, distances.data());
+        for (std::int32_t i = 1; i < end.x; ++i) {
+          if (distances[static_cast<std::size_t>(i)] <= 0)
+            places.push_back(CellCentre(member->LevelSet()->space, i, j, k));
+        }
+      }
+    }
+  }
+  for (const VolumeBase* obstacle : CollectObstacles(*scene)) {
+    const auto inside =
+        std::count_if(places.begin(), places.end(), [&](const Vec3D& place) { return obstacle->InsideWorld(place); });
+    if (places.empty() || static_cast<double>(inside) < kNearlyAll * static_cast<double>(places.size())) continue;
+    Warn("in-obstacle", "its volume lies in the obstacle \"" + obstacle->DisplayName() +
+                            "\", where nothing flows, so what it emits stays there; move one of them");
+  }
+}
+
 void ObjectGridEmitter::Finish() {
   if (IsActive()) {
+    TellOfObstacles();
     if (progress_.load() == Progress::Acting && !scene->TestBreak()) WarnOfPlace();
     for (Constraint* constraint : constraints) constraint->Finish();
   }

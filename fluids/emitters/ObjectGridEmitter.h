@@ -65,6 +65,7 @@ class ObjectGridEmitter final : public ObjectVolume {
   void AdvisePlace();
   void WarnOutside(const std::string& containers);
   void WarnOfPlace();
+  void TellOfObstacles();
   bool PrepareSources();
   std::size_t RowValues() const { return static_cast<std::size_t>(rowCells_) * sources_.size(); }
   void AskConstraints();
@@ -80,6 +81,7 @@ class ObjectGridEmitter final : public ObjectVolume {
   std::vector<ScratchPool::Lease<double>> asked_;  // rows of amounts of each member, where there are constraints
   std::int32_t rowCells_ = 0;
   std::atomic<Progress> progress_{Progress::Idle};
+  bool lookedForObstacles_ = false;
 };
 
 }  // namespace orlix

@@ -89,8 +89,16 @@ void Force_GridTurbulence::Advise() {
   if (!(strength_ > 0)) Warn("no-strength", "the strength isn't above 0: nothing swirls; raise it");
 }
 
+void Force_GridTurbulence::Conclude() {
+  if (!acted_ || hadSources_) return;
+  Warn("no-vorticity-particles",
+       "its group had no vorticity particles beside the gas in the whole run, so nothing swirled; emit some with the "
+       "kind vorticity");
+}
+
 void Force_GridTurbulence::Prepare(iBase*) {
   if (!BeginPrepare() || !group_ || !group_->list(PK_Vorticity) || !(strength_ > 0)) return;
+  acted_ = true;
   StretchField field;
   field.lattice = Lattice();
   for (int c = 0; c < 3; ++c) field.component[c] = *velocity_->grids[static_cast<std::size_t>(c)];
@@ -102,6 +110,7 @@ void Force_GridTurbulence::Prepare(iBase*) {
   input_.lattice = field.lattice;
   lines_.Build(*group_->list(PK_Vorticity), field.lattice, input_.Reach(), scene->pool());
   TakeSources(field);
+  hadSources_ |= !sources_.empty();
   input_.lines = &lines_;
   input_.sources = sources_.data();
   EndPrepare(strengthFactor_);

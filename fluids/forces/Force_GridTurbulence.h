@@ -19,6 +19,7 @@ class Force_GridTurbulence final : public ConstrainedForce {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
+  void Conclude() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ForceRow& row) override;
   void Finish() override;
@@ -42,6 +43,8 @@ class Force_GridTurbulence final : public ConstrainedForce {
   ParticleLines lines_;
   CountedVector<SwirlSource> sources_;  // of each entry of the lines
   SwirlInput input_;
+  // Since the run began.
+  bool acted_ = false, hadSources_ = false;
 };
 
 }  // namespace orlix

@@ -57,6 +57,7 @@ void OrlixScene::Conclude() {
   ForEachNode(NODE_CHANNEL, NODE_HELPER, [](iBase& node) {
     if (node.IsEnabled()) node.Conclude();
   });
+  ConcludeGases(*this);
 }
 
 bool OrlixScene::IsPlayed(const iBase& node) const {

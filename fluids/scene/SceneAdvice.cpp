@@ -7,13 +7,14 @@
 
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/scene/RootObject.h"
+#include "fluids/scene/iCachedGrids.h"
 #include "host/objects/HasTrack.h"
 
 namespace orlix {
 
 namespace {
 
-constexpr std::int32_t kPropertySubType = 67, kPositionBasedSubType = 40;
+constexpr std::int32_t kPropertySubType = 67, kGasSubType = 37, kPositionBasedSubType = 40;
 constexpr std::int64_t kTestOutside = 2;  // of constraint_gridvalue; those before it look at "low" alone
 
 bool IsSet(const BaseObject& object, const Parameter& row) {
@@ -180,6 +181,32 @@ void AdviseUnlinked(OrlixScene& scene) {
   });
 }
 
+const BaseObject* RootOf(const BaseObject* object) {
+  while (object && object->typeId() != kRootTypeId) object = object->parent();
+  return object;
+}
+
+// A node finds none of another scene. Places and geometry are taken from anywhere.
+void AdviseOtherScenes(OrlixScene& scene, const BaseObject& object) {
+  if (RootOf(&object) != scene.GetHostObject()) return;
+  const auto advise = [&](const Parameter& row, const BaseObject* target) {
+    if (!target || target->type().role != TypeRole::Node || RootOf(target) == scene.GetHostObject()) return;
+    scene.Warn(object.Path(), std::string("other-scene:") + row.key,
+               fmt::format("\"{}\" links to \"{}\", which isn't in its scene and can't be reached; link one of \"{}\"",
+                           row.key, target->Path(), scene.Name()));
+  };
+  object.type().ForEachParameter([&](const Parameter& row) {
+    if (row.linkKinds == kLinkAny || (row.linkKinds & kLinkGeometry) != 0) return;
+    if (row.type == ParameterType::Link) advise(row, object.GetLink(row.id));
+    if (row.type != ParameterType::InExclude) return;
+    const InExcludeData* list = object.GetInExclude(row.id);
+    if (!list) return;
+    for (const InExcludeData::Entry& entry : list->entries) {
+      advise(row, static_cast<const BaseObject*>(object.document().FindObject(entry.target)));
+    }
+  });
+}
+
 // Rows that are the two ends of a range.
 void AdviseRanges(OrlixScene& scene, const BaseObject& object) {
   constexpr std::pair<const char*, const char*> kRanges[] = {
@@ -263,12 +290,24 @@ void AdviseObjects(OrlixScene& scene) {
     for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
     AdviseCoupled(scene, object);
     AdviseRanges(scene, object);
+    AdviseOtherScenes(scene, object);
     AdvisePlace(scene, object);
     AdviseAim(scene, object);
   });
   AdviseUnlinked(scene);
   scene.ForEachNode(NODE_CHANNEL, NODE_HELPER, [](const iBase& node) {
     if (node.IsEnabled()) AdviseStage(node);
+  });
+}
+
+void ConcludeGases(OrlixScene& scene) {
+  if (scene.info.time == 0) return;
+  scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [](iBase& node) {
+    auto* grids = dynamic_cast<iCachedGrids*>(&node);
+    if (!node.IsEnabled() || node.GetNodeSubType() != kGasSubType || !grids || grids->CachedGrid(0)) return;
+    node.Warn("no-cells",
+              "it computed nothing: nothing lay in its container that asks for cells, such as an emitter's volume, "
+              "particles, or a volume with extends_container; put one there");
   });
 }
 

@@ -7,5 +7,7 @@ namespace orlix {
 class OrlixScene;
 
 void AdviseObjects(OrlixScene& scene);
+// At the end of a run: gases that never had a cell.
+void ConcludeGases(OrlixScene& scene);
 
 }  // namespace orlix

@@ -278,6 +278,11 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Blur", "row-not-read:constraints",
        [](auto& s) { s.Add("grid_diffusion", "Blur").Set(kConstraintsId, s.ListOf({s.emitter})); }},
       {"Density", "adds-up", [](auto& s) { s.Add("grid_variabledensity", "Density").Set(1000, s.LinkTo(*s.smoke)); }},
+      {"Carry smoke", "other-scene:channel",
+       [](auto& s) {
+         BaseObject& other = s.document.AddObject(RootSettings::Type());
+         s.carry->Set(1000, s.LinkTo(s.Add("channel_scalar", "far", &other)));
+       }},
       {"smoke", "reversed-range:value_min", [](auto& s) { s.smoke->Set(1050, 2.0); }},
       {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
       {"Lift", "row-not-read:priority",
@@ -348,7 +353,11 @@ TEST(Advice, KeyframesMayBringAnEmitterIntoTheContainer) {
 }
 
 TEST(Advice, WhatOnlyARunShowsIsToldInItOrAtItsEnd) {
-  SmokeScene late, empty, outside;
+  SmokeScene late, empty, outside, alone, buried;
+  for (const char* name : {"Scene/Ball", "Scene/Seed"}) {
+    alone.document.RemoveObject(*alone.document.FindByPath(name));
+  }
+  buried.AddObstacle("Stone", "sphere", buried.Centre(), 0.4);
   BaseObject& duration = late.Add("duration", "Late");
   duration.Set(1001, 1000.0);
   late.settings->Set(1004, late.LinkTo(duration));
@@ -357,13 +366,15 @@ TEST(Advice, WhatOnlyARunShowsIsToldInItOrAtItsEnd) {
   ball.Set(kPositionId, Vec3D(9, 0.5, 0.5));
   const SplineKnot places[] = {{0, 9}, {100, 9}};
   outside.document.AddTrack({ball.creationNumber(), kPositionId, std::vector<SplineData>(3, SplineData(places))});
-  for (SmokeScene* scene : {&late, &empty, &outside}) {
+  for (SmokeScene* scene : {&late, &empty, &outside, &alone, &buried}) {
     scene->StepThrough(0, 2);
     scene->hook.Conclude();
   }
   EXPECT_TRUE(late.Told("Source", "nothing-emitted")) << late.All();
   EXPECT_TRUE(empty.Told("Source", "nothing-emitted")) << empty.All();
   EXPECT_TRUE(outside.Told("Source", "outside")) << outside.All();
+  EXPECT_TRUE(alone.Told("Air", "no-cells")) << alone.All();
+  EXPECT_TRUE(buried.Told("Source", "in-obstacle")) << buried.All();
 }
 
 }  // namespace
