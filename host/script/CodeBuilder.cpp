@@ -116,7 +116,8 @@ bool CodeBuilder::Fold(Op op, std::initializer_list<Value> operands, Value& fold
 // a b + c in one pass over the lanes: sum is a product that nothing else reads.
 bool CodeBuilder::FuseMultiply(Register r, Register sum, Register other) {
   auto& code = program_.code;
-  for (std::size_t i = code.size(); i-- > label_;) {
+  const std::size_t begin = WindowBegin();
+  for (std::size_t i = code.size(); i-- > begin;) {
     const Instruction found = code[i];
     if (!Writes(found, sum)) {
       if (Reads(found, sum)) return false;
@@ -162,8 +163,14 @@ Value CodeBuilder::Apply(Op op, std::initializer_list<Value> operands) {
   return result;
 }
 
+std::size_t CodeBuilder::WindowBegin() const {
+  constexpr std::size_t kWindow = 64;
+  return std::max(label_, program_.code.size() - std::min(program_.code.size(), kWindow));
+}
+
 bool CodeBuilder::Retarget(Register from, Register to) {
-  for (std::size_t i = program_.code.size(); i-- > label_;) {
+  const std::size_t begin = WindowBegin();
+  for (std::size_t i = program_.code.size(); i-- > begin;) {
     Instruction& instruction = program_.code[i];
     if (Writes(instruction, from)) {
       instruction.r = to;

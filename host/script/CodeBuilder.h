@@ -59,6 +59,9 @@ class CodeBuilder {
   // Lets the instruction that made the temporary from write to instead, where nothing between reads or writes to.
   bool Retarget(Register from, Register to);
 
+  // From where on instructions may still be changed: behind the last label, and not far back.
+  std::size_t WindowBegin() const;
+
   Program program_;
   std::vector<Register> free_;
   std::unordered_map<std::uint64_t, Register> constants_;  // by their bits
