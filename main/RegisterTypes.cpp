@@ -28,20 +28,6 @@
 
 namespace orlix {
 
-namespace {
-
-struct PlannedType {
-  int id;
-  const char* resource;
-};
-
-// Types that scenes may come to name. Each leaves the list by being registered.
-constexpr PlannedType kPlanned[] = {
-    {1300063, "zq_channelop_remap"},
-};
-
-}  // namespace
-
 void RegisterTypes(NodeFactory& factory) {
   RegisterGeometryTypes(factory.types());
   RegisterRenderTypes(factory.types());
@@ -67,7 +53,6 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);
-  for (const PlannedType& type : kPlanned) factory.types().AddPlanned(type.id, type.resource);
 }
 
 }  // namespace orlix

@@ -2,6 +2,7 @@
 
 #include "fluids/operators/ChannelOperator_Coffee.h"
 #include "fluids/operators/ChannelOperator_Math.h"
+#include "fluids/operators/ChannelOperator_Remap.h"
 #include "fluids/operators/GridAdvection.h"
 #include "fluids/operators/GridCombustion.h"
 #include "fluids/operators/GridCooling.h"
@@ -21,6 +22,7 @@ void RegisterOperatorTypes(NodeFactory& factory) {
   factory.Add<GridDiffusion>();
   factory.Add<ChannelOperator_Math>();
   factory.Add<ChannelOperator_Coffee>();
+  factory.Add<ChannelOperator_Remap>();
 }
 
 }  // namespace orlix

@@ -7,7 +7,9 @@
 #include "fluids/channels/ScalarChannels.h"
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/constraints/GridValueConstraint.h"
+#include "fluids/emitters/Grid_CellEmitter.h"
 #include "fluids/operators/ChannelOperator_Math.h"
+#include "fluids/operators/ChannelOperator_Remap.h"
 #include "fluids/operators/GridCombustion.h"
 #include "fluids/operators/GridCooling.h"
 #include "fluids/operators/GridDiffusion.h"
@@ -420,6 +422,39 @@ TEST(MathSource, ASolverStandsForItsVelocityAtCellCentres) {
     EXPECT_NEAR((*channel.grids[1])(i, j, k), 10 * (j + 0.5), 1e-9);
     EXPECT_NEAR((*channel.grids[2])(i, j, k), 100 * (k + 0.5), 1e-9);
   });
+}
+
+TEST(Remap, SendsCellsThroughTheGradient) {
+  OperatorBench bench;
+  BaseObject &scalar = bench.Add("channel_scalar", "s"), &vector = bench.Add("channel_vector", "v");
+  BaseObject &op = bench.Add("channelop_remap", "op"), &visit = bench.Add("grid_celliterator", "visit");
+  const GradientKnot knots[] = {{0, {1, 0, 0.5}}, {0.5, {0.25, 1, 0.5}}, {1, {0.5, 0, 1}}};
+  op.Set(ChannelOperator_Remap::kGradientId, GradientValue(std::make_shared<const Gradient>(knots)));
+  visit.Set(Grid_CellEmitter::kOperatorsId, OperatorBench::ListOf({&op}));
+  visit.Set(Grid_CellEmitter::kChannelId, OperatorBench::LinkTo(scalar));
+  constexpr VecInt3D kBox{6, 4, 4};
+  bench.Fit(kBox);
+  auto& channel = bench.Get<ChannelBase_Scalar>(scalar);
+  channel.valueMin = -1, channel.valueMax = 4;
+  FillCells(*channel.grid, [](int i, int, int) { return i - 1.0; });
+  ASSERT_TRUE(bench.Run(visit));
+  int checked = 0;
+  ForInner(kBox, [&](int i, int j, int k) {
+    const double t = (i - 1.0 - channel.valueMin) / channel.valueMax;
+    const double curve = t < 0.5 ? 1 - 1.5 * t : t < 1 ? 0.25 + 0.5 * (t - 0.5) : 0.5;
+    EXPECT_NEAR((*channel.grid)(i, j, k), (channel.valueMax - channel.valueMin) * curve + channel.valueMin, 1e-12) << i;
+    ++checked;
+  });
+  EXPECT_EQ(checked, 16);
+  visit.Set(Grid_CellEmitter::kChannelId, OperatorBench::LinkTo(vector));
+  bench.Fit(kBox);
+  auto& grids = bench.Get<ChannelBase_Vector>(vector).grids;
+  for (int c = 0; c < 3; ++c) FillCells(*grids[std::size_t(c)], [&](int, int, int) { return 0.25 * (c + 1); });
+  ASSERT_TRUE(bench.Run(visit));
+  EXPECT_NEAR((*grids[0])(2, 2, 2), 0.625, 1e-12);
+  EXPECT_NEAR((*grids[1])(2, 2, 2), 1, 1e-12);
+  EXPECT_NEAR((*grids[2])(2, 2, 2), 0.75, 1e-12);
+  EXPECT_EQ((*grids[0])(0, 2, 2), 0.25);
 }
 
 TEST(Falloff, FormsAndTheirBorders) {

@@ -65,6 +65,8 @@ const Case kCases[] = {
     {"return 7;", [](double) { return Vec3D(7); }},
     {"return 1 + 2 * 3 - 8 / 4 - 1.5e1 + .5;", [](double) { return Vec3D(-9.5); }},
     {"return -x * -2 - -x;", [](double x) { return Vec3D(-x * -2 - -x); }},
+    {"return x / 2 + 3 / (x + 4);", [](double x) { return Vec3D(x / 2 + 3 / (x + 4)); }},
+    {"var v = p; v = vector(v.y, v.z, v.x); return v;", [](double x) { return Vec3D(2, -x, x); }},
     {"return 10 - 4 - 3 + x;", [](double x) { return Vec3D(10 - 4 - 3 + x); }},
     {"return x % 0.7 + (7 + x) % 2;", [](double x) { return Vec3D(std::fmod(x, 0.7) + std::fmod(7 + x, 2)); }},
     {"return x > 1 && x < 2 || !(x < 2.5);", [](double x) { return Vec3D((x > 1 && x < 2) || !(x < 2.5)); }},
