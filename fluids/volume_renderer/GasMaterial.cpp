@@ -87,6 +87,8 @@ RayMarcher::Input GasMaterial::MakeInput(const RenderContext& context) const {
     for (const InExcludeData::Entry& entry : list ? list->entries : std::vector<InExcludeData::Entry>()) {
       BaseObject* link = object_.document().FindObject(entry.target);
       if (auto* constraint = link ? dynamic_cast<Constraint*>(hook_.FindNode(link)) : nullptr) {
+        // Pictures are made when the scene has released its links.
+        constraint->ResolveLinks();
         constraint->Prepare(nullptr);
         input.filters[filter].push_back(constraint);
       }
@@ -125,14 +127,20 @@ void GasMaterial::Advise(Warnings& warnings, std::int32_t frame) const {
 }
 
 Status GasMaterial::RenderStart(const RenderContext& context) {
-  marcher_.reset();
+  RenderEnd();
   settings_ = GasSettings::Read(object_);
   postGradient_ = GradientOf(object_, GasSettings::kPostGradientId);
   wantsVelocity_ = context.world->settings.NeedsMotion();
   channels_ = FindChannels();
   if (!channels_.HasGas()) return {};
   auto marcher = std::make_unique<RayMarcher>();
-  if (Status built = marcher->Build(MakeInput(context)); !built) return built;
+  RayMarcher::Input input = MakeInput(context);
+  for (const ConstraintChain& chain : input.filters)
+    constraints_.insert(constraints_.end(), chain.begin(), chain.end());
+  if (Status built = marcher->Build(std::move(input)); !built) {
+    RenderEnd();
+    return built;
+  }
   if (marcher->IsEmpty()) return {};
   marcher_ = std::move(marcher);
   glow_ = {};
@@ -142,6 +150,15 @@ Status GasMaterial::RenderStart(const RenderContext& context) {
     return Status::Fail(ErrorKind::Memory, "the glow of a gas material doesn't fit");
   }
   return {};
+}
+
+void GasMaterial::RenderEnd() {
+  marcher_.reset();
+  for (Constraint* constraint : constraints_) {
+    constraint->Finish();
+    constraint->ReleaseLinks();
+  }
+  constraints_.clear();
 }
 
 bool GasMaterial::Bounds(Vec3D& low, Vec3D& high) const {

@@ -18,7 +18,7 @@ class GasMaterial final : public VolumeShader {
   GasMaterial(const BaseObject& object, const OrlixHook& hook) : object_(object), hook_(hook) {}
 
   Status RenderStart(const RenderContext& context) override;
-  void RenderEnd() override { marcher_.reset(); }
+  void RenderEnd() override;
   int GlowPoints() const override { return glow_.empty() ? 0 : settings_.glowPoints; }
   GlowPoint GlowAt(const Vec3D& draws) const override {
     GlowPoint point = glow_.PointAt(draws);
@@ -52,6 +52,7 @@ class GasMaterial final : public VolumeShader {
   Gradient postGradient_;
   GasChannels channels_;
   std::unique_ptr<RayMarcher> marcher_;
+  std::vector<Constraint*> constraints_;  // of the filters, from RenderStart to RenderEnd
   GasGlow glow_;
   bool wantsVelocity_ = false;
 };

@@ -2,6 +2,7 @@
 // The settings of the gas material: its parameter table, and what the marcher takes from it.
 
 #include <cstdint>
+#include <iterator>
 
 #include "globals/Vec.h"
 #include "host/description/TypeRegistry.h"
@@ -115,9 +116,11 @@ struct GasSettings {
                        kUnitLengthId = 2900, kUnitDensityId = 2901, kSkyLightId = 2902, kSkyRaysId = 2903,
                        kGlowOnSurfacesId = 2904, kGlowPointsId = 2905, kColourShaderId = 2906, kDensityShaderId = 2907;
   // The lists by GasFilter.
-  static constexpr int kFilterIds[kGasFilters] = {kDensityFiltersId,    kShadowFiltersId, kAbsorptionFiltersId,
-                                                  kScatteringFiltersId, kPhaseFiltersId,  kPhaseScaleFiltersId,
-                                                  kFireFiltersId,       kThirdFiltersId};
+  static constexpr int kFilterIds[] = {kDensityFiltersId,           kShadowFiltersId,         kAbsorptionFiltersId,
+                                       kScatteringFiltersId,        kPhaseFiltersId,          kPhaseScaleFiltersId,
+                                       kScatterFiltersId,           kScatterDensityFiltersId, kScatterPhaseFiltersId,
+                                       kScatterPhaseScaleFiltersId, kFireFiltersId,           kThirdFiltersId};
+  static_assert(std::size(kFilterIds) == kGasFilters);
   static const TypeInfo& Type();
 
   // Length (host units) and density that absorption, scattering, shadows and glow are given for. A length of 0 stands

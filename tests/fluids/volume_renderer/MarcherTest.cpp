@@ -7,9 +7,11 @@
 #include "fluids/constraints/Constraint.h"
 #include "fluids/volume_renderer/BlackBodyTable.h"
 #include "fluids/volume_renderer/Diffusor.h"
+#include "fluids/volume_renderer/GasMaterial.h"
 #include "fluids/volume_renderer/PhaseFunction.h"
 #include "tests/fluids/volume_renderer/TestGas.h"
 #include "tests/support/Cells.h"
+#include "tests/support/GasScene.h"
 #include "tests/support/TestScene.h"
 #include "tests/support/Workers.h"
 
@@ -115,6 +117,29 @@ TEST(Marcher, LightMapsAreShadedByTheGasItself) {
       EXPECT_NEAR(r.colour.x / (Gas::kGasDensity * kBox), through, 0.03 * through) << x << " " << filtered;
     }
   }
+}
+
+// Pictures are made after a frame, when the scene's nodes have released their links.
+TEST(GasMaterial, AConstraintSeesTheVolumeThatItLinksTo) {
+  test::GasScene s({24, 20, 20});
+  BaseObject &smoke = s.Add("channel_scalar", "smoke"), &look = s.Add("gas", "Look");
+  look.Set(GasSettings::kDensityId, s.LinkTo(smoke));
+  BaseObject &ball = s.AddVolume("Ball", "sphere", s.Centre(), 0.2), &within = s.Add("constraint_volume", "Within");
+  within.Set(1000, s.LinkTo(ball));
+  look.Set(GasSettings::kDensityFiltersId, s.ListOf({&within}));
+  s.Step(0);
+  s.NodeOf<ChannelBase_Scalar>(smoke)->grid->Fill(1);
+  GasMaterial material(look, s.hook);
+  RenderWorld world;
+  ASSERT_TRUE(material.RenderStart({&world, &s.pool}).ok());
+  for (const double off : {0.0, 0.35}) {
+    VolumeRay ray;
+    ray.origin = s.Centre() + Vec3D(-5, off, 0), ray.direction = {1, 0, 0};
+    VolumeSample sample;
+    material.Volume(ray, sample);
+    EXPECT_EQ(sample.transmittance.x < 1, off == 0) << off;
+  }
+  material.RenderEnd();
 }
 
 TEST(Marcher, GreyAbsorptionTakesTheBrightestComponent) {
