@@ -143,6 +143,14 @@ void FluidSolver::AdviseContainer() const {
 
 void FluidSolver::Advise() {
   AdviseContainer();
+  if (handler.GetInt(kMarginId) == 0) {
+    Warn("no-margin",
+         "with a margin of 0 its box never grows beyond what is emitted, and nothing gets out of it; raise \"margin\"");
+  }
+  if (handler.GetInt(Grid_Incompressibility::kPressureIterationsId) == 0) {
+    Warn("no-pressure",
+         "with 0 pressure_iterations no pressure is found, and the gas is compressed as it likes; raise it");
+  }
   if (!scene->IsMoved(*this) && !scene->IsPlayed(*this)) {
     Warn("velocity-not-carried",
          "nothing carries its velocity, so swirls stay where they are made; add a grid_advection with this solver and "

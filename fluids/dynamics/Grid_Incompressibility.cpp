@@ -289,6 +289,7 @@ void Grid_Incompressibility::AssembleSystem() {
     system_.scale = dt / (h * h) / density;
     return;
   }
+  LookAtDensities(densities);
   GridView<double> weights[3];
   for (int axis = 0; axis < 3; ++axis) {
     densityWeights_[axis] = scene->scratch().Take<double>(system_.share[axis].dims);
@@ -297,6 +298,22 @@ void Grid_Incompressibility::AssembleSystem() {
   FillDensityWeights(system_.share, densities, dt / (h * h), weights, scene->pool());
   for (int axis = 0; axis < 3; ++axis) system_.weight[axis] = weights[axis];
   system_.scale = 1;
+}
+
+// Once a run. A liquid has an assembly of its own: its channel is filled where the liquid is.
+void Grid_Incompressibility::LookAtDensities(const GridView<const double>& densities) {
+  if (lookedAtDensities_) return;
+  lookedAtDensities_ = true;
+  const VecInt3D n = densities.dims;
+  for (int k = 1; k < n.z - 1; ++k) {
+    for (int j = 1; j < n.y - 1; ++j) {
+      const double* row = densities.data + densities.Index(0, j, k);
+      if (std::all_of(row + 1, row + n.x - 1, [](double density) { return density > 0; })) continue;
+      return Warn("no-density",
+                  "its density_channel isn't above 0 in all cells, and where it isn't the gas weighs nothing and is "
+                  "thrown about; fill the whole container, as grid_variabledensity does, or raise its background");
+    }
+  }
 }
 
 std::uint64_t Grid_Incompressibility::RegionRevision() const { return solver->fractions.revision(); }

@@ -112,12 +112,14 @@ class Grid_Incompressibility : public iObject {
   // A residual below it may be nothing but rounding.
   double RoundingOfDivergence() const;
   void ReportOutcome(const PressureOutcome& outcome);
+  void LookAtDensities(const GridView<const double>& densities);
 
   std::unique_ptr<PressureSolver> pressureSolver_;
   PressureSolverType madeFor_ = kPressureGauss;
   std::unique_ptr<ClosedRegions> regions_;
   std::uint64_t regionsFor_ = 0;
   ScratchPool::Lease<double> densityWeights_[3];
+  bool lookedAtDensities_ = false;  // since the run began
 };
 
 }  // namespace orlix

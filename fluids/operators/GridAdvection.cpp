@@ -61,8 +61,9 @@ const TypeInfo& GridAdvection::Type() {
       ChoiceParameter(kSchemeId, "scheme", GridAdvection::Scheme::MacCormack, kSchemes, "How the channel is carried"),
       ChoiceParameter(kIntegratorId, "integrator", Integrator::Euler, kIntegrators,
                       "How a point is traced through the velocity"),
-      ChoiceParameter(kInterpolationId, "interpolation", AdvectionSampling::Trilinear, kInterpolations,
-                      "How the channel is sampled"),
+      ChoiceParameter(
+          kInterpolationId, "interpolation", AdvectionSampling::Trilinear, kInterpolations,
+          "How the channel is sampled; the conservative schemes of a scalar channel have weights of their own"),
       LinkParameter(kSolverId, "solver", kLinkSolver, "The dynamics object whose velocity carries; required"),
       ButtonParameter(1006, "pick_solver", "Offers the dynamics objects of the scene"),
       FloatParameter(kCorrectionStrengthId, "correction_strength", 1.0, "", "Weight of MacCormack's correction")
