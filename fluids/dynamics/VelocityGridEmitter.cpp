@@ -40,7 +40,19 @@ bool VelocityGridEmitter::ResolveLinks() {
   for (iBase* node : found) {
     if (auto* force = dynamic_cast<Force*>(node)) forces.push_back(force);
   }
+  if (list) AdviseList(*list);
   return iObject::ResolveLinks();
+}
+
+void VelocityGridEmitter::AdviseList(const InExcludeData& list) const {
+  for (const InExcludeData::Entry& entry : list.entries) {
+    const BaseList2D* object = scene->GetHostDocument()->FindObject(entry.target);
+    const iBase* node = object ? scene->Retrieve(object, NODE_FORCE, RETRIEVE_ANY, RETRIEVE_ANY) : nullptr;
+    if (!node || node->HasRetrieveType(RETRIEVE_GRID)) continue;
+    Warn("force-on-particles:" + node->DisplayName(),
+         "\"" + node->DisplayName() +
+             "\" pushes particles alone, so it does nothing in its \"forces\"; list it at particle_forces");
+  }
 }
 
 void VelocityGridEmitter::ReleaseLinks() {

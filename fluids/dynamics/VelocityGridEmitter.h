@@ -35,6 +35,7 @@ class VelocityGridEmitter final : public iObject {
  private:
   std::array<GridView<double>, 3> ForceViews() const { return {*forceGrids_[0], *forceGrids_[1], *forceGrids_[2]}; }
   bool HasInput() const;
+  void AdviseList(const InExcludeData& list) const;
   void GatherForces();
   void GatherRow(const GridSpace& space, std::int32_t j, std::int32_t k, std::int32_t worker);
   void GiveBack();

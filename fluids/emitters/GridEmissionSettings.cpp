@@ -81,6 +81,9 @@ bool GridEmissionSettings::ResolveLinks() {
 }
 
 void GridEmissionSettings::Advise() {
+  if ((handler.GetLink(kRateId) && !amountRate_) || (handler.GetLink(kLimitId) && !limit)) {
+    Warn("not-a-rate", "its \"rate\" or \"limit\" links to what is no rate, and isn't taken; link a node of type rate");
+  }
   for (const EmissionRate* linked : {amountRate_, static_cast<const EmissionRate*>(limit)}) {
     if (!linked || linked->HasRetrieveType(RETRIEVE_SCALAR)) continue;
     Warn("rate-of-another-kind", "grids are filled by numbers, and \"" + linked->DisplayName() +

@@ -87,7 +87,16 @@ void ObjectGridEmitter::Advise() {
   if (pairs.empty())
     return Warn("no-pairs", "it has no pairs, so it fills nothing; list nodes of type channelsettings under \"pairs\"");
   Reach(Progress::Linked);
+  if (handler.GetInExclude(kPairsId)->entries.size() != pairs.size()) {
+    Warn("not-a-pair",
+         "some of what it lists under \"pairs\" is no pair and fills nothing; list nodes of type channelsettings");
+  }
   for (const ChannelPair* pair : pairs) {
+    if (pair->settings && !dynamic_cast<const GridEmissionSettings*>(pair->settings)) {
+      Warn("other-settings:" + pair->DisplayName(),
+           "the settings of \"" + pair->DisplayName() +
+               "\" aren't for grids, so nothing is filled; link a node of type emission_setting there");
+    }
     if (!pair->scalarTarget && pair->vectorTarget) {
       Warn("vector-channel:" + pair->DisplayName(), "it fills scalar channels only, and \"" + pair->DisplayName() +
                                                         "\" has a vector channel; link a scalar one there");
