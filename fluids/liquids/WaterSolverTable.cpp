@@ -39,7 +39,8 @@ constexpr Parameter kParameters[] = {
         .ShownWhen(WaterSolver::kLevelSetModeId, Relation::Is, ParticleToLevelset::Mass),
     IntParameter(WaterSolver::kLevelSetMinimumId, "level_set_minimum", 0, "",
                  "Particles that don't yet make a cell liquid")
-        .Between(0, 1000),
+        .Between(0, 1000)
+        .ShownWhen(WaterSolver::kLevelSetModeId, Relation::Is, ParticleToLevelset::Cells),
     BoolParameter(WaterSolver::kFollowCacheId, "follow_cache", false,
                   "Particles move along with velocities that a cache plays"),
     FloatParameter(

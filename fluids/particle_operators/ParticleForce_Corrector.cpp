@@ -59,6 +59,9 @@ void ParticleForce_Corrector::ReleaseLinks() {
 void ParticleForce_Corrector::Advise() {
   if (!group_) Warn("no-group", "it moves nothing; link a particle group under \"group\"");
   if (settings_.strength == 0) Warn("no-strength", "it moves nothing; set \"strength\"");
+  if (settings_.softBoundary && !solver_) {
+    Warn("no-solver", "\"soft_boundary\" goes by the walls of a solver, and there is none; link one under \"solver\"");
+  }
 }
 
 void ParticleForce_Corrector::Prepare(iBase*) {
