@@ -181,6 +181,23 @@ void AdviseUnlinked(OrlixScene& scene) {
   });
 }
 
+// A window without an end doesn't come again, nor does one in a period without a length.
+void AdviseDuration(OrlixScene& scene, const BaseObject& object) {
+  if (object.type().ShortName() != "duration") return;
+  const auto number = [&](const char* key) { return object.GetDouble(object.type().FindKey(key)->id); };
+  const bool inFrames = number("use_frames") == 1;
+  const char *lengthKey = inFrames ? "length_frames" : "length", *pauseKey = inFrames ? "pause_frames" : "pause";
+  const double length = number(lengthKey);
+  if (number("repeats") <= 0 || (length > 0 && length + number(pauseKey) > 0)) return;
+  for (const char* key : {"repeats", lengthKey, pauseKey}) {
+    if (HasTrack(object, object.type().FindKey(key)->id)) return;
+  }
+  scene.Warn(object.Path(), "no-repeats",
+             fmt::format("its window doesn't come again, since its \"{}\" {}; raise it, or set \"repeats\" to 0",
+                         length > 0 ? pauseKey : lengthKey,
+                         length > 0 ? "takes the whole window back" : "isn't above 0, and it never ends"));
+}
+
 const BaseObject* RootOf(const BaseObject* object) {
   while (object && object->typeId() != kRootTypeId) object = object->parent();
   return object;
@@ -291,6 +308,7 @@ void AdviseObjects(OrlixScene& scene) {
     AdviseCoupled(scene, object);
     AdviseRanges(scene, object);
     AdviseOtherScenes(scene, object);
+    AdviseDuration(scene, object);
     AdvisePlace(scene, object);
     AdviseAim(scene, object);
   });

@@ -283,6 +283,11 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
          BaseObject& other = s.document.AddObject(RootSettings::Type());
          s.carry->Set(1000, s.LinkTo(s.Add("channel_scalar", "far", &other)));
        }},
+      {"When", "no-repeats",
+       [](auto& s) {
+         BaseObject& when = s.Add("duration", "When");
+         when.Set(1002, std::int64_t(3)), s.settings->Set(1004, s.LinkTo(when));
+       }},
       {"smoke", "reversed-range:value_min", [](auto& s) { s.smoke->Set(1050, 2.0); }},
       {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
       {"Lift", "row-not-read:priority",
