@@ -198,6 +198,28 @@ TEST(Program, ReportsAreJsonWhenAskedFor) {
   EXPECT_EQ(runner.Run({"validate", runner.Write("again.json", info.out)}).code, 0) << info.out;
 }
 
+TEST(Program, MistakesOfScriptsAreThoseOfTheScene) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("s.json", R"json({ "orlix": 1, "objects": [ { "type": "scene", "name": "P",
+"children": [
+  { "type": "force_coffee", "name": "Wind", "script": ["main(op)", "{ return cell_velocty; }"] },
+  { "type": "constraint_coffee", "name": "Part", "script": {"file": "part.txt"} } ] } ] })json");
+  const std::string file = runner.Write("part.txt", "main(op)\n{\n  return 1\n}\n");
+  for (const char* command : {"validate", "run"}) {
+    const ProgramOutcome outcome = runner.Run({command, scene});
+    EXPECT_EQ(outcome.code, 3);
+    for (const std::string& mistake :
+         {scene + R"(:3:78: "P/Wind".script in line 2, column 10: there is no variable "cell_velocty")",
+          file + R"(:4:1: "P/Part".script in line 4, column 1: "}" stands here, must be ";")"}) {
+      EXPECT_NE(outcome.err.find(mistake), std::string::npos) << outcome.err;
+    }
+  }
+  const ProgramOutcome mended =
+      runner.Run({"validate", scene, "--set", "P/Wind.script=main(op) { return cell_velocity; }", "--set",
+                  "P/Part.script=main(op) { return 1; }"});
+  EXPECT_EQ(mended.code, 0) << mended.err;
+}
+
 TEST(Program, ProgressIsPlainLinesWithoutATerminal) {
   ProgramRunner runner;
   const std::string scene = runner.Write("s.json", kScene);
