@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::int32_t kPriority = 5, kAnySubType = 2000, kGasSolver = 37;
 constexpr std::size_t kLookAtEach = 64;
+// Of what is emitted: a layer along an obstacle's skin is nobody's mistake.
+constexpr double kFewInObstacle = 0.05;
 constexpr std::int32_t kMostSubdivision = 5;  // 32768 places in a voxel
 
 VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
@@ -323,7 +325,7 @@ void ObjectParticleGridEmitter::TellOfObstacles() {
     if (!obstacle->IsObstacle()) continue;
     const auto inside =
         std::count_if(some.begin(), some.end(), [&](const Vec3D& p) { return obstacle->InsideWorld(p); });
-    if (2 * static_cast<std::size_t>(inside) <= some.size()) continue;
+    if (kFewInObstacle * static_cast<double>(some.size()) >= static_cast<double>(inside)) continue;
     Warn("in-obstacle",
          fmt::format("{:.0f}% of what it emits stands in the obstacle \"{}\", where nothing flows; move one "
                      "of them, or let constraints keep the emitter out of it",

@@ -238,14 +238,14 @@ TEST(GridEmitter, RestsWhenItsDurationOrRateSaysSo) {
 }
 
 TEST(GridEmitter, TellsThatAnObstacleStandsAboutIt) {
-  for (const double edge : {40.0, 160.0}) {
+  for (const double edge : {20.0, 60.0}) {
     EmissionScene s("particlegridemitter");
     BaseObject &stone = s.Add("box", "Stone"), &about = s.Add("volume", "About");
     stone.Set(stone.type().parameters[0].id, Vec3D(edge));
     about.Set(1003, s.LinkTo(stone));
     s.document.AddTag(*s.types.FindName("c4d_obstacle"), about);
     s.StepThrough(0, 1);
-    EXPECT_EQ(s.Warned("stands in the obstacle"), edge > 100);
+    EXPECT_EQ(s.Warned("stands in the obstacle"), edge > 40);
   }
 }
 
