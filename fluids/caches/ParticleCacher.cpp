@@ -113,6 +113,16 @@ void ParticleCacher::ReleaseLinks() {
   Cache_OperatorBase::ReleaseLinks();
 }
 
+void ParticleCacher::Advise() {
+  Cache_OperatorBase::Advise();
+  if (format_ == Format::Cache || targets_.size() < 2) return;
+  Warn("one-population",
+       mode() == CacheMode::Playback
+           ? "a file of another program fills the first of its list alone; give each a cache of its own"
+           : "files of other programs hold all of its list as one, and play so; give each a cache of its "
+             "own");
+}
+
 bool ParticleCacher::PlaysBack(const iBase& node) const {
   const InExcludeData* list = handler.GetInExclude(kGroupsId);
   return list && handler.GetChoice(kModeId) == static_cast<int>(CacheMode::Playback) &&

@@ -25,6 +25,7 @@ class ParticleCacher final : public Cache_OperatorBase {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
+  void Advise() override;
   void Prepare(iBase* caller = nullptr) override;
   void Process(ProcessData& data) override;
   void Finish() override;

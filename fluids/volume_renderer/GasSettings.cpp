@@ -207,7 +207,7 @@ const TypeInfo& GasSettings::Type() {
       FloatParameter(2459, "light_map_factor", 1.0, "", "Kept; no step reads it").Hidden().Unread(),
       BoolParameter(kShadowTrapezoidId, "shadow_trapezoid", false, "Average each step to a light with the one before"),
       ListParameter(kShadowFiltersId, "shadow_filters", kLinkConstraint, "Constraints that scale the shadow density"),
-      VectorParameter(2462, "swatch", {0, 0, 0}, "", "Colour swatch of an interface").Hidden(),
+      VectorParameter(2462, "swatch", {0, 0, 0}, "", "Colour swatch of an interface").Hidden().Unread(),
       IntParameter(kDiffuseMapsId, "diffuse_maps", 1, "", "Light maps even out the grain of their jitter")
           .Between(0, 1),
       FloatParameter(kSkyLightId, "sky_light", 0.0, "",
@@ -289,7 +289,10 @@ const TypeInfo& GasSettings::Type() {
       BoolParameter(kSeenByRefractionId, "seen_by_refraction", true, "Seen through surfaces"),
       BoolParameter(kSeenByCameraId, "seen_by_camera", true, "Seen by the camera"),
       BoolParameter(kSeenByReflectionId, "seen_by_reflection", true, "Seen in mirrors"),
-      BoolParameter(kSeenByOcclusionId, "seen_by_occlusion", true, "Seen by rays that look for open sky"),
+      BoolParameter(kSeenByOcclusionId, "seen_by_occlusion", true,
+                    "Kept; no ray of this renderer looks for open sky alone")
+          .Hidden()
+          .Unread(),
   };
   static const TypeInfo kType = {
       .id = kGasMaterialId,
