@@ -1,6 +1,7 @@
 #include "fluids/particle_operators/ParticleForce_Coffee.h"
 
 #include "fluids/scripts/ScriptLanes.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -53,7 +54,8 @@ bool ParticleForce_Coffee::ReadParameters() {
 
 void ParticleForce_Coffee::Advise() {
   gui_.Advise(*this, {});
-  if (intensity_ == 0) Warn("no-intensity", "it pushes nothing; set \"intensity\"");
+  const bool keyed = HasTrack(*handler.hostObject(), kIntensityId);
+  if (intensity_ == 0 && !keyed) Warn("no-intensity", "it pushes nothing; set \"intensity\"");
 }
 
 void ParticleForce_Coffee::PrepareParticles(iBase*) {
