@@ -1,5 +1,7 @@
 #include "fluids/forces/Force_TrigoWave.h"
 
+#include <cmath>
+
 namespace orlix {
 
 namespace {
@@ -26,6 +28,8 @@ constexpr Choice kWaveShapes[] = {
     {WaveShape::Ellipse, "ellipse", "First vector by the cosine, second by the sine"},
 };
 
+constexpr double kLeastScale = 1e-9;
+
 }  // namespace
 
 const TypeInfo& Force_TrigoWave::Type() {
@@ -37,7 +41,8 @@ const TypeInfo& Force_TrigoWave::Type() {
       ChoiceParameter(kWaveShapeId, "wave_shape", WaveShape::Rise, kWaveShapes, "How the wave moves its two vectors"),
       FloatParameter(kPhaseId, "phase", 0, "s", "Added to the time"),
       LinkParameter(kForceDurationId, "force_duration", kLinkDuration, "When the force acts"),
-      VectorParameter(kWaveScaleId, "wave_scale", {1, 1, 1}, "", "Stretches the wave along the axes"),
+      VectorParameter(kWaveScaleId, "wave_scale", {1, 1, 1}, "",
+                      "Stretches the wave along the axes; along one of 0 it doesn't change"),
       BoolParameter(kUseTimeId, "use_time", true, "The scene's time drives the wave"),
       FloatParameter(kFixedTimeId, "fixed_time", 0, "s", "The time of a wave that the scene's doesn't drive")
           .ShownWhen(kUseTimeId, Relation::Is, 0),
@@ -70,7 +75,9 @@ bool Force_TrigoWave::ReadParameters() {
   fixedTime_ = handler.GetDouble(kFixedTimeId);
   matrix_ = handler.GetMatrix();
   inverse_ = matrix_.Inverse();
-  scale_ = Vec3D(1, 1, 1) / handler.GetVector(kWaveScaleId) + matrix_.off * simPerHost;
+  scale_ = matrix_.off * simPerHost;
+  const Vec3D stretch = handler.GetVector(kWaveScaleId);
+  for (int axis = 0; axis < 3; ++axis) scale_[axis] += std::abs(stretch[axis]) > kLeastScale ? 1 / stretch[axis] : 0;
   return true;
 }
 

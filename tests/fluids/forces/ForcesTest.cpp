@@ -417,6 +417,11 @@ TEST(TrigoWaveForce, MovesTheGasByTheWaveInTheObjectsFrame) {
   rig.scene().info.time = 9;
   rig.Run();
   EXPECT_EQ(rig.At(3, 3, 3), before);
+  // Across axes of no scale nothing changes.
+  rig.object.Set(Force_TrigoWave::kWaveTypeId, WaveType::Rings);
+  rig.object.Set(Force_TrigoWave::kWaveScaleId, Vec3D(0, 0, 1));
+  rig.Run();
+  rig.ForEach([&](int, int, int, const Vec3D& f) { ExpectNear(f, rig.At(3, 3, 3), 1e-12); });
 }
 
 }  // namespace
