@@ -142,6 +142,10 @@ void CSGoperatorGrid::Advise() {
   if (!filters_.empty() && settings_.operation != Operation::Blend) {
     Warn("constraints-unused", "its constraints weigh a blend alone; set operation to blend");
   }
+  const bool soft = settings_.operation == Operation::Blend && settings_.blendMode == BlendMode::Soft;
+  if (soft && settings_.offset != 0 && blend_ > 0) {
+    Warn("offset-unused", "a soft blend takes the second without its offset; take that out, or set another blend_mode");
+  }
 }
 
 void CSGoperatorGrid::Conclude() {

@@ -25,7 +25,7 @@ constexpr Choice kSolverGrids[] = {{SolverGrid::Velocity, "velocity", "The veloc
 constexpr GradientKnot kBlackToWhite[] = {{0, {0, 0, 0}}, {1, {1, 1, 1}}};
 
 constexpr Parameter kParameters[] = {
-    LinkParameter(kNode, "source", kLinkChannel | kLinkSolver | kLinkVolume | kLinkOperator,
+    LinkParameter(kNode, "source", kLinkChannel | kLinkSolver | kLinkVolume,
                   "A channel, a solver, a volume or a reconstruction"),
     GradientParameter(kGradient, "gradient", kBlackToWhite, "Colour by value"),
     ChoiceParameter(kSolverGrid, "solver_grid", SolverGrid::Velocity, kSolverGrids, "Of a solver: which of its grids"),
