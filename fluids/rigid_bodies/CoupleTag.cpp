@@ -147,7 +147,8 @@ void CoupledObjects::MoveObject(OrlixScene& scene, const BaseObject& tag, BaseOb
   const Flow flow{*solver};
   const GridSpace& space = flow.space();
   const Settings settings(tag);
-  const double dt = scene.info.frameDuration;
+  const bool fixedTime = scene.substepMode == SubstepMode::FixedTime;
+  const double dt = fixedTime ? scene.info.frameElapsed : scene.info.frameDuration;
   const LMatrix now = object.GlobalMatrix();
   const auto local = [&](const Vec3D& host) { return host * space.simPerHost - space.simMin; };
   const Vec3D s = local(now.off), p = local(places.previous.off);

@@ -276,7 +276,20 @@ void AdviseScale(OrlixScene& scene) {
 // Keyframes may let the time pass later.
 void AdviseTime(OrlixScene& scene) {
   const BaseObject& root = *scene.GetHostObject();
-  const bool fixed = root.GetChoice<SubstepMode>(RootSettings::kSubstepModeId) == SubstepMode::FixedTime;
+  const auto mode = root.GetChoice<SubstepMode>(RootSettings::kSubstepModeId);
+  const bool fixed = mode == SubstepMode::FixedTime, adaptive = mode == SubstepMode::Adaptive;
+  const std::pair<int, bool> unread[] = {{RootSettings::kTimeScaleId, fixed},
+                                         {RootSettings::kFrameTimeId, !fixed},
+                                         {RootSettings::kCflId, !adaptive},
+                                         {RootSettings::kMinSubstepsId, !adaptive}};
+  for (const auto& [id, isUnread] : unread) {
+    const Parameter& parameter = *root.type().Find(id);
+    if (!isUnread || HasTrack(root, RootSettings::kSubstepModeId) || !(HasTrack(root, id) || IsSet(root, parameter))) {
+      continue;
+    }
+    scene.Warn(root.Path(), std::string("row-not-read:") + parameter.key,
+               fmt::format("\"{}\" is set, but its \"substep_mode\" doesn't go by it; take it out", parameter.key));
+  }
   const int row = fixed ? RootSettings::kFrameTimeId : RootSettings::kTimeScaleId;
   if (HasTrack(root, row) || root.GetDouble(row) != 0) return;
   scene.Warn(root.Path(), "no-time",

@@ -295,6 +295,7 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Air", "one-stage", [](auto& s) { s.fluid->Set(kStageId, std::int64_t(10)); }},
       {"Next", "other-container",
        [](auto& s) { s.Add("fluid", "Next").Set(FluidSolver::kContainerId, Vec3D(5, 5, 5)); }},
+      {"", "row-not-read:cfl", [](auto& s) { s.root->Set(RootSettings::kCflId, 4.0); }},
       {"", "restarts",
        [](auto& s) {
          s.document.AddTrack({s.root->creationNumber(), RootSettings::kVoxelSizeId, std::vector<SplineData>(1)});
