@@ -87,13 +87,17 @@ void GridDiffusion::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   ScalarGrid* grid = Target();
   if (!grid || simulationInfo->substepDuration == 0 || IsPlayed(scalar_) || IsPlayed(vector_)) return;
+  // A grid without inner cells has nothing to be blurred.
+  if (!SplitLayers(slabs_, grid->dims, false, scene->threadCount)) return;
+  const bool hasNone = mode_ == DiffusionMode::Gaussian && iteration > 0 && !result_;
+  if (hasNone) return;  // memory didn't suffice for the pass before
   limits_ = {grid->valueOffset, grid->valueScale};
   alpha_ = strength_ * simulationInfo->substepDuration;
   if (mode_ == DiffusionMode::Gaussian)
     PrepareGaussian(*grid);
   else
     PrepareNeighbours(*grid);
-  SetFlag(NodeActive, SplitLayers(slabs_, grid->dims, false, scene->threadCount));
+  SetFlag(NodeActive, true);
 }
 
 void GridDiffusion::PrepareGaussian(ScalarGrid& grid) {

@@ -251,6 +251,8 @@ TEST_F(DiffusionThreads, ASmallRadiusHasOneTap) {
   FillCells(grid, [](int i, int j, int k) { return 0.1 * i + 0.2 * j + 0.3 * k; });
   ASSERT_TRUE(bench_.Run(blur_));
   ForInner(kN, [&](int i, int j, int k) { EXPECT_NEAR(grid(i, j, k), 0.1 * i + 0.2 * j + 0.3 * k, 1e-14); });
+  bench_.Fit({9, 9, 2});  // without an inner cell
+  EXPECT_FALSE(bench_.Run(blur_));
 }
 
 TEST_F(DiffusionThreads, NeighboursAreAveragedInEachRound) {
