@@ -4,8 +4,6 @@ namespace orlix {
 
 namespace {
 
-using script::Type;
-
 constexpr int kForceTypeId = 13000141, kParticleForceTypeId = 1300060, kConstraintTypeId = 1300057,
               kChannelOperatorTypeId = 1300059;
 // What visits the cells of a channel, and the channel of vectors.
@@ -14,28 +12,28 @@ constexpr int kCellEmitterTypeId = 1300121, kChannelId = 1000, kOperatorsId = 10
 }  // namespace
 
 bool C4D_CoffeeGui_Force::DeclareVariables(const BaseObject& settings) {
-  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", Type::Number) &&
-         Declare("physical_pos", Type::Vector) && Declare("cell_velocity", Type::Vector) &&
-         Declare("velocity_u_index", Type::Number) && Declare("velocity_v_index", Type::Number) &&
-         Declare("velocity_w_index", Type::Number);
+  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", script::Type::Number) &&
+         Declare("physical_pos", script::Type::Vector) && Declare("cell_velocity", script::Type::Vector) &&
+         Declare("velocity_u_index", script::Type::Number) && Declare("velocity_v_index", script::Type::Number) &&
+         Declare("velocity_w_index", script::Type::Number);
 }
 
 bool C4D_CoffeeGui_PForce::DeclareVariables(const BaseObject& settings) {
-  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", Type::Number) &&
-         Declare("particle_pos", Type::Vector) && Declare("particle_acceleration", Type::Vector) &&
-         Declare("particle_index", Type::Number);
+  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", script::Type::Number) &&
+         Declare("particle_pos", script::Type::Vector) && Declare("particle_acceleration", script::Type::Vector) &&
+         Declare("particle_index", script::Type::Number);
 }
 
 bool C4D_CoffeeGui_Constraint::DeclareVariables(const BaseObject& settings) {
-  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", Type::Number) &&
-         Declare("invert", Type::Number) && Declare("physical_pos", Type::Vector) &&
-         Declare("source_value", Type::Number);
+  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", script::Type::Number) &&
+         Declare("invert", script::Type::Number) && Declare("physical_pos", script::Type::Vector) &&
+         Declare("source_value", script::Type::Number);
 }
 
 bool C4D_CoffeeGui_ChannelOperator::DeclareVariables(const BaseObject& settings) {
-  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", Type::Number) &&
-         Declare("physical_pos", Type::Vector) && Declare("cell_value", cellType) &&
-         Declare("cell_index", Type::Number);
+  return C4D_CoffeeGui::DeclareVariables(settings) && Declare("intensity", script::Type::Number) &&
+         Declare("physical_pos", script::Type::Vector) && Declare("cell_value", cellType) &&
+         Declare("cell_index", script::Type::Number);
 }
 
 C4D_CoffeeGui_ChannelOperator::CellTypes C4D_CoffeeGui_ChannelOperator::CellTypesOf(const BaseObject& settings) {
@@ -61,7 +59,7 @@ std::vector<RowMistake> FindScriptMistakes(const BaseDocument& document) {
     const auto cells = C4D_CoffeeGui_ChannelOperator::CellTypesOf(*object);
     C4D_CoffeeGui_ChannelOperator gui;
     if (cells.scalar || !cells.vector) gui.Check(*object, found);
-    gui.cellType = Type::Vector;
+    gui.cellType = script::Type::Vector;
     if (cells.vector) gui.Check(*object, found);
   }
   return found;
