@@ -21,7 +21,7 @@ MOST_BYTES, MOST_BYTES_IN_ALL = 80 << 10, 2 << 20
 SCENES = [
     ("demo", 60, "Smoke rises around a scanned rabbit."),
     ("smoke_plume", 75, "The smallest smoke: an emitter, two channels, buoyancy, open sides."),
-    ("plume_around_obstacle", 60, "A plume meets a ball, parts and closes again, in a low sun."),
+    ("plume_around_obstacle", 52, "A plume meets a ball, parts and closes again, in a low sun."),
     ("explosion", 36, "Fuel, combustion, expansion: a fireball that rolls up from the ground."),
     ("campfire", 30, "A campfire: flames lick and tear off, sparks fly, thin smoke rises."),
     ("cumulus", 48, "A cumulus under a sun: light that scatters many times inside it."),
@@ -33,6 +33,7 @@ SCENES = [
     ("wind_moving_obstacle", 72, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
     ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
     ("curl_and_vortex", 52, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
+    ("scripted_knot", 36, "A knot of smoke: scripts say where it is, what colour it has and where it flows."),
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
     ("dam_break", 14, "A column of water collapses."),
     ("dam_break_on_mesh", 24, "A wave meets a mesh."),

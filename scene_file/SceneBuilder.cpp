@@ -216,9 +216,6 @@ const TypeInfo* SceneBuilder::ReadType(const Source& source, const Section& sect
   if (name.empty()) return fail(fmt::format("type is {}, must be a type's name or number", Shown(*value)));
   const TypeRegistry& types = document_.types();
   const TypeInfo* type = types.FindName(name);
-  if (!type && types.IsPlanned(name)) {
-    return fail(fmt::format("the type {} is known but not built yet", Quoted(name)));
-  }
   if (!type) {
     const bool near = !mistakes_.Full() && name.size() <= kMaxNameBytes;
     return fail(fmt::format("there is no type {}{}", Quoted(name), DidYouMean(near ? types.NearestName(name) : "")));

@@ -34,10 +34,6 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options) {
   const TypeInfo* type = nullptr;
   if (!options.type.empty()) {
     type = types.FindName(options.type);
-    if (!type && types.IsPlanned(options.type)) {
-      return Status::Fail(ErrorKind::Usage,
-                          fmt::format("the type {} is known but not built yet", Quoted(options.type)));
-    }
     if (!type) {
       return Status::Fail(ErrorKind::Usage, fmt::format("there is no type {}{}", Quoted(options.type),
                                                         DidYouMean(types.NearestName(options.type))));

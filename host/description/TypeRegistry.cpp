@@ -103,14 +103,6 @@ void TypeRegistry::Add(const TypeInfo& type) {
   [[maybe_unused]] const bool newName = names_.emplace(type.ShortName(), type.id).second;
   assert(newId && newName);
   if (*type.alias) names_.emplace(type.alias, type.id);
-  planned_.erase(std::string(type.ShortName()));
-  planned_.erase(std::to_string(type.id));
-}
-
-void TypeRegistry::AddPlanned(int id, const char* resource) {
-  if (types_.contains(id)) return;
-  planned_.emplace(WithoutPrefix(resource), id);
-  planned_.emplace(std::to_string(id), id);
 }
 
 const TypeInfo* TypeRegistry::Find(int id) const {
@@ -124,8 +116,6 @@ const TypeInfo* TypeRegistry::FindName(std::string_view name) const {
                       std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
   return digits ? Find(std::stoi(std::string(name))) : nullptr;
 }
-
-bool TypeRegistry::IsPlanned(std::string_view name) const { return planned_.contains(WithoutPrefix(name)); }
 
 std::string TypeRegistry::NearestName(std::string_view name) const {
   std::string best;

@@ -52,12 +52,9 @@ class TypeRegistry {
   // The referenced TypeInfo lives as long as the program. Two types with one id or name are a bug.
   void Add(const TypeInfo& type);
   void Add(TypeInfo&&) = delete;
-  // A type that is known by name and not built yet: naming it in a scene is an error that says so.
-  void AddPlanned(int id, const char* resource);
 
   const TypeInfo* Find(int id) const;
   const TypeInfo* FindName(std::string_view name) const;  // full resource, short name, or the id in digits
-  bool IsPlanned(std::string_view name) const;            // by the same three forms
   const std::map<int, const TypeInfo*>& types() const { return types_; }
   // The registered name (short form) that is nearest by edit distance, empty when none is near.
   std::string NearestName(std::string_view name) const;
@@ -65,7 +62,6 @@ class TypeRegistry {
  private:
   std::map<int, const TypeInfo*> types_;
   std::map<std::string, int, std::less<>> names_;
-  std::map<std::string, int, std::less<>> planned_;
 };
 
 }  // namespace orlix

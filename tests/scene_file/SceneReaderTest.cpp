@@ -79,7 +79,6 @@ const TypeRegistry& Types() {
   static const TypeRegistry registry = [] {
     TypeRegistry types;
     for (const TypeInfo& type : kTypes) types.Add(type);
-    types.AddPlanned(1300003, "zq_fluid_liquid");
     return types;
   }();
   return registry;
@@ -224,8 +223,6 @@ const MistakeCase kMistakes[] = {
     {"ScriptInNoFile", R"({ "type": "force_buoyancy", "name": "L", "script": {"file": "w.txt"} })",
      R"(s.json:2:61: "P/L".script is in a file: w.txt: can't be opened)"},
     {"MisspeltType", R"({ "type": "fliud" })", R"(s.json:2:11: there is no type "fliud", did you mean "fluid"?)"},
-    {"PlannedType", R"({ "type": "fluid_liquid" })",
-     R"(s.json:2:11: the type "fluid_liquid" is known but not built yet)"},
     {"NoType", R"({ "name": "a" })", R"(s.json:2:1: the object has no "type")"},
     {"TypeOfAnotherSection", R"({ "type": "c4d_obstacle" })",
      R"(s.json:2:11: the type "c4d_obstacle" is for tag, it can't stand in objects)"},

@@ -153,10 +153,7 @@ constexpr TypeInfo kMesh = {.id = 900, .resource = "mesh"};
 
 TypeRegistry Registry() {
   TypeRegistry types;
-  types.AddPlanned(1300003, "zq_liquid");
-  types.AddPlanned(900, "mesh");
   for (const TypeInfo* type : {&kFluid, &kServer, &kMesh}) types.Add(*type);
-  types.AddPlanned(1300002, "zq_fluid");
   return types;
 }
 
@@ -167,12 +164,6 @@ TEST(TypeRegistry, FindsByShortNameResourceAliasAndId) {
   for (const char* name : {"", "zq_", "Fluid", "1300009", "13000020000000", "-1", "liquid"}) {
     EXPECT_EQ(types.FindName(name), nullptr) << name;
   }
-}
-
-TEST(TypeRegistry, APlannedTypeStaysSoUntilItIsRegistered) {
-  const TypeRegistry types = Registry();
-  for (const char* name : {"liquid", "zq_liquid", "1300003"}) EXPECT_TRUE(types.IsPlanned(name)) << name;
-  for (const char* name : {"fluid", "mesh", "900", "1300002", "nothing"}) EXPECT_FALSE(types.IsPlanned(name)) << name;
 }
 
 TEST(TypeRegistry, AnOwnRowReplacesTheCommonOne) {
