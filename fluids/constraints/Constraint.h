@@ -51,8 +51,6 @@ class Constraint : public iBase {
                                 const OrlixParticle* /*particle*/) const {
     return Evaluate(position, amount, caller, threadIndex);
   }
-  // Whether particles are what it looks at: cells of grids pass it always.
-  virtual bool WorksOnParticles() const { return false; }
   // EvaluateParticle for each open particle of the run; closes those for which it gives false.
   virtual void EvaluateParticles(const ParticleRun& run, const iBase* caller) const;
   // Evaluate at each open cell of the row; closes the cells where it gives false.

@@ -12,7 +12,6 @@ class ParticleConstraint_Attribute final : public Constraint {
   std::int32_t GetNodeSubType() const override { return 26; }
   bool ReadParameters() override;
   void Advise() override;
-  bool WorksOnParticles() const override { return true; }
   bool Evaluate(const Vec3D&, double&, const iBase*, std::int32_t) const override { return true; }
   void EvaluateRow(const ConstraintRow&, const iBase*) const override {}
   bool EvaluateParticle(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex,

@@ -15,7 +15,6 @@ class ParticleConstraint_Property final : public Constraint {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override;
-  bool WorksOnParticles() const override { return true; }
   bool Evaluate(const Vec3D&, double&, const iBase*, std::int32_t) const override { return true; }
   void EvaluateRow(const ConstraintRow&, const iBase*) const override {}
   bool EvaluateParticle(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex,

@@ -471,7 +471,6 @@ TEST_F(ParticleConstraints, AttributePassesParticlesInTheState) {
   EXPECT_EQ(Of(object, Particle(2), false), 0);
   double amount = 1;
   EXPECT_TRUE(Ready(object).EvaluateParticle({}, amount, nullptr, 0, nullptr));
-  EXPECT_TRUE(Ready(object).WorksOnParticles());
 }
 
 TEST_F(ParticleConstraints, PropertyRampsOverTheParticlesOwnValue) {
