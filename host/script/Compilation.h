@@ -64,9 +64,12 @@ class Compilation {
   };
   int LineOf(std::size_t offset) const;
 
+  void CheckRegisters(std::size_t offset) const;
+
   // Names.
   void ReadFunctions();
   void CheckNewName(std::string_view name, std::size_t offset);
+  void CheckNewVariable(std::string_view name, std::size_t offset);
   const Function* FindFunction(std::string_view name) const;
   // The innermost of this name that is seen from here: of the function, or of the whole script.
   Variable* FindVariable(std::string_view name);

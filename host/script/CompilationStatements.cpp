@@ -60,10 +60,7 @@ void Compilation::CompileStatement(const Statement& statement, std::size_t scope
 }
 
 void Compilation::Declare(const Statement& statement) {
-  CheckNewName(statement.name, statement.offset);
-  if (FindFunction(statement.name)) {
-    Fail(statement.offset, fmt::format("{} is a function, take another name", Shown(statement.name)));
-  }
+  CheckNewVariable(statement.name, statement.offset);
   Variable variable{statement.name, {}};
   if (statement.value) {
     Value value = CompileExpression(*statement.value);

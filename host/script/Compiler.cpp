@@ -24,9 +24,7 @@ Compilation::Visit::Visit(Compilation& compilation, std::size_t offset) : compil
     Fail(offset,
          fmt::format("the script becomes longer than {} instructions, with what its functions call", kMaxInstructions));
   }
-  if (compilation.code_.registerCount() > kMaxRegisters) {
-    Fail(offset, fmt::format("the script needs more than {} registers; use fewer variables at once", kMaxRegisters));
-  }
+  compilation.CheckRegisters(offset);
   if (compilation.depth_ >= kMaxDepth) Fail(offset, "too much is nested here, with what functions call");
   ++compilation.depth_;
   compilation.code_.SetLine(compilation.LineOf(offset));
@@ -50,6 +48,7 @@ Outcome<Program> Compilation::Run() {
   try {
     ReadFunctions();
     if (const Function* main = FindFunction("main")) CompileMain(*main);
+    CheckRegisters(0);
   } catch (const Mistake& mistake) {
     return ErrorAt(source_, mistake.offset, mistake.text);
   }
@@ -58,6 +57,11 @@ Outcome<Program> Compilation::Run() {
 
 int Compilation::LineOf(std::size_t offset) const {
   return 1 + static_cast<int>(std::lower_bound(lines_.begin(), lines_.end(), offset) - lines_.begin());
+}
+
+void Compilation::CheckRegisters(std::size_t offset) const {
+  if (code_.registerCount() <= kMaxRegisters) return;
+  Fail(offset, fmt::format("the script needs more than {} registers; use fewer variables at once", kMaxRegisters));
 }
 
 void Compilation::ReadFunctions() {
@@ -71,12 +75,20 @@ void Compilation::ReadFunctions() {
       Fail(function.offset, fmt::format("two parameters of {} have one name", Shown(function.name)));
     }
   }
+  for (const Function& function : tree_.functions) {
+    for (const std::string_view name : function.parameters) CheckNewVariable(name, function.offset);
+  }
 }
 
 void Compilation::CheckNewName(std::string_view name, std::size_t offset) {
   if (FindBuiltin(name) || FindConstant(name)) {
     Fail(offset, fmt::format("{} is part of the language, take another name", Shown(name)));
   }
+}
+
+void Compilation::CheckNewVariable(std::string_view name, std::size_t offset) {
+  CheckNewName(name, offset);
+  if (FindFunction(name)) Fail(offset, fmt::format("{} is a function, take another name", Shown(name)));
 }
 
 const Function* Compilation::FindFunction(std::string_view name) const {
@@ -114,6 +126,7 @@ Compilation::Variable& Compilation::ReadVariable(const Expression& at) {
 void Compilation::CompileMain(const Function& main) {
   if (main.parameters.size() > 1) Fail(main.offset, "main has one argument, op");
   std::vector<Input>& inputs = code_.program().inputs;
+  std::set<std::string_view> names;
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     Variable variable{inputs[i].name, inputs[i].type, {}, static_cast<int>(i), false, true};
     std::copy_n(inputs[i].registers, 3, variable.registers);
@@ -127,18 +140,19 @@ void Compilation::CompileMain(const Function& main) {
       inputs[i].used = true;
     }
     variables_.push_back(variable);
+    names.insert(variable.name);
   }
-  const std::size_t builtIn = globals_ = variables_.size();
+  globals_ = variables_.size();
   for (const Statement& global : tree_.globals) {
-    for (std::size_t i = 0; i < variables_.size(); ++i) {
-      if (variables_[i].name != global.name) continue;
+    const Visit visit(*this, global.offset);
+    if (!names.insert(global.name).second) {
       Fail(global.offset, fmt::format("there is a variable {} already{}", Shown(global.name),
-                                      i < builtIn ? ", which the node sets" : ""));
+                                      code_.program().Find(global.name) ? ", which the node sets" : ""));
     }
     Declare(global);
     globals_ = variables_.size();
   }
-  globals_ = firstVariable_ = variables_.size();
+  firstVariable_ = variables_.size();
   if (!main.parameters.empty()) {
     variables_.push_back({main.parameters[0], {}, {}, -1, true, true});
   }

@@ -304,6 +304,8 @@ TEST(Script, AMistakeIsToldWithItsPlace) {
   }
   std::string variables = "main(op) {";
   for (int i = 0; i < 400; ++i) variables += "var v" + std::to_string(i) + " = p;";
+  std::string globals = "var g";
+  for (int i = 0; i < 30000; ++i) globals += ",g" + std::to_string(i);
   const Wrong cases[] = {
       {"main(op)\n{\n  retrun 3;\n}", 3, 10, "\"3\" stands here, must be an assignment"},
       {"main(op) {\n return intensty;\n}", 2, 9, "there is no variable \"intensty\""},
@@ -334,6 +336,10 @@ TEST(Script, AMistakeIsToldWithItsPlace) {
       {"main(op) { return " + deep, 1, 0, "nested deeper"},
       {doubling + "main(op) { a12(); return 1; }", 1, 0, "the script becomes longer than"},
       {variables + "return 1; }", 1, 0, "registers"},
+      {globals + "; main(op) { return 1; }", 1, 0, "registers"},
+      {"var a, b, a; main(op) { return 1; }", 1, 11, "there is a variable \"a\" already"},
+      {"f(PI, sin) { return PI + sin; } main(op) { return f(1, 2); }", 1, 1, "\"PI\" is part of the language"},
+      {"main(op) { return f(1); } f(g) { return g; } g() { return 1; }", 1, 27, "\"g\" is a function"},
       {std::string(kMaxSourceBytes + 1, ' '), 1, 0, "bytes"},
   };
   for (const Wrong& each : cases) {
