@@ -48,11 +48,19 @@ bool CoffeeConstraint::ReadParameters() {
 }
 
 void CoffeeConstraint::Prepare(const iBase*) {
-  ready_ = gui_.Prepare(handler.hostObject(), scene->threadCount);
+  ready_ = gui_.Prepare(handler.hostObject(), scene->HostWorkers());
   if (!ready_) return;
   gui_.SetNumber(scriptIntensity_, "intensity");
   gui_.SetNumber(Inverted() ? 1 : 0, "invert");
   position_ = gui_.Find("physical_pos"), sourceValue_ = gui_.Find("source_value");
+}
+
+std::unique_ptr<Constraint> CoffeeConstraint::Clone() const {
+  // Compiled once for all clones of all passes.
+  gui_.Prepare(handler.hostObject(), scene->HostWorkers());
+  auto clone = CloneOf(*this);
+  static_cast<CoffeeConstraint&>(*clone).gui_ = gui_;
+  return clone;
 }
 
 void CoffeeConstraint::Scale(script::Machine& machine, double* amounts, std::uint8_t* open, std::int32_t count) const {

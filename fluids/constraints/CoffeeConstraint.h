@@ -20,7 +20,7 @@ class CoffeeConstraint final : public Constraint {
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const override;
   void EvaluateRow(const ConstraintRow& row, const iBase* caller) const override;
   void EvaluateParticles(const ParticleRun& run, const iBase* caller) const override;
-  std::unique_ptr<Constraint> Clone() const override { return CloneOf(*this); }
+  std::unique_ptr<Constraint> Clone() const override;
 
  private:
   // The worker's own; null when there is nothing to run, which passes everything.

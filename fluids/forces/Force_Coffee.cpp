@@ -62,7 +62,7 @@ bool Force_Coffee::ReadParameters() {
 Duration* Force_Coffee::FindDuration() const { return DurationOfSettings(kSettingsId, kForceDurationId); }
 
 void Force_Coffee::Prepare(iBase*) {
-  if (!BeginPrepare() || !gui_.Prepare(handler.hostObject(), scene->threadCount)) return;
+  if (!BeginPrepare() || !gui_.Prepare(handler.hostObject(), scene->HostWorkers())) return;
   variables_ = {gui_.Find("intensity"),
                 gui_.Find("physical_pos"),
                 gui_.Find("cell_velocity"),

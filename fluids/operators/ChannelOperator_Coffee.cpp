@@ -73,7 +73,7 @@ void ChannelOperator_Coffee::Prepare(iBase*) {
   SetFlag(NodeActive, false);
   const ScalarGrid* grid = TargetGrid(0);
   gui_.cellType = vectorTarget_ ? script::Type::Vector : script::Type::Number;
-  if (!grid || !gui_.Prepare(handler.hostObject(), scene->threadCount)) return;
+  if (!grid || !gui_.Prepare(handler.hostObject(), scene->HostWorkers())) return;
   variables_ = {gui_.Find("intensity"), gui_.Find("physical_pos"), gui_.Find("cell_value"), gui_.Find("cell_index")};
   weights_.Prepare(*scene, *this, *grid);
   SetFlag(NodeActive, true);

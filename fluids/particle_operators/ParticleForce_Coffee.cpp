@@ -59,7 +59,7 @@ void ParticleForce_Coffee::Advise() {
 }
 
 void ParticleForce_Coffee::PrepareParticles(iBase*) {
-  if (!BeginParticles() || !gui_.Prepare(handler.hostObject(), scene->threadCount)) return;
+  if (!BeginParticles() || !gui_.Prepare(handler.hostObject(), scene->HostWorkers())) return;
   gui_.SetNumber(intensity_, "intensity");
   variables_ = {gui_.Find("particle_pos"), gui_.Find("particle_acceleration"), gui_.Find("particle_index")};
   EndParticles();

@@ -39,6 +39,9 @@ bool C4D_CoffeeGui::Declare(const std::string& name, script::Type type) {
 bool C4D_CoffeeGui::DeclareVariables(const BaseObject& settings) {
   const InExcludeData* list = settings.GetInExclude(kValuesId);
   if (!list) return true;
+  if (list->entries.size() > kMaxValues) {
+    return Fail(fmt::format("{} values; a script can read {}", list->entries.size(), kMaxValues));
+  }
   for (const InExcludeData::Entry& entry : list->entries) {
     const BaseObject* object = settings.document().FindObject(entry.target);
     if (!object) continue;
@@ -74,7 +77,8 @@ bool C4D_CoffeeGui::Compile() {
       program_ && sourceText == compiledText_ &&
       std::equal(variables_.begin(), variables_.end(), compiledVariables_.begin(), compiledVariables_.end(), same);
   if (known) return true;
-  machines_.clear();
+  // A copy may go on with what it shares.
+  machines_ = std::make_shared<std::vector<script::Machine>>();
   program_.reset();
   auto outcome = script::Compile(sourceText, variables_, ResultType());
   if (const auto* error = std::get_if<script::ScriptError>(&outcome)) {
@@ -86,18 +90,17 @@ bool C4D_CoffeeGui::Compile() {
   return true;
 }
 
-void C4D_CoffeeGui::Allocate(std::int32_t threadCount) {
-  const auto count = static_cast<std::size_t>(std::max(threadCount, 1));
-  if (!program_ || machines_.size() == count) return;
-  machines_.assign(count, script::Machine(*program_));
+void C4D_CoffeeGui::Allocate(std::int32_t workers) {
+  const auto count = static_cast<std::size_t>(std::max(workers, 1));
+  if (program_ && machines_->size() < count) machines_->resize(count, script::Machine(*program_));
 }
 
-bool C4D_CoffeeGui::Prepare(const BaseObject* settings, std::int32_t threadCount) {
+bool C4D_CoffeeGui::Prepare(const BaseObject* settings, std::int32_t workers) {
   if (!settings) return false;
   Reset();
   sourceText = settings->GetString(kScriptId);
   if (!DeclareVariables(*settings) || !Compile()) return false;
-  Allocate(threadCount);
+  Allocate(workers);
   for (const UserValue& value : userValues_) {
     if (value.hidden) continue;
     if (value.type == script::Type::Vector) {
@@ -117,20 +120,20 @@ const script::Input* C4D_CoffeeGui::Find(std::string_view name) const {
 bool C4D_CoffeeGui::SetNumber(double value, std::string_view name) {
   const script::Input* input = program_ ? program_->Find(name) : nullptr;
   if (!input || input->type != script::Type::Number) return false;
-  for (script::Machine& machine : machines_) machine.SetNumber(*input, value);
+  for (script::Machine& machine : *machines_) machine.SetNumber(*input, value);
   return true;
 }
 
 bool C4D_CoffeeGui::SetVector(const Vec3D& value, std::string_view name) {
   const script::Input* input = program_ ? program_->Find(name) : nullptr;
   if (!input || input->type != script::Type::Vector) return false;
-  for (script::Machine& machine : machines_) machine.SetVector(*input, value);
+  for (script::Machine& machine : *machines_) machine.SetVector(*input, value);
   return true;
 }
 
 void C4D_CoffeeGui::Advise(const iBase& node, std::optional<int> intensityRow) {
   const BaseObject* settings = node.handler.hostObject();
-  if (!Prepare(settings, node.GetScene().threadCount)) {
+  if (!Prepare(settings, node.GetScene().HostWorkers())) {
     const std::string place = errorLine > 0 ? fmt::format("line {}, column {}: ", errorLine, errorColumn) : "";
     return node.Warn("script", fmt::format("its script can't run, so it does nothing: {}{}", place, errorText));
   }
@@ -156,7 +159,7 @@ void C4D_CoffeeGui::Advise(const iBase& node, std::optional<int> intensityRow) {
 
 void C4D_CoffeeGui::TellFailures(const iBase& node) {
   script::Failure all;
-  for (script::Machine& machine : machines_) {
+  for (script::Machine& machine : *machines_) {
     const script::Failure failure = machine.TakeFailure();
     all.Note(failure.kind, failure.line);
   }

@@ -2,14 +2,16 @@
 // What the nodes share whose inner formula is a script: its variables, its compiled form, and a machine for each
 // worker.
 //
-//   gui.Prepare(handler, threadCount);                    // on the stage's thread: false when there is nothing to run
+//   gui.Prepare(handler, workers);                        // on the stage's thread: false when there is nothing to run
 //   gui.SetNumber(intensity, "intensity");                // the same for all samples
 //   script::Machine* machine = gui.MachineOf(thread);     // on a worker, for each batch of samples:
 //   if (double* lanes = machine->LanesOf(gui.Find("cell_index"))) ...
 //   machine->Run(count, amounts);
 //
-// Nodes look their variables up by name once a pass. A variable that the script doesn't read costs nothing.
+// Nodes look their variables up by name once a pass. A variable that the script doesn't read costs nothing. A copy
+// shares the program and the machines, for a node of the same settings that is asked in the same pass.
 
+#include <cassert>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +27,7 @@ namespace orlix {
 class C4D_CoffeeGui {
  public:
   static constexpr int kScriptId = 9002, kValuesId = 9003;
+  static constexpr std::size_t kMaxValues = 256;
 
   virtual ~C4D_CoffeeGui() = default;
 
@@ -36,10 +39,12 @@ class C4D_CoffeeGui {
 
   // Reads the object's script and variables and compiles them, where they have changed. False when that fails:
   // errorText says why, and nothing is to run.
-  bool Prepare(const BaseObject* settings, std::int32_t threadCount);
+  // workers: those of the pool in this pass, which in a picture are more than the scene has threads.
+  bool Prepare(const BaseObject* settings, std::int32_t workers);
   // Each part of that.
   void Reset();
-  void Allocate(std::int32_t threadCount);
+  // At least one machine for each of the workers.
+  void Allocate(std::int32_t workers);
   // Takes the place of a variable of that name. False when the name can't be one.
   bool Declare(const std::string& name, script::Type type);
   bool Compile();
@@ -50,9 +55,11 @@ class C4D_CoffeeGui {
 
   // A variable of the compiled script, null where the script doesn't read it.
   const script::Input* Find(std::string_view name) const;
-  // The worker's own. Null from Allocate's count on, and without a program.
-  script::Machine* MachineOf(std::int32_t thread) {
-    return program_ && thread < static_cast<std::int32_t>(machines_.size()) ? &machines_[std::size_t(thread)] : nullptr;
+  // The worker's own. Null without a program.
+  script::Machine* MachineOf(std::int32_t worker) {
+    if (!program_) return nullptr;
+    assert(static_cast<std::size_t>(worker) < machines_->size() && "a worker that Prepare wasn't told of");
+    return &(*machines_)[static_cast<std::size_t>(worker)];
   }
 
   // Tells by the node's warnings what is wrong with the script or does nothing. intensityRow: the node's "Intensity",
@@ -82,7 +89,7 @@ class C4D_CoffeeGui {
   std::vector<UserValue> userValues_;
   std::string compiledText_;
   std::shared_ptr<const script::Program> program_;
-  std::vector<script::Machine> machines_;
+  std::shared_ptr<std::vector<script::Machine>> machines_ = std::make_shared<std::vector<script::Machine>>();
 };
 
 // Rows of the script, of the list of values and of the buttons that script nodes share with defaultText their default.

@@ -104,6 +104,25 @@ TEST(ConstraintScript, ItsFactorIsInvertedAndScaledOnce) {
   EXPECT_DOUBLE_EQ(ask(), 0.5 * (1 - (1 + 0.5 * 3)) * 4);
 }
 
+TEST(ConstraintScript, APictureAsksItOnMoreWorkersThanItsSceneHas) {
+  test::NodeBench bench(4);
+  BaseObject& object = bench.Add("constraint_coffee", "c");
+  bench.root->Set(RootSettings::kMaxThreadsId, std::int64_t(1));
+  SetScript(object, "return 0.25;");
+  bench.Step(1);
+  bench.Link();
+  ASSERT_EQ(bench.scene().threadCount, 1);
+  const std::unique_ptr<Constraint> clone = bench.Get<CoffeeConstraint>(object).Clone();
+  for (Constraint* constraint : {static_cast<Constraint*>(&bench.Get<CoffeeConstraint>(object)), clone.get()}) {
+    constraint->Prepare(nullptr);
+    for (int worker = 0; worker < bench.pool.count(); ++worker) {
+      double amount = 2;
+      EXPECT_TRUE(constraint->Evaluate({}, amount, nullptr, worker));
+      EXPECT_EQ(amount, 0.5) << worker;
+    }
+  }
+}
+
 TEST(ChannelScript, TheDefaultAddsNoiseToScalarsAndVectors) {
   OperatorBench bench;
   BaseObject &scalar = bench.Add("channel_scalar", "s"), &vector = bench.Add("channel_vector", "v");
@@ -253,6 +272,12 @@ TEST(ScriptMistakes, AreThoseOfTheSceneWithTheirRows) {
     EXPECT_EQ(found[0].textOffset,
               each.row == C4D_CoffeeGui::kScriptId ? std::int64_t(found[0].text.find("line 2") == 3 ? 19 : 11) : -1);
   }
+  test::NodeBench many;
+  std::vector<const BaseObject*> values;
+  for (int i = 0; i < 257; ++i) values.push_back(&many.Add("rate", "v" + std::to_string(i)));
+  many.Add("constraint_coffee", "c").Set(C4D_CoffeeGui::kValuesId, test::NodeBench::ListOf(values));
+  ASSERT_EQ(FindScriptMistakes(many.document).size(), 1u);
+  EXPECT_EQ(FindScriptMistakes(many.document)[0].text, "lists 257 values; a script can read 256");
   // A channel operator returns what the cells are that it changes.
   test::NodeBench bench;
   BaseObject &op = bench.Add("channelop_coffee", "op"), &visit = bench.Add("grid_celliterator", "visit");
