@@ -23,11 +23,11 @@ Result<std::string> LoadTextFile(const std::string& path) {
   using Text = Result<std::string>;
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) {
-    return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a folder, not a scene file", path));
+    return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a folder, not a file of text", path));
   }
   // A pipe that nobody writes to would be waited for; those that a shell has opened are under /dev.
   if (std::filesystem::is_fifo(path, ignored) && !path.starts_with("/dev/")) {
-    return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a pipe, not a scene file", path));
+    return Text::Fail(ErrorKind::InputFile, fmt::format("{}: is a pipe, not a file of text", path));
   }
   errno = 0;
   std::ifstream file(path, std::ios::binary);
@@ -36,8 +36,8 @@ Result<std::string> LoadTextFile(const std::string& path) {
                       fmt::format("{}: can't be opened: {}", path, std::strerror(errno ? errno : ENOENT)));
   }
   const auto refuse = [&](const std::string& size) {
-    return Text::Fail(ErrorKind::Scene, fmt::format("{}:1:1: the file has {} bytes, a scene file may have {}", path,
-                                                    size, kMaxSceneBytes));
+    return Text::Fail(ErrorKind::Scene,
+                      fmt::format("{}:1:1: the file has {} bytes, may have {}", path, size, kMaxSceneBytes));
   };
   const auto size = std::filesystem::file_size(path, ignored);
   if (!ignored && size > kMaxSceneBytes) return refuse(std::to_string(size));
