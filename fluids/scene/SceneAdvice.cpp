@@ -15,6 +15,7 @@ namespace orlix {
 namespace {
 
 constexpr std::int32_t kPropertySubType = 67, kGasSubType = 37, kPositionBasedSubType = 40;
+constexpr int kScriptValuesId = 9003;
 constexpr std::int64_t kTestOutside = 2;  // of constraint_gridvalue; those before it look at "low" alone
 
 bool IsSet(const BaseObject& object, const Parameter& row) {
@@ -203,7 +204,7 @@ const BaseObject* RootOf(const BaseObject* object) {
   return object;
 }
 
-// A node finds none of another scene. Places and geometry are taken from anywhere.
+// A node finds none of another scene. Places, geometry and a script's values are taken from anywhere.
 void AdviseOtherScenes(OrlixScene& scene, const BaseObject& object) {
   if (RootOf(&object) != scene.GetHostObject()) return;
   const auto advise = [&](const Parameter& row, const BaseObject* target) {
@@ -213,7 +214,7 @@ void AdviseOtherScenes(OrlixScene& scene, const BaseObject& object) {
                            row.key, target->Path(), scene.Name()));
   };
   object.type().ForEachParameter([&](const Parameter& row) {
-    if (row.linkKinds == kLinkAny || (row.linkKinds & kLinkGeometry) != 0) return;
+    if (row.linkKinds == kLinkAny || (row.linkKinds & kLinkGeometry) != 0 || row.id == kScriptValuesId) return;
     if (row.type == ParameterType::Link) advise(row, object.GetLink(row.id));
     if (row.type != ParameterType::InExclude) return;
     const InExcludeData* list = object.GetInExclude(row.id);
