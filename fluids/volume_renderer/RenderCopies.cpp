@@ -37,17 +37,19 @@ std::unique_ptr<ScalarGrid> CopyOf(const ScalarGrid* source, const CopyInput& in
 void Preprocess(ScalarGrid& grid, const GasNoise* noise, const ConstraintChain& filters, const CopyInput& input) {
   if (!noise && filters.empty()) return;
   ParallelRange(input.pool, 0, grid.dims.z, [&](int k0, int k1, int worker) {
+    std::vector<std::uint8_t> open(static_cast<std::size_t>(grid.dims.x));
     for (int k = k0; k < k1; ++k) {
       if (input.thread && input.thread->TestBreak()) return;
       for (int j = 0; j < grid.dims.y; ++j) {
+        double* values = &grid(0, j, k);
         for (int i = 0; i < grid.dims.x; ++i) {
-          double& value = grid(i, j, k);
-          if (value == 0) continue;
+          open[static_cast<std::size_t>(i)] = values[i] != 0;
+          if (!noise || values[i] == 0) continue;
           const Vec3D voxel(i + 0.5, j + 0.5, k + 0.5);
-          const Vec3D sim = grid.space.SimOfVoxel(voxel);
-          if (noise) value *= noise->Value(noise->hostSpace() ? grid.space.HostOfVoxel(voxel) : sim);
-          if (!filters.empty()) EvaluateChain(filters, sim, value, nullptr, worker);
+          values[i] *= noise->Value(noise->hostSpace() ? grid.space.HostOfVoxel(voxel) : grid.space.SimOfVoxel(voxel));
         }
+        if (filters.empty()) continue;
+        EvaluateChain(filters, ConstraintRow{0, grid.dims.x, j, k, worker, &grid.space, values, open.data()}, nullptr);
       }
     }
   });
