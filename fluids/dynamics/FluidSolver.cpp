@@ -11,6 +11,7 @@
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/grids/LargestMagnitude.h"
 #include "fluids/scene/EarlierNodes.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -143,11 +144,12 @@ void FluidSolver::AdviseContainer() const {
 
 void FluidSolver::Advise() {
   AdviseContainer();
-  if (handler.GetInt(kMarginId) == 0) {
+  const auto isZero = [this](int row) { return handler.GetInt(row) == 0 && !HasTrack(*handler.hostObject(), row); };
+  if (isZero(kMarginId)) {
     Warn("no-margin",
          "with a margin of 0 its box never grows beyond what is emitted, and nothing gets out of it; raise \"margin\"");
   }
-  if (handler.GetInt(Grid_Incompressibility::kPressureIterationsId) == 0) {
+  if (isZero(Grid_Incompressibility::kPressureIterationsId)) {
     Warn("no-pressure",
          "with 0 pressure_iterations no pressure is found, and the gas is compressed as it likes; raise it");
   }

@@ -81,7 +81,11 @@ bool GridEmissionSettings::ResolveLinks() {
 }
 
 void GridEmissionSettings::Advise() {
-  if ((handler.GetLink(kRateId) && !amountRate_) || (handler.GetLink(kLimitId) && !limit)) {
+  const auto isNoRate = [this](int row) {
+    const BaseObject* linked = handler.GetObjectLink(row);
+    return linked && linked->type().ShortName() != "rate";
+  };
+  if (isNoRate(kRateId) || isNoRate(kLimitId)) {
     Warn("not-a-rate", "its \"rate\" or \"limit\" links to what is no rate, and isn't taken; link a node of type rate");
   }
   for (const EmissionRate* linked : {amountRate_, static_cast<const EmissionRate*>(limit)}) {

@@ -88,7 +88,12 @@ void ObjectGridEmitter::Advise() {
   if (pairs.empty())
     return Warn("no-pairs", "it has no pairs, so it fills nothing; list nodes of type channelsettings under \"pairs\"");
   Reach(Progress::Linked);
-  if (handler.GetInExclude(kPairsId)->entries.size() != pairs.size()) {
+  const auto& listed = handler.GetInExclude(kPairsId)->entries;
+  const BaseDocument& document = *scene->GetHostDocument();
+  if (std::any_of(listed.begin(), listed.end(), [&](const InExcludeData::Entry& entry) {
+        const auto* object = static_cast<const BaseObject*>(document.FindObject(entry.target));
+        return object && object->type().ShortName() != "channelsettings";
+      })) {
     Warn("not-a-pair",
          "some of what it lists under \"pairs\" is no pair and fills nothing; list nodes of type channelsettings");
   }
@@ -376,26 +381,34 @@ void ObjectGridEmitter::WarnOfPlace() {
 void ObjectGridEmitter::TellOfObstacles() {
   if (lookedForObstacles_ || progress_.load() != Progress::Emitted || !constraints.empty()) return;
   lookedForObstacles_ = true;
+  const auto stands = [](const VolumeBase* volume) {
+    Vec3D min, max;
+    return volume->StillBox(min, max);
+  };
+  // What moves leaves its place, or the gas it.
+  std::vector<VolumeBase*> obstacles = CollectObstacles(*scene);
+  std::erase_if(obstacles, [&](const VolumeBase* obstacle) { return !stands(obstacle); });
+  if (obstacles.empty() || !std::all_of(members_.begin(), members_.end(), stands)) return;
   std::vector<Vec3D> places;
   std::vector<double> distances(static_cast<std::size_t>(rowCells_));
   for (const VolumeBase* member : members_) {
     const VecInt3D end = CellsEnd(*member);
-    for (std::int32_t k = 1; k < end.z; k += kLookAtEach) {
-      for (std::int32_t j = 1; j < end.y; j += kLookAtEach) {
+    const double cells = double(end.x) * end.y * end.z;
+    const auto step = std::max(kLookAtEach, static_cast<std::int32_t>(std::cbrt(cells / double(kMostPlaces))));
+    for (std::int32_t k = 1; k < end.z; k += step) {
+      for (std::int32_t j = 1; j < end.y; j += step) {
         MeanDistances(*member->LevelSet(), 1, end.x, j, k, distances.data());
-        for (std::int32_t i = 1; i < end.x; ++i) {
+        for (std::int32_t i = 1; i < end.x; i += step) {
           if (distances[static_cast<std::size_t>(i)] <= 0)
             places.push_back(CellCentre(member->LevelSet()->space, i, j, k));
         }
       }
     }
   }
-  std::vector<Vec3D> some;
-  for (std::size_t n = 0; n < places.size(); n += places.size() / kMostPlaces + 1) some.push_back(places[n]);
-  for (const VolumeBase* obstacle : CollectObstacles(*scene)) {
+  for (const VolumeBase* obstacle : obstacles) {
     const auto inside =
-        std::count_if(some.begin(), some.end(), [&](const Vec3D& place) { return obstacle->InsideWorld(place); });
-    if (some.empty() || static_cast<double>(inside) < kNearlyAll * static_cast<double>(some.size())) continue;
+        std::count_if(places.begin(), places.end(), [&](const Vec3D& place) { return obstacle->InsideWorld(place); });
+    if (places.empty() || static_cast<double>(inside) < kNearlyAll * static_cast<double>(places.size())) continue;
     Warn("in-obstacle", "its volume lies in the obstacle \"" + obstacle->DisplayName() +
                             "\", where nothing flows, so what it emits stays there; move one of them");
   }

@@ -9,6 +9,7 @@
 #include "fluids/foam/DiffuseUpdate.h"
 #include "fluids/particle_operators/ParticleAdvection.h"
 #include "globals/Hash.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -138,7 +139,8 @@ void FoamSprayBubbles::Advise() {
     Warn("no-mesh",
          "nothing is made; link the liquid's mesher under \"surface_mesh\", or set \"source\" to \"particles\"");
   }
-  if (settings_.source == FoamSource::Mesh && !(settings_.sampleSpacing > 0)) {
+  if (settings_.source == FoamSource::Mesh && !(settings_.sampleSpacing > 0) &&
+      !HasTrack(*handler.hostObject(), kSampleSpacingId)) {
     Warn("no-samples", "nothing is made, as the mesh gets no samples; set \"sample_spacing\"");
   }
   const BaseList2D *foam = handler.GetLink(kFoamOutputId), *spray = handler.GetLink(kSprayOutputId);

@@ -10,9 +10,11 @@ constexpr GradientKnot kStraight[] = {{0, {0, 0, 0}}, {1, {1, 1, 1}}};
 
 const TypeInfo& ChannelOperator_Remap::Type() {
   static constexpr Parameter kParameters[] = {
-      GradientParameter(kGradientId, "gradient", kStraight,
-                        "Of a scalar channel, its first component over the channel's range; of a vector channel, each "
-                        "component over 0 to 1"),
+      GradientParameter(
+          kGradientId, "gradient", kStraight,
+          "Of a scalar channel, its first component at (value - value_min) / value_max, times the range; of a "
+          "vector channel, each component at that of the value. Constraints tell where it acts, not how "
+          "much"),
   };
   static const TypeInfo kType = {
       .id = 1300063,

@@ -111,7 +111,7 @@ void ObjectParticleMeshEmitter::Advise() {
 }
 
 void ObjectParticleMeshEmitter::Conclude() {
-  handler_.Conclude(*this, slow_
+  handler_.Conclude(*this, slow_ && !tried_
                                ? "no particle was emitted in the whole run: its count is less than one in a sub-step, "
                                  "and a part of a particle is none; raise \"count\", or set \"count_per_step\""
                                : nullptr);
@@ -171,7 +171,8 @@ void ObjectParticleMeshEmitter::Prepare(iBase*) {
   if (!volume_ || volume_->Mesh().TriangleCount() == 0) return;
   if (!handler_.Begin(*this)) return;
   attempts_ = Attempts();
-  slow_ |= attempts_ <= 0 && handler_.settings->Count() > 0 && handler_.weight > 0;
+  const bool asked = handler_.settings->Count() > 0 && handler_.weight > 0;
+  slow_ |= attempts_ <= 0 && asked, tried_ |= attempts_ > 0;
   if (attempts_ <= 0) return;
   curvature_ = curvatureLimit_ > 0 ? volume_->Mesh().pointAttributes.Find<double>(PP::Curvature) : nullptr;
   AdviseOnMesh();

@@ -73,7 +73,7 @@ class ObjectParticleMeshEmitter final : public iObject {
   double densityThreshold_ = 0, curvatureLimit_ = 0, minimumDistance_ = 0;
 
   std::int64_t attempts_ = 0;
-  bool slow_ = false;                               // a sub-step came to less than one
+  bool slow_ = false, tried_ = false;               // a sub-step came to less than one; to more
   const std::vector<double>* curvature_ = nullptr;  // of the mesh's points; null without a test
   std::vector<EmittedRun> runs_;                    // of each block
   std::atomic<std::size_t> nextBlock_{0};

@@ -150,9 +150,13 @@ void GridToParticles::Store(const ParticleRows& rows, std::int32_t row, const Sa
       if (points.inside[n]) put(row + n, n);
     }
   };
-  looked_.store(true, std::memory_order_relaxed);
+  // Written once: workers share their cache line.
+  const auto note = [](std::atomic<bool>& flag) {
+    if (!flag.load(std::memory_order_relaxed)) flag.store(true, std::memory_order_relaxed);
+  };
+  note(looked_);
   const auto has = [&](const auto& view) {
-    if (view) found_.store(true, std::memory_order_relaxed);
+    if (view) note(found_);
     return bool(view);
   };
   const auto vectorOf = [&](std::int32_t n) { return vectors ? points.vector[n] : Vec3D(points.real[n]); };

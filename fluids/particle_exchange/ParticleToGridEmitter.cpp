@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "fluids/particles/PropertyList.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -103,7 +104,8 @@ bool ParticleToGridEmitter::ResolveLinks() {
 
 void ParticleToGridEmitter::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: nothing happens; link one under group");
-  if (!(radius_ > 0)) Warn("no-radius", "no cell finds a particle, so nothing happens; set \"radius\"");
+  if (!(radius_ > 0) && !HasTrack(*handler.hostObject(), kRadiusId))
+    Warn("no-radius", "no cell finds a particle, so nothing happens; set \"radius\"");
   if (pairs_.empty()) Warn("no-pair", "no channel gets anything; add a channel/value pair to pairs");
 }
 

@@ -136,9 +136,10 @@ void ParticleForces::Write(const ParticleRows& rows, std::int32_t begin, std::in
   if (!property_ || property_->propertyId == PP::Velocity) return put(rows.EditVelocities() + begin);
   if (property_->propertyId == PP::Position) return put(rows.EditPositions() + begin);
   const auto target = rows.Property<Vec3D>({property_->propertyId, OwnerOf(*property_)});
-  looked_.store(true, std::memory_order_relaxed);
+  // Written once: workers share their cache line.
+  if (!looked_.load(std::memory_order_relaxed)) looked_.store(true, std::memory_order_relaxed);
   if (!target) return;
-  found_.store(true, std::memory_order_relaxed);
+  if (!found_.load(std::memory_order_relaxed)) found_.store(true, std::memory_order_relaxed);
   for (std::int32_t n = 0; n < count; ++n) {
     const std::int32_t row = begin + n;
     if (weights[n] != 0) target.Set(row, sets_ ? forces[n] : target.Get(row, {}) + forces[n]);

@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "globals/Hash.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -91,7 +92,8 @@ void ParticleSheet::ReleaseLinks() {
 
 void ParticleSheet::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: no sheet is kept whole; link one under group");
-  if (!(radius_ > 0)) Warn("no-radius", "it looks at no neighbours, so no sheet is kept whole; set \"radius\"");
+  if (!(radius_ > 0) && !HasTrack(*handler.hostObject(), kRadiusId))
+    Warn("no-radius", "it looks at no neighbours, so no sheet is kept whole; set \"radius\"");
   if (!constraints_.empty() && !computeAnisotropy_) {
     Warn("constraints-unused", "its constraints count only where it computes the anisotropy; turn that on");
   }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "host/objects/HasTrack.h"
+
 namespace orlix {
 
 namespace {
@@ -65,7 +67,8 @@ void ParticleVolumeProperties::ReleaseLinks() {
 
 void ParticleVolumeProperties::Advise() {
   if (!group_) Warn("no-group", "no particle group is linked: nothing gets a density; link one under group");
-  if (!(radius_ > 0)) Warn("no-radius", "it looks at no neighbours, so nothing gets a density; set \"radius\"");
+  if (!(radius_ > 0) && !HasTrack(*handler.hostObject(), kRadiusId))
+    Warn("no-radius", "it looks at no neighbours, so nothing gets a density; set \"radius\"");
   if (!writeDensity_ && !writeSum_ && !writeCentre_) {
     Warn("nothing-wanted", "neither density nor sum nor centre are wanted, so it does nothing; turn one of them on");
   }

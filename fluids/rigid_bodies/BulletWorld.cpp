@@ -318,7 +318,7 @@ void BulletWorld::Step(OrlixScene& scene) {
   for (std::size_t n = 0; n < volumes.size(); ++n) {
     if (!volumes[n]->IsDynamicBody()) continue;
     KeepInRange(*volumes[n], before[n]);
-    TellOfMargin(*volumes[n]);
+    if (scene.info.time == 0) TellOfMargin(*volumes[n]);
     HoldAhead(*volumes[n]->Body(), before[n], step.gravity, step.dt);
   }
 }

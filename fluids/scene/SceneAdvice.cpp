@@ -229,6 +229,8 @@ void AdviseOtherScenes(OrlixScene& scene, const BaseObject& object) {
 void AdviseRanges(OrlixScene& scene, const BaseObject& object) {
   constexpr std::pair<const char*, const char*> kRanges[] = {
       {"value_min", "value_max"}, {"low", "high"}, {"min_count", "max_count"}, {"min_vorticity", "max_vorticity"}};
+  // A look's colours may run from high to low.
+  if (object.type().role != TypeRole::Node) return;
   for (const auto& [lowKey, highKey] : kRanges) {
     const Parameter *low = object.type().FindKey(lowKey), *high = object.type().FindKey(highKey);
     if (!low || !high || HasTrack(object, low->id) || HasTrack(object, high->id)) continue;

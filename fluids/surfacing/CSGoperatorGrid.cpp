@@ -6,6 +6,7 @@
 
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -74,6 +75,7 @@ bool CSGoperatorGrid::ReadParameters() {
   settings_.blendValue = handler.GetDouble(kBlendValueId);
   blend_ = std::max(handler.GetDouble(kBlendId), 0.0);
   swap_ = handler.GetBool(kSwapId);
+  forecast_.reset();
   return true;
 }
 
@@ -143,7 +145,7 @@ void CSGoperatorGrid::Advise() {
     Warn("constraints-unused", "its constraints weigh a blend alone; set operation to blend");
   }
   const bool soft = settings_.operation == Operation::Blend && settings_.blendMode == BlendMode::Soft;
-  if (soft && settings_.offset != 0 && blend_ > 0) {
+  if (soft && settings_.offset != 0 && blend_ > 0 && !HasTrack(*handler.hostObject(), kOffsetId)) {
     Warn("offset-unused", "a soft blend takes the second without its offset; take that out, or set another blend_mode");
   }
 }
@@ -171,7 +173,8 @@ void CSGoperatorGrid::CheckDirty() {
 bool CSGoperatorGrid::IsDirty() const {
   if (HasFlag(NodeDirty)) return true;
   if (!HasBothInputs()) return HasLevelSet() && !HasFlag(NodeFromCache);
-  return (!made_ && !HasFlag(NodeFromCache)) || inputs_[0].node->IsDirty() || inputs_[1].node->IsDirty();
+  if (!made_ && !HasFlag(NodeFromCache)) return true;
+  return inputs_[0].node->IsDirty() || (inputs_[1].node != inputs_[0].node && inputs_[1].node->IsDirty());
 }
 
 void CSGoperatorGrid::ResetSimulation() {
@@ -197,14 +200,17 @@ void CSGoperatorGrid::CombineBoxes(Vec3D& min, Vec3D& max, const Vec3D& secondMi
 }
 
 bool CSGoperatorGrid::ForecastBox(Vec3D& min, Vec3D& max) const {
-  if (inForecast_) return false;  // made of itself
-  inForecast_ = true;
+  if (forecast_) {
+    min = forecast_->min, max = forecast_->max;
+    return forecast_->known;
+  }
+  forecast_.emplace();  // unknown to one that is made of itself
   const Input first = FindInput(swap_ ? kSecondId : kFirstId), second = FindInput(swap_ ? kFirstId : kSecondId);
   Vec3D secondMin, secondMax;
   const bool known = first.levelSet && second.levelSet && first.levelSet->ForecastBox(min, max) &&
                      second.levelSet->ForecastBox(secondMin, secondMax);
   if (known) CombineBoxes(min, max, secondMin, secondMax);
-  inForecast_ = false;
+  forecast_ = {known, min, max};
   return known;
 }
 

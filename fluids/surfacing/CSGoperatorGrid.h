@@ -2,6 +2,8 @@
 // A volume from two others: their union, intersection, difference, or a blend that constraints may weigh place by
 // place. Its inputs may be such volumes again. It is made anew when an input, its own settings or a constraint changed.
 
+#include <optional>
+
 #include "fluids/constraints/RowWeights.h"
 #include "fluids/surfacing/LevelSetCombination.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -63,7 +65,12 @@ class CSGoperatorGrid final : public VolumeBase {
   std::vector<Constraint*> filters_;
 
   RowWeights weights_;
-  mutable bool inForecast_ = false;
+  // The forecast of this reading of parameters: an input may be that of many, and be asked by each.
+  struct Forecast {
+    bool known = false;
+    Vec3D min, max;
+  };
+  mutable std::optional<Forecast> forecast_;
   std::uint64_t seen_[2] = {};  // versions of the inputs, and whose they are
   const iBase* seenNodes_[2] = {};
   bool made_ = false;

@@ -104,7 +104,10 @@ void LevelSetSmoother::Advise() {
   });
   scene->ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](const iBase& node) {
     const auto* csg = dynamic_cast<const CSGoperatorGrid*>(&node);
-    if (!csg || !csg->TakesIn(*sourceNode_) || csg->stageMask != stageMask || csg->priority > priority) return;
+    if (!csg || !csg->TakesIn(*sourceNode_) || csg->stageMask != stageMask || csg->priority > priority ||
+        scene->IsPlayed(*csg)) {
+      return;
+    }
     Warn("after-csg", fmt::format("\"{}\" is made of \"{}\" before that is smoothed; set its priority to {}, or this "
                                   "one's so that it runs between them",
                                   csg->DisplayName(), sourceNode_->DisplayName(),

@@ -256,13 +256,11 @@ bool SurfaceReconstructor::ForecastBox(Vec3D& min, Vec3D& max) const {
   return true;
 }
 
-// Particles may come to be in the whole container.
-MemoryNeed SurfaceReconstructor::MemoryFor(const VecInt3D& cells) const {
-  if (scene->IsPlayed(*this) || (renderOnly_ && !scene->rendering)) return {};
+// Of particles nothing: the whole container would refuse scenes whose liquid fills little of it.
+MemoryNeed SurfaceReconstructor::MemoryFor(const VecInt3D&) const {
   Vec3D min, max;
-  const double cell = GetSimulationSpace().cellSize;
-  if (!ForecastBox(min, max)) min = {}, max = Vec3D(cells) * cell;
-  return {.kept = LevelSetBytes(min, max, cell / subdivision_)};
+  if (scene->IsPlayed(*this) || (renderOnly_ && !scene->rendering) || !ForecastBox(min, max)) return {};
+  return {.kept = LevelSetBytes(min, max, GetSimulationSpace().cellSize / subdivision_)};
 }
 
 // A lattice of the scene's, finer by the subdivision, around all particles: it doesn't shift as they move.

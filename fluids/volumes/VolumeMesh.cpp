@@ -354,6 +354,7 @@ void VolumeMesh::VisitState(StateVisitor& visitor) {
   visitor.Visit("hasPrevious", hasPrevious_);
   visitor.Visit("motion", objectMotion_);
   visitor.Visit("linkedObject", linkedObject_);
+  visitor.Visit("showsPlayed", showsPlayed_);
   if (!IsObstacle()) return;
   bool hasBody = rigidBody_->HasBody();
   visitor.Visit("hasBody", hasBody);
