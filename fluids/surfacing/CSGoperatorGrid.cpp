@@ -12,7 +12,6 @@ namespace orlix {
 
 namespace {
 
-constexpr int kDeepestTree = 64;
 constexpr double kSnapTolerance = 1e-4;  // cells
 
 }  // namespace
@@ -108,12 +107,17 @@ bool CSGoperatorGrid::HasBothInputs() const {
 }
 
 // Directly or through others.
-bool CSGoperatorGrid::IsMadeOf(const iBase& other, int depth) const {
-  return std::any_of(inputs_, inputs_ + 2, [&](const Input& input) {
-    if (input.node == &other) return true;
-    const auto* csg = dynamic_cast<const CSGoperatorGrid*>(input.node);
-    return csg && (depth >= kDeepestTree || csg->IsMadeOf(other, depth + 1));
-  });
+// Each of the tree is looked at once: an input may be that of many, and a tree may end in itself.
+bool CSGoperatorGrid::IsMadeOf(const iBase& other) const {
+  std::vector<const CSGoperatorGrid*> tree{this};
+  for (std::size_t n = 0; n < tree.size(); ++n) {
+    for (const Input& input : tree[n]->inputs_) {
+      if (input.node == &other) return true;
+      const auto* csg = dynamic_cast<const CSGoperatorGrid*>(input.node);
+      if (csg && std::find(tree.begin(), tree.end(), csg) == tree.end()) tree.push_back(csg);
+    }
+  }
+  return false;
 }
 
 void CSGoperatorGrid::AdviseInput(int linkId, const char* key) const {

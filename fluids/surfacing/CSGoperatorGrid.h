@@ -49,7 +49,7 @@ class CSGoperatorGrid final : public VolumeBase {
 
   Input FindInput(int linkId) const;
   void AdviseInput(int linkId, const char* key) const;
-  bool IsMadeOf(const iBase& other, int depth = 0) const;
+  bool IsMadeOf(const iBase& other) const;
   bool HasBothInputs() const;
   bool InputsChanged();
   double Swelling() const;
