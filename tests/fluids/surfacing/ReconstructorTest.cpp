@@ -124,16 +124,16 @@ class PlainLoop {
   const Cloud& cloud_;
 };
 
-struct Case {
+struct MethodCase {
   ReconstructionMethod method;
   bool jittered, kernel;
   std::int32_t fewest, most;
 };
 
-class Reconstruction : public testing::TestWithParam<Case> {};
+class Reconstruction : public testing::TestWithParam<MethodCase> {};
 
 TEST_P(Reconstruction, IsWhatAPlainLoopGives) {
-  const Case& c = GetParam();
+  const MethodCase& c = GetParam();
   const Cloud cloud = MakeCloud(c.jittered);
   KernelBase kernel;
   kernel.kind = KernelKind::Cubic;
@@ -171,14 +171,14 @@ TEST_P(Reconstruction, IsWhatAPlainLoopGives) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Methods, Reconstruction,
-                         testing::Values(Case{ReconstructionMethod::Spherical, true, false, 1, 100},
-                                         Case{ReconstructionMethod::Spherical, true, true, 3, 12},
-                                         Case{ReconstructionMethod::Spherical, false, false, 1, 30},
-                                         Case{ReconstructionMethod::Density, true, false, 1, 20},
-                                         Case{ReconstructionMethod::Density, true, true, 1, 100},
-                                         Case{ReconstructionMethod::Density, true, false, 1, 100},
-                                         Case{ReconstructionMethod::Average, true, false, 4, 25},
-                                         Case{ReconstructionMethod::Average, false, true, 1, 1}));
+                         testing::Values(MethodCase{ReconstructionMethod::Spherical, true, false, 1, 100},
+                                         MethodCase{ReconstructionMethod::Spherical, true, true, 3, 12},
+                                         MethodCase{ReconstructionMethod::Spherical, false, false, 1, 30},
+                                         MethodCase{ReconstructionMethod::Density, true, false, 1, 20},
+                                         MethodCase{ReconstructionMethod::Density, true, true, 1, 100},
+                                         MethodCase{ReconstructionMethod::Density, true, false, 1, 100},
+                                         MethodCase{ReconstructionMethod::Average, true, false, 4, 25},
+                                         MethodCase{ReconstructionMethod::Average, false, true, 1, 1}));
 
 TEST(ReconstructionSettings, TheRadiusGrowsWithTheDensityBetweenItsBounds) {
   ReconstructionSettings settings;
