@@ -28,10 +28,22 @@ class ChannelOperator : public iObject {
     scalarTarget_ = dynamic_cast<ChannelBase_Scalar*>(channel);
     vectorTarget_ = dynamic_cast<ChannelBase_Vector*>(channel);
   }
+  void ReleaseLinks() override {
+    scalarTarget_ = nullptr, vectorTarget_ = nullptr;
+    iObject::ReleaseLinks();
+  }
   // Changes the row's cells, and no others. Called by all workers at once on different rows.
   virtual void ProcessRow(const ChannelRow& row) = 0;
 
  protected:
+  // That of a component, of which a scalar target has one; null without a cell.
+  ScalarGrid* TargetGrid(int component = 0) const {
+    ScalarGrid* grid = scalarTarget_   ? scalarTarget_->grid.get()
+                       : vectorTarget_ ? vectorTarget_->grids[static_cast<std::size_t>(component)].get()
+                                       : nullptr;
+    return grid && grid->count > 0 ? grid : nullptr;
+  }
+
   ChannelBase_Scalar* scalarTarget_ = nullptr;
   ChannelBase_Vector* vectorTarget_ = nullptr;
 };

@@ -51,27 +51,15 @@ bool ChannelOperator_Coffee::ReadParameters() {
   return true;
 }
 
-ScalarGrid* ChannelOperator_Coffee::TargetGrid(int component) const {
-  ScalarGrid* grid = scalarTarget_   ? scalarTarget_->grid.get()
-                     : vectorTarget_ ? vectorTarget_->grids[static_cast<std::size_t>(component)].get()
-                                     : nullptr;
-  return grid && grid->count > 0 ? grid : nullptr;
-}
-
 void ChannelOperator_Coffee::Advise() {
   const auto cells = C4D_CoffeeGui_ChannelOperator::CellTypesOf(*handler.hostObject());
   gui_.cellType = cells.vector && !cells.scalar ? script::Type::Vector : script::Type::Number;
   gui_.Advise(*this, kIntensityId);
 }
 
-void ChannelOperator_Coffee::ReleaseLinks() {
-  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
-  ChannelOperator::ReleaseLinks();
-}
-
 void ChannelOperator_Coffee::Prepare(iBase*) {
   SetFlag(NodeActive, false);
-  const ScalarGrid* grid = TargetGrid(0);
+  const ScalarGrid* grid = TargetGrid();
   gui_.cellType = vectorTarget_ ? script::Type::Vector : script::Type::Number;
   if (!grid || !gui_.Prepare(handler.hostObject(), scene->HostWorkers())) return;
   variables_ = {gui_.Find("intensity"), gui_.Find("physical_pos"), gui_.Find("cell_value"), gui_.Find("cell_index")};

@@ -14,14 +14,11 @@ class ChannelOperator_Coffee final : public ChannelOperator {
   std::int32_t GetNodeSubType() const override { return 107; }
   bool ReadParameters() override;
   void Advise() override;
-  void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ChannelRow& row) override;
   void Finish() override;
 
  private:
-  // The grid of a component, null without one.
-  ScalarGrid* TargetGrid(int component) const;
   // The cells [first, first + count) of a row, with the weight of each.
   void ProcessBatch(const ChannelRow& row, std::int32_t first, std::int32_t count, const double* weights);
 

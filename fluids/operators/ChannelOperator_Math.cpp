@@ -65,16 +65,13 @@ bool ChannelOperator_Math::ResolveLinks() {
 
 void ChannelOperator_Math::ReleaseLinks() {
   scalarSource_ = nullptr, vectorSource_ = nullptr;
-  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
   for (LatticeRows& rows : sources_) rows.Release();
   ChannelOperator::ReleaseLinks();
 }
 
 void ChannelOperator_Math::Prepare(iBase*) {
-  const ScalarGrid* grid = scalarTarget_   ? scalarTarget_->grid.get()
-                           : vectorTarget_ ? vectorTarget_->grids[0].get()
-                                           : nullptr;
-  SetFlag(NodeActive, grid && grid->count > 0);
+  const ScalarGrid* grid = TargetGrid();
+  SetFlag(NodeActive, grid != nullptr);
   if (!IsActive()) return;
   for (int c = 0; c < 3; ++c) {
     const ScalarGrid* source = scalarSource_   ? scalarSource_->GetReadGrid(0)

@@ -40,16 +40,9 @@ void ChannelOperator_Remap::Advise() {
   if (!gradient_) Warn("no-gradient", "it has no gradient, so it changes nothing; set \"gradient\"");
 }
 
-void ChannelOperator_Remap::ReleaseLinks() {
-  scalarTarget_ = nullptr, vectorTarget_ = nullptr;
-  ChannelOperator::ReleaseLinks();
-}
-
 void ChannelOperator_Remap::Prepare(iBase*) {
-  const ScalarGrid* grid = scalarTarget_   ? scalarTarget_->grid.get()
-                           : vectorTarget_ ? vectorTarget_->grids[0].get()
-                                           : nullptr;
-  SetFlag(NodeActive, gradient_ && grid && grid->count > 0);
+  const ScalarGrid* grid = TargetGrid();
+  SetFlag(NodeActive, gradient_ && grid);
   if (IsActive()) weights_.Prepare(*scene, *this, *grid);
 }
 

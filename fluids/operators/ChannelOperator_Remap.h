@@ -12,7 +12,6 @@ class ChannelOperator_Remap final : public ChannelOperator {
   static const TypeInfo& Type();
   bool ReadParameters() override;
   void Advise() override;
-  void ReleaseLinks() override;
   void Prepare(iBase* caller = nullptr) override;
   void ProcessRow(const ChannelRow& row) override;
   void Finish() override;

@@ -2,10 +2,11 @@
 // What the nodes share whose inner formula is a script: its variables, its compiled form, and a machine for each
 // worker.
 //
-//   gui.Prepare(handler, workers);                        // on the stage's thread: false when there is nothing to run
+//   gui.Prepare(object, workers);                         // on the stage's thread: false when there is nothing to run
 //   gui.SetNumber(intensity, "intensity");                // the same for all samples
+//   const script::Input* index = gui.Find("cell_index");  // null where the script doesn't read it
 //   script::Machine* machine = gui.MachineOf(thread);     // on a worker, for each batch of samples:
-//   if (double* lanes = machine->LanesOf(gui.Find("cell_index"))) ...
+//   SetIndices(*machine, index, first, count);            // ScriptLanes.h
 //   machine->Run(count, amounts);
 //
 // Nodes look their variables up by name once a pass. A variable that the script doesn't read costs nothing. A copy
@@ -38,8 +39,8 @@ class C4D_CoffeeGui {
   virtual script::Type ResultType() const = 0;
 
   // Reads the object's script and variables and compiles them, where they have changed. False when that fails:
-  // errorText says why, and nothing is to run.
-  // workers: those of the pool in this pass, which in a picture are more than the scene has threads.
+  // errorText says why, and nothing is to run. workers: those of the pool in this pass, which in a picture are more
+  // than the scene has threads.
   bool Prepare(const BaseObject* settings, std::int32_t workers);
   // Each part of that.
   void Reset();
@@ -92,7 +93,7 @@ class C4D_CoffeeGui {
   std::shared_ptr<std::vector<script::Machine>> machines_ = std::make_shared<std::vector<script::Machine>>();
 };
 
-// Rows of the script, of the list of values and of the buttons that script nodes share with defaultText their default.
+// Rows that script nodes share: the script, with its default, and the list of values.
 constexpr Parameter ScriptRow(const char* defaultText) {
   return ScriptParameter(C4D_CoffeeGui::kScriptId, "script", defaultText,
                          "The formula: a function main that returns what the node takes, in the language of scripts");
