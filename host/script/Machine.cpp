@@ -5,9 +5,9 @@
 #include <cmath>
 #include <utility>
 
+#include "globals/LaneMath.h"
 #include "globals/Multiversion.h"
 #include "host/noise/Noise.h"
-#include "host/script/LaneMath.h"
 
 namespace orlix::script {
 

@@ -66,7 +66,7 @@ TEST(SurfaceScene, FindsWhatTryingEveryTriangleFinds) {
       PacketHits packet;
       scene.IntersectPacket(o, directions, asked, packet);
       for (int r = 0; r < DirectionPacket::kSize; ++r) {
-        EXPECT_NEAR(Length(directions[r]), 1, 1e-10);
+        EXPECT_NEAR(Length(directions[r]), 1, 1e-12);
         EXPECT_GE(Dot(directions[r], normal), 0);
         SurfaceHit hit;
         const bool found = (asked >> r & 1u) && scene.Intersect(o, directions[r], 1e6, hit);

@@ -12,7 +12,7 @@
 
 #include "globals/Multiversion.h"
 
-namespace orlix::script {
+namespace orlix {
 
 namespace lane_math {
 
@@ -65,16 +65,23 @@ ORLIX_INLINE bool IsPlainAngle(double x) { return std::abs(x) < 1e6; }
 ORLIX_INLINE bool IsPlainExponent(double x) { return std::abs(x) < 700; }
 ORLIX_INLINE bool IsPlainPositive(double x) { return x > 1e-300 && x < 1e300; }
 
-ORLIX_INLINE double SinOf(double x) {
+ORLIX_INLINE void SinCosOf(double x, double& sine, double& cosine) {
   double quarter;
   const double reduced = lane_math::ReduceAngle(x, quarter);
-  return lane_math::SinOfQuarter(reduced, quarter);
+  sine = lane_math::SinOfQuarter(reduced, quarter);
+  cosine = lane_math::SinOfQuarter(reduced, quarter == 3 ? 0 : quarter + 1);
+}
+
+ORLIX_INLINE double SinOf(double x) {
+  double sine, cosine;
+  SinCosOf(x, sine, cosine);
+  return sine;
 }
 
 ORLIX_INLINE double CosOf(double x) {
-  double quarter;
-  const double reduced = lane_math::ReduceAngle(x, quarter);
-  return lane_math::SinOfQuarter(reduced, quarter == 3 ? 0 : quarter + 1);
+  double sine, cosine;
+  SinCosOf(x, sine, cosine);
+  return cosine;
 }
 
 ORLIX_INLINE double ExpOf(double x) {
@@ -116,4 +123,4 @@ ORLIX_INLINE double LogOf(double x) {
   return (m + y) + e * 0.693359375;
 }
 
-}  // namespace orlix::script
+}  // namespace orlix
