@@ -197,19 +197,7 @@ std::string DefaultText(const Parameter& row) {
 std::string ShownText(const TypeInfo& type, const Parameter& row) {
   std::vector<std::string> parts;
   for (int i = 0; i < row.shownCount; ++i) {
-    const Condition& condition = row.shownWhen[static_cast<std::size_t>(i)];
-    const Parameter* other = type.Find(condition.id);
-    const char* relation = condition.relation == Relation::Is      ? "is"
-                           : condition.relation == Relation::IsNot ? "is not"
-                                                                   : "is above";
-    std::string value = NumberText(condition.value);
-    if (other && other->type == ParameterType::Bool) value = condition.value == 1 ? "true" : "false";
-    if (other && other->type == ParameterType::Choice) value = ChoiceText(*other, condition.value);
-    if (other && other->type == ParameterType::Link) {
-      parts.push_back(fmt::format("{} is {}", other->key, condition.relation == Relation::Is ? "empty" : "linked"));
-      continue;
-    }
-    parts.push_back(fmt::format("{} {} {}", other ? other->key : std::to_string(condition.id), relation, value));
+    parts.push_back(ConditionText(type, row.shownWhen[static_cast<std::size_t>(i)]));
   }
   return parts.empty() ? std::string() : "shown when " + Joined(parts, " and ");
 }

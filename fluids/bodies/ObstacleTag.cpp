@@ -30,9 +30,16 @@ const TypeInfo& ObstacleTag::Type() {
                      "Factor on the displacement that the fluid feels"),
       FloatParameter(kAngularMotionScaleId, "angular_motion_scale", 1, "",
                      "Factor on the rotation that the fluid feels"),
-      ChoiceParameter(kMassModeId, "mass_mode", MassMode::Mass, kMassModes, "Where the mass comes from"),
-      FloatParameter(kMassId, "mass", 0, "kg", "Mass of a body that isn't driven; 0 stands still").Min(0),
-      FloatParameter(kDensityId, "density", 100, "kg/m^3", "Density, for a mass by density; 0 stands still").Min(0),
+      ChoiceParameter(kMassModeId, "mass_mode", MassMode::Mass, kMassModes, "Where the mass comes from")
+          .ShownWhen(kDrivenId, Relation::Is, 0),
+      FloatParameter(kMassId, "mass", 0, "kg", "Mass of a body that isn't driven; 0 stands still")
+          .Min(0)
+          .ShownWhen(kDrivenId, Relation::Is, 0)
+          .ShownWhen(kMassModeId, Relation::Is, MassMode::Mass),
+      FloatParameter(kDensityId, "density", 100, "kg/m^3", "Density, for a mass by density; 0 stands still")
+          .Min(0)
+          .ShownWhen(kDrivenId, Relation::Is, 0)
+          .ShownWhen(kMassModeId, Relation::Is, MassMode::Density),
       FloatParameter(kForceScaleId, "force_scale", 1, "", "Factor on the force of the pressure on the body"),
       FloatParameter(kTorqueScaleId, "torque_scale", 1, "", "Factor on the torque of the pressure on the body"),
       BoolParameter(kNoResponseId, "no_response", false, "The body passes through others"),

@@ -33,8 +33,9 @@ inline constexpr Parameter kFolderSource =
     ChoiceParameter(Base::kFolderSourceId, "folder_source", Base::FolderSource::Document, kFolderSources,
                     "Which folder holds the frames");
 inline constexpr Parameter kChooseFolder = ButtonParameter(1002, "choose_folder", "Please specify a cache folder...");
-inline constexpr Parameter kFolder = StringParameter(
-    Base::kFolderId, "folder", "", "Folder of the frames, relative to the scene file; taken when folder_source is own");
+inline constexpr Parameter kFolder =
+    StringParameter(Base::kFolderId, "folder", "", "Folder of the frames, relative to the scene file")
+        .ShownWhen(Base::kFolderSourceId, Relation::Is, Base::FolderSource::Own);
 inline constexpr Parameter kNumbering = ChoiceParameter(Base::kNumberingId, "numbering", Base::Numbering::Simulation,
                                                         kNumberings, "How recorded frames are counted");
 inline constexpr Parameter kFrame = IntParameter(

@@ -49,6 +49,11 @@ Status FluidObject::Update(BaseObject& object, const BaseTime&) {
   if (object.dirtyCount() == seen_) return {};
   viscosityPreset_ = FollowPreset(object, kViscosity, viscosityPreset_);
   densityPreset_ = FollowPreset(object, kDensity, densityPreset_);
+  // Who sets an anchor and no mode wants it kept.
+  const bool given = seen_ == 0 && object.GetVector(FluidSolver::kAnchorId) != Vec3D();
+  if (given && object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId) == AnchorMode::Corner) {
+    object.Set(FluidSolver::kAnchorModeId, static_cast<std::int64_t>(AnchorMode::Custom));
+  }
   switch (object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId)) {
     case AnchorMode::Corner:
       object.Set(FluidSolver::kAnchorId, Vec3D());

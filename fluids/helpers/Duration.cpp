@@ -8,14 +8,16 @@ const TypeInfo& Duration::Type() {
   static constexpr Parameter kParameters[] = {
       BoolParameter(kUseFramesId, "use_frames", false, "Times are given in frames"),
       FloatParameter(kLengthId, "length", 0, "s", "Length; 0 never ends").ShownWhen(kUseFramesId, Relation::Is, 0),
-      FloatParameter(kStartId, "start", 0, "s", "Start").ShownWhen(kUseFramesId, Relation::Is, 0),
+      FloatParameter(kStartId, "start", 0, "s", "Start, from the scene's first frame on")
+          .ShownWhen(kUseFramesId, Relation::Is, 0),
       IntParameter(kRepeatsId, "repeats", 0, "", "How often the window comes again").Min(0),
       FloatParameter(kPauseId, "pause", 0, "s", "Pause between windows")
           .ShownWhen(kUseFramesId, Relation::Is, 0)
           .ShownWhen(kRepeatsId, Relation::IsNot, 0),
       IntParameter(kLengthFramesId, "length_frames", 0, "frames", "Length; 0 never ends")
           .ShownWhen(kUseFramesId, Relation::Is, 1),
-      IntParameter(kStartFrameId, "start_frame", 0, "frames", "Start").ShownWhen(kUseFramesId, Relation::Is, 1),
+      IntParameter(kStartFrameId, "start_frame", 0, "frames", "Start, from the scene's first frame on")
+          .ShownWhen(kUseFramesId, Relation::Is, 1),
       IntParameter(kPauseFramesId, "pause_frames", 10, "frames", "Pause between windows")
           .ShownWhen(kUseFramesId, Relation::Is, 1)
           .ShownWhen(kRepeatsId, Relation::IsNot, 0),

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <span>
 
 #include "fluids/scene/OrlixScene.h"
 #include "fluids/scene/RootObject.h"
@@ -31,12 +32,33 @@ bool IsSet(const BaseObject& object, const Parameter& row) {
   }
 }
 
-// Told under the name of the object, which for a tag is the one that carries it.
-void AdviseRows(OrlixScene& scene, const BaseObject& object, const std::string& name) {
+bool Holds(const BaseObject& object, const Condition& condition) {
+  const Parameter* row = object.type().Find(condition.id);
+  // Keys may let it hold later; a choice that only an interface goes by, or that sets the row, keeps it from nothing.
+  const std::string_view key = row ? row->key : "show_vector";
+  if (key == "show_vector" || key == "anchor_mode" || HasTrack(object, row->id)) return true;
+  const bool isLink = row->type == ParameterType::Link;
+  const double value = isLink ? object.GetLink(row->id) != nullptr : AsDouble(object.Get(row->id), row->number);
+  if (condition.relation == Relation::Above) return value > condition.value;
+  return (value == condition.value) == (condition.relation == Relation::Is);
+}
+
+void AdviseRows(OrlixScene& scene, const BaseObject& object) {
   object.type().ForEachParameter([&](const Parameter& row) {
-    if (!row.unread || !IsSet(object, row)) return;
-    scene.Warn(name, std::string("row-not-read:") + row.key,
-               fmt::format("\"{}\" is set, but nothing reads it ({}); take it out", row.key, row.text));
+    if (!IsSet(object, row) && !HasTrack(object, row.id)) return;
+    const std::string key = std::string("row-not-read:") + row.key;
+    if (row.unread) {
+      scene.Warn(object.Path(), key,
+                 fmt::format("\"{}\" is set, but nothing reads it ({}); take it out", row.key, row.text));
+      return;
+    }
+    for (const Condition& condition : std::span(row.shownWhen).first(static_cast<std::size_t>(row.shownCount))) {
+      if (Holds(object, condition)) continue;
+      scene.Warn(object.Path(), key,
+                 fmt::format("\"{}\" is set, but acts only where {}; set that, or take \"{}\" out", row.key,
+                             ConditionText(object.type(), condition), row.key));
+      return;
+    }
   });
 }
 
@@ -280,18 +302,11 @@ void AdviseScale(OrlixScene& scene) {
 void AdviseTime(OrlixScene& scene) {
   const BaseObject& root = *scene.GetHostObject();
   const auto mode = root.GetChoice<SubstepMode>(RootSettings::kSubstepModeId);
-  const bool fixed = mode == SubstepMode::FixedTime, adaptive = mode == SubstepMode::Adaptive;
-  const std::pair<int, bool> unread[] = {{RootSettings::kTimeScaleId, fixed},
-                                         {RootSettings::kFrameTimeId, !fixed},
-                                         {RootSettings::kCflId, !adaptive},
-                                         {RootSettings::kMinSubstepsId, !adaptive}};
-  for (const auto& [id, isUnread] : unread) {
-    const Parameter& parameter = *root.type().Find(id);
-    if (!isUnread || HasTrack(root, RootSettings::kSubstepModeId) || !(HasTrack(root, id) || IsSet(root, parameter))) {
-      continue;
-    }
-    scene.Warn(root.Path(), std::string("row-not-read:") + parameter.key,
-               fmt::format("\"{}\" is set, but its \"substep_mode\" doesn't go by it; take it out", parameter.key));
+  const bool fixed = mode == SubstepMode::FixedTime;
+  const Parameter& scale = *root.type().Find(RootSettings::kTimeScaleId);
+  if (fixed && !HasTrack(root, RootSettings::kSubstepModeId) && (HasTrack(root, scale.id) || IsSet(root, scale))) {
+    scene.Warn(root.Path(), std::string("row-not-read:") + scale.key,
+               fmt::format("\"{}\" is set, but its \"substep_mode\" doesn't go by it; take it out", scale.key));
   }
   const int row = fixed ? RootSettings::kFrameTimeId : RootSettings::kTimeScaleId;
   if (HasTrack(root, row) || root.GetDouble(row) != 0) return;
@@ -319,8 +334,7 @@ void AdviseObjects(OrlixScene& scene) {
   AdviseTime(scene);
   AdviseScale(scene);
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
-    AdviseRows(scene, object, object.Path());
-    for (const auto& tag : object.tags()) AdviseRows(scene, *tag, object.Path());
+    AdviseRows(scene, object);
     AdviseCoupled(scene, object);
     AdviseRanges(scene, object);
     AdviseOtherScenes(scene, object);

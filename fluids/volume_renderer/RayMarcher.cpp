@@ -18,7 +18,7 @@ constexpr double kDrawScale = 2.3283064370807974e-10;  // of 32 random bits to [
 constexpr float kPhaseMix = 0.7f;
 constexpr Vec3D kCellCentre{0.5, 0.5, 0.5};
 
-HostSampler<double> SamplerOf(const std::unique_ptr<ScalarGrid>& grid) {
+HostSampler<double> SamplerOf(const RenderGrid& grid) {
   return grid ? HostSampler<double>(*grid, grid->space, kCellCentre) : HostSampler<double>();
 }
 

@@ -13,10 +13,10 @@ namespace orlix {
 
 namespace {
 
-std::unique_ptr<ScalarGrid> CopyOf(const ScalarGrid* source, const CopyInput& input) {
-  if (!source || source->count < 2) return nullptr;
+RenderGrid CopyOf(const ScalarGrid* source, const CopyInput& input) {
+  if (!source || source->count < 2) return {};
   const double scale = input.settings.copyScale;
-  if (scale == 1) return std::make_unique<ScalarGrid>(*source);
+  if (scale == 1) return RenderGrid(source);
   const GridSpace& space = source->space;
   const Vec3D scaled = Vec3D(space.dims) * scale;
   const VecInt3D cells = Max(SnappedCell(scaled), VecInt3D(2, 2, 2));
@@ -30,12 +30,13 @@ std::unique_ptr<ScalarGrid> CopyOf(const ScalarGrid* source, const CopyInput& in
                      ResampleOperation::Copy, {}, true, input.pool.count())) {
     static_cast<void>(resampler.Run(input.pool, input.thread));
   }
-  return copy;
+  return RenderGrid(std::move(copy));
 }
 
 // Multiplies each cell by the noise and by what the constraints leave of it.
-void Preprocess(ScalarGrid& grid, const GasNoise* noise, const ConstraintChain& filters, const CopyInput& input) {
-  if (!noise && filters.empty()) return;
+void Preprocess(RenderGrid& copy, const GasNoise* noise, const ConstraintChain& filters, const CopyInput& input) {
+  if (!copy || (!noise && filters.empty())) return;
+  ScalarGrid& grid = copy.Own();
   ParallelRange(input.pool, 0, grid.dims.z, [&](int k0, int k1, int worker) {
     std::vector<std::uint8_t> open(static_cast<std::size_t>(grid.dims.x));
     for (int k = k0; k < k1; ++k) {
@@ -56,20 +57,22 @@ void Preprocess(ScalarGrid& grid, const GasNoise* noise, const ConstraintChain& 
 }
 
 void ToLinear(RenderCopies& copies, WorkerPool& pool) {
-  for (auto& grid : copies.colour) {
-    if (!grid) continue;
-    ParallelRange(pool, 0, grid->dims.z, [&](int k0, int k1, int) {
-      for (std::int64_t c = std::int64_t(k0) * grid->slab; c < std::int64_t(k1) * grid->slab; ++c) {
-        (*grid)[c] = SrgbToLinear((*grid)[c]);
+  for (RenderGrid& copy : copies.colour) {
+    if (!copy) continue;
+    ScalarGrid& grid = copy.Own();
+    ParallelRange(pool, 0, grid.dims.z, [&](int k0, int k1, int) {
+      for (std::int64_t c = std::int64_t(k0) * grid.slab; c < std::int64_t(k1) * grid.slab; ++c) {
+        grid[c] = SrgbToLinear(grid[c]);
       }
     });
   }
 }
 
-void Smooth(const std::unique_ptr<ScalarGrid>& grid, const BlurSettings& blur, const CopyInput& input) {
-  if (!grid) return;
+void Smooth(RenderGrid& copy, const BlurSettings& blur, const CopyInput& input) {
+  if (!copy || blur.iterations == 0 || blur.sigma == 0) return;
+  ScalarGrid& grid = copy.Own();
   static_cast<void>(
-      Blur(input.pool, input.thread, *grid, *grid, blur.sigma, blur.iterations, grid->valueOffset, grid->valueScale));
+      Blur(input.pool, input.thread, grid, grid, blur.sigma, blur.iterations, grid.valueOffset, grid.valueScale));
 }
 
 // Asks a shader at the centres of a row of cells.
@@ -88,9 +91,10 @@ void ColoursOfRow(const ShaderSlot& slot, const GridSpace& space, int j, int k, 
 // The shaders' colours multiply the density and the colours; without a colour channel they are the colours.
 void ApplyShaders(const CopyInput& input, RenderCopies& copies) {
   if (input.colourShader && copies.density && !copies.colour[2]) {
-    for (auto& grid : copies.colour) {
-      grid = ScalarGrid::CreateLike(*copies.density, kGridScratch);
-      grid->Fill(1.0, &input.pool);
+    for (RenderGrid& copy : copies.colour) {
+      auto white = ScalarGrid::CreateLike(*copies.density, kGridScratch);
+      white->Fill(1.0, &input.pool);
+      copy = RenderGrid(std::move(white));
     }
   }
   const auto apply = [&](const ShaderSlot& slot, const GridSpace& space, auto&& multiply) {
@@ -106,13 +110,15 @@ void ApplyShaders(const CopyInput& input, RenderCopies& copies) {
     });
   };
   if (input.colourShader && copies.colour[2]) {
-    apply(input.colourShader, copies.colour[0]->space, [&](int i, int j, int k, const Vec3D& c) {
-      for (int axis = 0; axis < 3; ++axis) (*copies.colour[axis])(i, j, k) *= c[axis];
+    const std::array<ScalarGrid*, 3> colour{&copies.colour[0].Own(), &copies.colour[1].Own(), &copies.colour[2].Own()};
+    apply(input.colourShader, colour[0]->space, [&](int i, int j, int k, const Vec3D& c) {
+      for (int axis = 0; axis < 3; ++axis) (*colour[axis])(i, j, k) *= c[axis];
     });
   }
   if (input.densityShader && copies.density) {
-    apply(input.densityShader, copies.density->space,
-          [&](int i, int j, int k, const Vec3D& c) { (*copies.density)(i, j, k) *= (c.x + c.y + c.z) / 3; });
+    ScalarGrid& density = copies.density.Own();
+    apply(input.densityShader, density.space,
+          [&](int i, int j, int k, const Vec3D& c) { density(i, j, k) *= (c.x + c.y + c.z) / 3; });
   }
 }
 
@@ -124,9 +130,9 @@ void MakeAll(const CopyInput& input, RenderCopies& copies) {
   for (int c = 0; c < 3; ++c) copies.colour[c] = CopyOf(channels.colour[c], input);
   // A raw density is sampled as it stands, so its noise belongs into the copy; otherwise each sample has its own.
   const GasNoise* baked = input.settings.rawDensity ? input.noise : nullptr;
-  if (copies.density) Preprocess(*copies.density, baked, input.filters[kFilterDensity], input);
-  if (copies.temperature) Preprocess(*copies.temperature, nullptr, input.filters[kFilterFire], input);
-  if (copies.third) Preprocess(*copies.third, nullptr, input.filters[kFilterThird], input);
+  Preprocess(copies.density, baked, input.filters[kFilterDensity], input);
+  Preprocess(copies.temperature, nullptr, input.filters[kFilterFire], input);
+  Preprocess(copies.third, nullptr, input.filters[kFilterThird], input);
   if (!input.linearInputs) ToLinear(copies, input.pool);
   ApplyShaders(input, copies);
   Smooth(copies.density, input.settings.densityBlur, input);
@@ -138,7 +144,7 @@ void MakeAll(const CopyInput& input, RenderCopies& copies) {
 
 const GridSpace& RenderCopies::Space() const {
   static const GridSpace kNone;
-  for (const auto* grid : {&density, &temperature, &third}) {
+  for (const RenderGrid* grid : {&density, &temperature, &third}) {
     if (*grid) return (*grid)->space;
   }
   return kNone;

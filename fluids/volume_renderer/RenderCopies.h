@@ -1,6 +1,6 @@
 #pragma once
-// The renderer's own copies of a scene's channels, at a resolution of its own, with noise, filters and blurs worked in.
-// Made once a frame, before the first ray.
+// The channels of a scene as pictures see them: at a resolution of their own, with noise, filters and blurs worked in.
+// Made once a frame, before the first ray. A channel that pictures see as it stands isn't copied.
 
 #include <array>
 #include <memory>
@@ -28,9 +28,29 @@ struct GasChannels {
 
 using ConstraintChain = std::vector<Constraint*>;
 
+// The scene's own grid, until something is worked into it. Nothing may step the scene while it is looked at.
+class RenderGrid {
+ public:
+  RenderGrid() = default;
+  explicit RenderGrid(const ScalarGrid* seen) : seen_(seen) {}
+  explicit RenderGrid(std::unique_ptr<ScalarGrid> own) : own_(std::move(own)), seen_(own_.get()) {}
+  explicit operator bool() const { return seen_ != nullptr; }
+  const ScalarGrid& operator*() const { return *seen_; }
+  const ScalarGrid* operator->() const { return seen_; }
+  // To write to: a copy, made by the first call. Throws std::bad_alloc.
+  ScalarGrid& Own() {
+    if (!own_) seen_ = (own_ = std::make_unique<ScalarGrid>(*seen_)).get();
+    return *own_;
+  }
+
+ private:
+  std::unique_ptr<ScalarGrid> own_;
+  const ScalarGrid* seen_ = nullptr;
+};
+
 struct RenderCopies {
-  std::unique_ptr<ScalarGrid> density, temperature, third;
-  std::array<std::unique_ptr<ScalarGrid>, 3> colour;
+  RenderGrid density, temperature, third;
+  std::array<RenderGrid, 3> colour;
 
   // The lattice that rays are clipped to: the density's, or the first of the others'.
   const GridSpace& Space() const;

@@ -1,5 +1,7 @@
 #include "host/description/TypeRegistry.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cassert>
 
@@ -125,6 +127,26 @@ std::string TypeRegistry::NearestName(std::string_view name) const {
     if (distance < bestDistance) bestDistance = distance, best = candidate;
   }
   return best;
+}
+
+std::string ConditionText(const TypeInfo& type, const Condition& condition) {
+  const Parameter* row = type.Find(condition.id);
+  const std::string key = row ? row->key : std::to_string(condition.id);
+  if (row && row->type == ParameterType::Link) {
+    return fmt::format("{} is {}", key, condition.relation == Relation::Is ? "empty" : "linked");
+  }
+  std::string value = fmt::format("{}", condition.value);
+  if (row && row->type == ParameterType::Bool) value = condition.value == 1 ? "true" : "false";
+  if (row && row->type == ParameterType::Choice) {
+    for (const Choice& choice : row->choices) {
+      if (static_cast<double>(choice.value) == condition.value) value = fmt::format("\"{}\"", choice.key);
+    }
+  }
+  return fmt::format("{} {} {}", key,
+                     condition.relation == Relation::Is      ? "is"
+                     : condition.relation == Relation::IsNot ? "is not"
+                                                             : "is above",
+                     value);
 }
 
 }  // namespace orlix

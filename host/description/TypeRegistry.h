@@ -47,6 +47,9 @@ struct TypeInfo {
   std::string_view ShortName() const;
 };
 
+// What a row's condition asks of another row of its type: "use_time is false".
+std::string ConditionText(const TypeInfo& type, const Condition& condition);
+
 class TypeRegistry {
  public:
   // The referenced TypeInfo lives as long as the program. Two types with one id or name are a bug.

@@ -288,6 +288,11 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
          BaseObject& when = s.Add("duration", "When");
          when.Set(1002, std::int64_t(3)), s.settings->Set(1004, s.LinkTo(when));
        }},
+      {"When", "row-not-read:length_frames",
+       [](auto& s) {
+         BaseObject& when = s.Add("duration", "When");
+         when.Set(1005, std::int64_t(3)), s.settings->Set(1004, s.LinkTo(when));
+       }},
       {"smoke", "reversed-range:value_min", [](auto& s) { s.smoke->Set(1050, 2.0); }},
       {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
       {"Lift", "row-not-read:priority",
