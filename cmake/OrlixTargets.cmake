@@ -133,6 +133,23 @@ function(orlix_recipes)
   endif()
 endfunction()
 
+# What tests load as plug-ins, in bin/plugins: the example, and tests/support/TestPlugin.cpp as it should be and with what
+# can be wrong with one.
+function(orlix_test_plugins)
+  set(plugins example_plugin)
+  foreach(variant good old foreign silent)
+    set(target test_plugin_${variant})
+    add_library(${target} MODULE ${PROJECT_SOURCE_DIR}/tests/support/TestPlugin.cpp)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/fluids/api)
+    target_compile_definitions(${target} PRIVATE TEST_PLUGIN_${variant})
+    target_compile_options(${target} PRIVATE ${ORLIX_WARNINGS} -O1)
+    set_target_properties(${target} PROPERTIES PREFIX "" CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    list(APPEND plugins ${target})
+  endforeach()
+  set_target_properties(${plugins} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/plugins)
+  set_property(GLOBAL PROPERTY ORLIX_PLUGINS ${plugins})
+endfunction()
+
 # The programs of tests. Where the address and undefined sanitizers look, tests are compiled as without them, so that a
 # compiler cache has them from one build for the other: what is looked at is the engine. (Races may stand in a test, too.)
 function(orlix_test_program target)
@@ -144,6 +161,8 @@ function(orlix_test_program target)
     target_compile_options(${target} PRIVATE ${ORLIX_INSTRUMENTED} -g0)
   endif()
   orlix_loads_modules(${target})
+  get_property(plugins GLOBAL PROPERTY ORLIX_PLUGINS)
+  add_dependencies(${target} ${plugins})
 endfunction()
 
 # Every folder below tests/ that holds sources is one test program. It links the engine, and what stands above the engine

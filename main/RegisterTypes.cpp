@@ -1,5 +1,6 @@
 #include "main/RegisterTypes.h"
 
+#include "fluids/api/PluginLibraries.h"
 #include "fluids/caches/CachesTypes.h"
 #include "fluids/channels/ChannelTypes.h"
 #include "fluids/constraints/ConstraintTypes.h"
@@ -53,6 +54,7 @@ void RegisterTypes(NodeFactory& factory) {
   RegisterCacheTypes(factory);
   RegisterVolumeRendererTypes(factory);
   RegisterParticleRendererTypes(factory);
+  RegisterPluginBases(factory);
 }
 
 }  // namespace orlix

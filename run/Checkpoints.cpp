@@ -38,9 +38,10 @@ Result<std::optional<Checkpoints::Found>> Checkpoints::FindLatest() const {
       continue;
     }
     if (head->sceneHash != sceneHash_) {
-      return Error{ErrorKind::Scene, path.string() +
-                                         " belongs to another scene: the scene file, an override or a file that it "
-                                         "names has changed. Run without --resume, or with another --out"};
+      return Error{ErrorKind::Scene,
+                   path.string() +
+                       " belongs to another scene: the scene file, an override, a plug-in or a file that it "
+                       "names has changed. Run without --resume, or with another --out"};
     }
     return std::optional<Found>(Found{path, *head});
   }

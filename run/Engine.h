@@ -2,6 +2,7 @@
 // All types, and what makes nodes of them. One for the whole program.
 
 #include "exchange/OutputType.h"
+#include "fluids/api/PluginLibraries.h"
 #include "fluids/scene/NodeFactory.h"
 #include "main/RegisterTypes.h"
 
@@ -10,6 +11,7 @@ namespace orlix {
 struct Engine {
   TypeRegistry types;
   NodeFactory factory{types};
+  PluginLibraries plugins;
 
   Engine() {
     RegisterTypes(factory);

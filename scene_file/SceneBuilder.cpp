@@ -218,7 +218,10 @@ const TypeInfo* SceneBuilder::ReadType(const Source& source, const Section& sect
   const TypeInfo* type = types.FindName(name);
   if (!type) {
     const bool near = !mistakes_.Full() && name.size() <= kMaxNameBytes;
-    return fail(fmt::format("there is no type {}{}", Quoted(name), DidYouMean(near ? types.NearestName(name) : "")));
+    const std::string nearest = near ? types.NearestName(name) : "";
+    return fail(
+        fmt::format("there is no type {}{}", Quoted(name),
+                    nearest.empty() ? ", nor has a loaded plug-in one; --plugins loads one" : DidYouMean(nearest)));
   }
   if (tag ? type->role == TypeRole::Tag : (section.roles & Bit(type->role)) != 0) return type;
   return fail(fmt::format("the type {} is for {}, it can't stand in {}", Quoted(name), RoleText(type->role),

@@ -1,6 +1,7 @@
 #include "scene_file/SceneHash.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "globals/Hash.h"
 #include "host/files/ByteSource.h"
@@ -63,7 +64,10 @@ Result<std::uint64_t> HashScene(const BaseDocument& document) {
   StateHash hash;
   AddText(hash, json.dump());
   Status status;
+  std::set<std::string> libraries;  // of plug-ins: another build makes another simulation
   document.ForEachObject([&](BaseObject& object) {
+    const std::string library = object.type().library;
+    if (status.ok() && !library.empty() && libraries.insert(library).second) status = AddFile(hash, library);
     object.type().ForEachParameter([&](const Parameter& row) {
       if (row.type != ParameterType::File || !status.ok()) return;
       const std::string name = object.GetString(row.id);

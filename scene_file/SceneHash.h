@@ -1,6 +1,7 @@
 #pragma once
-// A number for all that decides a simulation's course: the scene as it was understood, overrides included, and the
-// files that it reads. Not the range of frames, nor what only pictures show.
+// A number for all that decides a simulation's course: the scene as it was understood, overrides included, the files
+// that it reads, and the libraries of the plug-ins whose types it has. Not the range
+// of frames, nor what only pictures show.
 
 #include "globals/Result.h"
 #include "host/objects/BaseDocument.h"

@@ -18,6 +18,7 @@ struct GlobalOptions {
   std::string memory;  // "8G"; empty: no limit
   bool quiet = false, json = false;
   std::string logLevel = "info";
+  std::vector<std::string> plugins;  // libraries, or folders of them
 };
 
 struct Program {

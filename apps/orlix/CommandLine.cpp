@@ -24,6 +24,8 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
   app.add_option("--memory", options.memory, "Most memory of all grids together, such as 8G");
   app.add_flag("--quiet", options.quiet, "No progress, no closing line");
   app.add_flag("--json", options.json, "Results on standard output as JSON");
+  app.add_option("--plugins", options.plugins, "A library of nodes from outside, or a folder of them; may stand again")
+      ->allow_extra_args(false);
   app.add_option("--log-level", options.logLevel, "What standard error shows")
       ->check(CLI::IsMember({"trace", "debug", "info", "warning", "error", "critical", "off"}));
 }

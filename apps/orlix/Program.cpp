@@ -27,6 +27,10 @@ Status RunGuarded(const CommandLine& line, const Program& program) {
       if (!bytes) return bytes.error();
       SetGridMemoryBudget(*bytes);
     }
+    for (const std::string& path : program.options.plugins) {
+      Status loaded = program.engine.plugins.Load(path, program.engine.factory);
+      if (!loaded.ok()) return loaded;
+    }
     return line.command(program);
   } catch (const std::bad_alloc&) {
     return Status::Fail(ErrorKind::Memory, "memory doesn't suffice");

@@ -38,11 +38,11 @@ class ConstrainedForce : public Force {
 
   double strengthFactor_ = 1;
   std::vector<Constraint*> constraints_;
+  Duration* duration_ = nullptr;
 
  private:
   bool TakeDuration();
 
-  Duration* duration_ = nullptr;
   RowWeights weights_;
   std::vector<double> amounts_;  // a run a worker
   std::vector<std::uint8_t> open_;

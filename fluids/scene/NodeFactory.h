@@ -23,7 +23,12 @@ class NodeFactory {
   template <class Node>
   void AddAs(const TypeInfo& type) {
     types_.Add(type);
-    creators_[type.id] = [](BaseObject& object, OrlixScene& scene) -> std::unique_ptr<iBase> {
+    AddBase<Node>(type.id);
+  }
+  // The class of all types with this base; no object is of the base itself.
+  template <class Node>
+  void AddBase(int id) {
+    creators_[id] = [](BaseObject& object, OrlixScene& scene) -> std::unique_ptr<iBase> {
       return std::make_unique<Node>(&object, scene);
     };
   }

@@ -1,6 +1,6 @@
 #pragma once
-// The types of host objects: their ids, names and parameter tables. A registry is filled once when the program starts
-// and only read afterwards.
+// The types of host objects: their ids, names and parameter tables. A registry is filled once when the program starts,
+// plug-ins' types included, and only read afterwards.
 
 #include <map>
 #include <memory>
@@ -32,6 +32,8 @@ struct TypeInfo {
   std::span<const Parameter> common{};  // rows shared by many types, after the type's own
   // Behaviour beyond the table: a mesh that reads a file, say. Null for most types.
   std::unique_ptr<ObjectData> (*createData)() = nullptr;
+  int base = 0;              // a type that objects are instances of, too; 0 for none
+  const char* library = "";  // the file of a plug-in that the type's code is in; "" for a type of our own
 
   const Parameter* Find(int parameterId) const;
   const Parameter* FindKey(std::string_view key) const;

@@ -51,7 +51,7 @@ BaseObject::BaseObject(const TypeInfo& type, BaseDocument& document, std::uint64
 }
 
 bool BaseObject::IsInstanceOf(int typeId) const {
-  if (typeId == type_->id) return true;
+  if (typeId == type_->id || (type_->base != 0 && typeId == type_->base)) return true;
   return typeId == kRootTypeId && (type_->role == TypeRole::Node || type_->role == TypeRole::Root);
 }
 

@@ -101,7 +101,8 @@ class BaseObject {
   BaseDocument& document() const { return *document_; }
   // Grows with each object that the document makes; orders every map that is keyed by objects.
   std::uint64_t creationNumber() const { return creationNumber_; }
-  // True for the object's own type, and for 1300000 on every node and root: the common base of the engine's objects.
+  // True for the object's own type and its base, and for 1300000 on every node and root: the common base of the
+  // engine's objects.
   bool IsInstanceOf(int typeId) const;
 
   std::string name;
