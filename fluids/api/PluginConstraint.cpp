@@ -6,7 +6,7 @@ namespace orlix {
 
 void PluginConstraint::ReleaseLinks() {
   plugin_.ReleaseLinks();
-  ready_ = false;
+  ready_ = false, prepared_ = 0;
   Constraint::ReleaseLinks();
 }
 
@@ -16,7 +16,14 @@ void PluginConstraint::CheckDirty() {
   if (IsEnabled() && (!quiet || plugin_.CheckDirty())) MarkDirty(false);
 }
 
+void PluginConstraint::Finish() {
+  if (prepared_ < 1) return;
+  --prepared_;
+  plugin_.Finish();
+}
+
 void PluginConstraint::Prepare(const iBase*) {
+  ++prepared_;
   groups_.Gather(plugin_.context());
   ready_ = plugin_.Prepare() && plugin_.Setup();
 }

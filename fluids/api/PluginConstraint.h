@@ -20,7 +20,7 @@ class PluginConstraint final : public Constraint {
   void VisitOutputs(StateVisitor&) override {}
 
   void Prepare(const iBase* caller) override;
-  void Finish() override { plugin_.Finish(); }
+  void Finish() override;
   bool Evaluate(const Vec3D& position, double& amount, const iBase* caller, std::int32_t threadIndex) const override;
   void EvaluateRow(const ConstraintRow& row, const iBase* caller) const override;
   void EvaluateParticles(const ParticleRun& run, const iBase* caller) const override;
@@ -35,6 +35,7 @@ class PluginConstraint final : public Constraint {
   PluginNode plugin_;
   PluginGroups groups_;
   bool ready_ = false;
+  std::int32_t prepared_ = 0;  // callers that haven't finished
 };
 
 }  // namespace orlix

@@ -48,13 +48,18 @@ class PluginContext {
   iBase& self;
   OrlixScene& scene;
   std::span<Constraint* const> constraints;  // of an operator, from Setup to Finish
+  // The plug-in asks constraints, in this run.
+  void NoteAsking() {
+    if (!asks_.load(std::memory_order_relaxed)) asks_.store(true, std::memory_order_relaxed);
+  }
+  bool AsksConstraints() const { return asks_.load(std::memory_order_relaxed); }
 
  private:
   PluginHandle* FindHandle(iBase* node);
 
   std::mutex mutex_;
   std::deque<PluginHandle> handles_;
-  std::atomic<bool> faulty_{false};
+  std::atomic<bool> faulty_{false}, asks_{false};
   std::optional<Error> fault_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fluids/channels/VelocityGridChannel.h"
+#include "globals/Multiversion.h"
 
 namespace orlix {
 
@@ -15,6 +16,11 @@ void ForWeighted(std::int32_t begin, std::int32_t end, const double* weights, F&
     const std::int32_t count = std::min(ZQAPI::kBatch, end - first);
     if (std::any_of(weights + first, weights + first + count, [](double w) { return w != 0; })) f(first, count);
   }
+}
+
+ORLIX_MULTIVERSION
+void MeanOfFaces(const double* low, const double* high, std::int32_t count, double* out) {
+  for (std::int32_t n = 0; n < count; ++n) out[n] = 0.5 * (low[n] + high[n]);
 }
 
 struct Velocities {
@@ -75,7 +81,7 @@ void PluginForce::ProcessCells(const ForceRow& row, std::int32_t first, std::int
       const ScalarGrid& faces = *velocity_->grids[c];
       const double* low = faces.data + faces.Index(first, row.j, row.k);
       const double* high = faces.data + faces.Index(first + (c == 0), row.j + (c == 1), row.k + (c == 2));
-      for (std::int32_t n = 0; n < count; ++n) out[c][n] = 0.5 * (low[n] + high[n]);
+      MeanOfFaces(low, high, count, out[c]);
     }
     means.Give(batch);
   }
@@ -105,10 +111,11 @@ void PluginForce::ProcessRun(const ForceParticles& run, std::int32_t first, std:
   groups_.Name(run.list, batch);
   if (batch.group) batch.firstIndex = run.first + first;
   batch.weights = weights;
-  Velocities velocities = {};
+  Velocities velocities;
   if (readsVelocity_) {
-    for (std::int32_t n = 0; run.list && n < count; ++n) {
-      const Vec3D& v = run.list->Velocity(run.first + first + n);
+    for (std::int32_t n = 0; n < count; ++n) {
+      // A place without a particle stands still.
+      const Vec3D v = run.list ? run.list->Velocity(run.first + first + n) : Vec3D();
       velocities.u[n] = v.x, velocities.v[n] = v.y, velocities.w[n] = v.z;
     }
     velocities.Give(batch);

@@ -1,5 +1,7 @@
 #include "fluids/api/PluginOperator.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace orlix {
@@ -30,6 +32,13 @@ void PluginOperator::ReleaseLinks() {
   iObject::ReleaseLinks();
 }
 
+void PluginOperator::Conclude() {
+  if (!hasRun_ || plugin_.context().AsksConstraints() || RetrieveConstraints(*scene, handler).empty()) return;
+  Warn("constraints-not-asked", fmt::format("its plug-in \"{}\" doesn't ask its constraints, so they confine nothing; "
+                                            "take them out of the list",
+                                            plugin_.type().plugin));
+}
+
 void PluginOperator::CheckDirty() {
   iObject::CheckDirty();
   const bool quiet = !scene->HasFlag(TimeMoved) && !IsDirty() && !(duration_ && duration_->IsDirty());
@@ -50,7 +59,7 @@ void PluginOperator::Setup() {
   if (!IsActive()) return;
   SetFlag(NodeActive, plugin_.Setup());
   for (Constraint* constraint : constraints_) constraint->Prepare(this);
-  isConfined_ = true;
+  isConfined_ = hasRun_ = true;
   plugin_.context().constraints = constraints_;
 }
 

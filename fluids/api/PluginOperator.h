@@ -21,6 +21,7 @@ class PluginOperator final : public iObject {
   bool ResolveLinks() override;
   void ReleaseLinks() override;
   void Advise() override { plugin_.Advise(); }
+  void Conclude() override;
   void CheckDirty() override;
   void ResetSimulation() override { plugin_.Reset(); }
   void VisitState(StateVisitor& visitor) override { plugin_.VisitState(visitor); }
@@ -36,6 +37,7 @@ class PluginOperator final : public iObject {
   std::vector<Constraint*> constraints_;
   const Duration* duration_ = nullptr;
   double strengthFactor_ = 1;
+  bool hasRun_ = false;
   bool isSetUp_ = false, isConfined_ = false;  // constraints are prepared
   std::atomic<bool> isDone_{false};            // a worker's Process gave false: no round follows
 };

@@ -123,7 +123,8 @@ std::int32_t FindChannelsOf(api::ZQServer* server, const api::BaseObject* object
 }
 
 void WeighPlaces(api::ZQServer* server, const api::PlaceBatch& places, double* weights) {
-  const PluginContext& context = PluginContext::Of(server);
+  PluginContext& context = PluginContext::Of(server);
+  context.NoteAsking();
   if (context.constraints.empty() || places.count < 1 || places.count > api::kBatch) return;
   Vec3D points[api::kBatch];
   std::uint8_t open[api::kBatch];
@@ -487,7 +488,10 @@ constexpr api::ConstraintTable kConstraintTable = {
     .IsInverted = [](const api::ZQConstraint* c) { return With<Constraint>(c, [](auto& n) { return n.Inverted(); }); },
     .Prepare =
         [](api::ZQConstraint* c) {
-          if (auto* node = NodeBehind<Constraint>(c)) node->Prepare(&HandleBehind(c).context->self);
+          if (auto* node = NodeBehind<Constraint>(c)) {
+            HandleBehind(c).context->NoteAsking();
+            node->Prepare(&HandleBehind(c).context->self);
+          }
         },
     .Evaluate =
         [](const api::ZQConstraint* c, const api::Vec3D& p, double* value, std::int32_t thread) {

@@ -58,6 +58,12 @@ class Push final : public Misbehaving<PluginForceData> {
  public:
   bool Evaluate(ProcessDataPlace& data) const override {
     Misbehave();
+    if (data.isParticle) {
+      const auto& particle = static_cast<ProcessDataParticles&>(data);
+      if (!particle.group) throw std::runtime_error("no group");
+      if (!(particle.group->GetParticle(particle.index, particle.kind).GetPosition() == data.position))
+        throw std::runtime_error("another particle");
+    }
     data.force += Vec3D{Number(1), 2, -0.5} * data.weight;
     return true;
   }
@@ -129,7 +135,7 @@ constexpr Row kCountRows[] = {
     LinkRow(kTargetId, "target", LinkChannel, "The channel that counts"),
     IntRow(kPassesId, "passes", 0, "", "Rounds a sub-step; 0 for one without rounds").Between(0, 9),
 };
-constexpr NodeType kTypes[] = {
+[[maybe_unused]] constexpr NodeType kTypes[] = {
     TypeOf<Push>({.id = 20001001, .resource = "test_push", .label = "Push", .text = "Pushes.", .rows = kRows}),
     TypeOf<Half>({.id = 20001002, .resource = "test_half", .label = "Half", .text = "A quarter.", .rows = kRows}),
     TypeOf<Count>({.id = 20001003,

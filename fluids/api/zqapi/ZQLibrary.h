@@ -169,6 +169,6 @@ struct Library {
 };
 
 // Set when the engine takes the plug-in in, before any of its nodes is made. Each plug-in has its own.
-__attribute__((visibility("hidden"))) inline const Library* theLibrary = nullptr;
+[[gnu::visibility("hidden")]] inline const Library* theLibrary = nullptr;
 
 }  // namespace ZQAPI

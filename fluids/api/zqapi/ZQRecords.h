@@ -241,9 +241,10 @@ struct ForceBatch : PlaceBatch {
   Vec3D Velocity(std::int32_t n) const { return {u[n], v[n], w[n]}; }
   // acceleration in m/s^2.
   void Add(std::int32_t n, const Vec3D& acceleration) const {
-    pushX[n] += acceleration.x * weights[n];
-    pushY[n] += acceleration.y * weights[n];
-    pushZ[n] += acceleration.z * weights[n];
+    const double weight = weights[n];
+    pushX[n] += acceleration.x * weight;
+    pushY[n] += acceleration.y * weight;
+    pushZ[n] += acceleration.z * weight;
   }
 };
 

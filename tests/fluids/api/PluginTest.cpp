@@ -67,31 +67,45 @@ TEST(PluginForceThreads, OnAGasItHasTheBitsOfTheBuiltInOneWithItsFormula) {
   EXPECT_GT(*std::max_element(plugin.begin(), plugin.end()), 0.01);
 }
 
+// A group of 5000 particles, and what a test adds before the first step.
+struct Dust : PluginScene {
+  explicit Dust(int workers = 1) : PluginScene(workers), group(Add("particlegroup", "Group")) {}
+  void Fill() {
+    Step(0);
+    for (int n = 0; n < 5000; ++n) {
+      BaseParticleData data;
+      data.position = {0.01 * n, 0.1 * (n % 17), 0.3};
+      data.velocity = {0, 0, n % 5 == 0 ? 0 : 0.001 * n};
+      list().Append(1, data);
+    }
+  }
+  ParticleList& list() { return *NodeOf<ParticleGroup>(group)->list(PK_Passive); }
+
+  BaseObject& group;
+};
+
 std::vector<double> BlownParticles(const std::string& type, int workers) {
-  PluginScene scene(workers);
-  BaseObject &group = scene.Add("particlegroup", "Group"), &force = scene.Add(type, "Force");
-  force.Set(type == "example_wind" ? kFirstRowId : kThirdRowId, Vec3D(1, 0, 0));
-  force.Set(kSecondRowId, 1.0);  // the strength
+  Dust scene(workers);
+  BaseObject& force = scene.Add(type, "Force");
+  if (type != "test_push") {
+    force.Set(type == "example_wind" ? kFirstRowId : kThirdRowId, Vec3D(1, 0, 0));
+    force.Set(kSecondRowId, 1.0);  // the strength
+  }
   force.Set(kConstraintsId, scene.ListOf({&scene.Add("constraint_noise", "Patches")}));
   BaseObject& forces = scene.Add("particle_forces", "Forces");
   forces.Set(ParticleForces::kForcesId, scene.ListOf({&force}));
-  scene.Step(0);
-  ParticleList& list = *scene.NodeOf<ParticleGroup>(group)->list(PK_Passive);
-  for (int n = 0; n < 5000; ++n) {
-    BaseParticleData data;
-    data.position = {0.01 * n, 0.1 * (n % 17), 0.3};
-    list.Append(1, data);
-  }
+  scene.Fill();
   scene.StepThrough(1, 3);
-  EXPECT_FALSE(scene.scene().failure().has_value());
+  EXPECT_FALSE(scene.scene().failure().has_value()) << scene.scene().failure()->text;
   std::vector<double> all;
-  for (int n = 0; n < list.count(); ++n) all.push_back(list.Velocity(n).x);
+  for (int n = 0; n < scene.list().count(); ++n) all.push_back(scene.list().Velocity(n).x);
   return all;
 }
 
 TEST(PluginForceThreads, OnParticlesItHasThemToo) {
   const auto plugin = test::SameForAnyWorkers([](int workers) { return BlownParticles("example_wind", workers); });
   EXPECT_EQ(plugin, BlownParticles("pforce_acceleration", 1));
+  EXPECT_EQ(plugin, BlownParticles("test_push", 2)) << "one by one, of the same x";
   EXPECT_GT(*std::max_element(plugin.begin(), plugin.end()), 0.01);
 }
 
@@ -120,6 +134,35 @@ TEST(PluginConstraint, ItsFactorIsInvertedAndScaledOnce) {
   EXPECT_DOUBLE_EQ(ask(1), 0.5 * 0.75 * 4);
 }
 
+TEST(PluginOperatorThreads, ChangesParticlesWhereItsConstraintsSay) {
+  constexpr int kPatienceId = 1003;
+  test::SameForAnyWorkers([](int workers) {
+    Dust scene(workers);
+    BaseObject &colour = scene.Add("example_speed_colour", "Colour"), &band = scene.Add("example_height_band", "Band");
+    colour.Set(kFirstRowId, scene.LinkTo(scene.group));
+    colour.Set(kPatienceId, std::int64_t(1));
+    colour.Set(kConstraintsId, scene.ListOf({&band}));
+    scene.Fill();
+    scene.Step(1);
+    std::vector<double> found;
+    int coloured = 0;
+    for (int n = 0; n < scene.list().count(); ++n) {
+      const OrlixParticle p = scene.NodeOf<ParticleGroup>(scene.group)->At(PK_Passive, n);
+      Vec3D c(-1);
+      p.GetVector(PP::Color, c);
+      const double share = std::min(Length(p.GetVelocity()), 1.0);
+      const bool inBand = p.GetPosition().y <= 1;
+      EXPECT_EQ(c, inBand ? Vec3D(share, share, 1) : Vec3D(-1)) << n;
+      EXPECT_FALSE(inBand && share < 0.01) << "slow ones went";
+      coloured += inBand;
+      found.insert(found.end(), {c.x, p.GetPosition().x});
+    }
+    EXPECT_GT(coloured, 2000);
+    EXPECT_LT(scene.list().count(), 5000 - 400);
+    return found;
+  });
+}
+
 // --- phases
 
 TEST(PluginOperator, ItsPhasesComeInOrder) {
@@ -142,6 +185,11 @@ TEST(PluginOperator, ItsPhasesComeInOrder) {
   count.Set(kFirstRowId, std::int64_t(5));
   EXPECT_EQ(frame(4), "plPFr") << "a Prepare that gives false";
   ::dlclose(library);
+  count.Set(kConstraintsId, scene.ListOf({&scene.Add("constraint_noise", "Patches")}));
+  count.Set(kFirstRowId, std::int64_t(kNone));
+  scene.Step(5);
+  scene.hook.Conclude();
+  EXPECT_TRUE(scene.Warned("doesn't ask its constraints"));
 }
 
 // --- what goes wrong in one
