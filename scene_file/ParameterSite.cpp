@@ -25,7 +25,8 @@ std::optional<double> ReadNumber(const ParameterSite& site, const JsonValue& val
   if (!value.IsNumber()) return site.Refuse(value, allowed);
   const double number = value.Number();
   if (!(std::abs(number) <= kLargest)) return site.Refuse(value, fmt::format("within -{0} to {0}", kLargest));
-  return number;
+  // The engine computes in single precision in places, and there such a number is 0.
+  return std::abs(number) < static_cast<double>(std::numeric_limits<float>::min()) ? 0 : number;
 }
 
 std::optional<KnotInterpolation> ReadInterpolation(const ParameterSite& site, const JsonValue& value) {

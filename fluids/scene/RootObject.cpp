@@ -4,6 +4,13 @@
 
 namespace orlix {
 
+namespace {
+
+// Of scales and cells. What lies beyond leaves single precision where lengths are squared, cubed and divided.
+constexpr double kLeastLength = 1e-9, kMostLength = 1e9;
+
+}  // namespace
+
 const TypeInfo& RootSettings::Type() {
   static constexpr Choice kModes[] = {
       {SubstepMode::Adaptive, "adaptive", "From the top speed, the cell size and the CFL factor"},
@@ -18,10 +25,14 @@ const TypeInfo& RootSettings::Type() {
   };
 
   static constexpr Parameter kParameters[] = {
-      FloatParameter(kScaleUnitsId, "scale_units", 100.0, "host units", "So many host units are scale_metres").Above(0),
-      FloatParameter(kScaleMetresId, "scale_metres", 1.0, "m", "What scale_units measure in the simulation").Above(0),
-      FloatParameter(kVoxelSizeId, "voxel_size", 0.2, "m", "Cell edge of the preview").Above(0),
-      FloatParameter(kRenderVoxelSizeId, "render_voxel_size", 0.2, "m", "Cell edge of rendered frames").Above(0),
+      FloatParameter(kScaleUnitsId, "scale_units", 100.0, "host units", "So many host units are scale_metres")
+          .Between(kLeastLength, kMostLength),
+      FloatParameter(kScaleMetresId, "scale_metres", 1.0, "m", "What scale_units measure in the simulation")
+          .Between(kLeastLength, kMostLength),
+      FloatParameter(kVoxelSizeId, "voxel_size", 0.2, "m", "Cell edge of the preview")
+          .Between(kLeastLength, kMostLength),
+      FloatParameter(kRenderVoxelSizeId, "render_voxel_size", 0.2, "m", "Cell edge of rendered frames")
+          .Between(kLeastLength, kMostLength),
       ChoiceParameter(kSubstepModeId, "substep_mode", SubstepMode::Adaptive, kModes,
                       "How a frame is divided into sub-steps"),
       FloatParameter(kFrameTimeId, "frame_time", 0.2, "s", "Simulated time of a frame")

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::int32_t kPropertySubType = 67, kGasSubType = 37, kPositionBasedSubType = 40;
 constexpr int kScriptValuesId = 9003;
+constexpr double kLeastTime = 1e-9;       // s, or of a frame
 constexpr std::int64_t kTestOutside = 2;  // of constraint_gridvalue; those before it look at "low" alone
 
 bool IsSet(const BaseObject& object, const Parameter& row) {
@@ -309,10 +310,10 @@ void AdviseTime(OrlixScene& scene) {
                fmt::format("\"{}\" is set, but its \"substep_mode\" doesn't go by it; take it out", scale.key));
   }
   const int row = fixed ? RootSettings::kFrameTimeId : RootSettings::kTimeScaleId;
-  if (HasTrack(root, row) || root.GetDouble(row) != 0) return;
+  if (HasTrack(root, row) || root.GetDouble(row) > kLeastTime) return;
   scene.Warn(root.Path(), "no-time",
-             fmt::format("\"{}\" is 0, so no time passes and nothing is simulated; raise it",
-                         fixed ? "frame_time" : "time_scale"));
+             fmt::format("\"{}\" is {}, so no time passes and nothing is simulated; raise it",
+                         fixed ? "frame_time" : "time_scale", root.GetDouble(row)));
 }
 
 }  // namespace

@@ -236,6 +236,8 @@ const MistakeCase kMistakes[] = {
      R"(s.json:2:37: "P/force_buoyancy".seed is 99999999999, must be within -2147483648 to 2147483647)"},
     {"FloatBeyondSinglePrecision", R"({ "type": "force_buoyancy", "strength": 1e300 })",
      R"(s.json:2:41: "P/force_buoyancy".strength is 1e+300, must be within -3.4028234663852886e+38 to 3.4028234663852886e+38)"},
+    {"SoSmallThatItIsZero", R"({ "type": "fluid", "container": [1, 1e-320, 1] })",
+     R"(s.json:2:33: "P/fluid".container is [1, 1e-320, 1], must be above 0 in each component)"},
     {"NumberOverflow", R"({ "type": "force_buoyancy", "strength": 1e999 })",
      R"(s.json:2:41: no JSON: number overflow parsing '1e999')"},
     {"OutOfRange", R"({ "type": "fluid", "name": "Air", "accuracy": 3 })",

@@ -47,7 +47,7 @@ TEST(Program, MistakesOfASceneEndWithThreeQuickly) {
       {"cycle.json", R"({ "orlix": 1, "include": "cycle.json" })", "cycle.json:1:26: a cycle of includes"},
       {"many.json", many + "] }", "more"},
       {"range.json", R"({ "orlix": 1, "objects": [ { "type": "scene", "name": "P", "voxel_size": -3 } ] })",
-       R"(range.json:1:74: "P".voxel_size is -3, must be above 0)"},
+       R"(range.json:1:74: "P".voxel_size is -3, must be 1e-09 to 1000000000)"},
   };
   ProgramRunner runner;
   for (const auto& [name, text, message] : cases) {
