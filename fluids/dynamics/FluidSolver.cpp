@@ -251,6 +251,15 @@ bool FluidSolver::WholeContainer(Vec3D& min, Vec3D& max) const {
   return true;
 }
 
+bool FluidSolver::RoomOfWalls(Vec3D& min, Vec3D& max) const {
+  for (int axis = 0; axis < 3; ++axis) {
+    constexpr double kNoEnd = std::numeric_limits<double>::infinity();
+    min[axis] = (closedFaces & ClosedLow(axis)) != 0 ? lowCorner[axis] : -kNoEnd;
+    max[axis] = (closedFaces & ClosedHigh(axis)) != 0 ? lowCorner[axis] + scaledSize[axis] : kNoEnd;
+  }
+  return true;
+}
+
 void FluidSolver::TakeCacheHeader(const GridCacheHeader& header) {
   cachedExtents.reset();
   if (header.present) cachedExtents = Extents{header.space.simMin, header.space.simMax};

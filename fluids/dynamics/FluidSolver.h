@@ -59,6 +59,7 @@ class FluidSolver : public iSolver, public iCachedGrids, public iFractionOwner {
   MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   VecInt3D MostCells() const override;
   bool WholeContainer(Vec3D& min, Vec3D& max) const override;
+  bool RoomOfWalls(Vec3D& min, Vec3D& max) const override;
 
   int CachedGridCount() const override { return 3; }
   ScalarGrid* CachedGrid(int index) override { return velocity.GetGrid(index); }

@@ -69,9 +69,10 @@ struct LatticeFill {
     const auto below = [&](double side) { return std::clamp(0.5 - (d - side) / cellSize, 0.0, 1.0); };
     return unlimited ? below(outer) : std::max(0.0, below(outer) - below(inner));
   }
-  // A voxel that holds so many. More than twice its places count as twice, and none that lie about the band's sides.
-  void AddLack(double d, std::int32_t held, BandLacks& lacks) const {
-    const double share = ShareInBand(d), places = share * Looked(d).count;
+  // A voxel that holds so many of so many at most. More than twice its places count as twice, and none that lie about
+  // the band's sides.
+  void AddLack(double d, std::int32_t held, std::int32_t most, BandLacks& lacks) const {
+    const double share = ShareInBand(d), places = share * most;
     const double lack = std::max(places - held, share < kWhole ? 0 : -places);
     lacks.all += lack, lacks.some += std::max(lack, 0.0);
   }

@@ -16,7 +16,7 @@ namespace {
 constexpr std::int32_t kPriority = 5, kAnySubType = 2000, kGasSolver = 37;
 constexpr std::size_t kLookAtEach = 64;
 // Of what is emitted: a layer along an obstacle's skin is nobody's mistake.
-constexpr double kFewInObstacle = 0.05;
+constexpr double kFewInObstacle = 0.05, kFewBeyondWalls = 0.1;
 constexpr std::int32_t kMostSubdivision = 5;  // 32768 places in a voxel
 
 VecInt3D CellsEnd(const VolumeBase& member) { return member.LevelSet()->dims - VecInt3D(2, 2, 2); }
@@ -128,10 +128,21 @@ bool ObjectParticleGridEmitter::ResolveLinks() {
 void ObjectParticleGridEmitter::Advise() {
   handler_.Advise(*this);
   if (!volume) Warn("no-volume", "no volume is linked: nothing is emitted; link one under volume");
+  AdviseSubdivisions();
   const InExcludeData* list = handler.GetInExclude(kSolversId);
   if (list && !list->entries.empty() && !limitedBySolvers_) {
     Warn("no-liquid", "none of solvers is a liquid that has particles: they limit nothing; list liquids");
   }
+}
+
+// A deep voxel has the deep lattice and the shallow one's number and distance of particles, the others the other way
+// round.
+void ObjectParticleGridEmitter::AdviseSubdivisions() const {
+  if (deepSubdivision_ == shallowSubdivision_ || limitedBySolvers_) return;
+  Warn("two-subdivisions",
+       fmt::format("\"deep_subdivision\" and \"shallow_subdivision\" differ, and no voxel gets more than the lesser "
+                   "allows, {} particles, unevenly; set both to the same, or list the liquid under \"solvers\"",
+                   1 << 3 * std::min(deepSubdivision_, shallowSubdivision_)));
 }
 
 // The whole volume, full. What flows out of it and is filled up again can't be foretold.
@@ -189,46 +200,110 @@ void ObjectParticleGridEmitter::Setup() {
   nextLayer_.store(0);
   if (!IsActive()) return;
   const ParticleList& list = *handler_.group->list(handler_.kind);
+  FindWalls();
   for (const VolumeBase* member : members_) {
     const LatticeFill fill = FillOf(*member);
     const GridSpace& lattice = member->LevelSet()->space;
-    Target& target = targets_.emplace_back(Target{member, fill, std::make_unique<ParticleLines>(), {}, 1});
+    Target& target = targets_.emplace_back(
+        Target{member, fill, std::make_unique<ParticleLines>(), {1, 1, 1}, CellsEnd(*member), {}, 1});
+    KeepWithinWalls(target);
     if (list.empty()) continue;
     target.lines->Build(list, lattice, VoxelNeighbours::Reach(lattice, fill.Widest()), scene->pool());
     CountHeld(target);
   }
   for (const Target& target : targets_) {
     if (target.share == 0) continue;  // full
-    const VecInt3D end = CellsEnd(*target.volume);
-    for (std::int32_t k = 1; k < end.z; ++k) layers_.push_back({&target, k});
+    for (std::int32_t k = target.begin.z; k < target.end.z; ++k) layers_.push_back({&target, k});
   }
+  TellOfWalls();
   runs_.resize(layers_.size());
   scratch_.resize(WorkerPool::kMaxWorkers);
 }
 
-// Particles of a voxel at this distance.
+// A liquid particle beyond a closed wall is moved onto it in the same sub-step. Its place would be filled anew, without
+// end.
+void ObjectParticleGridEmitter::FindWalls() {
+  walls_.clear();
+  if (handler_.kind != PK_Liquid) return;
+  scene->ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
+    const auto* solver = dynamic_cast<const iSolver*>(&node);
+    Vec3D low, high;
+    if (!node.IsEnabled() || !solver || !solver->HoldsParticles(handler_.group)) return;
+    if (!solver->RoomOfWalls(low, high)) return;
+    wallsMin_ = walls_.empty() ? low : Min(wallsMin_, low);
+    wallsMax_ = walls_.empty() ? high : Max(wallsMax_, high);
+    walls_ = node.DisplayName();
+  });
+}
+
+// By the centres of voxels.
+void ObjectParticleGridEmitter::KeepWithinWalls(Target& target) {
+  if (walls_.empty()) return;
+  const ScalarGrid& nodes = *target.volume->LevelSet();
+  const Vec3D low = nodes.space.VoxelOfSim(wallsMin_), high = nodes.space.VoxelOfSim(wallsMax_);
+  const VecInt3D whole = target.end;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double last = std::max(whole[axis], 1);
+    target.begin[axis] = static_cast<std::int32_t>(std::clamp(std::ceil(low[axis] - 0.5), 1.0, last));
+    target.end[axis] = static_cast<std::int32_t>(std::clamp(std::ceil(high[axis] - 0.5), 1.0, last));
+    target.end[axis] = std::max(target.end[axis], target.begin[axis]);
+  }
+  if (lookedForWalls_) return;
+  std::vector<double> distances(static_cast<std::size_t>(std::max(whole.x, 1)));
+  for (std::int32_t k = 1; k < whole.z; ++k) {
+    for (std::int32_t j = 1; j < whole.y; ++j) {
+      CentreDistances(nodes, 1, whole.x, j, k, distances.data());
+      const bool within = k >= target.begin.z && k < target.end.z && j >= target.begin.y && j < target.end.y;
+      for (std::int32_t i = 1; i < whole.x; ++i) {
+        const double share = target.fill.ShareInBand(distances[static_cast<std::size_t>(i)]);
+        voxelsInBand_ += share;
+        if (!within || i < target.begin.x || i >= target.end.x) voxelsBeyond_ += share;
+      }
+    }
+  }
+}
+
+void ObjectParticleGridEmitter::TellOfWalls() {
+  if (lookedForWalls_ || walls_.empty()) return;
+  lookedForWalls_ = true;
+  const double share = voxelsInBand_ > 0 ? voxelsBeyond_ / voxelsInBand_ : 0;
+  if (share <= kFewBeyondWalls) return;
+  Warn("beyond-walls",
+       fmt::format("{:.0f}% of its volume lies beyond closed walls of \"{}\", where it emits nothing; move it into the "
+                   "container, make that larger, or open the face through which it is to pour",
+                   100 * share, walls_));
+}
+
+void ObjectParticleGridEmitter::Conclude() {
+  const bool allBeyond = voxelsInBand_ > 0 && voxelsBeyond_ == voxelsInBand_;  // and told
+  if (!allBeyond) handler_.Conclude(*this);
+}
+
+// Particles of a voxel at this distance: no more than its lattice has, or each sub-step would add as many again.
 std::int32_t ObjectParticleGridEmitter::Most(const LatticeFill& fill, double d) const {
-  return (limitedBySolvers_ ? fill.Filled(d) : fill.Looked(d)).count;
+  const std::int32_t places = fill.Filled(d).count;
+  return limitedBySolvers_ ? places : std::min(places, fill.Looked(d).count);
 }
 
 void ObjectParticleGridEmitter::CountHeld(Target& target) const {
   const ScalarGrid& nodes = *target.volume->LevelSet();
-  const VecInt3D end = CellsEnd(*target.volume);
+  const VecInt3D begin = target.begin, end = target.end;
   target.held.resize(static_cast<std::size_t>(nodes.count));
   std::vector<BandLacks> lacks(static_cast<std::size_t>(std::max(end.z, 1)));
-  ParallelRange(scene->pool(), 1, end.z, [&](int from, int to, int) {
+  ParallelRange(scene->pool(), begin.z, end.z, [&](int from, int to, int) {
     std::vector<double> distances(static_cast<std::size_t>(std::max(end.x, 1)));
     for (std::int32_t k = from; k < to; ++k) {
-      for (std::int32_t j = 1; j < end.y; ++j) {
+      for (std::int32_t j = begin.y; j < end.y; ++j) {
         std::int32_t* held = target.held.data() + nodes.Index(0, j, k);
         std::fill_n(held, nodes.dims.x, 0);
         for (const ParticleLines::Entry& entry : target.lines->Of(j, k)) {
           const double x = nodes.space.VoxelOfSim(entry.position).x;
-          if (x >= 1 && x < end.x) ++held[static_cast<std::int32_t>(x)];
+          if (x >= begin.x && x < end.x) ++held[static_cast<std::int32_t>(x)];
         }
-        CentreDistances(nodes, 1, end.x, j, k, distances.data());
-        for (std::int32_t i = 1; i < end.x; ++i) {
-          target.fill.AddLack(distances[static_cast<std::size_t>(i)], held[i], lacks[static_cast<std::size_t>(k)]);
+        CentreDistances(nodes, begin.x, end.x, j, k, distances.data());
+        for (std::int32_t i = begin.x; i < end.x; ++i) {
+          const double d = distances[static_cast<std::size_t>(i)];
+          target.fill.AddLack(d, held[i], Most(target.fill, d), lacks[static_cast<std::size_t>(k)]);
         }
       }
     }
@@ -257,19 +332,19 @@ void ObjectParticleGridEmitter::FillLayer(const Layer& layer, EmittedRun& run, M
   Scratch& scratch = scratch_[static_cast<std::size_t>(worker)];
   const LatticeFill& fill = layer.target->fill;
   const ScalarGrid& nodes = *layer.target->volume->LevelSet();
-  const VecInt3D end = CellsEnd(*layer.target->volume);
+  const VecInt3D begin = layer.target->begin, end = layer.target->end;
   scratch.distances.resize(static_cast<std::size_t>(std::max(end.x, 1)));
   const auto distance = [&](std::int32_t i) { return scratch.distances[static_cast<std::size_t>(i)]; };
-  for (std::int32_t j = 1; j < end.y; ++j) {
-    CentreDistances(nodes, 1, end.x, j, layer.k, scratch.distances.data());
+  for (std::int32_t j = begin.y; j < end.y; ++j) {
+    CentreDistances(nodes, begin.x, end.x, j, layer.k, scratch.distances.data());
     const std::int32_t* held =
         layer.target->held.empty() ? nullptr : layer.target->held.data() + nodes.Index(0, j, layer.k);
     const auto lacksSome = [&](std::int32_t i) {
-      return fill.Reaches(distance(i)) && (!held || held[i] < Most(fill, distance(i)));
+      return i >= begin.x && fill.Reaches(distance(i)) && (!held || held[i] < Most(fill, distance(i)));
     };
     scratch.near.Find(*layer.target->lines, nodes.space, end.x, j, layer.k, fill.Widest(),
                       [&](std::int32_t i) { return lacksSome(i) ? fill.Looked(distance(i)).minimumDistance : 0; });
-    for (std::int32_t i = 1; i < end.x; ++i) {
+    for (std::int32_t i = begin.x; i < end.x; ++i) {
       if (!lacksSome(i)) continue;
       FillVoxel(*layer.target, {i, j, layer.k}, distance(i), scratch.near.Of(i), run, random, worker);
     }

@@ -33,7 +33,7 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void Advise() override;
-  void Conclude() override { handler_.Conclude(*this); }
+  void Conclude() override;
   void ReleaseLinks() override;
   MemoryNeed MemoryFor(const VecInt3D& cells) const override;
   void CheckDirty() override;
@@ -48,6 +48,7 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
     const VolumeBase* volume;
     LatticeFill fill;
     std::unique_ptr<ParticleLines> lines;
+    VecInt3D begin, end;               // voxels that may emit: none at the grid's rim, none beyond closed walls
     CountedVector<std::int32_t> held;  // by each voxel; none where the group was empty
     double share;                      // of what a voxel lacks that it emits
   };
@@ -63,6 +64,10 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   };
 
   LatticeFill FillOf(const VolumeBase& member) const;
+  void FindWalls();
+  void KeepWithinWalls(Target& target);
+  void TellOfWalls();
+  void AdviseSubdivisions() const;
   void FillLayer(const Layer& layer, EmittedRun& run, MersenneTwister& random, std::int32_t worker);
   void TellOfObstacles();
   std::int32_t Most(const LatticeFill& fill, double d) const;
@@ -78,7 +83,11 @@ class ObjectParticleGridEmitter final : public ObjectVolume {
   double innerBand_ = 1, outerBand_ = 0, deepLimit_ = 0, separation_ = 1;
   std::int32_t deepSubdivision_ = 1, shallowSubdivision_ = 1;
 
-  bool lookedForObstacles_ = false;
+  // Closed walls of the liquids that carry the group, simulation space: what was beyond would be moved onto them.
+  Vec3D wallsMin_, wallsMax_;
+  std::string walls_;  // whose; empty without any
+  double voxelsBeyond_ = 0, voxelsInBand_ = 0;
+  bool lookedForWalls_ = false, lookedForObstacles_ = false;
 
   std::vector<VolumeBase*> members_;
   std::vector<Target> targets_;

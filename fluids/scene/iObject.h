@@ -47,8 +47,11 @@ class iSolver : public iObject {
   virtual bool WholeContainer(Vec3D&, Vec3D&) const { return false; }
   // The velocity channel, m/s; null on a solver without one.
   virtual iBase* Velocity() { return nullptr; }
-  // It moves particles of a group.
-  virtual bool HoldsParticles() const { return false; }
+  // The room that the container's closed faces leave, simulation space, without end on open sides; false where it has
+  // no container.
+  virtual bool RoomOfWalls(Vec3D&, Vec3D&) const { return false; }
+  // It moves liquid particles of this group, or of any.
+  virtual bool HoldsParticles(const iBase* = nullptr) const { return false; }
   // The liquid's level set, m, negative inside; null on a solver without a surface.
   virtual const ScalarGrid* GetSurfaceGrid() const { return nullptr; }
 };

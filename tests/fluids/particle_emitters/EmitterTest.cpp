@@ -47,6 +47,22 @@ TEST(GridEmitter, ListedLiquidsLimitItToTheirContainers) {
   for (const Vec3D& place : s.Positions()) ASSERT_LE(std::abs(place.x), 0.2);
 }
 
+// Beyond a closed wall nothing stays: what was emitted there would be moved into the container, and again, and again.
+TEST(GridEmitter, LeavesPlacesBeyondClosedWallsFree) {
+  for (const bool open : {false, true}) {
+    EmissionScene s("particlegridemitter");
+    BaseObject& liquid = s.Add("liquid", "Liquid");
+    liquid.Set(FluidSolver::kContainerId, Vec3D(200, 200, 200));
+    liquid.Set(FluidSolver::kAnchorModeId, FluidSolver::AnchorMode::Centre);
+    liquid.Set(kPositionId, Vec3D(100, 0, 0));
+    if (open) liquid.Set(GridBoundary::kFaceXMinId, GridBoundary::Face::Open);
+    s.StepThrough(0, 3);
+    EXPECT_EQ(s.Count(), open ? 8000 : 4000);
+    EXPECT_EQ(s.Warned("50% of its volume lies beyond closed walls of \"Scene/Liquid\""), !open);
+    for (const Vec3D& place : s.Positions()) ASSERT_TRUE(open || place.x > -0.025);
+  }
+}
+
 // A source that goes on emitting holds what its shape holds: what stands still or strolls about isn't made up for, what
 // leaves is. Between steps particles go in a straight line (cells), and anywhere within a distance of a cell.
 TEST(GridEmitter, MakesUpForWhatLeavesAndForNothingElse) {
@@ -144,6 +160,17 @@ TEST(GridEmitter, SubdivisionsTellDeepVoxelsFromOthers) {
   s.settings.Set(1006, 1.0);
   s.Step(1);
   EXPECT_GT(s.Count(), 30 * 6 * 6 * 6);
+}
+
+TEST(GridEmitter, DifferentSubdivisionsFillOnceAndAreTold) {
+  for (const auto& [deep, shallow] : {std::pair(2, 1), std::pair(1, 2), std::pair(1, 1)}) {
+    EmissionScene s("particlegridemitter");
+    s.emitter.Set(1016, std::int64_t(deep));
+    s.emitter.Set(1017, std::int64_t(shallow));
+    s.StepThrough(0, 3);
+    EXPECT_LT(s.Count(), 1.01 * 8000) << deep << shallow;
+    EXPECT_EQ(s.Warned("set both to the same"), deep != shallow);
+  }
 }
 
 TEST(GridEmitter, BandsLimitDepth) {
