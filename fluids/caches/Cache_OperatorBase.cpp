@@ -124,6 +124,11 @@ void Cache_OperatorBase::Advise() {
                                        "the scene's first frame: set frame_offset to {}",
                                        start));
   }
+  if (mode_ == CacheMode::Record && renderOnly_ && !scene->rendering) {
+    Warn("render-only",
+         "this run records nothing, as \"render_only\" leaves it to renderings; turn that off, or make pictures by "
+         "orlix render");
+  }
   if (HasTargets()) return;
   Warn("no-targets", mode_ == CacheMode::Record
                          ? "it lists nothing, so it records nothing; list what it is to keep"

@@ -323,8 +323,9 @@ bool ParticleCacher::HasExchangeFrame() {
 }
 
 void ParticleCacher::LoadExchange() {
-  const Result<PointSet> set = ReadPoints(PathToLoad());
+  Result<PointSet> set = ReadPoints(PathToLoad());
   if (!set) return TellUnloaded(set.error().text);
+  DropUnheld(*set);
   const GroupEntry& target = targets_.front();
   ParticleFactory& factory = target.group->factory(target.kind);
   const double place = PlaceToLoad(speed_);

@@ -111,6 +111,16 @@ PointSet ExportParticles(const std::vector<GroupEntry>& populations, const Prope
   return set;
 }
 
+void DropUnheld(PointSet& set) {
+  std::erase_if(set.attributes, [&](const PointAttribute& column) {
+    const auto isIt = [&](const ExchangedProperty& each) {
+      return each.id != PP::Color && (column.name == each.name || column.name == each.alias);
+    };
+    return std::any_of(std::begin(kExchanged), std::end(kExchanged), isIt) &&
+           std::all_of(column.values.begin(), column.values.end(), [](auto byte) { return byte == decltype(byte){}; });
+  });
+}
+
 ParticleRunData ImportParticles(const PointSet& set, std::uint64_t begin, std::size_t rows, std::uint16_t flags) {
   ParticleRunData run;
   const PointAttribute *places = Column(set, "position", true), *velocities = Column(set, "velocity", true);

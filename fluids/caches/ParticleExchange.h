@@ -14,6 +14,10 @@ namespace orlix {
 // property and the filter lets it; particles without it have its default.
 PointSet ExportParticles(const std::vector<GroupEntry>& populations, const PropertyFilter& filter);
 
+// Takes away columns of properties that are 0 in all rows: formats of fixed fields hold zeros for what they don't have,
+// and no radius, mass, density or age left of 0 is meant. A colour may be black.
+void DropUnheld(PointSet& set);
+
 // Rows [begin, begin + rows) of a table with positions. Columns with unknown names, or of another type than theirs, are
 // passed over.
 ParticleRunData ImportParticles(const PointSet& set, std::uint64_t begin, std::size_t rows, std::uint16_t flags);

@@ -11,6 +11,7 @@
 #include "fluids/caches/GridSpaceRecord.h"
 #include "fluids/caches/MeshCacher.h"
 #include "fluids/caches/ParticleCacher.h"
+#include "fluids/caches/ParticleExchange.h"
 #include "fluids/surfacing/LevelSetSmoother.h"
 #include "fluids/surfacing/MeshOperator.h"
 #include "fluids/surfacing/SurfaceReconstructor.h"
@@ -223,6 +224,14 @@ TEST(ParticleCacher, FilesOfOtherProgramsAreRecordedAndPlayed) {
   s.Step(2);
   EXPECT_EQ(s.list().count(), 0);
   EXPECT_TRUE(s.warnings.empty());
+  // A format of fixed fields holds zeros for what it doesn't know: no property.
+  PointSet set;
+  set.count = 2;
+  set.Add("mass", PointType::Float, 1, NumberType::Float32);
+  set.Add("age", PointType::Float, 1, NumberType::Float32).SetReal(1, 0, 3);
+  set.Add("color", PointType::Vector, 3, NumberType::Float32);
+  DropUnheld(set);
+  EXPECT_TRUE(!set.Find("mass") && set.Find("age") && set.Find("color"));
   run.cache->Set(ParticleCacher::kFormatId, kPts);
   run.Step(2);
   EXPECT_TRUE(run.Warned("only played"));
