@@ -7,8 +7,6 @@
 namespace orlix {
 
 void LiquidTotals::AfterSubstep(const RunState&, const SubstepReport& report) {
-  std::int64_t lost = 0;
-  for (const ParticleReport& group : report.groups) lost += group.lost;
   for (const LiquidReport& liquid : report.liquids) {
     Total& total = totals_[{report.scene, liquid.node}];
     total.last = liquid.surfaceVolume;
@@ -16,7 +14,10 @@ void LiquidTotals::AfterSubstep(const RunState&, const SubstepReport& report) {
     total.lastParticles = liquid.particleVolume;
     total.mostParticles = std::max(total.mostParticles, total.lastParticles);
     total.outside = liquid.outside, total.inWalls = liquid.inWalls;
-    total.left += liquid.left, total.lost += lost;
+    total.left += liquid.left;
+    for (const ParticleReport& group : report.groups) {
+      if (std::ranges::find(liquid.groups, group.group) != liquid.groups.end()) total.lost += group.lostLiquid;
+    }
   }
 }
 

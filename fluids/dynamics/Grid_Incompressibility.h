@@ -101,6 +101,7 @@ class Grid_Incompressibility : public iObject {
   bool bodiesMove_ = false;
   BodyCoupling coupling_;
   std::vector<VolumeBase*> coupled_;  // in its order
+  bool lookedAtDensities_ = false;    // since the run began
 
  private:
   bool HasDynamicBody() const;
@@ -119,7 +120,6 @@ class Grid_Incompressibility : public iObject {
   std::unique_ptr<ClosedRegions> regions_;
   std::uint64_t regionsFor_ = 0;
   ScratchPool::Lease<double> densityWeights_[3];
-  bool lookedAtDensities_ = false;  // since the run began
 };
 
 }  // namespace orlix

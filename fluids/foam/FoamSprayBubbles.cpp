@@ -161,13 +161,24 @@ void FoamSprayBubbles::Conclude() {
                 "no particle was made in the whole run; lower \"foam_curvature\", \"spray_curvature\" and the speeds, "
                 "or with particles as the source \"energy_min\", or raise the rates");
   }
+  const auto group = [&](const iBase& node, int id) {
+    return scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(id), NODE_PARTICLES);
+  };
+  const ParticleGroup* output = group(*this, kSprayOutputId);
+  if (!output) output = group(*this, kFoamOutputId);
+  if (!output) output = group(*this, kGroupId);
   bool moved = false;
   scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
     moved |= node.IsEnabled() && node.GetNodeSubType() == kAdvectionSubType &&
-             node.handler.GetInt(ParticleAdvection::kKindId, PK_Passive) == PK_Diffuse;
+             node.handler.GetInt(ParticleAdvection::kKindId, PK_Passive) == PK_Diffuse &&
+             group(node, ParticleAdvection::kGroupId) == output;
   });
-  if (!moved) {
-    Warn("not-moved", "what it makes stands still and doesn't age; add a particle_advection of the kind \"diffuse\"");
+  if (!moved && output) {
+    Warn(
+        "not-moved",
+        fmt::format("what it makes stands still and doesn't age; add a particle_advection of the kind \"diffuse\" with "
+                    "the group \"{}\"",
+                    output->DisplayName()));
   }
 }
 

@@ -1,5 +1,7 @@
 #include "fluids/liquids/Grid_Incompressibility_FreeSurface.h"
 
+#include <fmt/format.h>
+
 #include "fluids/dynamics/FluidSolver.h"
 #include "fluids/pressure/BodyPressure.h"
 #include "fluids/volumes/VolumeBase.h"
@@ -16,7 +18,29 @@ bool Grid_Incompressibility_FreeSurface::GatherInput() {
   return true;
 }
 
+// Once a run.
+void Grid_Incompressibility_FreeSurface::LookAtLiquidDensities() {
+  if (lookedAtDensities_ || !surface_.density.data) return;
+  const GridView<const double>& phi = surface_.phi;
+  const std::int64_t count = CellCount(phi.dims);
+  std::int64_t liquid = 0, light = 0;
+  for (std::int64_t n = 0; n < count; ++n) {
+    if (!(phi.data[n] < 0)) continue;
+    ++liquid;
+    light += !(surface_.density.data[n] > 0);
+  }
+  if (liquid == 0) return;
+  lookedAtDensities_ = true;
+  if (light == 0) return;
+  Warn("no-density",
+       fmt::format(
+           "its density_channel isn't above 0 in {} of {} cells of the liquid, which weighs nothing there and is "
+           "thrown about; fill it with the liquid's density in kg/m^3, or take the link out",
+           light, liquid));
+}
+
 void Grid_Incompressibility_FreeSurface::AssembleSystem() {
+  LookAtLiquidDensities();
   const double dt = simulationInfo->substepDuration;
   const double h = input_.cellSize;
   const VecInt3D cells = input_.Cells();

@@ -19,6 +19,8 @@ class Grid_Incompressibility_FreeSurface final : public Grid_Incompressibility {
   std::uint64_t RegionRevision() const override { return 0; }  // the surface moves
 
  private:
+  void LookAtLiquidDensities();
+
   FreeSurface surface_;
   ScratchPool::Lease<double> weights_[3];
   ScratchPool::Lease<std::uint8_t> equation_;

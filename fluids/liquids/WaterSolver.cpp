@@ -94,9 +94,10 @@ bool WaterSolver::ReadParameters() {
 }
 
 // Asked by emitters, which resolve their links before a solver does.
-bool WaterSolver::HoldsParticles() const {
-  return std::ranges::any_of(RetrieveGroups(*scene, handler, kGroupsId, 1u << PK_Liquid),
-                             [](const GroupEntry& entry) { return entry.kind == PK_Liquid; });
+bool WaterSolver::HoldsParticles(const iBase* group) const {
+  return std::ranges::any_of(RetrieveGroups(*scene, handler, kGroupsId, 1u << PK_Liquid), [&](const GroupEntry& entry) {
+    return entry.kind == PK_Liquid && (!group || entry.group == group);
+  });
 }
 
 bool WaterSolver::ResolveLinks() {
@@ -186,7 +187,9 @@ void WaterSolver::AddToReport(SubstepReport& report) {
   liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
   liquid.inWalls = inWalls;
   liquid.left = std::exchange(left_, 0);
+  for (const ParticleGroup* group : groups) liquid.groups.push_back(group->DisplayName());
   TellOfSurface(liquid);
+  TellOfOthers();
   report.liquids.push_back(std::move(liquid));
 }
 

@@ -25,7 +25,7 @@ class WaterSolver final : public FluidSolver {
   static const TypeInfo& ViscousType();
 
   std::int32_t GetNodeSubType() const override { return 38; }
-  bool HoldsParticles() const override;
+  bool HoldsParticles(const iBase* group) const override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ReleaseLinks() override;
@@ -66,6 +66,9 @@ class WaterSolver final : public FluidSolver {
 
  private:
   void TellOfParticles(std::int64_t inWalls);
+  void TellOfOthers();
+  void AdviseGravity() const;
+  bool IsFilled(const ParticleGroup& group) const;
   void TellOfSurface(const LiquidReport& liquid);
   bool HasGrids() const;
   FlipLattice Lattice() const;

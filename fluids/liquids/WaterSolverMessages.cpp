@@ -4,23 +4,28 @@
 
 #include <algorithm>
 
+#include "fluids/dynamics/Force.h"
 #include "fluids/dynamics/VelocityGridEmitter.h"
 #include "fluids/liquids/WaterSolver.h"
 #include "fluids/particles/GroupList.h"
 #include "fluids/scene/EarlierNodes.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
 namespace {
 
 constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000, kMotionSourceId = 1008, kKindId = 1014;
+constexpr std::int32_t kFilledGroupId = 1000, kFilledKindId = 1001;
 constexpr std::int32_t kPositionBasedSubType = 40, kPositionBasedGroupsId = 1000;
 constexpr double kLeastRadius = 0.25;     // cells: half the distance of eight in a cell
 constexpr double kLeastPerCell = 1.5;     // particles of an occupied cell that still close up
 constexpr double kLeastGathering = 0.45;  // cells: from a face to the nearest of eight in a cell
 constexpr int kStepsToEnter = 3;
-constexpr double kLeastSurface = 0.02;   // of the volume of occupied cells
-constexpr double kManyOutside = 0.02;    // of all particles: more than some drops
+constexpr double kLeastSurface = 0.02;  // of the volume of occupied cells
+constexpr double kManyOutside = 0.02;   // of all particles: more than some drops
+constexpr double kAlike = 0.05;
+constexpr double kManyShared = 0.1;      // of the smaller liquid's cells: more than a seam
 constexpr std::size_t kFewCells = 1000;  // whose particles say nothing yet
 
 }  // namespace
@@ -36,8 +41,10 @@ void WaterSolver::Advise() {
   }
   AdviseContainer();
   if (velocityEmitter->forces.empty()) {
-    Warn("no-force", "no force acts on the liquid, so it floats where it is: add a force_gravity");
+    Warn("no-force",
+         "no force acts on the liquid, so it floats where it is: add a force_gravity with the \"strength\" 0");
   }
+  AdviseGravity();
   if (gather && gathering.radius < kLeastGathering) {
     Warn("small-gather-radius", "most faces find no particle so near and stand still; raise \"gather_radius\" to 1");
   }
@@ -65,7 +72,11 @@ void WaterSolver::Advise() {
     }
     tellShared(theirs, node);
   });
+  const InExcludeData* listed = handler.GetInExclude(kGroupsId);
+  const bool takesAll = !listed || listed->entries.empty();
   for (const ParticleGroup* group : groups) {
+    // Of all groups of the scene some are for foam.
+    if (takesAll && !IsFilled(*group)) continue;
     bool moved = scene->IsPlayed(*group);
     scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
       if (node.GetNodeSubType() != kAdvectionSubType || !node.IsEnabled()) return;
@@ -80,6 +91,34 @@ void WaterSolver::Advise() {
                      group->DisplayName()));
     return;
   }
+}
+
+// A liquid has the scene's gravity beside its forces.
+void WaterSolver::AdviseGravity() const {
+  const Vec3D gravity = scene->GetGravity();
+  for (const Force* force : velocityEmitter->forces) {
+    const BaseObject& object = *force->handler.hostObject();
+    if (!force->IsEnabled() || object.type().ShortName() != "force_gravity") continue;
+    const auto row = [&](const char* key) { return object.type().FindKey(key)->id; };
+    if (object.GetLink(row("alignment")) || HasTrack(object, row("strength"))) continue;
+    const Vec3D push = object.GetVector(row("direction")) * object.GetDouble(row("strength"));
+    if (LengthSquared(gravity) == 0 || Length(push - gravity) > kAlike * Length(gravity)) continue;
+    force->Warn("gravity-twice",
+                "it pushes as the scene's gravity does, and a liquid has that beside its forces, so it falls twice as "
+                "fast; set its \"strength\" to 0");
+  }
+}
+
+// Some emitter makes liquid in it.
+bool WaterSolver::IsFilled(const ParticleGroup& group) const {
+  bool filled = false;
+  scene->ForEachNode(NODE_EMITTER, NODE_EMITTER, [&](const iBase& node) {
+    if (!node.IsEnabled() || !node.HasRetrieveType(RETRIEVE_PARTICLE)) return;
+    const bool intoIt =
+        scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(kFilledGroupId), NODE_PARTICLES) == &group;
+    filled |= intoIt && node.handler.GetInt(kFilledKindId) == PK_Liquid;
+  });
+  return filled;
 }
 
 void WaterSolver::Conclude() {
@@ -100,6 +139,25 @@ void WaterSolver::TellOfSurface(const LiquidReport& liquid) {
   Warn("no-surface",
        "hardly a cell counts as liquid for its particles, so no pressure holds them; lower \"level_set_minimum\" or "
        "\"level_set_iso\"");
+}
+
+// Liquids of a scene have a grid and a pressure each.
+void WaterSolver::TellOfOthers() {
+  ForEachEarlier(*this, [&](const WaterSolver& other) {
+    if (!other.HasGrids() || other.levelset.grid->dims != levelset.grid->dims) return;
+    const auto mine = sort.Cells(), theirs = other.sort.Cells();
+    std::size_t both = 0;
+    for (std::size_t m = 0, t = 0; m < mine.size() && t < theirs.size();) {
+      if (mine[m] == theirs[t]) ++both;
+      const bool step = mine[m] <= theirs[t];
+      t += theirs[t] <= mine[m], m += step;
+    }
+    if (double(both) <= kManyShared * double(std::min(mine.size(), theirs.size()))) return;
+    Warn("two-in-cells",
+         fmt::format("{} of its {} cells hold \"{}\", too: two liquids don't feel each other and pass through; keep "
+                     "them apart, or let one liquid carry both groups",
+                     both, mine.size(), other.DisplayName()));
+  });
 }
 
 void WaterSolver::TellOfParticles(std::int64_t inWalls) {

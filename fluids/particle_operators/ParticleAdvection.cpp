@@ -1,5 +1,9 @@
 #include "fluids/particle_operators/ParticleAdvection.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "fluids/scene/EarlierNodes.h"
 #include "fluids/volumes/VolumeBase.h"
 
@@ -124,6 +128,16 @@ void ParticleAdvection::Advise() {
     Warn("no-solver",
          "no velocity carries its particles, so they stand still; add a dynamics object or set \"motion_source\" to "
          "\"ballistic\"");
+  }
+  const InExcludeData* list = handler.GetInExclude(kSolversId);
+  const bool takesAll = !list || list->entries.empty();
+  if (ByField() && takesAll && solvers_.size() > 1) {
+    const auto own = std::ranges::find_if(
+        solvers_, [&](const FluidSolver* each) { return kind_ == PK_Liquid && each->HoldsParticles(group_); });
+    Warn("several-solvers",
+         fmt::format("all {} dynamics objects of the scene carry its particles, one after another, and they go as much "
+                     "farther and age as much faster; list {} under \"solvers\"",
+                     solvers_.size(), own == solvers_.end() ? "one" : "\"" + (*own)->DisplayName() + "\""));
   }
   ForEachEarlier(*this, [&](const ParticleAdvection& other) {
     if (!MovesTheSame(other)) return;

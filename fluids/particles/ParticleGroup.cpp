@@ -198,6 +198,7 @@ void ParticleGroup::AddToReport(SubstepReport& report) {
     const ParticleTally tally = factories_[kind].TakeTally();
     own.counts[kind] = Count(kind);
     own.born += tally.born, own.died += tally.died, own.lost += tally.lost;
+    if (kind == PK_Liquid) own.lostLiquid = tally.lost;
     own.bytes += factories_[kind].Bytes();
     report.particles += Count(kind);
   }

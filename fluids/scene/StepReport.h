@@ -26,6 +26,7 @@ struct ParticleReport {
   std::string group;
   std::int32_t counts[4] = {};                // by kind
   std::int64_t born = 0, died = 0, lost = 0;  // in the sub-step; lost are those of the dead that solids swallowed
+  std::int64_t lostLiquid = 0;                // of the lost
   std::int64_t bytes = 0;
   std::int64_t foam = 0, spray = 0, bubbles = 0;  // the diffuse ones by class
 };
@@ -48,6 +49,7 @@ struct LiquidReport {
   std::int64_t outside = 0;  // of them, those that stand in no cell
   std::int64_t inWalls = 0;  // and those in cells that solids fill
   std::int64_t left = 0;     // removed in the sub-step beyond open faces
+  std::vector<std::string> groups;
 };
 
 // By "node path:type/part/grid", in the order of the state.

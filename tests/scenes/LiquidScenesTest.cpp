@@ -201,7 +201,14 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
          R"("group": "Other", "kind": "liquid", "motion_source")"},
         {group, group + R"({ "type": "particlegroup", "name": "Other" },)"}},
        "add a particle_advection"},
-      {{{R"("position": [50, 36, 50])", R"("position": [5000, 36, 50])"}}, "stand outside the container"},
+      {{{R"("position": [50, 36, 50])", R"("position": [5000, 36, 50])"},
+        {R"("keep_volume": 5)", R"("keep_volume": 5, "face_x_max": "open")"}},
+       "stand outside the container"},
+      {{{R"("position": [50, 36, 50])", R"("position": [0, 36, 50])"}}, "of its volume lies beyond closed walls"},
+      // Foam's group is no liquid's, where a liquid takes all of the scene.
+      {{{group, group + R"({ "type": "particlegroup", "name": "Foam" },
+                           { "type": "particle_advection", "group": "Foam", "kind": "diffuse", "solvers": ["Tank"] },)"}},
+       ""},
       {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "deep_subdivision": 0, "shallow_subdivision": 0)"}},
        "raise deep_subdivision"},
       {{{R"("deep_limit": 1000)", R"("deep_limit": 1000, "properties": ["Small"])"},
@@ -230,6 +237,19 @@ TEST(LiquidMessages, NameTheNodeAndTheRemedyOnce) {
   }
 }
 
+TEST(LiquidMessages, AnEmptyDensityChannelIsNamed) {
+  const std::string group = R"({ "type": "particlegroup", "name": "Water" },)";
+  const test::TemporaryFolder folder;
+  test::WriteText(folder / "dam.json",
+                  test::SceneTextWith("scenes/dam_break.json",
+                                      {{R"("keep_volume": 5)", R"("keep_volume": 5, "density_channel": "Empty")"},
+                                       {group, group + R"({ "type": "channel_scalar", "name": "Empty" },)"}}));
+  test::SceneFileRun run((folder / "dam.json").string(), {"Dam.voxel_size=0.12"});
+  EXPECT_ANY_THROW(run.StepThrough(0, 2));
+  ASSERT_FALSE(run.warnings.empty());
+  EXPECT_NE(run.warnings.front().find("density_channel isn't above 0"), std::string::npos) << run.warnings.front();
+}
+
 // A node that does nothing, beside the dam break: each case is what stands after the group, and part of what is told.
 TEST(LiquidMessages, NameWhatDoesNothing) {
   const std::string water = R"("groups": [{ "object": "Water", "kind": "liquid" }])";
@@ -251,6 +271,12 @@ TEST(LiquidMessages, NameWhatDoesNothing) {
       {R"({ "type": "fluid_pb", "groups": ["Water"] })", "held no passive particle"},
       {"{ \"type\": \"fluid_pb\", " + water + "}", "carried by"},
       {R"({ "type": "liquid", "groups": ["Water"] })", "listed with the kind liquid"},
+      {R"({ "type": "liquid", "container": [200, 260, 100] })", "dynamics objects of the scene carry its particles"},
+      {R"({ "type": "particlegroup", "name": "Oil" },
+          { "type": "particlegridemitter", "group": "Oil", "volume": "Column volume", "settings": "At the start" },
+          { "type": "liquid", "name": "Oil tank", "container": [200, 260, 100],
+            "groups": [{ "object": "Oil", "kind": "liquid" }] })",
+       "two liquids don't feel each other"},
       {R"({ "type": "duration", "name": "Late", "use_frames": true, "start_frame": 1 },
           { "type": "particlemesh_emission_setting", "name": "Few", "count": 20, "active_in": "Late" },
           { "type": "particlemeshemitter", "group": "Water", "volume": "Column volume", "settings": "Few" })",
