@@ -31,7 +31,7 @@ SCENES = [
     ("smoke_ring", 16, "A short push rolls smoke up into a ring that travels."),
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
     ("wind_moving_obstacle", 72, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
-    ("constraint_shaped_emission", 45, "Emission confined by a volume's skin, a gradient, a noise and what is there."),
+    ("constraint_shaped_emission", 24, "Emission confined to a ring's skin, by height, by a noise and by what is there."),
     ("curl_and_vortex", 52, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("scripted_knot", 36, "A knot of smoke: scripts say where it is, what colour it has and where it flows."),
     ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
