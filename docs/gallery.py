@@ -34,7 +34,7 @@ SCENES = [
     ("constraint_shaped_emission", 24, "Emission confined to a ring's skin, by height, by a noise and by what is there."),
     ("curl_and_vortex", 52, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("scripted_knot", 36, "A knot of smoke: scripts say where it is, what colour it has and where it flows."),
-    ("vortex_particles", 72, "Smoke made finer by vorticity particles, beside the same without."),
+    ("vortex_particles", 50, "Smoke made finer by vorticity particles, beside the same without."),
     ("dam_break", 14, "A column of water collapses."),
     ("dam_break_on_mesh", 24, "A wave meets a mesh."),
     ("breaking_wave", 20, "A bore breaks, with foam, spray and bubbles."),
