@@ -24,6 +24,9 @@ struct RigidState {
   Vec3D force, torque;   // N, N m; act for one step
   float idleTime = 0;    // s below the sleeping thresholds; below 0: a fluid took its weight
   std::int32_t asleep = 0;
+  // Of the weight of the liquid around it, the share that the liquid's pressure carried in its last solve: 1 at rest, 0
+  // where both fall.
+  double carried = 1;
 };
 
 // The triangles that a body collides with, in the axes of its pose.

@@ -198,6 +198,7 @@ void Grid_Incompressibility::BuildCoupling(bool again) {
 void Grid_Incompressibility::TakeWeight(std::size_t n, bool inLiquid) {
   VolumeBase& volume = *coupled_[n];
   RigidBody_Variational& body = *volume.Body();
+  if (!coupling_.IsWet(n)) body.state.carried = 1;
   if (!volume.IsDynamicBody() || !body.HasBody() || body.IsHeld() || !coupling_.IsWet(n)) return;
   const double dt = simulationInfo->substepDuration;
   ForceAndTorque force;
@@ -206,8 +207,9 @@ void Grid_Incompressibility::TakeWeight(std::size_t n, bool inLiquid) {
     force.force = scene->gravity / body.InverseMass();
   }
   if (inLiquid) {
-    // The liquid's weight over the way between the cells' middles and the body.
-    const ForceAndTorque offset = coupling_.SurfaceOffset(n, scene->gravity * density);
+    // The liquid's weight over the way between the cells' middles and the body, as far as the pressure carries it: in a
+    // liquid that falls there is none.
+    const ForceAndTorque offset = coupling_.SurfaceOffset(n, scene->gravity * (density * body.state.carried));
     force.force += offset.force * body.forceScale;
     force.torque = offset.torque * body.torqueScale;
   }
@@ -226,9 +228,9 @@ MovingBody Grid_Incompressibility::MovingBodyOf(const VolumeBase& volume) const 
           volume.AngularMotion() / dt};
 }
 
-std::vector<VolumeBase*> Grid_Incompressibility::SplitBodies() const {
+std::vector<VolumeBase*> Grid_Incompressibility::DynamicBodies(BodyCouplingMode coupling) const {
   std::vector<VolumeBase*> found;
-  if (couplingMode != BodyCouplingMode::Split || !(simulationInfo->substepDuration > 0)) return found;
+  if (couplingMode != coupling || !(simulationInfo->substepDuration > 0)) return found;
   for (VolumeBase* volume : bodies) {
     const bool dynamic = volume->IsEnabled() && volume->IsDynamicBody() && volume->Body()->HasBody();
     if (dynamic && volume->LevelSet()) found.push_back(volume);
@@ -240,7 +242,7 @@ std::vector<VolumeBase*> Grid_Incompressibility::SplitBodies() const {
 void Grid_Incompressibility::GatherSplitForces() {
   const double scale = simulationInfo->substepDuration / density / input_.cellSize;
   const ScalarGrid* surface = solver->GetSurfaceGrid();
-  for (VolumeBase* volume : SplitBodies()) {
+  for (VolumeBase* volume : DynamicBodies(BodyCouplingMode::Split)) {
     const ForceAndTorque sum =
         SumBodyPressure(input_, solver->velocity.GetGrid(0)->space, MovingBodyOf(*volume), pressure_->data,
                         surface ? GridView<const double>(*surface) : GridView<const double>(), scene->pool(),
@@ -261,6 +263,10 @@ void Grid_Incompressibility::GatherBodyForces() {
     VolumeBase& volume = *coupled_[n];
     if (!volume.IsDynamicBody() || !volume.Body()->HasBody() || !coupling_.IsWet(n)) continue;
     RigidBody_Variational& body = *volume.Body();
+    if (system_.equation) {
+      const auto carried = coupling_.ShareOf(scene->gravity * density, n, pressure_->data, system_.equation);
+      body.state.carried = std::clamp(carried.value_or(body.state.carried), 0.0, 1.0);
+    }
     const Vec3D force = forces[n].force * body.forceScale, torque = forces[n].torque * body.torqueScale;
     if (!body.FeelsForce(force, torque)) continue;
     volume.TakeImpulse(force * dt, torque * dt);
@@ -371,7 +377,8 @@ void Grid_Incompressibility::ReportOutcome(const PressureOutcome& outcome) {
   report.residual = largestRightSide_ > 0 ? residual / largestRightSide_ : 0;
   if (outcome.tested) report.converged = outcome.converged;
   // Split bodies give way in the system, but only in the next sub-step in the velocity, so what is left says nothing.
-  if (outcome.tested && outcome.converged && report.residual > settings.toleranceFactor && SplitBodies().empty()) {
+  if (outcome.tested && outcome.converged && report.residual > settings.toleranceFactor &&
+      DynamicBodies(BodyCouplingMode::Split).empty()) {
     // The matrix has h h in single precision, the gradient has h: an exact solution leaves the difference.
     const double ofSystem = std::max(4 * settings.toleranceFactor, double(std::numeric_limits<float>::epsilon()));
     report.converged = residual <= std::max(ofSystem * largestRightSide_, RoundingOfDivergence());

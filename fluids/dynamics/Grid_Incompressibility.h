@@ -58,6 +58,8 @@ class Grid_Incompressibility : public iObject {
   // same sub-step is told so: bodies have had their weight.
   void Project(bool again = false);
 
+  // The bodies that forces move, where they are coupled so.
+  std::vector<VolumeBase*> DynamicBodies(BodyCouplingMode coupling) const;
   // Bytes that a projection borrows on a grid of these dims.
   double ScratchBytes(const VecInt3D& dims) const;
 
@@ -88,8 +90,6 @@ class Grid_Incompressibility : public iObject {
   virtual void Release();
   GridView<const double> DensityView() const;
   MovingBody MovingBodyOf(const VolumeBase& volume) const;
-  // Those that forces move, where the coupling is split.
-  std::vector<VolumeBase*> SplitBodies() const;
 
   FluidSolver* solver = nullptr;
 

@@ -54,7 +54,7 @@ void Grid_Incompressibility_FreeSurface::AssembleSystem() {
   equation_ = scene->scratch().Take<std::uint8_t>(cells);
   FillSurfaceWeights(surface_, surface_.density.data ? dt / (h * h) : dt / (h * h) / density, weights, equation_->data,
                      scene->pool());
-  for (const VolumeBase* volume : SplitBodies()) {
+  for (const VolumeBase* volume : DynamicBodies(BodyCouplingMode::Split)) {
     AddBodyWeights(surface_, solver->velocity.GetGrid(0)->space, MovingBodyOf(*volume), h,
                    volume->Body()->InverseMass() * dt / density, weights, scene->pool());
   }

@@ -313,9 +313,39 @@ void WaterSolver::Project() {
   divergenceSource.ResetSimulation();
 }
 
+// Faces beside a body that no particle gave a velocity would stand still. Where the pressure moves the body, it answers
+// for all faces of the cells there, and such ones would hold it back: they move with the body.
+void WaterSolver::MoveEmptyFacesWith(const VolumeBase& body) {
+  constexpr double kReach = 2;  // cells
+  const GridSpace& box = body.LevelSet()->space;
+  for (int axis = 0; axis < 3; ++axis) {
+    ScalarGrid& now = *velocity.grids[axis];
+    if (!before_[axis] || before_[axis]->dims != now.dims) continue;
+    const GridView<const float> open = fractions.View(axis, 1);
+    const GridView<const double> before(*before_[axis]);
+    const Vec3D offset = CellSampleOffset(static_cast<std::uint32_t>(axis)), room(kReach);
+    const VecInt3D low = Max(SnappedCell(now.space.VoxelOfSim(box.simMin) - room), VecInt3D(1, 1, 1));
+    const VecInt3D high = Min(SnappedCell(now.space.VoxelOfSim(box.simMax) + room), now.dims - VecInt3D(1, 1, 1));
+    ParallelRange(scene->pool(), low.z, std::max(low.z, high.z), [&](int from, int to, int) {
+      for (int k = from; k < to; ++k) {
+        for (int j = low.y; j < high.y; ++j) {
+          for (int i = low.x; i < high.x; ++i) {
+            if (before(i, j, k) != 0 || !(open(i, j, k) > 0)) continue;
+            const Vec3D p = now.space.SimOfVoxel(Vec3D(i, j, k) + offset);
+            if (body.SampleWorld(p) < kReach * now.space.cellSize) now(i, j, k) += body.VelocityAt(p)[axis];
+          }
+        }
+      }
+    });
+  }
+}
+
 void WaterSolver::ProjectOnce(bool again) {
   constraint.Apply();
   ApplyContainerBoundary(1.0f);
+  if (!again) {
+    for (const VolumeBase* body : projection->DynamicBodies(BodyCouplingMode::Joint)) MoveEmptyFacesWith(*body);
+  }
   projection->Project(again);
   ExtrapolateVelocity();
   constraint.Apply();

@@ -127,7 +127,8 @@ void BodyCoupling::Build(std::vector<CoupledBody> bodies, const DivergenceInput&
   rows_.clear();
   begins_.assign(1, 0);
   offsets_.assign(bodies_.size(), {});
-  const double h = input.cellSize;
+  const double h = cellSize_ = input.cellSize;
+  cells_ = input.Cells();
   inverseCell_ = 1 / (h * h * h);
   std::vector<std::vector<Row>> found(bodies_.size());
   ParallelRange(pool, 0, static_cast<int>(bodies_.size()), [&](int first, int last, int) {
@@ -166,6 +167,23 @@ std::vector<ForceAndTorque> BodyCoupling::Forces(const double* pressure, WorkerP
     for (int b = first; b < last; ++b) totals[std::size_t(b)] = Total(std::size_t(b), pressure);
   });
   return totals;
+}
+
+std::optional<double> BodyCoupling::ShareOf(const Vec3D& gradient, std::size_t body, const double* pressure,
+                                            const std::uint8_t* equation) const {
+  const std::int64_t strides[3] = {1, cells_.x, std::int64_t(cells_.x) * cells_.y};
+  double sum = 0, weights = 0;
+  for (std::size_t r = begins_[body]; r < begins_[body + 1]; ++r) {
+    const std::int64_t c = rows_[r].cell;
+    for (int axis = 0; axis < 3; ++axis) {
+      for (const std::int64_t step : {-strides[axis], strides[axis]}) {
+        if (gradient[axis] == 0 || !equation[c] || !equation[c + step]) continue;
+        const double slope = (pressure[c + step] - pressure[c]) / (step < 0 ? -cellSize_ : cellSize_);
+        sum += slope * gradient[axis], weights += gradient[axis] * gradient[axis];
+      }
+    }
+  }
+  return weights > 0 ? std::optional(sum / weights) : std::nullopt;
 }
 
 // Two bodies may meet in a cell: what they add to it is added body by body.

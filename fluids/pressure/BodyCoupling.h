@@ -18,6 +18,8 @@
 //
 // The second term is symmetric and positive, of rank six a body, and is added to each product with the matrix.
 
+#include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "fluids/grids/GridSpace.h"
@@ -58,6 +60,10 @@ class BodyCoupling {
   ForceAndTorque SurfaceOffset(std::size_t body, const Vec3D& gradient) const {
     return {offsets_[body].linear.Rotate(gradient), offsets_[body].angular.Rotate(gradient)};
   }
+  // How much of a gradient (Pa/m) the pressure has around the body, along it: a mean over the differences between its
+  // cells and those next to them that hold fluid. Without any, nothing.
+  std::optional<double> ShareOf(const Vec3D& gradient, std::size_t body, const double* pressure,
+                                const std::uint8_t* equation) const;
   // The fluid touches it.
   bool IsWet(std::size_t body) const { return begins_[body + 1] > begins_[body]; }
 
@@ -76,6 +82,8 @@ class BodyCoupling {
   ForceAndTorque Total(std::size_t body, const double* values) const;
 
   std::vector<CoupledBody> bodies_;
+  VecInt3D cells_;
+  double cellSize_ = 1;
   std::vector<Row> rows_;  // of body n from begins_[n] to begins_[n + 1]
   std::vector<std::size_t> begins_{0};
   std::vector<Offsets> offsets_;

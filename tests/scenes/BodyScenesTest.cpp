@@ -51,6 +51,39 @@ TEST(BodyScenes, TheCrateFloats) {
   EXPECT_LT(height, 105);
 }
 
+// Nothing holds back what falls beside water that falls: neither its pressure, which there is none, nor faces without
+// particles.
+TEST(BodyScenes, ABodyFallsWithTheWaterBesideIt) {
+  const auto fallen = [](double density, const char* kind) {
+    const std::string text = R"({ "orlix": 1, "fps": 24, "frames": [0, 6], "objects": [
+      { "type": "sphere", "name": "Ball", "radius": 10, "position": [57, 75, 20] },
+      { "type": "box", "name": "Column", "size": [20, 20, 20], "position": [40, 75, 20] },
+      { "type": "scene", "name": "Fall", "voxel_size": 0.05, "max_substeps": 7, "min_substeps": 8, "children": [
+        { "type": "volume", "name": "Body", "object": "Ball", "tags": [{ "type": "c4d_obstacle", "driven": false,
+          "mass_mode": "density", "inertia": "solid", "margin": 0.005, "density": )" +
+                             std::to_string(density) + R"( }] },
+        { "type": "volume", "name": "Block", "object": "Column" }, { "type": "particlegroup", "name": "Water" },
+        { "type": "particlegridemitter", "name": "Fill", "group": "Water", "kind": ")" +
+                             kind + R"(", "volume": "Block", "settings": "Start" },
+        { "type": "particlemesh_emission_setting", "name": "Start", "active_in": "First frame" },
+        { "type": "duration", "name": "First frame", "use_frames": true, "length_frames": 1 },
+        { "type": "liquid", "name": "Tank", "container": [120, 120, 40], "pressure_solver": "multigrid" },
+        { "type": "force_gravity", "name": "Weight", "strength": 0 },
+        { "type": "particle_advection", "name": "Flow", "group": "Water", "kind": "liquid", "solvers": ["Tank"] }
+      ] } ] })";
+    const test::TemporaryFolder folder;
+    test::WriteText(folder / "fall.json", text);
+    SceneFileRun run((folder / "fall.json").string());
+    run.StepThrough(0, 6);
+    return Vec3D(57, 75, 20) - run.Object("Ball").GlobalMatrix().off;
+  };
+  const Vec3D alone = fallen(500, "passive"), heavy = fallen(500, "liquid"), light = fallen(50, "liquid");
+  EXPECT_GT(alone.y, 15);
+  EXPECT_NEAR(heavy.y, alone.y, 0.03 * alone.y);
+  EXPECT_NEAR(light.y, alone.y, 0.1 * alone.y);
+  EXPECT_LT(std::abs(light.x), 0.1 * alone.y);
+}
+
 // A coupled object falls, floats and drifts with the water, and begins again where it was.
 TEST(BodyScenes, ACoupledObjectSwims) {
   const test::TemporaryFolder folder;
