@@ -1,7 +1,10 @@
 // The functions of the library: each finds the engine's object behind a handle and forwards. What an object isn't gives
 // nothing.
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 
@@ -20,6 +23,7 @@ namespace {
 namespace api = ZQAPI;
 
 PluginHandle& HandleBehind(const void* handle) { return *static_cast<PluginHandle*>(const_cast<void*>(handle)); }
+bool IsThread(std::int32_t thread) { return thread >= 0 && thread < WorkerPool::kMaxWorkers; }
 // The node behind a handle as one of its class; null when it is none.
 template <class Node>
 Node* NodeBehind(const void* handle) {
@@ -125,7 +129,13 @@ std::int32_t FindChannelsOf(api::ZQServer* server, const api::BaseObject* object
 void WeighPlaces(api::ZQServer* server, const api::PlaceBatch& places, double* weights) {
   PluginContext& context = PluginContext::Of(server);
   context.NoteAsking();
-  if (context.constraints.empty() || places.count < 1 || places.count > api::kBatch) return;
+  if (places.count > api::kBatch || !IsThread(places.threadIndex)) {
+    return context.NoteFault(ErrorKind::Internal,
+                             fmt::format("its plug-in asks its constraints for {} places in thread {}, which may be {} "
+                                         "at once in a thread below {}",
+                                         places.count, places.threadIndex, api::kBatch, WorkerPool::kMaxWorkers));
+  }
+  if (context.constraints.empty()) return;
   Vec3D points[api::kBatch];
   std::uint8_t open[api::kBatch];
   for (std::int32_t n = 0; n < places.count; ++n) {
@@ -134,7 +144,8 @@ void WeighPlaces(api::ZQServer* server, const api::PlaceBatch& places, double* w
   }
   const auto* group = NodeBehind<ParticleGroup>(places.group);
   ParticleList* list = group && places.kind >= 0 && places.kind < kParticleKinds ? group->list(places.kind) : nullptr;
-  const bool known = list && places.firstIndex >= 0 && places.firstIndex + places.count <= list->count();
+  const std::int64_t begin = places.firstIndex, last = begin + places.count - 1;
+  const bool known = list && begin >= 0 && last < list->count() && begin >> kChunkShift == last >> kChunkShift;
   if (known) {
     const auto first = static_cast<std::int32_t>(places.firstIndex);
     EvaluateChain(context.constraints,
@@ -465,7 +476,7 @@ bool PrepareNeighboursOf(api::ZQParticleGroup* handle, std::int32_t kind, std::i
 void FindNeighboursOf(const api::ZQParticleGroup* handle, std::int32_t kind, const api::Vec3D& p, double radius,
                       std::int32_t thread, api::NeighborData* out) {
   const auto* group = NodeBehind<ParticleGroup>(handle);
-  if (!group || !IsKind(kind) || !group->Tree(kind) || thread < 0 || thread >= WorkerPool::kMaxWorkers) return;
+  if (!group || !IsKind(kind) || !group->Tree(kind) || !IsThread(thread)) return;
   const std::span<const Neighbour> found = group->Nearest(kind, FromApi(p), radius, thread);
   out->neighbors = reinterpret_cast<const api::Neighbor*>(found.data());
   out->count = static_cast<std::int32_t>(found.size());
@@ -496,7 +507,8 @@ constexpr api::ConstraintTable kConstraintTable = {
     .Evaluate =
         [](const api::ZQConstraint* c, const api::Vec3D& p, double* value, std::int32_t thread) {
           const auto* node = NodeBehind<Constraint>(c);
-          return !node || node->Evaluate(FromApi(p), *value, &HandleBehind(c).context->self, thread);
+          return !node || !IsThread(thread) ||
+                 node->Evaluate(FromApi(p), *value, &HandleBehind(c).context->self, thread);
         },
     .Finish =
         [](api::ZQConstraint* c) {
@@ -545,6 +557,10 @@ constexpr api::Library kLibrary = {
 static_assert(sizeof(api::Neighbor) == sizeof(Neighbour) &&
               offsetof(api::Neighbor, distance) == offsetof(Neighbour, distance));
 static_assert(sizeof(VecInt3D) == 3 * sizeof(std::int32_t));
+// What plug-ins of this generation were built with; see CONTRIBUTING.md before changing a number.
+static_assert(api::kLibraryVersion / 1000 == 25 && sizeof(api::NodeCalls) == 144 && sizeof(api::Row) == 112 &&
+              sizeof(api::NodeType) == 72 && sizeof(api::ForceBatch) == 112 && sizeof(api::ConstraintBatch) == 72 &&
+              sizeof(api::ProcessDataParticles) == 128 && sizeof(api::ChunkData) == 56);
 
 const ZQAPI::Library& PluginLibraryTables() { return kLibrary; }
 

@@ -84,7 +84,8 @@ unsigned PlaceReadBy(const BaseObject& object) {
   const std::string_view name = object.type().ShortName();
   const auto found =
       std::find_if(std::begin(kReads), std::end(kReads), [&](const auto& each) { return each.first == name; });
-  if (object.type().role != TypeRole::Node) return kPlacePosition | kPlaceAxes;
+  const bool isPlugin = object.type().base != 0;  // it may read anything
+  if (isPlugin || object.type().role != TypeRole::Node) return kPlacePosition | kPlaceAxes;
   return found == std::end(kReads) ? 0 : found->second;
 }
 

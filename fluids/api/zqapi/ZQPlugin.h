@@ -334,7 +334,7 @@ constexpr NodeCalls CallsOf() {
 template <class Node>
 [[gnu::visibility("hidden")]] inline constexpr NodeCalls kCalls = CallsOf<Node>();
 
-inline void Attach(const Library* library) { theLibrary = library; }
+[[gnu::visibility("hidden")]] inline void Attach(const Library* library) { theLibrary = library; }
 
 }  // namespace detail
 
