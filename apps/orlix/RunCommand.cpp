@@ -253,6 +253,12 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   if (run.state().interrupted && checkpoints.last()) {
     spdlog::info("--resume goes on after frame {}", *checkpoints.last());
   }
+  if (!program.options.quiet && !run.state().interrupted && status.ok() && results.files() == 0 && !statistics &&
+      RecordedCaches(document).empty()) {
+    spdlog::info(
+        "the run kept nothing: no \"output\" of the scene asks for files and no cache records; switch on \"pictures\", "
+        "\"meshes\", \"particles\" or \"vdb\" of an \"output\", or use orlix render");
+  }
   if (status.ok()) PrintOutcome(program, options, run, seconds, peak.bytes, liquids);
   return status;
 }

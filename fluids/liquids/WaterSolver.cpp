@@ -142,6 +142,7 @@ bool WaterSolver::ApplyBounds(const Vec3D& min, const Vec3D& max) {
   }
   if (!IsActive()) return true;
   if (!FluidSolver::ApplyBounds(min, max)) return false;
+  TellOfMovedWalls();
   SortParticles(kBoundsCapacity);
   const bool applied = levelset.ApplyBounds(min, max);
   ++surfaceRevision_;
@@ -183,7 +184,8 @@ void WaterSolver::AddToReport(SubstepReport& report) {
   liquid.surfaceVolume = LiquidVolume(*levelset.grid, byMass ? 2 * particleLevelset.Reach() : h, h * h * h,
                                       fractions.View(0, 0), scene->pool());
   for (const ParticleGroup* group : groups) liquid.particles += group->Count(PK_Liquid);
-  liquid.outside = liquid.particles - static_cast<std::int64_t>(sort.AllEntries().size());
+  // What was emitted since is computed from the next sub-step on.
+  liquid.outside = sortedOf_ - static_cast<std::int64_t>(sort.AllEntries().size());
   liquid.particleVolume = double(liquid.particles) / keeping.particles * h * h * h;
   liquid.inWalls = inWalls;
   liquid.left = std::exchange(left_, 0);
@@ -207,6 +209,8 @@ FlipLattice WaterSolver::Lattice() const {
 void WaterSolver::SortParticles(std::int32_t capacity) {
   sort.Configure(PK_Liquid, velocity.grids[0]->space, capacity);
   sort.Sort(groups, false, scene->pool());
+  sortedOf_ = 0;
+  for (const ParticleGroup* group : groups) sortedOf_ += group->Count(PK_Liquid);
 }
 
 void WaterSolver::ProcessStage() {

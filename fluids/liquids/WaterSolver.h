@@ -68,6 +68,7 @@ class WaterSolver final : public FluidSolver {
   void TellOfParticles(std::int64_t inWalls);
   void TellOfOthers();
   void AdviseGravity() const;
+  void TellOfMovedWalls();
   bool IsFilled(const ParticleGroup& group) const;
   void TellOfSurface(const LiquidReport& liquid);
   bool HasGrids() const;
@@ -84,6 +85,9 @@ class WaterSolver final : public FluidSolver {
   std::uint64_t surfaceRevision_ = 0;
   // For what is told.
   bool hadGroups_ = false, hadParticles_ = false;
+  Vec3D roomMin_, roomMax_;  // within the walls of the sub-step before
+  bool hadRoom_ = false;
+  std::int64_t sortedOf_ = 0;  // particles when they were sorted
   int stepsOutside_ = 0, stepsBeside_ = 0, stepsWithoutSurface_ = 0;
   std::int64_t left_ = 0;                 // drained in this sub-step
   ScratchPool::Lease<double> before_[3];  // the velocity that particles gave the faces, from stage 8 to 11

@@ -141,6 +141,30 @@ void WaterSolver::TellOfSurface(const LiquidReport& liquid) {
        "\"level_set_iso\"");
 }
 
+// Walls of a container have no velocity: what they pass is pushed onto them, and its volume with it.
+void WaterSolver::TellOfMovedWalls() {
+  Vec3D low, high;
+  RoomOfWalls(low, high);
+  const bool moved = hadRoom_ && !(low == roomMin_ && high == roomMax_);
+  roomMin_ = low, roomMax_ = high, hadRoom_ = true;
+  if (!moved) return;
+  std::int64_t all = 0, passed = 0;
+  for (const ParticleGroup* group : groups) {
+    const ParticleList* list = group->list(PK_Liquid);
+    for (std::int32_t n = 0; list && n < list->count(); ++n) {
+      const Vec3D p = list->Position(n);
+      ++all;
+      passed += p.x < low.x || p.y < low.y || p.z < low.z || p.x > high.x || p.y > high.y || p.z > high.z;
+    }
+  }
+  if (double(passed) <= kManyOutside * double(all)) return;
+  Warn(
+      "moved-walls",
+      fmt::format("its walls moved past {} of {} particles, which are pushed onto them and lose their volume; hold the "
+                  "container still, and move an obstacle, or shake the liquid by a force",
+                  passed, all));
+}
+
 // Liquids of a scene have a grid and a pressure each.
 void WaterSolver::TellOfOthers() {
   ForEachEarlier(*this, [&](const WaterSolver& other) {

@@ -8,6 +8,7 @@
 
 #include "fluids/channels/VectorChannels.h"
 #include "fluids/particle_emitters/EmissionForecast.h"
+#include "host/objects/HasTrack.h"
 
 namespace orlix {
 
@@ -129,6 +130,11 @@ void ObjectParticleGridEmitter::Advise() {
   handler_.Advise(*this);
   if (!volume) Warn("no-volume", "no volume is linked: nothing is emitted; link one under volume");
   AdviseSubdivisions();
+  const BaseObject& object = *handler.hostObject();
+  const bool keyed = HasTrack(object, kInnerBandId) || HasTrack(object, kOuterBandId);
+  if (!keyed && -innerBand_ >= outerBand_ && innerBand_ != 1) {
+    Warn("no-band", "\"inner_band\" and \"outer_band\" leave no band, so nothing is emitted; raise one of them");
+  }
   const InExcludeData* list = handler.GetInExclude(kSolversId);
   if (list && !list->entries.empty() && !limitedBySolvers_) {
     Warn("no-liquid", "none of solvers is a liquid that has particles: they limit nothing; list liquids");

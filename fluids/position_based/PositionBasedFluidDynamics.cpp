@@ -133,6 +133,14 @@ void PositionBasedFluidDynamics::Advise() {
                                        other.DisplayName(), entry.group->DisplayName()));
     }
   });
+  scene->ForEachNode(NODE_VOLUME, NODE_VOLUME, [&](const iBase& node) {
+    const auto* body = node.IsEnabled() ? dynamic_cast<const VolumeBase*>(&node) : nullptr;
+    if (!body || !body->IsDynamicBody()) return;
+    Warn("pushes-no-body",
+         fmt::format("its particles don't push bodies: \"{}\" falls through them; take a liquid for it to float on, or "
+                     "keyframe the body",
+                     body->DisplayName()));
+  });
   const double strength = handler.GetDouble(kVorticityStrengthId);
   if (strength != kVorticityStrength && strength != 0 &&
       handler.GetDocument()->ObjectsOfType(FindProperty(PP::ExternalForce)->nodeType).empty()) {
