@@ -1,11 +1,14 @@
 #include "fluids/api/PluginLibraries.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <fmt/format.h>
+#include <link.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 
 #include "fluids/api/PluginConstraint.h"
 #include "fluids/api/PluginForce.h"
@@ -199,6 +202,24 @@ Status TakeType(const ZQAPI::NodeType& from, const std::string& place, const Typ
   return {};
 }
 
+// Whether a file holds all that its headers say will be mapped: the loader reads beyond the end of one that was cut
+// off.
+bool IsWholeLibrary(const fs::path& file) {
+  std::error_code error;
+  const std::uint64_t size = fs::file_size(file, error);
+  std::ifstream in(file, std::ios::binary);
+  ElfW(Ehdr) head{};
+  if (error || !in.read(reinterpret_cast<char*>(&head), sizeof head)) return false;
+  if (std::memcmp(head.e_ident, ELFMAG, SELFMAG) != 0 || head.e_phentsize != sizeof(ElfW(Phdr))) return false;
+  if (head.e_phoff > size || !in.seekg(static_cast<std::streamoff>(head.e_phoff))) return false;
+  for (int n = 0; n < head.e_phnum; ++n) {
+    ElfW(Phdr) segment{};
+    if (!in.read(reinterpret_cast<char*>(&segment), sizeof segment)) return false;
+    if (segment.p_filesz > size || segment.p_offset > size - segment.p_filesz) return false;
+  }
+  return head.e_phnum > 0;
+}
+
 Result<std::vector<fs::path>> LibrariesIn(const fs::path& path) {
   std::error_code error;
   if (!fs::is_directory(path, error)) return std::vector<fs::path>{path};
@@ -235,6 +256,7 @@ Status PluginLibraries::LoadLibrary(const fs::path& file, TypeRegistry& types) {
   std::error_code error;
   const std::string name = file.string(), whole = fs::absolute(file, error).string();
   if (!fs::is_regular_file(file, error)) return Unfit(name, "there is no such plug-in");
+  if (!IsWholeLibrary(file)) return Unfit(name, "it can't be loaded: it is no shared library, or one that is cut off");
   void* const handle = ::dlopen(whole.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle) {
     const char* const why = ::dlerror();

@@ -240,11 +240,13 @@ INSTANTIATE_TEST_SUITE_P(All, PluginFault, testing::ValuesIn(kFaults),
 TEST(PluginLibrary, WhatCantBeTakenInIsSaidAndAddsNoType) {
   test::TemporaryFolder folder;
   test::WriteText(folder / "text.so", "no library");
+  test::WriteText(folder / "half.so", test::ReadText(PluginFile("example_plugin")).substr(0, 4000));
   const std::pair<std::filesystem::path, const char*> cases[] = {
       {PluginFile("test_plugin_old"), "for version 24000 of the interface, this program has 25000"},
       {PluginFile("test_plugin_foreign"), "isn't what a plug-in shows"},
       {PluginFile("test_plugin_silent"), "lacks the symbol zq_plugin"},
-      {folder / "text.so", "can't be loaded"},
+      {folder / "text.so", "no shared library, or one that is cut off"},
+      {folder / "half.so", "no shared library, or one that is cut off"},
       {folder / "none.so", "there is no such plug-in"},
   };
   TypeRegistry types;
