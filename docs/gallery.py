@@ -48,7 +48,7 @@ SCENES = [
     ("raft", 14, "A crate lands on a raft."),
     ("dominoes_in_wave", 22, "A wave and a row of dominoes."),
     ("wall_in_wave", 18, "A wave breaks a wall of bricks."),
-    ("ball_lets_go", 62, "A ball is dragged through smoke and let go."),
+    ("ball_lets_go", 60, "A smoking ball is carried along an arc and let go."),
     ("pouring", 48, "Water is poured into a glass with thin walls."),
     ("fountain", 36, "A jet of water falls back into its basin."),
     ("honey", 36, "A viscous thread coils up on a plate."),
