@@ -150,7 +150,7 @@ TEST(ConstraintShapedEmission, StartsWhereTheChainAllows) {
     (p.y < 1.1 ? low : high) += v;
   });
   EXPECT_GT(filled, 200);
-  EXPECT_GT(core, 20);
+  EXPECT_GT(core, 10);
   EXPECT_GT(patches, 50);
   EXPECT_GT(high, 1.5 * low);
 }
