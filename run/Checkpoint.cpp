@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint32_t kIdent = 0x6F78636B;  // "oxck"
-constexpr std::int32_t kFormat = 1;           // grows when older files can't be read any more
+constexpr std::int32_t kFormat = 2;           // grows when older files can't be read any more
 
 std::uint64_t HashScenes(const OrlixHook& hook) {
   StateHash hash;

@@ -136,6 +136,7 @@ Status PictureMaker::Render(const RunState& state, const std::vector<fs::path>& 
   if (unfinished.pixelCount() > 0) render.unfinished = &unfinished;
   Result<Picture> picture = RenderPicture(world, state.pool, render, &report_);
   if (!picture) return picture.error();
+  if (const Error* failure = state.hook.Failure()) return *failure;  // of a constraint that a material asked
   if (report_.broken) {
     return options_.work && report_.tilesDone > 0 ? options_.work->KeepUnfinished(*picture, state.frame) : Status();
   }

@@ -54,6 +54,7 @@ void ParameterReader::Read(BaseObject& object, const std::shared_ptr<const Sourc
     const Spelling spelling = ReadSpelling(object, place, member.key, skip);
     if (!spelling.row) continue;
     places_.Add(object, spelling.row->id, place);
+    object.MarkGiven(spelling.row->id);
     const ParameterSite site{source, &object, spelling.row, &mistakes_, spelling.keys ? "@" : ""};
     const auto [first, fresh] = seen.emplace(std::pair(spelling.row->id, spelling.keys), member.key);
     if (!fresh && first->second != member.key) {  // the very same key is the JSON reader's to report
@@ -98,6 +99,11 @@ ParameterReader::Spelling ParameterReader::ReadSpelling(const BaseObject& object
     return complain([&] {
       std::vector<std::string_view> known(skip);
       type.ForEachParameter([&](const Parameter& row) { known.push_back(row.key); });
+      if (name == "enabled") {
+        return fmt::format(
+            ": {} has no parameter \"enabled\"; take it out of the scene or its lists, or comment it out",
+            WrittenName(type));
+      }
       const std::string nearest = NearestOf(name, known);
       return fmt::format(": {} has no parameter {}{}", WrittenName(type), Quoted(name), DidYouMean(nearest));
     });

@@ -85,7 +85,7 @@ Status WriteMesh(const ConvertOptions& options, PolygonObject mesh, FileUnits un
 
 Status ConvertMesh(const ConvertOptions& options) {
   Result<PolygonObject> mesh = ReadMesh(options.in);
-  return mesh ? WriteMesh(options, std::move(*mesh), {}) : mesh.error();
+  return mesh ? WriteMesh(options, std::move(*mesh), ReadMeshUnits(options.in)) : mesh.error();
 }
 
 Status ReadWholePoints(const std::filesystem::path& path) { return ReadVdbPoints(path).status(); }

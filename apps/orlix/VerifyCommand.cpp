@@ -76,6 +76,9 @@ Status VerifyCommand(const Program& program, const std::string& path) {
   const Result<FolderReport> report = ReportFolder(path);
   if (!report.ok()) return report.error();
   program.options.json ? PrintJson(path, *report) : PrintText(path, *report);
+  if (report->whole + report->broken + report->missing == 0 && report->records.empty()) {
+    return Status::Fail(ErrorKind::InputFile, path + ": holds no results");
+  }
   if (report->broken == 0 && report->surelyMissing == 0 && report->stale == 0) return {};
   return Status::Fail(
       ErrorKind::InputFile,

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fstream>
 
 #include "exchange/meshes/UsdaFile.h"
 #include "host/files/AtomicStream.h"
@@ -59,6 +62,23 @@ const MeshFileFormat* FindMeshFileFormat(const std::filesystem::path& path) {
   const auto found = std::find_if(std::begin(kMeshFiles), std::end(kMeshFiles),
                                   [&](const MeshFileFormat& format) { return ending == format.extension; });
   return found == std::end(kMeshFiles) ? nullptr : found;
+}
+
+FileUnits ReadMeshUnits(const std::filesystem::path& path) {
+  constexpr std::size_t kHead = 1024;
+  constexpr std::string_view kMetres = "metres_per_unit ", kUp = "up_axis ";
+  const MeshFileFormat* format = FindMeshFileFormat(path);
+  if (format && format->write == WriteGlb) return {1, false};  // by its definition
+  std::string head(kHead, '\0');
+  std::ifstream in(path, std::ios::binary);
+  in.read(head.data(), kHead);
+  head.resize(static_cast<std::size_t>(in.gcount()));
+  FileUnits units;
+  const std::size_t at = head.find(kMetres), up = head.find(kUp);
+  if (at == std::string::npos || up == std::string::npos) return {};
+  std::from_chars(head.data() + at + kMetres.size(), head.data() + head.size(), units.metresPerUnit);
+  units.upZ = head.compare(up + kUp.size(), 1, "z") == 0;
+  return units.metresPerUnit > 0 && std::isfinite(units.metresPerUnit) ? units : FileUnits();
 }
 
 Status WriteMeshFile(const std::filesystem::path& path, const PolygonObject& mesh, const FileUnits& units) {

@@ -22,6 +22,9 @@ std::span<const MeshFileFormat> MeshFileFormats();
 // By the name's ending, upper or lower case; null for any other.
 const MeshFileFormat* FindMeshFileFormat(const std::filesystem::path& path);
 
+// The units that WriteMeshFile left in the head of a file; of glTF what it defines. Nothing where none are known.
+FileUnits ReadMeshUnits(const std::filesystem::path& path);
+
 // To a temporary name first. Output for a name of another ending.
 Status WriteMeshFile(const std::filesystem::path& path, const PolygonObject& mesh, const FileUnits& units);
 

@@ -24,10 +24,11 @@ constexpr Preset kViscosity{FluidSolver::kViscosityPresetId, Grid_Viscosity::kVi
 constexpr Preset kDensity{FluidSolver::kDensityPresetId, Grid_Incompressibility::kDensityId, kDensityPresetOffset,
                           &SubstanceInfo::density};
 
-// Gives the preset that is chosen now.
-std::int64_t FollowPreset(BaseObject& object, const Preset& preset, std::int64_t known) {
+// Gives the preset that is chosen now. Who sets a value beside a preset at the start wants the value.
+std::int64_t FollowPreset(BaseObject& object, const Preset& preset, std::int64_t known, bool atStart) {
   const std::int64_t chosen = object.GetInt(preset.presetId);
-  if (chosen == known) {
+  const bool given = atStart && object.GetDouble(preset.valueId) != object.type().Find(preset.valueId)->number;
+  if (chosen == known || given) {
     object.Set(preset.presetId, kCustom + preset.offset);
     return kCustom + preset.offset;
   }
@@ -47,10 +48,11 @@ void FluidObject::Init(BaseObject& object) {
 
 Status FluidObject::Update(BaseObject& object, const BaseTime&) {
   if (object.dirtyCount() == seen_) return {};
-  viscosityPreset_ = FollowPreset(object, kViscosity, viscosityPreset_);
-  densityPreset_ = FollowPreset(object, kDensity, densityPreset_);
+  const bool atStart = seen_ == 0;
+  viscosityPreset_ = FollowPreset(object, kViscosity, viscosityPreset_, atStart);
+  densityPreset_ = FollowPreset(object, kDensity, densityPreset_, atStart);
   // Who sets an anchor and no mode wants it kept.
-  const bool given = seen_ == 0 && object.GetVector(FluidSolver::kAnchorId) != Vec3D();
+  const bool given = atStart && object.GetVector(FluidSolver::kAnchorId) != Vec3D();
   if (given && object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId) == AnchorMode::Corner) {
     object.Set(FluidSolver::kAnchorModeId, static_cast<std::int64_t>(AnchorMode::Custom));
   }

@@ -318,38 +318,59 @@ void WaterSolver::Project() {
 }
 
 // Faces beside a body that no particle gave a velocity would stand still. Where the pressure moves the body, it answers
-// for all faces of the cells there, and such ones would hold it back: they move with the body.
-void WaterSolver::MoveEmptyFacesWith(const VolumeBase& body) {
+// for all faces of the cells there, and such ones would hold it back: they move with the body that is nearest.
+void WaterSolver::MoveEmptyFaces() {
   constexpr double kReach = 2;  // cells
-  const GridSpace& box = body.LevelSet()->space;
-  for (int axis = 0; axis < 3; ++axis) {
-    ScalarGrid& now = *velocity.grids[axis];
-    if (!before_[axis] || before_[axis]->dims != now.dims) continue;
-    const GridView<const float> open = fractions.View(axis, 1);
-    const GridView<const double> before(*before_[axis]);
-    const Vec3D offset = CellSampleOffset(static_cast<std::uint32_t>(axis)), room(kReach);
-    const VecInt3D low = Max(SnappedCell(now.space.VoxelOfSim(box.simMin) - room), VecInt3D(1, 1, 1));
-    const VecInt3D high = Min(SnappedCell(now.space.VoxelOfSim(box.simMax) + room), now.dims - VecInt3D(1, 1, 1));
-    ParallelRange(scene->pool(), low.z, std::max(low.z, high.z), [&](int from, int to, int) {
-      for (int k = from; k < to; ++k) {
-        for (int j = low.y; j < high.y; ++j) {
-          for (int i = low.x; i < high.x; ++i) {
-            if (before(i, j, k) != 0 || !(open(i, j, k) > 0)) continue;
-            const Vec3D p = now.space.SimOfVoxel(Vec3D(i, j, k) + offset);
-            if (body.SampleWorld(p) < kReach * now.space.cellSize) now(i, j, k) += body.VelocityAt(p)[axis];
+  const std::vector<VolumeBase*> bodies = projection->DynamicBodies(BodyCouplingMode::Joint);
+  if (bodies.empty() || !HasGrids()) return;
+  const double reach = kReach * velocity.grids[0]->space.cellSize;
+  const auto meet = [reach](const GridSpace& a, const GridSpace& b) {
+    bool apart = false;
+    for (int c = 0; c < 3; ++c) apart |= a.simMin[c] > b.simMax[c] + reach || b.simMin[c] > a.simMax[c] + reach;
+    return !apart;
+  };
+  std::vector<std::size_t> near;
+  for (std::size_t n = 0; n < bodies.size(); ++n) {
+    const VolumeBase* body = bodies[n];
+    const GridSpace& box = body->LevelSet()->space;
+    near.clear();
+    for (std::size_t other = 0; other < bodies.size(); ++other) {
+      if (other != n && meet(box, bodies[other]->LevelSet()->space)) near.push_back(other);
+    }
+    const auto isNearest = [&](const Vec3D& p) {
+      const double distance = body->SampleWorld(p);
+      return distance < reach && std::none_of(near.begin(), near.end(), [&](std::size_t other) {
+               const double its = bodies[other]->SampleWorld(p);
+               return its < distance || (its == distance && other < n);
+             });
+    };
+    for (int axis = 0; axis < 3; ++axis) {
+      ScalarGrid& now = *velocity.grids[axis];
+      if (!before_[axis] || before_[axis]->dims != now.dims) continue;
+      const GridView<const float> open = fractions.View(axis, 1);
+      const GridView<const double> before(*before_[axis]);
+      const Vec3D offset = CellSampleOffset(static_cast<std::uint32_t>(axis)), room(kReach);
+      const VecInt3D low = Max(SnappedCell(now.space.VoxelOfSim(box.simMin) - room), VecInt3D(1, 1, 1));
+      const VecInt3D high = Min(SnappedCell(now.space.VoxelOfSim(box.simMax) + room), now.dims - VecInt3D(1, 1, 1));
+      ParallelRange(scene->pool(), low.z, std::max(low.z, high.z), [&](int from, int to, int) {
+        for (int k = from; k < to; ++k) {
+          for (int j = low.y; j < high.y; ++j) {
+            for (int i = low.x; i < high.x; ++i) {
+              if (before(i, j, k) != 0 || !(open(i, j, k) > 0)) continue;
+              const Vec3D p = now.space.SimOfVoxel(Vec3D(i, j, k) + offset);
+              if (isNearest(p)) now(i, j, k) += body->VelocityAt(p)[axis];
+            }
           }
         }
-      }
-    });
+      });
+    }
   }
 }
 
 void WaterSolver::ProjectOnce(bool again) {
   constraint.Apply();
   ApplyContainerBoundary(1.0f);
-  if (!again) {
-    for (const VolumeBase* body : projection->DynamicBodies(BodyCouplingMode::Joint)) MoveEmptyFacesWith(*body);
-  }
+  if (!again) MoveEmptyFaces();
   projection->Project(again);
   ExtrapolateVelocity();
   constraint.Apply();

@@ -79,7 +79,7 @@ class WaterSolver final : public FluidSolver {
   void ParticlesToGrid();
   void GridToParticles(double ratio);
   void AddVolumeCorrection();
-  void MoveEmptyFacesWith(const VolumeBase& body);
+  void MoveEmptyFaces();
   void ProjectOnce(bool again);
 
   std::uint64_t surfaceRevision_ = 0;

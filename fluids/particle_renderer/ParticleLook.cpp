@@ -92,7 +92,7 @@ const TypeInfo& ParticleLook::Type() {
           "How particles look in pictures. Without one, water goes from deep blue to white by its speed, passive "
           "and diffuse particles are coloured by theirs, and vorticity isn't shown.",
       .role = TypeRole::Material,
-      .kinds = kLinkMaterial,
+      .kinds = kLinkLook,
       .parameters = kParameters,
   };
   return kType;

@@ -35,9 +35,14 @@ bool IsSet(const BaseObject& object, const Parameter& row) {
 
 bool Holds(const BaseObject& object, const Condition& condition) {
   const Parameter* row = object.type().Find(condition.id);
-  // Keys may let it hold later; a choice that only an interface goes by, or that sets the row, keeps it from nothing.
-  const std::string_view key = row ? row->key : "show_vector";
-  if (key == "show_vector" || key == "anchor_mode" || HasTrack(object, row->id)) return true;
+  // Keys may let it hold later.
+  if (!row || HasTrack(object, row->id)) return true;
+  // What only an interface goes by keeps a row from nothing, nor does what sets it. A vector takes a scalar rate, too.
+  constexpr std::pair<std::string_view, std::string_view> kOnlyShown[] = {
+      {"show_vector", ""}, {"anchor_mode", ""}, {"use_vector", ""}, {"kind", "rate"}};
+  for (const auto& [key, type] : kOnlyShown) {
+    if (key == row->key && (type.empty() || type == object.type().ShortName())) return true;
+  }
   const bool isLink = row->type == ParameterType::Link;
   const double value = isLink ? object.GetLink(row->id) != nullptr : AsDouble(object.Get(row->id), row->number);
   if (condition.relation == Relation::Above) return value > condition.value;
@@ -53,6 +58,7 @@ void AdviseRows(OrlixScene& scene, const BaseObject& object) {
                  fmt::format("\"{}\" is set, but nothing reads it ({}); take it out", row.key, row.text));
       return;
     }
+    if (!object.WasGiven(row.id)) return;
     for (const Condition& condition : std::span(row.shownWhen).first(static_cast<std::size_t>(row.shownCount))) {
       if (Holds(object, condition)) continue;
       scene.Warn(object.Path(), key,
@@ -128,6 +134,15 @@ void AdviseAim(OrlixScene& scene, const BaseObject& object) {
   scene.Warn(object.Path(), "rotation-not-read",
              std::string("its \"rotation\" turns nothing, since it points at its \"target\"; set that") +
                  (lookAt ? ", or \"look_at\" to false" : ""));
+}
+
+// The engine looks for the tag of a body at the volume that it makes of an object.
+void AdviseObstacle(OrlixScene& scene, const BaseObject& object) {
+  const auto isObstacle = [](const auto& tag) { return tag->type().ShortName() == "c4d_obstacle"; };
+  const auto& tags = object.tags();
+  if (object.type().kinds & kLinkVolume || std::none_of(tags.begin(), tags.end(), isObstacle)) return;
+  scene.Warn(object.Path(), "obstacle-without-volume",
+             "its Obstacle tag does nothing there; put it on the \"volume\" that links to the object");
 }
 
 void AdviseCoupled(OrlixScene& scene, const BaseObject& object) {
@@ -337,6 +352,7 @@ void AdviseObjects(OrlixScene& scene) {
   AdviseScale(scene);
   scene.GetHostDocument()->ForEachObject([&](const BaseObject& object) {
     AdviseRows(scene, object);
+    AdviseObstacle(scene, object);
     AdviseCoupled(scene, object);
     AdviseRanges(scene, object);
     AdviseOtherScenes(scene, object);
@@ -351,7 +367,6 @@ void AdviseObjects(OrlixScene& scene) {
 }
 
 void ConcludeGases(OrlixScene& scene) {
-  if (scene.info.time == 0) return;
   scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [](iBase& node) {
     auto* grids = dynamic_cast<iCachedGrids*>(&node);
     if (!node.IsEnabled() || node.GetNodeSubType() != kGasSubType || !grids || grids->CachedGrid(0)) return;

@@ -302,7 +302,7 @@ const TypeInfo& GasSettings::Type() {
       .label = "Gas Renderer",
       .text = "How smoke and fire look: marches rays through the channels that it links, with lights and shadows.",
       .role = TypeRole::Material,
-      .kinds = kLinkMaterial,
+      .kinds = kLinkLook,
       .parameters = kParameters,
       .createData = []() -> std::unique_ptr<ObjectData> { return std::make_unique<GasPresets>(); },
   };

@@ -95,6 +95,7 @@ enum LinkKind : std::uint32_t {
   kLinkFalloff = 1u << 25,     // a host object that maps a place to a factor
   kLinkProperty = 1u << 26,    // a property of particles
   kLinkShader = 1u << 27,      // a host object that gives a place a colour
+  kLinkLook = 1u << 28,        // a material of what has no surface: gas, particles
   kLinkAny = 0xffffffffu
 };
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -135,6 +136,9 @@ class BaseObject {
   const InExcludeData* GetInExclude(int id) const;
 
   // Counts changes of the data.
+  // Rows that its user set, not a preset or a default.
+  void MarkGiven(int row) { given_.insert(row); }
+  bool WasGiven(int row) const { return given_.contains(row); }
   std::uint32_t dirtyCount() const { return dirtyCount_; }
   void MarkDirty() { ++dirtyCount_; }
 
@@ -152,6 +156,7 @@ class BaseObject {
   BaseObject* parent_ = nullptr;
   std::vector<std::unique_ptr<BaseObject>> children_, tags_;
   BaseContainer container_;
+  std::set<int> given_;
   std::uint32_t dirtyCount_ = 1;
   std::unique_ptr<ObjectData> data_;
 };

@@ -99,6 +99,18 @@ TEST(MeshFiles, StlHasTheTrianglesOfQuads) {
   }
 }
 
+TEST(MeshFiles, UnitsStandInTheirHeads) {
+  const test::TemporaryFolder folder;
+  for (const char* name : {"a.obj", "a.ply", "a.stl"}) {
+    ASSERT_TRUE(WriteMeshFile(folder / name, Shape(), {0.01, true}).ok());
+    const FileUnits units = ReadMeshUnits(folder / name);
+    EXPECT_EQ(units.metresPerUnit, 0.01) << name;
+    EXPECT_TRUE(units.upZ) << name;
+    ASSERT_TRUE(WriteMeshFile(folder / name, Shape(), {}).ok());
+    EXPECT_EQ(ReadMeshUnits(folder / name).metresPerUnit, 0) << name;
+  }
+}
+
 TEST(MeshFiles, UsdaHasValuesOfItsFrame) {
   std::ostringstream out;
   const UsdAttributes attributes = WriteUsda(Shape(), {0.01, true}, 12, out);

@@ -291,7 +291,8 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"When", "row-not-read:length_frames",
        [](auto& s) {
          BaseObject& when = s.Add("duration", "When");
-         when.Set(1005, std::int64_t(3)), s.settings->Set(1004, s.LinkTo(when));
+         when.Set(1005, std::int64_t(3)), when.MarkGiven(1005);
+         s.settings->Set(1004, s.LinkTo(when));
        }},
       {"smoke", "reversed-range:value_min", [](auto& s) { s.smoke->Set(1050, 2.0); }},
       {"smoke", "row-not-read:stage", [](auto& s) { s.smoke->Set(kStageId, std::int64_t(7)); }},
@@ -300,7 +301,8 @@ TEST(Advice, WhatCanNotWorkIsToldWithoutAStep) {
       {"Air", "one-stage", [](auto& s) { s.fluid->Set(kStageId, std::int64_t(10)); }},
       {"Next", "other-container",
        [](auto& s) { s.Add("fluid", "Next").Set(FluidSolver::kContainerId, Vec3D(5, 5, 5)); }},
-      {"", "row-not-read:cfl", [](auto& s) { s.root->Set(RootSettings::kCflId, 4.0); }},
+      {"", "row-not-read:cfl",
+       [](auto& s) { s.root->Set(RootSettings::kCflId, 4.0), s.root->MarkGiven(RootSettings::kCflId); }},
       {"", "restarts",
        [](auto& s) {
          s.document.AddTrack({s.root->creationNumber(), RootSettings::kVoxelSizeId, std::vector<SplineData>(1)});
