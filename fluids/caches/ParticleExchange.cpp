@@ -112,9 +112,11 @@ PointSet ExportParticles(const std::vector<GroupEntry>& populations, const Prope
 }
 
 void DropUnheld(PointSet& set) {
+  constexpr std::int32_t kAboveZero[] = {PP::Radius, PP::Mass, PP::Density, PP::Age, PP::Normal, PP::OldPosition};
   std::erase_if(set.attributes, [&](const PointAttribute& column) {
     const auto isIt = [&](const ExchangedProperty& each) {
-      return each.id != PP::Color && (column.name == each.name || column.name == each.alias);
+      return std::find(std::begin(kAboveZero), std::end(kAboveZero), each.id) != std::end(kAboveZero) &&
+             (column.name == each.name || column.name == each.alias);
     };
     return std::any_of(std::begin(kExchanged), std::end(kExchanged), isIt) &&
            std::all_of(column.values.begin(), column.values.end(), [](auto byte) { return byte == decltype(byte){}; });

@@ -14,8 +14,8 @@ namespace orlix {
 // property and the filter lets it; particles without it have its default.
 PointSet ExportParticles(const std::vector<GroupEntry>& populations, const PropertyFilter& filter);
 
-// Takes away columns of properties that are 0 in all rows: formats of fixed fields hold zeros for what they don't have,
-// and no radius, mass, density or age left of 0 is meant. A colour may be black.
+// Takes away columns of radius, mass, density, age left, normal and old position that are 0 in all rows, as none is
+// meant: formats of fixed fields hold zeros for what they don't have.
 void DropUnheld(PointSet& set);
 
 // Rows [begin, begin + rows) of a table with positions. Columns with unknown names, or of another type than theirs, are

@@ -53,7 +53,8 @@ Status FluidObject::Update(BaseObject& object, const BaseTime&) {
   densityPreset_ = FollowPreset(object, kDensity, densityPreset_, atStart);
   // Who sets an anchor and no mode wants it kept.
   const bool given = atStart && object.GetVector(FluidSolver::kAnchorId) != Vec3D();
-  if (given && object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId) == AnchorMode::Corner) {
+  if (given && !object.WasGiven(FluidSolver::kAnchorModeId) &&
+      object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId) == AnchorMode::Corner) {
     object.Set(FluidSolver::kAnchorModeId, static_cast<std::int64_t>(AnchorMode::Custom));
   }
   switch (object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId)) {

@@ -115,6 +115,7 @@ void Grid_Incompressibility::Project(bool again) {
   const PressureTools tools{scene->pool(), scene->scratch(), [this] { return scene->TestBreak(); }};
   const PressureOutcome outcome = Solver().Solve(system_, settings, tools, rhs_->data, pressure_->data);
   ApplyPressure();
+  if (!again) FindCarriedWeight();
   GatherBodyForces();
   ReportOutcome(outcome);
   Release();
@@ -238,6 +239,16 @@ std::vector<VolumeBase*> Grid_Incompressibility::DynamicBodies(BodyCouplingMode 
   return found;
 }
 
+// By one density: where a channel has others, the weight counts in full.
+void Grid_Incompressibility::FindCarriedWeight() {
+  if (!system_.equation || DensityView().data) return;
+  for (std::size_t n = 0; n < coupled_.size(); ++n) {
+    double& carried = coupled_[n]->Body()->state.carried;
+    const auto share = coupling_.ShareOf(scene->gravity * density, n, pressure_->data, system_.equation);
+    carried = std::clamp(share.value_or(carried), 0.0, 1.0);
+  }
+}
+
 // The pressure's differences times dt / (density h): what the bodies' next step takes.
 void Grid_Incompressibility::GatherSplitForces() {
   const double scale = simulationInfo->substepDuration / density / input_.cellSize;
@@ -263,10 +274,6 @@ void Grid_Incompressibility::GatherBodyForces() {
     VolumeBase& volume = *coupled_[n];
     if (!volume.IsDynamicBody() || !volume.Body()->HasBody() || !coupling_.IsWet(n)) continue;
     RigidBody_Variational& body = *volume.Body();
-    if (system_.equation) {
-      const auto carried = coupling_.ShareOf(scene->gravity * density, n, pressure_->data, system_.equation);
-      body.state.carried = std::clamp(carried.value_or(body.state.carried), 0.0, 1.0);
-    }
     const Vec3D force = forces[n].force * body.forceScale, torque = forces[n].torque * body.torqueScale;
     if (!body.FeelsForce(force, torque)) continue;
     volume.TakeImpulse(force * dt, torque * dt);

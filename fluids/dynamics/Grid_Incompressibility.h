@@ -108,6 +108,7 @@ class Grid_Incompressibility : public iObject {
   bool IsJoint() const { return couplingMode == BodyCouplingMode::Joint && HasDynamicBody(); }
   void BuildCoupling(bool again);
   void GatherSplitForces();
+  void FindCarriedWeight();
   void TakeWeight(std::size_t body, bool inLiquid);
   PressureSolver& Solver();
   // A residual below it may be nothing but rounding.

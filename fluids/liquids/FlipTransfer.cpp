@@ -92,7 +92,7 @@ ORLIX_MULTIVERSION void SplatEntries(Entries entries, const ParticleSort& sort, 
 }
 
 ORLIX_MULTIVERSION void DivideSums(const double* __restrict sums, std::int64_t n, double* __restrict faces) {
-  for (std::int64_t i = 0; i < n; ++i) faces[i] = sums[2 * i + 1] != 0 ? sums[2 * i] / sums[2 * i + 1] : 0;
+  for (std::int64_t i = 0; i < n; ++i) faces[i] = sums[2 * i + 1] != 0 ? sums[2 * i] / sums[2 * i + 1] : -0.0;
 }
 
 // old = current - ratio old.
@@ -199,7 +199,7 @@ double GatherFace(const ParticleSort& sort, const FlipLattice& lattice, const Ga
       total += w;
     }
   });
-  return total == 0 ? 0 : sum / total;
+  return total == 0 ? -0.0 : sum / total;
 }
 
 }  // namespace

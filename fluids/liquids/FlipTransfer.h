@@ -4,6 +4,7 @@
 // Particles come by cells, in the order of the cells, so that a face's sum has one order at any number of workers, and
 // a row of faces stays in the cache while a row of cells adds to it.
 
+#include <cmath>
 #include <span>
 
 #include "fluids/grids/ScratchPool.h"
@@ -21,16 +22,19 @@ struct FlipLattice {
   GridView<double> faces[3];  // the velocity components, m/s
 };
 
-// Trilinear splat: faces = sum of weight x velocity / sum of weights; faces that no particle reaches become 0.
+// Trilinear splat: faces = sum of weight x velocity / sum of weights; faces that no particle reaches become -0, which
+// WasReached tells from those whose particles rest.
 // About 16 bytes of scratch a face. Throws std::bad_alloc.
 void SplatVelocities(const ParticleSort& sort, const FlipLattice& lattice, ScratchPool& scratch, WorkerPool& pool);
+
+inline bool WasReached(double face) { return face != 0 || !std::signbit(face); }
 
 // How faces gather: within radius cells, with w = max(R^2 / max(d^2, 1e-5) - 1, 0) or what the kernel gives.
 struct Gathering {
   double radius = 1.4;
   const Kernel* kernel = nullptr;
 };
-// faces = sum of w m v / sum of w m over the particles around each; m is "Mass", 1 without it. 0 where none are. It
+// faces = sum of w m v / sum of w m over the particles around each; m is "Mass", 1 without it. -0 where none are. It
 // searches around each face, which costs about ten times a splat.
 void GatherVelocities(const ParticleSort& sort, const FlipLattice& lattice, const Gathering& how, WorkerPool& pool);
 

@@ -356,7 +356,7 @@ void WaterSolver::MoveEmptyFaces() {
         for (int k = from; k < to; ++k) {
           for (int j = low.y; j < high.y; ++j) {
             for (int i = low.x; i < high.x; ++i) {
-              if (before(i, j, k) != 0 || !(open(i, j, k) > 0)) continue;
+              if (WasReached(before(i, j, k)) || !(open(i, j, k) > 0)) continue;
               const Vec3D p = now.space.SimOfVoxel(Vec3D(i, j, k) + offset);
               if (isNearest(p)) now(i, j, k) += body->VelocityAt(p)[axis];
             }

@@ -14,6 +14,8 @@ namespace orlix {
 
 namespace {
 
+constexpr std::int32_t kAdvectionSubType = 98, kAdvectionGroupId = 1000, kMotionSourceId = 1008, kCollisionsId = 1011,
+                       kAdvectionKindId = 1014;
 constexpr std::int32_t kPriority = 5, kAnySubType = 2000, kGasSolver = 37;
 constexpr std::size_t kLookAtEach = 64;
 // Of what is emitted: a layer along an obstacle's skin is nobody's mistake.
@@ -231,6 +233,15 @@ void ObjectParticleGridEmitter::Setup() {
 void ObjectParticleGridEmitter::FindWalls() {
   walls_.clear();
   if (handler_.kind != PK_Liquid) return;
+  bool movedOntoWalls = false;  // not in free flight, nor without collisions
+  scene->ForEachNode(NODE_OPERATOR, NODE_OPERATOR, [&](const iBase& node) {
+    if (node.GetNodeSubType() != kAdvectionSubType || !node.IsEnabled()) return;
+    if (node.handler.GetInt(kAdvectionKindId) != PK_Liquid || node.handler.GetInt(kMotionSourceId) == 0) return;
+    if (node.handler.GetInt(kCollisionsId) == 0) return;
+    movedOntoWalls |=
+        scene->RetrieveAs<ParticleGroup>(node.handler.GetLink(kAdvectionGroupId), NODE_PARTICLES) == handler_.group;
+  });
+  if (!movedOntoWalls) return;
   scene->ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](const iBase& node) {
     const auto* solver = dynamic_cast<const iSolver*>(&node);
     Vec3D low, high;

@@ -54,7 +54,7 @@ void OrlixScene::Conclude() {
                             "\"start_frame\" and \"end_frame\", or \"document_range\"",
                             clock.startFrame, clock.endFrame - 1));
   }
-  if (info.time == 0) return;  // the start alone has shown nothing yet
+  if (clock.frame <= clock.startFrame) return;  // the start alone has shown nothing yet
   ForEachNode(NODE_CHANNEL, NODE_HELPER, [](iBase& node) {
     if (node.IsEnabled()) node.Conclude();
   });

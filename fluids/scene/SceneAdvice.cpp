@@ -367,6 +367,7 @@ void AdviseObjects(OrlixScene& scene) {
 }
 
 void ConcludeGases(OrlixScene& scene) {
+  if (scene.info.time == 0) return;
   scene.ForEachNode(NODE_SOLVER, NODE_SOLVER, [](iBase& node) {
     auto* grids = dynamic_cast<iCachedGrids*>(&node);
     if (!node.IsEnabled() || node.GetNodeSubType() != kGasSubType || !grids || grids->CachedGrid(0)) return;

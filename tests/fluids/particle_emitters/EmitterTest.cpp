@@ -56,6 +56,8 @@ TEST(GridEmitter, LeavesPlacesBeyondClosedWallsFree) {
     liquid.Set(FluidSolver::kAnchorModeId, FluidSolver::AnchorMode::Centre);
     liquid.Set(kPositionId, Vec3D(100, 0, 0));
     if (open) liquid.Set(GridBoundary::kFaceXMinId, GridBoundary::Face::Open);
+    BaseObject& flow = s.Add("particle_advection", "Flow");
+    flow.Set(1000, s.LinkTo(s.group)), flow.Set(1014, std::int64_t(PK_Liquid));
     s.StepThrough(0, 3);
     EXPECT_EQ(s.Count(), open ? 8000 : 4000);
     EXPECT_EQ(s.Warned("50% of its volume lies beyond closed walls of \"Scene/Liquid\""), !open);
