@@ -125,8 +125,11 @@ void VolumeMesh::UpdateBodyShape(GeometryChange change) {
   if (!IsObstacle() || !rigidBody_->HasBody()) return;
   RecordMotion();
   if (change != GeometryChange::Moved) return;
-  // Made anew where it is now.
-  if (IsStaticBody() || simulationInfo->time == 0) return rigidBody_->Free();
+  // Made anew where it is now, if that is elsewhere: what goes on from a checkpoint sees its mesh for the first time.
+  if (IsStaticBody() || simulationInfo->time == 0) {
+    if (!IsSameShape(rigidBody_->RestPoints(), rigidBody_->state.pose, mesh_.Points())) rigidBody_->Free();
+    return;
+  }
   if (!IsSameShape(rigidBody_->RestPoints(), rigidBody_->PoseOf(mesh_.matrix), mesh_.Points())) {
     const RigidState state = rigidBody_->state;
     rigidBody_->state.pose = rigidBody_->PoseOf(mesh_.matrix);

@@ -493,6 +493,7 @@ TEST(SceneState, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({1,
 TEST(SceneStateSlow, ShippedScenesGoOnAsIfNothingHadHappened) { TryShippedScenes({0, 5, 12, 20}, 6); }
 
 TEST(SceneState, BodiesGoOnInTheMidstOfTheirContacts) {
+  ExpectSameAfterRestore("scenes/raft.json", {0}, 2, 4);
   ExpectSameAfterRestore("scenes/dominoes_in_wave.json", {14, 20}, 3, 2);
 }
 
