@@ -448,6 +448,12 @@ bool PropertyOf(api::ZQParticleGroup* handle, const api::ChunkData* data, std::i
   const PropertyKey key(id, node && id >= kFirstUserProperty ? OwnerOf(*node) : 0);
   auto& list = *static_cast<ParticleList*>(data->list);
   auto& chunk = *static_cast<ParticleChunk*>(data->chunk);
+  const auto* group = NodeBehind<ParticleGroup>(handle);
+  for (std::int32_t kind = 0; make && group && kind < kParticleKinds; ++kind) {
+    if (group->list(kind) != &list) continue;
+    if (group->KindIsKept(kind)) return false;
+    HandleBehind(handle).written.store(true, std::memory_order_relaxed);
+  }
   const auto find = [&](PropertyType found) {
     const int slot = make ? list.NeedSlot(key, found) : list.SlotOf(key, found);
     return slot < 0 ? nullptr : make ? &chunk.NeedColumn(slot, found) : chunk.column(slot);

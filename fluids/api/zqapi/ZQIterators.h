@@ -3,8 +3,9 @@
 // engine's memory: nothing is called per cell.
 //
 //   cells.InitThreads(channel, server->GetThreadCount(), false);               // Setup
-//   cells.BeginThread(data.threadIndex, false);                                // Process, on each worker
-//   do cells.SetValue(data.threadIndex, 0.9 * cells.GetValue(data.threadIndex)); while (cells.Next(data.threadIndex));
+//   const int thread = data.threadIndex;                                       // Process, on each worker
+//   if (!cells.BeginThread(thread, false)) return true;                        // more workers than layers
+//   do cells.SetValue(thread, 0.9 * cells.GetValue(thread)); while (cells.Next(thread));
 //
 // What a worker is given doesn't matter for the result as long as a cell depends on no cell that another one writes.
 

@@ -220,86 +220,87 @@ Outcome Guarded(Fault* fault, F&& f) noexcept {
 }
 
 // Hidden: another plug-in may have a class of the same name.
+#define ZQ_HIDDEN __attribute__((visibility("hidden")))
 template <class Node>
-struct [[gnu::visibility("hidden")]] Stubs{static Node & Of(void* self){return *static_cast<Node*>(self);
-}  // namespace detail
+struct ZQ_HIDDEN Stubs {
+  static Node& Of(void* self) { return *static_cast<Node*>(self); }
 
-static void* Create(Fault* fault) noexcept {
-  Node* node = nullptr;
-  const Outcome outcome = Guarded(fault, [&] { return (node = new Node()) != nullptr; });
-  if (outcome == Outcome::NoMemory) std::snprintf(fault->text, sizeof fault->text, "memory doesn't suffice");
-  return node;
-}
-static void Destroy(void* self) noexcept { delete &Of(self); }
-static Outcome GetRetrieveTypes(void* self, std::uint32_t* mask, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).GetRetrieveTypes(*mask), true; });
-}
-static Outcome CheckDirty(void* self, BaseDocument* document, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).CheckDirty(document); });
-}
-static Outcome ReadParameters(void* self, BaseObject* host, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).ReadParameters(host); });
-}
-static Outcome ResolveLinks(void* self, BaseObject* host, ZQServer* server, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).ResolveLinks(host, server); });
-}
-static Outcome ReleaseLinks(void* self, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).ReleaseLinks(), true; });
-}
-static Outcome Reset(void* self, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).Reset(), true; });
-}
-static Outcome SaveState(void* self, const ByteSink* sink, Fault* fault) noexcept {
-  return Guarded(fault, [&] {
-    std::vector<std::uint8_t> bytes;
-    Of(self).SaveState(bytes);
-    sink->write(sink->target, bytes.data(), static_cast<std::int64_t>(bytes.size()));
-    return true;
-  });
-}
-static Outcome LoadState(void* self, const std::uint8_t* bytes, std::int64_t size, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).LoadState(bytes, static_cast<std::size_t>(size)); });
-}
-static Outcome Prepare(void* self, ZQServer* server, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).Prepare(server); });
-}
-static Outcome Setup(void* self, ZQServer* server, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).Setup(server); });
-}
-static Outcome Finish(void* self, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).Finish(), true; });
-}
-static Outcome Process(void* self, ProcessData* data, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).Process(*data); });
-}
-template <class Batch>
-static Outcome Evaluate(void* self, const Batch* batch, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return Of(self).EvaluateBatch(*batch), true; });
-}
-static Outcome Ask(void* self, Question question, Fault* fault) noexcept {
-  return Guarded(fault, [&] {
-    if constexpr (std::is_base_of_v<TESSU_API::PluginForceData, Node>) {
-      return question == Question::ReadsVelocity && Of(self).ReadsVelocity();
-    } else {
-      switch (question) {
-        case Question::RunsSerially:
-          return Of(self).RunsSerially();
-        case Question::IsIterated:
-          return Of(self).IsIterated();
-        case Question::PreparesEachIteration:
-          return Of(self).PreparesEachIteration();
-        case Question::EvaluatesOnUpdate:
-          return Of(self).EvaluatesOnUpdate();
-        default:
-          return false;
+  static void* Create(Fault* fault) noexcept {
+    Node* node = nullptr;
+    const Outcome outcome = Guarded(fault, [&] { return (node = new Node()) != nullptr; });
+    if (outcome == Outcome::NoMemory) std::snprintf(fault->text, sizeof fault->text, "memory doesn't suffice");
+    return node;
+  }
+  static void Destroy(void* self) noexcept { delete &Of(self); }
+  static Outcome GetRetrieveTypes(void* self, std::uint32_t* mask, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).GetRetrieveTypes(*mask), true; });
+  }
+  static Outcome CheckDirty(void* self, BaseDocument* document, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).CheckDirty(document); });
+  }
+  static Outcome ReadParameters(void* self, BaseObject* host, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).ReadParameters(host); });
+  }
+  static Outcome ResolveLinks(void* self, BaseObject* host, ZQServer* server, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).ResolveLinks(host, server); });
+  }
+  static Outcome ReleaseLinks(void* self, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).ReleaseLinks(), true; });
+  }
+  static Outcome Reset(void* self, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).Reset(), true; });
+  }
+  static Outcome SaveState(void* self, const ByteSink* sink, Fault* fault) noexcept {
+    return Guarded(fault, [&] {
+      std::vector<std::uint8_t> bytes;
+      Of(self).SaveState(bytes);
+      sink->write(sink->target, bytes.data(), static_cast<std::int64_t>(bytes.size()));
+      return true;
+    });
+  }
+  static Outcome LoadState(void* self, const std::uint8_t* bytes, std::int64_t size, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).LoadState(bytes, static_cast<std::size_t>(size)); });
+  }
+  static Outcome Prepare(void* self, ZQServer* server, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).Prepare(server); });
+  }
+  static Outcome Setup(void* self, ZQServer* server, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).Setup(server); });
+  }
+  static Outcome Finish(void* self, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).Finish(), true; });
+  }
+  static Outcome Process(void* self, ProcessData* data, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).Process(*data); });
+  }
+  template <class Batch>
+  static Outcome Evaluate(void* self, const Batch* batch, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return Of(self).EvaluateBatch(*batch), true; });
+  }
+  static Outcome Ask(void* self, Question question, Fault* fault) noexcept {
+    return Guarded(fault, [&] {
+      if constexpr (std::is_base_of_v<TESSU_API::PluginForceData, Node>) {
+        return question == Question::ReadsVelocity && Of(self).ReadsVelocity();
+      } else {
+        switch (question) {
+          case Question::RunsSerially:
+            return Of(self).RunsSerially();
+          case Question::IsIterated:
+            return Of(self).IsIterated();
+          case Question::PreparesEachIteration:
+            return Of(self).PreparesEachIteration();
+          case Question::EvaluatesOnUpdate:
+            return Of(self).EvaluatesOnUpdate();
+          default:
+            return false;
+        }
       }
-    }
-  });
-}
-static Outcome IterationCount(void* self, std::int32_t* count, Fault* fault) noexcept {
-  return Guarded(fault, [&] { return *count = Of(self).IterationCount(), true; });
-}
-};  // namespace ZQAPI
+    });
+  }
+  static Outcome IterationCount(void* self, std::int32_t* count, Fault* fault) noexcept {
+    return Guarded(fault, [&] { return *count = Of(self).IterationCount(), true; });
+  }
+};
 
 template <class Node>
 constexpr Form FormOf() {
