@@ -91,23 +91,12 @@ TEST(MeshFiles, StlHasTheTrianglesOfQuads) {
   ASSERT_TRUE(back.ok());
   EXPECT_EQ(back->polygons.size(), 3u);
   EXPECT_EQ(back->points.size(), 5u);
-  EXPECT_NE(test::ReadText(folder / "a.stl").find("metres_per_unit 0.01"), std::string::npos);
+  EXPECT_EQ(ReadMeshUnits(folder / "a.stl").metresPerUnit, 0.01);
   for (const char* name : {"a.ply", "a.obj"}) {
     ASSERT_TRUE(WriteMeshFile(folder / name, Shape(), {0.01, false}).ok());
     EXPECT_EQ(ReadMesh(folder / name)->points.size(), 5u) << name;
     EXPECT_NE(test::ReadText(folder / name).find("up_axis y"), std::string::npos) << name;
-  }
-}
-
-TEST(MeshFiles, UnitsStandInTheirHeads) {
-  const test::TemporaryFolder folder;
-  for (const char* name : {"a.obj", "a.ply", "a.stl"}) {
-    ASSERT_TRUE(WriteMeshFile(folder / name, Shape(), {0.01, true}).ok());
-    const FileUnits units = ReadMeshUnits(folder / name);
-    EXPECT_EQ(units.metresPerUnit, 0.01) << name;
-    EXPECT_TRUE(units.upZ) << name;
-    ASSERT_TRUE(WriteMeshFile(folder / name, Shape(), {}).ok());
-    EXPECT_EQ(ReadMeshUnits(folder / name).metresPerUnit, 0) << name;
+    EXPECT_EQ(ReadMeshUnits(folder / name).metresPerUnit, 0.01) << name;
   }
 }
 
