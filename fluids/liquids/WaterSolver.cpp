@@ -348,7 +348,8 @@ void WaterSolver::MoveEmptyFaces() {
       ScalarGrid& now = *velocity.grids[axis];
       if (!before_[axis] || before_[axis]->dims != now.dims) continue;
       const GridView<const float> open = fractions.View(axis, 1);
-      const GridView<const double> before(*before_[axis]);
+      const GridView<const double> before(*before_[axis]), surface(*levelset.grid);
+      const VecInt3D beside(axis == 0, axis == 1, axis == 2);
       const Vec3D offset = CellSampleOffset(static_cast<std::uint32_t>(axis)), room(kReach);
       const VecInt3D low = Max(SnappedCell(now.space.VoxelOfSim(box.simMin) - room), VecInt3D(1, 1, 1));
       const VecInt3D high = Min(SnappedCell(now.space.VoxelOfSim(box.simMax) + room), now.dims - VecInt3D(1, 1, 1));
@@ -357,6 +358,8 @@ void WaterSolver::MoveEmptyFaces() {
           for (int j = low.y; j < high.y; ++j) {
             for (int i = low.x; i < high.x; ++i) {
               if (WasReached(before(i, j, k)) || !(open(i, j, k) > 0)) continue;
+              // The pressure asks for faces of wet cells alone.
+              if (!(surface(i, j, k) < 0 || surface(i - beside.x, j - beside.y, k - beside.z) < 0)) continue;
               const Vec3D p = now.space.SimOfVoxel(Vec3D(i, j, k) + offset);
               if (isNearest(p)) now(i, j, k) += body->VelocityAt(p)[axis];
             }
