@@ -27,8 +27,7 @@ constexpr Preset kDensity{FluidSolver::kDensityPresetId, Grid_Incompressibility:
 // Gives the preset that is chosen now. Who sets a value beside a preset at the start wants the value.
 std::int64_t FollowPreset(BaseObject& object, const Preset& preset, std::int64_t known, bool atStart) {
   const std::int64_t chosen = object.GetInt(preset.presetId);
-  const bool given = atStart && object.GetDouble(preset.valueId) != object.type().Find(preset.valueId)->number;
-  if (chosen == known || given) {
+  if (chosen == known || (atStart && object.WasGiven(preset.valueId))) {
     object.Set(preset.presetId, kCustom + preset.offset);
     return kCustom + preset.offset;
   }
@@ -52,9 +51,7 @@ Status FluidObject::Update(BaseObject& object, const BaseTime&) {
   viscosityPreset_ = FollowPreset(object, kViscosity, viscosityPreset_, atStart);
   densityPreset_ = FollowPreset(object, kDensity, densityPreset_, atStart);
   // Who sets an anchor and no mode wants it kept.
-  const bool given = atStart && object.GetVector(FluidSolver::kAnchorId) != Vec3D();
-  if (given && !object.WasGiven(FluidSolver::kAnchorModeId) &&
-      object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId) == AnchorMode::Corner) {
+  if (atStart && object.WasGiven(FluidSolver::kAnchorId) && !object.WasGiven(FluidSolver::kAnchorModeId)) {
     object.Set(FluidSolver::kAnchorModeId, static_cast<std::int64_t>(AnchorMode::Custom));
   }
   switch (object.GetChoice<AnchorMode>(FluidSolver::kAnchorModeId)) {
