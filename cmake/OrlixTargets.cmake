@@ -218,6 +218,7 @@ function(orlix_tests)
         target_link_libraries(${program} PRIVATE orlix_exchange orlix_main)
       else()
         target_link_libraries(${program} PRIVATE orlix_apps_orlix)
+        add_dependencies(${program} orlix)  # which they run
       endif()
     endif()
     # A suite whose name ends in Slow runs only with the slow suite; one that ends in Threads runs under tsan too.
@@ -236,6 +237,7 @@ function(orlix_tests)
   if(all)
     orlix_test_program(orlix_tests ${all})
     target_link_libraries(orlix_tests PRIVATE orlix_joined)
+    add_dependencies(orlix_tests orlix)
   endif()
 endfunction()
 

@@ -1,7 +1,7 @@
 #pragma once
-// Runs the program and keeps what it said, how it ended and what it took. Each run is a fork of the test's process,
-// whose libraries the loader has bound already: a start of its own took a tenth of a second, half a second with
-// sanitizers.
+// Runs the program that is built beside the tests and keeps what it said, how it ended and what it took. Between fork
+// and exec the child allocates nothing: a thread of the test's (a library's may be one) can hold the allocator's lock
+// in the moment of the fork, and the child would wait for it for ever.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -9,17 +9,13 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
 
-#include "apps/orlix/Program.h"
+#include "tests/support/Folders.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace orlix::test {
@@ -51,10 +47,19 @@ class ProgramRunner {
                      const std::string& outFile = {}, int errorDescriptor = -1) {
     const std::string out = outFile.empty() ? (folder / "stdout").string() : outFile,
                       err = (folder / "stderr").string();
+    const std::string program = ProgramFolder() + "/orlix";
+    std::vector<char*> list = {const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) list.push_back(const_cast<char*>(argument.c_str()));
+    list.push_back(nullptr);
     const auto start = std::chrono::steady_clock::now();
-    std::fflush(nullptr);  // or the child would write what the test has said, too
     const pid_t child = ::fork();
-    if (child == 0) RunHere(arguments, out, err, errorDescriptor);
+    if (child == 0) {
+      ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+      ::dup2(errorDescriptor >= 0 ? errorDescriptor : ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
+             STDERR_FILENO);
+      ::execv(list[0], list.data());
+      ::_exit(127);
+    }
     if (meanwhile) meanwhile(child);
     int status = 0;
     rusage usage{};
@@ -66,25 +71,6 @@ class ProgramRunner {
     if (outFile.empty()) outcome.out = ReadText(out);
     if (errorDescriptor < 0) outcome.err = ReadText(err);
     return outcome;
-  }
-
- private:
-  [[noreturn]] static void RunHere(const std::vector<std::string>& arguments, const std::string& out,
-                                   const std::string& err, int errorDescriptor) {
-    std::vector<const char*> list = {"orlix"};
-    for (const std::string& argument : arguments) list.push_back(argument.c_str());
-    [[maybe_unused]] const int testsOwn = ::dup(STDERR_FILENO);
-    ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-    ::dup2(errorDescriptor >= 0 ? errorDescriptor : ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
-           STDERR_FILENO);
-    const int code = RunProgram(static_cast<int>(list.size()), list.data());
-    std::fflush(nullptr);
-#ifdef __SANITIZE_ADDRESS__
-    ::dup2(testsOwn, STDERR_FILENO);
-    if (__lsan_do_recoverable_leak_check() != 0) ::_exit(125);
-#endif
-    // No exit handlers: OpenVDB's logger waits in one for its threads, which a fork doesn't have.
-    ::_exit(code);
   }
 };
 
