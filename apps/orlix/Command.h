@@ -32,6 +32,7 @@ struct SceneOptions {
   std::vector<std::string> overrides;  // PATH.key=value
 };
 Status ValidateCommand(const Program& program, const SceneOptions& options);
+Status PipelineCommand(const Program& program, const SceneOptions& options);
 
 struct FrameOptions : SceneOptions {
   std::string frames, out;

@@ -126,6 +126,12 @@ void AddValidate(CLI::App& parent, CommandLine& line) {
   AddScene(*words.app, *words.options);
 }
 
+void AddPipeline(CLI::App& parent, CommandLine& line) {
+  const Words<SceneOptions> words(parent, line, "pipeline", "Say in which order a scene's nodes run, stage by stage",
+                                  PipelineCommand);
+  AddScene(*words.app, *words.options);
+}
+
 void AddCache(CLI::App& parent, CommandLine& line) {
   const Words<CacheCommandOptions> words(parent, line, "cache", "Say what a scene's caches hold, or delete them",
                                          CacheCommand);
@@ -269,8 +275,8 @@ std::optional<CommandLine> ReadCommandLine(int argumentCount, const char* const*
   app.require_subcommand(1);
   app.fallthrough();
   AddGlobalOptions(app, line.options);
-  for (const auto add : {AddNew, AddRun, AddPasses, AddWatch, AddRender, AddValidate, AddCache, AddInfo, AddVerify,
-                         AddParams, AddConvert, AddFilm, AddSheet})
+  for (const auto add : {AddNew, AddRun, AddPasses, AddWatch, AddRender, AddValidate, AddPipeline, AddCache, AddInfo,
+                         AddVerify, AddParams, AddConvert, AddFilm, AddSheet})
     add(app, line);
   std::vector<std::string> words = CommandFirst(argumentCount, arguments, app);
   std::vector<std::string> fromBack(words.rbegin(), words.rend());  // as the parser takes them

@@ -106,6 +106,26 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
   }
 }
 
+// The order in the text is that of the run: a larger priority comes later, a stage of the user's replaces the class's.
+TEST(Program, PipelineShowsTheOrderThatPrioritiesAndStagesMake) {
+  ProgramRunner runner;
+  const auto emitters = [&](const std::vector<std::string>& settings) {
+    std::vector<std::string> arguments = {"pipeline", SourceFolder() + "/scenes/dam_break.json", "--json"};
+    arguments.insert(arguments.end(), settings.begin(), settings.end());
+    const auto json = nlohmann::json::parse(runner.Run(arguments).out);
+    std::vector<std::string> names;
+    for (const auto& stage : json["scenes"][0]["stages"]) {
+      if (stage["stage"] != 5) continue;
+      for (const auto& node : stage["nodes"]) names.push_back(node["node"]);
+    }
+    return names;
+  };
+  using Names = std::vector<std::string>;
+  EXPECT_EQ(emitters({}), (Names{"Dam/Fill", "Dam/Tank"}));
+  EXPECT_EQ(emitters({"--set", "Dam/Fill.priority=26"}), (Names{"Dam/Tank", "Dam/Fill"}));
+  EXPECT_EQ(emitters({"--set", "Dam/Fill.stage=13"}), (Names{"Dam/Tank"}));
+}
+
 // Standard streams that are closed, files that must not grow, pipes for files: an exit code, never a kill or a wait.
 TEST(Program, FaultsOfTheMachineHaveTheirExitCodes) {
   ProgramRunner runner;
