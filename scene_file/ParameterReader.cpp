@@ -99,11 +99,6 @@ ParameterReader::Spelling ParameterReader::ReadSpelling(const BaseObject& object
     return complain([&] {
       std::vector<std::string_view> known(skip);
       type.ForEachParameter([&](const Parameter& row) { known.push_back(row.key); });
-      if (name == "enabled") {
-        return fmt::format(
-            ": {} has no parameter \"enabled\"; take it out of the scene or its lists, or comment it out",
-            WrittenName(type));
-      }
       const std::string nearest = NearestOf(name, known);
       return fmt::format(": {} has no parameter {}{}", WrittenName(type), Quoted(name), DidYouMean(nearest));
     });

@@ -195,7 +195,12 @@ void SceneBuilder::ReadEntry(const Source& source, const Section& section, const
                            : document_.AddObject(type ? *type : kUnknownType, parent);
   parameters_.places().Add(object, ScenePlaces::kWholeObject, {source, entry.offset});
   ReadName(source, entry, object);
-  if (type) parameters_.Read(object, source, *entry.AsObject(), {"type", "name", "children", "tags"});
+  std::vector<std::string_view> own = {"type", "name", "children", "tags"};
+  if (const JsonValue* value = entry.Find("enabled"); value && SwitchedOff::Applies(object)) {
+    off_.Read(object, source, *value, mistakes_);
+    own.push_back("enabled");
+  }
+  if (type) parameters_.Read(object, source, *entry.AsObject(), own);
   if (const JsonValue* list = entry.Find("tags")) ReadEntries(source, section, *list, &object, true);
   if (const JsonValue* list = entry.Find("children")) {
     if (tag) return Complain(source, list->offset, fmt::format("the tag {} can't have children", Quoted(object.name)));

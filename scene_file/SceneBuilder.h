@@ -9,6 +9,7 @@
 #include "scene_file/JsonValue.h"
 #include "scene_file/ParameterReader.h"
 #include "scene_file/SceneReader.h"
+#include "scene_file/SwitchedOff.h"
 
 namespace orlix {
 
@@ -22,6 +23,7 @@ class SceneBuilder {
   void NameTheUnnamed();
 
   ParameterReader& parameters() { return parameters_; }
+  SwitchedOff& switchedOff() { return off_; }
   std::vector<std::string> TakeFiles() { return std::move(files_); }
 
  private:
@@ -33,6 +35,7 @@ class SceneBuilder {
   Mistakes& mistakes_;
   LoadText load_;
   ParameterReader parameters_;
+  SwitchedOff off_;
   std::vector<std::string> files_;
   std::vector<std::string> open_, done_;  // identities of the files on the way down, and of those that were read
   std::map<std::pair<const BaseObject*, std::string>, Place> names_;  // by parent

@@ -51,6 +51,15 @@ Status AddFile(StateHash& hash, const fs::path& path) {
   return {};
 }
 
+// A list whose objects are switched off acts otherwise than an empty one, which a text can't show.
+void AddLost(StateHash& hash, const BaseDocument& document, const BaseObject& object, const Parameter& row) {
+  const InExcludeData* list = row.type == ParameterType::InExclude ? object.GetInExclude(row.id) : nullptr;
+  if (!list) return;
+  for (const InExcludeData::Entry& entry : list->entries) {
+    if (!document.FindObject(entry.target)) AddText(hash, object.Path() + "." + row.key);
+  }
+}
+
 }  // namespace
 
 Result<std::uint64_t> HashScene(const BaseDocument& document) {
@@ -69,6 +78,7 @@ Result<std::uint64_t> HashScene(const BaseDocument& document) {
     const std::string library = object.type().library;
     if (status.ok() && !library.empty() && libraries.insert(library).second) status = AddFile(hash, library);
     object.type().ForEachParameter([&](const Parameter& row) {
+      AddLost(hash, document, object, row);
       if (row.type != ParameterType::File || !status.ok()) return;
       const std::string name = object.GetString(row.id);
       if (!name.empty()) status = AddFile(hash, fs::path(document.folder) / name);

@@ -36,7 +36,7 @@ JsonValue ValueOf(const std::string& text, const Parameter* row, Mistakes& mista
 }  // namespace
 
 Status ApplyOverrides(BaseDocument& document, const std::vector<std::string>& overrides, const ObjectIndex& index,
-                      ParameterReader& parameters, Mistakes& mistakes) {
+                      ParameterReader& parameters, SwitchedOff& off, Mistakes& mistakes) {
   const auto source = std::make_shared<const SourceText>(SourceText{"--set", "", "", "", false});
   for (const std::string& entry : overrides) {
     const auto equals = entry.find('=');
@@ -54,6 +54,10 @@ Status ApplyOverrides(BaseDocument& document, const std::vector<std::string>& ov
       continue;
     }
     const Parameter* row = RowOf(found[0]->type(), key);
+    if (key == "enabled" && SwitchedOff::Applies(*found[0])) {
+      off.Read(*found[0], source, ValueOf(entry.substr(equals + 1), row, mistakes), mistakes);
+      continue;
+    }
     // Keyframes of the file would win over a value at each frame.
     if (row) document.RemoveTracks(found[0]->creationNumber(), row->id);
     JsonValue::Object members;

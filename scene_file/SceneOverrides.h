@@ -7,11 +7,12 @@
 
 #include "globals/Result.h"
 #include "scene_file/ParameterReader.h"
+#include "scene_file/SwitchedOff.h"
 
 namespace orlix {
 
 // Mistakes of the values join those of the file. Usage for an override that has no path, key or "=".
 Status ApplyOverrides(BaseDocument& document, const std::vector<std::string>& overrides, const ObjectIndex& index,
-                      ParameterReader& parameters, Mistakes& mistakes);
+                      ParameterReader& parameters, SwitchedOff& off, Mistakes& mistakes);
 
 }  // namespace orlix

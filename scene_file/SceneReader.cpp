@@ -14,7 +14,7 @@ Result<SceneFile> ReadSceneText(const std::string& name, std::string text, const
   source->folder = std::filesystem::path(name).parent_path().string();
   source->text = std::move(text);
 
-  SceneFile scene{std::make_unique<BaseDocument>(types), {}, {}};
+  SceneFile scene{std::make_unique<BaseDocument>(types), {}, {}, {}};
   scene.document->folder = source->folder;
   Mistakes mistakes;
   SceneBuilder builder(*scene.document, mistakes, options.load);
@@ -23,11 +23,13 @@ Result<SceneFile> ReadSceneText(const std::string& name, std::string text, const
   scene.files = builder.TakeFiles();
 
   const ObjectIndex index(*scene.document);
-  if (Status status = ApplyOverrides(*scene.document, options.overrides, index, builder.parameters(), mistakes);
+  if (Status status = ApplyOverrides(*scene.document, options.overrides, index, builder.parameters(),
+                                     builder.switchedOff(), mistakes);
       !status) {
     return status.error();
   }
   builder.parameters().ResolveReferences(index);
+  scene.off = builder.switchedOff().TakeOut(*scene.document);
   scene.places = builder.parameters().TakePlaces();
   if (!mistakes.empty()) return Error{ErrorKind::Scene, mistakes.Text()};
   return scene;

@@ -31,6 +31,7 @@ struct SceneFile {
   std::unique_ptr<BaseDocument> document;
   ScenePlaces places;
   std::vector<std::string> files;  // the scene file and those it includes, in the order of reading
+  std::vector<std::string> off;    // paths of what "enabled": false leaves out of the document
 };
 
 // The registry outlives the document. Errors: Scene with one line for each mistake, InputFile when the file itself

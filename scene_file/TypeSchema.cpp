@@ -73,6 +73,7 @@ Json EntrySchema(const TypeInfo& type) {
   if (*type.alias) names.push_back(type.alias);
   Json properties = {{"type", {{"enum", std::move(names)}, {"description", type.text}}},
                      {"name", {{"type", "string"}}},
+                     {"enabled", {{"type", "boolean"}}},
                      {"children", {{"$ref", "#/$defs/entries"}}},
                      {"tags", {{"$ref", "#/$defs/entries"}}}};
   Json ids = Json::object();

@@ -1,6 +1,7 @@
 // orlix validate SCENE: finds the mistakes of a scene file, and what can't work in a scene that reads well.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "apps/orlix/SceneInput.h"
 #include "run/SceneRun.h"
@@ -15,6 +16,7 @@ using Json = nlohmann::ordered_json;
 
 struct Findings {
   std::size_t objects = 0;
+  std::vector<std::string> off;
   Json warnings = Json::array();
 };
 
@@ -23,6 +25,7 @@ Status Check(const Program& program, const SceneOptions& options, Findings& find
   Result<SceneFile> scene = ReadScene(program, options);
   if (!scene) return scene.error();
   scene->document->ForEachObject([&](BaseObject&) { ++findings.objects; });
+  findings.off = scene->off;
   WorkerPool pool(1);
   SceneRun run(program.engine, *scene->document, pool, scene->document->folder);
   Status status = run.Check();
@@ -46,12 +49,14 @@ Status ValidateCommand(const Program& program, const SceneOptions& options) {
     const Json json = {{"scene", options.scene},
                        {"valid", status.ok()},
                        {"objects", findings.objects},
+                       {"off", findings.off},
                        {"mistakes", std::move(mistakes)},
                        {"warnings", findings.warnings}};
     fmt::print("{}\n", LaidOut(json));
   } else if (status.ok() && !program.options.quiet) {
     const std::size_t warnings = findings.warnings.size();
-    fmt::print("{}: valid, {} objects{}\n", options.scene, findings.objects,
+    const std::string off = findings.off.empty() ? "" : fmt::format(", off: {}", fmt::join(findings.off, ", "));
+    fmt::print("{}: valid, {} objects{}{}\n", options.scene, findings.objects, off,
                warnings == 0   ? ""
                : warnings == 1 ? ", 1 warning"
                                : fmt::format(", {} warnings", warnings));

@@ -10,6 +10,9 @@
 
 #include "apps/orlix/CommandLine.h"
 #include "apps/orlix/Recipes.h"
+#include "run/Engine.h"
+#include "scene_file/SceneHash.h"
+#include "scene_file/SceneReader.h"
 #include "tests/apps/orlix/ProgramRunner.h"
 #include "tests/run/PlumeScene.h"
 #include "tests/support/Folders.h"
@@ -124,6 +127,39 @@ TEST(Program, PipelineShowsTheOrderThatPrioritiesAndStagesMake) {
   EXPECT_EQ(emitters({}), (Names{"Dam/Fill", "Dam/Tank"}));
   EXPECT_EQ(emitters({"--set", "Dam/Fill.priority=26"}), (Names{"Dam/Tank", "Dam/Fill"}));
   EXPECT_EQ(emitters({"--set", "Dam/Fill.stage=13"}), (Names{"Dam/Tank"}));
+}
+
+// What is off is checked, left out, and another scene to checkpoints; a list of it is not the empty one that means all.
+TEST(Program, AnObjectIsSwitchedOffByItsFileOrFromTheCommandLine) {
+  ProgramRunner runner;
+  const std::string forces =
+      R"({ "orlix": 1, "frames": [0, 2], "objects": [{ "type": "scene", "name": "S", "children": [
+      { "type": "liquid", "name": "Tank", "forces": ["Fall"] },
+      { "type": "force_gravity", "name": "Fall" OFF }, { "type": "force_gravity", "name": "Other" } ] }] })";
+  const auto with = [&](const std::string& text) {
+    std::string scene = forces;
+    return runner.Write("s.json", scene.replace(scene.find("OFF"), 3, text));
+  };
+  const auto off = [&](const std::string& scene, const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = {"validate", scene, "--json"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return nlohmann::json::parse(runner.Run(arguments).out)["off"].dump();
+  };
+  EXPECT_EQ(off(with(R"(, "enabled": false)"), {}), R"(["S/Fall"])");
+  EXPECT_EQ(off(with(R"(, "enabled": false)"), {"--set", "Fall.enabled=true"}), "[]");
+  EXPECT_EQ(off(with(""), {"--set", "S.enabled=false", "--set", "Fall.enabled=false"}), R"(["S"])");
+  const ProgramOutcome wrong = runner.Run({"validate", with(R"(, "enabled": false, "strenght": 1)")});
+  EXPECT_EQ(wrong.code, 3);
+  EXPECT_NE(wrong.err.find("strenght"), std::string::npos);
+  const auto hash = [&](const std::string& name, const std::vector<std::string>& lists) {
+    Engine engine;
+    SceneReadOptions options;
+    options.overrides = lists;
+    return *HashScene(*ReadSceneFile(name, engine.types, options)->document);
+  };
+  const std::string scene = with("");
+  EXPECT_NE(hash(scene, {"Fall.enabled=false"}), hash(scene, {}));
+  EXPECT_NE(hash(scene, {"Fall.enabled=false"}), hash(scene, {"Fall.enabled=false", "Tank.forces=[]"}));
 }
 
 // Standard streams that are closed, files that must not grow, pipes for files: an exit code, never a kill or a wait.
