@@ -28,9 +28,11 @@ namespace {
 
 constexpr int kFrameDigits = 4;
 
+// Letters of all languages stay, as the bytes of UTF-8.
 std::string FileStem(const std::string& name) {
+  const auto stays = [](unsigned char c) { return c >= 0x80 || std::isalnum(c) || c == '-'; };
   std::string stem;
-  for (const char c : name) stem += std::isalnum(static_cast<unsigned char>(c)) || c == '-' ? c : '_';
+  for (const char c : name) stem += stays(static_cast<unsigned char>(c)) ? c : '_';
   return stem;
 }
 
@@ -59,6 +61,14 @@ Status WriteMeshCache(const std::filesystem::path& path, const PolygonObject& me
   const PolygonObject* const meshes[] = {&mesh};
   WriteMeshFrame(file, meshes, true, path.stem().extension().string().substr(1));
   return file.Close();
+}
+
+// The polygons of an object that may have some; an empty one's in a frame in which a mesher has no surface. Null for
+// other objects, and for a mesh file that has none for this frame.
+const PolygonObject* MeshOf(const BaseObject& object) {
+  static const PolygonObject kEmpty;
+  const PolygonObject* polygons = object.Polygons();
+  return polygons || object.typeId() != ImplicitMesher::Type().id ? polygons : &kEmpty;
 }
 
 // A mesher's points are other ones in each frame.
@@ -98,8 +108,9 @@ std::vector<std::filesystem::path> FrameOutput::PictureFolders(std::optional<int
 std::vector<ResultName> FrameOutput::Names(int frame) const {
   std::vector<ResultName> names;
   for (const OutputSettings& output : outputs_) {
+    const BaseObject* of = nullptr;
     const auto add = [&](const std::string& suffix, const std::string& extension) {
-      names.push_back({output.object, OutputSettings::kFileNameId, PathOf(output, suffix, frame, extension)});
+      names.push_back({output.object, OutputSettings::kFileNameId, PathOf(output, suffix, frame, extension), of});
     };
     for (const BaseObject* root : roots_) {
       if (output.vdb) add(SceneSuffix(*root), ".vdb");
@@ -107,6 +118,7 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
       if (output.preview) add(kPreviewSuffix + SceneSuffix(*root), ".png");
     }
     for (const BaseObject* group : document_.ObjectsOfType(ParticleGroup::Type().id)) {
+      of = group;
       for (std::int32_t kind = 0; output.particles && kind < kParticleKinds; ++kind) {
         const auto addSuffix = [&](const std::string& suffix) {
           add(suffix, output.ParticleExtension());
@@ -119,7 +131,8 @@ std::vector<ResultName> FrameOutput::Names(int frame) const {
       }
     }
     document_.ForEachObject([&](const BaseObject& object) {
-      if (output.meshes == MeshOutput::None || !object.Polygons()) return;
+      if (output.meshes == MeshOutput::None || !MeshOf(object)) return;
+      of = &object;
       add("_" + FileStem(object.Path()), output.MeshExtension());
       if (output.usd && output.meshes != MeshOutput::Usda) add("_" + FileStem(object.Path()), ".usda");
     });
@@ -305,18 +318,16 @@ Status FrameOutput::WriteMeshes(const OutputSettings& output, int frame) {
   if (output.meshes == MeshOutput::None) return {};
   Status status;
   document_.ForEachObject([&](BaseObject& object) {
-    const PolygonObject* polygons = object.Polygons();
-    // A stage shows a mesh until its next frame, which an empty one must be.
-    const bool shown = stages_[output.object].contains("_" + FileStem(object.Path()));
-    if (status && polygons && (shown || !polygons->points.empty())) status = WriteMesh(output, object, frame);
+    // An empty one, too: a stage shows a mesh until its next frame, and of an earlier run a file may be there.
+    if (const PolygonObject* mesh = MeshOf(object); status && mesh) status = WriteMesh(output, object, *mesh, frame);
   });
   return status;
 }
 
-Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, int frame) {
+Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, const PolygonObject& mesh, int frame) {
   const std::string suffix = "_" + FileStem(object.Path());
   const FileUnits units = UnitsOf(output);
-  PolygonObject placed = InHostSpace(object, *object.Polygons());
+  PolygonObject placed = InHostSpace(object, mesh);
   if (output.HasMeshVelocities() && placed.velocities.empty() && KeepsItsPoints(object)) {
     placed.velocities = VelocitiesOf(object, placed.points);
   }
@@ -324,7 +335,7 @@ Status FrameOutput::WriteMesh(const OutputSettings& output, BaseObject& object, 
     for (Vec3D& v : *vectors) v = output.space(v);
   }
   for (Vec3D& n : placed.normals) n = Normalized(n);
-  if (output.meshes != MeshOutput::Usda && !placed.points.empty()) {
+  if (output.meshes != MeshOutput::Usda) {
     const auto path = PathOf(output, suffix, frame, output.MeshExtension());
     const bool cache = output.meshes == MeshOutput::Cache;
     if (Status status = cache ? WriteMeshCache(path, placed) : WriteMeshFile(path, placed, units); !status) {

@@ -22,6 +22,7 @@ struct ResultName {
   const BaseObject* object;  // whose
   int row;                   // which of its settings
   std::filesystem::path path;
+  const BaseObject* of = nullptr;  // what the file holds; null for all of a scene
 };
 
 // FOLDER/NAME.0001EXTENSION
@@ -63,7 +64,7 @@ class FrameOutput {
   Status WritePoints(const ParticleGroup& group, std::int32_t kind, std::optional<DiffuseClass> only,
                      const OutputSettings& output, int frame);
   Status WriteMeshes(const OutputSettings& output, int frame);
-  Status WriteMesh(const OutputSettings& output, BaseObject& object, int frame);
+  Status WriteMesh(const OutputSettings& output, BaseObject& object, const PolygonObject& mesh, int frame);
   Status WriteFrameFile(const std::filesystem::path& path, const std::function<Status(std::ostream&)>& write);
   Status WriteStage(const OutputSettings& output) const;
   FileUnits UnitsOf(const OutputSettings& output) const;

@@ -89,7 +89,7 @@ void PictureMaker::TellUnseen(const RunState& state, const std::vector<std::uniq
     if (!holds || report_.volumeSamples > 0) continue;
     state.warnings.Tell({material->Path(), "gas-unseen",
                          fmt::format("the camera doesn't see its gas; turn it to ({:.4g}, {:.4g}, {:.4g}) to ({:.4g}, "
-                                     "{:.4g}, {:.4g})",
+                                     "{:.4g}, {:.4g}), or set its \"near\" and \"far\" around that",
                                      low.x, low.y, low.z, high.x, high.y, high.z),
                          state.frame});
   }

@@ -139,12 +139,19 @@ fs::path Settled(const fs::path& path) {
 }
 
 void CheckResultNames(const BaseDocument& document, const fs::path& results, Found& found) {
-  std::map<fs::path, const BaseObject*> taken;
+  std::map<fs::path, ResultName> taken;
   for (const ResultName& name : FrameOutput(document, results).Names(document.minTime.Frame(document.fps))) {
-    const auto [first, fresh] = taken.emplace(Settled(name.path), name.object);
+    const auto [first, fresh] = taken.emplace(Settled(name.path), name);
     if (fresh) continue;
+    const ResultName& other = first->second;
+    if (name.of && other.of && name.of != other.of) {
+      Add(found, *name.object, name.row,
+          fmt::format("gives {}, which both \"{}\" and \"{}\" would write; give one of them another name",
+                      name.path.string(), other.of->Path(), name.of->Path()));
+      continue;
+    }
     const std::string whose =
-        first->second == name.object ? "two of its objects" : fmt::format("\"{}\", too,", first->second->Path());
+        other.object == name.object ? "two of its objects" : fmt::format("\"{}\", too,", other.object->Path());
     Add(found, *name.object, name.row, fmt::format("gives {}, which {} would write", name.path.string(), whose));
   }
 }

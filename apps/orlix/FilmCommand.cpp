@@ -50,7 +50,9 @@ Status RunProgram(std::vector<std::string> words) {
     if (errno != EINTR) return Status::Fail(ErrorKind::Internal, "no outcome of " + words[0]);
   }
   if (WIFEXITED(outcome) && WEXITSTATUS(outcome) == 0) return {};
-  return Status::Fail(ErrorKind::Output, fmt::format("{} failed", words[0]));
+  return Status::Fail(
+      ErrorKind::Output,
+      fmt::format("{} failed; the ending of the film's name must be one that it knows, such as .mp4", words[0]));
 }
 
 }  // namespace

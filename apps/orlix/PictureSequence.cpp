@@ -30,13 +30,16 @@ std::map<std::string, std::vector<FrameFile>> SequencesIn(const std::filesystem:
 // A run leaves its pictures in the folder that an output names, beneath that of the results.
 std::string WhereElse(const std::filesystem::path& folder) {
   std::string found;
+  bool exr = false;
   std::error_code error;
   for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
     std::error_code unreadable;
+    exr |= at->path().extension() == ".exr";
     if (!at->is_directory(unreadable) || SequencesIn(at->path(), unreadable).empty()) continue;
     if (found.empty() || at->path().string() < found) found = at->path().string();
   }
-  return found.empty() ? found : "; " + found + " has some";
+  if (!found.empty()) return "; " + found + " has some";
+  return exr ? "; orlix convert makes PNG of its OpenEXR pictures" : "";
 }
 
 }  // namespace

@@ -112,6 +112,14 @@ Result<std::uint64_t> HashWork(const BaseDocument& document, const RenderCommand
   return *scene ^ HashBytes(rest.data(), rest.size());
 }
 
+// A part doesn't take the place of the whole picture of its frame.
+void NameParts(const PictureCrop& crop, BaseDocument& document) {
+  if (crop.Empty()) return;
+  const std::vector<BaseObject*> found = document.ObjectsOfType(kRenderSettingsId);
+  BaseObject& settings = found.empty() ? document.AddObject(kRenderSettingsType, nullptr) : *found.front();
+  settings.Set(kRenderFileNameId, settings.GetString(kRenderFileNameId) + "_crop");
+}
+
 }  // namespace
 
 Status RenderCommand(const Program& program, const RenderCommandOptions& options) {
@@ -131,6 +139,7 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
   Result<SceneFile> scene = ReadScene(program, options, options.out, options.allowOutside);
   if (!scene) return scene.error();
   BaseDocument& document = *scene->document;
+  NameParts(pictures.crop, document);
   const Result<std::uint64_t> hash = HashWork(document, options);
   if (!hash) return hash.error();
   Result<FramePlan> plan = PlanFrames(document, list);

@@ -46,12 +46,9 @@ Status ValidateCommand(const Program& program, const SceneOptions& options) {
       mistakes.push_back(text.substr(from, end == std::string::npos ? end : end - from));
       from = end == std::string::npos ? end : end + 1;
     }
-    const Json json = {{"scene", options.scene},
-                       {"valid", status.ok()},
-                       {"objects", findings.objects},
-                       {"off", findings.off},
-                       {"mistakes", std::move(mistakes)},
-                       {"warnings", findings.warnings}};
+    const Json json = {{"scene", options.scene},          {"valid", status.ok()},
+                       {"objects", findings.objects},     {"off", findings.off},
+                       {"mistakes", std::move(mistakes)}, {"warnings", findings.warnings}};
     fmt::print("{}\n", LaidOut(json));
   } else if (status.ok() && !program.options.quiet) {
     const std::size_t warnings = findings.warnings.size();

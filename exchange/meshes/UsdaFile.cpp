@@ -167,7 +167,15 @@ void AddVolume(const UsdaStage::Volume& volume, std::string& text) {
 
 std::string UsdName(const std::string& name) {
   std::string plain;
-  for (const char c : name) plain += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    // Letters of other languages as numbers, or many names would be one.
+    if (byte >= 0x80) {
+      plain += fmt::format("{:02x}", byte);
+    } else {
+      plain += std::isalnum(byte) ? c : '_';
+    }
+  }
   return plain.empty() || std::isdigit(static_cast<unsigned char>(plain[0])) ? "_" + plain : plain;
 }
 

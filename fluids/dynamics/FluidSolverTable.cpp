@@ -57,7 +57,8 @@ constexpr Parameter kParameters[] = {
     VectorParameter(FluidSolver::kContainerId, "container", {500, 500, 500}, "host units", "Size of the container")
         .Min(0),
     ChoiceParameter(FluidSolver::kAnchorModeId, "anchor_mode", FluidSolver::AnchorMode::Corner, kAnchor,
-                    "Where in the container the object's position lies"),
+                    "Where in the container the object's position lies")
+        .OnlyShows(),
     VectorParameter(FluidSolver::kAnchorId, "anchor", {0, 0, 0}, "", "The same as a fraction of the size")
         .ShownWhen(FluidSolver::kAnchorModeId, Relation::Is, FluidSolver::AnchorMode::Custom),
     Face(GridBoundary::kFaceXMinId, "face_x_min", "Container's face at the minimum of x"),

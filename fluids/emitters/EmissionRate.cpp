@@ -9,7 +9,8 @@ const TypeInfo& EmissionRate::Type() {
       {Kind::Count, "count", "A number of particles"},
   };
   static constexpr Parameter kParameters[] = {
-      ChoiceParameter(kKindId, "kind", Kind::Scalar, kKinds, "What the rate gives"),
+      // A vector takes a scalar rate, too.
+      ChoiceParameter(kKindId, "kind", Kind::Scalar, kKinds, "What the rate gives").OnlyShows(),
       FloatParameter(kScalarRateId, "scalar_rate", 1.0, "", "The amount")
           .ShownWhen(kKindId, Relation::Is, Kind::Scalar),
       VectorParameter(kVectorRateId, "vector_rate", {1, 1, 1}, "", "The vector")

@@ -43,7 +43,8 @@ const TypeInfo& GridEmissionSettings::Type() {
           .ShownWhen(kRateId, Relation::Is, 0)
           .ShownWhen(kShowVectorId, Relation::Is, 1),
       BoolParameter(kShowVectorId, "show_vector", false, "Shows the value for vector channels")
-          .ShownWhen(kRateId, Relation::Is, 0),
+          .ShownWhen(kRateId, Relation::Is, 0)
+          .OnlyShows(),
   };
   static const TypeInfo kType = {
       .id = 1300024,

@@ -28,7 +28,7 @@ const TypeInfo& ChannelOperator_Math::Type() {
       VectorParameter(kVectorValueId, "vector_value", {1, 1, 1}, "", "The operand of a vector channel without a source")
           .ShownWhen(kSourceId, Relation::Is, 0)
           .ShownWhen(kUseVectorId, Relation::Is, 1),
-      BoolParameter(kUseVectorId, "use_vector", false, "The operand without a source is the vector"),
+      BoolParameter(kUseVectorId, "use_vector", false, "The operand without a source is the vector").OnlyShows(),
   };
   static const TypeInfo kType = {
       .id = 1300056,

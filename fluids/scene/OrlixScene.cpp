@@ -379,6 +379,13 @@ bool OrlixScene::UpdateBounds() {
     if (!touched) min = playedMin, max = playedMax;
     touched = true;
   }
+  // A pass has nothing that asks for a box where it plays a velocity alone; that brings its own.
+  if (!touched && IsPass()) {
+    ForEachNode(NODE_SOLVER, NODE_SOLVER, [&](iBase& node) {
+      if (node.IsEnabled() && node.HasFlag(NodeFromCache)) node.ExtendBounds(min, max);
+    });
+    touched = allDiffer(min, untouchedMin) && allDiffer(max, untouchedMax);
+  }
   if (!touched || min.x > max.x || min.y > max.y || min.z > max.z) {
     SetFlag(NoBounds, true);
     const auto clear = [](iBase& node) {

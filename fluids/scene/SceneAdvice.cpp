@@ -36,13 +36,7 @@ bool IsSet(const BaseObject& object, const Parameter& row) {
 bool Holds(const BaseObject& object, const Condition& condition) {
   const Parameter* row = object.type().Find(condition.id);
   // Keys may let it hold later.
-  if (!row || HasTrack(object, row->id)) return true;
-  // What only an interface goes by keeps a row from nothing, nor does what sets it. A vector takes a scalar rate, too.
-  constexpr std::pair<std::string_view, std::string_view> kOnlyShown[] = {
-      {"show_vector", ""}, {"anchor_mode", ""}, {"use_vector", ""}, {"kind", "rate"}};
-  for (const auto& [key, type] : kOnlyShown) {
-    if (key == row->key && (type.empty() || type == object.type().ShortName())) return true;
-  }
+  if (!row || row->onlyShows || HasTrack(object, row->id)) return true;
   const bool isLink = row->type == ParameterType::Link;
   const double value = isLink ? object.GetLink(row->id) != nullptr : AsDouble(object.Get(row->id), row->number);
   if (condition.relation == Relation::Above) return value > condition.value;

@@ -58,6 +58,18 @@ ORLIX_MULTIVERSION void UnitGradients(const GridView<const double>& nodes, const
   }
 }
 
+// Of a point, in nodes from the first one on, that closes the surface at the box's faces: outwards through them. 0 for
+// the others. The level set knows nothing of these faces.
+Vec3D ClosingNormal(const Vec3D& point, const VecInt3D& nodes) {
+  constexpr double kOnFace = 1e-3;  // cells
+  Vec3D outwards(0.0);
+  for (int axis = 0; axis < 3; ++axis) {
+    if (point[axis] < 1 + kOnFace) outwards[axis] = -1;
+    if (point[axis] > nodes[axis] - 1 - kOnFace) outwards[axis] = 1;
+  }
+  return outwards;
+}
+
 }  // namespace
 
 bool SurfaceExtractor::Build(WorkerPool& pool, TriMeshSTL& mesh) const {
@@ -102,6 +114,11 @@ void SurfaceExtractor::GradientNormals(WorkerPool& pool, TriMeshSTL& mesh) const
     const int first = share * kShare;
     UnitGradients(view, grid_.space.simMin, perPoint, mesh.Points().data() + first, std::min(points - first, kShare),
                   normals.data() + first);
+    for (int p = first; settings_.closed && p < std::min(points, first + kShare); ++p) {
+      const auto at = static_cast<std::size_t>(p);
+      const Vec3D outwards = ClosingNormal((mesh.Points()[at] - grid_.space.simMin) * perPoint, grid_.dims);
+      if (outwards != Vec3D(0.0)) normals[at] = Normalized(outwards);
+    }
   });
 }
 

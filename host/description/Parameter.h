@@ -124,8 +124,9 @@ struct Parameter {
   std::uint32_t linkKinds = kLinkAny;
   std::array<Condition, 3> shownWhen{};  // all must hold
   int shownCount = 0;
-  bool hidden = false;  // never shown in an interface; still read
-  bool unread = false;  // kept with the object; nothing reads it, and a user who sets it is told so
+  bool onlyShows = false;  // by what it is, an interface shows other rows or doesn't; those act whatever it is
+  bool hidden = false;     // never shown in an interface; still read
+  bool unread = false;     // kept with the object; nothing reads it, and a user who sets it is told so
 
   constexpr double FallbackNumber() const { return fallbackNumber ? *fallbackNumber : number; }
   constexpr Vec3D FallbackVector() const { return fallbackVector ? *fallbackVector : vector; }
@@ -169,6 +170,11 @@ struct Parameter {
   requires std::is_enum_v<E>
   constexpr Parameter ShownWhen(int other, Relation relation, E choice) const {
     return ShownWhen(other, relation, static_cast<double>(choice));
+  }
+  constexpr Parameter OnlyShows() const {
+    Parameter p = *this;
+    p.onlyShows = true;
+    return p;
   }
   constexpr Parameter Unread() const {
     Parameter p = *this;

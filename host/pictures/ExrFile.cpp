@@ -92,7 +92,9 @@ class LineBuffer {
     for (std::size_t c = 0; c < bytes_.size(); ++c) {
       const PictureChannel& channel = picture_.channels()[c];
       const std::size_t x = BytesOf(channel), y = x * static_cast<std::size_t>(picture_.width());
-      char* const base = SliceBase(bytes_[c].data(), std::int64_t(picture_.width()) * firstLine, x);
+      const std::int64_t skipped =
+          std::int64_t(picture_.width()) * (picture_.part.top + firstLine) + picture_.part.left;
+      char* const base = SliceBase(bytes_[c].data(), skipped, x);
       frame.insert(channel.name, Imf::Slice(channel.single ? Imf::FLOAT : Imf::HALF, base, x, y));
     }
     return frame;
@@ -184,6 +186,10 @@ Status WriteExr(const Picture& picture, std::ostream& stream) {
   }
   try {
     Imf::Header header(picture.width(), picture.height());
+    if (const PicturePart& part = picture.part; part.wholeWidth > 0) {
+      header.dataWindow() = {{part.left, part.top}, {part.left + picture.width() - 1, part.top + picture.height() - 1}};
+      header.displayWindow() = {{0, 0}, {part.wholeWidth - 1, part.wholeHeight - 1}};
+    }
     header.compression() = Imf::ZIP_COMPRESSION;
     for (const PictureChannel& channel : picture.channels()) {
       header.channels().insert(channel.name, Imf::Channel(channel.single ? Imf::FLOAT : Imf::HALF));

@@ -24,6 +24,12 @@ struct PictureChannel {
   std::vector<float> values;  // width x height
 };
 
+// Where a part stands in the whole picture, pixels from its left upper corner; the whole one's size is 0 for a picture
+// that is no part.
+struct PicturePart {
+  int left = 0, top = 0, wholeWidth = 0, wholeHeight = 0;
+};
+
 class Picture {
  public:
   Picture() = default;
@@ -40,6 +46,8 @@ class Picture {
   const std::vector<PictureChannel>& channels() const { return channels_; }
   const PictureChannel* Find(std::string_view name) const;
   PictureChannel* Find(std::string_view name);
+
+  PicturePart part;  // OpenEXR files keep it as their data window in a display window
 
  private:
   int width_ = 0, height_ = 0;

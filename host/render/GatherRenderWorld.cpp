@@ -49,12 +49,20 @@ MeshPoints PointsOf(const std::vector<const BaseObject*>& meshes) {
 }
 
 // Velocities of the meshes' points, host units a second, by what they did since the frame before; in the first frame,
-// by what they will do. Points whose number changes have none. The document's time moves there and back.
-Status MeasureMotion(BaseDocument& document, const std::vector<const BaseObject*>& meshes, MeshPoints& velocities) {
+// by what they will do. Points whose number changes have none. And the camera at both frames. The document's time moves
+// there and back.
+Status MeasureMotion(BaseDocument& document, const Found& found, MeshPoints& velocities, RenderWorld& world) {
+  const std::vector<const BaseObject*>& meshes = found.meshes;
   const BaseTime now = document.time();
   const int frame = now.Frame(document.fps), step = frame > document.minTime.Frame(document.fps) ? -1 : 1;
   if (Status moved = document.SetTime(BaseTime::OfFrame(frame + step, document.fps)); !moved) return moved;
   const MeshPoints there = PointsOf(meshes);
+  world.motionSign = step;
+  if (found.camera) {
+    Result<Camera> camera = ReadCamera(*found.camera);
+    if (!camera) return camera.status();
+    world.ofNeighbour = *camera;
+  }
   if (Status moved = document.SetTime(now); !moved) return moved;
   velocities = PointsOf(meshes);
   for (std::size_t m = 0; m < meshes.size(); ++m) {
@@ -188,7 +196,7 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
 
   MeshPoints velocities;
   if (world.settings.NeedsMotion()) {
-    if (Status s = MeasureMotion(document, found.meshes, velocities); !s) return s;
+    if (Status s = MeasureMotion(document, found, velocities, world); !s) return s;
   }
   ShutterEnd open, close;
   if (world.settings.shutter > 0) {
@@ -202,7 +210,8 @@ Status GatherRenderWorld(BaseDocument& document, const GatherOptions& options, R
   } else {
     world.camera = OwnCamera(options, found, world);
   }
-  world.closing = world.camera;
+  world.closing = world.ofFrame = world.camera;
+  if (!found.camera) world.ofNeighbour = world.camera;
   world.cameraMoves = open.camera && !SameView(*open.camera, *close.camera);
   if (world.cameraMoves) world.camera = *open.camera, world.closing = *close.camera;
   world.lights.clear();

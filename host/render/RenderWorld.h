@@ -20,6 +20,10 @@ class RenderWorld {
   Camera camera;
   Camera closing;  // where the camera is when the shutter closes; camera is where it is when it opens
   bool cameraMoves = false, lightsMove = false;
+  // What motion in the picture is measured between: the frame, and the one before it (in the first, the one after it,
+  // motionSign 1). Without a camera in the document both are the camera.
+  Camera ofFrame, ofNeighbour;
+  int motionSign = -1;
   RenderSettings settings;
   std::vector<Light> lights;  // those that are on
   SurfaceScene surfaces;

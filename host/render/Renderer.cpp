@@ -238,16 +238,14 @@ void PictureJob::Write(const PixelSums& sums, int x, int y) {
   planes_.done[pixel] = 1;
   if (planes_.gasAlpha) planes_.gasAlpha[pixel] = static_cast<float>(sums.gasAlpha * share);
   if (!planes_.motion[0] || sums.depth >= world_.camera.far) return;
-  // Where that place is a frame later, seen by the camera as it moves.
-  const Vec3D later = sums.nearest + sums.velocity * settings.frameSeconds;
-  const double frames = settings.shutter > 0 ? 1 / settings.shutter : 0;
-  Camera moved = world_.camera;
-  if (world_.cameraMoves) moved.position += (world_.closing.position - world_.camera.position) * frames;
-  const ProjectedPoint now = world_.camera.Project(sums.nearest, settings.width, settings.height);
-  const ProjectedPoint then = moved.Project(later, settings.width, settings.height);
+  // From where the camera of the neighbouring frame saw that place to where this frame's does.
+  const int sign = world_.motionSign;
+  const Vec3D there = sums.nearest + sums.velocity * (sign * settings.frameSeconds);
+  const ProjectedPoint now = world_.ofFrame.Project(sums.nearest, settings.width, settings.height);
+  const ProjectedPoint then = world_.ofNeighbour.Project(there, settings.width, settings.height);
   if (!(then.depth > 0) || !(now.depth > 0)) return;
-  planes_.motion[0][pixel] = static_cast<float>(then.x - now.x);
-  planes_.motion[1][pixel] = static_cast<float>(then.y - now.y);
+  planes_.motion[0][pixel] = static_cast<float>((then.x - now.x) * sign);
+  planes_.motion[1][pixel] = static_cast<float>((then.y - now.y) * sign);
 }
 
 void PictureJob::ShadeTile(RayShader& shader, const Tile& area, const std::vector<PointSample>& drawn) {
@@ -349,6 +347,7 @@ Result<Picture> EmptyPicture(const RenderWorld& world) {
 Picture Finished(const Picture& whole, const PictureCrop& crop) {
   const PictureCrop area = crop.Empty() ? PictureCrop{0, 0, whole.width(), whole.height()} : crop;
   Picture picture(area.right - area.left, area.bottom - area.top);
+  if (!crop.Empty()) picture.part = {area.left, area.top, whole.width(), whole.height()};
   for (const PictureChannel& channel : whole.channels()) {
     if (channel.name == kDoneChannel) continue;
     PictureChannel& part = picture.AddChannel(channel.name, 0, channel.single);

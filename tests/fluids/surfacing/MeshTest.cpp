@@ -112,9 +112,18 @@ TEST_P(EachMethod, NormalsPointOutsideAndIsoMovesTheSurface) {
 TEST_P(EachMethod, OpenWhereTheLevelSetEndsUnlessAsked) {
   const auto slab = LevelSet(10, 1, [](const Vec3D& p) { return p.y; });
   EXPECT_GT(Check(Extract(*slab, {.method = GetParam()})).openEdges, 0);
-  const MeshCheck closed = Check(Extract(*slab, {.method = GetParam(), .closed = true}));
+  const TriMeshSTL mesh = Extract(*slab, {.method = GetParam(), .closed = true});
+  const MeshCheck closed = Check(mesh);
   EXPECT_EQ(closed.openEdges, 0);
   EXPECT_EQ(closed.euler, 2);
+  // Points of the closing faces look out of the box, too.
+  const std::vector<Vec3D>& normals = *mesh.pointAttributes.Find(kPointNormalId);
+  for (const VecInt3D& t : mesh.Triangles()) {
+    const Vec3D &a = mesh.Points()[std::size_t(t.x)], &b = mesh.Points()[std::size_t(t.y)],
+                &c = mesh.Points()[std::size_t(t.z)];
+    const Vec3D face = Normalized(Cross(b - a, c - a));
+    for (const int corner : {t.x, t.y, t.z}) ASSERT_GT(Dot(normals[std::size_t(corner)], face), -0.02);
+  }
 }
 
 TEST_P(EachMethod, SameMeshAtAnyNumberOfWorkers) {

@@ -418,6 +418,7 @@ TEST(Sampling, LayersAddUpToThePicture) {
   world.settings.writeLayers = true, world.settings.frameSeconds = 0.1;
   world.velocities.assign(4, Vec3D{10, 0, 0});
   world.Build();
+  world.ofFrame = world.ofNeighbour = world.camera;
   const Picture picture = Rendered(world);
   for (std::size_t n = 0; n < picture.pixelCount(); ++n) {
     for (const char* c : {"R", "G", "B"}) {
@@ -428,6 +429,10 @@ TEST(Sampling, LayersAddUpToThePicture) {
   }
   const std::size_t middle = 32 * 64 + 32;
   EXPECT_NEAR(picture.Find("gas.A")->values[middle], 1 - std::exp(-0.7), 1e-6);
+  // One unit a frame of 8 across 64 pixels; nothing when the camera went along.
+  EXPECT_NEAR(picture.Find("motion.X")->values[middle], 8, 1e-4);
+  world.ofNeighbour.position.x = -1;
+  EXPECT_NEAR(Rendered(world).Find("motion.X")->values[middle], 0, 1e-4);
   EXPECT_EQ(picture.Find(kDoneChannel), nullptr);
 }
 
