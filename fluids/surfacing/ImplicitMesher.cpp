@@ -32,6 +32,20 @@ constexpr Choice kSamplings[] = {
     {Interpolation::QuadraticBSpline, "quadratic", "27 nodes, a B-spline that smooths"},
 };
 
+// Whether the place where the level set has this value lies beyond the nodes that meshes are taken from.
+bool IsCutOff(const ScalarGrid& grid, double iso) {
+  const VecInt3D last = grid.dims - VecInt3D(1, 1, 1);
+  for (int k = 1; k <= last.z; ++k) {
+    for (int j = 1; j <= last.y; ++j) {
+      const bool inFace = k == 1 || k == last.z || j == 1 || j == last.y;
+      for (int i = 1; i <= last.x; i += inFace ? 1 : std::max(1, last.x - 1)) {
+        if (grid(i, j, k) < iso) return true;
+      }
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 const TypeInfo& ImplicitMesher::Type() {
@@ -187,6 +201,12 @@ void ImplicitMesher::Process(ProcessData&) {
   builtVersion_ = input_->LevelSetVersion();
   ++builds_;
   SetFlag(NodeDirty | NodeHardDirty, false);
+  if (settings_.iso > 0 && IsCutOff(*grid, settings_.iso)) {
+    Warn("iso-beyond",
+         "the surface at the distance \"iso\" reaches the end of its level set, where it is cut off flat; give what "
+         "makes "
+         "the level set more room (\"padding\" of a volume) or take a smaller \"iso\"");
+  }
   if (mesh_.TriangleCount() == 0) {
     Warn("no-surface",
          "the level set has no place at the distance \"iso\": the mesh is empty; look at the level set's "

@@ -1,7 +1,9 @@
 #include "fluids/surfacing/SurfaceExtractor.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "fluids/grids/Interpolation.h"
 #include "fluids/level_sets/TriangleLanes.h"
 #include "fluids/surfacing/LatticeExtraction.h"
 #include "fluids/surfacing/MeshWeld.h"
@@ -58,15 +60,18 @@ ORLIX_MULTIVERSION void UnitGradients(const GridView<const double>& nodes, const
   }
 }
 
-// Of a point, in nodes from the first one on, that closes the surface at the box's faces: outwards through them. 0 for
-// the others. The level set knows nothing of these faces.
-Vec3D ClosingNormal(const Vec3D& point, const VecInt3D& nodes) {
-  constexpr double kOnFace = 1e-3;  // cells
+// Of a point (in nodes) where the box's faces close the surface: outwards through those within half a cell. 0 for
+// points of the level set, which knows nothing of these faces.
+Vec3D ClosingNormal(const GridView<const double>& levelset, double iso, double nodesPerMetre, const Vec3D& point,
+                    const Vec3D& low, const Vec3D& high) {
+  const Vec3D below = low - point, above = point - high;
+  const double beyond = std::max({below.x, below.y, below.z, above.x, above.y, above.z});
+  constexpr double kFarthest = -1, kInside = 1e-3;  // cells
+  if (beyond < kFarthest) return Vec3D(0.0);
+  const double value = (SampleTrilinear(levelset, point.x, point.y, point.z) - iso) * nodesPerMetre;
+  if (value > beyond - kInside) return Vec3D(0.0);
   Vec3D outwards(0.0);
-  for (int axis = 0; axis < 3; ++axis) {
-    if (point[axis] < 1 + kOnFace) outwards[axis] = -1;
-    if (point[axis] > nodes[axis] - 1 - kOnFace) outwards[axis] = 1;
-  }
+  for (int axis = 0; axis < 3; ++axis) outwards[axis] = (above[axis] > -0.5) - (below[axis] > -0.5);
   return outwards;
 }
 
@@ -108,6 +113,8 @@ void SurfaceExtractor::GradientNormals(WorkerPool& pool, TriMeshSTL& mesh) const
   std::vector<Vec3D>& normals = mesh.pointAttributes.Column(kPointNormalId);
   const GridView<const double> view(grid_);
   const double perPoint = 1 / Spacing();
+  // Tiles leave out the first three quarters of a cell.
+  const Vec3D low(settings_.method == ExtractionMethod::Tiles ? 1.75 : 1.0), high(grid_.dims - VecInt3D(1, 1, 1));
   constexpr int kShare = 4096;
   const int points = mesh.PointCount();
   ForLayers(pool, 0, (points + kShare - 1) / kShare, [&](int share) {
@@ -116,7 +123,8 @@ void SurfaceExtractor::GradientNormals(WorkerPool& pool, TriMeshSTL& mesh) const
                   normals.data() + first);
     for (int p = first; settings_.closed && p < std::min(points, first + kShare); ++p) {
       const auto at = static_cast<std::size_t>(p);
-      const Vec3D outwards = ClosingNormal((mesh.Points()[at] - grid_.space.simMin) * perPoint, grid_.dims);
+      const Vec3D point = (mesh.Points()[at] - grid_.space.simMin) * perPoint;
+      const Vec3D outwards = ClosingNormal(view, settings_.iso, perPoint, point, low, high);
       if (outwards != Vec3D(0.0)) normals[at] = Normalized(outwards);
     }
   });
