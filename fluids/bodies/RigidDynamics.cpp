@@ -247,7 +247,70 @@ class World final : public btDiscreteDynamicsWorld {
     clearForces();
   }
 
+ protected:
+  // What contacts give back is added to what the solver made of them. The solver's own share of it is lost in the slop:
+  // a contact is pushed only once it is that deep, and then by no more than what keeps it from going deeper, so that a
+  // body is stopped in parts. What it pushes to part bodies that are too deep isn't given back, either. See Catto,
+  // Solver2D (2024), for a pass of its own.
+  void solveConstraints(btContactSolverInfo& info) override {
+    FindImpacts();
+    btDiscreteDynamicsWorld::solveConstraints(info);
+    GiveBack();
+  }
+
  private:
+  // A contact whose bodies come nearer.
+  struct Impact {
+    btRigidBody *a, *b;
+    const btManifoldPoint* point;
+    btScalar wanted;       // speed by which they are to part, m/s
+    btScalar impulse = 0;  // given so far
+
+    btVector3 ArmOfA() const { return point->getPositionWorldOnA() - a->getCenterOfMassPosition(); }
+    btVector3 ArmOfB() const { return point->getPositionWorldOnB() - b->getCenterOfMassPosition(); }
+    btScalar PartingSpeed() const {
+      return point->m_normalWorldOnB.dot(a->getVelocityInLocalPoint(ArmOfA()) - b->getVelocityInLocalPoint(ArmOfB()));
+    }
+  };
+  void FindImpacts() {
+    constexpr btScalar kSlowest = btScalar(0.2);  // m/s: below it bodies come to rest
+    impacts_.clear();
+    for (int m = 0; m < getDispatcher()->getNumManifolds(); ++m) {
+      btPersistentManifold& manifold = *getDispatcher()->getManifoldByIndexInternal(m);
+      auto* a = btRigidBody::upcast(const_cast<btCollisionObject*>(manifold.getBody0()));
+      auto* b = btRigidBody::upcast(const_cast<btCollisionObject*>(manifold.getBody1()));
+      if (!a || !b || !a->hasContactResponse() || !b->hasContactResponse()) continue;
+      for (int n = 0; n < manifold.getNumContacts(); ++n) {
+        const btManifoldPoint& point = manifold.getContactPoint(n);
+        Impact impact{a, b, &point, 0};
+        const btScalar speed = impact.PartingSpeed();
+        if (speed > -kSlowest) continue;
+        impact.wanted = -speed * std::max(btScalar(0), point.m_combinedRestitution);
+        impacts_.push_back(impact);
+      }
+    }
+  }
+  // Impulses in turn, so that those of several contacts of a body together give what is wanted.
+  void GiveBack() {
+    std::erase_if(impacts_, [](const Impact& impact) { return !(impact.point->m_appliedImpulse > 0); });
+    constexpr int kRounds = 16;
+    for (int round = 0; round < kRounds; ++round) {
+      for (Impact& impact : impacts_) {
+        const btVector3& normal = impact.point->m_normalWorldOnB;
+        const btScalar give = impact.a->computeImpulseDenominator(impact.point->getPositionWorldOnA(), normal) +
+                              impact.b->computeImpulseDenominator(impact.point->getPositionWorldOnB(), normal);
+        if (!(give > 0)) continue;
+        const btScalar before = impact.impulse;
+        const btScalar all = before + (impact.wanted - impact.PartingSpeed()) / give;
+        impact.impulse = std::max(all, -impact.point->m_appliedImpulse);  // a contact doesn't pull
+        const btVector3 change = normal * (impact.impulse - before);
+        impact.a->applyImpulse(change, impact.ArmOfA());
+        impact.b->applyImpulse(-change, impact.ArmOfB());
+      }
+    }
+  }
+  std::vector<Impact> impacts_;
+
   // A body that moves, and a wall beyond which it isn't.
   struct Held {
     btRigidBody* body;
@@ -303,8 +366,10 @@ void Configure(World& world, const RigidStep& step) {
   solver.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
   solver.m_numIterations = step.iterations;
   solver.m_splitImpulse = true;
-  solver.m_splitImpulsePenetrationThreshold = -0.02f;
+  // What parts bodies that are too deep moves them alone: as a speed it threw them up, the higher the shorter the step.
+  solver.m_splitImpulsePenetrationThreshold = BT_LARGE_FLOAT;
   solver.m_linearSlop = btScalar(step.slop);
+  solver.m_restitutionVelocityThreshold = BT_LARGE_FLOAT;  // no contact gives back here: see World
   world.getDispatchInfo().m_useContinuous = true;
   world.getDispatchInfo().m_allowedCcdPenetration = 0.04f;
   world.setGravity(ToBullet(step.gravity));

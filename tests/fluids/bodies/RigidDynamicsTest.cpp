@@ -119,6 +119,32 @@ TEST(RigidDynamics, CollisionKeepsMomentumAndFallsApart) {
   EXPECT_LT(a.state.velocity.x, b.state.velocity.x);
 }
 
+// Whatever the slop and the steps, contacts give back their share of the speed (what they push apart afterwards moves,
+// too, by up to 0.4 m/s).
+TEST(RigidDynamics, ContactsGiveBackTheirShare) {
+  for (const double share : {0.0, 0.5, 1.0}) {
+    for (const double slop : {0.002, 0.01}) {
+      for (const int substeps : {1, 10, 40}) {
+        Body ball(Sphere(0.2, 16), 2), ground(Box({2, 0.2, 2}), 0, RigidEntry::Kind::Still);
+        ball.state.pose.off = {0, 0.5, 0}, ball.state.velocity = {0, -4, 0};
+        ground.state.pose.off = {0, -0.2, 0};
+        for (Body* body : {&ball, &ground}) body->entry.restitution = std::sqrt(share), body->entry.friction = 0;
+        RigidStep step = Steps(1 / 96.0);
+        step.slop = slop, step.substeps = substeps;
+        StepThrough({&ball, &ground}, step, 24);
+        EXPECT_NEAR(ball.state.velocity.y, 4 * share, 0.4) << share << " " << slop << " " << substeps;
+      }
+    }
+  }
+  // Equal bodies that meet head on exchange their speeds.
+  Body a(Box(Vec3D(0.1)), 1), b(Box(Vec3D(0.1)), 1);
+  a.state.velocity = {3, 0, 0}, b.state.pose.off = {0.5, 0, 0};
+  for (Body* body : {&a, &b}) body->entry.restitution = 1;
+  StepThrough({&a, &b}, Steps(1 / 24.0), 12);
+  EXPECT_NEAR(a.state.velocity.x, 0, 0.1);
+  EXPECT_NEAR(b.state.velocity.x, 3, 0.1);
+}
+
 // The upper side of a floor, of squares.
 Polygons Floor(double half, int squares) {
   Polygons floor;
