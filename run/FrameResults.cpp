@@ -94,8 +94,8 @@ Status FrameResults::MakePicture(const RunState& state) {
   return status;
 }
 
-// The frames of caches that are recorded belong to what a run of passes makes; a simulation's own are found by their
-// numbers.
+// The frames of caches that are recorded belong to what a run of passes makes; a simulation's have records of their
+// own.
 Status FrameResults::Record(const RunState& state) {
   RecordedFrame made;
   const auto add = [&](const fs::path& path, bool picture) {
@@ -105,7 +105,9 @@ Status FrameResults::Record(const RunState& state) {
   for (const fs::path& path : madePicture_ ? maker_.written() : std::vector<fs::path>()) add(path, true);
   if (state.standsAlone) {
     if (Status flushed = FlushCaches(state.hook); !flushed) return flushed;
-    for (const fs::path& path : SavedFrames(state.hook)) add(path, false);
+    for (const Cache_OperatorBase* cache : RecordingCaches(state.hook)) {
+      if (cache->HasSaved()) add(cache->PathToSave(), false);
+    }
   }
   made.origin = OriginOf(*passes_, state.document, state.hook, simulation_);
   return record_->Add(state.frame, std::move(made));

@@ -12,6 +12,7 @@
 namespace orlix {
 
 namespace fs = std::filesystem;
+using Numbering = Cache_OperatorBase::Numbering;
 
 Result<std::vector<FolderLock>> LockOutputFolders(const std::vector<fs::path>& folders) {
   std::set<fs::path> distinct;
@@ -35,7 +36,9 @@ Result<std::vector<FolderLock>> LockOutputFolders(const std::vector<fs::path>& f
 Status RefuseToRecordOver(const BaseDocument& document, int first, int last) {
   for (const CacheFiles& cache : RecordedCaches(document)) {
     const std::vector<FrameFile> frames = ScanFrameFiles(cache.folder, cache.stem, cache.extension);
-    const auto within = [&](const FrameFile& file) { return file.frame >= first && file.frame <= last; };
+    const bool byDocument = cache.object->GetChoice<Numbering>(Cache_OperatorBase::kNumberingId) == Numbering::Document;
+    const std::int64_t zero = byDocument ? 0 : document.minTime.Frame(document.fps);
+    const auto within = [&](const FrameFile& file) { return file.frame + zero >= first && file.frame + zero <= last; };
     const auto count = std::count_if(frames.begin(), frames.end(), within);
     if (count == 0) continue;
     return Status::Fail(

@@ -84,10 +84,26 @@ std::vector<FrameRange> Merge(const std::vector<FrameRange>& a, const std::vecto
   return merged;
 }
 
-std::string PlannedLine(const std::vector<FrameRange>& planned) {
+std::string PlannedLine(const std::vector<FrameRange>& planned, const std::optional<std::uint64_t>& simulation) {
   Json ranges = Json::array();
   for (const FrameRange& range : planned) ranges.push_back({range.first, range.last});
-  return Json{{"planned", ranges}}.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  Json json = {{"planned", ranges}};
+  if (simulation) json["from"] = HexHash(*simulation);
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+// Those of the planned frames that aren't there.
+std::vector<FrameRange> GapsIn(const std::vector<FrameRange>& planned, const std::set<int>& there) {
+  std::vector<FrameRange> gaps;
+  for (const FrameRange& range : planned) {
+    std::int64_t next = range.first;
+    for (auto at = there.lower_bound(range.first); at != there.end() && *at <= range.last; ++at) {
+      if (*at > next) gaps.push_back({static_cast<int>(next), *at - 1});
+      next = std::int64_t(*at) + 1;
+    }
+    if (next <= range.last) gaps.push_back({static_cast<int>(next), range.last});
+  }
+  return gaps;
 }
 
 Status AppendLine(const fs::path& path, const std::string& line) {
@@ -139,6 +155,7 @@ Result<ResultRecord> ResultRecord::Read(const fs::path& path) {
       }
       if (json.contains("frame")) record.frames_[json["frame"].get<int>()] = FrameOf(json);
       known = known || json.contains("planned");
+      if (json.contains("planned") && json.contains("from")) record.simulation_ = HashOf(json, "from");
     } catch (const Json::exception&) {
       return Error{ErrorKind::InputFile, path.string() + ": damaged: a line that isn't a record's"};
     }
@@ -151,7 +168,8 @@ Result<ResultRecord> ResultRecord::Read(const fs::path& path) {
 std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
   Json files = Json::array(), caches = Json::array();
   for (const ResultFile& file : made.files) {
-    files.push_back({{"name", file.name}, {"bytes", file.bytes}});
+    files.push_back({{"name", file.name}});
+    if (file.bytes != 0) files.back()["bytes"] = file.bytes;
     if (file.hash) files.back()["hash"] = HexHash(*file.hash);
     if (file.changed != 0) files.back()["changed"] = file.changed;
     if (file.picture) files.back()["picture"] = true;
@@ -167,10 +185,13 @@ std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-Status ResultRecord::Begin(const fs::path& path, const std::vector<int>& planned) {
+Status ResultRecord::Begin(const fs::path& path, const std::vector<FrameRange>& planned,
+                           std::optional<std::uint64_t> simulation) {
   path_ = path;
-  planned_ = Merge(planned_, RangesOf(planned));
-  std::string text = PlannedLine(planned_);
+  if (simulation != simulation_) planned_.clear();
+  simulation_ = simulation;
+  planned_ = Merge(planned_, planned);
+  std::string text = PlannedLine(planned_, simulation_);
   for (const auto& [frame, made] : frames_) text += LineOf(frame, made);
   return WriteFileAtomically(path, text);
 }
@@ -206,7 +227,7 @@ std::vector<std::string> ResultRecord::MissingFiles(int frame, Look look) const 
     const fs::path path = path_.parent_path() / file.name;
     std::error_code error;
     const std::uint64_t bytes = fs::file_size(path, error);
-    const bool sized = !error && bytes == file.bytes;
+    const bool sized = !error && (file.bytes == 0 || bytes == file.bytes);
     const bool touched = file.changed == 0 || ChangedAt(path) != file.changed;
     const bool looks = sized && file.hash && (look == Look::Contents || (look == Look::Touched && touched));
     if (!sized || (looks && ResultFileOf(path, {}, false).hash != file.hash)) missing.push_back(file.name);
@@ -215,16 +236,25 @@ std::vector<std::string> ResultRecord::MissingFiles(int frame, Look look) const 
 }
 
 std::vector<FrameRange> ResultRecord::NeverMade() const {
-  std::vector<FrameRange> never;
-  for (const FrameRange& range : planned_) {
-    std::int64_t next = range.first;
-    for (auto made = frames_.lower_bound(range.first); made != frames_.end() && made->first <= range.last; ++made) {
-      if (made->first > next) never.push_back({static_cast<int>(next), made->first - 1});
-      next = std::int64_t(made->first) + 1;
-    }
-    if (next <= range.last) never.push_back({static_cast<int>(next), range.last});
+  std::set<int> made;
+  for (const auto& [frame, each] : frames_) made.insert(frame);
+  return GapsIn(planned_, made);
+}
+
+bool ResultRecord::Wrote(const FrameFile& file) const {
+  const auto found = frames_.find(file.frame);
+  if (found == frames_.end() || found->second.origin.files != simulation_) return false;
+  const std::vector<ResultFile>& files = found->second.files;
+  return !files.empty() && files.front().name == file.path.filename();
+}
+
+std::vector<FrameRange> ResultRecord::LostFiles(const std::vector<FrameFile>& files) const {
+  std::set<int> there;
+  for (const FrameFile& file : files) there.insert(file.frame);
+  for (const auto& [number, kept] : frames_) {
+    if (kept.files.empty() && kept.origin.files == simulation_) there.insert(number);
   }
-  return never;
+  return GapsIn(planned_, there);
 }
 
 std::vector<FrameRange> ResultRecord::MadeFromOthers() const {

@@ -9,7 +9,9 @@
 //    "from": "0123456789abcdef", "pictures_from": "fedcba9876543210",
 //    "caches": [{"path": "/a/b.pcache", "stamp": "0123456789abcdef"}]}
 //
-// Names are relative to the record's folder.
+// Names are relative to the record's folder. The record of a cache, STEM.EXTENSION.results, has numbers of files in
+// place of frames, no sizes (what it keeps proves itself), and tells the simulation: "from" of "planned" is that of the
+// last run, and frames with another one are left from another.
 
 #include <filesystem>
 #include <map>
@@ -24,7 +26,7 @@ namespace orlix {
 
 struct ResultFile {
   std::string name;
-  std::uint64_t bytes = 0;
+  std::uint64_t bytes = 0;  // 0: not known
   bool picture = false;
   std::optional<std::uint64_t> hash{};  // xxHash64 of the content; older records have none
   // When its content, times or name last changed, ns since 1970, as the system keeps it and nobody can set it; 0:
@@ -46,13 +48,18 @@ class ResultRecord {
 
   // No record where there is no file. InputFile for one that is none.
   static Result<ResultRecord> Read(const std::filesystem::path& path);
-  // Begins a run that is to make these frames, ascending: the record as it stands is written anew, in one piece.
-  Status Begin(const std::filesystem::path& path, const std::vector<int>& planned);
+  // Begins a run that is to make these frames: the record as it stands is written anew, in one piece.
+  // With another simulation than before nothing else is planned.
+  Status Begin(const std::filesystem::path& path, const std::vector<FrameRange>& planned,
+               std::optional<std::uint64_t> simulation = {});
   // The frame is whole.
   Status Add(int frame, RecordedFrame made);
 
   const std::map<int, RecordedFrame>& frames() const { return frames_; }
   const std::vector<FrameRange>& planned() const { return planned_; }
+  const std::optional<std::uint64_t>& simulation() const { return simulation_; }
+  // The file that the last simulation wrote under this number.
+  bool Wrote(const FrameFile& file) const;
 
   // What is looked at: names and sizes; the content of files that were touched since, too; the content of all.
   enum class Look { Sizes, Touched, Contents };
@@ -60,6 +67,8 @@ class ResultRecord {
   std::vector<std::string> MissingFiles(int frame, Look look) const;
   // Planned frames that were never made.
   std::vector<FrameRange> NeverMade() const;
+  // Planned numbers of a cache's files that aren't among these; those that it didn't keep are none.
+  std::vector<FrameRange> LostFiles(const std::vector<FrameFile>& files) const;
   // Frames whose caches have changed since they were made.
   std::vector<FrameRange> MadeFromOthers() const;
   // Why a frame has to be made; empty when it is whole and made from this.
@@ -71,6 +80,7 @@ class ResultRecord {
   std::filesystem::path path_;
   std::map<int, RecordedFrame> frames_;
   std::vector<FrameRange> planned_;
+  std::optional<std::uint64_t> simulation_;
 };
 
 // Frames, ascending, as ranges.

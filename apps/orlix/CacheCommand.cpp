@@ -9,6 +9,7 @@
 #include "fluids/caches/C4D_Operator_GridCache_Object.h"
 #include "fluids/caches/CacheRows.h"
 #include "host/description/TypeRegistry.h"
+#include "run/CacheRecords.h"
 #include "run/OutputFolders.h"
 #include "run/SceneRun.h"
 #include "scene_file/JsonLayout.h"
@@ -76,6 +77,8 @@ Status Delete(const std::vector<Cache_OperatorBase*>& caches, const CacheCommand
   if (!locks) return locks.error();
   for (Cache_OperatorBase* cache : caches) {
     if (Status deleted = cache->DeleteCache(); !deleted.ok()) return deleted;
+    std::error_code error;
+    std::filesystem::remove(CacheRecords::PathOf(cache->name()), error);
   }
   return {};
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 #include <numeric>
+#include <optional>
+#include <set>
 
 #include "apps/orlix/FileCheck.h"
 #include "host/files/AtomicFile.h"
@@ -16,7 +18,8 @@ namespace fs = std::filesystem;
 
 struct Sequence {
   const FileCheck* check = nullptr;
-  std::vector<FrameFile> files;
+  std::vector<FrameFile> files{};
+  std::optional<ResultRecord> record{};  // of the simulation that recorded it
 };
 using Sequences = std::map<std::string, Sequence>;
 
@@ -30,9 +33,26 @@ void AddFile(Sequences& sequences, const fs::path& path, const FileCheck& check)
   sequence.files.push_back({frame.value_or(0), path, 0});
 }
 
-void AddRecord(const fs::path& path, FolderReport& report) {
+// STEM.EXTENSION.results: its sequence is known by the whole stem, whatever digits that ends in.
+void AddRecorded(const fs::path& path, const ResultRecord& record, Sequences& sequences) {
+  const fs::path cache = path.parent_path() / path.stem();
+  const FileCheck* check = FindFileCheck(cache);
+  if (!check) return;
+  const std::string stem = cache.stem().string(), extension = cache.extension().string();
+  Sequence own{check, ScanFrameFiles(path.parent_path(), stem, extension.substr(1)), record};
+  std::set<fs::path> files;
+  for (const FrameFile& file : own.files) files.insert(file.path);
+  for (auto& [name, other] : sequences) {
+    std::erase_if(other.files, [&](const FrameFile& file) { return files.contains(file.path); });
+  }
+  std::erase_if(sequences, [](const auto& each) { return each.second.files.empty() && !each.second.record; });
+  sequences[(path.parent_path() / stem).string() + "#" + extension] = std::move(own);
+}
+
+void AddRecord(const fs::path& path, Sequences& sequences, FolderReport& report) {
   const Result<ResultRecord> record = ResultRecord::Read(path);
   if (!record.ok()) return report.unreadable.push_back({path, record.error().text});
+  if (record->simulation()) return AddRecorded(path, *record, sequences);
   RecordReport own{path, {}, record->NeverMade(), record->MadeFromOthers()};
   for (const auto& [frame, made] : record->frames()) {
     for (std::string& name : record->MissingFiles(frame, ResultRecord::Look::Contents)) {
@@ -46,19 +66,19 @@ void AddRecord(const fs::path& path, FolderReport& report) {
 }
 
 // Folders below that can't be read are broken: what is in them was asked for. Links to folders aren't followed.
-Status Walk(const fs::path& folder, Sequences& sequences, FolderReport& report) {
+Status Walk(const fs::path& folder, Sequences& sequences, std::vector<fs::path>& records, FolderReport& report) {
   std::error_code error;
   for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
     std::error_code gone;
     if (at->is_directory(gone) && !at->is_symlink(gone)) {
-      const Status below = Walk(at->path(), sequences, report);
+      const Status below = Walk(at->path(), sequences, records, report);
       if (!below.ok()) report.unreadable.push_back({at->path(), below.error().text});
     }
     if (!at->is_regular_file(gone)) continue;
     if (TemporaryOwner(at->path().filename()) != 0) {
       report.unfinished.push_back(at->path());
     } else if (at->path().extension() == ResultRecord::kExtension) {
-      AddRecord(at->path(), report);
+      records.push_back(at->path());
     } else if (const FileCheck* check = FindFileCheck(at->path())) {
       AddFile(sequences, at->path(), *check);
     }
@@ -101,7 +121,17 @@ SequenceReport CheckSequence(const std::string& name, Sequence& sequence) {
       report.broken.push_back({file.path, whole.error().text});
     }
   }
-  FindGaps(sequence, report);
+  if (!sequence.record) {
+    FindGaps(sequence, report);
+    return report;
+  }
+  report.missing = sequence.record->LostFiles(sequence.files);
+  report.missingCount = CountFrames(report.missing);
+  std::vector<int> left;
+  for (const FrameFile& file : sequence.files) {
+    if (!sequence.record->Wrote(file)) left.push_back(file.frame);
+  }
+  report.left = RangesOf(left);
   return report;
 }
 
@@ -110,25 +140,28 @@ SequenceReport CheckSequence(const std::string& name, Sequence& sequence) {
 Result<FolderReport> ReportFolder(const fs::path& path) {
   FolderReport report;
   Sequences sequences;
+  std::vector<fs::path> records;
   std::error_code error;
   const fs::file_status kind = fs::status(path, error);
   if (!fs::exists(kind)) return Error{ErrorKind::InputFile, path.string() + ": no such folder"};
   if (fs::is_directory(kind)) {
-    if (Status walked = Walk(path, sequences, report); !walked.ok()) return walked.error();
+    if (Status walked = Walk(path, sequences, records, report); !walked.ok()) return walked.error();
   } else if (const FileCheck* check = FindFileCheck(path)) {
     AddFile(sequences, path, *check);
   } else if (path.extension() == ResultRecord::kExtension) {
-    AddRecord(path, report);
+    records.push_back(path);
   } else {
     return Error{ErrorKind::Usage, path.string() + ": not a kind of file that is checked"};
   }
+  for (const fs::path& record : records) AddRecord(record, sequences, report);
   for (auto& [name, sequence] : sequences) {
     report.sequences.push_back(CheckSequence(name, sequence));
     const SequenceReport& done = report.sequences.back();
     report.whole += done.whole;
     report.broken += static_cast<std::int64_t>(done.broken.size());
     report.missing += done.missingCount;
-    if (sequence.check->everyFrame) report.surelyMissing += done.missingCount;
+    report.stale += CountFrames(done.left);
+    if (sequence.record || sequence.check->everyFrame) report.surelyMissing += done.missingCount;
   }
   report.broken += static_cast<std::int64_t>(report.unreadable.size());
   std::sort(report.unfinished.begin(), report.unfinished.end());

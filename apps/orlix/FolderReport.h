@@ -22,6 +22,7 @@ struct SequenceReport {
   std::vector<FrameRange> missing;  // from and to, in steps of step
   int step = 1;
   std::int64_t missingCount = 0;
+  std::vector<FrameRange> left{};  // of a cache: those that another run than the last recorded
 };
 
 // What the record of a run says of its results.
@@ -39,7 +40,7 @@ struct FolderReport {
   std::vector<BrokenFile> unreadable;             // folders below; counted as broken
   std::int64_t whole = 0, broken = 0, missing = 0;
   std::int64_t surelyMissing = 0;  // of kinds that a run writes for every frame, and by the records of runs
-  std::int64_t stale = 0;          // frames made from caches that have changed
+  std::int64_t stale = 0;          // frames made from caches that have changed, and those that another run left
 };
 
 // Checks each file of a known kind in the folder and those below, or the one file that the path names. InputFile when

@@ -12,6 +12,7 @@
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "globals/Hash.h"
 #include "host/render/RenderSettings.h"
+#include "run/CacheRecords.h"
 #include "run/FrameList.h"
 #include "run/FrameResults.h"
 #include "run/Interrupt.h"
@@ -189,6 +190,8 @@ Status RenderCommand(const Program& program, const RenderCommandOptions& options
     };
   }
   FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::OfEveryFrame, pictures);
+  CacheRecords recorded(*hash, {plan->first, plan->last});
+  run.AddListener(recorded);
   run.AddListener(results);
   if (!program.options.quiet) {
     run.AddListener(progress);

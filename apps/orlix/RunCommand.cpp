@@ -11,6 +11,7 @@
 #include "fluids/caches/Cache_OperatorBase.h"
 #include "globals/ByteSize.h"
 #include "globals/Hash.h"
+#include "run/CacheRecords.h"
 #include "run/Checkpoints.h"
 #include "run/FrameList.h"
 #include "run/FrameResults.h"
@@ -223,7 +224,7 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   Checkpoints checkpoints(outputFolder, plan->checkpoints ? options.checkpointEvery : 0, *sceneHash);
   FrameResults results(&Interrupt::Thread(), FrameResults::Pictures::AsAskedFor, pictures);
   if (!work.recordPath.empty()) {
-    if (Status begun = work.record.Begin(work.recordPath, asked); !begun) return begun;
+    if (Status begun = work.record.Begin(work.recordPath, RangesOf(asked)); !begun) return begun;
     results.KeepRecord(work.record, work.passes, *sceneHash);
   }
   if (options.resume && !plan->onlyWanted) {
@@ -238,6 +239,8 @@ Status RunCommand(const Program& program, const RunOptions& options) {
   }
   PeakMemory peak;
   run.AddListener(peak);
+  CacheRecords recorded(*sceneHash, {plan->first, plan->last});
+  run.AddListener(recorded);
   LiquidTotals liquids;
   run.AddListener(liquids);
   Progress progress(program.console);

@@ -17,6 +17,7 @@ void PrintText(const std::string& path, const FolderReport& report) {
     std::string line = fmt::format("{}: {} whole", sequence.name, sequence.whole);
     if (!sequence.missing.empty()) line += ", missing " + FormatRanges(sequence.missing);
     if (sequence.missingCount > 1 && sequence.step > 1) line += fmt::format(" in steps of {}", sequence.step);
+    if (!sequence.left.empty()) line += ", left by another run: " + FormatRanges(sequence.left);
     if (!sequence.broken.empty()) line += fmt::format(", {} broken", sequence.broken.size());
     fmt::print("{}\n", line);
     for (const BrokenFile& file : sequence.broken) fmt::print("  broken: {}\n", file.reason);
@@ -55,11 +56,9 @@ void PrintJson(const std::string& path, const FolderReport& report) {
   }
   for (const BrokenFile& folder : report.unreadable) json["unreadable"].push_back(folder.path.string());
   for (const SequenceReport& sequence : report.sequences) {
-    Json entry = {{"name", sequence.name},
-                  {"whole", sequence.whole},
-                  {"step", sequence.step},
-                  {"broken", Json::array()},
-                  {"missing", Json::array()}};
+    Json entry = {{"name", sequence.name},   {"whole", sequence.whole},  {"step", sequence.step},
+                  {"broken", Json::array()}, {"missing", Json::array()}, {"left", Json::array()}};
+    for (const FrameRange& range : sequence.left) entry["left"].push_back({range.first, range.last});
     for (const BrokenFile& file : sequence.broken) {
       entry["broken"].push_back({{"path", file.path.string()}, {"reason", file.reason}});
     }

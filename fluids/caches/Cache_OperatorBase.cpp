@@ -222,20 +222,19 @@ void Cache_OperatorBase::SaveFrame(WriteFrame write, bool behind) {
 void Cache_OperatorBase::WriteFile(std::function<Status()> job, bool behind) {
   Status status = writer_.Flush();
   if (status.ok()) status = behind ? writer_.Submit(std::move(job)) : job();
-  if (!status.ok()) FailSaving(status);
+  if (!status.ok()) return FailSaving(status);
+  savedFrame_ = scene->clock.frame;
 }
 
-std::vector<fs::path> SavedFrames(const OrlixHook& hook) {
-  std::vector<fs::path> saved;
+std::vector<const Cache_OperatorBase*> RecordingCaches(const OrlixHook& hook) {
+  std::vector<const Cache_OperatorBase*> recording;
   for (const auto& [key, scene] : hook.scenes()) {
     scene->ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
       const auto* cache = dynamic_cast<const Cache_OperatorBase*>(&node);
-      if (!cache || !node.IsEnabled() || cache->mode() != CacheMode::Record) return;
-      std::error_code error;
-      if (const fs::path path = cache->PathToSave(); fs::exists(path, error)) saved.push_back(path);
+      if (cache && node.IsEnabled() && cache->mode() == CacheMode::Record) recording.push_back(cache);
     });
   }
-  return saved;
+  return recording;
 }
 
 Status FlushCaches(const OrlixHook& hook) {

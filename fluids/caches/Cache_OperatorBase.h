@@ -1,6 +1,7 @@
 #pragma once
 // What the caches of grids, particles and meshes share: folder, names, the frame to load and to save, the gate in time.
 
+#include <optional>
 #include <vector>
 
 #include "fluids/caches/FrameWriter.h"
@@ -64,6 +65,8 @@ class Cache_OperatorBase : public iObject {
   std::filesystem::path PathToLoad() const { return name_.PathOf(FrameToLoad()); }
   std::int32_t FrameToSave() const;
   std::filesystem::path PathToSave() const { return name_.PathOf(FrameToSave()); }
+  // Whether it keeps the clock's frame; the file may still be written.
+  bool HasSaved() const { return savedFrame_ == scene->clock.frame; }
 
   // The ids that all caches have in common.
   static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004, kFrameId = 1006,
@@ -117,12 +120,13 @@ class Cache_OperatorBase : public iObject {
   const Duration* duration_ = nullptr;
   std::vector<Constraint*> constraints_;
   bool inPass_ = false;
-  std::int32_t checkedFrame_ = INT32_MIN;  // of the clock, when it was last asked for changes
+  std::int32_t checkedFrame_ = INT32_MIN;   // of the clock, when it was last asked for changes
+  std::optional<std::int32_t> savedFrame_;  // of the clock
   FrameWriter writer_;
 };
 
-// The files of this frame that caches recorded.
-std::vector<std::filesystem::path> SavedFrames(const OrlixHook& hook);
+// Those that record.
+std::vector<const Cache_OperatorBase*> RecordingCaches(const OrlixHook& hook);
 // Waits for the frames that caches still write; the first error.
 Status FlushCaches(const OrlixHook& hook);
 

@@ -233,7 +233,7 @@ TEST(ResultRecord, TellsWhatIsMissingNeverMadeOrStale) {
   const auto path = ResultRecord::PathOf(folder.path(), "shots/splash.json");
   EXPECT_EQ(path, folder / "splash.results");
   ResultRecord record;
-  ASSERT_TRUE(record.Begin(path, {0, 1, 2, 5, 6}).ok());
+  ASSERT_TRUE(record.Begin(path, {{0, 2}, {5, 6}}).ok());
   for (const int frame : {2, 0, 6}) {
     ASSERT_TRUE(record.Add(frame, Made(folder, "f" + std::to_string(frame), 7)).ok());
   }
@@ -258,7 +258,7 @@ TEST(ResultRecord, TellsWhatIsMissingNeverMadeOrStale) {
   test::WriteText(folder / "c", std::string(100, 'x'));
   EXPECT_EQ(read->MadeFromOthers(), (std::vector<FrameRange>{{0, 0}, {2, 2}, {6, 6}}));
 
-  ASSERT_TRUE(read->Begin(path, {7}).ok());
+  ASSERT_TRUE(read->Begin(path, {{7, 7}}).ok());
   read = ResultRecord::Read(path);
   ASSERT_TRUE(read.ok());
   EXPECT_EQ(read->frames().size(), 3u);

@@ -206,6 +206,30 @@ TEST(PlayedCaches, RecordingOverFramesAsksFirst) {
   EXPECT_EQ(recorded.runner.Run(again).code, 0);
 }
 
+TEST(PlayedCaches, LostFramesAndThoseOfAnEarlierRunAreFound) {
+  ProgramRunner runner;
+  const std::string scene = runner.Write("plume.json", PlumeScene({.cells = 8, .lastFrame = 5, .record = true}));
+  const std::string caches = (runner.folder / "caches").string(), frame = caches + "/orlix_grid_c4d0000";
+  const auto record = [&](const char* last, const char* more) {
+    const ProgramOutcome run =
+        runner.Run({"run", scene, "--frames", last, "--checkpoint-every", "0", "--overwrite", "--set", more});
+    EXPECT_EQ(run.code, 0) << run.err;
+    return run.err;
+  };
+  record("5", "Plume.max_substeps=2");
+  EXPECT_EQ(runner.Run({"verify", caches}).code, 0);
+  EXPECT_EQ(record("3", "Plume.max_substeps=2").find("of another run"), std::string::npos) << "it is the same one";
+  std::filesystem::remove(frame + "5.cache");
+  ProgramOutcome verified = runner.Run({"verify", caches});
+  EXPECT_EQ(verified.code, 4);
+  EXPECT_NE(verified.out.find("5 whole, missing 5\n"), std::string::npos) << verified.out;
+  EXPECT_NE(record("3", "Plume.max_substeps=1").find("holds frames 4 of another run"), std::string::npos);
+  std::filesystem::remove(frame + "0.cache");
+  verified = runner.Run({"verify", caches});
+  EXPECT_EQ(verified.code, 4);
+  EXPECT_NE(verified.out.find("4 whole, missing 0, left by another run: 4\n"), std::string::npos) << verified.out;
+}
+
 TEST(PlayedCaches, WhatIsNotPlayedIsSimulatedFromTheFirstFrame) {
   Recorded& recorded = Shared();
   std::string text = PlumeScene({.cells = 8, .lastFrame = 5, .record = false});
