@@ -75,7 +75,12 @@ bool GoesAlong(const StageBlock& block, const iObject& next) {
 std::vector<StageBlock> StageRunner::Divide(const std::vector<iObject*>& nodes) const {
   std::vector<StageBlock> blocks;
   for (iObject* node : nodes) {
-    if (!HasPart(*node) || !node->IsDirty() || (updateOnly_ && !node->EvaluatesOnUpdate()) || !ActsNow(*node)) continue;
+    if (!HasPart(*node) || (updateOnly_ && !node->EvaluatesOnUpdate())) continue;
+    if (!ActsNow(*node)) {
+      node->RestsInStage();
+      continue;
+    }
+    if (!node->IsDirty()) continue;
     const bool iterated = node->IsIterated(), serial = node->RunsSerially();
     const BlockKind kind = iterated ? (serial ? BlockKind::IteratedSerial : BlockKind::IteratedParallel)
                                     : (serial ? BlockKind::Serial : BlockKind::Parallel);

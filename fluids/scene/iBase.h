@@ -113,6 +113,8 @@ class iBase {
   virtual bool IsIterated() const { return false; }
   virtual bool PreparesEachIteration() const { return false; }
   virtual bool EvaluatesOnUpdate() const { return false; }
+  // Its stage comes while its duration lets it rest.
+  virtual void RestsInStage() {}
   virtual bool ResetWhenDirty() const { return false; }
   // Reads the node's settings; the user's priority is an offset to the class's, a stage of the user's replaces the
   // class's. The scene calls it through Reread. False without a host object.

@@ -101,6 +101,10 @@ void ImplicitMesher::ResetSimulation() {
   ShowMesh();
 }
 
+void ImplicitMesher::RestsInStage() {
+  if (!HasFlag(NodeFromCache) && mesh_.PointCount() > 0) ResetSimulation();
+}
+
 bool ImplicitMesher::ReadParameters() {
   priority = kPriority;
   stageMask = StageBit(kStageMeshing);

@@ -21,6 +21,8 @@ class ImplicitMesher final : public iObject {
   void GetRetrieveTypes(std::uint32_t& mask) const override { mask |= RetrieveBit(RETRIEVE_MESH); }
   bool RunsSerially() const override { return true; }
   bool EvaluatesOnUpdate() const override { return true; }
+  // Nothing is shown of a surface that isn't made.
+  void RestsInStage() override;
   void ResetSimulation() override;
   bool ReadParameters() override;
   bool ResolveLinks() override;

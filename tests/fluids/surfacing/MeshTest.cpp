@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <numbers>
 
+#include "fluids/helpers/Duration.h"
 #include "fluids/helpers/PropertyIds.h"
 #include "fluids/particles/ParticleGroup.h"
 #include "fluids/surfacing/MeshOperator.h"
@@ -228,6 +229,22 @@ TEST(MeshNodes, MesherShowsAClosedMeshAndASmootherWorksInTheSameFrameOnce) {
   rig.Step(4);
   ASSERT_EQ(rig.warnings.size(), 1u);
   EXPECT_NE(rig.warnings[0].second.find("frame before"), std::string::npos);
+}
+
+TEST(MeshNodes, OutsideOfItsDurationAMesherHasNoMesh) {
+  Rig rig("");
+  BaseObject& duration = rig.Add("duration", "When");
+  duration.Set(Duration::kStartId, 2 / 24.0), duration.Set(Duration::kLengthId, 2.5 / 24);
+  rig.mesher->Set(kDurationId, test::TestScene::LinkTo(duration));
+  std::string frames;
+  for (int frame = 0; frame < 8; ++frame) {
+    rig.Step(frame);
+    const PolygonObject* shown = rig.mesher->Polygons();
+    frames += shown && !shown->points.empty() ? 'x' : '-';
+    EXPECT_EQ(rig.Mesh().PointCount() > 0, frames.back() == 'x');
+  }
+  EXPECT_NE(frames.find("-xx"), std::string::npos) << frames;
+  EXPECT_TRUE(frames.starts_with('-') && frames.ends_with("--")) << frames;
 }
 
 // Of a volume: before emitters scatter over the mesh, once for each time that it is read.
