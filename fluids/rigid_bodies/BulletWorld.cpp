@@ -157,12 +157,38 @@ void KeepInRange(const VolumeBase& volume, const RigidState& before) {
   volume.Warn("body-left", "it is 100 km from the origin and stays there; a floor would have held it");
 }
 
+// Along its own axes.
+Vec3D SizeOf(const RigidBody& body) {
+  if (body.RestPoints().empty()) return {};
+  Vec3D low = body.RestPoints()[0], high = low;
+  for (const Vec3D& p : body.RestPoints()) low = Min(low, p), high = Max(high, p);
+  return high - low;
+}
+
+// Contacts within the slop don't push: where it is as deep as a body is thick, those of the far side are as good as
+// those of the near one, and bodies pass through each other.
+void TellOfSlop(std::span<VolumeBase* const> volumes, double slop) {
+  const VolumeBase* thinnest = nullptr;
+  double least = 0;
+  for (const VolumeBase* volume : volumes) {
+    const Vec3D size = SizeOf(*volume->Body());
+    const double thin = std::min({size.x, size.y, size.z});
+    if (thin <= 1e-6 * Length(size) || (thinnest && thin >= least)) continue;  // a sheet has no far side
+    thinnest = volume, least = thin;
+  }
+  if (!thinnest || slop < 0.5 * least) return;
+  thinnest->Warn("deep-slop",
+                 fmt::format("it is {:.3g} m thick, and rigid_slop of the scene lets bodies sink {:.3g} m into "
+                             "each other, so that they may pass through it; set \"rigid_slop\" and the "
+                             "bodies' \"margin\" to {:.2g}",
+                             least, slop, 0.05 * least));
+}
+
 void TellOfMargin(const VolumeBase& volume) {
   const RigidBody& body = *volume.Body();
   if (!(body.margin > 0) || body.RestPoints().empty()) return;
-  Vec3D low = body.RestPoints()[0], high = low;
-  for (const Vec3D& p : body.RestPoints()) low = Min(low, p), high = Max(high, p);
-  const double size = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
+  const Vec3D sizes = SizeOf(body);
+  const double size = std::max({sizes.x, sizes.y, sizes.z});
   if (body.margin <= 0.5 * size) return;
   volume.Warn("large-margin",
               fmt::format("its margin of {:.3g} m is large for a body of {:.3g} m, and throws it off what "
@@ -315,10 +341,17 @@ void BulletWorld::Step(OrlixScene& scene) {
   const bool constrained =
       std::any_of(constraints.begin(), constraints.end(), [](const auto& each) { return !each->IsEmpty(); });
   SeparateBodies(entries, volumes, step, constrained).Step(step, scene.pool());
+  const auto isDynamic = [](const VolumeBase* volume) { return volume->IsDynamicBody(); };
+  if (!told_ && std::any_of(volumes.begin(), volumes.end(), isDynamic)) {
+    told_ = true;
+    if (volumes.size() > 1) TellOfSlop(volumes, step.slop);
+    for (const VolumeBase* volume : volumes) {
+      if (isDynamic(volume)) TellOfMargin(*volume);
+    }
+  }
   for (std::size_t n = 0; n < volumes.size(); ++n) {
-    if (!volumes[n]->IsDynamicBody()) continue;
+    if (!isDynamic(volumes[n])) continue;
     KeepInRange(*volumes[n], before[n]);
-    if (scene.info.time == 0) TellOfMargin(*volumes[n]);
     HoldAhead(*volumes[n]->Body(), before[n], step.gravity, step.dt);
   }
 }

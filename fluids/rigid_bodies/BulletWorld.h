@@ -10,11 +10,12 @@ class BulletWorld final : public iRigidWorld {
  public:
   void Step(OrlixScene& scene) override;
   void EndFrame(OrlixScene& scene) override;
-  void Reset() override {}
+  void Reset() override { told_ = false; }
   void VisitState(StateVisitor& visitor) override { swimmers_.VisitState(visitor); }
 
  private:
   CoupledObjects swimmers_;
+  bool told_ = false;  // what the settings of the bodies mean for their sizes
 };
 
 }  // namespace orlix

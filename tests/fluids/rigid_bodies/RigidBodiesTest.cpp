@@ -236,6 +236,7 @@ TEST(RigidBodies, NothingEndsTheRun) {
   const auto expect = [](const char* what, const std::string& told, auto&& make) {
     BodyScene s;
     s.root->Set(RootSettings::kGravityId, Vec3D(0, -9.81, 0));
+    s.root->Set(RootSettings::kRigidSlopId, 0.01);
     make(s);
     s.StepThrough(0, 6);
     EXPECT_FALSE(s.scene().failure()) << what << ": " << s.scene().failure()->text;
@@ -252,6 +253,12 @@ TEST(RigidBodies, NothingEndsTheRun) {
   expect("leaves the container", "", [](BodyScene& s) {
     s.Throw(s.AddBody("A", "box", {0.9, 0.5, 0.5}, 0.1, 2), {40, 0, 0});
   });
+  expect("thinner than the slop", "may pass through it", [&](BodyScene& s) {
+    s.root->Set(RootSettings::kRigidSlopId, 0.2);
+    s.AddBody("A", "box", middle, 0.15, 2), s.AddBody("B", "box", {0.52, 0.8, 0.5}, 0.15, 2);
+  });
+  expect("a margin larger than the body", "lower \"margin\"",
+         [&](BodyScene& s) { s.AddBody("A", "box", middle, 0.15, 2).Set(ObstacleTag::kMarginId, 0.5); });
   expect("100 m/s onto a light one", "", [&](BodyScene& s) {
     s.Throw(s.AddBody("A", "box", {0.1, 0.5, 0.5}, 0.08, 50), {100, 0, 0}), s.AddBody("B", "box", middle, 0.1, 0.01);
   });
