@@ -80,13 +80,13 @@ Status NewCommand(const Program& program, const NewOptions& options) {
   const Recipe& recipe = **found;
   const Result<RecipeSize> size = SizeOf(options);
   if (!size) return size.error();
-  const Result<std::string> text = SizedRecipe(recipe, *size);
-  if (!text) return text.error();
+  const Result<SizedScene> sized = SizedRecipe(recipe, *size);
+  if (!sized) return sized.error();
 
   const fs::path folder = options.out.empty() ? fs::path(recipe.name) : fs::path(options.out);
   if (Status created = CreateFolders(folder); !created.ok()) return created;
   const fs::path scene = folder / (std::string(recipe.name) + ".json");
-  std::vector<std::pair<fs::path, std::string>> files = {{scene, WithPaths(*text, recipe.name, scene.string())}};
+  std::vector<std::pair<fs::path, std::string>> files = {{scene, WithPaths(sized->text, recipe.name, scene.string())}};
   for (const RecipeFile& file : recipe.files) files.emplace_back(folder / file.name, file.text);
   for (const auto& [path, content] : files) {
     if (fs::exists(path)) {
@@ -97,6 +97,7 @@ Status NewCommand(const Program& program, const NewOptions& options) {
     if (Status written = WriteFileAtomically(path, content); !written.ok()) return written;
   }
   if (program.options.quiet) return {};
+  if (!sized->chosen.empty()) program.console.Line(sized->chosen);
   program.console.Line(
       fmt::format("{0}\norlix render {0} --frames 1-24 --preview   # a first look\norlix run {0}", scene.string()));
   return {};

@@ -33,9 +33,13 @@ struct RecipeSize {
   double cells = 0;   // of its container
 };
 
-// A recipe's scene file with its container scaled, shape kept, and with cells of the size that gives as many. Objects
-// stay where they are in host units: what changes is how many metres a unit has. Usage where the recipe has nothing to
-// scale.
-Result<std::string> SizedRecipe(const Recipe& recipe, const RecipeSize& size);
+struct SizedScene {
+  std::string text;
+  std::string chosen;  // container and cells; empty where nothing was asked for
+};
+// A recipe's scene file with its container scaled, shape kept, and with cells of the size that gives about as many and
+// divides the container into whole ones where one of half to twice as many does. Objects stay where they are in host
+// units: what changes is how many metres a unit has. Usage where the recipe has nothing to scale.
+Result<SizedScene> SizedRecipe(const Recipe& recipe, const RecipeSize& size);
 
 }  // namespace orlix

@@ -402,11 +402,14 @@ TEST(Documents, RecipesBecomeScenesOfTheSizeAskedFor) {
     EXPECT_EQ(runner.Run({"new", name, "--out", folder}).code, 5) << "an older scene stays";
   }
   const std::string out = (runner.folder / "sized").string();
-  ASSERT_EQ(runner.Run({"new", "smoke", "--size", "50cm", "--cells", "1M", "--out", out}).code, 0);
-  // 2.5 x 4 x 2.5 m before: an eighth of each side, and the 0.0488 m^3 in a million cells.
+  const ProgramOutcome made = runner.Run({"new", "smoke", "--size", "50cm", "--cells", "1M", "--out", out});
+  ASSERT_EQ(made.code, 0);
+  // 2.5 x 4 x 2.5 m before: an eighth of each side, and the cells that divide half of the narrow side and are nearest
+  // to a million.
+  EXPECT_NE(made.err.find("in 90 x 144 x 90 cells"), std::string::npos) << made.err;
   const std::string text = test::ReadText(out + "/smoke_plume.json");
   EXPECT_NE(text.find("\"scale_metres\": 0.125"), std::string::npos);
-  EXPECT_NE(text.find("\"voxel_size\": 0.003655"), std::string::npos);
+  EXPECT_NE(text.find("\"voxel_size\": 0.00347222"), std::string::npos);
   EXPECT_NE(text.find("800 of them are a metre"), std::string::npos);
   EXPECT_EQ(runner.Run({"validate", out + "/smoke_plume.json"}).code, 0);
   EXPECT_EQ(runner.Run({"new", "rain", "--size", "2m", "--out", out}).code, 2);
