@@ -1,5 +1,5 @@
 // orlix convert IN OUT: meshes (OBJ, PLY, STL, glTF, frames of USD), particles (all formats, OpenVDB's points, frames
-// of USD), pictures (EXR, PNG), grid caches to OpenVDB.
+// of USD), pictures (EXR, PNG), and one's own caches: of grids to OpenVDB, of particles and meshes to all of these.
 
 #include <fmt/format.h>
 
@@ -9,6 +9,7 @@
 #include "apps/orlix/FileCheck.h"
 #include "apps/orlix/IsolatedCheck.h"
 #include "exchange/CachedFields.h"
+#include "exchange/CachedFrames.h"
 #include "exchange/meshes/MeshFiles.h"
 #include "exchange/meshes/UsdaFile.h"
 #include "exchange/meshes/UsdaReader.h"
@@ -173,6 +174,11 @@ std::vector<std::string> SplitNames(const std::string& text) {
   return names;
 }
 
+Status ConvertCachedMesh(const ConvertOptions& options) {
+  Result<PolygonObject> mesh = ReadCachedMesh(options.in);
+  return mesh ? WriteMesh(options, std::move(*mesh), {}) : mesh.error();
+}
+
 Status ConvertCache(const ConvertOptions& options) {
   const Result<CachedFields> cached =
       ReadCachedFields(options.in, options.houdini ? VdbNames::Houdini : VdbNames::Blender, SplitNames(options.grids));
@@ -209,13 +215,16 @@ Status ConvertCommand(const Program&, const ConvertOptions& options) {
   if (from == ".usda") return ConvertUsda(options, pointsOut);
   if (pointsOut && HoldsParticles(options.in)) return ConvertParticles(options, ReadParticles(options.in));
   if (MeshFormatOf(options.in) && FindMeshFileFormat(options.out)) return ConvertMesh(options);
+  if (from == ".pcache" && pointsOut) return ConvertParticles(options, ReadCachedPoints(options.in));
+  if (from == ".mcache" && FindMeshFileFormat(options.out)) return ConvertCachedMesh(options);
   if (from == ".cache" && to == ".vdb") return ConvertCache(options);
   return Status::Fail(
       ErrorKind::Usage,
       fmt::format(
           "{} to {}: convert goes from .obj, .ply, .stl, .glb, .gltf, .usda to .obj, .ply, .stl, .glb, .usda; for "
           "particles between {} "
-          "and .vdb, .usda, and to .rib; from .exr, .png to .exr, .png; and from .cache to .vdb",
+          "and .vdb, .usda, and to .rib; from .exr, .png to .exr, .png; and of caches from .cache to "
+          ".vdb, .pcache to what particles go to, .mcache to what meshes go to",
           options.in, options.out, ParticleEndings()));
 }
 

@@ -15,8 +15,7 @@ namespace orlix {
 
 namespace {
 
-// How the numbers of a property change on the way to the other program.
-enum class Meaning { Plain, Length, Direction, Place };
+using Meaning = PropertyMeaning;
 
 struct WrittenProperty {
   PropertyKey key;
@@ -26,37 +25,12 @@ struct WrittenProperty {
   bool everybody;  // has it
 };
 
-Meaning MeaningOf(std::int32_t id) {
-  switch (id) {
-    case PP::Radius:
-      return Meaning::Length;
-    case PP::OldPosition:
-      return Meaning::Place;
-    case PP::Normal:
-    case PP::Vorticity:
-    case PP::ExternalForce:
-      return Meaning::Direction;
-    default:
-      return Meaning::Plain;
-  }
-}
-
 std::string Word(std::string text) {
   for (char& c : text) {
     const auto byte = static_cast<unsigned char>(c);
     c = std::isalnum(byte) ? static_cast<char>(std::tolower(byte)) : '_';
   }
   return text;
-}
-
-// Empty for what operators keep for themselves.
-std::string NameOfProperty(PropertyKey key, const BaseDocument& document) {
-  if (key.id < kFirstUserProperty) {
-    const PropertyInfo* info = FindProperty(key.id);
-    return info ? Word(info->name) : "";
-  }
-  const BaseObject* owner = document.FindObject(key.owner);
-  return owner && !owner->name.empty() ? Word(owner->name) : "property_" + std::to_string(key.id);
 }
 
 // Which particles are written.
@@ -84,7 +58,8 @@ std::vector<WrittenProperty> PropertiesOf(const ParticleList& list, const Writte
   std::vector<WrittenProperty> found;
   std::set<std::string> names{"position", "velocity", "id", "x", "y", "z", "vx", "vy", "vz"};
   list.ForEachSlot([&](int, PropertyKey key, PropertyType type) {
-    std::string name = NameOfProperty(key, document);
+    const BaseObject* owner = key.id < kFirstUserProperty ? nullptr : document.FindObject(key.owner);
+    std::string name = ColumnNameOf(key.id, owner ? owner->name : std::string());
     if (name.empty()) return;
     std::int64_t living = 0, holders = 0;
     if (type == PropertyType::Real) CountHolders<double>(list, written, key, living, holders);
@@ -205,6 +180,27 @@ void AddProperty(const WrittenProperty& property, Filler& filler, PointSet& set)
 }
 
 }  // namespace
+
+PropertyMeaning MeaningOf(std::int32_t id) {
+  switch (id) {
+    case PP::Radius:
+      return Meaning::Length;
+    case PP::OldPosition:
+      return Meaning::Place;
+    case PP::Normal:
+    case PP::Vorticity:
+    case PP::ExternalForce:
+      return Meaning::Direction;
+    default:
+      return Meaning::Plain;
+  }
+}
+
+std::string ColumnNameOf(std::int32_t id, const std::string& owner) {
+  if (id >= kFirstUserProperty) return owner.empty() ? "property_" + std::to_string(id) : Word(owner);
+  const PropertyInfo* info = FindProperty(id);
+  return info ? Word(info->name) : "";
+}
 
 Result<PointSet> PointsOf(const ParticleGroup& group, std::int32_t kind, const ParticleFileOptions& options) {
   const ParticleList& list = *group.list(kind);

@@ -20,6 +20,12 @@
 
 namespace orlix {
 
+// How the numbers of a property change on the way to the other program.
+enum class PropertyMeaning { Plain, Length, Direction, Place };
+PropertyMeaning MeaningOf(std::int32_t id);
+// A property's column; of one's own the name of its object, owner. Empty for what operators keep for themselves.
+std::string ColumnNameOf(std::int32_t id, const std::string& owner);
+
 struct ParticleFileOptions {
   std::string group;  // as messages name it
   ExportSpace space{};

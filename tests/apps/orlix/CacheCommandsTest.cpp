@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "apps/orlix/FolderReport.h"
 #include "apps/orlix/IsolatedCheck.h"
@@ -321,6 +322,20 @@ TEST(PlayedCaches, TheProgramKnowsParticleAndMeshCaches) {
   const std::string scene = water.Play("told.json", WaterCache("cache_mesh", kSkin, false), "");
   EXPECT_NE(water.Run({"cache", scene, "--json"}).out.find("\"last\": 5"), std::string::npos);
   EXPECT_EQ(water.Run({"verify", folder}).code, 0);
+  // What the run wrote beside its caches is what these become.
+  const auto info = [&](const std::string& file) {
+    auto json = nlohmann::json::parse(water.Run({"info", file, "--json"}).out);
+    for (const char* own : {"metres_per_unit", "up", "file"}) json.erase(own);
+    return json;
+  };
+  const std::string points = (water.runner.folder / "drops.ply").string(),
+                    mesh = (water.runner.folder / "skin.obj").string(), run = (water.runner.folder / "run").string();
+  EXPECT_EQ(water.Run({"convert", drops, points}).code, 0);
+  EXPECT_EQ(water.Run({"convert", skin, mesh}).code, 0);
+  EXPECT_EQ(info(points), info(run + "/frame_Dam_Water_liquid.0003.ply"));
+  EXPECT_EQ(info(mesh), info(run + "/frame_Dam_Surface.0003.obj"));
+  EXPECT_EQ(water.Run({"convert", skin, points}).code, 5);
+  EXPECT_EQ(water.Run({"convert", drops, mesh, "--overwrite"}).code, 2);
 }
 
 // --- passes ----------------------------------------------------------------------------------------------------------
