@@ -62,6 +62,12 @@ void ParticleEmissionHandler::Advise(const iObject& node) const {
     node.Warn("no-vector-property",
               "colours need a vector property: colour_shader has no effect; add one, such as a colour, to properties");
   }
+  if (const double* age = properties_.data.FindReal(PP::Age); age && *age <= 1) {
+    node.Warn("short-life",
+              fmt::format("its particles have {} frame{} to live and die at the end of the one that they are "
+                          "made in; give the property_age among its properties a larger \"value\", or take it out",
+                          *age, *age == 1 ? "" : "s"));
+  }
   if (properties_.misfit) {
     node.Warn("property-type", fmt::format("\"{}\" has the number {}, which is of another type: it isn't given; choose "
                                            "another property_id or kind of property",

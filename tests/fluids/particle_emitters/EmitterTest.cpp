@@ -248,6 +248,17 @@ TEST(GridEmitter, GivesPropertiesColoursAndVorticity) {
   EXPECT_EQ(s.NodeOf<ParticleGroup>(s.group)->At(PK_Vorticity, 9).GetVectorOr(PP::Vorticity, {}), Vec3D(0, 1, 0));
 }
 
+TEST(GridEmitter, TellsOfAnAgeThatEndsWithTheFirstFrame) {
+  for (const double frames : {1.0, 2.0}) {
+    EmissionScene s("particlegridemitter", 2);
+    BaseObject& age = s.Add("property_age", "Age");
+    age.Set(1000, frames);
+    s.SetProperties({&age});
+    s.Step(0);
+    EXPECT_EQ(s.Warned("die at the end of the one that they are made in"), frames == 1) << frames;
+  }
+}
+
 TEST(GridEmitter, RestsWhenItsDurationOrRateSaysSo) {
   EmissionScene s("particlegridemitter", 4);
   BaseObject &once = s.Add("duration", "Once"), &rate = s.Add("rate", "Rate");
