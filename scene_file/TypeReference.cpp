@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
 #include <vector>
 
 #include "scene_file/ParameterText.h"
@@ -127,6 +129,27 @@ std::string TypeTable(const TypeInfo& type, bool all) {
                      Description(type, row)});
   });
   return out + Aligned(lines, "  ");
+}
+
+std::string RowsWith(const TypeRegistry& types, std::string_view word) {
+  const auto lower = [](std::string_view text) {
+    std::string small(text);
+    std::transform(small.begin(), small.end(), small.begin(), [](unsigned char c) { return std::tolower(c); });
+    return small;
+  };
+  const std::string wanted = lower(word);
+  const auto has = [&](std::string_view text) { return lower(text).find(wanted) != std::string::npos; };
+  std::vector<std::vector<std::string>> found, byText;
+  ForEachByRole(types, [&](const TypeInfo& type) {
+    const std::string name(WrittenName(type));
+    if (has(name) || has(type.label)) found.push_back({name, "", "", type.text});
+    type.ForEachParameter([&](const Parameter& row) {
+      if (!ActsInScenes(row) || !(has(row.key) || has(row.text))) return;
+      (has(row.key) ? found : byText).push_back({name, row.key, WithFallback(row), Description(type, row)});
+    });
+  });
+  const std::vector<std::vector<std::string>>& lines = found.empty() ? byText : found;
+  return lines.empty() ? "" : Aligned(lines, "");
 }
 
 std::map<std::string, std::string> MarkdownPages(const TypeRegistry& types) {

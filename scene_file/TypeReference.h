@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "host/description/TypeRegistry.h"
 
@@ -12,6 +13,10 @@ namespace orlix {
 std::string TypeList(const TypeRegistry& types);
 // The rows of one type that act in a scene file, or all of them.
 std::string TypeTable(const TypeInfo& type, bool all = false);
+
+// A line for each row that acts in a scene file whose key has the word in it, or where none has, whose text has; and
+// for each type whose name or label has it. In capitals or not; empty where nothing has it.
+std::string RowsWith(const TypeRegistry& types, std::string_view word);
 
 // File name to content: a page for each type, and index.md. The same for the same types.
 std::map<std::string, std::string> MarkdownPages(const TypeRegistry& types);

@@ -165,8 +165,9 @@ void AddVerify(CLI::App& parent, CommandLine& line) {
 }
 
 void AddParams(CLI::App& parent, CommandLine& line) {
-  const Words<ParamsOptions> words(parent, line, "params", "Print the types, or the parameters of one", ParamsCommand);
-  words.app->add_option("type", words.options->type, "A type's name or id");
+  const Words<ParamsOptions> words(parent, line, "params",
+                                   "Print the types, the parameters of one, or rows with a word", ParamsCommand);
+  words.app->add_option("type", words.options->type, "A type's name or id; or a word, for the rows that have it");
   words.app->add_flag("--all", words.options->all, "Buttons, headings and rows that nothing reads, too");
   auto* schema = words.app->add_flag("--schema", words.options->schema, "A JSON schema of scene files, for editors");
   words.app->add_option("--markdown", words.options->markdown, "Write the reference pages into this folder")
@@ -174,7 +175,7 @@ void AddParams(CLI::App& parent, CommandLine& line) {
 }
 
 void AddConvert(CLI::App& parent, CommandLine& line) {
-  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh, particles, a picture or a grid cache",
+  const Words<ConvertOptions> words(parent, line, "convert", "Convert a mesh, particles, a picture or a cache's frame",
                                     ConvertCommand);
   words.app->add_option("in", words.options->in, "File to read")->required();
   words.app->add_option("out", words.options->out, "File to write; its ending says the format")->required();

@@ -1,4 +1,4 @@
-// orlix params [TYPE]: the reference of types and their parameters.
+// orlix params [WORD]: the reference of types and their parameters; of a word that is no type the rows that have it.
 
 #include <fmt/format.h>
 
@@ -34,9 +34,15 @@ Status ParamsCommand(const Program& program, const ParamsOptions& options) {
   const TypeInfo* type = nullptr;
   if (!options.type.empty()) {
     type = types.FindName(options.type);
+    const std::string rows = type || program.options.json ? "" : RowsWith(types, options.type);
+    if (!rows.empty()) {
+      fmt::print("{}", rows);
+      return {};
+    }
     if (!type) {
-      return Status::Fail(ErrorKind::Usage, fmt::format("there is no type {}{}", Quoted(options.type),
-                                                        DidYouMean(types.NearestName(options.type))));
+      return Status::Fail(ErrorKind::Usage,
+                          fmt::format("there is no type {}, and no row with it{}", Quoted(options.type),
+                                      DidYouMean(types.NearestName(options.type))));
     }
   }
   if (program.options.json) {

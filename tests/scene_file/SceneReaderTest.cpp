@@ -540,6 +540,11 @@ TEST(RegisteredTypes, TheReferenceHoldsEveryRowThatActs) {
     EXPECT_NE(pages.at("index.md").find("(" + name + ".md)"), std::string::npos);
     EXPECT_NE(TypeTable(type, true).find(row.text), std::string::npos);
   });
+  const std::string found = RowsWith(TheEngine().types, "VISCOSITY");
+  for (const char* where : {"liquid_viscous", "property_viscosity"})
+    EXPECT_NE(found.find(where), std::string::npos) << found;
+  EXPECT_EQ(found.find("flip_ratio"), std::string::npos);
+  EXPECT_EQ(RowsWith(TheEngine().types, "no such word"), "");
 }
 
 TEST(RegisteredTypes, TheSchemaHoldsEveryRow) {
