@@ -82,7 +82,8 @@ Result<MemoryForecast> SceneRun::Forecast() {
 }
 
 void SceneRun::PrepareInterrupt(const FramePlan& plan) const {
-  const double seconds = state_.secondsAFrame;
+  // Frames on the way tell nothing of one with a picture.
+  const double seconds = state_.wanted && !measuredWanted_ ? 0 : state_.secondsAFrame;
   Interrupt::Prepare(fmt::format("interrupted: ends after frame {}{}{}; a second interrupt ends at once", state_.frame,
                                  plan.checkpoints ? " with a checkpoint" : "",
                                  seconds > 0 ? fmt::format(", in up to {:.2g} s", seconds) : ""));
@@ -113,6 +114,7 @@ Status SceneRun::RunFrame(int frame, const FramePlan& plan) {
   // The last few frames count: a plume that grows takes longer from frame to frame.
   const double weight = 1.0 / std::min(state_.framesDone, kRecentFrames);
   state_.secondsAFrame += (since(start) - state_.secondsAFrame) * weight;
+  measuredWanted_ = state_.wanted;
   return {};
 }
 

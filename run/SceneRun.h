@@ -62,6 +62,7 @@ class SceneRun {
   std::vector<FrameListener*> listeners_;
   RunState state_;
   std::set<std::uint64_t> passNodes_;
+  bool measuredWanted_ = false;  // whether the last frame that was timed had its results made
 
   Status RunFrame(int frame, const FramePlan& plan);
   void PrepareInterrupt(const FramePlan& plan) const;
