@@ -12,11 +12,11 @@ struct Born {
 };
 
 Born AtBirth(const FoamSettings& settings, const DiffuseBirth& birth) {
-  Born born{birth.position, birth.velocity};
+  Born born{settings.Inside(birth.position), birth.velocity};
   if (birth.kind != DiffuseClass::Spray) return born;
   const float dt = static_cast<float>(settings.dt), drag = static_cast<float>(settings.sprayDrag);
   born.velocity.y -= settings.gravity * static_cast<double>(dt);
-  born.position += born.velocity * static_cast<double>(dt * (1 - drag));
+  born.position = settings.Inside(born.position + born.velocity * static_cast<double>(dt * (1 - drag)));
   return born;
 }
 

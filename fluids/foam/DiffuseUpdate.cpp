@@ -1,5 +1,7 @@
 #include "fluids/foam/DiffuseUpdate.h"
 
+#include <algorithm>
+
 #include "fluids/foam/ParticleSeeding.h"
 #include "fluids/particles/DiffuseClass.h"
 
@@ -63,6 +65,8 @@ void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const Part
   Vec3D* positions = rows.EditPositions();
   Vec3D* velocities = rows.EditVelocities();
   std::uint16_t* flags = rows.EditFlags();
+  const auto ages = rows.Property<double>(PP::Age);
+  const auto old = rows.Property<Vec3D>(PP::OldPosition);
   for (std::int32_t r = rows.begin; r < rows.end; ++r) {
     if ((flags[r] & ParticleFlag::Excluded) != 0) {
       flags[r] = static_cast<std::uint16_t>(flags[r] & ~ParticleFlag::Excluded);
@@ -72,11 +76,22 @@ void UpdateDiffuse(const FoamSettings& s, const FoamSurface& surface, const Part
                             : DistanceByNeighbours(liquid.NearestCount(PK_Liquid, positions[r], s.cellSize, thread),
                                                    layer, s.cellSize);
     bool onLayer;
+    const bool rises = (flags[r] & ParticleFlag::Drag) != 0;
     flags[r] = Converted(flags[r], phi, layer, s, onLayer);
+    // Bubbles live for ever: what comes of them has a life of its class, or none where that is off.
+    if (rises && (flags[r] & ParticleFlag::Drag) == 0) {
+      const ClassRules& rules = (flags[r] & ParticleFlag::Ballistic) != 0 ? s.spray : s.foam;
+      if (!rules.enabled) flags[r] = static_cast<std::uint16_t>(flags[r] & ~ParticleFlag::Alive);
+      if (ages.Has(r)) ages.Put(r, std::min(ages.Get(r, 0), rules.life.value * s.fps));
+    }
     if (s.carried && (flags[r] & ParticleFlag::Ballistic) == 0) {
       velocities[r] = VelocityAbout(liquid, positions[r], s.cellSize, velocities[r], thread);
     }
-    if (onLayer && grid) positions[r] -= surface.Normal(positions[r]) * (phi - layer.height);
+    if (!onLayer || !grid) continue;
+    // Where it was before comes along: it is drawn onto the layer, not moved by the flow.
+    const Vec3D to = s.Inside(positions[r] - surface.Normal(positions[r]) * (phi - layer.height));
+    if (old.Has(r)) old.Put(r, old.values()[r] + (to - positions[r]));
+    positions[r] = to;
   }
 }
 

@@ -3,8 +3,10 @@
 // Teschner 2012, "Unified spray, foam and air bubbles for particle-based fluids").
 
 #include <cstdint>
+#include <limits>
 
 #include "globals/Random.h"
+#include "globals/Vec.h"
 
 namespace orlix {
 
@@ -69,7 +71,10 @@ struct FoamSettings {
   double frameTime = 0;    // s, that passed since the last time
   std::int32_t fps = 24;
   double gravity = 9.81;  // m/s^2, of spray's first step
-  bool carried = false;   // no grid's velocity carries foam and bubbles: they take that of the particles about them
+  // Within the solver's closed faces, m.
+  Vec3D roomLow{-std::numeric_limits<double>::infinity()}, roomHigh{std::numeric_limits<double>::infinity()};
+  Vec3D Inside(const Vec3D& p) const { return Min(Max(p, roomLow), roomHigh); }
+  bool carried = false;  // no grid's velocity carries foam and bubbles: they take that of the particles about them
 };
 
 }  // namespace orlix

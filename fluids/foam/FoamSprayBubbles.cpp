@@ -217,6 +217,7 @@ void FoamSprayBubbles::Prepare(iBase*) {
   settings_.dt = simulationInfo->substepDuration;
   settings_.frameTime = simulationInfo->frameElapsed;
   settings_.fps = simulationInfo->fps;
+  solver_->RoomOfWalls(settings_.roomLow, settings_.roomHigh);
   settings_.carried = solver_->GetNodeSubType() == kPositionBasedSubType;
   if (iteration == 0 && !BuildSurface()) return;
   if ((settings_.carried || !surface_.HasLevelSet()) && !group_->EnsureTree(PK_Liquid, false, 0)) return;
