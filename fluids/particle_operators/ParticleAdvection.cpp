@@ -168,6 +168,7 @@ void ParticleAdvection::Prepare(iBase*) {
   motion_.firstSubstep = simulationInfo->substep == 1;
   motion_.lastSubstep = simulationInfo->lastSubstep;
   motion_.killInside = motion_.lastSubstep && killInside_;
+  motion_.keepsStart = kind_ != PK_Liquid;  // whose velocity solvers give
   CollectObstacleViews();
   std::erase_if(operators_, [](const iInstantOperator* each) { return !each->IsEnabled(); });
   for (iInstantOperator* each : operators_) each->Begin(*this);
@@ -208,7 +209,9 @@ void ParticleAdvection::Process(ProcessData&) {
     Pass(field);
   } else if (ByField()) {
     for (const FluidSolver* solver : solvers_) {
-      if (solver->IsActive()) Pass(FieldOf(*solver));
+      if (!solver->IsActive()) continue;
+      Pass(FieldOf(*solver));
+      motion_.keepsStart = false;  // the sub-step began before the first pass
     }
   }
 }

@@ -158,6 +158,11 @@ void MotionBlock::SelectModes() {
 }
 
 void MotionBlock::Tag() {
+  if (s_.keepsStart && oldPosition_ && Any(kTrace)) {
+    for (int n = 0; n < count_; ++n) {
+      if (mode_[n] == kTrace) oldPosition_.Set(begin_ + n, rows_.positions()[begin_ + n]);
+    }
+  }
   if (!s_.firstSubstep) return;
   std::uint16_t* flags = rows_.TagFlags() + begin_;
   if (AnyFlag(flags, count_, ParticleFlag::Collided)) {

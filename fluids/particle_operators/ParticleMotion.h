@@ -3,7 +3,8 @@
 // they meet something.
 //
 //   mode               a step of dt (Verlet 1967; Swope et al. 1982)
-//   trace              x through the field (VelocityTrace.h); the particle's own velocity stays
+//   trace              x through the field (VelocityTrace.h); the particle's own velocity stays, and what it moves by
+//                      is told by its old position
 //   drag               v += 0.3 (u - v) - 0.01 g dt,  x += v dt,  u the field at x
 //   Euler              v += (F / m + g) dt,  x += v dt
 //   Verlet             x += (x - old) + (F + m g) dt^2,  v = what x moved by
@@ -38,6 +39,7 @@ struct MotionSettings {
   Vec3D gravity;              // m/s^2
   bool firstSubstep = true;   // of the frame
   bool lastSubstep = true;
+  bool keepsStart = false;  // traced particles' old position becomes where they are now
   bool killInside = false;  // particles that end an iteration inside the boundary die
 };
 

@@ -8,6 +8,7 @@
 #include "fluids/particle_operators/ParticleForce_SurfaceTension.h"
 #include "fluids/particle_operators/ParticleForces.h"
 #include "fluids/particle_operators/ParticleVolumeProperties.h"
+#include "fluids/particles/SeenVelocity.h"
 #include "globals/Random.h"
 #include "tests/fluids/particle_operators/MotionRig.h"
 #include "tests/support/GasScene.h"
@@ -233,6 +234,28 @@ TEST(ParticleAdvection, MovesItsKindThroughEachSolverUnlessACacheHoldsIt) {
   blow();
   scene.Next();
   EXPECT_EQ(own.GetPosition().x, x) << "all solvers but the only one";
+}
+
+TEST(ParticleAdvection, ARiderIsSeenWithTheVelocityThatCarriesIt) {
+  for (const int extraIterations : {0, 2}) {
+    ParticleScene scene;
+    scene.advection->Set(ParticleAdvection::kExtraIterationsId, extraIterations);
+    scene.Start();
+    const OrlixParticle rider = scene.AddParticle({0.3, 0.5, 0.5});
+    rider.SetOrAddVector(PP::OldPosition, rider.GetPosition());
+    for (const double speed : {0.5, 0.25, 1.0}) {
+      auto& grids = scene.Solver().velocity.grids;
+      for (auto& grid : grids) grid->Fill(0);
+      grids[0]->Fill(speed);
+      scene.Next();
+      int seen = 0;
+      scene.List().ForEachChunk(0, scene.List().count(), [&](const ParticleRows& rows) {
+        EXPECT_NEAR(SeenVelocity(rows, scene.scene().info.substepDuration).Of(rows.begin).x, speed, 1e-6);
+        ++seen;
+      });
+      EXPECT_EQ(seen, 1);
+    }
+  }
 }
 
 TEST(ParticleAdvection, ReportsWhoWallsSwallow) {
