@@ -32,7 +32,7 @@ SCENES = [
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
     ("wind_moving_obstacle", 72, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
     ("constraint_shaped_emission", 24, "Emission confined to a ring's skin, by height, by a noise and by what is there."),
-    ("curl_and_vortex", 52, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
+    ("curl_and_vortex", 46, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("scripted_knot", 36, "A knot of smoke: scripts say where it is, what colour it has and where it flows."),
     ("vortex_particles", 50, "Smoke made finer by vorticity particles, beside the same without."),
     ("dam_break", 14, "A column of water collapses."),
