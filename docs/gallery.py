@@ -30,7 +30,7 @@ SCENES = [
     ("candle", 14, "A small flame with the colours of a black body."),
     ("smoke_ring", 16, "A short push rolls smoke up into a ring that travels."),
     ("jet", 60, "Air is blown out of a pipe and breaks up into eddies."),
-    ("wind_moving_obstacle", 72, "A wind tunnel: threads of smoke around a ball that swings to and fro."),
+    ("wind_moving_obstacle", 64, "A wind tunnel: threads of smoke around a ball that rises and sinks, coloured by speed."),
     ("constraint_shaped_emission", 24, "Emission confined to a ring's skin, by height, by a noise and by what is there."),
     ("curl_and_vortex", 46, "A vortex winds a bar of smoke to a spiral, curl noise frays it."),
     ("scripted_knot", 36, "A knot of smoke: scripts say where it is, what colour it has and where it flows."),
