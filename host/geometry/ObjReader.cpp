@@ -17,9 +17,11 @@ class ObjReader {
 
   Result<PolygonObject> Read() {
     Reserve();
+    bool comments = false, more = false;
     while (!text_.AtEnd()) {
       text_.SkipBlanks();
       const std::string_view word = text_.Word();
+      comments |= word.starts_with('#'), more |= !word.empty() && !word.starts_with('#');
       if (word.starts_with('#')) {
         text_.Line();  // a backslash at a comment's end, as in a folder's name, continues nothing
         continue;
@@ -37,7 +39,8 @@ class ObjReader {
     }
     TakeNormals();
     Result<PolygonObject> mesh = builder_.Finish([&](std::size_t place) { return Where(begin_ + place); }, 1);
-    if (mesh.ok() && mesh->polygons.empty()) {
+    // A frame without a surface is a file of comments alone, as an output writes it.
+    if (mesh.ok() && mesh->polygons.empty() && (more || !comments)) {
       return Error{ErrorKind::InputFile,
                    fmt::format("{}: has {} points and no face: is it an OBJ file?", name_, mesh->points.size())};
     }

@@ -40,6 +40,21 @@ std::string Glb(const PolygonObject& mesh, const FileUnits& units) {
   return out.str();
 }
 
+TEST(MeshFiles, AnEmptyMeshIsReadAsItWasWritten) {
+  const test::TemporaryFolder folder;
+  int formats = 0;
+  for (const MeshFileFormat& format : MeshFileFormats()) {
+    const auto path = folder / (std::string("a") + format.extension);
+    ASSERT_TRUE(WriteMeshFile(path, {}, {0.01, false}).ok()) << format.extension;
+    if (!MeshFormatOf(path)) continue;  // USD has a reader of its own
+    const Result<PolygonObject> mesh = ReadMesh(path);
+    ASSERT_TRUE(mesh.ok()) << mesh.error().text;
+    EXPECT_TRUE(mesh->points.empty() && mesh->polygons.empty());
+    ++formats;
+  }
+  EXPECT_EQ(formats, 4);
+}
+
 TEST(MeshFiles, GlbHoldsTheArraysThatItsJsonNames) {
   const std::string file = Glb(Shape(), {0.01, true});
   EXPECT_EQ(file.substr(0, 4), "glTF");
