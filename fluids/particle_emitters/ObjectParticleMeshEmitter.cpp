@@ -112,8 +112,8 @@ void ObjectParticleMeshEmitter::Advise() {
 
 void ObjectParticleMeshEmitter::Conclude() {
   handler_.Conclude(*this, slow_ && !tried_
-                               ? "no particle was emitted in the whole run: its count is less than one in a sub-step, "
-                                 "and a part of a particle is none; raise \"count\", or set \"count_per_step\""
+                               ? "no particle was emitted in the whole run: its count comes to less than one; raise "
+                                 "\"count\", or set \"count_per_step\""
                                : nullptr);
 }
 
@@ -156,14 +156,17 @@ void ObjectParticleMeshEmitter::CheckDirty() {
   if (IsEnabled() && (scene->HasFlag(TimeMoved) || handler_.SettingsAreDirty())) MarkDirty(false);
 }
 
-// Of this sub-step, all rounds together.
-std::int64_t ObjectParticleMeshEmitter::Attempts() const {
+// Of this sub-step, all rounds together. The part of a particle that is left goes to the next one: a rate is kept
+// whatever the sub-steps.
+std::int64_t ObjectParticleMeshEmitter::Attempts() {
   // A frame's length has the rounding of a float: 1000 a second are 10 in 0.01 s all the same.
-  constexpr double kMost = 9e15, kRounding = 1 + 1e-6;
-  const double count =
-      std::trunc(std::min(handler_.settings->CountIn(simulationInfo->substepDuration) * kRounding, kMost));
+  constexpr double kMost = 9e15, kRounding = 1e-6;
+  const double owed =
+      std::min(handler_.settings->CountIn(simulationInfo->substepDuration) * handler_.weight, kMost) + owed_;
+  const double count = std::floor(owed * (1 + kRounding));
+  owed_ = std::max(0.0, owed - count);
   const double rounds = 1.0 + std::max(handler.GetInt(kIterationsId), 0);
-  return count > 0 ? static_cast<std::int64_t>(std::trunc(count * handler_.weight) * rounds) : 0;
+  return count > 0 ? static_cast<std::int64_t>(count * rounds) : 0;
 }
 
 void ObjectParticleMeshEmitter::Prepare(iBase*) {

@@ -38,6 +38,8 @@ class ObjectParticleMeshEmitter final : public iObject {
   void Setup() override;
   void Process(ProcessData& data) override;
   void Finish() override;
+  void ResetSimulation() override { owed_ = 0; }
+  void VisitState(StateVisitor& visitor) override { visitor.Visit("owed", owed_); }
 
  private:
   // A place on the mesh.
@@ -55,7 +57,7 @@ class ObjectParticleMeshEmitter final : public iObject {
 
   void AdviseOnMesh() const;
   bool HasTexture() const { return uvChannel_ >= 1 && !volume_->Mesh().textureCoordinates.empty(); }
-  std::int64_t Attempts() const;
+  std::int64_t Attempts();
   ShaderSpace ShaderSpaceNow() const {
     return {sampleInSpace_ ? Shader::PlaceKind::Space : Shader::PlaceKind::Texture, sampleLocal_};
   }
@@ -73,6 +75,7 @@ class ObjectParticleMeshEmitter final : public iObject {
   double densityThreshold_ = 0, curvatureLimit_ = 0, minimumDistance_ = 0;
 
   std::int64_t attempts_ = 0;
+  double owed_ = 0;                                 // the part of a particle that a sub-step left
   bool slow_ = false, tried_ = false;               // a sub-step came to less than one; to more
   const std::vector<double>* curvature_ = nullptr;  // of the mesh's points; null without a test
   std::vector<EmittedRun> runs_;                    // of each block

@@ -4,8 +4,10 @@ namespace orlix {
 
 const TypeInfo& InstantOperator_Repulsion::Type() {
   static constexpr Parameter kParameters[] = {
-      FloatParameter(kBounceId, "bounce", 0.5, "",
-                     "Share of the motion into the surface that is taken away; 2 turns it round")
+      FloatParameter(
+          kBounceId, "bounce", 0.5, "",
+          "Share of the motion into the surface that is taken away; 2 turns it round. Particles with ballistic "
+          "forces (diffuse and passive ones) get it as a force in the next step, too: 0.5 takes it, 1 turns it")
           .Fallback(0.2),
       LinkParameter(kActInId, "act_in", kLinkDuration, "When the operator acts"),
       BoolParameter(kPositionalId, "positional", false,
