@@ -32,6 +32,28 @@ void TellEarlierFrames(const RunState& state, const Cache_OperatorBase& cache, c
        state.frame});
 }
 
+// A scene that begins at another frame than the one that recorded, or goes at another pace, shows other moments.
+void TellOtherTimes(const RunState& state, const Cache_OperatorBase& cache, const ResultRecord& record) {
+  if (!record.clock() || !cache.PlaysAsRecorded()) return;
+  const std::string path = cache.handler.hostObject()->Path();
+  if (const double fps = record.clock()->fps; fps != state.document.fps) {
+    state.warnings.Tell({path, "other-fps",
+                         fmt::format("its frames were recorded at {:g} a second and are played one a frame at {:g}, so "
+                                     "all goes {:.3g} times as fast; set \"fps\" to {:g}",
+                                     fps, state.document.fps, state.document.fps / fps, fps),
+                         state.frame});
+  }
+  const int recorded = cache.FrameToLoad() - record.clock()->shift, late = state.frame - recorded;
+  if (late == 0) return;
+  state.warnings.Tell(
+      {path, "other-times",
+       fmt::format(
+           "it plays in frame {} what was recorded as frame {}, since files count from the scene's first frame; "
+           "begin \"frames\" where that scene began and choose by --frames, or set \"frame_offset\" to {}",
+           state.frame, recorded, late),
+       state.frame});
+}
+
 }  // namespace
 
 fs::path CacheRecords::PathOf(const ZQ_C4DCacheName_Operator& cache) {
@@ -39,8 +61,14 @@ fs::path CacheRecords::PathOf(const ZQ_C4DCacheName_Operator& cache) {
 }
 
 Status CacheRecords::AfterFrame(const RunState& state) {
+  if (!lookedAtPlayed_) {
+    for (const Cache_OperatorBase* cache : CachesThat(Cache_OperatorBase::CacheMode::Playback, state.hook)) {
+      if (const auto record = ResultRecord::Read(PathOf(cache->name()))) TellOtherTimes(state, *cache, *record);
+    }
+    lookedAtPlayed_ = true;
+  }
   if (state.standsAlone) return {};
-  for (const Cache_OperatorBase* cache : RecordingCaches(state.hook)) {
+  for (const Cache_OperatorBase* cache : CachesThat(Cache_OperatorBase::CacheMode::Record, state.hook)) {
     const fs::path file = cache->PathToSave();
     const int number = cache->FrameToSave();
     const fs::path path = PathOf(cache->name());
@@ -51,7 +79,9 @@ Status CacheRecords::AfterFrame(const RunState& state) {
       at = records_.emplace(path, read ? std::move(*read) : ResultRecord()).first;
       const int shift = number - state.frame;
       const FrameRange numbers{planned_.first + shift, planned_.last + shift};
-      if (Status begun = at->second.Begin(path, {numbers}, simulation_); !begun) return begun;
+      if (Status begun = at->second.Begin(path, {numbers}, simulation_, RecordedClock{shift, state.document.fps});
+          !begun)
+        return begun;
       TellEarlierFrames(state, *cache, at->second);
     }
     RecordedFrame kept;

@@ -1,6 +1,6 @@
 #pragma once
 // The records of what a simulation's caches keep, one beside the frames of each: by them lost frames are found, and
-// those that an earlier run left.
+// those that an earlier run left, and a scene is told that plays them at other times.
 
 #include <map>
 
@@ -20,6 +20,7 @@ class CacheRecords : public FrameListener {
  private:
   std::uint64_t simulation_;
   FrameRange planned_;
+  bool lookedAtPlayed_ = false;
   std::map<std::filesystem::path, ResultRecord> records_;
 };
 

@@ -105,7 +105,7 @@ Status FrameResults::Record(const RunState& state) {
   for (const fs::path& path : madePicture_ ? maker_.written() : std::vector<fs::path>()) add(path, true);
   if (state.standsAlone) {
     if (Status flushed = FlushCaches(state.hook); !flushed) return flushed;
-    for (const Cache_OperatorBase* cache : RecordingCaches(state.hook)) {
+    for (const Cache_OperatorBase* cache : CachesThat(Cache_OperatorBase::CacheMode::Record, state.hook)) {
       if (cache->HasSaved()) add(cache->PathToSave(), false);
     }
   }

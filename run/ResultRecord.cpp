@@ -84,11 +84,13 @@ std::vector<FrameRange> Merge(const std::vector<FrameRange>& a, const std::vecto
   return merged;
 }
 
-std::string PlannedLine(const std::vector<FrameRange>& planned, const std::optional<std::uint64_t>& simulation) {
+std::string PlannedLine(const std::vector<FrameRange>& planned, const std::optional<std::uint64_t>& simulation,
+                        const std::optional<RecordedClock>& clock) {
   Json ranges = Json::array();
   for (const FrameRange& range : planned) ranges.push_back({range.first, range.last});
   Json json = {{"planned", ranges}};
   if (simulation) json["from"] = HexHash(*simulation);
+  if (clock) json["shift"] = clock->shift, json["fps"] = clock->fps;
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
@@ -156,6 +158,7 @@ Result<ResultRecord> ResultRecord::Read(const fs::path& path) {
       if (json.contains("frame")) record.frames_[json["frame"].get<int>()] = FrameOf(json);
       known = known || json.contains("planned");
       if (json.contains("planned") && json.contains("from")) record.simulation_ = HashOf(json, "from");
+      if (json.contains("fps")) record.clock_ = {json.value("shift", 0), json["fps"].get<double>()};
     } catch (const Json::exception&) {
       return Error{ErrorKind::InputFile, path.string() + ": damaged: a line that isn't a record's"};
     }
@@ -186,12 +189,12 @@ std::string ResultRecord::LineOf(int frame, const RecordedFrame& made) const {
 }
 
 Status ResultRecord::Begin(const fs::path& path, const std::vector<FrameRange>& planned,
-                           std::optional<std::uint64_t> simulation) {
+                           std::optional<std::uint64_t> simulation, std::optional<RecordedClock> clock) {
   path_ = path;
   if (simulation != simulation_) planned_.clear();
-  simulation_ = simulation;
+  simulation_ = simulation, clock_ = clock;
   planned_ = Merge(planned_, planned);
-  std::string text = PlannedLine(planned_, simulation_);
+  std::string text = PlannedLine(planned_, simulation_, clock_);
   for (const auto& [frame, made] : frames_) text += LineOf(frame, made);
   return WriteFileAtomically(path, text);
 }

@@ -11,7 +11,7 @@
 //
 // Names are relative to the record's folder. The record of a cache, STEM.EXTENSION.results, has numbers of files in
 // place of frames, no sizes (what it keeps proves itself), and tells the simulation: "from" of "planned" is that of the
-// last run, and frames with another one are left from another.
+// last run, and frames with another one are left from another; "shift" and "fps" tell what its numbers were in time.
 
 #include <filesystem>
 #include <map>
@@ -36,6 +36,13 @@ struct ResultFile {
 // A file as it is now, under this name. Without a content there is no hash.
 ResultFile ResultFileOf(const std::filesystem::path& path, std::string name, bool picture);
 
+// When the frames of a cache were recorded: a file's number less the document's frame, and the document's frames a
+// second.
+struct RecordedClock {
+  int shift = 0;
+  double fps = 0;
+};
+
 struct RecordedFrame {
   std::vector<ResultFile> files;
   FrameOrigin origin;
@@ -51,13 +58,14 @@ class ResultRecord {
   // Begins a run that is to make these frames: the record as it stands is written anew, in one piece.
   // With another simulation than before nothing else is planned.
   Status Begin(const std::filesystem::path& path, const std::vector<FrameRange>& planned,
-               std::optional<std::uint64_t> simulation = {});
+               std::optional<std::uint64_t> simulation = {}, std::optional<RecordedClock> clock = {});
   // The frame is whole.
   Status Add(int frame, RecordedFrame made);
 
   const std::map<int, RecordedFrame>& frames() const { return frames_; }
   const std::vector<FrameRange>& planned() const { return planned_; }
   const std::optional<std::uint64_t>& simulation() const { return simulation_; }
+  const std::optional<RecordedClock>& clock() const { return clock_; }
   // The file that the last simulation wrote under this number.
   bool Wrote(const FrameFile& file) const;
 
@@ -81,6 +89,7 @@ class ResultRecord {
   std::map<int, RecordedFrame> frames_;
   std::vector<FrameRange> planned_;
   std::optional<std::uint64_t> simulation_;
+  std::optional<RecordedClock> clock_;
 };
 
 // Frames, ascending, as ranges.

@@ -45,6 +45,9 @@ struct Words {
   }
 };
 
+// For what an empty variable of a script would leave out.
+std::string NotEmpty(const std::string& text) { return text.empty() ? "must not be empty" : ""; }
+
 // What the commands that read a scene share.
 void AddScene(CLI::App& app, SceneOptions& options) {
   app.add_option("scene", options.scene, "Scene file")->required();
@@ -62,8 +65,8 @@ void AddView(CLI::App& app, Options& options) {
 // And those that go through its frames.
 void AddFrames(CLI::App& app, FrameOptions& options) {
   AddScene(app, options);
-  app.add_option("--frames", options.frames, "Frames whose results are wanted: 1-100x2,120");
-  app.add_option("--out", options.out, "Folder of results; the scene's own without it");
+  app.add_option("--frames", options.frames, "Frames whose results are wanted: 1-100x2,120")->check(NotEmpty);
+  app.add_option("--out", options.out, "Folder of results; the scene's own without it")->check(NotEmpty);
   app.add_flag("--allow-outside", options.allowOutside,
                "Names and relative folders of the scene may lead out of the folder of results");
   app.add_flag("--overwrite", options.overwrite, "Caches record over the frames that they have");

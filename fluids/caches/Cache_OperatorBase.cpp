@@ -226,15 +226,15 @@ void Cache_OperatorBase::WriteFile(std::function<Status()> job, bool behind) {
   savedFrame_ = scene->clock.frame;
 }
 
-std::vector<const Cache_OperatorBase*> RecordingCaches(const OrlixHook& hook) {
-  std::vector<const Cache_OperatorBase*> recording;
+std::vector<const Cache_OperatorBase*> CachesThat(Cache_OperatorBase::CacheMode mode, const OrlixHook& hook) {
+  std::vector<const Cache_OperatorBase*> found;
   for (const auto& [key, scene] : hook.scenes()) {
     scene->ForEachNode(NODE_CACHE, NODE_CACHE, [&](iBase& node) {
       const auto* cache = dynamic_cast<const Cache_OperatorBase*>(&node);
-      if (cache && node.IsEnabled() && cache->mode() == CacheMode::Record) recording.push_back(cache);
+      if (cache && node.IsEnabled() && cache->mode() == mode) found.push_back(cache);
     });
   }
-  return recording;
+  return found;
 }
 
 Status FlushCaches(const OrlixHook& hook) {

@@ -67,6 +67,8 @@ class Cache_OperatorBase : public iObject {
   std::filesystem::path PathToSave() const { return name_.PathOf(FrameToSave()); }
   // Whether it keeps the clock's frame; the file may still be written.
   bool HasSaved() const { return savedFrame_ == scene->clock.frame; }
+  // Nothing in its settings says that it is to play other moments than were recorded.
+  bool PlaysAsRecorded() const { return frameOverride_ == -1 && frameOffset_ == 0 && !reverse_ && Speed() == 1; }
 
   // The ids that all caches have in common.
   static constexpr std::int32_t kRenderOnlyId = 1000, kModeId = 1001, kFolderId = 1003, kStemId = 1004, kFrameId = 1006,
@@ -125,8 +127,8 @@ class Cache_OperatorBase : public iObject {
   FrameWriter writer_;
 };
 
-// Those that record.
-std::vector<const Cache_OperatorBase*> RecordingCaches(const OrlixHook& hook);
+// Those that record, or play.
+std::vector<const Cache_OperatorBase*> CachesThat(Cache_OperatorBase::CacheMode mode, const OrlixHook& hook);
 // Waits for the frames that caches still write; the first error.
 Status FlushCaches(const OrlixHook& hook);
 

@@ -231,6 +231,26 @@ TEST(PlayedCaches, LostFramesAndThoseOfAnEarlierRunAreFound) {
   EXPECT_NE(verified.out.find("4 whole, missing 0, left by another run: 4\n"), std::string::npos) << verified.out;
 }
 
+TEST(PlayedCaches, OtherMomentsThanWereRecordedAreTold) {
+  ProgramRunner runner;
+  const std::string recording = runner.Write("plume.json", PlumeScene({.cells = 8, .lastFrame = 5, .record = true}));
+  ASSERT_EQ(runner.Run({"run", recording, "--quiet", "--checkpoint-every", "0"}).code, 0);
+  const auto play = [&](const std::string& clock, const std::vector<std::string>& more) {
+    std::string text = PlumeScene({.cells = 8, .lastFrame = 5, .record = false, .play = true});
+    const std::string usual = R"("fps": 24, "frames": [0, 5])";
+    std::vector<std::string> arguments = {
+        "run", runner.Write("play.json", text.replace(text.find(usual), usual.size(), clock)), "--frames", "4-5",
+        "--overwrite"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runner.Run(arguments).err;
+  };
+  EXPECT_EQ(play(R"("fps": 24, "frames": [0, 5])", {}).find("recorded"), std::string::npos);
+  EXPECT_NE(play(R"("fps": 24, "frames": [2, 5])", {}).find("what was recorded as frame"), std::string::npos);
+  EXPECT_EQ(play(R"("fps": 24, "frames": [2, 5])", {"--set", "play.frame_offset=2"}).find("recorded as"),
+            std::string::npos);
+  EXPECT_NE(play(R"("fps": 48, "frames": [0, 5])", {}).find("recorded at 24 a second"), std::string::npos);
+}
+
 TEST(PlayedCaches, WhatIsNotPlayedIsSimulatedFromTheFirstFrame) {
   Recorded& recorded = Shared();
   std::string text = PlumeScene({.cells = 8, .lastFrame = 5, .record = false});
@@ -311,6 +331,25 @@ TEST(PlayedCaches, WaterIsMeshedAgainFromItsParticlesAsInTheRun) {
   EXPECT_EQ(water.Run({"verify", compact}).code, 0);
   EXPECT_NE(water.Run({"info", compact + "/frame_Dam_Surface.0003.mcache"}).out.find("polygons, normals"),
             std::string::npos);
+}
+
+// Nothing of a pass asks for a box but the solver that is played.
+TEST(PlayedCaches, AMeshOfPlayedWaterHasTheVelocityThatIsPlayedBesideIt) {
+  ProgramRunner runner;
+  const std::string tank = R"({ "type": "cache", "name": "Flows", "nodes": ["Tank"], "mode": "MODE" }, )";
+  const auto run = [&](const std::string& name, bool record) {
+    std::string text = test::WaterScene(tank + WaterCache("cache_particle", kDrops, record),
+                                        R"({ "meshes": "ply", "folder": ")" + name + "\" }");
+    text.replace(text.find("MODE"), 4, record ? "record" : "playback");
+    const ProgramOutcome outcome =
+        runner.Run({"run", runner.Write(name + ".json", text), "--quiet", "--set", "Surface.velocity=Tank", "--set",
+                    "Surface.advection_time=0.02", "--checkpoint-every", "0"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    return test::ReadText(runner.folder / name / "frame_Dam_Surface.0004.ply");
+  };
+  const std::string live = run("live", true), pass = run("pass", false);
+  EXPECT_NE(live.find("property float vx"), std::string::npos);
+  EXPECT_TRUE(live == pass);
 }
 
 TEST(PlayedCaches, TheProgramKnowsParticleAndMeshCaches) {

@@ -80,6 +80,7 @@ TEST(Program, OutcomesHaveTheirExitCodes) {
       {2, {"run", scene, "--no-such-option"}},
       {2, {"run", scene, "--frames", "3-1"}},
       {2, {"run", scene, "--frames=-5"}},
+      {2, {"run", scene, "--out", ""}},
       {2, {"run", scene, "--memory", "lots"}},
       {2, {"run", scene, "--threads", "65"}},
       {2, {"run", scene, "--set", "Plume"}},
