@@ -174,6 +174,7 @@ MemoryNeed WaterSolver::MemoryFor(const VecInt3D& cells) const {
 }
 
 void WaterSolver::AddToReport(SubstepReport& report) {
+  if (scene->IsPass()) return;  // it computes nothing, and its particles come after it
   const std::int64_t inWalls = HasGrids() ? ParticlesInWalls(sort, fractions.View(0, 0)) : 0;
   TellOfParticles(inWalls);
   if (!HasGrids()) return;

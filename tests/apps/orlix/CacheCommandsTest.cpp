@@ -345,6 +345,7 @@ TEST(PlayedCaches, AMeshOfPlayedWaterHasTheVelocityThatIsPlayedBesideIt) {
         runner.Run({"run", runner.Write(name + ".json", text), "--quiet", "--set", "Surface.velocity=Tank", "--set",
                     "Surface.advection_time=0.02", "--checkpoint-every", "0"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err.find("outside the container"), std::string::npos) << outcome.err;
     return test::ReadText(runner.folder / name / "frame_Dam_Surface.0004.ply");
   };
   const std::string live = run("live", true), pass = run("pass", false);
