@@ -63,16 +63,16 @@ Status WriteMeshCache(const std::filesystem::path& path, const PolygonObject& me
   return file.Close();
 }
 
+// A mesher's points are other ones in each frame.
+bool KeepsItsPoints(const BaseObject& object) { return object.typeId() != ImplicitMesher::Type().id; }
+
 // The polygons of an object that may have some; an empty one's in a frame in which a mesher has no surface. Null for
 // other objects, and for a mesh file that has none for this frame.
 const PolygonObject* MeshOf(const BaseObject& object) {
   static const PolygonObject kEmpty;
   const PolygonObject* polygons = object.Polygons();
-  return polygons || object.typeId() != ImplicitMesher::Type().id ? polygons : &kEmpty;
+  return polygons || KeepsItsPoints(object) ? polygons : &kEmpty;
 }
-
-// A mesher's points are other ones in each frame.
-bool KeepsItsPoints(const BaseObject& object) { return object.typeId() != ImplicitMesher::Type().id; }
 
 }  // namespace
 

@@ -263,7 +263,8 @@ class World final : public btDiscreteDynamicsWorld {
   struct Impact {
     btRigidBody *a, *b;
     const btManifoldPoint* point;
-    btScalar wanted;       // speed by which they are to part, m/s
+    btScalar wanted = 0;   // speed by which they are to part, m/s
+    btScalar yields = 0;   // speed that an impulse of 1 gives, 1/kg
     btScalar impulse = 0;  // given so far
 
     btVector3 ArmOfA() const { return point->getPositionWorldOnA() - a->getCenterOfMassPosition(); }
@@ -282,7 +283,7 @@ class World final : public btDiscreteDynamicsWorld {
       if (!a || !b || !a->hasContactResponse() || !b->hasContactResponse()) continue;
       for (int n = 0; n < manifold.getNumContacts(); ++n) {
         const btManifoldPoint& point = manifold.getContactPoint(n);
-        Impact impact{a, b, &point, 0};
+        Impact impact{a, b, &point};
         const btScalar speed = impact.PartingSpeed();
         if (speed > -kSlowest) continue;
         impact.wanted = -speed * std::max(btScalar(0), point.m_combinedRestitution);
@@ -293,15 +294,18 @@ class World final : public btDiscreteDynamicsWorld {
   // Impulses in turn, so that those of several contacts of a body together give what is wanted.
   void GiveBack() {
     std::erase_if(impacts_, [](const Impact& impact) { return !(impact.point->m_appliedImpulse > 0); });
+    for (Impact& impact : impacts_) {
+      const btManifoldPoint& point = *impact.point;
+      impact.yields = impact.a->computeImpulseDenominator(point.getPositionWorldOnA(), point.m_normalWorldOnB) +
+                      impact.b->computeImpulseDenominator(point.getPositionWorldOnB(), point.m_normalWorldOnB);
+    }
+    std::erase_if(impacts_, [](const Impact& impact) { return !(impact.yields > 0); });
     constexpr int kRounds = 16;
     for (int round = 0; round < kRounds; ++round) {
       for (Impact& impact : impacts_) {
         const btVector3& normal = impact.point->m_normalWorldOnB;
-        const btScalar give = impact.a->computeImpulseDenominator(impact.point->getPositionWorldOnA(), normal) +
-                              impact.b->computeImpulseDenominator(impact.point->getPositionWorldOnB(), normal);
-        if (!(give > 0)) continue;
         const btScalar before = impact.impulse;
-        const btScalar all = before + (impact.wanted - impact.PartingSpeed()) / give;
+        const btScalar all = before + (impact.wanted - impact.PartingSpeed()) / impact.yields;
         impact.impulse = std::max(all, -impact.point->m_appliedImpulse);  // a contact doesn't pull
         const btVector3 change = normal * (impact.impulse - before);
         impact.a->applyImpulse(change, impact.ArmOfA());

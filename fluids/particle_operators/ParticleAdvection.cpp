@@ -191,7 +191,6 @@ MotionField ParticleAdvection::FieldOf(const FluidSolver& solver) const {
   MotionField field;
   field.solid = solver.boundary.View();
   field.obstacles = obstacles_;
-  solver.RoomOfWalls(field.roomLow, field.roomHigh);
   if (!grids[0] || !grids[1] || !grids[2]) return field;
   field.velocity = {*grids[0], *grids[1], *grids[2]};
   if (!field.velocity.HasData()) field.velocity = {};

@@ -96,7 +96,6 @@ class MotionBlock {
   void KillInside();
   void FindContacts();
   void Meet(int n, const SolidContact& found);
-  bool MeetsWall(int n, double margin, SolidContact& contact) const;
   bool MeetsObstacle(int n, SolidContact& contact) const;
   void Resolve(std::span<iInstantOperator* const> operators, const InstantContext& context, std::int32_t thread);
   void WriteBack();
@@ -255,25 +254,6 @@ bool MotionBlock::MeetsObstacle(int n, SolidContact& contact) const {
   return false;
 }
 
-// What flew through a closed face in one step: beyond the lattice its boundary's last value stands, which knows neither
-// how far out that is nor where in is.
-bool MotionBlock::MeetsWall(int n, double margin, SolidContact& contact) const {
-  const Vec3D x = World(n);
-  const double reach = 0.5 * f_.cellSize;
-  const Vec3D below = f_.roomLow - x, above = x - f_.roomHigh;
-  if (std::max({below.x, below.y, below.z, above.x, above.y, above.z}) < reach) return false;
-  contact.hit = true;
-  contact.position = x;
-  contact.normal = {};
-  for (int axis = 0; axis < 3; ++axis) {
-    if (below[axis] > 0) contact.position[axis] = f_.roomLow[axis] + margin, contact.normal[axis] = 1;
-    if (above[axis] > 0) contact.position[axis] = f_.roomHigh[axis] - margin, contact.normal[axis] = -1;
-  }
-  contact.depth = -Length(contact.position - x);
-  contact.normal = Normalized(contact.normal);
-  return true;
-}
-
 void MotionBlock::FindContacts() {
   SolidContact found;
   if (!ByBoundary()) {
@@ -283,9 +263,6 @@ void MotionBlock::FindContacts() {
     return;
   }
   const float margin = f_.solid.cellSize() * s_.collisionRadius;
-  ForMoving([&](int n) {
-    if (MeetsWall(n, static_cast<double>(margin), found)) Meet(n, found);
-  });
   double room[kMost];
   if (!FindNearBoundary(f_.solid, margin, p_, distance_, room)) return;
   ForMoving([&](int n) {

@@ -12,7 +12,6 @@
 //
 // F is the particle's external force, used once and then 0; m its mass, 1 without one.
 
-#include <limits>
 #include <span>
 
 #include "fluids/advection/VelocityTrace.h"
@@ -57,8 +56,6 @@ struct MotionField {
   Vec3D origin;           // of the velocity's lattice
   double cellSize = 1;    // m, of it
   std::span<const ObstacleView> obstacles;
-  // Within the solver's closed faces; without one there is no end.
-  Vec3D roomLow{-std::numeric_limits<double>::infinity()}, roomHigh{std::numeric_limits<double>::infinity()};
 };
 
 // Moves rows of one chunk, tells contacts to the operators (at most one of a particle), kills what is inside or aged,

@@ -208,8 +208,7 @@ void ImplicitMesher::Process(ProcessData&) {
   if (settings_.iso > 0 && IsCutOff(*grid, settings_.iso)) {
     Warn("iso-beyond",
          "the surface at the distance \"iso\" reaches the end of its level set, where it is cut off flat; give what "
-         "makes "
-         "the level set more room (\"padding\" of a volume) or take a smaller \"iso\"");
+         "makes the level set more room (\"padding\" of a volume) or take a smaller \"iso\"");
   }
   if (mesh_.TriangleCount() == 0) {
     Warn("no-surface",

@@ -135,10 +135,10 @@ class BaseObject {
   const Gradient* GetGradient(int id) const;
   const InExcludeData* GetInExclude(int id) const;
 
-  // Counts changes of the data.
   // Rows that its user set, not a preset or a default.
   void MarkGiven(int row) { given_.insert(row); }
   bool WasGiven(int row) const { return given_.contains(row); }
+  // Counts changes of the data.
   std::uint32_t dirtyCount() const { return dirtyCount_; }
   void MarkDirty() { ++dirtyCount_; }
 
